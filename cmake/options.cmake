@@ -1,0 +1,26 @@
+option(ORVAN_BUILD_TESTS "Build the test suites" ON)
+option(ORVAN_BUILD_BENCH "Build the benchmarks" OFF)
+option(ORVAN_WERROR "Treat warnings as errors" OFF)
+option(ORVAN_LIBFUZZER "Link the fuzz targets with libFuzzer (needs clang)" OFF)
+set(ORVAN_SANITIZE "" CACHE STRING "Sanitizers for everything, as -fsanitize takes them")
+
+# Warnings are set on our own targets through this interface library.
+add_library(orvan_warnings INTERFACE)
+target_compile_options(orvan_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    $<$<BOOL:${ORVAN_WERROR}>:-Werror>)
+# GCC 12 reports std::string's own copying as overlapping when it optimises (GCC bug 105651).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    target_compile_options(orvan_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
+
+if(ORVAN_SANITIZE)
+    add_compile_options(-fsanitize=${ORVAN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${ORVAN_SANITIZE})
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()

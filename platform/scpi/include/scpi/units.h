@@ -1,0 +1,28 @@
+/**
+ * Suffixes of numbers (IEEE 488.2 7.7.3).
+ */
+#ifndef SCPI_UNITS_H
+#define SCPI_UNITS_H
+
+#include "types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * The spellings of every unit of scpi_unit_t; ends with a null name.
+ *
+ * The multipliers are those of table 7-2: M is milli and MA is mega, but for MHZ and MOHM, which are
+ * megahertz and megaohm. Percent and degree stay what they are; no unit is turned into another.
+ */
+extern const scpi_unit_def_t scpi_units_def[];
+
+/** The entry with that name in any case; null when there is none, or when `units` is null. */
+const scpi_unit_def_t* SCPI_FindUnit(const scpi_unit_def_t* units, const char* name, size_t len);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

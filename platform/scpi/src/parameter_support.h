@@ -1,0 +1,26 @@
+/**
+ * What the parameter readers share.
+ */
+#ifndef SCPI_SRC_PARAMETER_SUPPORT_H
+#define SCPI_SRC_PARAMETER_SUPPORT_H
+
+#include "scpi/error.h"
+#include "scpi/types.h"
+
+namespace scpi {
+
+inline bool fail(scpi_t* context, int_fast16_t error)
+{
+    SCPI_ErrorPush(context, error);
+    return false;
+}
+
+/** The number that says an element of this kind is not allowed. */
+int16_t not_allowed_error(scpi_token_type_t type);
+
+/** First entry of the list that the mnemonic matches, null when none does. */
+const scpi_choice_def_t* find_choice(const scpi_choice_def_t* options, const char* text, size_t len);
+
+} // namespace scpi
+
+#endif
