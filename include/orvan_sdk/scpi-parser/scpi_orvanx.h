@@ -1,0 +1,139 @@
+/**
+ * The module service: addresses, liveness and selection of the RF channel modules, the conversation with a
+ * module, and the relays that the service process calls.
+ *
+ * Channels are numbered 1 to 4 in every call; array indices are channel minus 1.
+ */
+#ifndef ORVAN_SDK_SCPI_ORVANX_H
+#define ORVAN_SDK_SCPI_ORVANX_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+#include "orvan_sdk/scpi-parser/scpi_parser.h"
+
+/** Channels that an instrument has at most. */
+inline constexpr int kMaxChannels = 4;
+
+/**
+ * One object for the process. Its fields have no lock: every conversation has its own connection, and a
+ * reader may meet a value half-written.
+ */
+class Scpi_Orvanx {
+public:
+    /**
+     * The object, built by the first call. That call must come before other threads use it; nothing in
+     * the library destroys it. @return never null
+     */
+    static Scpi_Orvanx* getInstance();
+
+    /** Ends the temperature thread, which can take its sleep of 30 seconds, and the parser. */
+    ~Scpi_Orvanx();
+    Scpi_Orvanx(const Scpi_Orvanx&) = delete;
+    Scpi_Orvanx& operator=(const Scpi_Orvanx&) = delete;
+
+    /** Channel that forwarded commands go to, 1 to 4. Nothing is checked; the device selects 1 at start-up.
+     */
+    void setSelectedChannel(int channel) { m_channelNo = channel; }
+    int getSelectedChannel() { return m_channelNo; }
+
+    void setTrigSourceCouple(uint8_t couple) { m_trgSrcCouple = couple; }
+    uint8_t getTrigSourceCouple() { return m_trgSrcCouple; }
+
+    /** Installed channels. */
+    void setNumberofChannels(int channels) { m_modules = channels; }
+    int getNumberofChannels() { return m_modules; }
+
+    /** RF output as the output command has left it. */
+    void setRfOnOff(bool on) { m_isRFOn = on; }
+    bool getRfOnOff() { return m_isRFOn; }
+
+    /** TCP port of the instrument's own SCPI server. */
+    int getScpiPort() { return m_scpiPort; }
+    void setScpiPort(int port) { m_scpiPort = port; }
+
+    void set_powerOnRestore(bool restore) { m_pwrOnRestore = restore; }
+    bool get_powerOnRestore() { return m_pwrOnRestore; }
+
+    /** Hands the device over, to the handlers as well. Not owned. */
+    void setDevicePtr(void* ptrDevice);
+
+    /** ScpiParser::isExternalCommand; false without a parser. */
+    bool isExternalCommand();
+
+    /**
+     * Asks channels 1 to `numChannels` "*TST?", all at once, until each has answered without "-ERR" or the
+     * deadline that they share is past. A channel that answers becomes live; the others stay as they are.
+     *
+     * Between attempts a channel waits 100, 200, 400, 800, then 1600 ms. An attempt under way at the deadline
+     * runs to its end, so the call can last one connect, one receive time-out and one wait longer.
+     *
+     * @param numChannels 1 to 4; with any other number nothing happens
+     */
+    void wait_for_channels_ready(int numChannels, int max_wait_sec);
+
+    /**
+     * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
+     * any number of threads, also towards one module.
+     *
+     * Waits at most 5 seconds for the connection and 10 seconds for the reply; the sending is unbounded. The
+     * reply is what one read of at most 4096 bytes gave, up to its first NUL. A module that closes without
+     * a word gives the empty text, which is a good reply. The caller ends the request with CR LF itself.
+     *
+     * @param ipaddress dotted IPv4 address
+     * @param port      TCP port; its low 16 bits count
+     * @return the reply, or one of: "-ERR Unable to create socket", "-ERR Unable to connect",
+     *         "-ERR Connection timeout", "-ERR Unable to send message", "-ERR Receive timeout",
+     *         "-ERR Error while receiving server's msg"
+     */
+    std::string SendSCPIOrvanX(const char* buffer, int length, const std::string& ipaddress, int port);
+
+    /** False, and logged, when "-ERR" stands anywhere in the reply: of the module or of the link alike. */
+    bool checkOrvanReply(const std::string& reply);
+
+    /**
+     * Passes a NUL-terminated request to the selected channel and the reply, as it stands, to `new_socket`.
+     * A selected channel of 0 becomes 1 and stays so.
+     */
+    void sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket);
+
+    /** ScpiParser::sendCommandToNewScpiParser; 0 without a parser. */
+    int sendScpiToNewParser(char* buffer, int valread);
+
+    /** ScpiParser::connection_abort. */
+    void connection_abort(int sd);
+
+    /** ScpiParser::setCallerSocket. @return 1; -1, and logged, without a parser */
+    int setCallerSocket(int socket, int deviceArch);
+
+    std::string m_orvanXIp[kMaxChannels] = {"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"};
+    uint32_t m_OrvanXport[kMaxChannels] = {6001, 6002, 6003, 6004};
+
+private:
+    int m_channelNo = 0;
+    bool m_pwrOnRestore = false;
+    uint8_t m_trgSrcCouple = 0;
+    double m_temprature[kMaxChannels] = {};
+
+public:
+    bool m_isLive[kMaxChannels] = {}; /**< the module has answered */
+
+private:
+    int m_modules = 0;
+    bool m_isRFOn = false;
+    double m_max_temprature = 0.0;
+    ScpiParser* p_scpi_parser = nullptr; // owned
+    void* p_devicePtr = nullptr;
+    std::atomic<bool> m_runTemperatureThread = false;
+    std::thread m_temperatureThread;
+    int m_scpiPort = 0;
+    int m_defaultBootCfg = 0;
+
+    static Scpi_Orvanx* m_instance;
+
+    Scpi_Orvanx();
+};
+
+#endif

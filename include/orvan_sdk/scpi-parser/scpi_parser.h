@@ -1,0 +1,127 @@
+/**
+ * The entry into the instrument's one SCPI parser, its user record, and the interface callbacks that
+ * are not about replies.
+ *
+ * All clients share one context, one input buffer, one transmit buffer and one user record.
+ */
+#ifndef ORVAN_SDK_SCPI_PARSER_H
+#define ORVAN_SDK_SCPI_PARSER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include <scpi/types.h>
+
+class Scpi_Orvanx;
+
+/** Text that an older client may know; no reply of this instrument holds it. */
+#define SCPI_GENERAL_ERR_MSG "Invalid Command"
+
+/** Sub-commands that one bypass run holds at most. */
+inline constexpr int kBypassMaxItems = 64;
+
+/** Bytes kept of a set command's parameter text, its NUL included. */
+inline constexpr size_t kBypassParamSize = 128;
+
+/** One forwarded sub-command of the open run. */
+struct bypassItem_t {
+    int32_t tag;                  /**< element of the channel record, ODT_NO_TAG for none */
+    int is_query;                 /**< 1 when the header ends in "?" */
+    int param_len;                /**< characters in `param`; 0 for a query */
+    char param[kBypassParamSize]; /**< parameter text of a set, cut to 127 characters, NUL-terminated */
+};
+
+/**
+ * The user record of the SCPI context: a handler reaches the rest of the system through it and never
+ * through a global. One for the process; it belongs to the thread inside SCPI_Input, except `socket`
+ * and `deviceType`, which ScpiParser::setCallerSocket writes from outside without a lock.
+ */
+typedef struct user_context {
+    int socket;      /**< descriptor that replies go to; 0 until the first setCallerSocket */
+    int deviceType;  /**< second argument of setCallerSocket */
+    void* ptrParser; /**< the Scpi_Orvanx; not owned */
+    void* ptrDevice; /**< the device, null until setDevicePtr; not owned */
+    int bypass_accum_active;
+    char* bypass_accum_buf; /**< text of the open run; heap, freed when the run closes */
+    size_t bypass_accum_len;
+    size_t bypass_accum_cap;
+    int had_error_line;      /**< a "-ERR" was seen in this reply */
+    int binary_block_active; /**< the reply in the transmit buffer is an arbitrary block */
+    int adding_ok;           /**< replies end with the success word; always 1 */
+    int bypass_item_count;
+    bypassItem_t bypass_items[kBypassMaxItems];
+} userContext_t;
+
+/**
+ * Front door of the parser. Scpi_Orvanx owns the one object and relays the service process's calls.
+ *
+ * Any client thread may call setCallerSocket, sendCommandToNewScpiParser and connection_abort, but the
+ * reply goes to the socket that the user record holds when the line ends: the caller names another
+ * client only when no message is in work.
+ */
+class ScpiParser {
+public:
+    /**
+     * Builds `scpi_context` with the command table, the callbacks, the buffers and a zeroed user record
+     * whose `ptrParser` is the argument. Called once, before any client exists.
+     */
+    void init_new_scpi(Scpi_Orvanx* ptrParser);
+
+    /** Hands the device to the handlers; nothing happens before init_new_scpi. */
+    void setDevicePtr(void* ptrDevice);
+
+    /** Names the client that the next bytes come from and replies go to. @return 1; -1 before init_new_scpi
+     */
+    int setCallerSocket(int socket, int deviceArch);
+
+    /**
+     * Takes bytes of the client named last, in any pieces. Every program message that they complete is
+     * executed, and its reply sent, on this thread before the call returns.
+     *
+     * The buffer holds a NUL, ";", CR or LF in or right behind its `valread` bytes (see isCommand).
+     *
+     * @return true when a message was executed without error and no incomplete one is left
+     */
+    scpi_bool_t sendCommandToNewScpiParser(char* buffer, int valread);
+
+    /** Reports the loss of a client. What it has sent of an incomplete message is dropped. */
+    void connection_abort(int sd);
+
+    /** True when the peer of the socket is 127.0.0.1, is not IPv4, or cannot be had. */
+    bool isInternalMessage(int fd);
+
+    /**
+     * True when the first line holds a unit of at least one character without a "?", parameters included.
+     *
+     * A unit ends at a NUL, ";", CR or LF and nowhere else: one of them must stand in the buffer or right
+     * behind it. `bufferSize` only tells whether another unit follows.
+     */
+    bool isCommand(const char* cmdBuffer, int bufferSize);
+
+    /**
+     * True when the last message that executed without error came from outside the instrument and held a
+     * command that is not a query.
+     */
+    bool isExternalCommand() { return m_cmdExternal; }
+
+private:
+    bool m_cmdExternal = false;
+};
+
+/** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, the number narrowed to 16 bits with its
+ *  sign, the text that of this number. Info texts do not appear. @return 0 */
+int SCPI_Error(scpi_t* context, int_fast16_t err);
+
+/**
+ * `control` callback: writes "**SRQ: ..." or "**CTRL ..." straight to the caller's socket, past the reply's
+ * framing. A failing write is ignored. @return SCPI_RES_OK
+ */
+scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val);
+
+/**
+ * `reset` callback: drops the bytes of an incomplete message and says "**Reset" on standard error. It
+ * resets neither instrument nor channel records. @return SCPI_RES_OK
+ */
+scpi_result_t SCPI_Reset(scpi_t* context);
+
+#endif

@@ -1,0 +1,145 @@
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr time_t CONNECT_TIMEOUT = 5; // seconds
+constexpr time_t RECV_TIMEOUT = 10;   // seconds
+constexpr size_t kReplySize = 4096;
+
+// Closes its descriptor on every way out.
+class Socket {
+public:
+    Socket() : m_fd(socket(AF_INET, SOCK_STREAM, 0)) {}
+    ~Socket()
+    {
+        if (m_fd >= 0)
+            close(m_fd);
+    }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    int fd() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+// An fd_set ends at descriptor 1023, and the service process holds more than that. select() itself takes a
+// set of any length, so the set is as many fd_set in a row as the descriptor needs.
+bool becomes_writable(int fd, time_t seconds)
+{
+    std::vector<fd_set> writable(static_cast<size_t>(fd / FD_SETSIZE) + 1);
+    for (fd_set& part : writable)
+        FD_ZERO(&part);
+    FD_SET(fd % FD_SETSIZE, &writable.back());
+    timeval timeout{seconds, 0};
+    return select(fd + 1, nullptr, writable.data(), nullptr, &timeout) == 1;
+}
+
+std::string failure(const char* log_text, const char* reply)
+{
+    syslog(LOG_INFO, "%s", log_text);
+    return reply;
+}
+
+} // namespace
+
+std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const std::string& ipaddress,
+                                        int port)
+{
+    char server_message[kReplySize] = {};
+
+    const Socket module;
+    if (module.fd() < 0)
+        return "-ERR Unable to create socket";
+
+    const int flags = fcntl(module.fd(), F_GETFL, 0);
+    fcntl(module.fd(), F_SETFL, flags | O_NONBLOCK);
+
+    sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_port = htons(static_cast<uint16_t>(port));
+    peer.sin_addr.s_addr = inet_addr(ipaddress.c_str());
+    if (connect(module.fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
+        if (errno != EINPROGRESS)
+            return failure("Unable to connect\n", "-ERR Unable to connect");
+        if (!becomes_writable(module.fd(), CONNECT_TIMEOUT))
+            return failure("Connection timeout\n", "-ERR Connection timeout");
+        int refused = 0;
+        socklen_t size = sizeof refused;
+        getsockopt(module.fd(), SOL_SOCKET, SO_ERROR, &refused, &size);
+        if (refused != 0)
+            return failure("Unable to connect (timeout or error)\n", "-ERR Unable to connect");
+    }
+    fcntl(module.fd(), F_SETFL, flags);
+
+    const timeval timeout{RECV_TIMEOUT, 0};
+    if (setsockopt(module.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0)
+        syslog(LOG_INFO, "Warning: Unable to set receive timeout\n");
+
+    if (send(module.fd(), buffer, static_cast<size_t>(length), 0) < 0)
+        return failure("Unable to send message\n", "-ERR Unable to send message");
+
+    // One read and no more: a module answers in one piece.
+    if (recv(module.fd(), server_message, sizeof server_message, 0) < 0) {
+        if (errno == EAGAIN)
+            return failure("Receive timeout occurred\n", "-ERR Receive timeout");
+        return failure("Error while receiving server's msg\n", "-ERR Error while receiving server's msg");
+    }
+    return std::string(server_message, strnlen(server_message, sizeof server_message));
+}
+
+bool Scpi_Orvanx::checkOrvanReply(const std::string& reply)
+{
+    if (reply.find("-ERR") == std::string::npos)
+        return true;
+    syslog(LOG_INFO, "%s: %s", __func__, reply.c_str());
+    return false;
+}
+
+void Scpi_Orvanx::sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket)
+{
+    syslog(LOG_INFO, "%s", buffer);
+    syslog(LOG_INFO, "channel %d printing", m_channelNo);
+    if (m_channelNo == 0)
+        m_channelNo = 1;
+    syslog(LOG_INFO, "[Orvan Service X]: sending command %d", m_channelNo);
+    syslog(LOG_INFO, "%s", buffer);
+    const int index = m_channelNo - 1;
+    const std::string reply =
+        SendSCPIOrvanX(buffer, valread, m_orvanXIp[index], static_cast<int>(m_OrvanXport[index]));
+    syslog(LOG_INFO, "[Orvan Service X]: send Scpi end.\n");
+    [[maybe_unused]] const ssize_t ignored =
+        write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));
+}
+
+int Scpi_Orvanx::sendScpiToNewParser(char* buffer, int valread)
+{
+    return p_scpi_parser != nullptr ? p_scpi_parser->sendCommandToNewScpiParser(buffer, valread) : 0;
+}
+
+void Scpi_Orvanx::connection_abort(int sd)
+{
+    if (p_scpi_parser != nullptr)
+        p_scpi_parser->connection_abort(sd);
+}
+
+int Scpi_Orvanx::setCallerSocket(int socket, int deviceArch)
+{
+    if (p_scpi_parser == nullptr) {
+        syslog(LOG_ERR, "setCallerSocket: cannot get SCPI");
+        return -1;
+    }
+    p_scpi_parser->setCallerSocket(socket, deviceArch);
+    return 1;
+}

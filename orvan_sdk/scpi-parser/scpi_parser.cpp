@@ -1,0 +1,138 @@
+#include "orvan_sdk/scpi-parser/scpi_parser.h"
+
+#include <cstdio>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <scpi/scpi.h>
+
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_reply.h"
+
+scpi_t scpi_context;
+char scpi_input_buffer[kScpiInputBufferSize];
+scpi_error_t scpi_error_queue_data[kScpiErrorQueueSize];
+
+namespace {
+
+// The four fields of "*IDN?" (IEEE 488.2 10.14) as the portable leaves the factory.
+constexpr const char* kFactoryIdentity[] = {"Halde Electronics Ltd.", "OVX3651P", "230000", "01.0.001"};
+
+userContext_t* user_record(const scpi_t& context)
+{
+    return static_cast<userContext_t*>(context.user_context);
+}
+
+bool ends_unit(char c)
+{
+    return c == '\0' || c == ';' || c == '\r' || c == '\n';
+}
+
+} // namespace
+
+void ScpiParser::init_new_scpi(Scpi_Orvanx* ptrParser)
+{
+    static userContext_t userInfo;
+
+    SCPI_Init(&scpi_context, scpi_commands, &scpi_interface, scpi_units_def, kFactoryIdentity[0],
+              kFactoryIdentity[1], kFactoryIdentity[2], kFactoryIdentity[3], scpi_input_buffer,
+              kScpiInputBufferSize, scpi_error_queue_data, kScpiErrorQueueSize);
+    userInfo = {};
+    userInfo.adding_ok = 1;
+    userInfo.ptrParser = ptrParser;
+    scpi_context.user_context = &userInfo;
+    syslog(LOG_INFO, "ScpiParser::init_new_scpi done");
+}
+
+void ScpiParser::setDevicePtr(void* ptrDevice)
+{
+    if (userContext_t* u = user_record(scpi_context))
+        u->ptrDevice = ptrDevice;
+}
+
+int ScpiParser::setCallerSocket(int socket, int deviceArch)
+{
+    userContext_t* u = user_record(scpi_context);
+    if (u == nullptr)
+        return -1;
+    u->socket = socket;
+    u->deviceType = deviceArch;
+    return 1;
+}
+
+scpi_bool_t ScpiParser::sendCommandToNewScpiParser(char* buffer, int valread)
+{
+    const int fd = user_record(scpi_context)->socket;
+    log_send(buffer, static_cast<size_t>(valread), fd);
+    const scpi_bool_t executed = SCPI_Input(&scpi_context, buffer, static_cast<size_t>(valread));
+    if (executed)
+        m_cmdExternal = !isInternalMessage(fd) && isCommand(buffer, valread);
+    return executed;
+}
+
+void ScpiParser::connection_abort(int sd)
+{
+    const userContext_t* u = user_record(scpi_context);
+    if (u != nullptr && u->socket == sd && scpi_context.buffer.position != 0)
+        SCPI_Reset(&scpi_context);
+}
+
+bool ScpiParser::isInternalMessage(int fd)
+{
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family != AF_INET)
+        return true;
+    return ntohl(reinterpret_cast<const sockaddr_in&>(peer).sin_addr.s_addr) == INADDR_LOOPBACK;
+}
+
+bool ScpiParser::isCommand(const char* cmdBuffer, int bufferSize)
+{
+    const char* const end = cmdBuffer + bufferSize;
+    const char* p = cmdBuffer;
+    for (;;) {
+        const char* const unit = p;
+        bool query = false;
+        for (; !ends_unit(*p); ++p)
+            query = query || *p == '?';
+        if (p != unit && !query)
+            return true;
+        if (p >= end || *p != ';')
+            return false;
+        ++p;
+    }
+}
+
+int SCPI_Error(scpi_t* context, int_fast16_t err)
+{
+    const auto number = static_cast<int16_t>(err);
+    char line[128] = {};
+    std::snprintf(line, sizeof line, "-ERR %d, \"%s\"", number, SCPI_ErrorTranslate(number));
+    SCPI_Write(context, line, std::strlen(line));
+    return 0;
+}
+
+scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val)
+{
+    char line[128] = {};
+    if (ctrl == SCPI_CTRL_SRQ)
+        std::snprintf(line, sizeof line, "**SRQ: 0x%X (%d)\r\n", val, val);
+    else
+        std::snprintf(line, sizeof line, "**CTRL %02x: 0x%X (%d)\r\n", static_cast<unsigned>(ctrl), val, val);
+    if (const userContext_t* u = user_record(*context)) [[maybe_unused]]
+        const ssize_t ignored = write(u->socket, line, std::strlen(line));
+    return SCPI_RES_OK;
+}
+
+scpi_result_t SCPI_Reset(scpi_t* context)
+{
+    scpi_buffer_t& input = context->buffer;
+    if (input.position < input.length)
+        input.data[input.position] = '\0';
+    input.position = 0;
+    std::fputs("**Reset\r\n", stderr);
+    return SCPI_RES_OK;
+}

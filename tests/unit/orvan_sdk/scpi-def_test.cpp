@@ -1,0 +1,346 @@
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <scpi/scpi.h>
+#include <string>
+#include <vector>
+
+#include "dataorvan.h"
+#include "front_end_bench.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+
+using namespace orvan_test;
+
+namespace {
+
+struct ExpectedRow {
+    std::string pattern;
+    std::string handler; // "bypass" for the forwarded rows
+    int tag;
+};
+
+// clang-format off
+const ExpectedRow kExpected[] = {
+    {":INITiate:CONTinuous[:STATe]",                 "bypass",                         ODT_INIT_RUN},
+    {":INITiate:CONTinuous[:STATe]?",                "bypass",                         ODT_INIT_RUN},
+    {":INITiate:GATE[:STATe]",                       "bypass",                         ODT_NO_TAG},
+    {":INITiate:GATE[:STATe]?",                      "bypass",                         ODT_NO_TAG},
+    {":TRIGger:SOURce?",                             "bypass",                         ODT_TRG_SRC},
+    {":TRIGger:EDGe",                                "bypass",                         ODT_TRG_EDGE},
+    {":TRIGger:EDGe?",                               "bypass",                         ODT_TRG_EDGE},
+    {":TRIGger:ADVance",                             "bypass",                         ODT_TRG_ADV},
+    {":TRIGger:ADVance?",                            "bypass",                         ODT_TRG_ADV},
+    {":TRIGger:COUNt",                               "bypass",                         ODT_TRG_COUNT},
+    {":TRIGger:COUNt?",                              "bypass",                         ODT_TRG_COUNT},
+    {":TRIGger:DELay",                               "bypass",                         ODT_TRG_DELAY},
+    {":TRIGger:DELay?",                              "bypass",                         ODT_TRG_DELAY},
+    {":TRIGger:TIMer:TIME",                          "bypass",                         ODT_TRG_TIMER_TIME},
+    {":TRIGger:TIMer:TIME?",                         "bypass",                         ODT_TRG_TIMER_TIME},
+    {"[:SOURce]:FREQuency",                          "bypass",                         ODT_FREQ},
+    {"[:SOURce]:FREQuency?",                         "bypass",                         ODT_FREQ},
+    {"[:SOURce]:POWer",                              "bypass",                         ODT_PWR},
+    {"[:SOURce]:POWer?",                             "bypass",                         ODT_PWR},
+    {"[:SOURce]:PHASe",                              "bypass",                         ODT_PHASE},
+    {"[:SOURce]:PHASe?",                             "bypass",                         ODT_PHASE},
+    {"[:SOURce]:ROSCillator:SOURce?",                "bypass",                         ODT_REF_OSC_MODE},
+    {"[:SOURce]:ROSCillator:OUTP:FREQuency",         "bypass",                         ODT_REF_OSC_FREQ},
+    {"[:SOURce]:ROSCillator:OUTP:FREQuency?",        "bypass",                         ODT_REF_OSC_FREQ},
+    {"[:SOURce]:LIST[:STATe]",                       "bypass",                         ODT_LIST_STAT},
+    {"[:SOURce]:LIST[:STATe]?",                      "bypass",                         ODT_LIST_STAT},
+    {"[:SOURce]:LIST:STARt",                         "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:STARt?",                        "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:DATA",                          "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:DEFine",                        "bypass",                         ODT_LIST_DEF},
+    {"[:SOURce]:LIST:DEFine?",                       "bypass",                         ODT_LIST_DEF},
+    {"[:SOURce]:LIST:DIRection",                     "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:DIRection?",                    "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:REVerse",                       "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:DELete[:NAME]",                 "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:LIST:DELete:ALL",                    "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:AM[:STATe]",                         "bypass",                         ODT_AM_STAT},
+    {"[:SOURce]:AM[:STATe]?",                        "bypass",                         ODT_AM_STAT},
+    {"[:SOURce]:AM:SOURce?",                         "bypass",                         ODT_AM_SRC},
+    {"[:SOURce]:AM:INTernal:FREQuency",              "bypass",                         ODT_AM_FREQ},
+    {"[:SOURce]:AM:INTernal:FREQuency?",             "bypass",                         ODT_AM_FREQ},
+    {"[:SOURce]:AM:DEPTh",                           "bypass",                         ODT_AM_DEPT},
+    {"[:SOURce]:AM:DEPTh?",                          "bypass",                         ODT_AM_DEPT},
+    {"[:SOURce]:FM[:STATe]",                         "bypass",                         ODT_FM_STAT},
+    {"[:SOURce]:FM[:STATe]?",                        "bypass",                         ODT_FM_STAT},
+    {"[:SOURce]:FM:SOURce?",                         "bypass",                         ODT_FM_SRC},
+    {"[:SOURce]:FM:INTernal:FREQuency",              "bypass",                         ODT_FM_FREQ},
+    {"[:SOURce]:FM:INTernal:FREQuency?",             "bypass",                         ODT_FM_FREQ},
+    {"[:SOURce]:FM:DEViation",                       "bypass",                         ODT_FM_DEV},
+    {"[:SOURce]:FM:DEViation?",                      "bypass",                         ODT_FM_DEV},
+    {"[:SOURce]:PM[:STATe]",                         "bypass",                         ODT_PM_STAT},
+    {"[:SOURce]:PM[:STATe]?",                        "bypass",                         ODT_PM_STAT},
+    {"[:SOURce]:PM:INTernal:FREQuency",              "bypass",                         ODT_PM_FREQ},
+    {"[:SOURce]:PM:INTernal:FREQuency?",             "bypass",                         ODT_PM_FREQ},
+    {"[:SOURce]:PM:DEViation",                       "bypass",                         ODT_PM_DEV},
+    {"[:SOURce]:PM:DEViation?",                      "bypass",                         ODT_PM_DEV},
+    {"[:SOURce]:PULSe[:STATe]",                      "bypass",                         ODT_PULS_STAT},
+    {"[:SOURce]:PULSe[:STATe]?",                     "bypass",                         ODT_PULS_STAT},
+    {"[:SOURce]:PULSe:SOURce",                       "bypass",                         ODT_PULS_SRC},
+    {"[:SOURce]:PULSe:SOURce?",                      "bypass",                         ODT_PULS_SRC},
+    {"[:SOURce]:PULSe:FREQuency",                    "bypass",                         ODT_PULS_FREQ},
+    {"[:SOURce]:PULSe:FREQuency?",                   "bypass",                         ODT_PULS_FREQ},
+    {"[:SOURce]:PULSe:WIDTh",                        "bypass",                         ODT_PULS_WIDTH},
+    {"[:SOURce]:PULSe:WIDTh?",                       "bypass",                         ODT_PULS_WIDTH},
+    {"[:SOURce]:PATTern[:STATe]",                    "bypass",                         ODT_PATT_STAT},
+    {"[:SOURce]:PATTern[:STATe]?",                   "bypass",                         ODT_PATT_STAT},
+    {"[:SOURce]:PATTern:DATA",                       "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:PATTern:DEFine",                     "bypass",                         ODT_PATT_DEF},
+    {"[:SOURce]:PATTern:DEFine?",                    "bypass",                         ODT_PATT_DEF},
+    {"[:SOURce]:PATTern:DELete[:NAME]",              "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:PATTern:DELete:ALL",                 "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:FRSWeep[:STATe]",                    "bypass",                         ODT_FRS_STAT},
+    {"[:SOURce]:FRSWeep[:STATe]?",                   "bypass",                         ODT_FRS_STAT},
+    {"[:SOURce]:FRSWeep:STARt",                      "bypass",                         ODT_FRS_START},
+    {"[:SOURce]:FRSWeep:STARt?",                     "bypass",                         ODT_FRS_START},
+    {"[:SOURce]:FRSWeep:STEPs",                      "bypass",                         ODT_FRS_STEPS},
+    {"[:SOURce]:FRSWeep:STEPs?",                     "bypass",                         ODT_FRS_STEPS},
+    {"[:SOURce]:FRSWeep:STOP",                       "bypass",                         ODT_FRS_STOP},
+    {"[:SOURce]:FRSWeep:STOP?",                      "bypass",                         ODT_FRS_STOP},
+    {"[:SOURce]:FRSWeep:TIME",                       "bypass",                         ODT_FRS_STEP_TIME},
+    {"[:SOURce]:FRSWeep:TIME?",                      "bypass",                         ODT_FRS_STEP_TIME},
+    {"[:SOURce]:FRSWeep:DIRection",                  "bypass",                         ODT_FRS_DIR},
+    {"[:SOURce]:FRSWeep:DIRection?",                 "bypass",                         ODT_FRS_DIR},
+    {"[:SOURce]:PRSWeep[:STATe]",                    "bypass",                         ODT_PRS_STAT},
+    {"[:SOURce]:PRSWeep[:STATe]?",                   "bypass",                         ODT_PRS_STAT},
+    {"[:SOURce]:PRSWeep:STARt",                      "bypass",                         ODT_PRS_START},
+    {"[:SOURce]:PRSWeep:STARt?",                     "bypass",                         ODT_PRS_START},
+    {"[:SOURce]:PRSWeep:STEPs",                      "bypass",                         ODT_PRS_STEPS},
+    {"[:SOURce]:PRSWeep:STEPs?",                     "bypass",                         ODT_PRS_STEPS},
+    {"[:SOURce]:PRSWeep:STOP",                       "bypass",                         ODT_PRS_STOP},
+    {"[:SOURce]:PRSWeep:STOP?",                      "bypass",                         ODT_PRS_STOP},
+    {"[:SOURce]:PRSWeep:TIME",                       "bypass",                         ODT_PRS_STEP_TIME},
+    {"[:SOURce]:PRSWeep:TIME?",                      "bypass",                         ODT_PRS_STEP_TIME},
+    {"[:SOURce]:PRSWeep:DIRection",                  "bypass",                         ODT_PRS_DIR},
+    {"[:SOURce]:PRSWeep:DIRection?",                 "bypass",                         ODT_PRS_DIR},
+    {"[:SOURce]:CORRection:FLATness[:STATe]",        "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness[:STATe]?",       "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:PAIR",           "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:PAIR?",          "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:POINts",         "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:POINts?",        "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:DATA",           "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:PRESet",         "bypass",                         ODT_NO_TAG},
+    {"[:SOURce]:CORRection:FLATness:MODE",           "bypass",                         ODT_NO_TAG},
+    {":SYSTem:CLOCk",                                "bypass",                         ODT_NO_TAG},
+    {":SYSTem:SETup:TARGet",                         "bypass",                         ODT_NO_TAG},
+    {":SYSTem:SETup:TARGet?",                        "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:CATalog:LIST?",                   "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:CATalog:PATTern?",                "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:CATalog:UCORrection?",            "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:STORe:LIST",                      "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:STORe:PATTern",                   "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:STORe:UCORrection",               "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:LOAD:LIST",                       "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:LOAD:PATTern",                    "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:LOAD:UCORrection",                "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:SIZE?",                           "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:DELete:FILE",                     "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:DELete:LIST",                     "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:DELete:PATTern",                  "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:DELete:UCORrection",              "bypass",                         ODT_NO_TAG},
+    {":SYSTem:FILE:DELete:ALL",                      "bypass",                         ODT_NO_TAG},
+    {":SYSTem:EMULator:MODel",                       "bypass",                         ODT_NO_TAG},
+    {":SYSTem:EMULator:MODel?",                      "bypass",                         ODT_NO_TAG},
+    {":SYSTem:TEMPerature?",                         "bypass",                         ODT_TEMP},
+    {":SYSTem:INFormation:CALibration?",             "bypass",                         ODT_CALIB_DATE},
+    {":SYSTem:INFormation:SCPIrevision?",            "bypass",                         ODT_SCPI},
+    {"*CLS",                                         "bypass",                         ODT_NO_TAG},
+    {"*ESE",                                         "bypass",                         ODT_NO_TAG},
+    {"*ESE?",                                        "bypass",                         ODT_NO_TAG},
+    {"*ESR?",                                        "bypass",                         ODT_NO_TAG},
+    {"*IDN?",                                        "SCPI_CoreIdnQ",                  ODT_NO_TAG},
+    {"*OPC?",                                        "bypass",                         ODT_NO_TAG},
+    {"*SRE",                                         "bypass",                         ODT_NO_TAG},
+    {"*SRE?",                                        "bypass",                         ODT_NO_TAG},
+    {"*STB?",                                        "bypass",                         ODT_NO_TAG},
+    {"*WAI",                                         "bypass",                         ODT_NO_TAG},
+    {"*TRG",                                         "bypass",                         ODT_NO_TAG},
+    {":SYSTem:LOG[:STATe]",                          "bypass",                         ODT_NO_TAG},
+    {":SYSTem:ERRor[:NEXT]?",                        "bypass",                         ODT_NO_TAG},
+    {":SYSTem:ERRor:COUNt?",                         "bypass",                         ODT_NO_TAG},
+    {":SYSTem:VERSion?",                             "SCPI_SystemVersionQ",            ODT_NO_TAG},
+    {"[:INTernal]:INFormation:RFRevision?",          "bypass",                         ODT_NO_TAG},
+    {"[:INTernal]:INFormation:DIGital?",             "bypass",                         ODT_NO_TAG},
+    {":STATus:QUEStionable[:EVENt]?",                "SCPI_StatusQuestionableEventQ",  ODT_NO_TAG},
+    {":STATus:QUEStionable:ENABle",                  "SCPI_StatusQuestionableEnable",  ODT_NO_TAG},
+    {":STATus:QUEStionable:ENABle?",                 "SCPI_StatusQuestionableEnableQ", ODT_NO_TAG},
+    {":STATus:OPERation[:EVENt]?",                   "SCPI_StatusOperationEventQ",     ODT_NO_TAG},
+    {":STATus:OPERation:CONDition?",                 "SCPI_StatusOperationConditionQ", ODT_NO_TAG},
+    {":STATus:OPERation:ENABle",                     "SCPI_StatusOperationEnable",     ODT_NO_TAG},
+    {":STATus:OPERation:ENABle?",                    "SCPI_StatusOperationEnableQ",    ODT_NO_TAG},
+    {":STATus:PRESet",                               "SCPI_StatusPreset",              ODT_NO_TAG},
+};
+// clang-format on
+
+scpi_command_callback_t handler_called(const std::string& name)
+{
+    static const std::map<std::string, scpi_command_callback_t> handlers = {
+        {"bypass", OrvanX_cmdBypass},
+        {"SCPI_CoreIdnQ", SCPI_CoreIdnQ},
+        {"SCPI_SystemVersionQ", SCPI_SystemVersionQ},
+        {"SCPI_StatusQuestionableEventQ", SCPI_StatusQuestionableEventQ},
+        {"SCPI_StatusQuestionableEnable", SCPI_StatusQuestionableEnable},
+        {"SCPI_StatusQuestionableEnableQ", SCPI_StatusQuestionableEnableQ},
+        {"SCPI_StatusOperationEventQ", SCPI_StatusOperationEventQ},
+        {"SCPI_StatusOperationConditionQ", SCPI_StatusOperationConditionQ},
+        {"SCPI_StatusOperationEnable", SCPI_StatusOperationEnable},
+        {"SCPI_StatusOperationEnableQ", SCPI_StatusOperationEnableQ},
+        {"SCPI_StatusPreset", SCPI_StatusPreset},
+    };
+    return handlers.at(name);
+}
+
+std::vector<const scpi_command_t*> rows()
+{
+    std::vector<const scpi_command_t*> all;
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
+        all.push_back(row);
+    return all;
+}
+
+size_t rows_with(scpi_command_callback_t callback)
+{
+    size_t count = 0;
+    for (const scpi_command_t* row : rows())
+        count += row->callback == callback ? 1 : 0;
+    return count;
+}
+
+const scpi_command_t* row_of(const std::string& header)
+{
+    for (const scpi_command_t* row : rows())
+        if (SCPI_Match(row->pattern, header.data(), header.size()))
+            return row;
+    return nullptr;
+}
+
+TEST(CommandTable, HoldsEveryForwardedAndLibraryRow)
+{
+    EXPECT_EQ(rows_with(OrvanX_cmdBypass), 142u);
+    EXPECT_EQ(rows().size() - rows_with(OrvanX_cmdBypass), 10u);
+}
+
+TEST(CommandTable, RowsStandInTheirOrderWithTheirHandlersAndTags)
+{
+    const auto all = rows();
+    ASSERT_EQ(all.size(), std::size(kExpected));
+    for (size_t i = 0; i < all.size(); ++i) {
+        EXPECT_EQ(all[i]->pattern, kExpected[i].pattern) << i;
+        EXPECT_EQ(all[i]->callback, handler_called(kExpected[i].handler)) << all[i]->pattern;
+        EXPECT_EQ(all[i]->tag, kExpected[i].tag) << all[i]->pattern;
+    }
+}
+
+TEST(CommandTable, SetRowStandsRightAheadOfItsQueryRowWithTheSameTag)
+{
+    const auto all = rows();
+    std::map<std::string, size_t> place;
+    for (size_t i = 0; i < all.size(); ++i)
+        EXPECT_TRUE(place.emplace(all[i]->pattern, i).second) << all[i]->pattern << " stands twice";
+    size_t pairs = 0;
+    for (const auto& [pattern, index] : place) {
+        const auto query = place.find(pattern + "?");
+        if (query == place.end())
+            continue;
+        EXPECT_EQ(query->second, index + 1) << pattern;
+        EXPECT_EQ(all[query->second]->tag, all[index]->tag) << pattern;
+        ++pairs;
+    }
+    EXPECT_EQ(pairs, 51u);
+}
+
+TEST(CommandTable, NoHeaderMatchesTwoRows)
+{
+    for (const scpi_command_t* row : rows()) {
+        std::string header; // the long form, every optional node written
+        for (const char* p = row->pattern; *p != '\0'; ++p)
+            if (*p != '[' && *p != ']')
+                header += *p;
+        EXPECT_EQ(row_of(header), row) << header;
+        size_t matches = 0;
+        for (const scpi_command_t* other : rows())
+            matches += SCPI_Match(other->pattern, header.data(), header.size()) ? 1 : 0;
+        EXPECT_EQ(matches, 1u) << header;
+    }
+}
+
+TEST(CommandTable, OptionalFirstNodeMayBeLeftOut)
+{
+    EXPECT_EQ(row_of(":FREQ"), row_of(":SOUR:FREQ"));
+    EXPECT_EQ(row_of(":FREQ"), row_of(":source:frequency"));
+    EXPECT_EQ(row_of(":INT:INF:RFR?"), row_of(":INF:RFR?"));
+    EXPECT_NE(row_of(":FREQ"), nullptr);
+    EXPECT_NE(row_of(":INF:RFR?"), nullptr);
+}
+
+TEST(CommandTable, EndsWithANullPattern)
+{
+    const scpi_command_t& end = scpi_commands[rows().size()];
+    EXPECT_EQ(end.pattern, nullptr);
+    EXPECT_EQ(end.callback, nullptr);
+}
+
+TEST(CommandTable, TriggerSourcesOfTheInstrumentsOwnSoftware)
+{
+    EXPECT_STREQ(trigger_source[0].name, "BUS");
+    EXPECT_EQ(trigger_source[0].tag, 5);
+    EXPECT_STREQ(trigger_source[1].name, "IMMediate");
+    EXPECT_EQ(trigger_source[1].tag, 6);
+    EXPECT_STREQ(trigger_source[2].name, "EXTernal");
+    EXPECT_EQ(trigger_source[2].tag, 7);
+    EXPECT_EQ(trigger_source[3].name, nullptr);
+    EXPECT_EQ(trigger_source[3].tag, -1);
+}
+
+class Language : public FrontEndBench {};
+
+TEST_F(Language, AQueryWithoutARowIsAnUndefinedHeader)
+{
+    EXPECT_EQ(ask(":LIST:DATA?"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    EXPECT_EQ(ask(":SYST:LOG?"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    EXPECT_EQ(module.connections(), 0u);
+}
+
+TEST_F(Language, StatusRegistersAreTheControllersOwn)
+{
+    EXPECT_EQ(ask(":STAT:QUES:ENAB 5"), "+OK\r\n");
+    EXPECT_EQ(ask(":STAT:OPER:ENAB 6"), "+OK\r\n");
+    EXPECT_EQ(ask(":STAT:QUES:ENAB?;:STAT:OPER:ENAB?;:STAT:QUES?;:STAT:OPER?;:STAT:OPER:COND?"),
+              "5;6;0;0;0;+OK\r\n");
+    EXPECT_EQ(ask(":STAT:PRES"), "+OK\r\n");
+    EXPECT_EQ(ask(":STAT:QUES:ENAB?;:STAT:OPER:ENAB?"), "0;0;+OK\r\n");
+    EXPECT_EQ(module.connections(), 0u);
+}
+
+TEST_F(Language, EventRegistersAndErrorsAreTheModules)
+{
+    for (const char* line : {"*CLS", "*ESE 1", "*ESE?", "*ESR?", "*OPC?", "*SRE 1", "*SRE?", "*STB?", "*WAI",
+                             "*TRG", ":SYST:ERR?", ":SYST:ERR:COUN?"}) {
+        const size_t before = module.connections();
+        ask(line);
+        EXPECT_EQ(module.connections(), before + 1) << line;
+    }
+}
+
+TEST_F(Language, EveryForwardedRowReachesTheModule)
+{
+    size_t asked = 0;
+    for (const scpi_command_t* row : rows()) {
+        if (row->callback != OrvanX_cmdBypass)
+            continue;
+        std::string header;
+        for (const char* p = row->pattern; *p != '\0'; ++p)
+            if (*p != '[' && *p != ']')
+                header += *p;
+        EXPECT_EQ(ask(header), "+OK\r\n");
+        ASSERT_TRUE(module.wait_finished(++asked));
+        EXPECT_EQ(module.requests().back(), header + ";\r\n");
+    }
+}
+
+} // namespace

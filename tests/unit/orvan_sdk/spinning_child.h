@@ -1,0 +1,20 @@
+/**
+ * Tells a call that never returns, and burns processor time meanwhile, from one that returns.
+ */
+#ifndef ORVAN_TESTS_SPINNING_CHILD_H
+#define ORVAN_TESTS_SPINNING_CHILD_H
+
+#include <functional>
+
+namespace orvan_test {
+
+/**
+ * Runs the call in a child process. @return true when the child is still at it after it has used 200 ms of
+ * processor time, and is killed; false when it came back. Throws when neither happens within 20 seconds, or
+ * when the child dies of something else.
+ */
+bool spins(const std::function<void()>& call);
+
+} // namespace orvan_test
+
+#endif
