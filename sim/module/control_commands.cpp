@@ -1,0 +1,180 @@
+#include "control_commands.h"
+
+#include "parameters.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <optional>
+#include <system_error>
+
+namespace sim_module {
+
+namespace {
+
+constexpr double kLowestTemperature = -273.15;
+constexpr double kHighestTemperature = 1000;
+
+template <typename Number>
+std::optional<Number> parse(std::string_view text)
+{
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::string_view next_word(std::string_view& text)
+{
+    static constexpr std::string_view kBlanks = " \t\r";
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
+    text.remove_prefix(word.size());
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return word;
+}
+
+std::string quote(std::string_view printable)
+{
+    std::string text = "\"";
+    for (const char c : printable) {
+        if (c == '"' || c == '\\') {
+            text += '\\';
+        }
+        text += c;
+    }
+    return text + '"';
+}
+
+std::string ok(std::uint64_t value)
+{
+    return "ok " + std::to_string(value) + "\n";
+}
+
+std::string error(std::string_view text)
+{
+    return "error " + std::string(text) + "\n";
+}
+
+const std::string kOk = "ok\n";
+
+} // namespace
+
+std::string ControlCommands::execute(std::string_view line)
+{
+    const std::string_view command = next_word(line);
+    const std::string_view argument = next_word(line);
+    if (!line.empty()) {
+        return error("too many arguments");
+    }
+    if (const auto mode = fault_by_name(command)) {
+        return set_fault(*mode, argument);
+    }
+    if (command == "temp") {
+        return set_temperature(argument);
+    }
+    if (command == "log") {
+        return list_requests(argument);
+    }
+    if (!argument.empty()) {
+        return error("unknown command or too many arguments");
+    }
+    if (command == "status") {
+        return status();
+    }
+    if (command == "requests") {
+        return ok(m_log.count());
+    }
+    if (command == "clear") {
+        m_log.clear();
+        return kOk;
+    }
+    return error("unknown command");
+}
+
+std::string ControlCommands::set_fault(FaultMode mode, std::string_view argument)
+{
+    const bool timed = mode == FaultMode::kSlow || mode == FaultMode::kSplit;
+    std::chrono::milliseconds delay{0};
+    if (timed) {
+        delay = mode == FaultMode::kSlow ? Faults::kDefaultSlow : Faults::kDefaultGap;
+    }
+    if (!argument.empty()) {
+        const auto number = parse<std::int64_t>(argument);
+        if (!timed || !number || *number < 0 || *number > Faults::kMaxDelay.count()) {
+            return error(timed ? "milliseconds expected, 0 to 600000" : "no argument expected");
+        }
+        delay = std::chrono::milliseconds(*number);
+    }
+    const FaultMode old_mode = m_faults.mode();
+    const std::chrono::milliseconds old_delay = m_faults.delay();
+    m_faults.set(mode, delay);
+    try {
+        m_server.apply_faults();
+    } catch (const std::system_error& failure) {
+        // Somebody took the port while it was closed.
+        m_faults.set(old_mode, old_delay);
+        return error(failure.what());
+    }
+    return kOk;
+}
+
+std::string ControlCommands::set_temperature(std::string_view argument)
+{
+    if (argument == "auto") {
+        m_instrument.temperature().release();
+        return kOk;
+    }
+    const auto celsius = parse<double>(argument);
+    // Written so that a value that is not a number is refused too.
+    if (!celsius || !(*celsius >= kLowestTemperature && *celsius <= kHighestTemperature)) {
+        return error("degrees Celsius or \"auto\" expected");
+    }
+    m_instrument.temperature().hold(*celsius);
+    return kOk;
+}
+
+std::string ControlCommands::list_requests(std::string_view argument) const
+{
+    std::size_t count = m_log.size();
+    if (!argument.empty()) {
+        const auto wanted = parse<std::size_t>(argument);
+        if (!wanted) {
+            return error("number of requests expected");
+        }
+        count = std::min(count, *wanted);
+    }
+    std::string reply = ok(count);
+    for (std::size_t i = m_log.size() - count; i < m_log.size(); ++i) {
+        reply += m_log.line(i);
+        reply += '\n';
+    }
+    return reply;
+}
+
+std::string ControlCommands::status() const
+{
+    std::string text = "{";
+    const auto add = [&text](std::string_view name, const std::string& value) {
+        text += text.size() == 1 ? "" : ",";
+        text += quote(name) + ":" + value;
+    };
+    add("channel", std::to_string(m_channel));
+    add("model", quote(m_instrument.identity().model));
+    add("address", quote(m_server.address()));
+    add("port", std::to_string(m_server.port()));
+    add("mode", quote(fault_name(m_faults.mode())));
+    add("delay_ms", std::to_string(m_faults.delay().count()));
+    add("connections", std::to_string(m_server.connections()));
+    add("requests", std::to_string(m_log.count()));
+    add("last_request", quote(m_log.last_line()));
+    add("temperature", quantity_text(m_instrument.temperature().read()));
+    add("triggers", std::to_string(m_instrument.triggers()));
+    add("clock", quote(m_instrument.clock()));
+    return text + "}\n";
+}
+
+} // namespace sim_module

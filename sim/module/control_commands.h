@@ -1,0 +1,50 @@
+/**
+ * What a test or a launcher asks of a running module, one command a line.
+ *
+ *   up | silent | refuse | close | long     fault mode ("drop" and "drop-connection" are "close")
+ *   slow [MS]                               each reply MS milliseconds late, 1000 without a number
+ *   split [MS]                              each reply in two pieces, MS milliseconds apart, 50 without
+ *   temp C | temp auto                      temperature in degrees Celsius; auto: the drift of its own
+ *   status                                  one line of JSON
+ *   requests                                number of requests since the start or `clear`
+ *   log [N]                                 the last requests, all that are kept or N of them
+ *   clear                                   forgets the requests
+ *
+ * Replies: "ok", "ok <value>", "error <text>"; `log` gives "ok <n>" and n lines behind it, oldest first.
+ */
+#pragma once
+
+#include "faults.h"
+#include "instrument.h"
+#include "request_log.h"
+#include "scpi_server.h"
+
+#include <string>
+#include <string_view>
+
+namespace sim_module {
+
+class ControlCommands {
+public:
+    ControlCommands(int channel, Instrument& instrument, Faults& faults, RequestLog& log, ScpiServer& server)
+        : m_channel(channel), m_instrument(instrument), m_faults(faults), m_log(log), m_server(server)
+    {
+    }
+
+    /** Executes one line, given without its line end. Each line of the reply ends in LF. */
+    std::string execute(std::string_view line);
+
+private:
+    std::string set_fault(FaultMode mode, std::string_view argument);
+    std::string set_temperature(std::string_view argument);
+    std::string list_requests(std::string_view argument) const;
+    std::string status() const;
+
+    int m_channel;
+    Instrument& m_instrument;
+    Faults& m_faults;
+    RequestLog& m_log;
+    ScpiServer& m_server;
+};
+
+} // namespace sim_module

@@ -1,0 +1,122 @@
+#include "data_store.h"
+
+#include <algorithm>
+
+namespace sim_module {
+
+namespace {
+
+enum ScpiError : int {
+    kNoError = 0,
+    kIllegalParameterValue = -224,
+    kOutOfMemory = -225,
+    kMediaFull = -254,
+    kFileNameNotFound = -256,
+    kFileNameError = -257,
+};
+
+} // namespace
+
+void DataStore::reset()
+{
+    m_memory = {};
+}
+
+int DataStore::define(TableKind kind, const std::string& name)
+{
+    Memory& tables = memory(kind);
+    if (!tables.tables.contains(name) && tables.tables.size() >= kMaxTables) {
+        return kOutOfMemory;
+    }
+    tables.tables.try_emplace(name);
+    tables.selected = name;
+    return kNoError;
+}
+
+DataStore::Table& DataStore::table(TableKind kind)
+{
+    Memory& tables = memory(kind);
+    return tables.tables[tables.selected];
+}
+
+std::size_t DataStore::rows(TableKind kind)
+{
+    return table(kind).size() / table_shape(kind).columns.size();
+}
+
+int DataStore::erase(TableKind kind, const std::string& name)
+{
+    Memory& tables = memory(kind);
+    if (tables.tables.erase(name) == 0) {
+        return kIllegalParameterValue;
+    }
+    if (tables.selected == name) {
+        tables.selected.clear();
+    }
+    return kNoError;
+}
+
+int DataStore::store(TableKind kind, const std::string& name)
+{
+    if (name.empty()) {
+        return kFileNameError;
+    }
+    const auto files_of_kind = static_cast<std::size_t>(std::count_if(
+        m_files.begin(), m_files.end(), [kind](const auto& file) { return file.first.first == kind; }));
+    if (!m_files.contains({kind, name}) && files_of_kind >= kMaxTables) {
+        return kMediaFull;
+    }
+    m_files[{kind, name}] = table(kind);
+    return kNoError;
+}
+
+int DataStore::load(TableKind kind, const std::string& name)
+{
+    const auto file = m_files.find({kind, name});
+    if (file == m_files.end()) {
+        return kFileNameNotFound;
+    }
+    if (kind != TableKind::kUserCorrection) {
+        if (const int error = define(kind, name); error != kNoError) {
+            return error;
+        }
+    }
+    table(kind) = file->second;
+    return kNoError;
+}
+
+int DataStore::remove_file(TableKind kind, const std::string& name)
+{
+    return m_files.erase({kind, name}) == 0 ? kFileNameNotFound : kNoError;
+}
+
+int DataStore::remove_files(const std::string& name)
+{
+    const std::size_t removed =
+        std::erase_if(m_files, [&name](const auto& file) { return file.first.second == name; });
+    return removed == 0 ? kFileNameNotFound : kNoError;
+}
+
+std::vector<std::string> DataStore::catalog(TableKind kind) const
+{
+    std::vector<std::string> names;
+    for (const auto& [key, data] : m_files) {
+        if (key.first == kind) {
+            names.push_back(key.second);
+        }
+    }
+    return names;
+}
+
+int DataStore::size(const std::string& name, std::size_t& bytes) const
+{
+    for (const TableKind kind : kTableKinds) {
+        if (const auto file = m_files.find({kind, name}); file != m_files.end()) {
+            bytes = file->second.size() * sizeof(double);
+            return kNoError;
+        }
+    }
+    return kFileNameNotFound;
+}
+
+} // namespace sim_module

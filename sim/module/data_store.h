@@ -1,0 +1,81 @@
+/**
+ * Lists, patterns and the user correction: what the module works with, and the files it keeps of them.
+ *
+ * Results are 0 or the number of the SCPI error that refuses the operation (SCPI-99 21.8).
+ */
+#pragma once
+
+#include "data_tables.h"
+
+#include <array>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace sim_module {
+
+class DataStore {
+public:
+    /** Rows one behind the other, each with the columns of its shape. */
+    using Table = std::vector<double>;
+
+    /** Named tables of a kind in memory, and files of a kind: what a catalog can name in one reply. */
+    static constexpr std::size_t kMaxTables = 50;
+
+    /** Longest name in characters. */
+    static constexpr std::size_t kMaxName = 31;
+
+    /** Forgets everything in memory. The files stay. */
+    void reset();
+
+    // In memory. The table without a name is always there and is the selected one at first.
+
+    /** Selects the table, an empty one if the name is new. -225 past kMaxTables. */
+    int define(TableKind kind, const std::string& name);
+    const std::string& selected(TableKind kind) const { return memory(kind).selected; }
+    Table& table(TableKind kind);
+    std::size_t rows(TableKind kind);
+
+    /** Removes a table; if it was the selected one, the one without a name is. -224 for no such table. */
+    int erase(TableKind kind, const std::string& name);
+    void erase_all(TableKind kind) { memory(kind) = {}; }
+
+    // Files.
+
+    /** Writes the selected table to the file. -254 past kMaxTables, -257 for an empty name. */
+    int store(TableKind kind, const std::string& name);
+
+    /** Reads the file into the table of that name and selects it; a user correction has one table only
+     *  and no name. -256 for no such file, -225 as `define`. */
+    int load(TableKind kind, const std::string& name);
+
+    /** -256 for no such file. */
+    int remove_file(TableKind kind, const std::string& name);
+
+    /** Removes the files of that name, of whatever kind. -256 when there is none. */
+    int remove_files(const std::string& name);
+    void remove_all_files() { m_files.clear(); }
+
+    /** Names of the files of a kind in the order of the alphabet. */
+    std::vector<std::string> catalog(TableKind kind) const;
+
+    /** Bytes of the file of that name, a list ahead of a pattern ahead of a user correction. -256. */
+    int size(const std::string& name, std::size_t& bytes) const;
+
+private:
+    struct Memory {
+        std::map<std::string, Table> tables;
+        std::string selected;
+    };
+
+    Memory& memory(TableKind kind) { return m_memory[static_cast<std::size_t>(kind)]; }
+    const Memory& memory(TableKind kind) const { return m_memory[static_cast<std::size_t>(kind)]; }
+
+    std::array<Memory, kTableKinds.size()> m_memory;
+    std::map<std::pair<TableKind, std::string>, Table> m_files;
+};
+
+} // namespace sim_module

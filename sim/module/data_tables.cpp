@@ -1,0 +1,38 @@
+#include "data_tables.h"
+
+namespace sim_module {
+
+namespace {
+
+// clang-format off
+constexpr Range kListColumns[] = {
+    {SCPI_UNIT_HERTZ,   8e3,    kModelMaximum}, // frequency
+    {SCPI_UNIT_DBM,     -90,    20},            // power
+    {SCPI_UNIT_SECOND,  100e-6, 1000},          // dwell time
+};
+
+constexpr Range kPatternColumns[] = {
+    {SCPI_UNIT_SECOND,  100e-9, 10},            // on
+    {SCPI_UNIT_SECOND,  100e-9, 10},            // off
+};
+
+constexpr Range kUserCorrectionColumns[] = {
+    {SCPI_UNIT_HERTZ,   8e3,    kModelMaximum}, // frequency
+    {SCPI_UNIT_DECIBEL, -40,    40},            // correction
+};
+// clang-format on
+
+constexpr TableShape kShapes[] = {
+    {kListColumns, kMaxListRows},
+    {kPatternColumns, 2048},
+    {kUserCorrectionColumns, 1601},
+};
+
+} // namespace
+
+const TableShape& table_shape(TableKind kind)
+{
+    return kShapes[static_cast<std::size_t>(kind)];
+}
+
+} // namespace sim_module

@@ -1,0 +1,71 @@
+/**
+ * The one loop that everything in a module runs on: descriptors, timers, and the request to stop.
+ *
+ * All calls but `stop` belong to the loop's own thread, so nothing that runs on it needs a lock.
+ */
+#pragma once
+
+#include "unique_fd.h"
+
+#include <poll.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace sim_module {
+
+/** What a watched descriptor calls. It may watch, unwatch and destroy anything, itself included. */
+class EventSink {
+public:
+    virtual ~EventSink() = default;
+
+    /** `revents` as poll(2) gives them. */
+    virtual void on_ready(short revents) = 0;
+};
+
+class EventLoop {
+public:
+    using Clock = std::chrono::steady_clock;
+    using TimerId = std::uint64_t;
+
+    EventLoop();
+
+    /** Calls the sink whenever one of `events` (POLLIN, POLLOUT) holds. One watch for a descriptor. */
+    void watch(int fd, short events, EventSink& sink);
+
+    /** Replaces the events of a watched descriptor; with 0 only hang-up and error are reported. */
+    void change(int fd, short events);
+
+    /** Has to come ahead of the descriptor's close. Nothing is called for the descriptor behind it. */
+    void unwatch(int fd);
+
+    /** Calls the action once, `delay` from now. */
+    TimerId after(std::chrono::milliseconds delay, std::function<void()> action);
+
+    /** Forgets a timer; one that has fired, or was never there, is ignored. */
+    void cancel(TimerId id);
+
+    /** Works until `stop`; a stop that came ahead of it ends it at once. */
+    void run();
+
+    /** Ends `run`. From any thread and from a signal handler. */
+    void stop() noexcept;
+
+private:
+    int wait_time() const;
+    void fire_timers();
+    void dispatch();
+
+    UniqueFd m_stop;
+    bool m_stopped = false;
+    std::vector<pollfd> m_polls;     // first entry: m_stop; a removed entry has fd -1 until dispatch ends
+    std::vector<EventSink*> m_sinks; // parallel to m_polls
+    std::map<std::pair<Clock::time_point, TimerId>, std::function<void()>> m_timers;
+    TimerId m_last_timer = 0;
+};
+
+} // namespace sim_module

@@ -1,0 +1,93 @@
+#include "faults.h"
+
+#include <array>
+#include <utility>
+
+namespace sim_module {
+
+namespace {
+
+struct FaultName {
+    std::string_view name;
+    FaultMode mode;
+};
+
+// The first name of a mode is the one it is reported by.
+constexpr std::array kFaultNames = {
+    FaultName{"up", FaultMode::kUp},         FaultName{"silent", FaultMode::kSilent},
+    FaultName{"refuse", FaultMode::kRefuse}, FaultName{"close", FaultMode::kClose},
+    FaultName{"drop", FaultMode::kClose},    FaultName{"drop-connection", FaultMode::kClose},
+    FaultName{"slow", FaultMode::kSlow},     FaultName{"split", FaultMode::kSplit},
+    FaultName{"long", FaultMode::kLong},
+};
+
+// Filler goes ahead of the reply's end, so that the reply still ends as one.
+std::string lengthen(std::string reply)
+{
+    static constexpr std::string_view kEnd = "+OK\r\n";
+    const std::size_t end = reply.ends_with(kEnd) ? reply.size() - kEnd.size() : reply.size();
+    if (reply.size() + 1 < Faults::kLongReply) {
+        const std::size_t filler = Faults::kLongReply - reply.size() - 1;
+        reply.insert(end, std::string(filler, 'x') + ";");
+    }
+    return reply;
+}
+
+} // namespace
+
+void Faults::set(FaultMode mode, std::chrono::milliseconds delay)
+{
+    m_mode = mode;
+    m_delay = delay;
+}
+
+std::vector<ReplyPiece> Faults::shape(std::string reply) const
+{
+    using namespace std::chrono_literals;
+    std::vector<ReplyPiece> pieces;
+    switch (m_mode) {
+    case FaultMode::kSlow:
+        pieces.push_back({m_delay, std::move(reply)});
+        break;
+    case FaultMode::kSplit: {
+        std::string tail = reply.substr(reply.size() / 2);
+        reply.resize(reply.size() / 2);
+        pieces.push_back({0ms, std::move(reply)});
+        pieces.push_back({m_delay, std::move(tail)});
+        break;
+    }
+    case FaultMode::kLong:
+        pieces.push_back({0ms, lengthen(std::move(reply))});
+        break;
+    case FaultMode::kUp:
+    case FaultMode::kRefuse: // of a connection that was open before
+        pieces.push_back({0ms, std::move(reply)});
+        break;
+    case FaultMode::kSilent:
+    case FaultMode::kClose:
+        break;
+    }
+    return pieces;
+}
+
+std::string_view fault_name(FaultMode mode)
+{
+    for (const FaultName& row : kFaultNames) {
+        if (row.mode == mode) {
+            return row.name;
+        }
+    }
+    return "";
+}
+
+std::optional<FaultMode> fault_by_name(std::string_view name)
+{
+    for (const FaultName& row : kFaultNames) {
+        if (row.name == name) {
+            return row.mode;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace sim_module

@@ -1,0 +1,75 @@
+#include "handlers.h"
+
+#include "table_parameters.h"
+
+#include "scpi/scpi.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace sim_module {
+
+scpi_result_t catalog_files(scpi_t* context)
+{
+    const auto names = instrument_of(context).store().catalog(table_kind(context));
+    for (const std::string& name : names) {
+        SCPI_ResultText(context, name.c_str());
+    }
+    if (names.empty()) {
+        SCPI_ResultText(context, "");
+    }
+    return SCPI_RES_OK;
+}
+
+scpi_result_t store_file(scpi_t* context)
+{
+    return with_name(context, [](DataStore& store, TableKind kind, const std::string& name) {
+        return store.store(kind, name);
+    });
+}
+
+scpi_result_t load_file(scpi_t* context)
+{
+    return with_name(context, [](DataStore& store, TableKind kind, const std::string& name) {
+        return store.load(kind, name);
+    });
+}
+
+scpi_result_t delete_file(scpi_t* context)
+{
+    return with_name(context, [](DataStore& store, TableKind kind, const std::string& name) {
+        return store.remove_file(kind, name);
+    });
+}
+
+scpi_result_t delete_file_of_any_kind(scpi_t* context)
+{
+    return with_name(context, [](DataStore& store, TableKind, const std::string& name) {
+        return store.remove_files(name);
+    });
+}
+
+scpi_result_t delete_all_files(scpi_t* context)
+{
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    instrument_of(context).store().remove_all_files();
+    return SCPI_RES_OK;
+}
+
+scpi_result_t query_file_size(scpi_t* context)
+{
+    std::size_t bytes = 0;
+    const scpi_result_t result =
+        with_name(context, [&bytes](DataStore& store, TableKind, const std::string& name) {
+            return store.size(name, bytes);
+        });
+    if (result == SCPI_RES_OK) {
+        SCPI_ResultUInt64(context, static_cast<std::uint64_t>(bytes));
+    }
+    return result;
+}
+
+} // namespace sim_module

@@ -1,0 +1,124 @@
+#include "handlers.h"
+
+#include "table_parameters.h"
+
+#include "scpi/scpi.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+
+namespace sim_module {
+
+namespace {
+
+constexpr TableKind kKind = TableKind::kUserCorrection;
+
+DataStore::Table& pairs_of(scpi_t* context)
+{
+    return instrument_of(context).store().table(kKind);
+}
+
+/** In the order of their frequency, the later of two with the same frequency. */
+DataStore::Table in_order(const DataStore::Table& pairs)
+{
+    std::map<double, double> by_frequency;
+    for (std::size_t i = 0; i < pairs.size(); i += 2) {
+        by_frequency[pairs[i]] = pairs[i + 1];
+    }
+    DataStore::Table sorted;
+    sorted.reserve(2 * by_frequency.size());
+    for (const auto& [frequency, correction] : by_frequency) {
+        sorted.push_back(frequency);
+        sorted.push_back(correction);
+    }
+    return sorted;
+}
+
+} // namespace
+
+scpi_result_t set_flatness_pair(scpi_t* context)
+{
+    const TableShape& shape = table_shape(kKind);
+    const Settings& settings = instrument_of(context).settings();
+    DataStore::Table pairs = pairs_of(context);
+    for (const Range& column : shape.columns) {
+        const Range range = settings.resolve(column);
+        double value;
+        if (!read_quantity(context, range, range.minimum, value)) {
+            return SCPI_RES_ERR;
+        }
+        pairs.push_back(value);
+    }
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    pairs = in_order(pairs);
+    if (pairs.size() > 2 * shape.max_rows) {
+        return finish(context, -223);
+    }
+    pairs_of(context) = std::move(pairs);
+    return SCPI_RES_OK;
+}
+
+scpi_result_t query_flatness_pair(scpi_t* context)
+{
+    const DataStore::Table& pairs = pairs_of(context);
+    std::uint32_t number = static_cast<std::uint32_t>(pairs.size() / 2);
+    if (!SCPI_ParamUInt32(context, &number, false)) {
+        if (SCPI_ParamErrorOccurred(context)) {
+            return SCPI_RES_ERR;
+        }
+        number = static_cast<std::uint32_t>(pairs.size() / 2);
+    }
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    if (number < 1 || number > pairs.size() / 2) {
+        return finish(context, -222);
+    }
+    result_quantity(context, pairs[2 * (number - 1)]);
+    result_quantity(context, pairs[2 * (number - 1) + 1]);
+    return SCPI_RES_OK;
+}
+
+scpi_result_t set_flatness_points(scpi_t* context)
+{
+    std::uint32_t count = 0;
+    if (!SCPI_ParamUInt32(context, &count, true) || !end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    DataStore::Table& pairs = pairs_of(context);
+    if (count > pairs.size() / 2) {
+        return finish(context, -222);
+    }
+    pairs.resize(2 * count);
+    return SCPI_RES_OK;
+}
+
+scpi_result_t query_flatness_points(scpi_t* context)
+{
+    SCPI_ResultUInt64(context, instrument_of(context).store().rows(kKind));
+    return SCPI_RES_OK;
+}
+
+scpi_result_t set_flatness_data(scpi_t* context)
+{
+    DataStore::Table pairs;
+    if (!read_rows(context, kKind, pairs)) {
+        return SCPI_RES_ERR;
+    }
+    pairs_of(context) = in_order(pairs);
+    return SCPI_RES_OK;
+}
+
+scpi_result_t preset_flatness(scpi_t* context)
+{
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    pairs_of(context).clear();
+    return SCPI_RES_OK;
+}
+
+} // namespace sim_module

@@ -1,0 +1,61 @@
+/**
+ * The handlers of the command table. Each takes the parser's context and gives SCPI_RES_OK or SCPI_RES_ERR;
+ * an error is in the queue when it gives the latter. A refused command changes nothing.
+ */
+#pragma once
+
+#include "scpi/types.h"
+
+namespace sim_module {
+
+// Tag: row of the settings table.
+
+scpi_result_t set_setting(scpi_t* context);
+
+/** A quantity takes MINimum, MAXimum or DEFault, and then tells that value in place of the present one. */
+scpi_result_t query_setting(scpi_t* context);
+
+// Tag: a TableKind.
+
+scpi_result_t define_table(scpi_t* context); ///< "name"
+scpi_result_t query_defined_table(scpi_t* context);
+scpi_result_t set_table_data(scpi_t* context); ///< all rows of the selected table, value by value
+scpi_result_t delete_table(scpi_t* context);   ///< "name"
+scpi_result_t delete_all_tables(scpi_t* context);
+scpi_result_t reverse_list(scpi_t* context);
+
+scpi_result_t catalog_files(scpi_t* context); ///< the names, or one empty string
+scpi_result_t store_file(scpi_t* context);    ///< "name"
+scpi_result_t load_file(scpi_t* context);     ///< "name"
+scpi_result_t delete_file(scpi_t* context);   ///< "name"
+
+// Without a tag.
+
+scpi_result_t delete_file_of_any_kind(scpi_t* context); ///< "name"
+scpi_result_t delete_all_files(scpi_t* context);
+scpi_result_t query_file_size(scpi_t* context); ///< "name"
+
+scpi_result_t set_flatness_pair(scpi_t* context);   ///< frequency, correction; replaces that frequency's
+scpi_result_t query_flatness_pair(scpi_t* context); ///< number of the pair from 1, the last without one
+scpi_result_t set_flatness_points(scpi_t* context); ///< keeps that many pairs, the lowest frequencies
+scpi_result_t query_flatness_points(scpi_t* context);
+scpi_result_t set_flatness_data(scpi_t* context); ///< all pairs: frequency, correction, frequency, ...
+scpi_result_t preset_flatness(scpi_t* context);   ///< removes all pairs
+
+scpi_result_t set_clock(scpi_t* context); ///< year, month, day, hour, minute, second
+scpi_result_t query_temperature(scpi_t* context);
+scpi_result_t trigger(scpi_t* context); ///< -211 unless the trigger source is BUS
+scpi_result_t self_test(scpi_t* context);
+
+// The texts of the identity.
+
+scpi_result_t query_calibration_date(scpi_t* context);
+scpi_result_t query_model(scpi_t* context);
+scpi_result_t query_serial(scpi_t* context);
+scpi_result_t query_hardware(scpi_t* context);
+scpi_result_t query_fpga(scpi_t* context);
+scpi_result_t query_firmware(scpi_t* context);
+scpi_result_t query_rf_revision(scpi_t* context);
+scpi_result_t query_digital_revision(scpi_t* context);
+
+} // namespace sim_module

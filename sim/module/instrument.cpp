@@ -1,0 +1,121 @@
+#include "instrument.h"
+
+#include "command_table.h"
+
+#include "scpi/scpi.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+namespace sim_module {
+
+namespace {
+
+constexpr std::string_view kEnd = "+OK\r\n";
+
+double frequency_of(const Identity& identity)
+{
+    const auto frequency = highest_frequency(identity.model);
+    if (!frequency) {
+        throw std::invalid_argument("unknown model " + identity.model);
+    }
+    return *frequency;
+}
+
+} // namespace
+
+const scpi_interface_t Instrument::kInterface = {
+    .error = &Instrument::error,
+    .write = &Instrument::write,
+    .control = nullptr,
+    .flush = nullptr,
+    .reset = &Instrument::reset_callback,
+};
+
+Instrument& instrument_of(scpi_t* context)
+{
+    return *static_cast<Instrument*>(context->user_context);
+}
+
+Instrument::Instrument(Identity identity)
+    : m_identity(std::move(identity)), m_settings(frequency_of(m_identity))
+{
+    // Messages are executed in place with SCPI_Parse, so the context needs no input buffer of its own.
+    SCPI_Init(&m_context, command_table(), &kInterface, scpi_units_def, m_identity.manufacturer.c_str(),
+              m_identity.model.c_str(), m_identity.serial.c_str(), m_identity.firmware.c_str(), nullptr, 0,
+              m_error_queue.data(), static_cast<std::int16_t>(m_error_queue.size()));
+    m_context.user_context = this;
+}
+
+Instrument::~Instrument()
+{
+    SCPI_Deinit(&m_context);
+}
+
+std::string Instrument::execute(std::string_view request)
+{
+    m_request.assign(request);
+    SCPI_Parse(&m_context, m_request.data(), m_request.size());
+    return finish_reply();
+}
+
+std::string Instrument::refuse_overrun()
+{
+    SCPI_ErrorPush(&m_context, -363);
+    return finish_reply();
+}
+
+void Instrument::reset()
+{
+    m_settings.reset();
+    m_store.reset();
+}
+
+void Instrument::add_field(std::string_view field)
+{
+    if (m_reply.size() > kMaxReply) {
+        return; // too long already; no need to gather the rest
+    }
+    // A "," joins the results of one command; whatever else comes behind a result is the next field.
+    if (!m_reply.empty() && field != "," && m_reply.back() != ',') {
+        m_reply += ';';
+    }
+    m_reply += field;
+}
+
+std::string Instrument::finish_reply()
+{
+    if (m_reply.size() + 1 + kEnd.size() > kMaxReply) {
+        m_reply.clear();
+        SCPI_ErrorPush(&m_context, -223);
+    }
+    if (!m_reply.empty()) {
+        m_reply += ';';
+    }
+    m_reply += kEnd;
+    return std::exchange(m_reply, {});
+}
+
+std::size_t Instrument::write(scpi_t* context, const char* data, std::size_t len)
+{
+    instrument_of(context).add_field({data, len});
+    return len;
+}
+
+int Instrument::error(scpi_t* context, std::int_fast16_t number)
+{
+    char line[320];
+    std::snprintf(line, sizeof line, "-ERR %d, \"%s\"", static_cast<int>(number),
+                  SCPI_ErrorTranslate(number));
+    instrument_of(context).add_field(line);
+    return 0;
+}
+
+scpi_result_t Instrument::reset_callback(scpi_t* context)
+{
+    instrument_of(context).reset();
+    return SCPI_RES_OK;
+}
+
+} // namespace sim_module

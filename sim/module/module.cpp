@@ -1,0 +1,15 @@
+#include "module.h"
+
+namespace sim_module {
+
+Module::Module(const Options& options)
+    : m_instrument(options.identity),
+      m_server(m_loop, options.address, options.port, m_instrument, m_faults, m_log),
+      m_commands(options.channel, m_instrument, m_faults, m_log, m_server)
+{
+    if (!options.control_path.empty()) {
+        m_control.emplace(m_loop, options.control_path, m_commands);
+    }
+}
+
+} // namespace sim_module

@@ -1,0 +1,47 @@
+/** A whole module: the instrument, its SCPI port, its faults and its control socket. */
+#pragma once
+
+#include "control_commands.h"
+#include "control_server.h"
+#include "event_loop.h"
+#include "faults.h"
+#include "instrument.h"
+#include "options.h"
+#include "request_log.h"
+#include "scpi_server.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace sim_module {
+
+class Module {
+public:
+    /** Opens the ports; clients can connect from here on, and are served while `run` works.
+     *
+     * @throws std::system_error when one of the addresses cannot be listened on
+     * @throws std::invalid_argument for an unknown model
+     */
+    explicit Module(const Options& options);
+
+    /** Serves until `stop`. */
+    void run() { m_loop.run(); }
+
+    /** From any thread and from a signal handler. */
+    void stop() noexcept { m_loop.stop(); }
+
+    const std::string& address() const { return m_server.address(); }
+    std::uint16_t port() const { return m_server.port(); }
+
+private:
+    EventLoop m_loop;
+    Faults m_faults;
+    RequestLog m_log;
+    Instrument m_instrument;
+    ScpiServer m_server;
+    ControlCommands m_commands;
+    std::optional<ControlServer> m_control;
+};
+
+} // namespace sim_module

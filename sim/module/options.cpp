@@ -1,0 +1,89 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+
+namespace sim_module {
+
+namespace {
+
+std::string check_model(const std::string& model)
+{
+    return highest_frequency(model) ? "" : "unknown model " + model;
+}
+
+// A ";" ends a value in a reply, and what cannot be printed has no place in one.
+std::string check_text(const std::string& text)
+{
+    const bool good = !text.empty() && std::all_of(text.begin(), text.end(),
+                                                   [](char c) { return c >= 0x20 && c < 0x7F && c != ';'; });
+    return good ? "" : "printable text without \";\" expected";
+}
+
+} // namespace
+
+std::string default_address(int channel)
+{
+    return "127.0." + std::to_string(6 + channel) + ".1";
+}
+
+std::uint16_t default_port(int channel)
+{
+    return static_cast<std::uint16_t>(6000 + channel);
+}
+
+std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code)
+{
+    Options options;
+    Identity& identity = options.identity;
+    CLI::App app("A simulated RF channel module: SCPI over TCP, with faults to order.", "orvan-module");
+    app.set_version_flag("--version", "orvan-module " ORVAN_VERSION);
+    app.add_option("--channel", options.channel, "Channel number, 1 to 4")
+        ->required()
+        ->check(CLI::Range(1, 4));
+    app.add_option("--address", options.address, "IPv4 address to listen on; default 127.0.(6+channel).1")
+        ->check(CLI::ValidIPV4);
+    auto* port = app.add_option("--port", options.port, "TCP port, 0 for a free one; default 6000+channel");
+    app.add_option("--control", options.control_path, "Path of the control socket; default: none");
+    app.add_option("--model", identity.model, "Model, which decides the highest frequency")
+        ->check(check_model, "MODEL")
+        ->capture_default_str();
+
+    struct TextOption {
+        const char* name;
+        std::string& text;
+        const char* help;
+    };
+    const TextOption texts[] = {
+        {"--manufacturer", identity.manufacturer, "Manufacturer in the identification"},
+        {"--serial", identity.serial, "Serial number"},
+        {"--hardware", identity.hardware, "Hardware version"},
+        {"--firmware", identity.firmware, "Firmware version"},
+        {"--fpga", identity.fpga, "FPGA version"},
+        {"--calibration-date", identity.calibration_date, "Date of the calibration"},
+        {"--rf-revision", identity.rf_revision, "Revision of the RF board"},
+        {"--digital-revision", identity.digital_revision, "Revision of the digital board"},
+    };
+    for (const TextOption& option : texts) {
+        app.add_option(option.name, option.text, option.help)
+            ->check(check_text, "TEXT")
+            ->capture_default_str();
+    }
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        exit_code = app.exit(error);
+        return std::nullopt;
+    }
+    if (options.address.empty()) {
+        options.address = default_address(options.channel);
+    }
+    if (port->count() == 0) {
+        options.port = default_port(options.channel);
+    }
+    return options;
+}
+
+} // namespace sim_module

@@ -1,0 +1,30 @@
+/** The command line of `orvan-module`. */
+#pragma once
+
+#include "model.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace sim_module {
+
+struct Options {
+    int channel = 1;
+    std::string address;      ///< dotted IPv4
+    std::uint16_t port = 0;   ///< 0: one that the system chooses
+    std::string control_path; ///< empty: no control socket
+    Identity identity;
+};
+
+/** Loopback address and port that stand for those of channel `channel` (1 to 4) where neither is given. */
+std::string default_address(int channel);
+std::uint16_t default_port(int channel);
+
+/**
+ * Reads the command line. Help, version and mistakes are told on standard output and error; the result is
+ * then empty, and `exit_code` what the program ends with.
+ */
+std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code);
+
+} // namespace sim_module

@@ -1,0 +1,50 @@
+/** The last requests that reached the module, as the exact bytes, so that a test can compare them. */
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+
+namespace sim_module {
+
+/** Printable text as it stands; CR, LF, TAB and "\" as "\r", "\n", "\t", "\\"; any other byte as "\xNN". */
+std::string escape_bytes(std::string_view bytes);
+
+class RequestLog {
+public:
+    /** Requests kept. */
+    static constexpr std::size_t kCapacity = 1000;
+
+    /** Bytes kept of one request; an image of many megabytes is to leave no more than its head. */
+    static constexpr std::size_t kBytesKept = 4096;
+
+    void add(std::string_view request);
+
+    /** Forgets the requests and starts the count again. */
+    void clear();
+
+    /** Requests since the start or the last `clear`, those that have left the ring included. */
+    std::uint64_t count() const { return m_count; }
+
+    /** Requests in the ring. */
+    std::size_t size() const { return m_entries.size(); }
+
+    /** Entry `index`, 0 the oldest, as one line: escaped, with "...(+n bytes)" behind one that was cut. */
+    std::string line(std::size_t index) const;
+
+    /** The newest entry as one line, empty when there is none. */
+    std::string last_line() const { return m_entries.empty() ? std::string() : line(m_entries.size() - 1); }
+
+private:
+    struct Entry {
+        std::string head;
+        std::size_t size;
+    };
+
+    std::deque<Entry> m_entries;
+    std::uint64_t m_count = 0;
+};
+
+} // namespace sim_module

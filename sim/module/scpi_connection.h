@@ -1,0 +1,48 @@
+/** One client of the SCPI port. Its requests are served one after the other, each reply before the next. */
+#pragma once
+
+#include "event_loop.h"
+#include "faults.h"
+#include "request_framer.h"
+#include "unique_fd.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace sim_module {
+
+class ScpiServer;
+
+class ScpiConnection : private EventSink {
+public:
+    ScpiConnection(ScpiServer& server, UniqueFd socket);
+    ~ScpiConnection() override;
+
+    ScpiConnection(const ScpiConnection&) = delete;
+    ScpiConnection& operator=(const ScpiConnection&) = delete;
+
+    /** Serves what has come already. The connection may be gone when this returns. */
+    void start();
+
+private:
+    enum class State { kOpen, kGone };
+
+    void on_ready(short revents) override;
+    void settle(State state);
+    State receive();
+    State serve_requests();
+    State send_pieces();
+    State resume();
+    bool replying() const { return m_piece < m_pieces.size(); }
+
+    ScpiServer& m_server;
+    UniqueFd m_socket;
+    RequestFramer m_framer;
+    std::vector<ReplyPiece> m_pieces; // of the reply at work
+    std::size_t m_piece = 0;          // the first of them that has not been sent whole
+    EventLoop::TimerId m_timer = 0;   // not 0 while that piece waits for its time
+    short m_events;                   // what the loop watches for
+    bool m_peer_ended = false;
+};
+
+} // namespace sim_module

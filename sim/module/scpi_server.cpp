@@ -1,0 +1,110 @@
+#include "scpi_server.h"
+
+#include "scpi_connection.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+
+namespace sim_module {
+
+namespace {
+
+// Descriptors are short when accept fails for good; connections that end meanwhile give some back.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+[[noreturn]] void throw_errno(const char* what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+} // namespace
+
+ScpiServer::ScpiServer(EventLoop& loop, const std::string& address, std::uint16_t port,
+                       RequestExecutor& executor, const Faults& faults, RequestLog& log)
+    : m_loop(loop), m_address(address), m_port(port), m_executor(executor), m_faults(faults), m_log(log)
+{
+    apply_faults();
+}
+
+ScpiServer::~ScpiServer()
+{
+    m_loop.cancel(m_accept_pause);
+    close_port();
+}
+
+void ScpiServer::apply_faults()
+{
+    if (m_faults.port_open() && !m_listener) {
+        open_port();
+    } else if (!m_faults.port_open() && m_listener) {
+        close_port();
+    }
+}
+
+void ScpiServer::open_port()
+{
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_port = htons(m_port);
+    if (inet_pton(AF_INET, m_address.c_str(), &name.sin_addr) != 1) {
+        errno = EINVAL;
+        throw_errno(m_address.c_str());
+    }
+    UniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    // Accepted sockets inherit TCP_NODELAY, which saves a call for each connection.
+    if (!listener || setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        setsockopt(listener.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+        throw_errno("socket");
+    }
+    socklen_t size = sizeof name;
+    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&name), size) != 0 ||
+        listen(listener.get(), SOMAXCONN) != 0 ||
+        getsockname(listener.get(), reinterpret_cast<sockaddr*>(&name), &size) != 0) {
+        throw_errno((m_address + ":" + std::to_string(m_port)).c_str());
+    }
+    m_port = ntohs(name.sin_port);
+    m_listener = std::move(listener);
+    m_loop.watch(m_listener.get(), POLLIN, *this);
+}
+
+void ScpiServer::close_port()
+{
+    if (m_listener) {
+        m_loop.unwatch(m_listener.get());
+        m_listener.reset();
+    }
+}
+
+void ScpiServer::on_ready(short)
+{
+    UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (socket) {
+        auto connection = std::make_unique<ScpiConnection>(*this, std::move(socket));
+        ScpiConnection& started = *connection;
+        m_connections.emplace(connection.get(), std::move(connection));
+        started.start();
+        return;
+    }
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        m_loop.change(m_listener.get(), 0);
+        m_accept_pause = m_loop.after(kAcceptPause, [this] {
+            if (m_listener) {
+                m_loop.change(m_listener.get(), POLLIN);
+            }
+        });
+    }
+}
+
+void ScpiServer::remove(const ScpiConnection& connection)
+{
+    m_connections.erase(&connection);
+}
+
+} // namespace sim_module

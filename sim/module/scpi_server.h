@@ -1,0 +1,81 @@
+/**
+ * The module's SCPI port: any number of connections, requests in, one write for each reply.
+ */
+#pragma once
+
+#include "event_loop.h"
+#include "faults.h"
+#include "request_log.h"
+#include "unique_fd.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace sim_module {
+
+/** What requests are handed to. */
+class RequestExecutor {
+public:
+    virtual ~RequestExecutor() = default;
+
+    /** Executes a request, line end included, and gives the whole reply, line end included. */
+    virtual std::string execute(std::string_view request) = 0;
+
+    /** The reply to a request that was longer than the module takes. */
+    virtual std::string refuse_overrun() = 0;
+};
+
+class ScpiConnection;
+
+class ScpiServer : private EventSink {
+public:
+    /**
+     * Opens the port, unless the faults keep it closed.
+     *
+     * @param address dotted IPv4
+     * @param port 0 for one that the system chooses
+     * @throws std::system_error when the address cannot be listened on
+     */
+    ScpiServer(EventLoop& loop, const std::string& address, std::uint16_t port, RequestExecutor& executor,
+               const Faults& faults, RequestLog& log);
+    ~ScpiServer() override;
+
+    ScpiServer(const ScpiServer&) = delete;
+    ScpiServer& operator=(const ScpiServer&) = delete;
+
+    const std::string& address() const { return m_address; }
+
+    /** The port listened on; stays the same while the faults have it closed. */
+    std::uint16_t port() const { return m_port; }
+
+    std::size_t connections() const { return m_connections.size(); }
+
+    /** Opens or closes the port as the faults now say. Throws as the constructor does. */
+    void apply_faults();
+
+private:
+    friend class ScpiConnection;
+
+    void on_ready(short revents) override;
+    void open_port();
+    void close_port();
+    void remove(const ScpiConnection& connection);
+
+    EventLoop& m_loop;
+    std::string m_address;
+    std::uint16_t m_port;
+    RequestExecutor& m_executor;
+    const Faults& m_faults;
+    RequestLog& m_log;
+    UniqueFd m_listener;
+    EventLoop::TimerId m_accept_pause = 0;
+    std::unordered_map<const ScpiConnection*, std::unique_ptr<ScpiConnection>> m_connections;
+    std::array<char, 65536> m_receive_buffer; // of the connection at work
+};
+
+} // namespace sim_module

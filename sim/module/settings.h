@@ -1,0 +1,43 @@
+/** The present value of every setting. */
+#pragma once
+
+#include "settings_table.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace sim_module {
+
+class Settings {
+public:
+    /** Longest text value in characters. */
+    static constexpr std::size_t kMaxText = 31;
+
+    /** @param highest_frequency what kModelMaximum stands for, in hertz */
+    explicit Settings(double highest_frequency);
+
+    /** Every value as after "*RST". */
+    void reset();
+
+    /** The range with the model's own figures in it. */
+    Range resolve(Range range) const;
+
+    /** Value of a number, an integer, a boolean (1 or 0) or a choice (its tag). */
+    double number(std::size_t index) const { return m_values[index].number; }
+    void set_number(std::size_t index, double value) { m_values[index].number = value; }
+
+    const std::string& text(std::size_t index) const { return m_values[index].text; }
+    void set_text(std::size_t index, std::string value) { m_values[index].text = std::move(value); }
+
+private:
+    struct Value {
+        double number = 0;
+        std::string text;
+    };
+
+    double m_highest_frequency;
+    std::vector<Value> m_values; // index: row of the settings table
+};
+
+} // namespace sim_module

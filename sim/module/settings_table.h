@@ -1,0 +1,49 @@
+/** The module's settings as one table: header, form of the value, unit, limits, value after "*RST". */
+#pragma once
+
+#include "scpi/types.h"
+
+#include <limits>
+#include <span>
+
+namespace sim_module {
+
+enum class SettingForm {
+    kNumber,  ///< a quantity in the row's unit
+    kInteger, ///< a whole number; a fraction is rounded
+    kBoolean, ///< ON, OFF or a number in, 1 or 0 out (SCPI-99 7.3)
+    kChoice,  ///< a mnemonic of the row's list, its short form out
+    kText,    ///< up to Settings::kMaxText characters, a string out
+};
+
+enum class SettingRows { kSetAndQuery, kSetOnly, kQueryOnly };
+
+/** As a maximum: the highest frequency of the model. */
+inline constexpr double kModelMaximum = std::numeric_limits<double>::infinity();
+
+/** Lowest and highest quantity of a setting or of a column of tabular data, in the base unit. */
+struct Range {
+    scpi_unit_t unit;
+    double minimum;
+    double maximum;
+};
+
+struct Setting {
+    const char* pattern; ///< header of the set form; the query's has a "?" behind it
+    SettingRows rows;
+    SettingForm form;
+    Range range;
+    double initial;                   ///< value after "*RST"; a choice's tag; 1 or 0 of a boolean
+    const scpi_choice_def_t* choices; ///< kChoice: its list; else null
+    std::span<const double> allowed;  ///< kNumber: the only values there are; empty: all in the range
+};
+
+std::span<const Setting> settings_table();
+
+/** Position of the row with that pattern. The pattern must be in the table. */
+std::size_t setting_index(const char* pattern);
+
+/** Source of triggers (":TRIGger:SOURce"): the tag of BUS. */
+inline constexpr int kTriggerBus = 2;
+
+} // namespace sim_module

@@ -1,0 +1,126 @@
+#include "handlers.h"
+
+#include "instrument.h"
+#include "parameters.h"
+#include "settings_table.h"
+
+#include "scpi/scpi.h"
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace sim_module {
+
+namespace {
+
+scpi_result_t result_text(scpi_t* context, const std::string& text)
+{
+    SCPI_ResultCharacters(context, text.data(), text.size());
+    return SCPI_RES_OK;
+}
+
+bool is_date(const std::array<std::int32_t, 6>& f)
+{
+    const std::chrono::year_month_day date{std::chrono::year(f[0]),
+                                           std::chrono::month(static_cast<unsigned>(f[1])),
+                                           std::chrono::day(static_cast<unsigned>(f[2]))};
+    const auto within = [](std::int32_t value, std::int32_t last) { return value >= 0 && value <= last; };
+    return f[0] >= 1970 && f[0] <= 9999 && within(f[1], 12) && within(f[2], 31) && date.ok() &&
+           within(f[3], 23) && within(f[4], 59) && within(f[5], 59);
+}
+
+} // namespace
+
+scpi_result_t set_clock(scpi_t* context)
+{
+    std::array<std::int32_t, 6> fields{};
+    for (std::int32_t& field : fields) {
+        if (!SCPI_ParamInt32(context, &field, true)) {
+            return SCPI_RES_ERR;
+        }
+    }
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    if (!is_date(fields)) {
+        SCPI_ErrorPush(context, -222);
+        return SCPI_RES_ERR;
+    }
+    char text[80];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", fields[0], fields[1], fields[2],
+                  fields[3], fields[4], fields[5]);
+    instrument_of(context).set_clock(text);
+    return SCPI_RES_OK;
+}
+
+scpi_result_t query_temperature(scpi_t* context)
+{
+    result_quantity(context, instrument_of(context).temperature().read());
+    return SCPI_RES_OK;
+}
+
+scpi_result_t trigger(scpi_t* context)
+{
+    static const std::size_t kSource = setting_index(":TRIGger:SOURce");
+    Instrument& instrument = instrument_of(context);
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    if (instrument.settings().number(kSource) != kTriggerBus) {
+        SCPI_ErrorPush(context, -211);
+        return SCPI_RES_ERR;
+    }
+    instrument.trigger();
+    return SCPI_RES_OK;
+}
+
+scpi_result_t self_test(scpi_t*)
+{
+    return SCPI_RES_OK;
+}
+
+scpi_result_t query_calibration_date(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().calibration_date);
+}
+
+scpi_result_t query_model(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().model);
+}
+
+scpi_result_t query_serial(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().serial);
+}
+
+scpi_result_t query_hardware(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().hardware);
+}
+
+scpi_result_t query_fpga(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().fpga);
+}
+
+scpi_result_t query_firmware(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().firmware);
+}
+
+scpi_result_t query_rf_revision(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().rf_revision);
+}
+
+scpi_result_t query_digital_revision(scpi_t* context)
+{
+    return result_text(context, instrument_of(context).identity().digital_revision);
+}
+
+} // namespace sim_module

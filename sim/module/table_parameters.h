@@ -1,0 +1,47 @@
+/** What the handlers of tabular data have in common. */
+#pragma once
+
+#include "data_store.h"
+#include "instrument.h"
+#include "parameters.h"
+
+#include "scpi/scpi.h"
+
+#include <string>
+
+namespace sim_module {
+
+/** The command's tag as the kind that it is. */
+inline TableKind table_kind(scpi_t* context)
+{
+    return static_cast<TableKind>(SCPI_CmdTag(context));
+}
+
+/**
+ * Reads all parameters as rows of the kind's columns. An error is queued when the result is false: those of
+ * read_quantity, -109 for a row that is not whole, -223 for more rows than the kind may have.
+ */
+bool read_rows(scpi_t* context, TableKind kind, DataStore::Table& rows);
+
+/** Ends a handler: the result of an operation of the store, its error queued. */
+inline scpi_result_t finish(scpi_t* context, int error)
+{
+    if (error == 0) {
+        return SCPI_RES_OK;
+    }
+    SCPI_ErrorPush(context, error);
+    return SCPI_RES_ERR;
+}
+
+/** A handler whose one parameter is a name: `operation(store, kind, name)` gives 0 or an error. */
+template <typename Operation>
+scpi_result_t with_name(scpi_t* context, Operation operation)
+{
+    std::string name;
+    if (!read_text(context, name, DataStore::kMaxName) || !end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    return finish(context, operation(instrument_of(context).store(), table_kind(context), name));
+}
+
+} // namespace sim_module

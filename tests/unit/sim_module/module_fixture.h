@@ -1,0 +1,78 @@
+/** A module on a thread of its own, on a free port of the loopback, and what tests speak to it with. */
+#pragma once
+
+#include "module/module.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+
+/** One TCP connection to a module. */
+class Client {
+public:
+    explicit Client(const sim_module::Module& module);
+    ~Client();
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    int fd() const { return m_fd; }
+    void send(std::string_view bytes) const;
+    void end_sending() const;
+
+    /** Up to and including LF; what came until then when the peer closed or 5 s passed. */
+    std::string reply() const;
+    std::string ask(std::string_view request) const;
+
+    /** True when the peer ends the connection within 5 s, without a byte. */
+    bool ended_by_peer() const;
+
+    /** TCP segments with data that have come in. */
+    unsigned segments_received() const;
+
+private:
+    int m_fd;
+};
+
+class ModuleTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    sim_module::Module& module() { return *m_module; }
+
+    /** A request on a connection of its own, as a controller makes it. */
+    std::string ask(std::string_view request);
+
+    /** The reply line to a control command, without its LF. */
+    std::string control(const std::string& command);
+
+    const std::string& control_path() const { return m_control_path; }
+
+private:
+    std::size_t m_descriptors_before = 0;
+    std::filesystem::path m_directory;
+    std::string m_control_path;
+    std::unique_ptr<sim_module::Module> m_module;
+    std::thread m_thread;
+};
+
+/** Waits for the condition, 5 s at most; false when it did not come true. */
+template <typename Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
