@@ -1,0 +1,8 @@
+#pragma once
+
+namespace orvan_launcher {
+
+/// Reads the command line and runs the verb. The exit status of the program; 2 when the line is wrong.
+int run_command_line(int argc, const char* const* argv);
+
+} // namespace orvan_launcher

@@ -1,0 +1,454 @@
+#include "instance.h"
+
+#include "models.h"
+#include "module_control.h"
+#include "sockets.h"
+#include "state_lock.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace orvan_launcher {
+
+namespace fs = std::filesystem;
+using namespace orvan_sandbox;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kModuleStart = 10s;  ///< until a module's control socket answers
+constexpr auto kModuleEnd = 3s;     ///< from SIGTERM to SIGKILL
+constexpr auto kServiceEnd = 20s;   ///< the same; the service may have to wait for a silent module first
+constexpr auto kServiceStart = 30s; ///< until the service is ready, beside its wait for the modules
+constexpr auto kPollStep = 10ms;
+
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path);
+
+/// An installation and a build tree both have the programs in one folder.
+std::string program(const char* name)
+{
+    std::error_code code;
+    return (fs::read_symlink("/proc/self/exe", code).parent_path() / name).string();
+}
+
+Error system_error(std::string step)
+{
+    return Error{std::move(step), errno, "", "", false};
+}
+
+} // namespace
+
+Result<bool> Instance::start()
+{
+    const std::optional<int> channels = channels_of_model(m_options.model);
+    if (!channels) {
+        return Error{"unknown model " + m_options.model, 0, "known models:\n" + list_of_models(), "", false};
+    }
+    m_channels = *channels;
+    m_modules.resize(static_cast<size_t>(m_options.modules.value_or(m_channels)));
+    for (const auto step : {&Instance::prepare_state, &Instance::open_ground, &Instance::open_sockets}) {
+        if (Result<bool> done = (this->*step)(); !done) {
+            return done;
+        }
+    }
+    if (!tell_others()) {
+        return system_error("writing " + run_file("instance.json").string());
+    }
+    for (size_t index = 0; index < m_modules.size(); ++index) {
+        if (Result<bool> done = start_module(static_cast<int>(index) + 1); !done) {
+            return done;
+        }
+    }
+    return start_service();
+}
+
+Result<bool> Instance::prepare_state()
+{
+    m_temporary = m_options.state.empty();
+    if (m_temporary) {
+        std::string name = (temporary_folder() / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
+        if (mkdtemp(name.data()) == nullptr) {
+            return system_error("making a temporary state directory " + name);
+        }
+        m_state = name;
+    }
+    Result<fs::path> state = make_state_directory(m_temporary ? m_state : fs::path(m_options.state));
+    if (!state) {
+        return state.error();
+    }
+    if ((*state / "run" / (Role::module(kMaxModules).name() + ".sock")).string().size() >= kMaxSocketPath) {
+        return Error{"using " + state->string() + " as state directory", ENAMETOOLONG,
+                     "its sockets' names would be too long", "", false};
+    }
+    m_lock = lock_state(*state);
+    if (!m_lock) {
+        if (errno == EWOULDBLOCK) {
+            return Error{"using " + state->string() + " as state directory", 0, "another instance runs in it",
+                         "", false};
+        }
+        return system_error("locking " + state->string());
+    }
+    m_state = *state;
+    Result<Registry> registry = Registry::open();
+    if (!registry) {
+        return registry.error();
+    }
+    m_registry = *registry;
+    m_registry->sweep();
+    return true;
+}
+
+Result<bool> Instance::open_ground()
+{
+    // First of all the port, as a busy one is the likeliest reason to fail.
+    m_listeners.emplace_back(listen_tcp(kLoopback, m_options.scpi_port));
+    if (!m_listeners.back()) {
+        Error error = system_error("listening on " + std::string(kLoopback) + " port " +
+                                   std::to_string(m_options.scpi_port));
+        error.hint = "choose another with --scpi-port; 0 takes a free one";
+        return error;
+    }
+    if (m_options.use_sandbox) {
+        Result<Ground> ground = Ground::sandboxed(m_state, static_cast<int>(m_modules.size()));
+        if (ground) {
+            m_ground = std::move(*ground);
+            return true;
+        }
+        if (!m_options.fallback || !ground.error().refused) {
+            Error error = ground.error();
+            if (error.refused) {
+                error.hint += (error.hint.empty() ? "" : "; ") + std::string("or run with --fallback");
+            }
+            return error;
+        }
+        say_error(ground.error().text());
+    }
+    Result<Ground> ground = Ground::on_host(m_state);
+    if (!ground) {
+        return ground.error();
+    }
+    m_ground = std::move(*ground);
+    std::puts("without a sandbox: missing are /home/orvan/halde, a private /dev/shm, USB links, module "
+              "addresses 192.168.x.1, the LAN side, the maintenance port");
+    return true;
+}
+
+Result<bool> Instance::open_sockets()
+{
+    if (Sandbox* sandbox = m_ground->sandbox()) {
+        Result<UniqueFd> inner =
+            sandbox->make_descriptor(Role::controller(), [] { return listen_tcp("0.0.0.0", kScpiPort); });
+        if (!inner) {
+            return inner.error();
+        }
+        m_listeners.push_back(std::move(*inner));
+        if (Result<bool> done = start_relay(); !done) {
+            return done;
+        }
+    }
+    m_notifications.reset(bind_unix_datagrams(run_file("notify")));
+    m_control.reset(listen_unix(run_file("control")));
+    if (!m_notifications || !m_control) {
+        return system_error("making sockets in " + (m_state / "run").string());
+    }
+    unlink(run_file("reboot").c_str());
+    if (mkfifo(run_file("reboot").c_str(), 0600) != 0) {
+        return system_error("making " + run_file("reboot").string());
+    }
+    // For writing, too, so that the pipe never comes to its end.
+    m_reboots.reset(open(run_file("reboot").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!m_reboots) {
+        return system_error("opening " + run_file("reboot").string());
+    }
+    return true;
+}
+
+Result<bool> Instance::start_relay()
+{
+    UniqueFd outer(bind_udp(kLoopback, m_options.maintenance_port));
+    if (!outer) {
+        Error error = system_error("using " + std::string(kLoopback) + " UDP port " +
+                                   std::to_string(m_options.maintenance_port));
+        error.hint = "choose another with --maint-port; 0 takes a free one";
+        return error;
+    }
+    m_options.maintenance_port = port_of(outer.get());
+    m_relay.emplace(std::move(outer), [this] {
+        Result<UniqueFd> server = m_ground->sandbox()->make_descriptor(
+            Role::lan(), [] { return connect_udp(kControllerLanAddress, kMaintenancePort); });
+        return server ? server->release() : -1;
+    });
+    return true;
+}
+
+fs::path Instance::module_socket(int number) const
+{
+    return run_file(Role::module(number).name() + ".sock");
+}
+
+UniqueFd Instance::open_log(const std::string& name) const
+{
+    return UniqueFd(open((m_state / "log" / name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+}
+
+Result<bool> Instance::start_module(int number)
+{
+    const std::string name = Role::module(number).name();
+    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd log = open_log(name + ".log");
+    Command command;
+    command.argv = {program("orvan-module"),
+                    "--channel",
+                    std::to_string(number),
+                    "--address",
+                    m_ground->module_address(number),
+                    "--port",
+                    std::to_string(module_port(number)),
+                    "--control",
+                    module_socket(number).string(),
+                    "--model",
+                    m_options.model};
+    command.input = null.get();
+    command.output = log.get();
+    command.error = log.get();
+    command.own_group = true;
+    const Result<pid_t> pid = m_ground->spawn(Role::module(number), command);
+    if (!pid) {
+        return pid.error();
+    }
+    Module& module = m_modules[static_cast<size_t>(number) - 1];
+    module.process = Child(pid.value());
+    const auto deadline = Clock::now() + kModuleStart;
+    while (!module_answers(module_socket(number))) {
+        if (module.process.reap(kPollStep)) {
+            return Error{"starting module " + std::to_string(number), 0,
+                         "it ended with " + module.process.how_it_ended(),
+                         "see " + (m_state / "log" / (name + ".log")).string(), false};
+        }
+        if (Clock::now() > deadline) {
+            return Error{"starting module " + std::to_string(number), 0, "it does not answer", "", false};
+        }
+    }
+    return true;
+}
+
+Result<bool> Instance::start_service()
+{
+    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd log = open_log("service.log");
+    Command command;
+    command.argv = {program("orvan-service"),   "--foreground",  "--channels",
+                    std::to_string(m_channels), "--module-wait", std::to_string(m_options.module_wait)};
+    if (!m_ground->has_sandbox()) {
+        command.argv.emplace_back("--modules-on-loopback");
+    }
+    if (!m_options.log_level.empty()) {
+        command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
+    }
+    command.environment["NOTIFY_SOCKET"] = run_file("notify").string();
+    for (const UniqueFd& listener : m_listeners) {
+        command.listen_fds.push_back(listener.get());
+    }
+    command.input = null.get();
+    command.output = log.get();
+    command.error = log.get();
+    command.own_group = true;
+    const Result<pid_t> pid = m_ground->spawn(Role::controller(), command);
+    if (!pid) {
+        return pid.error();
+    }
+    m_service = Child(pid.value());
+    m_ready = false;
+    m_deadline = Clock::now() + std::chrono::seconds(m_options.module_wait) + kServiceStart;
+    return true;
+}
+
+bool Instance::tell_others()
+{
+    InstanceRecord record;
+    record.launcher = getpid();
+    record.model = m_options.model;
+    record.channels = m_channels;
+    record.modules = static_cast<int>(m_modules.size());
+    record.scpi_port = port_of(m_listeners.front().get());
+    record.temporary = m_temporary;
+    record.environment = m_ground->environment();
+    if (const Sandbox* sandbox = m_ground->sandbox()) {
+        record.init = sandbox->init_pid();
+        record.maintenance_port = m_options.maintenance_port;
+        for (int index = 0; index < role_count(record.modules); ++index) {
+            record.networks[Role::at(index).name()] = sandbox->network_path(Role::at(index));
+        }
+    }
+    return write_record(m_state, record) && m_registry->add(m_state);
+}
+
+void Instance::announce_ready()
+{
+    const int port = port_of(m_listeners.front().get());
+    std::printf("ready: %s, %d channel%s, %zu module%s\n", m_options.model.c_str(), m_channels,
+                m_channels == 1 ? "" : "s", m_modules.size(), m_modules.size() == 1 ? "" : "s");
+    std::printf("  SCPI         TCP %s:%d", kLoopback, port);
+    if (m_ground->has_sandbox()) {
+        std::printf(", and %s:%d from its LAN (orvan-sim exec --in lan)\n", kControllerLanAddress, kScpiPort);
+        std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
+    }
+    std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
+    std::printf("  stop         Ctrl-C, or kill %d\n", getpid());
+}
+
+void Instance::read_notifications()
+{
+    char text[1024];
+    for (ssize_t count = 0; (count = recv(m_notifications.get(), text, sizeof text, MSG_DONTWAIT)) >= 0;) {
+        const std::string message = "\n" + std::string(text, static_cast<size_t>(count)) + "\n";
+        if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
+            m_ready = true;
+            m_deadline = Clock::time_point::max();
+            if (std::exchange(m_announced, true)) {
+                std::puts("the service is ready again");
+            } else {
+                announce_ready();
+            }
+        }
+    }
+}
+
+void Instance::reboot()
+{
+    char text[256];
+    bool asked = false;
+    while (read(m_reboots.get(), text, sizeof text) > 0) {
+        asked = true;
+    }
+    if (asked && !m_rebooting) {
+        std::puts("reboot requested, restarting the service");
+        m_rebooting = true;
+        m_deadline = Clock::now() + kServiceEnd;
+        m_service.signal(SIGTERM);
+    }
+}
+
+/// Sees which processes have ended. The result is there when the program is to end.
+std::optional<int> Instance::note_ended()
+{
+    for (size_t index = 0; index < m_modules.size(); ++index) {
+        Child& process = m_modules[index].process;
+        if (process.is_running() && process.reap(0ms)) {
+            std::printf("module %zu ended with %s; 'orvan-sim ctl module %zu start' brings it back\n",
+                        index + 1, process.how_it_ended().c_str(), index + 1);
+        }
+    }
+    if (!m_service.reap(0ms)) {
+        return std::nullopt;
+    }
+    // The request may have been written just before the end.
+    reboot();
+    if (m_rebooting) {
+        m_rebooting = false;
+        m_ground->clear_shared_memory();
+        if (const Result<bool> done = start_service(); !done) {
+            return say_error(done.error().text());
+        }
+        return std::nullopt;
+    }
+    say_error("the service ended with " + m_service.how_it_ended() +
+              (m_temporary ? "" : "; see " + (m_state / "log/service.log").string()));
+    return exit_code_of(m_service.status());
+}
+
+int Instance::loop()
+{
+    while (true) {
+        std::fflush(stdout);
+        std::vector<pollfd> waiting = {{m_signals, POLLIN, 0},
+                                       {m_notifications.get(), POLLIN, 0},
+                                       {m_reboots.get(), POLLIN, 0},
+                                       {m_control.get(), POLLIN, 0},
+                                       {m_service.descriptor(), POLLIN, 0}};
+        for (const Module& module : m_modules) {
+            waiting.push_back({module.process.descriptor(), POLLIN, 0});
+        }
+        if (m_relay) {
+            m_relay->add_to(waiting);
+        }
+        int timeout = -1;
+        if (m_deadline != Clock::time_point::max()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
+            timeout = left > 0 ? static_cast<int>(left) : 0;
+        }
+        if (poll(waiting.data(), waiting.size(), timeout) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return say_error(std::string("poll: ") + std::strerror(errno));
+        }
+        if (waiting[0].revents != 0) {
+            return 0;
+        }
+        read_notifications();
+        reboot();
+        if (const std::optional<int> status = note_ended()) {
+            return *status;
+        }
+        if (waiting[3].revents != 0) {
+            serve_control();
+        }
+        if (m_relay) {
+            m_relay->transfer();
+        }
+        if (Clock::now() >= m_deadline) {
+            if (!m_rebooting) {
+                return say_error("the service has not become ready in time");
+            }
+            m_service.signal(SIGKILL);
+            m_deadline = Clock::time_point::max();
+        }
+    }
+}
+
+int Instance::say_error(const std::string& text) const
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "orvan-sim: %s\n", text.c_str());
+    return 1;
+}
+
+Instance::~Instance()
+{
+    m_service.end(kServiceEnd);
+    for (const Module& module : m_modules) {
+        module.process.signal(SIGTERM);
+    }
+    for (Module& module : m_modules) {
+        module.process.end(kModuleEnd);
+    }
+    if (m_ground) {
+        m_ground->end();
+    }
+    if (m_registry) {
+        m_registry->remove();
+    }
+    std::error_code code;
+    if (m_temporary) {
+        fs::remove_all(m_state, code);
+    } else if (m_lock) {
+        // Also what killed modules have left; the lock's file goes last.
+        fs::remove_all(m_state / "run", code);
+    }
+}
+
+} // namespace orvan_launcher

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "child.h"
+#include "ground.h"
+#include "instance_record.h"
+#include "registry.h"
+#include "udp_relay.h"
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvan_launcher {
+
+struct RunOptions {
+    std::string model = "OVX3654B";
+    std::string state;           ///< empty: a temporary directory
+    int scpi_port = 5025;        ///< on the host's loopback, 0 takes a free one
+    int maintenance_port = 7502; ///< the same
+    std::optional<int> modules;  ///< number of modules fitted; as many as the model has channels when not set
+    bool use_sandbox = true;
+    bool fallback = false; ///< go on without a sandbox where the kernel refuses one
+    std::string log_level; ///< handed to the service when not empty
+    int module_wait = 60;  ///< seconds for which the service waits for the modules
+};
+
+/// One running virtual instrument: the sandbox, a process for each module, the service, and the sockets by
+/// which they are reached and steered. Runs on one thread, which must not end before it does. SIGINT,
+/// SIGTERM, SIGHUP and SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a
+/// signalfd.
+class Instance {
+public:
+    Instance(RunOptions options, int signals) : m_options(std::move(options)), m_signals(signals) {}
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+    /// Ends everything in order: service, modules, sandbox, and then the files. Nothing stays behind but a
+    /// state directory that was named.
+    ~Instance();
+
+    /// Sets up everything and starts the processes. It returns without waiting for the service.
+    orvan_sandbox::Result<bool> start();
+
+    /// Works until it is asked to end or the service ends by itself. The exit status of the program.
+    int loop();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Module {
+        Child process;
+        bool linked = true;
+    };
+
+    // instance.cpp: set-up and life
+    orvan_sandbox::Result<bool> prepare_state();
+    orvan_sandbox::Result<bool> open_ground();
+    orvan_sandbox::Result<bool> open_sockets();
+    orvan_sandbox::Result<bool> start_relay();
+    orvan_sandbox::Result<bool> start_module(int number);
+    orvan_sandbox::Result<bool> start_service();
+    bool tell_others();
+    void announce_ready();
+    void read_notifications();
+    void reboot();
+    std::optional<int> note_ended();
+    int say_error(const std::string& text) const;
+    std::filesystem::path run_file(const std::string& name) const { return m_state / "run" / name; }
+    std::filesystem::path module_socket(int number) const;
+    orvan_sandbox::UniqueFd open_log(const std::string& name) const;
+
+    // instance_control.cpp: what `ctl` asks
+    void serve_control();
+    std::string obey(const std::string& line);
+    std::string obey_for_module(int number, const std::string& command);
+    std::string status() const;
+
+    RunOptions m_options;
+    int m_signals;
+    int m_channels = 0;
+    bool m_temporary = false;
+    std::filesystem::path m_state;
+    std::optional<Registry> m_registry;
+    orvan_sandbox::UniqueFd m_lock;
+    std::optional<Ground> m_ground;
+    std::vector<orvan_sandbox::UniqueFd> m_listeners;
+    orvan_sandbox::UniqueFd m_notifications;
+    orvan_sandbox::UniqueFd m_reboots;
+    orvan_sandbox::UniqueFd m_control;
+    std::optional<UdpRelay> m_relay;
+    std::vector<Module> m_modules;
+    Child m_service;
+    bool m_ready = false;
+    bool m_announced = false;
+    bool m_rebooting = false;
+    Clock::time_point m_deadline =
+        Clock::time_point::max(); ///< of the service: to be ready, or to have ended
+};
+
+} // namespace orvan_launcher

@@ -1,0 +1,125 @@
+#include "instance.h"
+
+#include "module_control.h"
+#include "sockets.h"
+
+#include <csignal>
+#include <sstream>
+
+#include <sys/socket.h>
+
+namespace orvan_launcher {
+
+using namespace orvan_sandbox;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kPatience = 1;
+
+std::string error_reply(const std::string& text)
+{
+    return "error " + text + "\n";
+}
+
+} // namespace
+
+/// One connection carries one request, a line, and its reply, which ends with the connection. A client that
+/// is slow to ask is given up, as all else waits meanwhile.
+void Instance::serve_control()
+{
+    const UniqueFd client(accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!client) {
+        return;
+    }
+    std::string line = exchange(client.get(), "", "\n", kPatience);
+    if (!line.ends_with('\n')) {
+        return;
+    }
+    line.pop_back();
+    const std::string reply = obey(line);
+    const timeval patience = {kPatience, 0};
+    setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    send(client.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+}
+
+std::string Instance::obey(const std::string& line)
+{
+    std::istringstream words(line);
+    std::string subject;
+    words >> subject;
+    if (subject == "status") {
+        return status();
+    }
+    int number = 0;
+    if (subject != "module" || !(words >> number)) {
+        return error_reply("unknown request '" + line + "'");
+    }
+    if (number < 1 || number > static_cast<int>(m_modules.size())) {
+        return error_reply("there is no module " + std::to_string(number));
+    }
+    std::string command;
+    std::getline(words >> std::ws, command);
+    return obey_for_module(number, command);
+}
+
+std::string Instance::obey_for_module(int number, const std::string& command)
+{
+    Module& module = m_modules[static_cast<size_t>(number) - 1];
+    if (command == "start") {
+        if (module.process.is_running()) {
+            return error_reply("it runs");
+        }
+        const Result<bool> done = start_module(number);
+        return done ? "ok\n" : error_reply(done.error().text());
+    }
+    if (!module.process.is_running()) {
+        return error_reply("it does not run; 'start' brings it back");
+    }
+    if (command == "kill") {
+        module.process.signal(SIGKILL);
+        module.process.reap(1s);
+        return "ok\n";
+    }
+    if (command == "drop" || command == "up") {
+        const bool up = command == "up";
+        if (up != module.linked) {
+            if (const Result<bool> done = m_ground->set_link(number, up); !done) {
+                return error_reply(done.error().text());
+            }
+            module.linked = up;
+        }
+        if (!up) {
+            return "ok\n";
+        }
+    }
+    const std::string reply = ask_module(module_socket(number), command);
+    return reply.empty() ? error_reply("it does not answer") : reply;
+}
+
+std::string Instance::status() const
+{
+    std::ostringstream text;
+    text << "ok\nmodel     " << m_options.model << ", " << m_channels
+         << (m_channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
+         << "\nSCPI      127.0.0.1:" << port_of(m_listeners.front().get()) << "\nsandbox   "
+         << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   "
+         << (m_rebooting ? "rebooting"
+             : m_ready   ? "ready"
+                         : "starting")
+         << ", process " << m_service.pid() << '\n';
+    for (size_t index = 0; index < m_modules.size(); ++index) {
+        const Module& module = m_modules[index];
+        text << "module " << index + 1 << "  ";
+        if (module.process.is_running()) {
+            text << "running, process " << module.process.pid() << ", link "
+                 << (module.linked ? "up" : "down");
+        } else {
+            text << "ended";
+        }
+        text << '\n';
+    }
+    return text.str();
+}
+
+} // namespace orvan_launcher

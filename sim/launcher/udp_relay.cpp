@@ -1,0 +1,82 @@
+#include "udp_relay.h"
+
+#include <algorithm>
+
+#include <sys/socket.h>
+
+namespace orvan_launcher {
+
+using orvan_sandbox::UniqueFd;
+
+namespace {
+
+constexpr size_t kLargestDatagram = 65536;
+
+/// What is moved in one go from one socket, so that a flood does not keep the caller from its other work.
+constexpr int kDatagramsInOneGo = 32;
+
+} // namespace
+
+UdpRelay::UdpRelay(UniqueFd outer, std::function<int()> connect)
+    : m_outer(std::move(outer)), m_connect(std::move(connect))
+{
+}
+
+void UdpRelay::add_to(std::vector<pollfd>& waiting) const
+{
+    waiting.push_back({m_outer.get(), POLLIN, 0});
+    for (const Client& client : m_clients) {
+        waiting.push_back({client.server.get(), POLLIN, 0});
+    }
+}
+
+void UdpRelay::transfer()
+{
+    std::vector<char> datagram(kLargestDatagram);
+    for (int moved = 0; moved < kDatagramsInOneGo; ++moved) {
+        sockaddr_in from = {};
+        socklen_t size = sizeof from;
+        const ssize_t count = recvfrom(m_outer.get(), datagram.data(), datagram.size(), MSG_DONTWAIT,
+                                       reinterpret_cast<sockaddr*>(&from), &size);
+        if (count < 0) {
+            break;
+        }
+        if (const Client* client = client_at(from)) {
+            send(client->server.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT);
+        }
+    }
+    for (const Client& client : m_clients) {
+        for (int moved = 0; moved < kDatagramsInOneGo; ++moved) {
+            const ssize_t count = recv(client.server.get(), datagram.data(), datagram.size(), MSG_DONTWAIT);
+            if (count < 0) {
+                break;
+            }
+            sendto(m_outer.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT,
+                   reinterpret_cast<const sockaddr*>(&client.address), sizeof client.address);
+        }
+    }
+}
+
+UdpRelay::Client* UdpRelay::client_at(const sockaddr_in& address)
+{
+    auto found = std::find_if(m_clients.begin(), m_clients.end(), [&](const Client& client) {
+        return client.address.sin_port == address.sin_port &&
+               client.address.sin_addr.s_addr == address.sin_addr.s_addr;
+    });
+    if (found == m_clients.end()) {
+        UniqueFd server(m_connect());
+        if (!server) {
+            return nullptr;
+        }
+        if (m_clients.size() == kMaxClients) {
+            m_clients.erase(
+                std::min_element(m_clients.begin(), m_clients.end(),
+                                 [](const Client& a, const Client& b) { return a.last_used < b.last_used; }));
+        }
+        found = m_clients.insert(m_clients.end(), Client{address, std::move(server), 0});
+    }
+    found->last_used = ++m_uses;
+    return &*found;
+}
+
+} // namespace orvan_launcher

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "orvan_sandbox/unique_fd.h"
+
+#include <functional>
+#include <vector>
+
+#include <netinet/in.h>
+#include <poll.h>
+
+namespace orvan_launcher {
+
+/// Carries datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
+/// a socket of its own towards the server, so that replies find their way back; of too many clients, the one
+/// that has been quiet the longest gives its place up.
+class UdpRelay {
+public:
+    static constexpr size_t kMaxClients = 32;
+
+    /// \param outer    bound socket on the host
+    /// \param connect  makes a socket that is connected to the server; negative when it cannot
+    UdpRelay(orvan_sandbox::UniqueFd outer, std::function<int()> connect);
+
+    /// Adds the descriptors to wait for.
+    void add_to(std::vector<pollfd>& waiting) const;
+    /// Moves what has arrived on any of them.
+    void transfer();
+
+private:
+    struct Client {
+        sockaddr_in address;
+        orvan_sandbox::UniqueFd server;
+        unsigned long last_used;
+    };
+    Client* client_at(const sockaddr_in& address);
+
+    orvan_sandbox::UniqueFd m_outer;
+    std::function<int()> m_connect;
+    std::vector<Client> m_clients;
+    unsigned long m_uses = 0;
+};
+
+} // namespace orvan_launcher

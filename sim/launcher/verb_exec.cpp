@@ -1,0 +1,60 @@
+#include "verbs.h"
+
+#include "instance_record.h"
+#include "registry.h"
+
+#include <csignal>
+#include <cstdio>
+
+namespace orvan_launcher {
+
+using namespace orvan_sandbox;
+
+namespace {
+
+constexpr int kNotRun = 127;
+
+int complain(const std::string& text)
+{
+    std::fprintf(stderr, "orvan-sim: %s\n", text.c_str());
+    return kNotRun;
+}
+
+} // namespace
+
+int execute_inside(const std::string& named_state, const std::string& role,
+                   const std::vector<std::string>& words)
+{
+    const auto state = choose_instance(named_state);
+    if (!state) {
+        return complain(state.error().text());
+    }
+    const auto record = read_record(state.value());
+    if (!record) {
+        return complain("the instance in " + state.value().string() + " is not set up yet");
+    }
+    if (record->init < 0) {
+        return complain("this instance has no sandbox");
+    }
+    const auto network = record->networks.find(role);
+    if (network == record->networks.end()) {
+        return complain("this instance has no " + role);
+    }
+    const Result<Membership> membership = open_membership(record->init, network->second);
+    if (!membership) {
+        return complain(membership.error().text());
+    }
+    Command command;
+    command.argv = words;
+    command.environment = record->environment;
+    const Result<pid_t> pid = spawn(membership.value(), command);
+    if (!pid) {
+        return complain(pid.error().text());
+    }
+    // The terminal sends these to the command as well, and it decides.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGQUIT, SIG_IGN);
+    return wait_for(pid.value());
+}
+
+} // namespace orvan_launcher

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <variant>
+
+namespace orvan_sandbox {
+
+/// Why something of the sandbox could not be done.
+struct Error {
+    std::string step;     ///< what was being done, e.g. "creating the user namespace"
+    int code = 0;         ///< errno, 0 when no system call failed
+    std::string detail;   ///< what a helper program said, may be empty
+    std::string hint;     ///< what the reader can do about it, may be empty
+    bool refused = false; ///< the kernel or its set-up refuses namespaces: a test may be skipped for this
+
+    /// All of it in one line: "STEP: ERRNO TEXT: DETAIL (HINT)".
+    std::string text() const;
+};
+
+/// A value or the reason there is none. value() may be called only when ok(), error() only when not.
+template <typename T>
+class [[nodiscard]] Result {
+public:
+    Result(T value) : m_content(std::in_place_index<0>, std::move(value)) {}
+    Result(Error error) : m_content(std::in_place_index<1>, std::move(error)) {}
+
+    bool ok() const { return m_content.index() == 0; }
+    explicit operator bool() const { return ok(); }
+    T& value() { return *std::get_if<0>(&m_content); }
+    const T& value() const { return *std::get_if<0>(&m_content); }
+    const Error& error() const { return *std::get_if<1>(&m_content); }
+    T* operator->() { return &value(); }
+    T& operator*() { return value(); }
+
+private:
+    std::variant<T, Error> m_content;
+};
+
+} // namespace orvan_sandbox

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace orvan_sandbox {
+
+/// Environment variable that names the controller's network namespace: the inode number of
+/// /proc/self/ns/net as seen by a process in the controller's role, in decimal.
+inline constexpr const char* kSandboxVariable = "ORVAN_SANDBOX";
+
+/// True only when the calling process is in the controller's network namespace of a sandbox.
+///
+/// The variable alone proves nothing, because an environment is inherited and namespaces are left: it has to
+/// agree with the namespace the process really is in. False in the roles of modules and LAN, too, as module
+/// addresses mean something else there. Needs nothing but this header. Any thread that does not run beside a
+/// setenv; the answer is that of the process's main thread.
+inline bool in_sandbox()
+{
+    const char* name = std::getenv(kSandboxVariable);
+    struct stat status = {};
+    if (name == nullptr || ::stat("/proc/self/ns/net", &status) != 0) {
+        return false;
+    }
+    return std::to_string(status.st_ino) == name;
+}
+
+} // namespace orvan_sandbox

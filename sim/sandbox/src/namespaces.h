@@ -1,0 +1,25 @@
+#pragma once
+
+#include "failure.h"
+
+#include <functional>
+
+#include <sys/types.h>
+
+namespace orvan_sandbox {
+
+/// Like fork, with clone flags for new namespaces and with `prepare` run just before in a process in between,
+/// so that what `prepare` changes (namespaces it joins) holds for the child and not for the caller. The child
+/// is the caller's own child, and the result is its process id; 0 in the child.
+Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
+                           const std::function<Failure()>& prepare);
+
+/// Writes the user and group maps of a process in a new user namespace, from its parent's. Root keeps every
+/// id it has, so that it can still open other users' files; any other caller becomes root with its own id
+/// behind it.
+Failure write_id_maps(pid_t pid);
+
+/// unshare() with the failure named after the namespace.
+Failure unshare_namespace(int flag, const char* name);
+
+} // namespace orvan_sandbox

@@ -1,0 +1,101 @@
+#include "network.h"
+
+#include "ip_program.h"
+#include "namespaces.h"
+#include "orvan_sandbox/addresses.h"
+#include "orvan_sandbox/role.h"
+
+#include <sstream>
+
+#include <fcntl.h>
+#include <sched.h>
+
+namespace orvan_sandbox {
+
+namespace {
+
+Result<UniqueFd> new_network()
+{
+    if (Failure failure = unshare_namespace(CLONE_NEWNET, "network")) {
+        return *failure;
+    }
+    // Inherited by `ip`, which moves the far ends of the links through these descriptors.
+    UniqueFd network(open("/proc/self/ns/net", O_RDONLY));
+    if (!network) {
+        return system_failure("opening the network namespace");
+    }
+    return network;
+}
+
+/// The MAC addresses are the same in each run, locally administered, with the IPv4 address in them.
+std::string mac(int third, int fourth)
+{
+    char text[18];
+    std::snprintf(text, sizeof text, "02:00:0a:00:%02x:%02x", static_cast<unsigned>(third) & 0xffU,
+                  static_cast<unsigned>(fourth) & 0xffU);
+    return text;
+}
+
+std::string end_commands(const std::string& interface, const std::string& address)
+{
+    return "link set lo up\naddress add " + address + "/24 dev " + interface + "\nlink set " + interface +
+           " up\n";
+}
+
+std::string controller_commands(const std::vector<UniqueFd>& networks, int modules)
+{
+    std::ostringstream batch;
+    batch << "link set lo up\n";
+    batch << "link add " << kLanInterface << " address " << mac(0, 2) << " type veth peer name "
+          << kLanInterface << " address " << mac(0, 1) << " netns /proc/self/fd/"
+          << networks[static_cast<size_t>(Role::lan().index())].get() << '\n';
+    batch << "address add " << kControllerLanAddress << "/24 broadcast + dev " << kLanInterface
+          << "\nlink set " << kLanInterface << " up\nroute add default via " << kLanAddress << '\n';
+    for (int module = 1; module <= modules; ++module) {
+        const std::string interface = module_interface(module);
+        batch << "link add " << interface << " address " << mac(6 + module, 2) << " type veth peer name "
+              << kModuleOwnInterface << " address " << mac(6 + module, 1) << " netns /proc/self/fd/"
+              << networks[static_cast<size_t>(Role::module(module).index())].get() << '\n'
+              << "address add " << module_link_address(module) << "/24 dev " << interface << "\nlink set "
+              << interface << " up\n"
+              // A known neighbour: a link that is down then swallows packets, as a dead module does, instead
+              // of failing the address resolution after three seconds.
+              << "neighbour add " << module_address(module) << " lladdr " << mac(6 + module, 1) << " dev "
+              << interface << " nud permanent\n";
+    }
+    return batch.str();
+}
+
+} // namespace
+
+Result<std::vector<UniqueFd>> build_network(int modules)
+{
+    std::vector<UniqueFd> networks(static_cast<size_t>(role_count(modules)));
+    for (size_t index = networks.size(); index-- > 0;) {
+        Result<UniqueFd> network = new_network();
+        if (!network) {
+            return network.error();
+        }
+        networks[index] = std::move(*network);
+    }
+    const auto network_of = [&](Role role) { return networks[static_cast<size_t>(role.index())].get(); };
+    if (Failure failure =
+            run_ip_batch(controller_commands(networks, modules), network_of(Role::controller()))) {
+        return *failure;
+    }
+    if (Failure failure = run_ip_batch(end_commands(kLanInterface, kLanAddress), network_of(Role::lan()))) {
+        return *failure;
+    }
+    for (int module = 1; module <= modules; ++module) {
+        if (Failure failure = run_ip_batch(end_commands(kModuleOwnInterface, module_address(module)),
+                                           network_of(Role::module(module)))) {
+            return *failure;
+        }
+    }
+    for (const UniqueFd& network : networks) {
+        fcntl(network.get(), F_SETFD, FD_CLOEXEC);
+    }
+    return networks;
+}
+
+} // namespace orvan_sandbox

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "failure.h"
+#include "orvan_sandbox/unique_fd.h"
+
+#include <vector>
+
+namespace orvan_sandbox {
+
+/// Makes the network namespaces of all roles, in the order of Role::index(), joins them by links and sets
+/// addresses. The calling process ends up in the controller's.
+Result<std::vector<UniqueFd>> build_network(int modules);
+
+} // namespace orvan_sandbox

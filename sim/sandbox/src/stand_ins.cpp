@@ -1,0 +1,41 @@
+#include "stand_ins.h"
+
+#include "orvan_sandbox/sandbox.h"
+
+#include <cstdlib>
+
+namespace orvan_sandbox {
+
+namespace fs = std::filesystem;
+
+fs::path find_stand_ins()
+{
+    std::error_code code;
+    const fs::path program = fs::read_symlink("/proc/self/exe", code);
+    for (const fs::path& folder :
+         {program.parent_path().parent_path() / "share/orvan/stand-ins", fs::path(ORVAN_BUILD_STAND_INS)}) {
+        if (fs::exists(folder / "sudo", code)) {
+            return folder;
+        }
+    }
+    return {};
+}
+
+Result<Environment> sandbox_environment(const fs::path& state, ino_t network_id)
+{
+    const fs::path stand_ins = find_stand_ins();
+    if (stand_ins.empty()) {
+        return Error{"looking for the stand-ins of sudo, reboot and the network scripts", 0, "not found",
+                     "share/orvan/stand-ins has to stand beside the program's folder", false};
+    }
+    const char* path = std::getenv("PATH");
+    const std::string usual = "/usr/local/bin:/usr/bin:/bin";
+    const std::string rest = path != nullptr && *path != '\0' ? path : usual;
+    Environment environment = {{"PATH", stand_ins.string() + ":" + rest}, {"ORVAN_STATE", state.string()}};
+    if (network_id != 0) {
+        environment[kSandboxVariable] = std::to_string(network_id);
+    }
+    return environment;
+}
+
+} // namespace orvan_sandbox

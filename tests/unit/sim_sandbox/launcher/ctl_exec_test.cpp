@@ -1,0 +1,203 @@
+#include "launcher_fixture.h"
+
+#include <csignal>
+#include <regex>
+
+using namespace launcher_test;
+using sandbox_test::content_of;
+using sandbox_test::eventually;
+
+class OrvanSimCtl : public LauncherTest {};
+class OrvanSimExec : public LauncherTest {};
+class OrvanSim : public LauncherTest {};
+
+TEST_F(OrvanSimCtl, StatusShowsWhatRuns)
+{
+    if (!start_ready({"--model", "OVX3652B"})) {
+        return;
+    }
+    EXPECT_TRUE(std::regex_match(sim({"ctl", "status"}).output,
+                                 std::regex("model     OVX3652B, 2 channels\n"
+                                            "state     [^\n]+\n"
+                                            "SCPI      127\\.0\\.0\\.1:[0-9]+\n"
+                                            "sandbox   yes\n"
+                                            "service   ready, process [0-9]+\n"
+                                            "module 1  running, process [0-9]+, link up\n"
+                                            "module 2  running, process [0-9]+, link up\n")))
+        << sim({"ctl", "status"}).output;
+}
+
+TEST_F(OrvanSimCtl, CommandsReachTheModuleWordForWord)
+{
+    if (!start_ready({"--modules", "2"})) {
+        return;
+    }
+    EXPECT_EQ(sim({"ctl", "module", "2", "slow", "250"}).output, "ok slow 250\n");
+    EXPECT_EQ(sim({"ctl", "temp", "1", "71.5"}).output, "ok temp 71.5\n");
+    EXPECT_EQ(sim({"ctl", "temp", "1", "-5"}).output, "ok temp -5\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "log"}).output, "ok 2\nfirst\nsecond\n");
+}
+
+TEST_F(OrvanSimCtl, DropTakesTheLinkDownAndUpBringsItBack)
+{
+    if (!start_ready({"--modules", "2"})) {
+        return;
+    }
+    const std::vector<std::string> reach = {
+        "exec", "--", "timeout", "1", "bash", "-c", "exec 3<>/dev/tcp/192.168.8.1/6002"};
+    EXPECT_EQ(sim(reach).status, 0);
+    EXPECT_EQ(sim({"ctl", "module", "2", "drop"}).status, 0);
+    EXPECT_NE(sim({"ctl", "status"}).output.find("link down\n"), std::string::npos);
+    EXPECT_NE(sim(reach).status, 0);
+    EXPECT_EQ(sim({"ctl", "module", "2", "drop"}).status, 0);
+    EXPECT_EQ(sim({"ctl", "module", "2", "up"}).output, "ok up\n");
+    EXPECT_EQ(sim(reach).status, 0);
+}
+
+TEST_F(OrvanSimCtl, KilledModuleIsReportedAndComesBackByStart)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    EXPECT_EQ(sim({"ctl", "module", "1", "start"}).output, "orvan-sim: it runs\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "kill"}).status, 0);
+    EXPECT_NE(sim({"ctl", "status"}).output.find("module 1  ended\n"), std::string::npos);
+    const Outcome silent = sim({"ctl", "module", "1", "hello"});
+    EXPECT_EQ(silent.status, 1);
+    EXPECT_EQ(silent.output, "orvan-sim: it does not run; 'start' brings it back\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "start"}).status, 0);
+    EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
+}
+
+TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentGoesOn)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    std::smatch process;
+    const std::string status = sim({"ctl", "status"}).output;
+    ASSERT_TRUE(std::regex_search(status, process, std::regex("module 1  running, process ([0-9]+)")));
+    kill(std::stoi(process[1]), SIGKILL);
+    EXPECT_TRUE(eventually([&] {
+        return output().find("module 1 ended with signal 9 (Killed); 'orvan-sim ctl module 1 start' brings "
+                             "it back\n") != std::string::npos;
+    })) << output();
+    EXPECT_EQ(ask("fds"), "2\n");
+}
+
+TEST_F(OrvanSimCtl, WrongRequestsAreRefused)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    EXPECT_EQ(sim({"ctl", "module", "2", "up"}).output, "orvan-sim: there is no module 2\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "silence"}).output, "orvan-sim: it does not answer\n");
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"ctl"},
+                                                  {"ctl", "module"},
+                                                  {"ctl", "module", "1"},
+                                                  {"ctl", "module", "5", "up"},
+                                                  {"ctl", "temp", "1"},
+                                                  {"ctl", "other"}}) {
+        EXPECT_EQ(sim(words).status, 2);
+    }
+}
+
+TEST_F(OrvanSimExec, CommandRunsInTheNamedRole)
+{
+    if (!start_ready({"--modules", "2"})) {
+        return;
+    }
+    const std::string addresses = "PATH=$PATH:/usr/sbin:/sbin; ip -o -4 addr show | awk '{print $2, $4}'";
+    EXPECT_EQ(sim({"exec", "--in", "module-2", "--", "sh", "-c", addresses}).output,
+              "lo 127.0.0.1/8\nusb0 192.168.8.1/24\n");
+    EXPECT_EQ(sim({"exec", "--in", "lan", "--", "sh", "-c", addresses}).output,
+              "lo 127.0.0.1/8\neth0 10.0.0.1/24\n");
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", addresses}).output,
+              "lo 127.0.0.1/8\neth0 10.0.0.2/24\nusb0 192.168.7.2/24\nusb1 192.168.8.2/24\n");
+}
+
+TEST_F(OrvanSimExec, CommandSharesAllElseWithTheService)
+{
+    if (!start_ready({"--modules", "none", "--state", state()})) {
+        return;
+    }
+    EXPECT_EQ(ask("run echo here >/dev/shm/orvanData"), "0\n");
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c",
+                   "cat /dev/shm/orvanData; cat /proc/1/comm; echo x >/home/orvan/halde/json/x"})
+                  .output,
+              "here\norvan-sandbox\n");
+    EXPECT_EQ(content_of(state() / "halde/json/x"), "x\n");
+    const std::string guard =
+        "[ \"$ORVAN_SANDBOX\" = \"$(stat -L -c %i /proc/self/ns/net)\" ] && sudo reboot";
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", guard}).status, 0);
+    EXPECT_TRUE(eventually([&] { return output().find("reboot requested") != std::string::npos; }));
+}
+
+TEST_F(OrvanSimExec, ExitStatusIsPassedOn)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", "exit 42"}).status, 42);
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", "kill -KILL $$"}).status, 128 + SIGKILL);
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", "echo \"$1|$2\"", "-", "a b", "--in"}).output, "a b|--in\n");
+    const Outcome missing = sim({"exec", "--", "/no/such/program"});
+    EXPECT_EQ(missing.status, 127);
+    EXPECT_EQ(missing.output, "orvan-sim: running /no/such/program: No such file or directory\n");
+}
+
+TEST_F(OrvanSimExec, RolesThatAreNotThereAreRefused)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    EXPECT_EQ(sim({"exec", "--in", "module-2", "--", "true"}).output,
+              "orvan-sim: this instance has no module-2\n");
+    EXPECT_EQ(sim({"exec", "--in", "elsewhere", "--", "true"}).status, 2);
+    EXPECT_EQ(sim({"exec"}).status, 2);
+}
+
+TEST_F(OrvanSim, VerbsNeedAnInstanceThatRuns)
+{
+    EXPECT_EQ(sim({"ctl", "status"}).output,
+              "orvan-sim: looking for the instance that runs: none does (start one with 'orvan-sim run')\n");
+    EXPECT_EQ(sim({"exec", "--state", "/nowhere", "--", "true"}).output,
+              "orvan-sim: looking for an instance in /nowhere: none runs there\n");
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSim, OfSeveralInstancesOneHasToBeNamed)
+{
+    if (!start_ready({"--modules", "none", "--state", state()})) {
+        return;
+    }
+    const pid_t first = m_launcher;
+    const std::filesystem::path other = m_folder.path() / "other";
+    const std::string first_answer = ask("env ORVAN_STATE");
+    if (!start_ready({"--modules", "1", "--state", other})) {
+        return;
+    }
+    const Outcome unclear = sim({"ctl", "status"});
+    EXPECT_EQ(unclear.status, 1);
+    EXPECT_NE(unclear.output.find("several do:"), std::string::npos) << unclear.output;
+    EXPECT_NE(unclear.output.find("(choose one with --state)"), std::string::npos) << unclear.output;
+    EXPECT_EQ(sim({"exec", "--state", state(), "--", "ls", "/sys/class/net"}).output, "eth0\nlo\n");
+    EXPECT_EQ(sim({"exec", "--state", other, "--", "ls", "/sys/class/net"}).output, "eth0\nlo\nusb0\n");
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_EQ(sim({"ctl", "status"}).status, 0);
+    m_launcher = first;
+}
+
+TEST_F(OrvanSim, HelpAndVersionAreGivenAndAWrongLineIsStatus2)
+{
+    EXPECT_TRUE(
+        std::regex_match(sim({"--version"}).output, std::regex("orvan-sim [0-9]+\\.[0-9]+\\.[0-9]+\n")));
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--help"}, {"run", "--help"}, {"ctl", "--help"}, {"exec", "--help"}}) {
+        EXPECT_EQ(sim(words).status, 0);
+    }
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{}, {"walk"}, {"run", "--modules", "5"}, {"run", "--scpi-port", "65536"}}) {
+        EXPECT_EQ(sim(words).status, 2);
+    }
+}

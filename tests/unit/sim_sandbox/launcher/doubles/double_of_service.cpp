@@ -1,0 +1,113 @@
+// Stands for the service: takes listening sockets over, reports that it is ready, and answers each line of a
+// client.
+//   env NAME     value of an environment variable          fds      number of listening sockets
+//   args         command line                              pid      process id
+//   run TEXT     exit status of a shell command            exit N   ends with that status
+//   abort        ends by a signal                          hide     from now on SIGTERM is ignored
+// With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N.
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+void report_ready()
+{
+    const char* path = getenv("NOTIFY_SOCKET");
+    if (path == nullptr || getenv("ORVAN_DOUBLE_MUTE") != nullptr) {
+        return;
+    }
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const char text[] = "STATUS=well\nREADY=1";
+    sendto(fd, text, sizeof text - 1, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    close(fd);
+}
+
+std::string answer(const std::string& line, int fds, char** argv)
+{
+    const size_t blank = line.find(' ');
+    const std::string word = line.substr(0, blank);
+    const std::string rest = blank == std::string::npos ? "" : line.substr(blank + 1);
+    if (word == "env") {
+        const char* value = getenv(rest.c_str());
+        return value != nullptr ? value : "(none)";
+    }
+    if (word == "fds") {
+        return std::to_string(fds);
+    }
+    if (word == "args") {
+        std::string text;
+        for (char** argument = argv + 1; *argument != nullptr; ++argument) {
+            text += std::string(text.empty() ? "" : " ") + *argument;
+        }
+        return text;
+    }
+    if (word == "pid") {
+        return std::to_string(getpid());
+    }
+    if (word == "run") {
+        const int status = system(rest.c_str());
+        return std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+    }
+    if (word == "exit") {
+        _exit(atoi(rest.c_str()));
+    }
+    if (word == "abort") {
+        abort();
+    }
+    if (word == "hide") {
+        signal(SIGTERM, SIG_IGN);
+        return "hidden";
+    }
+    return "?";
+}
+
+void serve(int client, int fds, char** argv)
+{
+    std::string text;
+    char part[512];
+    for (ssize_t count = 0; (count = read(client, part, sizeof part)) > 0;) {
+        text.append(part, static_cast<size_t>(count));
+        for (size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
+            const std::string reply = answer(text.substr(0, end), fds, argv) + "\n";
+            send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
+        }
+    }
+    close(client);
+}
+
+} // namespace
+
+int main(int, char** argv)
+{
+    if (const char* status = getenv("ORVAN_DOUBLE_EXIT")) {
+        return atoi(status);
+    }
+    const char* pid = getenv("LISTEN_PID");
+    const char* count = getenv("LISTEN_FDS");
+    const int fds = pid != nullptr && count != nullptr && atoi(pid) == getpid() ? atoi(count) : 0;
+    report_ready();
+    pollfd waiting[8] = {};
+    for (int index = 0; index < fds && index < 8; ++index) {
+        waiting[index] = {3 + index, POLLIN, 0};
+    }
+    while (poll(waiting, static_cast<nfds_t>(fds), -1) > 0) {
+        for (int index = 0; index < fds; ++index) {
+            if (waiting[index].revents != 0) {
+                serve(accept4(3 + index, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
+            }
+        }
+    }
+}

@@ -1,0 +1,395 @@
+#include "launcher_fixture.h"
+
+#include "orvan_sandbox/addresses.h"
+#include "sockets.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <csignal>
+#include <fstream>
+#include <regex>
+#include <set>
+
+#include <unistd.h>
+
+#include <sys/mman.h>
+
+namespace fs = std::filesystem;
+using namespace launcher_test;
+using sandbox_test::content_of;
+using sandbox_test::eventually;
+
+class OrvanSimRun : public LauncherTest {};
+
+/// Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself goes
+/// into a sandbox first, where that loopback is its own.
+class OrvanSimRunOnHost : public LauncherTest {
+protected:
+    void SetUp() override
+    {
+        const auto inside = orvan_sandbox::enter({m_outer.path(), 0});
+        if (!inside && inside.error().refused) {
+            GTEST_SKIP() << inside.error().text();
+        }
+        ASSERT_TRUE(inside.ok()) << inside.error().text();
+        unsetenv(orvan_sandbox::kSandboxVariable);
+        LauncherTest::SetUp();
+    }
+    TemporaryDirectory m_outer;
+};
+
+TEST_F(OrvanSimRun, TellsWhatIsReadyAndHowToStopIt)
+{
+    if (!start_ready()) {
+        return;
+    }
+    EXPECT_TRUE(std::regex_match(
+        output(),
+        std::regex("ready: OVX3654B, 4 channels, 4 modules\n"
+                   "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2:5025 from its LAN "
+                   "\\(orvan-sim exec --in lan\\)\n"
+                   "  maintenance  UDP 127\\.0\\.0\\.1:[0-9]+\n"
+                   "  state        [^\n]*/orvan-sim-state-[^\n]* \\(removed at the end\\)\n"
+                   "  stop         Ctrl-C, or kill " +
+                   std::to_string(m_launcher) + "\n")))
+        << output();
+}
+
+TEST_F(OrvanSimRun, ModelDecidesChannelsAndModules)
+{
+    if (!start_ready({"--model", "OVX5352R", "--module-wait", "7"})) {
+        return;
+    }
+    EXPECT_EQ(output().substr(0, 39), "ready: OVX5352R, 2 channels, 2 modules\n");
+    EXPECT_EQ(ask("args"), "--foreground --channels 2 --module-wait 7\n");
+}
+
+TEST_F(OrvanSimRun, UnknownModelIsAnErrorThatListsTheKnownOnes)
+{
+    start({"--model", "OVX3653B"});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_EQ(output().find("orvan-sim: unknown model OVX3653B: known models:\n  OVX2751P  OVX3651P"), 0u)
+        << output();
+    EXPECT_NE(output().find("KSR-8053"), std::string::npos);
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRun, FewerModulesThanChannelsLeaveTheirLinksOut)
+{
+    if (!start_ready({"--modules", "2", "--log-level", "info"})) {
+        return;
+    }
+    EXPECT_EQ(output().substr(0, 39), "ready: OVX3654B, 4 channels, 2 modules\n");
+    EXPECT_EQ(ask("args"), "--foreground --channels 4 --module-wait 60 --log-level info\n");
+    EXPECT_EQ(sim({"exec", "--", "ls", "/sys/class/net"}).output, "eth0\nlo\nusb0\nusb1\n");
+}
+
+TEST_F(OrvanSimRun, NoneMeansNoModules)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    EXPECT_EQ(output().substr(0, 39), "ready: OVX3654B, 4 channels, 0 modules\n");
+}
+
+TEST_F(OrvanSimRun, ServiceGetsTheHostsSocketAndTheControllers)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    EXPECT_EQ(ask("fds"), "2\n");
+    const std::string inside = "exec 3<>/dev/tcp/10.0.0.2/5025; echo pid >&3; head -n 1 <&3";
+    EXPECT_EQ(sim({"exec", "--in", "lan", "--", "bash", "-c", inside}).output, ask("pid"));
+}
+
+TEST_F(OrvanSimRun, ServiceRunsInTheSandboxWithTheStandInsFirst)
+{
+    if (!start_ready({"--modules", "1", "--state", state()})) {
+        return;
+    }
+    EXPECT_EQ(ask("run test -d /home/orvan/halde/upgrade/orvanx && test -e /sys/class/net/usb0"), "0\n");
+    EXPECT_EQ(ask("run sudo /usr/local/bin/he_set_hostname.sh here"), "0\n");
+    EXPECT_NE(content_of(state() / "log/calls.log").find(" he_set_hostname.sh here\n"), std::string::npos);
+    EXPECT_EQ(ask("env ORVAN_STATE"), state().string() + "\n");
+}
+
+TEST_F(OrvanSimRun, BusyPortIsAnErrorThatNamesTheOption)
+{
+    const orvan_sandbox::UniqueFd busy(orvan_launcher::listen_tcp("127.0.0.1", 0));
+    const std::string port = std::to_string(orvan_launcher::port_of(busy.get()));
+    EXPECT_EQ(sim({"run", "--scpi-port", port}).output,
+              "orvan-sim: listening on 127.0.0.1 port " + port +
+                  ": Address already in use (choose another with --scpi-port; 0 takes a free one)\n");
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRun, GivenPortIsServed)
+{
+    int port = 0;
+    {
+        const orvan_sandbox::UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
+        port = orvan_launcher::port_of(free_one.get());
+    }
+    if (!start_ready({"--modules", "none", "--scpi-port", std::to_string(port)})) {
+        return;
+    }
+    EXPECT_EQ(printed("TCP 127.0.0.1:"), std::to_string(port));
+    EXPECT_EQ(ask("fds"), "2\n");
+}
+
+TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    const auto record = content_of(fs::path(printed("state        ")) / "run/instance.json");
+    std::smatch init;
+    ASSERT_TRUE(std::regex_search(record, init, std::regex("\"init\":\\s*([0-9]+)")));
+    const auto membership =
+        orvan_sandbox::open_membership(std::stoi(init[1]), "/proc/" + init[1].str() + "/ns/net");
+    ASSERT_TRUE(membership.ok());
+    const auto server = orvan_sandbox::make_descriptor(membership.value(), [] {
+        return orvan_launcher::bind_udp("0.0.0.0", orvan_sandbox::kMaintenancePort);
+    });
+    ASSERT_TRUE(server.ok());
+    const timeval patience = {10, 0};
+    setsockopt(server.value().get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+
+    const int port = std::stoi(printed("UDP 127.0.0.1:"));
+    for (int round = 0; round < 2; ++round) {
+        const orvan_sandbox::UniqueFd client(orvan_launcher::connect_udp("127.0.0.1", port));
+        const std::string request(1046, static_cast<char>('a' + round));
+        ASSERT_EQ(send(client.get(), request.data(), request.size(), 0), 1046);
+        char text[2000] = {};
+        sockaddr_in from = {};
+        socklen_t size = sizeof from;
+        ASSERT_EQ(
+            recvfrom(server.value().get(), text, sizeof text, 0, reinterpret_cast<sockaddr*>(&from), &size),
+            1046);
+        EXPECT_EQ(text, request);
+        EXPECT_EQ(ntohl(from.sin_addr.s_addr), 0x0A000001u);
+        ASSERT_EQ(sendto(server.value().get(), "reply", 5, 0, reinterpret_cast<sockaddr*>(&from), size), 5);
+        setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        EXPECT_EQ(recv(client.get(), text, sizeof text, 0), 5);
+    }
+}
+
+TEST_F(OrvanSimRun, RequestedRebootRestartsTheServiceOnTheSamePort)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    const std::string before = ask("pid");
+    EXPECT_EQ(ask("run touch /dev/shm/orvanData"), "0\n");
+    ask("run sudo reboot");
+    EXPECT_TRUE(
+        eventually([&] { return output().find("the service is ready again\n") != std::string::npos; }));
+    EXPECT_NE(ask("pid"), before);
+    EXPECT_EQ(ask("run test -e /dev/shm/orvanData"), "1\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
+}
+
+TEST_F(OrvanSimRun, ServiceThatEndsByItselfRightAfterTheRequestIsRestartedToo)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    ask("run sudo reboot; kill -KILL $PPID");
+    EXPECT_TRUE(eventually([&] {
+        return output().find("the service is ready again\n") != std::string::npos;
+    })) << output();
+}
+
+TEST_F(OrvanSimRun, CrashOfTheServiceEndsTheRunWithItsStatus)
+{
+    if (!start_ready({"--modules", "1", "--state", state()})) {
+        return;
+    }
+    ask("abort");
+    EXPECT_EQ(wait(), 128 + SIGABRT);
+    EXPECT_NE(output().find("orvan-sim: the service ended with signal 6 (Aborted); see " +
+                            (state() / "log/service.log").string() + "\n"),
+              std::string::npos)
+        << output();
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRun, ServiceThatEndsByItselfEndsTheRun)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    ask("exit 9");
+    EXPECT_EQ(wait(), 9);
+    EXPECT_NE(output().find("orvan-sim: the service ended with status 9\n"), std::string::npos) << output();
+}
+
+TEST_F(OrvanSimRun, ServiceThatDoesNotGetReadyEndsTheRun)
+{
+    start({"--modules", "none"}, {{"ORVAN_DOUBLE_EXIT", "4"}});
+    EXPECT_EQ(wait(), 4);
+    EXPECT_EQ(output().find("ready"), std::string::npos);
+}
+
+TEST_F(OrvanSimRun, ModuleThatCannotStartEndsTheRun)
+{
+    start({"--modules", "1"}, {{"ORVAN_DOUBLE_MODULE_EXIT", "5"}});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_EQ(output().find("orvan-sim: starting module 1: it ended with status 5 (see "), 0u) << output();
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRun, MissingProgramIsNamed)
+{
+    fs::remove(m_folder.path() / "bin/orvan-module");
+    start({"--modules", "1"});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_EQ(output(), "orvan-sim: running " + (m_folder.path() / "bin/orvan-module").string() +
+                            ": No such file or directory\n");
+}
+
+TEST_F(OrvanSimRun, EachEndingSignalEndsInOrderAndLeavesNothing)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        if (!start_ready({"--modules", "2"})) {
+            return;
+        }
+        const std::string init = printed("kill ");
+        EXPECT_EQ(stop(signal), 0);
+        EXPECT_EQ(left_over(), "");
+    }
+}
+
+TEST_F(OrvanSimRun, SignalWhileStartingEndsItToo)
+{
+    start({"--modules", "none", "--state", state()}, {{"ORVAN_DOUBLE_MUTE", "1"}});
+    EXPECT_TRUE(eventually([&] { return fs::exists(state() / "log/service.log"); }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_EQ(output().find("ready"), std::string::npos);
+}
+
+TEST_F(OrvanSimRun, NamedStateDirectoryStaysWithoutItsSockets)
+{
+    if (!start_ready({"--modules", "1", "--state", state()})) {
+        return;
+    }
+    EXPECT_EQ(printed("state        "), state().string());
+    EXPECT_EQ(output().find("removed"), std::string::npos);
+    EXPECT_EQ(stop(SIGTERM), 0);
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(state())) {
+        names.insert(entry.path().filename());
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"board", "halde", "log"}));
+}
+
+TEST_F(OrvanSimRun, StateDirectoryWithATooLongNameIsRefused)
+{
+    const std::string name = (m_folder.path() / std::string(80, 'x')).string();
+    const Outcome outcome = sim({"run", "--scpi-port", "0", "--state", name});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output,
+              "orvan-sim: using " + name +
+                  " as state directory: File name too long: its sockets' names would be too long\n");
+}
+
+TEST_F(OrvanSimRun, StateDirectoryInUseIsRefusedAndLeftAlone)
+{
+    if (!start_ready({"--modules", "none", "--state", state()})) {
+        return;
+    }
+    EXPECT_EQ(sim({"run", "--scpi-port", "0", "--state", state()}).output,
+              "orvan-sim: using " + state().string() + " as state directory: another instance runs in it\n");
+    EXPECT_EQ(sim({"ctl", "status"}).status, 0);
+}
+
+TEST_F(OrvanSimRun, KilledLauncherTakesAllProcessesAlongAndTheNextRunCleansUp)
+{
+    if (!start_ready({"--modules", "2"})) {
+        return;
+    }
+    const std::string left = printed("state        ");
+    std::vector<pid_t> pids;
+    const std::string status = sim({"ctl", "status"}).output;
+    const std::regex process("process ([0-9]+)");
+    for (std::sregex_iterator match(status.begin(), status.end(), process), end; match != end; ++match) {
+        pids.push_back(std::stoi((*match)[1]));
+    }
+    ASSERT_EQ(pids.size(), 3u) << status;
+    EXPECT_EQ(stop(SIGKILL), 128 + SIGKILL);
+    for (const pid_t pid : pids) {
+        EXPECT_TRUE(eventually([&] { return kill(pid, 0) != 0; })) << pid;
+    }
+    EXPECT_TRUE(fs::exists(left));
+    EXPECT_EQ(sim({"ctl", "status"}).status, 1);
+    if (start_ready({"--modules", "none"})) {
+        EXPECT_FALSE(fs::exists(left));
+        EXPECT_EQ(stop(SIGTERM), 0);
+    }
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatIsMissing)
+{
+    if (!start_ready({"--no-sandbox", "--modules", "1"})) {
+        return;
+    }
+    EXPECT_EQ(output().find(
+                  "without a sandbox: missing are /home/orvan/halde, a private /dev/shm, USB links, module "
+                  "addresses 192.168.x.1, the LAN side, the maintenance port\n"
+                  "ready: OVX3654B, 4 channels, 1 module\n"),
+              0u)
+        << output();
+    EXPECT_EQ(ask("args"), "--foreground --channels 4 --module-wait 60 --modules-on-loopback\n");
+    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("env ORVAN_SANDBOX"), "(none)\n");
+    ask("run sudo reboot");
+    EXPECT_TRUE(
+        eventually([&] { return output().find("the service is ready again\n") != std::string::npos; }));
+    EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "drop"}).output,
+              "orvan-sim: changing the link of module 1: there are no links without a sandbox\n");
+    EXPECT_EQ(sim({"exec", "--", "true"}).output, "orvan-sim: this instance has no sandbox\n");
+}
+
+TEST_F(OrvanSimRunOnHost, WithoutASandboxAKilledLauncherTakesAllProcessesAlongToo)
+{
+    if (!start_ready({"--no-sandbox", "--modules", "1"})) {
+        return;
+    }
+    const pid_t service = std::stoi(ask("pid"));
+    stop(SIGKILL);
+    EXPECT_TRUE(eventually([&] { return kill(service, 0) != 0; }));
+}
+
+TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
+{
+    const TemporaryDirectory outer;
+    START_SANDBOX(sandbox, (orvan_sandbox::Options{outer.path(), 0}));
+    const fs::path program = m_folder.path() / "bin/orvan-sim";
+    const auto run = [&](const char* option) {
+        const orvan_sandbox::UniqueFd text(memfd_create("output", 0));
+        const auto status = sandbox.run(orvan_sandbox::Role::controller(), [&] {
+            std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
+            dup2(text.get(), 1);
+            dup2(text.get(), 2);
+            // The service ends at once: that it came so far is what is looked for.
+            setenv("ORVAN_DOUBLE_EXIT", "6", 1);
+            setenv("TMPDIR", "/dev/shm", 1);
+            setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
+            return execl(program.c_str(), program.c_str(), "run", "--modules", "1", "--state",
+                         "/home/orvan/halde/inner", option, nullptr);
+        });
+        char part[4096] = {};
+        EXPECT_GE(pread(text.get(), part, sizeof part - 1, 0), 0);
+        return std::to_string(status ? status.value() : -1) + " " + part;
+    };
+    const std::string refusal = "orvan-sim: creating the network namespace: No space left on device (";
+    const std::string plain = run("--log-level=err");
+    EXPECT_EQ(plain.find("1 " + refusal), 0u) << plain;
+    EXPECT_NE(plain.find("; or run with --fallback)\n"), std::string::npos) << plain;
+    const std::string fallen = run("--fallback");
+    EXPECT_EQ(fallen.find("6 " + refusal), 0u) << fallen;
+    EXPECT_NE(fallen.find("without a sandbox: missing are"), std::string::npos) << fallen;
+}

@@ -1,0 +1,69 @@
+#include "sandbox_fixture.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace sandbox_test {
+
+namespace fs = std::filesystem;
+using namespace orvan_sandbox;
+using namespace std::chrono_literals;
+
+TemporaryDirectory::TemporaryDirectory()
+{
+    std::string name = (fs::temp_directory_path() / "orvan-test-XXXXXX").string();
+    if (mkdtemp(name.data()) != nullptr) {
+        m_path = name;
+    }
+}
+
+TemporaryDirectory::~TemporaryDirectory()
+{
+    std::error_code code;
+    fs::remove_all(m_path, code);
+}
+
+std::string content_of(const fs::path& file)
+{
+    std::ifstream stream(file);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+bool eventually(const std::function<bool()>& condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+std::string shell(Sandbox& sandbox, Role role, const std::string& text)
+{
+    const UniqueFd output(memfd_create("output", MFD_CLOEXEC));
+    Command command;
+    command.argv = {"sh", "-c", text};
+    command.output = output.get();
+    command.error = output.get();
+    const Result<int> status = sandbox.run(role, command);
+    if (!status) {
+        return status.error().text();
+    }
+    std::string result(1 << 16, '\0');
+    const ssize_t count = pread(output.get(), result.data(), result.size(), 0);
+    result.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return result;
+}
+
+} // namespace sandbox_test

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "orvan_sandbox/sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+namespace sandbox_test {
+
+/// A directory of a test's own, removed with the object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    ~TemporaryDirectory();
+    const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+std::string content_of(const std::filesystem::path& file);
+
+/// Waits until the condition holds, at most ten seconds.
+bool eventually(const std::function<bool()>& condition);
+
+/// Runs a shell text in a sandbox's role; the result is what it wrote to standard output and error.
+std::string shell(orvan_sandbox::Sandbox& sandbox, orvan_sandbox::Role role, const std::string& text);
+
+/// Starts a sandbox into `sandbox`; skips the test where the kernel refuses one.
+#define START_SANDBOX(sandbox, options)                                                                      \
+    auto sandbox##_result = orvan_sandbox::Sandbox::start(options);                                          \
+    if (!sandbox##_result && sandbox##_result.error().refused) {                                             \
+        GTEST_SKIP() << sandbox##_result.error().text();                                                     \
+    }                                                                                                        \
+    ASSERT_TRUE(sandbox##_result.ok()) << sandbox##_result.error().text();                                   \
+    [[maybe_unused]] orvan_sandbox::Sandbox& sandbox = sandbox##_result.value()
+
+} // namespace sandbox_test
