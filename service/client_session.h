@@ -1,0 +1,61 @@
+#ifndef ORVAN_SERVICE_CLIENT_SESSION_H
+#define ORVAN_SERVICE_CLIENT_SESSION_H
+
+#include "file_descriptor.h"
+#include "message_buffer.h"
+#include "message_sink.h"
+#include "turn_queue.h"
+
+#include <atomic>
+#include <chrono>
+#include <span>
+
+namespace orvan_service {
+
+struct SessionLimits {
+    /**
+     * How long one write of a reply may block within a turn. A reply that is not read can meet it twice,
+     * in its body and at its end, and the next client is to be answered within a second all the same.
+     */
+    std::chrono::milliseconds send_timeout{300};
+    /** How long a client may leave its replies unread, outside any turn, before it is closed. */
+    std::chrono::milliseconds reply_patience{5000};
+};
+
+/**
+ * One client: receives, and has its messages executed one by one, each in a turn of its own.
+ *
+ * A client that does not read its replies is not given a turn until there is room for a reply again, so
+ * it keeps nobody waiting. Only a reply longer than the socket's buffer can block in a turn; that costs
+ * at most two send time-outs, once, since the client is closed then.
+ */
+class ClientSession {
+public:
+    ClientSession(FileDescriptor socket, MessageSink& sink, TurnQueue& turns, LargeBufferPool& pool,
+                  const SessionLimits& limits);
+
+    /** Serves the client until it leaves or end() is called; on the client's own thread. */
+    void run();
+
+    /** Lets run() return when the message at work is done and its reply sent. Any thread. */
+    void end();
+
+private:
+    bool receive();
+    bool execute(std::span<char> message);
+    void refuse_overrun();
+    bool has_room_for_reply(std::chrono::milliseconds patience) const;
+
+    const FileDescriptor m_socket;
+    MessageSink& m_sink;
+    TurnQueue& m_turns;
+    const SessionLimits m_limits;
+    MessageBuffer m_buffer;
+    std::atomic<bool> m_ending = false;
+    unsigned m_unchecked_replies = 0;
+    bool m_had_turn = false;
+};
+
+} // namespace orvan_service
+
+#endif

@@ -1,0 +1,166 @@
+#include "listener.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+namespace orvan_service {
+namespace {
+
+constexpr int kFirstInherited = 3;
+
+struct Address {
+    sockaddr_storage storage{};
+    socklen_t length = 0;
+    sockaddr* get() { return reinterpret_cast<sockaddr*>(&storage); }
+};
+
+Address make_address(const std::string& text, uint16_t port)
+{
+    Address address;
+    if (auto& v4 = reinterpret_cast<sockaddr_in&>(address.storage);
+        ::inet_pton(AF_INET, text.c_str(), &v4.sin_addr) == 1) {
+        v4.sin_family = AF_INET;
+        v4.sin_port = htons(port);
+        address.length = sizeof v4;
+        return address;
+    }
+    address = {};
+    if (auto& v6 = reinterpret_cast<sockaddr_in6&>(address.storage);
+        ::inet_pton(AF_INET6, text.c_str(), &v6.sin6_addr) == 1) {
+        v6.sin6_family = AF_INET6;
+        v6.sin6_port = htons(port);
+        address.length = sizeof v6;
+        return address;
+    }
+    throw std::runtime_error("not an IPv4 or IPv6 address: " + text);
+}
+
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+FileDescriptor open_listener(const std::string& text, uint16_t port)
+{
+    Address address = make_address(text, port);
+    const std::string what = "cannot listen on " + text + " port " + std::to_string(port);
+    FileDescriptor socket(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket) {
+        fail(what);
+    }
+    const int on = 1;
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (address.storage.ss_family == AF_INET6) {
+        ::setsockopt(socket.get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+    }
+    if (::bind(socket.get(), address.get(), address.length) != 0 || ::listen(socket.get(), SOMAXCONN) != 0) {
+        fail(what);
+    }
+    return socket;
+}
+
+Address bound_address(int socket)
+{
+    Address address;
+    address.length = sizeof address.storage;
+    if (::getsockname(socket, address.get(), &address.length) != 0) {
+        fail("getsockname");
+    }
+    return address;
+}
+
+uint16_t bound_port(int socket)
+{
+    const Address address = bound_address(socket);
+    // The port stands at the same place for both families.
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address.storage).sin_port);
+}
+
+long number_from(const char* variable, const char* text)
+{
+    long value = -1;
+    const std::string_view digits(text);
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (error != std::errc() || end != digits.data() + digits.size() || value < 0) {
+        throw std::runtime_error(std::string(variable) + " is not a number: " + text);
+    }
+    return value;
+}
+
+} // namespace
+
+std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t port)
+{
+    std::vector<FileDescriptor> listeners;
+    if (!address.empty()) {
+        listeners.push_back(open_listener(address, port));
+        return listeners;
+    }
+    listeners.push_back(open_listener("0.0.0.0", port));
+    if (FileDescriptor probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)); !probe) {
+        ::syslog(LOG_NOTICE, "no IPv6 on this machine");
+        return listeners;
+    }
+    try {
+        listeners.push_back(open_listener("::", bound_port(listeners.front().get())));
+    } catch (const std::runtime_error& error) {
+        // A machine can know the family and yet have it switched off; IPv4 clients are served all the same.
+        ::syslog(LOG_WARNING, "%s", error.what());
+    }
+    return listeners;
+}
+
+std::vector<FileDescriptor> inherited_listeners()
+{
+    const char* const pid = std::getenv("LISTEN_PID");
+    const char* const fds = std::getenv("LISTEN_FDS");
+    std::vector<FileDescriptor> listeners;
+    if (!pid || !fds || number_from("LISTEN_PID", pid) != ::getpid()) {
+        return listeners;
+    }
+    const long count = number_from("LISTEN_FDS", fds);
+    for (int fd = kFirstInherited; fd < kFirstInherited + count; ++fd) {
+        int listening = 0;
+        socklen_t size = sizeof listening;
+        if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) != 0 || listening == 0) {
+            throw std::runtime_error("descriptor " + std::to_string(fd) +
+                                     " of LISTEN_FDS is not a listening socket");
+        }
+        listeners.emplace_back(fd);
+        ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    }
+    ::unsetenv("LISTEN_PID");
+    ::unsetenv("LISTEN_FDS");
+    ::unsetenv("LISTEN_FDNAMES");
+    return listeners;
+}
+
+std::string local_address(int socket)
+{
+    Address address = bound_address(socket);
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    if (::getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
+                      NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "?";
+    }
+    std::string text(host);
+    if (address.storage.ss_family == AF_INET6) {
+        text.insert(0, 1, '[').push_back(']');
+    }
+    return text + ':' + port;
+}
+
+} // namespace orvan_service

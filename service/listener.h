@@ -1,0 +1,39 @@
+#ifndef ORVAN_SERVICE_LISTENER_H
+#define ORVAN_SERVICE_LISTENER_H
+
+#include "file_descriptor.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvan_service {
+
+/**
+ * Opens listening TCP sockets (non-blocking, close-on-exec).
+ *
+ * With an empty `address`: one socket for all IPv4 addresses and one for all IPv6 addresses; without the
+ * second when the machine has no IPv6. They are two, and not one for both, because a client counts as the
+ * instrument's own by its IPv4 peer address, which a socket for both families would hide.
+ *
+ * @param address an IPv4 or IPv6 address in numbers, or empty.
+ * @param port 0 takes a free one, the same for both.
+ * @throws std::runtime_error with a text for the user.
+ */
+std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t port);
+
+/**
+ * Takes the listening sockets that the parent process passed as descriptors 3 and up, as counted by
+ * LISTEN_FDS for the process LISTEN_PID, and clears these variables, which are not for our children.
+ *
+ * @return empty when none were passed to this process.
+ * @throws std::runtime_error when the variables make no sense or a descriptor is not a listening socket.
+ */
+std::vector<FileDescriptor> inherited_listeners();
+
+/** "127.0.0.1:5025" or "[::1]:5025": where a listening socket can be reached. */
+std::string local_address(int socket);
+
+} // namespace orvan_service
+
+#endif

@@ -1,0 +1,38 @@
+#ifndef ORVAN_SERVICE_OPTIONS_H
+#define ORVAN_SERVICE_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace orvan_service {
+
+/** Exit codes of the program. */
+enum ExitCode : int {
+    kExitDone = 0,          /**< ended on request; --help and --version */
+    kExitFailed = 1,        /**< could not start: no port, bad inherited sockets */
+    kExitBadOptions = 2,    /**< the command line is wrong */
+    kExitOutsideSandbox = 3 /**< would reach real module addresses */
+};
+
+struct Options {
+    std::string address;
+    uint16_t port = 5025;
+    int max_clients = 256;
+    int channels = 4;
+    int module_wait = 60;
+    bool modules_on_loopback = false;
+    bool foreground = false;
+    int log_level = 5; /**< of syslog: LOG_NOTICE */
+};
+
+/**
+ * Reads the command line. Help and version go to standard output, complaints to standard error.
+ *
+ * @return empty when the program is to end with `exit_code`.
+ */
+std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code);
+
+} // namespace orvan_service
+
+#endif

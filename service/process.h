@@ -1,0 +1,46 @@
+#ifndef ORVAN_SERVICE_PROCESS_H
+#define ORVAN_SERVICE_PROCESS_H
+
+#include "file_descriptor.h"
+
+#include <cstddef>
+
+namespace orvan_service {
+
+/** A client or a module that closes its side at the wrong moment must not end the process. */
+void ignore_broken_pipes();
+
+/**
+ * Raises the limit of open descriptors to the hard limit, at most to 1024: the library waits for modules
+ * with select(), which must not see a higher one.
+ *
+ * @return the limit now in force.
+ */
+size_t raise_descriptor_limit();
+
+/** Opens the system log for the whole process; messages below `level` are dropped at once. */
+void open_log(int level, bool to_stderr);
+
+/**
+ * SIGTERM and SIGINT as a descriptor that becomes, and stays, readable at the first of them. One object
+ * at a time in a process; its end restores the signals.
+ *
+ * The signals are caught and not blocked: a blocked signal would stay so in the programs that the library
+ * starts.
+ */
+class StopRequest {
+public:
+    StopRequest();
+    ~StopRequest();
+    StopRequest(const StopRequest&) = delete;
+    StopRequest& operator=(const StopRequest&) = delete;
+
+    int descriptor() const { return m_event.get(); }
+
+private:
+    FileDescriptor m_event;
+};
+
+} // namespace orvan_service
+
+#endif

@@ -1,0 +1,242 @@
+// Clients that vanish, stall or do not listen must cost the others nothing.
+#include "service_fixture.h"
+
+#include "support/log_capture.h"
+#include "support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include <atomic>
+#include <cerrno>
+
+using namespace orvan_service;
+using namespace orvan_test;
+
+namespace {
+
+// What the library does with a reply: blocking writes until all is sent or one fails.
+bool write_all(int socket, const std::string& reply)
+{
+    for (size_t sent = 0; sent < reply.size();) {
+        const ssize_t n = ::write(socket, reply.data() + sent, reply.size() - sent);
+        if (n < 0) {
+            return false;
+        }
+        sent += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool logged(const LogCapture& log, const std::string& part)
+{
+    for (const auto& line : log.lines()) {
+        if (line.text.find(part) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void expect_good_service(int port)
+{
+    TestClient good(port);
+    EXPECT_EQ(good.ask("*IDN?\n"), "*IDN?;+OK\r\n");
+}
+
+} // namespace
+
+TEST(HostileClients, ManyThatConnectAndVanishLeaveNothing)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    expect_good_service(server.port());
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    const size_t descriptors = open_descriptors();
+    for (int i = 0; i < 500; ++i) {
+        TestClient client(server.port());
+        if (i % 2 == 0) {
+            client.reset();
+        }
+    }
+    EXPECT_TRUE(
+        eventually([&] { return server.server().clients() == 0 && open_descriptors() <= descriptors; }));
+    expect_good_service(server.port());
+}
+
+TEST(HostileClients, AHangUpInMidMessageHarmsNobody)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    for (int i = 0; i < 20; ++i) {
+        TestClient client(server.port());
+        client.send(i % 2 == 0 ? ":FREQ 1" : ":DATA #550000abc");
+        if (i % 4 < 2) {
+            client.reset();
+        }
+    }
+    expect_good_service(server.port());
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    EXPECT_EQ(sink.messages(), std::vector<std::string>{"*IDN?\n"});
+}
+
+TEST(HostileClients, OneThatIsGoneBeforeItsReplyHasItsMessageExecuted)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    {
+        TestClient client(server.port());
+        client.send("a\nb\n");
+        ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+        client.reset();
+    }
+    sink.open();
+    expect_good_service(server.port());
+    EXPECT_EQ(sink.messages().front(), "a\n");
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+}
+
+TEST(HostileClients, OneThatNeverEndsItsLineHoldsNobodyUp)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient endless(server.port());
+    endless.send(std::string(200'000, 'x'));
+    TestClient silent(server.port());
+    expect_good_service(server.port());
+    // Nor does one that has passed the limit and goes on.
+    endless.send(std::string(0x300000, 'x'));
+    EXPECT_EQ(endless.line(), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
+    endless.send(std::string(0x300000, 'x'));
+    expect_good_service(server.port());
+    EXPECT_EQ(endless.ask("\n*IDN?\n"), "*IDN?;+OK\r\n");
+}
+
+// The sink's writes must not even come close to blocking: a client without room gets no turn.
+TEST(HostileClients, OneThatReadsLateBlocksNoTurnAndGetsEveryReply)
+{
+    constexpr int kMessages = 3000;
+    const std::string filler(1990, 'r');
+    std::atomic<int> blocked = 0;
+    std::atomic<int> answered = 0;
+    RecordingSink sink([&](int socket, const std::string& message) {
+        const std::string reply = message.substr(0, message.size() - 1) + filler + ";+OK\r\n";
+        const ssize_t n = ::send(socket, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        blocked += n != static_cast<ssize_t>(reply.size()) ? 1 : 0;
+        ++answered;
+    });
+    ServerLimits limits;
+    limits.session.reply_patience = std::chrono::seconds(60);
+    RunningServer server(sink, limits);
+    TestClient late(server.port(), 4096);
+    std::thread sender([&] {
+        for (int i = 0; i < kMessages; ++i) {
+            late.send(std::to_string(i) + "\n");
+        }
+    });
+    TestClient good(server.port());
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(good.ask("g\n"), "g" + filler + ";+OK\r\n");
+    }
+    sender.join();
+    EXPECT_LT(answered, kMessages) << "the late client was not held back, so nothing was tested";
+    for (int i = 0; i < kMessages; ++i) {
+        ASSERT_EQ(late.line(), std::to_string(i) + filler + ";+OK\r\n");
+    }
+    EXPECT_EQ(blocked, 0);
+}
+
+TEST(HostileClients, OneThatNeverReadsIsClosed)
+{
+    const LogCapture log;
+    RecordingSink sink(
+        [](int socket, const std::string&) { write_all(socket, std::string(2000, 'r') + "\r\n"); });
+    ServerLimits limits;
+    limits.session.reply_patience = std::chrono::milliseconds(50);
+    RunningServer server(sink, limits);
+    TestClient deaf(server.port(), 4096);
+    std::thread sender([&] {
+        for (int i = 0; i < 5000; ++i) {
+            deaf.send("*IDN?\n");
+        }
+    });
+    EXPECT_TRUE(eventually([&] { return logged(log, "closed, it does not read its replies"); }));
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    sender.join();
+    EXPECT_EQ(sink.lost().size(), 1u);
+}
+
+TEST(HostileClients, AReplyThatBlocksItsTurnHoldsTheNextClientLessThanASecond)
+{
+    const LogCapture log;
+    std::atomic<bool> blocked = false;
+    RecordingSink sink([&](int socket, const std::string& message) {
+        if (message != "huge?\n") {
+            RecordingSink::answer(socket, message);
+            return;
+        }
+        // As the library sends a block: its body in chunks until one fails, then the reply's end.
+        blocked = true;
+        const std::string chunk(2048, 'r');
+        while (write_all(socket, chunk)) {
+        }
+        write_all(socket, chunk);
+    });
+    RunningServer server(sink);
+    TestClient good(server.port());
+    TestClient deaf(server.port(), 4096);
+    deaf.send("huge?\n");
+    ASSERT_TRUE(eventually([&] { return blocked.load(); }));
+    good.send("*IDN?\n");
+    EXPECT_EQ(good.line(std::chrono::seconds(1)), "*IDN?;+OK\r\n");
+    EXPECT_TRUE(eventually([&] { return logged(log, "closed, it does not read its reply"); }));
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
+}
+
+TEST(HostileClients, ALongCommandDoesNotCountAsABlockedReply)
+{
+    RecordingSink sink([](int socket, const std::string& message) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the command's own time
+        RecordingSink::answer(socket, message);
+    });
+    ServerLimits limits;
+    limits.session.send_timeout = std::chrono::milliseconds(10);
+    RunningServer server(sink, limits);
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
+    EXPECT_EQ(client.ask("b\n"), "b;+OK\r\n");
+}
+
+TEST(HostileClients, MemoryOfLargeMessagesIsGivenBack)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP()
+        << "the thread sanitizer's shadow of touched pages stays resident, so nothing can be measured";
+#endif
+    const auto resident_pages = [] {
+        FILE* file = std::fopen("/proc/self/statm", "r");
+        long total = 0;
+        long resident = 0;
+        EXPECT_EQ(std::fscanf(file, "%ld %ld", &total, &resident), 2);
+        std::fclose(file);
+        return resident;
+    };
+    RecordingSink sink([](int, const std::string&) {});
+    RunningServer server(sink, {.max_clients = 40});
+    const std::string unfinished(2'000'000, 'x');
+    const long before = resident_pages();
+    {
+        std::vector<TestClient> clients;
+        for (int i = 0; i < 32; ++i) {
+            clients.emplace_back(server.port());
+            clients.back().send(unfinished);
+        }
+        // 64 MB stand in the buffers of messages that go on.
+        EXPECT_TRUE(eventually([&] { return resident_pages() - before > 32L * 1'900'000 / 4096; }));
+    }
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    EXPECT_TRUE(eventually([&] { return resident_pages() - before < 12L * 1024 * 1024 / 4096; }));
+}

@@ -1,0 +1,137 @@
+// The server with the real library behind it; the modules are scripted ones on the loopback.
+#include "service/instrument.h"
+
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/output_capture.h"
+#include "support/scripted_module.h"
+
+#include <gtest/gtest.h>
+
+#include <syslog.h>
+
+using namespace orvan_service;
+using namespace orvan_test;
+
+namespace {
+
+const std::string kUndefinedHeader = "-ERR -113, \"Undefined header\";+OK\r\n";
+
+class InstrumentTest : public ::testing::Test {
+protected:
+    InstrumentTest()
+    {
+        for (int channel = 1; channel <= kMaxChannels; ++channel) {
+            library->m_orvanXIp[channel - 1] = module.address();
+            library->m_OrvanXport[channel - 1] = static_cast<uint32_t>(module.port());
+        }
+    }
+
+    LogCapture log; // keeps the library's lines away from the machine's log
+    ScriptedModule module;
+    Instrument instrument{2, true};
+    Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
+};
+
+} // namespace
+
+TEST(Instrument, BuildsTheModuleServiceWithTheFirstChannelSelected)
+{
+    const Instrument instrument(3, false);
+    const Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
+    EXPECT_EQ(Scpi_Orvanx::getInstance()->getNumberofChannels(), 3);
+    EXPECT_EQ(Scpi_Orvanx::getInstance()->getSelectedChannel(), 1);
+    EXPECT_EQ(library->m_orvanXIp[0], "192.168.7.1");
+}
+
+TEST(Instrument, ModulesOnTheLoopbackChangeTheAddressesAndNotThePorts)
+{
+    const Instrument instrument(4, true);
+    const Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
+    for (int channel = 1; channel <= kMaxChannels; ++channel) {
+        EXPECT_EQ(library->m_orvanXIp[channel - 1], "127.0." + std::to_string(6 + channel) + ".1");
+        EXPECT_EQ(library->m_OrvanXport[channel - 1], 6000u + static_cast<unsigned>(channel));
+    }
+}
+
+TEST_F(InstrumentTest, ModulesThatAnswerAreLoggedAndThoseThatDoNot)
+{
+    const std::string at = module.address() + ":" + std::to_string(module.port());
+    instrument.wait_for_modules(10);
+    EXPECT_EQ(module.connections(), 2u);
+    EXPECT_EQ(log.count(LOG_NOTICE, "module 1 at " + at + " answers"), 1u);
+    EXPECT_EQ(log.count(LOG_NOTICE, "module 2 at " + at + " answers"), 1u);
+    log.clear();
+    library->m_isLive[1] = false;
+    instrument.wait_for_modules(0);
+    EXPECT_EQ(log.count(LOG_WARNING, "module 2 at " + at + " does not answer"), 1u);
+}
+
+TEST_F(InstrumentTest, RepliesGoToTheClientThatAsked)
+{
+    RunningServer server(instrument);
+    TestClient first(server.port());
+    TestClient second(server.port());
+    EXPECT_EQ(first.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
+    EXPECT_EQ(second.ask(":NO:SUCH:HEADER;:NO:SUCH:HEADER\r\n"),
+              "-ERR -113, \"Undefined header\";" + kUndefinedHeader);
+    EXPECT_EQ(first.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
+}
+
+TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsEachComeBackToTheirOwn)
+{
+    module.always(ModuleAnswer::reply("1000000000;+OK\r\n"));
+    RunningServer server(instrument);
+    std::vector<TestClient> clients;
+    for (int i = 0; i < 20; ++i) {
+        clients.emplace_back(server.port());
+    }
+    for (auto& client : clients) {
+        client.send(":FREQ?\n:NO:SUCH:HEADER\n:FREQ?\n");
+    }
+    for (auto& client : clients) {
+        EXPECT_EQ(client.line(), "1000000000;+OK\r\n");
+        EXPECT_EQ(client.line(), kUndefinedHeader);
+        EXPECT_EQ(client.line(), "1000000000;+OK\r\n");
+    }
+}
+
+TEST_F(InstrumentTest, AClientLostDuringItsCommandLeavesTheParserFree)
+{
+    OutputCapture errors(STDERR_FILENO); // the library says there that the reply could not be sent
+    module.then(ModuleAnswer::slow("1;+OK\r\n", std::chrono::milliseconds(200)));
+    module.always(ModuleAnswer::reply("2;+OK\r\n"));
+    RunningServer server(instrument);
+    {
+        TestClient lost(server.port());
+        lost.send(":FREQ?\n:FR");
+        ASSERT_TRUE(module.wait_requests(1));
+        lost.reset();
+    }
+    TestClient good(server.port());
+    EXPECT_EQ(good.ask(":FREQ?\n"), "2;+OK\r\n");
+}
+
+// The parser is taken for whole messages only, so a half message never keeps it for its 3 seconds.
+TEST_F(InstrumentTest, AHalfMessageDoesNotHoldTheParser)
+{
+    RunningServer server(instrument);
+    TestClient half(server.port());
+    half.send(":NO:SUCH");
+    TestClient good(server.port());
+    EXPECT_EQ(good.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
+    EXPECT_EQ(half.ask(":HEADER\n"), kUndefinedHeader);
+}
+
+TEST_F(InstrumentTest, AMessageAroundTheInputBuffersSizeIsAnsweredOnceEitherWay)
+{
+    RunningServer server(instrument);
+    TestClient client(server.port());
+    for (size_t size = 0x300000 - 2; size <= 0x300000 + 1; ++size) {
+        const std::string reply = client.ask(":NO:SUCH:HEADER " + std::string(size - 17, 'x') + "\n");
+        EXPECT_TRUE(reply == kUndefinedHeader || reply == "-ERR -363, \"Input buffer overrun\";+OK\r\n")
+            << reply;
+        EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
+    }
+}

@@ -1,0 +1,160 @@
+#include "service/listener.h"
+
+#include "support/log_capture.h"
+#include "support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+using namespace orvan_service;
+using namespace orvan_test;
+
+namespace {
+
+int option(int socket, int level, int name)
+{
+    int value = -1;
+    socklen_t size = sizeof value;
+    ::getsockopt(socket, level, name, &value, &size);
+    return value;
+}
+
+bool machine_has_ipv6()
+{
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    const FileDescriptor socket(::socket(AF_INET6, SOCK_STREAM, 0));
+    return ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+void set_listen_variables(const std::string& pid, const std::string& fds)
+{
+    ::setenv("LISTEN_PID", pid.c_str(), 1);
+    ::setenv("LISTEN_FDS", fds.c_str(), 1);
+}
+
+std::string complaint_of(std::vector<FileDescriptor> (*action)())
+{
+    try {
+        action();
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "no complaint";
+}
+
+} // namespace
+
+TEST(Listeners, AnAddressGivesOneListeningSocketThatNoChildInherits)
+{
+    const auto listeners = open_listeners("127.0.0.1", 0);
+    ASSERT_EQ(listeners.size(), 1u);
+    const int fd = listeners[0].get();
+    EXPECT_EQ(option(fd, SOL_SOCKET, SO_ACCEPTCONN), 1);
+    EXPECT_NE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(local_address(fd), "127.0.0.1:" + std::to_string(local_port(fd)));
+}
+
+TEST(Listeners, WithoutAnAddressThereIsOneSocketForEachFamilyOnOnePort)
+{
+    LogCapture log;
+    const auto listeners = open_listeners("", 0);
+    EXPECT_EQ(option(listeners.at(0).get(), SOL_SOCKET, SO_DOMAIN), AF_INET);
+    if (!machine_has_ipv6()) {
+        EXPECT_EQ(listeners.size(), 1u);
+        GTEST_SKIP() << "the machine has no IPv6, so only the IPv4 socket could be checked";
+    }
+    ASSERT_EQ(listeners.size(), 2u);
+    EXPECT_EQ(option(listeners[1].get(), SOL_SOCKET, SO_DOMAIN), AF_INET6);
+    EXPECT_EQ(option(listeners[1].get(), IPPROTO_IPV6, IPV6_V6ONLY), 1);
+    EXPECT_EQ(local_port(listeners[0].get()), local_port(listeners[1].get()));
+}
+
+TEST(Listeners, AnIpv6AddressIsTaken)
+{
+    if (!machine_has_ipv6()) {
+        GTEST_SKIP() << "the machine has no IPv6";
+    }
+    const auto listeners = open_listeners("::1", 0);
+    EXPECT_EQ(local_address(listeners.at(0).get()).substr(0, 6), "[::1]:");
+}
+
+TEST(Listeners, APortInUseIsToldWithItsNumber)
+{
+    const auto taken = open_listeners("127.0.0.1", 0);
+    const auto port = static_cast<uint16_t>(local_port(taken[0].get()));
+    try {
+        open_listeners("127.0.0.1", port);
+        FAIL() << "two sockets on one port";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(),
+                  "cannot listen on 127.0.0.1 port " + std::to_string(port) + ": Address already in use");
+    }
+}
+
+TEST(Listeners, ANameIsNoAddress)
+{
+    EXPECT_THROW(open_listeners("localhost", 0), std::runtime_error);
+    EXPECT_THROW(open_listeners("127.0.0", 0), std::runtime_error);
+}
+
+TEST(InheritedListeners, WithoutVariablesThereAreNone)
+{
+    ::unsetenv("LISTEN_PID");
+    ::unsetenv("LISTEN_FDS");
+    EXPECT_TRUE(inherited_listeners().empty());
+    ::setenv("LISTEN_FDS", "1", 1);
+    EXPECT_TRUE(inherited_listeners().empty());
+}
+
+TEST(InheritedListeners, ThoseOfAnotherProcessAreLeftAlone)
+{
+    set_listen_variables(std::to_string(::getpid() + 1), "1");
+    EXPECT_TRUE(inherited_listeners().empty());
+    EXPECT_STREQ(::getenv("LISTEN_FDS"), "1");
+}
+
+TEST(InheritedListeners, NumbersThatAreNoneAreRefused)
+{
+    for (const char* bad : {"", "x", "1x", "-1", " 1"}) {
+        set_listen_variables(std::to_string(::getpid()), bad);
+        EXPECT_EQ(complaint_of(inherited_listeners), std::string("LISTEN_FDS is not a number: ") + bad);
+        set_listen_variables(bad, "1");
+        EXPECT_EQ(complaint_of(inherited_listeners), std::string("LISTEN_PID is not a number: ") + bad);
+    }
+}
+
+// Each case is a process of its own, so descriptors 3 and 4 can be made what the parent would pass.
+TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesGo)
+{
+    const auto made = open_listeners("127.0.0.1", 0);
+    const int port = local_port(made[0].get());
+    ASSERT_EQ(::dup2(made[0].get(), 3), 3);
+    ASSERT_EQ(::dup2(made[0].get(), 4), 4);
+    set_listen_variables(std::to_string(::getpid()), "2");
+    const auto listeners = inherited_listeners();
+    ASSERT_EQ(listeners.size(), 2u);
+    EXPECT_EQ(listeners[0].get(), 3);
+    EXPECT_EQ(listeners[1].get(), 4);
+    EXPECT_EQ(local_port(3), port);
+    EXPECT_NE(::fcntl(3, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_NE(::fcntl(3, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(::getenv("LISTEN_PID"), nullptr);
+    EXPECT_EQ(::getenv("LISTEN_FDS"), nullptr);
+}
+
+TEST(InheritedListeners, ADescriptorThatDoesNotListenIsRefused)
+{
+    const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+    ASSERT_EQ(::dup2(socket.get(), 3), 3);
+    set_listen_variables(std::to_string(::getpid()), "1");
+    EXPECT_EQ(complaint_of(inherited_listeners), "descriptor 3 of LISTEN_FDS is not a listening socket");
+}

@@ -1,0 +1,118 @@
+#include "service/options.h"
+
+#include "support/output_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <initializer_list>
+#include <vector>
+
+using namespace orvan_service;
+using orvan_test::OutputCapture;
+
+namespace {
+
+std::optional<Options> parse(std::initializer_list<const char*> arguments, int& exit_code)
+{
+    std::vector<const char*> argv{"orvan-service"};
+    argv.insert(argv.end(), arguments);
+    return parse_options(static_cast<int>(argv.size()), argv.data(), exit_code);
+}
+
+Options parsed(std::initializer_list<const char*> arguments)
+{
+    int exit_code = -1;
+    const auto options = parse(arguments, exit_code);
+    EXPECT_TRUE(options.has_value());
+    return options.value_or(Options{});
+}
+
+struct BadCase {
+    std::vector<const char*> arguments;
+    const char* named; // what the complaint has to name
+};
+
+} // namespace
+
+TEST(Options, DefaultsAreThoseOfTheInstrument)
+{
+    const Options options = parsed({});
+    EXPECT_EQ(options.address, "");
+    EXPECT_EQ(options.port, 5025);
+    EXPECT_EQ(options.max_clients, 256);
+    EXPECT_EQ(options.channels, 4);
+    EXPECT_EQ(options.module_wait, 60);
+    EXPECT_FALSE(options.modules_on_loopback);
+    EXPECT_FALSE(options.foreground);
+    EXPECT_EQ(options.log_level, LOG_NOTICE);
+}
+
+TEST(Options, EachIsTaken)
+{
+    const Options options =
+        parsed({"--port", "1234", "--address", "127.0.0.1", "--max-clients", "7", "--channels", "2",
+                "--module-wait", "0", "--modules-on-loopback", "--foreground", "--log-level", "debug"});
+    EXPECT_EQ(options.port, 1234);
+    EXPECT_EQ(options.address, "127.0.0.1");
+    EXPECT_EQ(options.max_clients, 7);
+    EXPECT_EQ(options.channels, 2);
+    EXPECT_EQ(options.module_wait, 0);
+    EXPECT_TRUE(options.modules_on_loopback);
+    EXPECT_TRUE(options.foreground);
+    EXPECT_EQ(options.log_level, LOG_DEBUG);
+}
+
+TEST(Options, LogLevelsAreThoseOfSyslog)
+{
+    EXPECT_EQ(parsed({"--log-level", "err"}).log_level, LOG_ERR);
+    EXPECT_EQ(parsed({"--log-level", "warning"}).log_level, LOG_WARNING);
+    EXPECT_EQ(parsed({"--log-level", "notice"}).log_level, LOG_NOTICE);
+    EXPECT_EQ(parsed({"--log-level", "info"}).log_level, LOG_INFO);
+}
+
+TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
+{
+    const BadCase cases[] = {
+        {{"--port", "65536"}, "65536"},
+        {{"--port", "-1"}, "-1"},
+        {{"--port", "x"}, "--port"},
+        {{"--port"}, "--port"},
+        {{"--max-clients", "0"}, "0"},
+        {{"--max-clients", "513"}, "513"},
+        {{"--channels", "0"}, "0"},
+        {{"--channels", "5"}, "5"},
+        {{"--module-wait", "-1"}, "-1"},
+        {{"--module-wait", "601"}, "601"},
+        {{"--log-level", "loud"}, "loud"},
+        {{"--no-such-option"}, "--no-such-option"},
+        {{"stray"}, "stray"},
+    };
+    for (const auto& bad : cases) {
+        std::vector<const char*> argv{"orvan-service"};
+        argv.insert(argv.end(), bad.arguments.begin(), bad.arguments.end());
+        int exit_code = -1;
+        OutputCapture errors(STDERR_FILENO);
+        EXPECT_FALSE(parse_options(static_cast<int>(argv.size()), argv.data(), exit_code));
+        EXPECT_EQ(exit_code, kExitBadOptions);
+        EXPECT_NE(errors.text().find(bad.named), std::string::npos) << errors.text();
+    }
+}
+
+TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
+{
+    OutputCapture output(STDOUT_FILENO);
+    int exit_code = -1;
+    EXPECT_FALSE(parse({"--version"}, exit_code));
+    EXPECT_EQ(exit_code, kExitDone);
+    EXPECT_EQ(output.text(), "orvan-service " ORVAN_VERSION "\n");
+    exit_code = -1;
+    EXPECT_FALSE(parse({"--help"}, exit_code));
+    EXPECT_EQ(exit_code, kExitDone);
+    for (const char* option : {"--port", "--address", "--max-clients", "--channels", "--module-wait",
+                               "--modules-on-loopback", "--foreground", "--log-level", "--version"}) {
+        EXPECT_NE(output.text().find(option), std::string::npos) << option;
+    }
+}

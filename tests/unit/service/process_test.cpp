@@ -1,0 +1,88 @@
+#include "service/process.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+
+using namespace orvan_service;
+
+namespace {
+
+bool readable(int fd)
+{
+    pollfd waiting{fd, POLLIN, 0};
+    return ::poll(&waiting, 1, 0) == 1;
+}
+
+} // namespace
+
+TEST(Process, TheDescriptorLimitIsRaisedToTheHardOneAndStaysBelowWhatSelectKnows)
+{
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlim_t expected = std::min<rlim_t>(limit.rlim_max, FD_SETSIZE);
+    limit.rlim_cur = 32;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(raise_descriptor_limit(), expected);
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(limit.rlim_cur, expected);
+    limit.rlim_max = limit.rlim_cur = 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(raise_descriptor_limit(), 100u);
+}
+
+TEST(Process, ABrokenPipeIsAnErrorOfTheWrite)
+{
+    ignore_broken_pipes();
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
+    EXPECT_EQ(::write(ends[1], "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+    ::close(ends[1]);
+}
+
+TEST(Process, TheLogMaskDropsWhatIsBelowTheLevel)
+{
+    open_log(LOG_NOTICE, false);
+    EXPECT_EQ(::setlogmask(0), LOG_UPTO(LOG_NOTICE));
+    open_log(LOG_DEBUG, false);
+    EXPECT_EQ(::setlogmask(0), LOG_UPTO(LOG_DEBUG));
+}
+
+TEST(StopRequest, EachSignalMakesItReadableForGood)
+{
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const StopRequest stop;
+        EXPECT_FALSE(readable(stop.descriptor()));
+        ASSERT_EQ(::raise(signal), 0);
+        EXPECT_TRUE(readable(stop.descriptor()));
+        EXPECT_TRUE(readable(stop.descriptor()));
+        ASSERT_EQ(::raise(signal), 0); // a second one does no harm
+    }
+}
+
+TEST(StopRequest, ItsEndGivesTheSignalsBack)
+{
+    {
+        const StopRequest stop;
+    }
+    EXPECT_EXIT(::raise(SIGTERM), ::testing::KilledBySignal(SIGTERM), "");
+}
+
+// A program that the library starts must be stoppable.
+TEST(StopRequest, TheSignalsAreNotBlocked)
+{
+    const StopRequest stop;
+    sigset_t blocked;
+    ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, nullptr, &blocked), 0);
+    EXPECT_EQ(::sigismember(&blocked, SIGTERM), 0);
+    EXPECT_EQ(::sigismember(&blocked, SIGINT), 0);
+}

@@ -1,0 +1,230 @@
+// The program itself, from outside.
+#include "service/listener.h"
+#include "service/options.h"
+#include "service_fixture.h"
+#include "service_process.h"
+#include "support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+using namespace orvan_service;
+using namespace orvan_test;
+
+namespace {
+
+// On a socket that the test passes in, without modules.
+class ProgramTest : public ::testing::Test {
+protected:
+    ServiceProcess::Start start(std::vector<std::string> more = {})
+    {
+        std::vector<std::string> arguments{"--modules-on-loopback", "--module-wait", "0", "--foreground"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return {std::move(arguments), {}, listener[0].get()};
+    }
+
+    int port() const { return local_port(listener[0].get()); }
+
+    std::vector<FileDescriptor> listener = open_listeners("127.0.0.1", 0);
+};
+
+std::string status_line(pid_t pid, const std::string& name)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind(name + ":", 0) == 0) {
+            return line.substr(line.find_last_of(" \t") + 1);
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+TEST_F(ProgramTest, ServesOnAnInheritedSocketAndEndsOnSigterm)
+{
+    ServiceProcess service(start());
+    TestClient client(port());
+    EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.exit_code(), kExitDone);
+    EXPECT_TRUE(client.sees_end());
+}
+
+TEST_F(ProgramTest, EndsOnSigintToo)
+{
+    ServiceProcess service(start());
+    service.errors_until("ready");
+    service.signal(SIGINT);
+    EXPECT_EQ(service.exit_code(), kExitDone);
+}
+
+TEST_F(ProgramTest, OpensItsOwnPortWithoutAnInheritedSocketAndNamesIt)
+{
+    ServiceProcess service({{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--address",
+                             "127.0.0.1", "--port", "0"}});
+    const std::string log = service.errors_until("ready");
+    const std::string lead = "listening on 127.0.0.1:";
+    ASSERT_NE(log.find(lead), std::string::npos) << log;
+    TestClient client(std::atoi(log.c_str() + log.find(lead) + lead.size()));
+    EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
+}
+
+TEST_F(ProgramTest, APortInUseEndsItWithTheReasonAndExitCodeOne)
+{
+    ServiceProcess service(
+        {{"--modules-on-loopback", "--address", "127.0.0.1", "--port", std::to_string(port())}});
+    EXPECT_EQ(service.exit_code(), kExitFailed);
+    EXPECT_EQ(service.errors(), "orvan-service: cannot listen on 127.0.0.1 port " + std::to_string(port()) +
+                                    ": Address already in use\n");
+}
+
+TEST_F(ProgramTest, RefusesToStartOutsideASandboxWithRealModuleAddresses)
+{
+    for (const char* sandbox : {"", "1", "not a number"}) {
+        ServiceProcess service({{"--module-wait", "0"}, {{"ORVAN_SANDBOX", sandbox}}, listener[0].get()});
+        EXPECT_EQ(service.exit_code(), kExitOutsideSandbox);
+        EXPECT_EQ(service.errors(), "orvan-service: refusing to start: it would reach for real module "
+                                    "addresses (192.168.7.1 and up).\n"
+                                    "Run it in a sandbox, or with --modules-on-loopback.\n");
+    }
+}
+
+TEST_F(ProgramTest, StartsWithRealModuleAddressesInASandbox)
+{
+    ServiceProcess service({.arguments = {"--module-wait", "0", "--foreground"},
+                            .listener = listener[0].get(),
+                            .in_own_network = true});
+    const std::string log = service.errors_until("ready");
+    if (log.empty() && service.exit_code() == ServiceProcess::kNoNamespace) {
+        GTEST_SKIP() << "the kernel refuses user and network namespaces";
+    }
+    EXPECT_NE(log.find("module 1 at 192.168.7.1:6001 does not answer"), std::string::npos) << log;
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.exit_code(), kExitDone);
+}
+
+TEST_F(ProgramTest, TheModulesOnLoopbackAreTheModuleTable)
+{
+    ServiceProcess service(start({"--channels", "3"}));
+    const std::string log = service.errors_until("ready");
+    EXPECT_NE(log.find("module 1 at 127.0.7.1:6001 does not answer"), std::string::npos) << log;
+    EXPECT_NE(log.find("module 3 at 127.0.9.1:6003 does not answer"), std::string::npos) << log;
+    EXPECT_EQ(log.find("module 4"), std::string::npos) << log;
+}
+
+TEST_F(ProgramTest, TellsTheServiceManagerReadyAndStopping)
+{
+    const std::string name = "@orvan-program-" + std::to_string(::getpid());
+    const FileDescriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + 1, name.data() + 1, name.size() - 1);
+    ASSERT_EQ(::bind(manager.get(), reinterpret_cast<sockaddr*>(&address),
+                     static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
+              0);
+    auto begin = start();
+    begin.environment.emplace_back("NOTIFY_SOCKET", name);
+    ServiceProcess service(begin);
+    EXPECT_EQ(read_exactly(manager.get(), 7, std::chrono::seconds(20)), "READY=1");
+    service.signal(SIGTERM);
+    EXPECT_EQ(read_exactly(manager.get(), 10, std::chrono::seconds(20)), "STOPPING=1");
+    EXPECT_EQ(service.exit_code(), kExitDone);
+}
+
+TEST_F(ProgramTest, EndsAtOnceWhenStoppedWhileItWaitsForModules)
+{
+    // The module table is set to the loopback, where nobody listens on the modules' ports but, perhaps,
+    // another test: either way the log line that this test waits for comes first.
+    auto begin = start({"--log-level", "debug"});
+    begin.arguments[2] = "60";
+    ServiceProcess service(begin);
+    service.errors_until("listening");
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.exit_code(std::chrono::seconds(10)), kExitDone);
+}
+
+TEST_F(ProgramTest, IgnoresBrokenPipesAndCatchesItsStopSignals)
+{
+    ServiceProcess service(start());
+    service.errors_until("ready");
+    const auto bit = [](int signal) { return 1ull << (signal - 1); };
+    const auto mask = [&](const char* name) {
+        return std::stoull(status_line(service.pid(), name), nullptr, 16);
+    };
+    EXPECT_NE(mask("SigIgn") & bit(SIGPIPE), 0u);
+    EXPECT_EQ(mask("SigCgt") & (bit(SIGTERM) | bit(SIGINT)), bit(SIGTERM) | bit(SIGINT));
+    EXPECT_EQ(mask("SigBlk") & (bit(SIGTERM) | bit(SIGINT)), 0u);
+}
+
+TEST_F(ProgramTest, TheClientLimitIsTheOption)
+{
+    ServiceProcess service(start({"--max-clients", "1"}));
+    TestClient first(port());
+    EXPECT_EQ(first.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    TestClient second(port());
+    EXPECT_EQ(second.line(), "-ERR Too many clients;+OK\r\n");
+}
+
+TEST_F(ProgramTest, InfoLevelLogsEveryMessageInAndOut)
+{
+    ServiceProcess service(start({"--log-level", "info"}));
+    TestClient client(port());
+    client.ask(":NO:SUCH:HEADER\n");
+    const std::string log = service.errors_until("Undefined header");
+    EXPECT_NE(log.find("sending \":NO:SUCH:HEADER\""), std::string::npos) << log;
+}
+
+TEST_F(ProgramTest, NoticeLevelLogsNoMessage)
+{
+    ServiceProcess service(start());
+    TestClient client(port());
+    client.ask(":NO:SUCH:HEADER\n");
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.errors().find("sending"), std::string::npos);
+}
+
+TEST_F(ProgramTest, BadOptionsEndItWithExitCodeTwo)
+{
+    ServiceProcess service({{"--port", "x"}});
+    EXPECT_EQ(service.exit_code(), kExitBadOptions);
+    EXPECT_NE(service.errors().find("--port"), std::string::npos);
+}
+
+TEST_F(ProgramTest, BadInheritedSocketsEndItWithTheReason)
+{
+    const FileDescriptor no_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ServiceProcess service({{"--modules-on-loopback"}, {}, no_listener.get()});
+    EXPECT_EQ(service.exit_code(), kExitFailed);
+    EXPECT_EQ(service.errors(), "orvan-service: descriptor 3 of LISTEN_FDS is not a listening socket\n");
+}
+
+TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
+{
+    ServiceProcess service(start());
+    service.errors_until("ready");
+    const auto descriptors = [&] {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto& entry :
+             std::filesystem::directory_iterator("/proc/" + std::to_string(service.pid()) + "/fd")) {
+            ++count;
+        }
+        return count;
+    };
+    const size_t before = descriptors();
+    for (int i = 0; i < 300; ++i) {
+        TestClient client(port());
+        client.send(i % 3 == 0 ? ":NO:SUCH:HEADER\n" : ":HALF");
+        if (i % 2 == 0) {
+            client.reset();
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return descriptors() <= before; }));
+}

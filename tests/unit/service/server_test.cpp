@@ -1,0 +1,402 @@
+#include "service_fixture.h"
+
+#include "support/log_capture.h"
+#include "support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <set>
+
+using namespace orvan_service;
+using namespace orvan_test;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::string block_message(size_t bytes)
+{
+    const std::string digits = std::to_string(bytes);
+    return ":DATA #" + std::to_string(digits.size()) + digits + std::string(bytes, '\n') + "\n";
+}
+
+} // namespace
+
+TEST(Server, AMessageIsExecutedWholeAndAnswered)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask("*IDN?\r\n"), "*IDN?;+OK\r\n");
+    EXPECT_EQ(sink.messages(), Texts{"*IDN?\r\n"});
+}
+
+TEST(Server, OneByteAtATimeIsOneMessage)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    for (const char c : std::string(":FREQ 1\n")) {
+        client.send(std::string(1, c));
+    }
+    EXPECT_EQ(client.line(), ":FREQ 1;+OK\r\n");
+    EXPECT_EQ(sink.messages(), Texts{":FREQ 1\n"});
+}
+
+TEST(Server, TenMessagesInOneSegmentAreAnsweredOneByOneInOrder)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    std::string bytes;
+    for (int i = 0; i < 10; ++i) {
+        bytes += ":FREQ " + std::to_string(i) + "\n";
+    }
+    client.send(bytes);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(client.line(), ":FREQ " + std::to_string(i) + ";+OK\r\n");
+    }
+    EXPECT_EQ(sink.messages().size(), 10u);
+}
+
+TEST(Server, ABlockWithLineFeedsIsOneMessage)
+{
+    RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
+    RunningServer server(sink);
+    TestClient client(server.port());
+    const std::string message = block_message(2'900'000);
+    EXPECT_EQ(client.ask(message), "ok;+OK\r\n");
+    EXPECT_EQ(client.ask("*IDN?\n"), "ok;+OK\r\n");
+    EXPECT_EQ(sink.messages(), (Texts{message, "*IDN?\n"}));
+}
+
+TEST(Server, AHalfClosedClientStillGetsItsReplies)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.send("a\nb\nc\n");
+    client.finish_sending();
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    sink.open();
+    EXPECT_EQ(client.line(), "a;+OK\r\n");
+    EXPECT_EQ(client.line(), "b;+OK\r\n");
+    EXPECT_EQ(client.line(), "c;+OK\r\n");
+    EXPECT_TRUE(client.sees_end());
+}
+
+TEST(Server, AnUnfinishedMessageAtTheEndOfTheStreamIsDropped)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.send("a\n:FREQ 1");
+    client.finish_sending();
+    EXPECT_EQ(client.line(), "a;+OK\r\n");
+    EXPECT_TRUE(client.sees_end());
+    EXPECT_EQ(sink.messages(), Texts{"a\n"});
+}
+
+TEST(Server, TheSinkIsToldOnceOfALostClientWhileItsSocketIsOpen)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.ask("a\n");
+    client.close();
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    EXPECT_EQ(sink.lost().size(), 1u);
+}
+
+TEST(Server, TheSinkIsToldOfALostClientInNobodyElsesTurn)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient lost(server.port());
+    lost.ask("a\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 0; }));
+    sink.shut();
+    TestClient other(server.port());
+    other.send("b\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    lost.close();
+    ASSERT_TRUE(eventually([&] { return server.server().waiting() == 1; }));
+    EXPECT_TRUE(sink.lost().empty());
+    sink.open();
+    EXPECT_EQ(other.line(), "b;+OK\r\n");
+    EXPECT_TRUE(eventually([&] { return sink.lost().size() == 1; }));
+}
+
+TEST(Server, AClientThatAskedNothingGoesWithoutWaitingForATurn)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    sink.shut();
+    TestClient busy(server.port());
+    busy.send("a\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    TestClient vanishing(server.port());
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 2; }));
+    vanishing.close();
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
+    EXPECT_TRUE(sink.lost().empty());
+    sink.open();
+    EXPECT_EQ(busy.line(), "a;+OK\r\n");
+}
+
+TEST(Server, AnOversizedMessageIsRefusedOnceAndTheNextOneWorks)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.send("a\n" + std::string(0x300000, 'x'));
+    EXPECT_EQ(client.line(), "a;+OK\r\n");
+    // Refused at once: its end has not been sent yet.
+    EXPECT_EQ(client.line(), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
+    client.send(std::string(100'000, 'y') + "\nb\n");
+    EXPECT_EQ(client.line(), "b;+OK\r\n");
+    EXPECT_EQ(sink.messages(), (Texts{"a\n", "b\n"}));
+}
+
+TEST(Server, TheLongestMessageIsTheParsersInputBuffer)
+{
+    RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
+    RunningServer server(sink);
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask(std::string(0x300000 - 1, 'x') + "\n"), "ok;+OK\r\n");
+    EXPECT_EQ(sink.messages().at(0).size(), 0x300000u);
+    EXPECT_EQ(client.ask(std::string(0x300000, 'x') + "\n"), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
+}
+
+TEST(Server, ABlockThatCannotFitIsRefusedAtItsHeader)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask(":DATA #9999999999"), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
+    TestClient other(server.port());
+    EXPECT_EQ(other.ask("b\n"), "b;+OK\r\n");
+}
+
+TEST(Server, TheClientAboveTheLimitIsToldAndClosedAndAPlaceThatComesFreeIsGiven)
+{
+    RecordingSink sink;
+    RunningServer server(sink, {.max_clients = 2});
+    TestClient first(server.port());
+    TestClient second(server.port());
+    EXPECT_EQ(first.ask("a\n"), "a;+OK\r\n");
+    EXPECT_EQ(second.ask("b\n"), "b;+OK\r\n");
+    TestClient third(server.port());
+    EXPECT_EQ(third.line(), "-ERR Too many clients;+OK\r\n");
+    EXPECT_TRUE(third.sees_end());
+    EXPECT_EQ(first.ask("a\n"), "a;+OK\r\n");
+    second.close();
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 1; }));
+    TestClient fourth(server.port());
+    EXPECT_EQ(fourth.ask("d\n"), "d;+OK\r\n");
+}
+
+TEST(Server, TwoHundredClientsAtOnceEachGetTheirOwnReplies)
+{
+    constexpr int kClients = 200;
+    constexpr int kMessages = 5;
+    RecordingSink sink;
+    RunningServer server(sink, {.max_clients = 256});
+    std::vector<TestClient> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back(server.port());
+    }
+    for (int round = 0; round < kMessages; ++round) {
+        for (int i = 0; i < kClients; ++i) {
+            clients[static_cast<size_t>(i)].send(std::to_string(round * kClients + i) + "\n");
+        }
+    }
+    for (int round = 0; round < kMessages; ++round) {
+        for (int i = 0; i < kClients; ++i) {
+            ASSERT_EQ(clients[static_cast<size_t>(i)].line(),
+                      std::to_string(round * kClients + i) + ";+OK\r\n");
+        }
+    }
+    EXPECT_EQ(server.server().clients(), size_t{kClients});
+    EXPECT_EQ(sink.overlaps(), 0u);
+    EXPECT_EQ(sink.messages().size(), size_t{kClients * kMessages});
+}
+
+TEST(Server, NoClientWaitsForMoreTurnsThanThereAreOthers)
+{
+    constexpr size_t kClients = 4;
+    constexpr size_t kRounds = 3;
+    Server* running = nullptr;
+    size_t begun = 0;
+    // Every turn lasts until the other clients, and the one of the turn before, stand in the queue again.
+    RecordingSink sink([&](int socket, const std::string& message) {
+        const size_t left = kClients * kRounds - begun++;
+        const size_t others = std::min(kClients - 1, left - 1);
+        EXPECT_TRUE(eventually([&] { return running->waiting() >= others; }));
+        RecordingSink::answer(socket, message);
+    });
+    sink.shut();
+    RunningServer server(sink);
+    running = &server.server();
+    std::vector<TestClient> clients;
+    for (size_t i = 0; i < kClients; ++i) {
+        clients.emplace_back(server.port());
+        std::string messages;
+        for (size_t round = 0; round < kRounds; ++round) {
+            messages += std::to_string(i) + "\n";
+        }
+        clients.back().send(messages);
+    }
+    ASSERT_TRUE(eventually([&] { return server.server().waiting() == kClients - 1; }));
+    sink.open();
+    for (size_t i = 0; i < kClients; ++i) {
+        for (size_t round = 0; round < kRounds; ++round) {
+            EXPECT_EQ(clients[i].line(), std::to_string(i) + ";+OK\r\n");
+        }
+    }
+    const Texts order = sink.messages();
+    ASSERT_EQ(order.size(), kClients * kRounds);
+    const Texts first_round(order.begin(), order.begin() + kClients);
+    EXPECT_EQ(std::set<std::string>(first_round.begin(), first_round.end()).size(), kClients);
+    for (size_t i = kClients; i < order.size(); ++i) {
+        EXPECT_EQ(order[i], order[i - kClients]) << i;
+    }
+}
+
+TEST(Server, AClientsSocketSendsAtOnceAndBoundsItsWrites)
+{
+    int no_delay = 0;
+    int keep_alive = 0;
+    timeval send_timeout{};
+    RecordingSink sink([&](int socket, const std::string& message) {
+        socklen_t size = sizeof(int);
+        ::getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &no_delay, &size);
+        ::getsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &keep_alive, &size);
+        size = sizeof send_timeout;
+        ::getsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, &size);
+        RecordingSink::answer(socket, message);
+    });
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.ask("a\n");
+    EXPECT_NE(no_delay, 0);
+    EXPECT_NE(keep_alive, 0);
+    EXPECT_EQ(send_timeout.tv_sec, 0);
+    // The kernel keeps it in its own ticks.
+    EXPECT_NEAR(static_cast<double>(send_timeout.tv_usec), 300'000, 10'000);
+}
+
+TEST(Server, AClientsSocketIsNotInheritedByProgramsThatAreStarted)
+{
+    int flags = 0;
+    RecordingSink sink([&](int socket, const std::string& message) {
+        flags = ::fcntl(socket, F_GETFD);
+        RecordingSink::answer(socket, message);
+    });
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.ask("a\n");
+    EXPECT_NE(flags & FD_CLOEXEC, 0);
+}
+
+TEST(ServerEnd, ClientsAreClosedAndThreadsJoined)
+{
+    RecordingSink sink;
+    const size_t descriptors = open_descriptors();
+    {
+        RunningServer server(sink);
+        TestClient idle(server.port());
+        TestClient midway(server.port());
+        EXPECT_EQ(idle.ask("a\n"), "a;+OK\r\n");
+        EXPECT_EQ(midway.ask("a\n"), "a;+OK\r\n");
+        midway.send(":FREQ");
+        server.stop_accepting();
+        EXPECT_TRUE(server.server().end(std::chrono::seconds(10)));
+        EXPECT_EQ(server.server().clients(), 0u);
+        EXPECT_TRUE(idle.sees_end());
+        EXPECT_TRUE(midway.sees_end());
+    }
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    TestClient at_work(server.port());
+    at_work.send("first\nsecond\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    TestClient waiting(server.port());
+    waiting.send("third\n");
+    ASSERT_TRUE(eventually([&] { return server.server().waiting() == 1; }));
+    server.stop_accepting();
+    EXPECT_FALSE(server.server().end(std::chrono::milliseconds(1)));
+    sink.open();
+    EXPECT_TRUE(server.server().end(std::chrono::seconds(10)));
+    EXPECT_EQ(at_work.line(), "first;+OK\r\n");
+    EXPECT_EQ(at_work.line(), "");
+    EXPECT_EQ(waiting.line(), "");
+    EXPECT_EQ(sink.messages(), Texts{"first\n"});
+}
+
+TEST(ServerEnd, AMessageThatGoesOnPastThePatienceIsReported)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    TestClient client(server.port());
+    client.send("a\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    server.stop_accepting();
+    EXPECT_FALSE(server.server().end(std::chrono::milliseconds(20)));
+    sink.open();
+}
+
+TEST(ServerEnd, NobodyIsAcceptedAnyMore)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    server.stop_accepting();
+    EXPECT_TRUE(server.server().end(std::chrono::seconds(1)));
+    EXPECT_EQ(connect_to_loopback("127.0.0.1", server.port()), -1);
+}
+
+TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
+{
+    LogCapture log;
+    RecordingSink sink;
+    RunningServer server(sink);
+    TestClient client(server.port()); // its socket is made while descriptors are left
+    EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
+    std::vector<FileDescriptor> hoard;
+    const int late = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit small{64, limit.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &small);
+    for (int fd = ::dup(0); fd >= 0; fd = ::dup(0)) {
+        hoard.emplace_back(fd);
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(server.port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(late, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_TRUE(log.wait_for(LOG_ERR, "accept: Too many open files"));
+    EXPECT_EQ(client.ask("b\n"), "b;+OK\r\n");
+    hoard.clear();
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    ASSERT_EQ(::send(late, "c\n", 2, 0), 2);
+    EXPECT_EQ(read_until(late, "\r\n"), "c;+OK\r\n");
+    ::close(late);
+}

@@ -1,0 +1,107 @@
+/**
+ * A server on the loopback with a recording sink behind it, and clients for it.
+ */
+#ifndef ORVAN_TESTS_SERVICE_FIXTURE_H
+#define ORVAN_TESTS_SERVICE_FIXTURE_H
+
+#include "service/server.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvan_test {
+
+/** Waits for a condition that another thread brings about; false when `bound` passes first. */
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds bound = std::chrono::seconds(10));
+
+/** Records messages and answers them as told: by default with the message's text, then ";+OK" CR LF. */
+class RecordingSink : public orvan_service::MessageSink {
+public:
+    /** Runs inside execute, instead of the default answer. */
+    using Handler = std::function<void(int socket, const std::string& message)>;
+
+    explicit RecordingSink(Handler handler = {});
+
+    void execute(int socket, char* data, size_t len) override;
+    void client_lost(int socket) override;
+
+    /** From now on messages wait inside execute until open() is called. */
+    void shut();
+    void open();
+
+    std::vector<std::string> messages() const;
+    std::vector<int> lost() const;
+    /** Messages that were executed while another one was. */
+    size_t overlaps() const;
+    /** Messages inside execute. */
+    size_t at_work() const;
+
+    /** The default answer. */
+    static void answer(int socket, const std::string& message);
+
+private:
+    const Handler m_handler;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_opened;
+    bool m_shut = false;
+    size_t m_at_work = 0;
+    size_t m_overlaps = 0;
+    std::vector<std::string> m_messages;
+    std::vector<int> m_lost;
+};
+
+/** The server on its own thread, ended and joined at the end. */
+class RunningServer {
+public:
+    explicit RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits = {});
+    ~RunningServer();
+    RunningServer(const RunningServer&) = delete;
+    RunningServer& operator=(const RunningServer&) = delete;
+
+    int port() const { return m_port; }
+    orvan_service::Server& server() { return m_server; }
+    /** Stops accepting; returns when the server's run has returned. */
+    void stop_accepting();
+
+private:
+    RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
+                  std::vector<orvan_service::FileDescriptor> listeners);
+
+    int m_port;
+    orvan_service::Server m_server;
+    orvan_service::FileDescriptor m_stop;
+    std::thread m_thread;
+};
+
+/** A client's end. Receives with a bound, so that a missing reply fails and does not hang. */
+class TestClient {
+public:
+    explicit TestClient(int port, int receive_buffer = 0);
+
+    int fd() const { return m_socket.get(); }
+    void send(const std::string& bytes);
+    /** The next line, its CR LF included; what came when the peer closed or 10 seconds passed. */
+    std::string line(std::chrono::milliseconds bound = std::chrono::seconds(10));
+    std::string ask(const std::string& message);
+    /** Ends the sending direction. */
+    void finish_sending();
+    /** True when the server has ended the connection, with or without a reset. */
+    bool sees_end();
+    void close() { m_socket = {}; }
+    /** Closes with a RST. */
+    void reset();
+
+private:
+    orvan_service::FileDescriptor m_socket;
+    std::string m_received;
+};
+
+} // namespace orvan_test
+
+#endif

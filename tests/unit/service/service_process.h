@@ -1,0 +1,56 @@
+/**
+ * The service program as a child, with the stand-ins of privileged commands ahead in its PATH.
+ */
+#ifndef ORVAN_TESTS_SERVICE_PROCESS_H
+#define ORVAN_TESTS_SERVICE_PROCESS_H
+
+#include "service/file_descriptor.h"
+
+#include <chrono>
+#include <string>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+namespace orvan_test {
+
+class ServiceProcess {
+public:
+    struct Start {
+        std::vector<std::string> arguments;
+        std::vector<std::pair<std::string, std::string>> environment = {};
+        /** Listening socket that becomes the child's descriptor 3, told by LISTEN_FDS; -1 for none. */
+        int listener = -1;
+        /** In a network namespace of its own, without any link, that ORVAN_SANDBOX names. */
+        bool in_own_network = false;
+    };
+
+    explicit ServiceProcess(const Start& start);
+    /** Kills a child that still runs. */
+    ~ServiceProcess();
+    ServiceProcess(const ServiceProcess&) = delete;
+    ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+    void signal(int number);
+    /** Its exit code; -1 when it did not exit by itself within `bound`. */
+    int exit_code(std::chrono::milliseconds bound = std::chrono::seconds(20));
+    /** What it has written to standard error up to and including `end`; all of it when it ended before. */
+    std::string errors_until(const std::string& end);
+    /** All it has written by its end. */
+    std::string errors();
+    /** Exit code when the kernel refuses the namespace. */
+    static constexpr int kNoNamespace = 126;
+
+    pid_t pid() const { return m_pid; }
+
+private:
+    bool read_more();
+
+    pid_t m_pid = -1;
+    orvan_service::FileDescriptor m_errors;
+    std::string m_text;
+};
+
+} // namespace orvan_test
+
+#endif
