@@ -1,0 +1,27 @@
+# What `cmake --install` puts down: the libraries with their headers, the programs, and the two
+# ways to find the library (find_package and pkg-config).
+include(CMakePackageConfigHelpers)
+
+install(TARGETS orvan_sdk scpi orvan_common
+    EXPORT orvan_sdkTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/orvan_sdk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/common/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/scpi/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/orvan_sdk)
+install(EXPORT orvan_sdkTargets NAMESPACE orvan:: DESTINATION ${package_dir})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/orvan_sdkConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/orvan_sdkConfig.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/orvan_sdkConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/orvan_sdkConfig.cmake
+    ${PROJECT_BINARY_DIR}/orvan_sdkConfigVersion.cmake
+    DESTINATION ${package_dir})
+
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE up_to_prefix)
+set(ORVAN_PC_PREFIX "\${pcfiledir}/${up_to_prefix}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/orvan_sdk.pc.in ${PROJECT_BINARY_DIR}/orvan_sdk.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/orvan_sdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
