@@ -1,0 +1,50 @@
+/**
+ * A SCPI client on a raw socket, with a bound on every wait.
+ */
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace orvan_test {
+
+class Client {
+public:
+    static constexpr std::chrono::seconds kDefaultWait{20};
+
+    /** Connects to 127.0.0.1:port; throws std::system_error. */
+    explicit Client(int port);
+    ~Client();
+    Client(Client&& other) noexcept;
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    /** Sends all bytes; false when the peer is gone. */
+    bool send(std::string_view bytes);
+
+    /** Bytes up to and including the next LF, or what came until the end of the stream or of the wait. */
+    std::string read_line(std::chrono::milliseconds wait = kDefaultWait);
+
+    /** `line` and "\n" out, one reply line in. */
+    std::string ask(std::string_view line, std::chrono::milliseconds wait = kDefaultWait);
+
+    /** No more bytes from this side; replies can still come. */
+    void finish_sending();
+
+    /** Closes with a RST instead of a FIN. */
+    void reset();
+
+    /** True when nothing arrives within the wait. */
+    bool stays_silent(std::chrono::milliseconds wait);
+
+    int fd() const { return m_fd; }
+
+private:
+    bool wait_readable(std::chrono::steady_clock::time_point deadline) const;
+
+    int m_fd = -1;
+    std::string m_received;
+};
+
+} // namespace orvan_test

@@ -1,0 +1,184 @@
+#include "instrument.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <regex>
+#include <sched.h>
+#include <spawn.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace orvan_test {
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::path& output)
+{
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                     0600);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t child = -1;
+    const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0)
+        throw std::runtime_error(arguments[0] + ": " + std::strerror(error));
+    return child;
+}
+
+int exit_status(int wait_status)
+{
+    return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : 128 + WTERMSIG(wait_status);
+}
+
+int wait_for(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+        ;
+    return exit_status(status);
+}
+
+std::string read_file(const std::filesystem::path& path)
+{
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::filesystem::path temporary_folder()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "orvan-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::runtime_error("no temporary folder");
+    return name;
+}
+
+} // namespace
+
+Outcome run_program(const std::vector<std::string>& arguments)
+{
+    const std::filesystem::path folder = temporary_folder();
+    Outcome outcome;
+    outcome.status = wait_for(spawn(arguments, folder / "output"));
+    outcome.output = read_file(folder / "output");
+    std::filesystem::remove_all(folder);
+    return outcome;
+}
+
+std::string program(std::string_view name)
+{
+    return std::string(ORVAN_BIN_DIR "/").append(name);
+}
+
+std::string why_no_sandbox()
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
+    const int error = wait_for(child);
+    return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
+}
+
+Instrument::Instrument(const std::vector<std::string>& options)
+    : m_folder(temporary_folder()), m_state(m_folder / "state")
+{
+    std::vector<std::string> arguments{program("orvan-sim"), "run", "--scpi-port", "0", "--maint-port", "0", "--state", m_state};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    m_launcher = spawn(arguments, m_folder / "output");
+
+    static const std::regex ready_line("(^|\n)ready");
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    for (std::string text = output(); !std::regex_search(text, ready_line); text = output()) {
+        int status = 0;
+        if (waitpid(m_launcher, &status, WNOHANG) == m_launcher || Clock::now() > deadline) {
+            std::filesystem::remove_all(m_folder);
+            throw std::runtime_error("the instrument did not start:\n" + text);
+        }
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    const std::string text = output();
+    std::smatch match;
+    if (std::regex_search(text, match, std::regex("127\\.0\\.0\\.1:([0-9]+)")))
+        m_port = std::stoi(match[1]);
+}
+
+Instrument::~Instrument()
+{
+    if (m_launcher > 0)
+        stop(SIGTERM);
+    std::filesystem::remove_all(m_folder);
+}
+
+std::string Instrument::output() const
+{
+    return read_file(m_folder / "output");
+}
+
+bool Instrument::wait_for_output(std::string_view text, milliseconds wait) const
+{
+    const auto deadline = Clock::now() + wait;
+    while (output().find(text) == std::string::npos) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return true;
+}
+
+Outcome Instrument::ctl(const std::vector<std::string>& arguments) const
+{
+    std::vector<std::string> all{program("orvan-sim"), "ctl", "--state", m_state};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return run_program(all);
+}
+
+Outcome Instrument::exec(std::string_view role, const std::vector<std::string>& command) const
+{
+    std::vector<std::string> all{program("orvan-sim"), "exec", "--state", m_state, "--in",
+                                 std::string(role),    "--"};
+    all.insert(all.end(), command.begin(), command.end());
+    return run_program(all);
+}
+
+std::vector<std::string> Instrument::requests(int module) const
+{
+    std::istringstream lines(ctl({"module", std::to_string(module), "log"}).output);
+    std::vector<std::string> found;
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("ok", 0) != 0)
+            found.push_back(line);
+    return found;
+}
+
+void Instrument::clear_requests(int module) const
+{
+    ctl({"module", std::to_string(module), "clear"});
+}
+
+int Instrument::stop(int signal)
+{
+    kill(m_launcher, signal);
+    const int status = wait_for(m_launcher);
+    m_launcher = -1;
+    return status;
+}
+
+} // namespace orvan_test

@@ -1,0 +1,74 @@
+/**
+ * A virtual instrument of a test's own: `orvan-sim run` as a child process, on a free port, with its state
+ * in a temporary folder.
+ */
+#pragma once
+
+#include "client.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace orvan_test {
+
+struct Outcome {
+    int status = -1;    ///< exit code, or 128 plus the signal's number
+    std::string output; ///< standard output and standard error together
+};
+
+/** Runs a program to its end, found through PATH when its name has no slash. */
+Outcome run_program(const std::vector<std::string>& arguments);
+
+/** Path of one of the project's programs. */
+std::string program(std::string_view name);
+
+/** Empty when the kernel allows what a sandbox needs; else the reason for which a test is skipped. */
+std::string why_no_sandbox();
+
+class Instrument {
+public:
+    /** Starts and waits until it is ready; throws std::runtime_error with the launcher's output when it ends
+     * first. */
+    explicit Instrument(const std::vector<std::string>& options = {});
+    /** Ends it and removes its state. */
+    ~Instrument();
+    Instrument(const Instrument&) = delete;
+    Instrument& operator=(const Instrument&) = delete;
+
+    int port() const { return m_port; }
+    Client client() const { return Client(m_port); }
+    pid_t launcher() const { return m_launcher; }
+    const std::filesystem::path& state() const { return m_state; }
+
+    /** What launcher and service have printed so far. */
+    std::string output() const;
+    /** Waits until `text` stands in the output. */
+    bool wait_for_output(std::string_view text,
+                         std::chrono::milliseconds wait = std::chrono::seconds(20)) const;
+
+    Outcome ctl(const std::vector<std::string>& arguments) const;
+    Outcome exec(std::string_view role, const std::vector<std::string>& command) const;
+
+    /** The requests that a module got since its log was cleared, control characters escaped. */
+    std::vector<std::string> requests(int module) const;
+    void clear_requests(int module) const;
+
+    /** Sends the signal and waits for the launcher's end. */
+    int stop(int signal);
+
+private:
+    std::filesystem::path m_folder;
+    std::filesystem::path m_state;
+    pid_t m_launcher = -1;
+    int m_port = 0;
+};
+
+} // namespace orvan_test
+
+/** For the first line of a test that needs namespaces. */
+#define ORVAN_NEEDS_SANDBOX()                                                                                \
+    if (const std::string reason = orvan_test::why_no_sandbox(); !reason.empty())                            \
+    GTEST_SKIP() << reason
