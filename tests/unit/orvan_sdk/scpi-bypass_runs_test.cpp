@@ -173,6 +173,7 @@ TEST_F(BypassRuns, ItemsKeepTagKindAndParameter)
         seen = *static_cast<userContext_t*>(context->user_context);
         return 0;
     };
+    ask(":FREQ 1;:POW 2;:PHAS 3"); // the items of an earlier run must not show through
     scpi_context.interface = &watching;
     const std::string longest(200, '7');
     ask(":FREQ " + longest + ";:POW? MAX;:LIST:DEL:ALL;:INIT:GATE   ON ;:POW \"open");
@@ -281,6 +282,23 @@ TEST_F(BypassRuns, AMessageEndedWithoutALineFeedLeavesNoRoomForTheSeparator)
     EXPECT_EQ(logs.count(LOG_ERR, "OrvanX_cmdBypass: B-run buffer overflow"), 1u);
     EXPECT_EQ(user().bypass_accum_active, 0);
     EXPECT_EQ(module.connections(), 0u);
+}
+
+TEST_F(BypassRuns, ASubCommandThatDoesNotFitClosesTheRunAtOnce)
+{
+    std::string input = ":FREQ 1"; // one byte short of the ";"
+    scpi_t& context = scpi_context;
+    const scpi_buffer_t buffer = context.buffer;
+    context.param_list.cmd_raw = {0, 5, input.data()};
+    context.param_list.lex_state = {input.data() + 6, input.data() + 6, 1};
+    context.buffer = {input.size(), input.size(), input.data()};
+    EXPECT_EQ(OrvanX_cmdBypass(&context), SCPI_RES_ERR);
+    context.buffer = buffer;
+    context.param_list = {};
+    EXPECT_EQ(user().bypass_accum_active, 0);
+    EXPECT_EQ(user().bypass_accum_buf, nullptr);
+    EXPECT_EQ(write_and_flush({}), error_line(-223) + ";+OK\r\n");
+    EXPECT_EQ(logs.count(LOG_ERR, "OrvanX_cmdBypass: B-run buffer overflow"), 1u);
 }
 
 TEST_F(BypassRuns, AResultThatIsNotTakenFailsTheBatch)

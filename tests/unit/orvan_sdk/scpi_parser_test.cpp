@@ -285,6 +285,8 @@ TEST_P(IsCommand, LooksForAUnitWithoutAQuestionMark)
 INSTANTIATE_TEST_SUITE_P(Lines, IsCommand, testing::Values(
     CommandCase{"Nothing",              "",                        false},
     CommandCase{"EmptyLine",            "\n",                      false},
+    CommandCase{"EmptyLineWithReturn",  "\r\n",                    false},
+    CommandCase{"EmptyUnitAtReturn",    "\r:POW 1\n",             false},
     CommandCase{"NoLineEnd",            "*RST",                    true },
     CommandCase{"Set",                  ":FREQ 1\r\n",             true },
     CommandCase{"Query",                ":FREQ?\r\n",              false},

@@ -279,6 +279,16 @@ TEST_F(ReplyPath, TextThatStartsWithAHashIsTextWhileNoBlockIsDue)
     EXPECT_EQ(flush(), "a;#H1F;+OK\r\n");
 }
 
+TEST_F(ReplyPath, TextWithoutAHashIsTextAlsoWhileABlockIsDue)
+{
+    put("a");
+    scpi_context.arbitrary_remaining = 5;
+    put("b");
+    EXPECT_EQ(user().binary_block_active, 0);
+    scpi_context.arbitrary_remaining = 0;
+    EXPECT_EQ(flush(), "a;b;+OK\r\n");
+}
+
 TEST_F(ReplyPath, BlockEndingAtTheBuffersEdgeLeavesTheSuccessWordAlone)
 {
     const std::string data(2048 - 6, 'd');
