@@ -1,31 +1,12 @@
 #include "ground.h"
 
-#include <chrono>
-#include <cstring>
-#include <thread>
+#include "orvan_sandbox/link.h"
 
-#include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace orvan_launcher {
 
 using namespace orvan_sandbox;
-using namespace std::chrono_literals;
-
-namespace {
-
-constexpr auto kLinkPatience = 3s;
-constexpr auto kLinkStep = 5ms;
-
-bool has_carrier(int socket, const std::string& interface)
-{
-    ifreq request = {};
-    std::strncpy(request.ifr_name, interface.c_str(), IFNAMSIZ - 1);
-    return ioctl(socket, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0;
-}
-
-} // namespace
 
 Result<Ground> Ground::sandboxed(const std::filesystem::path& state, int modules)
 {
@@ -79,18 +60,13 @@ Result<bool> Ground::set_link(int module, bool up)
     if (status.value() != 0) {
         return Error{step, 0, "ip ended with status " + std::to_string(status.value()), "", false};
     }
-    // The other end's kernel side learns of it up to a second later, and carries nothing until then.
     const Result<UniqueFd> socket = m_sandbox->make_descriptor(
         Role::controller(), [] { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); });
     if (!socket) {
         return socket.error();
     }
-    const auto deadline = std::chrono::steady_clock::now() + kLinkPatience;
-    while (has_carrier(socket.value().get(), module_interface(module)) != up) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return Error{step, 0, "the controller's side does not follow", "", false};
-        }
-        std::this_thread::sleep_for(kLinkStep);
+    if (!wait_for_link(socket.value().get(), module_interface(module), up)) {
+        return Error{step, 0, "the controller's side does not follow", "", false};
     }
     return true;
 }

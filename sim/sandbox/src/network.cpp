@@ -3,12 +3,14 @@
 #include "ip_program.h"
 #include "namespaces.h"
 #include "orvan_sandbox/addresses.h"
+#include "orvan_sandbox/link.h"
 #include "orvan_sandbox/role.h"
 
 #include <sstream>
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/socket.h>
 
 namespace orvan_sandbox {
 
@@ -66,6 +68,36 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
     return batch.str();
 }
 
+Failure wait_for_links(int network_fd, const std::vector<std::string>& interfaces)
+{
+    if (setns(network_fd, CLONE_NEWNET) != 0) {
+        return system_failure("entering a network namespace");
+    }
+    const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    for (const std::string& interface : interfaces) {
+        if (!wait_for_link(socket.get(), interface, true)) {
+            return Error{"waiting for " + interface, 0, "the link does not come up", "", false};
+        }
+    }
+    return std::nullopt;
+}
+
+Failure wait_for_all_links(const std::vector<UniqueFd>& networks, int modules)
+{
+    const auto network_of = [&](Role role) { return networks[static_cast<size_t>(role.index())].get(); };
+    std::vector<std::string> at_controller{kLanInterface};
+    for (int module = 1; module <= modules; ++module) {
+        at_controller.push_back(module_interface(module));
+        if (Failure failure = wait_for_links(network_of(Role::module(module)), {kModuleOwnInterface})) {
+            return failure;
+        }
+    }
+    if (Failure failure = wait_for_links(network_of(Role::lan()), {kLanInterface})) {
+        return failure;
+    }
+    return wait_for_links(network_of(Role::controller()), at_controller);
+}
+
 } // namespace
 
 Result<std::vector<UniqueFd>> build_network(int modules)
@@ -91,6 +123,9 @@ Result<std::vector<UniqueFd>> build_network(int modules)
                                            network_of(Role::module(module)))) {
             return *failure;
         }
+    }
+    if (Failure failure = wait_for_all_links(networks, modules)) {
+        return *failure;
     }
     for (const UniqueFd& network : networks) {
         fcntl(network.get(), F_SETFD, FD_CLOEXEC);
