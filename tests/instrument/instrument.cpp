@@ -100,7 +100,8 @@ std::string why_no_sandbox()
 Instrument::Instrument(const std::vector<std::string>& options)
     : m_folder(temporary_folder()), m_state(m_folder / "state")
 {
-    std::vector<std::string> arguments{program("orvan-sim"), "run", "--scpi-port", "0", "--maint-port", "0", "--state", m_state};
+    std::vector<std::string> arguments{program("orvan-sim"), "run", "--scpi-port", "0",
+                                       "--maint-port",       "0",   "--state",     m_state};
     arguments.insert(arguments.end(), options.begin(), options.end());
     m_launcher = spawn(arguments, m_folder / "output");
 
@@ -108,7 +109,10 @@ Instrument::Instrument(const std::vector<std::string>& options)
     const auto deadline = Clock::now() + std::chrono::seconds(60);
     for (std::string text = output(); !std::regex_search(text, ready_line); text = output()) {
         int status = 0;
-        if (waitpid(m_launcher, &status, WNOHANG) == m_launcher || Clock::now() > deadline) {
+        const bool ended = waitpid(m_launcher, &status, WNOHANG) == m_launcher;
+        if (ended || Clock::now() > deadline) {
+            if (!ended)
+                stop(SIGKILL);
             std::filesystem::remove_all(m_folder);
             throw std::runtime_error("the instrument did not start:\n" + text);
         }
