@@ -23,6 +23,10 @@ namespace {
 constexpr int kSendBuffer = 256 * 1024;
 constexpr unsigned kRepliesPerCheck = 16;
 
+// While at least so much of a block is to come the thread is not woken for less: a block of some megabytes
+// takes a seventh less time for it.
+constexpr int kBulk = 512 * 1024;
+
 constexpr int kInputBufferOverrun = -363;
 
 template <typename T>
@@ -95,6 +99,7 @@ void ClientSession::end()
 
 bool ClientSession::receive()
 {
+    receive_in_bulk(m_buffer.expected() >= kBulk);
     const auto space = m_buffer.space();
     ssize_t received;
     do {
@@ -105,6 +110,14 @@ bool ClientSession::receive()
     }
     m_buffer.received(static_cast<size_t>(received));
     return true;
+}
+
+void ClientSession::receive_in_bulk(bool bulk)
+{
+    if (bulk != m_bulk) {
+        m_bulk = bulk;
+        set_option(m_socket.get(), SOL_SOCKET, SO_RCVLOWAT, bulk ? kBulk : 1);
+    }
 }
 
 bool ClientSession::execute(std::span<char> message)

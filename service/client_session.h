@@ -42,6 +42,7 @@ public:
 
 private:
     bool receive();
+    void receive_in_bulk(bool bulk);
     bool execute(std::span<char> message);
     void refuse_overrun();
     bool has_room_for_reply(std::chrono::milliseconds patience) const;
@@ -54,6 +55,7 @@ private:
     std::atomic<bool> m_ending = false;
     unsigned m_unchecked_replies = 0;
     bool m_had_turn = false;
+    bool m_bulk = false;
 };
 
 } // namespace orvan_service

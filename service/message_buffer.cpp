@@ -30,7 +30,7 @@ MessageBuffer::Cut MessageBuffer::next()
     }
     // The LF comes on top of what a block announces; a block that cannot fit need not be waited for.
     const size_t held = m_end - m_begin;
-    if (held >= m_pool.size() || m_framer.block_left >= m_pool.size() - held) {
+    if (m_framer.block_left >= m_pool.size() - held) {
         return drop();
     }
     const bool outgrown = held == kSmallSize || m_framer.block_left > kSmallSize - held;

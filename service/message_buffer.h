@@ -45,6 +45,9 @@ public:
 
     Cut next();
 
+    /** Bytes of a block at work that are still to come: a receive may wait for that many. */
+    size_t expected() const { return m_dropping ? 0 : static_cast<size_t>(m_framer.block_left); }
+
     /** Bytes of the longest message, LF included. */
     size_t limit() const { return m_pool.size(); }
 

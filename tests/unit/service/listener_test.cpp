@@ -139,6 +139,7 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesGo)
     const int port = local_port(made[0].get());
     ASSERT_EQ(::dup2(made[0].get(), 3), 3);
     ASSERT_EQ(::dup2(made[0].get(), 4), 4);
+    ::fcntl(3, F_SETFD, 0); // it may be the very one that was made
     set_listen_variables(std::to_string(::getpid()), "2");
     const auto listeners = inherited_listeners();
     ASSERT_EQ(listeners.size(), 2u);
@@ -146,6 +147,7 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesGo)
     EXPECT_EQ(listeners[1].get(), 4);
     EXPECT_EQ(local_port(3), port);
     EXPECT_NE(::fcntl(3, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_NE(::fcntl(4, F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_NE(::fcntl(3, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(::getenv("LISTEN_PID"), nullptr);
     EXPECT_EQ(::getenv("LISTEN_FDS"), nullptr);

@@ -187,6 +187,19 @@ TEST_F(MessageBufferTest, ALargeMessageGivesItsBufferBackBeforeTheNextReceive)
     EXPECT_EQ(std::string(borrowed.data(), 10), "xxxxxxxxxx");
 }
 
+TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeBehindALargeMessageGoesOn)
+{
+    const std::string large = std::string(50'000, 'x') + "\n";
+    for (size_t size = MessageBuffer::kSmallSize - 1; size <= MessageBuffer::kSmallSize + 1; ++size) {
+        messages.clear();
+        const std::string tail(size, 'y');
+        feed(large.substr(0, 40'000));
+        feed(large.substr(40'000) + tail);
+        feed("\nb\n");
+        EXPECT_EQ(messages, (Texts{large, tail + "\n", "b\n"})) << size;
+    }
+}
+
 TEST_F(MessageBufferTest, LargeMessagesInARowComeWhole)
 {
     Texts expected;
