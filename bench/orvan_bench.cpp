@@ -1,0 +1,214 @@
+// usage: orvan-bench [options]
+// The service against bare floors over loopback TCP. Ratios of medians, candidate and floor by turns.
+#include "bench_support.h"
+#include "load.h"
+
+#include <CLI/CLI.hpp>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+using namespace orvan_bench;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Settings {
+    int rounds = 61;
+    int round_ms = 50;
+    int vanishing = 100'000;
+    std::string service = ORVAN_SERVICE_PROGRAM;
+
+    std::chrono::milliseconds round() const { return std::chrono::milliseconds(round_ms); }
+};
+
+constexpr int kManyClients = 8;
+constexpr const char* kModuleAddress = "127.0.7.1";
+constexpr int kModulePort = 6001;
+const std::string kLocalQuery = "*IDN?\r\n";
+const std::string kForwardedQuery = ":FREQ?\r\n";
+
+std::unique_ptr<ChildServer> start_service(const Settings& settings)
+{
+    auto service = std::make_unique<ChildServer>(std::vector<std::string>{
+        settings.service, "--modules-on-loopback", "--channels", "1", "--module-wait", "5"});
+    round_trips(service->port(), 1, kLocalQuery, 10ms); // returns when it is ready
+    return service;
+}
+
+void compare_rates(const Settings& settings, const std::string& name, const ChildServer& floor,
+                   const ChildServer& candidate, int clients, const std::string& request)
+{
+    const auto rate = [&](const ChildServer& server) {
+        return round_trips(server.port(), clients, request, settings.round()).rate;
+    };
+    print_ratio(name,
+                interleaved(
+                    settings.rounds, [&] { return rate(floor); }, [&] { return rate(candidate); }),
+                Better::kHigher, 0.90, "1/s");
+}
+
+void local_queries(const Settings& settings, const std::string& how)
+{
+    const ChildServer echo({"orvan-floor-echo"});
+    const ChildServer locked_echo({"orvan-floor-echo", "--mutex"});
+    const auto service = start_service(settings);
+    compare_rates(settings, how + "local query, 1 client / corked echo", echo, *service, 1, kLocalQuery);
+    compare_rates(settings, how + "local query, 8 clients / echo with a mutex", locked_echo, *service,
+                  kManyClients, kLocalQuery);
+}
+
+void forwarded_queries(const Settings& settings, const std::string& how)
+{
+    const ChildServer module({"orvan-floor-module"}, kModuleAddress, kModulePort);
+    const std::string port = std::to_string(kModulePort);
+    const ChildServer relay({"orvan-floor-relay", kModuleAddress, port});
+    const ChildServer leased({"orvan-floor-relay", kModuleAddress, port, "--lease"});
+    const auto service = start_service(settings);
+    compare_rates(settings, how + "forwarded query, 1 client / two-hop relay", relay, *service, 1,
+                  kForwardedQuery);
+    compare_rates(settings, how + "forwarded query, 8 clients / relay with a lease", leased, *service,
+                  kManyClients, kForwardedQuery);
+
+    const double bare = median([&] {
+        std::vector<double> rates;
+        for (int round = 0; round < settings.rounds; ++round) {
+            rates.push_back(connections(kModuleAddress, kModulePort, kForwardedQuery, settings.round()));
+        }
+        return rates;
+    }());
+    std::printf("%-62s %42.1f 1/s\n", (how + "bare pair, a connection for each request").c_str(), bare);
+}
+
+// With a module slow enough that turns, and not the scheduler's time slices, are what clients wait for.
+void waits(const Settings& settings, const std::string& how)
+{
+    const ChildServer module({"orvan-floor-module", "2000"}, kModuleAddress, kModulePort);
+    const ChildServer leased({"orvan-floor-relay", kModuleAddress, std::to_string(kModulePort), "--lease"});
+    const auto service = start_service(settings);
+    const auto longest = [](const ChildServer& server) {
+        return round_trips(server.port(), kManyClients, kForwardedQuery, 4s, true).longest_wait;
+    };
+    const unsigned floor_turns = longest(leased);
+    const unsigned turns = longest(*service);
+    std::printf("%-62s %6u  <= %4d  %-7s %12u / %u turns\n",
+                (how + "forwarded query, 8 clients: longest wait").c_str(), turns, kManyClients,
+                turns <= kManyClients ? "reached" : "MISSED", turns, floor_turns);
+    std::fflush(stdout);
+}
+
+void blocks(const Settings& settings, const std::string& how)
+{
+    constexpr size_t kBlock = 2'900'000;
+    const std::string message = ":SYST:UPD:SOFT #72900000" + std::string(kBlock, '\n') + "\r\n";
+    const ChildServer reader({"orvan-floor-block", std::to_string(message.size())});
+    const ChildServer service({"orvan-block-service"});
+    // On a fresh connection each time: how far the kernel opens a connection's window is settled in its
+    // first messages, and differs by a factor of two from one to the next.
+    const auto microseconds = [&](const ChildServer& server) {
+        constexpr int kWarmUp = 3;
+        constexpr int kMeasured = 5;
+        const int socket = connect_to("127.0.0.1", server.port());
+        std::vector<double> times;
+        for (int i = 0; i < kWarmUp + kMeasured; ++i) {
+            times.push_back(1e6 * seconds_for(socket, message));
+        }
+        ::close(socket);
+        return median({times.begin() + kWarmUp, times.end()});
+    };
+    print_ratio(
+        how + "2.9 MB block to its handler / reading and answering",
+        interleaved(
+            settings.rounds, [&] { return microseconds(reader); }, [&] { return microseconds(service); }),
+        Better::kLower, 1.20, "us");
+}
+
+void vanish(int port, int number)
+{
+    // Many source addresses, so that ports in TIME_WAIT do not run out.
+    const std::string from =
+        "127.1." + std::to_string(number % 16) + "." + std::to_string(1 + number / 16 % 250);
+    const int socket = connect_to("127.0.0.1", port, from);
+    static const std::string texts[] = {"", ":FREQ 1", "*IDN?\n", ":NO:SUCH #6", "\n", "\"\n"};
+    const std::string& text = texts[number % 6];
+    ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
+    if (number % 2 == 0) {
+        const linger reset{1, 0};
+        ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    }
+    ::close(socket);
+}
+
+void vanishing_clients(const Settings& settings)
+{
+    constexpr auto kLongest = 120s;
+    const auto service = start_service(settings);
+    const auto begin = std::chrono::steady_clock::now();
+    int number = 0;
+    const auto vanish_until = [&](int end) {
+        for (; number < end && std::chrono::steady_clock::now() - begin < kLongest; ++number) {
+            vanish(service->port(), number);
+        }
+        const auto patience = std::chrono::steady_clock::now() + 10s;
+        size_t least = service->descriptors();
+        while (std::chrono::steady_clock::now() < patience && least > 16) {
+            std::this_thread::sleep_for(10ms);
+            least = std::min(least, service->descriptors());
+        }
+    };
+    vanish_until(settings.vanishing / 10);
+    const size_t descriptors = service->descriptors();
+    const long memory = service->resident();
+    vanish_until(settings.vanishing);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    std::printf("%d clients that vanish, in %.0f s: descriptors %zu -> %zu, resident %ld -> %ld kB\n", number,
+                seconds, descriptors, service->descriptors(), memory, service->resident());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Settings settings;
+    int cpu = static_cast<int>(std::thread::hardware_concurrency()) - 1;
+    bool unpinned = false;
+    std::string only;
+    CLI::App app("The service against bare floors, over loopback TCP");
+    app.add_option("--cpu", cpu, "CPU that everything is pinned to")->capture_default_str();
+    app.add_flag("--unpinned", unpinned, "Pin nothing");
+    app.add_option("--rounds", settings.rounds, "Rounds of candidate and floor")->capture_default_str();
+    app.add_option("--round-ms", settings.round_ms, "Length of a round")->capture_default_str();
+    app.add_option("--vanishing", settings.vanishing, "Clients that connect and vanish")
+        ->capture_default_str();
+    app.add_option("--service", settings.service, "The service program")->capture_default_str();
+    app.add_option("--only", only, "local, forwarded, block or vanish");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        if (!unpinned) {
+            pin_to_cpu(cpu);
+        }
+        const std::string how = unpinned ? "unpinned: " : "";
+        if (only.empty() || only == "local") {
+            local_queries(settings, how);
+        }
+        if (only.empty() || only == "forwarded") {
+            forwarded_queries(settings, how);
+            waits(settings, how);
+        }
+        if (only.empty() || only == "block") {
+            blocks(settings, how);
+        }
+        if (only == "vanish" || (only.empty() && !unpinned)) {
+            vanishing_clients(settings);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvan-bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
