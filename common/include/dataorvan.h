@@ -1,8 +1,45 @@
 /**
- * The channel record's tags.
+ * The record of one channel, its element table and its form on disk.
+ *
+ * The records of all channels lie side by side in shared memory and are read by other processes, so
+ * the layout below is fixed: it is the same on 32-bit and 64-bit platforms, holds no pointer, and a
+ * change of it is a change of every program that maps it.
  */
 #ifndef DATAORVAN_H
 #define DATAORVAN_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include <cjson/cJSON.h>
+
+/** The shared memory object with the records of all channels, that of channel n at (n - 1) times its size. */
+inline constexpr const char* g_shmemName = "/orvanData";
+
+/** Bytes of a text field, its terminating zero included. */
+inline constexpr std::size_t kOrvanTextSize = 32;
+
+/** A switch. Readers take every value but 0 as on. */
+enum OnOff : int { Off = 0, On = 1 };
+
+/** Form of a stored value. */
+enum ValueTypes : int {
+    TYPE_BOOL = 0, /**< an `OnOff`, 4 bytes */
+    TYPE_INT32 = 1,
+    TYPE_UINT32 = 2,
+    TYPE_INT64 = 3,
+    TYPE_UINT64 = 4,
+    TYPE_FLOAT = 5,
+    TYPE_DOUBLE = 6,
+    TYPE_STRING = 7, /**< zero-terminated bytes in a field of `size` */
+};
+
+/** Pass of a recall in which an element is sent to its module. */
+enum SendOnInit : int {
+    eSendNone = 0, /**< never */
+    eSendPri1 = 1, /**< values */
+    eSendPri2 = 2, /**< what switches something on, once all values stand */
+};
 
 /**
  * Tag of one element of a channel's record. The numbers are fixed: they are keys of the command
@@ -155,6 +192,254 @@ enum OrvanElement : int {
     ODT_KEEPALIVE_TIMEOUT = 141,
     ODT_KEEPALIVE_PROBES = 142,
     ODT_BATT_LOW_ALARM = 143,
+};
+
+/** Number of elements, and so of tags from 0 up. */
+inline constexpr std::size_t kOrvanElementCount = ODT_BATT_LOW_ALARM + 1;
+
+/** @name Words of the text fields, as SCPI spells them: the capitals are the short form. */
+///@{
+inline constexpr const char* ModulationNames[] = {"AM",   "FM",    "PM",   "FRSW",
+                                                  "PRSW", "Pulse", "List", "Pattern"};
+inline constexpr const char* SweepDirectionToString[] = {"NORMAL", "UPDOWN"};
+inline constexpr const char* TriggerSourceToString[] = {"EXTernal", "BUS", "TIMer"};
+inline constexpr const char* TriggerEdgeToString[] = {"POSitive", "NEGative"};
+inline constexpr const char* TriggerAdvToString[] = {"ONCe", "STEP"};
+inline constexpr const char* ModSrcModeToString[] = {"INTernal", "EXTernal"};
+///@}
+
+struct OC_CHANNEL_DATA {
+    OnOff Enabled;
+    OnOff State;
+    int SetupNo;
+    uint32_t modulateCfg;
+};
+
+struct OC_RUNMODE_DATA {
+    OnOff InitMode;
+    char TriggerSrc[kOrvanTextSize];
+    char TrigEdge[kOrvanTextSize];
+    char TriggerAdvance[kOrvanTextSize];
+    int TriggerCount;
+    int TriggerCountMin;
+    int TriggerCountMax;
+    double TriggerDelay;
+    double TriggerDelayMin;
+    double TriggerDelayMax;
+    OnOff TriggerTimer;
+    double TriggerTimerTime;
+    double TriggerTimerTimeMin;
+    double TriggerTimerTimeMax;
+    uint32_t TriggerInputImpedance;
+};
+
+struct OC_ANALOGOUTPUT_DATA {
+    OnOff RfOutput;
+    double Frequency;
+    double FrequencyDef;
+    double FrequencyMax;
+    double FrequencyMin;
+    double Power;
+    double PowerDef;
+    double PowerMax;
+    double PowerMin;
+    double Phase;
+    double PhaseDef;
+    double PhaseMax;
+    double PhaseMin;
+    char RefOsc[kOrvanTextSize];
+    char RefOscFrequency[kOrvanTextSize];
+};
+
+struct OC_LIST_DATA {
+    OnOff ListState;
+    char ListDefines[kOrvanTextSize];
+    OnOff PatternState;
+    char PatternDefines[kOrvanTextSize];
+    uint32_t ListStepsMax;
+    uint32_t ListStepsMin;
+    uint32_t ListStepsDef;
+    double ListFrequencyMax;
+    double ListFrequencyMin;
+    double ListFrequencyDef;
+    double ListPowerMax;
+    double ListPowerMin;
+    double ListPowerDef;
+    double ListDwellTimeMax;
+    double ListDwellTimeMin;
+    double ListDwellTimeDef;
+    uint32_t PatternStepsMax;
+    uint32_t PatternStepsMin;
+    uint32_t PatternStepsDef;
+    double PatternTimeMax;
+    double PatternTimeMin;
+    double PatternTimeDef;
+};
+
+struct OC_MODULATIONS_DATA {
+    OnOff AMState;
+    char AMSrcMode[kOrvanTextSize];
+    double AMModFreq;
+    double AMModFreqMax;
+    double AMModFreqMin;
+    double AMModeDepth;
+    double AMModeDepthMax;
+    double AMModeDepthMin;
+    OnOff FMState;
+    char FMSrcMode[kOrvanTextSize];
+    double FMModFreq;
+    double FMModFreqMax;
+    double FMModFreqMin;
+    double FMModeDev;
+    double FMModeDevMax;
+    double FMModeDevMin;
+    OnOff PMState;
+    char PMSrcMode[kOrvanTextSize];
+    double PMModFreq;
+    double PMModFreqMax;
+    double PMModFreqMin;
+    double PMModeDev;
+    double PMModeDevMax;
+    double PMModeDevMin;
+    OnOff PulseMState;
+    char PulseMSrcMode[kOrvanTextSize];
+    double PulseMModFreq;
+    double PulseMModFreqMax;
+    double PulseMModFreqMin;
+    double PulseMModeWidth;
+    double PulseMModeWidthMax;
+    double PulseMModeWidthMin;
+    OnOff FRSWeepState;
+    double FRSWeepStart;
+    double FRSWeepStartMax;
+    double FRSWeepStartMin;
+    double FRSWeepStop;
+    double FRSWeepStopMax;
+    double FRSWeepStopMin;
+    uint32_t FRSWeepSteps;
+    uint32_t FRSWeepStepsMax;
+    uint32_t FRSWeepStepsMin;
+    double FRSWeepStepTime;
+    double FRSWeepStepTimeMax;
+    double FRSWeepStepTimeMin;
+    char FRSWeepDir[kOrvanTextSize];
+    OnOff PRSWeepState;
+    double PRSWeepStart;
+    double PRSWeepStartMax;
+    double PRSWeepStartMin;
+    double PRSWeepStop;
+    double PRSWeepStopMax;
+    double PRSWeepStopMin;
+    uint32_t PRSWeepSteps;
+    uint32_t PRSWeepStepsMax;
+    uint32_t PRSWeepStepsMin;
+    double PRSWeepStepTime;
+    double PRSWeepStepTimeMax;
+    double PRSWeepStepTimeMin;
+    char PRSWeepDir[kOrvanTextSize];
+};
+
+struct OC_SYSTEM_DATA {
+    char Model[kOrvanTextSize];
+    char Serial[kOrvanTextSize];
+    char type[kOrvanTextSize];
+    double Temperature;
+    int Battery;
+    int CurrentStatus;
+    char CalibrationDate[kOrvanTextSize];
+    char Options[kOrvanTextSize];
+    char Manufacture[kOrvanTextSize];
+    char Hardware[kOrvanTextSize];
+    char Firmware[kOrvanTextSize];
+    char Fpga[kOrvanTextSize];
+    char Scpi[kOrvanTextSize];
+    char Interface[kOrvanTextSize];
+    char Address[kOrvanTextSize];
+    char Mask[kOrvanTextSize];
+    char GATeway[kOrvanTextSize];
+    char Port[kOrvanTextSize];
+    char Dns1[kOrvanTextSize];
+    char Dns2[kOrvanTextSize];
+    char MACaddr[kOrvanTextSize];
+    OnOff DHCP;
+    OnOff BOOTp;
+    char HOSTname[kOrvanTextSize];
+    OnOff KEEPaliveState;
+    int KEEPaliveTimeout;
+    int KEEPaliveProbes;
+    int LowLevelBatAlarm;
+};
+
+/** Everything the controller keeps of one channel. Frequencies in Hz, powers in dBm, times in s. */
+struct ORVAN_CONFIG {
+    OC_CHANNEL_DATA CHANNEL;
+    OC_RUNMODE_DATA RUNMODE;
+    OC_ANALOGOUTPUT_DATA ANALOGOUTPUT;
+    OC_LIST_DATA LIST;
+    OC_MODULATIONS_DATA MODULATIONS;
+    OC_SYSTEM_DATA SYSTEM;
+};
+
+// The offset of each field is checked where the element table is built.
+static_assert(sizeof(ORVAN_CONFIG) == 1816 && alignof(ORVAN_CONFIG) == 8);
+
+/** Where one element of a record lies and how it is held; one row of the element table. */
+struct OrvanElementData {
+    uint32_t pos;    /**< offset in `ORVAN_CONFIG`; all bits set in the row that ends the table */
+    double factor;   /**< stored number = number in the text times this; at least 1 for integers */
+    ValueTypes type; /**< form of the stored value */
+    uint32_t size;   /**< bytes of the stored value; of the whole field for a text */
+    SendOnInit send; /**< when it is sent to a module */
+};
+
+static_assert(sizeof(OrvanElementData) == 32 && offsetof(OrvanElementData, pos) == 0 &&
+              offsetof(OrvanElementData, factor) == 8 && offsetof(OrvanElementData, type) == 16 &&
+              offsetof(OrvanElementData, size) == 20 && offsetof(OrvanElementData, send) == 24);
+
+/**
+ * The element table and the file form of a record.
+ *
+ * The file is a JSON object (RFC 8259) with one object for each section of the record, and in it the
+ * fields by name:
+ *
+ * - A switch is `true` or `false`; one that holds neither 1 nor 0 is its number.
+ * - A number is a JSON number with as many digits as it takes to read the same bits back. What JSON
+ *   has no number for is a string: an infinity or a not-a-number as its bits, "0x7ff0000000000000";
+ *   a 64-bit integer beyond 2^53 as its decimal digits.
+ * - A text holds bytes, each of which stands as the character of that code, U+0001 to U+00FF, so that
+ *   the file is sound UTF-8 whatever a client wrote.
+ *
+ * All operations may run on any number of threads at once; each touches only its arguments.
+ */
+class OrvanData {
+public:
+    /** Indexed by tag; the row behind the last tag has a `pos` with all bits set. */
+    static const OrvanElementData orvanMap[kOrvanElementCount + 1];
+
+    /**
+     * Fills a record from a file.
+     *
+     * A field that the file does not have keeps the record's value, and what the file has besides the
+     * fields is passed over. A text field is zero behind its text.
+     *
+     * @param path   the file, at most 1 MiB
+     * @param config the record
+     * @return 0; -1 when an argument is null, the file cannot be read, is no JSON object, or holds a
+     *         value that does not fit its field (another type, a fraction or a range that an integer
+     *         field has not, a text of 32 bytes or more). The record is then as it was.
+     */
+    int init_cmd_config(const char* path, ORVAN_CONFIG* config);
+
+    /**
+     * Writes a record to a file, whole: at each moment, a power failure included, the path has either
+     * its former contents or all of the new ones. A text without a terminating zero loses its last byte.
+     *
+     * @param path   the file to make or to replace; its folder has to exist
+     * @param config the record
+     * @return 0 once the file is on the disk; -1 when an argument is null or the file cannot be
+     *         written, and then the former file is as it was and nothing else is left in the folder
+     */
+    int save_cmd_config(const char* path, ORVAN_CONFIG* config);
 };
 
 #endif

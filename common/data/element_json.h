@@ -1,0 +1,26 @@
+/**
+ * One element of a record as a JSON value, and back. `OrvanData` tells the form.
+ */
+#ifndef ORVAN_ELEMENT_JSON_H
+#define ORVAN_ELEMENT_JSON_H
+
+#include <dataorvan.h>
+
+/**
+ * @param element the element's row; `pos`, `type` and `size` count
+ * @param record  start of the record
+ * @return a new value that the caller owns; null when there is no memory or the type is unknown
+ */
+cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record);
+
+/**
+ * Stores a JSON value as the element. Allocates nothing.
+ *
+ * @param element the element's row; `pos`, `type` and `size` count
+ * @param value   any JSON value
+ * @param record  start of the record
+ * @return false when the value does not fit the element; the record is then as it was
+ */
+bool element_from_json(const OrvanElementData& element, const cJSON* value, uint8_t* record);
+
+#endif

@@ -1,0 +1,18 @@
+/**
+ * The names of the record's elements: of their tags, and those that the setup files use.
+ */
+#ifndef ORVAN_ELEMENT_NAMES_H
+#define ORVAN_ELEMENT_NAMES_H
+
+#include <dataorvan.h>
+
+struct ElementName {
+    const char* tag;     /**< as `OrvanElement` has it, "ODT_FREQ" */
+    const char* section; /**< member of `ORVAN_CONFIG` */
+    const char* field;   /**< member of the section */
+};
+
+/** Indexed by tag; the elements of a section stand together. */
+extern const ElementName kElementNames[kOrvanElementCount];
+
+#endif

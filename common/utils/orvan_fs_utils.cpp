@@ -1,0 +1,243 @@
+#include "orvan_fs_utils.h"
+
+#include "fd.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+constexpr mode_t kFolderMode = 0755;
+
+std::string folder_of(const std::string& path)
+{
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool sync_folder(const std::string& folder)
+{
+    const Fd fd = open_file(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    // Some file systems cannot do it for folders and say so; there is then nothing to wait for.
+    return fd && (sync_file(fd.get()) || errno == EINVAL);
+}
+
+// Opens for reading; no descriptor when it is no regular file.
+Fd open_regular(const char* path, uintmax_t& length)
+{
+    // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
+    Fd fd = open_file(path, O_RDONLY | O_NONBLOCK);
+    struct stat info = {};
+    if (!fd || fstat(fd.get(), &info) != 0)
+        return Fd(-1);
+    if (!S_ISREG(info.st_mode)) {
+        errno = EINVAL;
+        return Fd(-1);
+    }
+    length = static_cast<uintmax_t>(info.st_size);
+    return fd;
+}
+
+bool is_kind(const std::string& path, int kind)
+{
+    struct stat info = {};
+    switch (kind) {
+    case FS_FIND_ANY:
+        return true;
+    case FS_FIND_FILE:
+        return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    case FS_FIND_DIR:
+        return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    default:
+        return false;
+    }
+}
+
+bool is_folder(const char* path)
+{
+    struct stat info = {};
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool make_folder(const char* path, mode_t mode)
+{
+    if (mkdir(path, mode) == 0)
+        return true;
+    // Whatever the reason, a folder that is there will do; a read-only root refuses before it looks.
+    const int reason = errno;
+    if (is_folder(path))
+        return true;
+    errno = reason;
+    return false;
+}
+
+} // namespace
+
+OrvanFSUtils* OrvanFSUtils::getInstance()
+{
+    static OrvanFSUtils instance;
+    return &instance;
+}
+
+bool OrvanFSUtils::ifFileExists(const char* path)
+{
+    struct stat info = {};
+    return path != nullptr && lstat(path, &info) == 0;
+}
+
+uint32_t OrvanFSUtils::getFileLen(const char* path)
+{
+    struct stat info = {};
+    if (path == nullptr || stat(path, &info) != 0 || !S_ISREG(info.st_mode))
+        return 0;
+    return static_cast<uint32_t>(std::min<uintmax_t>(static_cast<uintmax_t>(info.st_size), UINT32_MAX));
+}
+
+bool OrvanFSUtils::readBufferFromFile(const char* path, void* buffer, std::size_t size)
+{
+    if (path == nullptr || (buffer == nullptr && size != 0))
+        return false;
+    uintmax_t length = 0;
+    const Fd fd = open_regular(path, length);
+    return fd && read_all(fd.get(), buffer, size);
+}
+
+bool OrvanFSUtils::readWholeFile(const char* path, std::string& contents, std::size_t limit)
+try {
+    if (path == nullptr)
+        return false;
+    uintmax_t length = 0;
+    const Fd fd = open_regular(path, length);
+    if (!fd)
+        return false;
+    if (length > limit) {
+        errno = EFBIG;
+        return false;
+    }
+    std::string bytes(static_cast<std::size_t>(length), '\0');
+    if (!read_all(fd.get(), bytes.data(), bytes.size()))
+        return false;
+    contents = std::move(bytes);
+    return true;
+} catch (const std::exception&) {
+    return false;
+}
+
+bool OrvanFSUtils::replaceFile(const char* path, const void* data, std::size_t length)
+try {
+    if (path == nullptr || (data == nullptr && length != 0))
+        return false;
+    const std::string folder = folder_of(path);
+    // The temporary name has nothing of the file's own: searches by a word in the name must not come
+    // upon what a power failure leaves.
+    std::string draft = folder + "/.new-XXXXXX";
+    const Fd fd(mkostemp(draft.data(), O_CLOEXEC));
+    if (!fd)
+        return false;
+    if (fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
+        rename(draft.c_str(), path) == 0)
+        return sync_folder(folder);
+    const int reason = errno;
+    unlink(draft.c_str());
+    errno = reason;
+    return false;
+} catch (const std::exception&) {
+    return false;
+}
+
+bool OrvanFSUtils::saveBufferToFile(const char* path, const void* data, std::size_t length)
+try {
+    return path != nullptr && mkdir_recursive(folder_of(path).c_str(), kFolderMode) == 0 &&
+           replaceFile(path, data, length);
+} catch (const std::exception&) {
+    return false;
+}
+
+bool OrvanFSUtils::createFileName(const char* path)
+{
+    return path != nullptr && open_file(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode);
+}
+
+bool OrvanFSUtils::writeTxtLineToFile(const char* path, const char* line)
+try {
+    if (path == nullptr || line == nullptr)
+        return false;
+    const Fd fd = open_file(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode);
+    const std::string text = std::string(line) + '\n';
+    return fd && write_all(fd.get(), text.data(), text.size()) && sync_file(fd.get()) &&
+           sync_folder(folder_of(path));
+} catch (const std::exception&) {
+    return false;
+}
+
+int OrvanFSUtils::mkdir_recursive(const char* path, mode_t mode)
+try {
+    if (path == nullptr || *path == '\0')
+        return -1;
+    const std::string whole = path;
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = whole.find('/', end + 1);
+        if (!make_folder(whole.substr(0, end).c_str(), mode))
+            return -1;
+    }
+    return 0;
+} catch (const std::exception&) {
+    return -1;
+}
+
+bool OrvanFSUtils::findFirstFileContaining(const char* dir, const char* word, char* out, std::size_t outSize,
+                                           int kind)
+try {
+    if (dir == nullptr || word == nullptr || out == nullptr)
+        return false;
+    std::string found;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find(word) != std::string::npos && (found.empty() || name < found) &&
+            is_kind(entry.path().string(), kind))
+            found = name;
+    }
+    if (found.empty())
+        return false;
+    const std::string path = (std::filesystem::path(dir) / found).string();
+    if (path.size() >= outSize)
+        return false;
+    std::memcpy(out, path.c_str(), path.size() + 1);
+    return true;
+} catch (const std::exception&) {
+    return false;
+}
+
+int OrvanFSUtils::delete_files_in_dir(const char* path)
+try {
+    if (path == nullptr)
+        return -1;
+    // The names first: what an open folder still yields while its entries go is not defined.
+    std::vector<std::filesystem::path> entries;
+    for (const auto& entry : std::filesystem::directory_iterator(path))
+        entries.push_back(entry.path());
+    bool all_gone = true;
+    for (const auto& entry : entries) {
+        std::error_code error;
+        std::filesystem::remove_all(entry, error);
+        all_gone = all_gone && !error;
+    }
+    return all_gone ? 0 : -1;
+} catch (const std::exception&) {
+    return -1;
+}

@@ -1,0 +1,117 @@
+#include "temp_folder.h"
+
+#include <orvan_fs_utils.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class FindFile : public ::testing::Test {
+protected:
+    // The found path, or "-" when nothing was.
+    std::string find(const std::string& dir, const char* word, int kind)
+    {
+        char out[1024] = "untouched";
+        if (OrvanFSUtils::findFirstFileContaining(dir.c_str(), word, out, sizeof out, kind))
+            return out;
+        EXPECT_STREQ(out, "untouched");
+        return "-";
+    }
+    std::string find(const char* word, int kind) { return find(folder.path(), word, kind); }
+
+    TempFolder folder;
+};
+
+TEST_F(FindFile, GivesTheFullPathOfAnEntryWithTheWordAnywhereInItsName)
+{
+    write_file(folder / "xx_ovx_module_1.2.3.tar.gz", "");
+    for (const char* word : {"ovx_module", "xx", ".gz", "xx_ovx_module_1.2.3.tar.gz", ""})
+        EXPECT_EQ(find(word, FS_FIND_FILE), folder / "xx_ovx_module_1.2.3.tar.gz") << word;
+    EXPECT_EQ(find("OVX", FS_FIND_FILE), "-");
+    EXPECT_EQ(find("ovx_modules", FS_FIND_FILE), "-");
+}
+
+TEST_F(FindFile, KindChoosesAmongFilesAndFolders)
+{
+    fs::create_directory(folder / "a_word");
+    write_file(folder / "b_word", "");
+    EXPECT_EQ(find("word", FS_FIND_ANY), folder / "a_word");
+    EXPECT_EQ(find("word", FS_FIND_FILE), folder / "b_word");
+    EXPECT_EQ(find("word", FS_FIND_DIR), folder / "a_word");
+    EXPECT_EQ(find("word", 3), "-");
+    EXPECT_EQ(FS_FIND_ANY, 0);
+    EXPECT_EQ(FS_FIND_FILE, 1);
+    EXPECT_EQ(FS_FIND_DIR, 2);
+}
+
+TEST_F(FindFile, LinkCountsAsWhatItLeadsTo)
+{
+    write_file(folder / "target", "");
+    fs::create_symlink(folder / "target", folder / "link_to_file");
+    fs::create_symlink(folder / "nothing", folder / "broken");
+    EXPECT_EQ(find("link", FS_FIND_FILE), folder / "link_to_file");
+    EXPECT_EQ(find("link", FS_FIND_DIR), "-");
+    EXPECT_EQ(find("broken", FS_FIND_FILE), "-");
+    EXPECT_EQ(find("broken", FS_FIND_ANY), folder / "broken");
+}
+
+TEST_F(FindFile, FirstByNameIsTakenWhateverTheOrderOnTheDisk)
+{
+    for (int i = 99; i >= 10; --i)
+        write_file(folder / ("word" + std::to_string(i)), "");
+    EXPECT_EQ(find("word", FS_FIND_FILE), folder / "word10");
+}
+
+TEST_F(FindFile, FoldersBelowAreNotSearched)
+{
+    fs::create_directory(folder / "below");
+    write_file(folder / "below/word", "");
+    EXPECT_EQ(find("word", FS_FIND_ANY), "-");
+}
+
+TEST_F(FindFile, TheEntriesForTheFolderItselfDoNotCount)
+{
+    EXPECT_EQ(find(".", FS_FIND_ANY), "-");
+    EXPECT_EQ(find("", FS_FIND_DIR), "-");
+}
+
+TEST_F(FindFile, ASlashAtTheEndOfTheFolderIsNotDoubled)
+{
+    write_file(folder / "word", "");
+    EXPECT_EQ(find(folder.path() + "/", "word", FS_FIND_FILE), folder / "word");
+}
+
+TEST_F(FindFile, APathThatDoesNotFitIsNotFound)
+{
+    write_file(folder / "word", "");
+    const std::string path = folder / "word";
+    std::string out(path.size() + 1, '?');
+    EXPECT_FALSE(OrvanFSUtils::findFirstFileContaining(folder.path().c_str(), "word", out.data(), path.size(),
+                                                       FS_FIND_FILE));
+    EXPECT_EQ(out, std::string(path.size() + 1, '?'));
+    EXPECT_TRUE(OrvanFSUtils::findFirstFileContaining(folder.path().c_str(), "word", out.data(),
+                                                      path.size() + 1, FS_FIND_FILE));
+    EXPECT_STREQ(out.c_str(), path.c_str());
+}
+
+TEST_F(FindFile, NothingIsFoundWithoutAFolderOrAWord)
+{
+    char out[64];
+    EXPECT_EQ(find(folder / "missing", "word", FS_FIND_ANY), "-");
+    EXPECT_EQ(find("", "word", FS_FIND_ANY), "-");
+    write_file(folder / "file", "");
+    EXPECT_EQ(find(folder / "file", "file", FS_FIND_ANY), "-");
+    const char* dir = folder.path().c_str();
+    EXPECT_FALSE(OrvanFSUtils::findFirstFileContaining(nullptr, "file", out, sizeof out, FS_FIND_ANY));
+    EXPECT_FALSE(OrvanFSUtils::findFirstFileContaining(dir, nullptr, out, sizeof out, FS_FIND_ANY));
+    EXPECT_FALSE(OrvanFSUtils::findFirstFileContaining(dir, "file", nullptr, 64, FS_FIND_ANY));
+    EXPECT_FALSE(OrvanFSUtils::findFirstFileContaining(dir, "file", out, 0, FS_FIND_ANY));
+}
+
+} // namespace

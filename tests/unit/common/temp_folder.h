@@ -1,0 +1,42 @@
+/**
+ * A folder that a test has to itself, and file helpers for it.
+ */
+#ifndef TESTS_COMMON_TEMP_FOLDER_H
+#define TESTS_COMMON_TEMP_FOLDER_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    const std::string& path() const { return m_path; }
+    /** Path of an entry. */
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+    /** Names of the entries, sorted. */
+    std::vector<std::string> names() const;
+
+    /**
+     * Puts a small file system of its own over the folder, or over one in it, in a mount namespace of
+     * this process.
+     *
+     * @return empty, or why the machine refuses it
+     */
+    std::string mount_small(std::size_t bytes, const std::string& name = "");
+    /** Makes the small file system read-only. */
+    bool make_read_only();
+
+private:
+    std::string m_path;
+    std::string m_mounted;
+};
+
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& contents);
+
+#endif
