@@ -2,6 +2,7 @@ option(ORVAN_BUILD_TESTS "Build the test suites" ON)
 option(ORVAN_BUILD_BENCH "Build the benchmarks" OFF)
 option(ORVAN_WERROR "Treat warnings as errors" OFF)
 option(ORVAN_LIBFUZZER "Link the fuzz targets with libFuzzer (needs clang)" OFF)
+option(ORVAN_TARGET_PI "Build for the instrument's own controller board, against its wiringPi" OFF)
 set(ORVAN_SANITIZE "" CACHE STRING "Sanitizers for everything, as -fsanitize takes them")
 
 # Warnings are set on our own targets through this interface library.

@@ -1,0 +1,144 @@
+#include "board/clock.h"
+
+#include <algorithm>
+
+namespace sim_board {
+
+using std::chrono::steady_clock;
+
+namespace {
+constexpr std::uint64_t kLongestUs = 1'000'000'000'000'000; // 31 years; the time point must not overflow
+}
+
+std::uint64_t Clock::now_us() const
+{
+    std::lock_guard lock(m_mutex);
+    return now_locked();
+}
+
+std::uint64_t Clock::now_locked() const
+{
+    if (m_mode == Mode::kManual)
+        return m_now_us;
+    const auto running = steady_clock::now() - m_start;
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(running).count());
+}
+
+std::uint64_t Clock::sleep_us(std::uint64_t us)
+{
+    std::unique_lock lock(m_mutex);
+    if (m_mode == Mode::kRealTime) {
+        sleep_real(lock, us);
+    } else if (m_released) {
+        m_now_us += us;
+    } else if (m_self_advancing == std::this_thread::get_id()) {
+        lock.unlock();
+        advance(us);
+        lock.lock();
+    } else if (us > 0) {
+        sleep_manual(lock, us);
+    }
+    return now_locked();
+}
+
+void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+{
+    Sleeper self{.end_us = us};
+    const auto place = m_sleepers.insert(m_sleepers.end(), &self);
+    m_changed.notify_all();
+    const std::chrono::microseconds span(std::min(us, kLongestUs));
+    self.wake.wait_until(lock, steady_clock::now() + span, [&] { return m_released; });
+    m_sleepers.erase(place);
+}
+
+void Clock::sleep_manual(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+{
+    Sleeper self{.end_us = m_now_us + us};
+    const auto later = std::find_if(m_sleepers.begin(), m_sleepers.end(),
+                                    [&](const Sleeper* other) { return other->end_us > self.end_us; });
+    m_sleepers.insert(later, &self);
+    m_changed.notify_all();
+    self.wake.wait(lock, [&] { return self.woken; });
+    --m_leaving;
+    m_changed.notify_all();
+}
+
+void Clock::advance(std::uint64_t us)
+{
+    std::lock_guard one_at_a_time(m_advancing);
+    std::unique_lock lock(m_mutex);
+    const std::uint64_t target = m_now_us + us;
+    while (!m_sleepers.empty() && m_sleepers.front()->end_us <= target) {
+        Sleeper* next = m_sleepers.front();
+        m_sleepers.pop_front();
+        m_now_us = next->end_us;
+        next->woken = true;
+        ++m_leaving;
+        next->wake.notify_one();
+        m_changed.wait(lock, [&] { return m_leaving == 0; });
+    }
+    m_now_us = std::max(m_now_us, target);
+}
+
+bool Clock::run(std::uint64_t us, std::size_t threads, std::chrono::milliseconds bound)
+{
+    std::unique_lock lock(m_mutex);
+    const std::uint64_t target = m_now_us + us;
+    while (asleep_within(lock, threads, bound)) {
+        if (m_now_us >= target)
+            return true;
+        const std::uint64_t next = m_sleepers.empty() ? target : m_sleepers.front()->end_us;
+        const std::uint64_t step = std::min(next, target) - m_now_us;
+        lock.unlock();
+        advance(step);
+        lock.lock();
+    }
+    return false;
+}
+
+std::size_t Clock::sleepers() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_sleepers.size();
+}
+
+bool Clock::wait_for_sleepers(std::size_t count, std::chrono::milliseconds bound)
+{
+    std::unique_lock lock(m_mutex);
+    return asleep_within(lock, count, bound);
+}
+
+bool Clock::asleep_within(std::unique_lock<std::mutex>& lock, std::size_t count,
+                          std::chrono::milliseconds bound)
+{
+    return m_changed.wait_until(lock, steady_clock::now() + bound,
+                                [&] { return m_sleepers.size() >= count; });
+}
+
+void Clock::release()
+{
+    std::lock_guard lock(m_mutex);
+    m_released = true;
+    for (Sleeper* sleeper : m_sleepers) {
+        sleeper->woken = true;
+        sleeper->wake.notify_one();
+    }
+    if (m_mode == Mode::kManual) {
+        m_leaving += m_sleepers.size();
+        m_sleepers.clear();
+    }
+}
+
+SelfAdvancing::SelfAdvancing(Clock& clock) : m_clock(clock)
+{
+    std::lock_guard lock(m_clock.m_mutex);
+    m_clock.m_self_advancing = std::this_thread::get_id();
+}
+
+SelfAdvancing::~SelfAdvancing()
+{
+    std::lock_guard lock(m_clock.m_mutex);
+    m_clock.m_self_advancing = {};
+}
+
+} // namespace sim_board

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "board/i2c_device.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+namespace sim_board {
+
+/// The 16-bit port expander MCP23017: all eleven registers of ports A and B in both bank modes, sequential
+/// and byte mode, pull-ups, interrupt on change with its INTA and INTB outputs, reset input. Not modelled:
+/// DISSLW and HAEN of IOCON, which only keep their value.
+///
+/// An input that nothing drives reads 1 with its GPPU bit set, else 0. Thread-safe.
+class Mcp23017 : public I2cDevice {
+public:
+    enum Port : std::uint8_t { kA = 0, kB = 1 };
+
+    /// The register's address in the default bank mode (IOCON.BANK = 0) is twice this, plus 1 for port B.
+    enum Register : std::uint8_t {
+        kIodir,   // 1: input
+        kIpol,    // 1: GPIO shows the inverted pin
+        kGpinten, // 1: the pin can interrupt
+        kDefval,  // compared with where INTCON is 1
+        kIntcon,  // 0: any change, 1: the pin differs from DEFVAL
+        kIocon,   // one register, seen at both addresses
+        kGppu,    // 1: pull-up on an input
+        kIntf,    // the pins that caused the interrupt; read only
+        kIntcap,  // GPIO at the interrupt; read only, reading ends the interrupt
+        kGpio,    // the pins; reading ends the interrupt, writing writes OLAT
+        kOlat,    // what the outputs drive
+        kRegisters,
+    };
+    enum Iocon : std::uint8_t {
+        kIntpol = 0x02, // INT outputs are active high
+        kOdr = 0x04,    // INT outputs are open drain, active low; overrides INTPOL
+        kSeqop = 0x20,  // 1: the address pointer does not run on
+        kMirror = 0x40, // both INT outputs show both ports
+        kBank = 0x80,   // registers of a port lie side by side, port B from 0x10
+    };
+
+    Mcp23017();
+
+    /// @name The bench side
+    /// @{
+    std::uint8_t reg(Register which, Port port) const;
+    /// The levels on the pins of a port: outputs as OLAT, inputs as driven or pulled.
+    std::uint8_t pins(Port port) const;
+    /// Drives the pins of `mask` from outside with the bits of `levels`; where the expander drives too, it
+    /// wins.
+    void drive(Port port, std::uint8_t mask, std::uint8_t levels);
+    /// Lets go of the pins of `mask`.
+    void release(Port port, std::uint8_t mask);
+    /// Whether INTA or INTB is at 1; an open drain output has a pull-up on the board.
+    int interrupt_level(Port output) const;
+    /// Calls `listener` with each new level of INTA and INTB, on the thread of the access that changed it and
+    /// with the chip locked, so it must not come back here. An empty one ends that.
+    void on_interrupt(std::function<void(Port output, int level)> listener);
+    /// @}
+
+    bool write(std::span<const std::uint8_t> bytes) override;
+    bool read(std::span<std::uint8_t> bytes) override;
+    /// Sets all registers to their power-on values; until it is released the chip acknowledges nothing.
+    void set_reset(bool asserted) override;
+
+private:
+    struct Location {
+        Register which;
+        Port port;
+        bool exists;
+    };
+
+    Location locate(std::uint8_t address) const;
+    std::uint8_t following(std::uint8_t address) const;
+    void power_on_values();
+    std::uint8_t pin_levels(Port port) const;
+    std::uint8_t gpio(Port port) const;
+    std::uint8_t read_register(std::uint8_t address);
+    void write_register(std::uint8_t address, std::uint8_t value);
+    void end_interrupt(Port port);
+    void check_interrupt(Port port);
+    int output_level(Port output) const;
+    void report_outputs();
+
+    std::uint8_t& at(Register which, Port port) { return m_registers[which][port]; }
+    std::uint8_t at(Register which, Port port) const { return m_registers[which][port]; }
+
+    mutable std::mutex m_mutex;
+    std::array<std::array<std::uint8_t, 2>, kRegisters> m_registers{};
+    std::uint8_t m_pointer = 0;
+    bool m_in_reset = false;
+    std::array<std::uint8_t, 2> m_driven{};   // mask of the pins that something outside drives
+    std::array<std::uint8_t, 2> m_levels{};   // with which level
+    std::array<std::uint8_t, 2> m_compared{}; // the pins as a change is measured against
+    std::array<int, 2> m_reported{1, 1};
+    std::function<void(Port, int)> m_listener;
+};
+
+} // namespace sim_board

@@ -1,0 +1,120 @@
+// The functions of the seam and of wiringPi, on the current board.
+
+#include "board/current_board.h"
+#include "hw/hw.h"
+
+#include <array>
+#include <mutex>
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
+using sim_board::current_board;
+
+namespace {
+
+// The locks belong to the process and not to a board: one that is held while the board changes stays held.
+std::mutex* numbered_lock(int key)
+{
+    static auto* const locks = new std::array<std::mutex, 4>;
+    return key >= 0 && key < 4 ? &(*locks)[static_cast<std::size_t>(key)] : nullptr;
+}
+
+} // namespace
+
+int hw_spi_open(const char* path, int flags)
+{
+    return current_board()->spi().open(path, flags);
+}
+
+int hw_spi_ioctl(int fd, unsigned long request, void* arg)
+{
+    return current_board()->spi().ioctl(fd, request, arg);
+}
+
+int hw_spi_close(int fd)
+{
+    return current_board()->spi().close(fd);
+}
+
+void hw_delay_us(uint64_t us)
+{
+    const auto board = current_board();
+    board->trace().add("delay %llu", static_cast<unsigned long long>(us));
+    board->clock().sleep_us(us);
+}
+
+int wiringPiSetup(void)
+{
+    return current_board()->gpio().setup();
+}
+
+void pinMode(int pin, int mode)
+{
+    current_board()->gpio().pin_mode(pin, mode);
+}
+
+void digitalWrite(int pin, int value)
+{
+    current_board()->gpio().write(pin, value);
+}
+
+int digitalRead(int pin)
+{
+    return current_board()->gpio().read(pin);
+}
+
+int wiringPiISR(int pin, int mode, void (*function)(void))
+{
+    return current_board()->gpio().isr(pin, mode, function);
+}
+
+void piLock(int key)
+{
+    if (std::mutex* lock = numbered_lock(key)) {
+        lock->lock();
+        current_board()->trace().add("lock %d", key);
+    }
+}
+
+void piUnlock(int key)
+{
+    if (std::mutex* lock = numbered_lock(key)) {
+        current_board()->trace().add("unlock %d", key);
+        lock->unlock();
+    }
+}
+
+int wiringPiI2CSetup(int devId)
+{
+    return current_board()->i2c().open(devId);
+}
+
+int wiringPiI2CRead(int fd)
+{
+    return current_board()->i2c().read(fd);
+}
+
+int wiringPiI2CWrite(int fd, int data)
+{
+    return current_board()->i2c().write(fd, data);
+}
+
+int wiringPiI2CReadReg8(int fd, int reg)
+{
+    return current_board()->i2c().read_register8(fd, reg);
+}
+
+int wiringPiI2CReadReg16(int fd, int reg)
+{
+    return current_board()->i2c().read_register16(fd, reg);
+}
+
+int wiringPiI2CWriteReg8(int fd, int reg, int data)
+{
+    return current_board()->i2c().write_register8(fd, reg, data);
+}
+
+int wiringPiI2CWriteReg16(int fd, int reg, int data)
+{
+    return current_board()->i2c().write_register16(fd, reg, data);
+}

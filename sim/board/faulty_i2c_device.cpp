@@ -1,0 +1,77 @@
+#include "board/faulty_i2c_device.h"
+
+namespace sim_board {
+
+void FaultyI2cDevice::absent(bool on)
+{
+    std::lock_guard lock(m_mutex);
+    m_absent = on;
+}
+
+void FaultyI2cDevice::not_acknowledging(bool on)
+{
+    std::lock_guard lock(m_mutex);
+    m_not_acknowledging = on;
+}
+
+void FaultyI2cDevice::refuse_after(std::optional<std::size_t> count)
+{
+    std::lock_guard lock(m_mutex);
+    m_left = count;
+}
+
+void FaultyI2cDevice::flip_read_bits(std::size_t index, std::uint8_t mask)
+{
+    std::lock_guard lock(m_mutex);
+    m_flip_index = index;
+    m_flip_mask = mask;
+}
+
+bool FaultyI2cDevice::fitted() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_chip != nullptr && !m_absent && m_chip->fitted();
+}
+
+bool FaultyI2cDevice::acknowledged()
+{
+    if (m_chip == nullptr || m_absent || m_not_acknowledging)
+        return false;
+    if (!m_left)
+        return true;
+    if (*m_left == 0)
+        return false;
+    --*m_left;
+    return true;
+}
+
+bool FaultyI2cDevice::write(std::span<const std::uint8_t> bytes)
+{
+    std::lock_guard lock(m_mutex);
+    return acknowledged() && m_chip->write(bytes);
+}
+
+bool FaultyI2cDevice::read(std::span<std::uint8_t> bytes)
+{
+    std::lock_guard lock(m_mutex);
+    if (!acknowledged() || !m_chip->read(bytes))
+        return false;
+    if (m_flip_index < bytes.size())
+        bytes[m_flip_index] ^= m_flip_mask;
+    return true;
+}
+
+void FaultyI2cDevice::set_reset(bool asserted)
+{
+    if (m_chip)
+        m_chip->set_reset(asserted);
+}
+
+std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, std::uint8_t address)
+{
+    auto faulty = std::make_shared<FaultyI2cDevice>(bus.device(address));
+    bus.attach(address, faulty);
+    return faulty;
+}
+
+} // namespace sim_board

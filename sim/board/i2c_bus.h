@@ -1,0 +1,51 @@
+#pragma once
+
+#include "board/i2c_device.h"
+#include "board/trace.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+
+namespace sim_board {
+
+/// The I2C bus with its chips by 7-bit address, as wiringPi's calls use it. Thread-safe: one access at a
+/// time.
+class I2cBus {
+public:
+    explicit I2cBus(Trace& trace) : m_trace(trace) {}
+
+    /// @name What wiringPi does
+    /// All give -1 with errno set on failure: ENXIO where no chip is fitted, EREMOTEIO for a missing
+    /// acknowledge, EBADF for a handle that is not one. Register numbers and data are cut to their width.
+    /// @{
+    int open(int address);
+    int read(int fd);
+    int write(int fd, int value);
+    int read_register8(int fd, int reg);
+    int read_register16(int fd, int reg);
+    int write_register8(int fd, int reg, int value);
+    int write_register16(int fd, int reg, int value);
+    /// @}
+
+    /// Puts a chip at an address, in place of what is there; null takes it away.
+    void attach(std::uint8_t address, std::shared_ptr<I2cDevice> device);
+    std::shared_ptr<I2cDevice> device(std::uint8_t address) const;
+
+    /// Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
+    /// fail. False at first.
+    void open_without_device(bool allowed);
+
+private:
+    int transfer(int fd, std::span<const std::uint8_t> sent, std::span<std::uint8_t> received);
+    int failed(const char* what, int error) const;
+
+    Trace& m_trace;
+    mutable std::mutex m_mutex;
+    std::map<std::uint8_t, std::shared_ptr<I2cDevice>> m_devices;
+    bool m_open_without_device = false;
+};
+
+} // namespace sim_board

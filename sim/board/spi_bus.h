@@ -1,0 +1,77 @@
+#pragma once
+
+#include "board/clock.h"
+#include "board/gpio.h"
+#include "board/spi_device.h"
+#include "board/trace.h"
+#include "board/wiring.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+
+struct spi_ioc_transfer;
+
+namespace sim_board {
+
+/// The spidev nodes and the chips behind them, selected by the pins of the wiring. Thread-safe: one message
+/// at a time.
+///
+/// As the kernel does it: mode, word size and clock belong to a node and outlive its descriptors; a transfer
+/// may set its own clock and word size (0: the node's); cs_change between two transfers lifts chip select.
+/// The words have 8 bits. cs_change at the last transfer is a hint that is not followed: chip select rises.
+class SpiBus {
+public:
+    /// Bytes sent, or received, in one message; more is refused with EMSGSIZE.
+    static constexpr std::size_t kMessageLimit = 4096;
+
+    SpiBus(const BoardWiring& wiring, Gpio& gpio, Clock& clock, Trace& trace);
+
+    /// @name What the seam does; -1 with errno set on failure
+    /// @{
+    int open(const char* path, int flags);
+    int ioctl(int fd, unsigned long request, void* arg);
+    int close(int fd);
+    /// @}
+
+    /// Hangs a chip on a target of the wiring ("eeprom", "fan"), in place of what is there; null takes it
+    /// away. Throws std::out_of_range for a target that the wiring does not have.
+    void attach(std::string_view target, std::shared_ptr<SpiDevice> device);
+    std::shared_ptr<SpiDevice> device(std::string_view target) const;
+
+    /// Makes a node appear or disappear; a node that is gone can't be opened (ENOENT).
+    void set_node_present(const std::string& path, bool present);
+    /// Lets a request (SPI_IOC_WR_MODE ...) fail with the errno value, at every node; 0 ends that. A message
+    /// is known as SPI_IOC_MESSAGE(0), whatever its count.
+    void refuse_request(unsigned long request, int error);
+
+private:
+    struct Node {
+        bool present = true;
+        std::uint8_t mode = 0;
+        std::uint8_t bits = 8;
+        std::uint32_t hertz = 500'000;
+    };
+
+    int failed(const std::string& what, int error) const;
+    int setting(Node& node, unsigned long request, void* arg);
+    int message(const std::string& path, const Node& node, std::span<const spi_ioc_transfer> transfers);
+    int obstacle(const std::string& path, std::span<const spi_ioc_transfer> transfers) const;
+    const SpiTargetWiring* selected_target(std::string_view path) const;
+
+    const BoardWiring& m_wiring;
+    Gpio& m_gpio;
+    Clock& m_clock;
+    Trace& m_trace;
+    mutable std::mutex m_mutex;
+    std::map<std::string, Node, std::less<>> m_nodes;
+    std::map<std::string, std::shared_ptr<SpiDevice>, std::less<>>
+        m_devices; // every target, with or without chip
+    std::map<unsigned long, int> m_refused;
+};
+
+} // namespace sim_board

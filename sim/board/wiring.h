@@ -1,0 +1,54 @@
+#pragma once
+
+#include "board/expander_mcp23017.h"
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace sim_board {
+
+struct PinLevel {
+    int pin;
+    int level;
+};
+
+/// A chip select: the chip named so is selected while its node's own select is low and all pins are as given.
+struct SpiTargetWiring {
+    std::string_view name;
+    unsigned multiplexer_number; // the channel number by which the multiplexer knows it
+    std::string_view node;
+    std::span<const PinLevel> selected_by;
+};
+
+/// A port expander and what the board drives into the pins of its ports when nothing happens.
+struct ExpanderWiring {
+    std::uint8_t address;
+    std::uint8_t idle_high_a;
+    std::uint8_t idle_high_b;
+};
+
+/// An interrupt output of an expander that reaches a pin, through an inverter or not.
+struct InterruptWiring {
+    std::uint8_t address;
+    Mcp23017::Port output;
+    int pin;
+    bool inverted;
+};
+
+/// What of the controller board differs between the platforms. Pins have wiringPi's numbers.
+struct BoardWiring {
+    std::string_view name;
+    std::span<const std::string_view> spi_nodes;
+    std::span<const SpiTargetWiring> spi_targets;
+    std::span<const ExpanderWiring> expanders;
+    std::span<const InterruptWiring> interrupts;
+    std::span<const int> idle_high; // inputs that are pulled up
+    int expander_reset;             // reset input of the expanders, active low; -1 where it is not wired
+};
+
+extern const BoardWiring kBenchtopWiring;
+extern const BoardWiring kPortableWiring;
+extern const BoardWiring kKsr7000Wiring;
+
+} // namespace sim_board
