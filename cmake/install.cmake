@@ -2,7 +2,11 @@
 # ways to find the library (find_package and pkg-config).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS orvan_sdk scpi orvan_common
+# What the library runs on, away from the instrument.
+if(NOT ORVAN_TARGET_PI)
+    set(machine orvan_board orvan_hw)
+endif()
+install(TARGETS orvan_sdk orvan_data orvan_utils sys_cmd scpi orvan_common ${machine}
     EXPORT orvan_sdkTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/orvan_sdk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -1,0 +1,70 @@
+/**
+ * A small logger for what a developer or the service process wants to see in a form of its own choosing: on
+ * the console, in a file or through a callback. The operational log goes to syslog and not here.
+ */
+#ifndef ORVAN_SDK_ORVAN_DEBUG_H
+#define ORVAN_SDK_ORVAN_DEBUG_H
+
+#include <iosfwd>
+#include <string>
+
+namespace HaldeElec {
+
+/** Receives one line, without a line end. */
+using OrvanDebugCallback = void (*)(const char* line);
+
+/**
+ * All static, and with no lock: set it up before other threads log. Lines of different threads can interleave
+ * on the console; in a file each is appended whole.
+ *
+ * | Mode | Output                                                                  |
+ * |------|-------------------------------------------------------------------------|
+ * | 0    | standard output for `Log`, standard error for `Err`                     |
+ * | 1    | appended to the log file, which is opened and closed for each line      |
+ * | 2    | the callback; dropped while there is none                               |
+ * | 4    | nothing                                                                 |
+ */
+class OrvanDebug {
+public:
+    /**
+     * Puts out "[date time]" with `msg` right behind it.
+     *
+     * @param force false drops the line. True overrides nothing: a log status of 0 still drops it.
+     */
+    static void Log(const std::string& msg, bool force);
+
+    /** Puts out "[ORVAN.ERR] " and `msg`, whatever the log status. */
+    static void Err(const std::string& msg);
+
+    /** @param mode 0, 1, 2 or 4; any other value becomes 4. At first 1 */
+    static void SetLogMode(int mode);
+    static int GetLogMode();
+
+    /** @param status 0 silences `Log`, any other value lets it speak. At first 1. @return 0 */
+    static int SetLogStatus(int status);
+    static int GetLogStatus();
+
+    /**
+     * Names the file of mode 1, "./orvan_log.txt" at first, and empties or creates it. A file that can't be
+     * opened is not reported, here or later, and its lines are lost.
+     */
+    static void SetLogFile(const std::string& name);
+
+    /** Replaces the callback of mode 2; null is ignored. */
+    static void RegisterCallback(OrvanDebugCallback fn);
+
+    /** Local time, "2024-02-29 17:05:09". */
+    static std::string currentDateTime();
+
+private:
+    static void put(const std::string& line, std::ostream& console);
+
+    static int debugMethod;
+    static OrvanDebugCallback cb;
+    static std::string outputFileName;
+    static int log_status;
+};
+
+} // namespace HaldeElec
+
+#endif

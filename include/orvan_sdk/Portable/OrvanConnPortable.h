@@ -1,0 +1,24 @@
+/**
+ * Bus layer of the portable: the settings EEPROM is the one SPI target.
+ */
+#ifndef ORVAN_SDK_PORTABLE_ORVANCONNPORTABLE_H
+#define ORVAN_SDK_PORTABLE_ORVANCONNPORTABLE_H
+
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+
+namespace HaldeElec::Orvan {
+
+/** Routing and impedance are the base's; the channel number does not matter to the select. */
+class OrvanConnPortable : public IDeviceConnectionHandler {
+public:
+    OrvanConnPortable();
+    ~OrvanConnPortable() override;
+
+    /** Drives the select pins at once; the board needs no settling time. */
+    void enableMUX() override;
+    void disableMUX() override;
+};
+
+} // namespace HaldeElec::Orvan
+
+#endif

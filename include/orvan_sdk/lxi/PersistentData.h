@@ -1,0 +1,193 @@
+/**
+ * The instrument's settings: the record, the signed image of it that is stored, and its two stores, the
+ * EEPROM and a backup file.
+ */
+#ifndef ORVAN_SDK_PERSISTENT_DATA_H
+#define ORVAN_SDK_PERSISTENT_DATA_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace HaldeElec::Orvan {
+
+class IDeviceConnectionHandler;
+struct sDevArch_t;
+
+/** Bytes of a text field of the record: a NUL-terminated string, zero-filled behind it. */
+inline constexpr size_t kSettingsTextSize = 31;
+
+/**
+ * The settings record. It is stored byte for byte as it stands in memory, padding included, so the padding
+ * must stay zero: clear and copy it as bytes.
+ */
+struct EEPROM_DEVICE_SETTINGS {
+    uint16_t options;                  /**< bits 0 to 3 frequency code, the rest per platform */
+    char modelName[kSettingsTextSize]; /**< a row of the platform's model table, or the record is void */
+    char serialNum[kSettingsTextSize];
+    char calibrationDate[kSettingsTextSize];
+    char hardwareVersion;
+    char description[kSettingsTextSize]; /**< manufacturer */
+    uint8_t numDevices;                  /**< installed channel modules, 1 to 4 */
+    uint8_t dhcpEnabled;                 /**< 0 static address, else DHCP */
+    char hostName[kSettingsTextSize];
+    char fixIp[kSettingsTextSize]; /**< static address, mask and gateway, dotted */
+    char fixMask[kSettingsTextSize];
+    char mac[kSettingsTextSize]; /**< colon form */
+    char fixGw[kSettingsTextSize];
+    char dns1[kSettingsTextSize];
+    char dns2[kSettingsTextSize];
+    alignas(8) int64_t maxCwFreq; /**< Hz */
+    int64_t minCwFreq;
+    int64_t defCwFreq;
+    int32_t maxCwPow; /**< dBm */
+    int32_t minCwPow;
+    int32_t defCwPow;
+    char scpiPort[kSettingsTextSize]; /**< TCP port, decimal */
+    char pldVersion[kSettingsTextSize];
+    char fwVersion[kSettingsTextSize]; /**< of this software */
+    char scpiRevision[kSettingsTextSize];
+    uint8_t device_type; /**< `protocol` of the model */
+    uint16_t vendor_id;
+    uint16_t product_id;
+    char fpgaVersion[kSettingsTextSize];
+    uint8_t bootDBConfig; /**< number of the setup recalled at boot, 0 for none */
+};
+using sEprInfo_t = EEPROM_DEVICE_SETTINGS;
+
+/** Stands at the end of a signed image; little-endian. */
+struct __attribute__((packed)) SigningHeader {
+    uint32_t marker;        /**< SIGNING_MARKER */
+    uint16_t structVersion; /**< layout of the record */
+    uint32_t generation;    /**< counts the writes */
+    uint32_t crc32;         /**< over everything before it */
+};
+
+/** The layout for a CAT25640; there is no other. */
+#define BIG_EEPROM
+
+/** The bytes "HESH" in this order. */
+inline constexpr uint32_t SIGNING_MARKER = 0x48534548;
+inline constexpr uint16_t CURRENT_STRUCT_VERSION = 1;
+
+/** The blob: the record from 0, zeros, the SigningHeader at the end. */
+inline constexpr size_t TOTAL_BLOB_SIZE = 1024;
+inline constexpr size_t SIGNING_HEADER_OFFSET = TOTAL_BLOB_SIZE - sizeof(SigningHeader);
+inline constexpr size_t DATA_REGION_SIZE = SIGNING_HEADER_OFFSET;
+
+inline constexpr uint32_t EEPROM_START_ADDRESS = 0x0000;
+/** Where a calibration area would begin; nothing is there. */
+inline constexpr uint32_t EEPROM_CALIB_DATA_START_ADDRESS = 0x0400;
+
+/** What an image is worth. */
+enum DataState {
+    INVALID = 0,      /**< damaged, of an unknown model, or not read */
+    LEGACY_VALID = 1, /**< not signed, with a known model: from before signing existed */
+    VERIFIED = 2,     /**< signed, undamaged, with a known model */
+};
+
+/** The identification rows: a letter and a text of 31 bytes with its terminator. */
+inline constexpr size_t FP_MAX_LINE = 17;
+inline constexpr size_t FP_MAX_ENTRY_LEN = 32;
+inline constexpr size_t FP_MAX_DATA_LEN = 31;
+
+/** The network set-up that is in force. */
+struct sNetCfg_t {
+    char addr[32];
+    char gw[32];
+    char mask[32];
+    char mac[32];
+    char nic[32];
+    bool dhcp;
+};
+
+/**
+ * Owner of the settings; one object for the process, made by Init and never destroyed.
+ *
+ * There is no lock: whoever holds the pointer of getSettings edits the live record in place, and readers meet
+ * what stands there. Operations that reach the EEPROM change the SPI channel and put it back; their caller
+ * holds the bus.
+ */
+class CPersistentData {
+public:
+    /**
+     * Makes the one object, or gives the one that exists and ignores the arguments.
+     *
+     * @param dch         path to the EEPROM, used as long as the process lives; null ends the process
+     * @param modelsTable the platform's models, ended by a row with a null `model`
+     */
+    static CPersistentData* Init(IDeviceConnectionHandler* dch, const sDevArch_t* modelsTable);
+
+    /** The one object; null before Init. */
+    static CPersistentData* GetInstance() { return m_pPersistentData; }
+
+    CPersistentData(const CPersistentData&) = delete;
+    CPersistentData& operator=(const CPersistentData&) = delete;
+
+    /**
+     * Takes the settings over from the better of the two stores, signed before unsigned and the EEPROM at a
+     * tie. Writes nothing.
+     *
+     * @return false, with the settings as they were, when neither holds any
+     */
+    bool loadSettings();
+
+    /** The row of exactly this model; null for none, a null name or without a table. */
+    const sDevArch_t* findModel(const char* model) const;
+
+    /** Copies the GetFieldsSize() bytes of the identification rows. @return true */
+    bool operator>>(uint8_t* buffer) const;
+    size_t GetFieldsSize() const { return sizeof flash_params; }
+
+    /** The live record. */
+    EEPROM_DEVICE_SETTINGS* getSettings() { return &device_settings_eeprom; }
+    sNetCfg_t* getNetIfConfig() { return &m_netIfConf; }
+
+    /** SPI channel on which the multiplexer reaches the EEPROM; 0 until told. */
+    void setEEPROMch(uint8_t channel) { MUX_EPROM_CHANNEL = channel; }
+
+private:
+    friend struct PersistentDataTestPeer;
+
+    CPersistentData(IDeviceConnectionHandler* dch, const sDevArch_t* modelsTable);
+    ~CPersistentData() = default;
+
+    // A blob is always TOTAL_BLOB_SIZE bytes.
+
+    // CRC of all but the header's own CRC field; 0, and logged, without the CRC utility.
+    uint32_t computeCrc32(const uint8_t* blob) const;
+    DataState classify(const uint8_t* blob) const;
+    // Takes the record's bytes from `settings`, which may be another blob.
+    void buildBlob(uint8_t* blob, const void* settings, uint16_t version, uint32_t generation) const;
+    // False only for a serial that equals the default one. Any is real when there is no default.
+    bool hasRealSerial(const char* serial, const char* defaultSerial) const;
+
+    // The whole blob; the channel that was selected is selected again, whatever came of it. A write is not
+    // verified.
+    bool readEeprom(uint8_t* blob);
+    bool writeEeprom(const uint8_t* blob);
+
+    // Bytes that a short file does not have stay as they are in `blob`.
+    bool readFSBackup(uint8_t* blob);
+    bool writeFSBackup(const uint8_t* blob);
+
+    // GHz by 4-bit frequency code, -1 for no such code.
+    const int maskToFrequency[16] = {-1, -1, -1, 3, -1, -1, 6, -1, 8, -1, -1, -1, 12, 14, 20, 40};
+    // Mask of so many low bits.
+    const uint16_t bitsToMask[17] = {0x0000, 0x0001, 0x0003, 0x0007, 0x000F, 0x001F, 0x003F, 0x007F, 0x00FF,
+                                     0x01FF, 0x03FF, 0x07FF, 0x0FFF, 0x1FFF, 0x3FFF, 0x7FFF, 0xFFFF};
+    char flash_params[FP_MAX_LINE][FP_MAX_ENTRY_LEN] = {};
+    EEPROM_DEVICE_SETTINGS device_settings_eeprom;
+    EEPROM_DEVICE_SETTINGS m_lastPersisted; // as it last stood in the EEPROM
+    IDeviceConnectionHandler* devConnHandler;
+    uint8_t MUX_EPROM_CHANNEL = 0;
+    sNetCfg_t m_netIfConf = {};
+    uint16_t m_structVersion = 0; // of the blob last loaded or written
+    uint32_t m_generation = 0;
+    const sDevArch_t* m_modelsTable;
+
+    static CPersistentData* m_pPersistentData;
+};
+
+} // namespace HaldeElec::Orvan
+
+#endif

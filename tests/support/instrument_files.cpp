@@ -1,0 +1,121 @@
+#include "instrument_files.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <fstream>
+#include <stdexcept>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using orvan_test::InstrumentFiles;
+
+constexpr std::string_view kHalde = "/home/orvan/halde/";
+constexpr std::string_view kObject = "/orvanData";
+
+// Set before the code under test starts threads.
+const InstrumentFiles* g_files = nullptr;
+InstrumentFiles::Fault g_fault = InstrumentFiles::Fault::kNone;
+
+template <typename Function>
+Function* next_symbol(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" int open(const char* path, int flags, ...)
+{
+    static auto* const real = next_symbol<int(const char*, int, ...)>("open");
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (g_files != nullptr && std::string_view(path).starts_with(kHalde))
+        return real((g_files->halde() / (path + kHalde.size())).c_str(), flags, mode);
+    return real(path, flags, mode);
+}
+
+extern "C" int shm_open(const char* name, int flags, mode_t mode)
+{
+    static auto* const real = next_symbol<int(const char*, int, mode_t)>("shm_open");
+    if (g_files == nullptr || name != kObject)
+        return real(name, flags, mode);
+    const std::string object = g_files->object();
+    if (g_fault == InstrumentFiles::Fault::kOpen) {
+        errno = EACCES;
+        return -1;
+    }
+    const int fd = real(object.c_str(), flags, mode);
+    if (fd < 0 || g_fault == InstrumentFiles::Fault::kNone)
+        return fd;
+    close(fd);
+    return ::open(("/dev/shm" + object).c_str(),
+                  g_fault == InstrumentFiles::Fault::kAllocate ? O_RDONLY : O_WRONLY);
+}
+
+extern "C" int shm_unlink(const char* name)
+{
+    static auto* const real = next_symbol<int(const char*)>("shm_unlink");
+    return real(g_files != nullptr && name == kObject ? g_files->object().c_str() : name);
+}
+
+namespace orvan_test {
+
+InstrumentFiles::InstrumentFiles() : m_object("/orvanData-" + std::to_string(getpid()))
+{
+    std::string folder = (std::filesystem::temp_directory_path() / "orvan-halde-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr)
+        throw std::runtime_error("no temporary folder");
+    m_halde = folder;
+    std::filesystem::create_directory(m_halde / "json");
+    g_files = this;
+}
+
+InstrumentFiles::~InstrumentFiles()
+{
+    g_files = nullptr;
+    g_fault = Fault::kNone;
+    shm_unlink(m_object.c_str());
+    std::filesystem::remove_all(m_halde);
+    if (!m_path.empty())
+        setenv("PATH", m_path.c_str(), 1);
+}
+
+void InstrumentFiles::write_factory_setup(const std::string& json)
+{
+    std::ofstream(m_halde / "json/ch0.json") << json;
+}
+
+void InstrumentFiles::set_fault(Fault fault)
+{
+    g_fault = fault;
+}
+
+long InstrumentFiles::object_size() const
+{
+    struct stat info = {};
+    return stat(("/dev/shm" + m_object).c_str(), &info) == 0 ? static_cast<long>(info.st_size) : -1;
+}
+
+void InstrumentFiles::stand_in_for_sudo(const std::string& script)
+{
+    const std::filesystem::path folder = m_halde / "stand-ins";
+    std::filesystem::create_directories(folder);
+    const std::filesystem::path file = folder / "sudo";
+    std::ofstream(file) << "#!/bin/sh\n" << script << "\n";
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    if (m_path.empty()) {
+        m_path = std::getenv("PATH");
+        setenv("PATH", (folder.string() + ":" + m_path).c_str(), 1);
+    }
+}
+
+} // namespace orvan_test

@@ -1,0 +1,57 @@
+/**
+ * An instrument's files and shared memory for a process that runs on a plain machine.
+ *
+ * Linking this library replaces open(), shm_open() and shm_unlink() of a program that names InstrumentFiles;
+ * while none lives they are libc's.
+ */
+#ifndef ORVAN_TESTS_SUPPORT_INSTRUMENT_FILES_H
+#define ORVAN_TESTS_SUPPORT_INSTRUMENT_FILES_H
+
+#include <filesystem>
+#include <string>
+
+namespace orvan_test {
+
+/** While it lives, the names below lead to things of this process's own. One at a time. */
+class InstrumentFiles {
+public:
+    /** What of the shared memory fails. */
+    enum class Fault {
+        kNone,
+        kOpen,     /**< shm_open, with EACCES */
+        kAllocate, /**< ftruncate, as the descriptor is for reading only */
+        kMap,      /**< mmap, as the descriptor is for writing only */
+    };
+
+    /** Starts with an empty folder "json" in /home/orvan/halde. */
+    InstrumentFiles();
+    /** Removes the folder and the shared memory object. */
+    ~InstrumentFiles();
+    InstrumentFiles(const InstrumentFiles&) = delete;
+    InstrumentFiles& operator=(const InstrumentFiles&) = delete;
+
+    /** Where /home/orvan/halde leads to. */
+    const std::filesystem::path& halde() const { return m_halde; }
+    /** The name that "/orvanData" leads to. */
+    const std::string& object() const { return m_object; }
+
+    /** Puts a text into "json/ch0.json". */
+    void write_factory_setup(const std::string& json);
+
+    void set_fault(Fault fault);
+
+    /** Bytes of the shared memory object; -1 when there is none. */
+    long object_size() const;
+
+    /** Stands in for sudo ahead in PATH from now on: a shell script's text. */
+    void stand_in_for_sudo(const std::string& script);
+
+private:
+    std::filesystem::path m_halde;
+    std::string m_object;
+    std::string m_path; // of the environment, before a stand-in
+};
+
+} // namespace orvan_test
+
+#endif

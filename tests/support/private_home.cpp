@@ -1,0 +1,101 @@
+#include "support/private_home.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <linux/magic.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+#include <vector>
+
+namespace orvan_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kHome = "/home";
+constexpr const char* kOrvan = "/home/orvan";
+
+std::string failure(const char* step)
+{
+    return std::string(step) + ": " + std::strerror(errno);
+}
+
+std::string make_namespace()
+{
+    if (unshare(CLONE_NEWNS) == 0)
+        return {};
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+        return failure("no mount namespace");
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+    return {};
+}
+
+std::string cover_home()
+{
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return failure("mounts can't be made private");
+
+    struct Entry {
+        fs::path path;
+        int fd; // reaches what will be covered
+    };
+    std::vector<Entry> entries;
+    for (const auto& entry : fs::directory_iterator(kHome))
+        if (entry.is_directory() && !entry.is_symlink() && entry.path() != kOrvan)
+            entries.push_back({entry.path(), open(entry.path().c_str(), O_PATH | O_CLOEXEC)});
+
+    std::string refusal;
+    if (mount("tmpfs", kHome, "tmpfs", 0, "mode=755") != 0)
+        refusal = failure("no file system in memory");
+    for (const Entry& entry : entries) {
+        const std::string from = "/proc/self/fd/" + std::to_string(entry.fd);
+        if (refusal.empty() &&
+            (!fs::create_directory(entry.path) ||
+             mount(from.c_str(), entry.path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0))
+            refusal = failure(("binding " + entry.path.string()).c_str());
+        close(entry.fd);
+    }
+    return refusal;
+}
+
+const std::string& enter_once()
+{
+    static const std::string refusal = [] {
+        const std::string refused = make_namespace();
+        return refused.empty() ? cover_home() : refused;
+    }();
+    return refusal;
+}
+
+// The one thing that must never happen to the machine's own home.
+void remove_orvan()
+{
+    struct statfs info = {};
+    if (statfs(kHome, &info) == 0 && info.f_type == TMPFS_MAGIC)
+        fs::remove_all(kOrvan);
+}
+
+} // namespace
+
+PrivateHome::PrivateHome() : m_refusal(enter_once())
+{
+    if (m_refusal.empty())
+        remove_orvan();
+}
+
+PrivateHome::~PrivateHome()
+{
+    if (m_refusal.empty())
+        remove_orvan();
+}
+
+} // namespace orvan_test
