@@ -186,6 +186,7 @@ scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* bu
         parser->SendSCPIOrvanX(cmd.data(), static_cast<int>(cmd.size()), parser->m_orvanXIp[index],
                                static_cast<int>(parser->m_OrvanXport[index]));
     strip_trailing_ok(reply);
+    bypass_apply_db_updates(ctx, parser, reply);
     if (!reply.empty() && SCPI_ResultCharacters(ctx, reply.c_str(), std::strlen(reply.c_str())) == 0)
         return fail(ctx, -223, __func__, "emit failed");
     return SCPI_RES_OK;

@@ -1,5 +1,6 @@
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <netinet/in.h>
@@ -9,7 +10,9 @@
 
 #include <scpi/scpi.h>
 
+#include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
 
 scpi_t scpi_context;
@@ -18,8 +21,22 @@ scpi_error_t scpi_error_queue_data[kScpiErrorQueueSize];
 
 namespace {
 
-// The four fields of "*IDN?" (IEEE 488.2 10.14) as the portable leaves the factory.
-constexpr const char* kFactoryIdentity[] = {"Halde Electronics Ltd.", "OVX3651P", "230000", "01.0.001"};
+// The four fields of "*IDN?" (IEEE 488.2 10.14).
+using Identity = std::array<const char*, 4>;
+
+// Without a settings record: as the portable leaves the factory.
+constexpr Identity kFactoryIdentity = {"Halde Electronics Ltd.", "OVX3651P", "230000", "01.0.001"};
+
+// Pointers into the live record, so that a change shows at the next query.
+Identity live_identity()
+{
+    using HaldeElec::Orvan::CPersistentData;
+    CPersistentData* const data = CPersistentData::GetInstance();
+    if (data == nullptr)
+        return kFactoryIdentity;
+    const auto* const settings = data->getSettings();
+    return {settings->description, settings->modelName, settings->serialNum, settings->fwVersion};
+}
 
 userContext_t* user_record(const scpi_t& context)
 {
@@ -37,9 +54,10 @@ void ScpiParser::init_new_scpi(Scpi_Orvanx* ptrParser)
 {
     static userContext_t userInfo;
 
-    SCPI_Init(&scpi_context, scpi_commands, &scpi_interface, scpi_units_def, kFactoryIdentity[0],
-              kFactoryIdentity[1], kFactoryIdentity[2], kFactoryIdentity[3], scpi_input_buffer,
-              kScpiInputBufferSize, scpi_error_queue_data, kScpiErrorQueueSize);
+    const Identity identity = live_identity();
+    SCPI_Init(&scpi_context, scpi_commands, &scpi_interface, scpi_units_def, identity[0], identity[1],
+              identity[2], identity[3], scpi_input_buffer, kScpiInputBufferSize, scpi_error_queue_data,
+              kScpiErrorQueueSize);
     userInfo = {};
     userInfo.adding_ok = 1;
     userInfo.ptrParser = ptrParser;
@@ -65,19 +83,21 @@ int ScpiParser::setCallerSocket(int socket, int deviceArch)
 
 scpi_bool_t ScpiParser::sendCommandToNewScpiParser(char* buffer, int valread)
 {
+    // Read before the lease is held: it is this caller's, whoever holds the lease now.
     const int fd = user_record(scpi_context)->socket;
     log_send(buffer, static_cast<size_t>(valread), fd);
+    scpi_lease_acquire(fd);
     const scpi_bool_t executed = SCPI_Input(&scpi_context, buffer, static_cast<size_t>(valread));
     if (executed)
-        m_cmdExternal = !isInternalMessage(fd) && isCommand(buffer, valread);
+        m_cmdExternal = isCommand(buffer, valread) && !isInternalMessage(fd);
+    else
+        scpi_watchdog_pet_owner(fd);
     return executed;
 }
 
 void ScpiParser::connection_abort(int sd)
 {
-    const userContext_t* u = user_record(scpi_context);
-    if (u != nullptr && u->socket == sd && scpi_context.buffer.position != 0)
-        SCPI_Reset(&scpi_context);
+    scpi_lease_abort_if_owner(sd);
 }
 
 bool ScpiParser::isInternalMessage(int fd)

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
+#include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
 namespace {
@@ -149,6 +150,7 @@ scpi_result_t SCPI_Flush(scpi_t* context)
     clear_buffer();
     u->had_error_line = 0;
     u->binary_block_active = 0;
+    scpi_lease_release(u->socket);
     return SCPI_RES_OK;
 }
 

@@ -1,6 +1,6 @@
 /**
  * The bypass engine: consecutive forwarded sub-commands of one line are gathered into a run and sent to
- * the selected channel's module as one request.
+ * the selected channel's module as one request. What passes is mirrored in the channel's record.
  *
  * A run's text is its sub-commands one behind the other, each ended by ";". It is allocated once, as long
  * as the input from the run's first header on, and never grows: a sub-command takes no more room in the
@@ -10,12 +10,15 @@
 #define ORVAN_SDK_SCPI_BYPASS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include <scpi/types.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
+
+struct OrvanElementData;
 
 /** Opens a run at the current command. @return false, and no run, when there is no memory */
 bool start_bypass_run(scpi_t* ctx, userContext_t* u);
@@ -61,5 +64,28 @@ void strip_trailing_ok(std::string& s);
 
 /** True when the text starts with "-ERR". */
 bool is_seg_error(const std::string& s);
+
+/**
+ * Writes one element of a channel's record from text: the number times the element's factor, a word, or the
+ * text itself, which is cut to the element's size with its NUL.
+ *
+ * Nothing is checked and nothing fails: a number ends at the first character that does not fit ("1GHz" is
+ * 1), text that is no number is 0, and of a switch only "ON", "On" and "1" are on. An integer element cuts
+ * its factor to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain copy: a
+ * reader may see half a value. With a null argument nothing happens.
+ */
+void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
+
+/**
+ * Brings the selected channel's record up to date with the open run and its answer.
+ *
+ * Queries take the reply's segments, which ";" separates, in order; sets take their own parameter and no
+ * segment. A segment that starts with "-ERR" is charged to the first item that meets it, query or set, which
+ * is then not written; the items behind it are. So of a run that failed as a whole every set but the first
+ * reaches the record. Without a record nothing happens.
+ *
+ * @param reply the module's reply without its success word
+ */
+void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string& reply);
 
 #endif

@@ -8,11 +8,16 @@
 #define ORVAN_SDK_SCPI_ORVANX_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <thread>
 
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
+
+struct ORVAN_CONFIG;
+struct OrvanElementData;
+class OrvanData;
 
 /** Channels that an instrument has at most. */
 inline constexpr int kMaxChannels = 4;
@@ -29,7 +34,10 @@ public:
      */
     static Scpi_Orvanx* getInstance();
 
-    /** Ends the temperature thread, which can take its sleep of 30 seconds, and the parser. */
+    /**
+     * Ends the temperature thread, which can take its sleep of 30 seconds, and the parser; unmaps the channel
+     * records and removes their object.
+     */
     ~Scpi_Orvanx();
     Scpi_Orvanx(const Scpi_Orvanx&) = delete;
     Scpi_Orvanx& operator=(const Scpi_Orvanx&) = delete;
@@ -73,6 +81,61 @@ public:
      * @param numChannels 1 to 4; with any other number nothing happens
      */
     void wait_for_channels_ready(int numChannels, int max_wait_sec);
+
+    /**
+     * Maps the shared memory object "/orvanData" with a record for each installed channel and fills the
+     * records. Called once, at start-up; a left-over object is taken over.
+     *
+     * @param defaultCfg setup that is loaded at boot
+     * @return 0; -4 and nothing done without channels; -1, and logged, when the object cannot be had or the
+     *         setup cannot be read. In the latter case the records stand all the same.
+     */
+    int load_database(int defaultCfg);
+
+    /** The tag's row of the element table, null before load_database and for ODT_NO_TAG. A tag past the last
+     * is not refused. */
+    const OrvanElementData* get_ElemByTag(int32_t tag);
+
+    /** The selected channel's record, null before load_database or when nothing is selected. */
+    uint8_t* get_channelDB();
+
+    /** A channel's record, null before load_database and for 0 or a number above 4. Only installed channels
+     * have one: nothing else is checked. */
+    uint8_t* get_channelDB(int ch);
+
+    /**
+     * Writes an element of a channel from text (update_orvan_DB).
+     * @return 0; -1 without a record, and logged for a null `buff` or a `size` of 0
+     */
+    int update_db(int ch, int tag, char* buff, size_t size);
+
+    /**
+     * As above for a record, and first ends the text at its size, in the caller's buffer: of a text that
+     * fills `size` bytes the last is lost.
+     */
+    int update_db(uint8_t* base, int tag, char* buff, size_t size);
+
+    /** Writes one text to a group of elements. With a null pointer, no tags or no size nothing happens. */
+    void updateDBFeature(uint8_t* base, int* tags, int count, char* buff, size_t size);
+
+    /**
+     * Notes the present network, as "sudo /usr/local/bin/he_get_net_config.sh" tells it, in the settings'
+     * live network set-up and in every channel's record, and takes the SCPI port over from the settings.
+     *
+     * The script prints six words: "Dynamic", "NoLink" or another word for a fixed address; interface,
+     * IPv4 address, mask, gateway, MAC address.
+     *
+     * @return 0; -1 without settings, when the script fails, and, logged and with the live set-up cleared,
+     *         when it does not print six words
+     */
+    int network_if_detect();
+
+    /**
+     * Asks a module for its calibration date, FPGA and SCPI versions and reference frequency, for its record;
+     * those of module 1 go to the settings too, which are not stored. A dead module costs the connect
+     * time-out of each query. @return true when all four were answered
+     */
+    bool getModuleData(int ch);
 
     /**
      * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
@@ -129,11 +192,28 @@ private:
     std::atomic<bool> m_runTemperatureThread = false;
     std::thread m_temperatureThread;
     int m_scpiPort = 0;
+    ORVAN_CONFIG* m_orvanDB = nullptr; // a record for each channel, shared with other processes
+    OrvanData* m_orvanData = nullptr;  // owned
     int m_defaultBootCfg = 0;
 
     static Scpi_Orvanx* m_instance;
 
     Scpi_Orvanx();
+
+    // Fills the records from the factory setup and notes the present network in them. 0, or -1 when the setup
+    // did not reach every record.
+    int load_factory_setup();
 };
+
+/**
+ * Renders an element of a record as text, as update_orvan_DB reads it back: "ON" or "OFF", a float with six
+ * and a double with twelve significant digits, numbers divided by the element's factor.
+ *
+ * @param element its factor is at least 1 for an integer type
+ * @param bufSize bytes of `buffer`; a longer text is cut
+ * @return false, with `buffer` as it was, when a pointer is null or the type is unknown
+ */
+bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
+                          size_t bufSize);
 
 #endif

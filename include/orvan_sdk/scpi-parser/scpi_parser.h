@@ -78,13 +78,17 @@ public:
      * Takes bytes of the client named last, in any pieces. Every program message that they complete is
      * executed, and its reply sent, on this thread before the call returns.
      *
+     * Waits while another client is within a message (see scpi_lease.h). Of several messages in one call
+     * the lease covers the first alone; with more clients than one they are handed in one by one.
+     *
      * The buffer holds a NUL, ";", CR or LF in or right behind its `valread` bytes (see isCommand).
      *
      * @return true when a message was executed without error and no incomplete one is left
      */
     scpi_bool_t sendCommandToNewScpiParser(char* buffer, int valread);
 
-    /** Reports the loss of a client. What it has sent of an incomplete message is dropped. */
+    /** Reports the loss of a client. What it has sent of an incomplete message is dropped, and its lease
+     * ends. */
     void connection_abort(int sd);
 
     /** True when the peer of the socket is 127.0.0.1, is not IPv4, or cannot be had. */

@@ -32,7 +32,8 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len);
  * `flush` callback: ends the reply with the success word and CR LF and sends it. The buffer is empty
  * afterwards, whether or not the socket took the bytes; an open bypass run is dropped.
  *
- * Socket failures are told on standard error only. @return SCPI_RES_OK
+ * Socket failures are told on standard error only. The last act is to give up the parser's lease: the next
+ * client may be at work on the context before this call has returned. @return SCPI_RES_OK
  */
 scpi_result_t SCPI_Flush(scpi_t* context);
 

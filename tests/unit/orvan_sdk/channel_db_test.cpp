@@ -1,0 +1,447 @@
+#include "records_bench.h"
+
+#include <cmath>
+#include <fcntl.h>
+#include <limits>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
+
+#include "orvan_sdk/scpi-parser/scpi-bypass.h"
+
+using namespace orvan_test;
+
+namespace {
+
+class ChannelDb : public RecordsBench {};
+
+// ---- load_database
+
+class LoadDatabase : protected WithInstrumentFiles, public FrontEndBench {
+protected:
+    LoadDatabase()
+    {
+        files.write_factory_setup(R"({"ANALOGOUTPUT": {"Frequency": 1234567}, "SYSTEM": {"Model": "M"}})");
+        files.stand_in_for_sudo("exit 1");
+        logs.clear();
+    }
+};
+
+TEST_F(LoadDatabase, WithoutChannelsNothingIsCreated)
+{
+    EXPECT_EQ(orvanx->load_database(0), -4);
+    EXPECT_EQ(files.object_size(), -1);
+    EXPECT_EQ(orvanx->get_ElemByTag(ODT_FREQ), nullptr);
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(LoadDatabase, HoldsOneRecordForEachInstalledChannel)
+{
+    for (int channels = 1; channels <= kMaxChannels; ++channels) {
+        orvanx->setNumberofChannels(channels);
+        ASSERT_EQ(orvanx->load_database(0), 0);
+        EXPECT_EQ(files.object_size(), channels * 1816);
+        delete orvanx;
+        SCPI_Deinit(&scpi_context);
+        orvanx = Scpi_Orvanx::getInstance();
+        speak_as(client);
+    }
+}
+
+TEST_F(LoadDatabase, FillsEveryChannelFromTheFactorySetup)
+{
+    orvanx->setNumberofChannels(3);
+    ASSERT_EQ(orvanx->load_database(0), 0);
+    for (int channel = 1; channel <= 3; ++channel) {
+        const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(channel));
+        EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1234567.0);
+        EXPECT_STREQ(record.SYSTEM.Model, "M");
+    }
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(LoadDatabase, AnotherProcessSeesTheRecordsSideBySide)
+{
+    orvanx->setNumberofChannels(2);
+    ASSERT_EQ(orvanx->load_database(0), 0);
+    char value[] = "77";
+    ASSERT_EQ(orvanx->update_db(2, ODT_FREQ, value, sizeof value), 0);
+    const int fd = shm_open(g_shmemName, O_RDONLY, 0);
+    ASSERT_GE(fd, 0);
+    double frequency = 0;
+    EXPECT_EQ(pread(fd, &frequency, sizeof frequency, 1816 + 200), 8);
+    EXPECT_EQ(frequency, 77.0);
+    close(fd);
+}
+
+TEST_F(LoadDatabase, ALeftOverObjectIsTakenOverAndCutToSize)
+{
+    const int fd = shm_open(g_shmemName, O_RDWR | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, 4 * 1816), 0);
+    const double old_power = 9.5;
+    ASSERT_EQ(pwrite(fd, &old_power, sizeof old_power, 232), 8);
+    orvanx->setNumberofChannels(1);
+    ASSERT_EQ(orvanx->load_database(0), 0);
+    EXPECT_EQ(files.object_size(), 1816);
+    const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(1));
+    EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1234567.0); // in the setup
+    EXPECT_EQ(record.ANALOGOUTPUT.Power, 9.5);           // not in it
+    close(fd);
+}
+
+TEST_F(LoadDatabase, ASetupThatCannotBeReadLeavesTheRecordsMapped)
+{
+    files.write_factory_setup("no JSON");
+    orvanx->setNumberofChannels(2);
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Failed to load default database on boot"}}));
+    EXPECT_EQ(files.object_size(), 2 * 1816);
+    char value[] = "5";
+    EXPECT_EQ(orvanx->update_db(2, ODT_PWR, value, sizeof value), 0);
+}
+
+TEST_F(LoadDatabase, ItsDescriptorIsClosedOnlyOnSuccess)
+{
+    orvanx->setNumberofChannels(1);
+    const size_t before = open_descriptors();
+    ASSERT_EQ(orvanx->load_database(0), 0);
+    EXPECT_EQ(open_descriptors(), before);
+    delete orvanx;
+    SCPI_Deinit(&scpi_context);
+    orvanx = Scpi_Orvanx::getInstance();
+    speak_as(client);
+    orvanx->setNumberofChannels(1);
+    files.write_factory_setup("");
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(open_descriptors(), before + 1);
+}
+
+TEST_F(LoadDatabase, TheDestructorUnmapsAndRemovesTheObject)
+{
+    orvanx->setNumberofChannels(4);
+    ASSERT_EQ(orvanx->load_database(0), 0);
+    uint8_t* const mapped = orvanx->get_channelDB(1);
+    delete orvanx;
+    SCPI_Deinit(&scpi_context);
+    EXPECT_EQ(files.object_size(), -1);
+    unsigned char resident[2];
+    EXPECT_NE(mincore(mapped, 4 * 1816, resident), 0) << "still mapped";
+    orvanx = Scpi_Orvanx::getInstance();
+    speak_as(client);
+}
+
+// The object stays, as the data library's object goes only with a mapping.
+class LoadDatabaseFault : public testing::Test {
+protected:
+    LoadDatabaseFault()
+    {
+        orvanx->setNumberofChannels(2);
+        orvanx->setSelectedChannel(1);
+        logs.clear();
+    }
+
+    LogCapture logs;
+    InstrumentFiles files;
+    Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();
+};
+
+TEST_F(LoadDatabaseFault, OfOpeningIsLoggedWithItsReason)
+{
+    files.set_fault(InstrumentFiles::Fault::kOpen);
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{
+                                {LOG_ERR, "Failed to open shared memory: Permission denied (errno=13)\n"}}));
+    EXPECT_EQ(orvanx->get_channelDB(), nullptr);
+}
+
+TEST_F(LoadDatabaseFault, OfAllocatingRemovesTheObject)
+{
+    files.set_fault(InstrumentFiles::Fault::kAllocate);
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(logs.lines(),
+              (std::vector<LogLine>{{LOG_ERR, "Failed to allocate shared memory for Orvan DB"}}));
+    EXPECT_EQ(files.object_size(), -1);
+    EXPECT_EQ(orvanx->get_channelDB(), nullptr);
+}
+
+TEST_F(LoadDatabaseFault, OfMappingRemovesTheObjectAndKeepsTheFailureValue)
+{
+    files.set_fault(InstrumentFiles::Fault::kMap);
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Failed to map shared memory for Orvan DB"}}));
+    EXPECT_EQ(files.object_size(), -1);
+    EXPECT_EQ(static_cast<void*>(orvanx->get_channelDB()), MAP_FAILED);
+    delete orvanx;
+    SCPI_Deinit(&scpi_context);
+}
+
+// ---- look-up
+
+TEST(ChannelDbBeforeLoad, ThereAreNoElementsAndNoRecords)
+{
+    LogCapture logs;
+    Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();
+    orvanx->setSelectedChannel(1);
+    logs.clear();
+    for (int tag : {ODT_NO_TAG, ODT_CHAN_ENA, ODT_BATT_LOW_ALARM})
+        EXPECT_EQ(orvanx->get_ElemByTag(tag), nullptr);
+    EXPECT_EQ(orvanx->get_channelDB(), nullptr);
+    EXPECT_EQ(orvanx->get_channelDB(1), nullptr);
+    char value[] = "1";
+    EXPECT_EQ(orvanx->update_db(1, ODT_FREQ, value, sizeof value), -1);
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(ChannelDb, ATagGivesItsRowOfTheTable)
+{
+    EXPECT_EQ(orvanx->get_ElemByTag(ODT_NO_TAG), nullptr);
+    EXPECT_EQ(orvanx->get_ElemByTag(-7), nullptr);
+    for (int tag = 0; tag <= ODT_BATT_LOW_ALARM; ++tag)
+        EXPECT_EQ(orvanx->get_ElemByTag(tag), &OrvanData::orvanMap[tag]);
+    EXPECT_EQ(orvanx->get_ElemByTag(144)->pos, UINT32_MAX); // no upper bound: the end row
+}
+
+TEST_F(ChannelDb, ChannelsLieSideBySide)
+{
+    for (int channel = 2; channel <= 4; ++channel)
+        EXPECT_EQ(orvanx->get_channelDB(channel), orvanx->get_channelDB(1) + (channel - 1) * 1816);
+}
+
+TEST_F(ChannelDb, OnlyZeroAndNumbersAboveFourHaveNoRecord)
+{
+    EXPECT_EQ(orvanx->get_channelDB(0), nullptr);
+    EXPECT_EQ(orvanx->get_channelDB(5), nullptr);
+    EXPECT_EQ(orvanx->get_channelDB(-1), orvanx->get_channelDB(1) - 2 * 1816);
+}
+
+class OneChannelDb : public RecordsBench {
+protected:
+    OneChannelDb() : RecordsBench(1) {}
+};
+
+TEST_F(OneChannelDb, TheBoundIsFourAndNotTheInstalledChannels)
+{
+    EXPECT_EQ(orvanx->get_channelDB(4), orvanx->get_channelDB(1) + 3 * 1816);
+}
+
+TEST_F(ChannelDb, WithoutANumberTheSelectedChannelCounts)
+{
+    for (int channel = 1; channel <= 4; ++channel) {
+        orvanx->setSelectedChannel(channel);
+        EXPECT_EQ(orvanx->get_channelDB(), orvanx->get_channelDB(channel));
+    }
+    for (int none : {0, -1}) {
+        orvanx->setSelectedChannel(none);
+        EXPECT_EQ(orvanx->get_channelDB(), nullptr);
+    }
+}
+
+// ---- update_db
+
+TEST_F(ChannelDb, UpdateOfAChannelWritesThatChannelAlone)
+{
+    char value[] = "2500000000";
+    EXPECT_EQ(orvanx->update_db(3, ODT_FREQ, value, sizeof value), 0);
+    EXPECT_EQ(record(3).ANALOGOUTPUT.Frequency, 2.5e9);
+    for (int other : {1, 2, 4})
+        EXPECT_EQ(record(other).ANALOGOUTPUT.Frequency, 1e9);
+}
+
+TEST_F(ChannelDb, UpdateOfAChannelRefusesNoTextAndNoSize)
+{
+    char value[] = "x";
+    EXPECT_EQ(orvanx->update_db(1, ODT_INF_MODEL, value, 0), -1);
+    EXPECT_EQ(orvanx->update_db(1, ODT_INF_MODEL, nullptr, 5), -1);
+    EXPECT_EQ(orvanx->update_db(1, ODT_INF_MODEL, nullptr, 0), -1);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "invalid input: buff = ok, size = 0"},
+                                                  {LOG_ERR, "invalid input: buff = null, size = 5"},
+                                                  {LOG_ERR, "invalid input: buff = null, size = 0"}}));
+}
+
+TEST_F(ChannelDb, UpdateOfAChannelWithoutARecordFailsSilently)
+{
+    char value[] = "1";
+    EXPECT_EQ(orvanx->update_db(0, ODT_FREQ, value, sizeof value), -1);
+    EXPECT_EQ(orvanx->update_db(5, ODT_FREQ, value, sizeof value), -1);
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(ChannelDb, UpdateOfAChannelLeavesTheCallersText)
+{
+    char value[] = "1.2.3";
+    EXPECT_EQ(orvanx->update_db(1, ODT_FIRM, value, 4), 0);
+    EXPECT_STREQ(value, "1.2.3");
+    EXPECT_STREQ(record(1).SYSTEM.Firmware, "1.2.3");
+}
+
+TEST_F(ChannelDb, UpdateOfARecordEndsTheCallersTextAtItsSize)
+{
+    char value[] = "1.2.3";
+    EXPECT_EQ(orvanx->update_db(orvanx->get_channelDB(2), ODT_FIRM, value, 4), 0);
+    EXPECT_STREQ(value, "1.2");
+    EXPECT_STREQ(record(2).SYSTEM.Firmware, "1.2");
+}
+
+TEST_F(ChannelDb, UpdateOfARecordRefusesEachNullAndNoSize)
+{
+    char value[] = "x";
+    uint8_t* const base = orvanx->get_channelDB(1);
+    uint8_t* const none = nullptr;
+    EXPECT_EQ(orvanx->update_db(none, ODT_FIRM, value, 2), -1);
+    EXPECT_EQ(orvanx->update_db(base, ODT_FIRM, nullptr, 2), -1);
+    EXPECT_EQ(orvanx->update_db(base, ODT_FIRM, value, 0), -1);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "invalid input: base=null, buff = ok, size = 2"},
+                                                  {LOG_ERR, "invalid input: base=ok, buff = null, size = 2"},
+                                                  {LOG_ERR, "invalid input: base=ok, buff = ok, size = 0"}}));
+}
+
+TEST_F(ChannelDb, UpdateWithoutATagSucceedsAndWritesNothing)
+{
+    const ORVAN_CONFIG before = record(1);
+    char value[] = "1";
+    EXPECT_EQ(orvanx->update_db(1, ODT_NO_TAG, value, sizeof value), 0);
+    EXPECT_EQ(orvanx->update_db(orvanx->get_channelDB(1), ODT_NO_TAG, value, sizeof value), 0);
+    EXPECT_EQ(std::memcmp(&before, &record(1), sizeof before), 0);
+}
+
+TEST_F(ChannelDb, AGroupOfElementsGetsOneValue)
+{
+    int tags[] = {ODT_FREQ_MAX, ODT_LIST_FREQ_MAX, ODT_FRS_START_MAX, ODT_FRS_STOP_MAX};
+    char value[32] = "6000000000";
+    orvanx->updateDBFeature(orvanx->get_channelDB(1), tags, 4, value, sizeof value);
+    for (int tag : tags)
+        EXPECT_EQ(text(1, tag), "6000000000");
+    EXPECT_EQ(text(2, ODT_FREQ_MAX), "0");
+}
+
+TEST_F(ChannelDb, OnlyAsManyOfTheGroupAsAreCounted)
+{
+    int tags[] = {ODT_FREQ_MAX, ODT_LIST_FREQ_MAX};
+    char value[32] = "6";
+    orvanx->updateDBFeature(orvanx->get_channelDB(1), tags, 1, value, sizeof value);
+    EXPECT_EQ(text(1, ODT_FREQ_MAX), "6");
+    EXPECT_EQ(text(1, ODT_LIST_FREQ_MAX), "0");
+}
+
+TEST_F(ChannelDb, AGroupWithAnythingMissingIsPassedOverSilently)
+{
+    int tags[] = {ODT_FREQ};
+    char value[4] = "9";
+    uint8_t* const base = orvanx->get_channelDB(1);
+    orvanx->updateDBFeature(nullptr, tags, 1, value, sizeof value);
+    orvanx->updateDBFeature(base, nullptr, 1, value, sizeof value);
+    orvanx->updateDBFeature(base, tags, 0, value, sizeof value);
+    orvanx->updateDBFeature(base, tags, 1, nullptr, sizeof value);
+    orvanx->updateDBFeature(base, tags, 1, value, 0);
+    EXPECT_EQ(text(1, ODT_FREQ), "1000000000");
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(ChannelDb, ThreadsMayWriteAndReadOneElement)
+{
+    const auto write = [&](std::string value) {
+        for (int i = 0; i < 2000; ++i)
+            orvanx->update_db(1, ODT_FREQ, value.data(), value.size() + 1);
+    };
+    std::thread first(write, "1000000000");
+    std::thread second(write, "2000000000");
+    for (int i = 0; i < 2000; ++i)
+        text(1, ODT_FREQ);
+    first.join();
+    second.join();
+    const std::string last = text(1, ODT_FREQ);
+    EXPECT_TRUE(last == "1000000000" || last == "2000000000") << last;
+}
+
+// ---- format_element_value
+
+template <typename T>
+std::string formatted(ValueTypes type, T value, double factor = 1.0, size_t size = 64)
+{
+    char place[8 + 64] = {};
+    std::memcpy(place + 8, &value, sizeof value);
+    char buffer[64];
+    std::memset(buffer, '#', sizeof buffer);
+    const OrvanElementData element{8, factor, type, sizeof value, eSendNone};
+    EXPECT_TRUE(format_element_value(place, element, buffer, size));
+    return buffer;
+}
+
+TEST(FormatElement, SwitchesAreWords)
+{
+    EXPECT_EQ(formatted(TYPE_BOOL, 0), "OFF");
+    EXPECT_EQ(formatted(TYPE_BOOL, 1), "ON");
+    EXPECT_EQ(formatted(TYPE_BOOL, 2), "ON");
+    EXPECT_EQ(formatted(TYPE_BOOL, -1), "ON");
+    EXPECT_EQ(formatted(TYPE_BOOL, 1, 5.0), "ON");
+}
+
+TEST(FormatElement, IntegersAreDividedByTheTruncatedFactor)
+{
+    EXPECT_EQ(formatted(TYPE_INT32, int32_t{-7}), "-7");
+    EXPECT_EQ(formatted(TYPE_INT32, int32_t{-7}, 2.9), "-3");
+    EXPECT_EQ(formatted(TYPE_UINT32, uint32_t{4000000000}), "4000000000");
+    EXPECT_EQ(formatted(TYPE_UINT32, uint32_t{4000000000}, 1000.9), "4000000");
+    EXPECT_EQ(formatted(TYPE_INT64, int64_t{-9000000000000000000}), "-9000000000000000000");
+    EXPECT_EQ(formatted(TYPE_INT64, int64_t{-9000000000}, 1e6), "-9000");
+    EXPECT_EQ(formatted(TYPE_UINT64, uint64_t{18000000000000000000u}), "18000000000000000000");
+    EXPECT_EQ(formatted(TYPE_UINT64, uint64_t{18000000000000000000u}, 1e3), "18000000000000000");
+}
+
+TEST(FormatElement, FloatsHaveSixAndDoublesTwelveDigits)
+{
+    EXPECT_EQ(formatted(TYPE_FLOAT, 0.1f), "0.1");
+    EXPECT_EQ(formatted(TYPE_FLOAT, 1234567.0f), "1.23457e+06");
+    EXPECT_EQ(formatted(TYPE_FLOAT, 5.0f, 2.0), "2.5");
+    EXPECT_EQ(formatted(TYPE_DOUBLE, 1000000000.0), "1000000000");
+    EXPECT_EQ(formatted(TYPE_DOUBLE, 1234567890123.0), "1.23456789012e+12");
+    EXPECT_EQ(formatted(TYPE_DOUBLE, 0.000001), "1e-06");
+    EXPECT_EQ(formatted(TYPE_DOUBLE, -12.5), "-12.5");
+    EXPECT_EQ(formatted(TYPE_DOUBLE, 1.0, 0.001), "1000");
+}
+
+TEST(FormatElement, TextsStandAsTheyAre)
+{
+    struct Text {
+        char bytes[32];
+    };
+    EXPECT_EQ(formatted(TYPE_STRING, Text{"EXTernal"}), "EXTernal");
+    EXPECT_EQ(formatted(TYPE_STRING, Text{""}), "");
+    EXPECT_EQ(formatted(TYPE_STRING, Text{"a %s \"b\""}), "a %s \"b\"");
+}
+
+TEST(FormatElement, WhatDoesNotFitIsCut)
+{
+    EXPECT_EQ(formatted(TYPE_DOUBLE, 1000000000.0, 1.0, 4), "100");
+    EXPECT_EQ(formatted(TYPE_BOOL, 1, 1.0, 1), "");
+}
+
+TEST(FormatElement, NullsAndUnknownTypesLeaveTheBuffer)
+{
+    const OrvanElementData element{0, 1.0, TYPE_INT32, 4, eSendNone};
+    const OrvanElementData unknown{0, 1.0, static_cast<ValueTypes>(8), 4, eSendNone};
+    const char place[8] = {};
+    char buffer[8] = "kept";
+    EXPECT_FALSE(format_element_value(nullptr, element, buffer, sizeof buffer));
+    EXPECT_FALSE(format_element_value(place, element, nullptr, sizeof buffer));
+    EXPECT_FALSE(format_element_value(place, unknown, buffer, sizeof buffer));
+    EXPECT_STREQ(buffer, "kept");
+}
+
+TEST_F(ChannelDb, WhatIsRenderedIsReadBackTheSame)
+{
+    for (int tag = 0; tag <= ODT_BATT_LOW_ALARM; ++tag) {
+        const char* const value = OrvanData::orvanMap[tag].type == TYPE_BOOL     ? "ON"
+                                  : OrvanData::orvanMap[tag].type == TYPE_STRING ? "a word"
+                                                                                 : "42";
+        std::string given = value;
+        ASSERT_EQ(orvanx->update_db(1, tag, given.data(), given.size() + 1), 0);
+        std::string shown = text(1, tag);
+        EXPECT_EQ(shown, value) << tag;
+        ASSERT_EQ(orvanx->update_db(2, tag, shown.data(), shown.size() + 1), 0);
+    }
+    EXPECT_EQ(std::memcmp(&record(1), &record(2), offsetof(ORVAN_CONFIG, SYSTEM)), 0);
+}
+
+} // namespace
