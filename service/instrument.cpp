@@ -12,6 +12,8 @@ namespace {
 // The library stores a device kind with the caller's socket and reads it nowhere.
 constexpr int kDeviceKind = 0;
 
+constexpr int kFactorySetup = 0;
+
 } // namespace
 
 Instrument::Instrument(int channels, bool modules_on_loopback)
@@ -34,6 +36,20 @@ void Instrument::wait_for_modules(int seconds)
         ::syslog(live ? LOG_NOTICE : LOG_WARNING, "module %d at %s:%u %s", channel,
                  m_modules->m_orvanXIp[channel - 1].c_str(), m_modules->m_OrvanXport[channel - 1],
                  live ? "answers" : "does not answer");
+    }
+}
+
+void Instrument::load_records()
+{
+    const int result = m_modules->load_database(kFactorySetup);
+    if (result != 0) {
+        ::syslog(LOG_ERR, "channel records not loaded (%d)", result);
+    }
+    for (int channel = 1; channel <= m_channels; ++channel) {
+        // One that did not answer would cost the time-out of each query.
+        if (m_modules->m_isLive[channel - 1] && !m_modules->getModuleData(channel)) {
+            ::syslog(LOG_WARNING, "module %d does not tell all of its versions", channel);
+        }
     }
 }
 

@@ -16,6 +16,12 @@ public:
     /** Waits until every module has answered, at most `seconds`; logs which did. */
     void wait_for_modules(int seconds);
 
+    /**
+     * Sets up the channel records in shared memory, from the factory setup and what the modules tell of
+     * themselves; logs what fails. Once, when the wait for the modules is over.
+     */
+    void load_records();
+
     void execute(int socket, char* data, size_t len) override;
     void client_lost(int socket) override;
 

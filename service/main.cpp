@@ -4,6 +4,7 @@
 #include "options.h"
 #include "process.h"
 #include "server.h"
+#include "settings.h"
 
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 
@@ -19,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <thread>
 
 using namespace orvan_service;
@@ -45,11 +47,15 @@ bool may_reach_modules([[maybe_unused]] const Options& options)
 }
 
 // Ends the process when a stop is requested first: the library's wait cannot be cut short.
-void start_instrument(Instrument& instrument, int module_wait, int stop)
+void start_instrument(Instrument& instrument, const Options& options, int stop)
 {
     const FileDescriptor done(::eventfd(0, EFD_CLOEXEC));
     std::thread starter([&] {
-        instrument.wait_for_modules(module_wait);
+        instrument.wait_for_modules(options.module_wait);
+        // On a machine that is no instrument the records would stand in everybody's shared memory.
+        if (!options.modules_on_loopback) {
+            instrument.load_records();
+        }
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(done.get(), &one, sizeof one);
     });
@@ -77,12 +83,17 @@ int serve(const Options& options)
         ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
     }
 
+    // On a machine that is no instrument the backup file's folder would be made in somebody's /home.
+    std::optional<Settings> settings;
+    if (!options.modules_on_loopback) {
+        settings.emplace();
+    }
     Instrument instrument(options.channels, options.modules_on_loopback);
     ServerLimits limits;
     limits.max_message = kScpiInputBufferSize;
     limits.max_clients = static_cast<size_t>(options.max_clients);
     Server server(std::move(listeners), instrument, limits);
-    start_instrument(instrument, options.module_wait, stop.descriptor());
+    start_instrument(instrument, options, stop.descriptor());
 
     notify("READY=1");
     ::syslog(LOG_NOTICE, "ready");

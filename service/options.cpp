@@ -37,7 +37,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->check(CLI::Range(0, 600))
         ->capture_default_str();
     app.add_flag("--modules-on-loopback", options.modules_on_loopback,
-                 "Module n is at 127.0.(6 + n).1, not 192.168.(6 + n).1");
+                 "Module n is at 127.0.(6 + n).1, not 192.168.(6 + n).1; no channel records are kept");
     app.add_flag("--foreground", options.foreground, "Log to standard error too");
     app.add_option(
            "--log-level", log_level,

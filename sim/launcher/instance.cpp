@@ -141,7 +141,7 @@ Result<bool> Instance::open_ground()
         return ground.error();
     }
     m_ground = std::move(*ground);
-    std::puts("without a sandbox: missing are /home/orvan/halde, a private /dev/shm, USB links, module "
+    std::puts("without a sandbox: missing are /home/orvan/halde, the channel records, USB links, module "
               "addresses 192.168.x.1, the LAN side, the maintenance port");
     return true;
 }

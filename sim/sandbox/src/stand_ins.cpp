@@ -1,6 +1,7 @@
 #include "stand_ins.h"
 
 #include "orvan_sandbox/sandbox.h"
+#include "shared_files.h"
 
 #include <cstdlib>
 
@@ -10,15 +11,7 @@ namespace fs = std::filesystem;
 
 fs::path find_stand_ins()
 {
-    std::error_code code;
-    const fs::path program = fs::read_symlink("/proc/self/exe", code);
-    for (const fs::path& folder :
-         {program.parent_path().parent_path() / "share/orvan/stand-ins", fs::path(ORVAN_BUILD_STAND_INS)}) {
-        if (fs::exists(folder / "sudo", code)) {
-            return folder;
-        }
-    }
-    return {};
+    return find_shared("stand-ins/sudo").parent_path();
 }
 
 Result<Environment> sandbox_environment(const fs::path& state, ino_t network_id)
@@ -31,7 +24,9 @@ Result<Environment> sandbox_environment(const fs::path& state, ino_t network_id)
     const char* path = std::getenv("PATH");
     const std::string usual = "/usr/local/bin:/usr/bin:/bin";
     const std::string rest = path != nullptr && *path != '\0' ? path : usual;
-    Environment environment = {{"PATH", stand_ins.string() + ":" + rest}, {"ORVAN_STATE", state.string()}};
+    Environment environment = {{"PATH", stand_ins.string() + ":" + rest},
+                               {"ORVAN_STATE", state.string()},
+                               {"ORVAN_BOARD_EEPROM", (state / "board" / "eeprom.bin").string()}};
     if (network_id != 0) {
         environment[kSandboxVariable] = std::to_string(network_id);
     }

@@ -1,5 +1,7 @@
 #include "orvan_sandbox/sandbox.h"
 
+#include "shared_files.h"
+
 namespace orvan_sandbox {
 
 namespace fs = std::filesystem;
@@ -9,6 +11,25 @@ namespace {
 constexpr const char* kFolders[] = {
     "halde/json", "halde/config", "halde/preset", "halde/upgrade/orvanx", "board", "log", "run",
 };
+
+constexpr const char* kFactorySetup = "json/ch0.json"; ///< of halde, and of the factory's files
+
+/// As an instrument leaves the factory. A file that is there is kept.
+Result<bool> install_factory_setup(const fs::path& state)
+{
+    const fs::path source = find_shared(fs::path("factory") / kFactorySetup);
+    if (source.empty()) {
+        return Error{"looking for the factory setup", 0, "not found",
+                     "share/orvan/factory has to stand beside the program's folder", false};
+    }
+    const fs::path target = state / "halde" / kFactorySetup;
+    std::error_code code;
+    fs::copy_file(source, target, fs::copy_options::skip_existing, code);
+    if (code) {
+        return Error{"making " + target.string(), code.value(), "", "", false};
+    }
+    return true;
+}
 
 } // namespace
 
@@ -23,6 +44,9 @@ Result<fs::path> make_state_directory(const fs::path& state)
         if (code) {
             return Error{"making " + (state / folder).string(), code.value(), "", "", false};
         }
+    }
+    if (Result<bool> installed = install_factory_setup(state); !installed) {
+        return installed.error();
     }
     fs::path absolute = fs::canonical(state, code);
     if (code) {

@@ -3,13 +3,17 @@
 
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "service_fixture.h"
+#include "support/instrument_files.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/scripted_module.h"
 
 #include <gtest/gtest.h>
 
+#include <dataorvan.h>
 #include <syslog.h>
+
+#include <thread>
 
 using namespace orvan_service;
 using namespace orvan_test;
@@ -28,6 +32,7 @@ protected:
         }
     }
 
+    InstrumentFiles files;
     LogCapture log; // keeps the library's lines away from the machine's log
     ScriptedModule module;
     Instrument instrument{2, true};
@@ -134,4 +139,115 @@ TEST_F(InstrumentTest, AMessageAroundTheInputBuffersSizeIsAnsweredOnceEitherWay)
             << reply;
         EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
     }
+}
+
+TEST_F(InstrumentTest, RecordsComeFromTheFactorySetupAndTheModules)
+{
+    files.write_factory_setup(R"({"ANALOGOUTPUT": {"Frequency": 1000000000}})");
+    module.always(ModuleAnswer::reply("1.0.7;+OK\r\n"));
+    instrument.wait_for_modules(10);
+    log.clear();
+    instrument.load_records();
+    EXPECT_EQ(files.object_size(), 2 * 1816);
+    EXPECT_EQ(module.connections(), 2u + 2u * 4u);
+    for (int channel = 1; channel <= 2; ++channel) {
+        const auto& record = *reinterpret_cast<const ORVAN_CONFIG*>(library->get_channelDB(channel));
+        EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1e9);
+        EXPECT_STREQ(record.SYSTEM.Fpga, "1.0.7");
+    }
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(InstrumentTest, ADeadModuleIsNotAskedForItsVersions)
+{
+    files.write_factory_setup("{}");
+    instrument.wait_for_modules(10);
+    library->m_isLive[0] = false;
+    const size_t before = module.connections();
+    instrument.load_records();
+    EXPECT_EQ(module.connections(), before + 4u);
+}
+
+TEST_F(InstrumentTest, RecordsThatCannotBeFilledAndVersionsNotToldAreLogged)
+{
+    instrument.wait_for_modules(10);
+    module.always(ModuleAnswer::reply("-ERR 1\r\n"));
+    instrument.load_records();
+    EXPECT_EQ(log.count(LOG_ERR, "channel records not loaded (-1)"), 1u);
+    EXPECT_EQ(log.count(LOG_WARNING, "module 1 does not tell all of its versions"), 1u);
+    EXPECT_EQ(log.count(LOG_WARNING, "module 2 does not tell all of its versions"), 1u);
+}
+
+TEST_F(InstrumentTest, RecordsFollowTheClientsTraffic)
+{
+    files.write_factory_setup("{}");
+    instrument.load_records();
+    RunningServer server(instrument);
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask(":FREQ 2500000000;:POW -3\n"), "+OK\r\n");
+    const auto& record = *reinterpret_cast<const ORVAN_CONFIG*>(library->get_channelDB(1));
+    EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 2.5e9);
+    EXPECT_EQ(record.ANALOGOUTPUT.Power, -3.0);
+}
+
+// Every client writes a number of its own into one register and reads it back within the line, between lines
+// of other kinds; some leave in the midst of a line, of a block or of a reply.
+TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
+{
+    constexpr int kClients = 16;
+    constexpr int kRounds = 25;
+    files.write_factory_setup("{}");
+    instrument.load_records();
+    OutputCapture errors(STDERR_FILENO); // of replies to those that left
+    module.always(ModuleAnswer::reply("42;+OK\r\n"));
+    RunningServer server(instrument);
+    std::vector<std::string> wrong(kClients);
+    std::vector<std::thread> clients;
+    for (int number = 1; number <= kClients; ++number) {
+        clients.emplace_back([&, number] {
+            std::string& complaint = wrong[static_cast<size_t>(number) - 1];
+            TestClient client(server.port());
+            const auto expect = [&](const std::string& message, const std::string& reply) {
+                const std::string got = client.ask(message);
+                if (got != reply) {
+                    complaint += message + " -> " + got;
+                }
+            };
+            for (int round = 0; round < kRounds; ++round) {
+                const std::string own = std::to_string(number * 1000 + round);
+                expect(":STAT:OPER:ENAB " + own + ";:STAT:OPER:ENAB?\n", own + ";+OK\r\n");
+                expect(round % 2 == 0 ? "\n" : ":STAT:OPER:ENAB " + own + "\r\n", "+OK\r\n");
+                expect(":NO:SUCH " + std::string(static_cast<size_t>(number) * 50, 'X') + "\n",
+                       "-ERR -113, \"Undefined header\";+OK\r\n");
+                if (round % 5 == 0) {
+                    expect(":STAT:OPER:ENAB " + own + ";:FREQ?;:STAT:OPER:ENAB?\n", "42;" + own + ";+OK\r\n");
+                    TestClient leaving(server.port());
+                    leaving.send(round % 10 == 0 ? ":STAT:OPER:ENAB 9;:STA" : ":FREQ?\n:LIST:DATA #3999ab\n");
+                    number % 2 == 0 ? leaving.reset() : leaving.close();
+                }
+            }
+        });
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    for (const std::string& complaint : wrong) {
+        EXPECT_EQ(complaint, "");
+    }
+}
+
+// A client's turn ends with its lease given back, however the client ends.
+TEST_F(InstrumentTest, LostClientsLeaveNoLeaseBehind)
+{
+    OutputCapture errors(STDERR_FILENO);
+    RunningServer server(instrument);
+    for (int i = 0; i < 20; ++i) {
+        TestClient lost(server.port());
+        lost.send(":NO:SUCH\n:NO:SUCH\n:NO");
+        i % 2 == 0 ? lost.reset() : lost.close();
+    }
+    TestClient good(server.port());
+    EXPECT_EQ(good.ask(":NO:SUCH\n"), kUndefinedHeader);
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
+    EXPECT_EQ(errors.text().find("**Reset"), std::string::npos) << "a whole message was cut short";
 }

@@ -101,12 +101,17 @@ TEST_F(ProgramTest, StartsWithRealModuleAddressesInASandbox)
 {
     ServiceProcess service({.arguments = {"--module-wait", "0", "--foreground"},
                             .listener = listener[0].get(),
-                            .in_own_network = true});
+                            .in_own_namespaces = true});
     const std::string log = service.errors_until("ready");
     if (log.empty() && service.exit_code() == ServiceProcess::kNoNamespace) {
-        GTEST_SKIP() << "the kernel refuses user and network namespaces";
+        GTEST_SKIP() << "the kernel refuses user, network and mount namespaces";
     }
     EXPECT_NE(log.find("module 1 at 192.168.7.1:6001 does not answer"), std::string::npos) << log;
+    // There is no factory setup; the records stand all the same.
+    EXPECT_NE(log.find("Failed to load default database on boot"), std::string::npos) << log;
+    EXPECT_NE(log.find("channel records not loaded (-1)"), std::string::npos) << log;
+    const std::string object = "/proc/" + std::to_string(service.pid()) + "/root/dev/shm/orvanData";
+    EXPECT_EQ(std::filesystem::file_size(object), 4u * 1816u);
     service.signal(SIGTERM);
     EXPECT_EQ(service.exit_code(), kExitDone);
 }
@@ -118,6 +123,16 @@ TEST_F(ProgramTest, TheModulesOnLoopbackAreTheModuleTable)
     EXPECT_NE(log.find("module 1 at 127.0.7.1:6001 does not answer"), std::string::npos) << log;
     EXPECT_NE(log.find("module 3 at 127.0.9.1:6003 does not answer"), std::string::npos) << log;
     EXPECT_EQ(log.find("module 4"), std::string::npos) << log;
+}
+
+TEST_F(ProgramTest, WithModulesOnLoopbackNoRecordsAreKeptInTheMachinesSharedMemory)
+{
+    ServiceProcess service(start());
+    service.errors_until("ready");
+    std::ifstream maps("/proc/" + std::to_string(service.pid()) + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        EXPECT_EQ(line.find("orvanData"), std::string::npos) << line;
+    }
 }
 
 TEST_F(ProgramTest, TellsTheServiceManagerReadyAndStopping)

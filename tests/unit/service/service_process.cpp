@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -16,6 +17,27 @@
 namespace orvan_test {
 
 using orvan_service::FileDescriptor;
+
+namespace {
+
+bool write_file(const char* path, const std::string& text)
+{
+    const FileDescriptor file(::open(path, O_WRONLY | O_CLOEXEC));
+    return file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// A network without any link, and shared memory that nobody else sees.
+bool enter_own_namespaces()
+{
+    const std::string user = "0 " + std::to_string(::geteuid()) + " 1";
+    const std::string group = "0 " + std::to_string(::getegid()) + " 1";
+    return ::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 &&
+           write_file("/proc/self/uid_map", user) && write_file("/proc/self/setgroups", "deny") &&
+           write_file("/proc/self/gid_map", group) &&
+           ::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "") == 0;
+}
+
+} // namespace
 
 ServiceProcess::ServiceProcess(const Start& start)
 {
@@ -44,9 +66,9 @@ ServiceProcess::ServiceProcess(const Start& start)
         ::setenv(name.c_str(), value.c_str(), 1);
     }
     ::dup2(write_end.get(), STDERR_FILENO);
-    if (start.in_own_network) {
+    if (start.in_own_namespaces) {
         struct stat status {};
-        if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0 || ::stat("/proc/self/ns/net", &status) != 0) {
+        if (!enter_own_namespaces() || ::stat("/proc/self/ns/net", &status) != 0) {
             std::_Exit(kNoNamespace);
         }
         ::setenv("ORVAN_SANDBOX", std::to_string(status.st_ino).c_str(), 1);

@@ -37,6 +37,16 @@ TEST(SandboxMounts, HaldeHasTheFoldersOfAnInstrument)
               ". ./config ./json ./preset ./upgrade ./upgrade/orvanx ");
 }
 
+TEST(SandboxMounts, HaldeHasTheFactorySetup)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    EXPECT_NE(content_of(state.path() / "halde/json/ch0.json").find("\"Frequency\": 1000000000"),
+              std::string::npos);
+    EXPECT_EQ(shell(sandbox, kController, "cat /home/orvan/halde/json/ch0.json"),
+              content_of(state.path() / "halde/json/ch0.json"));
+}
+
 TEST(SandboxMounts, ContentOfAnExistingStateDirectoryIsKept)
 {
     const TemporaryDirectory state;

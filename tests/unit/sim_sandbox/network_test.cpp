@@ -169,9 +169,9 @@ TEST(SandboxNetwork, TwoSandboxesAtOnceHaveTheSameAddressesAndNothingElseInCommo
     const UniqueFd listener = listen_in(first, Role::module(1), module_address(1), 6001);
     EXPECT_EQ(connect_from(first, Role::controller(), module_address(1), 6001), 0);
     EXPECT_EQ(connect_from(second, Role::controller(), module_address(1), 6001), ECONNREFUSED);
-    shell(first, Role::controller(), "echo mine >/dev/shm/x; echo mine >/home/orvan/halde/json/x");
-    EXPECT_EQ(shell(second, Role::controller(), "ls -A /dev/shm /home/orvan/halde/json"),
-              "/dev/shm:\n\n/home/orvan/halde/json:\n");
+    shell(first, Role::controller(), "echo mine >/dev/shm/x; echo mine >/home/orvan/halde/config/x");
+    EXPECT_EQ(shell(second, Role::controller(), "ls -A /dev/shm /home/orvan/halde/config"),
+              "/dev/shm:\n\n/home/orvan/halde/config:\n");
 }
 
 TEST(SandboxNetwork, InterfacesOfTheMachineAreUntouched)

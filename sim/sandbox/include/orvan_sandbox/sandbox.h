@@ -39,7 +39,8 @@ struct Options {
 Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_t network_id);
 
 /// Makes the folders of a state directory: halde with json, config, preset, upgrade and upgrade/orvanx;
-/// board; log; run. The result is its absolute path.
+/// board; log; run; and installs the factory setup halde/json/ch0.json where there is none. The result is its
+/// absolute path.
 Result<std::filesystem::path> make_state_directory(const std::filesystem::path& state);
 
 /// Path of the `ip` program of iproute2; it is looked for in the folders of system programs, too, which are

@@ -336,7 +336,7 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatI
         return;
     }
     EXPECT_EQ(output().find(
-                  "without a sandbox: missing are /home/orvan/halde, a private /dev/shm, USB links, module "
+                  "without a sandbox: missing are /home/orvan/halde, the channel records, USB links, module "
                   "addresses 192.168.x.1, the LAN side, the maintenance port\n"
                   "ready: OVX3654B, 4 channels, 1 module\n"),
               0u)
