@@ -1,0 +1,54 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <orvan_element_names.h>
+
+#include <strings.h>
+
+namespace orvan_db {
+
+int tag_of_name(const std::string& name)
+{
+    constexpr size_t kPrefix = 4; // "ODT_"
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+        const char* const known = kElementNames[tag].tag;
+        if (strcasecmp(name.c_str(), known) == 0 || strcasecmp(name.c_str(), known + kPrefix) == 0) {
+            return static_cast<int>(tag);
+        }
+    }
+    return -1;
+}
+
+std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code)
+{
+    Options options;
+    std::string tag;
+    int interval = static_cast<int>(options.interval.count());
+    CLI::App app("Prints the channel records that the instrument's service keeps in shared memory.",
+                 "orvan-db");
+    app.set_version_flag("--version", std::string("orvan-db ") + ORVAN_VERSION);
+    app.add_option("--channel", options.channel, "This channel only")->check(CLI::Range(1, 4));
+    app.add_option("--tag", tag, "This element only: ODT_FREQ, or freq for short");
+    app.add_flag("--json", options.json, "JSON instead of a table; with --watch, one object a line");
+    app.add_flag("--watch", options.watch, "Go on, and print each element again when it changes");
+    app.add_option("--interval", interval, "Milliseconds between two looks of --watch")
+        ->check(CLI::Range(1, 60'000))
+        ->capture_default_str();
+    app.footer("A row of the table: channel, tag, the field's name in a setup file, value.\n"
+               "Values are copied with no lock: one that is being written may be seen half-written.\n"
+               "Exit codes: 0 printed, 1 no instrument, or it has not this channel, 2 bad options.");
+    try {
+        app.parse(argc, argv);
+        if (!tag.empty() && (options.tag = tag_of_name(tag)) < 0) {
+            throw CLI::ValidationError("--tag", "no element is called " + tag);
+        }
+    } catch (const CLI::ParseError& error) {
+        exit_code = app.exit(error) == 0 ? kExitDone : kExitBadOptions;
+        return std::nullopt;
+    }
+    options.interval = std::chrono::milliseconds(interval);
+    return options;
+}
+
+} // namespace orvan_db

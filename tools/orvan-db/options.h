@@ -1,0 +1,37 @@
+#ifndef ORVAN_DB_OPTIONS_H
+#define ORVAN_DB_OPTIONS_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace orvan_db {
+
+/** Exit codes of the program. */
+enum ExitCode : int {
+    kExitDone = 0,         /**< printed; --help and --version */
+    kExitNoInstrument = 1, /**< no instrument keeps records, or it has not this channel */
+    kExitBadOptions = 2,   /**< the command line is wrong */
+};
+
+struct Options {
+    int channel = 0;                         /**< 0 for all */
+    int tag = -1;                            /**< negative for all */
+    bool json = false;                       /**< else a table */
+    bool watch = false;                      /**< go on and print what changes */
+    std::chrono::milliseconds interval{200}; /**< between two looks */
+};
+
+/** The tag of this name, with or without "ODT_" and in any case; -1 when there is none. */
+int tag_of_name(const std::string& name);
+
+/**
+ * Reads the command line. Help and version go to standard output, complaints to standard error.
+ *
+ * @return empty when the program is to end with `exit_code`
+ */
+std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code);
+
+} // namespace orvan_db
+
+#endif

@@ -1,0 +1,26 @@
+#ifndef ORVAN_DB_RECORDS_H
+#define ORVAN_DB_RECORDS_H
+
+#include <dataorvan.h>
+
+#include <string>
+#include <vector>
+
+namespace orvan_db {
+
+/** A copy of all channels' records, that of channel n at n - 1. */
+using Records = std::vector<ORVAN_CONFIG>;
+
+/**
+ * Copies the records out of a shared memory object.
+ *
+ * The object is read and not mapped: a service that starts again may cut it shorter at any moment.
+ *
+ * @param object name of the object, g_shmemName on an instrument
+ * @return empty when there is no object or it holds no whole record
+ */
+Records read_records(const char* object);
+
+} // namespace orvan_db
+
+#endif
