@@ -97,9 +97,13 @@ std::string why_no_sandbox()
     return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
 }
 
-Instrument::Instrument(const std::vector<std::string>& options)
+Instrument::Instrument(const std::vector<std::string>& options, const Preparation& prepare)
     : m_folder(temporary_folder()), m_state(m_folder / "state")
 {
+    if (prepare) {
+        std::filesystem::create_directory(m_state);
+        prepare(m_state);
+    }
     std::vector<std::string> arguments{program("orvan-sim"), "run", "--scpi-port", "0",
                                        "--maint-port",       "0",   "--state",     m_state};
     arguments.insert(arguments.end(), options.begin(), options.end());
@@ -147,6 +151,26 @@ bool Instrument::wait_for_output(std::string_view text, milliseconds wait) const
     return true;
 }
 
+std::string Instrument::service_log() const
+{
+    return read_file(m_state / "log/service.log");
+}
+
+bool Instrument::reboot() const
+{
+    static const std::string kReadyAgain = "the service is ready again\n";
+    const size_t before = output().size();
+    if (exec("controller", {"sudo", "reboot"}).status != 0)
+        return false;
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (output().find(kReadyAgain, before) == std::string::npos) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return true;
+}
+
 Outcome Instrument::ctl(const std::vector<std::string>& arguments) const
 {
     std::vector<std::string> all{program("orvan-sim"), "ctl", "--state", m_state};
@@ -160,6 +184,18 @@ Outcome Instrument::exec(std::string_view role, const std::vector<std::string>& 
                                  std::string(role),    "--"};
     all.insert(all.end(), command.begin(), command.end());
     return run_program(all);
+}
+
+std::string Instrument::ask_module(int module, const std::string& query) const
+{
+    const std::string place =
+        "/dev/tcp/192.168." + std::to_string(6 + module) + ".1/" + std::to_string(6000 + module);
+    const Outcome reply = exec("controller", {"bash", "-c",
+                                              "exec 3<>" + place +
+                                                  " && printf '%s\\r\\n' \"$1\" >&3 && "
+                                                  "read -r -t 10 line <&3 && printf %s \"${line%$'\\r'}\"",
+                                              "ask", query});
+    return reply.output;
 }
 
 std::vector<std::string> Instrument::requests(int module) const

@@ -7,6 +7,7 @@
 #include "client.h"
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -30,9 +31,12 @@ std::string why_no_sandbox();
 
 class Instrument {
 public:
+    /** Puts what the instrument is to find into its state directory, which is empty. */
+    using Preparation = std::function<void(const std::filesystem::path& state)>;
+
     /** Starts and waits until it is ready; throws std::runtime_error with the launcher's output when it ends
      * first. */
-    explicit Instrument(const std::vector<std::string>& options = {});
+    explicit Instrument(const std::vector<std::string>& options = {}, const Preparation& prepare = {});
     /** Ends it and removes its state. */
     ~Instrument();
     Instrument(const Instrument&) = delete;
@@ -43,14 +47,23 @@ public:
     pid_t launcher() const { return m_launcher; }
     const std::filesystem::path& state() const { return m_state; }
 
-    /** What launcher and service have printed so far. */
+    /** What the launcher has printed so far. */
     std::string output() const;
     /** Waits until `text` stands in the output. */
     bool wait_for_output(std::string_view text,
                          std::chrono::milliseconds wait = std::chrono::seconds(20)) const;
 
+    /** What the service and the library have logged so far. */
+    std::string service_log() const;
+
+    /** Asks the controller for a reboot; true once the service is ready again. */
+    bool reboot() const;
+
     Outcome ctl(const std::vector<std::string>& arguments) const;
     Outcome exec(std::string_view role, const std::vector<std::string>& command) const;
+
+    /** A query asked of a module past the service, on the link of its own; the reply line without its end. */
+    std::string ask_module(int module, const std::string& query) const;
 
     /** The requests that a module got since its log was cleared, control characters escaped. */
     std::vector<std::string> requests(int module) const;

@@ -1,0 +1,150 @@
+// What an instrument finds broken when it starts: it says so and serves all the same.
+#include "orvan_db.h"
+
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+
+using namespace orvan_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+size_t count(const std::string& text, const std::string& part)
+{
+    size_t found = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+        ++found;
+    return found;
+}
+
+void expect_served(const Instrument& instrument)
+{
+    EXPECT_EQ(instrument.client().ask("*IDN?"), "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK\r\n");
+    EXPECT_EQ(instrument.client().ask(":FREQ 4e9;:FREQ?"), "4000000000;+OK\r\n");
+}
+
+/**
+ * A second service on the controller, once /dev/shm/orvanData is what `preparation` made of it: its log, the
+ * reply to a query and what orvan-db then says of the frequencies, the last two behind "reply: " and "db: ".
+ */
+std::string second_service(const Instrument& instrument, const std::string& preparation)
+{
+    static const std::string kScript = R"(
+        rm -f /dev/shm/orvanData 2>/dev/null
+        eval "$1"
+        "$2" --foreground --channels 2 --address 127.0.0.1 --port 5999 --module-wait 10 >"$4" 2>&1 &
+        service=$!
+        for attempt in $(seq 1000); do
+            grep -q ': ready$' "$4" && break
+            kill -0 $service || break
+            sleep 0.02
+        done
+        cat "$4"
+        exec 5<>/dev/tcp/127.0.0.1/5999
+        printf ':FREQ 3000000000;:FREQ?\n' >&5
+        read -r -t 10 line <&5
+        echo "reply: ${line%?}"
+        "$3" --tag freq 2>&1 | sed 's/^/db: /'
+        kill $service
+        wait $service
+        echo "end: $?"
+    )";
+    return instrument
+        .exec("controller", {"bash", "-c", kScript, "second", preparation, program("orvan-service"),
+                             program("orvan-db"), (instrument.state() / "log/second").string()})
+        .output;
+}
+
+void expect_records_of_two(const std::string& told)
+{
+    EXPECT_NE(told.find("reply: 3000000000;+OK\n"), std::string::npos) << told;
+    EXPECT_NE(told.find("db: 1  ODT_FREQ                ANALOGOUTPUT.Frequency            3000000000\n"
+                        "db: 2  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
+                        "end: 0\n"),
+              std::string::npos)
+        << told;
+    EXPECT_EQ(told.find("channel records not loaded"), std::string::npos) << told;
+}
+
+void expect_no_records(const std::string& told, const std::string& reason)
+{
+    EXPECT_NE(told.find("Failed to open shared memory: " + reason + "\n"), std::string::npos) << told;
+    EXPECT_NE(told.find("db: orvan-db: no instrument"), std::string::npos) << told;
+    EXPECT_NE(told.find("channel records not loaded (-1)"), std::string::npos) << told;
+    EXPECT_NE(told.find("reply: 3000000000;+OK\n"), std::string::npos) << told;
+    EXPECT_NE(told.find("end: 0\n"), std::string::npos) << told;
+}
+
+} // namespace
+
+TEST(StartUp, AFactorySetupThatIsNoneIsLoggedAndTheRecordsStandEmpty)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    const fs::path setup = instrument.state() / "halde/json/ch0.json";
+    using namespace std::string_literals;
+    const std::string broken[] = {
+        "",
+        "{",
+        "[]",
+        "null",
+        "no JSON",
+        R"({"ANALOGOUTPUT": {"Frequency": 77}} and more)",
+        R"({"ANALOGOUTPUT": 77})",
+        R"({"ANALOGOUTPUT": {"Frequency": 77, "Power": "5"}})",
+        R"({"RUNMODE": {"TriggerCount": 0.5}})",
+        R"({"RUNMODE": {"TriggerSrc": "0123456789abcdef0123456789abcdef"}})",
+        "{\"SYSTEM\": {\"Model\": \"\xFF\"}}",
+        "{}\0{}"s,
+        std::string(100'000, '['),
+        std::string(2'000'000, ' ') + "{}",
+    };
+    size_t failures = 0;
+    const auto expect_refused = [&](const std::string& what) {
+        ASSERT_TRUE(instrument.reboot()) << what;
+        ++failures;
+        EXPECT_EQ(count(instrument.service_log(), "Failed to load default database on boot"), failures)
+            << what;
+        EXPECT_EQ(count(instrument.service_log(), "channel records not loaded (-1)"), failures) << what;
+        EXPECT_EQ(count(orvan_db(instrument, {}).output, "\n"), 4U * 144U) << what;
+        EXPECT_EQ(element(instrument, 1, "freq"), "0") << what;
+        EXPECT_EQ(element(instrument, 4, "fpga"), "\"1.0.7\"") << what; // of the module, as ever
+    };
+    for (const std::string& contents : broken) {
+        std::ofstream(setup) << contents;
+        expect_refused(contents.substr(0, 60));
+    }
+    fs::remove(setup);
+    expect_refused("no file");
+    fs::create_directory(setup);
+    expect_refused("a folder");
+    expect_served(instrument);
+
+    fs::remove(setup);
+    std::ofstream(setup) << R"({"ANALOGOUTPUT": {"Frequency": 77}})";
+    ASSERT_TRUE(instrument.reboot());
+    EXPECT_EQ(element(instrument, 1, "freq"), "77");
+    EXPECT_EQ(count(instrument.service_log(), "channel records not loaded"), failures);
+}
+
+TEST(StartUp, SharedMemoryOfAnotherSizeIsTakenOverAndCutOrStretched)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    expect_records_of_two(second_service(instrument, "head -c 100000 /dev/urandom >/dev/shm/orvanData"));
+    expect_records_of_two(second_service(instrument, "printf xyz >/dev/shm/orvanData"));
+    expect_records_of_two(second_service(instrument, ": >/dev/shm/orvanData"));
+    expect_served(instrument);
+}
+
+TEST(StartUp, SharedMemoryThatDoesNotOpenIsLoggedAndTheServiceDoesWithoutRecords)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    expect_no_records(second_service(instrument, "mkdir /dev/shm/orvanData"),
+                      "Invalid argument (errno=22)"); // so libc words it of a folder
+    expect_no_records(second_service(instrument, "rmdir /dev/shm/orvanData; ln -s none /dev/shm/orvanData"),
+                      "Too many levels of symbolic links (errno=40)");
+    expect_served(instrument);
+}
