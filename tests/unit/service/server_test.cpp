@@ -94,6 +94,24 @@ TEST(Server, ABlockComesWholeHoweverItsPiecesAreCut)
     EXPECT_EQ(sink.messages().front(), message);
 }
 
+// Wherever the stream pauses, what is left must wake the receiver.
+TEST(Server, ABlockThatPausesAnywhereIsReceived)
+{
+    RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
+    RunningServer server(sink);
+    TestClient client(server.port());
+    for (const size_t size : {300'000u, 450'000u, 600'000u, 1'100'000u}) {
+        const std::string message = block_message(size);
+        for (size_t first = 50'000; first < message.size(); first += 50'000) {
+            client.send(message.substr(0, first));
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(3)); // lets the server take it; not needed to pass
+            client.send(message.substr(first));
+            ASSERT_EQ(client.line(), "ok;+OK\r\n") << size << " paused at " << first;
+        }
+    }
+}
+
 TEST(Server, AClientThatLeavesOrIsEndedInTheMidstOfABlockIsNoticed)
 {
     RecordingSink sink;
