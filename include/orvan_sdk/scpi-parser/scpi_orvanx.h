@@ -83,6 +83,15 @@ public:
     void wait_for_channels_ready(int numChannels, int max_wait_sec);
 
     /**
+     * Reports the "MODULES test" (bit/bit_tests.h): passed when there are as many USB links as modules and
+     * every module is live. The error word has an eModuleFailure for each module that is not.
+     *
+     * @param devNo   installed modules; the first four count
+     * @param bitType eBitType of the row; 3 and above, nothing is reported
+     */
+    void modules_bit(int devNo, int bitType);
+
+    /**
      * Maps the shared memory object "/orvanData" with a record for each installed channel and fills the
      * records. Called once, at start-up; a left-over object is taken over.
      *

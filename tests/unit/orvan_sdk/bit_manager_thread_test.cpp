@@ -1,0 +1,210 @@
+#include <atomic>
+#include <cstdlib>
+#include <future>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "bit_bench.h"
+#include "board/current_board.h"
+#include "support/log_capture.h"
+
+using namespace orvan_test;
+using namespace std::chrono_literals;
+using sim_board::Clock;
+
+namespace {
+
+constexpr uint64_t kSecond = 1000000;
+
+/** The periodic thread on a clock that stands still until it is advanced. */
+class PeriodicTest : public ::testing::Test {
+protected:
+    ~PeriodicTest() override
+    {
+        if (manager == nullptr)
+            return;
+        // A thread that is told to stop before its wait ends takes no further step.
+        auto stopped = begin_to_stop();
+        clock().release();
+        stopped.wait();
+    }
+
+    Clock& clock() { return board->clock(); }
+
+    void start(int period) { manager = BITManager::getInstance(period); }
+
+    /** Stops the thread on another one, which has come to wait for it, or is done without one to wait for. */
+    std::future<void> begin_to_stop()
+    {
+        auto stopped = std::async(std::launch::async, [this] { stop_periodic_thread(*manager); });
+        while (!is_stopping(*manager) && stopped.wait_for(0s) != std::future_status::ready)
+            std::this_thread::yield();
+        return stopped;
+    }
+
+    /** A continuous test that counts its runs. */
+    void register_counting(const char* name, std::atomic<int>& count)
+    {
+        const auto run = [&count](void*) {
+            ++count;
+            return 0;
+        };
+        EXPECT_GE(manager->registerTest(CBIT, {name, run, nullptr, true}), 0);
+    }
+
+    /** The thread has taken its step and waits for the next one. */
+    bool step_done() { return clock().wait_for_sleepers(1); }
+
+    std::vector<std::string> delays() const { return board->trace().lines(); }
+
+    LogCapture logs;
+    sim_board::InstalledBoard board{sim_board::kPortableWiring};
+    BITManager* manager = nullptr;
+    std::atomic<int> first = 0;
+    std::atomic<int> second = 0;
+};
+
+TEST_F(PeriodicTest, FirstStepComesAtOnceAndThenOneEachPeriod)
+{
+    start(30);
+    ASSERT_TRUE(step_done()); // the table was empty
+    register_counting("a", first);
+    clock().advance(30 * kSecond - 1);
+    EXPECT_EQ(first, 0);
+    clock().advance(1);
+    ASSERT_TRUE(step_done());
+    EXPECT_EQ(first, 1);
+    ASSERT_TRUE(clock().run(300 * kSecond, 1));
+    EXPECT_EQ(first, 11);
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(PeriodicTest, OneTestRunsEachPeriodAndNotAllOfThem)
+{
+    start(5);
+    ASSERT_TRUE(step_done());
+    register_counting("a", first);
+    register_counting("b", second);
+    ASSERT_TRUE(clock().run(5 * kSecond, 1));
+    EXPECT_EQ(first, 1);
+    EXPECT_EQ(second, 0);
+    ASSERT_TRUE(clock().run(15 * kSecond, 1));
+    EXPECT_EQ(first, 2);
+    EXPECT_EQ(second, 2);
+}
+
+TEST_F(PeriodicTest, PeriodIsInSecondsAlsoWhereMicrosecondsDoNotFitAnInt)
+{
+    start(100000);
+    ASSERT_TRUE(step_done());
+    EXPECT_EQ(delays(), std::vector<std::string>{"delay 100000000000"});
+}
+
+TEST_F(PeriodicTest, LaterPeriodChangesNothing)
+{
+    start(30);
+    ASSERT_TRUE(step_done());
+    EXPECT_EQ(BITManager::getInstance(1), manager);
+    EXPECT_EQ(BITManager::getInstance(0), manager);
+    ASSERT_TRUE(clock().run(30 * kSecond, 1));
+    EXPECT_EQ(delays(), (std::vector<std::string>(2, "delay 30000000")));
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(PeriodicTest, FunctionRunsOnThePeriodicThreadAndOutsideTheLock)
+{
+    std::promise<std::thread::id> ran_on;
+    start(30);
+    ASSERT_TRUE(step_done());
+    const auto run = [&](void* record) {
+        const char* const name = manager->getTestName(static_cast<TestRecord_t*>(record));
+        manager->setTestResult(CBIT, name, BIT_PASS, 2);
+        ran_on.set_value(std::this_thread::get_id());
+        return 0;
+    };
+    manager->registerTest(CBIT, {"a", run, nullptr, true});
+    clock().advance(30 * kSecond);
+    auto thread = ran_on.get_future();
+    ASSERT_EQ(thread.wait_for(10s), std::future_status::ready);
+    EXPECT_NE(thread.get(), std::this_thread::get_id());
+    ASSERT_TRUE(step_done());
+    bitReport_t report = {};
+    ASSERT_TRUE(manager->getTestResult(CBIT, 0, report));
+    EXPECT_EQ(report.result, BIT_PASS);
+    EXPECT_EQ(report.errorCode, 2);
+}
+
+TEST_F(PeriodicTest, StopWaitsForThePeriodToEnd)
+{
+    start(30);
+    ASSERT_TRUE(step_done());
+    register_counting("a", first);
+    auto stopped = begin_to_stop();
+    clock().advance(30 * kSecond - 1);
+    EXPECT_EQ(stopped.wait_for(0s), std::future_status::timeout);
+    EXPECT_EQ(clock().sleepers(), 1u);
+    clock().advance(1);
+    ASSERT_EQ(stopped.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(clock().sleepers(), 0u);
+    EXPECT_EQ(first, 0);            // no step behind the end
+    stop_periodic_thread(*manager); // and nothing to end any more
+}
+
+TEST_F(PeriodicTest, PeriodBelowOneStartsNoThread)
+{
+    start(0);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "CBIT thread not spawned"}}));
+    EXPECT_EQ(BITManager::getInstance(30), manager);
+    EXPECT_FALSE(clock().wait_for_sleepers(1, 50ms));
+    EXPECT_TRUE(delays().empty());
+    EXPECT_EQ(logs.lines().size(), 1u);
+}
+
+TEST_F(PeriodicTest, NegativePeriodStartsNoThread)
+{
+    start(-30);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "CBIT thread not spawned"}}));
+    EXPECT_FALSE(clock().wait_for_sleepers(1, 50ms));
+}
+
+TEST_F(PeriodicTest, RefusedThreadIsLoggedAndTheTableServes)
+{
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+    size_t size = 0;
+    pthread_attr_getstacksize(&attributes, &size);
+    pthread_attr_setstacksize(&attributes, size_t{1} << 50); // more than there are addresses
+    ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+    start(30);
+    pthread_attr_setstacksize(&attributes, size);
+    pthread_setattr_default_np(&attributes);
+    pthread_attr_destroy(&attributes);
+
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Failed to create thread"}}));
+    register_counting("a", first);
+    EXPECT_TRUE(manager->setTestResult(CBIT, "a", BIT_FAIL, 1));
+    stop_periodic_thread(*manager); // joins nothing
+}
+
+TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto live_and_end = [] {
+        // Runs behind the manager's own end, as it was registered first.
+        std::atexit([] { _exit(sim_board::current_board()->clock().sleepers() == 0 ? 23 : 24); });
+        sim_board::set_current_board(
+            std::make_shared<sim_board::Board>(sim_board::kPortableWiring, Clock::Mode::kRealTime));
+        BITManager::getInstance(1);
+        if (!sim_board::current_board()->clock().wait_for_sleepers(1))
+            _exit(25);
+        std::exit(0);
+    };
+    EXPECT_EXIT(live_and_end(), ::testing::ExitedWithCode(23), "");
+}
+
+} // namespace

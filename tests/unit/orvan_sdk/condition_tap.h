@@ -1,0 +1,37 @@
+/**
+ * The wall clock and the waits for a condition, as a test wants them.
+ *
+ * The program's own `gettimeofday`, `pthread_cond_wait` and `pthread_cond_timedwait` stand before the C
+ * library's; without a ConditionTap they hand on to those.
+ */
+#ifndef ORVAN_TESTS_CONDITION_TAP_H
+#define ORVAN_TESTS_CONDITION_TAP_H
+
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <vector>
+
+#include <sys/time.h>
+
+namespace orvan_test {
+
+/** While it lives, calls of the thread that made it are answered here. One at a time. */
+class ConditionTap {
+public:
+    ConditionTap();
+    ~ConditionTap();
+    ConditionTap(const ConditionTap&) = delete;
+    ConditionTap& operator=(const ConditionTap&) = delete;
+
+    timeval now = {};
+    /** What each wait does and gives in turn. Behind the last one a wait gives ETIMEDOUT, and one without a
+     *  deadline ends the process. */
+    std::deque<std::function<int()>> waits;
+    /** Deadlines of the waits so far that had one. */
+    std::vector<timespec> deadlines;
+};
+
+} // namespace orvan_test
+
+#endif
