@@ -229,6 +229,7 @@ int IOrvanDeviceManager::SetScpiPort(uint16_t scpi_port)
     if (std::snprintf(port, sizeof port, "%u", static_cast<unsigned>(scpi_port)) < 0)
         return ERR_FAILED;
     std::memcpy(settings->scpiPort, port, sizeof port);
+    pPersistentData->writeData(true, true);
     [[maybe_unused]] const int ignored = std::system("sudo reboot");
     return 0;
 }

@@ -7,11 +7,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "orvan_sdk/lxi/flash_params.h"
 
 namespace HaldeElec::Orvan {
 
 class IDeviceConnectionHandler;
+struct optEntry_t;
 struct sDevArch_t;
+struct sDevDefaults_t;
 
 /** Bytes of a text field of the record: a NUL-terminated string, zero-filled behind it. */
 inline constexpr size_t kSettingsTextSize = 31;
@@ -85,11 +90,6 @@ enum DataState {
     VERIFIED = 2,     /**< signed, undamaged, with a known model */
 };
 
-/** The identification rows: a letter and a text of 31 bytes with its terminator. */
-inline constexpr size_t FP_MAX_LINE = 17;
-inline constexpr size_t FP_MAX_ENTRY_LEN = 32;
-inline constexpr size_t FP_MAX_DATA_LEN = 31;
-
 /** The network set-up that is in force. */
 struct sNetCfg_t {
     char addr[32];
@@ -131,6 +131,72 @@ public:
      */
     bool loadSettings();
 
+    /**
+     * Decides which store tells the truth, takes the settings from it and repairs the other store. With
+     * nothing usable in either, both get the factory settings. Tells the outcome of the EEPROM's read to the
+     * power-up test "EEPROM test".
+     *
+     * Called once, before anything else reads the settings. A repair that fails is logged; the settings are
+     * usable all the same. A number of modules outside 1 to 4 runs as 1, and is stored so by the next
+     * writeData.
+     *
+     * @param devDefaults the platform's factory texts. Its serial is the one that no real instrument has;
+     *                    without it every serial is real. May be null
+     * @param optTable    the platform's options, of `tblSize` rows, for the factory settings. May be null
+     * @return the row of the chosen model; null for a model that is in no row
+     */
+    const sDevArch_t* readData(const sDevDefaults_t* devDefaults, const optEntry_t* optTable, size_t tblSize);
+
+    /**
+     * Stores the live record, if it differs from what stands in the EEPROM, with the next generation. The
+     * EEPROM is read back; only when it holds what was written does the change count as stored, and otherwise
+     * the next call tries again. Failures are logged.
+     *
+     * The EEPROM comes first: while one copy is being written the other one is whole.
+     *
+     * @param forceEeprom write to the EEPROM
+     * @param forceFile   write to the file, also after a failure of the EEPROM. With neither nothing happens
+     */
+    void writeData(bool forceEeprom, bool forceFile);
+
+    /** Makes the live record the factory's; see readData for the arguments. With one of them null or no
+     *  option the record stays as it is, and that is logged. */
+    void setFactoryDefault(const sDevDefaults_t* devDefaults, const optEntry_t* optTable, size_t tblSize);
+
+    /**
+     * Fills the identification rows from the record and the network set-up, prints them to standard output,
+     * and sets the system's host name. Without a table nothing happens, and that is logged. Called once, at
+     * the end of start-up: later changes do not show in the rows.
+     */
+    void setFlashParams(optEntry_t* optTable, size_t tblSize);
+
+    /** Puts the values that `options` has into the `defaults` of the table. */
+    void updateOptTable(optEntry_t* optTable, size_t tblSize, uint16_t options) const;
+
+    /**
+     * The option text, as "20G,MOD,BAT": the maximum frequency and the words of the options that are on.
+     * Updates the table.
+     *
+     * @return to be read as a C string: where the last comma stood there is a NUL that counts in its length
+     */
+    std::string optToString(optEntry_t* optTable, size_t tblSize, uint16_t options) const;
+
+    /** Makes modules, frequency limit, frequency code and numbers of the record the model's. Null does
+     *  nothing. */
+    void setDeviceArch(const sDevArch_t* arch);
+
+    /** The frequency code of a maximum in GHz; 0 for none. */
+    uint8_t Freq2Mask(int freq) const;
+
+    /**
+     * Sets the system's host name by a script, and logs its failure. The name reaches the shell UNQUOTED, as
+     * it stands in the record. Null changes nothing, and that is logged.
+     */
+    void setHostname(const char* hostname) const;
+
+    /** Stores the version of this software, at most 31 bytes. Null does nothing. */
+    void setSwVersion(const char* version);
+
     /** The row of exactly this model; null for none, a null name or without a table. */
     const sDevArch_t* findModel(const char* model) const;
 
@@ -162,9 +228,10 @@ private:
     bool hasRealSerial(const char* serial, const char* defaultSerial) const;
 
     // The whole blob; the channel that was selected is selected again, whatever came of it. A write is not
-    // verified.
+    // verified, but for the last one's.
     bool readEeprom(uint8_t* blob);
     bool writeEeprom(const uint8_t* blob);
+    bool writeEepromVerified(const uint8_t* blob);
 
     // Bytes that a short file does not have stay as they are in `blob`.
     bool readFSBackup(uint8_t* blob);

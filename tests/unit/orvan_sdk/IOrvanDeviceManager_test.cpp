@@ -9,7 +9,6 @@
 #include <array>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <limits>
 #include <ostream>
 #include <string>
 #include <syslog.h>
@@ -466,28 +465,6 @@ TEST_F(DeviceWithSettings, AScpiPortTextWithoutTerminatorEndsWithItsField)
     uint16_t port = 0;
     EXPECT_EQ(device.GetScpiPort(&port), 0);
     EXPECT_EQ(port, 12345);
-}
-
-TEST_F(DeviceWithSettings, SettingTheScpiPortStoresItAndReboots)
-{
-    put(settings->scpiPort, "65000");
-    EXPECT_EQ(device.SetScpiPort(80), 0);
-    EXPECT_EQ(std::string(settings->scpiPort, 31), "80" + std::string(29, '\0'));
-    EXPECT_EQ(stand_ins.calls(), (std::vector<std::string>{"sudo reboot"}));
-}
-
-TEST_F(DeviceWithSettings, ScpiPortZeroIsStoredAndReboots)
-{
-    EXPECT_EQ(device.SetScpiPort(0), 0);
-    EXPECT_STREQ(settings->scpiPort, "0");
-    EXPECT_EQ(stand_ins.calls(), (std::vector<std::string>{"sudo reboot"}));
-}
-
-TEST_F(DeviceWithSettings, AFailedRebootIsNotReported)
-{
-    stand_ins.exit_with(1);
-    EXPECT_EQ(device.SetScpiPort(std::numeric_limits<uint16_t>::max()), 0);
-    EXPECT_STREQ(settings->scpiPort, "65535");
 }
 
 TEST_F(DeviceWithSettings, HidParametersGoWhereAPointerIs)

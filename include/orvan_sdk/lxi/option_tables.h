@@ -1,0 +1,69 @@
+/**
+ * The options that an instrument can have: the 16-bit `options` word of the settings, bit by bit.
+ */
+#ifndef ORVAN_SDK_OPTION_TABLES_H
+#define ORVAN_SDK_OPTION_TABLES_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace HaldeElec::Orvan {
+
+/** One option; the maintenance protocol sends it as it stands in memory. */
+struct optEntry_t {
+    uint8_t bitStart; /**< its lowest bit in the word */
+    uint8_t bitNum;   /**< its width; 0 for a row with no option behind it */
+    uint8_t modify;   /**< 1 if it may be changed */
+    uint8_t defaults; /**< factory value; CPersistentData::updateOptTable puts the present one here */
+    char symbol[4];   /**< its word in the option text; empty for none */
+};
+static_assert(sizeof(optEntry_t) == 8);
+
+inline constexpr size_t kOptionRows = 16;
+
+/**
+ * A table for each platform. Row 0 is the frequency code. They are written to at run time, with no lock;
+ * their `defaults` are the factory's only until the first updateOptTable.
+ */
+extern optEntry_t optPortable_Tbl[kOptionRows];
+extern optEntry_t optBenchtop_Tbl[kOptionRows];
+extern optEntry_t optKsr7000_Tbl[kOptionRows];
+
+/** The word as the portable reads it, from the low bit up. */
+union uOptions_portable_t {
+    uint16_t all;
+    __extension__ struct {
+        uint16_t frequencyOption : 4;
+        uint16_t modulationPackage : 1;
+        uint16_t pulseGenerator : 1;
+        uint16_t reserved : 1;
+        uint16_t lowPower : 1;
+        uint16_t emulatorPack : 1;
+        uint16_t pattern : 1;
+        uint16_t ultraSwitch : 1;
+        uint16_t bat : 1;
+        uint16_t reserved2 : 4;
+    };
+};
+static_assert(sizeof(uOptions_portable_t) == 2);
+
+/** The word as the third platform reads it, from the low bit up. */
+union uOptions_ksr7000_t {
+    uint16_t all;
+    __extension__ struct {
+        uint16_t frequencyOption : 4;
+        uint16_t modulationPackage : 1;
+        uint16_t pulseGenerator : 1;
+        uint16_t fastSwitch : 1;
+        uint16_t lowPower : 1;
+        uint16_t bat : 1;
+        uint16_t pattern : 1;
+        uint16_t ultraSwitch : 1;
+        uint16_t reserved : 4;
+    };
+};
+static_assert(sizeof(uOptions_ksr7000_t) == 2);
+
+} // namespace HaldeElec::Orvan
+
+#endif
