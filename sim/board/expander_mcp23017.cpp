@@ -164,7 +164,7 @@ void Mcp23017::write_register(std::uint8_t address, std::uint8_t value)
     if (!location.exists || location.which == kIntf || location.which == kIntcap)
         return;
     if (location.which == kIocon)
-        m_registers[kIocon].fill(value & 0xfe); // bit 0 is not implemented
+        m_registers[kIocon].fill(value & 0xfe); // bit 0 has no cell in the chip and reads 0
     else
         at(location.which == kGpio ? kOlat : location.which, location.port) = value;
     check_interrupt(location.port);
