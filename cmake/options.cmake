@@ -20,8 +20,9 @@ if(ORVAN_SANITIZE)
     add_link_options(-fsanitize=${ORVAN_SANITIZE})
 endif()
 
+# What a precompiled header holds, ccache cannot look into; told so, it goes by the header's own contents.
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
 endif()
