@@ -1,6 +1,6 @@
 // The file form of a record.
 
-#include "element_json.h"
+#include <element_json.h>
 
 #include <orvan_element_names.h>
 #include <orvan_fs_utils.h>

@@ -1,4 +1,4 @@
-#include "orvan_sdk/lxi/flash_params.h"
+#include "flash_params.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-#include "orvan_sdk/lxi/flash_params.h"
+#include "flash_params.h"
 
 namespace HaldeElec::Orvan {
 

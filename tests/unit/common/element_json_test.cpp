@@ -1,4 +1,4 @@
-#include "element_json.h"
+#include <element_json.h>
 
 #include <gtest/gtest.h>
 

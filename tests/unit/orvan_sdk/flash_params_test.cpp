@@ -1,6 +1,6 @@
+#include "flash_params.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
-#include "orvan_sdk/lxi/flash_params.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"

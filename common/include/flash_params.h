@@ -1,15 +1,15 @@
 /**
  * The identification rows: the text view of an instrument for the maintenance protocol.
  */
-#ifndef ORVAN_SDK_FLASH_PARAMS_H
-#define ORVAN_SDK_FLASH_PARAMS_H
+#ifndef ORVAN_FLASH_PARAMS_H
+#define ORVAN_FLASH_PARAMS_H
 
 #include <cstddef>
 
 namespace HaldeElec::Orvan {
 
 /** A row is a letter and behind it a text of at most FP_MAX_DATA_LEN bytes with its terminator, zero-filled.
- *  */
+ */
 inline constexpr size_t FP_MAX_LINE = 17;
 inline constexpr size_t FP_MAX_ENTRY_LEN = 32;
 inline constexpr size_t FP_MAX_DATA_LEN = 31;
