@@ -16,9 +16,9 @@ auto uninterrupted(Call call)
 
 } // namespace
 
-Fd open_file(const char* path, int flags, mode_t mode)
+UniqueFd open_file(const char* path, int flags, mode_t mode)
 {
-    return Fd(uninterrupted([&] { return open(path, flags | O_CLOEXEC, mode); }));
+    return UniqueFd(uninterrupted([&] { return open(path, flags | O_CLOEXEC, mode); }));
 }
 
 bool read_all(int fd, void* buffer, std::size_t size)

@@ -32,22 +32,22 @@ std::string folder_of(const std::string& path)
 
 bool sync_folder(const std::string& folder)
 {
-    const Fd fd = open_file(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    const UniqueFd fd = open_file(folder.c_str(), O_RDONLY | O_DIRECTORY);
     // Some file systems cannot do it for folders and say so; there is then nothing to wait for.
     return fd && (sync_file(fd.get()) || errno == EINVAL);
 }
 
 // Opens for reading; no descriptor when it is no regular file.
-Fd open_regular(const char* path, uintmax_t& length)
+UniqueFd open_regular(const char* path, uintmax_t& length)
 {
     // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
-    Fd fd = open_file(path, O_RDONLY | O_NONBLOCK);
+    UniqueFd fd = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat info = {};
     if (!fd || fstat(fd.get(), &info) != 0)
-        return Fd(-1);
+        return UniqueFd(-1);
     if (!S_ISREG(info.st_mode)) {
         errno = EINVAL;
-        return Fd(-1);
+        return UniqueFd(-1);
     }
     length = static_cast<uintmax_t>(info.st_size);
     return fd;
@@ -113,7 +113,7 @@ bool OrvanFSUtils::readBufferFromFile(const char* path, void* buffer, std::size_
     if (path == nullptr || (buffer == nullptr && size != 0))
         return false;
     uintmax_t length = 0;
-    const Fd fd = open_regular(path, length);
+    const UniqueFd fd = open_regular(path, length);
     return fd && read_all(fd.get(), buffer, size);
 }
 
@@ -122,7 +122,7 @@ try {
     if (path == nullptr)
         return false;
     uintmax_t length = 0;
-    const Fd fd = open_regular(path, length);
+    const UniqueFd fd = open_regular(path, length);
     if (!fd)
         return false;
     if (length > limit) {
@@ -146,7 +146,7 @@ try {
     // The temporary name has nothing of the file's own: searches by a word in the name must not come
     // upon what a power failure leaves.
     std::string draft = folder + "/.new-XXXXXX";
-    const Fd fd(mkostemp(draft.data(), O_CLOEXEC));
+    const UniqueFd fd(mkostemp(draft.data(), O_CLOEXEC));
     if (!fd)
         return false;
     if (fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
@@ -177,7 +177,7 @@ bool OrvanFSUtils::writeTxtLineToFile(const char* path, const char* line)
 try {
     if (path == nullptr || line == nullptr)
         return false;
-    const Fd fd = open_file(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode);
+    const UniqueFd fd = open_file(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode);
     const std::string text = std::string(line) + '\n';
     return fd && write_all(fd.get(), text.data(), text.size()) && sync_file(fd.get()) &&
            sync_folder(folder_of(path));
