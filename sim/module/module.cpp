@@ -8,7 +8,8 @@ Module::Module(const Options& options)
       m_commands(options.channel, m_instrument, m_faults, m_log, m_server)
 {
     if (!options.control_path.empty()) {
-        m_control.emplace(m_loop, options.control_path, m_commands);
+        m_control.emplace(m_loop, options.control_path,
+                          [this](std::string_view line) { return m_commands.execute(line); });
     }
 }
 

@@ -1,9 +1,9 @@
 /** A whole module: the instrument, its SCPI port, its faults and its control socket. */
 #pragma once
 
+#include "control/control_server.h"
+#include "control/event_loop.h"
 #include "control_commands.h"
-#include "control_server.h"
-#include "event_loop.h"
 #include "faults.h"
 #include "instrument.h"
 #include "options.h"
@@ -35,13 +35,13 @@ public:
     std::uint16_t port() const { return m_server.port(); }
 
 private:
-    EventLoop m_loop;
+    sim_control::EventLoop m_loop;
     Faults m_faults;
     RequestLog m_log;
     Instrument m_instrument;
     ScpiServer m_server;
     ControlCommands m_commands;
-    std::optional<ControlServer> m_control;
+    std::optional<sim_control::ControlServer> m_control;
 };
 
 } // namespace sim_module

@@ -1,7 +1,7 @@
 /** One client of the SCPI port. Its requests are served one after the other, each reply before the next. */
 #pragma once
 
-#include "event_loop.h"
+#include "control/event_loop.h"
 #include "faults.h"
 #include "request_framer.h"
 #include "unique_fd.h"
@@ -13,7 +13,7 @@ namespace sim_module {
 
 class ScpiServer;
 
-class ScpiConnection : private EventSink {
+class ScpiConnection : private sim_control::EventSink {
 public:
     ScpiConnection(ScpiServer& server, UniqueFd socket);
     ~ScpiConnection() override;
@@ -38,10 +38,10 @@ private:
     ScpiServer& m_server;
     UniqueFd m_socket;
     RequestFramer m_framer;
-    std::vector<ReplyPiece> m_pieces; // of the reply at work
-    std::size_t m_piece = 0;          // the first of them that has not been sent whole
-    EventLoop::TimerId m_timer = 0;   // not 0 while that piece waits for its time
-    short m_events;                   // what the loop watches for
+    std::vector<ReplyPiece> m_pieces;            // of the reply at work
+    std::size_t m_piece = 0;                     // the first of them that has not been sent whole
+    sim_control::EventLoop::TimerId m_timer = 0; // not 0 while that piece waits for its time
+    short m_events;                              // what the loop watches for
     bool m_peer_ended = false;
 };
 

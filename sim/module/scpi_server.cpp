@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 
 } // namespace
 
-ScpiServer::ScpiServer(EventLoop& loop, const std::string& address, std::uint16_t port,
+ScpiServer::ScpiServer(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
                        RequestExecutor& executor, const Faults& faults, RequestLog& log)
     : m_loop(loop), m_address(address), m_port(port), m_executor(executor), m_faults(faults), m_log(log)
 {

@@ -3,7 +3,7 @@
  */
 #pragma once
 
-#include "event_loop.h"
+#include "control/event_loop.h"
 #include "faults.h"
 #include "request_log.h"
 #include "unique_fd.h"
@@ -32,7 +32,7 @@ public:
 
 class ScpiConnection;
 
-class ScpiServer : private EventSink {
+class ScpiServer : private sim_control::EventSink {
 public:
     /**
      * Opens the port, unless the faults keep it closed.
@@ -41,8 +41,8 @@ public:
      * @param port 0 for one that the system chooses
      * @throws std::system_error when the address cannot be listened on
      */
-    ScpiServer(EventLoop& loop, const std::string& address, std::uint16_t port, RequestExecutor& executor,
-               const Faults& faults, RequestLog& log);
+    ScpiServer(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
+               RequestExecutor& executor, const Faults& faults, RequestLog& log);
     ~ScpiServer() override;
 
     ScpiServer(const ScpiServer&) = delete;
@@ -66,14 +66,14 @@ private:
     void close_port();
     void remove(const ScpiConnection& connection);
 
-    EventLoop& m_loop;
+    sim_control::EventLoop& m_loop;
     std::string m_address;
     std::uint16_t m_port;
     RequestExecutor& m_executor;
     const Faults& m_faults;
     RequestLog& m_log;
     UniqueFd m_listener;
-    EventLoop::TimerId m_accept_pause = 0;
+    sim_control::EventLoop::TimerId m_accept_pause = 0;
     std::unordered_map<const ScpiConnection*, std::unique_ptr<ScpiConnection>> m_connections;
     std::array<char, 65536> m_receive_buffer; // of the connection at work
 };

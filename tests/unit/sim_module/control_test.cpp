@@ -117,7 +117,7 @@ TEST_F(Control, SeveralCommandsOfOneConnectionAreAnsweredInOrder)
 TEST_F(Control, ALineWithoutEndEndsTheConnectionAndNotTheModule)
 {
     const int fd = connect_to(control_path());
-    const std::string endless(sim_module::ControlServer::kMaxLine + 1, 'x');
+    const std::string endless(sim_control::ControlServer::kMaxLine + 1, 'x');
     EXPECT_EQ(send(fd, endless.data(), endless.size(), MSG_NOSIGNAL), static_cast<ssize_t>(endless.size()));
     EXPECT_EQ(orvan_test::read_until(fd, "\n"), "");
     close(fd);

@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-namespace sim_module {
+namespace sim_control {
 
 /** One client of the control socket. */
 class ControlConnection : private EventSink {
@@ -49,7 +49,7 @@ private:
         m_line.append(buffer.data(), static_cast<std::size_t>(count));
         std::size_t begin = 0;
         for (std::size_t end = m_line.find('\n'); end != std::string::npos; end = m_line.find('\n', begin)) {
-            m_replies += m_server.m_commands.execute(std::string_view(m_line).substr(begin, end - begin));
+            m_replies += m_server.m_execute(std::string_view(m_line).substr(begin, end - begin));
             begin = end + 1;
         }
         m_line.erase(0, begin);
@@ -96,8 +96,8 @@ bool is_left_over(const sockaddr_un& name)
 
 } // namespace
 
-ControlServer::ControlServer(EventLoop& loop, const std::string& path, ControlCommands& commands)
-    : m_loop(loop), m_path(path), m_commands(commands),
+ControlServer::ControlServer(EventLoop& loop, const std::string& path, Execute execute)
+    : m_loop(loop), m_path(path), m_execute(std::move(execute)),
       m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     sockaddr_un name{};
@@ -136,4 +136,4 @@ void ControlServer::remove(const ControlConnection& connection)
     m_connections.erase(&connection);
 }
 
-} // namespace sim_module
+} // namespace sim_control

@@ -1,4 +1,4 @@
-#include "module/event_loop.h"
+#include "control/event_loop.h"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,8 @@
 #include <vector>
 
 using namespace std::chrono_literals;
-using sim_module::EventLoop;
-using sim_module::EventSink;
-using sim_module::UniqueFd;
+using sim_control::EventLoop;
+using sim_control::EventSink;
 
 namespace {
 

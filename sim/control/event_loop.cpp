@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <system_error>
 
-namespace sim_module {
+namespace sim_control {
 
 EventLoop::EventLoop() : m_stop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
@@ -126,4 +126,4 @@ void EventLoop::stop() noexcept
     errno = saved;
 }
 
-} // namespace sim_module
+} // namespace sim_control

@@ -1,5 +1,5 @@
 /**
- * The one loop that everything in a module runs on: descriptors, timers, and the request to stop.
+ * The one loop that everything in a simulator process runs on: descriptors, timers, and the request to stop.
  *
  * All calls but `stop` belong to the loop's own thread, so nothing that runs on it needs a lock.
  */
@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-namespace sim_module {
+namespace sim_control {
 
 /** What a watched descriptor calls. It may watch, unwatch and destroy anything, itself included. */
 class EventSink {
@@ -68,4 +68,4 @@ private:
     TimerId m_last_timer = 0;
 };
 
-} // namespace sim_module
+} // namespace sim_control

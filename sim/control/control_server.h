@@ -1,30 +1,35 @@
-/** The control socket: any number of connections on a path, commands by line. */
+/** A control socket: any number of connections on a path, commands by line. */
 #pragma once
 
-#include "control_commands.h"
 #include "event_loop.h"
 #include "unique_fd.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
-namespace sim_module {
+namespace sim_control {
 
 class ControlConnection;
 
 class ControlServer : private EventSink {
 public:
+    /** Executes one line, given without its line end. Each line of the reply ends in LF. */
+    using Execute = std::function<std::string(std::string_view line)>;
+
     /** Longest command line in bytes; a connection that sends a longer one is ended. */
     static constexpr std::size_t kMaxLine = 1024;
 
     /**
-     * Listens on the path. A socket that a dead process left there is replaced; one that answers is not.
+     * Listens on the path; commands are executed on the loop's thread. A socket that a dead process left
+     * there is replaced; one that answers is not.
      *
      * @throws std::system_error when the path cannot be listened on
      */
-    ControlServer(EventLoop& loop, const std::string& path, ControlCommands& commands);
+    ControlServer(EventLoop& loop, const std::string& path, Execute execute);
 
     /** Removes the path. */
     ~ControlServer() override;
@@ -40,9 +45,9 @@ private:
 
     EventLoop& m_loop;
     std::string m_path;
-    ControlCommands& m_commands;
+    const Execute m_execute;
     UniqueFd m_listener;
     std::unordered_map<const ControlConnection*, std::unique_ptr<ControlConnection>> m_connections;
 };
 
-} // namespace sim_module
+} // namespace sim_control
