@@ -4,22 +4,11 @@
 #ifndef ORVAN_SDK_OPTION_TABLES_H
 #define ORVAN_SDK_OPTION_TABLES_H
 
-#include <cstddef>
 #include <cstdint>
 
+#include "option_entry.h"
+
 namespace HaldeElec::Orvan {
-
-/** One option; the maintenance protocol sends it as it stands in memory. */
-struct optEntry_t {
-    uint8_t bitStart; /**< its lowest bit in the word */
-    uint8_t bitNum;   /**< its width; 0 for a row with no option behind it */
-    uint8_t modify;   /**< 1 if it may be changed */
-    uint8_t defaults; /**< factory value; CPersistentData::updateOptTable puts the present one here */
-    char symbol[4];   /**< its word in the option text; empty for none */
-};
-static_assert(sizeof(optEntry_t) == 8);
-
-inline constexpr size_t kOptionRows = 16;
 
 /**
  * A table for each platform. Row 0 is the frequency code. They are written to at run time, with no lock;
