@@ -13,9 +13,6 @@ namespace sim_module {
 
 namespace {
 
-constexpr double kLowestTemperature = -273.15;
-constexpr double kHighestTemperature = 1000;
-
 template <typename Number>
 std::optional<Number> parse(std::string_view text)
 {
@@ -124,16 +121,21 @@ std::string ControlCommands::set_fault(FaultMode mode, std::string_view argument
 
 std::string ControlCommands::set_temperature(std::string_view argument)
 {
+    Temperature& temperature = m_instrument.temperature();
+    if (argument.empty()) {
+        return "ok " + quantity_text(temperature.read()) +
+               (temperature.is_held() ? " held\n" : " drifting\n");
+    }
     if (argument == "auto") {
-        m_instrument.temperature().release();
+        temperature.release();
         return kOk;
     }
     const auto celsius = parse<double>(argument);
     // Written so that a value that is not a number is refused too.
-    if (!celsius || !(*celsius >= kLowestTemperature && *celsius <= kHighestTemperature)) {
-        return error("degrees Celsius or \"auto\" expected");
+    if (!celsius || !(*celsius >= Temperature::kLowest && *celsius <= Temperature::kHighest)) {
+        return error("degrees Celsius, -273.15 to 1000, or \"auto\" expected");
     }
-    m_instrument.temperature().hold(*celsius);
+    temperature.hold(*celsius);
     return kOk;
 }
 
@@ -172,6 +174,7 @@ std::string ControlCommands::status() const
     add("requests", std::to_string(m_log.count()));
     add("last_request", quote(m_log.last_line()));
     add("temperature", quantity_text(m_instrument.temperature().read()));
+    add("temperature_held", m_instrument.temperature().is_held() ? "true" : "false");
     add("triggers", std::to_string(m_instrument.triggers()));
     add("clock", quote(m_instrument.clock()));
     return text + "}\n";

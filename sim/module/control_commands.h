@@ -4,7 +4,8 @@
  *   up | silent | refuse | close | long     fault mode ("drop" and "drop-connection" are "close")
  *   slow [MS]                               each reply MS milliseconds late, 1000 without a number
  *   split [MS]                              each reply in two pieces, MS milliseconds apart, 50 without
- *   temp C | temp auto                      temperature in degrees Celsius; auto: the drift of its own
+ *   temp                                    the temperature, "ok 71.5 held" or "ok 42.13 drifting"
+ *   temp C | temp auto                      holds it, degrees Celsius; auto: lets it drift again
  *   status                                  one line of JSON
  *   requests                                number of requests since the start or `clear`
  *   log [N]                                 the last requests, all that are kept or N of them

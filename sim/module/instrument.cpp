@@ -38,8 +38,8 @@ Instrument& instrument_of(scpi_t* context)
     return *static_cast<Instrument*>(context->user_context);
 }
 
-Instrument::Instrument(Identity identity)
-    : m_identity(std::move(identity)), m_settings(frequency_of(m_identity))
+Instrument::Instrument(Identity identity, const Temperature& temperature)
+    : m_identity(std::move(identity)), m_settings(frequency_of(m_identity)), m_temperature(temperature)
 {
     // Messages are executed in place with SCPI_Parse, so the context needs no input buffer of its own.
     SCPI_Init(&m_context, command_table(), &kInterface, scpi_units_def, m_identity.manufacturer.c_str(),

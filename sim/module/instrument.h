@@ -28,7 +28,7 @@ public:
     static constexpr std::size_t kErrorQueueLength = 32;
 
     /** @throws std::invalid_argument for a model that is none of the family */
-    explicit Instrument(Identity identity);
+    explicit Instrument(Identity identity, const Temperature& temperature = Temperature());
     ~Instrument() override;
 
     Instrument(const Instrument&) = delete;

@@ -3,7 +3,7 @@
 namespace sim_module {
 
 Module::Module(const Options& options)
-    : m_instrument(options.identity),
+    : m_instrument(options.identity, Temperature(options.temperature, options.seed)),
       m_server(m_loop, options.address, options.port, m_instrument, m_faults, m_log),
       m_commands(options.channel, m_instrument, m_faults, m_log, m_server)
 {

@@ -50,6 +50,13 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->check(check_model, "MODEL")
         ->capture_default_str();
 
+    app.add_option("--temperature", options.temperature, "Degrees Celsius around which it drifts")
+        ->check(CLI::Range(Temperature::kLowest, Temperature::kHighest))
+        ->capture_default_str();
+    auto* seed =
+        app.add_option("--seed", options.seed, "Seed of the temperature's drift; default: the channel number")
+            ->check(CLI::NonNegativeNumber);
+
     struct TextOption {
         const char* name;
         std::string& text;
@@ -79,6 +86,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     }
     if (options.address.empty()) {
         options.address = default_address(options.channel);
+    }
+    if (seed->count() == 0) {
+        options.seed = static_cast<std::uint64_t>(options.channel);
     }
     if (port->count() == 0) {
         options.port = default_port(options.channel);

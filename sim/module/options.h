@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model.h"
+#include "temperature.h"
 
 #include <cstdint>
 #include <optional>
@@ -11,9 +12,11 @@ namespace sim_module {
 
 struct Options {
     int channel = 1;
-    std::string address;      ///< dotted IPv4
-    std::uint16_t port = 0;   ///< 0: one that the system chooses
-    std::string control_path; ///< empty: no control socket
+    std::string address;                            ///< dotted IPv4
+    std::uint16_t port = 0;                         ///< 0: one that the system chooses
+    std::string control_path;                       ///< empty: no control socket
+    double temperature = Temperature::kDefaultBase; ///< the base of the drift, degrees Celsius
+    std::uint64_t seed = 0;                         ///< of the drift
     Identity identity;
 };
 

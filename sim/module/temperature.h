@@ -1,35 +1,46 @@
-/** The module's temperature: a slow drift around its working point, or what a test has set. */
+/** The module's temperature: a slow drift around its base, or what a test has set. */
 #pragma once
 
+#include <array>
 #include <chrono>
-#include <cmath>
-#include <numbers>
+#include <cstdint>
 #include <optional>
 
 namespace sim_module {
 
 class Temperature {
 public:
-    /** Degrees Celsius, to the hundredth. */
-    double read() const { return std::round(m_fixed.value_or(drift()) * 100) / 100; }
+    static constexpr double kLowest = -273.15;
+    static constexpr double kHighest = 1000;
+    static constexpr double kDefaultBase = 42.0;
+    /** The drift stays within that many degrees of the base. */
+    static constexpr double kSwing = 1.5;
 
-    /** Holds the temperature at that value until `release`. */
-    void hold(double celsius) { m_fixed = celsius; }
-    void release() { m_fixed.reset(); }
+    /** @param seed the same one gives the same drift, counted from the construction */
+    explicit Temperature(double base = kDefaultBase, std::uint64_t seed = 0);
+
+    /** Degrees Celsius, to the hundredth. */
+    double read() const { return read_at(std::chrono::steady_clock::now() - m_start); }
+
+    /** What `read` gives that long after the construction. */
+    double read_at(std::chrono::duration<double> age) const;
+
+    /** Holds the temperature at that value until `release`; the drift goes on unseen. */
+    void hold(double celsius) { m_held = celsius; }
+    void release() { m_held.reset(); }
+    bool is_held() const { return m_held.has_value(); }
 
 private:
-    static constexpr double kWorkingPoint = 42.0;
-    static constexpr double kSwing = 1.5;
-    static constexpr std::chrono::duration<double> kPeriod{600.0};
+    struct Wave {
+        double share; // of the swing
+        double period;
+        double phase; // in periods
+    };
 
-    double drift() const
-    {
-        const std::chrono::duration<double> age = std::chrono::steady_clock::now() - m_start;
-        return kWorkingPoint + kSwing * std::sin(2 * std::numbers::pi * (age / kPeriod));
-    }
-
+    double m_base;
+    std::array<Wave, 3> m_waves; // the shares add up to 1
     std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-    std::optional<double> m_fixed;
+    std::optional<double> m_held{};
 };
 
 } // namespace sim_module

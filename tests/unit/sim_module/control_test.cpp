@@ -39,7 +39,7 @@ TEST_F(Control, StatusTellsWhatTheModuleIsDoing)
               "{\"channel\":1,\"model\":\"OVX3654B\",\"address\":\"127.0.0.1\",\"port\":" + port +
                   ",\"mode\":\"up\",\"delay_ms\":0,\"connections\":0,\"requests\":2,"
                   "\"last_request\":\":SYST:EMUL:MOD \\\"a\\\"\\\\r\\\\n\",\"temperature\":31.25,"
-                  "\"triggers\":1,\"clock\":\"2026-11-20T10:49:43\"}");
+                  "\"temperature_held\":true,\"triggers\":1,\"clock\":\"2026-11-20T10:49:43\"}");
 }
 
 TEST_F(Control, TheLogHasTheExactBytesOfEachRequest)
@@ -69,16 +69,33 @@ TEST_F(Control, ALogOfAThousandLongRequestsComesWhole)
     EXPECT_EQ(control("log").size(), std::string("ok 1000").size() + 1000 * (request.size() + 2));
 }
 
-TEST_F(Control, TheTemperatureIsSetAndReleased)
+TEST_F(Control, TheTemperatureIsHeldAndReleased)
 {
+    EXPECT_TRUE(control("temp").ends_with(" drifting"));
+    EXPECT_NE(control("status").find("\"temperature_held\":false"), std::string::npos);
     EXPECT_EQ(control("temp 71.5"), "ok");
+    EXPECT_EQ(control("temp"), "ok 71.5 held");
     EXPECT_EQ(ask(":SYST:TEMP?\r\n"), "71.5;+OK\r\n");
-    for (const char* wrong : {"temp", "temp hot", "temp 1e9", "temp -300", "temp nan", "temp 5C"}) {
-        EXPECT_EQ(control(wrong), "error degrees Celsius or \"auto\" expected") << wrong;
+    for (const char* wrong : {"temp hot", "temp 1e9", "temp -273.16", "temp 1000.01", "temp nan", "temp inf",
+                              "temp 5C", "temp Auto"}) {
+        EXPECT_EQ(control(wrong), "error degrees Celsius, -273.15 to 1000, or \"auto\" expected") << wrong;
     }
+    EXPECT_EQ(control("temp 5 6"), "error too many arguments");
     EXPECT_EQ(ask(":SYST:TEMP?\r\n"), "71.5;+OK\r\n");
     EXPECT_EQ(control("temp auto"), "ok");
+    EXPECT_TRUE(control("temp").ends_with(" drifting"));
     EXPECT_NE(ask(":SYST:TEMP?\r\n"), "71.5;+OK\r\n");
+    for (const char* limit : {"-273.15", "1000"}) {
+        EXPECT_EQ(control(std::string("temp ") + limit), "ok");
+        EXPECT_EQ(ask(":SYST:TEMP?\r\n"), std::string(limit) + ";+OK\r\n");
+    }
+}
+
+TEST_F(Control, AResetOfTheInstrumentLeavesTheTemperature)
+{
+    EXPECT_EQ(control("temp 71.5"), "ok");
+    ask("*RST\r\n");
+    EXPECT_EQ(control("temp"), "ok 71.5 held");
 }
 
 TEST_F(Control, WhatIsNotUnderstoodIsRefusedAndChangesNothing)

@@ -33,6 +33,8 @@ TEST(ModuleOptions, TheChannelDecidesTheLoopbackAddressAndThePort)
         EXPECT_EQ(options->port, 6000 + channel);
         EXPECT_EQ(options->control_path, "");
         EXPECT_EQ(options->identity.model, "OVX3654B");
+        EXPECT_EQ(options->temperature, 42.0);
+        EXPECT_EQ(options->seed, static_cast<unsigned>(channel));
     }
 }
 
@@ -71,6 +73,11 @@ TEST(ModuleOptions, MistakesEndTheProgramWithAnError)
         {"--channel", "1", "--serial", "a;b"},
         {"--channel", "1", "--serial", ""},
         {"--channel", "1", "--serial", "a\nb"},
+        {"--channel", "1", "--temperature", "1000.1"},
+        {"--channel", "1", "--temperature", "-274"},
+        {"--channel", "1", "--temperature", "warm"},
+        {"--channel", "1", "--seed", "-1"},
+        {"--channel", "1", "--seed", "one"},
         {"--channel", "1", "extra"},
     };
     for (const auto& arguments : mistakes) {
