@@ -1,6 +1,7 @@
 #include "command_table.h"
 
 #include "data_tables.h"
+#include "firmware.h"
 #include "handlers.h"
 #include "settings_table.h"
 
@@ -19,6 +20,8 @@ namespace {
 constexpr std::int32_t kList = static_cast<std::int32_t>(TableKind::kList);
 constexpr std::int32_t kPattern = static_cast<std::int32_t>(TableKind::kPattern);
 constexpr std::int32_t kUserCorrection = static_cast<std::int32_t>(TableKind::kUserCorrection);
+constexpr std::int32_t kSoftware = static_cast<std::int32_t>(ImageKind::kSoftware);
+constexpr std::int32_t kFpga = static_cast<std::int32_t>(ImageKind::kFpga);
 
 // clang-format off
 constexpr scpi_command_t kCommands[] = {
@@ -41,6 +44,10 @@ constexpr scpi_command_t kCommands[] = {
     {"[:SOURce]:CORRection:FLATness:POINts?",  query_flatness_points,   0},
     {"[:SOURce]:CORRection:FLATness:DATA",     set_flatness_data,       0},
     {"[:SOURce]:CORRection:FLATness:PRESet",   preset_flatness,         0},
+
+    {":SYSTem:UPDate:SOFTware",                take_image,              kSoftware},
+    {":SYSTem:UPDate:FPGA",                    take_image,              kFpga},
+    {":SYSTem:RESTart",                        restart,                 0},
 
     {":SYSTem:CLOCk",                          set_clock,               0},
 

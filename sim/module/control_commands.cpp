@@ -6,6 +6,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <system_error>
 
@@ -63,6 +65,9 @@ const std::string kOk = "ok\n";
 std::string ControlCommands::execute(std::string_view line)
 {
     const std::string_view command = next_word(line);
+    if (command == "update") {
+        return set_update_fault(line);
+    }
     const std::string_view argument = next_word(line);
     if (!line.empty()) {
         return error("too many arguments");
@@ -116,6 +121,42 @@ std::string ControlCommands::set_fault(FaultMode mode, std::string_view argument
         m_faults.set(old_mode, old_delay);
         return error(failure.what());
     }
+    return kOk;
+}
+
+std::string ControlCommands::set_update_fault(std::string_view arguments)
+{
+    Firmware& firmware = m_instrument.firmware();
+    const std::string_view name = next_word(arguments);
+    const std::string_view argument = next_word(arguments);
+    if (!arguments.empty()) {
+        return error("too many arguments");
+    }
+    if (name.empty()) {
+        return "ok " + std::string(update_fault_name(firmware.fault())) + "\n";
+    }
+    const auto fault = update_fault_by_name(name);
+    if (!fault) {
+        return error("update up, silent-stream, silent-burn, late or refuse expected");
+    }
+    std::uint16_t from = 1;
+    std::chrono::milliseconds late = Firmware::kDefaultLate;
+    if (!argument.empty() && *fault == UpdateFault::kSilentStream) {
+        const auto block = parse<std::uint16_t>(argument);
+        if (!block) {
+            return error("number of a block expected, 0 to 65535");
+        }
+        from = *block;
+    } else if (!argument.empty() && *fault == UpdateFault::kLate) {
+        const auto number = parse<std::int64_t>(argument);
+        if (!number || *number < 0 || *number > Firmware::kMaxLate.count()) {
+            return error("milliseconds expected, 0 to 600000");
+        }
+        late = std::chrono::milliseconds(*number);
+    } else if (!argument.empty()) {
+        return error("no argument expected");
+    }
+    firmware.set_fault(*fault, from, late);
     return kOk;
 }
 
@@ -177,7 +218,25 @@ std::string ControlCommands::status() const
     add("temperature_held", m_instrument.temperature().is_held() ? "true" : "false");
     add("triggers", std::to_string(m_instrument.triggers()));
     add("clock", quote(m_instrument.clock()));
+    add("restarts", std::to_string(m_instrument.restarts()));
+    add("away", m_server.is_away() ? "true" : "false");
+    add("firmware_port", std::to_string(m_firmware_port ? m_firmware_port->port() : 0));
+    add("update", quote(update_fault_name(m_instrument.firmware().fault())));
+    add("images", images());
     return text + "}\n";
+}
+
+std::string ControlCommands::images() const
+{
+    std::string text = "{";
+    for (const ImageKind kind : {ImageKind::kSoftware, ImageKind::kFpga, ImageKind::kProgram}) {
+        const Firmware::Image& image = m_instrument.firmware().image(kind);
+        char line[80];
+        std::snprintf(line, sizeof line, "{\"stored\":%u,\"size\":%zu,\"crc32\":\"%08X\"}", image.stored,
+                      image.size, static_cast<unsigned>(image.crc32));
+        text += (text.size() == 1 ? "" : ",") + quote(image_name(kind)) + ":" + line;
+    }
+    return text + "}";
 }
 
 } // namespace sim_module

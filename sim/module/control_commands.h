@@ -4,6 +4,10 @@
  *   up | silent | refuse | close | long     fault mode ("drop" and "drop-connection" are "close")
  *   slow [MS]                               each reply MS milliseconds late, 1000 without a number
  *   split [MS]                              each reply in two pieces, MS milliseconds apart, 50 without
+ *   update                                  the update fault
+ *   update up | silent-burn | refuse        sets it (firmware.h)
+ *   update silent-stream [N]                from block N on, 1 without a number
+ *   update late [MS]                        MS milliseconds, 2500 without a number
  *   temp                                    the temperature, "ok 71.5 held" or "ok 42.13 drifting"
  *   temp C | temp auto                      holds it, degrees Celsius; auto: lets it drift again
  *   status                                  one line of JSON
@@ -16,10 +20,12 @@
 #pragma once
 
 #include "faults.h"
+#include "firmware_port.h"
 #include "instrument.h"
 #include "request_log.h"
 #include "scpi_server.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -27,8 +33,10 @@ namespace sim_module {
 
 class ControlCommands {
 public:
-    ControlCommands(int channel, Instrument& instrument, Faults& faults, RequestLog& log, ScpiServer& server)
-        : m_channel(channel), m_instrument(instrument), m_faults(faults), m_log(log), m_server(server)
+    ControlCommands(int channel, Instrument& instrument, Faults& faults, RequestLog& log, ScpiServer& server,
+                    const std::optional<FirmwarePort>& firmware_port)
+        : m_channel(channel), m_instrument(instrument), m_faults(faults), m_log(log), m_server(server),
+          m_firmware_port(firmware_port)
     {
     }
 
@@ -37,15 +45,18 @@ public:
 
 private:
     std::string set_fault(FaultMode mode, std::string_view argument);
+    std::string set_update_fault(std::string_view arguments);
     std::string set_temperature(std::string_view argument);
     std::string list_requests(std::string_view argument) const;
     std::string status() const;
+    std::string images() const;
 
     int m_channel;
     Instrument& m_instrument;
     Faults& m_faults;
     RequestLog& m_log;
     ScpiServer& m_server;
+    const std::optional<FirmwarePort>& m_firmware_port;
 };
 
 } // namespace sim_module

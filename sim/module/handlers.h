@@ -29,7 +29,14 @@ scpi_result_t store_file(scpi_t* context);    ///< "name"
 scpi_result_t load_file(scpi_t* context);     ///< "name"
 scpi_result_t delete_file(scpi_t* context);   ///< "name"
 
+// Tag: an ImageKind.
+
+/** A block with the image. An empty one is error -161, one that the module will not have -250. */
+scpi_result_t take_image(scpi_t* context);
+
 // Without a tag.
+
+scpi_result_t restart(scpi_t* context); ///< the module answers, and is gone for a while
 
 scpi_result_t delete_file_of_any_kind(scpi_t* context); ///< "name"
 scpi_result_t delete_all_files(scpi_t* context);

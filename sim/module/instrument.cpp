@@ -55,6 +55,7 @@ Instrument::~Instrument()
 
 std::string Instrument::execute(std::string_view request)
 {
+    m_brought_image = false;
     m_request.assign(request);
     SCPI_Parse(&m_context, m_request.data(), m_request.size());
     return finish_reply();
@@ -62,8 +63,41 @@ std::string Instrument::execute(std::string_view request)
 
 std::string Instrument::refuse_overrun()
 {
+    m_brought_image = false;
     SCPI_ErrorPush(&m_context, -363);
     return finish_reply();
+}
+
+std::optional<std::chrono::milliseconds> Instrument::reply_delay() const
+{
+    if (!m_brought_image) {
+        return std::chrono::milliseconds(0);
+    }
+    if (!m_firmware.takes_request()) {
+        return std::nullopt;
+    }
+    return m_firmware.lateness();
+}
+
+bool Instrument::take_image(ImageKind kind, std::string_view bytes)
+{
+    m_brought_image = true;
+    if (m_firmware.refuses()) {
+        return false;
+    }
+    if (m_firmware.takes_request()) {
+        m_firmware.store(kind, bytes);
+    }
+    return true;
+}
+
+void Instrument::restart()
+{
+    ++m_restarts;
+    reset();
+    if (m_restart_action) {
+        m_restart_action();
+    }
 }
 
 void Instrument::reset()

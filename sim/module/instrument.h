@@ -5,6 +5,7 @@
 #pragma once
 
 #include "data_store.h"
+#include "firmware.h"
 #include "model.h"
 #include "scpi_server.h"
 #include "settings.h"
@@ -13,8 +14,11 @@
 #include "scpi/types.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -47,6 +51,8 @@ public:
     /** Error -363, as a reply. */
     std::string refuse_overrun() override;
 
+    std::optional<std::chrono::milliseconds> reply_delay() const override;
+
     /** "*RST": settings and tables in memory; files, registers and the error queue stay. */
     void reset();
 
@@ -55,6 +61,18 @@ public:
     DataStore& store() { return m_store; }
     Temperature& temperature() { return m_temperature; }
     const Temperature& temperature() const { return m_temperature; }
+
+    Firmware& firmware() { return m_firmware; }
+
+    /** Takes an image of a request, or leaves it, as the update faults say. @return false to refuse it */
+    bool take_image(ImageKind kind, std::string_view bytes);
+
+    /** What a restart does beyond the instrument; called within the request that asks for it. */
+    void set_restart_action(std::function<void()> action) { m_restart_action = std::move(action); }
+
+    /** Of ":SYSTem:RESTart". The reply still goes out. */
+    void restart();
+    std::uint64_t restarts() const { return m_restarts; }
 
     /** Counts a trigger of "*TRG". */
     void trigger() { ++m_triggers; }
@@ -78,6 +96,10 @@ private:
     Settings m_settings;
     DataStore m_store;
     Temperature m_temperature;
+    Firmware m_firmware;
+    bool m_brought_image = false; // the request at work
+    std::function<void()> m_restart_action;
+    std::uint64_t m_restarts = 0;
     std::uint64_t m_triggers = 0;
     std::string m_clock;
 

@@ -1,15 +1,17 @@
-/** A whole module: the instrument, its SCPI port, its faults and its control socket. */
+/** A whole module: the instrument, its SCPI and firmware ports, its faults and its control socket. */
 #pragma once
 
 #include "control/control_server.h"
 #include "control/event_loop.h"
 #include "control_commands.h"
 #include "faults.h"
+#include "firmware_port.h"
 #include "instrument.h"
 #include "options.h"
 #include "request_log.h"
 #include "scpi_server.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,12 +36,20 @@ public:
     const std::string& address() const { return m_server.address(); }
     std::uint16_t port() const { return m_server.port(); }
 
+    /** 0 when there is none. */
+    std::uint16_t firmware_port() const { return m_firmware_port ? m_firmware_port->port() : 0; }
+
 private:
+    void go_away();
+    void come_back();
+
     sim_control::EventLoop m_loop;
     Faults m_faults;
     RequestLog m_log;
     Instrument m_instrument;
     ScpiServer m_server;
+    std::optional<FirmwarePort> m_firmware_port;
+    std::chrono::milliseconds m_restart_time;
     ControlCommands m_commands;
     std::optional<sim_control::ControlServer> m_control;
 };

@@ -37,7 +37,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
 {
     Options options;
     Identity& identity = options.identity;
-    CLI::App app("A simulated RF channel module: SCPI over TCP, with faults to order.", "orvan-module");
+    CLI::App app(
+        "A simulated RF channel module: SCPI over TCP and a firmware port over UDP, with faults to order.",
+        "orvan-module");
     app.set_version_flag("--version", "orvan-module " ORVAN_VERSION);
     app.add_option("--channel", options.channel, "Channel number, 1 to 4")
         ->required()
@@ -45,6 +47,12 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     app.add_option("--address", options.address, "IPv4 address to listen on; default 127.0.(6+channel).1")
         ->check(CLI::ValidIPV4);
     auto* port = app.add_option("--port", options.port, "TCP port, 0 for a free one; default 6000+channel");
+    app.add_option("--firmware-port", options.firmware_port,
+                   "UDP port that takes streams of firmware, 0 for a free one; default: none");
+    int restart_time = static_cast<int>(options.restart_time.count());
+    app.add_option("--restart-time", restart_time, "Milliseconds for which a restart takes it away")
+        ->check(CLI::Range(0, 600'000))
+        ->capture_default_str();
     app.add_option("--control", options.control_path, "Path of the control socket; default: none");
     app.add_option("--model", identity.model, "Model, which decides the highest frequency")
         ->check(check_model, "MODEL")
@@ -84,6 +92,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         exit_code = app.exit(error);
         return std::nullopt;
     }
+    options.restart_time = std::chrono::milliseconds(restart_time);
     if (options.address.empty()) {
         options.address = default_address(options.channel);
     }

@@ -4,6 +4,7 @@
 #include "model.h"
 #include "temperature.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,6 +15,8 @@ struct Options {
     int channel = 1;
     std::string address;                            ///< dotted IPv4
     std::uint16_t port = 0;                         ///< 0: one that the system chooses
+    std::optional<std::uint16_t> firmware_port;     ///< UDP, 0 as above; nothing: none
+    std::chrono::milliseconds restart_time{1000};   ///< for which it is gone
     std::string control_path;                       ///< empty: no control socket
     double temperature = Temperature::kDefaultBase; ///< the base of the drift, degrees Celsius
     std::uint64_t seed = 0;                         ///< of the drift

@@ -11,8 +11,8 @@ namespace sim_module {
 
 class RequestFramer {
 public:
-    /** Longest request in bytes, line end included. */
-    static constexpr std::size_t kMaxRequest = 1024 * 1024;
+    /** Longest request in bytes, line end included: a package of software for the module fits. */
+    static constexpr std::size_t kMaxRequest = 16 * 1024 * 1024;
 
     enum class Result {
         kNone,    ///< what is buffered belongs to a request that goes on

@@ -95,6 +95,11 @@ ScpiConnection::State ScpiConnection::serve_requests()
             m_pieces = faults.shape(result == RequestFramer::Result::kTooLong
                                         ? m_server.m_executor.refuse_overrun()
                                         : m_server.m_executor.execute(request));
+            if (const auto delay = m_server.m_executor.reply_delay()) {
+                m_pieces.front().delay += *delay;
+            } else {
+                m_pieces.clear();
+            }
             m_piece = 0;
             state = send_pieces();
         }

@@ -1,8 +1,8 @@
 #include "scpi_server.h"
 
 #include "scpi_connection.h"
+#include "socket_name.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <system_error>
+#include <utility>
 
 namespace sim_module {
 
@@ -17,11 +18,6 @@ namespace {
 
 // Descriptors are short when accept fails for good; connections that end meanwhile give some back.
 constexpr std::chrono::milliseconds kAcceptPause{100};
-
-[[noreturn]] void throw_errno(const char* what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 } // namespace
 
@@ -40,22 +36,30 @@ ScpiServer::~ScpiServer()
 
 void ScpiServer::apply_faults()
 {
-    if (m_faults.port_open() && !m_listener) {
+    const bool open = m_faults.port_open() && !m_away;
+    if (open && !m_listener) {
         open_port();
-    } else if (!m_faults.port_open() && m_listener) {
+    } else if (!open && m_listener) {
         close_port();
+    }
+}
+
+void ScpiServer::set_away(bool away)
+{
+    if (away) {
+        m_connections.clear();
+    }
+    const bool before = std::exchange(m_away, away);
+    try {
+        apply_faults();
+    } catch (const std::system_error&) {
+        m_away = before;
+        throw;
     }
 }
 
 void ScpiServer::open_port()
 {
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_port = htons(m_port);
-    if (inet_pton(AF_INET, m_address.c_str(), &name.sin_addr) != 1) {
-        errno = EINVAL;
-        throw_errno(m_address.c_str());
-    }
     UniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
     // Accepted sockets inherit TCP_NODELAY, which saves a call for each connection.
@@ -63,13 +67,10 @@ void ScpiServer::open_port()
         setsockopt(listener.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
         throw_errno("socket");
     }
-    socklen_t size = sizeof name;
-    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&name), size) != 0 ||
-        listen(listener.get(), SOMAXCONN) != 0 ||
-        getsockname(listener.get(), reinterpret_cast<sockaddr*>(&name), &size) != 0) {
+    m_port = bind_socket(listener.get(), m_address, m_port);
+    if (listen(listener.get(), SOMAXCONN) != 0) {
         throw_errno((m_address + ":" + std::to_string(m_port)).c_str());
     }
-    m_port = ntohs(name.sin_port);
     m_listener = std::move(listener);
     m_loop.watch(m_listener.get(), POLLIN, *this);
 }

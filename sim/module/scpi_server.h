@@ -9,9 +9,11 @@
 #include "unique_fd.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -28,6 +30,9 @@ public:
 
     /** The reply to a request that was longer than the module takes. */
     virtual std::string refuse_overrun() = 0;
+
+    /** How long the reply to the last request is held back; nothing when there is to be none. */
+    virtual std::optional<std::chrono::milliseconds> reply_delay() const = 0;
 };
 
 class ScpiConnection;
@@ -58,6 +63,10 @@ public:
     /** Opens or closes the port as the faults now say. Throws as the constructor does. */
     void apply_faults();
 
+    /** While away the port is closed, and the connections are ended. Throws as the constructor does. */
+    void set_away(bool away);
+    bool is_away() const { return m_away; }
+
 private:
     friend class ScpiConnection;
 
@@ -73,6 +82,7 @@ private:
     const Faults& m_faults;
     RequestLog& m_log;
     UniqueFd m_listener;
+    bool m_away = false;
     sim_control::EventLoop::TimerId m_accept_pause = 0;
     std::unordered_map<const ScpiConnection*, std::unique_ptr<ScpiConnection>> m_connections;
     std::array<char, 65536> m_receive_buffer; // of the connection at work

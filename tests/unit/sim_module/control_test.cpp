@@ -31,7 +31,7 @@ int connect_to(const std::string& path)
 TEST_F(Control, StatusTellsWhatTheModuleIsDoing)
 {
     EXPECT_EQ(control("temp 31.25"), "ok");
-    ask(":TRIG:SOUR BUS;*TRG;:SYST:CLOC 2026,11,20,10,49,43\r\n");
+    ask(":TRIG:SOUR BUS;*TRG;:SYST:CLOC 2026,11,20,10,49,43;:SYST:UPD:FPGA #19123456789\r\n");
     ask(":SYST:EMUL:MOD \"a\"\r\n");
     const std::string port = std::to_string(module().port());
     EXPECT_TRUE(eventually([&] { return control("status").find("\"connections\":0") != std::string::npos; }));
@@ -39,7 +39,14 @@ TEST_F(Control, StatusTellsWhatTheModuleIsDoing)
               "{\"channel\":1,\"model\":\"OVX3654B\",\"address\":\"127.0.0.1\",\"port\":" + port +
                   ",\"mode\":\"up\",\"delay_ms\":0,\"connections\":0,\"requests\":2,"
                   "\"last_request\":\":SYST:EMUL:MOD \\\"a\\\"\\\\r\\\\n\",\"temperature\":31.25,"
-                  "\"temperature_held\":true,\"triggers\":1,\"clock\":\"2026-11-20T10:49:43\"}");
+                  "\"temperature_held\":true,\"triggers\":1,\"clock\":\"2026-11-20T10:49:43\",\"restarts\":0,"
+                  "\"away\":false,"
+                  "\"firmware_port\":" +
+                  std::to_string(module().firmware_port()) +
+                  ",\"update\":\"up\",\"images\":{"
+                  "\"software\":{\"stored\":0,\"size\":0,\"crc32\":\"00000000\"},"
+                  "\"fpga\":{\"stored\":1,\"size\":9,\"crc32\":\"CBF43926\"},"
+                  "\"program\":{\"stored\":0,\"size\":0,\"crc32\":\"00000000\"}}}");
 }
 
 TEST_F(Control, TheLogHasTheExactBytesOfEachRequest)
@@ -119,6 +126,42 @@ TEST_F(Control, DelaysHaveDefaults)
     EXPECT_NE(control("status").find("\"mode\":\"slow\",\"delay_ms\":1000"), std::string::npos);
     EXPECT_EQ(control(" split\t \r"), "ok");
     EXPECT_NE(control("status").find("\"mode\":\"split\",\"delay_ms\":50"), std::string::npos);
+}
+
+TEST_F(Control, TheUpdateFaultIsSetAndTold)
+{
+    EXPECT_EQ(control("update"), "ok up");
+    for (const char* fault :
+         {"silent-stream", "silent-stream 65535", "silent-burn", "late", "late 600000", "refuse", "up"}) {
+        EXPECT_EQ(control(std::string("update ") + fault), "ok") << fault;
+        const std::string name = std::string(fault).substr(0, std::string(fault).find(' '));
+        EXPECT_EQ(control("update"), "ok " + name);
+        EXPECT_NE(control("status").find("\"update\":\"" + name + "\""), std::string::npos);
+    }
+}
+
+TEST_F(Control, AnUpdateFaultThatIsNotUnderstoodChangesNothing)
+{
+    EXPECT_EQ(control("update refuse"), "ok");
+    EXPECT_EQ(control("update never"),
+              "error update up, silent-stream, silent-burn, late or refuse expected");
+    EXPECT_EQ(control("update Up"), "error update up, silent-stream, silent-burn, late or refuse expected");
+    EXPECT_EQ(control("update up 1"), "error no argument expected");
+    EXPECT_EQ(control("update silent-burn 1"), "error no argument expected");
+    EXPECT_EQ(control("update silent-stream x"), "error number of a block expected, 0 to 65535");
+    EXPECT_EQ(control("update silent-stream 65536"), "error number of a block expected, 0 to 65535");
+    EXPECT_EQ(control("update late -1"), "error milliseconds expected, 0 to 600000");
+    EXPECT_EQ(control("update late 600001"), "error milliseconds expected, 0 to 600000");
+    EXPECT_EQ(control("update late 1 2"), "error too many arguments");
+    EXPECT_EQ(control("update"), "ok refuse");
+}
+
+TEST_F(Control, AFaultOfTheServerLeavesThatOfUpdates)
+{
+    EXPECT_EQ(control("update refuse"), "ok");
+    EXPECT_EQ(control("silent"), "ok");
+    EXPECT_EQ(control("up"), "ok");
+    EXPECT_EQ(control("update"), "ok refuse");
 }
 
 TEST_F(Control, SeveralCommandsOfOneConnectionAreAnsweredInOrder)

@@ -78,6 +78,8 @@ void ModuleTest::SetUp()
     sim_module::Options options;
     options.address = "127.0.0.1";
     options.control_path = m_control_path;
+    options.firmware_port = 0;
+    options.restart_time = kRestartTime;
     m_module = std::make_unique<sim_module::Module>(options);
     m_thread = std::thread([this] { m_module->run(); });
 }

@@ -42,6 +42,8 @@ private:
 
 class ModuleTest : public testing::Test {
 protected:
+    static constexpr std::chrono::milliseconds kRestartTime{50};
+
     void SetUp() override;
     void TearDown() override;
 

@@ -31,6 +31,8 @@ TEST(ModuleOptions, TheChannelDecidesTheLoopbackAddressAndThePort)
         EXPECT_EQ(options->channel, channel);
         EXPECT_EQ(options->address, "127.0." + std::to_string(6 + channel) + ".1");
         EXPECT_EQ(options->port, 6000 + channel);
+        EXPECT_EQ(options->firmware_port, std::nullopt);
+        EXPECT_EQ(options->restart_time.count(), 1000);
         EXPECT_EQ(options->control_path, "");
         EXPECT_EQ(options->identity.model, "OVX3654B");
         EXPECT_EQ(options->temperature, 42.0);
@@ -42,14 +44,19 @@ TEST(ModuleOptions, EverythingCanBeGiven)
 {
     int exit_code = -1;
     const auto options =
-        parse({"--channel=2", "--address=127.0.0.5", "--port=0", "--control=/tmp/c", "--model=OVX5351P",
-               "--manufacturer=M", "--serial=S", "--hardware=H", "--firmware=F", "--fpga=G",
-               "--calibration-date=C", "--rf-revision=R", "--digital-revision=D"},
+        parse({"--channel=2", "--address=127.0.0.5", "--port=0", "--control=/tmp/c", "--firmware-port=7502",
+               "--restart-time=0", "--model=OVX5351P", "--manufacturer=M", "--serial=S", "--hardware=H",
+               "--firmware=F", "--fpga=G", "--calibration-date=C", "--temperature=-10.5",
+               "--seed=18446744073709551615", "--rf-revision=R", "--digital-revision=D"},
               exit_code);
     ASSERT_TRUE(options);
     EXPECT_EQ(options->address, "127.0.0.5");
     EXPECT_EQ(options->port, 0);
+    EXPECT_EQ(options->firmware_port, 7502);
+    EXPECT_EQ(options->restart_time.count(), 0);
     EXPECT_EQ(options->control_path, "/tmp/c");
+    EXPECT_EQ(options->temperature, -10.5);
+    EXPECT_EQ(options->seed, UINT64_MAX);
     const sim_module::Identity& identity = options->identity;
     EXPECT_EQ(identity.model, "OVX5351P");
     EXPECT_EQ(identity.manufacturer + identity.serial + identity.hardware + identity.firmware +

@@ -1,0 +1,75 @@
+/**
+ * The module's firmware port (UDP): a stream of frames in, an acknowledgement of each out, and behind the
+ * last one frames of the burning and a final frame, all to where the frame came from.
+ *
+ * | Answer          | block             | size | stateMode | info       | data                         |
+ * |-----------------|-------------------|------|-----------|------------|------------------------------|
+ * | acknowledgement | expected next     | 0    | as it was | as it was  | none                         |
+ * | progress        | percent, 10 a time| 0    | 0         | 0          | none                         |
+ * | final           | 0                 | EOD  | 0xFFFF    | 0 or error | what became of it, with a NUL|
+ *
+ * `opcode` and `mac` are those of the frame that is answered. The errors: IF_ERROR_INV_LENGTH for an image
+ * that is empty or has gaps, IF_ERROR_INV_BIN_HEADER_FORMAT for one that is refused.
+ */
+#pragma once
+
+#include "control/event_loop.h"
+#include "firmware.h"
+#include "firmware_stream.h"
+#include "maintenance_frame.h"
+#include "unique_fd.h"
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace sim_module {
+
+class FirmwarePort : private sim_control::EventSink {
+public:
+    /** Between two frames of the burning. */
+    static constexpr std::chrono::milliseconds kBurnStep{20};
+
+    /**
+     * @param address dotted IPv4
+     * @param port    0 for one that the system chooses
+     * @throws std::system_error when the address cannot be had
+     */
+    FirmwarePort(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
+                 Firmware& firmware);
+    ~FirmwarePort() override;
+
+    FirmwarePort(const FirmwarePort&) = delete;
+    FirmwarePort& operator=(const FirmwarePort&) = delete;
+
+    std::uint16_t port() const { return m_port; }
+
+    /** While away nobody is answered; what was under way is forgotten. */
+    void set_away(bool away);
+
+private:
+    using Frame = HaldeElec::Orvan::HALDE_PACKET;
+
+    void on_ready(short revents) override;
+    void answer(const Frame& frame, std::size_t length);
+    void acknowledge();
+    void burn(std::uint16_t percent);
+    void finish(std::uint32_t error, std::string_view text);
+    Frame frame_back() const;
+
+    sim_control::EventLoop& m_loop;
+    Firmware& m_firmware;
+    UniqueFd m_socket;
+    std::uint16_t m_port;
+    FirmwareStream m_stream;
+    Frame m_frame{};      // the one at work; behind the last one of a stream, that
+    sockaddr_in m_peer{}; // where it came from
+    sim_control::EventLoop::TimerId m_burning = 0;
+    bool m_away = false;
+};
+
+} // namespace sim_module

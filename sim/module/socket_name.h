@@ -1,0 +1,19 @@
+/** What the module's sockets have in common. */
+#pragma once
+
+#include <cstdint>
+#include <netinet/in.h>
+#include <string>
+
+namespace sim_module {
+
+/** Throws what `errno` says as std::system_error. */
+[[noreturn]] void throw_errno(const char* what);
+
+/** @param address dotted IPv4; std::system_error for anything else */
+sockaddr_in socket_name(const std::string& address, std::uint16_t port);
+
+/** Binds the socket, and gives the port that it has then. Throws std::system_error. */
+std::uint16_t bind_socket(int fd, const std::string& address, std::uint16_t port);
+
+} // namespace sim_module
