@@ -57,7 +57,8 @@ void Gpio::pin_mode(int pin, int mode)
 void Gpio::write(int pin, int value)
 {
     change(pin, [&](Pin& changed) {
-        m_trace.add("pin %d = %d%s", pin, value, obstacle(pin));
+        m_trace.add(
+            [pin, value, note = obstacle(pin)] { return formatted("pin %d = %d%s", pin, value, note); });
         if (usable(pin))
             changed.latch = value == 0 ? 0 : 1;
     });
@@ -67,7 +68,7 @@ int Gpio::read(int pin)
 {
     std::lock_guard lock(m_mutex);
     const int level = usable(pin) ? m_pins[static_cast<std::size_t>(pin)].level() : 0;
-    m_trace.add("pin %d -> %d%s", pin, level, obstacle(pin));
+    m_trace.add([pin, level, note = obstacle(pin)] { return formatted("pin %d -> %d%s", pin, level, note); });
     return level;
 }
 

@@ -2,6 +2,8 @@
 
 #include "board/descriptor.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <linux/spi/spidev.h>
@@ -34,6 +36,13 @@ const char* request_name(unsigned long request)
     default:
         return is_message(request) ? "spi message" : "spi request";
     }
+}
+
+std::array<unsigned char, kShownBytes> first_bytes(const std::vector<std::uint8_t>& bytes)
+{
+    std::array<unsigned char, kShownBytes> first{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), first.size()), first.begin());
+    return first;
 }
 
 template <typename T>
@@ -230,10 +239,11 @@ int SpiBus::message(const std::string& path, const Node& node, std::span<const s
         clocked += static_cast<int>(transfer.len);
 
         const bool stays_selected = i + 1 < transfers.size() && transfer.cs_change == 0;
-        m_trace.add("spi %s: %s%s%s%s", std::string(name).c_str(),
-                    hex_bytes(sent.data(), sent.size()).c_str(), transfer.rx_buf != 0 ? " -> " : "",
-                    transfer.rx_buf != 0 ? hex_bytes(received.data(), received.size()).c_str() : "",
-                    stays_selected ? " +" : "");
+        m_trace.add([name, count = sent.size(), out = first_bytes(sent), in = first_bytes(received),
+                     both = transfer.rx_buf != 0, stays_selected] {
+            return "spi " + std::string(name) + ": " + hex_bytes(out.data(), count) +
+                   (both ? " -> " + hex_bytes(in.data(), count) : "") + (stays_selected ? " +" : "");
+        });
         if (transfer.delay_usecs != 0) {
             m_trace.add("spi delay %d", transfer.delay_usecs);
             m_clock.sleep_us(transfer.delay_usecs);

@@ -3,49 +3,87 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace sim_board {
 
-void Trace::add(const char* format, ...)
+namespace {
+
+thread_local std::uint64_t t_added = 0;
+
+std::string vformatted(const char* format, va_list arguments)
 {
-    char line[256];
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    return text;
+}
+
+} // namespace
+
+std::string formatted(const char* format, ...)
+{
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(line, sizeof line, format, arguments);
+    std::string text = vformatted(format, arguments);
     va_end(arguments);
+    return text;
+}
 
+std::uint64_t Trace::added_by_this_thread()
+{
+    return t_added;
+}
+
+void Trace::add(Line line)
+{
+    ++t_added;
     std::lock_guard lock(m_mutex);
-    m_lines.emplace_back(line);
+    m_lines.push_back(std::move(line));
     if (m_lines.size() > m_limit) {
         m_lines.pop_front();
         ++m_dropped;
     }
 }
 
+void Trace::add(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    std::string text = vformatted(format, arguments);
+    va_end(arguments);
+    add([text = std::move(text)] { return text; });
+}
+
 std::vector<std::string> Trace::lines() const
 {
-    std::lock_guard lock(m_mutex);
-    return {m_lines.begin(), m_lines.end()};
+    return lines_with({""});
 }
 
 std::vector<std::string> Trace::lines_with(std::initializer_list<std::string_view> prefixes) const
 {
     std::vector<std::string> found;
     std::lock_guard lock(m_mutex);
-    std::copy_if(m_lines.begin(), m_lines.end(), std::back_inserter(found), [&](const std::string& line) {
-        return std::any_of(prefixes.begin(), prefixes.end(),
-                           [&](std::string_view prefix) { return line.starts_with(prefix); });
-    });
+    for (const Line& line : m_lines) {
+        std::string text = line();
+        if (std::any_of(prefixes.begin(), prefixes.end(),
+                        [&](std::string_view prefix) { return text.starts_with(prefix); }))
+            found.push_back(std::move(text));
+    }
     return found;
 }
 
 std::vector<std::string> Trace::take()
 {
-    std::lock_guard lock(m_mutex);
-    std::vector<std::string> taken(m_lines.begin(), m_lines.end());
-    m_lines.clear();
-    m_dropped = 0;
-    return taken;
+    std::deque<Line> taken;
+    {
+        std::lock_guard lock(m_mutex);
+        taken.swap(m_lines);
+        m_dropped = 0;
+    }
+    std::vector<std::string> texts;
+    for (const Line& line : taken)
+        texts.push_back(line());
+    return texts;
 }
 
 void Trace::clear()
@@ -63,14 +101,10 @@ std::size_t Trace::dropped() const
 
 std::string hex_bytes(const unsigned char* bytes, std::size_t count)
 {
-    constexpr std::size_t kShown = 16;
     std::string text;
-    for (std::size_t i = 0; i < std::min(count, kShown); ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, i == 0 ? "%02x" : " %02x", bytes[i]);
-        text += digits;
-    }
-    if (count > kShown)
+    for (std::size_t i = 0; i < std::min(count, kShownBytes); ++i)
+        text += formatted(i == 0 ? "%02x" : " %02x", bytes[i]);
+    if (count > kShownBytes)
         text += " ... " + std::to_string(count) + " bytes";
     return text;
 }

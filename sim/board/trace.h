@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -25,7 +27,8 @@ namespace sim_board {
 ///     i2c 0x20 open
 ///     i2c 0x20 [0x12] = 0x04            four digits for a word; "-> 0x04" when read
 ///     lock 0                            once it is held; unlock 0
-///     delay 50000                       microseconds, when the wait begins
+///     delay 50000                       microseconds, when the wait begins; on a clock that runs, a thread
+///                                       that polls what is not on the board has its first wait only
 ///
 /// A failed access ends in "-> " and the name of its errno. Transfers above 16 bytes show the first 16 and
 /// the count. Thread-safe.
@@ -34,7 +37,14 @@ public:
     /// Beyond `limit` lines the oldest are dropped, so that a board that runs for weeks stays small.
     explicit Trace(std::size_t limit = 65536) : m_limit(limit) {}
 
+    /// Makes the text of a line. It is called when somebody asks for the line, on any thread and as often as
+    /// one asks, so it holds what it needs by value. Few of the lines that are kept are ever read.
+    using Line = std::function<std::string()>;
+    void add(Line line);
     void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    /// How many lines, of any trace, the calling thread has added since it began.
+    static std::uint64_t added_by_this_thread();
 
     std::vector<std::string> lines() const;
     /// The lines that begin with one of the prefixes, in order.
@@ -48,11 +58,15 @@ public:
 private:
     const std::size_t m_limit;
     mutable std::mutex m_mutex;
-    std::deque<std::string> m_lines;
+    std::deque<Line> m_lines;
     std::size_t m_dropped = 0;
 };
 
-/// "00 7f ff", the first 16 bytes and "... 1027 bytes" when there are more.
+/// What printf would print, cut behind 255 characters.
+std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// "00 7f ff", the first 16 bytes and "... 1027 bytes" when there are more, which are not looked at.
+constexpr std::size_t kShownBytes = 16;
 std::string hex_bytes(const unsigned char* bytes, std::size_t count);
 
 } // namespace sim_board

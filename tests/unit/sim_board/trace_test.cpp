@@ -17,6 +17,21 @@ TEST(Trace, KeepsLinesInOrder)
     EXPECT_TRUE(trace.lines().empty());
 }
 
+TEST(Trace, MakesALinesTextWhenItIsAskedForIt)
+{
+    Trace trace(1);
+    int made = 0;
+    const auto line = [&made] { return formatted("made %d", ++made); };
+    trace.add(line);
+    trace.add(line); // the first is dropped unread
+    EXPECT_EQ(made, 0);
+    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"made 1"}));
+    EXPECT_EQ(trace.take(), (std::vector<std::string>{"made 2"}));
+    trace.add(line);
+    trace.clear();
+    EXPECT_EQ(made, 2);
+}
+
 TEST(Trace, GivesLinesByPrefixInOrder)
 {
     Trace trace;
