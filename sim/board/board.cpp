@@ -2,8 +2,9 @@
 
 namespace sim_board {
 
-Board::Board(const BoardWiring& wiring, Clock::Mode mode, const std::string& eeprom_image)
-    : m_wiring(wiring), m_clock(std::make_shared<Clock>(mode)), m_gpio(m_trace),
+Board::Board(const BoardWiring& wiring, Clock::Mode mode, const std::string& eeprom_image,
+             unsigned clock_rate)
+    : m_wiring(wiring), m_clock(std::make_shared<Clock>(mode, clock_rate)), m_gpio(m_trace),
       m_spi(wiring, m_gpio, *m_clock, m_trace), m_i2c(m_trace),
       m_eeprom(std::make_shared<Cat25Eeprom>(cat25_type("CAT25640"), m_clock, eeprom_image))
 {

@@ -24,8 +24,9 @@ class Board {
 public:
     /// wiring: stays in use, so it must outlive the board. eeprom_image: path of the EEPROM's image file,
     /// empty for an erased chip that is kept nowhere. Throws std::system_error if it can't be used.
+    /// clock_rate: see Clock.
     explicit Board(const BoardWiring& wiring, Clock::Mode mode = Clock::Mode::kRealTime,
-                   const std::string& eeprom_image = {});
+                   const std::string& eeprom_image = {}, unsigned clock_rate = 1);
     ~Board();
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;

@@ -8,7 +8,7 @@ using std::chrono::steady_clock;
 
 namespace {
 constexpr std::uint64_t kLongestUs = 1'000'000'000'000'000; // 31 years; the time point must not overflow
-}
+} // namespace
 
 std::uint64_t Clock::now_us() const
 {
@@ -20,7 +20,7 @@ std::uint64_t Clock::now_locked() const
 {
     if (m_mode == Mode::kManual)
         return m_now_us;
-    const auto running = steady_clock::now() - m_start;
+    const auto running = (steady_clock::now() - m_start) * m_rate;
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(running).count());
 }
 
@@ -28,7 +28,8 @@ std::uint64_t Clock::sleep_us(std::uint64_t us)
 {
     std::unique_lock lock(m_mutex);
     if (m_mode == Mode::kRealTime) {
-        sleep_real(lock, us);
+        const unsigned rate = us < kShortUs ? 1 : m_rate; // short ones at rate would only burn the CPU
+        sleep_real(lock, std::chrono::nanoseconds(std::min(us, kLongestUs) * 1000 / rate));
     } else if (m_released) {
         m_now_us += us;
     } else if (m_self_advancing == std::this_thread::get_id()) {
@@ -41,12 +42,20 @@ std::uint64_t Clock::sleep_us(std::uint64_t us)
     return now_locked();
 }
 
-void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+std::uint64_t Clock::poll_us(std::uint64_t us)
 {
-    Sleeper self{.end_us = us};
+    if (m_mode == Mode::kManual)
+        return sleep_us(us);
+    std::unique_lock lock(m_mutex);
+    sleep_real(lock, std::chrono::microseconds(std::clamp(us, kPollUs, kLongestUs)));
+    return now_locked();
+}
+
+void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span)
+{
+    Sleeper self{.end_us = 0}; // the thread wakes by itself
     const auto place = m_sleepers.insert(m_sleepers.end(), &self);
     m_changed.notify_all();
-    const std::chrono::microseconds span(std::min(us, kLongestUs));
     self.wake.wait_until(lock, steady_clock::now() + span, [&] { return m_released; });
     m_sleepers.erase(place);
 }

@@ -10,9 +10,9 @@
 
 namespace sim_board {
 
-/// The board's time, in microseconds since the board was made. It runs by itself, or stands still until a
-/// test advances it; then a thread in sleep_us wakes only when the time has been advanced to the end of its
-/// wait.
+/// The board's time, in microseconds since the board was made. It runs by itself, as fast as the world's or a
+/// whole number of times faster, or stands still until a test advances it; then a thread in sleep_us wakes
+/// only when the time has been advanced to the end of its wait.
 ///
 /// Thread-safe. A test of a background thread waits for it to fall asleep, advances, and waits again:
 ///
@@ -24,7 +24,9 @@ public:
     enum class Mode { kRealTime, kManual };
     static constexpr std::chrono::milliseconds kBound{10000};
 
-    explicit Clock(Mode mode) : m_mode(mode) {}
+    /// rate: how many times faster than the world's a clock in real time runs, at least 1. Waits below a
+    /// millisecond are waited as they are all the same.
+    explicit Clock(Mode mode, unsigned rate = 1) : m_mode(mode), m_rate(rate) {}
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
 
@@ -33,6 +35,14 @@ public:
 
     /// Waits `us` microseconds of this clock, or until release(). Result: the time at which it woke.
     std::uint64_t sleep_us(std::uint64_t us);
+
+    /// The same for one more round of a loop that polls what is not on the board. On a clock that runs it
+    /// takes at least kPollUs of the world's time, so that such a loop costs next to nothing.
+    std::uint64_t poll_us(std::uint64_t us);
+    static constexpr std::uint64_t kPollUs = 10'000;
+
+    /// Below this a wait paces a bus or a polling thread.
+    static constexpr std::uint64_t kShortUs = 1000;
 
     /// Moves a manual clock on. The threads whose wait ends in that time wake in the order of their ends,
     /// each at its own time and only after the one before has left its wait. Does not wait for what they do
@@ -64,11 +74,12 @@ private:
 
     std::uint64_t now_locked() const;
     void sleep_manual(std::unique_lock<std::mutex>& lock, std::uint64_t us);
-    void sleep_real(std::unique_lock<std::mutex>& lock, std::uint64_t us);
+    void sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span);
     bool asleep_within(std::unique_lock<std::mutex>& lock, std::size_t count,
                        std::chrono::milliseconds bound);
 
     const Mode m_mode;
+    const unsigned m_rate;
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     std::mutex m_advancing; // one advance at a time; taken before m_mutex
     mutable std::mutex m_mutex;

@@ -412,5 +412,52 @@ TEST(Board, ManyThreadsMayUseEverythingAtOnce)
     EXPECT_EQ(board->trace().lines_with({"delay 1"}).size(), 200u);
 }
 
+TEST(BoardWaits, AThreadThatOnlyPollsStandsOnceInTheTraceOfABoardThatRuns)
+{
+    InstalledBoard board(kBenchtopWiring, Clock::Mode::kRealTime);
+    const auto before = std::chrono::steady_clock::now();
+    std::jthread([] {
+        for (int i = 0; i < 10; ++i)
+            hw_delay_us(200);
+    }).join();
+    EXPECT_TRUE(expect_trace(board->trace().take(), "delay 200"));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 9 * std::chrono::microseconds(Clock::kPollUs));
+}
+
+TEST(BoardWaits, AnAccessOrAnotherWaitInBetweenIsNoPolling)
+{
+    InstalledBoard board(kBenchtopWiring, Clock::Mode::kRealTime);
+    std::jthread([] {
+        hw_delay_us(200);
+        piLock(1);
+        piUnlock(1);
+        hw_delay_us(200);
+        hw_delay_us(300);
+        hw_delay_us(200);
+        hw_delay_us(1000); // no short ones
+        hw_delay_us(1000);
+    }).join();
+    EXPECT_TRUE(expect_trace(board->trace().take(), R"(
+        delay 200
+        lock 1
+        unlock 1
+        delay 200
+        delay 300
+        delay 200
+        delay 1000
+        delay 1000
+    )"));
+}
+
+TEST(BoardWaits, OnAManualClockEachWaitOfAPollingThreadStandsInTheTrace)
+{
+    InstalledBoard board(kBenchtopWiring);
+    const SelfAdvancing self(board->clock());
+    hw_delay_us(200);
+    hw_delay_us(200);
+    EXPECT_TRUE(expect_trace(board->trace().take(), "delay 200\ndelay 200"));
+    EXPECT_EQ(board->clock().now_us(), 400u);
+}
+
 } // namespace
 } // namespace sim_board

@@ -27,6 +27,29 @@ TEST(RealTimeClock, ReleaseEndsALongWait)
     clock.release();
 }
 
+TEST(RealTimeClock, APollTakesTenMillisecondsOfTheWorldWhateverTheRate)
+{
+    Clock clock(Clock::Mode::kRealTime, 10000);
+    const auto before = std::chrono::steady_clock::now();
+    clock.poll_us(200);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 10ms);
+}
+
+TEST(RealTimeClock, ReleaseEndsAPoll)
+{
+    Clock clock(Clock::Mode::kRealTime);
+    std::jthread sleeper([&] { clock.poll_us(UINT64_MAX); });
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    clock.release();
+}
+
+TEST(ManualClock, APollIsAWaitLikeAnyOther)
+{
+    Clock clock(Clock::Mode::kManual);
+    const SelfAdvancing self(clock);
+    EXPECT_EQ(clock.poll_us(200), 200u);
+}
+
 TEST(ManualClock, StandsStillUntilAdvanced)
 {
     Clock clock(Clock::Mode::kManual);
