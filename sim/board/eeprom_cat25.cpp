@@ -23,8 +23,11 @@ Cat25Eeprom::Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clo
     const std::uint8_t kept = m_cells.back();
     m_kept_status = kept == 0xff ? 0 : kept & status_bits_written();
     m_cells.pop_back();
-    m_image.store(0, m_cells);
-    m_image.store(m_type.capacity, {&m_kept_status, 1});
+    // A whole image stays untouched, so that its file's time tells of writes to the chip.
+    if (kept != m_kept_status) {
+        m_image.store(0, m_cells);
+        m_image.store(m_type.capacity, {&m_kept_status, 1});
+    }
 }
 
 std::vector<std::uint8_t> Cat25Eeprom::contents() const

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
 #include <numeric>
 #include <unistd.h>
 
@@ -339,6 +340,18 @@ TEST_F(Cat25Image, AFileOfTheCellsAloneIsTaken)
     Bench bench(cat25_type("CAT25640"), path);
     EXPECT_EQ(bench.read(0x1fff, 1), Bytes{'x'});
     EXPECT_EQ(bench.status(), 0);
+}
+
+TEST_F(Cat25Image, AWholeFileIsNotWrittenToUntilTheChipIs)
+{
+    const auto open_chip = [&] { return std::make_unique<Bench>(cat25_type("CAT25640"), path); };
+    open_chip()->write(64, {1, 2, 3});
+    const std::filesystem::file_time_type long_ago{};
+    std::filesystem::last_write_time(path, long_ago);
+    const auto bench = open_chip();
+    EXPECT_EQ(std::filesystem::last_write_time(path), long_ago);
+    bench->write(64, {1, 2, 3});
+    EXPECT_NE(std::filesystem::last_write_time(path), long_ago);
 }
 
 TEST_F(Cat25Image, AShortFileIsFilledUpErased)
