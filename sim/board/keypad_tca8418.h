@@ -1,0 +1,92 @@
+#pragma once
+
+#include "board/i2c_device.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+
+namespace sim_board {
+
+/// The keypad controller TCA8418: key matrix, FIFO of ten events, interrupt status (write 1 to clear) and its
+/// output, overflow in both modes, Ctrl-Alt-Del on keys 1, 11 and 21, address auto-increment. Not modelled:
+/// keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for
+/// which the output rests with INT_CFG set have no length here.
+///
+/// Thread-safe.
+class Tca8418 : public I2cDevice {
+public:
+    static constexpr int kRows = 8;
+    static constexpr int kColumns = 10;
+    static constexpr std::size_t kFifoSize = 10;
+
+    enum Register : std::uint8_t {
+        kCfg = 0x01,
+        kIntStat = 0x02,      // write 1 to clear
+        kKeyLckEc = 0x03,     // bits 0 to 3: events in the FIFO
+        kKeyEventA = 0x04,    // reading takes the oldest event: 0x80 press, bits 0 to 6 the key; 0 for none
+        kKeyEventJ = 0x0d,    // B to J: the younger ones, which reading leaves there
+        kKpLckTimer = 0x0e,   // to UNLOCK2
+        kGpioIntStat1 = 0x11, // to GPIO_INT_STAT3; read only
+        kGpioDatStat1 = 0x14, // to GPIO_DAT_STAT3; read only
+        kGpioDatOut1 = 0x17,  // from here on in threes: ROW0 to 7, COL0 to 7, COL8 and 9
+        kKpGpio1 = 0x1d,      // 1: the line belongs to the matrix
+        kGpioPull3 = 0x2e,
+        kRegisters = 0x2f,
+    };
+    enum Cfg : std::uint8_t {
+        kKeIen = 0x01,      // a key event sets K_INT and asserts the output
+        kOvrFlowIen = 0x08, // an overflow asserts the output
+        kIntCfg = 0x10,     // 1: clearing lets the output rest for a moment though events are left
+        kOvrFlowM = 0x20,   // 0: an event too many is lost, 1: it pushes the oldest out
+        kAi = 0x80,         // the register address runs on
+    };
+    enum IntStat : std::uint8_t { kKInt = 0x01, kOvrFlowInt = 0x08, kCadInt = 0x10 };
+
+    /// @name The bench side
+    /// @{
+    /// Presses or releases a key. False if there is no such key or it is so already. Keys on lines that do
+    /// not belong to the matrix cause no event.
+    bool press(int row, int column) { return move(row, column, true); }
+    bool release(int row, int column) { return move(row, column, false); }
+    bool is_held(int row, int column) const;
+    /// A register as it is; reading it here takes no event.
+    std::uint8_t reg(std::uint8_t address) const;
+    /// The level of the INT output: open drain, active low, pulled up.
+    int interrupt_level() const;
+    /// Calls `listener` with each new level of INT, on the thread that changed it and with the chip locked,
+    /// so it must not come back here. An empty one ends that.
+    void on_interrupt(std::function<void(int level)> listener);
+    /// @}
+
+    bool write(std::span<const std::uint8_t> bytes) override;
+    bool read(std::span<std::uint8_t> bytes) override;
+    /// Power-on values; the keys stay as they are held. Until it is released the chip acknowledges nothing.
+    void set_reset(bool asserted) override;
+
+private:
+    bool move(int row, int column, bool pressed);
+    bool in_matrix(int row, int column) const;
+    bool is_down(int key) const { return m_down[static_cast<std::size_t>(key)]; }
+    void add_event(std::uint8_t event);
+    void clear_interrupts(std::uint8_t bits);
+    std::uint8_t read_register(std::uint8_t address) const;
+    void write_register(std::uint8_t address, std::uint8_t value);
+    std::uint8_t following(std::uint8_t address) const;
+    int output_level() const;
+    void report(int level);
+
+    mutable std::mutex m_mutex;
+    std::array<std::uint8_t, kRegisters> m_registers{};
+    std::array<bool, kRows * kColumns + 1> m_down{}; // by key number, from 1
+    std::deque<std::uint8_t> m_fifo;
+    std::uint8_t m_pointer = 0;
+    bool m_in_reset = false;
+    int m_reported = 1;
+    std::function<void(int)> m_listener;
+};
+
+} // namespace sim_board
