@@ -1,6 +1,16 @@
 #include "board/board.h"
 
 namespace sim_board {
+namespace {
+
+constexpr std::uint8_t kKeypadAddress = 0x34;
+constexpr std::uint8_t kBatteryAddress = 0x0b;
+constexpr std::uint8_t kChargeControllerAddress = 0x09;
+constexpr std::uint8_t kModulePowerExpander = 0x20;
+constexpr std::uint8_t kRelayExpander = 0x20;
+constexpr std::string_view kFanTarget = "fan";
+
+} // namespace
 
 Board::Board(const BoardWiring& wiring, Clock::Mode mode, const std::string& eeprom_image,
              unsigned clock_rate)
@@ -20,14 +30,25 @@ Board::Board(const BoardWiring& wiring, Clock::Mode mode, const std::string& eep
         m_gpio.drive(pin, 1);
     wire_reset();
     wire_interrupts();
+    wire_keypad();
+    wire_battery();
+    wire_module_power();
+    wire_fan();
+    wire_relays();
+    power_button(false);
 }
 
 Board::~Board()
 {
     stop();
     // A test may hold a chip for longer than its board.
-    for (const auto& [address, expander] : m_expanders)
+    for (const auto& [address, expander] : m_expanders) {
         expander->on_interrupt({});
+        expander->on_pins({});
+        expander->on_latch({});
+    }
+    if (m_keypad)
+        m_keypad->on_interrupt({});
 }
 
 void Board::wire_reset()
@@ -47,6 +68,80 @@ void Board::wire_interrupts()
             if (output == row.output)
                 m_gpio.drive(row.pin, row.inverted ? 1 - level : level);
         });
+}
+
+void Board::wire_keypad()
+{
+    const int pin = m_wiring.keypad_interrupt;
+    if (pin < 0)
+        return;
+    m_keypad = std::make_shared<Tca8418>();
+    m_keypad->on_interrupt([this, pin](int level) { m_gpio.drive(pin, level); });
+    m_i2c.attach(kKeypadAddress, m_keypad);
+}
+
+void Board::wire_battery()
+{
+    if (!m_wiring.battery)
+        return;
+    m_battery = std::make_shared<SmartBattery>(m_clock);
+    m_charge_controller = std::make_shared<ChargeController>();
+    m_i2c.attach(kBatteryAddress, m_battery);
+    m_i2c.attach(kChargeControllerAddress, m_charge_controller);
+}
+
+void Board::wire_module_power()
+{
+    if (m_wiring.module_power == 0)
+        return;
+    expander(kModulePowerExpander).on_pins([this](Mcp23017::Port port, std::uint8_t levels) {
+        const bool on = (levels & m_wiring.module_power) != 0;
+        if (port != Mcp23017::kA || m_module_power.exchange(on) == on)
+            return;
+        std::lock_guard lock(m_watcher_mutex);
+        if (m_module_power_watcher)
+            m_module_power_watcher(on);
+    });
+}
+
+void Board::wire_fan()
+{
+    for (const SpiTargetWiring& target : m_wiring.spi_targets) {
+        if (target.name != kFanTarget)
+            continue;
+        m_fan = std::make_shared<FanDrive>();
+        m_spi.attach(kFanTarget, m_fan);
+    }
+}
+
+void Board::wire_relays()
+{
+    if (!m_wiring.modulation_relays)
+        return;
+    m_relays = std::make_shared<ModulationRelays>();
+    expander(kRelayExpander).on_latch([relays = m_relays](Mcp23017::Port port, std::uint8_t latch) {
+        relays->latch(port, latch);
+    });
+}
+
+void Board::watch_module_power(std::function<void(bool)> watcher)
+{
+    std::lock_guard lock(m_watcher_mutex);
+    m_module_power_watcher = std::move(watcher);
+}
+
+void Board::power_button(bool pressed)
+{
+    m_button_pressed = pressed;
+    const PowerButtonWiring& wiring = m_wiring.power_button;
+    if (wiring.pin >= 0) {
+        m_gpio.drive(wiring.pin, pressed ? 0 : 1);
+        return;
+    }
+    const int lines = wiring.high_while_pressed | wiring.low_while_pressed;
+    const int high = pressed ? wiring.high_while_pressed : wiring.low_while_pressed;
+    expander(wiring.address)
+        .drive(Mcp23017::kB, static_cast<std::uint8_t>(lines), static_cast<std::uint8_t>(high));
 }
 
 void Board::stop()

@@ -1,23 +1,32 @@
 #pragma once
 
+#include "board/charge_controller.h"
 #include "board/clock.h"
 #include "board/eeprom_cat25.h"
 #include "board/expander_mcp23017.h"
+#include "board/fan_drive.h"
 #include "board/gpio.h"
 #include "board/i2c_bus.h"
+#include "board/keypad_tca8418.h"
+#include "board/modulation_relays.h"
+#include "board/smart_battery.h"
 #include "board/spi_bus.h"
 #include "board/trace.h"
 #include "board/wiring.h"
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace sim_board {
 
 /// A controller board of one platform at power-on: its pins, its buses as its wiring tells, its settings
-/// EEPROM (CAT25640) and its port expanders. It does nothing by itself. Thread-safe.
+/// EEPROM (CAT25640), its port expanders with what hangs on them, fan drive, keypad, battery and power
+/// button. It does nothing by itself. Thread-safe.
 ///
 /// Further chips are put on with i2c().attach and spi().attach; faults stand before a chip, see insert_fault.
 class Board {
@@ -44,12 +53,36 @@ public:
     /// The expander at that address; throws std::out_of_range if the wiring has none.
     Mcp23017& expander(std::uint8_t address) { return *m_expanders.at(address); }
 
+    /// The keypad controller, the battery and its charge controller; null on a board without them.
+    const std::shared_ptr<Tca8418>& keypad() { return m_keypad; }
+    const std::shared_ptr<SmartBattery>& battery() { return m_battery; }
+    const std::shared_ptr<ChargeController>& charge_controller() { return m_charge_controller; }
+
+    /// The fan drive and the modulation relays; null on a board without them.
+    const std::shared_ptr<FanDrive>& fan() { return m_fan; }
+    const std::shared_ptr<ModulationRelays>& relays() { return m_relays; }
+
+    /// Holds the power button or lets it go.
+    void power_button(bool pressed);
+    bool power_button_pressed() const { return m_button_pressed; }
+
+    /// Whether the channel modules have power; on a board that can't switch it, always.
+    bool module_power() const { return m_module_power; }
+    /// Calls `watcher` when the power is switched, on the thread that does it and with the expander locked,
+    /// so it must not come back here. Once, before use.
+    void watch_module_power(std::function<void(bool on)> watcher);
+
     /// Ends all waits and the interrupt threads. Not from an interrupt handler.
     void stop();
 
 private:
     void wire_reset();
     void wire_interrupts();
+    void wire_keypad();
+    void wire_battery();
+    void wire_module_power();
+    void wire_fan();
+    void wire_relays();
 
     const BoardWiring& m_wiring;
     Trace m_trace;
@@ -59,6 +92,15 @@ private:
     I2cBus m_i2c;
     std::shared_ptr<Cat25Eeprom> m_eeprom;
     std::map<std::uint8_t, std::shared_ptr<Mcp23017>> m_expanders;
+    std::shared_ptr<Tca8418> m_keypad;
+    std::shared_ptr<SmartBattery> m_battery;
+    std::shared_ptr<ChargeController> m_charge_controller;
+    std::shared_ptr<FanDrive> m_fan;
+    std::shared_ptr<ModulationRelays> m_relays;
+    std::atomic<bool> m_button_pressed{false};
+    std::atomic<bool> m_module_power{true};
+    std::mutex m_watcher_mutex;
+    std::function<void(bool)> m_module_power_watcher;
 };
 
 } // namespace sim_board

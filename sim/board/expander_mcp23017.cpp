@@ -1,5 +1,7 @@
 #include "board/expander_mcp23017.h"
 
+#include <utility>
+
 namespace sim_board {
 namespace {
 
@@ -109,6 +111,8 @@ void Mcp23017::set_reset(bool asserted)
     m_in_reset = asserted;
     if (asserted) {
         power_on_values();
+        report_latch(kA);
+        report_latch(kB);
         report_outputs();
     }
 }
@@ -163,10 +167,14 @@ void Mcp23017::write_register(std::uint8_t address, std::uint8_t value)
     const Location location = locate(address);
     if (!location.exists || location.which == kIntf || location.which == kIntcap)
         return;
-    if (location.which == kIocon)
+    if (location.which == kIocon) {
         m_registers[kIocon].fill(value & 0xfe); // bit 0 has no cell in the chip and reads 0
-    else
-        at(location.which == kGpio ? kOlat : location.which, location.port) = value;
+    } else {
+        const Register written = location.which == kGpio ? kOlat : location.which;
+        at(written, location.port) = value;
+        if (written == kOlat)
+            report_latch(location.port);
+    }
     check_interrupt(location.port);
 }
 
@@ -205,8 +213,40 @@ int Mcp23017::output_level(Port output) const
     return asserted == active_high ? 1 : 0;
 }
 
+void Mcp23017::on_pins(std::function<void(Port, std::uint8_t)> listener)
+{
+    std::lock_guard lock(m_mutex);
+    m_pin_listener = std::move(listener);
+    m_reported_pins = {};
+    report_pins();
+}
+
+void Mcp23017::on_latch(std::function<void(Port, std::uint8_t)> listener)
+{
+    std::lock_guard lock(m_mutex);
+    m_latch_listener = std::move(listener);
+}
+
+void Mcp23017::report_latch(Port port)
+{
+    if (m_latch_listener)
+        m_latch_listener(port, at(kOlat, port));
+}
+
+void Mcp23017::report_pins()
+{
+    if (!m_pin_listener)
+        return;
+    for (const Port port : {kA, kB}) {
+        const std::uint8_t levels = pin_levels(port);
+        if (std::exchange(m_reported_pins[port], levels) != levels)
+            m_pin_listener(port, levels);
+    }
+}
+
 void Mcp23017::report_outputs()
 {
+    report_pins();
     for (const Port output : {kA, kB}) {
         const int level = output_level(output);
         if (level != m_reported[output]) {

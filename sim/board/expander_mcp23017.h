@@ -54,11 +54,17 @@ public:
     void drive(Port port, std::uint8_t mask, std::uint8_t levels);
     /// Lets go of the pins of `mask`.
     void release(Port port, std::uint8_t mask);
+    /// Calls `listener` with the output latch of a port whenever it has been written, or cleared by a reset,
+    /// under the rules of on_interrupt.
+    void on_latch(std::function<void(Port port, std::uint8_t latch)> listener);
     /// Whether INTA or INTB is at 1; an open drain output has a pull-up on the board.
     int interrupt_level(Port output) const;
     /// Calls `listener` with each new level of INTA and INTB, on the thread of the access that changed it and
     /// with the chip locked, so it must not come back here. An empty one ends that.
     void on_interrupt(std::function<void(Port output, int level)> listener);
+    /// Calls `listener` with the levels of a port whenever a pin has changed, under the rules of
+    /// on_interrupt.
+    void on_pins(std::function<void(Port port, std::uint8_t levels)> listener);
     /// @}
 
     bool write(std::span<const std::uint8_t> bytes) override;
@@ -84,6 +90,8 @@ private:
     void check_interrupt(Port port);
     int output_level(Port output) const;
     void report_outputs();
+    void report_pins();
+    void report_latch(Port port);
 
     std::uint8_t& at(Register which, Port port) { return m_registers[which][port]; }
     std::uint8_t at(Register which, Port port) const { return m_registers[which][port]; }
@@ -97,6 +105,9 @@ private:
     std::array<std::uint8_t, 2> m_compared{}; // the pins as a change is measured against
     std::array<int, 2> m_reported{1, 1};
     std::function<void(Port, int)> m_listener;
+    std::array<std::uint8_t, 2> m_reported_pins{};
+    std::function<void(Port, std::uint8_t)> m_pin_listener;
+    std::function<void(Port, std::uint8_t)> m_latch_listener;
 };
 
 } // namespace sim_board

@@ -31,30 +31,73 @@ constexpr ExpanderWiring kKsr7000Expanders[] = {
     {0x20, 0x00, 0x00},
     {0x24, 0x00, 0x00},
 };
+// The module has power as long as nothing switches it off.
+constexpr std::uint8_t kModulePower = 0x80;
 constexpr ExpanderWiring kPortableExpanders[] = {
-    {0x20, 0x00, 0x00},
+    {0x20, kModulePower, 0x00},
 };
 
 // INTB is active low, and the power button is awaited as a rising edge of pin 2.
-constexpr InterruptWiring kPowerButton[] = {
+constexpr InterruptWiring kPowerButtonInterrupt[] = {
     {0x20, Mcp23017::kB, 2, true},
 };
 
-constexpr int kKeypadInterrupt[] = {15, kExpanderReset};
+// The benchtop's interrupt watches one line of the button and the wait for its release another.
+constexpr PowerButtonWiring kBenchtopPowerButton{-1, 0x20, 0x40, 0x20};
+constexpr PowerButtonWiring kKsr7000PowerButton{-1, 0x20, 0x40, 0x00};
+constexpr PowerButtonWiring kPortablePowerButton{22, 0, 0, 0};
+
+constexpr int kKeypadInterrupt = 15;
+constexpr int kNoKeypad = -1;
+
+constexpr int kIdleHigh[] = {kKeypadInterrupt, kExpanderReset};
 constexpr int kPortableIdleHigh[] = {22, kExpanderReset};
 
 } // namespace
 
 constinit const BoardWiring kBenchtopWiring{
-    "benchtop", kNodes, kMultiplexed, kBenchtopExpanders, kPowerButton, kKeypadInterrupt, kExpanderReset,
+    .name = "benchtop",
+    .spi_nodes = kNodes,
+    .spi_targets = kMultiplexed,
+    .expanders = kBenchtopExpanders,
+    .interrupts = kPowerButtonInterrupt,
+    .idle_high = kIdleHigh,
+    .power_button = kBenchtopPowerButton,
+    .keypad_interrupt = kKeypadInterrupt,
+    .battery = false,
+    .modulation_relays = true,
+    .module_power = 0,
+    .expander_reset = kExpanderReset,
 };
 
 constinit const BoardWiring kPortableWiring{
-    "portable", kNodes, kPortableTargets, kPortableExpanders, {}, kPortableIdleHigh, kExpanderReset,
+    .name = "portable",
+    .spi_nodes = kNodes,
+    .spi_targets = kPortableTargets,
+    .expanders = kPortableExpanders,
+    .interrupts = {},
+    .idle_high = kPortableIdleHigh,
+    .power_button = kPortablePowerButton,
+    .keypad_interrupt = kNoKeypad,
+    .battery = true,
+    .modulation_relays = false,
+    .module_power = kModulePower,
+    .expander_reset = kExpanderReset,
 };
 
 constinit const BoardWiring kKsr7000Wiring{
-    "ksr7000", kNodes, kMultiplexed, kKsr7000Expanders, kPowerButton, kKeypadInterrupt, kExpanderReset,
+    .name = "ksr7000",
+    .spi_nodes = kNodes,
+    .spi_targets = kMultiplexed,
+    .expanders = kKsr7000Expanders,
+    .interrupts = kPowerButtonInterrupt,
+    .idle_high = kIdleHigh,
+    .power_button = kKsr7000PowerButton,
+    .keypad_interrupt = kKeypadInterrupt,
+    .battery = true,
+    .modulation_relays = false,
+    .module_power = 0,
+    .expander_reset = kExpanderReset,
 };
 
 } // namespace sim_board

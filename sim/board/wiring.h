@@ -36,6 +36,14 @@ struct InterruptWiring {
     bool inverted;
 };
 
+/// The power button: a pin that it pulls to 0, or lines of port B of an expander.
+struct PowerButtonWiring {
+    int pin; // -1 where it reaches an expander
+    std::uint8_t address;
+    std::uint8_t high_while_pressed;
+    std::uint8_t low_while_pressed;
+};
+
 /// What of the controller board differs between the platforms. Pins have wiringPi's numbers.
 struct BoardWiring {
     std::string_view name;
@@ -44,7 +52,12 @@ struct BoardWiring {
     std::span<const ExpanderWiring> expanders;
     std::span<const InterruptWiring> interrupts;
     std::span<const int> idle_high; // inputs that are pulled up
-    int expander_reset;             // reset input of the expanders, active low; -1 where it is not wired
+    PowerButtonWiring power_button;
+    int keypad_interrupt;      // of the keypad controller, active low; -1 where there is no keypad
+    bool battery;              // a smart battery and its charge controller are fitted
+    bool modulation_relays;    // on the expander 0x20
+    std::uint8_t module_power; // line of port A of the expander 0x20 that powers the module; 0 for none
+    int expander_reset;        // reset input of the expanders, active low; -1 where it is not wired
 };
 
 extern const BoardWiring kBenchtopWiring;

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "board/board.h"
+
+#include <string>
+
+namespace sim_board {
+
+/// Tells whoever reads a pipe whether the channel modules have power: "1" or "0" for what holds now, and
+/// another one for every switch from then on. It never waits for the reader. Throws std::system_error when
+/// the path can't be opened for that, as a pipe that nobody reads.
+void report_module_power(Board& board, const std::string& path);
+
+} // namespace sim_board
