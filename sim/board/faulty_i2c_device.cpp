@@ -14,6 +14,14 @@ void FaultyI2cDevice::not_acknowledging(bool on)
     m_not_acknowledging = on;
 }
 
+I2cFault FaultyI2cDevice::fault() const
+{
+    std::lock_guard lock(m_mutex);
+    if (m_absent)
+        return I2cFault::kAbsent;
+    return m_not_acknowledging ? I2cFault::kNotAcknowledging : I2cFault::kNone;
+}
+
 void FaultyI2cDevice::refuse_after(std::optional<std::size_t> count)
 {
     std::lock_guard lock(m_mutex);

@@ -9,6 +9,8 @@
 
 namespace sim_board {
 
+enum class I2cFault { kNone, kAbsent, kNotAcknowledging };
+
 /// Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe.
 class FaultyI2cDevice : public I2cDevice {
 public:
@@ -19,6 +21,8 @@ public:
     void absent(bool on);
     /// The address opens, and no access is acknowledged.
     void not_acknowledging(bool on);
+    /// Which of the two is on; a chip that is absent can't refuse either.
+    I2cFault fault() const;
     /// `count` more transfers are acknowledged and the ones behind them are not; nullopt ends that. A
     /// register read is two transfers, a write one.
     void refuse_after(std::optional<std::size_t> count);

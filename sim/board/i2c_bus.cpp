@@ -62,6 +62,15 @@ std::shared_ptr<I2cDevice> I2cBus::device(std::uint8_t address) const
     return found == m_devices.end() ? nullptr : found->second;
 }
 
+std::vector<std::uint8_t> I2cBus::addresses() const
+{
+    std::lock_guard lock(m_mutex);
+    std::vector<std::uint8_t> result;
+    for (const auto& [address, device] : m_devices)
+        result.push_back(address);
+    return result;
+}
+
 void I2cBus::open_without_device(bool allowed)
 {
     std::lock_guard lock(m_mutex);

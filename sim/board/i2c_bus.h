@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <vector>
 
 namespace sim_board {
 
@@ -33,6 +34,8 @@ public:
     /// Puts a chip at an address, in place of what is there; null takes it away.
     void attach(std::uint8_t address, std::shared_ptr<I2cDevice> device);
     std::shared_ptr<I2cDevice> device(std::uint8_t address) const;
+    /// Where something is attached, in ascending order.
+    std::vector<std::uint8_t> addresses() const;
 
     /// Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
     /// fail. False at first.
