@@ -1,28 +1,54 @@
 #include "board/current_board.h"
 
+#include "board/board_verbs.h"
+#include "board/environment.h"
+#include "board/module_power.h"
+
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <system_error>
 
 namespace sim_board {
 namespace {
 
-// A virtual instrument's EEPROM outlives its processes: the image is a file that its environment names.
-std::string image_of_environment()
+// wiringPi's functions cannot throw, so an image that is of no use leaves a board that forgets.
+std::shared_ptr<Board> make_board(const BoardEnvironment& environment)
 {
-    const char* const path = std::getenv("ORVAN_BOARD_EEPROM");
-    return path != nullptr ? path : "";
+    try {
+        return std::make_shared<Board>(*environment.wiring, Clock::Mode::kRealTime, environment.eeprom_image,
+                                       environment.clock_rate);
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "sim_board: no EEPROM image: %s\n", error.what());
+        return std::make_shared<Board>(*environment.wiring, Clock::Mode::kRealTime, "",
+                                       environment.clock_rate);
+    }
 }
 
-// wiringPi's functions cannot throw, so an image that is of no use leaves a board that forgets.
+void report_power(Board& board, const std::string& path)
+{
+    if (path.empty())
+        return;
+    try {
+        report_module_power(board, path);
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "sim_board: no report of the module power: %s\n", error.what());
+    }
+}
+
 std::shared_ptr<Board> first_board()
-try {
-    return std::make_shared<Board>(kPortableWiring, Clock::Mode::kRealTime, image_of_environment());
-} catch (const std::system_error& error) {
-    std::fprintf(stderr, "sim_board: no EEPROM image: %s\n", error.what());
-    return std::make_shared<Board>(kPortableWiring, Clock::Mode::kRealTime);
+{
+    const BoardEnvironment environment = board_environment();
+    const std::shared_ptr<Board> board = make_board(environment);
+    report_power(*board, environment.module_power_path);
+    std::istringstream verbs(environment.at_power_on);
+    for (std::string verb; std::getline(verbs, verb, ';');) {
+        const std::string reply = execute_on_board(*board, verb);
+        if (!reply.starts_with("ok"))
+            std::fprintf(stderr, "sim_board: ORVAN_BOARD_AT_POWER_ON: %s", reply.c_str());
+    }
+    return board;
 }
 
 struct Current {

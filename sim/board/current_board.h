@@ -6,9 +6,8 @@
 
 namespace sim_board {
 
-/// The board on which hw_* and wiringPi's functions work, in the whole process. Never null: at first a
-/// portable board in real time, its EEPROM erased or, with ORVAN_BOARD_EEPROM in the environment, that image
-/// file. Thread-safe; the caller's pointer keeps the board
+/// The board on which hw_* and wiringPi's functions work, in the whole process. Never null: at first the
+/// board that the environment tells, see environment.h. Thread-safe; the caller's pointer keeps the board
 /// alive, also when another one takes its place.
 std::shared_ptr<Board> current_board();
 
