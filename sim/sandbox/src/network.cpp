@@ -16,6 +16,10 @@ namespace orvan_sandbox {
 
 namespace {
 
+/// The controller's ends are numbered from here, the far ones from 2. The kernel tells a link's state at once
+/// when its ends differ in number, and otherwise up to a second later.
+constexpr int kControllerIndex = 10;
+
 Result<UniqueFd> new_network()
 {
     if (Failure failure = unshare_namespace(CLONE_NEWNET, "network")) {
@@ -48,14 +52,15 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
 {
     std::ostringstream batch;
     batch << "link set lo up\n";
-    batch << "link add " << kLanInterface << " address " << mac(0, 2) << " type veth peer name "
-          << kLanInterface << " address " << mac(0, 1) << " netns /proc/self/fd/"
+    batch << "link add " << kLanInterface << " index " << kControllerIndex << " address " << mac(0, 2)
+          << " type veth peer name " << kLanInterface << " address " << mac(0, 1) << " netns /proc/self/fd/"
           << networks[static_cast<size_t>(Role::lan().index())].get() << '\n';
     batch << "address add " << kControllerLanAddress << "/24 broadcast + dev " << kLanInterface
           << "\nlink set " << kLanInterface << " up\nroute add default via " << kLanAddress << '\n';
     for (int module = 1; module <= modules; ++module) {
         const std::string interface = module_interface(module);
-        batch << "link add " << interface << " address " << mac(6 + module, 2) << " type veth peer name "
+        batch << "link add " << interface << " index " << kControllerIndex + module << " address "
+              << mac(6 + module, 2) << " type veth peer name "
               << kModuleOwnInterface << " address " << mac(6 + module, 1) << " netns /proc/self/fd/"
               << networks[static_cast<size_t>(Role::module(module).index())].get() << '\n'
               << "address add " << module_link_address(module) << "/24 dev " << interface << "\nlink set "

@@ -97,6 +97,26 @@ TEST(SandboxNetwork, InterfacesHaveTheInstrumentsAddresses)
     }
 }
 
+// A link whose ends have the same number comes up to a second late.
+TEST(SandboxNetwork, TheTwoEndsOfALinkHaveDifferentNumbers)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 4}));
+    const auto number = [&](Role role, const std::string& name) {
+        const Result<int> index =
+            sandbox.run(role, [&] { return static_cast<int>(if_nametoindex(name.c_str())); });
+        return index ? index.value() : 0;
+    };
+    const int lan = number(Role::controller(), kLanInterface);
+    EXPECT_GT(lan, 0);
+    EXPECT_NE(lan, number(Role::lan(), kLanInterface));
+    for (int module = 1; module <= 4; ++module) {
+        const int near = number(Role::controller(), module_interface(module));
+        EXPECT_GT(near, 0);
+        EXPECT_NE(near, number(Role::module(module), kModuleOwnInterface)) << "module " << module;
+    }
+}
+
 TEST(SandboxNetwork, SubnetsAre24BitsWide)
 {
     const TemporaryDirectory state;
