@@ -9,7 +9,16 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kFolders[] = {
-    "halde/json", "halde/config", "halde/preset", "halde/upgrade/orvanx", "board", "log", "run",
+    "halde/json",
+    "halde/config",
+    "halde/preset/1",
+    "halde/preset/2",
+    "halde/preset/3",
+    "halde/preset/4",
+    "halde/upgrade/orvanx",
+    "board",
+    "log",
+    "run",
 };
 
 constexpr const char* kFactorySetup = "json/ch0.json"; ///< of halde, and of the factory's files

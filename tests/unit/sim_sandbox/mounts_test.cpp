@@ -33,8 +33,9 @@ TEST(SandboxMounts, HaldeHasTheFoldersOfAnInstrument)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
-    EXPECT_EQ(shell(sandbox, kController, "cd /home/orvan/halde && find . -type d | sort | tr '\\n' ' '"),
-              ". ./config ./json ./preset ./upgrade ./upgrade/orvanx ");
+    EXPECT_EQ(
+        shell(sandbox, kController, "cd /home/orvan/halde && find . -type d | sort | tr '\\n' ' '"),
+        ". ./config ./json ./preset ./preset/1 ./preset/2 ./preset/3 ./preset/4 ./upgrade ./upgrade/orvanx ");
 }
 
 TEST(SandboxMounts, HaldeHasTheFactorySetup)

@@ -36,15 +36,15 @@ TEST(StandIns, EachCallIsOneLineOfTimeAndWords)
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(shell(sandbox, Role::controller(),
-                    "systemctl start orvan-upgrade.service && he_set_hostname.sh 'two words' &&"
+                    "systemctl stop orvan-upgrade.service && he_set_hostname.sh bench-3 &&"
                     "he_orvan_network_config.sh static -a 10.0.0.9 -n 255.255.255.0 -g 10.0.0.1 && reboot &&"
-                    "systemctl 'two\nlines'"),
+                    "systemctl 'two words' 'two\nlines'"),
               "");
-    EXPECT_EQ(calls(state), "systemctl start orvan-upgrade.service\n"
-                            "he_set_hostname.sh two words\n"
+    EXPECT_EQ(calls(state), "systemctl stop orvan-upgrade.service\n"
+                            "he_set_hostname.sh bench-3\n"
                             "he_orvan_network_config.sh static -a 10.0.0.9 -n 255.255.255.0 -g 10.0.0.1\n"
                             "reboot\n"
-                            "systemctl two lines\n");
+                            "systemctl two words two lines\n");
 }
 
 TEST(StandIns, SudoRunsTheStandInOfTheSameBaseName)
@@ -134,4 +134,33 @@ TEST(StandIns, RebootDoesNotWaitForAReader)
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     ASSERT_EQ(mkfifo((state.path() / "run/reboot").c_str(), 0600), 0);
     EXPECT_EQ(shell(sandbox, Role::controller(), "timeout 5 reboot; echo $?"), "0\n");
+}
+
+TEST(StandIns, TheUpdateUnitInstallsLeavesWordAndRestarts)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    EXPECT_EQ(shell(sandbox, Role::controller(),
+                    "cd /home/orvan/halde/upgrade && mkdir -p 'host_sw/a b/patch/lib' &&"
+                    "echo program >'host_sw/a b/patch/lib/orvan-service' &&"
+                    "echo '/home/orvan/halde/upgrade/host_sw/a b/patch' >upgrade_init_done.txt &&"
+                    "systemctl start orvan-upgrade.service; echo $?"),
+              "0\n");
+    EXPECT_EQ(content_of(state.path() / "installed/lib/orvan-service"), "program\n");
+    EXPECT_EQ(content_of(state.path() / "halde/upgrade/upgrade_delete_ver_ready.txt"), "done\n");
+    EXPECT_EQ(calls(state), "systemctl start orvan-upgrade.service\norvan-upgrade.service\nreboot\n");
+}
+
+TEST(StandIns, TheUpdateUnitFailsWithNothingToInstall)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    const std::string start = "systemctl start orvan-upgrade.service 2>&1; echo $?";
+    EXPECT_EQ(shell(sandbox, Role::controller(), start),
+              "orvan-upgrade.service: no update is announced\n1\n");
+    EXPECT_EQ(shell(sandbox, Role::controller(),
+                    "echo /home/orvan/none >/home/orvan/halde/upgrade/upgrade_init_done.txt;" + start),
+              "orvan-upgrade.service: there is no folder '/home/orvan/none'\n1\n");
+    EXPECT_FALSE(std::filesystem::exists(state.path() / "halde/upgrade/upgrade_delete_ver_ready.txt"));
+    EXPECT_EQ(calls(state).find("reboot"), std::string::npos);
 }

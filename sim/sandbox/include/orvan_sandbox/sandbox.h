@@ -22,7 +22,9 @@ namespace orvan_sandbox {
 ///  - /dev/shm is empty and private;
 ///  - /sys/class/net lists lo, eth0 and usb0.. with `device/driver` links, "rndis_host" for the latter;
 ///  - the stand-ins for sudo, reboot, systemctl and the he_*.sh scripts come first in PATH, and record their
-///    calls in `log/calls.log` of the state directory;
+///    calls in `log/calls.log` of the state directory; the scripts set the sandbox's host name and the
+///    address of the controller's eth0, "dynamic" as from a DHCP server on the LAN with the pool 10.0.0.100
+///    to 10.0.0.199;
 ///  - each role (controller, LAN, modules) has a network namespace; controller and module N are joined by
 ///    192.168.(6+N).2/24 and 192.168.(6+N).1/24, controller and LAN by eth0 with 10.0.0.2/24 and 10.0.0.1/24;
 ///  - the user is root, as far as the sandbox goes, and stays the caller to the rest of the system.
