@@ -1,6 +1,7 @@
 // The SCPI port, which is stored in both stores and taken by a new start.
 
-#include "reconcile_bench.h"
+#include "bare_device.h"
+#include "settings_bench.h"
 
 #include <limits>
 #include <ostream>
@@ -13,24 +14,6 @@ using namespace HaldeElec::Orvan;
 using namespace orvan_test;
 
 namespace {
-
-/** What a platform adds, and nothing more. It cannot be made without the stand-ins. */
-class Device : public IOrvanDeviceManager {
-public:
-    Device(const StandIns&, CPersistentData* data) { pPersistentData = data; }
-
-    bool Initialized() override { return initialized; }
-    bool Connected() override { return connected; }
-    bool InitHW() override { return true; }
-    int GetHardware(uint8_t*) override { return 0; }
-    int GetOption(uint8_t*, size_t) override { return 0; }
-    int GetOptionsTable(void**, size_t*) override { return 0; }
-    bool SetupPowerButtonIrq(void (*)()) override { return true; }
-    void WaitPowerButtonRelease() override {}
-    int detectDevicePin() const override { return 0; }
-    void RunKbdServer() override {}
-    int bit_register() override { return 0; }
-};
 
 class ScpiPort : public SettingsTest {
 protected:
@@ -52,7 +35,7 @@ protected:
         return peer->build(&record, 1, generation);
     }
 
-    std::optional<Device> device;
+    std::optional<BareDevice> device;
     const std::vector<std::string> rebooted{"sudo reboot"};
 };
 

@@ -45,7 +45,7 @@ public:
         if (data && m_at_cut && !m_dead && m_left == 0)
             cut();
         if (m_dead)
-            return sim_board::kFloatingByte;
+            return kDeadByte;
         if (data && m_at_cut)
             --m_left;
         return m_chip->exchange(sent);
@@ -69,6 +69,9 @@ public:
 private:
     static constexpr uint8_t kWrite = 0x02;
     static constexpr size_t kAddressBytes = 2;
+    // What it answers now, nobody will have read: the supply of the processor is gone too. Not busy, so that
+    // the operation, which can't be stopped half-way, does not wait a hundred times for each page.
+    static constexpr uint8_t kDeadByte = 0;
 
     void cut()
     {

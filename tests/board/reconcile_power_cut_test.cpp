@@ -1,7 +1,7 @@
 // A power cut behind every byte that is written, and in every write cycle of a page.
 
 #include "power_cut.h"
-#include "reconcile_bench.h"
+#include "settings_bench.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,6 +1,6 @@
 // Reading at start-up, factory settings, and records that hold anything at all.
 
-#include "reconcile_bench.h"
+#include "settings_bench.h"
 
 #include <limits>
 #include <ostream>

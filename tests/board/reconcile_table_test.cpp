@@ -1,6 +1,6 @@
 // Every state of the EEPROM against every state of the file.
 
-#include "reconcile_bench.h"
+#include "settings_bench.h"
 
 #include <algorithm>
 #include <ostream>

@@ -1,6 +1,6 @@
 // Carrying a change to both stores.
 
-#include "reconcile_bench.h"
+#include "settings_bench.h"
 
 #include <ostream>
 #include <string>

@@ -5,10 +5,14 @@
 #include <syslog.h>
 
 using namespace board_test;
+using namespace HaldeElec::Orvan;
+using namespace orvan_test;
 
 namespace {
 
-using SettingsStores = SettingsBench;
+namespace fs = std::filesystem;
+
+using SettingsStores = SettingsTest;
 
 TEST_F(SettingsStores, TheBlobGoesToTheBeginningOfTheEepromIn16Pages)
 {
@@ -177,66 +181,6 @@ TEST_F(SettingsStores, ALongerFileKeepsItsTailWhichIsNotRead)
     EXPECT_TRUE(peer->read_file(image));
     EXPECT_EQ(image, blob("230042"));
     EXPECT_EQ(logs.count(LOG_INFO, "[CPersistentData] readFSBackup: read 1024 bytes, ok"), 1u);
-}
-
-TEST_F(SettingsStores, LoadingTakesTheWholeRecordOfTheSignedEeprom)
-{
-    program(blob("230042", 57));
-    put_file(blob("230043", 58));
-    EXPECT_EQ(loaded_serial(), "230042");
-    const EEPROM_DEVICE_SETTINGS expected = settings("OVX3651P", "230042");
-    EXPECT_EQ(std::memcmp((*peer)->getSettings(), &expected, sizeof expected), 0);
-    EXPECT_EQ(std::memcmp(&peer->last_persisted(), &expected, sizeof expected), 0);
-    EXPECT_EQ(peer->generation(), 57u);
-    EXPECT_EQ(peer->version(), 1);
-}
-
-TEST_F(SettingsStores, LoadingTakesTheFileWhenTheEepromIsErasedDamagedOrDead)
-{
-    put_file(blob("230043", 58));
-    EXPECT_EQ(loaded_serial(), "230043");
-    EXPECT_EQ(peer->generation(), 58u);
-
-    Blob damaged = blob("230042");
-    damaged[700] ^= 1;
-    program(damaged);
-    EXPECT_EQ(loaded_serial(), "230043");
-
-    program(blob("230042"));
-    fault->absent(true);
-    EXPECT_EQ(loaded_serial(), "230043");
-    fault->absent(false);
-    EXPECT_EQ(loaded_serial(), "230042");
-}
-
-TEST_F(SettingsStores, LoadingPrefersASignedFileToAnUnsignedEeprom)
-{
-    program(legacy("230042"));
-    put_file(blob("230043"));
-    EXPECT_EQ(loaded_serial(), "230043");
-    fs::remove(kFile);
-    EXPECT_EQ(loaded_serial(), "230042");
-    put_file(legacy("230044"));
-    EXPECT_EQ(loaded_serial(), "230042") << "of equals the EEPROM";
-}
-
-TEST_F(SettingsStores, LoadingNothingLeavesTheSettingsAlone)
-{
-    std::strcpy((*peer)->getSettings()->serialNum, "as it was");
-    EXPECT_EQ(loaded_serial(), "nothing");
-    EXPECT_STREQ((*peer)->getSettings()->serialNum, "as it was");
-    EXPECT_EQ(peer->generation(), 0u);
-}
-
-TEST_F(SettingsStores, LoadingWritesNothing)
-{
-    program(legacy("230042"));
-    put_file(blob("230043"));
-    const Bytes before = board->eeprom().contents();
-    loaded_serial();
-    EXPECT_EQ(board->eeprom().contents(), before);
-    EXPECT_EQ(board->eeprom().write_cycles(), 0u);
-    EXPECT_EQ(file(), bytes_of(blob("230043")));
 }
 
 } // namespace

@@ -50,6 +50,19 @@ struct PersistentDataTestPeer {
 
     CPersistentData* operator->() { return data; }
 
+    /** The bus of the process's one object. */
+    static IDeviceConnectionHandler& bus_of_instance()
+    {
+        return *CPersistentData::m_pPersistentData->devConnHandler;
+    }
+
+    /** Ends the process's one object, as a new start of the process would. */
+    static void forget_instance()
+    {
+        delete CPersistentData::m_pPersistentData;
+        CPersistentData::m_pPersistentData = nullptr;
+    }
+
     CPersistentData* data;
 };
 

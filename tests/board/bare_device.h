@@ -1,0 +1,35 @@
+/**
+ * A device with what a platform has to add, and nothing more.
+ */
+#ifndef ORVAN_TESTS_BOARD_BARE_DEVICE_H
+#define ORVAN_TESTS_BOARD_BARE_DEVICE_H
+
+#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "support/stand_ins.h"
+
+namespace board_test {
+
+/** It cannot be made without the stand-ins. */
+class BareDevice : public HaldeElec::Orvan::IOrvanDeviceManager {
+public:
+    BareDevice(const orvan_test::StandIns&, HaldeElec::Orvan::CPersistentData* data)
+    {
+        pPersistentData = data;
+    }
+
+    bool Initialized() override { return initialized; }
+    bool Connected() override { return connected; }
+    bool InitHW() override { return true; }
+    int GetHardware(uint8_t*) override { return 0; }
+    int GetOption(uint8_t*, size_t) override { return 0; }
+    int GetOptionsTable(void**, size_t*) override { return 0; }
+    bool SetupPowerButtonIrq(void (*)()) override { return true; }
+    void WaitPowerButtonRelease() override {}
+    int detectDevicePin() const override { return 0; }
+    void RunKbdServer() override {}
+    int bit_register() override { return 0; }
+};
+
+} // namespace board_test
+
+#endif
