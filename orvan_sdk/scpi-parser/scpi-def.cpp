@@ -10,6 +10,8 @@
 // The order counts: a look-up by tag takes the first row with the tag.
 // clang-format off
 const scpi_command_t scpi_commands[] = {
+    // Channel selector
+
     // Initiate
     {":INITiate:CONTinuous[:STATe]",                 OrvanX_cmdBypass,               ODT_INIT_RUN},
     {":INITiate:CONTinuous[:STATe]?",                OrvanX_cmdBypass,               ODT_INIT_RUN},
@@ -17,7 +19,10 @@ const scpi_command_t scpi_commands[] = {
     {":INITiate:GATE[:STATe]?",                      OrvanX_cmdBypass,               ODT_NO_TAG},
 
     // Trigger
+    {":TRIGger:SOURce",                              OrvanX_setTriggerSource,        ODT_TRG_SRC},
     {":TRIGger:SOURce?",                             OrvanX_cmdBypass,               ODT_TRG_SRC},
+    {":TRIGger:COUPle",                              OrvanX_setTriggerCoupling,      ODT_NO_TAG},
+    {":TRIGger:COUPle?",                             OrvanX_getTriggerCoupling,      ODT_NO_TAG},
     {":TRIGger:EDGe",                                OrvanX_cmdBypass,               ODT_TRG_EDGE},
     {":TRIGger:EDGe?",                               OrvanX_cmdBypass,               ODT_TRG_EDGE},
     {":TRIGger:ADVance",                             OrvanX_cmdBypass,               ODT_TRG_ADV},
@@ -28,6 +33,10 @@ const scpi_command_t scpi_commands[] = {
     {":TRIGger:DELay?",                              OrvanX_cmdBypass,               ODT_TRG_DELAY},
     {":TRIGger:TIMer:TIME",                          OrvanX_cmdBypass,               ODT_TRG_TIMER_TIME},
     {":TRIGger:TIMer:TIME?",                         OrvanX_cmdBypass,               ODT_TRG_TIMER_TIME},
+
+    // Output
+    {":OUTPut[:STATe]",                              OrvanX_setOutputOnOff,          ODT_RF_OUT},
+    {":OUTPut[:STATe]?",                             OrvanX_getOutputOnOff,          ODT_RF_OUT},
 
     // Frequency, power, phase
     {"[:SOURce]:FREQuency",                          OrvanX_cmdBypass,               ODT_FREQ},
@@ -59,6 +68,7 @@ const scpi_command_t scpi_commands[] = {
     // Amplitude modulation
     {"[:SOURce]:AM[:STATe]",                         OrvanX_cmdBypass,               ODT_AM_STAT},
     {"[:SOURce]:AM[:STATe]?",                        OrvanX_cmdBypass,               ODT_AM_STAT},
+    {"[:SOURce]:AM:SOURce",                          OrvanX_setAMTriggerSource,      ODT_AM_SRC},
     {"[:SOURce]:AM:SOURce?",                         OrvanX_cmdBypass,               ODT_AM_SRC},
     {"[:SOURce]:AM:INTernal:FREQuency",              OrvanX_cmdBypass,               ODT_AM_FREQ},
     {"[:SOURce]:AM:INTernal:FREQuency?",             OrvanX_cmdBypass,               ODT_AM_FREQ},
@@ -68,6 +78,7 @@ const scpi_command_t scpi_commands[] = {
     // Frequency modulation
     {"[:SOURce]:FM[:STATe]",                         OrvanX_cmdBypass,               ODT_FM_STAT},
     {"[:SOURce]:FM[:STATe]?",                        OrvanX_cmdBypass,               ODT_FM_STAT},
+    {"[:SOURce]:FM:SOURce",                          OrvanX_setFMTriggerSource,      ODT_FM_SRC},
     {"[:SOURce]:FM:SOURce?",                         OrvanX_cmdBypass,               ODT_FM_SRC},
     {"[:SOURce]:FM:INTernal:FREQuency",              OrvanX_cmdBypass,               ODT_FM_FREQ},
     {"[:SOURce]:FM:INTernal:FREQuency?",             OrvanX_cmdBypass,               ODT_FM_FREQ},
@@ -140,6 +151,8 @@ const scpi_command_t scpi_commands[] = {
     {"[:SOURce]:CORRection:FLATness:PRESet",         OrvanX_cmdBypass,               ODT_NO_TAG},
     {"[:SOURce]:CORRection:FLATness:MODE",           OrvanX_cmdBypass,               ODT_NO_TAG},
 
+    // System: update
+
     // System: clock
     {":SYSTem:CLOCk",                                OrvanX_cmdBypass,               ODT_NO_TAG},
 
@@ -164,12 +177,18 @@ const scpi_command_t scpi_commands[] = {
     {":SYSTem:FILE:DELete:UCORrection",              OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:FILE:DELete:ALL",                      OrvanX_cmdBypass,               ODT_NO_TAG},
 
+    // System: power-up setup
+
     // System: emulator, temperature, information
     {":SYSTem:EMULator:MODel",                       OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:EMULator:MODel?",                      OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:TEMPerature?",                         OrvanX_cmdBypass,               ODT_TEMP},
     {":SYSTem:INFormation:CALibration?",             OrvanX_cmdBypass,               ODT_CALIB_DATE},
     {":SYSTem:INFormation:SCPIrevision?",            OrvanX_cmdBypass,               ODT_SCPI},
+
+    // System: LAN
+
+    // System: battery, fans
 
     // IEEE 488.2 common commands
     {"*CLS",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -184,13 +203,15 @@ const scpi_command_t scpi_commands[] = {
     {"*WAI",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {"*TRG",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
 
-    // Log, errors, version
+    // Log, tests, errors, version
     {":SYSTem:LOG[:STATe]",                          OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:ERRor[:NEXT]?",                        OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:ERRor:COUNt?",                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:VERSion?",                             SCPI_SystemVersionQ,            ODT_NO_TAG},
 
     // The instrument's own software
+    {"[:INTernal]:MODulation:ENABle:MASK",           OrvanX_setModulCfg,             ODT_MODUL_CFG},
+    {"[:INTernal]:INFormation:SLAVe?",               OrvanX_getSlave,                ODT_NO_TAG},
     {"[:INTernal]:INFormation:RFRevision?",          OrvanX_cmdBypass,               ODT_NO_TAG},
     {"[:INTernal]:INFormation:DIGital?",             OrvanX_cmdBypass,               ODT_NO_TAG},
 

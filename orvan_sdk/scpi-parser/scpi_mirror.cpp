@@ -8,6 +8,7 @@
 #include <scpi/types.h>
 
 #include "dataorvan.h"
+#include "handler_shapes.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace {
@@ -30,7 +31,8 @@ void store_text(uint8_t* dst, const char* str, size_t size)
 {
     if (size == 0)
         return;
-    const size_t len = std::min(std::strlen(str), size - 1);
+    // A damaged text of the settings may have no end.
+    const size_t len = strnlen(str, size - 1);
     std::memcpy(dst, str, len);
     dst[len] = '\0';
 }
@@ -80,7 +82,7 @@ void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string
     auto* u = static_cast<userContext_t*>(ctx->user_context);
     if (u == nullptr || parser == nullptr)
         return;
-    uint8_t* const base = parser->get_channelDB();
+    uint8_t* const base = HaldeElec::Orvan::selected_record(*parser);
     if (base == nullptr)
         return;
 

@@ -15,6 +15,7 @@ struct Store {
     std::condition_variable grown;
     bool active = false;
     std::vector<orvan_test::LogLine> lines;
+    std::function<void(const orvan_test::LogLine&)> watcher;
 };
 
 Store& store()
@@ -37,6 +38,8 @@ void keep(int priority, const char* format, va_list args)
     std::lock_guard lock(s.mutex);
     if (s.active) {
         s.lines.push_back({priority, std::move(text)});
+        if (s.watcher)
+            s.watcher(s.lines.back());
         s.grown.notify_all();
     }
 }
@@ -95,6 +98,7 @@ LogCapture::~LogCapture()
     std::lock_guard lock(store().mutex);
     store().active = false;
     store().lines.clear();
+    store().watcher = nullptr;
 }
 
 std::vector<LogLine> LogCapture::lines() const
@@ -117,6 +121,12 @@ bool LogCapture::wait_for(int priority, const std::string& text, std::chrono::mi
     std::unique_lock lock(s.mutex);
     return s.grown.wait_for(
         lock, bound, [&] { return std::find(s.lines.begin(), s.lines.end(), wanted) != s.lines.end(); });
+}
+
+void LogCapture::on_line(std::function<void(const LogLine&)> watcher)
+{
+    std::lock_guard lock(store().mutex);
+    store().watcher = std::move(watcher);
 }
 
 void LogCapture::clear()

@@ -8,6 +8,7 @@
 #define ORVAN_TESTS_SUPPORT_LOG_CAPTURE_H
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <syslog.h>
 #include <vector>
@@ -41,6 +42,9 @@ public:
     /** Waits until such a line stands there; false when `bound` passes first. */
     bool wait_for(int priority, const std::string& text,
                   std::chrono::milliseconds bound = std::chrono::seconds(5)) const;
+
+    /** Calls `watcher` with each line from now on, on the thread that logs it. It must not log. */
+    void on_line(std::function<void(const LogLine&)> watcher);
 
     /** Forgets what was collected. */
     void clear();

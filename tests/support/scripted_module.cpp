@@ -69,6 +69,12 @@ void ScriptedModule::always(ModuleAnswer answer)
     m_always = std::move(answer);
 }
 
+void ScriptedModule::on_request(std::function<void(const std::string&)> watcher)
+{
+    std::lock_guard lock(m_mutex);
+    m_watcher = std::move(watcher);
+}
+
 std::vector<std::string> ScriptedModule::requests() const
 {
     std::lock_guard lock(m_mutex);
@@ -143,9 +149,13 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
     if (reads) {
         std::string request = read_request(fd, answer.request_size);
         std::lock_guard lock(m_mutex);
+        if (m_watcher)
+            m_watcher(request);
         m_requests[index] = {true, std::move(request)};
         m_changed.notify_all();
     }
+    if (answer.hold)
+        answer.hold();
     switch (answer.kind) {
     case Kind::kReply:
         send_all(fd, answer.text);

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -32,11 +33,17 @@ struct ModuleAnswer {
     std::chrono::milliseconds delay{0};
     /** A request ends with LF; one with another count of bytes (a block) is named here. */
     size_t request_size = 0;
+    /** Called once the request has been read; it returns within a bound, as the destructor waits for it. */
+    std::function<void()> hold = {};
 
     static ModuleAnswer reply(std::string text) { return {Kind::kReply, std::move(text)}; }
     static ModuleAnswer reply_to_block(size_t request_size, std::string text)
     {
         return {Kind::kReply, std::move(text), {}, {}, request_size};
+    }
+    static ModuleAnswer reply_behind(std::function<void()> hold, std::string text)
+    {
+        return {Kind::kReply, std::move(text), {}, {}, 0, std::move(hold)};
     }
     static ModuleAnswer greet(std::string text) { return {Kind::kGreet, std::move(text)}; }
     static ModuleAnswer close_at_once() { return {Kind::kCloseAtOnce}; }
@@ -76,6 +83,8 @@ public:
     void then(ModuleAnswer answer);
     /** The answer when no `then` is left. */
     void always(ModuleAnswer answer);
+    /** Calls `watcher` with each request, ahead of its answer, on the thread of its connection. */
+    void on_request(std::function<void(const std::string&)> watcher);
 
     /** Requests in the order in which their connections were accepted. One is listed once it has been read
      * whole. */
@@ -112,6 +121,7 @@ private:
     mutable std::condition_variable m_changed;
     std::deque<ModuleAnswer> m_next;
     ModuleAnswer m_always = ModuleAnswer::reply("+OK\r\n");
+    std::function<void(const std::string&)> m_watcher;
     std::vector<Request> m_requests;
     size_t m_finished = 0;
     size_t m_most_at_once = 0;

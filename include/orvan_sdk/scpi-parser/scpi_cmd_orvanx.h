@@ -1,6 +1,12 @@
 /**
  * The row handlers of the command table. Each runs inside SCPI_Input and returns SCPI_RES_OK or
- * SCPI_RES_ERR; an error is queued before SCPI_RES_ERR is returned.
+ * SCPI_RES_ERR. Where a handler fails without an error of its own, the parser queues -200.
+ *
+ * The device and the module service are those of the user record (userContext_t). Errors that many share:
+ *  - the reader's own error with the text "Param 0" or "Param 1" for a parameter that is missing or bad
+ *  - -223 "copy data out failed" for a reply that was not taken; an empty text never is
+ *  - -310 "Target is not initialized" without a user record
+ *  - -360 "Module communication error" when a module cannot be reached or answers "-ERR"
  */
 #ifndef ORVAN_SDK_SCPI_CMD_ORVANX_H
 #define ORVAN_SDK_SCPI_CMD_ORVANX_H
@@ -19,5 +25,31 @@
  * All but the last lose the run: none of its sub-commands reaches the module.
  */
 scpi_result_t OrvanX_cmdBypass(scpi_t* context);
+
+/**
+ * What lives in the selected channel's module and in the controller's routing alike: the module is asked
+ * first, then the value is mirrored and the device follows. A module that fails is -360 and nothing else
+ * happens; a device that fails is a failure without an error of its own, and the module is not switched back.
+ */
+scpi_result_t OrvanX_setOutputOnOff(scpi_t* context);
+/** Asks the module and makes the controller's RF output follow its answer: 1 or 0. */
+scpi_result_t OrvanX_getOutputOnOff(scpi_t* context);
+/** INTernal or EXTernal; the module gets the long form. */
+scpi_result_t OrvanX_setAMTriggerSource(scpi_t* context);
+scpi_result_t OrvanX_setFMTriggerSource(scpi_t* context);
+/** EXTernal, BUS, TIMer or SPI. The device is not told. */
+scpi_result_t OrvanX_setTriggerSource(scpi_t* context);
+
+/** Channels that channel 1 triggers: NONE or 0, 2, 3, 4, ALL. Goes to the device, no module is told; not
+ * mirrored. Fails without an error of its own when the device does, or without one or a service. */
+scpi_result_t OrvanX_setTriggerCoupling(scpi_t* context);
+/** NONE, 2, 3, 4 or ALL; -220 "trigger source coupling not set" for any other value. */
+scpi_result_t OrvanX_getTriggerCoupling(scpi_t* context);
+
+/** Modulations of the model, as a mask: into the selected channel's record and nowhere else. */
+scpi_result_t OrvanX_setModulCfg(scpi_t* context);
+
+/** Firmware version of the selected channel's module. */
+scpi_result_t OrvanX_getSlave(scpi_t* context);
 
 #endif

@@ -7,6 +7,8 @@
 
 #include <csignal>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <scpi/scpi.h>
@@ -19,6 +21,13 @@
 #include "support/scripted_module.h"
 
 namespace orvan_test {
+
+/** Replies of a message that failed: the error's line, then the success word. */
+inline const std::string kMissingParameter = "-ERR -109, \"Missing parameter\";+OK\r\n";
+inline const std::string kExecutionError = "-ERR -200, \"Execution error\";+OK\r\n"; // the parser's own
+inline const std::string kTooMuchData = "-ERR -223, \"Too much data\";+OK\r\n";
+inline const std::string kSystemError = "-ERR -310, \"System error\";+OK\r\n";
+inline const std::string kCommunicationError = "-ERR -360, \"Communication error\";+OK\r\n";
 
 class FrontEndBench : public ::testing::Test {
 protected:
@@ -61,6 +70,38 @@ protected:
     {
         feed(line + "\r\n");
         return read_ready(client.client());
+    }
+
+    void take_service_away() { user().ptrParser = nullptr; }
+
+    /** Calls a handler where no user record is. Its reply and the text of its errors have nowhere to go. */
+    scpi_result_t call_without_user_record(scpi_command_callback_t handler)
+    {
+        void* const record = std::exchange(scpi_context.user_context, nullptr);
+        const scpi_result_t result = handler(&scpi_context);
+        scpi_context.user_context = record;
+        return result;
+    }
+
+    /** The queue's errors as "<number> <info>", and empties it. */
+    std::vector<std::string> take_errors()
+    {
+        std::vector<std::string> errors;
+        for (scpi_error_t error; SCPI_ErrorPop(&scpi_context, &error); SCPI_ErrorFree(&error))
+            errors.push_back(std::to_string(error.error_code) + " " +
+                             (error.device_dependent_info != nullptr ? error.device_dependent_info : ""));
+        return errors;
+    }
+
+    /** The lines logged at LOG_ERR, and forgets all. */
+    std::vector<std::string> take_error_lines()
+    {
+        std::vector<std::string> texts;
+        for (const LogLine& line : logs.lines())
+            if (line.priority == LOG_ERR)
+                texts.push_back(line.text);
+        logs.clear();
+        return texts;
     }
 
     std::string write_and_flush(std::initializer_list<std::string> pieces)

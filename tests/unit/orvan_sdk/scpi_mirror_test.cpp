@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <sys/mman.h>
 
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
@@ -191,6 +192,21 @@ TEST(UpdateElement, ATextKeepsOneByteLessThanItsField)
     EXPECT_EQ(Stored(TYPE_STRING, forty.substr(0, 32).c_str(), 1.0, 32).text(), std::string(31, 'x'));
     EXPECT_EQ(Stored(TYPE_STRING, forty.substr(0, 31).c_str(), 1.0, 32).text(), std::string(31, 'x'));
     EXPECT_STREQ(Stored(TYPE_STRING, "x", 1.0, 1).text(), "");
+}
+
+TEST(UpdateElement, ATextIsReadNoFurtherThanItsFieldTakes)
+{
+    constexpr size_t kPage = 4096;
+    void* const pages = mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    ASSERT_EQ(mprotect(static_cast<char*>(pages) + kPage, kPage, PROT_NONE), 0);
+    char* const without_end = static_cast<char*>(pages) + kPage - 31;
+    std::memset(without_end, 'x', 31);
+    uint8_t record[32];
+    const OrvanElementData element{0, 1.0, TYPE_STRING, sizeof record, eSendNone};
+    update_orvan_DB(record, &element, without_end);
+    EXPECT_EQ(reinterpret_cast<const char*>(record), std::string(31, 'x'));
+    munmap(pages, 2 * kPage);
 }
 
 TEST(UpdateElement, ATextFieldWithoutSizeIsNotTouched)

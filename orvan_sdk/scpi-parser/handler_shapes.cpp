@@ -1,0 +1,137 @@
+#include "handler_shapes.h"
+
+#include <cstdio>
+#include <cstring>
+#include <syslog.h>
+#include <system_error>
+#include <utility>
+
+#include <scpi/scpi.h>
+
+#include "orvan_sdk/scpi-parser/scpi-bypass.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+
+namespace HaldeElec::Orvan {
+
+uint8_t* selected_record(Scpi_Orvanx& orvanx)
+{
+    return orvanx.getSelectedChannel() <= orvanx.getNumberofChannels() ? orvanx.get_channelDB() : nullptr;
+}
+
+Target::Target(const scpi_t* context)
+{
+    const auto* const u = static_cast<const userContext_t*>(context->user_context);
+    initialized = u != nullptr;
+    if (!initialized)
+        return;
+    device = static_cast<IOrvanDeviceManager*>(u->ptrDevice);
+    orvanx = static_cast<Scpi_Orvanx*>(u->ptrParser);
+}
+
+int Target::selected_channel() const
+{
+    return orvanx != nullptr ? orvanx->getSelectedChannel() : 0;
+}
+
+void Target::mirror(int tag, const char* text) const
+{
+    if (orvanx != nullptr)
+        update_orvan_DB(selected_record(*orvanx), orvanx->get_ElemByTag(tag), text);
+}
+
+scpi_result_t fail_unlogged(scpi_t* context, int code, const char* info)
+{
+    SCPI_ErrorPushEx(context, code, info, std::strlen(info));
+    return SCPI_RES_ERR;
+}
+
+scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* info, const char* logged)
+{
+    const scpi_result_t result = fail_unlogged(context, code, info);
+    syslog(LOG_ERR, "%s: %s\n", handler, logged);
+    return result;
+}
+
+scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* info)
+{
+    return fail(context, handler, code, info, info);
+}
+
+scpi_result_t missing_parameter(scpi_t* context, const char* handler, int position, const char* what)
+{
+    char info[32];
+    const int length = std::snprintf(info, sizeof info, "Param %d", position);
+    SCPI_ErrorUpdateEx(context, info, static_cast<size_t>(length));
+    if (what != nullptr)
+        syslog(LOG_ERR, "%s: Failed to retrieve a mandatory %s\n", handler, what);
+    else
+        syslog(LOG_ERR, "%s: Failed to retrieve a mandatory parameter %d\n", handler, position);
+    return SCPI_RES_ERR;
+}
+
+bool reply_text(scpi_t* context, const char* handler, const char* text)
+{
+    if (SCPI_ResultCharacters(context, text, std::strlen(text)) != 0)
+        return true;
+    fail(context, handler, -223, "copy data out failed", "Failed to copy output data");
+    return false;
+}
+
+scpi_result_t set_text(scpi_t* context, const char* handler, int (IOrvanDeviceManager::*set)(uint8_t*),
+                       int tag)
+{
+    char text[kHandlerTextSize] = {};
+    if (!SCPI_ParamCopyText(context, text, sizeof text, nullptr, true))
+        return missing_parameter(context, handler);
+    return apply_setting(context, tag, text,
+                         [&](IOrvanDeviceManager& device) { (device.*set)(as_bytes(text)); });
+}
+
+scpi_result_t get_text(scpi_t* context, const char* handler, int (IOrvanDeviceManager::*get)(uint8_t*),
+                       int tag, GetShape shape)
+{
+    const auto ask = [get](IOrvanDeviceManager& device, char* text) { return (device.*get)(as_bytes(text)); };
+    return get_value(context, handler, tag, ask, shape);
+}
+
+std::string request_module(Scpi_Orvanx& orvanx, int channel, const std::string& command)
+{
+    if (channel < 1 || channel > kMaxChannels)
+        return "-ERR Unable to connect";
+    return orvanx.SendSCPIOrvanX(command.data(), static_cast<int>(command.size()),
+                                 orvanx.m_orvanXIp[channel - 1],
+                                 static_cast<int>(orvanx.m_OrvanXport[channel - 1]));
+}
+
+std::future<std::string> start_request(Scpi_Orvanx& orvanx, int index, std::string command)
+{
+    const auto request = [&orvanx, index, command = std::move(command)] {
+        return request_module(orvanx, index + 1, command);
+    };
+    try {
+        return std::async(std::launch::async, request);
+    } catch (const std::system_error&) {
+        std::promise<std::string> made;
+        made.set_value(request());
+        return made.get_future();
+    }
+}
+
+bool ask_module(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, int channel,
+                const std::string& command, std::string& reply)
+{
+    reply = request_module(orvanx, channel, command);
+    if (orvanx.checkOrvanReply(reply))
+        return true;
+    fail(context, handler, -360, "Module communication error", reply.c_str());
+    return false;
+}
+
+bool reply_of_module(scpi_t* context, const char* handler, std::string reply)
+{
+    if (const size_t ok = reply.rfind(";+OK"); ok != std::string::npos)
+        reply.erase(ok);
+    return reply_text(context, handler, reply.c_str());
+}
+
+} // namespace HaldeElec::Orvan
