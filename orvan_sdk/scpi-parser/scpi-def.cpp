@@ -11,6 +11,8 @@
 // clang-format off
 const scpi_command_t scpi_commands[] = {
     // Channel selector
+    {":INSTrument[:SELect]",                         OrvanX_setChannel,              ODT_NO_TAG},
+    {":INSTrument[:SELect]?",                        OrvanX_getChannel,              ODT_NO_TAG},
 
     // Initiate
     {":INITiate:CONTinuous[:STATe]",                 OrvanX_cmdBypass,               ODT_INIT_RUN},
@@ -184,11 +186,31 @@ const scpi_command_t scpi_commands[] = {
     {":SYSTem:EMULator:MODel?",                      OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:TEMPerature?",                         OrvanX_cmdBypass,               ODT_TEMP},
     {":SYSTem:INFormation:CALibration?",             OrvanX_cmdBypass,               ODT_CALIB_DATE},
+    {":SYSTem:INFormation:MODel?",                   OrvanX_getModel,                ODT_INF_MODEL},
+    {":SYSTem:INFormation:SERial?",                  OrvanX_getSerial,               ODT_INF_SERIAL},
+    {":SYSTem:INFormation:HARDware?",                OrvanX_getHardwareVersion,      ODT_HARD},
+    {":SYSTem:INFormation:FPGA?",                    OrvanX_getFPGAVersion,          ODT_FPGA},
+    {":SYSTem:INFormation:FIRMware?",                OrvanX_getFirmware,             ODT_FIRM},
     {":SYSTem:INFormation:SCPIrevision?",            OrvanX_cmdBypass,               ODT_SCPI},
 
     // System: LAN
+    {":SYSTem:COMMunicate:LAN:DHCP",                 OrvanX_setDHCP,                 ODT_IF_DHCP},
+    {":SYSTem:COMMunicate:LAN:DHCP?",                OrvanX_getDHCP,                 ODT_IF_DHCP},
+    {":SYSTem:COMMunicate:LAN:IPADdress",            OrvanX_setIpAddress,            ODT_IF_ADDR},
+    {":SYSTem:COMMunicate:LAN:IPADdress?",           OrvanX_getIpAddress,            ODT_IF_ADDR},
+    {":SYSTem:COMMunicate:LAN:MASK",                 OrvanX_setNetworkMask,          ODT_IF_MASK},
+    {":SYSTem:COMMunicate:LAN:MASK?",                OrvanX_getNetworkMask,          ODT_IF_MASK},
+    {":SYSTem:COMMunicate:LAN:GATeway",              Orvan_setDefaultGateway,        ODT_IF_GATE},
+    {":SYSTem:COMMunicate:LAN:GATeway?",             Orvan_getDefaultGateway,        ODT_IF_GATE},
+    {":SYSTem:COMMunicate:LAN:HOSTname",             OrvanX_setHostname,             ODT_HOST},
+    {":SYSTem:COMMunicate:LAN:HOSTname?",            OrvanX_getHostname,             ODT_HOST},
+    {":SYSTem:COMMunicate:LAN:DNS",                  OrvanX_setNetworkDNS,           ODT_NO_TAG},
+    {":SYSTem:COMMunicate:LAN:DNS?",                 OrvanX_getNetworkDNS,           ODT_NO_TAG},
+    {":SYSTem:COMMunicate:LAN:PORT",                 OrvanX_setPortNumber,           ODT_IF_PORT},
+    {":SYSTem:COMMunicate:LAN:PORT?",                OrvanX_getPortNumber,           ODT_IF_PORT},
 
     // System: battery, fans
+    {":SYSTem:BATtery?",                             OrvanX_getBatteryChargeLevel,   ODT_BATT},
 
     // IEEE 488.2 common commands
     {"*CLS",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -202,6 +224,7 @@ const scpi_command_t scpi_commands[] = {
     {"*STB?",                                        OrvanX_cmdBypass,               ODT_NO_TAG},
     {"*WAI",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {"*TRG",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
+    {"*OPT?",                                        OrvanX_getOptions,              ODT_OPT},
 
     // Log, tests, errors, version
     {":SYSTem:LOG[:STATe]",                          OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -210,6 +233,8 @@ const scpi_command_t scpi_commands[] = {
     {":SYSTem:VERSion?",                             SCPI_SystemVersionQ,            ODT_NO_TAG},
 
     // The instrument's own software
+    {"[:INTernal]:INFormation:DEVice:ARCHitecture?", OrvanX_getDeviceArch,           ODT_NO_TAG},
+    {"[:INTernal]:INFormation:DEVice:OPTions?",      OrvanX_getDeviceOptTable,       ODT_NO_TAG},
     {"[:INTernal]:MODulation:ENABle:MASK",           OrvanX_setModulCfg,             ODT_MODUL_CFG},
     {"[:INTernal]:INFormation:SLAVe?",               OrvanX_getSlave,                ODT_NO_TAG},
     {"[:INTernal]:INFormation:RFRevision?",          OrvanX_cmdBypass,               ODT_NO_TAG},

@@ -27,6 +27,58 @@
 scpi_result_t OrvanX_cmdBypass(scpi_t* context);
 
 /**
+ * Selects the channel that forwarded commands go to, CH1 to CH4 or 1 to 4, and notes it in the record of
+ * every installed channel. A channel that is not installed is accepted: its module then cannot be reached.
+ */
+scpi_result_t OrvanX_setChannel(scpi_t* context);
+/** The selected channel's number; the records are corrected as well. */
+scpi_result_t OrvanX_getChannel(scpi_t* context);
+
+/**
+ * The controller's LAN settings and what it is. Values are mirrored in the selected channel's record.
+ *
+ * Set handlers succeed whatever the device says, and without a device: a value that it refuses is mirrored,
+ * and the client learns of it by asking. Get handlers fail without an error of their own when the device
+ * does, unless another thing is said.
+ */
+scpi_result_t OrvanX_setDHCP(scpi_t* context);
+scpi_result_t OrvanX_getDHCP(scpi_t* context); /**< ON or OFF */
+scpi_result_t OrvanX_setIpAddress(scpi_t* context);
+scpi_result_t OrvanX_getIpAddress(scpi_t* context);
+scpi_result_t OrvanX_setNetworkMask(scpi_t* context);
+/** Replies also when the device fails, with what it left, and so -223 when that is nothing. */
+scpi_result_t OrvanX_getNetworkMask(scpi_t* context);
+scpi_result_t Orvan_setDefaultGateway(scpi_t* context);
+scpi_result_t Orvan_getDefaultGateway(scpi_t* context);
+scpi_result_t OrvanX_setHostname(scpi_t* context);
+scpi_result_t OrvanX_getHostname(scpi_t* context);
+/** The number's low 16 bits; the device REBOOTS for it. Mirrored only with a device. */
+scpi_result_t OrvanX_setPortNumber(scpi_t* context);
+/** A port of 0 is a failure, whatever the device says of it. */
+scpi_result_t OrvanX_getPortNumber(scpi_t* context);
+/** Name server 1 or 2, then its address; not mirrored. */
+scpi_result_t OrvanX_setNetworkDNS(scpi_t* context);
+/** Takes the server's number, 1 or 2. */
+scpi_result_t OrvanX_getNetworkDNS(scpi_t* context);
+
+scpi_result_t OrvanX_getModel(scpi_t* context);
+scpi_result_t OrvanX_getSerial(scpi_t* context);
+scpi_result_t OrvanX_getHardwareVersion(scpi_t* context); /**< one character */
+/** A failing device is noticed only by the empty text, -223. */
+scpi_result_t OrvanX_getFirmware(scpi_t* context);
+scpi_result_t OrvanX_getFPGAVersion(scpi_t* context);
+scpi_result_t OrvanX_getBatteryChargeLevel(scpi_t* context); /**< percent */
+/** As OrvanX_getFirmware. */
+scpi_result_t OrvanX_getOptions(scpi_t* context);
+
+/** "<model>,<MHz>,<channels>,<usb or spi>,<product>,<vendor>,<platform>", both numbers in hexadecimal. Fails
+ *  without an error of its own when the model is unknown. */
+scpi_result_t OrvanX_getDeviceArch(scpi_t* context);
+/** The device's option table as a definite length block; -230 "Failed retrieving options table", -223 "copy
+ * binay data out failed". */
+scpi_result_t OrvanX_getDeviceOptTable(scpi_t* context);
+
+/**
  * What lives in the selected channel's module and in the controller's routing alike: the module is asked
  * first, then the value is mirrored and the device follows. A module that fails is -360 and nothing else
  * happens; a device that fails is a failure without an error of its own, and the module is not switched back.

@@ -22,6 +22,8 @@ struct ExpectedRow {
 
 // clang-format off
 const ExpectedRow kExpected[] = {
+    {":INSTrument[:SELect]",                         "OrvanX_setChannel",              ODT_NO_TAG},
+    {":INSTrument[:SELect]?",                        "OrvanX_getChannel",              ODT_NO_TAG},
     {":INITiate:CONTinuous[:STATe]",                 "bypass",                         ODT_INIT_RUN},
     {":INITiate:CONTinuous[:STATe]?",                "bypass",                         ODT_INIT_RUN},
     {":INITiate:GATE[:STATe]",                       "bypass",                         ODT_NO_TAG},
@@ -155,7 +157,27 @@ const ExpectedRow kExpected[] = {
     {":SYSTem:EMULator:MODel?",                      "bypass",                         ODT_NO_TAG},
     {":SYSTem:TEMPerature?",                         "bypass",                         ODT_TEMP},
     {":SYSTem:INFormation:CALibration?",             "bypass",                         ODT_CALIB_DATE},
+    {":SYSTem:INFormation:MODel?",                   "OrvanX_getModel",                ODT_INF_MODEL},
+    {":SYSTem:INFormation:SERial?",                  "OrvanX_getSerial",               ODT_INF_SERIAL},
+    {":SYSTem:INFormation:HARDware?",                "OrvanX_getHardwareVersion",      ODT_HARD},
+    {":SYSTem:INFormation:FPGA?",                    "OrvanX_getFPGAVersion",          ODT_FPGA},
+    {":SYSTem:INFormation:FIRMware?",                "OrvanX_getFirmware",             ODT_FIRM},
     {":SYSTem:INFormation:SCPIrevision?",            "bypass",                         ODT_SCPI},
+    {":SYSTem:COMMunicate:LAN:DHCP",                 "OrvanX_setDHCP",                 ODT_IF_DHCP},
+    {":SYSTem:COMMunicate:LAN:DHCP?",                "OrvanX_getDHCP",                 ODT_IF_DHCP},
+    {":SYSTem:COMMunicate:LAN:IPADdress",            "OrvanX_setIpAddress",            ODT_IF_ADDR},
+    {":SYSTem:COMMunicate:LAN:IPADdress?",           "OrvanX_getIpAddress",            ODT_IF_ADDR},
+    {":SYSTem:COMMunicate:LAN:MASK",                 "OrvanX_setNetworkMask",          ODT_IF_MASK},
+    {":SYSTem:COMMunicate:LAN:MASK?",                "OrvanX_getNetworkMask",          ODT_IF_MASK},
+    {":SYSTem:COMMunicate:LAN:GATeway",              "Orvan_setDefaultGateway",        ODT_IF_GATE},
+    {":SYSTem:COMMunicate:LAN:GATeway?",             "Orvan_getDefaultGateway",        ODT_IF_GATE},
+    {":SYSTem:COMMunicate:LAN:HOSTname",             "OrvanX_setHostname",             ODT_HOST},
+    {":SYSTem:COMMunicate:LAN:HOSTname?",            "OrvanX_getHostname",             ODT_HOST},
+    {":SYSTem:COMMunicate:LAN:DNS",                  "OrvanX_setNetworkDNS",           ODT_NO_TAG},
+    {":SYSTem:COMMunicate:LAN:DNS?",                 "OrvanX_getNetworkDNS",           ODT_NO_TAG},
+    {":SYSTem:COMMunicate:LAN:PORT",                 "OrvanX_setPortNumber",           ODT_IF_PORT},
+    {":SYSTem:COMMunicate:LAN:PORT?",                "OrvanX_getPortNumber",           ODT_IF_PORT},
+    {":SYSTem:BATtery?",                             "OrvanX_getBatteryChargeLevel",   ODT_BATT},
     {"*CLS",                                         "bypass",                         ODT_NO_TAG},
     {"*ESE",                                         "bypass",                         ODT_NO_TAG},
     {"*ESE?",                                        "bypass",                         ODT_NO_TAG},
@@ -167,10 +189,13 @@ const ExpectedRow kExpected[] = {
     {"*STB?",                                        "bypass",                         ODT_NO_TAG},
     {"*WAI",                                         "bypass",                         ODT_NO_TAG},
     {"*TRG",                                         "bypass",                         ODT_NO_TAG},
+    {"*OPT?",                                        "OrvanX_getOptions",              ODT_OPT},
     {":SYSTem:LOG[:STATe]",                          "bypass",                         ODT_NO_TAG},
     {":SYSTem:ERRor[:NEXT]?",                        "bypass",                         ODT_NO_TAG},
     {":SYSTem:ERRor:COUNt?",                         "bypass",                         ODT_NO_TAG},
     {":SYSTem:VERSion?",                             "SCPI_SystemVersionQ",            ODT_NO_TAG},
+    {"[:INTernal]:INFormation:DEVice:ARCHitecture?", "OrvanX_getDeviceArch",           ODT_NO_TAG},
+    {"[:INTernal]:INFormation:DEVice:OPTions?",      "OrvanX_getDeviceOptTable",       ODT_NO_TAG},
     {"[:INTernal]:MODulation:ENABle:MASK",           "OrvanX_setModulCfg",             ODT_MODUL_CFG},
     {"[:INTernal]:INFormation:SLAVe?",               "OrvanX_getSlave",                ODT_NO_TAG},
     {"[:INTernal]:INFormation:RFRevision?",          "bypass",                         ODT_NO_TAG},
@@ -204,6 +229,31 @@ scpi_command_callback_t handler_called(const std::string& name)
         ORVAN_NAMED(SCPI_StatusOperationEnable),
         ORVAN_NAMED(SCPI_StatusOperationEnableQ),
         ORVAN_NAMED(SCPI_StatusPreset),
+        ORVAN_NAMED(OrvanX_setChannel),
+        ORVAN_NAMED(OrvanX_getChannel),
+        ORVAN_NAMED(OrvanX_setDHCP),
+        ORVAN_NAMED(OrvanX_getDHCP),
+        ORVAN_NAMED(OrvanX_setIpAddress),
+        ORVAN_NAMED(OrvanX_getIpAddress),
+        ORVAN_NAMED(OrvanX_setNetworkMask),
+        ORVAN_NAMED(OrvanX_getNetworkMask),
+        ORVAN_NAMED(Orvan_setDefaultGateway),
+        ORVAN_NAMED(Orvan_getDefaultGateway),
+        ORVAN_NAMED(OrvanX_setHostname),
+        ORVAN_NAMED(OrvanX_getHostname),
+        ORVAN_NAMED(OrvanX_setPortNumber),
+        ORVAN_NAMED(OrvanX_getPortNumber),
+        ORVAN_NAMED(OrvanX_setNetworkDNS),
+        ORVAN_NAMED(OrvanX_getNetworkDNS),
+        ORVAN_NAMED(OrvanX_getModel),
+        ORVAN_NAMED(OrvanX_getSerial),
+        ORVAN_NAMED(OrvanX_getHardwareVersion),
+        ORVAN_NAMED(OrvanX_getFirmware),
+        ORVAN_NAMED(OrvanX_getFPGAVersion),
+        ORVAN_NAMED(OrvanX_getBatteryChargeLevel),
+        ORVAN_NAMED(OrvanX_getOptions),
+        ORVAN_NAMED(OrvanX_getDeviceArch),
+        ORVAN_NAMED(OrvanX_getDeviceOptTable),
         ORVAN_NAMED(OrvanX_setOutputOnOff),
         ORVAN_NAMED(OrvanX_getOutputOnOff),
         ORVAN_NAMED(OrvanX_setTriggerCoupling),
@@ -273,7 +323,7 @@ TEST(CommandTable, SetRowStandsRightAheadOfItsQueryRowWithTheSameTag)
         EXPECT_EQ(all[query->second]->tag, all[index]->tag) << pattern;
         ++pairs;
     }
-    EXPECT_EQ(pairs, 56u);
+    EXPECT_EQ(pairs, 64u);
 }
 
 TEST(CommandTable, NoHeaderMatchesTwoRows)
@@ -314,6 +364,7 @@ TEST(CommandTable, ATagLeadsToItsSetRowFirstAndToAQueryOnlyWhenThereIsNoOther)
     EXPECT_EQ(first_with(ODT_RF_OUT), ":OUTPut[:STATe]");
     EXPECT_EQ(first_with(ODT_TRG_SRC), ":TRIGger:SOURce");
     EXPECT_EQ(first_with(ODT_AM_SRC), "[:SOURce]:AM:SOURce");
+    EXPECT_EQ(first_with(ODT_INF_MODEL), ":SYSTem:INFormation:MODel?");
 }
 
 TEST(CommandTable, EndsWithANullPattern)
