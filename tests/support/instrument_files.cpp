@@ -1,16 +1,21 @@
 #include "instrument_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -22,6 +27,18 @@ constexpr std::string_view kObject = "/orvanData";
 // Set before the code under test starts threads.
 const InstrumentFiles* g_files = nullptr;
 InstrumentFiles::Fault g_fault = InstrumentFiles::Fault::kNone;
+
+std::mutex g_opened_mutex;
+std::vector<std::string> g_opened;
+
+// Where the code under test finds what it names; `storage` holds the name when that is elsewhere.
+const char* led(const char* path, std::string& storage)
+{
+    if (g_files == nullptr || !std::string_view(path).starts_with(kHalde))
+        return path;
+    storage = g_files->halde() / (path + kHalde.size());
+    return storage.c_str();
+}
 
 template <typename Function>
 Function* next_symbol(const char* name)
@@ -38,9 +55,46 @@ extern "C" int open(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (g_files != nullptr && std::string_view(path).starts_with(kHalde))
-        return real((g_files->halde() / (path + kHalde.size())).c_str(), flags, mode);
-    return real(path, flags, mode);
+    std::string storage;
+    const char* const place = led(path, storage);
+    if (place != path) {
+        const std::lock_guard lock(g_opened_mutex);
+        g_opened.emplace_back(path + kHalde.size());
+    }
+    return real(place, flags, mode);
+}
+
+extern "C" int access(const char* path, int mode) noexcept
+{
+    static auto* const real = next_symbol<int(const char*, int)>("access");
+    std::string storage;
+    return real(led(path, storage), mode);
+}
+
+extern "C" int unlink(const char* path) noexcept
+{
+    static auto* const real = next_symbol<int(const char*)>("unlink");
+    std::string storage;
+    return real(led(path, storage));
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    static auto* const real = next_symbol<int(const char*, const char*)>("rename");
+    std::string storage[2];
+    return real(led(from, storage[0]), led(to, storage[1]));
+}
+
+extern "C" int mkostemp(char* name, int flags)
+{
+    static auto* const real = next_symbol<int(char*, int)>("mkostemp");
+    std::string storage;
+    if (led(name, storage) == name)
+        return real(name, flags);
+    const int fd = real(storage.data(), flags);
+    constexpr size_t kRandom = 6;
+    std::memcpy(name + std::strlen(name) - kRandom, storage.data() + storage.size() - kRandom, kRandom);
+    return fd;
 }
 
 extern "C" int shm_open(const char* name, int flags, mode_t mode)
@@ -76,6 +130,8 @@ InstrumentFiles::InstrumentFiles() : m_object("/orvanData-" + std::to_string(get
         throw std::runtime_error("no temporary folder");
     m_halde = folder;
     std::filesystem::create_directory(m_halde / "json");
+    for (const char* channel : {"1", "2", "3", "4"})
+        std::filesystem::create_directories(m_halde / "preset" / channel);
     g_files = this;
 }
 
@@ -92,6 +148,22 @@ InstrumentFiles::~InstrumentFiles()
 void InstrumentFiles::write_factory_setup(const std::string& json)
 {
     std::ofstream(m_halde / "json/ch0.json") << json;
+}
+
+std::filesystem::path InstrumentFiles::preset(int channel, int setup) const
+{
+    return m_halde / "preset" / std::to_string(channel) / ("preset-" + std::to_string(setup) + ".json");
+}
+
+void InstrumentFiles::write_preset(int channel, int setup, const std::string& json)
+{
+    std::ofstream(preset(channel, setup)) << json;
+}
+
+size_t InstrumentFiles::opened(const std::string& name) const
+{
+    const std::lock_guard lock(g_opened_mutex);
+    return static_cast<size_t>(std::count(g_opened.begin(), g_opened.end(), name));
 }
 
 void InstrumentFiles::set_fault(Fault fault)

@@ -1,8 +1,8 @@
 /**
  * An instrument's files and shared memory for a process that runs on a plain machine.
  *
- * Linking this library replaces open(), shm_open() and shm_unlink() of a program that names InstrumentFiles;
- * while none lives they are libc's.
+ * Linking this library replaces open(), access(), unlink(), rename(), mkostemp(), shm_open() and shm_unlink()
+ * of a program that names InstrumentFiles; while none lives they are libc's.
  */
 #ifndef ORVAN_TESTS_SUPPORT_INSTRUMENT_FILES_H
 #define ORVAN_TESTS_SUPPORT_INSTRUMENT_FILES_H
@@ -23,7 +23,7 @@ public:
         kMap,      /**< mmap, as the descriptor is for writing only */
     };
 
-    /** Starts with an empty folder "json" in /home/orvan/halde. */
+    /** Starts with the folders "json" and "preset/1" to "preset/4" in /home/orvan/halde, all empty. */
     InstrumentFiles();
     /** Removes the folder and the shared memory object. */
     ~InstrumentFiles();
@@ -37,6 +37,13 @@ public:
 
     /** Puts a text into "json/ch0.json". */
     void write_factory_setup(const std::string& json);
+
+    /** Where the file of a channel's setup stands, 1 and up, and a text put into it. */
+    std::filesystem::path preset(int channel, int setup) const;
+    void write_preset(int channel, int setup, const std::string& json);
+
+    /** How often this file of /home/orvan/halde, as "json/ch0.json", has been opened. */
+    size_t opened(const std::string& name) const;
 
     void set_fault(Fault fault);
 

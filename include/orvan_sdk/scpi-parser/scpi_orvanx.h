@@ -15,6 +15,7 @@
 
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
+enum SendOnInit : int;
 struct ORVAN_CONFIG;
 struct OrvanElementData;
 class OrvanData;
@@ -128,6 +129,50 @@ public:
     void updateDBFeature(uint8_t* base, int* tags, int count, char* buff, size_t size);
 
     /**
+     * Sends the elements of one pass to a channel's module, each as a request of its own, in the order of
+     * their tags: "<header> <value>\r\n". An element without a header in the language is left out.
+     *
+     * Every outcome is logged and none stops the pass: with no answer each element costs its time-out.
+     *
+     * @param ch             1 to the installed channels; nothing is checked, its liveness neither
+     * @param targetPriority eSendPri1 or eSendPri2
+     */
+    void scpi_cmds_pass(int ch, SendOnInit targetPriority);
+
+    /**
+     * Completes every channel's record with what only the controller knows, in this order: the model's,
+     * the settings' and the customer options'. Sends nothing. It stands until a recall puts the stored
+     * setup's values back in its place.
+     *
+     * @param arch the device's sDevArch_t
+     */
+    void sync_db_to_orvanx(void* arch);
+
+    /** Writes the model, its type and its frequency limit to a channel's record.
+     *  @param arch an sDevArch_t @return 0; -1, and logged, when null */
+    int apply_dev_arch(int ch, void* arch);
+
+    /** Writes manufacturer, versions, serial number and the lower power limit to a channel's record. The last
+     *  byte of each text in the settings becomes zero.
+     *  @param e2pr an EEPROM_DEVICE_SETTINGS @return 0; -1, and logged, when null */
+    int apply_eeprom(int ch, void* e2pr);
+
+    /**
+     * Writes the option text to a channel's record and applies the options in it: "LP" lowers the lower power
+     * limit to -80 dBm. A word counts only as it is written, blanks ahead of it apart; others are passed
+     * over.
+     *
+     * @param e2pr    an EEPROM_DEVICE_SETTINGS
+     * @param options words separated by ","; its last byte becomes zero
+     * @param optSize bytes of `options`
+     * @return 0; -1, and logged, when a pointer is null, `optSize` is 0 or the channel has no record
+     */
+    int apply_customer_options(int ch, void* e2pr, char* options, size_t optSize);
+
+    /** Writes the battery's charge and current status to every channel's record. */
+    void update_battery_status(int percent, int currentStatus);
+
+    /**
      * Notes the present network, as "sudo /usr/local/bin/he_get_net_config.sh" tells it, in the settings'
      * live network set-up and in every channel's record, and takes the SCPI port over from the settings.
      *
@@ -224,5 +269,14 @@ private:
  */
 bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
                           size_t bufSize);
+
+/**
+ * The header by which an element is set: the first row of a command table with this tag, without the parts in
+ * brackets, ":OUTPut" for ":OUTPut[:STATe]". It ends in "?" when that row is a query.
+ *
+ * @param commands ended by a row with a null pattern
+ * @return empty when no row has the tag
+ */
+std::string get_scpi_pattern(const scpi_command_t* commands, int32_t targetTag);
 
 #endif
