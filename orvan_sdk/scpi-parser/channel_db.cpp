@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr const char* kFactorySetup = "/home/orvan/halde/json/ch0.json";
+constexpr int kFactorySetup = 0;
 
 const char* null_or_ok(const void* pointer)
 {
@@ -41,6 +41,10 @@ int Scpi_Orvanx::load_database(int defaultCfg)
 {
     if (m_modules == 0)
         return -4;
+    if (validate_DB_files(defaultCfg) != 0) {
+        defaultCfg = kFactorySetup;
+        set_bootDBConfig(kFactorySetup, false);
+    }
     m_defaultBootCfg = defaultCfg;
 
     m_orvanData = new (std::nothrow) OrvanData();
@@ -66,22 +70,12 @@ int Scpi_Orvanx::load_database(int defaultCfg)
         shm_unlink(g_shmemName);
         return -1;
     }
-    if (load_factory_setup() != 0) {
+    if (database_recall(defaultCfg) != 0) {
         syslog(LOG_ERR, "Failed to load default database on boot");
         return -1;
     }
     close(fd);
     return 0;
-}
-
-int Scpi_Orvanx::load_factory_setup()
-{
-    int result = 0;
-    for (int ch = 1; ch <= m_modules; ++ch)
-        if (m_orvanData->init_cmd_config(kFactorySetup, &m_orvanDB[ch - 1]) != 0)
-            result = -1;
-    network_if_detect();
-    return result;
 }
 
 const OrvanElementData* Scpi_Orvanx::get_ElemByTag(int32_t tag)

@@ -93,10 +93,11 @@ public:
     void modules_bit(int devNo, int bitType);
 
     /**
-     * Maps the shared memory object "/orvanData" with a record for each installed channel and fills the
-     * records. Called once, at start-up; a left-over object is taken over.
+     * Maps the shared memory object "/orvanData" with a record for each installed channel and recalls a
+     * setup (database_recall). Called once, at start-up; a left-over object is taken over.
      *
-     * @param defaultCfg setup that is loaded at boot
+     * @param defaultCfg setup that is loaded at boot. When a file of it is missing, setup 0 is, and becomes
+     *                   the boot setup of the settings in memory
      * @return 0; -4 and nothing done without channels; -1, and logged, when the object cannot be had or the
      *         setup cannot be read. In the latter case the records stand all the same.
      */
@@ -127,6 +128,59 @@ public:
 
     /** Writes one text to a group of elements. With a null pointer, no tags or no size nothing happens. */
     void updateDBFeature(uint8_t* base, int* tags, int count, char* buff, size_t size);
+
+    /**
+     * Stores every channel's record as a setup. The RF output is stored as off unless the power-on restore
+     * mode is on; the record stands at off, too, while its file is written. The record's setup number
+     * becomes `index`.
+     *
+     * A channel that fails is logged and the others go on, so that half of a setup can be stored. A file
+     * that cannot be written keeps its former contents.
+     *
+     * @param index 1 to 5; nothing above is refused
+     * @return 0; -1 when a channel failed or the records are not loaded; -3, and nothing done, for setup 0
+     */
+    int database_store(int index);
+
+    /**
+     * Fills every channel's record from a setup and sends it to the modules that are live: a channel's
+     * values first, then its states. Elements that the file does not have stay. Notes in each channel's State
+     * whether its module is live and, at the end, the present network (network_if_detect).
+     *
+     * A channel whose file cannot be used is logged, keeps its record and sends nothing; the others go on.
+     *
+     * @param index 0 to 5; nothing above is refused
+     * @return 0; -1 when a channel failed or the records are not loaded
+     */
+    int database_recall(int index);
+
+    /**
+     * Deletes every channel's file of a setup; one that is not there counts as deleted.
+     * @return 0; -1 when a file resists, logged, or for setup 0, logged and nothing done
+     */
+    int database_clear(int index);
+
+    /**
+     * Whether every installed channel has a file of this setup; what is in it is not looked at.
+     * @return 0; -1 for 6 and above, and when one is missing, which is logged for the first
+     */
+    int validate_DB_files(int index);
+
+    /**
+     * Makes a setup the one that is recalled at boot, in the settings; its low 8 bits count.
+     * @param update store the settings at once, if there is a device
+     */
+    void set_bootDBConfig(int cfgIdx, bool update);
+
+    /** The setup that is recalled at boot; 0 without settings. */
+    int get_bootDBConfig();
+
+    /**
+     * The file of a channel's setup: for setup 0 "/home/orvan/halde/json/ch0.json" whatever the channel,
+     * else "/home/orvan/halde/preset/<channel>/preset-<setup>.json". The folders are expected to exist.
+     * @param size bytes of `buff`; a longer path is cut
+     */
+    void get_json_db_path(int ovx_idx, int cfg_idx, char* buff, size_t size);
 
     /**
      * Sends the elements of one pass to a channel's module, each as a request of its own, in the order of
@@ -253,10 +307,6 @@ private:
     static Scpi_Orvanx* m_instance;
 
     Scpi_Orvanx();
-
-    // Fills the records from the factory setup and notes the present network in them. 0, or -1 when the setup
-    // did not reach every record.
-    int load_factory_setup();
 };
 
 /**

@@ -1,5 +1,6 @@
-#include "records_bench.h"
+#include "setup_bench.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fcntl.h>
 #include <limits>
@@ -95,10 +96,66 @@ TEST_F(LoadDatabase, ASetupThatCannotBeReadLeavesTheRecordsMapped)
     files.write_factory_setup("no JSON");
     orvanx->setNumberofChannels(2);
     EXPECT_EQ(orvanx->load_database(0), -1);
-    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Failed to load default database on boot"}}));
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Recall failed: Mod 1, Index 0"},
+                                                  {LOG_ERR, "Recall failed: Mod 2, Index 0"},
+                                                  {LOG_ERR, "Failed to load default database on boot"}}));
     EXPECT_EQ(files.object_size(), 2 * 1816);
     char value[] = "5";
     EXPECT_EQ(orvanx->update_db(2, ODT_PWR, value, sizeof value), 0);
+}
+
+TEST_F(LoadDatabase, RecallsTheBootSetupAndSendsItToLiveModules)
+{
+    settings_in_memory().bootDBConfig = 3;
+    for (int channel : {1, 2})
+        files.write_preset(channel, 3, R"({"ANALOGOUTPUT": {"Frequency": 3}, "SYSTEM": {"Battery": 3}})");
+    orvanx->setNumberofChannels(2);
+    orvanx->m_isLive[1] = true;
+    EXPECT_EQ(orvanx->load_database(3), 0);
+    for (int channel : {1, 2}) {
+        const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(channel));
+        EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 3.0);
+        EXPECT_EQ(record.CHANNEL.State, channel == 2 ? On : Off);
+    }
+    const std::vector<std::string> sent = module.requests();
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), ":FREQuency 3\r\n"), 1);
+    EXPECT_EQ(orvanx->get_bootDBConfig(), 3);
+}
+
+TEST_F(LoadDatabase, ABootSetupThatMissesAFileGivesWayToTheFactorys)
+{
+    settings_in_memory().bootDBConfig = 3;
+    files.write_preset(1, 3, R"({"ANALOGOUTPUT": {"Frequency": 3}})");
+    orvanx->setNumberofChannels(2);
+    EXPECT_EQ(orvanx->load_database(3), 0);
+    for (int channel : {1, 2}) {
+        const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(channel));
+        EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1234567.0);
+    }
+    EXPECT_EQ(orvanx->get_bootDBConfig(), 0) << "in memory; the settings' bus is never looked at";
+    EXPECT_EQ(logs.lines(),
+              (std::vector<LogLine>{{LOG_WARNING, "Validation Failed: Config 3 missing for Module 2"}}));
+}
+
+TEST_F(LoadDatabase, ABootSetupThatNoneCanHaveGivesWayWithoutALine)
+{
+    settings_in_memory().bootDBConfig = 9;
+    orvanx->setNumberofChannels(1);
+    EXPECT_EQ(orvanx->load_database(9), 0);
+    EXPECT_EQ(orvanx->get_bootDBConfig(), 0);
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(LoadDatabase, WithoutTheFactorysFileTheRecordsStandEmpty)
+{
+    std::filesystem::remove(files.halde() / "json/ch0.json");
+    orvanx->setNumberofChannels(1);
+    EXPECT_EQ(orvanx->load_database(0), -1);
+    EXPECT_EQ(logs.lines(),
+              (std::vector<LogLine>{{LOG_WARNING, "Validation Failed: Config 0 missing for Module 1"},
+                                    {LOG_ERR, "Recall failed: Mod 1, Index 0"},
+                                    {LOG_ERR, "Failed to load default database on boot"}}));
+    EXPECT_EQ(files.object_size(), 1816);
 }
 
 TEST_F(LoadDatabase, ItsDescriptorIsClosedOnlyOnSuccess)
@@ -136,6 +193,7 @@ class LoadDatabaseFault : public testing::Test {
 protected:
     LoadDatabaseFault()
     {
+        files.write_factory_setup("{}");
         orvanx->setNumberofChannels(2);
         orvanx->setSelectedChannel(1);
         logs.clear();

@@ -527,4 +527,17 @@ TEST_F(DatabaseSync, WithoutADeviceThereAreNoOptions)
     expect_limit(1, "-40");
 }
 
+TEST_F(DatabaseSync, ARecallPutsTheFilesValuesInTheirPlace)
+{
+    filled_settings();
+    orvanx->sync_db_to_orvanx(&arch);
+    ASSERT_EQ(orvanx->database_store(1), 0);
+    arch.model = "OVX3652B";
+    arch.maxFrequency = 20'000'000'000;
+    orvanx->sync_db_to_orvanx(&arch);
+    EXPECT_EQ(orvanx->database_recall(1), 0);
+    EXPECT_EQ(text(1, ODT_INF_MODEL), "OVX5352B");
+    EXPECT_EQ(text(1, ODT_FREQ_MAX), "40000000000");
+}
+
 } // namespace
