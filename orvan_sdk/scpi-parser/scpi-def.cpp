@@ -161,6 +161,9 @@ const scpi_command_t scpi_commands[] = {
     // System: setups
     {":SYSTem:SETup:TARGet",                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:SETup:TARGet?",                        OrvanX_cmdBypass,               ODT_NO_TAG},
+    {":SYSTem:SETup:STORe",                          OrvanX_DBStore,                 ODT_NO_TAG},
+    {":SYSTem:SETup:CLEar",                          OrvanX_DBClear,                 ODT_NO_TAG},
+    {":SYSTem:SETup:RECall",                         OrvanX_DBRecall,                ODT_NO_TAG},
 
     // System: files
     {":SYSTem:FILE:CATalog:LIST?",                   OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -180,6 +183,8 @@ const scpi_command_t scpi_commands[] = {
     {":SYSTem:FILE:DELete:ALL",                      OrvanX_cmdBypass,               ODT_NO_TAG},
 
     // System: power-up setup
+    {":SYSTem:POWerup:SETup",                        OrvanX_setPowerupDB,            ODT_NO_TAG},
+    {":SYSTem:POWerup:SETup?",                       OrvanX_getPowerupDB,            ODT_NO_TAG},
 
     // System: emulator, temperature, information
     {":SYSTem:EMULator:MODel",                       OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -211,6 +216,8 @@ const scpi_command_t scpi_commands[] = {
 
     // System: battery, fans
     {":SYSTem:BATtery?",                             OrvanX_getBatteryChargeLevel,   ODT_BATT},
+    {":SYSTem:FAN:MODE",                             OrvanX_setFanMode,              ODT_NO_TAG},
+    {":SYSTem:FAN:MODE?",                            OrvanX_getFanMode,              ODT_NO_TAG},
 
     // IEEE 488.2 common commands
     {"*CLS",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -224,18 +231,24 @@ const scpi_command_t scpi_commands[] = {
     {"*STB?",                                        OrvanX_cmdBypass,               ODT_NO_TAG},
     {"*WAI",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {"*TRG",                                         OrvanX_cmdBypass,               ODT_NO_TAG},
+    {"*RST",                                         OrvanX_Reset,                   ODT_NO_TAG},
     {"*OPT?",                                        OrvanX_getOptions,              ODT_OPT},
 
     // Log, tests, errors, version
     {":SYSTem:LOG[:STATe]",                          OrvanX_cmdBypass,               ODT_NO_TAG},
+    {"*TST?",                                        OrvanX_bitRPResults,            ODT_NO_TAG},
+    {"*TST",                                         OrvanX_runRPIbit,               ODT_NO_TAG},
     {":SYSTem:ERRor[:NEXT]?",                        OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:ERRor:COUNt?",                         OrvanX_cmdBypass,               ODT_NO_TAG},
     {":SYSTem:VERSion?",                             SCPI_SystemVersionQ,            ODT_NO_TAG},
+    {":SYSTem:MODule:TEST?",                         OrvanX_getModuleBitResult,      ODT_NO_TAG},
 
     // The instrument's own software
     {"[:INTernal]:INFormation:DEVice:ARCHitecture?", OrvanX_getDeviceArch,           ODT_NO_TAG},
     {"[:INTernal]:INFormation:DEVice:OPTions?",      OrvanX_getDeviceOptTable,       ODT_NO_TAG},
     {"[:INTernal]:MODulation:ENABle:MASK",           OrvanX_setModulCfg,             ODT_MODUL_CFG},
+    {"[:INTernal]:OUTPut:RESTore:MODE",              OrvanX_setPwrOnResore,          ODT_NO_TAG},
+    {"[:INTernal]:OUTPut:RESTore:MODE?",             OrvanX_getPwrOnResore,          ODT_NO_TAG},
     {"[:INTernal]:INFormation:SLAVe?",               OrvanX_getSlave,                ODT_NO_TAG},
     {"[:INTernal]:INFormation:RFRevision?",          OrvanX_cmdBypass,               ODT_NO_TAG},
     {"[:INTernal]:INFormation:DIGital?",             OrvanX_cmdBypass,               ODT_NO_TAG},

@@ -104,4 +104,56 @@ scpi_result_t OrvanX_setModulCfg(scpi_t* context);
 /** Firmware version of the selected channel's module. */
 scpi_result_t OrvanX_getSlave(scpi_t* context);
 
+/**
+ * Stored setups (Scpi_Orvanx::database_store and its neighbours). Setups 1 to 5 are the user's; 0 is the
+ * factory's and can only be recalled. Errors: -108 "writing setup <n> not allowed" ("erasing", "recalling"),
+ * -200 "Failed to save configuration" ("delete", "recall"). Without a service nothing is done, and that is a
+ * success.
+ */
+scpi_result_t OrvanX_DBStore(scpi_t* context);
+scpi_result_t OrvanX_DBClear(scpi_t* context);
+scpi_result_t OrvanX_DBRecall(scpi_t* context);
+
+/** Makes a setup the one that is loaded at power-up, in the stored settings; -256 "DB files not found" unless
+ * every channel has a file of it. */
+scpi_result_t OrvanX_setPowerupDB(scpi_t* context);
+scpi_result_t OrvanX_getPowerupDB(scpi_t* context);
+
+/**
+ * Resets all modules at once, then loads the power-up setup into records and modules and makes the
+ * controller's RF outputs follow it. The channel selection survives. Errors: -310; -360 "Module <n>
+ * communication error" for the first module that fails, and then nothing is loaded, though the others have
+ * been reset. Without a device or a service it fails without an error of its own.
+ */
+scpi_result_t OrvanX_Reset(scpi_t* context);
+
+/** Whether a stored setup keeps its RF output on: AUTO, or MANUAL at first. */
+scpi_result_t OrvanX_setPwrOnResore(scpi_t* context);
+scpi_result_t OrvanX_getPwrOnResore(scpi_t* context);
+
+/** The fans' mode, AUTO or FIXED. Fails without an error of its own when there is no device. */
+scpi_result_t OrvanX_setFanMode(scpi_t* context);
+scpi_result_t OrvanX_getFanMode(scpi_t* context);
+
+/**
+ * Starts the tests on request of the whole instrument: "*TST" to every installed channel's module, all at
+ * once, and meanwhile the controller's own (BITManager::runIBITs). Returns when the slowest has answered. A
+ * module that cannot be reached or refuses is logged and nothing more; without a device or a service nothing
+ * is done.
+ */
+scpi_result_t OrvanX_runRPIbit(scpi_t* context);
+
+/**
+ * The controller's failed tests, "<PBIT, CBIT or IBIT>,<test>,Fail,<error code>;" each, and "<number>
+ * Failures". Starts nothing. A report that reaches 1024 bytes ends with ";Buffer_Overflow", cut where the
+ * room ends.
+ */
+scpi_result_t OrvanX_bitRPResults(scpi_t* context);
+
+/**
+ * A module's own report; takes the module's number, from 1. Errors: -400 "Module number <n> not supported"
+ * above the installed channels, -360. Number 0 is a module that cannot be reached.
+ */
+scpi_result_t OrvanX_getModuleBitResult(scpi_t* context);
+
 #endif
