@@ -246,6 +246,46 @@ public:
     bool getModuleData(int ch);
 
     /**
+     * Starts the thread that asks every installed module for its temperature, 30 seconds after the start and
+     * 30 seconds after each poll. Once, when the modules and their records are set up; the destructor ends
+     * it. A thread that cannot be had is logged.
+     */
+    void startTempratureThread();
+
+    /**
+     * The thread's body: polls until the destructor asks for the end, which takes effect after a poll. An end
+     * that is asked for before the thread has begun is not seen. What a poll throws is logged and ends the
+     * thread for good.
+     */
+    void ThreadRunTempratureFunction();
+
+    /**
+     * One poll on the caller's thread: asks channels 1 to `num` ":SYST:TEMP?", notes who answered and what in
+     * `m_isLive`, in the records (ODT_TEMP) and for getTempMaxOrvanx, and reports the "TEMP test" and, when
+     * one did not answer, the "MODULES test". A module that does not answer counts as one at 100 degrees and
+     * costs up to 15 seconds (SendSCPIOrvanX).
+     *
+     * The selected channel is asked through the instrument's own SCPI server, so never from within a command
+     * of it: the server takes one at a time.
+     *
+     * @param num channels; the first four count
+     * @return true
+     * @throws std::logic_error when an answer does not begin with a number, or with one past the range of a
+     *         double; the poll ends there, and what stands behind that channel stays as it was
+     */
+    bool getTempOrvanXForAlltheChannel(int num);
+
+    /** The largest temperature of the last poll in degrees Celsius; 0 until the first one has ended. */
+    double getTempMaxOrvanx() { return m_max_temprature; }
+
+    /**
+     * For the service process: polls all installed modules, as above, and gives the largest temperature with
+     * six digits behind the point. After an answer that is no number, which is logged, it is that of the poll
+     * before.
+     */
+    std::string getTempratureForOrvanXResponse();
+
+    /**
      * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
      * any number of threads, also towards one module.
      *

@@ -9,6 +9,7 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
+#include "support/scripted_module.h"
 
 using namespace orvan_test;
 
@@ -239,6 +240,33 @@ TEST_F(ModulesBit, RepairedInstrumentPassesAgain)
     EXPECT_EQ(test(1), (Verdict{BIT_FAIL, 0xC}));
     set_live({1});
     EXPECT_EQ(test(1), (Verdict{BIT_PASS, 0}));
+}
+
+// ---- from the temperature poll
+
+/** Modules 1 and 3 answer on the loopback, module 2 does not: nobody listens at its address in the sandbox.
+ */
+TEST_F(ModulesBit, APollWithAModuleDownReportsItAndItsRecoveryDoesNot)
+{
+    add_modules({1, 2, 3});
+    ScriptedModule answering;
+    answering.always(ModuleAnswer::reply("30;+OK\r\n"));
+    const auto put_behind = [&](int channel) {
+        orvanx->m_orvanXIp[channel - 1] = answering.address();
+        orvanx->m_OrvanXport[channel - 1] = static_cast<uint32_t>(answering.port());
+    };
+    put_behind(1);
+    put_behind(3);
+    set_live({1, 2, 3});
+    orvanx->getTempOrvanXForAlltheChannel(3);
+    EXPECT_EQ(verdict(CBIT), (Verdict{BIT_FAIL, 0xC0}));
+    EXPECT_EQ(verdict(PBIT), kUntouched);
+    EXPECT_EQ(verdict(CBIT, "TEMP test"), (Verdict{BIT_PASS, 0}));
+    put_behind(2);
+    orvanx->getTempOrvanXForAlltheChannel(3);
+    EXPECT_TRUE(orvanx->m_isLive[1]);
+    EXPECT_EQ(verdict(CBIT), (Verdict{BIT_FAIL, 0xC0}));
+    EXPECT_EQ(verdict(CBIT, "TEMP test"), (Verdict{BIT_PASS, 0}));
 }
 
 } // namespace
