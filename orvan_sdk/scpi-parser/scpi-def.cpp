@@ -154,6 +154,8 @@ const scpi_command_t scpi_commands[] = {
     {"[:SOURce]:CORRection:FLATness:MODE",           OrvanX_cmdBypass,               ODT_NO_TAG},
 
     // System: update
+    {":SYSTem:UPDate:SOFTware",                      OrvanX_softwareUpdate,          ODT_NO_TAG},
+    {":SYSTem:UPDate:FPGA",                          OrvanX_fpgaUpdate,              ODT_NO_TAG},
 
     // System: clock
     {":SYSTem:CLOCk",                                OrvanX_cmdBypass,               ODT_NO_TAG},
@@ -252,6 +254,7 @@ const scpi_command_t scpi_commands[] = {
     {"[:INTernal]:INFormation:SLAVe?",               OrvanX_getSlave,                ODT_NO_TAG},
     {"[:INTernal]:INFormation:RFRevision?",          OrvanX_cmdBypass,               ODT_NO_TAG},
     {"[:INTernal]:INFormation:DIGital?",             OrvanX_cmdBypass,               ODT_NO_TAG},
+    {"[:INTernal]:GUI:UPDate:SOFTware",              OrvanX_internalSWUpdate,        ODT_NO_TAG},
 
     // Status registers of the controller (SCPI-99 20)
     {":STATus:QUEStionable[:EVENt]?",                SCPI_StatusQuestionableEventQ,  ODT_NO_TAG},

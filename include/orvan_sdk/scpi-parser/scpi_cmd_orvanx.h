@@ -136,6 +136,25 @@ scpi_result_t OrvanX_setFanMode(scpi_t* context);
 scpi_result_t OrvanX_getFanMode(scpi_t* context);
 
 /**
+ * Updates all modules with an image that the message brings as an arbitrary block: stores it in the upgrade
+ * folder, under a name that is always the same, and sends it (Scpi_Orvanx::sendSoftwareUpdate and
+ * sendFPGAUpdateSCPICommandtoOrvanX). Returns when the last module has answered. Modules are not restarted.
+ *
+ * Errors: the reader's own with the text "Parsing failed" without a block; an empty block leaves the file as
+ * it was and fails without an error of its own, as does a file that cannot be stored; -223 "Failed to update
+ * software" ("fpga"). Without a service storing is all.
+ */
+scpi_result_t OrvanX_softwareUpdate(scpi_t* context);
+scpi_result_t OrvanX_fpgaUpdate(scpi_t* context);
+
+/**
+ * For the instrument's own user interface: updates all modules with the software that is in the upgrade
+ * folder, restarts them and REBOOTS the controller, all of it also when the update fails (-223 "Failed to
+ * update software"). Without a service it fails without an error of its own and does nothing.
+ */
+scpi_result_t OrvanX_internalSWUpdate(scpi_t* context);
+
+/**
  * Starts the tests on request of the whole instrument: "*TST" to every installed channel's module, all at
  * once, and meanwhile the controller's own (BITManager::runIBITs). Returns when the slowest has answered. A
  * module that cannot be reached or refuses is logged and nothing more; without a device or a service nothing

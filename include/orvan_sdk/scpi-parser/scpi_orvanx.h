@@ -23,6 +23,11 @@ class OrvanData;
 /** Channels that an instrument has at most. */
 inline constexpr int kMaxChannels = 4;
 
+/** The folder where images for the modules are left, and the words by which their names are told. */
+inline constexpr const char* SW_UPDATE_PATH_ORVANX = "/home/orvan/halde/upgrade/orvanx";
+inline constexpr const char* ORVANXFILEKEYWORD = "ovx_module";     // module software
+inline constexpr const char* ORVANXFPGAFILEKEYWORD = "fpga_image"; // FPGA image
+
 /**
  * One object for the process. Its fields have no lock: every conversation has its own connection, and a
  * reader may meet a value half-written.
@@ -286,6 +291,38 @@ public:
     std::string getTempratureForOrvanXResponse();
 
     /**
+     * Sends the FPGA image of the upgrade folder to every installed module, one after the other, and keeps
+     * the file. An image is one request, `:SYST:UPD:FPGA #71234567<image>\r\n`, which a module has to answer
+     * within 10 seconds of its last byte. A module that fails does not keep the others from theirs.
+     *
+     * The folder has to hold exactly one file with ORVANXFPGAFILEKEYWORD in its name.
+     *
+     * @return what the last module made of it: true hides every failure ahead, that of reading the file as
+     *         well. Without a module, whether the file was read
+     * @throws std::exception without such a file or with several
+     */
+    bool sendFPGAUpdateSCPICommandtoOrvanX();
+
+    /**
+     * The same for the module software, the first file with ORVANXFILEKEYWORD in its name, as
+     * ":SYST:UPD:SOFT". The file is deleted once it has been sent, whoever refused it.
+     *
+     * @return true when every module took it; false, and logged, also when there is no file or it is empty,
+     *         cannot be read or does not fit into memory twice, and then nothing is sent
+     */
+    bool sendSoftwareUpdate();
+
+    /**
+     * Restarts every installed module, whatever it answers. The modules are gone for a while; nothing sends
+     * them their setup again. @return true
+     */
+    bool sendDeviceRestart();
+
+    /** The software update and, when every module took it, the restart. @return false, and no module
+     * restarted, when one did not */
+    bool sendSWUpdateToOrvanX();
+
+    /**
      * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
      * any number of threads, also towards one module.
      *
@@ -348,6 +385,9 @@ private:
 
     Scpi_Orvanx();
 };
+
+/** @return length of a file in bytes; -1 when it cannot be opened or has no end to go to */
+long get_file_size(const char* path);
 
 /**
  * Renders an element of a record as text, as update_orvan_DB reads it back: "ON" or "OFF", a float with six
