@@ -1,0 +1,488 @@
+// From the key to the front-panel program's connection. Each case has the process to itself: the bridge's
+// sender runs until its end.
+
+#include "board/current_board.h"
+#include "board/expect_trace.h"
+#include "orvan_sdk/i2cKeyboard/i2cKeyboard.h"
+#include "panel_program.h"
+#include "refuses_one.h"
+#include "support/loopback.h"
+#include "support/output_capture.h"
+
+#include <algorithm>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <sys/socket.h>
+#include <tca8418.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
+using namespace orvan_test;
+using sim_board::expect_trace;
+using sim_board::Tca8418;
+
+namespace {
+
+std::string code_of(int row, int col)
+{
+    return {static_cast<char>(col * 16 + row)};
+}
+
+/** The sender sleeps on the board's clock, which stands: it takes one code for each of its pauses. */
+class KeyboardBridge : public testing::Test {
+protected:
+    static constexpr uint64_t kPauseUs = 200;
+
+    void start()
+    {
+        wiringPiSetup();
+        ASSERT_EQ(kb_setup(), 0);
+        ASSERT_TRUE(board->clock().wait_for_sleepers(1));
+        board->trace().clear();
+    }
+    /** Every edge so far has had its handler's call. */
+    void settle() { ASSERT_TRUE(board->gpio().wait_for_handlers()); }
+    void press(int row, int col)
+    {
+        ASSERT_TRUE(chip.press(row, col));
+        settle();
+    }
+    void release(int row, int col)
+    {
+        ASSERT_TRUE(chip.release(row, col));
+        settle();
+    }
+    void type(int row, int col)
+    {
+        press(row, col);
+        release(row, col);
+    }
+    /** Lets the sender look at the queue so often. */
+    void send(size_t times) { ASSERT_TRUE(board->clock().run(kPauseUs * times, 1)); }
+    /** What has arrived once the queue is surely empty. */
+    std::vector<std::string> drain(size_t expected)
+    {
+        send(MAX_CMD_QUEUE_SIZE + 1);
+        EXPECT_TRUE(panel.wait_for(expected));
+        return panel.connections();
+    }
+
+    sim_board::InstalledBoard board{sim_board::kBenchtopWiring};
+    Tca8418& chip = *board->keypad();
+    PanelProgram panel;
+};
+
+TEST_F(KeyboardBridge, Row3Column2PressedGivesByte0x23)
+{
+    start();
+    press(3, 2);
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\x23"});
+}
+
+TEST_F(KeyboardBridge, EveryKeyReportsItsPressAndColumns8And9TheirReleaseToo)
+{
+    start();
+    std::vector<std::string> expected;
+    for (int row = 0; row < 6; ++row) {
+        for (int col = 0; col < 10; ++col) {
+            type(row, col);
+            expected.insert(expected.end(), col >= 8 ? 2 : 1, code_of(row, col));
+        }
+        send(12);
+    }
+    EXPECT_EQ(drain(expected.size()), expected);
+}
+
+TEST_F(KeyboardBridge, ReleasesOfColumn9AreQueuedAndThoseOfColumn7AreNot)
+{
+    start();
+    type(5, 7);
+    type(5, 9);
+    EXPECT_EQ(drain(3), (std::vector<std::string>{"\x75", "\x95", "\x95"}));
+}
+
+TEST_F(KeyboardBridge, KeysOutsideTheMatrixOfSixRowsGiveNothing)
+{
+    start();
+    for (int col = 0; col < 10; ++col) {
+        type(6, col);
+        type(7, col);
+    }
+    press(0, 1);
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\x10"});
+}
+
+TEST_F(KeyboardBridge, TheSetUpMakesAnInputAndAsksForFallingEdges)
+{
+    wiringPiSetup();
+    board->trace().clear();
+    EXPECT_EQ(kb_setup(), 0);
+    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c "}), R"(
+        pin 15 input
+        i2c 0x34 open
+        i2c 0x34 [0x1d] = 0x3f
+        i2c 0x34 [0x1e] = 0xff
+        i2c 0x34 [0x1f] = 0x03
+        i2c 0x34 [0x01] = 0x11
+        pin 15 isr falling
+    )"));
+}
+
+TEST_F(KeyboardBridge, TheControllerAndTheQueueHaveALockEachAndNeverBoth)
+{
+    start();
+    chip.press(3, 2);
+    settle();
+    send(2);
+    EXPECT_TRUE(expect_trace(board->trace().take(), R"(
+        lock 0
+        i2c 0x34 [0x04] -> 0xa1
+        i2c 0x34 [0x02] = 0x1f
+        unlock 0
+        lock 1
+        unlock 1
+        lock 1
+        unlock 1
+        delay 200
+        delay 200
+    )"));
+}
+
+TEST_F(KeyboardBridge, AnEventThatDoesNotPassTakesNoQueueLock)
+{
+    start();
+    press(0, 0);
+    board->trace().clear();
+    release(0, 0);
+    i2cIRQhandler(); // and one where there is no event
+    EXPECT_TRUE(expect_trace(board->trace().take(), R"(
+        lock 0
+        i2c 0x34 [0x04] -> 0x01
+        i2c 0x34 [0x02] = 0x1f
+        unlock 0
+        lock 0
+        i2c 0x34 [0x04] -> 0x00
+        i2c 0x34 [0x02] = 0x1f
+        unlock 0
+    )"));
+}
+
+TEST_F(KeyboardBridge, TheHundredAndFirstCodeIsDroppedAndTheFirstHundredGoOutInOrder)
+{
+    start();
+    std::vector<std::string> expected;
+    for (int number = 0; number < 100; ++number) {
+        const int row = number % 6;
+        const int col = number / 6 % 8;
+        type(row, col);
+        expected.push_back(code_of(row, col));
+    }
+    send_remote_code();
+    type(0, 0);
+    EXPECT_EQ(drain(100), expected);
+    type(2, 2);
+    expected.push_back("\x22");
+    EXPECT_EQ(drain(101), expected) << "there is room again";
+}
+
+TEST_F(KeyboardBridge, OneCodeSentMakesRoomForOne)
+{
+    start();
+    for (int number = 0; number < 100; ++number)
+        type(0, 1);
+    send(1);
+    ASSERT_TRUE(panel.wait_for(1));
+    type(1, 1);
+    type(2, 2);
+    const auto arrived = drain(101);
+    EXPECT_EQ(arrived.size(), 101u);
+    EXPECT_EQ(arrived.back(), "\x11");
+}
+
+TEST_F(KeyboardBridge, AThousandPressesArriveInTheirOrder)
+{
+    start();
+    std::vector<std::string> expected;
+    for (int number = 0; number < 1000; ++number) {
+        const int row = number % 6;
+        const int col = number / 7 % 8;
+        type(row, col);
+        expected.push_back(code_of(row, col));
+        if (number % 50 == 49)
+            send(50);
+    }
+    EXPECT_EQ(drain(1000), expected);
+}
+
+TEST_F(KeyboardBridge, EventsOfOneBurstEachGetTheirInterrupt)
+{
+    start();
+    std::vector<std::string> expected;
+    for (int col = 0; col < 8; ++col) {
+        ASSERT_TRUE(chip.press(0, col)); // faster than the handler
+        expected.push_back(code_of(0, col));
+    }
+    settle();
+    EXPECT_EQ(chip.interrupt_level(), 1);
+    EXPECT_EQ(drain(8), expected);
+}
+
+TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
+{
+    const int fd = wiringPiI2CSetup(0x34);
+    tca8418_configure(fd, 6, 10);
+    close(fd);
+    for (int col = 0; col < 3; ++col)
+        ASSERT_TRUE(chip.press(1, col));
+    start();
+    settle();
+    EXPECT_EQ(board->gpio().level(15), 0) << "an edge will not come by itself";
+    i2cIRQhandler();
+    settle();
+    // The locks are never held together, so the interrupt's thread may queue its code ahead of this one's.
+    EXPECT_THAT(drain(3), testing::UnorderedElementsAre("\x01", "\x11", "\x21"));
+}
+
+TEST_F(KeyboardBridge, TheRemoteCodeIsQueuedLikeAKey)
+{
+    start();
+    press(0, 1);
+    send_remote_code();
+    press(0, 2);
+    EXPECT_EQ(drain(3), (std::vector<std::string>{"\x10", "\xff", "\x20"}));
+}
+
+TEST_F(KeyboardBridge, EachCodeHasItsConnectionWithLimitsOf30Milliseconds)
+{
+    start();
+    press(0, 1);
+    drain(1);
+    EXPECT_EQ(panel_calls(),
+              (std::vector<std::string>{"receive limit 30000", "send limit 30000", "connect 127.0.0.1"}));
+}
+
+TEST_F(KeyboardBridge, WithNobodyListeningTheQueueEmptiesAndTheCodesAreLost)
+{
+    start();
+    const int port = 1; // where nobody listens
+    redirect_panel_port(port);
+    const size_t descriptors = open_descriptors();
+    for (int number = 0; number < 20; ++number)
+        type(0, 1);
+    send(21);
+    EXPECT_EQ(panel_attempts(), 20u);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_TRUE(panel.connections().empty());
+}
+
+TEST_F(KeyboardBridge, AListenerThatComesLaterGetsWhatIsTypedFromThenOn)
+{
+    start();
+    redirect_panel_port(1);
+    type(0, 1);
+    send(2);
+    EXPECT_EQ(panel_attempts(), 1u);
+    std::optional<PanelProgram> late(std::in_place);
+    type(0, 2);
+    send(2);
+    ASSERT_TRUE(late->wait_for(1));
+    EXPECT_EQ(late->connections(), std::vector<std::string>{"\x20"});
+    EXPECT_TRUE(panel.connections().empty());
+}
+
+TEST_F(KeyboardBridge, AReadThatFailsOnceLosesNoKey)
+{
+    start();
+    const auto device = refuse_one(board->i2c(), 0x34, 0);
+    press(3, 2);
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\x23"});
+    device->refuse_after(1);
+    press(4, 2);
+    EXPECT_EQ(drain(2), (std::vector<std::string>{"\x23", "\x24"}));
+}
+
+TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing)
+{
+    board->i2c().attach(0x34, nullptr);
+    wiringPiSetup();
+    board->trace().clear();
+    EXPECT_EQ(kb_setup(), 0);
+    i2cIRQhandler();
+    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c ", "lock ", "unlock "}), R"(
+        pin 15 input
+        i2c 0x34 open -> ENXIO
+        lock 0
+        i2c ? [0x04] -> EBADF
+        i2c ? [0x02] = 0x1f -> EBADF
+        unlock 0
+    )"));
+    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
+    send_remote_code();
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\xff"}) << "the sender is at work all the same";
+}
+
+TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
+{
+    const int standard_input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    wiringPiSetup();
+    board->trace().clear();
+    EXPECT_EQ(kb_setup(), 0);
+    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c "}), R"(
+        pin 15 input
+        i2c 0x34 open
+    )"));
+    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
+    if (standard_input >= 0) {
+        dup2(standard_input, STDIN_FILENO);
+        close(standard_input);
+    }
+}
+
+TEST_F(KeyboardBridge, AKeypadThatDoesNotTakeItsSetUpGetsNoInterrupt)
+{
+    refuse_one(board->i2c(), 0x34, 3);
+    wiringPiSetup();
+    board->trace().clear();
+    EXPECT_EQ(kb_setup(), 0);
+    EXPECT_TRUE(board->trace().lines_with({"pin 15 isr"}).empty());
+    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
+    EXPECT_TRUE(chip.press(0, 1)) << "the matrix is set up, its interrupt is not";
+    settle();
+    i2cIRQhandler();
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\x10"}) << "the call by hand has its descriptor";
+}
+
+TEST(KeyboardBridgeEnd, AnInterruptThatCannotBeSetUpEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child starts a thread
+    const auto set_up = [] {
+        sim_board::InstalledBoard board(sim_board::kBenchtopWiring);
+        wiringPiSetup();
+        board->gpio().refuse_isr(true);
+        kb_setup();
+    };
+    EXPECT_EXIT(set_up(), testing::KilledBySignal(SIGABRT), "^Unable to setup ISR: Input/output error\n");
+}
+
+TEST_F(KeyboardBridge, ItSaysNothing)
+{
+    OutputCapture out(STDOUT_FILENO);
+    OutputCapture errors(STDERR_FILENO);
+    start();
+    redirect_panel_port(1);
+    type(0, 1);
+    send(2);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(errors.text(), "");
+}
+
+// In real time, for ThreadSanitizer: interrupts, the call by hand, the service's entry point and the sender.
+TEST(KeyboardBridgeThreads, CodesOfManyThreadsAllArrive)
+{
+    sim_board::InstalledBoard board(sim_board::kBenchtopWiring, sim_board::Clock::Mode::kRealTime);
+    PanelProgram panel;
+    wiringPiSetup();
+    ASSERT_EQ(kb_setup(), 0);
+    constexpr int kRounds = 5;
+    constexpr size_t kRemotes = 30;
+    constexpr size_t kKeys = 30;
+    for (int round = 1; round <= kRounds; ++round) {
+        {
+            std::vector<std::jthread> threads;
+            for (int n = 0; n < 3; ++n)
+                threads.emplace_back([] {
+                    for (size_t i = 0; i < kRemotes / 3; ++i)
+                        send_remote_code();
+                });
+            threads.emplace_back([] {
+                for (int i = 0; i < 20; ++i)
+                    i2cIRQhandler();
+            });
+            for (size_t key = 0; key < kKeys; ++key) {
+                board->keypad()->press(0, static_cast<int>(key % 8));
+                board->keypad()->release(0, static_cast<int>(key % 8));
+                ASSERT_TRUE(board->gpio().wait_for_handlers());
+            }
+        }
+        // The queue never holds more than a round's 60.
+        ASSERT_TRUE(panel.wait_for(static_cast<size_t>(round) * (kRemotes + kKeys)));
+    }
+    const auto arrived = panel.connections();
+    EXPECT_EQ(arrived.size(), kRounds * (kRemotes + kKeys));
+    EXPECT_EQ(static_cast<size_t>(std::count(arrived.begin(), arrived.end(), "\xff")), kRounds * kRemotes);
+}
+
+TEST(KeyboardSocket, SendsAllBytesInOneConnectionAndCloses)
+{
+    PanelProgram panel;
+    uint8_t message[] = {0x23, 0x00, 0xff};
+    const size_t descriptors = open_descriptors();
+    EXPECT_EQ(kb_socket_sender(LOCALHOST, message, sizeof message), 0);
+    ASSERT_TRUE(panel.wait_for(1));
+    EXPECT_EQ(panel.connections(), std::vector<std::string>{std::string("\x23\x00\xff", 3)});
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(KeyboardSocket, FailsForBytesThatCannotBeSentAndCloses)
+{
+    PanelProgram panel;
+    const size_t descriptors = open_descriptors();
+    EXPECT_EQ(kb_socket_sender(LOCALHOST, nullptr, 1), 1); // EFAULT
+    ASSERT_TRUE(panel.wait_for(1));
+    EXPECT_EQ(panel.connections(), std::vector<std::string>{""});
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(KeyboardSocket, FailsWhereNobodyListensAndCloses)
+{
+    uint8_t code = 1;
+    const size_t descriptors = open_descriptors();
+    EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(KeyboardSocket, WithoutItsLimitsItDoesNotConnectAndLeavesTheSocketOpen)
+{
+    PanelProgram panel;
+    uint8_t code = 1;
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        refuse_socket_option(option);
+        const size_t descriptors = open_descriptors();
+        EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
+        EXPECT_EQ(open_descriptors(), descriptors + 1);
+    }
+    refuse_socket_option(0);
+    EXPECT_EQ(panel_attempts(), 0u);
+}
+
+TEST(KeyboardSocket, FailsForATextThatIsNoAddressAndCloses)
+{
+    uint8_t code = 1;
+    const size_t descriptors = open_descriptors();
+    EXPECT_EQ(kb_socket_sender("localhost", &code, 1), 1);
+    EXPECT_EQ(kb_socket_sender("", &code, 1), 1);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(panel_attempts(), 0u);
+}
+
+TEST(KeyboardSocket, GivesUpOnAListenerThatNeverAcceptsWithinItsLimit)
+{
+    const int listener = listen_on_loopback("127.0.0.1", 0);
+    redirect_panel_port(local_port(listener));
+    uint8_t code = 1;
+    int failed = 0;
+    for (int attempt = 0; attempt < 3; ++attempt) // the first ones wait in the listener's queue
+        failed += kb_socket_sender(LOCALHOST, &code, 1);
+    EXPECT_GE(failed, 1);
+    EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
+    redirect_panel_port(0);
+    close(listener);
+}
+
+} // namespace
