@@ -1,10 +1,9 @@
 #include "support/private_home.h"
 
-#include <cerrno>
-#include <cstring>
+#include "support/namespaces.h"
+
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <linux/magic.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -20,23 +19,9 @@ namespace fs = std::filesystem;
 constexpr const char* kHome = "/home";
 constexpr const char* kOrvan = "/home/orvan";
 
-std::string failure(const char* step)
-{
-    return std::string(step) + ": " + std::strerror(errno);
-}
-
 std::string make_namespace()
 {
-    if (unshare(CLONE_NEWNS) == 0)
-        return {};
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        return failure("no mount namespace");
-    std::ofstream("/proc/self/setgroups") << "deny";
-    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
-    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
-    return {};
+    return enter_namespace(CLONE_NEWNS) ? "" : failure("no mount namespace");
 }
 
 std::string cover_home()
