@@ -63,6 +63,7 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
       devDevHandler(_devDevHandler)
 {
     if (startup) {
+        CleanUpgrdaeFW_Files();
         Init(ip_addr, port, eth_name);
     }
     if (eth_name == nullptr)
@@ -198,6 +199,9 @@ void CUdpServer::ThreadMain()
         switch (WaitForEvent()) {
         case LXI_ERROR_INV_RSRC:
             m_bTimeToExit = true;
+            break;
+        case IF_SUCCESS_RECV_FIRMWARE:
+            launch_upgrade_service();
             break;
         case IF_SUCCESS_FPGA_UPDATED:
             enter_state(IFC_RECV_FIRMWARE);

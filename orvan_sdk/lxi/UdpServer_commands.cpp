@@ -128,8 +128,10 @@ int64_t CUdpServer::serve_command(Event& event)
         int64_t (CUdpServer::*serve)(Event&);
     } kCommands[] = {
         {kOpcodeIdentify, &CUdpServer::identify},
+        {kOpcodeSoftware, &CUdpServer::receive_software},
         {kOpcodeNetwork, &CUdpServer::set_network_parameters},
         {kOpcodeFactory, &CUdpServer::set_factory_parameters},
+        {kOpcodeModule, &CUdpServer::stream_to_modules},
         {kOpcodeOptions, &CUdpServer::send_option_table},
     };
     const std::string_view opcode(buff.opcode, sizeof buff.opcode);

@@ -1,0 +1,178 @@
+/**
+ * The maintenance server at work on a download: a PC tool feeds it block by block.
+ */
+#ifndef ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
+#define ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
+
+#include "maintenance_bench.h"
+#include "support/loopback.h"
+#include "support/private_network.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <sstream>
+
+namespace board_test {
+
+namespace fs = std::filesystem;
+
+inline const fs::path kUpgrade = "/home/orvan/halde/upgrade";
+inline const fs::path kHostSw = kUpgrade / "host_sw";
+inline const fs::path kReceived = kHostSw / "software_update.tar.gz";
+inline constexpr uint16_t kEndOfData = 0xFFFF;
+
+inline void write_file(const fs::path& path, const std::string& contents)
+{
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+}
+
+inline std::string read_file(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/** Every byte that a file can have, over and over. */
+inline std::string file_of(size_t size)
+{
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i + i / 256);
+    return bytes;
+}
+
+/** Ahead of the bench among the bases: its sockets belong into the network, and it covers PATH. */
+struct FirmwareGround {
+    FirmwareGround()
+    {
+        std::istringstream path(std::getenv("PATH"));
+        for (std::string folder; std::getline(path, folder, ':');)
+            for (const char* name : {"tar", "gzip", "cp"})
+                if (const fs::path program = fs::path(folder) / name; fs::exists(program))
+                    programs.emplace(name, program);
+    }
+    orvan_test::PrivateNetwork network;
+    std::map<std::string, fs::path> programs;
+};
+
+/** Nothing but tar, gzip and cp is in PATH, beside the stand-ins. */
+class FirmwareTest : protected FirmwareGround, public MaintenanceTest {
+protected:
+    void SetUp() override
+    {
+        if (!network.refusal().empty())
+            GTEST_SKIP() << network.refusal();
+        MaintenanceTest::SetUp();
+        if (IsSkipped() || HasFatalFailure())
+            return;
+        fs::create_directories(kPrograms);
+        for (const auto& [name, program] : programs)
+            fs::create_symlink(program, kPrograms / name);
+        setenv("PATH", (std::getenv("PATH") + ":"s + kPrograms.string()).c_str(), 1);
+        device.device_type_product = HaldeElec::Orvan::BenchtopDevice;
+        port = orvan_test::local_port(peer.socket());
+    }
+    void TearDown() override
+    {
+        // So that a case which has failed in mid-transfer ends.
+        for (int i = 0;
+             event.valid() && event.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready;
+             ++i) {
+            client.send(block(0, ""), port);
+            client.send(block(1, "", kEndOfData), port);
+        }
+        MaintenanceTest::TearDown();
+    }
+
+    /** A frame of a transfer; its size is that of the data unless another one is given. */
+    static std::string block(uint16_t number, const std::string& data)
+    {
+        return block(number, data, static_cast<uint16_t>(data.size()));
+    }
+    static std::string block(uint16_t number, const std::string& data, uint16_t size)
+    {
+        return FrameHeader{"HESU", number, size}.bytes() + data;
+    }
+    static std::string acknowledgement(uint16_t number) { return FrameHeader{"HESU", number}.bytes(); }
+
+    /** Sends a frame and lets the server serve it on a thread of its own. */
+    void begin(const std::string& frame)
+    {
+        client.send(frame, port);
+        event = std::async(std::launch::async, [this] { return server.WaitForEvent(); });
+    }
+    /** What the event comes to. */
+    int64_t end() { return event.get(); }
+
+    /** Begins a download of software. */
+    void begin_download()
+    {
+        begin(FrameHeader{"HESU"}.bytes());
+        ASSERT_EQ(client.receive(), acknowledgement(1));
+    }
+    std::string reply_in_transfer(const std::string& frame)
+    {
+        client.send(frame, port);
+        return client.receive();
+    }
+    /** A frame without a reply: what is asked next is the next thing that is answered. */
+    void expect_ignored(const std::string& frame)
+    {
+        client.send(frame, port);
+        EXPECT_EQ(client.receive(std::chrono::milliseconds(20)), "");
+    }
+    /** The whole of a download; what the event comes to. */
+    int64_t download(const std::string& file)
+    {
+        begin_download();
+        uint16_t number = 1;
+        for (size_t at = 0; at < file.size() && !HasFailure(); at += kBlockSize, ++number)
+            EXPECT_EQ(reply_in_transfer(block(number, file.substr(at, kBlockSize))),
+                      acknowledgement(static_cast<uint16_t>(number + 1)));
+        EXPECT_EQ(reply_in_transfer(block(number, "", kEndOfData)),
+                  acknowledgement(static_cast<uint16_t>(number + 1)));
+        return end();
+    }
+
+    /** The lines since the last call. */
+    std::vector<LogLine> take_lines()
+    {
+        std::vector<LogLine> lines = logs.lines();
+        logs.clear();
+        return lines;
+    }
+    static LogLine info(const std::string& text) { return {LOG_INFO, text}; }
+    static LogLine error(const std::string& text) { return {LOG_ERR, text}; }
+
+    /** The lines of a download of so many blocks, and these behind them. */
+    static std::vector<LogLine> download_lines(int blocks, const std::vector<LogLine>& more)
+    {
+        std::vector<LogLine> lines = {
+            info(kAccepted),
+            info("[CUdpServer] HESU - program download mode non orvanX"),
+            info("[CUdpServer] ACK HESU header -> blk=1"),
+            info("RecvFirmwareFileFromHEUpdateTool start"),
+            info("firmware download complete (" + std::to_string(blocks) + " blocks)"),
+        };
+        lines.insert(lines.end(), more.begin(), more.end());
+        return lines;
+    }
+    static LogLine extraction(bool success)
+    {
+        return info("Extraction software_update.tar.gz "s + (success ? "success" : "failure"));
+    }
+
+    static constexpr size_t kBlockSize = 1024;
+    static inline const fs::path kPrograms = "/home/orvan/programs";
+
+    int port = 0;
+    std::future<int64_t> event;
+};
+
+} // namespace board_test
+
+#endif
