@@ -4,10 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <syslog.h>
 
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/lxi/option_tables.h"
 #include "sys_cmd.h"
 
 namespace HaldeElec::Orvan {
@@ -15,6 +17,7 @@ namespace {
 
 constexpr size_t kSerialLimit = 15;
 constexpr size_t kIdentificationSize = 128;
+constexpr int kBadTablePointer = -3;
 
 using Field = char[kSettingsTextSize];
 
@@ -246,8 +249,30 @@ int IOrvanDeviceManager::GetHIDParams(uint16_t* vid, uint16_t* pid)
 
 double IOrvanDeviceManager::tempSensorReadConvert(uint32_t value)
 {
+    return sensor_degrees(value, 128.0);
+}
+
+double IOrvanDeviceManager::sensor_degrees(uint32_t value, double steps)
+{
     const auto raw = static_cast<uint16_t>(value);
-    return ((raw & 0xff80) >> 7) + ((raw & 0x7c) >> 2) / 128.0;
+    return ((raw & 0xff80) >> 7) + ((raw & 0x7c) >> 2) / steps;
+}
+
+int IOrvanDeviceManager::copy_options(optEntry_t* table, uint8_t* value, size_t size)
+{
+    GET_EEPROM(settings);
+    const std::string text = pPersistentData->optToString(table, kOptionRows, settings->options);
+    return copy_text(value, size, text.data(), text.size());
+}
+
+int IOrvanDeviceManager::hand_out_options(optEntry_t* options, void** table, size_t* size)
+{
+    const int result = table != nullptr && *table == nullptr && size != nullptr ? 0 : kBadTablePointer;
+    if (table != nullptr)
+        *table = options;
+    if (size != nullptr)
+        *size = kOptionRows * sizeof(optEntry_t);
+    return result;
 }
 
 void IOrvanDeviceManager::set_dyn_ip()

@@ -15,6 +15,8 @@ namespace HaldeElec::Orvan {
 class CPersistentData;
 class CUdpServer;
 class IDeviceConnectionHandler;
+struct DevicePlatform;
+struct optEntry_t;
 
 enum DeviceProductType {
     PortableDevice = 0,
@@ -141,7 +143,8 @@ public:
     /** Vendor and product number, each only where the pointer is not null. */
     virtual int GetHIDParams(uint16_t* vid, uint16_t* pid);
 
-    /** Hands out the option table and its 128 bytes. @return 0; -3 when `*table` was not null */
+    /** Hands out the option table and its 128 bytes. @return 0; -3 when `*table` was not null or a pointer is
+     * null */
     virtual int GetOptionsTable(void** table, size_t* size) = 0;
 
     /** The model row found at start-up; null for an unknown model. */
@@ -184,6 +187,36 @@ public:
 
 protected:
     IOrvanDeviceManager() = default;
+
+    /** Hold the bus of the connection handler, against EEPROM, fan and battery work on other threads. */
+    void lock_mutex();
+    void unlock_mutex();
+
+    /**
+     * What start-up has in common, in the order in which a derived constructor takes these steps. It ends
+     * where one gives false.
+     */
+    bool start_bus(IDeviceConnectionHandler* handler, const DevicePlatform& platform);
+    void start_hardware();
+    bool read_settings(const DevicePlatform& platform);
+    uint32_t settings_crc() const; /**< of the record; 0 without the CRC utility */
+    void apply_model(const DevicePlatform& platform);
+    void start_modules();
+    /** Stores the settings if start-up has changed them since they had that CRC. */
+    void finish_settings(const DevicePlatform& platform, uint32_t crc_as_read);
+    /** The last step: a start that has come to its maintenance server is initialized. */
+    void start_maintenance();
+
+    /** The last step of a derived destructor: the bus, and then the maintenance server, which waits for one
+     * more frame (CUdpServer). */
+    void end_bus_and_maintenance();
+
+    /** GetOption and GetOptionsTable, on the platform's table. */
+    int copy_options(optEntry_t* table, uint8_t* value, size_t size);
+    static int hand_out_options(optEntry_t* options, void** table, size_t* size);
+
+    /** tempSensorReadConvert, with so many steps of the fraction in a degree. */
+    static double sensor_degrees(uint32_t value, double steps);
 
     bool fixedPwmFan = false;
     IDeviceConnectionHandler* devConnHandler = nullptr; // owned

@@ -1,0 +1,55 @@
+/**
+ * Set-up of an I2C chip's 8-bit registers as tables.
+ */
+#ifndef ORVAN_SDK_REGISTER_STEPS_H
+#define ORVAN_SDK_REGISTER_STEPS_H
+
+#include <cstdint>
+#include <span>
+
+#include "orvan_sdk/i2cdev.h"
+
+namespace HaldeElec::Orvan {
+
+/** One register written, or read, changed and written back. */
+struct RegisterStep {
+    uint8_t reg;
+    bool reads;
+    uint8_t keep; /**< bits that are kept of what was read */
+    uint8_t set;  /**< bits that are set then, or the value of one that is only written */
+};
+
+constexpr RegisterStep write_value(uint8_t reg, uint8_t value)
+{
+    return {reg, false, 0x00, value};
+}
+constexpr RegisterStep read_or(uint8_t reg, uint8_t bits)
+{
+    return {reg, true, 0xFF, bits};
+}
+constexpr RegisterStep read_and(uint8_t reg, uint8_t bits)
+{
+    return {reg, true, bits, 0x00};
+}
+constexpr RegisterStep change_bits(uint8_t reg, uint8_t keep, uint8_t set)
+{
+    return {reg, true, keep, set};
+}
+constexpr RegisterStep write_back(uint8_t reg)
+{
+    return {reg, true, 0xFF, 0x00};
+}
+
+/**
+ * Takes a step. One that fails shows in the handle's `status` alone.
+ *
+ * @param val what was last read and changed: a read that fails leaves it, and it is what is changed then
+ */
+void take_step(I2CFd& chip, const RegisterStep& step, uint8_t& val);
+
+/** Takes all steps, also those behind one that fails. */
+void take_steps(I2CFd& chip, std::span<const RegisterStep> steps, uint8_t& val);
+
+} // namespace HaldeElec::Orvan
+
+#endif
