@@ -3,16 +3,9 @@
 #include <wiringPi.h>
 
 #include "orvan_sdk/OrvanDebug.h"
+#include "portable_board.h"
 
 namespace HaldeElec::Orvan {
-namespace {
-
-constexpr int kSelectHighPin = 11;
-constexpr int kSpiEnablePin = 27;
-constexpr int kSelectLowPin = 16;
-
-} // namespace
-
 OrvanConnPortable::OrvanConnPortable()
 {
     OrvanDebug::Log("OrvanConnPortable::OrvanConnPortable constructor is start @@", true);
@@ -25,16 +18,16 @@ OrvanConnPortable::~OrvanConnPortable()
 
 void OrvanConnPortable::enableMUX()
 {
-    digitalWrite(kSelectHighPin, 1);
-    digitalWrite(kSpiEnablePin, 1);
-    digitalWrite(kSelectLowPin, 0);
+    digitalWrite(SPI_CS, 1);
+    digitalWrite(SPIEN_PIN, 1);
+    digitalWrite(EEPROM_CS, 0);
 }
 
 void OrvanConnPortable::disableMUX()
 {
-    digitalWrite(kSelectHighPin, 1);
-    digitalWrite(kSpiEnablePin, 1);
-    digitalWrite(kSelectLowPin, 1);
+    digitalWrite(SPI_CS, 1);
+    digitalWrite(SPIEN_PIN, 1);
+    digitalWrite(EEPROM_CS, 1);
 }
 
 } // namespace HaldeElec::Orvan

@@ -1,0 +1,91 @@
+/**
+ * The portable: one channel, a battery, no routing.
+ */
+#ifndef ORVAN_SDK_PORTABLE_ORVANPORTABLEDEVICE_H
+#define ORVAN_SDK_PORTABLE_ORVANPORTABLEDEVICE_H
+
+#include <atomic>
+#include <thread>
+
+#include "orvan_sdk/IOrvanDeviceManager.h"
+
+namespace HaldeElec::Orvan {
+
+/**
+ * The fan thread and, with a battery, the charge monitor run from the constructor on. The fan thread works
+ * the expander without the bus lock, so it and turn_orvanx_on may lose each other's change of port A.
+ */
+class OrvanPortableDevice : public IOrvanDeviceManager {
+public:
+    /**
+     * Starts the instrument, which takes up to a minute where a module is silent.
+     *
+     * @param log_path log file of OrvanDebug, which is emptied
+     * @param log_mode OrvanDebug::SetLogMode
+     */
+    OrvanPortableDevice(const char* log_path, int log_mode);
+
+    /** Waits for the fan thread's sleep of up to 5 seconds, and for a frame that ends the maintenance server.
+     *  With a charge monitor running it never comes back. */
+    ~OrvanPortableDevice() override;
+
+    bool Initialized() override { return initialized; }
+    bool Connected() override { return connected; }
+
+    /**
+     * Sets up pins, charge controller and expander, and finds out whether a battery answers. An I2C device
+     * that can't be opened counts as not fitted and is passed over.
+     *
+     * @return false, and logged, when charge controller or expander failed; what comes behind is not touched
+     */
+    bool InitHW() override;
+
+    /** No trigger source can be chosen. @return 0 */
+    int SetTriggerSource(TriggerSource value) override;
+    /** Kept for the selected channel, and nothing more. @return 0 */
+    int SetTriggerInpImp(OnOff value) override;
+    int GetTriggerInpImp(OnOff& value) override;
+
+    int GetHardware(uint8_t* value) override;
+    int GetOption(uint8_t* value, size_t size) override;
+    int GetOptionsTable(void** table, size_t* size) override;
+
+    /** Charge of the battery in percent; 0 without one, and, logged, when it does not answer. @return 0 */
+    int GetBatteryCharge(uint16_t& percentage) override;
+
+    /** Calls `handler` when the button is pressed. @return false, and logged, without the interrupt */
+    bool SetupPowerButtonIrq(void (*handler)()) override;
+    /** Polls the button, for as long as it is held. */
+    void WaitPowerButtonRelease() override;
+
+    /**
+     * Switches the supply of the channel module.
+     * @return 0, also where no expander is fitted; -1, and logged, when an access failed
+     */
+    int turn_orvanx_on(bool on);
+
+    int detectDevicePin() const override { return 0; }
+    /** There is no keypad. */
+    void RunKbdServer() override {}
+    int bit_register() override;
+    double tempSensorReadConvert(uint32_t value) override;
+
+private:
+    friend struct PortableDeviceTestPeer;
+
+    // Thread bodies. The charge monitor never ends.
+    void fan_control(IDeviceConnectionHandler* devConnHandler);
+    void ChargeMonitor();
+
+    // One reading of the battery with what follows from it, and the wait until the next one.
+    void charge_cycle(int& retry, bool& orvanx_on);
+
+    std::atomic<bool> m_runFanThread = false;
+    std::thread m_fanThread;
+    std::atomic<bool> m_runChargerThread = false;
+    std::thread m_chargerThread;
+};
+
+} // namespace HaldeElec::Orvan
+
+#endif

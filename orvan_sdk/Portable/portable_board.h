@@ -1,0 +1,29 @@
+/**
+ * How the portable's controller board is wired.
+ */
+#ifndef ORVAN_SDK_PORTABLE_PORTABLE_BOARD_H
+#define ORVAN_SDK_PORTABLE_PORTABLE_BOARD_H
+
+#include <cstdint>
+
+namespace HaldeElec::Orvan {
+
+// wiringPi's numbers.
+inline constexpr int USB_INT_PIN = 15;
+inline constexpr int I2C_RST_PIN = 26;
+inline constexpr int SPIEN_PIN = 27;
+inline constexpr int BTN_INT_CPU_PIN = 22; /**< 0 while the power button is pressed */
+inline constexpr int BTN_KILL_CPU_PIN = 0;
+inline constexpr int SPI_CS = 11;
+inline constexpr int EEPROM_CS = 16; /**< active low */
+
+inline constexpr int kExpanderAddress = 0x20;
+
+// Port A of the expander. Bits 0 and 1 and bits 3 to 7 of port B are inputs.
+inline constexpr uint8_t kModulePower = 0x80;
+inline constexpr uint8_t kFansSlow = 0x18;
+inline constexpr uint8_t kFansInReset = 0x24;
+
+} // namespace HaldeElec::Orvan
+
+#endif
