@@ -1,0 +1,40 @@
+/**
+ * The fan drive on SPI, as the benchtop and the third platform have it.
+ */
+#ifndef ORVAN_SDK_SPI_FAN_H
+#define ORVAN_SDK_SPI_FAN_H
+
+#include <atomic>
+#include <functional>
+
+class BITManager;
+
+namespace HaldeElec::Orvan {
+
+class IOrvanDeviceManager;
+
+/**
+ * Sends the drive value for a temperature, or the fixed one in FIXED mode, to the fan drive. The selected
+ * channel is selected again behind it. The caller holds the bus lock.
+ *
+ * @param temp degrees Celsius
+ * @return result of the transfer: 0 or -1
+ */
+int send_fan_speed(IOrvanDeviceManager& device, double temp);
+
+/**
+ * Body of the fan thread: every two minutes hands the modules' highest temperature to `update` and reports
+ * the "FAN test", which fails while the cycles that failed before are ten more than those that went well.
+ *
+ * An end that is asked for takes effect behind the two minutes.
+ *
+ * @param run     cleared to end it
+ * @param manager of the test; in a cycle that finds it null nothing is reported or counted
+ * @param update  sets the fan; anything but 0 is a failure
+ */
+void control_spi_fan(const std::atomic<bool>& run, BITManager* const& manager,
+                     const std::function<int(double temp)>& update);
+
+} // namespace HaldeElec::Orvan
+
+#endif

@@ -1,0 +1,112 @@
+/**
+ * An instrument that starts as a whole: its board, both stores of its settings, its files, and a scripted
+ * module for each channel. What it does to the board, says and asks its modules stands in one trace.
+ */
+#ifndef ORVAN_TESTS_START_BENCH_H
+#define ORVAN_TESTS_START_BENCH_H
+
+#include "board/current_board.h"
+#include "board/expect_trace.h"
+#include "board/faulty_i2c_device.h"
+#include "board/faulty_spi_device.h"
+#include "dataorvan.h"
+#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/bit/bit_tests.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "support/instrument_files.h"
+#include "support/log_capture.h"
+#include "support/output_capture.h"
+#include "support/persistent_data_peer.h"
+#include "support/private_home.h"
+#include "support/private_network.h"
+#include "support/scripted_module.h"
+
+#include <array>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace board_test {
+
+using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
+using orvan_test::ModuleAnswer;
+using orvan_test::ScriptedModule;
+
+constexpr int kLogToCallback = 2;
+
+struct TestResult {
+    int result;
+    int errorCode;
+    bool operator==(const TestResult&) const = default;
+};
+inline void PrintTo(const TestResult& result, std::ostream* out)
+{
+    *out << "result " << result.result << ", error word 0x" << std::hex << result.errorCode << std::dec;
+}
+
+class StartBench : public testing::Test {
+protected:
+    static constexpr uint64_t kSettlingUs = 10; // of the multiplexer
+
+    explicit StartBench(const sim_board::BoardWiring& wiring);
+    virtual std::unique_ptr<HaldeElec::Orvan::IOrvanDeviceManager> make_device() = 0;
+    void SetUp() override;
+    /** Ends the device. GoogleTest tells of failures on standard output, which is given back first. */
+    void TearDown() override;
+
+    /** Empty but for what the modules of this bench tell. */
+    static EEPROM_DEVICE_SETTINGS settings_of_modules();
+    HaldeElec::Orvan::Blob signed_image(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation);
+    void store_in_eeprom(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation = 57);
+    void store_in_file(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation = 57);
+    void store(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation = 57);
+    HaldeElec::Orvan::Blob eeprom_image();
+    HaldeElec::Orvan::Blob file_image();
+
+    /** Runs the constructor, whose waits pass by themselves. */
+    void start();
+    /** The same, and lets the threads that it has started do their first work and fall asleep. */
+    void start_and_settle();
+    /** Lets time pass; what sleeps in it runs on. */
+    void pass(uint64_t us) { ASSERT_TRUE(board->clock().run(us, threads)); }
+    /** Runs the destructor while time passes and frames come in, and ends the module service and the owner of
+     * the settings. */
+    void end();
+    /** Ahead of every start: the addresses of the table are real ones. */
+    void put_modules_behind_their_channels();
+
+    static EEPROM_DEVICE_SETTINGS& settings();
+    static TestResult test_result(eBitType type, const std::string& name);
+    const ORVAN_CONFIG& record(int channel);
+    ScriptedModule& module(int channel) { return *modules[static_cast<size_t>(channel - 1)]; }
+    uint32_t selected();
+    size_t count(const std::string& line) const;
+    /** Why a case can't run here; empty when it can. */
+    const std::string& refusal() const { return home.refusal().empty() ? network.refusal() : home.refusal(); }
+    auto i2c_fault(uint8_t address) { return sim_board::insert_fault(board->i2c(), address); }
+    /** Words of "sudo" so far, one call a line. */
+    std::string sudo_calls() const;
+
+    /** The steps of the start: runs of lines that are alike count as one, and of hardware accesses only those
+     *  stand there that tell a step. */
+    std::vector<std::string> steps() const;
+
+    orvan_test::PrivateHome home;
+    orvan_test::PrivateNetwork network;
+    std::optional<orvan_test::OutputCapture> out{STDOUT_FILENO};
+    std::optional<orvan_test::OutputCapture> err{STDERR_FILENO};
+    orvan_test::InstrumentFiles files;
+    sim_board::InstalledBoard board;
+    orvan_test::LogCapture logs;
+    std::array<std::unique_ptr<ScriptedModule>, kMaxChannels> modules;
+    size_t threads = 2; // of the device's start: temperature and fan
+    std::unique_ptr<HaldeElec::Orvan::IOrvanDeviceManager> device;
+};
+
+} // namespace board_test
+
+#endif
