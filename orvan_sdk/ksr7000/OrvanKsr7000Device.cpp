@@ -1,0 +1,205 @@
+#include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
+
+#include <iterator>
+#include <new>
+#include <syslog.h>
+
+#include "battery.h"
+#include "device_platform.h"
+#include "device_threads.h"
+#include "front_panel.h"
+#include "hw/hw.h"
+#include "mcp23017.h"
+#include "orvan_sdk/OrvanDebug.h"
+#include "orvan_sdk/bit/bit_tests.h"
+#include "orvan_sdk/i2cdev.h"
+#include "orvan_sdk/ksr7000/OrvanConnKsr7000.h"
+#include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/lxi/option_tables.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "spi_fan.h"
+#include "trigger_impedance.h"
+
+namespace HaldeElec::Orvan {
+namespace {
+
+constexpr sDevDefaults_t g_devDefaults{"KSR-7036", "Marrick Signal Corp.", "230000", "D"};
+
+constexpr DevicePlatform kPlatform{
+    "OrvanKsr7000Device", g_ksr7000ModelsTable, g_devDefaults, optKsr7000_Tbl, "1.19.148",
+};
+
+constexpr int kUnknownCharge = -1;
+constexpr int kExpander = 0x20;
+
+} // namespace
+
+OrvanKsr7000Device::OrvanKsr7000Device(const char* log_path, int log_mode)
+{
+    OrvanDebug::SetLogMode(log_mode);
+    OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
+    device_type_product = Ksr7000Device;
+    if (!start_bus(new (std::nothrow) OrvanConnKsr7000, kPlatform))
+        return;
+    start_hardware();
+    if (!read_settings(kPlatform))
+        return;
+
+    const uint32_t eeprom_crc32 = settings_crc();
+    apply_model(kPlatform);
+    const uOptions_ksr7000_t options{pPersistentData->getSettings()->options};
+    batteryOn = options.bat != 0 && m_batteryIsAlive;
+    start_modules();
+    Scpi_Orvanx::getInstance()->update_battery_status(kUnknownCharge, 0);
+    finish_settings(kPlatform, eeprom_crc32);
+
+    fixedPwmFan = false;
+    m_runFanThread = true;
+    start_thread(m_fanThread, kPlatform.class_name, "fan", [this] { fanController(); });
+    if (batteryOn) {
+        m_runChargerThread = true;
+        start_thread(m_chargerThread, kPlatform.class_name, "charger", [this] { ChargeMonitor(); });
+    }
+    start_maintenance();
+}
+
+OrvanKsr7000Device::~OrvanKsr7000Device()
+{
+    end_thread(m_chargerThread, m_runChargerThread);
+    end_thread(m_fanThread, m_runFanThread);
+    end_bus_and_maintenance();
+}
+
+// ---- routing
+
+int OrvanKsr7000Device::SetTriggerInpImp(OnOff value)
+{
+    set_trigger_impedance(*devConnHandler, value);
+    return 0;
+}
+
+int OrvanKsr7000Device::GetTriggerInpImp(OnOff& value)
+{
+    get_trigger_impedance(*devConnHandler, value);
+    return 0;
+}
+
+int OrvanKsr7000Device::SetRFOutput(OnOff value)
+{
+    struct ledArr_t {
+        uint8_t port;
+        uint8_t mask;
+    };
+    static constexpr ledArr_t ledArry[] = {{GPIOA, 0x20}}; // by channel
+
+    uint32_t ch = 1;
+    GetSelectChannel(ch);
+    const EEPROM_DEVICE_SETTINGS* const settings =
+        pPersistentData != nullptr ? pPersistentData->getSettings() : nullptr;
+    if (settings == nullptr || settings->numDevices < ch)
+        return ERR_FAILED;
+    // Settings of an unknown model may tell of more channels than this platform has.
+    if (ch < 1 || ch > std::size(ledArry))
+        return ERR_FAILED;
+
+    I2CFd exp(kExpander);
+    if (!exp.isOpen())
+        return ERR_FAILED;
+    const auto& [port, mask] = ledArry[ch - 1];
+    i2c_set_bit(exp, port, mask, value != Off);
+    if (exp.status == 0)
+        return 0;
+    syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, ch);
+    return ERR_FAILED;
+}
+
+// ---- identity
+
+int OrvanKsr7000Device::GetHardware(uint8_t* value)
+{
+    value[0] = static_cast<uint8_t>(g_devDefaults.hw_ver[0]);
+    return 0;
+}
+
+int OrvanKsr7000Device::GetOption(uint8_t* value, size_t size)
+{
+    return copy_options(optKsr7000_Tbl, value, size);
+}
+
+int OrvanKsr7000Device::GetOptionsTable(void** table, size_t* size)
+{
+    return hand_out_options(optKsr7000_Tbl, table, size);
+}
+
+int OrvanKsr7000Device::bit_register()
+{
+    return register_bit_tests(m_bitManager, this);
+}
+
+// ---- front panel
+
+bool OrvanKsr7000Device::SetupPowerButtonIrq(void (*handler)())
+{
+    return set_up_power_button(handler);
+}
+
+void OrvanKsr7000Device::WaitPowerButtonRelease()
+{
+    await_power_button_release();
+}
+
+void OrvanKsr7000Device::RunKbdServer()
+{
+    start_keyboard();
+}
+
+// ---- fan
+
+void OrvanKsr7000Device::fanController()
+{
+    control_spi_fan(m_runFanThread, m_bitManager, [this](double temp) {
+        lock_mutex();
+        const int err = fanSpeed(temp);
+        unlock_mutex();
+        return err;
+    });
+}
+
+int OrvanKsr7000Device::fanSpeed(double temp)
+{
+    return send_fan_speed(*this, temp);
+}
+
+// ---- battery
+
+int OrvanKsr7000Device::GetBatteryCharge(uint16_t& percentage)
+{
+    return read_battery_charge(batteryOn, percentage);
+}
+
+void OrvanKsr7000Device::ChargeMonitor()
+{
+    int retry = 0;
+    while (m_runChargerThread)
+        charge_cycle(retry);
+}
+
+void OrvanKsr7000Device::charge_cycle(int& retry)
+{
+    lock_mutex();
+    const ChargeReading reading;
+    unlock_mutex();
+
+    if (reading.failed()) {
+        wait_after_failed_reading(retry);
+        return;
+    }
+    retry = 0;
+    const int status = charge_status(reading.current);
+    syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, status);
+    if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+        modules->update_battery_status(reading.percentage, status);
+    hw_delay_us(kChargePeriodUs);
+}
+
+} // namespace HaldeElec::Orvan
