@@ -4,6 +4,7 @@
 #include "options.h"
 #include "output.h"
 #include "records.h"
+#include "setup_file.h"
 
 #include <poll.h>
 
@@ -15,26 +16,37 @@
 namespace orvan_db {
 namespace {
 
-int complain(const std::string& text)
+int complain(ExitCode code, const std::string& text)
 {
     std::fflush(stdout);
     std::fprintf(stderr, "orvan-db: %s\n", text.c_str());
-    return kExitNoInstrument;
+    return code;
+}
+
+void print(const Options& options, const Items& items)
+{
+    if (options.json) {
+        std::puts(json_document(items).c_str());
+        return;
+    }
+    for (const Item& item : items) {
+        std::puts(item_line(options, item).c_str());
+    }
 }
 
 /** What of the records was printed last. */
 using Printed = std::map<std::pair<int, int>, std::string>;
 
-void print_changes(const Options& options, const Records& records, Printed& printed)
+void print_changes(const Options& options, const Items& items, Printed& printed)
 {
-    for_each_element(options, records, [&](int channel, int tag) {
-        std::string now = stored_bytes(OrvanData::orvanMap[tag], records[static_cast<size_t>(channel) - 1]);
-        const auto [known, is_new] = printed.try_emplace({channel, tag});
+    for (const Item& item : items) {
+        std::string now = stored_bytes(OrvanData::orvanMap[item.tag], *item.record);
+        const auto [known, is_new] = printed.try_emplace({item.channel, item.tag});
         if (is_new || known->second != now) {
             known->second = std::move(now);
-            std::puts(element_line(options, records, channel, tag).c_str());
+            std::puts(item_line(options, item).c_str());
         }
-    });
+    }
     std::fflush(stdout);
 }
 
@@ -43,6 +55,64 @@ bool pause(std::chrono::milliseconds interval, int stop)
 {
     pollfd end{stop, POLLIN, 0};
     return ::poll(&end, 1, static_cast<int>(interval.count())) == 0;
+}
+
+// The records of an instrument that has the chosen channel; empty, with the reason told, when there is none.
+Records chosen_records(const Options& options, const char* object, const char* when_gone)
+{
+    Records records = read_records(object);
+    if (records.empty()) {
+        complain(kExitNoInstrument, when_gone);
+    } else if (options.channel > static_cast<int>(records.size())) {
+        complain(kExitNoInstrument, "channel " + std::to_string(options.channel) +
+                                        " is not fitted: the instrument has " +
+                                        std::to_string(records.size()));
+        records.clear();
+    }
+    return records;
+}
+
+constexpr const char* kNoInstrument = "no instrument: no service keeps channel records here";
+
+int show_records(const Options& options, const char* object, int stop)
+{
+    Printed printed;
+    do {
+        const Records records =
+            chosen_records(options, object, printed.empty() ? kNoInstrument : "the instrument is gone");
+        if (records.empty()) {
+            return kExitNoInstrument;
+        }
+        const Items items = live_items(options, records);
+        if (options.watch) {
+            print_changes(options, items, printed);
+        } else {
+            print(options, items);
+        }
+    } while (options.watch && pause(options.interval, stop));
+    return kExitDone;
+}
+
+int show_setup(const Options& options, const char* object)
+{
+    std::string complaint;
+    const auto setup = read_setup(options.setup, complaint);
+    if (!setup) {
+        return complain(kExitBadSetup, options.setup + ": " + complaint);
+    }
+    if (!setup->passed_over.empty()) {
+        complain(kExitDone, options.setup + ": passed over: " + setup->passed_over);
+    }
+    if (!options.diff) {
+        print(options, setup_items(options, *setup));
+        return kExitDone;
+    }
+    const Records records = chosen_records(options, object, kNoInstrument);
+    if (records.empty()) {
+        return kExitNoInstrument;
+    }
+    print(options, differing_items(options, records, *setup));
+    return kExitDone;
 }
 
 } // namespace
@@ -54,24 +124,7 @@ int run(int argc, const char* const* argv, const char* object, int stop)
     if (!options) {
         return exit_code;
     }
-    Printed printed;
-    do {
-        const Records records = read_records(object);
-        if (records.empty()) {
-            return complain(printed.empty() ? "no instrument: no service keeps channel records here"
-                                            : "the instrument is gone");
-        }
-        if (options->channel > static_cast<int>(records.size())) {
-            return complain("channel " + std::to_string(options->channel) +
-                            " is not fitted: the instrument has " + std::to_string(records.size()));
-        }
-        if (options->json && !options->watch) {
-            std::puts(json_document(*options, records).c_str());
-        } else {
-            print_changes(*options, records, printed);
-        }
-    } while (options->watch && pause(options->interval, stop));
-    return kExitDone;
+    return options->setup.empty() ? show_records(*options, object, stop) : show_setup(*options, object);
 }
 
 } // namespace orvan_db

@@ -25,19 +25,34 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     Options options;
     std::string tag;
     int interval = static_cast<int>(options.interval.count());
-    CLI::App app("Prints the channel records that the instrument's service keeps in shared memory.",
-                 "orvan-db");
+    CLI::App app(
+        "Prints the channel records that the instrument's service keeps in shared memory, and stored setups.",
+        "orvan-db");
     app.set_version_flag("--version", std::string("orvan-db ") + ORVAN_VERSION);
     app.add_option("--channel", options.channel, "This channel only")->check(CLI::Range(1, 4));
     app.add_option("--tag", tag, "This element only: ODT_FREQ, or freq for short");
     app.add_flag("--json", options.json, "JSON instead of a table; with --watch, one object a line");
-    app.add_flag("--watch", options.watch, "Go on, and print each element again when it changes");
+    CLI::Option* const watch =
+        app.add_flag("--watch", options.watch, "Go on, and print each element again when it changes");
     app.add_option("--interval", interval, "Milliseconds between two looks of --watch")
         ->check(CLI::Range(1, 60'000))
         ->capture_default_str();
+    CLI::Option* const setup =
+        app.add_option("--setup", options.setup, "Print this stored setup of a channel, preset-3.json")
+            ->type_name("FILE")
+            ->check([](const std::string& name) {
+                return name.empty() ? std::string("no file is named") : std::string();
+            })
+            ->excludes(watch);
+    app.add_flag("--diff", options.diff, "Print what a recall of the setup would change: live -> setup")
+        ->needs(setup);
     app.footer("A row of the table: channel, tag, the field's name in a setup file, value.\n"
+               "Of a setup, the elements that the file has; their channel is - unless --channel names it.\n"
+               "Of a difference, what the file has and a recall keeps: not State, which tells whether the\n"
+               "module is live, and not the network's elements, which show the present network.\n"
                "Values are copied with no lock: one that is being written may be seen half-written.\n"
-               "Exit codes: 0 printed, 1 no instrument, or it has not this channel, 2 bad options.");
+               "Exit codes: 0 printed, 1 no instrument, or it has not this channel, 2 bad options,\n"
+               "3 a setup file that cannot be used, by a recall neither.");
     try {
         app.parse(argc, argv);
         if (!tag.empty() && (options.tag = tag_of_name(tag)) < 0) {

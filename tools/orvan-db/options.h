@@ -12,6 +12,7 @@ enum ExitCode : int {
     kExitDone = 0,         /**< printed; --help and --version */
     kExitNoInstrument = 1, /**< no instrument keeps records, or it has not this channel */
     kExitBadOptions = 2,   /**< the command line is wrong */
+    kExitBadSetup = 3,     /**< the setup file cannot be used, by a recall neither */
 };
 
 struct Options {
@@ -20,6 +21,8 @@ struct Options {
     bool json = false;                       /**< else a table */
     bool watch = false;                      /**< go on and print what changes */
     std::chrono::milliseconds interval{200}; /**< between two looks */
+    std::string setup;                       /**< a setup file in place of the live records; empty for none */
+    bool diff = false;                       /**< what a recall of the setup file would change */
 };
 
 /** The tag of this name, with or without "ODT_" and in any case; -1 when there is none. */

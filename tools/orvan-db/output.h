@@ -3,33 +3,42 @@
 
 #include "options.h"
 #include "records.h"
+#include "setup_file.h"
 
 #include <string>
+#include <vector>
 
 namespace orvan_db {
 
-/** Calls `use(channel, tag)` for each chosen element, channel by channel, in the order of the tags. */
-template <typename Use>
-void for_each_element(const Options& options, const Records& records, Use use)
-{
-    for (int channel = 1; channel <= static_cast<int>(records.size()); ++channel) {
-        if (options.channel != 0 && channel != options.channel) {
-            continue;
-        }
-        for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
-            if (options.tag < 0 || tag == options.tag) {
-                use(channel, tag);
-            }
-        }
-    }
-}
+/** One element to be printed. */
+struct Item {
+    int channel; /**< 0 for that of a file that belongs to none */
+    int tag;
+    const ORVAN_CONFIG* record;
+    const ORVAN_CONFIG* setup =
+        nullptr; /**< what a recall would put in the record's place, if there is that */
+};
 
-/** The chosen elements of the chosen channels as one JSON object, `{"channels":[{"channel":1,"ODT_..":..}]}`.
+/** In the order of the channels, and in each of the tags. */
+using Items = std::vector<Item>;
+
+/** The chosen elements of the chosen channels. They refer to `records`. */
+Items live_items(const Options& options, const Records& records);
+
+/** The chosen elements that a setup has, under the chosen channel. They refer to `setup`. */
+Items setup_items(const Options& options, const Setup& setup);
+
+/** Of the live items those that a recall of the setup would change. They refer to both. */
+Items differing_items(const Options& options, const Records& records, const Setup& setup);
+
+/**
+ * The items as one JSON object, `{"channels":[{"channel":1,"ODT_..":..}]}`. The channel of a file is null; a
+ * difference is `{"live":..,"setup":..}`.
  */
-std::string json_document(const Options& options, const Records& records);
+std::string json_document(const Items& items);
 
-/** One element as a row of the table, or as a JSON object `{"channel":1,"tag":"ODT_..","value":..}`. */
-std::string element_line(const Options& options, const Records& records, int channel, int tag);
+/** One item as a row of the table, or as a JSON object `{"channel":1,"tag":"ODT_..","value":..}`. */
+std::string item_line(const Options& options, const Item& item);
 
 } // namespace orvan_db
 
