@@ -1,0 +1,79 @@
+/**
+ * The hand-kept half of the SCPI reference: what the commands do, in words.
+ *
+ * A line at a time:
+ *
+ *     == Title            begins a section; Markdown up to its first command follows
+ *     @ :OUTPut[:STATe]   begins a command, its header as the command table spells it
+ *     what     ...        what it does; the fields may be repeated and come in any order
+ *     set      <state>    it has a set form; behind it the parameters, if any
+ *     query               it has a query; behind it the parameters, if any
+ *     param    <state>    ...     a parameter's name, then its type, unit and range
+ *     reply    ...        what the query gives
+ *     error    -222 ...   a code, and when it comes
+ *     example             a dialogue with the instrument, "> " its line and "< " its reply; it is held
+ *                         once by a test, on an instrument of four channels
+ *     sample              the same, but its reply is another each time or it disturbs what follows
+ *
+ * A line that begins with two blanks goes on with the field. What stands ahead of the first section is the
+ * document's beginning. A line of the form "// ..." is a comment.
+ */
+#ifndef SCPI_REFERENCE_DESCRIPTIONS_H
+#define SCPI_REFERENCE_DESCRIPTIONS_H
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace scpi_reference {
+
+struct Parameter {
+    std::string name;
+    std::string text;
+};
+
+struct Error {
+    int code;
+    std::string text;
+};
+
+struct Dialogue {
+    bool held; /**< an example, not a sample */
+    std::vector<std::string> lines;
+};
+
+struct Description {
+    std::string header;
+    int line; /**< of the file, for complaints */
+    std::vector<std::string> what;
+    std::optional<std::string> set; /**< the form's parameters */
+    std::optional<std::string> query;
+    std::vector<Parameter> parameters;
+    std::vector<std::string> replies;
+    std::vector<Error> errors;
+    std::vector<Dialogue> dialogues;
+};
+
+struct Section {
+    std::string title;
+    std::string text;
+    std::vector<Description> commands;
+};
+
+struct Descriptions {
+    std::string beginning;
+    std::vector<Section> sections;
+};
+
+/** A text that cannot be read, with its line; or one that does not fit the command table. */
+struct Complaint : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** @throw Complaint */
+Descriptions parse_descriptions(const std::string& text);
+
+} // namespace scpi_reference
+
+#endif

@@ -1,0 +1,64 @@
+// Makes the SCPI reference of the library's command table and the descriptions.
+#include "descriptions.h"
+#include "reference.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+
+using namespace scpi_reference;
+
+namespace {
+
+std::string read_file(const char* path)
+{
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in)
+        throw Complaint("cannot be read");
+    return text.str();
+}
+
+int check(const char* path, const std::string& wanted)
+{
+    const std::string found = difference(read_file(path), wanted);
+    if (found.empty())
+        return 0;
+    std::fprintf(stderr,
+                 "%s is stale: %s\nMake it anew: cmake --build --preset dev --target write_scpi_reference\n",
+                 path, found.c_str());
+    return 1;
+}
+
+int write(const char* path, const std::string& wanted)
+{
+    std::ofstream out(path, std::ios::trunc);
+    if (out << wanted << std::flush)
+        return 0;
+    std::fprintf(stderr, "%s: cannot be written\n", path);
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const bool checks = argc == 4 && std::strcmp(argv[1], "check") == 0;
+    if (!checks && (argc != 4 || std::strcmp(argv[1], "write") != 0)) {
+        std::fputs("usage: scpi-reference check|write DESCRIPTIONS DOCUMENT\n", stderr);
+        return 2;
+    }
+    try {
+        const std::string wanted =
+            render(parse_descriptions(read_file(argv[2])), {scpi_commands, OrvanX_cmdBypass});
+        return checks ? check(argv[3], wanted) : write(argv[3], wanted);
+    } catch (const Complaint& complaint) {
+        std::fprintf(stderr, "%s: %s\n", argv[2], complaint.what());
+        return 1;
+    }
+}

@@ -1,0 +1,32 @@
+/**
+ * The SCPI reference as a document: the command table and the descriptions, put together.
+ */
+#ifndef SCPI_REFERENCE_REFERENCE_H
+#define SCPI_REFERENCE_REFERENCE_H
+
+#include <string>
+
+#include <scpi/types.h>
+
+#include "descriptions.h"
+
+namespace scpi_reference {
+
+struct CommandTable {
+    const scpi_command_t* rows;        /**< up to a null pattern */
+    scpi_command_callback_t forwarded; /**< handler of the rows that a module answers */
+};
+
+/**
+ * The document in Markdown.
+ *
+ * @throw Complaint naming the row that has no description, or the description that has no row
+ */
+std::string render(const Descriptions& descriptions, const CommandTable& table);
+
+/** The first line in which a document is not what it should be, as a text for people; empty when it is. */
+std::string difference(const std::string& document, const std::string& wanted);
+
+} // namespace scpi_reference
+
+#endif
