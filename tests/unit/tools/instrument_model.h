@@ -1,0 +1,68 @@
+/**
+ * An instrument as its maintenance port shows it, frame by frame and with no network.
+ */
+#ifndef ORVAN_TESTS_INSTRUMENT_MODEL_H
+#define ORVAN_TESTS_INSTRUMENT_MODEL_H
+
+#include <maintenance_frame.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace orvan_test {
+
+using Bytes = std::vector<uint8_t>;
+
+class InstrumentModel {
+public:
+    InstrumentModel();
+
+    /** What it answers to a datagram. */
+    std::vector<Bytes> serve(std::span<const uint8_t> datagram);
+
+    // ---- how it is
+    HaldeElec::Orvan::hwaddr_t mac{{0x02, 0x00, 0x0A, 0x00, 0x00, 0x02}};
+    std::map<char, std::string> rows; /**< texts by letter */
+    std::vector<HaldeElec::Orvan::optEntry_t> options;
+    bool is_silent = false;          /**< serves nothing at all */
+    uint16_t module_silent_from = 0; /**< the block that no module acknowledges; 0 for none */
+    uint16_t acknowledged_above = 1; /**< by this a module's acknowledgement is above its block */
+    std::vector<uint32_t> module_ends{0, 0, 0, 0}; /**< LXI_ERROR_TIMEOUT is the instrument's own frame */
+    bool confirms = true;                          /**< sends the final frame of the whole */
+    uint16_t leaves_at = 0; /**< the block at which it drops out of a transfer; 0 for none */
+
+    /** In the middle of a transfer, at this block. */
+    void wait_for_block(uint16_t block);
+
+    // ---- what was done to it
+    std::map<char, std::string> written; /**< the last value of a row, as many bytes as a row has */
+    std::string file;                    /**< of the last transfer */
+    std::string image;                   /**< of the last stream */
+    int transfers = 0;                   /**< begun */
+    int ended = 0;                       /**< transfers that came to their end */
+    int streams = 0;                     /**< that came to their end */
+    bool in_transfer() const { return m_next_block != 0; }
+
+private:
+    using Frame = HaldeElec::Orvan::HALDE_PACKET;
+
+    std::vector<Bytes> serve_transfer(Frame& frame);
+    std::vector<Bytes> serve_stream(Frame& frame);
+    Bytes reply(const Frame& frame, size_t length) const;
+    void put_rows(Frame& frame) const;
+    void write_rows(const Frame& frame);
+    Bytes final_frame(uint32_t error) const;
+
+    uint16_t m_next_block = 0;
+    size_t m_position = 0;
+    bool m_streaming = false;
+    bool m_is_gone = false;
+};
+
+} // namespace orvan_test
+
+#endif

@@ -1,0 +1,32 @@
+/**
+ * A request, sent again when it seems lost, and what comes back.
+ */
+#ifndef ORVAN_MAINT_EXCHANGE_H
+#define ORVAN_MAINT_EXCHANGE_H
+
+#include "link.h"
+
+#include <functional>
+#include <optional>
+
+namespace orvan_maint {
+
+/**
+ * Sends the request three times within the time, and gives each reply to this request on until one is
+ * wanted, or the time has passed. Every request of a program has an `info` of its own, by which late
+ * replies to another are told.
+ *
+ * @param data_length bytes of `data` that are sent
+ * @param wanted      true ends it
+ * @return whether one was wanted
+ */
+bool ask(Link& link, HALDE_PACKET request, size_t data_length, std::chrono::milliseconds time,
+         const std::function<bool(const Received&)>& wanted);
+
+/** The first reply; nothing when there is none in the time. */
+std::optional<Received> ask(Link& link, const HALDE_PACKET& request, size_t data_length,
+                            std::chrono::milliseconds time);
+
+} // namespace orvan_maint
+
+#endif

@@ -1,0 +1,85 @@
+/**
+ * The stream of an image to all channel modules.
+ *
+ * The instrument hands each frame to every module and waits for each to acknowledge it before it takes the
+ * next; the tool gets the acknowledgement of the last of them. Behind the end come, channel by channel,
+ * frames of a module's progress and its final frame, or an error frame of the instrument for a module that is
+ * silent; behind those of all channels, if none was silent, the final frame of the whole. A module's own
+ * final frame may look the same, so they are counted.
+ */
+#ifndef ORVAN_MAINT_MODULE_STREAM_H
+#define ORVAN_MAINT_MODULE_STREAM_H
+
+#include "blocks.h"
+#include "link.h"
+#include "round_trip.h"
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace orvan_maint {
+
+struct StreamTiming {
+    Timing block;
+    std::chrono::milliseconds end_wait;     /**< for the acknowledgement of the end */
+    std::chrono::milliseconds burn_silence; /**< between two frames of the burning */
+};
+
+/**
+ * A frame that is sent again while the instrument still waits for a module may meet a stream that was given
+ * up, and begin one that nobody ends. So the waits are longer than the instrument's own: 2 s for each of four
+ * modules, 10 s each at the end, and 10 s for a frame of the burning.
+ */
+inline constexpr StreamTiming kStreamTiming{
+    {std::chrono::seconds(9), std::chrono::seconds(9), std::chrono::seconds(9), std::chrono::seconds(40)},
+    std::chrono::seconds(45),
+    std::chrono::seconds(15)};
+
+struct StreamResult {
+    /** What each channel's module ended with, in order: 0, or an error code. As many as have reported. */
+    std::vector<uint32_t> modules;
+    /** The instrument has said that all is done. */
+    bool confirmed = false;
+};
+
+class ModuleStream {
+public:
+    /** @param channels number of the instrument's modules
+     *  @param progress is told the bytes that have arrived
+     *  @param burning  is told the channel, from 1 on, of which there is news; `ended` gets what it ended
+     * with */
+    ModuleStream(Link& link, const hwaddr_t& mac, std::string_view image, size_t channels,
+                 const StreamTiming& timing, std::function<void(size_t)> progress,
+                 std::function<void(size_t, std::optional<uint32_t>)> burning);
+
+    /** Throws Failure when the stream does not come to its end, Interrupted as the link does. */
+    StreamResult run();
+
+    /** Frames that were sent again. */
+    size_t resent() const { return m_resent; }
+
+private:
+    bool deliver(size_t block, Received& received);
+    bool acknowledges(const HALDE_PACKET& frame, size_t block);
+    StreamResult follow_burning(std::optional<Received> first);
+
+    Link& m_link;
+    hwaddr_t m_mac;
+    Blocks m_blocks;
+    size_t m_channels;
+    StreamTiming m_timing;
+    RoundTrip m_round_trip;
+    std::function<void(size_t)> m_progress;
+    std::function<void(size_t, std::optional<uint32_t>)> m_burning;
+    /** By how much an acknowledgement's number is above that of its block; the first one tells. */
+    std::optional<uint16_t> m_above;
+    size_t m_resent = 0;
+};
+
+/** "a module did not answer in time", with the code. */
+std::string error_text(uint32_t code);
+
+} // namespace orvan_maint
+
+#endif
