@@ -1,0 +1,50 @@
+/**
+ * Software packages, of the form that an instrument unpacks.
+ *
+ *     Orvan_Benchtop_FW/             a folder with the platform's word in its name
+ *         ...ovx_module...           the modules' software
+ *         ...benchtop_fw...          a tar archive with the controller's files
+ *             patch/                 what the controller installs
+ *
+ * The instrument takes the first name that has the word in it, and hands names to a shell; so each word may
+ * stand in one name only, and names have no characters that mean something there.
+ */
+#ifndef ORVAN_MAINT_PACKAGE_H
+#define ORVAN_MAINT_PACKAGE_H
+
+#include "models.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvan_maint {
+
+/** What a package holds for a platform. */
+struct Package {
+    std::string folder;
+    std::string module_name;
+    uint64_t module_size = 0;
+    std::string controller_name;
+    size_t controller_files = 0; /**< below patch/ */
+};
+
+/** Throws Failure, which tells what is wrong, when the instrument could not use it.
+ *  @param what names the package in complaints */
+Package check_package(std::string_view bytes, const std::string& what, const Platform& platform);
+
+/** The platforms that have a folder in it. */
+std::vector<const Platform*> platforms_in(std::string_view bytes, const std::string& what);
+
+/**
+ * Makes a package. Its names are always the same, so that what an earlier update has left on the instrument
+ * is overwritten and no second candidate.
+ *
+ * @param module file with the modules' software
+ * @param patch  folder with the controller's files
+ */
+std::string build_package(const Platform& platform, const std::string& module, const std::string& patch);
+
+} // namespace orvan_maint
+
+#endif
