@@ -1,0 +1,30 @@
+#include "commands.h"
+
+#include "console.h"
+#include "failure.h"
+#include "package.h"
+
+#include <orvan_fs_utils.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace orvan_maint {
+
+void pack_software(const Options& options, int)
+{
+    const Platform& platform = *find_platform(options.platform);
+    if (!options.force && OrvanFSUtils::ifFileExists(options.file.c_str())) {
+        throw Failure(kExitBadFile, printable(options.file) + " is there already; --force replaces it");
+    }
+    const std::string bytes = build_package(platform, options.module, options.patch);
+    const Package package = check_package(bytes, options.file, platform);
+    if (!OrvanFSUtils::replaceFile(options.file.c_str(), bytes.data(), bytes.size())) {
+        throw Failure(kExitBadFile, printable(options.file) + " cannot be written: " + std::strerror(errno));
+    }
+    say(options.file + ": " + std::to_string(bytes.size()) + " bytes for a " + platform.name + ", with " +
+        std::to_string(package.module_size) + " bytes of software for the modules and " +
+        std::to_string(package.controller_files) + " files for the controller");
+}
+
+} // namespace orvan_maint

@@ -1,0 +1,14 @@
+#include "command_line.h"
+
+#include <signal.h>
+#include <sys/signalfd.h>
+
+int main(int argc, char** argv)
+{
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    return orvan_maint::run(argc, argv, signalfd(-1, &ends, SFD_CLOEXEC));
+}
