@@ -15,6 +15,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
     target_compile_options(orvan_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
 
+# So that libFuzzer sees which way an input takes through the libraries.
+if(ORVAN_LIBFUZZER)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(ORVAN_SANITIZE)
     add_compile_options(-fsanitize=${ORVAN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${ORVAN_SANITIZE})
