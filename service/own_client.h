@@ -1,0 +1,40 @@
+#ifndef ORVAN_SERVICE_OWN_CLIENT_H
+#define ORVAN_SERVICE_OWN_CLIENT_H
+
+#include "file_descriptor.h"
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace orvan_service {
+
+/**
+ * The service as a client of itself: its messages take their turn among those of other clients, and count as
+ * the instrument's own by their address.
+ */
+class OwnClient {
+public:
+    /** @param listeners those of the SCPI server; only the IPv4 ones are of use. They need not stay open. */
+    explicit OwnClient(std::span<const FileDescriptor> listeners);
+
+    /**
+     * Sends one program message over a connection of its own. Blocks, at most `patience` for the reply.
+     *
+     * @param message without its LF
+     * @return the reply without its CR LF, or as much of it as came; empty when the server can't be reached
+     */
+    std::string ask(const std::string& message, std::chrono::milliseconds patience) const;
+
+private:
+    FileDescriptor connect_to_server() const;
+
+    std::vector<sockaddr_in> m_addresses;
+};
+
+} // namespace orvan_service
+
+#endif
