@@ -73,6 +73,11 @@ StopRequest::StopRequest() : m_event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     }
 }
 
+void StopRequest::request()
+{
+    request_stop(0);
+}
+
 StopRequest::~StopRequest()
 {
     for (const int signal : kStopSignals) {

@@ -22,8 +22,8 @@ size_t raise_descriptor_limit();
 void open_log(int level, bool to_stderr);
 
 /**
- * SIGTERM and SIGINT as a descriptor that becomes, and stays, readable at the first of them. One object
- * at a time in a process; its end restores the signals.
+ * SIGTERM, SIGINT and request() as a descriptor that becomes, and stays, readable at the first of them. One
+ * object at a time in a process; its end restores the signals.
  *
  * The signals are caught and not blocked: a blocked signal would stay so in the programs that the library
  * starts.
@@ -36,6 +36,9 @@ public:
     StopRequest& operator=(const StopRequest&) = delete;
 
     int descriptor() const { return m_event.get(); }
+
+    /** Asks for the same from within the process. Any thread; does nothing without an object. */
+    static void request();
 
 private:
     FileDescriptor m_event;

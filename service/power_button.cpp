@@ -1,0 +1,39 @@
+#include "power_button.h"
+
+#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "process.h"
+
+#include <syslog.h>
+
+#include <atomic>
+
+namespace orvan_service {
+namespace {
+
+std::atomic<bool> g_pressed{false};
+
+// On the interrupt's thread; a button may bounce.
+void on_press()
+{
+    if (!g_pressed.exchange(true)) {
+        ::syslog(LOG_NOTICE, "power button pressed");
+        StopRequest::request();
+    }
+}
+
+} // namespace
+
+PowerButton::PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device) : m_device(device)
+{
+    g_pressed = false;
+    m_device.SetupPowerButtonIrq(on_press);
+}
+
+void PowerButton::wait_for_release()
+{
+    if (g_pressed) {
+        m_device.WaitPowerButtonRelease();
+    }
+}
+
+} // namespace orvan_service
