@@ -54,7 +54,7 @@ private:
         bool linked = true;
     };
 
-    // instance.cpp: set-up and life
+    // instance_start.cpp: set-up
     orvan_sandbox::Result<bool> prepare_state();
     orvan_sandbox::Result<bool> open_ground();
     orvan_sandbox::Result<bool> open_sockets();
@@ -62,6 +62,7 @@ private:
     orvan_sandbox::Result<bool> start_module(int number);
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
+    // instance.cpp: life
     void announce_ready();
     void read_notifications();
     void reboot();

@@ -1,0 +1,292 @@
+#include "instance.h"
+
+#include "models.h"
+#include "module_control.h"
+#include "sockets.h"
+#include "state_lock.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace orvan_launcher {
+
+using namespace orvan_sandbox;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kModuleStart = 10s;  ///< until a module's control socket answers
+constexpr auto kServiceStart = 30s; ///< until the service is ready, beside its wait for the modules
+constexpr auto kPollStep = 10ms;
+
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path);
+
+/// An installation and a build tree both have the programs in one folder.
+std::string program(const char* name)
+{
+    std::error_code code;
+    return (fs::read_symlink("/proc/self/exe", code).parent_path() / name).string();
+}
+
+Error system_error(std::string step)
+{
+    return Error{std::move(step), errno, "", "", false};
+}
+
+} // namespace
+
+Result<bool> Instance::start()
+{
+    const std::optional<int> channels = channels_of_model(m_options.model);
+    if (!channels) {
+        return Error{"unknown model " + m_options.model, 0, "known models:\n" + list_of_models(), "", false};
+    }
+    m_channels = *channels;
+    m_modules.resize(static_cast<size_t>(m_options.modules.value_or(m_channels)));
+    for (const auto step : {&Instance::prepare_state, &Instance::open_ground, &Instance::open_sockets}) {
+        if (Result<bool> done = (this->*step)(); !done) {
+            return done;
+        }
+    }
+    if (!tell_others()) {
+        return system_error("writing " + run_file("instance.json").string());
+    }
+    for (size_t index = 0; index < m_modules.size(); ++index) {
+        if (Result<bool> done = start_module(static_cast<int>(index) + 1); !done) {
+            return done;
+        }
+    }
+    return start_service();
+}
+
+Result<bool> Instance::prepare_state()
+{
+    m_temporary = m_options.state.empty();
+    if (m_temporary) {
+        std::string name = (temporary_folder() / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
+        if (mkdtemp(name.data()) == nullptr) {
+            return system_error("making a temporary state directory " + name);
+        }
+        m_state = name;
+    }
+    Result<fs::path> state = make_state_directory(m_temporary ? m_state : fs::path(m_options.state));
+    if (!state) {
+        return state.error();
+    }
+    if ((*state / "run" / (Role::module(kMaxModules).name() + ".sock")).string().size() >= kMaxSocketPath) {
+        return Error{"using " + state->string() + " as state directory", ENAMETOOLONG,
+                     "its sockets' names would be too long", "", false};
+    }
+    m_lock = lock_state(*state);
+    if (!m_lock) {
+        if (errno == EWOULDBLOCK) {
+            return Error{"using " + state->string() + " as state directory", 0, "another instance runs in it",
+                         "", false};
+        }
+        return system_error("locking " + state->string());
+    }
+    m_state = *state;
+    Result<Registry> registry = Registry::open();
+    if (!registry) {
+        return registry.error();
+    }
+    m_registry = *registry;
+    m_registry->sweep();
+    return true;
+}
+
+Result<bool> Instance::open_ground()
+{
+    // First of all the port, as a busy one is the likeliest reason to fail.
+    m_listeners.emplace_back(listen_tcp(kLoopback, m_options.scpi_port));
+    if (!m_listeners.back()) {
+        Error error = system_error("listening on " + std::string(kLoopback) + " port " +
+                                   std::to_string(m_options.scpi_port));
+        error.hint = "choose another with --scpi-port; 0 takes a free one";
+        return error;
+    }
+    if (m_options.use_sandbox) {
+        Result<Ground> ground = Ground::sandboxed(m_state, static_cast<int>(m_modules.size()));
+        if (ground) {
+            m_ground = std::move(*ground);
+            return true;
+        }
+        if (!m_options.fallback || !ground.error().refused) {
+            Error error = ground.error();
+            if (error.refused) {
+                error.hint += (error.hint.empty() ? "" : "; ") + std::string("or run with --fallback");
+            }
+            return error;
+        }
+        say_error(ground.error().text());
+    }
+    Result<Ground> ground = Ground::on_host(m_state);
+    if (!ground) {
+        return ground.error();
+    }
+    m_ground = std::move(*ground);
+    std::puts("without a sandbox: missing are /home/orvan/halde, the channel records, USB links, module "
+              "addresses 192.168.x.1, the LAN side, the maintenance port");
+    return true;
+}
+
+Result<bool> Instance::open_sockets()
+{
+    if (Sandbox* sandbox = m_ground->sandbox()) {
+        Result<UniqueFd> inner =
+            sandbox->make_descriptor(Role::controller(), [] { return listen_tcp("0.0.0.0", kScpiPort); });
+        if (!inner) {
+            return inner.error();
+        }
+        m_listeners.push_back(std::move(*inner));
+        if (Result<bool> done = start_relay(); !done) {
+            return done;
+        }
+    }
+    m_notifications.reset(bind_unix_datagrams(run_file("notify")));
+    m_control.reset(listen_unix(run_file("control")));
+    if (!m_notifications || !m_control) {
+        return system_error("making sockets in " + (m_state / "run").string());
+    }
+    unlink(run_file("reboot").c_str());
+    if (mkfifo(run_file("reboot").c_str(), 0600) != 0) {
+        return system_error("making " + run_file("reboot").string());
+    }
+    // For writing, too, so that the pipe never comes to its end.
+    m_reboots.reset(open(run_file("reboot").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!m_reboots) {
+        return system_error("opening " + run_file("reboot").string());
+    }
+    return true;
+}
+
+Result<bool> Instance::start_relay()
+{
+    UniqueFd outer(bind_udp(kLoopback, m_options.maintenance_port));
+    if (!outer) {
+        Error error = system_error("using " + std::string(kLoopback) + " UDP port " +
+                                   std::to_string(m_options.maintenance_port));
+        error.hint = "choose another with --maint-port; 0 takes a free one";
+        return error;
+    }
+    m_options.maintenance_port = port_of(outer.get());
+    m_relay.emplace(std::move(outer), [this] {
+        Result<UniqueFd> server = m_ground->sandbox()->make_descriptor(
+            Role::lan(), [] { return connect_udp(kControllerLanAddress, kMaintenancePort); });
+        return server ? server->release() : -1;
+    });
+    return true;
+}
+
+fs::path Instance::module_socket(int number) const
+{
+    return run_file(Role::module(number).name() + ".sock");
+}
+
+UniqueFd Instance::open_log(const std::string& name) const
+{
+    return UniqueFd(open((m_state / "log" / name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+}
+
+Result<bool> Instance::start_module(int number)
+{
+    const std::string name = Role::module(number).name();
+    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd log = open_log(name + ".log");
+    Command command;
+    command.argv = {program("orvan-module"),
+                    "--channel",
+                    std::to_string(number),
+                    "--address",
+                    m_ground->module_address(number),
+                    "--port",
+                    std::to_string(module_port(number)),
+                    "--control",
+                    module_socket(number).string(),
+                    "--model",
+                    m_options.model};
+    command.input = null.get();
+    command.output = log.get();
+    command.error = log.get();
+    command.own_group = true;
+    const Result<pid_t> pid = m_ground->spawn(Role::module(number), command);
+    if (!pid) {
+        return pid.error();
+    }
+    Module& module = m_modules[static_cast<size_t>(number) - 1];
+    module.process = Child(pid.value());
+    const auto deadline = Clock::now() + kModuleStart;
+    while (!module_answers(module_socket(number))) {
+        if (module.process.reap(kPollStep)) {
+            return Error{"starting module " + std::to_string(number), 0,
+                         "it ended with " + module.process.how_it_ended(),
+                         "see " + (m_state / "log" / (name + ".log")).string(), false};
+        }
+        if (Clock::now() > deadline) {
+            return Error{"starting module " + std::to_string(number), 0, "it does not answer", "", false};
+        }
+    }
+    return true;
+}
+
+Result<bool> Instance::start_service()
+{
+    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd log = open_log("service.log");
+    Command command;
+    command.argv = {program("orvan-service"),   "--foreground",  "--channels",
+                    std::to_string(m_channels), "--module-wait", std::to_string(m_options.module_wait)};
+    if (!m_ground->has_sandbox()) {
+        command.argv.emplace_back("--modules-on-loopback");
+    }
+    if (!m_options.log_level.empty()) {
+        command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
+    }
+    command.environment["NOTIFY_SOCKET"] = run_file("notify").string();
+    for (const UniqueFd& listener : m_listeners) {
+        command.listen_fds.push_back(listener.get());
+    }
+    command.input = null.get();
+    command.output = log.get();
+    command.error = log.get();
+    command.own_group = true;
+    const Result<pid_t> pid = m_ground->spawn(Role::controller(), command);
+    if (!pid) {
+        return pid.error();
+    }
+    m_service = Child(pid.value());
+    m_ready = false;
+    m_deadline = Clock::now() + std::chrono::seconds(m_options.module_wait) + kServiceStart;
+    return true;
+}
+
+bool Instance::tell_others()
+{
+    InstanceRecord record;
+    record.launcher = getpid();
+    record.model = m_options.model;
+    record.channels = m_channels;
+    record.modules = static_cast<int>(m_modules.size());
+    record.scpi_port = port_of(m_listeners.front().get());
+    record.temporary = m_temporary;
+    record.environment = m_ground->environment();
+    if (const Sandbox* sandbox = m_ground->sandbox()) {
+        record.init = sandbox->init_pid();
+        record.maintenance_port = m_options.maintenance_port;
+        for (int index = 0; index < role_count(record.modules); ++index) {
+            record.networks[Role::at(index).name()] = sandbox->network_path(Role::at(index));
+        }
+    }
+    return write_record(m_state, record) && m_registry->add(m_state);
+}
+
+} // namespace orvan_launcher
