@@ -12,46 +12,9 @@ namespace {
 // The library stores a device kind with the caller's socket and reads it nowhere.
 constexpr int kDeviceKind = 0;
 
-constexpr int kFactorySetup = 0;
-
 } // namespace
 
-Instrument::Instrument(int channels, bool modules_on_loopback)
-    : m_modules(Scpi_Orvanx::getInstance()), m_channels(channels)
-{
-    if (modules_on_loopback) {
-        for (int channel = 1; channel <= kMaxChannels; ++channel) {
-            m_modules->m_orvanXIp[channel - 1] = "127.0." + std::to_string(6 + channel) + ".1";
-        }
-    }
-    m_modules->setNumberofChannels(channels);
-    m_modules->setSelectedChannel(1);
-}
-
-void Instrument::wait_for_modules(int seconds)
-{
-    m_modules->wait_for_channels_ready(m_channels, seconds);
-    for (int channel = 1; channel <= m_channels; ++channel) {
-        const bool live = m_modules->m_isLive[channel - 1];
-        ::syslog(live ? LOG_NOTICE : LOG_WARNING, "module %d at %s:%u %s", channel,
-                 m_modules->m_orvanXIp[channel - 1].c_str(), m_modules->m_OrvanXport[channel - 1],
-                 live ? "answers" : "does not answer");
-    }
-}
-
-void Instrument::load_records()
-{
-    const int result = m_modules->load_database(kFactorySetup);
-    if (result != 0) {
-        ::syslog(LOG_ERR, "channel records not loaded (%d)", result);
-    }
-    for (int channel = 1; channel <= m_channels; ++channel) {
-        // One that did not answer would cost the time-out of each query.
-        if (m_modules->m_isLive[channel - 1] && !m_modules->getModuleData(channel)) {
-            ::syslog(LOG_WARNING, "module %d does not tell all of its versions", channel);
-        }
-    }
-}
+Instrument::Instrument() : m_modules(Scpi_Orvanx::getInstance()) {}
 
 void Instrument::execute(int socket, char* data, size_t len)
 {
@@ -62,6 +25,28 @@ void Instrument::execute(int socket, char* data, size_t len)
 void Instrument::client_lost(int socket)
 {
     m_modules->connection_abort(socket);
+}
+
+void start_without_device(int channels, int module_wait)
+{
+    Scpi_Orvanx& modules = *Scpi_Orvanx::getInstance();
+    for (int channel = 1; channel <= kMaxChannels; ++channel) {
+        modules.m_orvanXIp[channel - 1] = "127.0." + std::to_string(6 + channel) + ".1";
+    }
+    modules.setNumberofChannels(channels);
+    modules.setSelectedChannel(1);
+    modules.wait_for_channels_ready(channels, module_wait);
+}
+
+void log_modules()
+{
+    Scpi_Orvanx& modules = *Scpi_Orvanx::getInstance();
+    for (int channel = 1; channel <= modules.getNumberofChannels(); ++channel) {
+        const bool live = modules.m_isLive[channel - 1];
+        ::syslog(live ? LOG_NOTICE : LOG_WARNING, "module %d at %s:%u %s", channel,
+                 modules.m_orvanXIp[channel - 1].c_str(), modules.m_OrvanXport[channel - 1],
+                 live ? "answers" : "does not answer");
+    }
 }
 
 } // namespace orvan_service

@@ -1,14 +1,19 @@
+#include "front_panel.h"
 #include "instrument.h"
 #include "listener.h"
 #include "notify.h"
 #include "options.h"
+#include "own_client.h"
+#include "platform.h"
+#include "power_button.h"
 #include "process.h"
 #include "server.h"
-#include "settings.h"
 
+#include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 
 #ifndef ORVAN_TARGET_PI
+#include "board/board_control.h"
 #include "orvan_sandbox/guard.h"
 #endif
 
@@ -24,11 +29,17 @@
 #include <thread>
 
 using namespace orvan_service;
+using HaldeElec::Orvan::IOrvanDeviceManager;
 
 namespace {
 
 // What one request to a silent module takes: 5 s to connect and 10 s for its reply.
 constexpr std::chrono::seconds kEndPatience{15};
+
+// A preset resets all modules and loads them anew.
+constexpr std::chrono::seconds kKeyPatience{120};
+
+constexpr uint16_t kScpiPort = 5025;
 
 bool may_reach_modules([[maybe_unused]] const Options& options)
 {
@@ -39,23 +50,23 @@ bool may_reach_modules([[maybe_unused]] const Options& options)
 #endif
 }
 
-// Threads of the library or of a client may be at work still; they must not see objects destroyed.
-[[noreturn]] void leave_at_once()
+// Ends the process past the destructors of static objects and of the device. They would wait for the pauses
+// of threads, half a minute that of the built-in tests and two that of a fan, and other threads may be at
+// work still that must not see objects destroyed. So whoever calls this has ended what needs an end before.
+[[noreturn]] void leave(int exit_code)
 {
     std::fflush(nullptr);
-    std::_Exit(kExitDone);
+    std::_Exit(exit_code);
 }
 
-// Ends the process when a stop is requested first: the library's wait cannot be cut short.
-void start_instrument(Instrument& instrument, const Options& options, int stop)
+// The library's start-up and its waits cannot be cut short: a stop that is requested in the midst of them
+// ends the process.
+template <class Start>
+void start_or_leave(int stop, Start start)
 {
     const FileDescriptor done(::eventfd(0, EFD_CLOEXEC));
     std::thread starter([&] {
-        instrument.wait_for_modules(options.module_wait);
-        // On a machine that is no instrument the records would stand in everybody's shared memory.
-        if (!options.modules_on_loopback) {
-            instrument.load_records();
-        }
+        start();
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(done.get(), &one, sizeof one);
     });
@@ -64,45 +75,94 @@ void start_instrument(Instrument& instrument, const Options& options, int stop)
     }
     if (waiting[0].revents != 0) {
         ::syslog(LOG_NOTICE, "ended during start-up");
-        leave_at_once();
+        leave(kExitDone);
     }
     starter.join();
+}
+
+// On a machine that is no instrument the port may be another program's; an instrument serves without keys
+// too.
+void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_client)
+{
+    try {
+        auto listeners = open_listeners(kFrontPanelAddress, kFrontPanelPort);
+        panel.emplace(std::move(listeners.front()), [&own_client](const std::string& message) {
+            return own_client.ask(message, kKeyPatience);
+        });
+    } catch (const std::exception& error) {
+        ::syslog(LOG_ERR, "front panel: %s", error.what());
+    }
+}
+
+std::vector<FileDescriptor> open_own(const Options& options, uint16_t port)
+{
+    auto listeners = open_listeners(options.address, options.port.value_or(port));
+    for (const auto& listener : listeners) {
+        ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
+    }
+    return listeners;
 }
 
 int serve(const Options& options)
 {
     ignore_broken_pipes();
+#ifndef ORVAN_TARGET_PI
+    const auto board_control = sim_board::board_control_of_environment();
+#endif
     const StopRequest stop;
     ::syslog(LOG_DEBUG, "at most %zu descriptors", raise_descriptor_limit());
 
     auto listeners = inherited_listeners();
-    if (listeners.empty()) {
-        listeners = open_listeners(options.address, options.port);
-    }
     for (const auto& listener : listeners) {
         ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
     }
-
-    // On a machine that is no instrument the backup file's folder would be made in somebody's /home.
-    std::optional<Settings> settings;
-    if (!options.modules_on_loopback) {
-        settings.emplace();
+    IOrvanDeviceManager* device = nullptr;
+    if (options.modules_on_loopback) {
+        if (listeners.empty()) {
+            listeners = open_own(options, kScpiPort);
+        }
+        start_or_leave(stop.descriptor(),
+                       [&] { start_without_device(options.channels, options.module_wait); });
+    } else {
+        start_or_leave(stop.descriptor(), [&] { device = start_device(options.platform); });
+        if (!device->Initialized()) {
+            ::syslog(LOG_ERR, "the device did not start; the messages before this one say why");
+            return kExitNotInitialized;
+        }
+        uint16_t port = kScpiPort;
+        device->GetScpiPort(&port);
+        for (auto& listener : open_own(options, port)) {
+            listeners.push_back(std::move(listener));
+        }
     }
-    Instrument instrument(options.channels, options.modules_on_loopback);
+    log_modules();
+    Instrument instrument;
     ServerLimits limits;
     limits.max_message = kScpiInputBufferSize;
     limits.max_clients = static_cast<size_t>(options.max_clients);
+    const OwnClient own_client(listeners);
     Server server(std::move(listeners), instrument, limits);
-    start_instrument(instrument, options, stop.descriptor());
+    std::optional<FrontPanel> panel;
+    std::optional<PowerButton> power_button;
+    if (device != nullptr) {
+        start_front_panel(panel, own_client);
+        device->RunKbdServer();
+        power_button.emplace(*device);
+    }
 
     notify("READY=1");
     ::syslog(LOG_NOTICE, "ready");
     server.run(stop.descriptor());
     notify("STOPPING=1");
+    if (panel) {
+        panel->end();
+    }
     ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
     if (!server.end(kEndPatience)) {
         ::syslog(LOG_WARNING, "ended in the midst of a command");
-        leave_at_once();
+    }
+    if (power_button) {
+        power_button->wait_for_release();
     }
     return kExitDone;
 }
@@ -125,12 +185,13 @@ int main(int argc, char** argv)
     }
     open_log(options->log_level, options->foreground);
     try {
-        return serve(*options);
+        exit_code = options->produce.empty() ? serve(*options) : produce(options->produce, options->serial);
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "%s", error.what());
         if (!options->foreground) {
             std::fprintf(stderr, "orvan-service: %s\n", error.what());
         }
-        return kExitFailed;
+        exit_code = kExitFailed;
     }
+    leave(exit_code);
 }

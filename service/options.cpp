@@ -4,11 +4,18 @@
 
 #include <syslog.h>
 
+#include <cstdio>
+
 namespace orvan_service {
 namespace {
 
 // The library's module link waits with select(), which knows descriptors below 1024 only.
 constexpr int kMostClients = 512;
+
+const std::map<std::string, Platform> kPlatforms{{"factory", Platform::kFactory},
+                                                 {"portable", Platform::kPortable},
+                                                 {"benchtop", Platform::kBenchtop},
+                                                 {"ksr7000", Platform::kKsr7000}};
 
 const std::map<std::string, int> kLogLevels{{"err", LOG_ERR},
                                             {"warning", LOG_WARNING},
@@ -22,22 +29,43 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
 {
     Options options;
     std::string log_level = "notice";
+    std::string platform = "factory";
     CLI::App app("Serves the instrument's SCPI commands over TCP.", "orvan-service");
     app.set_version_flag("--version", std::string("orvan-service ") + ORVAN_VERSION);
-    app.add_option("--port", options.port, "TCP port of the SCPI server; 0 takes a free one and logs it")
+    app.add_option("--platform", platform,
+                   "factory, portable, benchtop or ksr7000; factory: what the library's own factory makes")
+        ->check(CLI::IsMember(kPlatforms))
         ->capture_default_str();
+    app.add_option(
+        "--port", options.port,
+        "TCP port of the SCPI server, 0 takes a free one and logs it; that of the settings when not "
+        "given");
     app.add_option("--address", options.address, "Listen on this address only, not on all of IPv4 and IPv6");
     app.add_option("--max-clients", options.max_clients, "Clients served at once; one more is refused")
         ->check(CLI::Range(1, kMostClients))
         ->capture_default_str();
-    app.add_option("--channels", options.channels, "Channel modules fitted")
+    CLI::Option* const loopback =
+        app.add_flag("--modules-on-loopback", options.modules_on_loopback,
+                     "For a machine that is no instrument: module n is at 127.0.(6 + n).1, not "
+                     "192.168.(6 + n).1; there is no device and no channel record");
+    app.add_option("--channels", options.channels, "Channel modules fitted, without a device")
         ->check(CLI::Range(1, 4))
+        ->needs(loopback)
         ->capture_default_str();
-    app.add_option("--module-wait", options.module_wait, "Seconds to wait for the modules at start-up")
+    app.add_option("--module-wait", options.module_wait,
+                   "Seconds to wait for the modules at start-up, without a device")
         ->check(CLI::Range(0, 600))
+        ->needs(loopback)
         ->capture_default_str();
-    app.add_flag("--modules-on-loopback", options.modules_on_loopback,
-                 "Module n is at 127.0.(6 + n).1, not 192.168.(6 + n).1; no channel records are kept");
+    CLI::Option* const produce =
+        app.add_option("--produce", options.produce,
+                       "Production: write the settings of a new instrument of that model, and end")
+            ->excludes(loopback);
+    app.add_option("--serial", options.serial, "Its serial number, 1 to 30 characters")
+        ->check([](const std::string& text) {
+            return !text.empty() && text.size() < 31 ? "" : "1 to 30 characters expected";
+        })
+        ->needs(produce);
     app.add_flag("--foreground", options.foreground, "Log to standard error too");
     app.add_option(
            "--log-level", log_level,
@@ -45,16 +73,24 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
            "calls a message")
         ->check(CLI::IsMember(kLogLevels))
         ->capture_default_str();
-    app.footer(
-        "The parent process may pass listening sockets (LISTEN_FDS, LISTEN_PID); none is opened then.\n"
-        "Exit codes: 0 ended on request, 1 could not start, 2 bad options, 3 outside the sandbox.");
+    app.footer("The parent process may pass listening sockets (LISTEN_FDS, LISTEN_PID); they are served too, "
+               "and with\n"
+               "--modules-on-loopback instead.\n"
+               "Exit codes: 0 ended on request, 1 could not start, 2 bad options, 3 outside the sandbox,\n"
+               "4 the device did not start.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         exit_code = app.exit(error) == 0 ? kExitDone : kExitBadOptions;
         return std::nullopt;
     }
+    if (!options.produce.empty() && options.serial.empty()) {
+        std::fputs("orvan-service: --produce requires --serial\n", stderr);
+        exit_code = kExitBadOptions;
+        return std::nullopt;
+    }
     options.log_level = kLogLevels.at(log_level);
+    options.platform = kPlatforms.at(platform);
     return options;
 }
 

@@ -1,6 +1,8 @@
 #ifndef ORVAN_SERVICE_OPTIONS_H
 #define ORVAN_SERVICE_OPTIONS_H
 
+#include "platform.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,15 +11,19 @@ namespace orvan_service {
 
 /** Exit codes of the program. */
 enum ExitCode : int {
-    kExitDone = 0,          /**< ended on request; --help and --version */
-    kExitFailed = 1,        /**< could not start: no port, bad inherited sockets */
-    kExitBadOptions = 2,    /**< the command line is wrong */
-    kExitOutsideSandbox = 3 /**< would reach real module addresses */
+    kExitDone = 0,           /**< ended on request; --help and --version */
+    kExitFailed = 1,         /**< could not start: no port, bad inherited sockets */
+    kExitBadOptions = 2,     /**< the command line is wrong */
+    kExitOutsideSandbox = 3, /**< would reach real module addresses */
+    kExitNotInitialized = 4  /**< the device's start-up did not get to its end */
 };
 
 struct Options {
+    Platform platform = Platform::kFactory;
+    std::string produce; /**< model to be made; empty: serve */
+    std::string serial;
     std::string address;
-    uint16_t port = 5025;
+    std::optional<uint16_t> port; /**< not given: that of the settings */
     int max_clients = 256;
     int channels = 4;
     int module_wait = 60;

@@ -3,7 +3,9 @@
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanConnPortable.h"
-#include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/bit/bit_tests.h"
+#include "orvan_sdk/lxi/option_tables.h"
 
 #include <syslog.h>
 #include <wiringPi.h>
@@ -24,6 +26,9 @@ constexpr int kNoDebugLog = 4;
 // The select pins of the EEPROM; a device class sets them up with the rest of its hardware.
 constexpr int kSelectPins[] = {11, 27, 16};
 
+// What an instrument is whose stores hold nothing usable.
+constexpr sDevDefaults_t kDefaults = {"OVX3651P", "Halde Electronics Ltd.", "230000", "D"};
+
 // While no platform is chosen, an instrument of any of them is known by its model.
 const sDevArch_t* every_model()
 {
@@ -40,18 +45,16 @@ const sDevArch_t* every_model()
     return table.data();
 }
 
-void set_text(char (&field)[31], const char* text)
+optEntry_t* options_of(const sDevArch_t* model)
 {
-    std::strncpy(field, text, sizeof field - 1);
-}
-
-void set_factory_identity(EEPROM_DEVICE_SETTINGS& settings)
-{
-    set_text(settings.description, "Halde Electronics Ltd.");
-    set_text(settings.modelName, "OVX3651P");
-    set_text(settings.serialNum, "230000");
-    set_text(settings.fwVersion, "01.0.001");
-    set_text(settings.scpiPort, "5025");
+    switch (model != nullptr ? model->devProdType : PortableDevice) {
+    case BenchtopDevice:
+        return optBenchtop_Tbl;
+    case Ksr7000Device:
+        return optKsr7000_Tbl;
+    default:
+        return optPortable_Tbl;
+    }
 }
 
 } // namespace
@@ -67,16 +70,28 @@ Settings::Settings()
     for (const int pin : kSelectPins) {
         pinMode(pin, OUTPUT);
     }
-    CPersistentData* const data = CPersistentData::Init(m_bus.get(), every_model());
-    data->setEEPROMch(kEepromChannel);
-    const std::lock_guard lock(m_bus->mtx);
-    if (!data->loadSettings()) {
-        ::syslog(LOG_WARNING,
-                 "neither EEPROM nor backup file holds usable settings; the factory identity stands");
-        set_factory_identity(*data->getSettings());
+    register_bit_tests(BITManager::getInstance(kCbitPeriod), nullptr);
+    m_data = CPersistentData::Init(m_bus.get(), every_model());
+    m_data->setEEPROMch(kEepromChannel);
+    const sDevArch_t* model;
+    {
+        const std::lock_guard lock(m_bus->mtx);
+        model = m_data->readData(&kDefaults, optPortable_Tbl, kOptionRows);
     }
+    std::memcpy(&m_as_read, m_data->getSettings(), sizeof m_as_read);
+    m_options = options_of(model);
+    m_data->setDeviceArch(model);
 }
 
 Settings::~Settings() = default;
+
+void Settings::apply()
+{
+    m_data->setFlashParams(m_options, kOptionRows);
+    if (std::memcmp(&m_as_read, m_data->getSettings(), sizeof m_as_read) != 0) {
+        const std::lock_guard lock(m_bus->mtx);
+        m_data->writeData(true, true);
+    }
+}
 
 } // namespace orvan_service

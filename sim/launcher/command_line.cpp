@@ -14,8 +14,9 @@ constexpr const char* kNoModules = "none";
 CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool& no_sandbox)
 {
     CLI::App* run = app.add_subcommand("run", "Start a virtual instrument and serve it until Ctrl-C");
-    run->add_option("--model", options.model, "Model, which tells the number of channels")
-        ->capture_default_str();
+    run->add_option("--model", options.model,
+                    "Model, which tells platform and channels: that of the state directory, and in a new one "
+                    "OVX3654B, when not given");
     run->add_option("--state", options.state,
                     "State directory, kept; a temporary one, removed at the end, when not given");
     run->add_option("--scpi-port", options.scpi_port, "TCP port on 127.0.0.1; 0 takes a free one")
@@ -27,15 +28,61 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
     run->add_option("--modules", modules,
                     "Modules fitted, 0 to 4 or 'none'; one for each channel when not given")
         ->check(CLI::IsMember({kNoModules, "0", "1", "2", "3", "4"}));
-    run->add_option("--module-wait", options.module_wait,
-                    "Seconds for which the service waits for the modules")
-        ->check(CLI::Range(0, 600))
+    run->add_option(
+           "--clock-rate", options.clock_rate,
+           "How many times faster than the world's the board's clock runs: its waits, the periods of "
+           "fans and temperatures, the battery")
+        ->check(CLI::Range(1, 10000))
+        ->take_last()
         ->capture_default_str();
+    run->add_option(
+           "--board", options.board,
+           "A verb of 'ctl' for the board at every power-on, as \"i2c 0x20 absent\"; may be given more "
+           "than once")
+        ->allow_extra_args(false);
     run->add_option("--log-level", options.log_level, "Log level of the service: err to debug");
     run->add_flag("--no-sandbox", no_sandbox, "Run on the host itself, with modules on 127.0.(6+n).1");
     run->add_flag("--fallback", options.fallback,
                   "As --no-sandbox, but only where the kernel refuses a sandbox");
     return run;
+}
+
+/// What the service's board is asked; it judges the words by itself.
+struct BoardVerb {
+    const char* name;
+    const char* help;
+    const char* words;
+};
+constexpr BoardVerb kBoardVerbs[] = {
+    {"board", "Show where relays, outputs, fan and lines of the board stand", nullptr},
+    {"i2c", "Let a chip of the board fail, or work again; without words, list the chips",
+     "ADDRESS absent: it is not fitted\n"
+     "ADDRESS nack: it acknowledges nothing\n"
+     "ADDRESS ok: it works again"},
+    {"spi", "Take the SPI ports away, for who opens them next, or bring them back", "absent or ok"},
+    {"power-button", "Push the power button", "press: hold it; release: let it go"},
+    {"battery", "Put in a battery of a charge, or take it out",
+     "PERCENT: it goes on filling or draining\n"
+     "PERCENT charging, PERCENT discharging: from now on it does\n"
+     "PERCENT absent: it is taken out"},
+    {"charger", "Plug the charger in, or out: the battery fills or drains", "on or off"},
+    {"key", "Push a key of the front panel",
+     "ROW COLUMN, both from 0; behind them press: hold it; release: let it go"},
+};
+
+void add_board_verbs(CLI::App& ctl, std::vector<std::string>& words)
+{
+    auto rest = std::make_shared<std::vector<std::string>>();
+    for (const BoardVerb& verb : kBoardVerbs) {
+        CLI::App* app = ctl.add_subcommand(verb.name, verb.help);
+        if (verb.words != nullptr) {
+            app->add_option("WORDS", *rest, verb.words);
+        }
+        app->callback([&words, rest, &verb] {
+            words = {verb.name};
+            words.insert(words.end(), rest->begin(), rest->end());
+        });
+    }
 }
 
 CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& words)
@@ -46,7 +93,11 @@ CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& w
     ctl->footer("Examples:\n"
                 "  orvan-sim ctl status\n"
                 "  orvan-sim ctl module 2 silent     no reply until 'up'\n"
-                "  orvan-sim ctl temp 2 71.5");
+                "  orvan-sim ctl temp 2 71.5         held until 'temp 2 auto'\n"
+                "  orvan-sim ctl board\n"
+                "  orvan-sim ctl i2c 0x20 nack       until 'i2c 0x20 ok'\n"
+                "  orvan-sim ctl battery 32 discharging\n"
+                "  orvan-sim ctl key 1 0             RF on");
 
     CLI::App* status = ctl->add_subcommand("status", "Show what runs");
     status->callback([&words] { words = {"status"}; });
@@ -59,8 +110,9 @@ CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& w
         ->add_option("COMMAND", *command,
                      "silent | refuse | close | slow MS | split [MS] | long: faults of its server\n"
                      "drop: its link goes down; up: link and server are well again\n"
+                     "update [up | silent-stream [BLOCK] | silent-burn | late [MS] | refuse]: of firmware\n"
                      "kill: its process ends at once; start: a new one\n"
-                     "temp C | temp auto; status; requests; log [N]; clear")
+                     "temp [C | auto]; status; requests; log [N]; clear")
         ->required();
     module->callback([&words, number, command] {
         words = {"module", *number};
@@ -68,10 +120,18 @@ CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& w
     });
 
     auto degrees = std::make_shared<std::string>();
-    CLI::App* temperature = ctl->add_subcommand("temp", "Set a module's temperature");
+    CLI::App* temperature = ctl->add_subcommand("temp", "Show or set a module's temperature");
     temperature->add_option("N", *number, "Module, from 1")->required()->check(CLI::Range(1, 4));
-    temperature->add_option("C", *degrees, "Degrees Celsius, or 'auto'")->required();
-    temperature->callback([&words, number, degrees] { words = {"module", *number, "temp", *degrees}; });
+    temperature->add_option("C", *degrees,
+                            "Degrees Celsius, held from now on, or 'auto': it drifts again\n"
+                            "Without it, shows the temperature");
+    temperature->callback([&words, number, degrees] {
+        words = {"module", *number, "temp"};
+        if (!degrees->empty()) {
+            words.push_back(*degrees);
+        }
+    });
+    add_board_verbs(*ctl, words);
     return ctl;
 }
 

@@ -23,18 +23,21 @@ namespace {
 constexpr auto kModuleEnd = 3s;   ///< from SIGTERM to SIGKILL
 constexpr auto kServiceEnd = 20s; ///< the same; the service may have to wait for a silent module first
 
+constexpr int kFailed = 1;
+
 constexpr const char* kLoopback = "127.0.0.1";
 
 } // namespace
 
 void Instance::announce_ready()
 {
-    const int port = port_of(m_listeners.front().get());
-    std::printf("ready: %s, %d channel%s, %zu module%s\n", m_options.model.c_str(), m_channels,
-                m_channels == 1 ? "" : "s", m_modules.size(), m_modules.size() == 1 ? "" : "s");
+    const int port = port_of(m_listener.get());
+    std::printf("ready: %s, %d channel%s, %zu module%s\n", m_options.model.c_str(), m_model.channels,
+                m_model.channels == 1 ? "" : "s", m_modules.size(), m_modules.size() == 1 ? "" : "s");
     std::printf("  SCPI         TCP %s:%d", kLoopback, port);
     if (m_ground->has_sandbox()) {
-        std::printf(", and %s:%d from its LAN (orvan-sim exec --in lan)\n", kControllerLanAddress, kScpiPort);
+        std::printf(", and %s, port of its settings, from its LAN (orvan-sim exec --in lan)\n",
+                    kControllerLanAddress);
         std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
@@ -46,6 +49,7 @@ void Instance::read_notifications()
     char text[1024];
     for (ssize_t count = 0; (count = recv(m_notifications.get(), text, sizeof text, MSG_DONTWAIT)) >= 0;) {
         const std::string message = "\n" + std::string(text, static_cast<size_t>(count)) + "\n";
+        m_ending = m_ending || message.find("\nSTOPPING=1\n") != std::string::npos;
         if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
             m_ready = true;
             m_deadline = Clock::time_point::max();
@@ -96,9 +100,14 @@ std::optional<int> Instance::note_ended()
         }
         return std::nullopt;
     }
+    const int exit_code = exit_code_of(m_service.status());
+    if (m_ready && exit_code == 0) {
+        std::puts("the service has ended in order, as by its power button");
+        return 0;
+    }
     say_error("the service ended with " + m_service.how_it_ended() +
               (m_temporary ? "" : "; see " + (m_state / "log/service.log").string()));
-    return exit_code_of(m_service.status());
+    return exit_code != 0 ? exit_code : kFailed;
 }
 
 int Instance::loop()
@@ -109,6 +118,7 @@ int Instance::loop()
                                        {m_notifications.get(), POLLIN, 0},
                                        {m_reboots.get(), POLLIN, 0},
                                        {m_control.get(), POLLIN, 0},
+                                       {m_power_switches.get(), POLLIN, 0},
                                        {m_service.descriptor(), POLLIN, 0}};
         for (const Module& module : m_modules) {
             waiting.push_back({module.process.descriptor(), POLLIN, 0});
@@ -132,6 +142,7 @@ int Instance::loop()
         }
         read_notifications();
         reboot();
+        follow_module_power();
         if (const std::optional<int> status = note_ended()) {
             return *status;
         }
@@ -155,7 +166,7 @@ int Instance::say_error(const std::string& text) const
 {
     std::fflush(stdout);
     std::fprintf(stderr, "orvan-sim: %s\n", text.c_str());
-    return 1;
+    return kFailed;
 }
 
 Instance::~Instance()

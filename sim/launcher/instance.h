@@ -3,6 +3,7 @@
 #include "child.h"
 #include "ground.h"
 #include "instance_record.h"
+#include "models.h"
 #include "registry.h"
 #include "udp_relay.h"
 
@@ -16,16 +17,19 @@
 namespace orvan_launcher {
 
 struct RunOptions {
-    std::string model = "OVX3654B";
+    std::string model;           ///< empty: that of the state directory, and kNewModel in a new one
     std::string state;           ///< empty: a temporary directory
     int scpi_port = 5025;        ///< on the host's loopback, 0 takes a free one
     int maintenance_port = 7502; ///< the same
     std::optional<int> modules;  ///< number of modules fitted; as many as the model has channels when not set
     bool use_sandbox = true;
-    bool fallback = false; ///< go on without a sandbox where the kernel refuses one
-    std::string log_level; ///< handed to the service when not empty
-    int module_wait = 60;  ///< seconds for which the service waits for the modules
+    bool fallback = false;          ///< go on without a sandbox where the kernel refuses one
+    std::string log_level;          ///< handed to the service when not empty
+    std::vector<std::string> board; ///< verbs for the board at power-on
+    int clock_rate = 1;             ///< how many times faster than the world's the board's clock runs
 };
+
+inline constexpr const char* kNewModel = "OVX3654B";
 
 /// One running virtual instrument: the sandbox, a process for each module, the service, and the sockets by
 /// which they are reached and steered. Runs on one thread, which must not end before it does. SIGINT,
@@ -56,10 +60,13 @@ private:
 
     // instance_start.cpp: set-up
     orvan_sandbox::Result<bool> prepare_state();
+    orvan_sandbox::Result<bool> choose_model();
+    orvan_sandbox::Result<bool> produce();
     orvan_sandbox::Result<bool> open_ground();
     orvan_sandbox::Result<bool> open_sockets();
     orvan_sandbox::Result<bool> start_relay();
     orvan_sandbox::Result<bool> start_module(int number);
+    orvan_sandbox::Command service_command() const;
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
     // instance.cpp: life
@@ -70,32 +77,42 @@ private:
     int say_error(const std::string& text) const;
     std::filesystem::path run_file(const std::string& name) const { return m_state / "run" / name; }
     std::filesystem::path module_socket(int number) const;
+    std::filesystem::path board_socket() const { return run_file("board.sock"); }
+    std::filesystem::path module_power_pipe() const { return run_file("module-power"); }
     orvan_sandbox::UniqueFd open_log(const std::string& name) const;
+
+    // instance_power.cpp: power of the modules, which the service's board switches
+    void follow_module_power();
+    void power_modules(bool on);
 
     // instance_control.cpp: what `ctl` asks
     void serve_control();
     std::string obey(const std::string& line);
     std::string obey_for_module(int number, const std::string& command);
+    std::string obey_for_board(const std::string& verb) const;
     std::string status() const;
 
     RunOptions m_options;
     int m_signals;
-    int m_channels = 0;
+    Model m_model{};
     bool m_temporary = false;
     std::filesystem::path m_state;
     std::optional<Registry> m_registry;
     orvan_sandbox::UniqueFd m_lock;
     std::optional<Ground> m_ground;
-    std::vector<orvan_sandbox::UniqueFd> m_listeners;
+    orvan_sandbox::UniqueFd m_listener; ///< on the host's loopback
     orvan_sandbox::UniqueFd m_notifications;
     orvan_sandbox::UniqueFd m_reboots;
+    orvan_sandbox::UniqueFd m_power_switches;
     orvan_sandbox::UniqueFd m_control;
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
+    bool m_module_power = true;
     Child m_service;
     bool m_ready = false;
     bool m_announced = false;
     bool m_rebooting = false;
+    bool m_ending = false; ///< the service, by its own word
     Clock::time_point m_deadline =
         Clock::time_point::max(); ///< of the service: to be ready, or to have ended
 };

@@ -1,5 +1,6 @@
 #include "instance.h"
 
+#include "board_client.h"
 #include "module_control.h"
 #include "sockets.h"
 
@@ -51,8 +52,11 @@ std::string Instance::obey(const std::string& line)
     if (subject == "status") {
         return status();
     }
+    if (subject != "module") {
+        return obey_for_board(line);
+    }
     int number = 0;
-    if (subject != "module" || !(words >> number)) {
+    if (!(words >> number)) {
         return error_reply("unknown request '" + line + "'");
     }
     if (number < 1 || number > static_cast<int>(m_modules.size())) {
@@ -66,6 +70,9 @@ std::string Instance::obey(const std::string& line)
 std::string Instance::obey_for_module(int number, const std::string& command)
 {
     Module& module = m_modules[static_cast<size_t>(number) - 1];
+    if (!m_module_power) {
+        return error_reply("it is without power");
+    }
     if (command == "start") {
         if (module.process.is_running()) {
             return error_reply("it runs");
@@ -97,14 +104,21 @@ std::string Instance::obey_for_module(int number, const std::string& command)
     return reply.empty() ? error_reply("it does not answer") : reply;
 }
 
+std::string Instance::obey_for_board(const std::string& verb) const
+{
+    const std::string reply = ask_board(board_socket(), verb);
+    return reply.empty() ? error_reply("the service's board does not answer") : reply;
+}
+
 std::string Instance::status() const
 {
     std::ostringstream text;
-    text << "ok\nmodel     " << m_options.model << ", " << m_channels
-         << (m_channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
-         << "\nSCPI      127.0.0.1:" << port_of(m_listeners.front().get()) << "\nsandbox   "
+    text << "ok\nmodel     " << m_options.model << ", " << m_model.channels
+         << (m_model.channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
+         << "\nSCPI      127.0.0.1:" << port_of(m_listener.get()) << "\nsandbox   "
          << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   "
          << (m_rebooting ? "rebooting"
+             : m_ending  ? "ending"
              : m_ready   ? "ready"
                          : "starting")
          << ", process " << m_service.pid() << '\n';
@@ -115,7 +129,7 @@ std::string Instance::status() const
             text << "running, process " << module.process.pid() << ", link "
                  << (module.linked ? "up" : "down");
         } else {
-            text << "ended";
+            text << (m_module_power ? "ended" : "without power");
         }
         text << '\n';
     }

@@ -6,8 +6,8 @@
 #include "state_lock.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <utility>
 
 #include <fcntl.h>
@@ -17,15 +17,19 @@
 
 namespace orvan_launcher {
 
-using namespace orvan_sandbox;
 namespace fs = std::filesystem;
+using namespace orvan_sandbox;
 using namespace std::chrono_literals;
 
 namespace {
 
 constexpr auto kModuleStart = 10s;  ///< until a module's control socket answers
-constexpr auto kServiceStart = 30s; ///< until the service is ready, beside its wait for the modules
+constexpr auto kModulesReady = 60s; ///< for which the service waits for the modules
+constexpr auto kServiceStart = 30s; ///< until the service is ready, beside that wait
 constexpr auto kPollStep = 10ms;
+
+constexpr const char* kTypePlate = "board/model"; ///< of the state directory
+constexpr const char* kSerial = "100001";         ///< of a new instrument; the factory's own default is none
 
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path);
@@ -42,17 +46,20 @@ Error system_error(std::string step)
     return Error{std::move(step), errno, "", "", false};
 }
 
+/// A named pipe that is open for writing, too, so that it never comes to its end; none when it can't be made.
+UniqueFd make_pipe(const fs::path& path)
+{
+    unlink(path.c_str());
+    return UniqueFd(mkfifo(path.c_str(), 0600) == 0 ? open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)
+                                                    : -1);
+}
+
 } // namespace
 
 Result<bool> Instance::start()
 {
-    const std::optional<int> channels = channels_of_model(m_options.model);
-    if (!channels) {
-        return Error{"unknown model " + m_options.model, 0, "known models:\n" + list_of_models(), "", false};
-    }
-    m_channels = *channels;
-    m_modules.resize(static_cast<size_t>(m_options.modules.value_or(m_channels)));
-    for (const auto step : {&Instance::prepare_state, &Instance::open_ground, &Instance::open_sockets}) {
+    for (const auto step : {&Instance::prepare_state, &Instance::choose_model, &Instance::open_ground,
+                            &Instance::produce, &Instance::open_sockets}) {
         if (Result<bool> done = (this->*step)(); !done) {
             return done;
         }
@@ -104,11 +111,60 @@ Result<bool> Instance::prepare_state()
     return true;
 }
 
+/// An instrument keeps the model that it was made with: its type plate is the file board/model.
+Result<bool> Instance::choose_model()
+{
+    std::string made;
+    std::ifstream(m_state / kTypePlate) >> made;
+    if (m_options.model.empty()) {
+        m_options.model = made.empty() ? kNewModel : made;
+    }
+    const std::optional<Model> model = find_model(m_options.model);
+    if (!model) {
+        return Error{"unknown model " + m_options.model, 0, "known models:\n" + list_of_models(), "", false};
+    }
+    if (!made.empty() && made != m_options.model) {
+        return Error{"using " + m_state.string() + " as state directory", 0, "it holds a model " + made,
+                     "leave --model out, or name another directory", false};
+    }
+    m_model = *model;
+    m_modules.resize(static_cast<size_t>(m_options.modules.value_or(m_model.channels)));
+    return true;
+}
+
+/// What production does to a new controller, by the same means: settings with its model and a serial number.
+/// One that has settings already, of whatever kind, is not new.
+Result<bool> Instance::produce()
+{
+    const bool is_new = !fs::exists(m_state / kTypePlate) && !fs::exists(m_state / "board/eeprom.bin") &&
+                        !fs::exists(m_state / "halde/config/flash.ini");
+    if (is_new && m_ground->has_sandbox()) {
+        Command command = service_command();
+        command.argv.insert(command.argv.end(), {"--produce", m_options.model, "--serial", kSerial});
+        const UniqueFd log = open_log("production.log");
+        command.output = log.get();
+        command.error = log.get();
+        const Result<pid_t> pid = m_ground->spawn(Role::controller(), command);
+        if (!pid) {
+            return pid.error();
+        }
+        if (const int status = wait_for(pid.value()); status != 0) {
+            return Error{"writing the settings of a new " + m_options.model, 0,
+                         "orvan-service --produce ended with status " + std::to_string(status),
+                         "see " + (m_state / "log/production.log").string(), false};
+        }
+    }
+    std::ofstream plate(m_state / kTypePlate);
+    plate << m_options.model << '\n';
+    plate.close();
+    return plate.good() ? Result<bool>(true) : system_error("writing " + (m_state / kTypePlate).string());
+}
+
 Result<bool> Instance::open_ground()
 {
     // First of all the port, as a busy one is the likeliest reason to fail.
-    m_listeners.emplace_back(listen_tcp(kLoopback, m_options.scpi_port));
-    if (!m_listeners.back()) {
+    m_listener.reset(listen_tcp(kLoopback, m_options.scpi_port));
+    if (!m_listener) {
         Error error = system_error("listening on " + std::string(kLoopback) + " port " +
                                    std::to_string(m_options.scpi_port));
         error.hint = "choose another with --scpi-port; 0 takes a free one";
@@ -134,20 +190,16 @@ Result<bool> Instance::open_ground()
         return ground.error();
     }
     m_ground = std::move(*ground);
-    std::puts("without a sandbox: missing are /home/orvan/halde, the channel records, USB links, module "
-              "addresses 192.168.x.1, the LAN side, the maintenance port");
+    std::puts(
+        "without a sandbox: missing are the device with its board and front panel, "
+        "/home/orvan/halde, the channel records, USB links, module addresses 192.168.x.1, the LAN side, "
+        "the maintenance port");
     return true;
 }
 
 Result<bool> Instance::open_sockets()
 {
-    if (Sandbox* sandbox = m_ground->sandbox()) {
-        Result<UniqueFd> inner =
-            sandbox->make_descriptor(Role::controller(), [] { return listen_tcp("0.0.0.0", kScpiPort); });
-        if (!inner) {
-            return inner.error();
-        }
-        m_listeners.push_back(std::move(*inner));
+    if (m_ground->has_sandbox()) {
         if (Result<bool> done = start_relay(); !done) {
             return done;
         }
@@ -157,14 +209,10 @@ Result<bool> Instance::open_sockets()
     if (!m_notifications || !m_control) {
         return system_error("making sockets in " + (m_state / "run").string());
     }
-    unlink(run_file("reboot").c_str());
-    if (mkfifo(run_file("reboot").c_str(), 0600) != 0) {
-        return system_error("making " + run_file("reboot").string());
-    }
-    // For writing, too, so that the pipe never comes to its end.
-    m_reboots.reset(open(run_file("reboot").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!m_reboots) {
-        return system_error("opening " + run_file("reboot").string());
+    m_reboots = make_pipe(run_file("reboot"));
+    m_power_switches = make_pipe(module_power_pipe());
+    if (!m_reboots || !m_power_switches) {
+        return system_error("making pipes in " + (m_state / "run").string());
     }
     return true;
 }
@@ -214,6 +262,10 @@ Result<bool> Instance::start_module(int number)
                     module_socket(number).string(),
                     "--model",
                     m_options.model};
+    // On the host the port is one for all: the service has it on every address.
+    if (m_ground->has_sandbox()) {
+        command.argv.insert(command.argv.end(), {"--firmware-port", std::to_string(kMaintenancePort)});
+    }
     command.input = null.get();
     command.output = log.get();
     command.error = log.get();
@@ -238,34 +290,51 @@ Result<bool> Instance::start_module(int number)
     return true;
 }
 
+/// The service on this instrument's board, as yet with no options.
+Command Instance::service_command() const
+{
+    Command command;
+    command.argv = {program("orvan-service"), "--foreground"};
+    command.environment = {{"ORVAN_BOARD", m_model.platform},
+                           {"ORVAN_BOARD_CLOCK_RATE", std::to_string(m_options.clock_rate)}};
+    std::string& verbs = command.environment["ORVAN_BOARD_AT_POWER_ON"];
+    for (const std::string& verb : m_options.board) {
+        verbs += (verbs.empty() ? "" : ";") + verb;
+    }
+    command.own_group = true;
+    return command;
+}
+
 Result<bool> Instance::start_service()
 {
     const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const UniqueFd log = open_log("service.log");
-    Command command;
-    command.argv = {program("orvan-service"),   "--foreground",  "--channels",
-                    std::to_string(m_channels), "--module-wait", std::to_string(m_options.module_wait)};
-    if (!m_ground->has_sandbox()) {
-        command.argv.emplace_back("--modules-on-loopback");
+    Command command = service_command();
+    if (m_ground->has_sandbox()) {
+        command.argv.insert(command.argv.end(), {"--platform", m_model.platform});
+    } else {
+        command.argv.insert(command.argv.end(),
+                            {"--modules-on-loopback", "--channels", std::to_string(m_model.channels)});
     }
     if (!m_options.log_level.empty()) {
         command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
     }
     command.environment["NOTIFY_SOCKET"] = run_file("notify").string();
-    for (const UniqueFd& listener : m_listeners) {
-        command.listen_fds.push_back(listener.get());
-    }
+    command.environment["ORVAN_BOARD_CONTROL"] = board_socket().string();
+    command.environment["ORVAN_BOARD_MODULE_POWER"] = module_power_pipe().string();
+    // Beside its own port, which is that of the settings and stands in the controller's network.
+    command.listen_fds = {m_listener.get()};
     command.input = null.get();
     command.output = log.get();
     command.error = log.get();
-    command.own_group = true;
     const Result<pid_t> pid = m_ground->spawn(Role::controller(), command);
     if (!pid) {
         return pid.error();
     }
     m_service = Child(pid.value());
     m_ready = false;
-    m_deadline = Clock::now() + std::chrono::seconds(m_options.module_wait) + kServiceStart;
+    m_ending = false;
+    m_deadline = Clock::now() + kModulesReady + kServiceStart;
     return true;
 }
 
@@ -274,9 +343,9 @@ bool Instance::tell_others()
     InstanceRecord record;
     record.launcher = getpid();
     record.model = m_options.model;
-    record.channels = m_channels;
+    record.channels = m_model.channels;
     record.modules = static_cast<int>(m_modules.size());
-    record.scpi_port = port_of(m_listeners.front().get());
+    record.scpi_port = port_of(m_listener.get());
     record.temporary = m_temporary;
     record.environment = m_ground->environment();
     if (const Sandbox* sandbox = m_ground->sandbox()) {

@@ -4,46 +4,50 @@ namespace orvan_launcher {
 
 namespace {
 
-struct Model {
+struct Row {
     const char* name;
-    int channels;
+    Model model;
 };
 
+constexpr const char* kBenchtop = "benchtop";
+constexpr const char* kPortable = "portable";
+constexpr const char* kKsr7000 = "ksr7000";
+
 // clang-format off
-constexpr Model kModels[] = {
-    {"OVX2751P", 1},
-    {"OVX3651P", 1},
-    {"OVX5351P", 1},
-    {"OVX6131P", 1},
-    {"OVX2751B", 1},
-    {"OVX2752B", 2},
-    {"OVX2754B", 4},
-    {"OVX3651B", 1},
-    {"OVX3652B", 2},
-    {"OVX3654B", 4},
-    {"OVX5351B", 1},
-    {"OVX5352B", 2},
-    {"OVX5354B", 4},
-    {"OVX6131B", 1},
-    {"OVX6132B", 2},
-    {"OVX6134B", 4},
-    {"OVX2751R", 1},
-    {"OVX2752R", 2},
-    {"OVX2754R", 4},
-    {"OVX3651R", 1},
-    {"OVX3652R", 2},
-    {"OVX3654R", 4},
-    {"OVX5351R", 1},
-    {"OVX5352R", 2},
-    {"OVX5354R", 4},
-    {"OVX6131R", 1},
-    {"OVX6132R", 2},
-    {"OVX6134R", 4},
-    {"KSR-7061", 1},
-    {"KSR-7036", 1},
-    {"KSR-7053", 1},
-    {"KSR-8036", 1},
-    {"KSR-8053", 1},
+constexpr Row kModels[] = {
+    {"OVX2751P", {1, kPortable}},
+    {"OVX3651P", {1, kPortable}},
+    {"OVX5351P", {1, kPortable}},
+    {"OVX6131P", {1, kPortable}},
+    {"OVX2751B", {1, kBenchtop}},
+    {"OVX2752B", {2, kBenchtop}},
+    {"OVX2754B", {4, kBenchtop}},
+    {"OVX3651B", {1, kBenchtop}},
+    {"OVX3652B", {2, kBenchtop}},
+    {"OVX3654B", {4, kBenchtop}},
+    {"OVX5351B", {1, kBenchtop}},
+    {"OVX5352B", {2, kBenchtop}},
+    {"OVX5354B", {4, kBenchtop}},
+    {"OVX6131B", {1, kBenchtop}},
+    {"OVX6132B", {2, kBenchtop}},
+    {"OVX6134B", {4, kBenchtop}},
+    {"OVX2751R", {1, kBenchtop}},
+    {"OVX2752R", {2, kBenchtop}},
+    {"OVX2754R", {4, kBenchtop}},
+    {"OVX3651R", {1, kBenchtop}},
+    {"OVX3652R", {2, kBenchtop}},
+    {"OVX3654R", {4, kBenchtop}},
+    {"OVX5351R", {1, kBenchtop}},
+    {"OVX5352R", {2, kBenchtop}},
+    {"OVX5354R", {4, kBenchtop}},
+    {"OVX6131R", {1, kBenchtop}},
+    {"OVX6132R", {2, kBenchtop}},
+    {"OVX6134R", {4, kBenchtop}},
+    {"KSR-7061", {1, kKsr7000}},
+    {"KSR-7036", {1, kKsr7000}},
+    {"KSR-7053", {1, kKsr7000}},
+    {"KSR-8036", {1, kKsr7000}},
+    {"KSR-8053", {1, kKsr7000}},
 };
 // clang-format on
 
@@ -51,11 +55,11 @@ constexpr int kNamesInLine = 6;
 
 } // namespace
 
-std::optional<int> channels_of_model(std::string_view model)
+std::optional<Model> find_model(std::string_view name)
 {
-    for (const Model& row : kModels) {
-        if (row.name == model) {
-            return row.channels;
+    for (const Row& row : kModels) {
+        if (row.name == name) {
+            return row.model;
         }
     }
     return std::nullopt;
@@ -65,7 +69,7 @@ std::string list_of_models()
 {
     std::string list;
     int count = 0;
-    for (const Model& row : kModels) {
+    for (const Row& row : kModels) {
         list += count % kNamesInLine == 0 ? "\n  " : "  ";
         list += row.name;
         ++count;

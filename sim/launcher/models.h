@@ -6,8 +6,13 @@
 
 namespace orvan_launcher {
 
-/// Channels of a model, 1, 2 or 4; nothing when there is no such model.
-std::optional<int> channels_of_model(std::string_view model);
+struct Model {
+    int channels;         ///< 1, 2 or 4
+    const char* platform; ///< "benchtop", "portable" or "ksr7000"
+};
+
+/// Nothing when there is no such model.
+std::optional<Model> find_model(std::string_view name);
 
 /// All model names, in lines of a terminal's width.
 std::string list_of_models();

@@ -129,7 +129,9 @@ std::string exchange(int fd, const std::string& request, const std::string& end,
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
     std::string reply;
-    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
+    // Nothing is no request: a peer that was told of the end is sent no more.
+    if (!request.empty() &&
+        send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
         return reply;
     }
     while (reply.size() < kMostReply && (end.empty() || !reply.ends_with(end))) {

@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kSoon{5};
 void expect_answers(const Instrument& instrument)
 {
     EXPECT_EQ(instrument.client().ask("*IDN?", kSoon),
-              "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK\r\n");
+              "Halde Electronics Ltd.,OVX3654B,100001,1.19.145;+OK\r\n");
     EXPECT_EQ(instrument.client().ask(":FREQ 4e9;:FREQ?", kSoon), "4000000000;+OK\r\n");
 }
 
@@ -49,7 +49,7 @@ TEST(BadInput, ALineOfTenMegabytesIsRefusedOnceAndTheNextWorks)
     EXPECT_EQ(client.read_line(kSoon), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
     expect_answers(instrument);
     ASSERT_TRUE(client.send("\n*IDN?\n"));
-    EXPECT_EQ(client.read_line(kSoon), "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK\r\n");
+    EXPECT_EQ(client.read_line(kSoon), "Halde Electronics Ltd.,OVX3654B,100001,1.19.145;+OK\r\n");
 }
 
 TEST(BadInput, SeventySubCommandsAreRefusedAndTheNextLineWorks)
@@ -100,7 +100,7 @@ TEST(BadInput, TwoHundredClientsAtOnceAreServedAndSoIsTheNext)
     for (Client& client : clients)
         client.send("*IDN?\n");
     for (Client& client : clients)
-        EXPECT_EQ(client.read_line(), "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK\r\n");
+        EXPECT_EQ(client.read_line(), "Halde Electronics Ltd.,OVX3654B,100001,1.19.145;+OK\r\n");
     expect_answers(instrument);
 }
 
@@ -109,11 +109,13 @@ TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
     const auto descriptors = [&] {
-        return instrument.exec("controller", {"sh", "-c", "ls /proc/$(pgrep -x orvan-service)/fd | wc -l"})
-            .output;
+        return std::stoi(
+            instrument.exec("controller", {"sh", "-c", "ls /proc/$(pgrep -x orvan-service)/fd | wc -l"})
+                .output);
     };
     expect_answers(instrument);
-    const std::string before = descriptors();
+    // The temperature monitor may be at a module then: two more, where a leak would leave hundreds.
+    const int before = descriptors();
     for (int i = 0; i < 300; ++i) {
         Client client = instrument.client();
         if (i % 3 == 0)
@@ -123,9 +125,9 @@ TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
     }
     expect_answers(instrument);
     const auto deadline = std::chrono::steady_clock::now() + kSoon;
-    while (descriptors() != before && std::chrono::steady_clock::now() < deadline)
+    while (descriptors() > before && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_LE(descriptors(), before + 2);
 }
 
 TEST(BadInput, AClientThatDoesNotReadHarmsNobody)

@@ -1,218 +1,313 @@
-// Which stored settings an instrument goes by: its EEPROM's, its backup file's or the factory's.
+// The settings that an instrument goes by, and what a start makes of the two copies of them.
+#include "instrument.h"
 #include "orvan_db.h"
+#include "stored_settings.h"
 
-#include "orvan_sdk/lxi/PersistentData.h"
-
-#include <array>
-#include <crc32_utils.h>
+#include <algorithm>
 #include <cstring>
-#include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
+#include <ostream>
 
 using namespace orvan_test;
-using namespace HaldeElec::Orvan;
 
 namespace {
 
-using Blob = std::array<uint8_t, TOTAL_BLOB_SIZE>;
+constexpr StoredIdentity kBench = {"Bench & Co.", "OVX3654B", "241107", "1.19.145", "bench-4", 4, 0x3604};
+constexpr StoredIdentity kRack = {"Rack Works", "OVX3652R", "198001", "1.19.145", "rack-2", 2, 0x36A2};
+constexpr StoredIdentity kDefaultSerial = {"Bench & Co.", "OVX3654B", "230000", "1.19.145",
+                                           "bench-4",     4,          0x3604};
+constexpr StoredIdentity kForeign = {"Elsewhere Inc.", "XYZ1", "5", "0", "xyz", 4, 0x3604};
+constexpr StoredIdentity kFactory = {"Halde Electronics Ltd.", "OVX3651B", "230000", "1.19.145",
+                                     "OVX3651B-230000",        1,          0x3601};
 
-const std::string kFactoryReply = "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK\r\n";
+SettingsRecord of_eeprom()
+{
+    return settled_record(kBench);
+}
+SettingsRecord of_file()
+{
+    return settled_record(kRack);
+}
 
-struct Identity {
-    const char* description;
-    const char* model;
-    const char* serial;
-    const char* version;
+/** strncpy, so that nothing of what stood in the field is left. */
+template <size_t size>
+void put(char (&field)[size], const char* text)
+{
+    std::strncpy(field, text, size);
+}
 
-    std::string reply() const
-    {
-        return std::string(description) + "," + model + "," + serial + "," + version + ";+OK\r\n";
-    }
+/** The factory's record once a start has followed the model and asked the modules. */
+SettingsRecord of_factory()
+{
+    SettingsRecord record = settled_record(kFactory);
+    record.options = 0x009E; // MOD, LP, 20 GHz
+    record.hardwareVersion = 'D';
+    record.dhcpEnabled = 1;
+    put(record.fixIp, "192.168.0.100");
+    put(record.fixMask, "255.255.255.0");
+    put(record.mac, "b8:27:eb:4f:3b:7d");
+    put(record.fixGw, "10.0.0.138");
+    put(record.dns1, "8.8.8.8");
+    put(record.dns2, "1.1.1.1");
+    record.minCwFreq = 50'000;
+    record.defCwFreq = 1'000'000'000;
+    record.maxCwPow = 15;
+    record.minCwPow = -30;
+    record.defCwPow = 5;
+    put(record.scpiPort, "5025");
+    put(record.pldVersion, "A-1");
+    return record;
+}
+
+/** A record of an earlier firmware: without the model's facts, and with a module that has been exchanged. */
+SettingsRecord of_before()
+{
+    SettingsRecord record = of_eeprom();
+    record.options = 0x0013;
+    record.numDevices = 1;
+    record.maxCwFreq = 0;
+    record.device_type = 0;
+    record.vendor_id = record.product_id = 0;
+    put(record.fpgaVersion, "0.9");
+    return record;
+}
+
+enum class Written { kNone, kEeprom, kFile, kBoth };
+
+/** A start, from what it finds in the two stores to what it leaves in both. */
+struct Start {
+    const char* name;
+    std::function<void(const std::filesystem::path&)> prepare;
+    StoredIdentity identity;
+    std::function<SettingsImage()> left;
+    Written written;
+    const char* log; // at warning or error level; null for none
+
+    friend void PrintTo(const Start& start, std::ostream* out) { *out << start.name; }
 };
 
-constexpr Identity kOfEeprom = {"Bench & Co.", "OVX3654B", "241107", "02.3.004"};
-constexpr Identity kOfFile = {"Rack Works", "OVX3652R", "198001", "01.9.017"};
-constexpr Identity kOfNobody = {"Elsewhere Inc.", "XYZ1", "5", "0"};
+using State = std::filesystem::path;
 
-/** The record alone, as it was stored before there were signatures. */
-Blob unsigned_blob(const Identity& identity)
+auto eeprom(SettingsImage (*image)())
 {
-    EEPROM_DEVICE_SETTINGS settings;
-    std::memset(&settings, 0, sizeof settings);
-    std::strcpy(settings.description, identity.description);
-    std::strcpy(settings.modelName, identity.model);
-    std::strcpy(settings.serialNum, identity.serial);
-    std::strcpy(settings.fwVersion, identity.version);
-    std::strcpy(settings.scpiPort, "5999");
-    std::strcpy(settings.dns1, "10.0.0.53");
-    std::strcpy(settings.dns2, "10.0.0.54");
-    settings.numDevices = 4;
-    Blob blob{};
-    std::memcpy(blob.data(), &settings, sizeof settings);
-    return blob;
+    return [image](const State& state) { write_eeprom(state, image()); };
+}
+auto file(SettingsImage (*image)(), size_t size = std::tuple_size_v<SettingsImage>)
+{
+    return [image, size](const State& state) { write_backup(state, image(), size); };
+}
+template <typename First, typename Second>
+auto both(First first, Second second)
+{
+    return [=](const State& state) {
+        first(state);
+        second(state);
+    };
+}
+void blank(const State& state)
+{
+    SettingsImage erased;
+    erased.fill(0xFF);
+    write_eeprom(state, erased);
 }
 
-Blob signed_blob(const Identity& identity)
+constexpr size_t kRecordSize = sizeof(SettingsRecord);
+
+// clang-format off
+SettingsImage eeprom57()        { return signed_image(of_eeprom(), 57); }
+SettingsImage eeprom58()        { return signed_image(of_eeprom(), 58); }
+SettingsImage eeprom1()         { return signed_image(of_eeprom(), 1); }
+SettingsImage newer_eeprom()    { return signed_image(of_eeprom(), 57, 2); }
+SettingsImage damaged_eeprom()  { return damaged(eeprom57()); }
+SettingsImage legacy_eeprom()   { return unsigned_image(of_eeprom()); }
+SettingsImage default_eeprom()  { return unsigned_image(settled_record(kDefaultSerial)); }
+SettingsImage foreign_eeprom()  { return signed_image(settled_record(kForeign), 60); }
+SettingsImage earlier_eeprom()  { return signed_image(of_before(), 57); }
+SettingsImage file31()          { return signed_image(of_file(), 31); }
+SettingsImage file1()           { return signed_image(of_file(), 1); }
+SettingsImage damaged_file()    { return damaged(file31()); }
+SettingsImage legacy_file()     { return unsigned_image(of_file()); }
+// The start signs the factory's settings, then stores what it has learned of model and modules.
+SettingsImage factory2()        { return signed_image(of_factory(), 2); }
+
+const char* const kBothSigned = "[CPersistentData] EEPROM and file both VERIFIED but differ - keeping EEPROM, "
+                                "investigate";
+const char* const kRestoring  = "[CPersistentData] EEPROM invalid, restoring from backup file";
+const char* const kFileUsed   = "[CPersistentData] Unexpected: EEPROM legacy but file VERIFIED - using file, "
+                                "investigate";
+const char* const kBackupUsed = "[CPersistentData] EEPROM had default serial, backup file had a real serial - "
+                                "using backup file";
+const char* const kNewer      = "[CPersistentData] EEPROM data version (2) is newer than this firmware (1) - "
+                                "downgrading, newer fields discarded";
+
+const Start kStarts[] = {
+    //                                                                                  identity  left      written           log
+    {"BothEqual",             both(eeprom(eeprom57), file(eeprom57)),                   kBench,  eeprom57, Written::kNone,   nullptr},
+    {"FileMissing",           eeprom(eeprom57),                                         kBench,  eeprom57, Written::kFile,   nullptr},
+    {"FileDamaged",           both(eeprom(eeprom57), file(damaged_file)),               kBench,  eeprom57, Written::kFile,   nullptr},
+    {"FileShort",             both(eeprom(eeprom57), file(eeprom57, 100)),              kBench,  eeprom57, Written::kFile,   nullptr},
+    {"FileOfAnother",         both(eeprom(eeprom57), file(file31)),                     kBench,  eeprom57, Written::kFile,   kBothSigned},
+    {"EepromBlank",           file(file31),                                             kRack,    file31,   Written::kEeprom, kRestoring},
+    {"EepromDamaged",         both(eeprom(damaged_eeprom), file(file31)),               kRack,    file31,   Written::kEeprom, kRestoring},
+    {"EepromOfAnotherFamily", both(eeprom(foreign_eeprom), file(file31)),               kRack,    file31,   Written::kEeprom, kRestoring},
+    {"EepromUnsigned",        both(eeprom(legacy_eeprom), file(file31)),                kRack,    file31,   Written::kEeprom, kFileUsed},
+    {"EepromUnsignedAlone",   eeprom(legacy_eeprom),                                    kBench,  eeprom1,  Written::kBoth,   nullptr},
+    {"FileUnsignedAlone",     file(legacy_file, kRecordSize),                           kRack,    file1,    Written::kBoth,   kRestoring},
+    {"EepromOfDefaultSerial", both(eeprom(default_eeprom), file(legacy_file)),          kRack,    file1,    Written::kBoth,   kBackupUsed},
+    {"EepromOfNewerLayout",   eeprom(newer_eeprom),                                     kBench,  eeprom58, Written::kBoth,   kNewer},
+    {"BothDamaged",           both(eeprom(damaged_eeprom), file(damaged_file)),         kFactory, factory2, Written::kBoth,   nullptr},
+    {"BothBlank",             blank,                                                    kFactory, factory2, Written::kBoth,   nullptr},
+    {"BothOfAnEarlierStart",  both(eeprom(earlier_eeprom), file(earlier_eeprom)),       kBench,  eeprom58, Written::kBoth,   nullptr},
+};
+// clang-format on
+
+/** Says where two images part, and not all of both. */
+void expect_same(const std::string& image, const std::string& expected, const char* store)
 {
-    Blob blob = unsigned_blob(identity);
-    SigningHeader header{SIGNING_MARKER, CURRENT_STRUCT_VERSION, 57, 0};
-    const auto put = [&] { std::memcpy(blob.data() + SIGNING_HEADER_OFFSET, &header, sizeof header); };
-    put();
-    const Crc32Utils* const crc = Crc32Utils::getInstance();
-    header.crc32 = crc->crc32_signoff(
-        crc->calculate_crc32(crc->crc32_init(), blob.data(), blob.size() - sizeof header.crc32));
-    put();
-    return blob;
+    EXPECT_EQ(image.size(), expected.size()) << store;
+    const auto [at, other] = std::ranges::mismatch(image, expected);
+    EXPECT_EQ(at - image.begin(), std::ssize(image)) << store << " parts from what is expected here";
 }
 
-Blob damaged(Blob blob)
-{
-    blob[700] ^= 0x10; // in the zeros behind the record
-    return blob;
-}
-
-void write_bytes(const std::filesystem::path& path, const void* bytes, size_t count)
-{
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary)
-        .write(static_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-}
-
-void write_eeprom(const std::filesystem::path& state, const Blob& blob)
-{
-    std::array<uint8_t, 8192> cells; // of a CAT25640
-    cells.fill(0xFF);
-    std::memcpy(cells.data(), blob.data(), blob.size());
-    write_bytes(state / "board/eeprom.bin", cells.data(), cells.size());
-}
-
-void write_backup(const std::filesystem::path& state, const Blob& blob, size_t count = TOTAL_BLOB_SIZE)
-{
-    write_bytes(state / "halde/config/flash.ini", blob.data(), count);
-}
-
-std::string identity_of(const Instrument& instrument)
-{
-    return instrument.client().ask("*IDN?");
-}
-
-std::string identity_with(const Instrument::Preparation& prepare)
-{
-    const Instrument instrument({}, prepare);
-    return identity_of(instrument);
-}
-
-/** The word that follows `name` in the output of `ip`, without a prefix length. */
-std::string word_behind(const std::string& text, const std::string& name)
-{
-    const size_t begin = text.find(name + " ");
-    if (begin == std::string::npos)
-        return "";
-    const size_t word = begin + name.size() + 1;
-    return text.substr(word, text.find_first_of(" /\n", word) - word);
-}
+class StoredSettings : public testing::TestWithParam<Start> {};
 
 } // namespace
 
-TEST(Identity, IsTheOneInTheEeprom)
+TEST_P(StoredSettings, AreChosenHealedAndThenLeftAlone)
 {
     ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) { write_eeprom(state, signed_blob(kOfEeprom)); }),
-              kOfEeprom.reply());
-}
+    const Start& start = GetParam();
+    const Instrument instrument({}, [&](const State& state) {
+        start.prepare(state);
+        age_stores(state);
+    });
+    const State& state = instrument.state();
+    const std::string left = bytes_of(start.left());
+    EXPECT_EQ(instrument.client().ask("*IDN?"), start.identity.reply());
+    expect_same(bytes_of(read_eeprom(state)), left, "EEPROM");
+    expect_same(read_backup(state), left, "backup");
+    EXPECT_EQ(eeprom_was_written(state),
+              start.written == Written::kEeprom || start.written == Written::kBoth);
+    EXPECT_EQ(backup_was_written(state), start.written == Written::kFile || start.written == Written::kBoth);
+    const std::string log = instrument.service_log();
+    for (const char* line : {kBothSigned, kRestoring, kFileUsed, kBackupUsed, kNewer})
+        EXPECT_EQ(log.find(line) != std::string::npos, line == start.log) << line;
 
-TEST(Identity, IsTheEepromsWhenTheBackupFileHasAnother)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) {
-                  write_eeprom(state, signed_blob(kOfEeprom));
-                  write_backup(state, signed_blob(kOfFile));
-              }),
-              kOfEeprom.reply());
-}
-
-TEST(Identity, IsTheBackupFilesWhenTheEepromIsBlank)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) { write_backup(state, signed_blob(kOfFile)); }),
-              kOfFile.reply());
-}
-
-TEST(Identity, IsTheBackupFilesWhenTheEepromIsDamaged)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) {
-                  write_eeprom(state, damaged(signed_blob(kOfEeprom)));
-                  write_backup(state, signed_blob(kOfFile));
-              }),
-              kOfFile.reply());
-}
-
-TEST(Identity, IsTheFactorysWhenBothAreBlankAndTheLogSaysSo)
-{
-    ORVAN_NEEDS_SANDBOX();
-    const Instrument instrument;
-    EXPECT_EQ(identity_of(instrument), kFactoryReply);
-    EXPECT_NE(instrument.service_log().find(
-                  "neither EEPROM nor backup file holds usable settings; the factory identity stands"),
-              std::string::npos);
-}
-
-TEST(Identity, IsTheFactorysWhenBothAreDamaged)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) {
-                  write_eeprom(state, damaged(signed_blob(kOfEeprom)));
-                  write_backup(state, damaged(signed_blob(kOfFile)));
-              }),
-              kFactoryReply);
-}
-
-TEST(Identity, OfAModelThatIsNotKnownCountsNotThoughItIsSigned)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) {
-                  write_eeprom(state, signed_blob(kOfNobody));
-                  write_backup(state, signed_blob(kOfFile));
-              }),
-              kOfFile.reply());
-}
-
-TEST(Identity, OfAStoreFromBeforeSignaturesCounts)
-{
-    ORVAN_NEEDS_SANDBOX();
-    EXPECT_EQ(identity_with([](const auto& state) {
-                  write_backup(state, unsigned_blob(kOfFile), sizeof(EEPROM_DEVICE_SETTINGS));
-              }),
-              kOfFile.reply());
-}
-
-TEST(Identity, OutlivesAReboot)
-{
-    ORVAN_NEEDS_SANDBOX();
-    const Instrument instrument({}, [](const auto& state) { write_eeprom(state, signed_blob(kOfEeprom)); });
+    age_stores(state);
     ASSERT_TRUE(instrument.reboot());
-    EXPECT_EQ(identity_of(instrument), kOfEeprom.reply());
+    EXPECT_EQ(instrument.client().ask("*IDN?"), start.identity.reply());
+    EXPECT_FALSE(eeprom_was_written(state));
+    EXPECT_FALSE(backup_was_written(state));
+    expect_same(bytes_of(read_eeprom(state)), left, "EEPROM");
+    expect_same(read_backup(state), left, "backup");
+}
+
+INSTANTIATE_TEST_SUITE_P(Start, StoredSettings, testing::ValuesIn(kStarts),
+                         [](const auto& start) { return start.param.name; });
+
+TEST(Settings, OfANewInstrumentAreProducedInBothStores)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const struct {
+        const char* model;
+        const char* company;
+        const char* version;
+    } rows[] = {
+        {"OVX3652R", "Halde Electronics Ltd.", "1.19.145"},
+        {"OVX2751P", "Halde Electronics Ltd.", "1.19.140"},
+        {"KSR-7053", "Marrick Signal Corp.", "1.19.148"},
+    };
+    for (const auto& [model, company, version] : rows) {
+        const Instrument instrument({"--model", model});
+        EXPECT_EQ(instrument.client().ask("*IDN?"),
+                  std::string(company) + "," + model + ",100001," + version + ";+OK\r\n");
+        expect_same(read_backup(instrument.state()), bytes_of(read_eeprom(instrument.state())), "backup");
+    }
+}
+
+TEST(Settings, DamagedWhileTheInstrumentRunsAreHealedByTheNextStart)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({}, eeprom(eeprom57));
+    write_eeprom(instrument.state(), damaged(eeprom57()));
+    ASSERT_TRUE(instrument.reboot());
+    EXPECT_EQ(instrument.client().ask("*IDN?"), kBench.reply());
+    expect_same(bytes_of(read_eeprom(instrument.state())), bytes_of(eeprom57()), "EEPROM");
+    write_backup(instrument.state(), {}, 0);
+    ASSERT_TRUE(instrument.reboot());
+    expect_same(read_backup(instrument.state()), bytes_of(eeprom57()), "backup");
+}
+
+TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentServesAllTheSame)
+{
+    ORVAN_NEEDS_SANDBOX();
+    SettingsRecord record;
+    std::memset(&record, 'x', sizeof record);
+    put(record.modelName, "OVX3654B");
+    const Instrument instrument({},
+                                [&](const State& state) { write_eeprom(state, signed_image(record, 57)); });
+    const std::string text(31, 'x');
+    // What the start copies into the records ends in its last byte from then on.
+    const std::string cut(30, 'x');
+    EXPECT_EQ(instrument.client().ask("*IDN?"), cut + ",OVX3654B," + cut + ",1.19.145;+OK\r\n");
+    EXPECT_EQ(instrument.client().ask(":FREQ 4e9;:FREQ?"), "4000000000;+OK\r\n");
+    EXPECT_EQ(instrument.exec("controller", {"hostname"}).output, text + "\n");
+    for (const char* tag : {"if_port", "if_dns1", "if_dns2"})
+        EXPECT_EQ(element(instrument, 4, tag), '"' + text + '"') << tag;
+    EXPECT_EQ(bytes_of(read_eeprom(instrument.state())), read_backup(instrument.state()));
+}
+
+TEST(Settings, ThatTheHostNameScriptRefusesLeaveTheHostNameAndAreLogged)
+{
+    ORVAN_NEEDS_SANDBOX();
+    SettingsRecord record = of_eeprom();
+    put(record.hostName, "two words");
+    const Instrument instrument({},
+                                [&](const State& state) { write_eeprom(state, signed_image(record, 57)); });
+    EXPECT_NE(
+        instrument.service_log().find("he_set_hostname.sh: one argument is wanted, the host name; there "
+                                      "are 2\n"),
+        std::string::npos);
+    EXPECT_NE(instrument.exec("controller", {"hostname"}).output, "two words\n");
+    EXPECT_EQ(instrument.client().ask("*IDN?"), kBench.reply());
+}
+
+TEST(Settings, GiveTheSystemItsHostName)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({}, eeprom(eeprom57));
+    EXPECT_EQ(instrument.exec("controller", {"hostname"}).output, "bench-4\n");
 }
 
 TEST(Settings, ReachTheNetworkElementsOfEveryRecordWithTheLiveAddress)
 {
     ORVAN_NEEDS_SANDBOX();
-    const Instrument instrument({}, [](const auto& state) { write_eeprom(state, signed_blob(kOfEeprom)); });
-    const std::string link = instrument.exec("controller", {"ip", "-o", "link", "show", "eth0"}).output;
-    const std::string address =
-        instrument.exec("controller", {"ip", "-o", "-4", "address", "show", "eth0"}).output;
-    ASSERT_NE(word_behind(address, "inet"), "") << address;
-    ASSERT_NE(word_behind(link, "link/ether"), "") << link;
-    const auto quoted = [](const std::string& text) { return '"' + text + '"'; };
-    for (int channel = 1; channel <= 4; ++channel) {
-        EXPECT_EQ(element(instrument, channel, "if_name"), "\"eth0\"");
-        EXPECT_EQ(element(instrument, channel, "if_addr"), quoted(word_behind(address, "inet")));
-        EXPECT_EQ(element(instrument, channel, "if_mac"), quoted(word_behind(link, "link/ether")));
-        EXPECT_EQ(element(instrument, channel, "if_mask"), "\"255.255.255.0\"");
-        EXPECT_EQ(element(instrument, channel, "if_dhcp"), "OFF");
-        EXPECT_EQ(element(instrument, channel, "if_port"), "\"5999\"");
-        EXPECT_EQ(element(instrument, channel, "if_dns1"), "\"10.0.0.53\"");
-        EXPECT_EQ(element(instrument, channel, "if_dns2"), "\"10.0.0.54\"");
-    }
+    const Instrument instrument({}, eeprom(eeprom57));
+    const auto expect_network = [&](const std::string& address, const std::string& mask,
+                                    const std::string& gateway, const std::string& dhcp) {
+        const auto quoted = [](const std::string& text) { return '"' + text + '"'; };
+        for (int channel = 1; channel <= 4; ++channel) {
+            EXPECT_EQ(element(instrument, channel, "if_name"), "\"eth0\"");
+            EXPECT_EQ(element(instrument, channel, "if_addr"), quoted(address));
+            EXPECT_EQ(element(instrument, channel, "if_mask"), quoted(mask));
+            EXPECT_EQ(element(instrument, channel, "if_gate"), quoted(gateway));
+            EXPECT_EQ(element(instrument, channel, "if_mac"), "\"02:00:0a:00:00:02\"");
+            EXPECT_EQ(element(instrument, channel, "if_dhcp"), dhcp);
+            EXPECT_EQ(element(instrument, channel, "if_port"), "\"5999\"");
+            EXPECT_EQ(element(instrument, channel, "if_dns1"), "\"10.0.0.53\"");
+            EXPECT_EQ(element(instrument, channel, "if_dns2"), "\"10.0.0.54\"");
+        }
+    };
+    const auto configure = [&](const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{"sudo", "/usr/local/bin/he_orvan_network_config.sh"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        EXPECT_EQ(instrument.exec("controller", command).status, 0);
+        ASSERT_TRUE(instrument.reboot());
+    };
+    expect_network("10.0.0.2", "255.255.255.0", "10.0.0.1", "OFF");
+    configure({"static", "-a", "10.0.0.9", "-n", "255.255.0.0", "-g", "10.0.0.1"});
+    expect_network("10.0.0.9", "255.255.0.0", "10.0.0.1", "OFF");
+    configure({"dynamic"});
+    expect_network("10.0.0.102", "255.255.255.0", "10.0.0.1", "ON");
 }

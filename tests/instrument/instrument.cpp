@@ -97,6 +97,17 @@ std::string why_no_sandbox()
     return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
 }
 
+bool eventually(const std::function<bool()>& condition)
+{
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    return true;
+}
+
 Instrument::Instrument(const std::vector<std::string>& options, const Preparation& prepare)
     : m_folder(temporary_folder()), m_state(m_folder / "state")
 {
@@ -104,8 +115,9 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
         std::filesystem::create_directory(m_state);
         prepare(m_state);
     }
-    std::vector<std::string> arguments{program("orvan-sim"), "run", "--scpi-port", "0",
-                                       "--maint-port",       "0",   "--state",     m_state};
+    std::vector<std::string> arguments{
+        program("orvan-sim"), "run", "--clock-rate", "20",   "--scpi-port", "0",
+        "--maint-port",       "0",   "--state",      m_state};
     arguments.insert(arguments.end(), options.begin(), options.end());
     m_launcher = spawn(arguments, m_folder / "output");
 
@@ -200,10 +212,12 @@ std::string Instrument::ask_module(int module, const std::string& query) const
 
 std::vector<std::string> Instrument::requests(int module) const
 {
+    // The temperature monitor's comes when it comes.
+    static const std::string kTemperatureQuery = ":SYST:TEMP?\\r\\n";
     std::istringstream lines(ctl({"module", std::to_string(module), "log"}).output);
     std::vector<std::string> found;
     for (std::string line; std::getline(lines, line);)
-        if (line.rfind("ok", 0) != 0)
+        if (line.rfind("ok", 0) != 0 && line != kTemperatureQuery)
             found.push_back(line);
     return found;
 }
@@ -216,6 +230,11 @@ void Instrument::clear_requests(int module) const
 int Instrument::stop(int signal)
 {
     kill(m_launcher, signal);
+    return wait_for_end();
+}
+
+int Instrument::wait_for_end()
+{
     const int status = wait_for(m_launcher);
     m_launcher = -1;
     return status;

@@ -29,6 +29,9 @@ std::string program(std::string_view name);
 /** Empty when the kernel allows what a sandbox needs; else the reason for which a test is skipped. */
 std::string why_no_sandbox();
 
+/** Waits until the condition holds; false when it does not within 20 seconds. */
+bool eventually(const std::function<bool()>& condition);
+
 class Instrument {
 public:
     /** Puts what the instrument is to find into its state directory, which is empty. */
@@ -65,12 +68,15 @@ public:
     /** A query asked of a module past the service, on the link of its own; the reply line without its end. */
     std::string ask_module(int module, const std::string& query) const;
 
-    /** The requests that a module got since its log was cleared, control characters escaped. */
+    /** The requests that a module got since its log was cleared, control characters escaped; but for the
+     *  temperature query, which the service sends by itself. */
     std::vector<std::string> requests(int module) const;
     void clear_requests(int module) const;
 
     /** Sends the signal and waits for the launcher's end. */
     int stop(int signal);
+    /** Waits until the launcher ends by itself. */
+    int wait_for_end();
 
 private:
     std::filesystem::path m_folder;

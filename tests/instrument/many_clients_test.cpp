@@ -13,7 +13,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-const std::string kIdentity = "Halde Electronics Ltd.,OVX3651P,230000,01.0.001";
+const std::string kIdentity = "Halde Electronics Ltd.,OVX3654B,100001,1.19.145";
 const std::string kUndefinedHeader = "-ERR -113, \"Undefined header\"";
 
 // Each client has a setting of its own, and no two of them share a value.

@@ -1,4 +1,5 @@
 // Clients that were not written here: lxi-tools and PyVISA, as Debian has them.
+#include "dialogue.h"
 #include "instrument.h"
 
 #include <gtest/gtest.h>
@@ -7,32 +8,96 @@ using namespace orvan_test;
 
 namespace {
 
-std::string lxi(const Instrument& instrument, const std::string& line)
+using Names = std::vector<std::string>;
+
+std::string path_of(const std::string& session)
 {
-    return run_program(
-               {"lxi", "scpi", "-a", "127.0.0.1", "-p", std::to_string(instrument.port()), "-r", line})
-        .output;
+    return ORVAN_INSTRUMENT_TESTS_DIR "/sessions/" + session + ".txt";
 }
+
+void hold_with_visa(const Instrument& instrument, const Names& sessions)
+{
+    // Debian's own interpreter: its packages are not visible to another one that may stand ahead in PATH.
+    Names command{"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py",
+                  std::to_string(instrument.port())};
+    for (const std::string& session : sessions)
+        command.push_back(path_of(session));
+    const Outcome outcome = run_program(command);
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+}
+
+/** It waits for a reply to lines with a question mark only, and so each line gets one. */
+Exchange with_a_question(Exchange exchange)
+{
+    if (exchange.line.find('?') != std::string::npos)
+        return exchange;
+    exchange.line += ";:SYST:VERS?";
+    exchange.reply.insert(exchange.reply.rfind("+OK"), "1999.0;");
+    return exchange;
+}
+
+void hold_with_lxi(const Instrument& instrument, const Names& sessions)
+{
+    for (const std::string& session : sessions)
+        for (const Exchange& written : read_session(path_of(session))) {
+            const Exchange exchange = with_a_question(written);
+            const Outcome outcome = run_program({"lxi", "scpi", "-t", "20", "-a", "127.0.0.1", "-p",
+                                                 std::to_string(instrument.port()), "-r", exchange.line});
+            EXPECT_EQ(outcome.output, exchange.reply + "\r\n") << exchange.line;
+        }
+}
+
+struct PublicClient {
+    const char* name;
+    void (*hold)(const Instrument& instrument, const Names& sessions);
+};
+
+constexpr PublicClient kVisa = {"PyVisa", hold_with_visa};
+constexpr PublicClient kLxi = {"LxiTools", hold_with_lxi};
+
+struct Platform {
+    const char* name;
+    const char* model;
+    const char* session;
+};
+
+constexpr Platform kBenchtop = {"Benchtop", "OVX3654B", "benchtop"};
+constexpr Platform kPortable = {"Portable", "OVX3651P", "portable"};
+constexpr Platform kKsr7000 = {"Ksr7000", "KSR-7036", "ksr7000"};
+
+using Pair = std::tuple<PublicClient, Platform>;
+
+class PublicClients : public testing::TestWithParam<Pair> {};
+
+TEST_P(PublicClients, HoldASessionOfEveryKindOfCommand)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const auto& [client, platform] = GetParam();
+    const Instrument instrument({"--model", platform.model});
+    client.hold(instrument, {"every_platform", platform.session, "every_platform"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, PublicClients,
+                         testing::Combine(testing::Values(kVisa, kLxi),
+                                          testing::Values(kBenchtop, kPortable, kKsr7000)),
+                         [](const auto& pair) {
+                             return std::string(std::get<PublicClient>(pair.param).name) +
+                                    std::get<Platform>(pair.param).name;
+                         });
+
+class PublicClientsWithADeadModule : public testing::TestWithParam<PublicClient> {};
+
+TEST_P(PublicClientsWithADeadModule, ResetAndTestTheOthersAndAllOnceItIsBack)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    ASSERT_EQ(instrument.ctl({"module", "2", "refuse"}).status, 0);
+    GetParam().hold(instrument, {"dead_module"});
+    ASSERT_EQ(instrument.ctl({"module", "2", "up"}).status, 0);
+    GetParam().hold(instrument, {"module_well_again"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, PublicClientsWithADeadModule, testing::Values(kVisa, kLxi),
+                         [](const auto& client) { return std::string(client.param.name); });
 
 } // namespace
-
-TEST(PublicClients, LxiToolsCompletesASession)
-{
-    ORVAN_NEEDS_SANDBOX();
-    Instrument instrument;
-    EXPECT_NE(lxi(instrument, "*IDN?").find("Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK"),
-              std::string::npos);
-    lxi(instrument, ":FREQ 3GHz");
-    EXPECT_NE(lxi(instrument, ":FREQ?").find("3000000000;+OK"), std::string::npos);
-    EXPECT_NE(lxi(instrument, ":FOO?").find("-ERR -113, \"Undefined header\";+OK"), std::string::npos);
-}
-
-TEST(PublicClients, PyVisaCompletesASession)
-{
-    ORVAN_NEEDS_SANDBOX();
-    Instrument instrument;
-    // Debian's own interpreter: its packages are not visible to another one that may stand ahead in PATH.
-    const Outcome session = run_program({"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py",
-                                         std::to_string(instrument.port())});
-    EXPECT_EQ(session.status, 0) << session.output;
-}

@@ -1,22 +1,45 @@
-"""A complete session through PyVISA with its pure Python back end. Usage: visa_session.py PORT"""
+"""Sessions through PyVISA with its pure Python back end. Usage: visa_session.py PORT FILE..."""
 
 import sys
 
 import pyvisa
 
-SESSION = [
-    # line, reply (None: a set command, its reply is the bare success word)
-    ("*IDN?", "Halde Electronics Ltd.,OVX3651P,230000,01.0.001;+OK"),
-    (":FREQ 2.5GHz", "+OK"),
-    (":FREQ?", "2500000000;+OK"),
-    (":POW -12.5dBm;:POW?", "-12.5;+OK"),
-    (":SOUR:FREQ 1e9;POW 3", "+OK"),
-    (":FREQ?;:POW?", "1000000000;3;+OK"),
-    ("*OPC?", "1;+OK"),
-    (":SYST:VERS?", "1999.0;+OK"),
-    (":STAT:OPER:ENAB 16;:STAT:OPER:ENAB?", "16;+OK"),
-    (":NO:SUCH?", '-ERR -113, "Undefined header";+OK'),
-]
+BLOCK_HEADER = b"#3128"
+BLOCK_END = b";+OK\r\n"
+
+
+def session(path: str) -> list[tuple[str, str]]:
+    """The exchanges of a file: "> " and a line, "< " and its reply; other lines are remarks."""
+    exchanges = []
+    with open(path, encoding="utf-8") as file:
+        for text in file.read().splitlines():
+            if text.startswith("> "):
+                exchanges.append((text[2:], ""))
+            elif text.startswith("< "):
+                exchanges[-1] = (exchanges[-1][0], text[2:])
+    return exchanges
+
+
+def hold(instrument, path: str) -> int:
+    wrong = 0
+    exchanges = session(path)
+    for line, expected in exchanges:
+        reply = instrument.query(line)
+        if reply != expected:
+            print(f"{path}\n> {line}\n< {reply}\nexpected {expected}")
+            wrong += 1
+    return wrong if exchanges else 1
+
+
+def read_block(instrument) -> int:
+    """A reply that is a binary block, past every end of line in it."""
+    size = len(BLOCK_HEADER) + 128 + len(BLOCK_END)
+    instrument.write(":INF:DEV:OPT?")
+    reply = instrument.read_bytes(size)
+    if reply.startswith(BLOCK_HEADER) and reply.endswith(BLOCK_END) and b"MOD\0" in reply:
+        return 0
+    print(f"> :INF:DEV:OPT?\n< {reply!r}")
+    return 1
 
 
 def main() -> int:
@@ -27,13 +50,8 @@ def main() -> int:
         write_termination="\n",
         timeout=20000,
     )
-    wrong = 0
-    for line, expected in SESSION:
-        reply = instrument.query(line)
-        print(f"> {line}\n< {reply}")
-        if reply != expected:
-            print(f"  expected {expected}")
-            wrong += 1
+    wrong = sum(hold(instrument, path) for path in sys.argv[2:])
+    wrong += read_block(instrument)
     instrument.close()
     return 1 if wrong else 0
 

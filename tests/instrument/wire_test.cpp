@@ -7,7 +7,7 @@ using namespace orvan_test;
 
 namespace {
 
-const std::string kIdentity = "Halde Electronics Ltd.,OVX3651P,230000,01.0.001";
+const std::string kIdentity = "Halde Electronics Ltd.,OVX3654B,100001,1.19.145";
 
 } // namespace
 

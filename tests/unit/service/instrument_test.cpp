@@ -1,13 +1,13 @@
 // The server with the real library behind it; the modules are scripted ones on the loopback.
 #include "service/instrument.h"
 
+#include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "service_fixture.h"
 #include "support/instrument_files.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/scripted_module.h"
-#include "support/sent_setup.h"
 
 #include <gtest/gtest.h>
 
@@ -27,6 +27,9 @@ class InstrumentTest : public ::testing::Test {
 protected:
     InstrumentTest()
     {
+        BITManager::getInstance(0); // with no periodic thread, which the process's end would wait for
+        library->setNumberofChannels(2);
+        library->setSelectedChannel(1);
         for (int channel = 1; channel <= kMaxChannels; ++channel) {
             library->m_orvanXIp[channel - 1] = module.address();
             library->m_OrvanXport[channel - 1] = static_cast<uint32_t>(module.port());
@@ -36,42 +39,34 @@ protected:
     InstrumentFiles files;
     LogCapture log; // keeps the library's lines away from the machine's log
     ScriptedModule module;
-    Instrument instrument{2, true};
+    Instrument instrument;
     Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
 };
 
 } // namespace
 
-TEST(Instrument, BuildsTheModuleServiceWithTheFirstChannelSelected)
+TEST(WithoutADevice, TheModuleTableIsTheLoopbackAndTheFirstChannelIsSelected)
 {
-    const Instrument instrument(3, false);
-    const Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
-    EXPECT_EQ(Scpi_Orvanx::getInstance()->getNumberofChannels(), 3);
-    EXPECT_EQ(Scpi_Orvanx::getInstance()->getSelectedChannel(), 1);
-    EXPECT_EQ(library->m_orvanXIp[0], "192.168.7.1");
-}
-
-TEST(Instrument, ModulesOnTheLoopbackChangeTheAddressesAndNotThePorts)
-{
-    const Instrument instrument(4, true);
-    const Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
+    const LogCapture log;
+    start_without_device(3, 0);
+    Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
+    EXPECT_EQ(library->getNumberofChannels(), 3);
+    EXPECT_EQ(library->getSelectedChannel(), 1);
     for (int channel = 1; channel <= kMaxChannels; ++channel) {
         EXPECT_EQ(library->m_orvanXIp[channel - 1], "127.0." + std::to_string(6 + channel) + ".1");
         EXPECT_EQ(library->m_OrvanXport[channel - 1], 6000u + static_cast<unsigned>(channel));
+        EXPECT_FALSE(library->m_isLive[channel - 1]);
     }
 }
 
 TEST_F(InstrumentTest, ModulesThatAnswerAreLoggedAndThoseThatDoNot)
 {
     const std::string at = module.address() + ":" + std::to_string(module.port());
-    instrument.wait_for_modules(10);
-    EXPECT_EQ(module.connections(), 2u);
+    library->m_isLive[0] = true;
+    log_modules();
     EXPECT_EQ(log.count(LOG_NOTICE, "module 1 at " + at + " answers"), 1u);
-    EXPECT_EQ(log.count(LOG_NOTICE, "module 2 at " + at + " answers"), 1u);
-    log.clear();
-    library->m_isLive[1] = false;
-    instrument.wait_for_modules(0);
     EXPECT_EQ(log.count(LOG_WARNING, "module 2 at " + at + " does not answer"), 1u);
+    EXPECT_EQ(log.count(LOG_WARNING, "module 3 at " + at + " does not answer"), 0u);
 }
 
 TEST_F(InstrumentTest, RepliesGoToTheClientThatAsked)
@@ -83,6 +78,21 @@ TEST_F(InstrumentTest, RepliesGoToTheClientThatAsked)
     EXPECT_EQ(second.ask(":NO:SUCH:HEADER;:NO:SUCH:HEADER\r\n"),
               "-ERR -113, \"Undefined header\";" + kUndefinedHeader);
     EXPECT_EQ(first.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
+}
+
+TEST_F(InstrumentTest, TheTemperaturePollReachesTheSelectedModuleThroughTheServerBesideItsClients)
+{
+    module.always(ModuleAnswer::reply("44.5;+OK\r\n"));
+    RunningServer server(instrument);
+    library->setScpiPort(server.port());
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask(":FREQ?\n"), "44.5;+OK\r\n");
+    log.clear();
+    EXPECT_EQ(library->getTempratureForOrvanXResponse(), "44.500000");
+    EXPECT_TRUE(library->m_isLive[0]);
+    EXPECT_TRUE(library->m_isLive[1]);
+    EXPECT_EQ(module.connections(), 3u);
+    EXPECT_EQ(client.ask(":FREQ?\n"), "44.5;+OK\r\n");
 }
 
 TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsEachComeBackToTheirOwn)
@@ -142,48 +152,10 @@ TEST_F(InstrumentTest, AMessageAroundTheInputBuffersSizeIsAnsweredOnceEitherWay)
     }
 }
 
-TEST_F(InstrumentTest, RecordsComeFromTheFactorySetupAndTheModules)
-{
-    files.write_factory_setup(R"({"ANALOGOUTPUT": {"Frequency": 1000000000}})");
-    module.always(ModuleAnswer::reply("1.0.7;+OK\r\n"));
-    instrument.wait_for_modules(10);
-    log.clear();
-    instrument.load_records();
-    EXPECT_EQ(files.object_size(), 2 * 1816);
-    const size_t sent = std::size(kSentValues) + std::size(kSentStates);
-    EXPECT_EQ(module.connections(), 2u + 2u * (sent + 4u));
-    for (int channel = 1; channel <= 2; ++channel) {
-        const auto& record = *reinterpret_cast<const ORVAN_CONFIG*>(library->get_channelDB(channel));
-        EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1e9);
-        EXPECT_STREQ(record.SYSTEM.Fpga, "1.0.7");
-    }
-    EXPECT_EQ(log.count(LOG_WARNING, "module 1 does not tell all of its versions"), 0u);
-}
-
-TEST_F(InstrumentTest, ADeadModuleIsNotAskedForItsVersions)
-{
-    files.write_factory_setup("{}");
-    instrument.wait_for_modules(10);
-    library->m_isLive[0] = false;
-    const size_t before = module.connections();
-    instrument.load_records();
-    EXPECT_EQ(module.connections(), before + std::size(kSentValues) + std::size(kSentStates) + 4u);
-}
-
-TEST_F(InstrumentTest, RecordsThatCannotBeFilledAndVersionsNotToldAreLogged)
-{
-    instrument.wait_for_modules(10);
-    module.always(ModuleAnswer::reply("-ERR 1\r\n"));
-    instrument.load_records();
-    EXPECT_EQ(log.count(LOG_ERR, "channel records not loaded (-1)"), 1u);
-    EXPECT_EQ(log.count(LOG_WARNING, "module 1 does not tell all of its versions"), 1u);
-    EXPECT_EQ(log.count(LOG_WARNING, "module 2 does not tell all of its versions"), 1u);
-}
-
 TEST_F(InstrumentTest, RecordsFollowTheClientsTraffic)
 {
     files.write_factory_setup("{}");
-    instrument.load_records();
+    library->load_database(0);
     RunningServer server(instrument);
     TestClient client(server.port());
     EXPECT_EQ(client.ask(":FREQ 2500000000;:POW -3\n"), "+OK\r\n");
@@ -199,7 +171,7 @@ TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
     constexpr int kClients = 16;
     constexpr int kRounds = 25;
     files.write_factory_setup("{}");
-    instrument.load_records();
+    library->load_database(0);
     OutputCapture errors(STDERR_FILENO); // of replies to those that left
     module.always(ModuleAnswer::reply("42;+OK\r\n"));
     RunningServer server(instrument);

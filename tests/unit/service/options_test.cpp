@@ -41,7 +41,9 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
 {
     const Options options = parsed({});
     EXPECT_EQ(options.address, "");
-    EXPECT_EQ(options.port, 5025);
+    EXPECT_EQ(options.platform, Platform::kFactory);
+    EXPECT_EQ(options.produce, "");
+    EXPECT_FALSE(options.port.has_value());
     EXPECT_EQ(options.max_clients, 256);
     EXPECT_EQ(options.channels, 4);
     EXPECT_EQ(options.module_wait, 60);
@@ -52,9 +54,10 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
 
 TEST(Options, EachIsTaken)
 {
-    const Options options =
-        parsed({"--port", "1234", "--address", "127.0.0.1", "--max-clients", "7", "--channels", "2",
-                "--module-wait", "0", "--modules-on-loopback", "--foreground", "--log-level", "debug"});
+    const Options options = parsed({"--platform", "ksr7000", "--port", "1234", "--address", "127.0.0.1",
+                                    "--max-clients", "7", "--channels", "2", "--module-wait", "0",
+                                    "--modules-on-loopback", "--foreground", "--log-level", "debug"});
+    EXPECT_EQ(options.platform, Platform::kKsr7000);
     EXPECT_EQ(options.port, 1234);
     EXPECT_EQ(options.address, "127.0.0.1");
     EXPECT_EQ(options.max_clients, 7);
@@ -63,6 +66,20 @@ TEST(Options, EachIsTaken)
     EXPECT_TRUE(options.modules_on_loopback);
     EXPECT_TRUE(options.foreground);
     EXPECT_EQ(options.log_level, LOG_DEBUG);
+}
+
+TEST(Options, EachPlatformIsTaken)
+{
+    EXPECT_EQ(parsed({"--platform", "factory"}).platform, Platform::kFactory);
+    EXPECT_EQ(parsed({"--platform", "portable"}).platform, Platform::kPortable);
+    EXPECT_EQ(parsed({"--platform", "benchtop"}).platform, Platform::kBenchtop);
+}
+
+TEST(Options, ProductionTakesAModelAndASerialNumber)
+{
+    const Options options = parsed({"--produce", "OVX3652B", "--serial", "240001"});
+    EXPECT_EQ(options.produce, "OVX3652B");
+    EXPECT_EQ(options.serial, "240001");
 }
 
 TEST(Options, LogLevelsAreThoseOfSyslog)
@@ -82,10 +99,18 @@ TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
         {{"--port"}, "--port"},
         {{"--max-clients", "0"}, "0"},
         {{"--max-clients", "513"}, "513"},
-        {{"--channels", "0"}, "0"},
-        {{"--channels", "5"}, "5"},
-        {{"--module-wait", "-1"}, "-1"},
-        {{"--module-wait", "601"}, "601"},
+        {{"--modules-on-loopback", "--channels", "0"}, "0"},
+        {{"--modules-on-loopback", "--channels", "5"}, "5"},
+        {{"--modules-on-loopback", "--module-wait", "-1"}, "-1"},
+        {{"--modules-on-loopback", "--module-wait", "601"}, "601"},
+        {{"--channels", "2"}, "--modules-on-loopback"},
+        {{"--module-wait", "2"}, "--modules-on-loopback"},
+        {{"--platform", "rack"}, "rack"},
+        {{"--produce", "OVX3652B"}, "--serial"},
+        {{"--serial", "240001"}, "--produce"},
+        {{"--produce", "OVX3652B", "--serial", ""}, "1 to 30 characters"},
+        {{"--produce", "OVX3652B", "--serial", "1234567890123456789012345678901"}, "1 to 30 characters"},
+        {{"--modules-on-loopback", "--produce", "OVX3652B", "--serial", "1"}, "--produce"},
         {{"--log-level", "loud"}, "loud"},
         {{"--no-such-option"}, "--no-such-option"},
         {{"stray"}, "stray"},
@@ -111,8 +136,9 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     exit_code = -1;
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
-    for (const char* option : {"--port", "--address", "--max-clients", "--channels", "--module-wait",
-                               "--modules-on-loopback", "--foreground", "--log-level", "--version"}) {
+    for (const char* option :
+         {"--platform", "--produce", "--serial", "--port", "--address", "--max-clients", "--channels",
+          "--module-wait", "--modules-on-loopback", "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }

@@ -89,7 +89,7 @@ TEST_F(ProgramTest, APortInUseEndsItWithTheReasonAndExitCodeOne)
 TEST_F(ProgramTest, RefusesToStartOutsideASandboxWithRealModuleAddresses)
 {
     for (const char* sandbox : {"", "1", "not a number"}) {
-        ServiceProcess service({{"--module-wait", "0"}, {{"ORVAN_SANDBOX", sandbox}}, listener[0].get()});
+        ServiceProcess service({{}, {{"ORVAN_SANDBOX", sandbox}}, listener[0].get()});
         EXPECT_EQ(service.exit_code(), kExitOutsideSandbox);
         EXPECT_EQ(service.errors(), "orvan-service: refusing to start: it would reach for real module "
                                     "addresses (192.168.7.1 and up).\n"
@@ -97,23 +97,57 @@ TEST_F(ProgramTest, RefusesToStartOutsideASandboxWithRealModuleAddresses)
     }
 }
 
-TEST_F(ProgramTest, StartsWithRealModuleAddressesInASandbox)
+TEST_F(ProgramTest, ADeviceThatDoesNotStartEndsItWithTheReasonAndExitCodeFour)
 {
-    ServiceProcess service({.arguments = {"--module-wait", "0", "--foreground"},
-                            .listener = listener[0].get(),
+    for (const auto& [platform, name] : {std::pair{"factory", "OrvanPortableDevice"},
+                                         {"portable", "OrvanPortableDevice"},
+                                         {"benchtop", "OrvanBenchtopDevice"}}) {
+        ServiceProcess service({.arguments = {"--platform", platform, "--foreground"},
+                                .environment = {{"ORVAN_BOARD_AT_POWER_ON", "spi absent"}},
+                                .in_own_namespaces = true});
+        const int code = service.exit_code();
+        if (code == ServiceProcess::kNoNamespace) {
+            GTEST_SKIP() << "the kernel refuses user, network and mount namespaces";
+        }
+        EXPECT_EQ(code, kExitNotInitialized);
+        const std::string log = service.errors();
+        EXPECT_NE(log.find(std::string("[") + name + "] ConfigChannelSPI failed - SPI not initialized\n"),
+                  std::string::npos)
+            << log;
+        EXPECT_NE(log.find("the device did not start; the messages before this one say why\n"),
+                  std::string::npos)
+            << log;
+    }
+}
+
+TEST_F(ProgramTest, EndsAtOnceWhenStoppedInTheMidstOfTheDevicesStart)
+{
+    ServiceProcess service({.arguments = {"--platform", "benchtop", "--foreground"},
+                            .environment = {{"ORVAN_BOARD", "benchtop"}, {"ORVAN_BOARD_CLOCK_RATE", "100"}},
                             .in_own_namespaces = true});
-    const std::string log = service.errors_until("ready");
+    // From then on it waits a minute for modules that are not there.
+    const std::string log = service.errors_until("Scpi_Orvanx :: getInstance");
     if (log.empty() && service.exit_code() == ServiceProcess::kNoNamespace) {
         GTEST_SKIP() << "the kernel refuses user, network and mount namespaces";
     }
-    EXPECT_NE(log.find("module 1 at 192.168.7.1:6001 does not answer"), std::string::npos) << log;
-    // There is no factory setup; the records stand all the same.
-    EXPECT_NE(log.find("Failed to load default database on boot"), std::string::npos) << log;
-    EXPECT_NE(log.find("channel records not loaded (-1)"), std::string::npos) << log;
-    const std::string object = "/proc/" + std::to_string(service.pid()) + "/root/dev/shm/orvanData";
-    EXPECT_EQ(std::filesystem::file_size(object), 4u * 1816u);
+    const std::string backup =
+        "/proc/" + std::to_string(service.pid()) + "/root/home/orvan/halde/config/flash.ini";
+    EXPECT_EQ(std::filesystem::file_size(backup), 1024u);
     service.signal(SIGTERM);
-    EXPECT_EQ(service.exit_code(), kExitDone);
+    // The thread of the built-in tests sleeps for 30 s at a time.
+    EXPECT_EQ(service.exit_code(std::chrono::seconds(15)), kExitDone);
+}
+
+TEST_F(ProgramTest, ProductionOfAnUnknownModelIsRefused)
+{
+    ServiceProcess service(
+        {.arguments = {"--produce", "OVX3653B", "--serial", "1", "--foreground"}, .in_own_namespaces = true});
+    const int code = service.exit_code();
+    if (code == ServiceProcess::kNoNamespace) {
+        GTEST_SKIP() << "the kernel refuses user, network and mount namespaces";
+    }
+    EXPECT_EQ(code, kExitBadOptions);
+    EXPECT_NE(service.errors().find("no such model: OVX3653B\n"), std::string::npos) << service.errors();
 }
 
 TEST_F(ProgramTest, TheModulesOnLoopbackAreTheModuleTable)

@@ -21,7 +21,8 @@ public:
         std::vector<std::pair<std::string, std::string>> environment = {};
         /** Listening socket that becomes the child's descriptor 3, told by LISTEN_FDS; -1 for none. */
         int listener = -1;
-        /** In a network without any link, that ORVAN_SANDBOX names, and with a /dev/shm of its own. */
+        /** In a network without any link, that ORVAN_SANDBOX names, and with a host name, a /home/orvan and a
+         *  /dev/shm of its own. */
         bool in_own_namespaces = false;
     };
 

@@ -11,6 +11,18 @@ class OrvanSimCtl : public LauncherTest {};
 class OrvanSimExec : public LauncherTest {};
 class OrvanSim : public LauncherTest {};
 
+namespace {
+
+/// As 'ctl status' has it; empty when the module does not run.
+std::string process_of_module_1(const std::string& status)
+{
+    std::smatch process;
+    std::regex_search(status, process, std::regex("module 1  running, process ([0-9]+)"));
+    return process[1];
+}
+
+} // namespace
+
 TEST_F(OrvanSimCtl, StatusShowsWhatRuns)
 {
     if (!start_ready({"--model", "OVX3652B"})) {
@@ -35,6 +47,8 @@ TEST_F(OrvanSimCtl, CommandsReachTheModuleWordForWord)
     EXPECT_EQ(sim({"ctl", "module", "2", "slow", "250"}).output, "ok slow 250\n");
     EXPECT_EQ(sim({"ctl", "temp", "1", "71.5"}).output, "ok temp 71.5\n");
     EXPECT_EQ(sim({"ctl", "temp", "1", "-5"}).output, "ok temp -5\n");
+    EXPECT_EQ(sim({"ctl", "temp", "2", "auto"}).output, "ok temp auto\n");
+    EXPECT_EQ(sim({"ctl", "temp", "2"}).output, "ok temp\n");
     EXPECT_EQ(sim({"ctl", "module", "1", "log"}).output, "ok 2\nfirst\nsecond\n");
 }
 
@@ -74,15 +88,68 @@ TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentGoesOn)
     if (!start_ready({"--modules", "1"})) {
         return;
     }
-    std::smatch process;
-    const std::string status = sim({"ctl", "status"}).output;
-    ASSERT_TRUE(std::regex_search(status, process, std::regex("module 1  running, process ([0-9]+)")));
-    kill(std::stoi(process[1]), SIGKILL);
+    const std::string process = process_of_module_1(sim({"ctl", "status"}).output);
+    ASSERT_NE(process, "");
+    kill(std::stoi(process), SIGKILL);
     EXPECT_TRUE(eventually([&] {
         return output().find("module 1 ended with signal 9 (Killed); 'orvan-sim ctl module 1 start' brings "
                              "it back\n") != std::string::npos;
     })) << output();
-    EXPECT_EQ(ask("fds"), "2\n");
+    EXPECT_EQ(ask("fds"), "1\n");
+}
+
+TEST_F(OrvanSimCtl, WithoutPowerTheModulesAreGoneAndComeBackWithIt)
+{
+    if (!start_ready({"--modules", "2"})) {
+        return;
+    }
+    const std::vector<std::string> reach = {
+        "exec", "--", "timeout", "1", "bash", "-c", "exec 3<>/dev/tcp/192.168.8.1/6002"};
+    const std::string before = sim({"ctl", "status"}).output;
+    ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // what holds already
+    ask("run printf 0 >$ORVAN_BOARD_MODULE_POWER");
+    EXPECT_TRUE(eventually([&] { return output().find("module power off\n") != std::string::npos; }));
+    EXPECT_TRUE(
+        sim({"ctl", "status"}).output.ends_with("module 1  without power\nmodule 2  without power\n"));
+    EXPECT_EQ(sim(reach).status, 124) << "nothing answers, not even to refuse";
+    for (const char* command : {"start", "up", "hello"}) {
+        EXPECT_EQ(sim({"ctl", "module", "2", command}).output, "orvan-sim: it is without power\n");
+    }
+    ask("run printf 1 >$ORVAN_BOARD_MODULE_POWER");
+    EXPECT_TRUE(eventually([&] { return sim({"ctl", "module", "2", "hello"}).output == "ok hello\n"; }));
+    EXPECT_NE(output().find("module power off\nmodule power on\n"), std::string::npos) << output();
+    EXPECT_EQ(sim(reach).status, 0);
+    const std::string after = sim({"ctl", "status"}).output;
+    EXPECT_NE(process_of_module_1(after), process_of_module_1(before));
+    EXPECT_EQ(output().find("ended"), std::string::npos) << output();
+}
+
+TEST_F(OrvanSimCtl, AShortPowerCutRestartsAModuleAndLeavesADroppedLinkDown)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    const std::string before = sim({"ctl", "status"}).output;
+    EXPECT_EQ(sim({"ctl", "module", "1", "drop"}).status, 0);
+    ask("run printf 01 >$ORVAN_BOARD_MODULE_POWER");
+    EXPECT_TRUE(eventually([&] { return output().find("module power on\n") != std::string::npos; }));
+    const std::string after = sim({"ctl", "status"}).output;
+    EXPECT_TRUE(after.ends_with(", link down\n")) << after;
+    EXPECT_NE(process_of_module_1(after), process_of_module_1(before));
+}
+
+TEST_F(OrvanSimCtl, WithoutABoardThatAnswersItsVerbsAreRefused)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"ctl", "board"}, {"ctl", "i2c", "0x20", "ok"}, {"ctl", "power-button"}}) {
+        const Outcome refused = sim(words);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.output, "orvan-sim: the service's board does not answer\n");
+    }
+    EXPECT_EQ(ask("env ORVAN_BOARD_CONTROL"), printed("state        ") + "/run/board.sock\n");
 }
 
 TEST_F(OrvanSimCtl, WrongRequestsAreRefused)
@@ -96,7 +163,10 @@ TEST_F(OrvanSimCtl, WrongRequestsAreRefused)
                                                   {"ctl", "module"},
                                                   {"ctl", "module", "1"},
                                                   {"ctl", "module", "5", "up"},
-                                                  {"ctl", "temp", "1"},
+                                                  {"ctl", "temp"},
+                                                  {"ctl", "temp", "5", "20"},
+                                                  {"ctl", "temp", "1", "20", "30"},
+                                                  {"ctl", "board", "now"},
                                                   {"ctl", "other"}}) {
         EXPECT_EQ(sim(words).status, 2);
     }

@@ -6,21 +6,30 @@
 
 using namespace orvan_launcher;
 
-TEST(Models, ChannelsFollowTheName)
+TEST(Models, ChannelsAndPlatformFollowTheName)
 {
-    const std::pair<const char*, int> rows[] = {
-        {"OVX2751P", 1}, {"OVX6131P", 1}, {"OVX3651B", 1}, {"OVX3652B", 2}, {"OVX3654B", 4},
-        {"OVX5354R", 4}, {"OVX6132R", 2}, {"KSR-7061", 1}, {"KSR-8053", 1},
+    struct Row {
+        const char* name;
+        int channels;
+        const char* platform;
     };
-    for (const auto& [name, channels] : rows) {
-        EXPECT_EQ(channels_of_model(name), channels) << name;
+    const Row rows[] = {
+        {"OVX2751P", 1, "portable"}, {"OVX6131P", 1, "portable"}, {"OVX3651B", 1, "benchtop"},
+        {"OVX3652B", 2, "benchtop"}, {"OVX3654B", 4, "benchtop"}, {"OVX5354R", 4, "benchtop"},
+        {"OVX6132R", 2, "benchtop"}, {"KSR-7061", 1, "ksr7000"},  {"KSR-8053", 1, "ksr7000"},
+    };
+    for (const Row& row : rows) {
+        const auto model = find_model(row.name);
+        ASSERT_TRUE(model) << row.name;
+        EXPECT_EQ(model->channels, row.channels) << row.name;
+        EXPECT_STREQ(model->platform, row.platform) << row.name;
     }
 }
 
-TEST(Models, UnknownNameHasNoChannels)
+TEST(Models, AnUnknownNameIsNoModel)
 {
     for (const char* name : {"", "OVX3653B", "OVX3654P", "ovx3654b", "OVX3654", "OVX3654BB", "KSR-7054"}) {
-        EXPECT_FALSE(channels_of_model(name)) << name;
+        EXPECT_FALSE(find_model(name)) << name;
     }
 }
 
@@ -29,7 +38,7 @@ TEST(Models, ListNamesEveryModelOnce)
     std::istringstream words(list_of_models());
     int count = 0;
     for (std::string name; words >> name; ++count) {
-        EXPECT_TRUE(channels_of_model(name)) << name;
+        EXPECT_TRUE(find_model(name)) << name;
         EXPECT_EQ(list_of_models().find(name), list_of_models().rfind(name)) << name;
     }
     EXPECT_EQ(count, 4 + 24 + 5);

@@ -47,8 +47,8 @@ TEST_F(OrvanSimRun, TellsWhatIsReadyAndHowToStopIt)
     EXPECT_TRUE(std::regex_match(
         output(),
         std::regex("ready: OVX3654B, 4 channels, 4 modules\n"
-                   "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2:5025 from its LAN "
-                   "\\(orvan-sim exec --in lan\\)\n"
+                   "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2, port of its settings, "
+                   "from its LAN \\(orvan-sim exec --in lan\\)\n"
                    "  maintenance  UDP 127\\.0\\.0\\.1:[0-9]+\n"
                    "  state        [^\n]*/orvan-sim-state-[^\n]* \\(removed at the end\\)\n"
                    "  stop         Ctrl-C, or kill " +
@@ -58,11 +58,65 @@ TEST_F(OrvanSimRun, TellsWhatIsReadyAndHowToStopIt)
 
 TEST_F(OrvanSimRun, ModelDecidesChannelsAndModules)
 {
-    if (!start_ready({"--model", "OVX5352R", "--module-wait", "7"})) {
+    if (!start_ready({"--model", "OVX5352R", "--clock-rate", "7"})) {
         return;
     }
     EXPECT_EQ(output().substr(0, 39), "ready: OVX5352R, 2 channels, 2 modules\n");
-    EXPECT_EQ(ask("args"), "--foreground --channels 2 --module-wait 7\n");
+    EXPECT_EQ(ask("args"), "--foreground --platform benchtop\n");
+    EXPECT_EQ(ask("env ORVAN_BOARD"), "benchtop\n");
+    EXPECT_EQ(ask("env ORVAN_BOARD_CLOCK_RATE"), "7\n");
+}
+
+TEST_F(OrvanSimRun, ANewInstrumentIsProducedOnceAndKeepsItsModel)
+{
+    if (!start_ready({"--model", "KSR-7036", "--modules", "none", "--state", state()})) {
+        return;
+    }
+    const auto log = state() / "log/production.log";
+    EXPECT_EQ(content_of(log), "--foreground --produce KSR-7036 --serial 100001\n");
+    EXPECT_EQ(stop(SIGTERM), 0);
+
+    ASSERT_TRUE(start_ready({"--modules", "none", "--state", state()}));
+    EXPECT_EQ(output().substr(0, 37), "ready: KSR-7036, 1 channel, 0 modules");
+    EXPECT_EQ(ask("env ORVAN_BOARD"), "ksr7000\n");
+    EXPECT_EQ(content_of(log), "--foreground --produce KSR-7036 --serial 100001\n");
+    EXPECT_EQ(stop(SIGTERM), 0);
+
+    start({"--model", "OVX3651P", "--state", state()});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_EQ(output(),
+              "orvan-sim: using " + fs::canonical(state()).string() +
+                  " as state directory: it holds a model KSR-7036 (leave --model out, or name another "
+                  "directory)\n");
+}
+
+TEST_F(OrvanSimRun, SettingsThatAreThereAlreadyAreNotProduced)
+{
+    fs::create_directories(state() / "board");
+    std::ofstream(state() / "board/eeprom.bin") << "anything";
+    if (!start_ready({"--modules", "none", "--state", state()})) {
+        return;
+    }
+    EXPECT_FALSE(fs::exists(state() / "log/production.log"));
+}
+
+TEST_F(OrvanSimRun, AFailedProductionIsAnErrorAndIsTriedAgainNextTime)
+{
+    if (!start_ready({"--modules", "none", "--state", state()})) {
+        return;
+    }
+    stop(SIGTERM);
+    fs::remove_all(state());
+    start({"--modules", "none", "--state", state()}, {{"ORVAN_DOUBLE_PRODUCE_EXIT", "1"}});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_EQ(output(),
+              "orvan-sim: writing the settings of a new OVX3654B: orvan-service --produce ended with "
+              "status 1 (see " +
+                  (fs::canonical(state()) / "log/production.log").string() + ")\n");
+    ASSERT_TRUE(start_ready({"--modules", "none", "--state", state()}));
+    EXPECT_EQ(content_of(state() / "log/production.log"),
+              "--foreground --produce OVX3654B --serial 100001\n--foreground --produce OVX3654B --serial "
+              "100001\n");
 }
 
 TEST_F(OrvanSimRun, UnknownModelIsAnErrorThatListsTheKnownOnes)
@@ -81,7 +135,7 @@ TEST_F(OrvanSimRun, FewerModulesThanChannelsLeaveTheirLinksOut)
         return;
     }
     EXPECT_EQ(output().substr(0, 39), "ready: OVX3654B, 4 channels, 2 modules\n");
-    EXPECT_EQ(ask("args"), "--foreground --channels 4 --module-wait 60 --log-level info\n");
+    EXPECT_EQ(ask("args"), "--foreground --platform benchtop --log-level info\n");
     EXPECT_EQ(sim({"exec", "--", "ls", "/sys/class/net"}).output, "eth0\nlo\nusb0\nusb1\n");
 }
 
@@ -93,12 +147,12 @@ TEST_F(OrvanSimRun, NoneMeansNoModules)
     EXPECT_EQ(output().substr(0, 39), "ready: OVX3654B, 4 channels, 0 modules\n");
 }
 
-TEST_F(OrvanSimRun, ServiceGetsTheHostsSocketAndTheControllers)
+TEST_F(OrvanSimRun, ServiceGetsTheHostsSocketAndOpensItsOwn)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
     }
-    EXPECT_EQ(ask("fds"), "2\n");
+    EXPECT_EQ(ask("fds"), "1\n");
     const std::string inside = "exec 3<>/dev/tcp/10.0.0.2/5025; echo pid >&3; head -n 1 <&3";
     EXPECT_EQ(sim({"exec", "--in", "lan", "--", "bash", "-c", inside}).output, ask("pid"));
 }
@@ -135,7 +189,7 @@ TEST_F(OrvanSimRun, GivenPortIsServed)
         return;
     }
     EXPECT_EQ(printed("TCP 127.0.0.1:"), std::to_string(port));
-    EXPECT_EQ(ask("fds"), "2\n");
+    EXPECT_EQ(ask("fds"), "1\n");
 }
 
 TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
@@ -223,6 +277,24 @@ TEST_F(OrvanSimRun, ServiceThatEndsByItselfEndsTheRun)
     ask("exit 9");
     EXPECT_EQ(wait(), 9);
     EXPECT_NE(output().find("orvan-sim: the service ended with status 9\n"), std::string::npos) << output();
+}
+
+TEST_F(OrvanSimRun, ServiceThatEndsInOrderEndsTheRunInOrder)
+{
+    if (!start_ready({"--modules", "1"})) {
+        return;
+    }
+    ask("exit 0");
+    EXPECT_EQ(wait(), 0);
+    EXPECT_TRUE(output().ends_with("the service has ended in order, as by its power button\n")) << output();
+    EXPECT_EQ(left_over(), "");
+}
+
+TEST_F(OrvanSimRun, ServiceThatEndsAheadOfBeingReadyIsAnErrorWhateverItsStatus)
+{
+    start({"--modules", "none"}, {{"ORVAN_DOUBLE_EXIT", "0"}});
+    EXPECT_EQ(wait(), 1);
+    EXPECT_TRUE(output().ends_with("orvan-sim: the service ended with status 0\n")) << output();
 }
 
 TEST_F(OrvanSimRun, ServiceThatDoesNotGetReadyEndsTheRun)
@@ -336,12 +408,13 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatI
         return;
     }
     EXPECT_EQ(output().find(
-                  "without a sandbox: missing are /home/orvan/halde, the channel records, USB links, module "
-                  "addresses 192.168.x.1, the LAN side, the maintenance port\n"
+                  "without a sandbox: missing are the device with its board and front panel, "
+                  "/home/orvan/halde, the channel records, USB links, module addresses 192.168.x.1, the LAN "
+                  "side, the maintenance port\n"
                   "ready: OVX3654B, 4 channels, 1 module\n"),
               0u)
         << output();
-    EXPECT_EQ(ask("args"), "--foreground --channels 4 --module-wait 60 --modules-on-loopback\n");
+    EXPECT_EQ(ask("args"), "--foreground --modules-on-loopback --channels 4\n");
     EXPECT_EQ(ask("fds"), "1\n");
     EXPECT_EQ(ask("env ORVAN_SANDBOX"), "(none)\n");
     ask("run sudo reboot");

@@ -1,15 +1,18 @@
-// Stands for the service: takes listening sockets over, reports that it is ready, and answers each line of a
-// client.
+// Stands for the service: takes listening sockets over, in a sandbox listens at TCP port 5025 too, reports
+// that it is ready, and answers each line of a client.
 //   env NAME     value of an environment variable          fds      number of listening sockets
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
 //   abort        ends by a signal                          hide     from now on SIGTERM is ignored
-// With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N.
+// With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N. Asked to
+// produce it prints its command line and ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <poll.h>
@@ -88,25 +91,44 @@ void serve(int client, int fds, char** argv)
     close(client);
 }
 
+int listen_at_own_port()
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(5025);
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool good = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    return good && listen(fd, 8) == 0 ? fd : -1;
+}
+
 } // namespace
 
 int main(int, char** argv)
 {
+    const std::string command_line = answer("args", 0, argv);
+    if (command_line.find("--produce") != std::string::npos) {
+        puts(command_line.c_str());
+        const char* status = getenv("ORVAN_DOUBLE_PRODUCE_EXIT");
+        return status != nullptr ? atoi(status) : 0;
+    }
     if (const char* status = getenv("ORVAN_DOUBLE_EXIT")) {
         return atoi(status);
     }
     const char* pid = getenv("LISTEN_PID");
     const char* count = getenv("LISTEN_FDS");
     const int fds = pid != nullptr && count != nullptr && atoi(pid) == getpid() ? atoi(count) : 0;
-    report_ready();
-    pollfd waiting[8] = {};
-    for (int index = 0; index < fds && index < 8; ++index) {
-        waiting[index] = {3 + index, POLLIN, 0};
+    std::vector<pollfd> waiting;
+    for (int index = 0; index < fds; ++index) {
+        waiting.push_back({3 + index, POLLIN, 0});
     }
-    while (poll(waiting, static_cast<nfds_t>(fds), -1) > 0) {
-        for (int index = 0; index < fds; ++index) {
-            if (waiting[index].revents != 0) {
-                serve(accept4(3 + index, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
+    if (command_line.find("--platform") != std::string::npos) {
+        waiting.push_back({listen_at_own_port(), POLLIN, 0});
+    }
+    report_ready();
+    while (poll(waiting.data(), waiting.size(), -1) > 0) {
+        for (const pollfd& listener : waiting) {
+            if (listener.revents != 0) {
+                serve(accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
             }
         }
     }

@@ -1,0 +1,30 @@
+#include "board_client.h"
+
+#include "sockets.h"
+
+#include <sys/socket.h>
+
+namespace orvan_launcher {
+
+namespace {
+
+constexpr int kPatience = 2;
+
+} // namespace
+
+std::string ask_board(const std::filesystem::path& socket, const std::string& verb)
+{
+    const UniqueFd fd(connect_unix(socket));
+    if (!fd) {
+        return "";
+    }
+    const std::string line = verb + "\n";
+    if (send(fd.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+        return "";
+    }
+    // How many lines the reply has stands nowhere; the socket's end marks that of the last.
+    shutdown(fd.get(), SHUT_WR);
+    return exchange(fd.get(), "", "", kPatience);
+}
+
+} // namespace orvan_launcher

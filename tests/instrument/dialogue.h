@@ -1,0 +1,24 @@
+/**
+ * Dialogues with the instrument as they are written down: "> " and a line, "< " and its reply without its
+ * end.
+ */
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace orvan_test {
+
+struct Exchange {
+    std::string line;
+    std::string reply;
+};
+
+/** All exchanges of a session file; its other lines are remarks. Throws std::runtime_error when it has none.
+ */
+std::vector<Exchange> read_session(const std::string& path);
+
+/** The exchanges of a Markdown document that stand in "scpi" code blocks. */
+std::vector<Exchange> read_examples(const std::string& path);
+
+} // namespace orvan_test

@@ -1,0 +1,56 @@
+/**
+ * The two copies of the settings in a test's instrument, as bytes: the image in its EEPROM and the backup
+ * file.
+ */
+#pragma once
+
+#include "orvan_sdk/lxi/PersistentData.h"
+
+#include <array>
+#include <filesystem>
+#include <string>
+
+namespace orvan_test {
+
+using SettingsRecord = HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
+using SettingsImage = std::array<uint8_t, HaldeElec::Orvan::TOTAL_BLOB_SIZE>;
+
+/** What tells one instrument from another, with the facts of its model. */
+struct StoredIdentity {
+    const char* description;
+    const char* model;
+    const char* serial;
+    const char* version;
+    const char* host_name;
+    uint8_t channels;
+    uint16_t product;
+
+    /** What "*IDN?" answers. */
+    std::string reply() const;
+};
+
+/**
+ * A record that a start leaves as it is: it has the facts of the model and what the simulated modules tell of
+ * themselves. Only models of 20 GHz.
+ */
+SettingsRecord settled_record(const StoredIdentity& identity);
+
+/** The record and zeros behind it, as it was stored before there were signatures. */
+SettingsImage unsigned_image(const SettingsRecord& record);
+SettingsImage signed_image(const SettingsRecord& record, uint32_t generation, uint16_t version = 1);
+/** The same with a bit flipped behind the record, so that only the signature tells. */
+SettingsImage damaged(SettingsImage image);
+
+void write_eeprom(const std::filesystem::path& state, const SettingsImage& image);
+void write_backup(const std::filesystem::path& state, const SettingsImage& image, size_t size);
+SettingsImage read_eeprom(const std::filesystem::path& state);
+/** The whole file; empty when there is none. */
+std::string read_backup(const std::filesystem::path& state);
+std::string bytes_of(const SettingsImage& image);
+
+/** Dates both stores back, so that a write shows in their times. */
+void age_stores(const std::filesystem::path& state);
+bool eeprom_was_written(const std::filesystem::path& state);
+bool backup_was_written(const std::filesystem::path& state);
+
+} // namespace orvan_test
