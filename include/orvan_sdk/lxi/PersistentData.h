@@ -124,14 +124,6 @@ public:
     CPersistentData& operator=(const CPersistentData&) = delete;
 
     /**
-     * Takes the settings over from the better of the two stores, signed before unsigned and the EEPROM at a
-     * tie. Writes nothing.
-     *
-     * @return false, with the settings as they were, when neither holds any
-     */
-    bool loadSettings();
-
-    /**
      * Decides which store tells the truth, takes the settings from it and repairs the other store. With
      * nothing usable in either, both get the factory settings. Tells the outcome of the EEPROM's read to the
      * power-up test "EEPROM test".
