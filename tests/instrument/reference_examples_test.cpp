@@ -1,0 +1,18 @@
+// What the SCPI reference shows is what the instrument does.
+#include "dialogue.h"
+#include "instrument.h"
+
+#include <gtest/gtest.h>
+
+using namespace orvan_test;
+
+TEST(ScpiReference, ShowsRepliesThatTheInstrumentGives)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    Client client = instrument.client();
+    const auto examples = read_examples(ORVAN_DOCS_DIR "/scpi-reference.md");
+    EXPECT_GT(examples.size(), 130u);
+    for (const Exchange& example : examples)
+        EXPECT_EQ(client.ask(example.line), example.reply + "\r\n") << example.line;
+}
