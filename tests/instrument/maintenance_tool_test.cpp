@@ -1,0 +1,264 @@
+// orvan-maint on a host of the instrument's LAN, and through the launcher's relay.
+#include "instrument.h"
+#include "stored_settings.h"
+#include "support/lossy_relay.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <regex>
+
+#include "crc32_utils.h"
+
+using namespace orvan_test;
+using testing::HasSubstr;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::vector<std::string> kBenchtop = {"--model", "OVX3652B"};
+
+Outcome tool(const Instrument& instrument, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), program("orvan-maint"));
+    return instrument.exec("lan", arguments);
+}
+
+Outcome tool_through(int port, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), program("orvan-maint"));
+    arguments.insert(arguments.end(), {"--address", "127.0.0.1", "--port", std::to_string(port)});
+    return run_program(arguments);
+}
+
+/** UDP port on the host that leads to the instrument. */
+int maintenance_port(const Instrument& instrument)
+{
+    const std::string text = instrument.output();
+    std::smatch match;
+    return std::regex_search(text, match, std::regex("UDP 127\\.0\\.0\\.1:([0-9]+)")) ? std::stoi(match[1])
+                                                                                      : 0;
+}
+
+fs::path put(const Instrument& instrument, const std::string& name, const std::string& contents)
+{
+    const fs::path path = instrument.state() / "work" / name;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+    return path;
+}
+
+std::string contents(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/** That no compression makes smaller. */
+std::string image_of(size_t size)
+{
+    std::string image(size, '\0');
+    uint32_t state = 1;
+    for (char& byte : image) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<char>(state >> 24);
+    }
+    return image;
+}
+
+/** What a module's status tells of an image that it has got once. */
+std::string stored(const std::string& kind, const std::string& image)
+{
+    const Crc32Utils& crc32 = *Crc32Utils::getInstance();
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(image.data());
+    char text[100];
+    std::snprintf(text, sizeof text, "\"%s\":{\"stored\":1,\"size\":%zu,\"crc32\":\"%08X\"}", kind.c_str(),
+                  image.size(),
+                  crc32.crc32_signoff(crc32.calculate_crc32(crc32.crc32_init(), bytes, image.size())));
+    return text;
+}
+
+/** Without a search, which listens for its whole time. */
+Outcome tool_at_address(const Instrument& instrument, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.end(), {"--address", "10.0.0.2"});
+    return tool(instrument, arguments);
+}
+
+std::string status(const Instrument& instrument, int module)
+{
+    return instrument.ctl({"module", std::to_string(module), "status"}).output;
+}
+
+std::string pack(const Instrument& instrument, const std::string& image)
+{
+    const fs::path package = instrument.state() / "work/package.tar.gz";
+    put(instrument, "patch/bin/orvan-service", "the new program\n");
+    const Outcome packed =
+        run_program({program("orvan-maint"), "pack", package, "--force", "--platform", "benchtop", "--module",
+                     put(instrument, "module", image), "--patch", instrument.state() / "work/patch"});
+    EXPECT_EQ(packed.status, 0) << packed.output;
+    return package;
+}
+
+void expect_updated(const Instrument& instrument, const std::string& image)
+{
+    EXPECT_TRUE(instrument.wait_for_output("reboot requested, restarting the service"));
+    EXPECT_TRUE(instrument.wait_for_output("the service is ready again"));
+    EXPECT_EQ(contents(instrument.state() / "installed/bin/orvan-service"), "the new program\n");
+    for (int module = 1; module <= 2; ++module)
+        EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
+}
+
+} // namespace
+
+TEST(MaintenanceTool, FindsAnInstrumentOnTheLanAndThroughTheRelay)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const Outcome found = tool(instrument, {"discover", "--interface", "eth0", "--wait", "600"});
+    EXPECT_EQ(found.status, 0);
+    EXPECT_EQ(found.output,
+              "address   hardware address   model     serial number  host name        software\n"
+              "10.0.0.2  02:00:0a:00:00:02  OVX3652B  100001         OVX3652B-100001  1.19.145\n");
+    const Outcome shown = tool(instrument, {"show", "--json", "--mac", "02:00:0a:00:00:02"});
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_THAT(shown.output, HasSubstr("\"ip_address\":\t\"10.0.0.2\""));
+    EXPECT_THAT(shown.output, HasSubstr("\"options\":\t\"20G,"));
+    const Outcome relayed = tool_through(maintenance_port(instrument), {"show"});
+    EXPECT_EQ(relayed.status, 0);
+    EXPECT_THAT(relayed.output, HasSubstr("serial number     100001\n"));
+
+    const Outcome other = tool(instrument, {"show", "--mac", "02:00:0a:00:00:03", "--wait", "200"});
+    EXPECT_EQ(other.status, 1);
+    EXPECT_THAT(other.output, HasSubstr("no instrument with the hardware address 02:00:0a:00:00:03 answers"));
+    EXPECT_THAT(tool(instrument, {"discover", "--interface", "usb9"}).output,
+                HasSubstr("there is no interface usb9; usable are: eth0"));
+}
+
+TEST(MaintenanceTool, MovesAnInstrumentToAnotherAddress)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const Outcome changed =
+        tool(instrument, {"set-network", "--yes", "--dhcp", "off", "--ip", "10.0.0.9", "--mask",
+                          "255.255.255.0", "--gateway", "10.0.0.1", "--host-name", "bench-9"});
+    EXPECT_EQ(changed.status, 0) << changed.output;
+    EXPECT_THAT(changed.output, HasSubstr("  the instrument will answer at 10.0.0.9\n"));
+    EXPECT_THAT(tool(instrument, {"discover"}).output,
+                HasSubstr("10.0.0.9  02:00:0a:00:00:02  OVX3652B  100001"));
+    ASSERT_TRUE(instrument.reboot());
+    const Outcome shown = tool(instrument, {"show", "--address", "10.0.0.9"});
+    EXPECT_THAT(shown.output, HasSubstr("IP address        10.0.0.9\n"));
+    EXPECT_THAT(shown.output, HasSubstr("DHCP              OFF\n"));
+    EXPECT_THAT(shown.output, HasSubstr("host name         bench-9\n"));
+    EXPECT_EQ(instrument.exec("controller", {"hostname"}).output, "bench-9\n");
+}
+
+TEST(MaintenanceTool, WritesWhatTheFactorySets)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    EXPECT_EQ(tool_at_address(instrument, {"set-factory", "--yes", "--serial-number", "241108",
+                                           "--calibration-date", "010125"})
+                  .status,
+              0);
+    const Outcome options = tool_at_address(instrument, {"options"});
+    EXPECT_EQ(options.status, 0);
+    EXPECT_THAT(options.output, HasSubstr("MOD             4     1\n"));
+    EXPECT_THAT(options.output, HasSubstr("PLS             5     0\n"));
+    // A start takes the modules' date in its place.
+    EXPECT_THAT(bytes_of(read_eeprom(instrument.state())), HasSubstr("010125"));
+    const Outcome changed =
+        tool_at_address(instrument, {"options", "--yes", "--set", "PLS,ELP", "--clear", "MOD"});
+    EXPECT_EQ(changed.status, 0) << changed.output;
+    EXPECT_THAT(tool_at_address(instrument, {"options", "--yes", "--set", "BAT"}).output,
+                HasSubstr("the instrument has no option BAT; there are: MOD PLS FS"));
+    ASSERT_TRUE(instrument.reboot());
+    Client client = instrument.client();
+    EXPECT_THAT(client.ask("*IDN?"), HasSubstr(",OVX3652B,241108,"));
+    EXPECT_EQ(client.ask("*OPT?"), "20G,PLS,LP,ELP;+OK\r\n");
+    const Outcome shown = tool_at_address(instrument, {"show"});
+    EXPECT_THAT(shown.output, HasSubstr("options           20G,PLS,LP,ELP\n"));
+}
+
+TEST(MaintenanceTool, PacksAndBringsAnUpdateToItsEnd)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const std::string image = image_of(300'000);
+    const Outcome updated = tool_at_address(instrument, {"update", "--yes", pack(instrument, image)});
+    EXPECT_EQ(updated.status, 0) << updated.output;
+    EXPECT_THAT(updated.output, HasSubstr("the package has arrived whole"));
+    EXPECT_THAT(updated.output, HasSubstr("the instrument has dealt with the package"));
+    expect_updated(instrument, image);
+}
+
+TEST(MaintenanceTool, BringsAnUpdateOverALinkThatLosesAndDoubles)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const std::string image = image_of(200'000);
+    LossyRelay relay(maintenance_port(instrument), 0.1, 0.1);
+    const Outcome updated = tool_through(relay.port(), {"update", "--yes", pack(instrument, image)});
+    EXPECT_EQ(updated.status, 0) << updated.output;
+    EXPECT_GT(relay.lost(), 20U);
+    expect_updated(instrument, image);
+}
+
+TEST(MaintenanceTool, UpdatesAnInstrumentThatIsInABrokenOffTransfer)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const std::string header = "48455355"
+                               "00000000"
+                               "ffffffffffff"
+                               "0000000000000000";
+    ASSERT_EQ(instrument.exec("lan", {program("orvan-datagram"), "10.0.0.2", "7502", "1", header}).status, 0);
+    EXPECT_EQ(tool(instrument, {"show", "--wait", "200"}).status, 1);
+    const std::string image = image_of(5'000);
+    const Outcome updated = tool(
+        instrument, {"update", "--yes", "--address", "10.0.0.2", "--wait", "500", pack(instrument, image)});
+    EXPECT_EQ(updated.status, 0) << updated.output;
+    EXPECT_THAT(updated.output, HasSubstr("in case a download was broken off, it is ended"));
+    expect_updated(instrument, image);
+}
+
+TEST(MaintenanceTool, RefusesAPackageForAnotherPlatformBeforeItSendsAny)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({"--model", "OVX3651P"});
+    const Outcome refused = tool_at_address(instrument, {"update", "--yes", pack(instrument, "image")});
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_THAT(refused.output, HasSubstr("has no folder with Orvan_Portable_FW in its name"));
+    EXPECT_FALSE(fs::exists(instrument.state() / "halde/upgrade/host_sw"));
+}
+
+TEST(MaintenanceTool, ProgramsAllModulesAndTellsWhichFailed)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const std::string image = image_of(50'000);
+    const fs::path file = put(instrument, "image", image);
+    ASSERT_EQ(instrument.ctl({"module", "2", "update", "silent-stream", "20"}).status, 0);
+    const Outcome silent = tool_at_address(instrument, {"program", "--yes", file});
+    EXPECT_EQ(silent.status, 4) << silent.output;
+    EXPECT_THAT(silent.output,
+                HasSubstr("the instrument gave the stream up at block 20: a module did not answer"));
+
+    ASSERT_EQ(instrument.ctl({"module", "2", "update", "refuse"}).status, 0);
+    const Outcome refused = tool_at_address(instrument, {"program", "--yes", file});
+    EXPECT_EQ(refused.status, 4) << refused.output;
+    EXPECT_THAT(refused.output, HasSubstr("module 1: done\n"));
+    EXPECT_THAT(refused.output, HasSubstr("module 2: failed, not an image for this module (0x80000022)\n"));
+    EXPECT_EQ(tool_at_address(instrument, {"discover", "--wait", "200"}).status, 1);
+    ASSERT_TRUE(instrument.reboot());
+
+    ASSERT_EQ(instrument.ctl({"module", "2", "update", "up"}).status, 0);
+    const Outcome programmed = tool_at_address(instrument, {"program", "--yes", file});
+    EXPECT_EQ(programmed.status, 0) << programmed.output;
+    EXPECT_THAT(programmed.output, HasSubstr("module 2: done\nall modules have taken the image"));
+    EXPECT_THAT(status(instrument, 2), HasSubstr(stored("program", image)));
+}
