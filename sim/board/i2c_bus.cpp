@@ -6,7 +6,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
+#include <unistd.h>
+#include <utility>
 
 namespace sim_board {
 namespace {
@@ -77,6 +80,12 @@ void I2cBus::open_without_device(bool allowed)
     m_open_without_device = allowed;
 }
 
+void I2cBus::open_next_as(int fd)
+{
+    std::lock_guard lock(m_mutex);
+    m_open_next_as = fd;
+}
+
 int I2cBus::failed(const char* what, int error) const
 {
     m_trace.add("%s -> %s", what, strerrorname_np(error));
@@ -95,9 +104,14 @@ int I2cBus::open(int address)
     const bool fitted = found != m_devices.end() && found->second->fitted();
     if (!fitted && !m_open_without_device)
         return failed(what.c_str(), ENXIO);
-    const int fd = open_descriptor(name);
+    int fd = open_descriptor(name);
     if (fd < 0)
         return failed(what.c_str(), errno);
+    if (const auto wanted = std::exchange(m_open_next_as, std::nullopt)) {
+        dup3(fd, *wanted, O_CLOEXEC);
+        close(fd);
+        fd = *wanted;
+    }
     m_trace.add("%s", what.c_str());
     return fd;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -40,6 +41,9 @@ public:
     /// Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
     /// fail. False at first.
     void open_without_device(bool allowed);
+    /// The next successful open() returns this descriptor number, whatever it stood for before: a process
+    /// that was started without a standard input gets 0.
+    void open_next_as(int fd);
 
 private:
     int transfer(int fd, std::span<const std::uint8_t> sent, std::span<std::uint8_t> received);
@@ -49,6 +53,7 @@ private:
     mutable std::mutex m_mutex;
     std::map<std::uint8_t, std::shared_ptr<I2cDevice>> m_devices;
     bool m_open_without_device = false;
+    std::optional<int> m_open_next_as;
 };
 
 } // namespace sim_board

@@ -273,7 +273,7 @@ TEST_F(I2cHandle, IsClosedAtTheEndOfItsScopeAndLogsNothing)
 TEST_F(I2cHandle, DescriptorZeroIsNotOpenButGetsClosed)
 {
     const int standard_input = dup(STDIN_FILENO);
-    close(STDIN_FILENO);
+    board->i2c().open_next_as(STDIN_FILENO);
     {
         I2CFd fd(kExpander);
         EXPECT_FALSE(fd.isOpen());

@@ -329,9 +329,9 @@ TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing
 TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
 {
     const int standard_input = dup(STDIN_FILENO);
-    close(STDIN_FILENO);
     wiringPiSetup();
     board->trace().clear();
+    board->i2c().open_next_as(STDIN_FILENO);
     EXPECT_EQ(kb_setup(), 0);
     EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c "}), R"(
         pin 15 input
