@@ -18,7 +18,7 @@ namespace {
 constexpr const char* kSharedMemory = "/dev/shm";
 constexpr const char* kStage = "/dev/shm/.home";
 
-Failure bind(const fs::path& from, const fs::path& to)
+Failure bind_mount(const fs::path& from, const fs::path& to)
 {
     if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
         return namespace_failure("binding " + from.string() + " into the sandbox");
@@ -49,7 +49,7 @@ Failure reproduce_entry(const fs::path& from, const fs::path& to)
     } else if (mknod(to.c_str(), S_IFREG | 0644, 0) != 0) {
         return system_failure("making " + to.string());
     }
-    return bind(from, to);
+    return bind_mount(from, to);
 }
 
 /// Makes all entries of a folder but one visible in another folder.
@@ -107,7 +107,7 @@ Failure mount_home(int halde_fd)
     if (Failure failure = make_folder(stage / "orvan/halde")) {
         return failure;
     }
-    if (Failure failure = bind("/proc/self/fd/" + std::to_string(halde_fd), stage / "orvan/halde")) {
+    if (Failure failure = bind_mount("/proc/self/fd/" + std::to_string(halde_fd), stage / "orvan/halde")) {
         return failure;
     }
     if (mount(stage.c_str(), "/home", nullptr, MS_MOVE, nullptr) != 0) {
