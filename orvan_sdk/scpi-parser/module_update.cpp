@@ -6,12 +6,14 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <string>
 #include <syslog.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -53,7 +55,12 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX start ");
     bool result = true;
 
-    std::ifstream file(find_fpga_image(), std::ios::binary | std::ios::ate);
+    const std::string path = find_fpga_image();
+    std::ifstream file;
+    std::error_code ignored;
+    // Some file systems let a folder be opened and give it a length; modules must not get that as an image.
+    if (!std::filesystem::is_directory(path, ignored))
+        file.open(path, std::ios::binary | std::ios::ate);
     if (!file.is_open())
         syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
     const std::streamoff size = file.tellg();

@@ -173,6 +173,29 @@ TEST_F(ModuleUpdate, WithoutAnFpgaImageAnExceptionLeavesTheOperation)
     EXPECT_EQ(connections(), 0u);
 }
 
+TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereTheFileSystemGivesItALength)
+{
+    // A file system in memory refuses to go to a folder's end; that of the processes does not.
+    fs::create_directory_symlink("/proc/self/task", kUpgradeFolder / "fpga_image.d");
+    EXPECT_ANY_THROW(orvanx->sendFPGAUpdateSCPICommandtoOrvanX());
+    EXPECT_EQ(lines(LOG_INFO).back(), "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
+    EXPECT_EQ(connections(), 0u);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // a gigabyte, and what they keep of it
+TEST_F(ModuleUpdate, NothingKeepsALengthOfTenDigitsFromAHeaderWithTwoForTheirCount)
+{
+    const fs::path path = put_image(kSoftwareName, "");
+    fs::resize_file(path, 1'000'000'000);
+    // Told by the request's length; nothing that long need be sent for it.
+    refuse_array_of(std::string(":SYST:UPD:SOFT #101000000000\r\n").size() + 1'000'000'000);
+    EXPECT_FALSE(orvanx->sendSoftwareUpdate());
+    refuse_array_of(0);
+    EXPECT_EQ(lines(LOG_ERR), Lines{"Failed to allocate 1000000030 bytes for SCPI update command"});
+    EXPECT_EQ(connections(), 0u);
+}
+#endif
+
 TEST_F(ModuleUpdate, TwoFpgaImagesMakeAPathThatDoesNotExist)
 {
     put_image("fpga_image.1", "abc");
