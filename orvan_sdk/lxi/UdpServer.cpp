@@ -64,7 +64,8 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
 {
     if (startup) {
         CleanUpgrdaeFW_Files();
-        Init(ip_addr, port, eth_name);
+        if (const uint32_t error = Init(ip_addr, port, eth_name); error != IF_SUCCESS)
+            syslog(LOG_ERR, "[CUdpServer] no maintenance on port %d (0x%X)", port, error);
     }
     if (eth_name == nullptr)
         m_bHWaddr = halde_mac;

@@ -307,14 +307,28 @@ TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     orvan_test::RecordingDevice device;
+    // Before its destructor tells it to.
+    const auto ends = [](CUdpServer& of) {
+        const UdpServerTestPeer inside{of};
+        const auto deadline = std::chrono::steady_clock::now() + seconds(5);
+        while (!inside.time_to_exit() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        return inside.time_to_exit();
+    };
     {
         CUdpServer late("lo", 7502, nullptr, &device, 0, true);
         EXPECT_EQ(static_cast<uint32_t>(UdpServerTestPeer{late}.error()), LXI_ERROR_BIND_SOCK);
-        CUdpServer unstarted("lo", 7502, nullptr, &device, 0, false);
+        EXPECT_TRUE(ends(late));
+        CUdpServer unstarted(nullptr, 7502, nullptr, &device, 0, false);
         EXPECT_EQ(UdpServerTestPeer{unstarted}.socket(), -1);
         EXPECT_EQ(UdpServerTestPeer{unstarted}.error(), 0);
+        EXPECT_EQ(UdpServerTestPeer{unstarted}.own_mac(), "\x02\x00\x5e\x00\x00\x00"s);
+        EXPECT_TRUE(ends(unstarted));
     } // their ends take no frame
-    EXPECT_TRUE(logs.lines().empty());
+    const std::vector<orvan_test::LogLine> lines = logs.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].priority, LOG_ERR);
+    EXPECT_EQ(lines[0].text, "[CUdpServer] no maintenance on port 7502 (0x80000106)");
 }
 
 /** Its events come to what a case says, and the last one ends it if nothing else has. */
@@ -369,6 +383,9 @@ TEST_F(MaintenanceServer, StateIsThatOfTheLastStart)
     ScriptedServer scripted({IF_SUCCESS_FPGA_UPDATED, IF_SUCCESS_NET_CONFIG});
     scripted.ThreadMain();
     EXPECT_EQ(scripted.GetState(), 0x20u);
+    EXPECT_EQ(scripted.Init("127.0.0.1", "no-such-service", nullptr), LXI_ERROR_INIT_SOCK_ADDR);
+    EXPECT_EQ(scripted.GetState(), 0u) << "also of one that fails";
+    EXPECT_TRUE(UdpServerTestPeer{scripted}.time_to_exit());
     ASSERT_EQ(scripted.Init("127.0.0.1", "0", nullptr), IF_SUCCESS);
     EXPECT_EQ(scripted.GetState(), 0u);
     EXPECT_FALSE(UdpServerTestPeer{scripted}.time_to_exit());
@@ -377,7 +394,119 @@ TEST_F(MaintenanceServer, StateIsThatOfTheLastStart)
     scripted.Close();
 }
 
+TEST_F(MaintenanceServer, StateIsSetAndReadUnderItsSemaphore)
+{
+    ScriptedServer scripted(std::vector<uint32_t>{IF_SUCCESS_FPGA_UPDATED});
+    COSSemaphore& guard = UdpServerTestPeer{scripted}.semaphore();
+    tOSStatus status = kOSStatusSoftwareFault;
+    guard.Acquire(kOSTimeoutNone, status);
+    ASSERT_EQ(status, kOSStatusSuccess) << "free at first";
+    std::future<void> served = std::async(std::launch::async, [&] { scripted.ThreadMain(); });
+    EXPECT_EQ(served.wait_for(milliseconds(100)), std::future_status::timeout);
+    guard.Release();
+    ASSERT_EQ(served.wait_for(seconds(5)), std::future_status::ready);
+
+    guard.Acquire(kOSTimeoutNone, status);
+    ASSERT_EQ(status, kOSStatusSuccess) << "given back";
+    std::future<state_t> state = std::async(std::launch::async, [&] { return scripted.GetState(); });
+    EXPECT_EQ(state.wait_for(milliseconds(100)), std::future_status::timeout);
+    guard.Release();
+    EXPECT_EQ(state.get(), 0x20u);
+
+    guard.Release(); // at the limit: one unit, and no more
+    guard.Acquire(kOSTimeoutNone, status);
+    EXPECT_EQ(status, kOSStatusSuccess);
+    guard.Acquire(kOSTimeoutNone, status);
+    EXPECT_EQ(status, kOSStatusOperationTimedOut);
+}
+
 // ---- events
+
+TEST_F(MaintenanceServer, EventLeavesItsDescriptorsWhateverCame)
+{
+    ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
+    sim_board::InstalledBoard board{sim_board::kPortableWiring};
+    const sim_board::SelfAdvancing self{board->clock()};
+    const orvan_test::OutputCapture out(STDOUT_FILENO);
+    const MaintenanceClient own;
+    const MaintenanceClient elsewhere("127.0.0.2");
+    const struct {
+        const MaintenanceClient& from;
+        const char* opcode;
+        uint16_t size;
+        int64_t result;
+    } cases[] = {
+        {own, "HEID", 0, IF_SUCCESS}, {own, "HEIP", 0, IF_SUCCESS},       {own, "HEIP", 1, IF_SUCCESS},
+        {own, "HEOT", 0, IF_SUCCESS}, {own, "HECT", 0, IF_FAILED},        {own, "HESU", 0, IF_FAILED},
+        {own, "NONE", 0, IF_SUCCESS}, {elsewhere, "HEID", 0, IF_SUCCESS},
+    };
+    for (const auto& [from, opcode, size, result] : cases) {
+        from.send(FrameHeader{opcode, 0, size}.bytes(), 7502);
+        const size_t before = open_descriptors();
+        EXPECT_EQ(server.WaitForEvent(), result) << opcode;
+        EXPECT_EQ(open_descriptors(), before + 4) << opcode;
+    }
+}
+
+// Programs and tools have these values compiled in.
+TEST(MaintenanceNumbers, AreWhatOthersKnow)
+{
+    const std::pair<int64_t, int64_t> numbers[] = {
+        {IF_SUCCESS, 0},
+        {LXI_SUCCESS, 0},
+        {IF_SUCCESS_RECV_FIRMWARE, 100},
+        {LXI_SUCCESS_RECV_FIRMWARE, 100},
+        {IF_SUCCESS_FPGA_UPDATED, 101},
+        {LXI_SUCCESS_RECV_FPGA, 101},
+        {IF_SUCCESS_NET_CONFIG, 102},
+        {LXI_SUCCESS_RECV_NETCONFIG, 102},
+        {IF_FAILED, 0xFFFFFFFF},
+        {LXI_FAILED, 0xFFFFFFFF},
+        {ERROR_BASE, 0x80000000},
+        {IF_ERROR_INV_LENGTH, 0x80000020},
+        {IF_ERROR_INV_PARAMETER, 0x80000021},
+        {IF_ERROR_INV_BIN_HEADER_FORMAT, 0x80000022},
+        {IF_ERROR_CMD_QUEUE_OVERFLOW, 0x80000023},
+        {ERROR_LXI_BASE, 0x80000100},
+        {LXI_ERROR_INV_RSRC, 0x80000101},
+        {LXI_ERROR_INIT_SOCK_ADDR, 0x80000102},
+        {LXI_ERROR_INV_SOCK, 0x80000103},
+        {LXI_ERROR_REUSE_ADDR, 0x80000104},
+        {LXI_ERROR_KEEPALIVE, 0x80000105},
+        {LXI_ERROR_BIND_SOCK, 0x80000106},
+        {LXI_ERROR_LISTEN_SOCK, 0x80000107},
+        {LXI_ERROR_INV_HWADDR, 0x80000108},
+        {LXI_ERROR_INV_ATTR, 0x80000109},
+        {LXI_ERROR_TIMEOUT, 0x8000010A},
+        {IFC_FIFOSTATE, 0x03},
+        {IFC_FIFOEMPTY, 0},
+        {IFC_FIFOHALFEMPTY, 1},
+        {IFC_FIFOFULL, 2},
+        {IFC_TERMINATED, 0x04},
+        {IFC_RECV_BLOCK_MASK, 0x18},
+        {IFC_RECV_BLOCK_START, 0},
+        {IFC_RECV_BLOCK_INPROC, 0x08},
+        {IFC_RECV_BLOCK_FINISH, 0x10},
+        {IFC_RECV_FIRMWARE, 0x20},
+        {IFC_RECV_NETCONFIG, 0x40},
+        {MAX_WR_BUF_SIZE, 1024},
+        {PORTUDP, 7502},
+        {UDP_PORT_CTRL, 7502},
+        {UDP_PORT_DATA, 7501},
+        {TCP_PORT_CTRL, 5025},
+        {TCP_PORT_TELNET, 5024},
+        {TCP_PORT_DEF, 5024},
+        {RECV_BUF_SIZE, 2880},
+        {TIMEOUT_MS, 1000},
+        {RECV_TIMEOUT_S, 5},
+        {EOD, 0xFFFF},
+        {ACK_ONLY_LEN, 22},
+    };
+    size_t row = 0;
+    for (const auto& [number, value] : numbers)
+        EXPECT_EQ(number, value) << "row " << row++;
+    EXPECT_STREQ(INTERFACE_NAME, "eth0");
+}
 
 TEST_F(MaintenanceServer, EventWithoutASocketTellsThatItIsGone)
 {

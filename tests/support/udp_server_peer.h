@@ -44,6 +44,7 @@ struct UdpServerTestPeer {
     bool time_to_exit() const { return server.m_bTimeToExit; }
     bool has_thread() const { return server.m_udpDaemonThread.joinable(); }
     bool has_semaphore() const { return server.m_pSharedDataAccess != nullptr; }
+    COSSemaphore& semaphore() const { return *server.m_pSharedDataAccess; }
 };
 
 } // namespace HaldeElec::Orvan

@@ -81,7 +81,8 @@ void print_options(const void* block, size_t size);
 /**
  * One thread serves one frame after the other; a transfer of firmware blocks everything else, and the end of
  * a module download ends the thread for good. Requests are not checked: the settings take what is sent, and
- * no reply tells of a failure.
+ * no reply tells of a failure. Settings are stored from this thread without the bus lock, beside whatever
+ * else uses the bus.
  *
  * Each frame that reaches the socket costs descriptors (WaitForEvent).
  */
@@ -94,7 +95,7 @@ public:
     static const char* modulAddr[kMaxModules];
 
     /**
-     * Starts to serve. Where that fails, the thread ends at once and nobody is told.
+     * Starts to serve. Where that fails, it is logged and the thread ends at once.
      *
      * @param eth_name        interface whose address is the own one; null takes halde_mac
      * @param port            UDP port
