@@ -19,9 +19,12 @@
  * Blocks count from 1; the one behind the last has the size EOD. An acknowledgement names the block that is
  * expected next.
  *
- * HESU: a frame that is not the expected block gets no reply, a repeated one neither, so a tool sends again
- * when it has waited too long. Block 0 gets none and starts the file over. A file has at most 65534 blocks.
- * The acknowledgement of EOD is the last word: nothing tells what becomes of the package.
+ * HESU: a frame that is not the expected block gets no reply, a repeated one neither. A tool that has waited
+ * too long sends the block again, and then the next one: if only the acknowledgement was lost, that one is
+ * expected, and alone is answered. Block 0 gets no reply and starts the file over. A file has at most 65534
+ * blocks. The blocks' opcode is not looked at; with HEID, one that comes late behind the end is but a search,
+ * while with HESU it begins another download, which waits for its blocks for ever. The acknowledgement of EOD
+ * is the last word: nothing tells what becomes of the package.
  *
  * HEPD: a block is acknowledged when all modules have it. A final frame has the size EOD and in `info` 0 or
  * an error code; one with LXI_ERROR_TIMEOUT ends a stream, while behind EOD it stands for one module, and no
