@@ -117,4 +117,18 @@ TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsTheFrameBefore)
     EXPECT_EQ(again.substr(0, 6), "HEID\0\7"s);
 }
 
+TEST_F(MaintenanceAcceptance, ForeignDownloadDoesNotBegin)
+{
+    const MaintenanceClient elsewhere("127.0.0.2");
+    device.device_type_product = InvalidDevice; // one that does begin fails at once
+    for (const char* opcode : {"HESU", "HEPD"}) {
+        logs.clear();
+        EXPECT_EQ(peer.serve(FrameHeader{opcode, 1, 0xFFFF, kForeignMac}.bytes(), elsewhere.address()),
+                  IF_SUCCESS)
+            << opcode;
+        EXPECT_EQ(elsewhere.ready(), "") << opcode;
+        EXPECT_TRUE(logs.lines().empty()) << opcode;
+    }
+}
+
 } // namespace

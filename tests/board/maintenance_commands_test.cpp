@@ -48,10 +48,18 @@ struct TextRow {
     bool at_once = true; // the interface gets it
 };
 
+/** The whole field, with what is behind the text. */
 std::string text_in(const EEPROM_DEVICE_SETTINGS& record, const TextRow& row)
 {
     const auto& field = record.*row.field;
-    return {field, strnlen(field, sizeof field)};
+    return {field, sizeof field};
+}
+
+/** A text as it stands in its field. */
+std::string in_field(std::string text)
+{
+    text.resize(kSettingsTextSize);
+    return text;
 }
 
 /** All but one text of two records. */
@@ -145,7 +153,7 @@ TEST_F(MaintenanceCommands, NetworkTextsGoIntoTheirFields)
             const size_t writes_before = writes();
             const std::string asked = request({"HEIP", 3, 0, kBroadcast}, {request_row(row.letter, value)});
             const std::string told = reply_to(asked);
-            EXPECT_EQ(text_in(settings(), row), value) << row.letter;
+            EXPECT_EQ(text_in(settings(), row), in_field(value)) << row.letter;
             EXPECT_TRUE(rest_is_equal(settings(), before, row)) << row.letter;
             EXPECT_EQ(writes(), writes_before + 1) << row.letter;
             const Settings in_eeprom = stored();
@@ -372,7 +380,7 @@ TEST_F(MaintenanceCommands, FactoryTextsGoIntoTheirFields)
             const std::string sent = request_row(row.letter, value);
             EXPECT_EQ(reply_to(request({"HEOT", 3, 0, kBroadcast}, {sent})),
                       FrameHeader({"HEOT", 3, 512, kBroadcast}).bytes() + identification());
-            EXPECT_EQ(text_in(settings(), row), value) << row.letter;
+            EXPECT_EQ(text_in(settings(), row), in_field(value)) << row.letter;
             EXPECT_TRUE(rest_is_equal(settings(), before, row)) << row.letter;
             EXPECT_EQ(writes(), writes_before + 1) << row.letter;
             const Settings in_eeprom = stored();
@@ -418,6 +426,17 @@ TEST_F(MaintenanceCommands, FactoryOptionsComeMirroredButForTheFrequencyCode)
     }
 }
 
+TEST_F(MaintenanceCommands, ATextEndsWithItsTerminatorWhateverIsBehindIt)
+{
+    // Both are shorter than what has been there.
+    reply_to(request({"HEIP"}, {request_row('A', "10.1.1.1\0and more"s)}));
+    EXPECT_EQ(std::string(settings().fixIp, kSettingsTextSize), in_field("10.1.1.1"));
+    printed();
+    reply_to(request({"HEOT"}, {request_row('S', "7\0and more"s)}));
+    EXPECT_EQ(std::string(settings().serialNum, kSettingsTextSize), in_field("7"));
+    EXPECT_EQ(printed(), "HEOT: update optionboardSN:7 \n");
+}
+
 TEST_F(MaintenanceCommands, FactoryPassesOverLettersThatAreNotItsOwn)
 {
     const Settings before = settings();
@@ -426,6 +445,7 @@ TEST_F(MaintenanceCommands, FactoryPassesOverLettersThatAreNotItsOwn)
             continue;
         const std::string row = request_row(static_cast<char>(letter), "7");
         EXPECT_EQ(reply_to(request({"HEOT"}, {row})).size(), 534u);
+        EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), 0u) << letter;
         std::vector<std::string> lines = {kAccepted, "8192", static_cast<char>(letter) + "7"s};
         append_row(lines, row);
         EXPECT_EQ(take_logs(), lines);

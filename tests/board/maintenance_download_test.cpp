@@ -2,8 +2,9 @@
 
 #include "maintenance_firmware_bench.h"
 
+#include <random>
+
 #include <fcntl.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -30,27 +31,6 @@ protected:
         return client.ready();
     }
     static std::string full_block(char fill) { return std::string(kBlockSize, fill); }
-};
-
-/** A file system that holds no more than a few blocks, over the upgrade folder. */
-class SmallDisk {
-public:
-    SmallDisk()
-    {
-        fs::create_directories(kUpgrade);
-        m_mounted = mount("tmpfs", kUpgrade.c_str(), "tmpfs", 0, "size=64k") == 0;
-    }
-    ~SmallDisk()
-    {
-        if (m_mounted)
-            umount2(kUpgrade.c_str(), MNT_DETACH);
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-    bool mounted() const { return m_mounted; }
-
-private:
-    bool m_mounted = false;
 };
 
 class MaintenanceDownloadOfSize : public MaintenanceDownload, public testing::WithParamInterface<size_t> {};
@@ -299,4 +279,66 @@ TEST_F(MaintenanceDownload, ADeviceOfNoKnownProductGetsNoAcknowledgement)
     EXPECT_EQ(reply_to_failure(), "");
     EXPECT_EQ(take_lines(), (std::vector{info(kAccepted), error("invalid deviceType=3")}));
     EXPECT_FALSE(fs::exists(kUpgrade));
+}
+
+TEST_F(MaintenanceDownload, ItsStatusIsThatOfTheLastOneThatArrived)
+{
+    EXPECT_EQ(download("no archive"), IF_FAILED);
+    EXPECT_EQ(peer.download_status(), 0); // it has arrived, whatever it is
+    fs::remove_all(kUpgrade);
+    write_file(kUpgrade, "no folder");
+    EXPECT_EQ(reply_to_failure(), acknowledgement(1));
+    EXPECT_EQ(peer.download_status(), -1);
+}
+
+TEST_F(MaintenanceDownload, WhateverFramesComeTheFileIsTheOneThatTheyMake)
+{
+    begin_download();
+    std::mt19937 random(1);
+    std::string frame = acknowledgement(1) + full_block('\0'); // as the server's own stands
+    const auto number_at = [&frame](size_t at) {
+        return static_cast<uint16_t>(static_cast<uint8_t>(frame[at]) << 8 |
+                                     static_cast<uint8_t>(frame[at + 1]));
+    };
+    std::string file;
+    size_t position = 0;
+    uint16_t next = 1;
+    bool unanswered = false;
+    for (int i = 0; i < 500 && !HasFailure(); ++i) {
+        // Behind a frame without an answer comes one that gets its: the socket has room for few.
+        const bool fits = unanswered || random() % 2 == 0;
+        const uint16_t others[] = {0, static_cast<uint16_t>(next - 1), static_cast<uint16_t>(next + 1),
+                                   static_cast<uint16_t>(random())};
+        const auto claimed = static_cast<uint16_t>(random() % (random() % 8 == 0 ? 65535 : 1030));
+        std::string datagram = FrameHeader{"HESU", fits ? next : others[random() % 4], claimed}.bytes() +
+                               std::string(random() % 1100, static_cast<char>(random()));
+        if (!fits && random() % 2 == 0)
+            datagram.resize(random() % FRMHEADERLEN);
+
+        const size_t received = std::min(datagram.size(), frame.size());
+        frame.replace(0, received, datagram, 0, received);
+        const uint16_t number = number_at(4);
+        const size_t size = number_at(6);
+        unanswered = number == 0 || number != next;
+        if (number == 0) {
+            next = 1;
+            position = 0;
+        }
+        if (unanswered) {
+            client.send(datagram, port);
+            continue;
+        }
+        std::string data = frame.substr(FRMHEADERLEN, std::min(size, kBlockSize));
+        data.resize(size, '\0');
+        file.resize(std::max(file.size(), position + size));
+        file.replace(position, size, data);
+        position += size;
+        ++next;
+        frame[4] = static_cast<char>(next >> 8);
+        frame[5] = static_cast<char>(next & 0xFF);
+        frame[6] = frame[7] = '\0';
+        EXPECT_EQ(reply_in_transfer(datagram), frame.substr(0, FRMHEADERLEN)) << "frame " << i;
+    }
+    finish(static_cast<uint16_t>(next - 1));
+    EXPECT_TRUE(read_file(kReceived) == file);
 }

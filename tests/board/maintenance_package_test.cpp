@@ -10,6 +10,7 @@
 #include <map>
 #include <pwd.h>
 #include <scpi/scpi.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace board_test;
@@ -87,6 +88,8 @@ protected:
     void SetUp() override
     {
         std::signal(SIGPIPE, SIG_IGN);
+        g_has_owner = false;
+        g_given.clear();
         FirmwareTest::SetUp();
         Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
         service->setNumberofChannels(2);
@@ -217,7 +220,10 @@ TEST_F(MaintenancePackage, MayBeAPlainArchive)
 TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreGivenToTheUserOrvan)
 {
     g_has_owner = true;
-    EXPECT_EQ(download(archive(package())), IF_SUCCESS_RECV_FIRMWARE);
+    const std::string file = archive(package());
+    const mode_t mask = umask(0); // or it would make them what they ought to be
+    EXPECT_EQ(download(file), IF_SUCCESS_RECV_FIRMWARE);
+    umask(mask);
     EXPECT_EQ(g_given, (std::vector<std::string>{"/home/orvan/halde/upgrade/host_sw 1234 5678",
                                                  "/home/orvan/halde/upgrade/orvanx 1234 5678"}));
     for (const fs::path& folder : {kHostSw, kModuleFolder})
@@ -228,6 +234,19 @@ TEST_F(MaintenancePackage, WithoutSuchAUserTheyKeepTheirOwner)
 {
     EXPECT_EQ(download(archive(package())), IF_SUCCESS_RECV_FIRMWARE);
     EXPECT_TRUE(g_given.empty());
+}
+
+TEST_F(MaintenancePackage, ThatArrivesAndDoesNotFitOnTheDiskUnpackedFails)
+{
+    const SmallDisk disk;
+    if (!disk.mounted())
+        GTEST_SKIP() << "no file system in memory";
+    Files files = package();
+    files[kPackage + "/filler"] = std::string(300'000, 'x'); // next to nothing in the archive
+    const std::string file = archive(files);
+    expect_failure(file, {extraction(false)});
+    EXPECT_TRUE(read_file(kReceived) == file);
+    EXPECT_TRUE(requests().empty());
 }
 
 TEST_F(MaintenancePackage, ThatIsNoArchiveFailsToUnpack)

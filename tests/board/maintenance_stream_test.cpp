@@ -418,3 +418,33 @@ TEST_F(MaintenanceStream, ItsEndIsTheEndOfTheThread)
     EXPECT_EQ(server.GetState(), IFC_RECV_FIRMWARE);
     EXPECT_TRUE(peer.time_to_exit());
 }
+
+TEST_F(MaintenanceStream, TheSuccessFrameIsMadeOfTheLastAcknowledgementAndNotOfAFrameOfTheBurning)
+{
+    install(1);
+    begin(last_frame(1));
+    module(0).receive();
+    const std::string acknowledged = FrameHeader{"HEPD", 2, 0, std::string(6, 'a'), 0x1234, 7, "uv"}.bytes();
+    module(0).send(acknowledged);
+    EXPECT_EQ(client.receive(), acknowledged);
+    const std::string burnt = FrameHeader{"BURN", 5, 0xFFFF, std::string(6, 'z'), 0x4321, 9, "wx"}.bytes();
+    module(0).send(burnt);
+    EXPECT_EQ(client.receive(), burnt);
+    EXPECT_EQ(client.receive(),
+              (FrameHeader{"HEPD", 0, 0xFFFF, std::string(6, 'a'), 0xFFFF, 0, "uv"}.bytes()));
+    EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
+}
+
+TEST_F(MaintenanceStream, AToolThatIsSilentForLongerThanAModuleMayBeIsWaitedFor)
+{
+    install(1);
+    begin(image(1));
+    EXPECT_EQ(pass_on(image(1), 2), answer(0, 2));
+    EXPECT_EQ(event.wait_for(seconds(3)), std::future_status::timeout);
+    EXPECT_EQ(module(0).receive(milliseconds(0)), ""); // nor is the frame sent again
+    EXPECT_EQ(client.ready(), "");
+    client.send(last_frame(2), port);
+    EXPECT_EQ(pass_on(last_frame(2), 3), answer(0, 3));
+    module(0).send(final_answer(0));
+    EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
+}

@@ -102,7 +102,7 @@ TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWaitAndAreServedRig
         EXPECT_TRUE(other.stays_silent(std::chrono::milliseconds(100)));
     EXPECT_EQ(updater.read_line(), kOk);
     for (Client& other : others)
-        EXPECT_EQ(other.read_line(), kVersion);
+        EXPECT_EQ(other.read_line(std::chrono::seconds(5)), kVersion);
 
     for (int module = 1; module <= kModules; ++module) {
         EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
@@ -212,4 +212,39 @@ TEST(FirmwareUpdate, EveryModuleHasItsFirmwarePort)
         const Outcome outcome = instrument.exec("controller", {"python3", "-c", program, address});
         EXPECT_EQ(outcome.output, "4845504400020000" + std::string(28, '0') + "\n") << module;
     }
+}
+
+TEST(FirmwareUpdate, OfAModuleThatAnswersTooLateHasFailedThoughItHasTheImageAndHoldsOthersOffUntilThen)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    const std::string image = image_of(1000);
+    Client updater = instrument.client();
+    Client other = instrument.client();
+    // Longer than the link waits for a reply, which is longer than a client may pause in a message.
+    ASSERT_EQ(instrument.ctl({"module", "2", "update", "late", "12000"}).status, 0);
+    ASSERT_TRUE(updater.send(":SYST:UPD:SOFT" + block(image) + "\n"));
+    ASSERT_TRUE(eventually(
+        [&] { return status(instrument, 2).find(stored("software", image)) != std::string::npos; }));
+    ASSERT_TRUE(other.send(":SYST:VERS?\n"));
+    EXPECT_TRUE(other.stays_silent(std::chrono::seconds(6)));
+    EXPECT_EQ(updater.read_line(), kFailed);
+    EXPECT_EQ(other.read_line(), kVersion);
+    for (int module = 1; module <= kModules; ++module)
+        EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
+    EXPECT_THAT(instrument.service_log(), HasSubstr("OrvanX module 1 software update failed"));
+    EXPECT_TRUE(fs::is_empty(upgrade_folder(instrument)));
+}
+
+TEST(FirmwareUpdate, OfTheFpgaFailsWithALastModuleThatStaysSilent)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    Client client = instrument.client();
+    ASSERT_EQ(instrument.ctl({"module", "4", "update", "silent-burn"}).status, 0);
+    EXPECT_EQ(client.ask(":SYST:UPD:FPGA" + block(image_of(5000))), kFailed);
+    EXPECT_THAT(status(instrument, 3), HasSubstr(stored("fpga", image_of(5000))));
+    EXPECT_THAT(status(instrument, 4), HasSubstr("\"fpga\":{\"stored\":0,"));
+    EXPECT_EQ(contents(upgrade_folder(instrument) / "fpga_image.bin"), image_of(5000));
+    EXPECT_EQ(client.ask(":SYST:VERS?"), kVersion);
 }

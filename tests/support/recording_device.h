@@ -70,7 +70,8 @@ public:
 
     int GetOptionsTable(void** table, size_t* size) override
     {
-        const int result = record("GetOptionsTable", *table == nullptr ? "" : "table not null");
+        const int result =
+            record("GetOptionsTable", *table == nullptr && *size == 0 ? "" : "arguments not clear");
         *table = option_table.data();
         *size = option_table.size();
         return result;

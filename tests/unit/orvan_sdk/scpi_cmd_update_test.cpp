@@ -1,6 +1,10 @@
 #include "update_bench.h"
 
+#include <functional>
 #include <gmock/gmock.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "timer_tap.h"
@@ -14,6 +18,8 @@ namespace fs = std::filesystem;
 
 const fs::path kSoftware = kUpgradeFolder / "ovx_module_1.2.3.tar.gz";
 const fs::path kFpga = kUpgradeFolder / "fpga_image.bin";
+std::function<void()> g_at_sync; // called in place of writing the machine's disks out
+
 const std::string kRestart = ":SYST:REST\r\n";
 
 std::string block(const std::string& image)
@@ -71,6 +77,12 @@ protected:
 };
 
 } // namespace
+
+extern "C" void sync() noexcept
+{
+    if (g_at_sync)
+        g_at_sync();
+}
 
 // ---- the public rows
 
@@ -235,6 +247,15 @@ TEST_F(InternalUpdate, RebootsOnceTheModulesHaveTheirRestart)
     ask(kHeader);
     EXPECT_THAT(calls_at_restart, IsEmpty());
     EXPECT_EQ(stand_ins.calls(), rebooted);
+}
+
+TEST_F(InternalUpdate, WritesTheDisksOutBetweenTheRestartAndTheReboot)
+{
+    std::vector<std::pair<size_t, size_t>> seen; // requests to the last module, reboots
+    g_at_sync = [&] { seen.emplace_back(modules[2].requests().size(), stand_ins.calls().size()); };
+    ask(kHeader);
+    g_at_sync = nullptr;
+    EXPECT_EQ(seen, (std::vector<std::pair<size_t, size_t>>{{1, 0}}));
 }
 
 TEST_F(InternalUpdate, AFailedRebootIsLoggedAndTheUpdatesResultStands)
