@@ -103,6 +103,14 @@ std::string pack(const Instrument& instrument, const std::string& image)
     return package;
 }
 
+// As the version of what runs is that of the build, whatever a package holds.
+constexpr int kSameVersion = 5;
+
+std::vector<std::string> update(const std::string& package)
+{
+    return {"update", "--yes", "--after", "10", package};
+}
+
 void expect_updated(const Instrument& instrument, const std::string& image)
 {
     EXPECT_TRUE(instrument.wait_for_output("reboot requested, restarting the service"));
@@ -189,8 +197,8 @@ TEST(MaintenanceTool, PacksAndBringsAnUpdateToItsEnd)
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);
     const std::string image = image_of(300'000);
-    const Outcome updated = tool_at_address(instrument, {"update", "--yes", pack(instrument, image)});
-    EXPECT_EQ(updated.status, 0) << updated.output;
+    const Outcome updated = tool_at_address(instrument, update(pack(instrument, image)));
+    EXPECT_EQ(updated.status, kSameVersion) << updated.output;
     EXPECT_THAT(updated.output, HasSubstr("the package has arrived whole"));
     EXPECT_THAT(updated.output, HasSubstr("the instrument has dealt with the package"));
     expect_updated(instrument, image);
@@ -202,8 +210,8 @@ TEST(MaintenanceTool, BringsAnUpdateOverALinkThatLosesAndDoubles)
     const Instrument instrument(kBenchtop);
     const std::string image = image_of(200'000);
     LossyRelay relay(maintenance_port(instrument), 0.1, 0.1);
-    const Outcome updated = tool_through(relay.port(), {"update", "--yes", pack(instrument, image)});
-    EXPECT_EQ(updated.status, 0) << updated.output;
+    const Outcome updated = tool_through(relay.port(), update(pack(instrument, image)));
+    EXPECT_EQ(updated.status, kSameVersion) << updated.output;
     EXPECT_GT(relay.lost(), 20U);
     expect_updated(instrument, image);
 }
@@ -219,11 +227,28 @@ TEST(MaintenanceTool, UpdatesAnInstrumentThatIsInABrokenOffTransfer)
     ASSERT_EQ(instrument.exec("lan", {program("orvan-datagram"), "10.0.0.2", "7502", "1", header}).status, 0);
     EXPECT_EQ(tool(instrument, {"show", "--wait", "200"}).status, 1);
     const std::string image = image_of(5'000);
-    const Outcome updated = tool(
-        instrument, {"update", "--yes", "--address", "10.0.0.2", "--wait", "500", pack(instrument, image)});
-    EXPECT_EQ(updated.status, 0) << updated.output;
-    EXPECT_THAT(updated.output, HasSubstr("in case a download was broken off, it is ended"));
+    std::vector<std::string> arguments = update(pack(instrument, image));
+    arguments.insert(arguments.end(), {"--address", "10.0.0.2", "--wait", "500"});
+    const Outcome updated = tool(instrument, arguments);
+    EXPECT_EQ(updated.status, kSameVersion) << updated.output;
+    EXPECT_THAT(updated.output, HasSubstr("it may be in a download that was broken off"));
     expect_updated(instrument, image);
+}
+
+TEST(MaintenanceTool, TellsOfAModuleThatIsSilentInTheBurningAndOfTheOtherOnes)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument(kBenchtop);
+    const std::string image = image_of(20'000);
+    ASSERT_EQ(instrument.ctl({"module", "1", "update", "silent-burn"}).status, 0);
+    const Outcome silent = tool_at_address(instrument, {"program", "--yes", put(instrument, "image", image)});
+    EXPECT_EQ(silent.status, 4) << silent.output;
+    EXPECT_THAT(silent.output, HasSubstr("module 1: failed, a module did not answer in time (0x8000010A)\n"));
+    EXPECT_THAT(silent.output, HasSubstr("module 2: done\n"));
+    EXPECT_THAT(silent.output, testing::Not(HasSubstr("all modules have taken the image")));
+    EXPECT_THAT(status(instrument, 2), HasSubstr(stored("program", image)));
+    EXPECT_THAT(instrument.service_log(), HasSubstr("[CUdpServer] Channel 1 burn timeout."));
+    EXPECT_EQ(tool_at_address(instrument, {"discover", "--wait", "200"}).status, 1); // until a restart
 }
 
 TEST(MaintenanceTool, RefusesAPackageForAnotherPlatformBeforeItSendsAny)

@@ -7,18 +7,27 @@
 #include <orvan_fs_utils.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 namespace orvan_maint {
 
 void pack_software(const Options& options, int)
 {
+    // It asks nobody and touches nothing until it writes: an end may come at any time.
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    sigprocmask(SIG_UNBLOCK, &ends, nullptr);
+
     const Platform& platform = *find_platform(options.platform);
     if (!options.force && OrvanFSUtils::ifFileExists(options.file.c_str())) {
         throw Failure(kExitBadFile, printable(options.file) + " is there already; --force replaces it");
     }
     const std::string bytes = build_package(platform, options.module, options.patch);
     const Package package = check_package(bytes, options.file, platform);
+    sigprocmask(SIG_BLOCK, &ends, nullptr); // no draft is left behind
     if (!OrvanFSUtils::replaceFile(options.file.c_str(), bytes.data(), bytes.size())) {
         throw Failure(kExitBadFile, printable(options.file) + " cannot be written: " + std::strerror(errno));
     }

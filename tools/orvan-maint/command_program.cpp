@@ -76,7 +76,7 @@ void program_modules(const Options& options, int stop)
 
     Progress progress(image.size());
     ModuleStream stream(
-        *target.link, target.identity.mac, image, channels, kStreamTiming,
+        *target.link, target.identity.mac, image, channels, stream_timing(channels),
         [&progress](size_t done) { progress.show(done); },
         [&progress, burning = size_t{0}](size_t channel, std::optional<uint32_t> ended) mutable {
             progress.leave();
@@ -93,11 +93,18 @@ void program_modules(const Options& options, int stop)
         judge(result, channels);
     } catch (const Interrupted&) {
         progress.leave();
+        if (stream.end_sent()) {
+            throw Failure(
+                kExitUnconfirmed,
+                "interrupted; the image was sent whole, and the modules may be at work on it: do not "
+                "switch off yet; restart the instrument later, and see what the modules run");
+        }
         throw Failure(kExitNotDone,
                       "interrupted; the instrument waits for the rest of the image, and answers "
                       "nothing else: restart it, or send the image whole with --no-identify");
     }
-    say("all modules have taken the image; restart the instrument");
+    say("all modules have taken the image; frames sent again: " + std::to_string(stream.resent()) +
+        "\nrestart the instrument");
 }
 
 } // namespace orvan_maint

@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include "change.h"
+#include "checks.h"
 #include "console.h"
 
 namespace orvan_maint {
@@ -36,6 +37,16 @@ std::vector<std::string> notes(const SettingValues& values, const Rows& rows)
     }
     if (!is_on && values.contains(FLASH_IPADDR)) {
         lines.push_back("  the instrument will answer at " + value_of(values, FLASH_IPADDR));
+    }
+    if (!is_on && dhcp.empty() && has_fixed) {
+        const auto then = [&](char letter) {
+            return values.contains(letter) ? value_of(values, letter) : text_of(rows, letter);
+        };
+        const std::string complaint =
+            check_network(then(FLASH_IPADDR), then(FLASH_MASK), then(FLASH_GATEWAY));
+        if (!complaint.empty()) {
+            lines.push_back("  careful: " + complaint);
+        }
     }
     return lines;
 }

@@ -19,14 +19,24 @@ constexpr auto kToEnd = std::chrono::seconds(4);
 
 constexpr auto kBetweenLooks = std::chrono::seconds(2);
 
-Target find_target(const Reach& reach, int stop)
+// For an instrument that answers once more before it goes down to restart.
+constexpr auto kForRestart = std::chrono::seconds(30);
+
+constexpr const char* kInterruptedAtWork =
+    "interrupted; the package was sent whole, and the instrument may be at work on it: look with show later";
+
+Target find_target(const Options& options, int stop)
 {
+    const Reach& reach = options.reach;
     std::string problem;
     if (reach.address.empty() || !discover(reach, stop, problem).empty()) {
         return choose_instrument(reach, stop);
     }
     complain("no answer from " + printable(reach.address) + problem +
-             "; in case a download was broken off, it is ended");
+             "; it may be in a download that was broken off");
+    agree({"the instrument at " + printable(reach.address),
+           "  a download that it is in, be it another PC's, is ended, and what has arrived of it is dropped"},
+          options.yes, stop);
     const auto link = link_to_address(reach, stop);
     end_broken_transfer(*link, reach.mac.empty() ? eth_brdcast_addr : parse_mac(reach.mac).value(), kToEnd);
     return choose_instrument(reach, stop);
@@ -46,7 +56,7 @@ const Platform& platform_for(const std::string& model, const std::string& bytes,
     return *found[0];
 }
 
-void transfer(const Target& target, const std::string& bytes)
+void transfer(const Target& target, const std::string& bytes, bool looks_after_it)
 {
     Progress progress(bytes.size());
     SoftwareTransfer software(*target.link, target.identity.mac, bytes, kSoftwareTiming,
@@ -56,7 +66,7 @@ void transfer(const Target& target, const std::string& bytes)
     } catch (const Failure& failure) {
         progress.leave();
         if (failure.code == kExitNotDone && software.end_sent()) {
-            throw Failure(kExitUnconfirmed, "interrupted, but the instrument has the whole package");
+            throw Failure(kExitUnconfirmed, kInterruptedAtWork);
         }
         if (failure.code == kExitNotDone) {
             UdpLink link(target.identity.address, -1);
@@ -66,28 +76,49 @@ void transfer(const Target& target, const std::string& bytes)
                               : "interrupted; the instrument waits for the rest of the package, and answers "
                                 "nothing else until it has it or is restarted");
         }
+        if (failure.code == kExitUnconfirmed && looks_after_it) {
+            // It answers nothing while it is at work on the package.
+            complain(failure.what());
+            return;
+        }
         throw;
     }
     progress.leave();
     say("the package has arrived whole; frames sent again: " + std::to_string(software.resent()));
 }
 
-// The instrument unpacks, and hands the modules theirs, before it answers again.
+// The instrument unpacks, and hands the modules theirs, before it answers again. It tells of no failure, and
+// keeps the software it had then: only another version says that it has taken the package.
 void wait_for_end(const Target& target, std::chrono::seconds time)
 {
     say("the instrument is at work on it");
-    const auto deadline = Clock::now() + time;
+    const std::string was = text_of(target.identity.rows, FLASH_CSCIVER);
+    auto deadline = Clock::now() + time;
+    bool answers = false;
     while (Clock::now() < deadline) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        const auto identity = identify(*target.link, target.identity.mac,
-                                       std::min<std::chrono::milliseconds>(left, kBetweenLooks));
-        if (identity) {
-            say("the instrument has dealt with the package and answers again; its software was " +
-                text_of(target.identity.rows, FLASH_CSCIVER) + " and is " +
-                text_of(identity->rows, FLASH_CSCIVER) +
-                "\nwhether it took the package, show tells after it has restarted");
-            return;
+        const auto next_look = std::min<Clock::time_point>(deadline, Clock::now() + kBetweenLooks);
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next_look - Clock::now());
+        if (const auto identity = identify(*target.link, target.identity.mac, left)) {
+            const std::string is = text_of(identity->rows, FLASH_CSCIVER);
+            if (is != was) {
+                say("the instrument has taken the package: its software was " + was + " and is " + is);
+                return;
+            }
+            if (!answers) {
+                answers = true;
+                say("the instrument has dealt with the package and answers again; its software is still " +
+                    is);
+                deadline = std::min(deadline, Clock::now() + kForRestart);
+            }
         }
+        for (Received late; target.link->receive(late, std::min(deadline, next_look));) {
+        }
+    }
+    if (answers) {
+        throw Failure(
+            kExitUnconfirmed,
+            "whether it has taken the package is not known: the same version, or none of it, or its "
+            "restart is still to come; look with show later");
     }
     throw Failure(kExitUnconfirmed, "the package has arrived, and the instrument does not answer yet" +
                                         target.link->problem() + "; look with show later");
@@ -99,7 +130,7 @@ void update_software(const Options& options, int stop)
 {
     const std::string bytes = read_download(options.file);
     platforms_in(bytes, options.file); // looks through it, whatever it is for
-    const Target target = find_target(options.reach, stop);
+    const Target target = find_target(options, stop);
     const std::string model = text_of(target.identity.rows, FLASH_MODELNAME);
     const Platform& platform = platform_for(model, bytes, options.file);
     const Package package = check_package(bytes, options.file, platform);
@@ -113,9 +144,16 @@ void update_software(const Options& options, int stop)
              ", and a restart",
          "  " + std::to_string(bytes.size()) + " bytes are sent"},
         options.yes, stop);
-    transfer(target, bytes);
-    if (options.after.count() != 0) {
+    const bool looks_after_it = options.after.count() != 0;
+    transfer(target, bytes, looks_after_it);
+    if (!looks_after_it) {
+        throw Failure(kExitUnconfirmed,
+                      "whether the instrument takes the package, show tells after its restart");
+    }
+    try {
         wait_for_end(target, options.after);
+    } catch (const Interrupted&) {
+        throw Failure(kExitUnconfirmed, kInterruptedAtWork);
     }
 }
 

@@ -65,6 +65,7 @@ bool ModuleStream::deliver(size_t block, Received& received)
         Clock::now() + (is_end ? 2 * m_timing.end_wait : m_timing.block.give_up);
     for (int sent = 1;; ++sent, ++m_resent) {
         const Clock::time_point sent_at = Clock::now();
+        m_end_sent = m_end_sent || is_end;
         // Whole, as the instrument hands the whole of its buffer to the modules.
         m_link.send(wire_bytes(frame, FRMDATALEN));
         const auto wait = is_end ? std::chrono::microseconds(m_timing.end_wait) : m_round_trip.wait();
@@ -121,7 +122,14 @@ StreamResult ModuleStream::follow_burning(std::optional<Received> first)
         const HALDE_PACKET& frame = received.frame;
         const bool is_final = size_of(frame) == EOD;
         if (result.modules.size() == m_channels) {
-            if (is_final && state_of(frame) == kFinalState && info_of(frame) == 0) {
+            if (is_final && info_of(frame) != 0) {
+                // One final frame has come twice, so that this is still a module's.
+                result.modules.back() = info_of(frame);
+                m_burning(m_channels, info_of(frame));
+                if (info_of(frame) == LXI_ERROR_TIMEOUT) {
+                    return result;
+                }
+            } else if (is_final && state_of(frame) == kFinalState) {
                 result.confirmed = true;
                 return result;
             }

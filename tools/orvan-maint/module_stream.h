@@ -28,13 +28,18 @@ struct StreamTiming {
 
 /**
  * A frame that is sent again while the instrument still waits for a module may meet a stream that was given
- * up, and begin one that nobody ends. So the waits are longer than the instrument's own: 2 s for each of four
- * modules, 10 s each at the end, and 10 s for a frame of the burning.
+ * up, and begin one that nobody ends. So the waits are longer than the instrument's own: 2 s for each module,
+ * 10 s each at the end, and 10 s for a frame of the burning. With such waits patience is all that helps on a
+ * lossy link: of thousands of blocks, each has to come through.
  */
-inline constexpr StreamTiming kStreamTiming{
-    {std::chrono::seconds(9), std::chrono::seconds(9), std::chrono::seconds(9), std::chrono::seconds(40)},
-    std::chrono::seconds(45),
-    std::chrono::seconds(15)};
+constexpr StreamTiming stream_timing(size_t channels)
+{
+    const auto count = static_cast<std::chrono::seconds::rep>(channels);
+    const std::chrono::seconds block(2 * count + 1);
+    return {{block, block, block, std::chrono::minutes(5)},
+            std::chrono::seconds(10 * count + 5),
+            std::chrono::seconds(15)};
+}
 
 struct StreamResult {
     /** What each channel's module ended with, in order: 0, or an error code. As many as have reported. */
@@ -56,6 +61,8 @@ public:
     /** Throws Failure when the stream does not come to its end, Interrupted as the link does. */
     StreamResult run();
 
+    /** Whether the image's end was sent, so that the modules may be at work on it. */
+    bool end_sent() const { return m_end_sent; }
     /** Frames that were sent again. */
     size_t resent() const { return m_resent; }
 
@@ -75,6 +82,7 @@ private:
     /** By how much an acknowledgement's number is above that of its block; the first one tells. */
     std::optional<uint16_t> m_above;
     size_t m_resent = 0;
+    bool m_end_sent = false;
 };
 
 /** "a module did not answer in time", with the code. */

@@ -124,8 +124,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     update->footer(
         "The package is looked through before anything is sent. An instrument with a download that\n"
         "was broken off answers no search; name it with --address.\n"
-        "The instrument tells when it has dealt with a package, and not how that went: it goes by\n"
-        "the new software after it has restarted, and then show tells its version.");
+        "The instrument does not tell how it went. Another version of its software says that it has\n"
+        "taken the package (exit code 0); as long as it tells the same one, what became of the package\n"
+        "is not known (5).");
 
     CLI::App* const program =
         add_command(app, options, "program", "Bring an image into all channel modules at once");
@@ -141,7 +142,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
                    "Send without asking who is there, after a download that was broken off")
         ->needs(program->get_option("--address"))
         ->needs(program->get_option("--channels"));
-    program->footer("Afterwards the instrument answers no search until it is restarted.");
+    program->footer(
+        "Each block goes through all modules before the next, and a lost one costs seconds: use a\n"
+        "good cable. Afterwards the instrument answers no search until it is restarted.");
 
     CLI::App* const pack = add_command(app, options, "pack", "Make a software package for update");
     pack->add_option("package", options.file, "The package to make")->required()->type_name("FILE");

@@ -150,6 +150,24 @@ TarReader::~TarReader()
     }
 }
 
+// What packs the archive has a sum at its end, and an instrument unpacks nothing that fails it.
+void TarReader::finish()
+{
+    char rest[16 * kTarBlock];
+    int count = 0;
+    while ((count = gzread(m_file, rest, sizeof rest)) > 0) {
+        m_total += static_cast<uint64_t>(count);
+        if (m_total > kMostBytes) {
+            refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
+        }
+    }
+    int error = Z_OK;
+    gzerror(m_file, &error);
+    if (count < 0 || error != Z_OK) {
+        refuse("is damaged: it ends amid an entry");
+    }
+}
+
 bool TarReader::next(TarEntry& entry)
 {
     Extras extras;
@@ -160,6 +178,7 @@ bool TarReader::next(TarEntry& entry)
             if (m_first) {
                 refuse("is no tar archive, or an empty one");
             }
+            finish();
             return false;
         }
         uint64_t sum = 0;

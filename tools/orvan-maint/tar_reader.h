@@ -42,6 +42,7 @@ private:
     /** False when the archive is at its end instead; what ends amid it is damaged. */
     bool read(void* data, size_t size);
     void skip(uint64_t size);
+    void finish();
     std::string read_text(uint64_t size);
     [[noreturn]] void refuse(const std::string& why) const;
 

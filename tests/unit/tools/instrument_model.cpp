@@ -127,6 +127,8 @@ std::vector<Bytes> InstrumentModel::serve_transfer(Frame& frame)
     frame.size = 0;
     if (size == EOD) {
         ++ended;
+        if (!software_after.empty() && transfers != 0)
+            rows[FLASH_CSCIVER] = software_after;
         m_next_block = 0;
         return {reply(frame, ACK_ONLY_LEN)};
     }

@@ -33,6 +33,8 @@ public:
     uint16_t acknowledged_above = 1; /**< by this a module's acknowledgement is above its block */
     std::vector<uint32_t> module_ends{0, 0, 0, 0}; /**< LXI_ERROR_TIMEOUT is the instrument's own frame */
     bool confirms = true;                          /**< sends the final frame of the whole */
+    /** Its software from the end of a transfer on that began with its header; empty for the same. */
+    std::string software_after;
     uint16_t leaves_at = 0; /**< the block at which it drops out of a transfer; 0 for none */
 
     /** In the middle of a transfer, at this block. */

@@ -106,3 +106,15 @@ TEST(MaintPack, RefusesWhatIsMissingEmptyOrLeadsOut)
     ASSERT_EQ(mkfifo((patch + "/pipe").c_str(), 0600), 0);
     EXPECT_NE(complaint(parts.module, patch).find("pipe is no file, folder or link"), std::string::npos);
 }
+
+TEST(MaintPack, APlaceThatTakesNoFileIsTold)
+{
+    Parts parts;
+    const MaintOutcome outcome =
+        run_maint({"pack", parts.folder.path("nowhere/package"), "--platform", "benchtop", "--module",
+                   parts.module, "--patch", parts.folder.path("patch")});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_NE(outcome.err.find("nowhere/package cannot be written: No such file or directory"),
+              std::string::npos)
+        << outcome.err;
+}

@@ -103,8 +103,11 @@ TEST(MaintTar, WhatGnuTarMakesIsRead)
                 << format << packed;
         }
     }
-    ASSERT_TRUE(run_shell("tar -C " + folder.path("in") + " --format ustar -cf " + folder.path("archive") +
-                          " " + std::string(90, 'a') + "/" + std::string(90, 'b') + " 2>/dev/null || true"));
+    const std::string split = std::string(90, 'a') + "/" + std::string(90, 'b');
+    folder.put("ustar/" + split, "1");
+    ASSERT_TRUE(run_shell("tar -C " + folder.path("ustar") + " --format ustar -cf " + folder.path("archive") +
+                          " " + split));
+    EXPECT_EQ(names_in(folder.get("archive")), split);
 }
 
 TEST(MaintTar, WhatItMakesGnuTarUnpacks)
@@ -157,6 +160,10 @@ TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
               "archive is damaged: it ends amid an entry");
     EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() / 2)); }),
               "archive is damaged: it ends amid an entry");
+    for (size_t cut = 1; cut <= 8; ++cut)
+        EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() - cut)); }),
+                  "archive is damaged: it ends amid an entry")
+            << cut;
 }
 
 TEST(MaintPackage, OfTheRightFormIsTold)

@@ -2,6 +2,9 @@
 #include "maintenance_peer.h"
 #include "orvan_maint_bench.h"
 
+#include "orvan-maint/blocks.h"
+#include "orvan-maint/console.h"
+#include "orvan-maint/failure.h"
 #include "orvan-maint/tar_writer.h"
 
 #include <cjson/cJSON.h>
@@ -259,7 +262,7 @@ TEST(Maint, WithoutConsentNothingIsSent)
     }
 }
 
-TEST(Maint, AnInterruptionAtTheQuestionSendsNothing)
+TEST(Maint, AnInterruptionInTheSearchSendsNothing)
 {
     Scene scene;
     const int stop = eventfd(1, EFD_CLOEXEC);
@@ -268,6 +271,23 @@ TEST(Maint, AnInterruptionAtTheQuestionSendsNothing)
     EXPECT_TRUE(has(outcome.err, "interrupted"));
     EXPECT_TRUE(scene.model.written.empty());
     close(stop);
+}
+
+TEST(Maint, AnInterruptionAtTheQuestionIsNoConsent)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], "y\n", 2), 2);
+    const int own_input = dup(STDIN_FILENO);
+    dup2(ends[0], STDIN_FILENO);
+    const int stop = eventfd(1, EFD_CLOEXEC);
+    {
+        OutputCapture out(STDOUT_FILENO);
+        EXPECT_THROW(orvan_maint::agree({"plan"}, false, stop), orvan_maint::Interrupted);
+    }
+    dup2(own_input, STDIN_FILENO);
+    for (const int fd : {own_input, ends[0], ends[1], stop})
+        close(fd);
 }
 
 TEST(Maint, AChangeWithoutAnAnswerIsNotCalledDone)
@@ -344,6 +364,7 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
     const TestFolder folder;
     const std::string package = good_package();
     Scene scene;
+    scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", folder.put("p.tar", package)}, "y\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(scene.model.file == package);
@@ -351,9 +372,68 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
     for (const char* const line :
          {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
           "  modules: 3000 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
-          "the package has arrived whole", "the instrument has dealt with the package"})
+          "the package has arrived whole",
+          "the instrument has taken the package: its software was 1.19.145 and is 1.20.3\n"})
         EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
     EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
+{
+    const TestFolder folder;
+    Scene scene;
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5) << outcome.out;
+    EXPECT_EQ(scene.model.ended, 1);
+    EXPECT_TRUE(
+        has(outcome.out, "dealt with the package and answers again; its software is still 1.19.145\n"))
+        << outcome.out;
+    EXPECT_TRUE(has(outcome.err, "whether it has taken the package is not known")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.software_after = "1.20.3";
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "0", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_EQ(scene.model.ended, 1);
+    EXPECT_TRUE(has(outcome.err, "whether the instrument takes the package, show tells")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
+{
+    const TestFolder folder;
+    Scene scene;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    scene.answers = [stop](size_t number) {
+        if (number == 12)
+            eventfd_write(stop, 1);
+        return number < 12 ? 1 : 0;
+    };
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", folder.put("p.tar", good_package())}, "", stop);
+    EXPECT_EQ(outcome.status, 5) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "the package was sent whole")) << outcome.err;
+    EXPECT_EQ(scene.model.ended, 1);
+    close(stop);
+}
+
+TEST(Maint, UpdateAsksBeforeItEndsADownload)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.wait = "150";
+    scene.model.wait_for_block(7);
+    const MaintOutcome outcome = scene.run({"update", folder.put("p.tar", good_package())}, "n\n");
+    EXPECT_EQ(outcome.status, 6) << outcome.err;
+    EXPECT_TRUE(has(outcome.out, "be it another PC's, is ended")) << outcome.out;
+    EXPECT_TRUE(scene.model.in_transfer());
+    EXPECT_EQ(scene.model.ended, 0);
+    EXPECT_TRUE(scene.model.file.empty());
 }
 
 TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
@@ -373,6 +453,12 @@ TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
     EXPECT_EQ(scene.run({"update", "--yes", folder.put("empty", "")}).status, 3);
     EXPECT_EQ(scene.run({"update", "--yes", folder.path()}).status, 3);
     EXPECT_EQ(scene.came(), "");
+    const std::string large = folder.put("large", "x");
+    std::filesystem::resize_file(large, orvan_maint::kLargestDownload + 1);
+    outcome = scene.run({"update", "--yes", large});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_TRUE(has(outcome.err, "has 67106817 bytes; a download has at most 67106816")) << outcome.err;
+    EXPECT_EQ(scene.came(), "");
 }
 
 TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
@@ -380,6 +466,7 @@ TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
     const TestFolder folder;
     Scene scene;
     scene.model.rows['I'] = "";
+    scene.model.software_after = "1.20.3";
     EXPECT_EQ(scene.run({"update", "--yes", folder.put("p.tar", good_package())}).status, 0);
     EXPECT_EQ(scene.model.ended, 1);
 }
@@ -391,9 +478,10 @@ TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
     Scene scene;
     scene.wait = "150";
     scene.model.wait_for_block(7);
+    scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", package)});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_TRUE(has(outcome.err, "in case a download was broken off, it is ended"));
+    EXPECT_TRUE(has(outcome.err, "it may be in a download that was broken off"));
     EXPECT_TRUE(scene.model.file == package);
 }
 
@@ -440,7 +528,8 @@ TEST(Maint, ProgramTellsOfEveryModule)
     EXPECT_TRUE(scene.model.image == image);
     EXPECT_TRUE(has(outcome.out, "  modules: all 4 are programmed with "));
     EXPECT_TRUE(has(outcome.out, "module 1: is at work on the image\nmodule 1: done\nmodule 2: is at work"));
-    EXPECT_TRUE(has(outcome.out, "all modules have taken the image; restart the instrument\n"));
+    EXPECT_TRUE(
+        has(outcome.out, "all modules have taken the image; frames sent again: 0\nrestart the instrument\n"));
 }
 
 TEST(Maint, ProgramTellsWhichModuleFailed)
@@ -506,4 +595,43 @@ TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
     EXPECT_EQ(outcome.status, 6);
     EXPECT_TRUE(has(outcome.err, "the instrument waits for the rest of the image, and answers nothing else"));
     close(stop);
+}
+
+TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.module_ends = {0, 0};
+    scene.model.confirms = false;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    scene.answers = [stop](size_t number) {
+        if (number == 2) // behind the search and the only block
+            eventfd_write(stop, 1);
+        return 1;
+    };
+    const MaintOutcome outcome = scene.run({"program", "--yes", folder.put("image", "i")}, "", stop);
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_TRUE(has(outcome.err, "do not switch off yet")) << outcome.err;
+    EXPECT_FALSE(has(outcome.err, "waits for the rest")) << outcome.err;
+    close(stop);
+}
+
+TEST(Maint, SetNetworkHoldsAValueAgainstThoseThatStay)
+{
+    Scene scene;
+    scene.model.rows['G'] = "10.0.0.1";
+    EXPECT_TRUE(has(scene.run({"set-network", "--yes", "--ip", "10.1.0.9"}).out,
+                    "  careful: the gateway 10.0.0.1 is not in the network of 10.1.0.9"));
+    EXPECT_FALSE(has(scene.run({"set-network", "--yes", "--ip", "10.0.0.9"}).out, "careful"));
+}
+
+TEST(Maint, OptionsWithoutATableEndWithAReason)
+{
+    Scene scene;
+    scene.wait = "150";
+    scene.answers = [](size_t number) { return number == 0 ? 1 : 0; };
+    const MaintOutcome outcome = scene.run({"options"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(has(outcome.err, "the instrument gives no table of options")) << outcome.err;
+    EXPECT_EQ(scene.came(), "HEID HECT HECT HECT");
 }

@@ -9,7 +9,9 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <random>
+#include <utility>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_maint;
@@ -386,6 +388,43 @@ struct Stream {
 };
 
 } // namespace
+
+TEST(MaintTransfer, ArrivesWholeAtTheEdgesOfABlock)
+{
+    for (const size_t size : {1U, 1024U, 1025U}) {
+        Transfer transfer(size);
+        EXPECT_EQ(transfer.run(), kExitDone) << size;
+        transfer.expect_whole();
+        Stream stream(size);
+        EXPECT_EQ(stream.run(), kExitDone) << size;
+        EXPECT_TRUE(stream.model.image == stream.image) << size;
+    }
+}
+
+TEST(MaintStream, ItsWaitsAreLongerThanTheInstrumentsOwn)
+{
+    for (const size_t channels : {1U, 2U, 4U}) {
+        const StreamTiming timing = stream_timing(channels);
+        EXPECT_GT(timing.block.least_wait, std::chrono::seconds(2 * channels));
+        EXPECT_GT(timing.end_wait, std::chrono::seconds(10 * channels));
+        EXPECT_GT(timing.burn_silence, std::chrono::seconds(10));
+        // Of ten thousand blocks over a link that loses a tenth each way, every one comes through.
+        EXPECT_GE(timing.block.give_up, 20 * timing.block.longest_wait);
+    }
+}
+
+TEST(MaintStream, ADoubledFinalFrameDoesNotHideAModuleThatRefuses)
+{
+    Stream stream(1000);
+    stream.model.module_ends = {0, 0, 0, IF_ERROR_INV_BIN_HEADER_FORMAT};
+    stream.link.replies = [first = true](const HALDE_PACKET& frame, size_t) mutable {
+        return frame.size == 0xFFFF && std::exchange(first, false) ? 2 : 1;
+    };
+    EXPECT_EQ(stream.run(), kExitDone);
+    EXPECT_EQ(std::count(stream.result.modules.begin(), stream.result.modules.end(),
+                         IF_ERROR_INV_BIN_HEADER_FORMAT),
+              1);
+}
 
 TEST(MaintStream, BringsTheImageAndTellsOfEachModule)
 {
