@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <fcntl.h>
+#include <fstream>
 #include <limits>
+#include <string>
 #include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
@@ -174,16 +176,26 @@ TEST_F(LoadDatabase, ItsDescriptorIsClosedOnlyOnSuccess)
     EXPECT_EQ(open_descriptors(), before + 1);
 }
 
+/** Whether the process has the object's bytes, also when its name has gone. */
+bool is_mapped()
+{
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("/orvanData") != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
 TEST_F(LoadDatabase, TheDestructorUnmapsAndRemovesTheObject)
 {
     orvanx->setNumberofChannels(4);
     ASSERT_EQ(orvanx->load_database(0), 0);
-    uint8_t* const mapped = orvanx->get_channelDB(1);
+    ASSERT_TRUE(is_mapped());
     delete orvanx;
     SCPI_Deinit(&scpi_context);
     EXPECT_EQ(files.object_size(), -1);
-    unsigned char resident[2];
-    EXPECT_NE(mincore(mapped, 4 * 1816, resident), 0) << "still mapped";
+    EXPECT_FALSE(is_mapped());
     orvanx = Scpi_Orvanx::getInstance();
     speak_as(client);
 }
