@@ -36,12 +36,21 @@ void Instance::announce_ready()
                 m_model.channels == 1 ? "" : "s", m_modules.size(), m_modules.size() == 1 ? "" : "s");
     std::printf("  SCPI         TCP %s:%d", kLoopback, port);
     if (m_ground->has_sandbox()) {
+        m_lan_address = lan_address();
         std::printf(", and %s, port of its settings, from its LAN (orvan-sim exec --in lan)\n",
-                    kControllerLanAddress);
+                    m_lan_address.c_str());
         std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
     std::printf("  stop         Ctrl-C, or kill %d\n", getpid());
+}
+
+void Instance::announce_new_address()
+{
+    const std::string address = m_ground->has_sandbox() ? lan_address() : m_lan_address;
+    if (std::exchange(m_lan_address, address) != address) {
+        std::printf("its address on the LAN is now %s\n", address.c_str());
+    }
 }
 
 void Instance::read_notifications()
@@ -55,6 +64,7 @@ void Instance::read_notifications()
             m_deadline = Clock::time_point::max();
             if (std::exchange(m_announced, true)) {
                 std::puts("the service is ready again");
+                announce_new_address();
             } else {
                 announce_ready();
             }

@@ -71,6 +71,8 @@ private:
     bool tell_others();
     // instance.cpp: life
     void announce_ready();
+    void announce_new_address();
+    std::string lan_address() const;
     void read_notifications();
     void reboot();
     std::optional<int> note_ended();
@@ -105,6 +107,8 @@ private:
     orvan_sandbox::UniqueFd m_reboots;
     orvan_sandbox::UniqueFd m_power_switches;
     orvan_sandbox::UniqueFd m_control;
+    orvan_sandbox::UniqueFd m_controller_network; ///< a socket in it, to look at its interfaces
+    std::string m_lan_address;                    ///< as it was announced last
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;

@@ -227,12 +227,25 @@ Result<bool> Instance::start_relay()
         return error;
     }
     m_options.maintenance_port = port_of(outer.get());
-    m_relay.emplace(std::move(outer), [this] {
-        Result<UniqueFd> server = m_ground->sandbox()->make_descriptor(
-            Role::lan(), [] { return connect_udp(kControllerLanAddress, kMaintenancePort); });
-        return server ? server->release() : -1;
-    });
+    Result<UniqueFd> controller =
+        m_ground->sandbox()->make_descriptor(Role::controller(), [] { return bind_udp("0.0.0.0", 0); });
+    if (!controller) {
+        return controller.error();
+    }
+    m_controller_network = std::move(*controller);
+    m_relay.emplace(
+        std::move(outer), [this] { return lan_address(); },
+        [this](const std::string& address) {
+            Result<UniqueFd> server = m_ground->sandbox()->make_descriptor(
+                Role::lan(), [&] { return connect_udp(address, kMaintenancePort); });
+            return server ? server->release() : -1;
+        });
     return true;
+}
+
+std::string Instance::lan_address() const
+{
+    return interface_address(m_controller_network.get(), kLanInterface);
 }
 
 fs::path Instance::module_socket(int number) const

@@ -5,8 +5,10 @@
 #include <cstring>
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -101,6 +103,20 @@ int port_of(int fd)
         return 0;
     }
     return ntohs(address.sin_port);
+}
+
+std::string interface_address(int fd, const std::string& interface)
+{
+    ifreq request = {};
+    interface.copy(request.ifr_name, IFNAMSIZ - 1);
+    if (ioctl(fd, SIOCGIFADDR, &request) != 0) {
+        return {};
+    }
+    sockaddr_in address = {};
+    std::memcpy(&address, &request.ifr_addr, sizeof address);
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return text;
 }
 
 int listen_unix(const std::filesystem::path& path)

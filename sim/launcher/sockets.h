@@ -21,6 +21,9 @@ int connect_udp(const std::string& address, int port);
 /// Port that a socket is bound to; 0 when it is not.
 int port_of(int fd);
 
+/// IPv4 address of an interface in the network that the socket was made in; empty while it has none.
+std::string interface_address(int fd, const std::string& interface);
+
 /// Sockets at a path; whatever stands there is replaced. The path has to be shorter than 108 bytes.
 int listen_unix(const std::filesystem::path& path);
 int bind_unix_datagrams(const std::filesystem::path& path);

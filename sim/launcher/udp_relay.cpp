@@ -17,8 +17,9 @@ constexpr int kDatagramsInOneGo = 32;
 
 } // namespace
 
-UdpRelay::UdpRelay(UniqueFd outer, std::function<int()> connect)
-    : m_outer(std::move(outer)), m_connect(std::move(connect))
+UdpRelay::UdpRelay(UniqueFd outer, std::function<std::string()> where,
+                   std::function<int(const std::string&)> connect)
+    : m_outer(std::move(outer)), m_where(std::move(where)), m_connect(std::move(connect))
 {
 }
 
@@ -63,8 +64,13 @@ UdpRelay::Client* UdpRelay::client_at(const sockaddr_in& address)
         return client.address.sin_port == address.sin_port &&
                client.address.sin_addr.s_addr == address.sin_addr.s_addr;
     });
+    const std::string server_address = m_where();
+    if (found != m_clients.end() && found->server_address != server_address) {
+        m_clients.erase(found);
+        found = m_clients.end();
+    }
     if (found == m_clients.end()) {
-        UniqueFd server(m_connect());
+        UniqueFd server(server_address.empty() ? -1 : m_connect(server_address));
         if (!server) {
             return nullptr;
         }
@@ -73,7 +79,7 @@ UdpRelay::Client* UdpRelay::client_at(const sockaddr_in& address)
                 std::min_element(m_clients.begin(), m_clients.end(),
                                  [](const Client& a, const Client& b) { return a.last_used < b.last_used; }));
         }
-        found = m_clients.insert(m_clients.end(), Client{address, std::move(server), 0});
+        found = m_clients.insert(m_clients.end(), Client{address, std::move(server), server_address, 0});
     }
     found->last_used = ++m_uses;
     return &*found;

@@ -3,6 +3,7 @@
 #include "orvan_sandbox/unique_fd.h"
 
 #include <functional>
+#include <string>
 #include <vector>
 
 #include <netinet/in.h>
@@ -12,14 +13,17 @@ namespace orvan_launcher {
 
 /// Carries datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
 /// a socket of its own towards the server, so that replies find their way back; of too many clients, the one
-/// that has been quiet the longest gives its place up.
+/// that has been quiet the longest gives its place up. When the server has got another address, clients find
+/// it there with their next datagram.
 class UdpRelay {
 public:
     static constexpr size_t kMaxClients = 32;
 
     /// \param outer    bound socket on the host
-    /// \param connect  makes a socket that is connected to the server; negative when it cannot
-    UdpRelay(orvan_sandbox::UniqueFd outer, std::function<int()> connect);
+    /// \param where    the server's address; empty while it has none
+    /// \param connect  makes a socket that is connected to the server there; negative when it cannot
+    UdpRelay(orvan_sandbox::UniqueFd outer, std::function<std::string()> where,
+             std::function<int(const std::string&)> connect);
 
     /// Adds the descriptors to wait for.
     void add_to(std::vector<pollfd>& waiting) const;
@@ -30,12 +34,14 @@ private:
     struct Client {
         sockaddr_in address;
         orvan_sandbox::UniqueFd server;
+        std::string server_address;
         unsigned long last_used;
     };
     Client* client_at(const sockaddr_in& address);
 
     orvan_sandbox::UniqueFd m_outer;
-    std::function<int()> m_connect;
+    std::function<std::string()> m_where;
+    std::function<int(const std::string&)> m_connect;
     std::vector<Client> m_clients;
     unsigned long m_uses = 0;
 };

@@ -157,7 +157,10 @@ TEST(MaintenanceTool, MovesAnInstrumentToAnotherAddress)
     EXPECT_THAT(changed.output, HasSubstr("  the instrument will answer at 10.0.0.9\n"));
     EXPECT_THAT(tool(instrument, {"discover"}).output,
                 HasSubstr("10.0.0.9  02:00:0a:00:00:02  OVX3652B  100001"));
+    // The way from the host goes along.
+    EXPECT_EQ(tool_through(maintenance_port(instrument), {"show"}).status, 0);
     ASSERT_TRUE(instrument.reboot());
+    EXPECT_TRUE(instrument.wait_for_output("its address on the LAN is now 10.0.0.9\n"));
     const Outcome shown = tool(instrument, {"show", "--address", "10.0.0.9"});
     EXPECT_THAT(shown.output, HasSubstr("IP address        10.0.0.9\n"));
     EXPECT_THAT(shown.output, HasSubstr("DHCP              OFF\n"));

@@ -16,13 +16,16 @@ struct Bench {
     UniqueFd server{bind_udp("127.0.0.1", 0)};
     int port = 0;
     int connections = 0;
+    std::string address = "127.0.0.1"; ///< of the server
     UdpRelay relay;
 
     Bench()
-        : relay(make_outer(), [this] {
-              ++connections;
-              return connect_udp("127.0.0.1", port_of(server.get()));
-          })
+        : relay(
+              make_outer(), [this] { return address; },
+              [this](const std::string& to) {
+                  ++connections;
+                  return connect_udp(to, port_of(server.get()));
+              })
     {
     }
 
@@ -128,4 +131,49 @@ TEST(UdpRelay, TheClientThatWasQuietTheLongestGivesItsPlaceUp)
     EXPECT_EQ(bench.connections, static_cast<int>(UdpRelay::kMaxClients) + 1);
     talk(clients[1]);
     EXPECT_EQ(bench.connections, static_cast<int>(UdpRelay::kMaxClients) + 2);
+}
+
+TEST(UdpRelay, ClientsFindAServerThatHasGotAnotherAddress)
+{
+    Bench bench;
+    const UniqueFd client = bench.client();
+    sockaddr_in way = {};
+    say(client.get(), "before");
+    bench.work();
+    EXPECT_EQ(receive(bench.server.get(), way), "before");
+    const int port = port_of(bench.server.get());
+    bench.server.reset();
+    bench.server.reset(bind_udp("127.0.0.9", port));
+    bench.address = "127.0.0.9";
+    say(client.get(), "after");
+    bench.work();
+    ASSERT_EQ(receive(bench.server.get(), way), "after");
+    answer(bench.server.get(), "reply", way);
+    bench.work();
+    sockaddr_in from = {};
+    EXPECT_EQ(receive(client.get(), from), "reply");
+    EXPECT_EQ(bench.connections, 2);
+}
+
+TEST(UdpRelay, AServerWithoutAnAddressGetsNothingUntilItHasOneAgain)
+{
+    Bench bench;
+    const UniqueFd client = bench.client();
+    sockaddr_in way = {};
+    bench.address = "";
+    say(client.get(), "lost");
+    bench.work();
+    EXPECT_EQ(receive(bench.server.get(), way), "(nothing)");
+    bench.address = "127.0.0.1";
+    say(client.get(), "arrives");
+    bench.work();
+    EXPECT_EQ(receive(bench.server.get(), way), "arrives");
+}
+
+TEST(Sockets, TellTheAddressOfAnInterface)
+{
+    const UniqueFd any(bind_udp("127.0.0.1", 0));
+    EXPECT_EQ(interface_address(any.get(), "lo"), "127.0.0.1");
+    EXPECT_EQ(interface_address(any.get(), "nowhere0"), "");
+    EXPECT_EQ(interface_address(any.get(), "a-name-that-no-interface-can-have"), "");
 }
