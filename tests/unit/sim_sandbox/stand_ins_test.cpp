@@ -151,16 +151,30 @@ TEST(StandIns, TheUpdateUnitInstallsLeavesWordAndRestarts)
     EXPECT_EQ(calls(state), "systemctl start orvan-upgrade.service\norvan-upgrade.service\nreboot\n");
 }
 
+TEST(StandIns, TheUpdateUnitReplacesAProgramThatRuns)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    EXPECT_EQ(shell(sandbox, Role::controller(),
+                    "bin=$ORVAN_STATE/installed/bin; mkdir -p $bin && cp /bin/sleep $bin/program;"
+                    "$bin/program 30 & pid=$!;"
+                    "until [ $(readlink /proc/$pid/exe) = $bin/program ]; do sleep 0.01; done;"
+                    "cd /home/orvan/halde/upgrade && mkdir -p patch/bin && echo new >patch/bin/program &&"
+                    "echo $PWD/patch >upgrade_init_done.txt && systemctl start orvan-upgrade.service 2>&1;"
+                    "echo $?; kill $pid"),
+              "0\n");
+    EXPECT_EQ(content_of(state.path() / "installed/bin/program"), "new\n");
+}
+
 TEST(StandIns, TheUpdateUnitFailsWithNothingToInstall)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     const std::string start = "systemctl start orvan-upgrade.service 2>&1; echo $?";
-    EXPECT_EQ(shell(sandbox, Role::controller(), start),
-              "orvan-upgrade.service: no update is announced\n1\n");
+    EXPECT_EQ(shell(sandbox, Role::controller(), start), "orvan-upgrade: no update is announced\n1\n");
     EXPECT_EQ(shell(sandbox, Role::controller(),
                     "echo /home/orvan/none >/home/orvan/halde/upgrade/upgrade_init_done.txt;" + start),
-              "orvan-upgrade.service: there is no folder '/home/orvan/none'\n1\n");
+              "orvan-upgrade: there is no folder '/home/orvan/none'\n1\n");
     EXPECT_FALSE(std::filesystem::exists(state.path() / "halde/upgrade/upgrade_delete_ver_ready.txt"));
     EXPECT_EQ(calls(state).find("reboot"), std::string::npos);
 }
