@@ -51,8 +51,8 @@ constexpr std::chrono::milliseconds kCoarseStep{20};
 
 } // namespace
 
-ClientSession::ClientSession(FileDescriptor socket, MessageSink& sink, TurnQueue& turns,
-                             LargeBufferPool& pool, const SessionLimits& limits)
+ClientSession::ClientSession(UniqueFd socket, MessageSink& sink, TurnQueue& turns, LargeBufferPool& pool,
+                             const SessionLimits& limits)
     : m_socket(std::move(socket)), m_sink(sink), m_turns(turns), m_limits(limits), m_buffer(pool)
 {
     const int fd = m_socket.get();

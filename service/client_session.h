@@ -1,10 +1,10 @@
 #ifndef ORVAN_SERVICE_CLIENT_SESSION_H
 #define ORVAN_SERVICE_CLIENT_SESSION_H
 
-#include "file_descriptor.h"
 #include "message_buffer.h"
 #include "message_sink.h"
 #include "turn_queue.h"
+#include <unique_fd.h>
 
 #include <atomic>
 #include <chrono>
@@ -31,7 +31,7 @@ struct SessionLimits {
  */
 class ClientSession {
 public:
-    ClientSession(FileDescriptor socket, MessageSink& sink, TurnQueue& turns, LargeBufferPool& pool,
+    ClientSession(UniqueFd socket, MessageSink& sink, TurnQueue& turns, LargeBufferPool& pool,
                   const SessionLimits& limits);
 
     /** Serves the client until it leaves or end() is called; on the client's own thread. */
@@ -47,7 +47,7 @@ private:
     void refuse_overrun();
     bool has_room_for_reply(std::chrono::milliseconds patience) const;
 
-    const FileDescriptor m_socket;
+    const UniqueFd m_socket;
     MessageSink& m_sink;
     TurnQueue& m_turns;
     const SessionLimits m_limits;

@@ -21,9 +21,9 @@ constexpr uint8_t kRemoteCode = 0xff;
 // Pause when the process has no descriptor left: the connection stays pending, so poll() would not wait.
 constexpr int kOutOfDescriptorsPauseMs = 100;
 
-FileDescriptor make_event()
+UniqueFd make_event()
 {
-    FileDescriptor event(::eventfd(0, EFD_CLOEXEC));
+    UniqueFd event(::eventfd(0, EFD_CLOEXEC));
     if (!event) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
@@ -32,7 +32,7 @@ FileDescriptor make_event()
 
 } // namespace
 
-FrontPanel::FrontPanel(FileDescriptor listener, Execute execute, std::chrono::milliseconds patience)
+FrontPanel::FrontPanel(UniqueFd listener, Execute execute, std::chrono::milliseconds patience)
     : m_listener(std::move(listener)), m_execute(std::move(execute)), m_patience(patience),
       m_end(make_event()), m_thread([this] { run(); })
 {
@@ -63,7 +63,7 @@ void FrontPanel::run()
         if (::poll(waiting, 2, -1) <= 0 || waiting[0].revents != 0) {
             continue;
         }
-        const FileDescriptor connection(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const UniqueFd connection(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (connection) {
             serve(connection);
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
@@ -73,7 +73,7 @@ void FrontPanel::run()
     }
 }
 
-void FrontPanel::serve(const FileDescriptor& connection)
+void FrontPanel::serve(const UniqueFd& connection)
 {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + m_patience;

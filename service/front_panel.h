@@ -1,7 +1,7 @@
 #ifndef ORVAN_SERVICE_FRONT_PANEL_H
 #define ORVAN_SERVICE_FRONT_PANEL_H
 
-#include "file_descriptor.h"
+#include <unique_fd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -28,7 +28,7 @@ public:
     using Execute = std::function<std::string(const std::string& message)>;
 
     /** @param patience for how long a connection may stay open before it is given up */
-    FrontPanel(FileDescriptor listener, Execute execute,
+    FrontPanel(UniqueFd listener, Execute execute,
                std::chrono::milliseconds patience = std::chrono::seconds(1));
     /** Waits for the key that is at work. */
     ~FrontPanel();
@@ -40,14 +40,14 @@ public:
 
 private:
     void run();
-    void serve(const FileDescriptor& connection);
+    void serve(const UniqueFd& connection);
     void obey(uint8_t code);
     bool ended(int timeout_ms) const;
 
-    const FileDescriptor m_listener;
+    const UniqueFd m_listener;
     const Execute m_execute;
     const std::chrono::milliseconds m_patience;
-    const FileDescriptor m_end; // an event descriptor
+    const UniqueFd m_end; // an event descriptor
     std::thread m_thread;
 };
 

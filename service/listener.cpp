@@ -51,11 +51,11 @@ Address make_address(const std::string& text, uint16_t port)
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-FileDescriptor open_listener(const std::string& text, uint16_t port)
+UniqueFd open_listener(const std::string& text, uint16_t port)
 {
     Address address = make_address(text, port);
     const std::string what = "cannot listen on " + text + " port " + std::to_string(port);
-    FileDescriptor socket(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    UniqueFd socket(::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) {
         fail(what);
     }
@@ -100,15 +100,15 @@ long number_from(const char* variable, const char* text)
 
 } // namespace
 
-std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t port)
+std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port)
 {
-    std::vector<FileDescriptor> listeners;
+    std::vector<UniqueFd> listeners;
     if (!address.empty()) {
         listeners.push_back(open_listener(address, port));
         return listeners;
     }
     listeners.push_back(open_listener("0.0.0.0", port));
-    if (FileDescriptor probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)); !probe) {
+    if (UniqueFd probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)); !probe) {
         ::syslog(LOG_NOTICE, "no IPv6 on this machine");
         return listeners;
     }
@@ -121,11 +121,11 @@ std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t 
     return listeners;
 }
 
-std::vector<FileDescriptor> inherited_listeners()
+std::vector<UniqueFd> inherited_listeners()
 {
     const char* const pid = std::getenv("LISTEN_PID");
     const char* const fds = std::getenv("LISTEN_FDS");
-    std::vector<FileDescriptor> listeners;
+    std::vector<UniqueFd> listeners;
     if (!pid || !fds || number_from("LISTEN_PID", pid) != ::getpid()) {
         return listeners;
     }

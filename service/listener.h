@@ -1,7 +1,7 @@
 #ifndef ORVAN_SERVICE_LISTENER_H
 #define ORVAN_SERVICE_LISTENER_H
 
-#include "file_descriptor.h"
+#include <unique_fd.h>
 
 #include <cstdint>
 #include <string>
@@ -20,7 +20,7 @@ namespace orvan_service {
  * @param port 0 takes a free one, the same for both.
  * @throws std::runtime_error with a text for the user.
  */
-std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t port);
+std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port);
 
 /**
  * Takes the listening sockets that the parent process passed as descriptors 3 and up, as counted by
@@ -29,7 +29,7 @@ std::vector<FileDescriptor> open_listeners(const std::string& address, uint16_t 
  * @return empty when none were passed to this process.
  * @throws std::runtime_error when the variables make no sense or a descriptor is not a listening socket.
  */
-std::vector<FileDescriptor> inherited_listeners();
+std::vector<UniqueFd> inherited_listeners();
 
 /** "127.0.0.1:5025" or "[::1]:5025": where a listening socket can be reached. */
 std::string local_address(int socket);

@@ -64,7 +64,7 @@ bool may_reach_modules([[maybe_unused]] const Options& options)
 template <class Start>
 void start_or_leave(int stop, Start start)
 {
-    const FileDescriptor done(::eventfd(0, EFD_CLOEXEC));
+    const UniqueFd done(::eventfd(0, EFD_CLOEXEC));
     std::thread starter([&] {
         start();
         const uint64_t one = 1;
@@ -94,7 +94,7 @@ void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_cl
     }
 }
 
-std::vector<FileDescriptor> open_own(const Options& options, uint16_t port)
+std::vector<UniqueFd> open_own(const Options& options, uint16_t port)
 {
     auto listeners = open_listeners(options.address, options.port.value_or(port));
     for (const auto& listener : listeners) {

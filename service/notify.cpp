@@ -1,6 +1,6 @@
 #include "notify.h"
 
-#include "file_descriptor.h"
+#include <unique_fd.h>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -30,7 +30,7 @@ bool notify(const char* state)
     if (name[0] == '@') {
         address.sun_path[0] = '\0';
     }
-    const FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
     if (::sendto(socket.get(), state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),
                  size) < 0) {

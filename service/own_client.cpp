@@ -9,9 +9,9 @@
 
 namespace orvan_service {
 
-OwnClient::OwnClient(std::span<const FileDescriptor> listeners)
+OwnClient::OwnClient(std::span<const UniqueFd> listeners)
 {
-    for (const FileDescriptor& listener : listeners) {
+    for (const UniqueFd& listener : listeners) {
         sockaddr_in address{};
         socklen_t size = sizeof address;
         if (::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
@@ -26,10 +26,10 @@ OwnClient::OwnClient(std::span<const FileDescriptor> listeners)
 }
 
 // A listener may have been made in another network than ours, where its address leads to nothing.
-FileDescriptor OwnClient::connect_to_server() const
+UniqueFd OwnClient::connect_to_server() const
 {
     for (const sockaddr_in& address : m_addresses) {
-        FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (socket &&
             ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
             return socket;
@@ -42,7 +42,7 @@ std::string OwnClient::ask(const std::string& message, std::chrono::milliseconds
 {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + patience;
-    const FileDescriptor socket = connect_to_server();
+    const UniqueFd socket = connect_to_server();
     const std::string line = message + '\n';
     std::string reply;
     if (!socket || ::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) {

@@ -1,7 +1,7 @@
 #ifndef ORVAN_SERVICE_OWN_CLIENT_H
 #define ORVAN_SERVICE_OWN_CLIENT_H
 
-#include "file_descriptor.h"
+#include <unique_fd.h>
 
 #include <netinet/in.h>
 
@@ -19,7 +19,7 @@ namespace orvan_service {
 class OwnClient {
 public:
     /** @param listeners those of the SCPI server; only the IPv4 ones are of use. They need not stay open. */
-    explicit OwnClient(std::span<const FileDescriptor> listeners);
+    explicit OwnClient(std::span<const UniqueFd> listeners);
 
     /**
      * Sends one program message over a connection of its own. Blocks, at most `patience` for the reply.
@@ -30,7 +30,7 @@ public:
     std::string ask(const std::string& message, std::chrono::milliseconds patience) const;
 
 private:
-    FileDescriptor connect_to_server() const;
+    UniqueFd connect_to_server() const;
 
     std::vector<sockaddr_in> m_addresses;
 };

@@ -1,7 +1,7 @@
 #ifndef ORVAN_SERVICE_PROCESS_H
 #define ORVAN_SERVICE_PROCESS_H
 
-#include "file_descriptor.h"
+#include <unique_fd.h>
 
 #include <cstddef>
 
@@ -41,7 +41,7 @@ public:
     static void request();
 
 private:
-    FileDescriptor m_event;
+    UniqueFd m_event;
 };
 
 } // namespace orvan_service

@@ -30,12 +30,12 @@ void clear_event(int fd)
 
 } // namespace
 
-Server::Client::Client(FileDescriptor socket, Server& server)
+Server::Client::Client(UniqueFd socket, Server& server)
     : session(std::move(socket), server.m_sink, server.m_turns, server.m_pool, server.m_limits.session)
 {
 }
 
-Server::Server(std::vector<FileDescriptor> listeners, MessageSink& sink, const ServerLimits& limits)
+Server::Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerLimits& limits)
     : m_sink(sink), m_limits(limits), m_listeners(std::move(listeners)),
       m_reap(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_pool(limits.max_message),
       m_turns(limits.max_clients)
@@ -83,7 +83,7 @@ void Server::run(int stop)
 
 void Server::accept_client(int listener)
 {
-    FileDescriptor socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    UniqueFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket) {
         serve(std::move(socket));
         return;
@@ -101,7 +101,7 @@ void Server::accept_client(int listener)
     }
 }
 
-void Server::serve(FileDescriptor socket)
+void Server::serve(UniqueFd socket)
 {
     const std::lock_guard lock(m_mutex);
     if (m_active.size() >= m_limits.max_clients) {
@@ -120,7 +120,7 @@ void Server::serve(FileDescriptor socket)
     }
 }
 
-void Server::refuse(const FileDescriptor& socket, const char* reason)
+void Server::refuse(const UniqueFd& socket, const char* reason)
 {
     ::syslog(LOG_WARNING, "client refused: %s", reason);
     const std::string reply = std::string("-ERR ") + reason + ";+OK\r\n";

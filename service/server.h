@@ -26,7 +26,7 @@ struct ServerLimits {
  */
 class Server {
 public:
-    Server(std::vector<FileDescriptor> listeners, MessageSink& sink, const ServerLimits& limits);
+    Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerLimits& limits);
     /** Ends without a limit of time; call end() before to have one. */
     ~Server();
     Server(const Server&) = delete;
@@ -50,22 +50,22 @@ public:
 
 private:
     struct Client {
-        Client(FileDescriptor socket, Server& server);
+        Client(UniqueFd socket, Server& server);
         ClientSession session;
         std::thread thread;
     };
     using Clients = std::list<Client>;
 
     void accept_client(int listener);
-    void serve(FileDescriptor socket);
-    void refuse(const FileDescriptor& socket, const char* reason);
+    void serve(UniqueFd socket);
+    void refuse(const UniqueFd& socket, const char* reason);
     void finished(Clients::iterator client);
     void reap();
 
     MessageSink& m_sink;
     const ServerLimits m_limits;
-    std::vector<FileDescriptor> m_listeners;
-    FileDescriptor m_reap; // an event descriptor: a client's thread is done
+    std::vector<UniqueFd> m_listeners;
+    UniqueFd m_reap; // an event descriptor: a client's thread is done
     LargeBufferPool m_pool;
     TurnQueue m_turns;
 

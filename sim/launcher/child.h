@@ -1,6 +1,6 @@
 #pragma once
 
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <chrono>
 #include <string>
@@ -37,7 +37,7 @@ public:
 
 private:
     pid_t m_pid = -1;
-    orvan_sandbox::UniqueFd m_pidfd;
+    UniqueFd m_pidfd;
     int m_status = 0;
 };
 

@@ -1,13 +1,11 @@
 #pragma once
 
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <filesystem>
 #include <string>
 
 namespace orvan_launcher {
-
-using orvan_sandbox::UniqueFd;
 
 /// Each returns an open descriptor with close-on-exec, or a negative one with errno set.
 

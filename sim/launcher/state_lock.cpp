@@ -7,8 +7,6 @@
 
 namespace orvan_launcher {
 
-using orvan_sandbox::UniqueFd;
-
 namespace {
 
 std::filesystem::path lock_file(const std::filesystem::path& state)

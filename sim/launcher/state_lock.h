@@ -1,6 +1,6 @@
 #pragma once
 
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <filesystem>
 
@@ -9,7 +9,7 @@ namespace orvan_launcher {
 /// Takes the lock of a state directory for as long as the descriptor is open. The kernel lets go of it when
 /// the launcher dies in whatever way, so that the lock alone tells a running instance. Negative with errno
 /// EWOULDBLOCK when another process has it.
-orvan_sandbox::UniqueFd lock_state(const std::filesystem::path& state);
+UniqueFd lock_state(const std::filesystem::path& state);
 
 /// True while a launcher holds the lock of that state directory.
 bool is_running(const std::filesystem::path& state);

@@ -6,8 +6,6 @@
 
 namespace orvan_launcher {
 
-using orvan_sandbox::UniqueFd;
-
 namespace {
 
 constexpr size_t kLargestDatagram = 65536;

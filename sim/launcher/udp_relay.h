@@ -1,6 +1,6 @@
 #pragma once
 
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <functional>
 #include <string>
@@ -22,7 +22,7 @@ public:
     /// \param outer    bound socket on the host
     /// \param where    the server's address; empty while it has none
     /// \param connect  makes a socket that is connected to the server there; negative when it cannot
-    UdpRelay(orvan_sandbox::UniqueFd outer, std::function<std::string()> where,
+    UdpRelay(UniqueFd outer, std::function<std::string()> where,
              std::function<int(const std::string&)> connect);
 
     /// Adds the descriptors to wait for.
@@ -33,13 +33,13 @@ public:
 private:
     struct Client {
         sockaddr_in address;
-        orvan_sandbox::UniqueFd server;
+        UniqueFd server;
         std::string server_address;
         unsigned long last_used;
     };
     Client* client_at(const sockaddr_in& address);
 
-    orvan_sandbox::UniqueFd m_outer;
+    UniqueFd m_outer;
     std::function<std::string()> m_where;
     std::function<int(const std::string&)> m_connect;
     std::vector<Client> m_clients;

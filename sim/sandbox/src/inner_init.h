@@ -1,7 +1,7 @@
 #pragma once
 
 #include "orvan_sandbox/error.h"
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <filesystem>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "ip_program.h"
 
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <cerrno>
 #include <cstdlib>

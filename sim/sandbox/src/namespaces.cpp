@@ -1,7 +1,7 @@
 #include "namespaces.h"
 
-#include "orvan_sandbox/unique_fd.h"
 #include "setup_report.h"
+#include <unique_fd.h>
 
 #include <cerrno>
 #include <csignal>

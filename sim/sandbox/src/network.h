@@ -1,7 +1,7 @@
 #pragma once
 
 #include "failure.h"
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <vector>
 

@@ -79,11 +79,11 @@ protected:
             std::move(listener), [this](const std::string& message) { return commands.execute(message); },
             patience);
     }
-    FileDescriptor connect() const { return FileDescriptor(connect_to_loopback("127.0.0.1", port)); }
+    UniqueFd connect() const { return UniqueFd(connect_to_loopback("127.0.0.1", port)); }
     /** A connection with these bytes, closed at once. */
     void deliver(const std::string& bytes) const
     {
-        const FileDescriptor connection = connect();
+        const UniqueFd connection = connect();
         EXPECT_EQ(::send(connection.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
     }
@@ -169,7 +169,7 @@ TEST_F(FrontPanelTest, AConnectionThatCarriesNoCodeOrTooManyIsLeftAlone)
 
 TEST_F(FrontPanelTest, ACodeCountsWhenItsConnectionEndsAndNotBefore)
 {
-    const FileDescriptor connection = connect();
+    const UniqueFd connection = connect();
     const char code = static_cast<char>(kPreset);
     ASSERT_EQ(::send(connection.get(), &code, 1, 0), 1);
     ::shutdown(connection.get(), SHUT_WR); // half closed is ended
@@ -180,7 +180,7 @@ TEST_F(FrontPanelTest, ACodeCountsWhenItsConnectionEndsAndNotBefore)
 TEST_F(FrontPanelTest, AConnectionThatDoesNotEndKeepsTheOthersWaitingForItsPatienceOnly)
 {
     start(std::chrono::milliseconds(50));
-    const FileDescriptor silent = connect();
+    const UniqueFd silent = connect();
     type(kPreset);
     EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: a connection that does not end"));
     ASSERT_TRUE(commands.wait_for(1));
@@ -200,10 +200,10 @@ TEST_F(FrontPanelTest, AConnectionThatIsResetIsLeftAlone)
 
 TEST_F(FrontPanelTest, AfterItsEndItTakesNoMore)
 {
-    const FileDescriptor open_at_the_end = connect();
+    const UniqueFd open_at_the_end = connect();
     panel->end();
     panel.reset();
-    const FileDescriptor late = connect();
+    const UniqueFd late = connect();
     EXPECT_FALSE(late);
     EXPECT_TRUE(commands.messages().empty());
     EXPECT_TRUE(log.lines().empty());
@@ -236,7 +236,7 @@ TEST_F(FrontPanelTest, LeavesNoDescriptorsBehind)
 
 TEST_F(FrontPanelTest, OutOfDescriptorsItTellsAndGoesOnLater)
 {
-    const FileDescriptor client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));

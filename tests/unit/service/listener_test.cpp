@@ -30,7 +30,7 @@ bool machine_has_ipv6()
     sockaddr_in6 address{};
     address.sin6_family = AF_INET6;
     address.sin6_addr = in6addr_loopback;
-    const FileDescriptor socket(::socket(AF_INET6, SOCK_STREAM, 0));
+    const UniqueFd socket(::socket(AF_INET6, SOCK_STREAM, 0));
     return ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -40,7 +40,7 @@ void set_listen_variables(const std::string& pid, const std::string& fds)
     ::setenv("LISTEN_FDS", fds.c_str(), 1);
 }
 
-std::string complaint_of(std::vector<FileDescriptor> (*action)())
+std::string complaint_of(std::vector<UniqueFd> (*action)())
 {
     try {
         action();
@@ -155,7 +155,7 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesGo)
 
 TEST(InheritedListeners, ADescriptorThatDoesNotListenIsRefused)
 {
-    const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(::dup2(socket.get(), 3), 3);
     set_listen_variables(std::to_string(::getpid()), "1");
     EXPECT_EQ(complaint_of(inherited_listeners), "descriptor 3 of LISTEN_FDS is not a listening socket");

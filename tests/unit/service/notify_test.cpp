@@ -1,7 +1,7 @@
 #include "service/notify.h"
 
-#include "service/file_descriptor.h"
 #include "support/log_capture.h"
+#include <unique_fd.h>
 
 #include <gtest/gtest.h>
 
@@ -17,9 +17,9 @@ using namespace orvan_service;
 namespace {
 
 // A datagram socket bound to a name; a leading '@' makes it abstract.
-FileDescriptor bound_to(const std::string& name)
+UniqueFd bound_to(const std::string& name)
 {
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM, 0));
+    UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, name.data(), name.size());
@@ -32,7 +32,7 @@ FileDescriptor bound_to(const std::string& name)
     return socket;
 }
 
-std::string datagram(const FileDescriptor& socket)
+std::string datagram(const UniqueFd& socket)
 {
     char text[100];
     const ssize_t n = ::recv(socket.get(), text, sizeof text, MSG_DONTWAIT);

@@ -19,7 +19,7 @@ namespace {
 
 class OwnClientTest : public ::testing::Test {
 protected:
-    std::vector<FileDescriptor> listeners = open_listeners("127.0.0.1", 0);
+    std::vector<UniqueFd> listeners = open_listeners("127.0.0.1", 0);
     OwnClient client{listeners};
 
     /** Serves one connection: reads a line, sends the pieces, closes. */
@@ -28,7 +28,7 @@ protected:
         return std::thread([this, pieces] {
             pollfd waiting{listeners[0].get(), POLLIN, 0}; // it does not block
             ::poll(&waiting, 1, 10000);
-            const FileDescriptor socket(::accept(listeners[0].get(), nullptr, nullptr));
+            const UniqueFd socket(::accept(listeners[0].get(), nullptr, nullptr));
             sockaddr_in peer{};
             socklen_t size = sizeof peer;
             ::getpeername(socket.get(), reinterpret_cast<sockaddr*>(&peer), &size);
@@ -76,14 +76,14 @@ TEST_F(OwnClientTest, WithoutAServerThereIsNoReply)
 TEST_F(OwnClientTest, PassesOverListenersThatLeadNowhereAndReachesOneForAllAddresses)
 {
     // Bound, as one in another network looks from here, but nobody is there.
-    std::vector<FileDescriptor> several;
+    std::vector<UniqueFd> several;
     several.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     ASSERT_EQ(::bind(several[0].get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     listeners = open_listeners("", 0); // IPv6 too, where there is any
-    for (const FileDescriptor& listener : listeners) {
+    for (const UniqueFd& listener : listeners) {
         several.emplace_back(::dup(listener.get()));
     }
     const OwnClient other(several);
@@ -96,7 +96,7 @@ TEST_F(OwnClientTest, PassesOverListenersThatLeadNowhereAndReachesOneForAllAddre
 TEST_F(OwnClientTest, IsAClientOfTheServerLikeOthers)
 {
     RecordingSink sink;
-    const FileDescriptor stop(::eventfd(0, EFD_CLOEXEC));
+    const UniqueFd stop(::eventfd(0, EFD_CLOEXEC));
     Server server(std::move(listeners), sink, {});
     std::thread running([&] { server.run(stop.get()); });
     EXPECT_EQ(client.ask("one", 10s), "one;+OK");

@@ -32,7 +32,7 @@ protected:
 
     int port() const { return local_port(listener[0].get()); }
 
-    std::vector<FileDescriptor> listener = open_listeners("127.0.0.1", 0);
+    std::vector<UniqueFd> listener = open_listeners("127.0.0.1", 0);
 };
 
 std::string status_line(pid_t pid, const std::string& name)
@@ -172,7 +172,7 @@ TEST_F(ProgramTest, WithModulesOnLoopbackNoRecordsAreKeptInTheMachinesSharedMemo
 TEST_F(ProgramTest, TellsTheServiceManagerReadyAndStopping)
 {
     const std::string name = "@orvan-program-" + std::to_string(::getpid());
-    const FileDescriptor manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path + 1, name.data() + 1, name.size() - 1);
@@ -249,7 +249,7 @@ TEST_F(ProgramTest, BadOptionsEndItWithExitCodeTwo)
 
 TEST_F(ProgramTest, BadInheritedSocketsEndItWithTheReason)
 {
-    const FileDescriptor no_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd no_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ServiceProcess service({{"--modules-on-loopback"}, {}, no_listener.get()});
     EXPECT_EQ(service.exit_code(), kExitFailed);
     EXPECT_EQ(service.errors(), "orvan-service: descriptor 3 of LISTEN_FDS is not a listening socket\n");

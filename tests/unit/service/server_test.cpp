@@ -427,7 +427,7 @@ TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
     RunningServer server(sink);
     TestClient client(server.port()); // its socket is made while descriptors are left
     EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
-    std::vector<FileDescriptor> hoard;
+    std::vector<UniqueFd> hoard;
     const int late = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);

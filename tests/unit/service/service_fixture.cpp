@@ -13,8 +13,6 @@
 
 namespace orvan_test {
 
-using orvan_service::FileDescriptor;
-
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound)
 {
     const auto deadline = std::chrono::steady_clock::now() + bound;
@@ -98,7 +96,7 @@ RunningServer::RunningServer(orvan_service::MessageSink& sink, const orvan_servi
 }
 
 RunningServer::RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
-                             std::vector<FileDescriptor> listeners)
+                             std::vector<UniqueFd> listeners)
     : m_port(local_port(listeners.front().get())), m_server(std::move(listeners), sink, limits),
       m_stop(::eventfd(0, EFD_CLOEXEC))
 {

@@ -71,11 +71,11 @@ public:
 
 private:
     RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
-                  std::vector<orvan_service::FileDescriptor> listeners);
+                  std::vector<UniqueFd> listeners);
 
     int m_port;
     orvan_service::Server m_server;
-    orvan_service::FileDescriptor m_stop;
+    UniqueFd m_stop;
     std::thread m_thread;
 };
 
@@ -98,7 +98,7 @@ public:
     void reset();
 
 private:
-    orvan_service::FileDescriptor m_socket;
+    UniqueFd m_socket;
     std::string m_received;
 };
 

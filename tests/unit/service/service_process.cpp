@@ -17,13 +17,11 @@
 
 namespace orvan_test {
 
-using orvan_service::FileDescriptor;
-
 namespace {
 
 bool write_file(const char* path, const std::string& text)
 {
-    const FileDescriptor file(::open(path, O_WRONLY | O_CLOEXEC));
+    const UniqueFd file(::open(path, O_WRONLY | O_CLOEXEC));
     return file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
@@ -45,8 +43,8 @@ ServiceProcess::ServiceProcess(const Start& start)
 {
     int errors[2];
     EXPECT_EQ(::pipe2(errors, O_CLOEXEC), 0);
-    m_errors = FileDescriptor(errors[0]);
-    const FileDescriptor write_end(errors[1]);
+    m_errors = UniqueFd(errors[0]);
+    const UniqueFd write_end(errors[1]);
 
     std::vector<std::string> arguments{ORVAN_SERVICE_PROGRAM};
     arguments.insert(arguments.end(), start.arguments.begin(), start.arguments.end());

@@ -4,7 +4,7 @@
 #ifndef ORVAN_TESTS_SERVICE_PROCESS_H
 #define ORVAN_TESTS_SERVICE_PROCESS_H
 
-#include "service/file_descriptor.h"
+#include <unique_fd.h>
 
 #include <chrono>
 #include <string>
@@ -48,7 +48,7 @@ private:
     bool read_more();
 
     pid_t m_pid = -1;
-    orvan_service::FileDescriptor m_errors;
+    UniqueFd m_errors;
     std::string m_text;
 };
 

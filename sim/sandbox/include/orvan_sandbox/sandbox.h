@@ -5,7 +5,7 @@
 #include "orvan_sandbox/error.h"
 #include "orvan_sandbox/guard.h"
 #include "orvan_sandbox/role.h"
-#include "orvan_sandbox/unique_fd.h"
+#include <unique_fd.h>
 
 #include <filesystem>
 #include <functional>

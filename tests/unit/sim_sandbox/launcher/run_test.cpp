@@ -170,7 +170,7 @@ TEST_F(OrvanSimRun, ServiceRunsInTheSandboxWithTheStandInsFirst)
 
 TEST_F(OrvanSimRun, BusyPortIsAnErrorThatNamesTheOption)
 {
-    const orvan_sandbox::UniqueFd busy(orvan_launcher::listen_tcp("127.0.0.1", 0));
+    const UniqueFd busy(orvan_launcher::listen_tcp("127.0.0.1", 0));
     const std::string port = std::to_string(orvan_launcher::port_of(busy.get()));
     EXPECT_EQ(sim({"run", "--scpi-port", port}).output,
               "orvan-sim: listening on 127.0.0.1 port " + port +
@@ -182,7 +182,7 @@ TEST_F(OrvanSimRun, GivenPortIsServed)
 {
     int port = 0;
     {
-        const orvan_sandbox::UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
+        const UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
         port = orvan_launcher::port_of(free_one.get());
     }
     if (!start_ready({"--modules", "none", "--scpi-port", std::to_string(port)})) {
@@ -212,7 +212,7 @@ TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
 
     const int port = std::stoi(printed("UDP 127.0.0.1:"));
     for (int round = 0; round < 2; ++round) {
-        const orvan_sandbox::UniqueFd client(orvan_launcher::connect_udp("127.0.0.1", port));
+        const UniqueFd client(orvan_launcher::connect_udp("127.0.0.1", port));
         const std::string request(1046, static_cast<char>('a' + round));
         ASSERT_EQ(send(client.get(), request.data(), request.size(), 0), 1046);
         char text[2000] = {};
@@ -442,7 +442,7 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
     START_SANDBOX(sandbox, (orvan_sandbox::Options{outer.path(), 0}));
     const fs::path program = m_folder.path() / "bin/orvan-sim";
     const auto run = [&](const char* option) {
-        const orvan_sandbox::UniqueFd text(memfd_create("output", 0));
+        const UniqueFd text(memfd_create("output", 0));
         const auto status = sandbox.run(orvan_sandbox::Role::controller(), [&] {
             std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
             dup2(text.get(), 1);
