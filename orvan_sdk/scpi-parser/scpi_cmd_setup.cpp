@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <future>
 #include <memory>
+#include <span>
 
 #include <scpi/scpi.h>
 
@@ -134,15 +135,18 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
 
     const int n = target.orvanx->getNumberofChannels();
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i)
-        pending[i] = {i, start_request(*target.orvanx, i, "*RST\r\n")};
+    const std::span modules(pending.get(), static_cast<size_t>(n));
+    for (int ch = 0; Pending & module : modules) {
+        module = {ch, start_request(*target.orvanx, ch, "*RST\r\n")};
+        ++ch;
+    }
 
-    for (int i = 0; i < n; ++i) {
-        const std::string reply = pending[i].fut.get();
+    for (Pending& module : modules) {
+        const std::string reply = module.fut.get();
         if (target.orvanx->checkOrvanReply(reply))
             continue;
         char info[64];
-        std::snprintf(info, sizeof info, "Module %d communication error", pending[i].ch + 1);
+        std::snprintf(info, sizeof info, "Module %d communication error", module.ch + 1);
         return fail(context, __func__, -360, info, reply.c_str()); // behind the requests of the modules left
     }
     restore_power_up_state(*target.orvanx, *target.device);

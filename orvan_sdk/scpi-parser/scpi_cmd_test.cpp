@@ -5,6 +5,7 @@
 #include <future>
 #include <iterator>
 #include <memory>
+#include <span>
 #include <syslog.h>
 
 #include <scpi/scpi.h>
@@ -78,15 +79,18 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
 
     const int n = target.orvanx->getNumberofChannels();
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i)
-        pending[i] = {i, start_request(*target.orvanx, i, "*TST\r\n")};
+    const std::span modules(pending.get(), static_cast<size_t>(n));
+    for (int ch = 0; Pending & module : modules) {
+        module = {ch, start_request(*target.orvanx, ch, "*TST\r\n")};
+        ++ch;
+    }
 
     BITManager::getInstance(kCbitPeriod)->runIBITs();
 
-    for (int i = 0; i < n; ++i) {
-        const std::string reply = pending[i].fut.get();
+    for (Pending& module : modules) {
+        const std::string reply = module.fut.get();
         if (!target.orvanx->checkOrvanReply(reply))
-            syslog(LOG_ERR, "%s: module %d: %s\n", __func__, pending[i].ch, reply.c_str());
+            syslog(LOG_ERR, "%s: module %d: %s\n", __func__, module.ch, reply.c_str());
     }
     return SCPI_RES_OK;
 }

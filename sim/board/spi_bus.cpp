@@ -14,11 +14,14 @@
 namespace sim_board {
 namespace {
 
-// The _IOC fields of a message tell its size, so its request number is a range of values.
+// The _IOC fields of a message tell its size, so its request number is a range of values: SPI_IOC_MESSAGE(0),
+// which in the header's form has an array of no elements, and those above.
+constexpr unsigned long kMessage = _IOC(_IOC_WRITE, SPI_IOC_MAGIC, 0, 0);
+
 bool is_message(unsigned long request)
 {
     constexpr unsigned long kSizeField = static_cast<unsigned long>(_IOC_SIZEMASK) << _IOC_SIZESHIFT;
-    return (request & ~kSizeField) == (SPI_IOC_MESSAGE(0) & ~kSizeField);
+    return (request & ~kSizeField) == (kMessage & ~kSizeField);
 }
 
 const char* request_name(unsigned long request)
@@ -124,7 +127,7 @@ int SpiBus::ioctl(int fd, unsigned long request, void* arg)
     const auto node = m_nodes.find(descriptor_name(fd));
     if (node == m_nodes.end())
         return failed(request_name(request), EBADF);
-    const auto refused = m_refused.find(is_message(request) ? SPI_IOC_MESSAGE(0) : request);
+    const auto refused = m_refused.find(is_message(request) ? kMessage : request);
     if (refused != m_refused.end() && refused->second != 0)
         return failed(request_name(request), refused->second);
     if (!is_message(request))

@@ -154,7 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     peer.set_device(&bench.m_device);
     while (size >= 3) {
         const bool foreign = (data[0] & 1) != 0;
-        const size_t length = std::min<size_t>(data[1] | data[2] << 8, size - 3);
+        const size_t length = std::min(static_cast<size_t>(data[1] | data[2] << 8), size - 3);
         bench.serve(peer, {reinterpret_cast<const char*>(data) + 3, length}, foreign);
         data += 3 + length;
         size -= 3 + length;
