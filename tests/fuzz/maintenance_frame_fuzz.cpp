@@ -6,6 +6,8 @@
  * two bytes of length, low byte first, and the bytes. Transfers of firmware are left out, as they wait for
  * frames of their own.
  */
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +21,7 @@
 
 #include "board/current_board.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/eeprom/eeprom_cat25.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "support/log_capture.h"
@@ -43,12 +46,6 @@ void require(bool held, const char* what)
     std::fprintf(stderr, "%s\n", what);
     std::abort();
 }
-
-class Handler : public IDeviceConnectionHandler {
-public:
-    void enableMUX() override {}
-    void disableMUX() override {}
-};
 
 /** What no frame may change is all that is left. */
 EEPROM_DEVICE_SETTINGS without_parameters(EEPROM_DEVICE_SETTINGS settings)
@@ -84,13 +81,46 @@ size_t reply_size(const std::string& frame, size_t received)
     return 0;
 }
 
-/** The settings live in a home of the process's own; without an EEPROM, each change is tried anew. */
+/** An EEPROM that takes no time: the chip's model would take nearly all of it. */
+class InstantEeprom : public IDeviceConnectionHandler {
+public:
+    void enableMUX() override {}
+    void disableMUX() override {}
+    int DataTransfer(const uint8_t* sent, uint8_t* received, size_t length) override
+    {
+        std::memset(received, 0, length); // never busy
+        if (length < kPrefix)
+            return 0;
+        const size_t address = static_cast<size_t>(sent[1]) << 8 | sent[2];
+        const size_t count = std::min(length - kPrefix, m_bytes.size() - address);
+        if (sent[0] == EEPROM_CAT25_COMMAND_READ)
+            std::memcpy(received + kPrefix, &m_bytes[address], count);
+        else if (sent[0] == EEPROM_CAT25_COMMAND_WRITE)
+            std::memcpy(&m_bytes[address], sent + kPrefix, count);
+        return 0;
+    }
+
+private:
+    static constexpr size_t kPrefix = 3; // command and address
+    std::array<uint8_t, 0x10000> m_bytes{};
+};
+
+/** The settings live in a home of the process's own. */
 class Bench {
 public:
     Bench()
     {
         CPersistentData::Init(&m_handler, g_portableModelsTable);
         m_device.option_table.assign(reinterpret_cast<const char*>(optPortable_Tbl), sizeof optPortable_Tbl);
+    }
+
+    /** As at the start of every input. */
+    void reset()
+    {
+        std::memset(static_cast<void*>(CPersistentData::GetInstance()->getSettings()), 0,
+                    sizeof(EEPROM_DEVICE_SETTINGS));
+        m_device.calls.clear();
+        m_board->trace().clear();
     }
 
     void serve(UdpServerTestPeer& peer, const std::string& datagram, bool foreign)
@@ -122,9 +152,10 @@ public:
     orvan_test::RecordingDevice m_device;
 
 private:
+    // The server's pauses advance its clock.
     sim_board::InstalledBoard m_board{sim_board::kPortableWiring};
     sim_board::SelfAdvancing m_self{m_board->clock()};
-    Handler m_handler;
+    InstantEeprom m_handler;
     MaintenanceClient m_own;
     MaintenanceClient m_foreign{"127.0.0.2"};
 };
@@ -143,9 +174,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const orvan_test::LogCapture logs;
     const orvan_test::OutputCapture out(STDOUT_FILENO);
     static Bench bench;
-    std::memset(static_cast<void*>(CPersistentData::GetInstance()->getSettings()), 0,
-                sizeof(EEPROM_DEVICE_SETTINGS));
-    bench.m_device.calls.clear();
+    bench.reset();
 
     CUdpServer server(nullptr, 0, 0, false);
     UdpServerTestPeer peer{server};
