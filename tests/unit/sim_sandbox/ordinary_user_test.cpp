@@ -47,14 +47,14 @@ TEST(OrdinaryUser, AllOtherTestsPassWithoutPrivilege)
     const TemporaryDirectory folder;
     fs::permissions(folder.path(), fs::perms(0755));
     fs::create_directories(folder.path() / "bin");
-    fs::create_directories(folder.path() / "share/orvan");
+    fs::create_directories(folder.path() / "share");
     const fs::path program = folder.path() / "bin/sandbox_tests";
     fs::copy_file("/proc/self/exe", program);
     const auto environment = sandbox_environment("/", 0);
     ASSERT_TRUE(environment.ok());
     const std::string path = environment.value().at("PATH");
-    fs::copy(path.substr(0, path.find(':')), folder.path() / "share/orvan/stand-ins",
-             fs::copy_options::recursive);
+    const fs::path stand_ins = path.substr(0, path.find(':'));
+    fs::copy(stand_ins.parent_path(), folder.path() / "share/orvan", fs::copy_options::recursive);
 
     int status = -1;
     const std::string text = run_as_nobody(program, "--gtest_filter=-OrdinaryUser.*", status);
