@@ -228,10 +228,9 @@ int IOrvanDeviceManager::GetScpiPort(uint16_t* value)
 int IOrvanDeviceManager::SetScpiPort(uint16_t scpi_port)
 {
     GET_EEPROM(settings);
-    Field port = {};
-    if (std::snprintf(port, sizeof port, "%u", static_cast<unsigned>(scpi_port)) < 0)
+    if (std::snprintf(settings->scpiPort, sizeof settings->scpiPort, "%u", static_cast<unsigned>(scpi_port)) <
+        0)
         return ERR_FAILED;
-    std::memcpy(settings->scpiPort, port, sizeof port);
     pPersistentData->writeData(true, true);
     [[maybe_unused]] const int ignored = std::system("sudo reboot");
     return 0;

@@ -58,11 +58,14 @@ TEST_F(ScpiPort, OfZeroAndOfTheHighestNumberAreStoredAsTheyAre)
     EXPECT_EQ(stand_ins.calls().size(), 2u);
 }
 
-TEST_F(ScpiPort, AShorterTextLeavesNothingOfTheOldOne)
+TEST_F(ScpiPort, AShorterTextEndsAtItsTerminatorAndTheRestOfTheFieldStays)
 {
     EXPECT_EQ(device->SetScpiPort(65000), 0);
     EXPECT_EQ(device->SetScpiPort(80), 0);
-    EXPECT_EQ(cells(), bytes_of(blob_with_port("80", 59)));
+    EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
+    std::strcpy(record.scpiPort, "65000");
+    std::strcpy(record.scpiPort, "80");
+    EXPECT_EQ(cells(), bytes_of(peer->build(&record, 1, 59)));
 }
 
 TEST_F(ScpiPort, ThatStandsAlreadyIsNotWrittenButRebootsAllTheSame)
