@@ -82,13 +82,13 @@ int IDeviceConnectionHandler::setModSrc(uint32_t, uint32_t)
 
 int IDeviceConnectionHandler::setTrgImp(uint32_t& imp)
 {
-    trgImp[channelNo - 1] = static_cast<int>(imp);
+    trgImp[static_cast<int>(channelNo) - 1] = static_cast<int>(imp);
     return 0;
 }
 
 int IDeviceConnectionHandler::getTrgImp(uint32_t& imp)
 {
-    imp = static_cast<uint32_t>(trgImp[channelNo - 1]);
+    imp = static_cast<uint32_t>(trgImp[static_cast<int>(channelNo) - 1]);
     return 0;
 }
 
