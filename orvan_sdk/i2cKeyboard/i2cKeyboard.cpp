@@ -138,7 +138,8 @@ void kb_sender(int)
 
 int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz)
 {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    // A command started meanwhile must not keep the connection open: its end is what makes the code count.
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval limit = {0, kSocketLimitUs};
     if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) < 0 ||
         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0)

@@ -20,7 +20,7 @@ constexpr size_t kReplySize = 4096;
 // Closes its descriptor on every way out.
 class Socket {
 public:
-    Socket() : m_fd(socket(AF_INET, SOCK_STREAM, 0)) {}
+    Socket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
     ~Socket()
     {
         if (m_fd >= 0)

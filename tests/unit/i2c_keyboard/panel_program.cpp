@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -43,7 +44,9 @@ extern "C" int connect(int fd, const sockaddr* address, socklen_t size)
     {
         std::lock_guard lock(attempts().mutex);
         ++attempts().count;
-        attempts().calls.push_back(std::string("connect ") + inet_ntoa(peer->sin_addr));
+        const bool closed_in_children = (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+        attempts().calls.push_back(std::string("connect ") + inet_ntoa(peer->sin_addr) +
+                                   (closed_in_children ? "" : ", inherited"));
         const int port = attempts().port != 0 ? attempts().port : kNobody;
         instead.sin_port = htons(static_cast<uint16_t>(port));
     }

@@ -46,7 +46,8 @@ void redirect_panel_port(int port);
 /** How often the process has tried to connect to the front panel's port. */
 size_t panel_attempts();
 /** "connect 127.0.0.1" and, with the time in microseconds, "receive limit 30000" and "send limit 30000": the
- *  calls so far, in their order. The kernel itself only knows such limits in its own ticks. */
+ *  calls so far, in their order; ", inherited" behind a connect whose socket a child process would get.
+ *  The kernel itself only knows such limits in its own ticks. */
 std::vector<std::string> panel_calls();
 /** From now on setting this socket option, SO_RCVTIMEO or SO_SNDTIMEO, fails; 0 ends that. */
 void refuse_socket_option(int name);
