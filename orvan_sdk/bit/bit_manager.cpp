@@ -141,7 +141,8 @@ int BITManager::find_test(eBitType type, const char* name) const
         return -1;
     const BITType_t& kind = m_bitTypes[type];
     for (int index = 0; index < kind.testCount; ++index) {
-        if (std::strcmp(name, kind.testTable[index].testName) == 0)
+        const char* const key = kind.testTable[index].testName;
+        if (key != nullptr && std::strcmp(name, key) == 0)
             return index;
     }
     return -1;

@@ -5,6 +5,7 @@
 #include "nothrow_new.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
+#include "unit/orvan_sdk/bit_bench.h"
 
 #include <algorithm>
 #include <cstring>
@@ -151,6 +152,11 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     // This machine has no USB links to modules; that all of them answer is told by the error word.
     EXPECT_EQ(test_result(PBIT, kModulesTest), (TestResult{BIT_FAIL, 0}));
     EXPECT_EQ(test_result(CBIT, kFanTest), (TestResult{BIT_PASS, 0}));
+    for (const eBitType type : {PBIT, CBIT}) {
+        const BITType_t& kind = orvan_test::kind_of(*tests, type);
+        for (int row = 0; row < kind.testCount; ++row)
+            EXPECT_EQ(kind.testRecords[row].object, device.get()) << kind.testTable[row].testName;
+    }
 }
 
 TEST_F(BenchtopStart, TakesEveryChannelOutOfCoupling)

@@ -7,6 +7,7 @@
 #include "orvan_sdk/lxi/option_tables.h"
 #include "recording_handler.h"
 #include "support/persistent_data_peer.h"
+#include "unit/orvan_sdk/bit_bench.h"
 
 #include <array>
 #include <cstring>
@@ -211,6 +212,11 @@ TEST_F(Ksr7000Operations, FiveTestsAreRegisteredWithTheirManager)
     EXPECT_EQ(device->bit_register(), 0);
     EXPECT_EQ(tests->getTestsNumber(PBIT), 2);
     EXPECT_EQ(tests->getTestsNumber(CBIT), 3);
+    for (const eBitType type : {PBIT, CBIT}) {
+        const BITType_t& kind = orvan_test::kind_of(*tests, type);
+        for (int row = 0; row < kind.testCount; ++row)
+            EXPECT_EQ(kind.testRecords[row].object, &*device) << kind.testTable[row].testName;
+    }
 }
 
 // ---- connection handler

@@ -8,6 +8,7 @@
 #include "portable_bench.h"
 #include "recording_handler.h"
 #include "support/persistent_data_peer.h"
+#include "unit/orvan_sdk/bit_bench.h"
 
 #include <cstring>
 
@@ -295,6 +296,13 @@ TEST_F(PortableOperations, FiveTestsAreRegisteredWithTheDeviceAsTheirObject)
     EXPECT_EQ(name(CBIT, 0), kFanTest);
     EXPECT_EQ(name(CBIT, 1), kTempTest);
     EXPECT_EQ(name(CBIT, 2), kModulesTest);
+    for (const eBitType type : {PBIT, CBIT}) {
+        const BITType_t& kind = orvan_test::kind_of(*tests, type);
+        for (int row = before[type]; row < kind.testCount; ++row) {
+            EXPECT_EQ(kind.testTable[row].object, device.get()) << kind.testTable[row].testName;
+            EXPECT_EQ(kind.testRecords[row].object, device.get()) << kind.testTable[row].testName;
+        }
+    }
 }
 
 TEST_F(PortableOperations, WithoutATestManagerNothingIsRegistered)

@@ -1,4 +1,5 @@
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,6 +56,7 @@ TEST(BitValues, KindsStatesAndErrorCodesHaveTheirNumbers)
     EXPECT_EQ((std::vector<int>{ERR_NONE, ERR_GENERAL, ERR_READ_FAIL, ERR_WRITE_FAIL, ERR_BAD_ID,
                                 ERR_OVERHEATING, ERR_DATA, ERR_CRC32, ERR_CFG_MISMATCH, ERR_LAST}),
               (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    EXPECT_EQ(kCbitPeriod, 30);
 }
 
 TEST_F(TestTable, ThereIsOneObject)
@@ -424,6 +426,70 @@ TEST_F(TestTable, ManyThreadsRegisterSetAndReadAtOnce)
     for (std::thread& owner : owners)
         owner.join();
     EXPECT_EQ(manager->getTestsNumber(CBIT), 10);
+}
+
+TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
+{
+    const auto fail = [](void*) -> int { throw std::runtime_error("broken"); };
+    for (const eBitType type : kKinds) {
+        manager->registerTest(type, {"broken", fail, nullptr, true});
+        manager->registerTest(type, noting("behind it"));
+    }
+    EXPECT_THROW(manager->runPBITs(), std::runtime_error);
+    EXPECT_THROW(manager->runIBITs(), std::runtime_error);
+    EXPECT_THROW(take_cbit_step(*manager), std::runtime_error);
+    EXPECT_TRUE(ran.empty());
+    for (const eBitType type : kKinds)
+        EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock was left behind
+    take_steps(1);
+    EXPECT_EQ(ran, std::vector<std::string>{"behind it"}); // the round had gone on
+}
+
+TEST_F(TestTable, RowThatJoinsDuringARunIsLeftForTheNextOne)
+{
+    for (const eBitType type : {PBIT, IBIT}) {
+        ran.clear();
+        const auto run = [this, type] { type == PBIT ? manager->runPBITs() : manager->runIBITs(); };
+        const auto add = [this, type](void*) {
+            ran.emplace_back("first");
+            return manager->registerTest(type, noting("late"));
+        };
+        manager->registerTest(type, {"first", add, nullptr, true});
+        run();
+        EXPECT_EQ(ran, std::vector<std::string>{"first"});
+        manager->setRunningMode(type, "first", false);
+        run();
+        EXPECT_EQ(ran, (std::vector<std::string>{"first", "late"}));
+    }
+}
+
+TEST_F(TestTable, ModeSetDuringARunHoldsForTheRowsBehind)
+{
+    for (const eBitType type : {PBIT, IBIT}) {
+        ran.clear();
+        const auto swap = [this, type](void*) {
+            manager->setRunningMode(type, "b", false);
+            manager->setRunningMode(type, "c", true);
+            return 0;
+        };
+        manager->registerTest(type, {"a", swap, nullptr, true});
+        manager->registerTest(type, noting("b"));
+        manager->registerTest(type, noting("c", false));
+        type == PBIT ? manager->runPBITs() : manager->runIBITs();
+        EXPECT_EQ(ran, std::vector<std::string>{"c"});
+    }
+}
+
+TEST_F(TestTable, RowWithoutANameIsFoundByNoneAndHidesNoOther)
+{
+    EXPECT_EQ(manager->registerTest(CBIT, {}), 0);
+    manager->registerTest(CBIT, noting("fan", false));
+    EXPECT_FALSE(manager->setTestResult(CBIT, "", BIT_FAIL, 1));
+    EXPECT_TRUE(manager->setTestResult(CBIT, "fan", BIT_FAIL, 1));
+    manager->setRunningMode(CBIT, "fan", true);
+    take_steps(1);
+    EXPECT_EQ(ran, std::vector<std::string>{"fan"});
+    EXPECT_EQ(result(CBIT, 0).result, BIT_NOT_PERFORMED);
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <future>
 #include <pthread.h>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,7 +71,7 @@ protected:
     std::atomic<int> second = 0;
 };
 
-TEST_F(PeriodicTest, FirstStepComesAtOnceAndThenOneEachPeriod)
+TEST_F(PeriodicTest, OneStepComesEachPeriod)
 {
     start(30);
     ASSERT_TRUE(step_done()); // the table was empty
@@ -82,6 +84,21 @@ TEST_F(PeriodicTest, FirstStepComesAtOnceAndThenOneEachPeriod)
     ASSERT_TRUE(clock().run(300 * kSecond, 1));
     EXPECT_EQ(first, 11);
     EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(PeriodicTest, FirstStepComesAheadOfTheFirstWait)
+{
+    start(0); // no thread: the loop runs on this one, with a row that is there from its first step on
+    size_t waits_before = 99;
+    const auto run = [&](void*) {
+        waits_before = delays().size();
+        set_stopping(*manager);
+        return 0;
+    };
+    manager->registerTest(CBIT, {"a", run, nullptr, true});
+    run_periodic_thread(*manager);
+    EXPECT_EQ(waits_before, 0u);
+    EXPECT_EQ(delays(), std::vector<std::string>{"delay 0"});
 }
 
 TEST_F(PeriodicTest, OneTestRunsEachPeriodAndNotAllOfThem)
@@ -189,6 +206,20 @@ TEST_F(PeriodicTest, RefusedThreadIsLoggedAndTheTableServes)
     register_counting("a", first);
     EXPECT_TRUE(manager->setTestResult(CBIT, "a", BIT_FAIL, 1));
     stop_periodic_thread(*manager); // joins nothing
+}
+
+TEST_F(PeriodicTest, ExceptionOfATestEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto live = [] {
+        sim_board::set_current_board(
+            std::make_shared<sim_board::Board>(sim_board::kPortableWiring, Clock::Mode::kRealTime));
+        const auto fail = [](void*) -> int { throw std::runtime_error("broken"); };
+        BITManager::getInstance(1)->registerTest(CBIT, {"a", fail, nullptr, true});
+        std::this_thread::sleep_for(10s); // the next step is due in one
+        _exit(25);
+    };
+    EXPECT_EXIT(live(), ::testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)

@@ -1,3 +1,4 @@
+#include "bit_bench.h"
 #include "orvan_sdk/bit/bit_tests.h"
 
 #include <cstring>
@@ -121,6 +122,24 @@ TEST(DeviceSubnet, BadArgumentsFindNothing)
     EXPECT_EQ(find_device_subnet(links, -1, "192.168.7.1"), -1);
     EXPECT_EQ(find_device_subnet(links, 1, nullptr), -1);
     EXPECT_EQ(find_device_subnet(links, 1, "module 1"), -1);
+}
+
+TEST(DeviceTests, EveryRowIsTheDevicesAndNotForTheManagerToRun)
+{
+    LogCapture logs;
+    BITManager* const manager = BITManager::getInstance(0);
+    int device = 0;
+    ASSERT_EQ(register_bit_tests(manager, &device), 0);
+    for (const eBitType type : {PBIT, CBIT}) {
+        const BITType_t& kind = kind_of(*manager, type);
+        for (int row = 0; row < kind.testCount; ++row) {
+            SCOPED_TRACE(kind.testTable[row].testName);
+            EXPECT_TRUE(kind.testTable[row].testFunction == nullptr);
+            EXPECT_FALSE(kind.testTable[row].autoMode);
+            EXPECT_EQ(kind.testTable[row].object, &device);
+            EXPECT_EQ(kind.testRecords[row].object, &device);
+        }
+    }
 }
 
 } // namespace

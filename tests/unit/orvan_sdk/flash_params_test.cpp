@@ -8,6 +8,7 @@
 #include "support/stand_ins.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <optional>
@@ -474,6 +475,16 @@ TEST_F(FlashParams, AFailedHostNameScriptIsLogged)
     (*peer)->setHostname("bench-3");
     EXPECT_TRUE(logs.lines().empty());
     EXPECT_EQ(stand_ins.calls().size(), 2u);
+}
+
+TEST_F(FlashParams, AHostNameScriptWhoseEndIsNotToBeLearnedIsLogged)
+{
+    // With its children reaped by the kernel there is no status for system() to give.
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    (*peer)->setHostname("bench-3");
+    std::signal(SIGCHLD, before);
+    EXPECT_EQ(logs.lines(),
+              (std::vector<LogLine>{{LOG_INFO, "setHostname: failed setting host name to bench-3"}}));
 }
 
 TEST_F(FlashParams, TheHostNameReachesTheShellAsItStands)
