@@ -5,8 +5,10 @@
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanConnPortable.h"
+#include "orvan_sdk/eeprom/eeprom_cat25.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
+#include "orvan_sdk/nullEeprom/nullEeprom.h"
 
 #include <syslog.h>
 #include <wiringPi.h>
@@ -70,6 +72,21 @@ void set_text(char (&field)[kSettingsTextSize], const std::string& text)
     field[sizeof field - 1] = '\0';
 }
 
+/** Whether both stores hold the record, as one and the same image: what could not be stored is only logged.
+ */
+bool stored(IDeviceConnectionHandler& bus, const EEPROM_DEVICE_SETTINGS& settings)
+{
+    uint8_t in_eeprom[TOTAL_BLOB_SIZE] = {};
+    uint8_t in_file[TOTAL_BLOB_SIZE] = {};
+    uint32_t channel = kEepromChannel;
+    bus.SetCommChannel(channel);
+    EEPROM_CAT25 eeprom(&bus, CAT25640);
+    NullEeprom file;
+    return eeprom.readBlock(EEPROM_START_ADDRESS, sizeof in_eeprom, in_eeprom) != 0 && file.init() &&
+           file.read(0, in_file, sizeof in_file) && std::memcmp(in_eeprom, &settings, sizeof settings) == 0 &&
+           std::memcmp(in_eeprom, in_file, sizeof in_file) == 0;
+}
+
 } // namespace
 
 int produce(const std::string& model, const std::string& serial)
@@ -102,6 +119,10 @@ int produce(const std::string& model, const std::string& serial)
         }
     }
     data->writeData(true, true);
+    if (!stored(*bus, settings)) {
+        ::syslog(LOG_ERR, "the settings are not in both stores; the messages before this one say why");
+        return kExitFailed;
+    }
     ::syslog(LOG_NOTICE, "made an %s with serial number %s", settings.modelName, settings.serialNum);
     return kExitDone;
 }

@@ -173,3 +173,19 @@ TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndSaysWhy)
             << error.what();
     }
 }
+
+TEST(StartUp, WithoutAPlaceForTheBackupANewInstrumentIsNotMade)
+{
+    ORVAN_NEEDS_SANDBOX();
+    try {
+        const Instrument instrument({}, [](const fs::path& state) {
+            fs::create_directories(state / "halde/config");
+            fs::create_symlink("/no/such/folder/file", state / "halde/config/flash.ini");
+        });
+        ADD_FAILURE() << "it started";
+    } catch (const std::runtime_error& error) {
+        EXPECT_NE(std::string(error.what()).find("orvan-service --produce ended with status 1"),
+                  std::string::npos)
+            << error.what();
+    }
+}
