@@ -309,4 +309,58 @@ TEST_F(ConnectionHandler, TheBusLockIsTheCallers)
     EXPECT_EQ(transfer(2), 0) << "a transfer takes no lock of its own";
 }
 
+TEST_F(ConnectionHandler, WhatIsReadBackReplacesWhatWasAskedFor)
+{
+    // No word size asks for the port's own; no clock is refused, behind it.
+    EXPECT_EQ(handler.SpiOpenPort(0, 1), -1);
+    EXPECT_EQ(handler.bits(), 8u);
+    EXPECT_TRUE(expect_trace(trace(), R"(
+        spi open /dev/spidev0.1
+        spi mode = 0
+        spi mode -> 0
+        spi bits = 0
+        spi bits -> 8
+        spi speed = 0 -> EINVAL
+    )"));
+    EXPECT_FALSE(handler.Initialized());
+    EXPECT_EQ(handler.SpiClosePort(), 0);
+}
+
+TEST_F(ConnectionHandler, AMessageBringsItsOwnClock)
+{
+    connect();
+    const auto chip = std::make_shared<Listener>();
+    board->spi().attach("fan", chip);
+    uint32_t channel = 4;
+    handler.SetCommChannel(channel);
+    uint32_t slower = 500'000; // the node's, as another of its users may leave it
+    ASSERT_EQ(hw_spi_ioctl(handler.slot_value(), SPI_IOC_WR_MAX_SPEED_HZ, &slower), 0);
+    const Bytes sent = counting(2);
+    Bytes received(2);
+    EXPECT_EQ(handler.DataTransfer(sent.data(), received.data(), 2), 0);
+    EXPECT_EQ(chip->seen_hertz, 3'000'000u);
+}
+
+TEST_F(ConnectionHandler, ATransferNeedsBothFlags)
+{
+    struct Flags : MuxHandler {
+        void set(bool is_connected, bool is_initialized)
+        {
+            connected = is_connected;
+            initialized = is_initialized;
+        }
+    };
+    Flags half;
+    ASSERT_EQ(half.ConfigChannelSPI(0, 1), 0);
+    trace();
+    const uint8_t sent = 5;
+    uint8_t received = 0;
+    for (const bool is_connected : {true, false}) {
+        half.set(is_connected, !is_connected);
+        EXPECT_EQ(half.DataTransfer(&sent, &received, 1), -1);
+    }
+    EXPECT_TRUE(trace().empty());
+    half.set(true, true); // its destructor closes the port
+}
+
 } // namespace

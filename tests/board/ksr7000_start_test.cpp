@@ -435,9 +435,19 @@ TEST_F(Ksr7000Start, KeypadThatIsNotFittedIsNoFailure)
 {
     start_without_battery();
     board->i2c().attach(0x34, nullptr);
+    board->trace().clear();
     device->RunKbdServer();
     ASSERT_TRUE(board->clock().wait_for_sleepers(threads + 1));
     EXPECT_EQ(logs.count(LOG_ERR, "RunKbdServer: unable to setup I2C ISR"), 0u);
+    EXPECT_TRUE(sim_board::expect_trace(
+        board->trace().lines_with({"pin 15", "i2c 0x34", "i2c ?", "lock 0", "unlock 0"}), R"(
+        pin 15 input
+        i2c 0x34 open -> ENXIO
+        lock 0
+        i2c ? [0x04] -> EBADF
+        i2c ? [0x02] = 0x1f -> EBADF
+        unlock 0
+    )"));
 }
 
 // ---- the end

@@ -329,6 +329,22 @@ TEST_F(PowerCut, DowngradingWithABackupLosesNothing)
     EXPECT_EQ(cuts_of_a_start(), kNone);
 }
 
+// The old marker stays where it is: a torn image is a damaged one and never counts as a legacy copy.
+TEST_F(PowerCut, ReplacingADamagedEepromByALegacyBackupLosesNothing)
+{
+    eeprom = signed_identity("230042");
+    eeprom[300] ^= 1;
+    backup = legacy_identity("230043");
+    EXPECT_EQ(cuts_of_a_start(), kNone);
+}
+
+TEST_F(PowerCut, ReplacingADamagedEepromByTheFactorySettingsLosesNothing)
+{
+    eeprom = signed_identity("230042");
+    eeprom[300] ^= 1;
+    EXPECT_EQ(cuts_of_a_start(), kNone);
+}
+
 // From here on the gaps. In none of them does the file lose anything: it is written when the EEPROM is whole.
 
 // A copy without a signature can't be told from a torn one. While a page of its record is erased in the chip,
@@ -346,6 +362,14 @@ TEST_F(PowerCut, SigningTwoDifferentLegacyCopiesLosesNothingButAPageUnderWrite)
 {
     eeprom = legacy_identity("230042");
     backup = legacy_identity("230043");
+    EXPECT_EQ(cuts_of_a_start(), (Gaps{"", kPagesOfARecord, ""}));
+}
+
+// Between its marker and the end of its CRC it is the backup that is found: whole, with the default serial.
+TEST_F(PowerCut, SigningALegacyCopyBesideABackupWithTheDefaultSerialLosesNothingButAPageUnderWrite)
+{
+    eeprom = legacy_identity("230042");
+    backup = legacy_identity("230000");
     EXPECT_EQ(cuts_of_a_start(), (Gaps{"", kPagesOfARecord, ""}));
 }
 

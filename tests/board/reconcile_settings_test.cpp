@@ -2,6 +2,7 @@
 
 #include "settings_bench.h"
 
+#include <cstddef>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -259,6 +260,74 @@ TEST_F(ReadingSettings, SerialsThatDifferBehindTheirTerminatorDiffer)
               1u);
 }
 
+TEST_F(ReadingSettings, OfTwoUnsignedCopiesWithTheDefaultSerialTheEepromsIsTaken)
+{
+    const Blob eeprom = legacy("230000");
+    Blob backup = eeprom;
+    std::memcpy(&backup[offsetof(EEPROM_DEVICE_SETTINGS, hostName)], "renamed", 7);
+    program(eeprom);
+    put_file(backup);
+    read_data();
+    EXPECT_STREQ(live().hostName, "");
+    EXPECT_EQ(cells(), bytes_of(rebuilt(eeprom, 1)));
+    EXPECT_EQ(file(), cells());
+}
+
+TEST_F(ReadingSettings, ASignedBackupWinsOverAnUnsignedEepromEvenWithTheDefaultSerial)
+{
+    program(legacy("230042"));
+    put_file(blob("230000"));
+    read_data();
+    EXPECT_STREQ(live().serialNum, "230000");
+    EXPECT_EQ(cells(), bytes_of(blob("230000")));
+    EXPECT_EQ(file(), cells());
+}
+
+TEST_F(ReadingSettings, ACopyThatIsTakenAsItStandsKeepsWhatLiesBehindItsRecord)
+{
+    const auto with_more = [this](uint16_t version) {
+        Blob image = blob("230042", 57, version);
+        std::memset(&image[552], 0x77, 458);
+        const uint32_t crc = peer->crc(image);
+        std::memcpy(&image[1020], &crc, sizeof crc);
+        return image;
+    };
+    for (const uint16_t version : {uint16_t{0}, uint16_t{1}}) {
+        program(with_more(version));
+        put_file(Bytes(), 0);
+        restart();
+        read_data();
+        EXPECT_EQ(cells(), bytes_of(with_more(version))) << version;
+        EXPECT_EQ(file(), cells()) << version;
+    }
+    for (const uint16_t version : {uint16_t{0}, uint16_t{1}, uint16_t{2}}) { // a downgrade is the EEPROM's
+        Blob erased;
+        erased.fill(0xff);
+        program(erased);
+        put_file(with_more(version));
+        restart();
+        read_data();
+        EXPECT_EQ(cells(), bytes_of(with_more(version))) << version;
+        EXPECT_EQ(file(), cells()) << version;
+    }
+}
+
+TEST_F(ReadingSettings, ARepairThatFailedIsNotMadeUpForByAWriteWithoutAChange)
+{
+    put_file(blob("230042"));
+    fault->absent(true);
+    read_data();
+    fault->absent(false);
+    logs.clear();
+    (*peer)->writeData(true, true);
+    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "CPersistentData::writeData() no changes "
+                                                             "detected, skipping write"}}));
+    EXPECT_EQ(cells(), Bytes(image_size, 0xff));
+    restart();
+    read_data();
+    EXPECT_EQ(cells(), bytes_of(blob("230042"))) << "the next start repairs it";
+}
+
 TEST_F(ReadingSettings, ARepairThatTheChipDoesNotTakeIsLoggedAndTheSettingsStand)
 {
     put_file(blob("230042"));
@@ -269,7 +338,7 @@ TEST_F(ReadingSettings, ARepairThatTheChipDoesNotTakeIsLoggedAndTheSettingsStand
     EXPECT_EQ(eeprom_test(), BIT_PASS) << "the read itself worked";
 }
 
-TEST_F(ReadingSettings, WithoutARegisteredTestTheResultIsDropped)
+TEST_F(ReadingSettings, ReadingRegistersNoTest)
 {
     EXPECT_FALSE(BITManager::getInstance(0)->setTestResult(CBIT, kEepromTest, BIT_PASS, ERR_NONE));
     EXPECT_EQ(BITManager::getInstance(0)->getTestsNumber(PBIT), 1) << "reading registers nothing";

@@ -236,7 +236,7 @@ private:
                                      0x01FF, 0x03FF, 0x07FF, 0x0FFF, 0x1FFF, 0x3FFF, 0x7FFF, 0xFFFF};
     char flash_params[FP_MAX_LINE][FP_MAX_ENTRY_LEN] = {};
     EEPROM_DEVICE_SETTINGS device_settings_eeprom;
-    EEPROM_DEVICE_SETTINGS m_lastPersisted; // as it last stood in the EEPROM
+    EEPROM_DEVICE_SETTINGS m_lastPersisted; // as readData chose it, then as last written and read back
     IDeviceConnectionHandler* devConnHandler;
     uint8_t MUX_EPROM_CHANNEL = 0;
     sNetCfg_t m_netIfConf = {};
