@@ -1,19 +1,13 @@
 // The maintenance server's socket, thread and state.
 
-#include "maintenance_bench.h"
-#include "support/loopback.h"
-#include "support/private_network.h"
+#include "maintenance_server_bench.h"
 
-#include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <future>
 #include <thread>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
-#include <sys/resource.h>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -24,13 +18,6 @@ using std::chrono::seconds;
 
 namespace {
 
-const std::string kNone(6, '\0');
-
-std::string block_of(const std::string& frame)
-{
-    return frame.size() < FRMHEADERLEN ? "" : frame.substr(4, 2);
-}
-
 bool descriptors_become(size_t count)
 {
     const auto deadline = std::chrono::steady_clock::now() + seconds(5);
@@ -38,60 +25,6 @@ bool descriptors_become(size_t count)
         std::this_thread::yield();
     return open_descriptors() == count;
 }
-
-/** In a network of its own: its ports are free, and names lead nowhere. */
-class MaintenanceServer : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (!network.refusal().empty())
-            GTEST_SKIP() << network.refusal();
-    }
-    void TearDown() override { server.Close(); }
-
-    static std::string address_of(int fd)
-    {
-        sockaddr_in own = {};
-        socklen_t size = sizeof own;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size);
-        return std::string(inet_ntoa(own.sin_addr)) + ":" + std::to_string(ntohs(own.sin_port));
-    }
-    template <typename Value>
-    Value option(int name)
-    {
-        Value value = {};
-        socklen_t size = sizeof value;
-        EXPECT_EQ(getsockopt(peer.socket(), SOL_SOCKET, name, &value, &size), 0);
-        return value;
-    }
-
-    orvan_test::PrivateNetwork network;
-    orvan_test::LogCapture logs;
-    CUdpServer server{nullptr, 0, 0, false};
-    UdpServerTestPeer peer{server};
-};
-
-/** While it lives, the process gets so many more descriptors and not one beyond them. */
-class FewDescriptors {
-public:
-    explicit FewDescriptors(size_t more)
-    {
-        std::vector<UniqueFd> next;
-        do
-            next.emplace_back(dup(STDERR_FILENO));
-        while (next.size() <= more);
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit few = m_before;
-        few.rlim_cur = static_cast<rlim_t>(next.back().get());
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-
-private:
-    rlimit m_before = {};
-};
 
 // ---- Init
 
@@ -418,243 +351,6 @@ TEST_F(MaintenanceServer, StateIsSetAndReadUnderItsSemaphore)
     EXPECT_EQ(status, kOSStatusSuccess);
     guard.Acquire(kOSTimeoutNone, status);
     EXPECT_EQ(status, kOSStatusOperationTimedOut);
-}
-
-// ---- events
-
-TEST_F(MaintenanceServer, EventLeavesItsDescriptorsWhateverCame)
-{
-    ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
-    sim_board::InstalledBoard board{sim_board::kPortableWiring};
-    const sim_board::SelfAdvancing self{board->clock()};
-    const orvan_test::OutputCapture out(STDOUT_FILENO);
-    const MaintenanceClient own;
-    const MaintenanceClient elsewhere("127.0.0.2");
-    const struct {
-        const MaintenanceClient& from;
-        const char* opcode;
-        uint16_t size;
-        int64_t result;
-    } cases[] = {
-        {own, "HEID", 0, IF_SUCCESS}, {own, "HEIP", 0, IF_SUCCESS},       {own, "HEIP", 1, IF_SUCCESS},
-        {own, "HEOT", 0, IF_SUCCESS}, {own, "HECT", 0, IF_FAILED},        {own, "HESU", 0, IF_FAILED},
-        {own, "NONE", 0, IF_SUCCESS}, {elsewhere, "HEID", 0, IF_SUCCESS},
-    };
-    for (const auto& [from, opcode, size, result] : cases) {
-        from.send(FrameHeader{opcode, 0, size}.bytes(), 7502);
-        const size_t before = open_descriptors();
-        EXPECT_EQ(server.WaitForEvent(), result) << opcode;
-        EXPECT_EQ(open_descriptors(), before + 4) << opcode;
-    }
-}
-
-// Programs and tools have these values compiled in.
-TEST(MaintenanceNumbers, AreWhatOthersKnow)
-{
-    const std::pair<int64_t, int64_t> numbers[] = {
-        {IF_SUCCESS, 0},
-        {LXI_SUCCESS, 0},
-        {IF_SUCCESS_RECV_FIRMWARE, 100},
-        {LXI_SUCCESS_RECV_FIRMWARE, 100},
-        {IF_SUCCESS_FPGA_UPDATED, 101},
-        {LXI_SUCCESS_RECV_FPGA, 101},
-        {IF_SUCCESS_NET_CONFIG, 102},
-        {LXI_SUCCESS_RECV_NETCONFIG, 102},
-        {IF_FAILED, 0xFFFFFFFF},
-        {LXI_FAILED, 0xFFFFFFFF},
-        {ERROR_BASE, 0x80000000},
-        {IF_ERROR_INV_LENGTH, 0x80000020},
-        {IF_ERROR_INV_PARAMETER, 0x80000021},
-        {IF_ERROR_INV_BIN_HEADER_FORMAT, 0x80000022},
-        {IF_ERROR_CMD_QUEUE_OVERFLOW, 0x80000023},
-        {ERROR_LXI_BASE, 0x80000100},
-        {LXI_ERROR_INV_RSRC, 0x80000101},
-        {LXI_ERROR_INIT_SOCK_ADDR, 0x80000102},
-        {LXI_ERROR_INV_SOCK, 0x80000103},
-        {LXI_ERROR_REUSE_ADDR, 0x80000104},
-        {LXI_ERROR_KEEPALIVE, 0x80000105},
-        {LXI_ERROR_BIND_SOCK, 0x80000106},
-        {LXI_ERROR_LISTEN_SOCK, 0x80000107},
-        {LXI_ERROR_INV_HWADDR, 0x80000108},
-        {LXI_ERROR_INV_ATTR, 0x80000109},
-        {LXI_ERROR_TIMEOUT, 0x8000010A},
-        {IFC_FIFOSTATE, 0x03},
-        {IFC_FIFOEMPTY, 0},
-        {IFC_FIFOHALFEMPTY, 1},
-        {IFC_FIFOFULL, 2},
-        {IFC_TERMINATED, 0x04},
-        {IFC_RECV_BLOCK_MASK, 0x18},
-        {IFC_RECV_BLOCK_START, 0},
-        {IFC_RECV_BLOCK_INPROC, 0x08},
-        {IFC_RECV_BLOCK_FINISH, 0x10},
-        {IFC_RECV_FIRMWARE, 0x20},
-        {IFC_RECV_NETCONFIG, 0x40},
-        {MAX_WR_BUF_SIZE, 1024},
-        {PORTUDP, 7502},
-        {UDP_PORT_CTRL, 7502},
-        {UDP_PORT_DATA, 7501},
-        {TCP_PORT_CTRL, 5025},
-        {TCP_PORT_TELNET, 5024},
-        {TCP_PORT_DEF, 5024},
-        {RECV_BUF_SIZE, 2880},
-        {TIMEOUT_MS, 1000},
-        {RECV_TIMEOUT_S, 5},
-        {EOD, 0xFFFF},
-        {ACK_ONLY_LEN, 22},
-    };
-    size_t row = 0;
-    for (const auto& [number, value] : numbers)
-        EXPECT_EQ(number, value) << "row " << row++;
-    EXPECT_STREQ(INTERFACE_NAME, "eth0");
-}
-
-TEST_F(MaintenanceServer, EventWithoutASocketTellsThatItIsGone)
-{
-    EXPECT_EQ(server.WaitForEvent(), LXI_ERROR_INV_RSRC);
-}
-
-TEST_F(MaintenanceServer, EventThatFailsForAnotherReasonIsOneThatFailed)
-{
-    ASSERT_EQ(server.Init("127.0.0.1", "0", nullptr), IF_SUCCESS);
-    const timeval soon = {0, 1000};
-    ASSERT_EQ(setsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &soon, sizeof soon), 0);
-    EXPECT_EQ(server.WaitForEvent(), IF_FAILED);
-}
-
-TEST_F(MaintenanceServer, EventCostsADescriptorForEachModule)
-{
-    const size_t before = open_descriptors();
-    for (size_t calls = 1; calls <= 3; ++calls) {
-        EXPECT_EQ(server.WaitForEvent(), LXI_ERROR_INV_RSRC);
-        EXPECT_EQ(open_descriptors(), before + 4 * calls) << "without settings there are four";
-    }
-    MuxHandler handler;
-    {
-        const orvan_test::OutputCapture out(STDOUT_FILENO);
-        CPersistentData::Init(&handler, g_benchtopModelsTable);
-    }
-    for (const uint8_t modules : {uint8_t{1}, uint8_t{2}, uint8_t{4}, uint8_t{0}}) {
-        CPersistentData::GetInstance()->getSettings()->numDevices = modules;
-        const size_t ahead = open_descriptors();
-        server.WaitForEvent();
-        EXPECT_EQ(open_descriptors(), ahead + modules);
-    }
-    CPersistentData::GetInstance()->getSettings()->numDevices = 200;
-    const size_t ahead = open_descriptors();
-    server.WaitForEvent();
-    EXPECT_EQ(open_descriptors(), ahead + 4) << "there are no more addresses";
-    PersistentDataTestPeer::forget_instance();
-}
-
-TEST_F(MaintenanceServer, ModulesHaveTheirAddresses)
-{
-    EXPECT_EQ(std::vector<std::string>(std::begin(CUdpServer::modulAddr), std::end(CUdpServer::modulAddr)),
-              (std::vector<std::string>{"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"}));
-}
-
-ssize_t tell_of_the_log(void* logs, const char* printed, size_t size)
-{
-    std::string told(printed, size);
-    for (const LogLine& line : static_cast<orvan_test::LogCapture*>(logs)->lines())
-        told += std::to_string(line.priority) + " " + line.text + "\n";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, told.data(), told.size());
-    return static_cast<ssize_t>(size);
-}
-
-TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            // What is printed still gets out, and shows what has been logged by then.
-            stdout = fopencookie(&logs, "w", {nullptr, tell_of_the_log, nullptr, nullptr});
-            std::fputs("printed\n", stdout);
-            const FewDescriptors three(3);
-            server.WaitForEvent();
-        },
-        testing::ExitedWithCode(1), "printed\n6 \\[CUdpServer\\]::WaitForEvent socket creation failed\n");
-}
-
-TEST_F(MaintenanceServer, EventTakesNoMoreOfADatagramThanAFrame)
-{
-    ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
-    const MaintenanceClient client;
-    const std::string frame =
-        FrameHeader({"HEIP", 1, 1}).bytes() + std::string(544, '\0') + std::string(480, 'x');
-    ASSERT_EQ(frame.size(), 1046u);
-    client.send(frame + std::string(500, 'y'), 7502);
-    sim_board::InstalledBoard board{sim_board::kPortableWiring};
-    const sim_board::SelfAdvancing self{board->clock()};
-    const orvan_test::OutputCapture out(STDOUT_FILENO);
-    EXPECT_EQ(server.WaitForEvent(), IF_SUCCESS);
-    EXPECT_EQ(client.receive().substr(FRMHEADERLEN), frame.substr(FRMHEADERLEN) + std::string(22, '\0'));
-}
-
-TEST_F(MaintenanceServer, NetworkRepliesAndThenWaitsHalfASecond)
-{
-    ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
-    sim_board::InstalledBoard board{sim_board::kPortableWiring};
-    const orvan_test::OutputCapture out(STDOUT_FILENO);
-    const MaintenanceClient client;
-    client.send(request({"HEIP"}, {request_row('A', "10.1.1.1")}), 7502);
-    std::future<int64_t> event = std::async(std::launch::async, [&] { return server.WaitForEvent(); });
-    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    EXPECT_EQ(client.ready().size(), 588u);
-    board->clock().advance(499'999);
-    EXPECT_EQ(board->clock().sleepers(), 1u);
-    board->clock().advance(1);
-    EXPECT_EQ(event.get(), IF_SUCCESS);
-}
-
-TEST_F(MaintenanceServer, EventsAreServedOneAfterTheOtherInTheirOrder)
-{
-    ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
-    const MaintenanceClient first;
-    const MaintenanceClient second("127.0.0.2");
-    first.send(FrameHeader{"HEID", 1}.bytes(), 7502);
-    second.send(FrameHeader{"HEID", 2, 0, kBroadcast}.bytes(), 7502);
-    first.send(FrameHeader{"HEID", 3}.bytes(), 7502);
-    EXPECT_EQ(server.WaitForEvent(), IF_SUCCESS);
-    EXPECT_EQ(block_of(first.ready()), "\0\1"s);
-    EXPECT_EQ(second.ready(), "");
-    EXPECT_EQ(server.WaitForEvent(), IF_SUCCESS);
-    EXPECT_EQ(block_of(second.ready()), "\0\2"s);
-    EXPECT_EQ(first.ready(), "");
-    EXPECT_EQ(server.WaitForEvent(), IF_SUCCESS);
-    EXPECT_EQ(block_of(first.ready()), "\0\3"s);
-}
-
-TEST_F(MaintenanceServer, ServesManyToolsWhileOthersAskForItsState)
-{
-    orvan_test::RecordingDevice device;
-    device.option_table = "12345678";
-    auto served = std::make_unique<CUdpServer>("lo", 7502, nullptr, &device, 0, true);
-    const int fd = UdpServerTestPeer{*served}.socket();
-    std::atomic<bool> done = false;
-    std::thread watcher([&] {
-        while (!done)
-            EXPECT_EQ(served->GetState(), 0u);
-    });
-    std::vector<std::thread> tools;
-    for (uint16_t tool = 0; tool < 4; ++tool) {
-        tools.emplace_back([tool] {
-            const MaintenanceClient client;
-            for (uint16_t round = 0; round < 25; ++round) {
-                const FrameHeader asked{round % 2 == 0 ? "HEID" : "HECT", round, 0, kNone, tool};
-                client.send(asked.bytes(), 7502);
-                const std::string told = client.receive();
-                EXPECT_EQ(told.size(), round % 2 == 0 ? 534u : 30u);
-                EXPECT_EQ(told.substr(0, 6), asked.bytes().substr(0, 6)) << "the own reply";
-                EXPECT_EQ(told.substr(14, 2), asked.bytes().substr(14, 2));
-            }
-        });
-    }
-    for (std::thread& tool : tools)
-        tool.join();
-    done = true;
-    watcher.join();
-    orvan_test::end_with_frames([&] { served.reset(); });
-    close(fd);
 }
 
 } // namespace
