@@ -1,0 +1,270 @@
+// The commands of orvan-maint that bring files into an instrument, on the network of the machine itself.
+#include "orvan_maint_scene.h"
+
+#include "orvan-maint/blocks.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/eventfd.h>
+
+#include <filesystem>
+
+using namespace HaldeElec::Orvan;
+using namespace orvan_test;
+
+TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
+{
+    const TestFolder folder;
+    const std::string package = good_package();
+    Scene scene;
+    scene.model.software_after = "1.20.3";
+    const MaintOutcome outcome = scene.run({"update", folder.put("p.tar", package)}, "y\n");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(scene.model.file == package);
+    EXPECT_EQ(scene.model.ended, 1);
+    for (const char* const line :
+         {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
+          "  modules: 3000 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
+          "the package has arrived whole",
+          "the instrument has taken the package: its software was 1.19.145 and is 1.20.3\n"})
+        EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
+    EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
+{
+    const TestFolder folder;
+    Scene scene;
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5) << outcome.out;
+    EXPECT_EQ(scene.model.ended, 1);
+    EXPECT_TRUE(
+        has(outcome.out, "dealt with the package and answers again; its software is still 1.19.145\n"))
+        << outcome.out;
+    EXPECT_TRUE(has(outcome.err, "whether it has taken the package is not known")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.software_after = "1.20.3";
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "0", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_EQ(scene.model.ended, 1);
+    EXPECT_TRUE(has(outcome.err, "whether the instrument takes the package, show tells")) << outcome.err;
+}
+
+TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
+{
+    const TestFolder folder;
+    Scene scene;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    scene.answers = [stop](size_t number) {
+        if (number == 12)
+            eventfd_write(stop, 1);
+        return number < 12 ? 1 : 0;
+    };
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", folder.put("p.tar", good_package())}, "", stop);
+    EXPECT_EQ(outcome.status, 5) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "the package was sent whole")) << outcome.err;
+    EXPECT_EQ(scene.model.ended, 1);
+    close(stop);
+}
+
+TEST(Maint, UpdateAsksBeforeItEndsADownload)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.wait = "150";
+    scene.model.wait_for_block(7);
+    const MaintOutcome outcome = scene.run({"update", folder.put("p.tar", good_package())}, "n\n");
+    EXPECT_EQ(outcome.status, 6) << outcome.err;
+    EXPECT_TRUE(has(outcome.out, "be it another PC's, is ended")) << outcome.out;
+    EXPECT_TRUE(scene.model.in_transfer());
+    EXPECT_EQ(scene.model.ended, 0);
+    EXPECT_TRUE(scene.model.file.empty());
+}
+
+TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.rows['I'] = "OVX2751P";
+    MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_TRUE(has(outcome.err, "has no folder with Orvan_Portable_FW in its name")) << outcome.err;
+    EXPECT_EQ(scene.came(), "HEID HEID");
+    outcome = scene.run({"update", "--yes", folder.put("text", "no package")});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_TRUE(has(outcome.err, "is no tar archive"));
+    EXPECT_EQ(scene.came(), "");
+    EXPECT_EQ(scene.run({"update", "--yes", folder.path("nowhere")}).status, 3);
+    EXPECT_EQ(scene.run({"update", "--yes", folder.put("empty", "")}).status, 3);
+    EXPECT_EQ(scene.run({"update", "--yes", folder.path()}).status, 3);
+    EXPECT_EQ(scene.came(), "");
+    const std::string large = folder.put("large", "x");
+    std::filesystem::resize_file(large, orvan_maint::kLargestDownload + 1);
+    outcome = scene.run({"update", "--yes", large});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_TRUE(has(outcome.err, "has 67106817 bytes; a download has at most 67106816")) << outcome.err;
+    EXPECT_EQ(scene.came(), "");
+}
+
+TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.rows['I'] = "";
+    scene.model.software_after = "1.20.3";
+    EXPECT_EQ(scene.run({"update", "--yes", folder.put("p.tar", good_package())}).status, 0);
+    EXPECT_EQ(scene.model.ended, 1);
+}
+
+TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
+{
+    const TestFolder folder;
+    const std::string package = good_package();
+    Scene scene;
+    scene.wait = "150";
+    scene.model.wait_for_block(7);
+    scene.model.software_after = "1.20.3";
+    const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", package)});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "it may be in a download that was broken off"));
+    EXPECT_TRUE(scene.model.file == package);
+}
+
+TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
+{
+    const TestFolder folder;
+    Scene scene;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    // Identified twice, then the header; the wish for an end comes with the third block.
+    scene.answers = [stop](size_t number) {
+        if (number == 5)
+            eventfd_write(stop, 1);
+        return number == 5 ? 0 : 1;
+    };
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", folder.put("p.tar", good_package())}, "", stop);
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_TRUE(has(outcome.err, "interrupted; the instrument has dropped what it had of the package"))
+        << outcome.err;
+    EXPECT_FALSE(scene.model.in_transfer());
+    EXPECT_EQ(scene.model.file.substr(0, 1024), std::string(1024, '\xA5'));
+    close(stop);
+}
+
+TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.answers = [](size_t number) { return number < 12 ? 1 : 0; };
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5) << outcome.out << outcome.err;
+    EXPECT_EQ(scene.model.ended, 1);
+    EXPECT_TRUE(has(outcome.err, "the package has arrived, and the instrument does not answer yet"));
+}
+
+TEST(Maint, ProgramTellsOfEveryModule)
+{
+    const TestFolder folder;
+    const std::string image(5000, 'i');
+    Scene scene;
+    const MaintOutcome outcome = scene.run({"program", folder.put("image", image)}, "y\n");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(scene.model.image == image);
+    EXPECT_TRUE(has(outcome.out, "  modules: all 4 are programmed with "));
+    EXPECT_TRUE(has(outcome.out, "module 1: is at work on the image\nmodule 1: done\nmodule 2: is at work"));
+    EXPECT_TRUE(
+        has(outcome.out, "all modules have taken the image; frames sent again: 0\nrestart the instrument\n"));
+}
+
+TEST(Maint, ProgramTellsWhichModuleFailed)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.module_ends = {0, LXI_ERROR_TIMEOUT, 0, 0};
+    const MaintOutcome outcome = scene.run({"program", "--yes", folder.put("image", "i")});
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_TRUE(
+        has(outcome.out, "module 1: done\nmodule 2: failed, a module did not answer in time (0x8000010A)\n"));
+    EXPECT_TRUE(has(outcome.err, "not every module has taken the image"));
+    Scene refused;
+    refused.model.module_ends = {0, 0, 0, IF_ERROR_INV_BIN_HEADER_FORMAT};
+    EXPECT_EQ(refused.run({"program", "--yes", folder.put("image", "i")}).status, 4);
+    Scene silent;
+    silent.model.module_silent_from = 1;
+    const MaintOutcome aborted = silent.run({"program", "--yes", folder.put("image", "i")});
+    EXPECT_EQ(aborted.status, 4);
+    EXPECT_TRUE(has(aborted.err, "the instrument gave the stream up at block 1"));
+}
+
+TEST(Maint, ProgramNeedsToKnowHowManyModulesThereAre)
+{
+    const TestFolder folder;
+    const std::string image = folder.put("image", "i");
+    Scene scene;
+    scene.model.rows['I'] = "";
+    MaintOutcome outcome = scene.run({"program", "--yes", image});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_TRUE(has(outcome.err, "does not tell how many modules it has; --channels does"));
+    EXPECT_EQ(scene.came(), "HEID");
+    scene.model.rows['I'] = "OVX3652B";
+    outcome = scene.run({"program", "--yes", "--channels", "4", image});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_TRUE(has(outcome.err, "OVX3652B has 2 modules"));
+    EXPECT_EQ(scene.model.streams, 0);
+}
+
+TEST(Maint, ProgramCanGoWithoutAnIdentification)
+{
+    const TestFolder folder;
+    Scene scene;
+    const MaintOutcome outcome =
+        scene.run({"program", "--yes", "--no-identify", "--channels", "4", folder.put("image", "i")});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(scene.came(), "HEPD HEPD");
+    EXPECT_EQ(scene.peer->requests[0][8], 0xFF);
+}
+
+TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
+{
+    const TestFolder folder;
+    Scene scene;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    scene.answers = [stop](size_t number) {
+        if (number == 2)
+            eventfd_write(stop, 1);
+        return number == 2 ? 0 : 1;
+    };
+    const MaintOutcome outcome =
+        scene.run({"program", "--yes", folder.put("image", std::string(9000, 'i'))}, "", stop);
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_TRUE(has(outcome.err, "the instrument waits for the rest of the image, and answers nothing else"));
+    close(stop);
+}
+
+TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.module_ends = {0, 0};
+    scene.model.confirms = false;
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    scene.answers = [stop](size_t number) {
+        if (number == 2) // behind the search and the only block
+            eventfd_write(stop, 1);
+        return 1;
+    };
+    const MaintOutcome outcome = scene.run({"program", "--yes", folder.put("image", "i")}, "", stop);
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_TRUE(has(outcome.err, "do not switch off yet")) << outcome.err;
+    EXPECT_FALSE(has(outcome.err, "waits for the rest")) << outcome.err;
+    close(stop);
+}
