@@ -1,13 +1,9 @@
 // Firmware on its way from a host on the LAN to the controller and the modules, to the end of an update.
-#include "instrument.h"
+#include "module_images.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <thread>
-
-#include "crc32_utils.h"
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -25,55 +21,12 @@ void write_file(const fs::path& path, const std::string& contents)
     std::ofstream(path, std::ios::binary) << contents;
 }
 
-std::string contents(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string image_of(size_t size)
-{
-    std::string image(size, '\0');
-    for (size_t i = 0; i < size; ++i)
-        image[i] = static_cast<char>(i + i / 256);
-    return image;
-}
-
-/** What a module's status tells of an image that it has got once. */
-std::string stored(const std::string& kind, const std::string& image)
-{
-    const Crc32Utils& crc32 = *Crc32Utils::getInstance();
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(image.data());
-    char text[100];
-    std::snprintf(text, sizeof text, "\"%s\":{\"stored\":1,\"size\":%zu,\"crc32\":\"%08X\"}", kind.c_str(),
-                  image.size(),
-                  crc32.crc32_signoff(crc32.calculate_crc32(crc32.crc32_init(), bytes, image.size())));
-    return text;
-}
-
-std::string status(const Instrument& instrument, int module)
-{
-    return instrument.ctl({"module", std::to_string(module), "status"}).output;
-}
-
 /** The tool on the LAN. */
 Outcome tool(const Instrument& instrument, const std::vector<std::string>& arguments)
 {
     std::vector<std::string> command = {"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/firmware_tool.py"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return instrument.exec("lan", command);
-}
-
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + Client::kDefaultWait;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
 }
 
 /** A package for the benchtop, with a program to install and an image for the modules. */

@@ -1,13 +1,8 @@
 // Images on their way from a client to the modules, through the running instrument.
-#include "instrument.h"
+#include "module_images.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <thread>
-
-#include "crc32_utils.h"
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -21,61 +16,15 @@ const std::string kOk = "+OK\r\n";
 const std::string kFailed = "-ERR -223, \"Too much data\";+OK\r\n";
 constexpr int kModules = 4;
 
-std::string image_of(size_t size)
-{
-    std::string image(size, '\0');
-    uint32_t state = 1;
-    for (char& byte : image) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return image;
-}
-
 std::string block(const std::string& image)
 {
     const std::string size = std::to_string(image.size());
     return " #" + std::to_string(size.size()) + size + image;
 }
 
-/** What a module's status tells of an image that it has got so often. */
-std::string stored(const std::string& kind, const std::string& image, int times = 1)
-{
-    const Crc32Utils& crc32 = *Crc32Utils::getInstance();
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(image.data());
-    char text[100];
-    std::snprintf(text, sizeof text, "\"%s\":{\"stored\":%d,\"size\":%zu,\"crc32\":\"%08X\"}", kind.c_str(),
-                  times, image.size(),
-                  crc32.crc32_signoff(crc32.calculate_crc32(crc32.crc32_init(), bytes, image.size())));
-    return text;
-}
-
-std::string status(const Instrument& instrument, int module)
-{
-    return instrument.ctl({"module", std::to_string(module), "status"}).output;
-}
-
 fs::path upgrade_folder(const Instrument& instrument)
 {
     return instrument.state() / "halde/upgrade/orvanx";
-}
-
-std::string contents(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + Client::kDefaultWait;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
 }
 
 } // namespace

@@ -1,15 +1,12 @@
 // orvan-maint on a host of the instrument's LAN, and through the launcher's relay.
-#include "instrument.h"
+#include "module_images.h"
 #include "stored_settings.h"
 #include "support/lossy_relay.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <regex>
-
-#include "crc32_utils.h"
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -50,46 +47,11 @@ fs::path put(const Instrument& instrument, const std::string& name, const std::s
     return path;
 }
 
-std::string contents(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/** That no compression makes smaller. */
-std::string image_of(size_t size)
-{
-    std::string image(size, '\0');
-    uint32_t state = 1;
-    for (char& byte : image) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return image;
-}
-
-/** What a module's status tells of an image that it has got once. */
-std::string stored(const std::string& kind, const std::string& image)
-{
-    const Crc32Utils& crc32 = *Crc32Utils::getInstance();
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(image.data());
-    char text[100];
-    std::snprintf(text, sizeof text, "\"%s\":{\"stored\":1,\"size\":%zu,\"crc32\":\"%08X\"}", kind.c_str(),
-                  image.size(),
-                  crc32.crc32_signoff(crc32.calculate_crc32(crc32.crc32_init(), bytes, image.size())));
-    return text;
-}
-
 /** Without a search, which listens for its whole time. */
 Outcome tool_at_address(const Instrument& instrument, std::vector<std::string> arguments)
 {
     arguments.insert(arguments.end(), {"--address", "10.0.0.2"});
     return tool(instrument, arguments);
-}
-
-std::string status(const Instrument& instrument, int module)
-{
-    return instrument.ctl({"module", std::to_string(module), "status"}).output;
 }
 
 std::string pack(const Instrument& instrument, const std::string& image)

@@ -1,0 +1,27 @@
+/**
+ * Images that are brought into an instrument and its modules, and what has arrived of them.
+ */
+#ifndef ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
+#define ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
+
+#include "instrument.h"
+
+#include <filesystem>
+#include <string>
+
+namespace orvan_test {
+
+/** That no compression makes smaller; always the same. */
+std::string image_of(size_t size);
+
+/** What a module's status tells of an image of this kind that it has got so often. */
+std::string stored(const std::string& kind, const std::string& image, int times = 1);
+
+std::string status(const Instrument& instrument, int module);
+
+/** Of a file; empty when there is none. */
+std::string contents(const std::filesystem::path& path);
+
+} // namespace orvan_test
+
+#endif
