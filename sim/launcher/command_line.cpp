@@ -40,7 +40,8 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
            "A verb of 'ctl' for the board at every power-on, as \"i2c 0x20 absent\"; may be given more "
            "than once")
         ->allow_extra_args(false);
-    run->add_option("--log-level", options.log_level, "Log level of the service: err to debug");
+    run->add_option("--log-level", options.log_level, "Log level of the service: err to debug")
+        ->check(CLI::IsMember({"err", "warning", "notice", "info", "debug"}));
     run->add_flag("--no-sandbox", no_sandbox, "Run on the host itself, with modules on 127.0.(6+n).1");
     run->add_flag("--fallback", options.fallback,
                   "As --no-sandbox, but only where the kernel refuses a sandbox");

@@ -6,6 +6,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iostream>
 #include <utility>
 
 #include <poll.h>
@@ -28,6 +30,15 @@ constexpr int kFailed = 1;
 constexpr const char* kLoopback = "127.0.0.1";
 
 } // namespace
+
+void Instance::show_log_that_goes(const std::string& name) const
+{
+    if (m_temporary) {
+        std::ifstream log(m_state / "log" / name);
+        std::cerr << log.rdbuf();
+        std::cerr.clear(); // of an empty log
+    }
+}
 
 void Instance::announce_ready()
 {
@@ -115,6 +126,9 @@ std::optional<int> Instance::note_ended()
         std::puts("the service has ended in order, as by its power button");
         return 0;
     }
+    if (!m_announced) {
+        show_log_that_goes("service.log");
+    }
     say_error("the service ended with " + m_service.how_it_ended() +
               (m_temporary ? "" : "; see " + (m_state / "log/service.log").string()));
     return exit_code != 0 ? exit_code : kFailed;
@@ -164,6 +178,7 @@ int Instance::loop()
         }
         if (Clock::now() >= m_deadline) {
             if (!m_rebooting) {
+                show_log_that_goes("service.log");
                 return say_error("the service has not become ready in time");
             }
             m_service.signal(SIGKILL);

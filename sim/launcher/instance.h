@@ -70,6 +70,8 @@ private:
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
     // instance.cpp: life
+    /// A temporary state takes its logs along; what they tell is shown.
+    void show_log_that_goes(const std::string& name) const;
     void announce_ready();
     void announce_new_address();
     std::string lan_address() const;

@@ -23,9 +23,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kModuleStart = 10s;  ///< until a module's control socket answers
-constexpr auto kModulesReady = 60s; ///< for which the service waits for the modules
-constexpr auto kServiceStart = 30s; ///< until the service is ready, beside that wait
+constexpr auto kModuleStart = 10s; ///< until a module's control socket answers
+/// Until the service is ready, as in its unit: it waits a minute for its modules, and then asks each for four
+/// things, which costs 40 s for a silent one.
+constexpr auto kServiceStart = 300s;
 constexpr auto kPollStep = 10ms;
 
 constexpr const char* kTypePlate = "board/model"; ///< of the state directory
@@ -149,6 +150,7 @@ Result<bool> Instance::produce()
             return pid.error();
         }
         if (const int status = wait_for(pid.value()); status != 0) {
+            show_log_that_goes("production.log");
             return Error{"writing the settings of a new " + m_options.model, 0,
                          "orvan-service --produce ended with status " + std::to_string(status),
                          "see " + (m_state / "log/production.log").string(), false};
@@ -347,7 +349,7 @@ Result<bool> Instance::start_service()
     m_service = Child(pid.value());
     m_ready = false;
     m_ending = false;
-    m_deadline = Clock::now() + kModulesReady + kServiceStart;
+    m_deadline = Clock::now() + kServiceStart;
     return true;
 }
 

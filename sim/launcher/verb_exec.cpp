@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 namespace orvan_launcher {
 
@@ -47,6 +48,10 @@ int execute_inside(const std::string& named_state, const std::string& role,
     Command command;
     command.argv = words;
     command.environment = record->environment;
+    // The stand-ins stay first; behind them, what the caller has, for its own programs.
+    if (const char* own = std::getenv("PATH"); own != nullptr && *own != '\0') {
+        command.environment["PATH"] += std::string(":") + own;
+    }
     const Result<pid_t> pid = spawn(membership.value(), command);
     if (!pid) {
         return complain(pid.error().text());

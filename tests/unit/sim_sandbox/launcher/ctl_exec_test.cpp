@@ -258,6 +258,24 @@ TEST_F(OrvanSim, OfSeveralInstancesOneHasToBeNamed)
     m_launcher = first;
 }
 
+TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathBehindTheStandIns)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    const TemporaryDirectory own;
+    for (const char* name : {"callers-own", "sudo"}) {
+        std::ofstream(own.path() / name) << "#!/bin/sh\necho the caller\n";
+        std::filesystem::permissions(own.path() / name, std::filesystem::perms::owner_all);
+    }
+    const std::string before = getenv("PATH");
+    setenv("PATH", (own.path().string() + ":" + before).c_str(), 1);
+    EXPECT_EQ(sim({"exec", "--in", "lan", "--", "callers-own"}).output, "the caller\n");
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", "command -v sudo"}).output.find(own.path().string()),
+              std::string::npos);
+    setenv("PATH", before.c_str(), 1);
+}
+
 TEST_F(OrvanSim, HelpAndVersionAreGivenAndAWrongLineIsStatus2)
 {
     EXPECT_TRUE(
@@ -266,8 +284,11 @@ TEST_F(OrvanSim, HelpAndVersionAreGivenAndAWrongLineIsStatus2)
          {std::vector<std::string>{"--help"}, {"run", "--help"}, {"ctl", "--help"}, {"exec", "--help"}}) {
         EXPECT_EQ(sim(words).status, 0);
     }
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{}, {"walk"}, {"run", "--modules", "5"}, {"run", "--scpi-port", "65536"}}) {
+    for (const std::vector<std::string>& words : {std::vector<std::string>{},
+                                                  {"walk"},
+                                                  {"run", "--modules", "5"},
+                                                  {"run", "--scpi-port", "65536"},
+                                                  {"run", "--log-level", "verbose"}}) {
         EXPECT_EQ(sim(words).status, 2);
     }
 }

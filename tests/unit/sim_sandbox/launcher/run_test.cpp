@@ -294,7 +294,8 @@ TEST_F(OrvanSimRun, ServiceThatEndsAheadOfBeingReadyIsAnErrorWhateverItsStatus)
 {
     start({"--modules", "none"}, {{"ORVAN_DOUBLE_EXIT", "0"}});
     EXPECT_EQ(wait(), 1);
-    EXPECT_TRUE(output().ends_with("orvan-sim: the service ended with status 0\n")) << output();
+    EXPECT_TRUE(output().ends_with("double: ends at once\norvan-sim: the service ended with status 0\n"))
+        << output();
 }
 
 TEST_F(OrvanSimRun, ServiceThatDoesNotGetReadyEndsTheRun)

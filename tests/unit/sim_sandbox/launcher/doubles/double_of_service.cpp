@@ -112,6 +112,7 @@ int main(int, char** argv)
         return status != nullptr ? atoi(status) : 0;
     }
     if (const char* status = getenv("ORVAN_DOUBLE_EXIT")) {
+        fputs("double: ends at once\n", stderr);
         return atoi(status);
     }
     const char* pid = getenv("LISTEN_PID");
