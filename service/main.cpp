@@ -183,12 +183,13 @@ int main(int argc, char** argv)
                    stderr);
         return kExitOutsideSandbox;
     }
-    open_log(options->log_level, options->foreground);
+    // Production is run at a terminal, whose user has to see what became of it.
+    open_log(options->log_level, options->foreground || !options->produce.empty());
     try {
         exit_code = options->produce.empty() ? serve(*options) : produce(options->produce, options->serial);
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "%s", error.what());
-        if (!options->foreground) {
+        if (!options->foreground && options->produce.empty()) {
             std::fprintf(stderr, "orvan-service: %s\n", error.what());
         }
         exit_code = kExitFailed;

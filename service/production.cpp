@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 
 using namespace HaldeElec::Orvan;
 using HaldeElec::OrvanDebug;
@@ -66,6 +67,17 @@ const Row* platform_of(const std::string& model)
     return nullptr;
 }
 
+std::string known_models()
+{
+    std::string models;
+    for (const Row& row : kPlatforms) {
+        for (const sDevArch_t* entry = row.models; entry->model != nullptr; ++entry) {
+            models += std::string(" ") + entry->model;
+        }
+    }
+    return models;
+}
+
 void set_text(char (&field)[kSettingsTextSize], const std::string& text)
 {
     std::strncpy(field, text.c_str(), sizeof field - 1);
@@ -93,7 +105,7 @@ int produce(const std::string& model, const std::string& serial)
 {
     const Row* const platform = platform_of(model);
     if (platform == nullptr) {
-        ::syslog(LOG_ERR, "no such model: %s", model.c_str());
+        ::syslog(LOG_ERR, "no such model: %s; known are:%s", model.c_str(), known_models().c_str());
         return kExitBadOptions;
     }
     OrvanDebug::SetLogMode(kNoDebugLog);
