@@ -139,3 +139,25 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
         EXPECT_EQ(number_in(document.get(), channel, "ODT_FREQ"), 1e9) << channel;
     }
 }
+
+// Both go to all modules, and the controller is at work beside them.
+TEST(ManyClients, WaitForAResetAndForATestOfAnother)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    Client client = instrument.client();
+    Client other = instrument.client();
+    for (const std::string command : {"*RST", "*TST"}) {
+        ASSERT_EQ(instrument.ctl({"module", "3", "slow", "1500"}).status, 0);
+        ASSERT_TRUE(client.send(command + "\n"));
+        ASSERT_TRUE(eventually([&] {
+            return instrument.ctl({"module", "3", "log"}).output.find(command) != std::string::npos;
+        })) << command;
+        ASSERT_TRUE(other.send(":SYST:VERS?\n"));
+        EXPECT_TRUE(other.stays_silent(std::chrono::milliseconds(500))) << command;
+        // A reset sends the setup that is recalled, element by element.
+        ASSERT_EQ(instrument.ctl({"module", "3", "up"}).status, 0);
+        EXPECT_EQ(client.read_line(), "+OK\r\n") << command;
+        EXPECT_EQ(other.read_line(), "1999.0;+OK\r\n") << command;
+    }
+}
