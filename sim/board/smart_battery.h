@@ -8,7 +8,7 @@
 
 namespace sim_board {
 
-/// A battery of the Smart Battery Data Specification 1.1, three lithium cells with 6600 mAh, whose charge
+/// A battery by SBData 1.1, three lithium cells with 6600 mAh, whose charge
 /// drains and fills on the board's clock at a constant current. Of its functions it has those below; it
 /// counts in mA and mAh whatever CAPACITY_MODE says. Thread-safe.
 class SmartBattery : public SmbusWordDevice {

@@ -1,4 +1,4 @@
-// Words of the Smart Battery Data Specification 1.1 on the board's clock, and the charge controller.
+// The words of SBData 1.1 on the board's clock, and the charge controller.
 
 #include "board/charge_controller.h"
 #include "board/smart_battery.h"
