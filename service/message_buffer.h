@@ -3,7 +3,7 @@
 
 #include "large_buffer_pool.h"
 
-#include "scpi/framer.h"
+#include "scpi/extensions.h"
 
 #include <array>
 #include <cstddef>

@@ -1,7 +1,7 @@
 /** Cuts the bytes of one connection into requests, each a program message with its line end. */
 #pragma once
 
-#include "scpi/framer.h"
+#include "scpi/extensions.h"
 
 #include <cstddef>
 #include <string>

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "error_table.h"
+#include "scpi/extensions.h"
 #include "scpi/ieee488.h"
 #include "status.h"
 

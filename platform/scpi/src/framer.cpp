@@ -1,4 +1,4 @@
-#include "scpi/framer.h"
+#include "scpi/extensions.h"
 
 #include "program_text.h"
 

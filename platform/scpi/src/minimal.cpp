@@ -2,6 +2,7 @@
 
 #include "register_commands.h"
 #include "scpi/error.h"
+#include "scpi/extensions.h"
 #include "scpi/ieee488.h"
 #include "scpi/result.h"
 

@@ -6,6 +6,7 @@
 #include "decimal.h"
 #include "parameter_support.h"
 #include "scpi/error.h"
+#include "scpi/extensions.h"
 #include "scpi/parameter.h"
 #include "scpi/units.h"
 

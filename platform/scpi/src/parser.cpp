@@ -9,7 +9,7 @@
 #include "header.h"
 #include "program_text.h"
 #include "scpi/error.h"
-#include "scpi/framer.h"
+#include "scpi/extensions.h"
 
 namespace {
 

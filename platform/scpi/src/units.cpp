@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "chars.h"
+#include "scpi/extensions.h"
 
 const scpi_unit_def_t scpi_units_def[] = {
     {"PV", SCPI_UNIT_VOLT, 1e-12},    {"NV", SCPI_UNIT_VOLT, 1e-9},     {"UV", SCPI_UNIT_VOLT, 1e-6},

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "scpi/framer.h"
+#include "scpi/extensions.h"
 
 namespace {
 

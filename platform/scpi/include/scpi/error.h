@@ -60,17 +60,9 @@ void SCPI_ErrorPush(scpi_t* context, int_fast16_t err);
  *  An empty or null text is no text. When there is no memory the error is queued without it. */
 void SCPI_ErrorPushEx(scpi_t* context, int_fast16_t err, const char* info, size_t info_len);
 
-/** Puts the text on the newest entry of the queue in place of the one that it had; queues nothing.
- *  Does nothing on an empty queue, nor when the newest entry is the overflow mark, as the error that the
- *  text belongs to is then not in the queue. */
-void SCPI_ErrorUpdateEx(scpi_t* context, const char* info, size_t info_len);
-
 /** Takes the oldest entry; false and {0, null} on an empty queue. The caller frees the text with
  * SCPI_ErrorFree. */
 scpi_bool_t SCPI_ErrorPop(scpi_t* context, scpi_error_t* error);
-
-/** Frees the text of an entry that SCPI_ErrorPop gave. */
-void SCPI_ErrorFree(scpi_error_t* error);
 
 /** Empties the queue. */
 void SCPI_ErrorClear(scpi_t* context);

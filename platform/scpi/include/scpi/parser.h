@@ -23,9 +23,6 @@ void SCPI_Init(scpi_t* context, const scpi_command_t* commands, const scpi_inter
                const char* idn4, char* input_buffer, size_t input_buffer_length,
                scpi_error_t* error_queue_data, int16_t error_queue_size);
 
-/** Frees the index and the texts in the error queue. The context must be built again before use. */
-void SCPI_Deinit(scpi_t* context);
-
 /**
  * Takes bytes in any pieces; executes every program message that they complete, in order.
  *
@@ -78,10 +75,6 @@ scpi_bool_t SCPI_Parse(scpi_t* context, char* data, size_t len);
 /** True when the header (no white space around it, with its "?" if it is a query) matches the pattern.
  *  The leading ':' may be missing in either; a common command's '*' may not. */
 scpi_bool_t SCPI_Match(const char* pattern, const char* header, size_t len);
-
-/** First row of the context's table that matches the header, null when none does.
- *  Costs time in the header's length, not in the table's. */
-const scpi_command_t* SCPI_FindCommand(const scpi_t* context, const char* header, size_t len);
 
 /** `tag` of the current command's row; 0 outside a command. */
 int32_t SCPI_CmdTag(const scpi_t* context);

@@ -7,7 +7,7 @@
 #include "types.h"
 
 #include "error.h"
-#include "framer.h"
+#include "extensions.h"
 #include "ieee488.h"
 #include "minimal.h"
 #include "parameter.h"

@@ -211,7 +211,7 @@ typedef struct {
     scpi_const_buffer_t cmd_raw; /**< the header as received, compound path applied, in the input buffer */
 } scpi_param_list_t;
 
-/** State of the message framer (see framer.h). Zeroed at the start of a message. */
+/** State of the message framer (see extensions.h). Zeroed at the start of a message. */
 typedef struct {
     uint8_t state;
     char quote;          /**< the quote that is open */

@@ -18,9 +18,6 @@ extern "C" {
  */
 extern const scpi_unit_def_t scpi_units_def[];
 
-/** The entry with that name in any case; null when there is none, or when `units` is null. */
-const scpi_unit_def_t* SCPI_FindUnit(const scpi_unit_def_t* units, const char* name, size_t len);
-
 #ifdef __cplusplus
 }
 #endif
