@@ -201,11 +201,22 @@ TEST_F(ErrorQueue, InfoTextEndsAtItsLengthOrItsNul)
     EXPECT_EQ(pop(), "-200:abc");
 }
 
+TEST_F(ErrorQueue, InfoTextWithoutALengthIsTakenWhole)
+{
+    SCPI_ErrorPushEx(&context, -200, "Target is not initialized", 0);
+    EXPECT_EQ(pop(), "-200:Target is not initialized");
+    push(-109, "first");
+    SCPI_ErrorUpdateEx(&context, "Param 0", 0);
+    EXPECT_EQ(pop(), "-109:Param 0");
+}
+
 TEST_F(ErrorQueue, EmptyInfoTextIsNone)
 {
-    SCPI_ErrorPushEx(&context, -200, "abc", 0);
-    SCPI_ErrorPushEx(&context, -200, "", 10);
-    SCPI_ErrorPushEx(&context, -200, nullptr, 10);
+    for (const size_t length : {0, 10}) {
+        SCPI_ErrorPushEx(&context, -200, "", length);
+        SCPI_ErrorPushEx(&context, -200, nullptr, length);
+    }
+    EXPECT_EQ(pop(), "-200");
     EXPECT_EQ(pop(), "-200");
     EXPECT_EQ(pop(), "-200");
     EXPECT_EQ(pop(), "-200");

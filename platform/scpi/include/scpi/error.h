@@ -56,8 +56,9 @@ enum {
  */
 void SCPI_ErrorPush(scpi_t* context, int_fast16_t err);
 
-/** The same with a text, at most `info_len` bytes of it up to its first NUL, kept in the queue entry.
- *  An empty or null text is no text. When there is no memory the error is queued without it. */
+/** The same with a text, at most `info_len` bytes of it up to its first NUL, kept in the queue entry; with
+ *  `info_len` 0 all of it up to its NUL. An empty or null text is no text. When there is no memory the error
+ *  is queued without it. */
 void SCPI_ErrorPushEx(scpi_t* context, int_fast16_t err, const char* info, size_t info_len);
 
 /** Takes the oldest entry; false and {0, null} on an empty queue. The caller frees the text with

@@ -22,9 +22,9 @@ const scpi_command_t* SCPI_FindCommand(const scpi_t* context, const char* header
 
 /* The error queue */
 
-/** Puts the text on the newest entry of the queue in place of the one that it had; queues nothing.
- *  Does nothing on an empty queue, nor when the newest entry is the overflow mark, as the error that the
- *  text belongs to is then not in the queue. */
+/** Puts the text, measured as by SCPI_ErrorPushEx, on the newest entry of the queue in place of the one that
+ *  it had; queues nothing. Does nothing on an empty queue, nor when the newest entry is the overflow mark, as
+ *  the error that the text belongs to is then not in the queue. */
 void SCPI_ErrorUpdateEx(scpi_t* context, const char* info, size_t info_len);
 
 /** Frees the text of an entry that SCPI_ErrorPop gave. */
