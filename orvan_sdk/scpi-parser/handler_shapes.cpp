@@ -69,12 +69,17 @@ scpi_result_t missing_parameter(scpi_t* context, const char* handler, int positi
     return SCPI_RES_ERR;
 }
 
-bool reply_text(scpi_t* context, const char* handler, const char* text)
+bool result_taken(scpi_t* context, const char* handler, size_t taken)
 {
-    if (SCPI_ResultCharacters(context, text, std::strlen(text)) != 0)
+    if (taken != 0)
         return true;
     fail(context, handler, -223, "copy data out failed", "Failed to copy output data");
     return false;
+}
+
+bool reply_text(scpi_t* context, const char* handler, const char* text)
+{
+    return result_taken(context, handler, SCPI_ResultCharacters(context, text, std::strlen(text)));
 }
 
 scpi_result_t set_text(scpi_t* context, const char* handler, int (IOrvanDeviceManager::*set)(uint8_t*),

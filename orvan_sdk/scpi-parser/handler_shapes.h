@@ -64,8 +64,11 @@ scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* i
 scpi_result_t missing_parameter(scpi_t* context, const char* handler, int position = 0,
                                 const char* what = nullptr);
 
-/** Replies with a text. @return false, with -223 queued and logged, when it was not taken; the empty text
- * never is */
+/** What a handler makes of the bytes that a result function took. @return false, with -223 queued and logged,
+ * when there are none */
+bool result_taken(scpi_t* context, const char* handler, size_t taken);
+
+/** Replies with a text. @return as result_taken; the empty text never is */
 bool reply_text(scpi_t* context, const char* handler, const char* text);
 
 /** @return SCPI_RES_OK or SCPI_RES_ERR */

@@ -202,13 +202,14 @@ scpi_result_t OrvanX_getFPGAVersion(scpi_t* context)
 
 scpi_result_t OrvanX_getBatteryChargeLevel(scpi_t* context)
 {
-    const auto get = [](Device& device, GetterText& text) {
-        uint16_t percent = 0;
-        const int result = device.GetBatteryCharge(percent);
-        print_number(text, percent);
-        return result;
-    };
-    return get_value(context, __func__, ODT_BATT, get, GetShape::kMirrorsFirst);
+    const Target target(context);
+    uint16_t percent = 0;
+    if (target.device == nullptr || target.device->GetBatteryCharge(percent) != 0)
+        return SCPI_RES_ERR;
+    char text[16];
+    print_number(text, percent);
+    target.mirror(ODT_BATT, text);
+    return result_of(result_taken(context, __func__, SCPI_ResultUInt32Base(context, percent, 10)));
 }
 
 scpi_result_t OrvanX_getOptions(scpi_t* context)

@@ -78,7 +78,7 @@ scpi_result_t OrvanX_getOutputOnOff(scpi_t* context)
         target.mirror(ODT_RF_OUT, reply.c_str());
     }
     const bool on = reply.starts_with('1');
-    if (!reply_text(context, __func__, on ? "1" : "0"))
+    if (!result_taken(context, __func__, SCPI_ResultBool(context, on)))
         return SCPI_RES_ERR;
     return route(target, &Device::SetRFOutput, on);
 }

@@ -115,8 +115,8 @@ scpi_result_t OrvanX_getPowerupDB(scpi_t* context)
     const Target target(context);
     if (target.orvanx == nullptr)
         return SCPI_RES_ERR;
-    return result_of(
-        reply_text(context, __func__, std::to_string(target.orvanx->get_bootDBConfig()).c_str()));
+    const auto setup = static_cast<uint32_t>(target.orvanx->get_bootDBConfig());
+    return result_of(result_taken(context, __func__, SCPI_ResultUInt32Base(context, setup, 10)));
 }
 
 // ---- reset

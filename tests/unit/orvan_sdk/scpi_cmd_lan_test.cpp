@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "result_tap.h"
 
 using namespace orvan_test;
 using HaldeElec::Orvan::sDevArch_t;
@@ -459,6 +460,20 @@ TEST_F(Identity, ATextThatFillsItsRoomEndsThere)
     device.texts["GetOption"] = std::string(256, 'o');
     EXPECT_EQ(ask("*OPT?"), std::string(256, 'o') + ";+OK\r\n");
     EXPECT_EQ(text(1, ODT_OPT), std::string(31, 'o'));
+}
+
+TEST_F(Identity, TheBatteryChargeIsANumberOfTheParserLibraryAndMirroredFirst)
+{
+    device.numbers["GetBatteryCharge"] = 65535;
+    ResultTap results;
+    EXPECT_EQ(ask(":SYST:BAT?"), "65535;+OK\r\n");
+    EXPECT_EQ(results.calls, Lines{"SCPI_ResultUInt32Base 65535 to the base 10"});
+    device.numbers["GetBatteryCharge"] = 41;
+    results.refuses = true;
+    EXPECT_EQ(ask(":SYST:BAT?"), kTooMuchData);
+    EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
+    EXPECT_EQ(take_error_lines(), Lines{not_copied("OrvanX_getBatteryChargeLevel")});
+    EXPECT_EQ(text(1, ODT_BATT), "41");
 }
 
 TEST_F(Identity, AResultStandsBesideOthersOfItsLine)

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "result_tap.h"
 
 using namespace orvan_test;
 using testing::IsEmpty;
@@ -229,6 +230,15 @@ TEST_F(OutputHandlers, TheOutputQueryMakesTheDeviceFollowTheModule)
         }
     }
     EXPECT_EQ(module.requests().front(), ":OUTP?\r\n");
+}
+
+TEST_F(OutputHandlers, TheOutputQueryRepliesWithABooleanOfTheParserLibrary)
+{
+    module.then(ModuleAnswer::reply("1;+OK\r\n"));
+    module.then(ModuleAnswer::reply("0;+OK\r\n"));
+    ResultTap results;
+    ask(":OUTP?;:OUTP?");
+    EXPECT_EQ(results.calls, (Lines{"SCPI_ResultBool 1", "SCPI_ResultBool 0"}));
 }
 
 TEST_F(OutputHandlers, ASilentModuleCountsAsOff)

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "result_tap.h"
 #include "setup_bench.h"
 #include "support/output_capture.h"
 #include "support/rendezvous.h"
@@ -171,6 +172,18 @@ TEST_F(SetupHandlers, ThePowerUpSetupReadsBack)
     EXPECT_EQ(ask(":SYST:POW:SET?"), "5;+OK\r\n");
     EXPECT_EQ(ask(":SYST:POW:SET 0"), "+OK\r\n");
     EXPECT_EQ(ask(":SYST:POW:SET?"), "0;+OK\r\n");
+}
+
+TEST_F(SetupHandlers, ThePowerUpSetupIsANumberOfTheParserLibrary)
+{
+    settings_in_memory().bootDBConfig = 255;
+    ResultTap results;
+    EXPECT_EQ(ask(":SYST:POW:SET?"), "255;+OK\r\n");
+    EXPECT_EQ(results.calls, Lines{"SCPI_ResultUInt32Base 255 to the base 10"});
+    results.refuses = true;
+    EXPECT_EQ(ask(":SYST:POW:SET?"), kTooMuchData);
+    EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
+    EXPECT_EQ(take_error_lines(), Lines{line("OrvanX_getPowerupDB", "Failed to copy output data")});
 }
 
 TEST_F(SetupHandlers, ThePowerUpSetupNeedsItsNumber)
