@@ -6,10 +6,9 @@
 #include <system_error>
 #include <utility>
 
-#include <scpi/scpi.h>
-
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "parser_library.h"
 
 namespace HaldeElec::Orvan {
 
@@ -41,7 +40,7 @@ void Target::mirror(int tag, const char* text) const
 
 scpi_result_t fail_unlogged(scpi_t* context, int code, const char* info)
 {
-    SCPI_ErrorPushEx(context, code, info, std::strlen(info));
+    queue_error(context, code, info);
     return SCPI_RES_ERR;
 }
 
@@ -60,8 +59,8 @@ scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* i
 scpi_result_t missing_parameter(scpi_t* context, const char* handler, int position, const char* what)
 {
     char info[32];
-    const int length = std::snprintf(info, sizeof info, "Param %d", position);
-    SCPI_ErrorUpdateEx(context, info, static_cast<size_t>(length));
+    std::snprintf(info, sizeof info, "Param %d", position);
+    explain_error(context, info);
     if (what != nullptr)
         syslog(LOG_ERR, "%s: Failed to retrieve a mandatory %s\n", handler, what);
     else
@@ -82,11 +81,17 @@ bool reply_text(scpi_t* context, const char* handler, const char* text)
     return result_taken(context, handler, SCPI_ResultCharacters(context, text, std::strlen(text)));
 }
 
+bool read_text(scpi_t* context, char (&text)[kHandlerTextSize])
+{
+    size_t size = 0; // not every parser library can do without a place for it
+    return SCPI_ParamCopyText(context, text, sizeof text, &size, true);
+}
+
 scpi_result_t set_text(scpi_t* context, const char* handler, int (IOrvanDeviceManager::*set)(uint8_t*),
                        int tag)
 {
     char text[kHandlerTextSize] = {};
-    if (!SCPI_ParamCopyText(context, text, sizeof text, nullptr, true))
+    if (!read_text(context, text))
         return missing_parameter(context, handler);
     return apply_setting(context, tag, text,
                          [&](IOrvanDeviceManager& device) { (device.*set)(as_bytes(text)); });

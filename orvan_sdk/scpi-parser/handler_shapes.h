@@ -23,6 +23,10 @@ namespace HaldeElec::Orvan {
 /** Room for a text parameter and its NUL, and for the text of a getter. */
 inline constexpr size_t kHandlerTextSize = 256;
 
+/** Reads a mandatory text parameter. @return false with the reader's error queued, -223 for one that is too
+ * long */
+bool read_text(scpi_t* context, char (&text)[kHandlerTextSize]);
+
 /** A getter's text. The byte behind its room ends a text that fills it. */
 using GetterText = char[kHandlerTextSize + 1];
 

@@ -44,7 +44,7 @@ void add_item(scpi_t* ctx, userContext_t* u)
     item.param_len = 0;
     item.param[0] = '\0';
     if (item.is_query == 0) {
-        const size_t kept = std::min(params.len, kBypassParamSize - 1);
+        const size_t kept = std::min(static_cast<size_t>(params.len), kBypassParamSize - 1);
         if (kept > 0)
             std::memcpy(item.param, params.buffer, kept);
         item.param[kept] = '\0';
@@ -112,7 +112,7 @@ bool append_current_subcmd(scpi_t* ctx, userContext_t* u)
 {
     const char* const hdr = ctx->param_list.cmd_raw.data;
     const char* const pbuf = ctx->param_list.lex_state.buffer;
-    const size_t plen = ctx->param_list.lex_state.len;
+    const auto plen = static_cast<size_t>(ctx->param_list.lex_state.len);
     // The byte behind the header is the separator that the client wrote; further ones are dropped.
     const size_t hlen = ctx->param_list.cmd_raw.length + (plen > 0 ? 1 : 0);
     if (u->bypass_accum_active == 0 || u->bypass_accum_len + hlen + plen + 1 > u->bypass_accum_cap)

@@ -276,7 +276,7 @@ const scpi_choice_def_t trigger_source[] = {
     {nullptr,    -1},
 };
 
-const scpi_interface_t scpi_interface = {
+scpi_interface_t scpi_interface = {
     .error   = SCPI_Error,
     .write   = SCPI_Write,
     .control = SCPI_Control,

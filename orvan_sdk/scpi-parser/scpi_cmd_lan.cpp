@@ -154,7 +154,7 @@ scpi_result_t OrvanX_setNetworkDNS(scpi_t* context)
     if (!SCPI_ParamChoice(context, options0, &server, true))
         return missing_parameter(context, __func__, 0);
     char text[kHandlerTextSize] = {};
-    if (!SCPI_ParamCopyText(context, text, sizeof text, nullptr, true))
+    if (!read_text(context, text))
         return missing_parameter(context, __func__, 1);
     return apply_setting(context, ODT_NO_TAG, text, [server, &text](Device& device) {
         server == 1 ? device.SetDNS1(as_bytes(text)) : device.SetDNS2(as_bytes(text));

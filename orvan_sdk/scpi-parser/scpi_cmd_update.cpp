@@ -5,11 +5,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <scpi/scpi.h>
-
 #include "handler_shapes.h"
 #include "orvan_fs_utils.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "parser_library.h"
 #include "sys_cmd.h"
 
 using namespace HaldeElec::Orvan;
@@ -43,11 +42,10 @@ scpi_result_t send_image(scpi_t* context, const char* handler, Scpi_Orvanx& orva
 // Takes the image out of the message, stores and sends it.
 scpi_result_t update_modules(scpi_t* context, const char* handler, const ModuleImage& image)
 {
-    static constexpr char kInfo[] = "Parsing failed";
     const char* data = nullptr;
     size_t size = 0;
     if (!SCPI_ParamArbitraryBlock(context, &data, &size, true) || data == nullptr || size == 0) {
-        SCPI_ErrorUpdateEx(context, kInfo, sizeof kInfo - 1);
+        explain_error(context, "Parsing failed");
         syslog(LOG_ERR, "%s: data %s, data_len = %u. aborting.\n", handler, data == nullptr ? "null" : "ok",
                static_cast<unsigned>(size));
         return SCPI_RES_ERR;

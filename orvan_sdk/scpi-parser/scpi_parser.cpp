@@ -8,12 +8,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <scpi/scpi.h>
-
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
+#include "parser_library.h"
 
 scpi_t scpi_context;
 char scpi_input_buffer[kScpiInputBufferSize];
@@ -87,7 +86,7 @@ scpi_bool_t ScpiParser::sendCommandToNewScpiParser(char* buffer, int valread)
     const int fd = user_record(scpi_context)->socket;
     log_send(buffer, static_cast<size_t>(valread), fd);
     scpi_lease_acquire(fd);
-    const scpi_bool_t executed = SCPI_Input(&scpi_context, buffer, static_cast<size_t>(valread));
+    const scpi_bool_t executed = HaldeElec::Orvan::hand_in(SCPI_Input, &scpi_context, buffer, valread);
     if (executed)
         m_cmdExternal = isCommand(buffer, valread) && !isInternalMessage(fd);
     else

@@ -23,8 +23,8 @@ extern const scpi_command_t scpi_commands[];
 /** Names of the trigger sources that the instrument's own software uses. */
 extern const scpi_choice_def_t trigger_source[];
 
-/** The five callbacks. */
-extern const scpi_interface_t scpi_interface;
+/** The five callbacks. Nobody writes them; parser libraries take them without const. */
+extern scpi_interface_t scpi_interface;
 
 /** The parser context. ScpiParser::init_new_scpi builds it; it lives as long as the process. */
 extern scpi_t scpi_context;

@@ -103,7 +103,7 @@ scpi_bool_t SCPI_ParamCharacters(scpi_t* context, const char** value, size_t* le
  *
  * @param buffer a NUL ends the text in it: it takes up to size - 1 bytes. A longer text is -223, and the
  *               buffer is then empty, as after every other error
- * @param len    bytes of the text, which may itself hold a NUL; may be null
+ * @param len    bytes of the text, which may itself hold a NUL; may be null, which the open library refuses
  */
 scpi_bool_t SCPI_ParamCopyText(scpi_t* context, char* buffer, size_t size, size_t* len,
                                scpi_bool_t mandatory);
