@@ -45,6 +45,25 @@ inline void explain_error([[maybe_unused]] scpi_t* context, [[maybe_unused]] con
 #endif
 }
 
+/** First row of the context's table that the header matches, null when none does; tries row after row. */
+inline const scpi_command_t* match_rows(const scpi_t* context, const char* header, size_t len)
+{
+    for (const scpi_command_t* row = context->cmdlist; row->pattern != nullptr; ++row)
+        if (SCPI_Match(row->pattern, header, len))
+            return row;
+    return nullptr;
+}
+
+/** The same row, by the library's index where it has one. */
+inline const scpi_command_t* find_row(const scpi_t* context, const char* header, size_t len)
+{
+#if ORVAN_PARSER_EXTENSIONS
+    return SCPI_FindCommand(context, header, len);
+#else
+    return match_rows(context, header, len);
+#endif
+}
+
 } // namespace HaldeElec::Orvan
 
 #endif

@@ -6,9 +6,8 @@
 #include <cstring>
 #include <syslog.h>
 
-#include <scpi/scpi.h>
-
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "parser_library.h"
 
 namespace {
 
@@ -162,10 +161,8 @@ bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
     size_t hlen = 0;
     if (scan_next_header(after_curr, line_end, &hdr, &hlen) == nullptr)
         return false;
-    for (const scpi_command_t* row = ctx->cmdlist; row->pattern != nullptr; ++row)
-        if (SCPI_Match(row->pattern, hdr, hlen))
-            return row->callback == bypass_cb;
-    return false;
+    const scpi_command_t* const row = HaldeElec::Orvan::find_row(ctx, hdr, hlen);
+    return row != nullptr && row->callback == bypass_cb;
 }
 
 scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* buf, size_t len)

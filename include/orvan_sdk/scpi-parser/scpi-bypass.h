@@ -44,7 +44,8 @@ const char* skip_ws_(const char* p, const char* end);
  */
 const char* scan_next_header(const char* p, const char* end, const char** hdr, size_t* hlen);
 
-/** True when the next sub-command in [after_curr, line_end) is absolute and its row has this callback. */
+/** True when the next sub-command in [after_curr, line_end) is absolute and the first row of the context's
+ *  table that it matches has this callback. SCPI_Init has built the context. */
 bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
                     scpi_command_callback_t bypass_cb);
 

@@ -224,25 +224,4 @@ TEST_F(RunText, ClosingARunZeroesItsFieldsAndTheErrorMark)
     end_bypass_run(&user); // closing a closed run is harmless
 }
 
-TEST_F(RunText, NextSubCommandIsLookedUpInTheOrderOfTheTable)
-{
-    const scpi_command_t table[] = {
-        {":POWer?", SCPI_StatusPreset, 0},   {":POWer?", OrvanX_cmdBypass, 0},
-        {":FREQuency", OrvanX_cmdBypass, 0}, {nullptr, nullptr, 0},
-        {":PHASe", OrvanX_cmdBypass, 0},
-    };
-    context.cmdlist = table;
-    const auto forwarded = [&](const std::string& rest) {
-        return next_is_bypass(&context, rest.data(), rest.data() + rest.size(), OrvanX_cmdBypass);
-    };
-    EXPECT_TRUE(forwarded(";:FREQ 1\n"));
-    EXPECT_TRUE(forwarded(" ; :frequency 1\n"));
-    EXPECT_FALSE(forwarded(";:POW?\n")); // the first row that matches decides
-    EXPECT_FALSE(forwarded(";:PHAS 1\n"));
-    EXPECT_FALSE(forwarded(";:FREQ? 1\n"));
-    EXPECT_FALSE(forwarded(";FREQ 1\n"));
-    EXPECT_FALSE(forwarded("\r\n:FREQ 1"));
-    EXPECT_FALSE(forwarded(""));
-}
-
 } // namespace
