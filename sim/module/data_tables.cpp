@@ -6,19 +6,19 @@ namespace {
 
 // clang-format off
 constexpr Range kListColumns[] = {
-    {SCPI_UNIT_HERTZ,   8e3,    kModelMaximum}, // frequency
-    {SCPI_UNIT_DBM,     -90,    20},            // power
-    {SCPI_UNIT_SECOND,  100e-6, 1000},          // dwell time
+    kFrequencyRange,
+    kPowerRange,
+    kStepTimeRange,                     // dwell time
 };
 
 constexpr Range kPatternColumns[] = {
-    {SCPI_UNIT_SECOND,  100e-9, 10},            // on
-    {SCPI_UNIT_SECOND,  100e-9, 10},            // off
+    {SCPI_UNIT_SECOND,  100e-9, 10},    // on
+    {SCPI_UNIT_SECOND,  100e-9, 10},    // off
 };
 
 constexpr Range kUserCorrectionColumns[] = {
-    {SCPI_UNIT_HERTZ,   8e3,    kModelMaximum}, // frequency
-    {SCPI_UNIT_DECIBEL, -40,    40},            // correction
+    kFrequencyRange,
+    {SCPI_UNIT_DECIBEL, -40,    40},    // correction
 };
 // clang-format on
 

@@ -14,13 +14,13 @@ namespace {
 
 constexpr std::string_view kEnd = "+OK\r\n";
 
-double frequency_of(const Identity& identity)
+ModelLimits limits_of(const Identity& identity)
 {
-    const auto frequency = highest_frequency(identity.model);
-    if (!frequency) {
+    const auto limits = model_limits(identity.model);
+    if (!limits) {
         throw std::invalid_argument("unknown model " + identity.model);
     }
-    return *frequency;
+    return *limits;
 }
 
 } // namespace
@@ -39,7 +39,7 @@ Instrument& instrument_of(scpi_t* context)
 }
 
 Instrument::Instrument(Identity identity, const Temperature& temperature)
-    : m_identity(std::move(identity)), m_settings(frequency_of(m_identity)), m_temperature(temperature)
+    : m_identity(std::move(identity)), m_settings(limits_of(m_identity)), m_temperature(temperature)
 {
     // Messages are executed in place with SCPI_Parse, so the context needs no input buffer of its own.
     SCPI_Init(&m_context, command_table(), &kInterface, scpi_units_def, m_identity.manufacturer.c_str(),

@@ -20,7 +20,13 @@ struct Identity {
     std::string digital_revision = "D2";
 };
 
-/** Highest CW frequency of a model in hertz; nothing for a model that is none of the family. */
-std::optional<double> highest_frequency(std::string_view model);
+/** What the model decides of a module's ranges. */
+struct ModelLimits {
+    double highest_frequency; ///< Hz
+    double lowest_power;      ///< dBm
+};
+
+/** Nothing for a model that is none of the family. */
+std::optional<ModelLimits> model_limits(std::string_view model);
 
 } // namespace sim_module

@@ -10,7 +10,7 @@ namespace {
 
 std::string check_model(const std::string& model)
 {
-    return highest_frequency(model) ? "" : "unknown model " + model;
+    return model_limits(model) ? "" : "unknown model " + model;
 }
 
 // A ";" ends a value in a reply, and what cannot be printed has no place in one.
@@ -54,7 +54,8 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->check(CLI::Range(0, 600'000))
         ->capture_default_str();
     app.add_option("--control", options.control_path, "Path of the control socket; default: none");
-    app.add_option("--model", identity.model, "Model, which decides the highest frequency")
+    app.add_option("--model", identity.model,
+                   "Model, which decides the highest frequency and the lowest power")
         ->check(check_model, "MODEL")
         ->capture_default_str();
 

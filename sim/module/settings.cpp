@@ -2,8 +2,7 @@
 
 namespace sim_module {
 
-Settings::Settings(double highest_frequency)
-    : m_highest_frequency(highest_frequency), m_values(settings_table().size())
+Settings::Settings(const ModelLimits& limits) : m_limits(limits), m_values(settings_table().size())
 {
     reset();
 }
@@ -17,8 +16,11 @@ void Settings::reset()
 
 Range Settings::resolve(Range range) const
 {
+    if (range.minimum == kModelMinimum) {
+        range.minimum = m_limits.lowest_power;
+    }
     if (range.maximum == kModelMaximum) {
-        range.maximum = m_highest_frequency;
+        range.maximum = m_limits.highest_frequency;
     }
     return range;
 }

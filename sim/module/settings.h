@@ -1,6 +1,7 @@
 /** The present value of every setting. */
 #pragma once
 
+#include "model.h"
 #include "settings_table.h"
 
 #include <cstddef>
@@ -14,8 +15,8 @@ public:
     /** Longest text value in characters. */
     static constexpr std::size_t kMaxText = 31;
 
-    /** @param highest_frequency what kModelMaximum stands for, in hertz */
-    explicit Settings(double highest_frequency);
+    /** @param limits what kModelMaximum and kModelMinimum stand for */
+    explicit Settings(const ModelLimits& limits);
 
     /** Every value as after "*RST". */
     void reset();
@@ -36,7 +37,7 @@ private:
         std::string text;
     };
 
-    double m_highest_frequency;
+    ModelLimits m_limits;
     std::vector<Value> m_values; // index: row of the settings table
 };
 

@@ -22,12 +22,15 @@ constexpr scpi_choice_def_t kFlatnessModes[] = {{"LINear", 0}, {"STEP", 1}, {nul
 
 constexpr double kReferenceOutputs[] = {10e6, 100e6}; // Hz
 
+constexpr Setting number(const char* pattern, const Range& range, double initial)
+{
+    return {pattern, SettingRows::kSetAndQuery, SettingForm::kNumber, range, initial, nullptr, {}};
+}
+
 constexpr Setting number(const char* pattern, scpi_unit_t unit, double minimum, double maximum,
                          double initial)
 {
-    return {
-        pattern, SettingRows::kSetAndQuery, SettingForm::kNumber, {unit, minimum, maximum}, initial, nullptr,
-        {}};
+    return number(pattern, {unit, minimum, maximum}, initial);
 }
 
 constexpr Setting integer(const char* pattern, double minimum, double maximum, double initial)
@@ -93,7 +96,6 @@ constexpr Setting query_only(Setting setting)
 
 constexpr scpi_unit_t HZ = SCPI_UNIT_HERTZ;
 constexpr scpi_unit_t S = SCPI_UNIT_SECOND;
-constexpr scpi_unit_t DBM = SCPI_UNIT_DBM;
 constexpr scpi_unit_t DEG = SCPI_UNIT_DEGREE;
 constexpr scpi_unit_t RAD = SCPI_UNIT_RADIAN;
 constexpr scpi_unit_t PCT = SCPI_UNIT_PERCENT;
@@ -112,8 +114,8 @@ constexpr std::array kSettings = {
     number (":TRIGger:TIMer:TIME",                       S,    1e-6,    1000,           1e-3),
 
     boolean(":OUTPut[:STATe]",                                                          false),
-    number ("[:SOURce]:FREQuency",                       HZ,   8e3,     kModelMaximum,  1e9),
-    number ("[:SOURce]:POWer",                           DBM,  -90,     20,             5),
+    number ("[:SOURce]:FREQuency",                       kFrequencyRange,               1e9),
+    number ("[:SOURce]:POWer",                           kPowerRange,                   5),
     number ("[:SOURce]:PHASe",                           DEG,  0,       360,            0),
     query_only(choice("[:SOURce]:ROSCillator:SOURce",    kSources,                      1)),
     one_of ("[:SOURce]:ROSCillator:OUTP:FREQuency",      HZ,   kReferenceOutputs),
@@ -125,7 +127,7 @@ constexpr std::array kSettings = {
     boolean("[:SOURce]:AM[:STATe]",                                                     false),
     choice ("[:SOURce]:AM:SOURce",                       kSources,                      1),
     number ("[:SOURce]:AM:INTernal:FREQuency",           HZ,   0.1,     100e3,          1e3),
-    number ("[:SOURce]:AM:DEPTh",                        PCT,  0,       100,            30),
+    number ("[:SOURce]:AM:DEPTh",                        PCT,  0,       90,             30),
 
     boolean("[:SOURce]:FM[:STATe]",                                                     false),
     choice ("[:SOURce]:FM:SOURce",                       kSources,                      1),
@@ -144,18 +146,17 @@ constexpr std::array kSettings = {
     boolean("[:SOURce]:PATTern[:STATe]",                                                false),
 
     boolean("[:SOURce]:FRSWeep[:STATe]",                                                false),
-    number ("[:SOURce]:FRSWeep:STARt",                   HZ,   8e3,     kModelMaximum,  1e9),
+    number ("[:SOURce]:FRSWeep:STARt",                   kFrequencyRange,               1e9),
     integer("[:SOURce]:FRSWeep:STEPs",                         2,       65535,          101),
-    number ("[:SOURce]:FRSWeep:STOP",                    HZ,   8e3,     kModelMaximum,  2e9),
-    number ("[:SOURce]:FRSWeep:TIME",                    S,    100e-6,  1000,           1e-3),
+    number ("[:SOURce]:FRSWeep:STOP",                    kFrequencyRange,               2e9),
+    number ("[:SOURce]:FRSWeep:TIME",                    kStepTimeRange,                1e-3),
     choice ("[:SOURce]:FRSWeep:DIRection",               kSweepDirections,              0),
 
-    // The second sweep is one of power: its limits are those of the power.
     boolean("[:SOURce]:PRSWeep[:STATe]",                                                false),
-    number ("[:SOURce]:PRSWeep:STARt",                   DBM,  -90,     20,             -10),
+    number ("[:SOURce]:PRSWeep:STARt",                   kPowerRange,                   -10),
     integer("[:SOURce]:PRSWeep:STEPs",                         2,       65535,          21),
-    number ("[:SOURce]:PRSWeep:STOP",                    DBM,  -90,     20,             10),
-    number ("[:SOURce]:PRSWeep:TIME",                    S,    100e-6,  1000,           1e-3),
+    number ("[:SOURce]:PRSWeep:STOP",                    kPowerRange,                   10),
+    number ("[:SOURce]:PRSWeep:TIME",                    kStepTimeRange,                1e-3),
     choice ("[:SOURce]:PRSWeep:DIRection",               kSweepDirections,              0),
 
     boolean("[:SOURce]:CORRection:FLATness[:STATe]",                                    false),

@@ -20,6 +20,8 @@ enum class SettingRows { kSetAndQuery, kSetOnly, kQueryOnly };
 
 /** As a maximum: the highest frequency of the model. */
 inline constexpr double kModelMaximum = std::numeric_limits<double>::infinity();
+/** As a minimum: the lowest power of the model. */
+inline constexpr double kModelMinimum = -std::numeric_limits<double>::infinity();
 
 /** Lowest and highest quantity of a setting or of a column of tabular data, in the base unit. */
 struct Range {
@@ -27,6 +29,11 @@ struct Range {
     double minimum;
     double maximum;
 };
+
+/** Of every setting and column that is such a quantity. */
+inline constexpr Range kFrequencyRange = {SCPI_UNIT_HERTZ, 50e3, kModelMaximum};
+inline constexpr Range kPowerRange = {SCPI_UNIT_DBM, kModelMinimum, 15};
+inline constexpr Range kStepTimeRange = {SCPI_UNIT_SECOND, 100e-6, 1000};
 
 struct Setting {
     const char* pattern; ///< header of the set form; the query's has a "?" behind it

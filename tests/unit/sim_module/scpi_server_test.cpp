@@ -96,7 +96,7 @@ TEST_F(ScpiServer, DropsARequestWhoseEndNeverCame)
 {
     {
         const Client client(module());
-        client.send(":FREQ 8000");
+        client.send(":FREQ 80000");
         client.end_sending();
         EXPECT_TRUE(client.ended_by_peer());
     }

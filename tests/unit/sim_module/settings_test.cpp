@@ -10,11 +10,11 @@ using namespace sim_module;
 
 namespace {
 
-constexpr double kHighest = 20e9; // of the fixture's model
-
-double maximum_of(const Setting& setting)
+/** The limits that the fixture's model gives. */
+Range range_of(const Setting& setting)
 {
-    return setting.range.maximum == kModelMaximum ? kHighest : setting.range.maximum;
+    static const Settings settings(*model_limits(Identity().model));
+    return settings.resolve(setting.range);
 }
 
 bool has_query(const Setting& setting)
@@ -59,7 +59,7 @@ TEST_F(SettingsTest, BothLimitsAreInTheRange)
 {
     for (const Setting& setting : settings_table()) {
         if (is_quantity(setting)) {
-            for (const double limit : {setting.range.minimum, maximum_of(setting)}) {
+            for (const double limit : {range_of(setting).minimum, range_of(setting).maximum}) {
                 EXPECT_EQ(set(setting, quantity_text(limit)), "+OK") << setting.pattern;
                 EXPECT_EQ(get(setting), quantity_text(limit)) << setting.pattern;
             }
@@ -72,9 +72,9 @@ TEST_F(SettingsTest, JustPastALimitIsRefusedAndChangesNothing)
     for (const Setting& setting : settings_table()) {
         if (is_quantity(setting)) {
             const std::string before = get(setting);
-            const std::string below = quantity_text(just_below(setting.range.minimum));
+            const std::string below = quantity_text(just_below(range_of(setting).minimum));
             EXPECT_EQ(set(setting, below), kOutOfRange) << setting.pattern << " " << below;
-            const std::string above = quantity_text(just_above(maximum_of(setting)));
+            const std::string above = quantity_text(just_above(range_of(setting).maximum));
             EXPECT_EQ(set(setting, above), kOutOfRange) << setting.pattern << " " << above;
             EXPECT_EQ(get(setting), before) << setting.pattern;
         }
@@ -85,8 +85,8 @@ TEST_F(SettingsTest, MinimumMaximumAndDefaultStandForTheirValues)
 {
     for (const Setting& setting : settings_table()) {
         if (is_quantity(setting)) {
-            const std::string minimum = quantity_text(setting.range.minimum);
-            const std::string maximum = quantity_text(maximum_of(setting));
+            const std::string minimum = quantity_text(range_of(setting).minimum);
+            const std::string maximum = quantity_text(range_of(setting).maximum);
             const std::string initial = quantity_text(setting.initial);
             EXPECT_EQ(get(setting, " MIN"), minimum) << setting.pattern;
             EXPECT_EQ(get(setting, " MAXIMUM"), maximum) << setting.pattern;
@@ -106,9 +106,10 @@ TEST_F(SettingsTest, ValuesOfTheTableLieInTheirRange)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kNumber || setting.form == SettingForm::kInteger) {
-            EXPECT_LT(setting.range.minimum, setting.range.maximum) << setting.pattern;
-            EXPECT_GE(setting.initial, setting.range.minimum) << setting.pattern;
-            EXPECT_LE(setting.initial, setting.range.maximum) << setting.pattern;
+            const Range range = range_of(setting);
+            EXPECT_LT(range.minimum, range.maximum) << setting.pattern;
+            EXPECT_GE(setting.initial, range.minimum) << setting.pattern;
+            EXPECT_LE(setting.initial, range.maximum) << setting.pattern;
         }
     }
 }
@@ -193,7 +194,7 @@ TEST_F(SettingsTest, AParameterTooManyChangesNothing)
         if (is_quantity(setting)) {
             EXPECT_EQ(set(setting, "MIN"), "+OK") << setting.pattern;
             EXPECT_EQ(set(setting, "MAX,MAX"), kTooMany) << setting.pattern;
-            EXPECT_EQ(get(setting), quantity_text(setting.range.minimum)) << setting.pattern;
+            EXPECT_EQ(get(setting), quantity_text(range_of(setting).minimum)) << setting.pattern;
         } else if (setting.form == SettingForm::kBoolean && has_query(setting)) {
             EXPECT_EQ(set(setting, "OFF"), "+OK") << setting.pattern;
             EXPECT_EQ(set(setting, "ON,1"), kTooMany) << setting.pattern;
@@ -216,7 +217,7 @@ TEST_F(SettingsTest, UnitsAreTurnedIntoTheBaseUnit)
     const Row rows[] = {
         {":FREQ 1GHz", ":FREQ?", "1000000000"},
         {":FREQ 1.1 ghz", ":FREQ?", "1100000000"},
-        {":FREQ 8kHz", ":FREQ?", "8000"},
+        {":FREQ 50kHz", ":FREQ?", "50000"},
         {":FREQ 2450.000001MHz", ":FREQ?", "2450000001"},
         {":FREQ 1234567890.125", ":FREQ?", "1234567890.125"},
         {":FREQ #H3B9ACA00", ":FREQ?", "1000000000"},
@@ -282,16 +283,25 @@ TEST_F(SettingsTest, TextsHaveALongestLengthAndNoSeparatorInThem)
     EXPECT_EQ(value(":SYST:EMUL:MOD?"), "\"X-1\"");
 }
 
-TEST(Model, DecidesTheHighestFrequency)
+TEST(Model, DecidesTheHighestFrequencyAndTheLowestPower)
 {
-    EXPECT_EQ(highest_frequency("OVX6131P"), 8e9);
-    EXPECT_EQ(highest_frequency("OVX2754B"), 14e9);
-    EXPECT_EQ(highest_frequency("OVX3652R"), 20e9);
-    EXPECT_EQ(highest_frequency("OVX5351B"), 40e9);
-    EXPECT_EQ(highest_frequency("KSR-7061"), 8e9);
-    EXPECT_EQ(highest_frequency("KSR-8053"), 40e9);
-    EXPECT_EQ(highest_frequency("OVX9951B"), std::nullopt);
-    EXPECT_EQ(highest_frequency(""), std::nullopt);
+    struct Row {
+        const char* model;
+        double highest_frequency;
+        double lowest_power;
+    };
+    const Row rows[] = {
+        {"OVX6131P", 8e9, -30},  {"OVX2754B", 14e9, -80}, {"OVX3652R", 20e9, -80},
+        {"OVX5351B", 40e9, -80}, {"KSR-7061", 8e9, -30},  {"KSR-8053", 40e9, -30},
+    };
+    for (const Row& row : rows) {
+        const auto limits = model_limits(row.model);
+        ASSERT_TRUE(limits) << row.model;
+        EXPECT_EQ(limits->highest_frequency, row.highest_frequency) << row.model;
+        EXPECT_EQ(limits->lowest_power, row.lowest_power) << row.model;
+    }
+    EXPECT_FALSE(model_limits("OVX9951B"));
+    EXPECT_FALSE(model_limits(""));
 }
 
 TEST(Model, ItsHighestFrequencyIsTheLimitOfEverythingThatIsSuchAFrequency)
@@ -306,6 +316,16 @@ TEST(Model, ItsHighestFrequencyIsTheLimitOfEverythingThatIsSuchAFrequency)
               "-ERR -222, \"Data out of range\";+OK\r\n");
     EXPECT_EQ(instrument.execute(":CORR:FLAT:PAIR 8.000001GHz,0\r\n"),
               "-ERR -222, \"Data out of range\";+OK\r\n");
+}
+
+TEST(Model, ItsLowestPowerIsTheLimitOfEverythingThatIsAPower)
+{
+    Identity identity;
+    identity.model = "OVX6131P";
+    Instrument instrument(identity);
+    EXPECT_EQ(instrument.execute(":POW? MIN;:PRSW:STAR? MIN;:PRSW:STOP? MIN\r\n"), "-30;-30;-30;+OK\r\n");
+    EXPECT_EQ(instrument.execute(":POW -30.1\r\n"), "-ERR -222, \"Data out of range\";+OK\r\n");
+    EXPECT_EQ(instrument.execute(":LIST:DATA 1GHz,-30.1,1\r\n"), "-ERR -222, \"Data out of range\";+OK\r\n");
 }
 
 TEST(Model, OneOfNoFamilyMakesNoInstrument)
