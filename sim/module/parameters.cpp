@@ -66,8 +66,14 @@ std::string quantity_text(double value)
 {
     char text[32];
     // Adding zero turns a negative zero into zero.
-    std::snprintf(text, sizeof text, "%.15g", value + 0.0);
-    return text;
+    std::snprintf(text, sizeof text, "%.15G", value + 0.0);
+    std::string number = text;
+    // What has an exponent has a point as well.
+    if (const std::size_t exponent = number.find('E');
+        exponent != std::string::npos && number.find('.') == std::string::npos) {
+        number.insert(exponent, ".0");
+    }
+    return number;
 }
 
 void result_quantity(scpi_t* context, double value)

@@ -19,7 +19,10 @@ namespace sim_module {
  */
 bool read_quantity(scpi_t* context, const Range& range, double initial, double& value);
 
-/** The shortest decimal text that keeps 15 digits: "1000000000", "-10", "0.005". */
+/**
+ * The shortest decimal text that keeps 15 digits: "1000000000", "0.005", "1.0E-06" (NR1, NR2 and NR3 of
+ * IEEE 488.2 8.7.2 to 8.7.4).
+ */
 std::string quantity_text(double value);
 
 /** Reads the next parameter as a name or text of at most `max_length` characters, quoted or not. */

@@ -69,6 +69,14 @@ TEST(Records, AParameterWithAUnitIsMirroredRightAtTheNextQuery)
     EXPECT_EQ(element(instrument, 1, "freq"), "3000000000");
 }
 
+TEST(Records, ANumberWithAnExponentIsMirroredAsTheModuleWritesIt)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    EXPECT_EQ(instrument.client().ask(":PULS:WIDT 5us;:PULS:WIDT?"), "5.0E-06;+OK\r\n");
+    EXPECT_EQ(element(instrument, 1, "puls_width"), "5e-06");
+}
+
 TEST(Records, ARefusedSetIsNotMirrored)
 {
     ORVAN_NEEDS_SANDBOX();

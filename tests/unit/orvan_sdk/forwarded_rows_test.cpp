@@ -58,7 +58,7 @@ const ForwardedHeader kHeaders[] = {
     {"Pulse",      "[:SOURce]:PULSe[:STATe]",                "ON",                  "1"},
     {"Pulse",      "[:SOURce]:PULSe:SOURce",                 "EXT",                 "INT"},
     {"Pulse",      "[:SOURce]:PULSe:FREQuency",              "10kHz",               "10000"},
-    {"Pulse",      "[:SOURce]:PULSe:WIDTh",                  "5us",                 "5e-06"},
+    {"Pulse",      "[:SOURce]:PULSe:WIDTh",                  "5us",                 "5.0E-06"},
     {"Pattern",    "[:SOURce]:PATTern[:STATe]",              "ON",                  "1"},
     {"Pattern",    "[:SOURce]:PATTern:DATA",                 "1ms,2ms",             nullptr},
     {"Pattern",    "[:SOURce]:PATTern:DEFine",               "\"B\"",               "\"B\""},

@@ -132,6 +132,7 @@ TEST(UpdateElement, FloatsAndDoublesAreScaledExactly)
     EXPECT_EQ(float_of("0.1", 3.0), 0.1f * 3.0f);
     EXPECT_EQ(double_of("-12.5"), -12.5);
     EXPECT_EQ(double_of("2.5e9"), 2.5e9);
+    EXPECT_EQ(double_of("1.0E-06"), 1e-6);
     EXPECT_EQ(double_of("1000", 0.001), 1.0);
     EXPECT_EQ(double_of("0.1", 3.0), 0.1 * 3.0);
 }

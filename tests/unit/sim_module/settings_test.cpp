@@ -226,7 +226,7 @@ TEST_F(SettingsTest, UnitsAreTurnedIntoTheBaseUnit)
         {":POW -0", ":POW?", "0"},
         {":POW 3.25 DBM", ":POW?", "3.25"},
         {":TRIG:TIM:TIME 5 ms", ":TRIG:TIM:TIME?", "0.005"},
-        {":TRIG:TIM:TIME 33.3us", ":TRIG:TIM:TIME?", "3.33e-05"},
+        {":TRIG:TIM:TIME 33.3us", ":TRIG:TIM:TIME?", "3.33E-05"},
         {":TRIG:DEL 1.5", ":TRIG:DEL?", "1.5"},
         {":AM:DEPT 33PCT", ":AM:DEPT?", "33"},
         {":PHAS 45DEG", ":PHAS?", "45"},
@@ -239,6 +239,28 @@ TEST_F(SettingsTest, UnitsAreTurnedIntoTheBaseUnit)
     for (const Row& row : rows) {
         EXPECT_EQ(ask(row.set), "+OK") << row.set;
         EXPECT_EQ(value(row.query), row.value) << row.set;
+    }
+}
+
+TEST(QuantityText, IsAWholeNumberADecimalOrOneWithAPointAndASignedExponent)
+{
+    const std::pair<double, const char*> rows[] = {
+        {0, "0"},
+        {-0.0, "0"},
+        {5, "5"},
+        {-90, "-90"},
+        {20e9, "20000000000"},
+        {0.005, "0.005"},
+        {-12.5, "-12.5"},
+        {0.0001, "0.0001"},
+        {1e-6, "1.0E-06"},
+        {3.33e-5, "3.33E-05"},
+        {-2e-9, "-2.0E-09"},
+        {1e15, "1.0E+15"},
+        {123456789012345e3, "1.23456789012345E+17"},
+    };
+    for (const auto& [value, text] : rows) {
+        EXPECT_EQ(quantity_text(value), text);
     }
 }
 
