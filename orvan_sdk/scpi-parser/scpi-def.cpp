@@ -128,7 +128,7 @@ const scpi_command_t scpi_commands[] = {
     {"[:SOURce]:FRSWeep:DIRection",                  OrvanX_cmdBypass,               ODT_FRS_DIR},
     {"[:SOURce]:FRSWeep:DIRection?",                 OrvanX_cmdBypass,               ODT_FRS_DIR},
 
-    // Phase sweep
+    // Power sweep
     {"[:SOURce]:PRSWeep[:STATe]",                    OrvanX_cmdBypass,               ODT_PRS_STAT},
     {"[:SOURce]:PRSWeep[:STATe]?",                   OrvanX_cmdBypass,               ODT_PRS_STAT},
     {"[:SOURce]:PRSWeep:STARt",                      OrvanX_cmdBypass,               ODT_PRS_START},
