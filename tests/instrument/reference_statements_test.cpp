@@ -107,3 +107,35 @@ TEST(Statements, ARestartTakesSelectionCouplingFanAndRestoreModeBack)
     ASSERT_TRUE(instrument.reboot());
     EXPECT_EQ(instrument.client().ask(state), "1;NONE;AUTO;MANUAL;+OK\r\n");
 }
+
+TEST(Statements, AnOutputPathThatCannotBeSwitchedIsAnErrorOnTheThirdPlatformOnly)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const std::string error = "-ERR -200, \"Execution error\";+OK\r\n";
+    const struct {
+        const char* model;
+        std::string set;
+        std::string query;
+    } rows[] = {
+        {"OVX3651B", kOk, "1;+OK\r\n"},
+        {"OVX3651P", kOk, "1;+OK\r\n"},
+        {"KSR-7036", error, "1;" + error},
+    };
+    for (const auto& [model, set, query] : rows) {
+        const Instrument instrument({"--model", model});
+        EXPECT_EQ(instrument.ctl({"i2c", "0x20", "nack"}).status, 0);
+        Client client = instrument.client();
+        EXPECT_EQ(client.ask(":OUTP ON"), set) << model;
+        EXPECT_EQ(client.ask(":OUTP?"), query) << model;
+    }
+}
+
+TEST(Statements, ARefusedNetworkConfigurationIsNoErrorAndIsLogged)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({"--model", "OVX3651P"});
+    Client client = instrument.client();
+    EXPECT_EQ(client.ask(":SYST:COMM:LAN:IPAD \"1.2.3\";:SYST:COMM:LAN:DHCP OFF"), kOk);
+    EXPECT_EQ(client.ask(":SYST:COMM:LAN:DHCP?"), "OFF;+OK\r\n");
+    EXPECT_NE(instrument.service_log().find("Failed to apply static IP configuration."), std::string::npos);
+}
