@@ -130,6 +130,24 @@ TEST(Statements, AnOutputPathThatCannotBeSwitchedIsAnErrorOnTheThirdPlatformOnly
     }
 }
 
+TEST(Statements, ASelfTestReportsAHotModuleWhileItIsAndASilentOneFromThenOn)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({"--clock-rate", "30"});
+    Client client = instrument.client();
+    ASSERT_EQ(client.ask("*TST?"), "0 Failures;+OK\r\n");
+    EXPECT_EQ(instrument.ctl({"module", "2", "refuse"}).status, 0);
+    EXPECT_EQ(instrument.ctl({"temp", "3", "65"}).status, 0);
+    EXPECT_TRUE(eventually([&] {
+        return client.ask("*TST?") == "CBIT,TEMP test,Fail,4;CBIT,MODULES test,Fail,192;2 Failures;+OK\r\n";
+    })) << client.ask("*TST?");
+    EXPECT_EQ(instrument.ctl({"module", "2", "up"}).status, 0);
+    EXPECT_EQ(instrument.ctl({"temp", "3", "64.9"}).status, 0);
+    const std::string kept = "CBIT,MODULES test,Fail,192;1 Failures;+OK\r\n";
+    EXPECT_TRUE(eventually([&] { return client.ask("*TST?") == kept; })) << client.ask("*TST?");
+    EXPECT_EQ(client.ask("*RST;*CLS;*TST;*TST?"), kept);
+}
+
 TEST(Statements, ARefusedNetworkConfigurationIsNoErrorAndIsLogged)
 {
     ORVAN_NEEDS_SANDBOX();
