@@ -36,6 +36,17 @@ TEST(Wire, EachKindOfLineGetsExactlyItsBytes)
         EXPECT_EQ(client.ask(row.line), row.reply) << row.line;
 }
 
+TEST(Wire, ALastLineWithoutALineFeedGetsNoReply)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument({"--model", "OVX3651P"});
+    Client client = instrument.client();
+    ASSERT_TRUE(client.send("*CLS\n*IDN?"));
+    client.finish_sending();
+    EXPECT_EQ(client.read_line(), "+OK\r\n");
+    EXPECT_EQ(client.read_line(), "") << "the connection is closed";
+}
+
 TEST(Wire, AModuleThatCannotBeReachedIsReportedInTheReply)
 {
     ORVAN_NEEDS_SANDBOX();
