@@ -8,8 +8,8 @@
 
 namespace HaldeElec::Orvan {
 
-/** A row is a letter and behind it a text of at most FP_MAX_DATA_LEN bytes with its terminator, zero-filled.
- */
+/** A row is a letter and after it a text of at most FP_MAX_DATA_LEN bytes, zero-filled. A text of that length
+ *  has no terminator. */
 inline constexpr size_t FP_MAX_LINE = 17;
 inline constexpr size_t FP_MAX_ENTRY_LEN = 32;
 inline constexpr size_t FP_MAX_DATA_LEN = 31;

@@ -91,9 +91,8 @@ void CPersistentData::setFlashParams(optEntry_t* optTable, size_t tblSize)
     for (size_t line = 0; line < FP_MAX_LINE; ++line) {
         char* const row = flash_params[line];
         row[0] = flash_ids[line];
-        // The last byte stays zero: also the longest text is terminated.
-        texts[line].copy(row + 1, FP_MAX_DATA_LEN - 1);
-        std::printf("[%c]  [%s]\n ", row[0], row + 1);
+        texts[line].copy(row + 1, FP_MAX_DATA_LEN);
+        std::printf("[%c]  [%.*s]\n ", row[0], int{FP_MAX_DATA_LEN}, row + 1);
     }
     setHostname(host_name.c_str());
 }

@@ -122,7 +122,7 @@ TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverStandsBehind)
         for (const Field& other : kFields) {
             if (other.row != kNoRow) {
                 EXPECT_EQ(row(other.row), row_of(flash_ids[other.row],
-                                                 std::string(30, other.text == field.text ? 'x' : 'y')));
+                                                 std::string(31, other.text == field.text ? 'x' : 'y')));
             }
         }
         if (field.get != nullptr) {

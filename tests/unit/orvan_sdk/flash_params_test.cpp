@@ -190,27 +190,39 @@ TEST_F(FlashParams, AnyDhcpValueButZeroIsOn)
     EXPECT_EQ(row(4), row_of('B', "OFF"));
 }
 
-TEST_F(FlashParams, AFullTextFillsItsRowAndStaysTerminated)
+TEST_F(FlashParams, AFullTextFillsItsRow)
 {
     std::memset(settings, 'x', sizeof *settings);
     std::memset(net, 'y', sizeof *net);
     settings->options = 0;
     set_flash_params();
     for (const size_t line : {0u, 1u, 2u, 3u})
-        EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(30, 'y'))) << line;
+        EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(31, 'y'))) << line;
     for (const size_t line : {5u, 6u, 7u, 8u, 9u, 11u, 12u, 14u, 15u})
-        EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(30, 'x'))) << line;
+        EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(31, 'x'))) << line;
     EXPECT_EQ(row(13), row_of('Y', "x"));
     EXPECT_EQ(row(16), std::string(32, '\0'));
 }
 
-TEST_F(FlashParams, ATextOf30CharactersIsWholeAndOneMoreIsCut)
+TEST_F(FlashParams, ATextOf31CharactersIsWholeAndOneMoreIsCut)
 {
-    put(settings->serialNum, std::string(29, 's') + "t");
-    put(net->addr, std::string(29, 'a') + "bc");
+    put(settings->serialNum, std::string(30, 's') + "t");
+    put(net->addr, std::string(30, 'a') + "bc");
     set_flash_params();
-    EXPECT_EQ(row(8), row_of('S', std::string(29, 's') + "t"));
-    EXPECT_EQ(row(0), row_of('A', std::string(29, 'a') + "b"));
+    EXPECT_EQ(row(8), row_of('S', std::string(30, 's') + "t"));
+    EXPECT_EQ(row(0), row_of('A', std::string(30, 'a') + "b"));
+}
+
+TEST_F(FlashParams, OfFullLengthArePrintedUpToTheEndOfTheirRow)
+{
+    std::memset(peer->flash_params(), '#', sizeof peer->flash_params());
+    put(settings->serialNum, std::string(31, 's'));
+    put(settings->fwVersion, "1.19.140");
+    put(settings->pldVersion, std::string(31, 'p'));
+    const std::string printed = set_flash_params();
+    EXPECT_NE(printed.find("[S]  [" + std::string(31, 's') + "]\n [F]  [1.19.140]\n "), std::string::npos)
+        << printed;
+    EXPECT_NE(printed.find("[P]  [" + std::string(31, 'p') + "]\n "), std::string::npos) << printed;
 }
 
 TEST_F(FlashParams, LogsEndWithTheirField)
@@ -259,7 +271,7 @@ TEST_F(FlashParams, AnOptionTextThatIsTooLongIsCut)
     table.assign(std::begin(optBenchtop_Tbl), std::end(optBenchtop_Tbl));
     settings->options = 0xfffe;
     set_flash_params();
-    EXPECT_EQ(row(10), row_of('O', "20G,MOD,PLS,FS,LP,EMU,PAT,UFS,"));
+    EXPECT_EQ(row(10), row_of('O', "20G,MOD,PLS,FS,LP,EMU,PAT,UFS,F"));
     EXPECT_STREQ(option_text(0xfffe).c_str(), "20G,MOD,PLS,FS,LP,EMU,PAT,UFS,FIL,ULN,EPR,ELP");
 }
 
