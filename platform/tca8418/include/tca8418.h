@@ -18,12 +18,14 @@ extern "C" {
 /// an access fails.
 int tca8418_configure(int fd, unsigned rows, unsigned cols);
 
-/// Takes the oldest key event and clears the interrupt. When the event can't be read, the interrupt is
-/// cleared all the same, so that the controller raises it anew for what is left.
+/// Takes the oldest key event and clears the interrupt. A failed access is tried again, for 45 ms. When the
+/// event can't be read even so, the interrupt is cleared all the same, so that the controller raises it anew
+/// for what is left.
 ///
 /// arg: not used. row, col: from 0. state: 0x80 for a press, 0 for a release. They are written with a result
-/// of 0 only. Result: 0; negative when there is no event or an access fails; an event whose interrupt can't
-/// be cleared is lost.
+/// of 0 only. Result: 0; negative when there is no event, or when an access fails to the end; an event whose
+/// interrupt can't be cleared is lost, and the interrupt output stays low. A negative descriptor fails at
+/// once.
 int tca8418_irq_handler(int fd, int arg, int* row, int* col, int* state);
 
 #ifdef __cplusplus

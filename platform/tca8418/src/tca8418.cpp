@@ -1,6 +1,10 @@
 #include "tca8418.h"
 
+#include <hw/hw.h>
+
 #include <wiringPiI2C.h>
+
+#include <cstdint>
 
 namespace {
 
@@ -22,12 +26,28 @@ constexpr int kAllInterrupts = 0x1f;
 constexpr unsigned kMostRows = 8;
 constexpr unsigned kMostColumns = 10;
 
+// Together longer than 35 ms, the longest time for which a device of an SMBus holds up a stuck bus.
+constexpr int kTries = 10;
+constexpr uint64_t kPauseUs = 5000;
+
 constexpr int kPressed = 0x80;
 constexpr int kKeyNumber = 0x7f;
 
 constexpr int mask(unsigned lines)
 {
     return static_cast<int>((1U << lines) - 1);
+}
+
+// The first result of `access` that is not negative, or its last one.
+template <class Access>
+int retried(Access access)
+{
+    int result = access();
+    for (int tries = 1; result < 0 && tries < kTries; ++tries) {
+        hw_delay_us(kPauseUs);
+        result = access();
+    }
+    return result;
 }
 
 } // namespace
@@ -53,10 +73,12 @@ int tca8418_configure(int fd, unsigned rows, unsigned cols)
 
 int tca8418_irq_handler(int fd, int, int* row, int* col, int* state)
 {
-    const int event = wiringPiI2CReadReg8(fd, kKeyEventA);
-    // All of its causes: one that is left would keep the output low for good.
-    const bool cleared = wiringPiI2CWriteReg8(fd, kIntStat, kAllInterrupts) >= 0;
-    if (event < 0 || !cleared)
+    if (fd < 0)
+        return -1;
+    const int event = retried([fd] { return wiringPiI2CReadReg8(fd, kKeyEventA); });
+    // All of its causes: one that is left would keep the output low, and no edge would bring another call.
+    const int cleared = retried([fd] { return wiringPiI2CWriteReg8(fd, kIntStat, kAllInterrupts); });
+    if (event < 0 || cleared < 0)
         return -1;
     const int key = (event & kKeyNumber) - 1; // the data sheet counts keys from 1, ten to a row
     if (key < 0 || key >= static_cast<int>(kMostRows * kMostColumns))

@@ -4,7 +4,9 @@
 #include "board/expect_trace.h"
 #include "refuses_one.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
 #include <tca8418.h>
 #include <unistd.h>
 #include <vector>
@@ -46,6 +48,20 @@ struct ByteArray : sim_board::I2cDevice {
     size_t next = 0;
 };
 
+/** Acknowledges nothing until a time of the board's clock. */
+struct FailsUntil : sim_board::I2cDevice {
+    FailsUntil(std::shared_ptr<sim_board::I2cDevice> behind, const sim_board::Clock& board_clock, uint64_t us)
+        : chip(std::move(behind)), clock(board_clock), end_us(us)
+    {
+    }
+    bool works() const { return clock.now_us() >= end_us; }
+    bool write(std::span<const uint8_t> bytes) override { return works() && chip->write(bytes); }
+    bool read(std::span<uint8_t> bytes) override { return works() && chip->read(bytes); }
+    const std::shared_ptr<sim_board::I2cDevice> chip;
+    const sim_board::Clock& clock;
+    const uint64_t end_us;
+};
+
 class Tca8418Driver : public testing::Test {
 protected:
     ~Tca8418Driver() override { close(fd); }
@@ -57,9 +73,16 @@ protected:
         return event;
     }
     Event take() const { return take(fd); }
+    void fail_for(uint64_t us)
+    {
+        auto& bus = board->i2c();
+        bus.attach(0x34, std::make_shared<FailsUntil>(bus.device(0x34), board->clock(),
+                                                      board->clock().now_us() + us));
+    }
     std::vector<std::string> trace() { return board->trace().take(); }
 
     sim_board::InstalledBoard board{sim_board::kBenchtopWiring};
+    const sim_board::SelfAdvancing waits_pass{board->clock()};
     Tca8418& chip = *board->keypad();
     int fd = wiringPiI2CSetup(0x34);
 };
@@ -184,30 +207,66 @@ TEST_F(Tca8418Driver, EventsOfBeforeTheSetUpStay)
     EXPECT_EQ(take(), (Event{0, 1, 1, 0x80}));
 }
 
-TEST_F(Tca8418Driver, AFailedReadClearsTheInterruptAndLosesNoEvent)
+TEST_F(Tca8418Driver, AFailedAccessIsTriedAgain)
 {
-    for (const size_t refused : {0u, 1u}) {
-        Tca8418 fresh;
-        const auto shared = std::shared_ptr<Tca8418>(std::shared_ptr<void>(), &fresh);
-        board->i2c().attach(0x34, shared);
-        tca8418_configure(fd, 6, 10);
-        fresh.press(4, 5);
-        std::vector<int> levels;
-        fresh.on_interrupt([&](int level) { levels.push_back(level); });
-        refuse_one(board->i2c(), 0x34, refused);
-        EXPECT_EQ(take(), kNothing);
-        EXPECT_EQ(levels, (std::vector<int>{0, 1, 0})) << "the edge that brings the next call";
+    tca8418_configure(fd, 6, 10);
+    for (const size_t refused : {0u, 1u, 2u}) {
+        chip.press(4, 5);
+        const auto device = refuse_one(board->i2c(), 0x34, refused);
+        trace();
         EXPECT_EQ(take(), (Event{0, 4, 5, 0x80}));
-        board->i2c().attach(0x34, nullptr);
+        EXPECT_TRUE(expect_trace(trace(), refused == 2 ? R"(
+            i2c 0x34 [0x04] -> 0xae
+            i2c 0x34 [0x02] = 0x1f -> EREMOTEIO
+            delay 5000
+            i2c 0x34 [0x02] = 0x1f
+        )"
+                                                       : R"(
+            i2c 0x34 [0x04] -> EREMOTEIO
+            delay 5000
+            i2c 0x34 [0x04] -> 0xae
+            i2c 0x34 [0x02] = 0x1f
+        )"));
+        EXPECT_EQ(chip.interrupt_level(), 1);
+        chip.release(4, 5);
+        EXPECT_EQ(take(), (Event{0, 4, 5, 0}));
     }
 }
 
-TEST_F(Tca8418Driver, AnInterruptThatCannotBeClearedIsAFailure)
+TEST_F(Tca8418Driver, ABusThatFailsFor45MillisecondsCostsNoEvent)
 {
     tca8418_configure(fd, 6, 10);
     chip.press(4, 5);
-    refuse_one(board->i2c(), 0x34, 2);
+    fail_for(45'000);
+    EXPECT_EQ(take(), (Event{0, 4, 5, 0x80}));
+    EXPECT_EQ(chip.interrupt_level(), 1) << "free for the edge of the next event";
+}
+
+TEST_F(Tca8418Driver, AnEventThatCannotBeReadBringsTheNextCall)
+{
+    tca8418_configure(fd, 6, 10);
+    chip.press(4, 5);
+    std::vector<int> levels;
+    chip.on_interrupt([&](int level) { levels.push_back(level); });
+    fail_for(60'000);
     EXPECT_EQ(take(), kNothing);
+    EXPECT_EQ(levels, (std::vector<int>{0, 1, 0})) << "the edge that brings the next call";
+    EXPECT_EQ(take(), (Event{0, 4, 5, 0x80}));
+    chip.on_interrupt({});
+}
+
+TEST_F(Tca8418Driver, ABusThatFailsForLongIsAFailureInTheEnd)
+{
+    tca8418_configure(fd, 6, 10);
+    chip.press(4, 5);
+    fail_for(1'000'000);
+    trace();
+    EXPECT_EQ(take(), kNothing);
+    const std::vector<std::string> lines = trace();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "i2c 0x34 [0x04] -> EREMOTEIO"), 10);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "i2c 0x34 [0x02] = 0x1f -> EREMOTEIO"), 10);
+    EXPECT_EQ(board->clock().now_us(), 90'000u);
+    EXPECT_EQ(chip.interrupt_level(), 0);
 }
 
 TEST_F(Tca8418Driver, AnAbsentChipOrAClosedDescriptorIsAFailure)
@@ -216,7 +275,9 @@ TEST_F(Tca8418Driver, AnAbsentChipOrAClosedDescriptorIsAFailure)
     EXPECT_LT(tca8418_configure(fd, 6, 10), 0);
     EXPECT_EQ(take(), kNothing);
     EXPECT_LT(tca8418_configure(-1, 6, 10), 0);
+    trace();
     EXPECT_EQ(take(-1), kNothing);
+    EXPECT_TRUE(trace().empty());
 }
 
 // Only the numbers 1 to 80 are keys of the matrix: 0 is no event, 97 to 114 are lines of their own.
