@@ -6,6 +6,7 @@
 #include <syslog.h>
 
 #include <atomic>
+#include <thread>
 
 namespace orvan_service {
 namespace {
@@ -27,6 +28,10 @@ PowerButton::PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device) : m_devi
 {
     g_pressed = false;
     m_device.SetupPowerButtonIrq(on_press);
+    // A press during the start has left the expander's interrupt pending, and no edge would ever come. The
+    // wait for the release ends it. A thread of its own, as a button that is held or stuck must hold up
+    // neither the start nor the end of the service.
+    std::thread([&device] { device.WaitPowerButtonRelease(); }).detach();
 }
 
 void PowerButton::wait_for_release()

@@ -7,10 +7,16 @@ class IOrvanDeviceManager;
 
 namespace orvan_service {
 
-/** The power button of the instrument: pressed, it ends the service in order, as SIGTERM does. */
+/**
+ * The power button of the instrument: pressed, it ends the service in order, as SIGTERM does. A press that
+ * was over before this object was made counts for nothing.
+ */
 class PowerButton {
 public:
-    /** @param device must outlive this object. It logs by itself when its interrupt can't be set up. */
+    /**
+     * @param device must outlive this object, and the press of a button that is held now. It logs by itself
+     * when its interrupt can't be set up.
+     */
     explicit PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device);
 
     /**

@@ -1,53 +1,90 @@
 #include "service/power_button.h"
 
 #include "board/current_board.h"
-#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
+#include "orvan_sdk/Portable/OrvanPortableDevice.h"
+#include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 #include "service/process.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
-#include <hw/hw.h>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
 #include <poll.h>
+#include <semaphore>
+#include <string>
 #include <syslog.h>
-#include <wiringPi.h>
+#include <thread>
+#include <utility>
+#include <vector>
 
+using namespace HaldeElec::Orvan;
 using namespace orvan_service;
 using namespace orvan_test;
 
 namespace {
 
-constexpr int kPin = 22;
-
-/** The button of a portable board, and nothing else of a device. */
-class Device : public HaldeElec::Orvan::IOrvanDeviceManager {
+/** The button of a device, and the waits for its release. */
+class Device : public IOrvanDeviceManager {
 public:
+    explicit Device(std::unique_ptr<IOrvanDeviceManager> real) : m_real(std::move(real)) {}
+
     bool Initialized() override { return true; }
     bool Connected() override { return true; }
-    bool InitHW() override { return true; }
+    bool InitHW() override { return m_real->InitHW(); }
     int GetHardware(uint8_t*) override { return 0; }
     int GetOption(uint8_t*, size_t) override { return 0; }
     int GetOptionsTable(void**, size_t*) override { return 0; }
-    bool SetupPowerButtonIrq(void (*handler)()) override
-    {
-        return wiringPiISR(kPin, INT_EDGE_FALLING, handler) >= 0;
-    }
+    bool SetupPowerButtonIrq(void (*handler)()) override { return m_real->SetupPowerButtonIrq(handler); }
     void WaitPowerButtonRelease() override
     {
         ++waits;
-        while (digitalRead(kPin) == 0) {
-            hw_delay_us(50000);
-        }
+        m_real->WaitPowerButtonRelease();
+        released.release();
     }
     int detectDevicePin() const override { return 0; }
     void RunKbdServer() override {}
     int bit_register() override { return 0; }
 
+    bool wait_for_release() { return released.try_acquire_for(std::chrono::seconds(10)); }
+
     std::atomic<int> waits = 0;
+    std::counting_semaphore<> released{0};
+
+private:
+    std::unique_ptr<IOrvanDeviceManager> m_real;
 };
 
-class PowerButtonTest : public ::testing::Test {
+template <class RealDevice>
+std::unique_ptr<IOrvanDeviceManager> make()
+{
+    return std::make_unique<RealDevice>("/dev/null", 4);
+}
+
+struct Platform {
+    const char* name;
+    const sim_board::BoardWiring& wiring;
+    std::unique_ptr<IOrvanDeviceManager> (*make_device)();
+};
+const Platform kPlatforms[] = {
+    {"Portable", sim_board::kPortableWiring, make<OrvanPortableDevice>},
+    {"Benchtop", sim_board::kBenchtopWiring, make<OrvanBenchtopDevice>},
+    {"Ksr7000", sim_board::kKsr7000Wiring, make<OrvanKsr7000Device>},
+};
+
+class PowerButtonTest : public ::testing::TestWithParam<Platform> {
 protected:
+    void SetUp() override
+    {
+        board->spi().set_node_present("/dev/spidev0.1", false);
+        const sim_board::SelfAdvancing self{board->clock()};
+        device.emplace(GetParam().make_device()); // its start ends at the bus
+        device->InitHW();
+        log.clear();
+    }
     bool stop_requested() const
     {
         pollfd waiting{stop.descriptor(), POLLIN, 0};
@@ -58,45 +95,91 @@ protected:
         board->power_button(down);
         ASSERT_TRUE(board->gpio().wait_for_handlers());
     }
+    /** With the wait of its start over. */
+    void make_button()
+    {
+        button.emplace(*device);
+        ASSERT_TRUE(device->wait_for_release());
+    }
+    std::vector<LogLine> notices() const
+    {
+        std::vector<LogLine> found;
+        for (const LogLine& line : log.lines()) {
+            if (line.priority == LOG_NOTICE) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    }
 
     LogCapture log;
-    sim_board::InstalledBoard board{sim_board::kPortableWiring};
+    sim_board::InstalledBoard board{GetParam().wiring};
     StopRequest stop;
-    Device device;
-    bool set_up = wiringPiSetup() == 0;
-    PowerButton button{device};
+    std::optional<Device> device;
+    std::optional<PowerButton> button;
 };
+INSTANTIATE_TEST_SUITE_P(Platforms, PowerButtonTest, ::testing::ValuesIn(kPlatforms),
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST_F(PowerButtonTest, AsksForTheEndOnceAndLogsIt)
+const LogLine kPressed{LOG_NOTICE, "power button pressed"};
+
+TEST_P(PowerButtonTest, AsksForTheEndOnceAndLogsIt)
 {
+    make_button();
     EXPECT_FALSE(stop_requested());
     press(true);
     EXPECT_TRUE(stop_requested());
     press(false);
     press(true); // it bounces
-    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_NOTICE, "power button pressed"}}));
+    EXPECT_EQ(notices(), std::vector{kPressed});
 }
 
-TEST_F(PowerButtonTest, ItsReleaseIsAwaited)
+TEST_P(PowerButtonTest, APressDuringTheStartIsForgottenAndTheNextOneCounts)
 {
     press(true);
-    std::thread ending([&] { button.wait_for_release(); });
+    press(false);
+    make_button();
+    EXPECT_FALSE(stop_requested());
+    EXPECT_TRUE(notices().empty());
+    press(true);
+    EXPECT_TRUE(stop_requested());
+    EXPECT_EQ(notices(), std::vector{kPressed});
+}
+
+TEST_P(PowerButtonTest, AButtonThatIsHeldDoesNotHoldUpTheStart)
+{
+    press(true);
+    button.emplace(*device);
+    ASSERT_TRUE(board->clock().wait_for_sleepers(1)) << "for the release";
+    press(false);
+    board->clock().advance(50000);
+    ASSERT_TRUE(device->wait_for_release());
+    press(true);
+    EXPECT_TRUE(stop_requested());
+}
+
+TEST_P(PowerButtonTest, ItsReleaseIsAwaited)
+{
+    make_button();
+    press(true);
+    std::thread ending([&] { button->wait_for_release(); });
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
     board->clock().advance(50000);
     ASSERT_TRUE(board->clock().wait_for_sleepers(1)) << "still held";
     press(false);
     board->clock().advance(50000);
     ending.join();
-    EXPECT_EQ(device.waits, 1);
+    EXPECT_EQ(device->waits, 2);
 }
 
-TEST_F(PowerButtonTest, AnEndForAnotherReasonWaitsForNothing)
+TEST_P(PowerButtonTest, AnEndForAnotherReasonWaitsForNothing)
 {
+    make_button();
     StopRequest::request();
     EXPECT_TRUE(stop_requested());
-    button.wait_for_release();
-    EXPECT_EQ(device.waits, 0);
-    EXPECT_TRUE(log.lines().empty());
+    button->wait_for_release();
+    EXPECT_EQ(device->waits, 1) << "that of the start";
+    EXPECT_TRUE(notices().empty());
 }
 
 } // namespace
