@@ -104,8 +104,9 @@ struct sNetCfg_t {
  * Owner of the settings; one object for the process, made by Init and never destroyed.
  *
  * There is no lock: whoever holds the pointer of getSettings edits the live record in place, and readers meet
- * what stands there. Operations that reach the EEPROM change the SPI channel and put it back; their caller
- * holds the bus.
+ * what stands there. Operations that reach the EEPROM change the SPI channel and put it back, and take no
+ * lock. A device that starts holds the bus around them; whoever stores a change later (SCPI handlers, the
+ * maintenance server) does not.
  */
 class CPersistentData {
 public:

@@ -14,7 +14,9 @@
  * processes are kept apart by flock while they write; a reader takes no lock, and since the file is truncated
  * before it is locked, a reader, or the next start after a power cut, may find it empty or short.
  *
- * All failures give false; what failed is said on standard error.
+ * A failure returns false, and standard error says what failed. One does not show: an image that fits the
+ * buffer of a stdio stream, as that of the settings does, is written only when the stream is flushed, and
+ * what comes of that is not looked at. On a full disk such a write returns true and leaves the file empty.
  */
 class NullEeprom {
 public:

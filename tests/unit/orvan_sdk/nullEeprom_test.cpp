@@ -452,6 +452,22 @@ TEST_F(FileStore, AFullDiskFailsTheWrite)
     umount(kFolder.c_str());
 }
 
+TEST_F(FileStore, AFullDiskGoesUnnoticedForAnImageOfTheSettings)
+{
+    fs::create_directories(kFolder);
+    ASSERT_EQ(mount("tmpfs", kFolder.c_str(), "tmpfs", 0, "size=4k"), 0);
+    std::ofstream(kFolder + "/other") << std::string(4096, 'x');
+    ASSERT_TRUE(store->init());
+    {
+        OutputCapture err(STDERR_FILENO);
+        EXPECT_TRUE(store->write(0, counting(1024).data(), 1024));
+        EXPECT_EQ(err.text(), "");
+    }
+    EXPECT_TRUE(fs::exists(kFile));
+    EXPECT_EQ(file(), Bytes{});
+    umount(kFolder.c_str());
+}
+
 TEST_F(FileStore, TheWholeImageIsOnDiskBeforeTheLockIsReleased)
 {
     ASSERT_TRUE(store->init());
