@@ -3,6 +3,7 @@
 #include "board/faulty_i2c_device.h"
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 #include "support/log_capture.h"
+#include "unit/i2c_keyboard/refuses_one.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -280,6 +281,19 @@ TEST_P(BenchtopInitHwFailure, IsToldOfThePartInWhichItHappens)
     const bool well = std::string(message).empty();
     EXPECT_EQ(device->InitHW(), well);
     EXPECT_EQ(logs.lines(), well ? std::vector<LogLine>{} : (std::vector<LogLine>{{LOG_ERR, message}}));
+}
+
+TEST_F(BenchtopInitHw, AnyTransferOfTheModulationResetThatFailsIsReported)
+{
+    const auto chip = orvan_test::refuse_one(board->i2c(), 0x20, SIZE_MAX);
+    for (size_t transfer = 29; transfer < 53; ++transfer) {
+        logs.clear();
+        chip->refuse_after(transfer);
+        EXPECT_FALSE(device->InitHW()) << transfer;
+        EXPECT_EQ(logs.lines(),
+                  (std::vector<LogLine>{{LOG_ERR, "InitHW: external modulations reset failed"}}));
+    }
+    EXPECT_TRUE(device->InitHW());
 }
 
 TEST_F(BenchtopInitHw, FailedPartIsTakenToItsEndAndTheNextOneNotBegun)

@@ -1,5 +1,7 @@
 #include "benchtop_routing_bench.h"
 
+#include "unit/i2c_keyboard/refuses_one.h"
+
 using namespace board_test;
 using sim_board::expect_trace;
 
@@ -182,6 +184,23 @@ TEST_F(BenchtopRouting, ModulationWithoutItsExpanderFailsAndTakesItsTime)
     EXPECT_EQ(handler.setModSrc(1, 1), -1);
     EXPECT_EQ(board->clock().now_us() - before, 150'000u);
     EXPECT_EQ(logs.count(LOG_ERR, "setModSrc: failed to apply modulation source sequence for channel 1"), 1u);
+}
+
+// Port A is behind the second handle on 0x20, port B behind the first.
+TEST_F(BenchtopRouting, ModulationFailsWithEitherHandleOnTheSameExpander)
+{
+    handler.SetNumDevices(4);
+    select(1);
+    const auto device = orvan_test::refuse_one(board->i2c(), 0x20, SIZE_MAX);
+    for (size_t refused = 0; refused < 9; ++refused) {
+        logs.clear();
+        device->refuse_after(refused);
+        EXPECT_EQ(handler.setModSrc(2, 1), -1) << refused;
+        EXPECT_EQ(logs.lines(),
+                  (std::vector<orvan_test::LogLine>{
+                      {LOG_ERR, "setModSrc: failed to apply modulation source sequence for channel 1"}}));
+    }
+    EXPECT_EQ(handler.setModSrc(2, 1), 0);
 }
 
 TEST_F(BenchtopRouting, ModulationThatFailsOnlyAtItsLastAccessFails)

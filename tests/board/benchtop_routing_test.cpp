@@ -1,5 +1,7 @@
 #include "benchtop_routing_bench.h"
 
+#include "unit/i2c_keyboard/refuses_one.h"
+
 using namespace board_test;
 using sim_board::expect_trace;
 
@@ -108,6 +110,28 @@ TEST_F(BenchtopRouting, ImpedanceAboveFourIsKeptForItselfAndSwitchesChannelOne)
         handler.getTrgImp(kept);
         EXPECT_EQ(kept, channel == 7 ? 1u : 0u) << channel;
     }
+}
+
+TEST_F(BenchtopRouting, ImpedanceOfChannelZeroIsTheNumberOfInstalledChannelsAndSwitchesChannelOne)
+{
+#ifdef ORVAN_UNDEFINED_SANITIZED
+    GTEST_SKIP() << "UndefinedBehaviorSanitizer ends the process at the index -1";
+#endif
+    handler.SetNumDevices(4);
+    select(0);
+    EXPECT_EQ(set_impedance(2), 0);
+    expected.open(0x20);
+    expected.set(0x20, kPortA, 0x01);
+    EXPECT_TRUE(expect_trace(trace(), expected.take()));
+    uint32_t kept = 0;
+    handler.getTrgImp(kept);
+    EXPECT_EQ(kept, 2u);
+    // The routing is that of two channels now.
+    select(1);
+    EXPECT_EQ(handler.SetRFOutput(1), 0);
+    expected.open(0x20);
+    expected.set(0x20, kPortB, 0x10);
+    EXPECT_TRUE(expect_trace(trace(), expected.take()));
 }
 
 TEST_F(BenchtopRouting, ImpedanceThatFailsIsLoggedKeptAndReportsSuccess)
@@ -251,6 +275,22 @@ TEST_F(BenchtopRouting, CouplingFailsWhenAnyExpanderDoes)
             fault->not_acknowledging(false);
         }
     EXPECT_EQ(logs.lines().size(), 4u);
+}
+
+// Channel 2 has its switch behind the second handle on 0x20, and its termination behind the first.
+TEST_F(BenchtopRouting, CouplingFailsWithEitherHandleOnTheSameExpander)
+{
+    handler.SetNumDevices(4);
+    select(2);
+    const auto device = orvan_test::refuse_one(board->i2c(), 0x20, SIZE_MAX);
+    for (const size_t refused : {0u, 1u, 2u, 3u, 4u, 5u}) {
+        logs.clear();
+        device->refuse_after(refused);
+        EXPECT_EQ(handler.setTrgSrc(0), -1) << refused;
+        EXPECT_EQ(logs.lines(), (std::vector<orvan_test::LogLine>{
+                                    {LOG_ERR, "setTrgSrc: failed to set trigger source for channel 2"}}));
+    }
+    EXPECT_EQ(handler.setTrgSrc(0), 0);
 }
 
 TEST_F(BenchtopRouting, CouplingGoesOnWithTheTerminationAfterAFailedSwitch)

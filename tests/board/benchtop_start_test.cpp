@@ -5,9 +5,12 @@
 #include "nothrow_new.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_parser.h"
 #include "unit/orvan_sdk/bit_bench.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -24,6 +27,13 @@ using sim_board::expect_trace;
 using Lines = std::vector<std::string>;
 
 namespace {
+
+template <std::atomic<bool> Scpi_Orvanx::*kRuns>
+struct MonitorInside {
+    friend bool temperature_thread_runs(Scpi_Orvanx& service) { return service.*kRuns; }
+};
+bool temperature_thread_runs(Scpi_Orvanx& service);
+template struct MonitorInside<&Scpi_Orvanx::m_runTemperatureThread>;
 
 /** What is allocated while it lives is not looked for at the end. */
 struct KnownLeak {
@@ -159,9 +169,58 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     }
 }
 
-TEST_F(BenchtopStart, TakesEveryChannelOutOfCoupling)
+TEST_F(BenchtopStart, BringsTheModulesUpOneStepAfterTheOther)
 {
     store(settled_settings());
+    Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
+    service->setNumberofChannels(2); // neither is what the start sets
+    service->setSelectedChannel(3);
+    // What each step finds that the ones before it have done.
+    module(1).on_request([&](const std::string& request) {
+        const char* const step = request == "*TST?\r\n" ? "wait"
+                                 : request.starts_with(":SYST:INF:") || request.starts_with(":ROSC:")
+                                     ? "data"
+                                     : "setup";
+        const int channel = service->getSelectedChannel();
+        const int channels = service->getNumberofChannels();
+        const char* const device_is =
+            static_cast<const userContext_t*>(scpi_context.user_context)->ptrDevice != nullptr ? ", device"
+                                                                                               : "";
+        const char* const records = service->get_channelDB(1) != nullptr ? ", records" : "";
+        const char* const tested =
+            test_result(PBIT, kModulesTest).result != BIT_NOT_PERFORMED ? ", tested" : "";
+        board->trace().add("%s: channel %d of %d%s%s%s", step, channel, channels, device_is, tested, records);
+    });
+    bool polls_at_options = true;
+    logs.on_line([&](const LogLine& line) {
+        if (line.text == "option LP applied")
+            polls_at_options = temperature_thread_runs(*service);
+    });
+    start();
+    logs.on_line({});
+    pass(kSettlingUs);
+    Lines found = board->trace().lines_with({"wait: ", "setup: ", "data: "});
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    EXPECT_EQ(found, (Lines{"wait: channel 1 of 4, device", "setup: channel 1 of 4, device, tested, records",
+                            "data: channel 1 of 4, device, tested, records"}));
+    EXPECT_FALSE(polls_at_options);
+    EXPECT_TRUE(temperature_thread_runs(*service));
+}
+
+/** An instrument of so many channels, and what its start does to take each out of coupling. */
+struct Uncoupling {
+    const char* model;
+    uint8_t channels;
+    const char* accesses;
+};
+class BenchtopStartOf : public BenchtopStart, public testing::WithParamInterface<Uncoupling> {};
+
+TEST_P(BenchtopStartOf, TakesEveryChannelOutOfCoupling)
+{
+    EEPROM_DEVICE_SETTINGS record = settled_settings();
+    std::strcpy(record.modelName, GetParam().model);
+    record.numDevices = GetParam().channels;
+    store(record);
     start_and_settle();
     Lines lines = board->trace().lines_with({"i2c "});
     const auto opened = [](const std::string& line) { return line == "i2c 0x24 open"; };
@@ -170,8 +229,38 @@ TEST_F(BenchtopStart, TakesEveryChannelOutOfCoupling)
     const auto second = std::find_if(set_up + 1, lines.end(), opened);
     ASSERT_NE(second, lines.end());
     lines.erase(lines.begin(), second - 2);
-    // From what the set-up has left: 0x88 at 0x24 and 0x24 at 0x20.
-    EXPECT_TRUE(expect_trace(lines, R"(
+    EXPECT_TRUE(expect_trace(lines, GetParam().accesses));
+    EXPECT_EQ(selected(), 1u);
+}
+
+// From what the set-up has left: 0x88 at 0x24 and 0x24 at 0x20.
+INSTANTIATE_TEST_SUITE_P(Models, BenchtopStartOf,
+                         testing::Values(Uncoupling{"OVX3651B", 1, R"(
+        i2c 0x20 open
+        i2c 0x20 open
+        i2c 0x24 open
+        i2c 0x24 [0x12] -> 0x88
+        i2c 0x24 [0x12] = 0x88
+        i2c 0x20 [0x12] -> 0x24
+        i2c 0x20 [0x12] = 0x24
+    )"},
+                                         Uncoupling{"OVX3652B", 2, R"(
+        i2c 0x20 open
+        i2c 0x20 open
+        i2c 0x24 open
+        i2c 0x24 [0x12] -> 0x88
+        i2c 0x24 [0x12] = 0x88
+        i2c 0x20 [0x12] -> 0x24
+        i2c 0x20 [0x12] = 0x24
+        i2c 0x20 open
+        i2c 0x20 open
+        i2c 0x24 open
+        i2c 0x24 [0x12] -> 0x88
+        i2c 0x24 [0x12] = 0x8c
+        i2c 0x20 [0x12] -> 0x24
+        i2c 0x20 [0x12] = 0x24
+    )"},
+                                         Uncoupling{"OVX3654B", 4, R"(
         i2c 0x20 open
         i2c 0x20 open
         i2c 0x24 open
@@ -200,8 +289,8 @@ TEST_F(BenchtopStart, TakesEveryChannelOutOfCoupling)
         i2c 0x24 [0x12] = 0x8e
         i2c 0x20 [0x12] -> 0x21
         i2c 0x20 [0x12] = 0x21
-    )"));
-}
+    )"}),
+                         [](const auto& tested) { return std::string(tested.param.model); });
 
 // ---- the settings
 

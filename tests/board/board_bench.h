@@ -63,6 +63,7 @@ public:
     unsigned mode() const { return spi_mode; }
     unsigned bits() const { return spi_bitsPerWord; }
     unsigned speed() const { return spi_speed; }
+    void set_bits(unsigned char bits) { spi_bitsPerWord = bits; }
     const int (&impedances() const)[16] { return trgImp; }
 
     bool throw_in_configure = false;

@@ -341,6 +341,16 @@ TEST_F(ConnectionHandler, AMessageBringsItsOwnClock)
     EXPECT_EQ(chip->seen_hertz, 3'000'000u);
 }
 
+TEST_F(ConnectionHandler, AMessageBringsItsOwnWordSize)
+{
+    connect();
+    handler.set_bits(9); // which the port refuses; none would stand for the port's own
+    EXPECT_EQ(transfer(2), -1);
+    EXPECT_TRUE(expect_trace(messages(), "spi message -> EINVAL"));
+    handler.set_bits(8);
+    EXPECT_EQ(transfer(2), 0);
+}
+
 TEST_F(ConnectionHandler, ATransferNeedsBothFlags)
 {
     struct Flags : MuxHandler {

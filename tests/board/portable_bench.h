@@ -15,6 +15,7 @@
 #include "support/log_capture.h"
 #include "word_chip.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
@@ -28,6 +29,11 @@ namespace HaldeElec::Orvan {
 struct PortableDeviceTestPeer {
     OrvanPortableDevice& device;
 
+    [[noreturn]] void charge_monitor()
+    {
+        device.ChargeMonitor();
+        std::abort();
+    }
     void charge_cycle(int& retry, bool& orvanx_on) { device.charge_cycle(retry, orvanx_on); }
     void run_fan_thread(bool run) { device.m_runFanThread = run; }
     void fan_control() { device.fan_control(device.devConnHandler); }

@@ -515,6 +515,31 @@ TEST_F(PortableStart, ABatteryThatGoesAwayLeavesItsLastCharge)
     });
 }
 
+TEST_F(PortableStart, EveryChargeMonitorOfTheProcessKnowsWhetherTheModuleIsOff)
+{
+    in_a_process_that_ends([this] {
+        board->battery()->set_charge(20);
+        board->battery()->set_flow(sim_board::SmartBattery::Flow::kRest);
+        start();
+        ASSERT_TRUE(threads(3));
+        EXPECT_FALSE(board->module_power());
+        ASSERT_TRUE(board->clock().run(kSecond, 3)); // so that the two are never awake at once
+        board->trace().clear();
+        std::thread([this] {
+            PortableDeviceTestPeer{static_cast<OrvanPortableDevice&>(*device)}.charge_monitor();
+        }).detach();
+        ASSERT_TRUE(threads(4));
+        ASSERT_TRUE(board->clock().run(10 * kSecond, 4));
+        EXPECT_EQ(board->trace().lines_with({"i2c 0x0b [0x0d]"}).size(), 5u);
+        EXPECT_TRUE(board->trace().lines_with({"i2c 0x20 [0x14]"}).empty()) << "it is off already";
+
+        board->battery()->set_charge(80);
+        ASSERT_TRUE(board->clock().run(10 * kSecond, 4));
+        EXPECT_EQ(board->trace().lines_with({"i2c 0x20 [0x14] ="}).size(), 1u) << "one has switched it on";
+        EXPECT_TRUE(board->module_power());
+    });
+}
+
 TEST_F(PortableStart, TheEndDoesNotComeBackFromARunningChargeMonitor)
 {
     in_a_process_that_ends([this] {
