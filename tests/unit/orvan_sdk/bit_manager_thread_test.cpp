@@ -161,6 +161,7 @@ TEST_F(PeriodicTest, StopWaitsForThePeriodToEnd)
     start(30);
     ASSERT_TRUE(step_done());
     register_counting("a", first);
+    EXPECT_TRUE(has_thread(*manager));
     auto stopped = begin_to_stop();
     clock().advance(30 * kSecond - 1);
     EXPECT_EQ(stopped.wait_for(0s), std::future_status::timeout);
@@ -168,7 +169,8 @@ TEST_F(PeriodicTest, StopWaitsForThePeriodToEnd)
     clock().advance(1);
     ASSERT_EQ(stopped.wait_for(10s), std::future_status::ready);
     EXPECT_EQ(clock().sleepers(), 0u);
-    EXPECT_EQ(first, 0);            // no step behind the end
+    EXPECT_EQ(first, 0); // no step behind the end
+    EXPECT_FALSE(has_thread(*manager));
     stop_periodic_thread(*manager); // and nothing to end any more
 }
 

@@ -1,12 +1,14 @@
 #include "setup_bench.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <fcntl.h>
 #include <fstream>
 #include <limits>
 #include <string>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -75,6 +77,24 @@ TEST_F(LoadDatabase, AnotherProcessSeesTheRecordsSideBySide)
     EXPECT_EQ(pread(fd, &frequency, sizeof frequency, 1816 + 200), 8);
     EXPECT_EQ(frequency, 77.0);
     close(fd);
+}
+
+TEST_F(LoadDatabase, TheObjectIsOpenToAllButWhatTheUmaskTakes)
+{
+    for (const mode_t mask : {0, 027}) {
+        ASSERT_TRUE(shm_unlink(g_shmemName) == 0 || errno == ENOENT);
+        const mode_t before = umask(mask);
+        orvanx->setNumberofChannels(1);
+        EXPECT_EQ(orvanx->load_database(0), 0);
+        umask(before);
+        struct stat info = {};
+        ASSERT_EQ(stat(("/dev/shm" + files.object()).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0666 & ~mask);
+        delete orvanx;
+        SCPI_Deinit(&scpi_context);
+        orvanx = Scpi_Orvanx::getInstance();
+        speak_as(client);
+    }
 }
 
 TEST_F(LoadDatabase, ALeftOverObjectIsTakenOverAndCutToSize)

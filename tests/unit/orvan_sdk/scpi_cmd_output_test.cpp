@@ -400,6 +400,20 @@ TEST_F(OutputHandlers, TheModulesVersionComesWithoutItsSuccessWord)
     EXPECT_THAT(device.calls, IsEmpty());
 }
 
+TEST_F(OutputHandlers, TheModulesVersionIsThatOfTheSelectedChannel)
+{
+    ScriptedModule third;
+    put_module_behind(3, third);
+    module.always(ModuleAnswer::reply("1.1;+OK\r\n"));
+    third.always(ModuleAnswer::reply("3.3;+OK\r\n"));
+    orvanx->setSelectedChannel(3);
+    EXPECT_EQ(ask(":INF:SLAV?"), "3.3;+OK\r\n");
+    EXPECT_EQ(module.connections(), 0u);
+    orvanx->setSelectedChannel(1);
+    EXPECT_EQ(ask(":INF:SLAV?"), "1.1;+OK\r\n");
+    EXPECT_EQ(third.connections(), 1u);
+}
+
 TEST_F(OutputHandlers, TheModulesVersionFailsAsTheModuleDoes)
 {
     module.then(ModuleAnswer::reply(kRefusal));

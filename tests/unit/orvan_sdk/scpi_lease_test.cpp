@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -107,6 +108,27 @@ TEST_F(Lease, OfTwoThatWaitOneGetsItAndTheOtherWaitsOn)
     scpi_lease_release(second_won ? kSecond : kThird);
     EXPECT_TRUE(loser.enters());
     scpi_lease_release(second_won ? kThird : kSecond);
+}
+
+// Both connections have the same number, so neither waits for the other.
+TEST_F(Lease, EveryWayToFreeItWakesAllThatWait)
+{
+    const auto release = [] { scpi_lease_release(kFirst); };
+    const auto abort = [] { scpi_lease_abort_if_owner(kFirst); };
+    const auto expire = [this] { timer.fire(); };
+    for (const std::function<void()>& free : {std::function<void()>(release), {abort}, {expire}}) {
+        scpi_lease_acquire(kFirst);
+        scpi_watchdog_pet_owner(kFirst);
+        const Waiter one(kSecond);
+        const Waiter other(kSecond);
+        EXPECT_TRUE(one.stays_out());
+        EXPECT_TRUE(other.stays_out());
+        free();
+        EXPECT_TRUE(one.enters() && other.enters());
+        while (!one.is_in() || !other.is_in()) // lets the case end
+            scpi_lease_release(kSecond);
+        scpi_lease_release(kSecond);
+    }
 }
 
 TEST_F(Lease, AReleaseByAnotherChangesNothing)

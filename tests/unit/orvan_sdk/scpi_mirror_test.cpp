@@ -130,6 +130,8 @@ TEST(UpdateElement, FloatsAndDoublesAreScaledExactly)
 {
     EXPECT_EQ(float_of("0.1"), 0.1f);
     EXPECT_EQ(float_of("0.1", 3.0), 0.1f * 3.0f);
+    EXPECT_EQ(float_of("7.61", 0.001), 7.61f * 0.001f);
+    EXPECT_NE(7.61f * 0.001f, static_cast<float>(7.61 * 0.001)) << "or the line above shows nothing";
     EXPECT_EQ(double_of("-12.5"), -12.5);
     EXPECT_EQ(double_of("2.5e9"), 2.5e9);
     EXPECT_EQ(double_of("1.0E-06"), 1e-6);
