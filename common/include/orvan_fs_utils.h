@@ -102,6 +102,9 @@ public:
      * Empties a folder: removes all files and folders in it, but not the folder itself. Symbolic links
      * are removed and not followed. One entry that resists does not keep the others.
      *
+     * The folders in it are gone, on the disk, before the first file goes: a file can thus say that there
+     * is something to clear, and is there for as long as there is.
+     *
      * @return 0 when the folder is empty, -1 when there is no such folder or something is left
      */
     static int delete_files_in_dir(const char* path);

@@ -86,6 +86,18 @@ bool make_folder(const char* path, mode_t mode)
     return false;
 }
 
+// True when all of them are gone; one that resists does not keep the others.
+bool remove_all_of(const std::vector<std::filesystem::path>& entries)
+{
+    bool all_gone = true;
+    for (const auto& entry : entries) {
+        std::error_code error;
+        std::filesystem::remove_all(entry, error);
+        all_gone = all_gone && !error;
+    }
+    return all_gone;
+}
+
 } // namespace
 
 OrvanFSUtils* OrvanFSUtils::getInstance()
@@ -228,16 +240,16 @@ try {
     if (path == nullptr)
         return -1;
     // The names first: what an open folder still yields while its entries go is not defined.
-    std::vector<std::filesystem::path> entries;
-    for (const auto& entry : std::filesystem::directory_iterator(path))
-        entries.push_back(entry.path());
-    bool all_gone = true;
-    for (const auto& entry : entries) {
+    std::vector<std::filesystem::path> folders;
+    std::vector<std::filesystem::path> others;
+    for (const auto& entry : std::filesystem::directory_iterator(path)) {
         std::error_code error;
-        std::filesystem::remove_all(entry, error);
-        all_gone = all_gone && !error;
+        const bool folder = entry.symlink_status(error).type() == std::filesystem::file_type::directory;
+        (folder ? folders : others).push_back(entry.path());
     }
-    return all_gone ? 0 : -1;
+    const bool folders_gone = remove_all_of(folders);
+    sync_folder(path);
+    return remove_all_of(others) && folders_gone ? 0 : -1;
 } catch (const std::exception&) {
     return -1;
 }

@@ -2,6 +2,7 @@
 #include "temp_folder.h"
 
 #include <orvan_fs_utils.h>
+#include <unique_fd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <string>
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -259,6 +261,35 @@ TEST_F(FsUtils, EmptyingAFolderTakesAllThatIsInIt)
     EXPECT_THAT(folder.names(), IsEmpty());
     EXPECT_TRUE(fs::is_directory(folder.path())) << "the folder itself stays";
     EXPECT_EQ(OrvanFSUtils::delete_files_in_dir((folder.path() + "/").c_str()), 0) << "empty is well";
+}
+
+TEST_F(FsUtils, EmptyingAFolderTakesTheFoldersInItBeforeTheFiles)
+{
+    // Names in both orders, so that neither theirs nor that on the disk is right by chance.
+    for (int i = 0; i < 40; ++i) {
+        const std::string name = std::to_string(i * 7 % 40);
+        if (i % 2 == 0)
+            fs::create_directories(folder / (name + "/below"));
+        else if (i % 3 == 0)
+            fs::create_directory_symlink("0", folder / name);
+        else
+            write_file(folder / name, "done");
+    }
+    const UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    ASSERT_GE(inotify_add_watch(watch.get(), folder.path().c_str(), IN_DELETE), 0);
+    InterposedCalls calls;
+    EXPECT_EQ(OrvanFSUtils::delete_files_in_dir(folder.path().c_str()), 0);
+    EXPECT_THAT(calls.calls, ElementsAre("fsync folder"));
+
+    std::string gone; // F for a folder, . for anything else
+    alignas(inotify_event) char events[16384];
+    const ssize_t size = read(watch.get(), events, sizeof events);
+    for (ssize_t at = 0; at < size;) {
+        const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+        gone += (event->mask & IN_ISDIR) != 0 ? 'F' : '.';
+        at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    EXPECT_EQ(gone, std::string(20, 'F') + std::string(20, '.'));
 }
 
 TEST_F(FsUtils, EmptyingAFolderDoesNotFollowLinks)
