@@ -85,7 +85,9 @@ public:
 
     /**
      * Finds the entry of a folder whose name contains a word; folders below it are not searched.
-     * Of several the first by byte order is taken, so that the outcome does not depend on the disk.
+     * Of several the one that was put there last is taken, by the time of its last status change
+     * (`st_ctim`), which unpacking an archive does not set back as it does the others. Of several that are
+     * equally new it is the first by byte order, so that the outcome does not depend on the disk.
      *
      * @param dir     the folder, with or without "/" at its end
      * @param word    case counts; the empty word is in every name

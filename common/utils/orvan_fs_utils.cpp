@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -66,6 +67,11 @@ bool is_kind(const std::string& path, int kind)
     default:
         return false;
     }
+}
+
+bool is_later(const timespec& a, const timespec& b)
+{
+    return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
 }
 
 bool is_folder(const char* path)
@@ -218,11 +224,18 @@ try {
     if (dir == nullptr || word == nullptr || out == nullptr)
         return false;
     std::string found;
+    timespec newest = {};
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
         const std::string name = entry.path().filename().string();
-        if (name.find(word) != std::string::npos && (found.empty() || name < found) &&
-            is_kind(entry.path().string(), kind))
+        struct stat info = {};
+        if (name.find(word) == std::string::npos || !is_kind(entry.path().string(), kind) ||
+            lstat(entry.path().c_str(), &info) != 0)
+            continue;
+        const bool older = is_later(newest, info.st_ctim);
+        if (found.empty() || is_later(info.st_ctim, newest) || (!older && name < found)) {
             found = name;
+            newest = info.st_ctim;
+        }
     }
     if (found.empty())
         return false;

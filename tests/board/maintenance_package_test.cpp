@@ -6,12 +6,14 @@
 #include "support/scripted_module.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <map>
 #include <pwd.h>
 #include <scpi/scpi.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -81,6 +83,24 @@ std::vector<LogLine> operator+(std::vector<LogLine> lines, const std::vector<Log
 {
     lines.insert(lines.end(), more.begin(), more.end());
     return lines;
+}
+
+std::pair<time_t, long> changed(const fs::path& path)
+{
+    struct stat info = {};
+    EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+    return {info.st_ctim.tv_sec, info.st_ctim.tv_nsec};
+}
+
+/** Until what is made from now on is newer. */
+void wait_until_later_than(const fs::path& path)
+{
+    const fs::path clock = kWork / "clock";
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    do {
+        write_file(clock, "");
+    } while (changed(clock) <= changed(path) && std::chrono::steady_clock::now() < deadline);
+    ASSERT_GT(changed(clock), changed(path));
 }
 
 class MaintenancePackage : public FirmwareTest {
@@ -310,6 +330,31 @@ TEST_F(MaintenancePackage, AModuleThatRefusesEndsItAndNoneIsRestarted)
     EXPECT_TRUE(fs::exists(kHostSw / kPackage)); // the files stay
 }
 
+TEST_F(MaintenancePackage, WhatARefusedOneLeftDoesNotComeBeforeTheNextWhateverTheirNames)
+{
+    for (const std::string next : {"Orvan_Benchtop_FW_2.2", "Orvan_Benchtop_FW_10.0"}) {
+        modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
+        EXPECT_EQ(download(archive(package())), IF_FAILED);
+        wait_until_later_than(kHostSw / kPackage);
+        EXPECT_EQ(lines_behind_download(archive(package(next)), IF_SUCCESS_RECV_FIRMWARE),
+                  until_unpacking(next, "benchtop_fw_2.1.tar.gz", true));
+        EXPECT_EQ(read_file(kMarker), (kHostSw / next / "patch").string() + "\n");
+        fs::remove_all(kUpgrade);
+    }
+}
+
+TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderDoNotComeBeforeTheNextOnes)
+{
+    Files refused = {{kPackage + "/ovx_module_2.0", "old"}, {kPackage + "/benchtop_fw_2.0.tar.gz", "old"}};
+    modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
+    EXPECT_EQ(download(archive(refused)), IF_FAILED);
+    for (const auto& file : refused)
+        wait_until_later_than(kHostSw / file.first);
+    EXPECT_EQ(lines_behind_download(archive(package()), IF_SUCCESS_RECV_FIRMWARE),
+              until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
+    EXPECT_EQ(modules[1].requests().at(1), kImageRequest);
+}
+
 TEST_F(MaintenancePackage, WithoutAnArchiveForTheControllerIsLoggedOnceTheModulesHaveTheirs)
 {
     const std::vector<LogLine> lines =
@@ -339,29 +384,11 @@ TEST_F(MaintenancePackage, NobodyLooksWhetherThereIsAPatch)
     EXPECT_FALSE(fs::exists(kHostSw / kPackage / "patch"));
 }
 
-TEST_F(MaintenancePackage, OfTwoCandidatesTheFirstByNameIsTaken)
-{
-    Files files = package("Orvan_Benchtop_FW_1");
-    files["Orvan_Benchtop_FW_1/a_ovx_module"] = kImage;
-    files["Orvan_Benchtop_FW_1/a_benchtop_fw.tar.gz"] = controller_archive();
-    files["Orvan_Benchtop_FW_2/" + kModuleFile] = "of the second";
-    const fs::path path = kHostSw / "Orvan_Benchtop_FW_1";
-    const std::string controller = (path / "a_benchtop_fw.tar.gz").string();
-    const std::vector<LogLine> lines = {
-        info("Found device FW file: " + controller),
-        info("tar -xvf " + controller + " -C " + path.string()),
-        info("host_sw Extraction success"),
-    };
-    EXPECT_EQ(lines_behind_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
-              until_restart("Orvan_Benchtop_FW_1", "a_ovx_module") + lines);
-    EXPECT_EQ(read_file(kMarker), (path / "patch").string() + "\n");
-}
-
-TEST_F(MaintenancePackage, WhatAFailedUpdateHasLeftIsFoundAgain)
+TEST_F(MaintenancePackage, WhatAFailedUpdateHasLeftIsFoundWhereTheNextHasNoSuchFolder)
 {
     fs::create_directories(kHostSw / "Orvan_Benchtop_FW_1");
     expect_failure(
-        archive(package("Orvan_Benchtop_FW_2")),
+        archive(package("Orvan_Portable_FW_2")),
         {extraction(true), found_folder("Orvan_Benchtop_FW_1"),
          error("Could not find ovx_module file in /home/orvan/halde/upgrade/host_sw/Orvan_Benchtop_FW_1")});
 }

@@ -6,7 +6,7 @@
  *         ...benchtop_fw...          a tar archive with the controller's files
  *             patch/                 what the controller installs
  *
- * The instrument takes the first name that has the word in it, and hands names to a shell; so each word may
+ * The instrument takes one name that has the word in it, and hands names to a shell; so each word may
  * stand in one name only, and names have no characters that mean something there.
  */
 #ifndef ORVAN_MAINT_PACKAGE_H

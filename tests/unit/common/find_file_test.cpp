@@ -4,9 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -25,6 +31,27 @@ protected:
     }
     std::string find(const char* word, int kind) { return find(folder.path(), word, kind); }
 
+    // Makes one entry, and the other when the file system tells the two apart.
+    void make_older(const std::string& earlier, const std::string& later,
+                    const std::function<void(const std::string&)>& make)
+    {
+        make(earlier);
+        const std::string clock = folder / "clock";
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        do {
+            write_file(clock, "");
+        } while (changed(clock) <= changed(folder / earlier) && std::chrono::steady_clock::now() < deadline);
+        fs::remove(clock);
+        make(later);
+        ASSERT_GT(changed(folder / later), changed(folder / earlier));
+    }
+    static std::pair<time_t, long> changed(const std::string& path)
+    {
+        struct stat info = {};
+        EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+        return {info.st_ctim.tv_sec, info.st_ctim.tv_nsec};
+    }
+
     TempFolder folder;
 };
 
@@ -39,8 +66,8 @@ TEST_F(FindFile, GivesTheFullPathOfAnEntryWithTheWordAnywhereInItsName)
 
 TEST_F(FindFile, KindChoosesAmongFilesAndFolders)
 {
-    fs::create_directory(folder / "a_word");
     write_file(folder / "b_word", "");
+    fs::create_directory(folder / "a_word"); // the first by age and by name
     EXPECT_EQ(find("word", FS_FIND_ANY), folder / "a_word");
     EXPECT_EQ(find("word", FS_FIND_FILE), folder / "b_word");
     EXPECT_EQ(find("word", FS_FIND_DIR), folder / "a_word");
@@ -61,10 +88,43 @@ TEST_F(FindFile, LinkCountsAsWhatItLeadsTo)
     EXPECT_EQ(find("broken", FS_FIND_ANY), folder / "broken");
 }
 
-TEST_F(FindFile, FirstByNameIsTakenWhateverTheOrderOnTheDisk)
+TEST_F(FindFile, OfSeveralTheLatestIsTaken)
 {
-    for (int i = 99; i >= 10; --i)
-        write_file(folder / ("word" + std::to_string(i)), "");
+    for (const auto& [earlier, later] : {std::pair{"a_word", "b_word"}, {"d_word", "c_word"}}) {
+        make_older(earlier, later, [this](const std::string& name) { write_file(folder / name, ""); });
+        EXPECT_EQ(find("word", FS_FIND_FILE), folder / later);
+    }
+    for (const auto& [earlier, later] : {std::pair{"a_folder", "b_folder"}, {"d_folder", "c_folder"}}) {
+        make_older(earlier, later, [this](const std::string& name) { fs::create_directory(folder / name); });
+        EXPECT_EQ(find("folder", FS_FIND_DIR), folder / later);
+    }
+}
+
+TEST_F(FindFile, TheTimesThatAnArchiveRestoresDoNotCount)
+{
+    make_older("a_word", "b_word", [this](const std::string& name) {
+        write_file(folder / name, "");
+        const time_t restored = name == "a_word" ? 2'000'000'000 : 1'000'000'000;
+        const timespec times[] = {{restored, 0}, {restored, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, (folder / name).c_str(), times, 0), 0);
+    });
+    EXPECT_EQ(find("word", FS_FIND_FILE), folder / "b_word");
+}
+
+TEST_F(FindFile, ALinkIsAsOldAsItIsItself)
+{
+    write_file(folder / "target", "");
+    make_older("a_link", "b_link",
+               [this](const std::string& name) { fs::create_symlink("target", folder / name); });
+    EXPECT_EQ(find("link", FS_FIND_FILE), folder / "b_link");
+}
+
+TEST_F(FindFile, OfThoseEquallyNewTheFirstByNameIsTaken)
+{
+    // One file has one age, whatever it is called.
+    write_file(folder / "word99", "");
+    for (int i = 98; i >= 10; --i)
+        fs::create_hard_link(folder / "word99", folder / ("word" + std::to_string(i)));
     EXPECT_EQ(find("word", FS_FIND_FILE), folder / "word10");
 }
 
