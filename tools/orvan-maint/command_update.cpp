@@ -135,6 +135,9 @@ void update_software(const Options& options, int stop)
     const Platform& platform = platform_for(model, bytes, options.file);
     const Package package = check_package(bytes, options.file, platform);
 
+    for (const std::string& warning : warnings_of(package, platform)) {
+        complain("warning: " + warning);
+    }
     agree(
         {name_of(target.identity),
          "  software: " + text_of(target.identity.rows, FLASH_CSCIVER) + " -> " + package.folder + " of " +

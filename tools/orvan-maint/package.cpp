@@ -7,11 +7,11 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 namespace orvan_maint {
 namespace {
 
-constexpr const char* kModuleWord = "ovx_module";
 constexpr const char* kPatchFolder = "patch";
 
 // The longest path that the instrument has room for, less its own part.
@@ -181,7 +181,7 @@ Package check_package(std::string_view bytes, const std::string& what, const Pla
     const Listing listing = list(bytes, what);
     Package package;
     package.folder = only_one(listing, what, "", platform.folder, TarEntry::Kind::kFolder);
-    const std::string module = only_one(listing, what, package.folder, kModuleWord, TarEntry::Kind::kFile);
+    const std::string module = only_one(listing, what, package.folder, kModuleName, TarEntry::Kind::kFile);
     const std::string controller =
         only_one(listing, what, package.folder, platform.controller, TarEntry::Kind::kFile);
     if (module == controller) {
@@ -218,6 +218,26 @@ std::vector<const Platform*> platforms_in(std::string_view bytes, const std::str
         }
     }
     return found;
+}
+
+std::string controller_name(const Platform& platform)
+{
+    return std::string(platform.controller) + ".tar";
+}
+
+std::vector<std::string> warnings_of(const Package& package, const Platform& platform)
+{
+    std::vector<std::string> warnings;
+    for (const auto& [name, usual] : {std::pair{package.folder, std::string(platform.folder)},
+                                      {package.module_name, kModuleName},
+                                      {package.controller_name, controller_name(platform)}}) {
+        if (name != usual) {
+            warnings.push_back(name + " is not called " + usual +
+                               ": next to what a refused update has left on the instrument, which of them it "
+                               "takes depends on its clock");
+        }
+    }
+    return warnings;
 }
 
 } // namespace orvan_maint

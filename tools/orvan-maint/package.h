@@ -20,6 +20,12 @@
 
 namespace orvan_maint {
 
+/** The word in the name of the modules' software, and the name that build_package() gives it. */
+inline constexpr const char* kModuleName = "ovx_module";
+
+/** The name that build_package() gives to the archive with the controller's files. */
+std::string controller_name(const Platform& platform);
+
 /** What a package holds for a platform. */
 struct Package {
     std::string folder;
@@ -35,6 +41,15 @@ Package check_package(std::string_view bytes, const std::string& what, const Pla
 
 /** The platforms that have a folder in it. */
 std::vector<const Platform*> platforms_in(std::string_view bytes, const std::string& what);
+
+/**
+ * What to warn of when a package has other names than build_package() gives. Next to what a refused update
+ * has left under another name, the instrument goes by its clock, which may be wrong; the same name is
+ * overwritten.
+ *
+ * @return a text for each such name
+ */
+std::vector<std::string> warnings_of(const Package& package, const Platform& platform);
 
 /**
  * Makes a package. Its names are always the same, so that what an earlier update has left on the instrument

@@ -94,8 +94,8 @@ std::string build_package(const Platform& platform, const std::string& module, c
     const int64_t time = status_of(module).st_mtime;
     TarWriter package;
     package.add_folder(folder, 0755, time);
-    package.add_file(folder + "/ovx_module", software, 0644, time);
-    package.add_file(folder + "/" + platform.controller + ".tar", controller_archive(patch), 0644, time);
+    package.add_file(folder + "/" + kModuleName, software, 0644, time);
+    package.add_file(folder + "/" + controller_name(platform), controller_archive(patch), 0644, time);
     return gzip(package.finish());
 }
 

@@ -114,6 +114,19 @@ TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
     EXPECT_EQ(scene.came(), "");
 }
 
+TEST(Maint, UpdateWarnsOfANameThatIsNotTheUsualOneBeforeItAsks)
+{
+    const TestFolder folder;
+    Scene scene;
+    MaintOutcome outcome = scene.run({"update", folder.put("p.tar", good_package("ovx_module_2.0"))}, "n\n");
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_TRUE(has(outcome.err, "orvan-maint: warning: ovx_module_2.0 is not called ovx_module: "))
+        << outcome.err;
+    outcome = scene.run({"update", folder.put("p.tar", good_package())}, "n\n");
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_FALSE(has(outcome.err, "warning")) << outcome.err;
+}
+
 TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
 {
     const TestFolder folder;

@@ -178,6 +178,22 @@ TEST(MaintPackage, OfTheRightFormIsTold)
     }
 }
 
+TEST(MaintPackage, NamesThatAreNotTheUsualOnesAreWarnedOf)
+{
+    const std::string taken = ": next to what a refused update has left on the instrument, which of them it "
+                              "takes depends on its clock";
+    EXPECT_EQ(warnings_of(check_package(archive(kGood), "p", benchtop()), benchtop()),
+              (std::vector<std::string>{
+                  "Orvan_Benchtop_FW_2.0 is not called Orvan_Benchtop_FW" + taken,
+                  "ovx_module_2.0.bin is not called ovx_module" + taken,
+                  "benchtop_fw_2.0.tar is not called benchtop_fw.tar" + taken,
+              }));
+    const TestFolder folder;
+    folder.put("patch/x", "x");
+    const std::string built = build_package(benchtop(), folder.put("module", "m"), folder.path("patch"));
+    EXPECT_EQ(warnings_of(check_package(built, "p", benchtop()), benchtop()), std::vector<std::string>{});
+}
+
 TEST(MaintPackage, NamesMayBeginWithADotAndFoldersGoUntold)
 {
     const std::string bytes = archive({

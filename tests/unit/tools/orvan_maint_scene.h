@@ -54,13 +54,13 @@ inline std::string padded(const std::string& text)
     return text + std::string(HaldeElec::Orvan::FP_MAX_DATA_LEN - text.size(), '\0');
 }
 
-inline std::string good_package()
+inline std::string good_package(const std::string& module = "ovx_module")
 {
     orvan_maint::TarWriter controller;
     controller.add_folder("patch", 0755, 0);
     controller.add_file("patch/x", "x", 0644, 0);
     orvan_maint::TarWriter package;
-    package.add_file("Orvan_Benchtop_FW/ovx_module", std::string(3000, 'm'), 0644, 0);
+    package.add_file("Orvan_Benchtop_FW/" + module, std::string(3000, 'm'), 0644, 0);
     package.add_file("Orvan_Benchtop_FW/benchtop_fw.tar", controller.finish(), 0644, 0);
     return package.finish();
 }
