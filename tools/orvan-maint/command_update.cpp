@@ -7,6 +7,7 @@
 #include "software_transfer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace orvan_maint {
 
@@ -128,8 +129,9 @@ void wait_for_end(const Target& target, std::chrono::seconds time)
 
 void update_software(const Options& options, int stop)
 {
-    const std::string bytes = read_download(options.file);
-    platforms_in(bytes, options.file); // looks through it, whatever it is for
+    std::string file = read_download(options.file);
+    platforms_in(file, options.file); // looks through it, whatever it is for
+    const std::string bytes = packed(std::move(file));
     const Target target = find_target(options, stop);
     const std::string model = text_of(target.identity.rows, FLASH_MODELNAME);
     const Platform& platform = platform_for(model, bytes, options.file);

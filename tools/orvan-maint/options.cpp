@@ -122,8 +122,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->check(CLI::Range(0, 3600))
         ->capture_default_str();
     update->footer(
-        "The package is looked through before anything is sent. An instrument with a download that\n"
-        "was broken off answers no search; name it with --address.\n"
+        "The package is looked through before anything is sent; a plain archive is sent packed with\n"
+        "gzip. An instrument with a download that was broken off answers no search; name it with\n"
+        "--address.\n"
         "The instrument does not tell how it went. Another version of its software says that it has\n"
         "taken the package (exit code 0); as long as it tells the same one, what became of the package\n"
         "is not known (5).");

@@ -4,6 +4,7 @@
 #include "failure.h"
 #include "frame.h"
 #include "tar_reader.h"
+#include "tar_writer.h"
 
 #include <algorithm>
 #include <map>
@@ -223,6 +224,12 @@ std::vector<const Platform*> platforms_in(std::string_view bytes, const std::str
 std::string controller_name(const Platform& platform)
 {
     return std::string(platform.controller) + ".tar";
+}
+
+std::string packed(std::string bytes)
+{
+    constexpr std::string_view kGzipMagic = "\x1f\x8b"; // RFC 1952 2.3.1
+    return bytes.starts_with(kGzipMagic) ? std::move(bytes) : gzip(bytes);
 }
 
 std::vector<std::string> warnings_of(const Package& package, const Platform& platform)

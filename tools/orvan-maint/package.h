@@ -42,6 +42,10 @@ Package check_package(std::string_view bytes, const std::string& what, const Pla
 /** The platforms that have a folder in it. */
 std::vector<const Platform*> platforms_in(std::string_view bytes, const std::string& what);
 
+/** The package as it is sent: a plain archive packed with gzip, whose sum lets an instrument notice when it
+ *  was damaged on its way; tar by itself looks at no file's contents. */
+std::string packed(std::string bytes);
+
 /**
  * What to warn of when a package has other names than build_package() gives. Next to what a refused update
  * has left under another name, the instrument goes by its clock, which may be wrong; the same name is

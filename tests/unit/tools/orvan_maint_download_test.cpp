@@ -7,28 +7,56 @@
 
 #include <sys/eventfd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
+using orvan_maint::gzip;
 
 TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
 {
     const TestFolder folder;
-    const std::string package = good_package();
+    const std::string package = gzip(good_package());
     Scene scene;
     scene.model.software_after = "1.20.3";
-    const MaintOutcome outcome = scene.run({"update", folder.put("p.tar", package)}, "y\n");
+    const MaintOutcome outcome = scene.run({"update", folder.put("p.tar.gz", package)}, "y\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(scene.model.file == package);
     EXPECT_EQ(scene.model.ended, 1);
     for (const char* const line :
          {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
-          "  modules: 3000 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
+          "  modules: 7500 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
           "the package has arrived whole",
           "the instrument has taken the package: its software was 1.19.145 and is 1.20.3\n"})
         EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
     EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
+}
+
+TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.software_after = "1.20.3";
+    const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(has(outcome.out, "  " + std::to_string(scene.model.file.size()) + " bytes are sent\n"))
+        << outcome.out;
+    // What an instrument makes of it: nothing, or the modules' software.
+    const auto unpacked = [&folder](const std::string& bytes) {
+        std::filesystem::create_directory(folder.path("out"));
+        const std::string file = folder.put("arrived", bytes);
+        const std::string command = "tar -xf " + file + " -C " + folder.path("out") + " 2>&-";
+        return std::system(command.c_str()) == 0 ? folder.get("out/Orvan_Benchtop_FW/ovx_module") : "";
+    };
+    ASSERT_TRUE(unpacked(scene.model.file) == module_software());
+    for (size_t at = 100; at < scene.model.file.size(); at += 300) {
+        std::string damaged = scene.model.file;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+        EXPECT_EQ(unpacked(damaged), "") << at;
+    }
+    // Of a longer one that was begun before.
+    EXPECT_EQ(unpacked(scene.model.file + std::string(500, 'x')), "");
 }
 
 TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
@@ -140,7 +168,7 @@ TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
 TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
 {
     const TestFolder folder;
-    const std::string package = good_package();
+    const std::string package = gzip(good_package());
     Scene scene;
     scene.wait = "150";
     scene.model.wait_for_block(7);

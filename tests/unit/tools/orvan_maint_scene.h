@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -54,13 +55,24 @@ inline std::string padded(const std::string& text)
     return text + std::string(HaldeElec::Orvan::FP_MAX_DATA_LEN - text.size(), '\0');
 }
 
+/** What gzip makes no smaller. */
+inline std::string module_software()
+{
+    std::mt19937 random(1);
+    std::string bytes(7500, '\0');
+    for (char& c : bytes)
+        c = static_cast<char>(random());
+    return bytes;
+}
+
+/** A plain archive, of eight blocks once it is packed. */
 inline std::string good_package(const std::string& module = "ovx_module")
 {
     orvan_maint::TarWriter controller;
     controller.add_folder("patch", 0755, 0);
     controller.add_file("patch/x", "x", 0644, 0);
     orvan_maint::TarWriter package;
-    package.add_file("Orvan_Benchtop_FW/" + module, std::string(3000, 'm'), 0644, 0);
+    package.add_file("Orvan_Benchtop_FW/" + module, module_software(), 0644, 0);
     package.add_file("Orvan_Benchtop_FW/benchtop_fw.tar", controller.finish(), 0644, 0);
     return package.finish();
 }
