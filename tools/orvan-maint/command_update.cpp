@@ -26,6 +26,10 @@ constexpr auto kForRestart = std::chrono::seconds(30);
 constexpr const char* kInterruptedAtWork =
     "interrupted; the package was sent whole, and the instrument may be at work on it: look with show later";
 
+constexpr const char* kDamaged =
+    "damaged: the instrument took blocks from someone else as well, whose acknowledgements came here; it "
+    "installs nothing that is damaged. Begin again when nobody else sends to it";
+
 Target find_target(const Options& options, int stop)
 {
     const Reach& reach = options.reach;
@@ -62,10 +66,16 @@ void transfer(const Target& target, const std::string& bytes, bool looks_after_i
     Progress progress(bytes.size());
     SoftwareTransfer software(*target.link, target.identity.mac, bytes, kSoftwareTiming,
                               [&progress](size_t done) { progress.show(done); });
+    const auto leave = [&progress, &software] {
+        progress.leave();
+        if (software.damaged()) {
+            complain(kDamaged);
+        }
+    };
     try {
         software.run();
     } catch (const Failure& failure) {
-        progress.leave();
+        leave();
         if (failure.code == kExitNotDone && software.end_sent()) {
             throw Failure(kExitUnconfirmed, kInterruptedAtWork);
         }
@@ -84,8 +94,9 @@ void transfer(const Target& target, const std::string& bytes, bool looks_after_i
         }
         throw;
     }
-    progress.leave();
-    say("the package has arrived whole; frames sent again: " + std::to_string(software.resent()));
+    leave();
+    say(std::string(software.damaged() ? "all of the package was sent" : "the package has arrived whole") +
+        "; frames sent again: " + std::to_string(software.resent()));
 }
 
 // The instrument unpacks, and hands the modules theirs, before it answers again. It tells of no failure, and

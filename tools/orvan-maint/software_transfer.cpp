@@ -23,11 +23,6 @@ constexpr int kMostRestarts = 20;
 // In the place of a package's first block it leaves nothing that unpacks.
 constexpr uint8_t kSpoilt = 0xA5;
 
-bool acknowledges(const HALDE_PACKET& frame)
-{
-    return size_of(frame) == 0;
-}
-
 } // namespace
 
 SoftwareTransfer::SoftwareTransfer(Link& link, const hwaddr_t& mac, std::string_view package,
@@ -56,8 +51,7 @@ size_t SoftwareTransfer::open()
         Received received;
         send_header();
         for (const auto deadline = Clock::now() + m_round_trip.wait(); m_link.receive(received, deadline);) {
-            if (acknowledges(received.frame) && has_opcode(received.frame, kOpcodeSoftware) &&
-                block_of(received.frame) == 1) {
+            if (acknowledges(received.frame) && block_of(received.frame) == 1) {
                 return 1;
             }
         }
@@ -93,7 +87,7 @@ size_t SoftwareTransfer::deliver(size_t block)
         for (const auto deadline = sent_at + m_round_trip.wait(); m_link.receive(received, deadline);) {
             const uint16_t number = block_of(received.frame);
             if (!acknowledges(received.frame)) {
-                if (number == block) {
+                if (size_of(received.frame) != 0 && number == block) {
                     return left_at(block, info_of(received.frame));
                 }
                 continue;
@@ -119,6 +113,20 @@ size_t SoftwareTransfer::deliver(size_t block)
             return 1;
         }
     }
+}
+
+// Whether it acknowledges a frame that was sent from here; replies have the `info` of what they answer.
+bool SoftwareTransfer::acknowledges(const HALDE_PACKET& frame)
+{
+    if (size_of(frame) != 0) {
+        return false;
+    }
+    const uint32_t info = info_of(frame);
+    const bool header = info == 0 && has_opcode(frame, kOpcodeSoftware) && block_of(frame) == 1;
+    const bool block =
+        info != 0 && info <= m_sent.size() && block_of(frame) == static_cast<uint16_t>(m_sent[info - 1] + 1);
+    m_damaged = m_damaged || !(header || block);
+    return header || block;
 }
 
 // What goes along with a block that is sent again. Either the block got lost, or its acknowledgement; then
@@ -165,9 +173,10 @@ void SoftwareTransfer::send_block(size_t block)
 {
     HALDE_PACKET frame = make_frame(kOpcodeBlock, m_mac);
     const size_t length = m_blocks.put(block, frame);
-    put_info(frame, ++m_sequence);
+    m_sent.push_back(block);
+    put_info(frame, static_cast<uint32_t>(m_sent.size()));
     if (block == m_blocks.end() && !end_sent()) {
-        m_end_sequence = m_sequence;
+        m_end_sequence = info_of(frame);
     }
     m_link.send(wire_bytes(frame, length));
 }

@@ -19,6 +19,7 @@
 #include "round_trip.h"
 
 #include <functional>
+#include <vector>
 
 namespace orvan_maint {
 
@@ -38,12 +39,16 @@ public:
 
     /** Whether the package's end was sent, so that the instrument may be at work on it. */
     bool end_sent() const { return m_end_sequence != 0; }
+    /** Whether the instrument acknowledged a block that it did not get from here, so that another sender's
+     *  blocks are in the package. */
+    bool damaged() const { return m_damaged; }
     /** Frames that were sent again. */
     size_t resent() const { return m_resent; }
 
 private:
     size_t open();
     size_t deliver(size_t block);
+    bool acknowledges(const HALDE_PACKET& frame);
     size_t left_at(size_t block, uint32_t answered);
     size_t companion_of(size_t block, size_t resends) const;
     void send_header();
@@ -61,8 +66,9 @@ private:
     Clock::time_point m_last_advance;
     size_t m_resent = 0;
     int m_restarts = 0;
-    uint32_t m_sequence = 0;     /**< in the `info` of blocks; replies have it, too */
-    uint32_t m_end_sequence = 0; /**< of the end; 0 when it was not sent */
+    std::vector<size_t> m_sent;  /**< blocks in their order; `info` of a block is its place, from 1 on */
+    uint32_t m_end_sequence = 0; /**< `info` of the end; 0 when it was not sent */
+    bool m_damaged = false;
 };
 
 /**

@@ -121,6 +121,11 @@ std::vector<Bytes> InstrumentModel::serve_transfer(Frame& frame)
     }
     if (block != m_next_block)
         return {};
+    if (block == stolen_block) {
+        stolen_block = 0;
+        std::memset(frame.data, 'x', sizeof frame.data);
+        frame.info = htole32(stolen_info);
+    }
     const size_t size = ntohs(frame.size);
     ++m_next_block;
     frame.block = htons(m_next_block);

@@ -35,7 +35,9 @@ public:
     bool confirms = true;                          /**< sends the final frame of the whole */
     /** Its software from the end of a transfer on that began with its header; empty for the same. */
     std::string software_after;
-    uint16_t leaves_at = 0; /**< the block at which it drops out of a transfer; 0 for none */
+    uint16_t leaves_at = 0;    /**< the block at which it drops out of a transfer; 0 for none */
+    uint16_t stolen_block = 0; /**< someone else's comes first, acknowledged to the tool; 0 for none */
+    uint32_t stolen_info = 0;  /**< of someone else's frame */
 
     /** In the middle of a transfer, at this block. */
     void wait_for_block(uint16_t block);

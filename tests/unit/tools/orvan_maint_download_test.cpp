@@ -59,6 +59,19 @@ TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
     EXPECT_EQ(unpacked(scene.model.file + std::string(500, 'x')), "");
 }
 
+TEST(Maint, UpdateSaysThatThePackageIsDamaged)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.stolen_block = 3;
+    const MaintOutcome outcome =
+        scene.run({"update", "--yes", "--after", "0", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 5);
+    EXPECT_TRUE(has(outcome.err, "damaged: the instrument took blocks from someone else as well"))
+        << outcome.err;
+    EXPECT_FALSE(has(outcome.out, "arrived whole")) << outcome.out;
+}
+
 TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
 {
     const TestFolder folder;

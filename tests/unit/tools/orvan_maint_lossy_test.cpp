@@ -47,6 +47,7 @@ TEST_P(MaintLossyLink, APackageArrivesWhole)
     EXPECT_GT(relay.lost(), 0U);
     EXPECT_GT(relay.doubled(), 0U);
     EXPECT_GE(transfer.resent(), relay.lost() / 2);
+    EXPECT_FALSE(transfer.damaged());
 }
 
 TEST_P(MaintLossyLink, AnImageArrivesWhole)

@@ -51,6 +51,7 @@ struct Transfer {
         }
         resent = transfer.resent();
         end_sent = transfer.end_sent();
+        damaged = transfer.damaged();
         return code;
     }
 
@@ -71,6 +72,7 @@ struct Transfer {
         EXPECT_EQ(model.ended, 1);
         EXPECT_EQ(model.transfers, 1);
         EXPECT_FALSE(model.in_transfer());
+        EXPECT_FALSE(damaged);
     }
 
     std::string package;
@@ -79,6 +81,7 @@ struct Transfer {
     std::vector<size_t> progress;
     size_t resent = 0;
     bool end_sent = false;
+    bool damaged = false;
     std::string complaint;
 };
 
@@ -276,6 +279,33 @@ TEST(MaintTransfer, LateAcknowledgementsAreNotTakenForOthers)
     };
     EXPECT_EQ(transfer.run(), kExitDone);
     transfer.expect_whole();
+}
+
+TEST(MaintTransfer, ABlockOfSomeoneElseWhoseAcknowledgementComesHereIsDamage)
+{
+    for (const uint32_t info : {0U, 4U, 1'000U, UINT32_MAX}) {
+        Transfer transfer(10'000);
+        transfer.model.stolen_block = 5;
+        transfer.model.stolen_info = info;
+        EXPECT_EQ(transfer.run(), kExitDone) << info;
+        EXPECT_FALSE(transfer.model.file == transfer.package) << info;
+        EXPECT_TRUE(transfer.damaged) << info;
+    }
+}
+
+TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotTakenForItsOwn)
+{
+    // As many as would bring it to its end.
+    Transfer transfer(3000);
+    transfer.link.requests = [](const HALDE_PACKET& frame, size_t) { return number(frame) < 2 ? 1 : 0; };
+    transfer.link.meanwhile = [&transfer](size_t) {
+        for (const uint8_t block : Bytes{3, 4, 5})
+            transfer.link.waiting.push_back(
+                {'H', 'E', 'I', 'D', 0, block, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x77, 0, 0, 0, 0, 0});
+    };
+    EXPECT_EQ(transfer.run(), kExitNoAnswer);
+    EXPECT_TRUE(transfer.damaged);
+    EXPECT_EQ(transfer.model.ended, 0);
 }
 
 TEST(MaintTransfer, AnInstrumentThatLeavesItIsNotFedOn)
