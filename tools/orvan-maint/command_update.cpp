@@ -4,9 +4,9 @@
 #include "failure.h"
 #include "package.h"
 #include "progress.h"
+#include "restart_watch.h"
 #include "software_transfer.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace orvan_maint {
@@ -17,11 +17,6 @@ namespace {
 
 // For an instrument to get out of a transfer that was broken off.
 constexpr auto kToEnd = std::chrono::seconds(4);
-
-constexpr auto kBetweenLooks = std::chrono::seconds(2);
-
-// For an instrument that answers once more before it goes down to restart.
-constexpr auto kForRestart = std::chrono::seconds(30);
 
 constexpr const char* kInterruptedAtWork =
     "interrupted; the package was sent whole, and the instrument may be at work on it: look with show later";
@@ -61,7 +56,8 @@ const Platform& platform_for(const std::string& model, const std::string& bytes,
     return *found[0];
 }
 
-void transfer(const Target& target, const std::string& bytes, bool looks_after_it)
+// Whether the instrument has acknowledged the package's end.
+bool transfer(const Target& target, const std::string& bytes, bool looks_after_it)
 {
     Progress progress(bytes.size());
     SoftwareTransfer software(*target.link, target.identity.mac, bytes, kSoftwareTiming,
@@ -90,50 +86,52 @@ void transfer(const Target& target, const std::string& bytes, bool looks_after_i
         if (failure.code == kExitUnconfirmed && looks_after_it) {
             // It answers nothing while it is at work on the package.
             complain(failure.what());
-            return;
+            return false;
         }
         throw;
     }
     leave();
     say(std::string(software.damaged() ? "all of the package was sent" : "the package has arrived whole") +
         "; frames sent again: " + std::to_string(software.resent()));
+    return true;
 }
 
-// The instrument unpacks, and hands the modules theirs, before it answers again. It tells of no failure, and
-// keeps the software it had then: only another version says that it has taken the package.
-void wait_for_end(const Target& target, std::chrono::seconds time)
+std::string version_of(const Rows& rows)
+{
+    return text_of(rows, FLASH_CSCIVER);
+}
+
+// The instrument unpacks, and hands the modules theirs, before it answers again. It reports no failure; but
+// only to install a package does it restart.
+void wait_for_end(RestartWatch& watch, const UdpLink& link, std::chrono::seconds time)
 {
     say("the instrument is at work on it");
-    const std::string was = text_of(target.identity.rows, FLASH_CSCIVER);
-    auto deadline = Clock::now() + time;
-    bool answers = false;
-    while (Clock::now() < deadline) {
-        const auto next_look = std::min<Clock::time_point>(deadline, Clock::now() + kBetweenLooks);
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next_look - Clock::now());
-        if (const auto identity = identify(*target.link, target.identity.mac, left)) {
-            const std::string is = text_of(identity->rows, FLASH_CSCIVER);
-            if (is != was) {
-                say("the instrument has taken the package: its software was " + was + " and is " + is);
-                return;
-            }
-            if (!answers) {
-                answers = true;
-                say("the instrument has dealt with the package and answers again; its software is still " +
-                    is);
-                deadline = std::min(deadline, Clock::now() + kForRestart);
-            }
-        }
-        for (Received late; target.link->receive(late, std::min(deadline, next_look));) {
-        }
+    const std::string was = version_of(watch.rows());
+    const Aftermath aftermath = watch.follow(Clock::now() + time, [] {
+        say("the instrument has dealt with the package and answers again; whether it restarts shows within " +
+            std::to_string(std::chrono::floor<std::chrono::seconds>(kWatchTiming.settled).count()) + " s");
+    });
+    const std::string is = version_of(watch.rows());
+    switch (aftermath) {
+    case Aftermath::kRestarted:
+        say("installed: the instrument went away and came back; its software " +
+            (is != was ? "was " + was + " and is " + is : "is " + is + ", as before"));
+        return;
+    case Aftermath::kStayed:
+        throw Failure(kExitRefused, "refused: the instrument has dealt with the package and has not "
+                                    "restarted, as it does to install one; its log has the reason");
+    case Aftermath::kSilent:
+        throw Failure(kExitUnconfirmed, "silent: the package was sent whole, and the instrument has not "
+                                        "answered since" +
+                                            link.problem() + "; look with show later");
+    case Aftermath::kWentAway:
+        throw Failure(kExitUnconfirmed, "silent: the instrument went away, and has not come back yet" +
+                                            link.problem() + "; look with show later");
+    case Aftermath::kUnknown:
+        break;
     }
-    if (answers) {
-        throw Failure(
-            kExitUnconfirmed,
-            "whether it has taken the package is not known: the same version, or none of it, or its "
-            "restart is still to come; look with show later");
-    }
-    throw Failure(kExitUnconfirmed, "the package has arrived, and the instrument does not answer yet" +
-                                        target.link->problem() + "; look with show later");
+    throw Failure(kExitUnconfirmed, "not known: the instrument answers, and whether it has been restarted "
+                                    "cannot be told, or its restart is still to come; look with show later");
 }
 
 } // namespace
@@ -161,13 +159,20 @@ void update_software(const Options& options, int stop)
          "  " + std::to_string(bytes.size()) + " bytes are sent"},
         options.yes, stop);
     const bool looks_after_it = options.after.count() != 0;
-    transfer(target, bytes, looks_after_it);
+    RestartWatch watch(*target.link, target.identity.mac, target.identity.rows, kWatchTiming);
+    if (looks_after_it) {
+        watch.prepare();
+    }
+    const bool acknowledged = transfer(target, bytes, looks_after_it);
     if (!looks_after_it) {
         throw Failure(kExitUnconfirmed,
-                      "whether the instrument takes the package, show tells after its restart");
+                      "not known: whether the instrument installs the package, show tells after its restart");
     }
     try {
-        wait_for_end(target, options.after);
+        if (acknowledged) {
+            watch.mark();
+        }
+        wait_for_end(watch, *target.link, options.after);
     } catch (const Interrupted&) {
         throw Failure(kExitUnconfirmed, kInterruptedAtWork);
     }

@@ -12,7 +12,7 @@ enum ExitCode : int {
     kExitNoAnswer = 1,    /**< no instrument answers, or it stopped answering */
     kExitBadOptions = 2,  /**< the command line is wrong, or does not fit the instrument */
     kExitBadFile = 3,     /**< a package or an image that cannot be used */
-    kExitRefused = 4,     /**< the instrument reports a failure */
+    kExitRefused = 4,     /**< the instrument has refused it, or reports a failure */
     kExitUnconfirmed = 5, /**< all is sent, and what became of it is not known */
     kExitNotDone = 6,     /**< not agreed to, or interrupted */
 };

@@ -125,9 +125,12 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "The package is looked through before anything is sent; a plain archive is sent packed with\n"
         "gzip. An instrument with a download that was broken off answers no search; name it with\n"
         "--address.\n"
-        "The instrument does not tell how it went. Another version of its software says that it has\n"
-        "taken the package (exit code 0); as long as it tells the same one, what became of the package\n"
-        "is not known (5).");
+        "The instrument does not report how it went. What update sees is one of these:\n"
+        "  installed (exit code 0)  it went away and came back, or has another version of its software\n"
+        "  refused (4)              it answers, and has not restarted half a minute later\n"
+        "  silent (5)               it does not answer within --after\n"
+        "Code 5 also says that it answers and nothing more is known, as when another PC asked it at the\n"
+        "same time, or when --after was over too early.");
 
     CLI::App* const program =
         add_command(app, options, "program", "Bring an image into all channel modules at once");
@@ -161,12 +164,13 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->type_name("FOLDER");
     pack->add_flag("--force", options.force, "Replace a file that is there");
 
-    app.footer("orvan-maint COMMAND --help tells the options of a command.\n"
-               "Without --address all instruments on the network are asked; with several of them, --mac\n"
-               "says which one is meant.\n"
-               "Exit codes: 0 done; 1 no answer; 2 bad options, or they do not fit the instrument;\n"
-               "3 a file that cannot be used; 4 the instrument reports a failure; 5 all was sent, and what\n"
-               "became of it is not known; 6 not agreed to, or interrupted.");
+    app.footer(
+        "orvan-maint COMMAND --help tells the options of a command.\n"
+        "Without --address all instruments on the network are asked; with several of them, --mac\n"
+        "says which one is meant.\n"
+        "Exit codes: 0 done; 1 no answer; 2 bad options, or they do not fit the instrument;\n"
+        "3 a file that cannot be used; 4 the instrument has refused it, or reports a failure; 5 all was\n"
+        "sent, and what became of it is not known; 6 not agreed to, or interrupted.");
     try {
         app.parse(argc, argv);
         if (options.settings.empty() &&

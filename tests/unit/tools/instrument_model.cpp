@@ -5,10 +5,18 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace orvan_test {
 
 using namespace HaldeElec::Orvan;
+
+namespace {
+
+// Requests for which the socket has room.
+constexpr size_t kRoom = 4;
+
+} // namespace
 
 InstrumentModel::InstrumentModel()
     : rows{{'A', "10.0.0.2"}, {'N', "255.255.255.0"}, {'B', "OFF"},      {'H', "bench-4"},
@@ -57,10 +65,45 @@ void InstrumentModel::write_rows(const Frame& frame)
 
 std::vector<Bytes> InstrumentModel::serve(std::span<const uint8_t> datagram)
 {
-    Frame frame{};
-    std::memcpy(&frame, datagram.data(), std::min(datagram.size(), sizeof frame));
     if (is_silent || m_is_gone)
         return {};
+    return m_updating ? serve_update(datagram) : serve_now(datagram);
+}
+
+std::vector<Bytes> InstrumentModel::serve_update(std::span<const uint8_t> datagram)
+{
+    if (busy > 0) {
+        --busy;
+        if (m_waiting.size() < kRoom)
+            m_waiting.emplace_back(datagram.begin(), datagram.end());
+        return {};
+    }
+    if (restarts && answers_before == 0) {
+        m_waiting.clear();
+        if (away-- > 0)
+            return {};
+        m_buffer = {};
+        if (!software_after.empty())
+            rows[FLASH_CSCIVER] = software_after;
+        m_updating = false;
+        return serve_now(datagram);
+    }
+    std::vector<Bytes> replies;
+    for (const Bytes& waited : std::exchange(m_waiting, {}))
+        for (const Bytes& reply : serve_now(waited))
+            replies.push_back(reply);
+    answers_before -= restarts ? 1 : 0;
+    for (const Bytes& reply : serve_now(datagram))
+        replies.push_back(reply);
+    return replies;
+}
+
+std::vector<Bytes> InstrumentModel::serve_now(std::span<const uint8_t> datagram)
+{
+    if (clears_buffer)
+        m_buffer = {};
+    std::memcpy(&m_buffer, datagram.data(), std::min(datagram.size(), sizeof m_buffer));
+    Frame frame = m_buffer;
     if (m_next_block != 0)
         return serve_transfer(frame);
     const std::string_view opcode(frame.opcode, kOpcodeLength);
@@ -132,8 +175,7 @@ std::vector<Bytes> InstrumentModel::serve_transfer(Frame& frame)
     frame.size = 0;
     if (size == EOD) {
         ++ended;
-        if (!software_after.empty() && transfers != 0)
-            rows[FLASH_CSCIVER] = software_after;
+        m_updating = transfers != 0;
         m_next_block = 0;
         return {reply(frame, ACK_ONLY_LEN)};
     }

@@ -19,6 +19,7 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
     const TestFolder folder;
     const std::string package = gzip(good_package());
     Scene scene;
+    scene.model.restarts = true;
     scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", folder.put("p.tar.gz", package)}, "y\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
@@ -28,7 +29,7 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
          {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
           "  modules: 7500 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
           "the package has arrived whole",
-          "the instrument has taken the package: its software was 1.19.145 and is 1.20.3\n"})
+          "installed: the instrument went away and came back; its software was 1.19.145 and is 1.20.3\n"})
         EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
     EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
 }
@@ -37,6 +38,7 @@ TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
 {
     const TestFolder folder;
     Scene scene;
+    scene.model.restarts = true;
     scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
@@ -72,7 +74,21 @@ TEST(Maint, UpdateSaysThatThePackageIsDamaged)
     EXPECT_FALSE(has(outcome.out, "arrived whole")) << outcome.out;
 }
 
-TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
+TEST(Maint, UpdateThatLeavesTheVersionIsInstalledWhenTheInstrumentWentAwayAndCameBack)
+{
+    const TestFolder folder;
+    Scene scene;
+    scene.model.busy = 5;
+    scene.model.restarts = true;
+    scene.model.away = 1;
+    const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", good_package())});
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_TRUE(has(outcome.out, "installed: the instrument went away and came back; its software is "
+                                 "1.19.145, as before\n"))
+        << outcome.out;
+}
+
+TEST(Maint, UpdateThatIsWatchedForTooShortATimeIsNotCalledRefused)
 {
     const TestFolder folder;
     Scene scene;
@@ -80,22 +96,25 @@ TEST(Maint, UpdateThatLeavesTheVersionAsItWasIsNotCalledDone)
         scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 5) << outcome.out;
     EXPECT_EQ(scene.model.ended, 1);
-    EXPECT_TRUE(
-        has(outcome.out, "dealt with the package and answers again; its software is still 1.19.145\n"))
+    EXPECT_TRUE(has(outcome.out, "dealt with the package and answers again; whether it restarts shows within "
+                                 "30 s\n"))
         << outcome.out;
-    EXPECT_TRUE(has(outcome.err, "whether it has taken the package is not known")) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "not known: the instrument answers, and whether it has been restarted"))
+        << outcome.err;
 }
 
 TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
 {
     const TestFolder folder;
     Scene scene;
+    scene.model.restarts = true;
     scene.model.software_after = "1.20.3";
     const MaintOutcome outcome =
         scene.run({"update", "--yes", "--after", "0", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 5);
     EXPECT_EQ(scene.model.ended, 1);
-    EXPECT_TRUE(has(outcome.err, "whether the instrument takes the package, show tells")) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "not known: whether the instrument installs the package, show tells"))
+        << outcome.err;
 }
 
 TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
@@ -104,9 +123,9 @@ TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
     Scene scene;
     const int stop = eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
-        if (number == 12)
+        if (number == 14)
             eventfd_write(stop, 1);
-        return number < 12 ? 1 : 0;
+        return number < 14 ? 1 : 0;
     };
     const MaintOutcome outcome =
         scene.run({"update", "--yes", folder.put("p.tar", good_package())}, "", stop);
@@ -173,6 +192,7 @@ TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
     const TestFolder folder;
     Scene scene;
     scene.model.rows['I'] = "";
+    scene.model.restarts = true;
     scene.model.software_after = "1.20.3";
     EXPECT_EQ(scene.run({"update", "--yes", folder.put("p.tar", good_package())}).status, 0);
     EXPECT_EQ(scene.model.ended, 1);
@@ -185,6 +205,7 @@ TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
     Scene scene;
     scene.wait = "150";
     scene.model.wait_for_block(7);
+    scene.model.restarts = true;
     scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", package)});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
@@ -197,7 +218,7 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
     const TestFolder folder;
     Scene scene;
     const int stop = eventfd(0, EFD_CLOEXEC);
-    // Identified twice, then the header; the wish for an end comes with the third block.
+    // Identified three times, then the header; the wish for an end comes with the second block.
     scene.answers = [stop](size_t number) {
         if (number == 5)
             eventfd_write(stop, 1);
@@ -217,12 +238,13 @@ TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
 {
     const TestFolder folder;
     Scene scene;
-    scene.answers = [](size_t number) { return number < 12 ? 1 : 0; };
+    scene.answers = [](size_t number) { return number < 14 ? 1 : 0; };
     const MaintOutcome outcome =
         scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 5) << outcome.out << outcome.err;
     EXPECT_EQ(scene.model.ended, 1);
-    EXPECT_TRUE(has(outcome.err, "the package has arrived, and the instrument does not answer yet"));
+    EXPECT_TRUE(
+        has(outcome.err, "silent: the package was sent whole, and the instrument has not answered since"));
 }
 
 TEST(Maint, ProgramTellsOfEveryModule)
