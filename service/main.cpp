@@ -23,7 +23,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <thread>
@@ -48,15 +47,6 @@ bool may_reach_modules([[maybe_unused]] const Options& options)
 #else
     return options.modules_on_loopback || orvan_sandbox::in_sandbox();
 #endif
-}
-
-// Ends the process past the destructors of static objects and of the device. They would wait for the pauses
-// of threads, half a minute that of the built-in tests and two that of a fan, and other threads may be at
-// work still that must not see objects destroyed. So whoever calls this has ended what needs an end before.
-[[noreturn]] void leave(int exit_code)
-{
-    std::fflush(nullptr);
-    std::_Exit(exit_code);
 }
 
 // The library's start-up and its waits cannot be cut short: a stop that is requested in the midst of them

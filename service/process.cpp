@@ -10,6 +10,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
 
@@ -84,6 +86,12 @@ StopRequest::~StopRequest()
         ::signal(signal, SIG_DFL);
     }
     g_stop_event = -1;
+}
+
+void leave(int exit_code)
+{
+    std::fflush(stdout);
+    std::_Exit(exit_code);
 }
 
 } // namespace orvan_service

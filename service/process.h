@@ -44,6 +44,16 @@ private:
     UniqueFd m_event;
 };
 
+/**
+ * Ends the process past the destructors of static objects and of the device. They would wait for the pauses
+ * of threads, half a minute that of the built-in tests and two that of a fan, and other threads may be at
+ * work still that must not see objects destroyed. So whoever calls this has ended what needs an end before.
+ *
+ * Of the standard streams only standard output is flushed: any other may be locked by its thread for good, or
+ * be the one in which syslog() composes a line at that moment.
+ */
+[[noreturn]] void leave(int exit_code);
+
 } // namespace orvan_service
 
 #endif

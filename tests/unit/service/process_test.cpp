@@ -7,9 +7,13 @@
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <future>
+#include <thread>
 
 using namespace orvan_service;
 
@@ -85,4 +89,40 @@ TEST(StopRequest, TheSignalsAreNotBlocked)
     ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, nullptr, &blocked), 0);
     EXPECT_EQ(::sigismember(&blocked, SIGTERM), 0);
     EXPECT_EQ(::sigismember(&blocked, SIGINT), 0);
+}
+
+class LeaveDeathTest : public ::testing::Test {
+protected:
+    LeaveDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+// As syslog() does with the one in which it composes a line.
+TEST_F(LeaveDeathTest, AStreamThatAnotherThreadHoldsIsLeftAlone)
+{
+    EXPECT_EXIT(
+        {
+            ::alarm(20);
+            std::FILE* const busy = std::tmpfile();
+            std::promise<void> held;
+            std::thread([&] {
+                ::flockfile(busy);
+                held.set_value();
+                ::pause();
+            }).detach();
+            held.get_future().wait();
+            leave(3);
+        },
+        ::testing::ExitedWithCode(3), "");
+}
+
+TEST_F(LeaveDeathTest, WhatWasPrintedGetsOut)
+{
+    EXPECT_EXIT(
+        {
+            ::dup2(STDERR_FILENO, STDOUT_FILENO); // which is what the test sees
+            std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+            std::fputs("printed", stdout);
+            leave(3);
+        },
+        ::testing::ExitedWithCode(3), "printed");
 }
