@@ -93,6 +93,7 @@ std::vector<UniqueFd> open_own(const Options& options, uint16_t port)
     return listeners;
 }
 
+// Ends the process when it is asked to; what it returns or throws says why it could not start.
 int serve(const Options& options)
 {
     ignore_broken_pipes();
@@ -149,12 +150,13 @@ int serve(const Options& options)
     }
     ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
     if (!server.end(kEndPatience)) {
+        // By now the button is up again, and the command may hold the bus by which it would be asked.
         ::syslog(LOG_WARNING, "ended in the midst of a command");
-    }
-    if (power_button) {
+    } else if (power_button) {
         power_button->wait_for_release();
     }
-    return kExitDone;
+    // The destructors would wait for the command or the key at work.
+    leave(kExitDone);
 }
 
 } // namespace

@@ -20,8 +20,8 @@ public:
     explicit PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device);
 
     /**
-     * After the end of the service: if the button ended it, waits until it is let go, without a limit, so
-     * that nothing that follows takes the same press for another one.
+     * After the end of the service, with no command at work: if the button ended it, waits until it is let
+     * go, without a limit, so that nothing that follows takes the same press for another one.
      */
     void wait_for_release();
 

@@ -279,3 +279,22 @@ TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
     }
     EXPECT_TRUE(eventually([&] { return descriptors() <= before; }));
 }
+
+// A text reply of more than 2048 bytes never leaves: the command goes on for ever.
+TEST_F(ProgramTest, EndsInTheMidstOfAnEndlessReplyOnceItsPatienceIsOver)
+{
+    ServiceProcess service(start({"--log-level", "info"}));
+    TestClient client(port());
+    std::string line = "*IDN?";
+    for (int i = 1; i < 50; ++i) {
+        line += ";*IDN?";
+    }
+    client.send(line + "\n");
+    service.errors_until("sending \"*IDN?"); // it is at work
+    const auto begin = std::chrono::steady_clock::now();
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.exit_code(std::chrono::seconds(25)), kExitDone);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15)) << "its patience";
+    const std::string log = service.errors();
+    EXPECT_NE(log.find("ended in the midst of a command\n"), std::string::npos) << log;
+}

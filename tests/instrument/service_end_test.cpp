@@ -1,0 +1,75 @@
+// The end of the service, whatever is at work: from outside, by sockets and signals.
+#include "instrument.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include <regex>
+
+using namespace orvan_test;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// More than the 2048 bytes of a text reply, which never leaves.
+std::string endless_reply()
+{
+    std::string line = "*IDN?";
+    for (int i = 1; i < 50; ++i)
+        line += ";*IDN?";
+    return line;
+}
+
+pid_t service_process(const Instrument& instrument)
+{
+    const std::string status = instrument.ctl({"status"}).output;
+    std::smatch match;
+    return std::regex_search(status, match, std::regex("\nservice .*, process ([0-9]+)"))
+               ? std::stoi(match[1])
+               : -1;
+}
+
+/** The launcher ends with 0 only when the service has ended by itself and in order. */
+void expect_end_in_the_midst_of_a_command(Instrument& instrument)
+{
+    EXPECT_EQ(instrument.wait_for_end(), 0) << instrument.output();
+    EXPECT_NE(instrument.output().find("the service has ended in order, as by its power button\n"),
+              std::string::npos)
+        << instrument.output();
+    EXPECT_NE(instrument.service_log().find("ended in the midst of a command\n"), std::string::npos);
+}
+
+} // namespace
+
+TEST(ServiceEnd, APowerButtonThatIsHeldEndsAnEndlessReply)
+{
+    ORVAN_NEEDS_SANDBOX();
+    Instrument instrument({"--model", "OVX3651P", "--log-level", "info"});
+    Client client = instrument.client();
+    ASSERT_TRUE(client.send(endless_reply() + "\n"));
+    ASSERT_TRUE(
+        eventually([&] { return instrument.service_log().find("sending \"*IDN?") != std::string::npos; }));
+    EXPECT_EQ(instrument.ctl({"power-button", "press"}).output, "");
+    expect_end_in_the_midst_of_a_command(instrument);
+}
+
+TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)
+{
+    ORVAN_NEEDS_SANDBOX();
+    Instrument instrument({"--model", "OVX3652B"});
+    const pid_t service = service_process(instrument);
+    ASSERT_GT(service, 0);
+    ASSERT_EQ(instrument.ctl({"module", "1", "silent"}).status, 0);
+    Client client = instrument.client();
+    // Seven requests, 10 s each.
+    std::string line = ":FREQ?";
+    for (int i = 1; i < 7; ++i)
+        line += ";*IDN?;:FREQ?";
+    ASSERT_TRUE(client.send(line + "\n"));
+    ASSERT_TRUE(eventually([&] { return !instrument.requests(1).empty(); }));
+    const auto begin = Clock::now();
+    ASSERT_EQ(::kill(service, SIGTERM), 0);
+    expect_end_in_the_midst_of_a_command(instrument);
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(45)) << "its patience is 15 s";
+}
