@@ -9,7 +9,7 @@
 namespace orvan_service {
 namespace {
 
-// The library's module link waits with select(), which knows descriptors below 1024 only.
+// Each has a thread.
 constexpr int kMostClients = 512;
 
 const std::map<std::string, Platform> kPlatforms{{"factory", Platform::kFactory},

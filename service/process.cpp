@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <syslog.h>
 
 #include <algorithm>
@@ -44,7 +43,7 @@ size_t raise_descriptor_limit()
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
         return 0;
     }
-    const rlim_t wanted = std::min<rlim_t>(limit.rlim_max, FD_SETSIZE);
+    const rlim_t wanted = std::min<rlim_t>(limit.rlim_max, kMostDescriptors);
     if (limit.rlim_cur != wanted) {
         limit.rlim_cur = wanted;
         if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) {

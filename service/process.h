@@ -11,8 +11,14 @@ namespace orvan_service {
 void ignore_broken_pipes();
 
 /**
- * Raises the limit of open descriptors to the hard limit, at most to 1024: the library waits for modules
- * with select(), which must not see a higher one.
+ * As many descriptors as the process opens. Each client takes one, and each frame of the maintenance protocol
+ * one for each module, for good; when there are no more, the process ends and is started anew. A higher limit
+ * would only let it take more memory of the kernel until then.
+ */
+inline constexpr size_t kMostDescriptors = 4096;
+
+/**
+ * Sets the limit of open descriptors to the hard limit, at most to kMostDescriptors.
  *
  * @return the limit now in force.
  */
