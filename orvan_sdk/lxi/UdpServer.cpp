@@ -241,7 +241,12 @@ void CUdpServer::open_module_sockets(Event& event)
     for (int i = 0; i < event.numDevices; ++i) {
         event.sockFd[i] = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         if (event.sockFd[i] < 0) {
+            const int cause = errno;
             syslog(LOG_INFO, "[CUdpServer]::WaitForEvent socket creation failed");
+            syslog(LOG_ERR,
+                   "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
+                   "leaves one open",
+                   i + 1, std::strerror(cause));
             // Past the static objects, some of which wait for threads of theirs.
             std::fflush(stdout);
             std::_Exit(EXIT_FAILURE);

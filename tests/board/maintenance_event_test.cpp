@@ -106,7 +106,10 @@ TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
             const FewDescriptors three(3);
             server.WaitForEvent();
         },
-        testing::ExitedWithCode(1), "printed\n6 \\[CUdpServer\\]::WaitForEvent socket creation failed\n");
+        testing::ExitedWithCode(1),
+        "printed\n6 \\[CUdpServer\\]::WaitForEvent socket creation failed\n"
+        "3 \\[CUdpServer\\] the process ends with exit code 1: no socket to module 4: Too many open files; "
+        "every frame leaves one open\n");
 }
 
 TEST_F(MaintenanceServer, EventTakesNoMoreOfADatagramThanAFrame)

@@ -147,6 +147,16 @@ Instrument::~Instrument()
     std::filesystem::remove_all(m_folder);
 }
 
+pid_t Instrument::service() const
+{
+    static const std::regex line("\nservice .*, process ([0-9]+)");
+    const std::string status = ctl({"status"}).output;
+    std::smatch match;
+    if (!std::regex_search(status, match, line))
+        throw std::runtime_error("no service:\n" + status);
+    return std::stoi(match[1]);
+}
+
 std::string Instrument::output() const
 {
     return read_file(m_folder / "output");

@@ -48,6 +48,8 @@ public:
     int port() const { return m_port; }
     Client client() const { return Client(m_port); }
     pid_t launcher() const { return m_launcher; }
+    /** Process of the service, as `ctl status` has it; throws std::runtime_error without one. */
+    pid_t service() const;
     const std::filesystem::path& state() const { return m_state; }
 
     /** What the launcher has printed so far. */

@@ -5,8 +5,6 @@
 
 #include <csignal>
 
-#include <regex>
-
 using namespace orvan_test;
 using Clock = std::chrono::steady_clock;
 
@@ -19,15 +17,6 @@ std::string endless_reply()
     for (int i = 1; i < 50; ++i)
         line += ";*IDN?";
     return line;
-}
-
-pid_t service_process(const Instrument& instrument)
-{
-    const std::string status = instrument.ctl({"status"}).output;
-    std::smatch match;
-    return std::regex_search(status, match, std::regex("\nservice .*, process ([0-9]+)"))
-               ? std::stoi(match[1])
-               : -1;
 }
 
 /** The launcher ends with 0 only when the service has ended by itself and in order. */
@@ -58,8 +47,7 @@ TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument({"--model", "OVX3652B"});
-    const pid_t service = service_process(instrument);
-    ASSERT_GT(service, 0);
+    const pid_t service = instrument.service();
     ASSERT_EQ(instrument.ctl({"module", "1", "silent"}).status, 0);
     Client client = instrument.client();
     // Seven requests, 10 s each.

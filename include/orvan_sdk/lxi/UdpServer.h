@@ -125,7 +125,7 @@ public:
      *
      * Opens a socket to each module beforehand, and only the end of a module download closes them: a call
      * costs as many descriptors as there are modules, and ENDS THE PROCESS with exit code 1 when there are no
-     * more.
+     * more, which it logs at LOG_ERR.
      *
      * @return IF_ or LXI_ code; IF_SUCCESS also for a frame that is not for this instrument or of no known
      *         opcode, neither of which is answered

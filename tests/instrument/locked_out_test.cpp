@@ -1,0 +1,45 @@
+// What could keep the users of an instrument out, and does not.
+#include "instrument.h"
+#include "maintenance_frame.h"
+#include "support/maintenance_client.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+using namespace orvan_test;
+
+namespace {
+
+class LockedOut : public testing::Test {
+protected:
+    bool logged(const std::string& text) const
+    {
+        return instrument->service_log().find(text) != std::string::npos;
+    }
+    std::optional<Instrument> instrument;
+};
+
+} // namespace
+
+// Each frame of the maintenance protocol takes a descriptor for each module and keeps it.
+TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)
+{
+    ORVAN_NEEDS_SANDBOX();
+    instrument.emplace();
+    const rlimit few{100, 100};
+    ASSERT_EQ(::prlimit(instrument->service(), RLIMIT_NOFILE, &few, nullptr), 0);
+    std::vector<std::string> command{program("orvan-datagram"), "10.0.0.2", "7502", "1", ""};
+    std::string& hex = command.back();
+    for (const char byte : FrameHeader{"HEID", 1, 0, std::string(6, '\xff')}.bytes()) {
+        char text[3];
+        std::snprintf(text, sizeof text, "%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
+        hex += text;
+    }
+    EXPECT_TRUE(eventually([&] {
+        instrument->exec("lan", command); // with no reply to the last one
+        return logged("[CUdpServer] the process ends with exit code 1: no socket to module ") &&
+               logged(": Too many open files; every frame leaves one open\n");
+    }));
+    EXPECT_TRUE(instrument->wait_for_output("ended with status 1"));
+}
