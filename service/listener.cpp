@@ -80,13 +80,6 @@ Address bound_address(int socket)
     return address;
 }
 
-uint16_t bound_port(int socket)
-{
-    const Address address = bound_address(socket);
-    // The port stands at the same place for both families.
-    return ntohs(reinterpret_cast<const sockaddr_in&>(address.storage).sin_port);
-}
-
 long number_from(const char* variable, const char* text)
 {
     long value = -1;
@@ -113,12 +106,26 @@ std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port)
         return listeners;
     }
     try {
-        listeners.push_back(open_listener("::", bound_port(listeners.front().get())));
+        listeners.push_back(open_listener("::", port_of(listeners.front().get())));
     } catch (const std::runtime_error& error) {
         // A machine can know the family and yet have it switched off; IPv4 clients are served all the same.
         ::syslog(LOG_WARNING, "%s", error.what());
     }
     return listeners;
+}
+
+std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port)
+{
+    std::string reason = "is none";
+    if (port != 0) {
+        try {
+            return open_listeners(address, port);
+        } catch (const std::runtime_error& error) {
+            reason = std::string("is of no use: ") + error.what();
+        }
+    }
+    ::syslog(LOG_ERR, "SCPI port %u of the settings %s; %u instead", port, reason.c_str(), kUsualPort);
+    return open_listeners(address, kUsualPort);
 }
 
 std::vector<UniqueFd> inherited_listeners()
@@ -145,6 +152,13 @@ std::vector<UniqueFd> inherited_listeners()
     ::unsetenv("LISTEN_FDS");
     ::unsetenv("LISTEN_FDNAMES");
     return listeners;
+}
+
+uint16_t port_of(int socket)
+{
+    const Address address = bound_address(socket);
+    // The port stands at the same place for both families.
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address.storage).sin_port);
 }
 
 std::string local_address(int socket)

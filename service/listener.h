@@ -22,6 +22,17 @@ namespace orvan_service {
  */
 std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port);
 
+/** The port of SCPI on a raw socket, and that of an instrument which has none that can be used. */
+inline constexpr uint16_t kUsualPort = 5025;
+
+/**
+ * As open_listeners with the port of the settings. When that is 0 or cannot be had, which is logged, takes
+ * kUsualPort: a client that has set it must still reach the instrument to set another one.
+ *
+ * @throws std::runtime_error with a text for the user when that one cannot be had either.
+ */
+std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port);
+
 /**
  * Takes the listening sockets that the parent process passed as descriptors 3 and up, as counted by
  * LISTEN_FDS for the process LISTEN_PID, and clears these variables, which are not for our children.
@@ -30,6 +41,9 @@ std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port);
  * @throws std::runtime_error when the variables make no sense or a descriptor is not a listening socket.
  */
 std::vector<UniqueFd> inherited_listeners();
+
+/** Port that a TCP socket is bound to. */
+uint16_t port_of(int socket);
 
 /** "127.0.0.1:5025" or "[::1]:5025": where a listening socket can be reached. */
 std::string local_address(int socket);

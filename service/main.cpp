@@ -11,6 +11,7 @@
 
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 #ifndef ORVAN_TARGET_PI
 #include "board/board_control.h"
@@ -37,8 +38,6 @@ constexpr std::chrono::seconds kEndPatience{15};
 
 // A preset resets all modules and loads them anew.
 constexpr std::chrono::seconds kKeyPatience{120};
-
-constexpr uint16_t kScpiPort = 5025;
 
 bool may_reach_modules([[maybe_unused]] const Options& options)
 {
@@ -84,12 +83,22 @@ void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_cl
     }
 }
 
-std::vector<UniqueFd> open_own(const Options& options, uint16_t port)
+void log_addresses(const std::vector<UniqueFd>& listeners)
 {
-    auto listeners = open_listeners(options.address, options.port.value_or(port));
     for (const auto& listener : listeners) {
         ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
     }
+}
+
+// The library asks the selected channel for its temperature by way of the port that it is given here.
+std::vector<UniqueFd> open_own(const Options& options, IOrvanDeviceManager& device)
+{
+    uint16_t port = kUsualPort;
+    device.GetScpiPort(&port);
+    auto listeners = options.port ? open_listeners(options.address, *options.port)
+                                  : open_listeners_of_settings(options.address, port);
+    Scpi_Orvanx::getInstance()->setScpiPort(port_of(listeners.front().get()));
+    log_addresses(listeners);
     return listeners;
 }
 
@@ -104,13 +113,12 @@ int serve(const Options& options)
     ::syslog(LOG_DEBUG, "at most %zu descriptors", raise_descriptor_limit());
 
     auto listeners = inherited_listeners();
-    for (const auto& listener : listeners) {
-        ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
-    }
+    log_addresses(listeners);
     IOrvanDeviceManager* device = nullptr;
     if (options.modules_on_loopback) {
         if (listeners.empty()) {
-            listeners = open_own(options, kScpiPort);
+            listeners = open_listeners(options.address, options.port.value_or(kUsualPort));
+            log_addresses(listeners);
         }
         start_or_leave(stop.descriptor(),
                        [&] { start_without_device(options.channels, options.module_wait); });
@@ -120,9 +128,7 @@ int serve(const Options& options)
             ::syslog(LOG_ERR, "the device did not start; the messages before this one say why");
             return kExitNotInitialized;
         }
-        uint16_t port = kScpiPort;
-        device->GetScpiPort(&port);
-        for (auto& listener : open_own(options, port)) {
+        for (auto& listener : open_own(options, *device)) {
             listeners.push_back(std::move(listener));
         }
     }

@@ -20,7 +20,27 @@ protected:
     std::optional<Instrument> instrument;
 };
 
+class LockedOutByAPort : public LockedOut, public testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Ports, LockedOutByAPort, testing::Values("0", "65536"));
+
 } // namespace
+
+TEST_P(LockedOutByAPort, ThatIsNoneTheUsualOneIsServed)
+{
+    ORVAN_NEEDS_SANDBOX();
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});
+    instrument->client().send(std::string(":SYST:COMM:LAN:PORT ") + GetParam() + "\n");
+    ASSERT_TRUE(instrument->wait_for_output("the service is ready again"));
+    EXPECT_TRUE(logged("SCPI port 0 of the settings is none; 5025 instead\n"));
+    const Outcome outcome =
+        instrument->exec("lan", {"lxi", "scpi", "-a", "10.0.0.2", "-p", "5025", "-r", "*IDN?"});
+    EXPECT_NE(outcome.output.find(",OVX3651P,"), std::string::npos) << outcome.output;
+    // The selected channel is asked for its temperature there, too.
+    instrument->clear_requests(1);
+    EXPECT_TRUE(eventually([&] {
+        return instrument->ctl({"module", "1", "log"}).output.find(":SYST:TEMP?") != std::string::npos;
+    }));
+}
 
 // Each frame of the maintenance protocol takes a descriptor for each module and keeps it.
 TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)

@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <stdexcept>
@@ -104,6 +106,48 @@ TEST(Listeners, ANameIsNoAddress)
 {
     EXPECT_THROW(open_listeners("localhost", 0), std::runtime_error);
     EXPECT_THROW(open_listeners("127.0.0", 0), std::runtime_error);
+}
+
+// An address of the process's own: the usual port of 127.0.0.1 may be an instrument's.
+class ListenersOfSettings : public ::testing::Test {
+protected:
+    const std::string address =
+        "127.5." + std::to_string(::getpid() / 250 % 250) + "." + std::to_string(1 + ::getpid() % 250);
+    const LogCapture log;
+};
+
+TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsTaken)
+{
+    const int port = port_of(open_listeners(address, 0).front().get()); // free again
+    EXPECT_EQ(local_address(open_listeners_of_settings(address, static_cast<uint16_t>(port)).at(0).get()),
+              address + ":" + std::to_string(port));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(ListenersOfSettings, InsteadOfPortZeroItIsTheUsualOne)
+{
+    EXPECT_EQ(local_address(open_listeners_of_settings(address, 0).at(0).get()), address + ":5025");
+    EXPECT_EQ(log.lines(),
+              (std::vector<LogLine>{{LOG_ERR, "SCPI port 0 of the settings is none; 5025 instead"}}));
+}
+
+TEST_F(ListenersOfSettings, InsteadOfAPortThatIsTakenItIsTheUsualOne)
+{
+    const auto other = open_listeners(address, 0);
+    const std::string port = std::to_string(port_of(other.front().get()));
+    EXPECT_EQ(local_address(
+                  open_listeners_of_settings(address, static_cast<uint16_t>(std::stoi(port))).at(0).get()),
+              address + ":5025");
+    EXPECT_EQ(log.lines(),
+              (std::vector<LogLine>{
+                  {LOG_ERR, "SCPI port " + port + " of the settings is of no use: cannot listen on " +
+                                address + " port " + port + ": Address already in use; 5025 instead"}}));
+}
+
+TEST_F(ListenersOfSettings, WithoutTheUsualOneThereIsNone)
+{
+    const auto other = open_listeners(address, 5025);
+    EXPECT_THROW(open_listeners_of_settings(address, 0), std::runtime_error);
 }
 
 TEST(InheritedListeners, WithoutVariablesThereAreNone)
