@@ -32,9 +32,9 @@ UniqueFd make_event()
 
 } // namespace
 
-FrontPanel::FrontPanel(UniqueFd listener, Execute execute, std::chrono::milliseconds patience)
-    : m_listener(std::move(listener)), m_execute(std::move(execute)), m_patience(patience),
-      m_end(make_event()), m_thread([this] { run(); })
+FrontPanel::FrontPanel(UniqueFd listener, int channels, Execute execute, std::chrono::milliseconds patience)
+    : m_listener(std::move(listener)), m_channels(channels), m_execute(std::move(execute)),
+      m_patience(patience), m_end(make_event()), m_thread([this] { run(); })
 {
 }
 
@@ -113,7 +113,7 @@ void FrontPanel::obey(uint8_t code)
         ::syslog(LOG_NOTICE, "front panel: remote");
         return;
     }
-    const KeyAction* const key = find_key(code);
+    const KeyAction* const key = find_key(code, m_channels);
     if (key == nullptr) {
         ::syslog(LOG_INFO, "front panel: key 0x%02x is not in use", code);
         return;

@@ -27,8 +27,9 @@ public:
     /** Executes a program message and gives its reply, empty when there is none. On the panel's thread. */
     using Execute = std::function<std::string(const std::string& message)>;
 
-    /** @param patience for how long a connection may stay open before it is given up */
-    FrontPanel(UniqueFd listener, Execute execute,
+    /** @param channels those that are installed
+     *  @param patience for how long a connection may stay open before it is given up */
+    FrontPanel(UniqueFd listener, int channels, Execute execute,
                std::chrono::milliseconds patience = std::chrono::seconds(1));
     /** Waits for the key that is at work. */
     ~FrontPanel();
@@ -45,6 +46,7 @@ private:
     bool ended(int timeout_ms) const;
 
     const UniqueFd m_listener;
+    const int m_channels;
     const Execute m_execute;
     const std::chrono::milliseconds m_patience;
     const UniqueFd m_end; // an event descriptor

@@ -75,9 +75,9 @@ void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_cl
 {
     try {
         auto listeners = open_listeners(kFrontPanelAddress, kFrontPanelPort);
-        panel.emplace(std::move(listeners.front()), [&own_client](const std::string& message) {
-            return own_client.ask(message, kKeyPatience);
-        });
+        panel.emplace(
+            std::move(listeners.front()), Scpi_Orvanx::getInstance()->getNumberofChannels(),
+            [&own_client](const std::string& message) { return own_client.ask(message, kKeyPatience); });
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "front panel: %s", error.what());
     }

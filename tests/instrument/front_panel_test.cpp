@@ -100,6 +100,16 @@ TEST_F(Keys, OnesOfNoUseAreToldAndHeldOnesAreNotRepeated)
     EXPECT_TRUE(eventually([&] { return instrument->service_log().rfind(held) > log.size(); }));
 }
 
+TEST_F(Keys, ThoseOfChannelsThatAreNotInstalledAreOfNoUse)
+{
+    ORVAN_NEEDS_SANDBOX();
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3652B", "--log-level", "info"});
+    push("0", "1");
+    push("0", "2");
+    EXPECT_TRUE(eventually([&] { return logged("key 0x20 is not in use"); }));
+    EXPECT_EQ(instrument->client().ask(":INST?"), "2;+OK\r\n");
+}
+
 TEST_F(Keys, WithoutAKeypadTheInstrumentServes)
 {
     ORVAN_NEEDS_SANDBOX();

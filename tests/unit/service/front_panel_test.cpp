@@ -70,14 +70,14 @@ class FrontPanelTest : public ::testing::Test {
 protected:
     FrontPanelTest() { start(std::chrono::seconds(10)); }
 
-    void start(std::chrono::milliseconds patience)
+    void start(std::chrono::milliseconds patience, int channels = 4)
     {
         panel.reset();
         auto listener = std::move(open_listeners("127.0.0.1", 0).front());
         port = local_port(listener.get());
         panel.emplace(
-            std::move(listener), [this](const std::string& message) { return commands.execute(message); },
-            patience);
+            std::move(listener), channels,
+            [this](const std::string& message) { return commands.execute(message); }, patience);
     }
     UniqueFd connect() const { return UniqueFd(connect_to_loopback("127.0.0.1", port)); }
     /** A connection with these bytes, closed at once. */
@@ -140,6 +140,16 @@ TEST_F(FrontPanelTest, AKeyThatIsNotInUseIsLoggedOnly)
     type(0xff);
     EXPECT_TRUE(log.wait_for(LOG_NOTICE, "front panel: remote"));
     EXPECT_TRUE(commands.messages().empty());
+}
+
+TEST_F(FrontPanelTest, AKeyOfAChannelThatIsNotInstalledIsNotInUse)
+{
+    start(std::chrono::seconds(10), 2);
+    type(key_code(0, 2));
+    EXPECT_TRUE(log.wait_for(LOG_INFO, "front panel: key 0x20 is not in use"));
+    type(key_code(0, 1));
+    ASSERT_TRUE(commands.wait_for(1));
+    EXPECT_EQ(commands.messages(), std::vector<std::string>{":INST 2"});
 }
 
 TEST_F(FrontPanelTest, AnErrorOrNoReplyIsLogged)
@@ -263,10 +273,10 @@ TEST(KeyMap, HasEachCodeOnceAndOnlyKeysOfTheMatrix)
         EXPECT_TRUE(codes.insert(key.code).second) << key.name;
         EXPECT_LT(key.code % 16, 6) << key.name;
         EXPECT_LT(key.code / 16, 8) << key.name << ": columns 8 and 9 report releases too";
-        EXPECT_EQ(find_key(key.code), &key);
+        EXPECT_EQ(find_key(key.code, 4), &key);
     }
-    EXPECT_EQ(find_key(0x95), nullptr);
-    EXPECT_EQ(find_key(0xff), nullptr);
+    EXPECT_EQ(find_key(0x95, 4), nullptr);
+    EXPECT_EQ(find_key(0xff, 4), nullptr);
 }
 
 TEST(KeyMap, SwitchesRfSelectsChannelsAndPresets)
@@ -282,6 +292,18 @@ TEST(KeyMap, SwitchesRfSelectsChannelsAndPresets)
                                                             {"RF on", ":OUTP ON"},
                                                             {"RF off", ":OUTP OFF"},
                                                             {"Preset", "*RST"}}));
+}
+
+TEST(KeyMap, ChannelKeysAreThoseOfTheInstalledChannels)
+{
+    for (int channels = 0; channels <= 4; ++channels) {
+        for (int channel = 1; channel <= 4; ++channel) {
+            EXPECT_EQ(find_key(key_code(0, channel - 1), channels) != nullptr, channel <= channels)
+                << channel << " of " << channels;
+        }
+        EXPECT_NE(find_key(key_code(1, 0), channels), nullptr);
+        EXPECT_NE(find_key(key_code(2, 0), channels), nullptr);
+    }
 }
 
 TEST(KeyMap, ACodeIsSixteenTimesTheColumnPlusTheRow)
