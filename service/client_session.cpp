@@ -40,6 +40,15 @@ void set_option(int socket, int level, int name, const T& value)
     }
 }
 
+// As the library knows its own connections.
+bool is_of_this_machine(int socket)
+{
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    return ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+           peer.sin_family == AF_INET && peer.sin_addr.s_addr == htonl(INADDR_LOOPBACK);
+}
+
 // Coarse: it costs a few nanoseconds, and its step of some milliseconds is small beside a send time-out.
 std::chrono::milliseconds coarse_now()
 {
@@ -84,7 +93,10 @@ void ClientSession::run()
             }
         }
     }
-    ::shutdown(fd, SHUT_RDWR);
+    m_stays_open = m_ending.load(std::memory_order_relaxed) && !m_had_turn && is_of_this_machine(fd);
+    if (!m_stays_open) {
+        ::shutdown(fd, SHUT_RDWR);
+    }
     // A client that never had a turn left nothing behind, and need not wait for one, perhaps for minutes.
     if (m_had_turn) {
         const Turn turn(m_turns);

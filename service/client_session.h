@@ -40,6 +40,14 @@ public:
     /** Lets run() return when the message at work is done and its reply sent. Any thread. */
     void end();
 
+    /**
+     * After run(): whether the connection is to stay open until the process leaves, unlike any other. It is
+     * of this machine (127.0.0.1), end() came before its first message was begun, and so it may be the
+     * library's own, which asks for a temperature and would take the end of the connection for an empty
+     * answer.
+     */
+    bool stays_open() const { return m_stays_open; }
+
 private:
     bool receive();
     void receive_in_bulk(bool bulk);
@@ -55,6 +63,7 @@ private:
     std::atomic<bool> m_ending = false;
     unsigned m_unchecked_replies = 0;
     bool m_had_turn = false;
+    bool m_stays_open = false;
     bool m_bulk = false;
 };
 

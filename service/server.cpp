@@ -151,6 +151,8 @@ void Server::reap()
     for (auto& client : done) {
         client.thread.join();
     }
+    done.remove_if([](const Client& client) { return !client.session.stays_open(); });
+    m_left_open.splice(m_left_open.end(), done);
 }
 
 bool Server::end(std::chrono::milliseconds patience)

@@ -36,7 +36,8 @@ public:
     void run(int stop);
 
     /**
-     * Closes the door, lets every client's message at work finish, drops those not begun.
+     * Closes the door, lets every client's message at work finish, drops those not begun. Connections that
+     * have to stay open (ClientSession::stays_open) are closed by the destructor.
      *
      * @return false when a client's message was still at work after `patience`; the object must not be
      *         destroyed then, the process has to end without.
@@ -69,10 +70,11 @@ private:
     LargeBufferPool m_pool;
     TurnQueue m_turns;
 
-    mutable std::mutex m_mutex; // guards the two lists
+    mutable std::mutex m_mutex; // guards the first two lists
     std::condition_variable m_all_finished;
     Clients m_active;
     Clients m_finished;
+    Clients m_left_open; // those whose thread is done, but whose connection stays open
     bool m_out_of_descriptors = false;
 };
 

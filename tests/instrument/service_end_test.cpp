@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <regex>
 
 using namespace orvan_test;
 using Clock = std::chrono::steady_clock;
@@ -41,6 +42,30 @@ TEST(ServiceEnd, APowerButtonThatIsHeldEndsAnEndlessReply)
         eventually([&] { return instrument.service_log().find("sending \"*IDN?") != std::string::npos; }));
     EXPECT_EQ(instrument.ctl({"power-button", "press"}).output, "");
     expect_end_in_the_midst_of_a_command(instrument);
+}
+
+// The poll asks the selected channel as a client of the service does.
+TEST(ServiceEnd, ATemperaturePollThatWaitsIsNoError)
+{
+    ORVAN_NEEDS_SANDBOX();
+    Instrument instrument({"--model", "OVX3651P"});
+    ASSERT_EQ(instrument.ctl({"module", "1", "silent"}).status, 0);
+    Client client = instrument.client();
+    ASSERT_TRUE(client.send(":FREQ?\n"));
+    ASSERT_TRUE(eventually([&] { return !instrument.requests(1).empty(); }));
+    // An established connection of 127.0.0.1 to port 5025 of 127.0.0.1.
+    static const std::regex poll(" 0100007F:13A1 0100007F:[0-9A-F]{4} 01 ");
+    ASSERT_TRUE(eventually([&] {
+        return std::regex_search(instrument.exec("controller", {"cat", "/proc/net/tcp"}).output, poll);
+    }));
+    EXPECT_EQ(instrument.ctl({"power-button", "press"}).output, "");
+    EXPECT_EQ(client.read_line(), "-ERR Receive timeout;+OK\r\n");
+    EXPECT_EQ(client.read_line(), ""); // closed
+    EXPECT_EQ(instrument.ctl({"power-button", "release"}).output, "");
+    EXPECT_EQ(instrument.wait_for_end(), 0);
+    const std::string log = instrument.service_log();
+    EXPECT_EQ(log.find("invalid input"), std::string::npos) << log;
+    EXPECT_EQ(log.find("Temperature thread exception"), std::string::npos) << log;
 }
 
 TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)

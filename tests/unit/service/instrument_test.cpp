@@ -14,6 +14,8 @@
 #include <dataorvan.h>
 #include <syslog.h>
 
+#include <future>
+#include <optional>
 #include <thread>
 
 using namespace orvan_service;
@@ -224,4 +226,35 @@ TEST_F(InstrumentTest, LostClientsLeaveNoLeaseBehind)
     EXPECT_EQ(good.ask(":NO:SUCH\n"), kUndefinedHeader);
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
     EXPECT_EQ(errors.text().find("**Reset"), std::string::npos) << "a whole message was cut short";
+}
+
+TEST_F(InstrumentTest, AnEndWhileTheTemperaturePollWaitsIsNoErrorOfThePoll)
+{
+    std::optional<RunningServer> server(std::in_place, instrument);
+    std::promise<void> hold;
+    module.then(ModuleAnswer::reply_behind(
+        [held = hold.get_future().share()] { held.wait_for(std::chrono::seconds(20)); }, "1;+OK\r\n"));
+    TestClient client(server->port());
+    client.send(":FREQ?\n");
+    ASSERT_TRUE(module.wait_requests(1));
+    library->setScpiPort(server->port());
+    std::thread poll([&] {
+        try {
+            library->getTempOrvanXForAlltheChannel(1);
+        } catch (const std::exception&) { // of the end of the connection, when the server goes
+        }
+    });
+    ASSERT_TRUE(eventually([&] { return server->server().waiting() == 1; }));
+    server->stop_accepting();
+    EXPECT_FALSE(server->server().end(std::chrono::milliseconds(1)));
+    hold.set_value();
+    EXPECT_TRUE(server->server().end(std::chrono::seconds(20)));
+    const std::string error = "invalid input: buff = ok, size = 0";
+    EXPECT_FALSE(log.wait_for(LOG_ERR, error, std::chrono::milliseconds(300)));
+    for (const LogLine& line : log.lines()) {
+        EXPECT_GE(line.priority, LOG_WARNING) << line.text;
+    }
+    server.reset();
+    poll.join();
+    EXPECT_EQ(log.count(LOG_ERR, error), 1u) << "what it would have been";
 }

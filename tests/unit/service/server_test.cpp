@@ -13,6 +13,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 using namespace orvan_service;
@@ -385,7 +386,7 @@ TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
     TestClient at_work(server.port());
     at_work.send("first\nsecond\n");
     ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
-    TestClient waiting(server.port());
+    TestClient waiting(server.port(), 0, "127.0.0.2");
     waiting.send("third\n");
     ASSERT_TRUE(eventually([&] { return server.server().waiting() == 1; }));
     server.stop_accepting();
@@ -396,6 +397,41 @@ TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
     EXPECT_EQ(at_work.line(), "");
     EXPECT_EQ(waiting.line(), "");
     EXPECT_EQ(sink.messages(), Texts{"first\n"});
+}
+
+// The library's temperature poll takes the end of its connection for an answer.
+TEST(ServerEnd, AConnectionOfThisMachineWhoseFirstMessageIsNotBegunStaysOpenUntilTheServerGoes)
+{
+    RecordingSink sink;
+    std::optional<RunningServer> server(std::in_place, sink);
+    TestClient at_work(server->port());
+    TestClient served(server->port());
+    EXPECT_EQ(served.ask("*IDN?\n"), "*IDN?;+OK\r\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 0; }));
+    sink.shut();
+    at_work.send("first\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    TestClient waiting(server->port());
+    waiting.send("second\n");
+    TestClient remote(server->port(), 0, "127.0.0.2");
+    remote.send("third\n");
+    ASSERT_TRUE(eventually([&] { return server->server().waiting() == 2; }));
+    TestClient silent(server->port());
+    ASSERT_TRUE(eventually([&] { return server->server().clients() == 5; }));
+    server->stop_accepting();
+    EXPECT_FALSE(server->server().end(std::chrono::milliseconds(1)));
+    sink.open();
+    EXPECT_TRUE(server->server().end(std::chrono::seconds(10)));
+    EXPECT_EQ(at_work.line(), "first;+OK\r\n");
+    EXPECT_TRUE(at_work.sees_end());
+    EXPECT_TRUE(served.sees_end());
+    EXPECT_TRUE(remote.sees_end());
+    EXPECT_FALSE(waiting.sees_end(std::chrono::milliseconds(200)));
+    EXPECT_FALSE(silent.sees_end(std::chrono::milliseconds(200)));
+    server.reset();
+    EXPECT_TRUE(waiting.sees_end());
+    EXPECT_TRUE(silent.sees_end());
+    EXPECT_EQ(sink.messages(), (Texts{"*IDN?\n", "first\n"}));
 }
 
 TEST(ServerEnd, AMessageThatGoesOnPastThePatienceIsReported)

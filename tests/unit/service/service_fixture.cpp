@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -119,7 +120,7 @@ void RunningServer::stop_accepting()
     }
 }
 
-TestClient::TestClient(int port, int receive_buffer)
+TestClient::TestClient(int port, int receive_buffer, const std::string& from)
     : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     if (receive_buffer > 0) {
@@ -127,6 +128,10 @@ TestClient::TestClient(int port, int receive_buffer)
     }
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    if (!from.empty()) {
+        address.sin_addr.s_addr = ::inet_addr(from.c_str());
+        EXPECT_EQ(::bind(m_socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     EXPECT_EQ(::connect(m_socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
@@ -178,13 +183,15 @@ void TestClient::finish_sending()
     ::shutdown(m_socket.get(), SHUT_WR);
 }
 
-bool TestClient::sees_end()
+bool TestClient::sees_end(std::chrono::milliseconds bound)
 {
-    return eventually([this] {
-        char byte;
-        const ssize_t n = ::recv(m_socket.get(), &byte, 1, MSG_DONTWAIT);
-        return n == 0 || (n < 0 && errno == ECONNRESET);
-    });
+    return eventually(
+        [this] {
+            char byte;
+            const ssize_t n = ::recv(m_socket.get(), &byte, 1, MSG_DONTWAIT);
+            return n == 0 || (n < 0 && errno == ECONNRESET);
+        },
+        bound);
 }
 
 void TestClient::reset()

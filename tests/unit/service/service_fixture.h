@@ -82,7 +82,8 @@ private:
 /** A client's end. Receives with a bound, so that a missing reply fails and does not hang. */
 class TestClient {
 public:
-    explicit TestClient(int port, int receive_buffer = 0);
+    /** @param from its own address; 127.0.0.1 is that of the instrument's own clients */
+    explicit TestClient(int port, int receive_buffer = 0, const std::string& from = {});
 
     int fd() const { return m_socket.get(); }
     void send(const std::string& bytes);
@@ -92,7 +93,7 @@ public:
     /** Ends the sending direction. */
     void finish_sending();
     /** True when the server has ended the connection, with or without a reset. */
-    bool sees_end();
+    bool sees_end(std::chrono::milliseconds bound = std::chrono::seconds(10));
     void close() { m_socket = {}; }
     /** Closes with a RST. */
     void reset();
