@@ -1,5 +1,7 @@
 #include "client_session.h"
 
+#include "listener.h"
+
 #include "scpi/error.h"
 
 #include <netinet/in.h>
@@ -120,6 +122,11 @@ bool ClientSession::receive()
         received = ::recv(m_socket.get(), space.data(), space.size(), 0);
     } while (received < 0 && errno == EINTR);
     if (received <= 0) {
+        return false;
+    }
+    if (m_first_line.feed(space.first(static_cast<size_t>(received))) == HttpRequestLine::Verdict::kYes) {
+        ::syslog(LOG_WARNING, "client %d at %s: closed, its first line is an HTTP request line",
+                 m_socket.get(), peer_address(m_socket.get()).c_str());
         return false;
     }
     m_buffer.received(static_cast<size_t>(received));

@@ -1,6 +1,7 @@
 #ifndef ORVAN_SERVICE_CLIENT_SESSION_H
 #define ORVAN_SERVICE_CLIENT_SESSION_H
 
+#include "http_request_line.h"
 #include "message_buffer.h"
 #include "message_sink.h"
 #include "turn_queue.h"
@@ -24,6 +25,8 @@ struct SessionLimits {
 
 /**
  * One client: receives, and has its messages executed one by one, each in a turn of its own.
+ *
+ * One whose first line is an HTTP request line is closed before anything of it is executed.
  *
  * A client that does not read its replies is not given a turn until there is room for a reply again, so
  * it keeps nobody waiting. Only a reply longer than the socket's buffer can block in a turn; that costs
@@ -60,6 +63,7 @@ private:
     TurnQueue& m_turns;
     const SessionLimits m_limits;
     MessageBuffer m_buffer;
+    HttpRequestLine m_first_line;
     std::atomic<bool> m_ending = false;
     unsigned m_unchecked_replies = 0;
     bool m_had_turn = false;

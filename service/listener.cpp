@@ -80,6 +80,21 @@ Address bound_address(int socket)
     return address;
 }
 
+std::string to_text(Address address)
+{
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    if (::getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
+                      NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "?";
+    }
+    std::string text(host);
+    if (address.storage.ss_family == AF_INET6) {
+        text.insert(0, 1, '[').push_back(']');
+    }
+    return text + ':' + port;
+}
+
 long number_from(const char* variable, const char* text)
 {
     long value = -1;
@@ -163,18 +178,17 @@ uint16_t port_of(int socket)
 
 std::string local_address(int socket)
 {
-    Address address = bound_address(socket);
-    char host[NI_MAXHOST];
-    char port[NI_MAXSERV];
-    if (::getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
-                      NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    return to_text(bound_address(socket));
+}
+
+std::string peer_address(int socket)
+{
+    Address address;
+    address.length = sizeof address.storage;
+    if (::getpeername(socket, address.get(), &address.length) != 0) {
         return "?";
     }
-    std::string text(host);
-    if (address.storage.ss_family == AF_INET6) {
-        text.insert(0, 1, '[').push_back(']');
-    }
-    return text + ':' + port;
+    return to_text(address);
 }
 
 } // namespace orvan_service

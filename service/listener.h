@@ -48,6 +48,9 @@ uint16_t port_of(int socket);
 /** "127.0.0.1:5025" or "[::1]:5025": where a listening socket can be reached. */
 std::string local_address(int socket);
 
+/** Where the other end of a TCP connection is, in the same form; "?" when it is not known any more. */
+std::string peer_address(int socket);
+
 } // namespace orvan_service
 
 #endif

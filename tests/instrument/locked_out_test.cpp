@@ -42,6 +42,20 @@ TEST_P(LockedOutByAPort, ThatIsNoneTheUsualOneIsServed)
     }));
 }
 
+TEST_F(LockedOut, ByNoWebPageThatSpeaksScpi)
+{
+    ORVAN_NEEDS_SANDBOX();
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});
+    instrument->clear_requests(1);
+    Client page = instrument->client();
+    page.send("POST / HTTP/1.1\r\nHost: 127.0.0.1:5025\r\nAccept: */*\r\nContent-Length: 9\r\n"
+              "Content-Type: application/x-www-form-urlencoded\r\n\r\n:OUTP ON\n");
+    EXPECT_EQ(page.read_line(), "");
+    EXPECT_TRUE(logged(": closed, its first line is an HTTP request line\n"));
+    EXPECT_EQ(instrument->client().ask(":OUTP?"), "0;+OK\r\n");
+    EXPECT_EQ(instrument->requests(1), std::vector<std::string>{":OUTP?\\r\\n"});
+}
+
 // Each frame of the maintenance protocol takes a descriptor for each module and keeps it.
 TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)
 {

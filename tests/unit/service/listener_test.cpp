@@ -89,6 +89,14 @@ TEST(Listeners, AnIpv6AddressIsTaken)
     EXPECT_EQ(local_address(listeners.at(0).get()).substr(0, 6), "[::1]:");
 }
 
+TEST(Listeners, APeersAddressIsKnownWhileItIsConnected)
+{
+    const TcpPair pair("127.0.0.5");
+    EXPECT_EQ(peer_address(pair.server()), "127.0.0.5:" + std::to_string(local_port(pair.client())));
+    const UniqueFd alone(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(peer_address(alone.get()), "?");
+}
+
 TEST(Listeners, APortInUseIsToldWithItsNumber)
 {
     const auto taken = open_listeners("127.0.0.1", 0);
