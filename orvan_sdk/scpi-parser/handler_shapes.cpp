@@ -8,6 +8,7 @@
 
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 #include "parser_library.h"
 
 namespace HaldeElec::Orvan {
@@ -19,6 +20,7 @@ uint8_t* selected_record(Scpi_Orvanx& orvanx)
 
 Target::Target(const scpi_t* context)
 {
+    scpi_note_progress();
     const auto* const u = static_cast<const userContext_t*>(context->user_context);
     initialized = u != nullptr;
     if (!initialized)

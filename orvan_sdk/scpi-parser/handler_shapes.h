@@ -34,7 +34,8 @@ using GetterText = char[kHandlerTextSize + 1];
  * may be selected, and the mapping ends behind the last installed one. */
 uint8_t* selected_record(Scpi_Orvanx& orvanx);
 
-/** What the user record leads to; both are null when there is none. */
+/** What the user record leads to; both are null when there is none. To ask for it counts as progress of the
+ * message, as every handler without a module or a result of its own does. */
 struct Target {
     explicit Target(const scpi_t* context);
 

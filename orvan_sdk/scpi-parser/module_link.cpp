@@ -11,13 +11,15 @@
 #include <unistd.h>
 #include <vector>
 
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
+
 namespace {
 
 constexpr time_t CONNECT_TIMEOUT = 5; // seconds
 constexpr time_t RECV_TIMEOUT = 10;   // seconds
 constexpr size_t kReplySize = 4096;
 
-// Closes its descriptor on every way out.
+// Closes its descriptor on every way out, which is where a request ends.
 class Socket {
 public:
     Socket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
@@ -25,6 +27,7 @@ public:
     {
         if (m_fd >= 0)
             close(m_fd);
+        scpi_note_progress();
     }
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;

@@ -18,6 +18,7 @@
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 namespace {
 
@@ -59,6 +60,7 @@ size_t write_buffer(int fd)
         const ssize_t n = write(fd, txBuffer + sent, g_txOffset - sent);
         if (n >= 0) {
             sent += static_cast<size_t>(n);
+            scpi_note_progress();
         } else if (errno == EPIPE) {
             std::fputs("socket closed unexpectedly. aborting\n", stderr);
             break;
@@ -114,6 +116,7 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
             std::this_thread::yield();
         }
     }
+    scpi_note_progress();
     return taken;
 }
 

@@ -1,4 +1,5 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 #include <algorithm>
 #include <exception>
@@ -35,6 +36,7 @@ void Scpi_Orvanx::startTempratureThread()
 
 void Scpi_Orvanx::ThreadRunTempratureFunction()
 {
+    scpi_ignore_progress_of_this_thread();
     try {
         m_runTemperatureThread = true;
         syslog(LOG_INFO, "ThreadRunTempratureFunction: thread running\n");

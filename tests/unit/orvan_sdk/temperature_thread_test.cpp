@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "hw/hw.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 #include "temperature_bench.h"
 
 using namespace orvan_test;
@@ -72,6 +73,18 @@ TEST_F(TemperatureThread, ThirtySecondsArePausedAfterEachPoll)
         EXPECT_EQ(behind(4).connections(), polls);
     }
     EXPECT_EQ(board->trace().lines(), std::vector<std::string>(4, "delay 30000000"));
+}
+
+// They would hide that a message hangs.
+TEST_F(TemperatureThread, ThePollsOfTheThreadAreNoProgressOfAMessage)
+{
+    start();
+    const uint32_t before = scpi_progress();
+    next_poll();
+    EXPECT_EQ(behind(1).connections(), 1u);
+    EXPECT_EQ(scpi_progress(), before);
+    poll();
+    EXPECT_NE(scpi_progress(), before) << "one that a caller makes is the caller's";
 }
 
 TEST_F(TemperatureThread, TheThreadAsksTheInstalledChannels)
