@@ -1,4 +1,5 @@
 #include "front_panel.h"
+#include "hang_watch.h"
 #include "instrument.h"
 #include "listener.h"
 #include "notify.h"
@@ -12,6 +13,7 @@
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 #ifndef ORVAN_TARGET_PI
 #include "board/board_control.h"
@@ -138,7 +140,10 @@ int serve(const Options& options)
     limits.max_message = kScpiInputBufferSize;
     limits.max_clients = static_cast<size_t>(options.max_clients);
     const OwnClient own_client(listeners);
-    Server server(std::move(listeners), instrument, limits);
+    HangWatch watch(instrument, scpi_progress,
+                    std::chrono::milliseconds(static_cast<int64_t>(options.hang_limit * 1000)),
+                    watchdog_period());
+    Server server(std::move(listeners), watch, limits);
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
     if (device != nullptr) {

@@ -3,15 +3,31 @@
 #include <unique_fd.h>
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 namespace orvan_service {
+namespace {
+
+constexpr timeval kPatience{1, 0};
+
+bool is_number(const char* text, int64_t& number)
+{
+    const char* const end = text + std::strlen(text);
+    const auto [last, error] = std::from_chars(text, end, number);
+    return error == std::errc() && last == end && number > 0;
+}
+
+} // namespace
 
 bool notify(const char* state)
 {
@@ -31,6 +47,7 @@ bool notify(const char* state)
         address.sun_path[0] = '\0';
     }
     const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
     if (::sendto(socket.get(), state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),
                  size) < 0) {
@@ -38,6 +55,21 @@ bool notify(const char* state)
         return false;
     }
     return true;
+}
+
+std::chrono::microseconds watchdog_period()
+{
+    const char* const period = std::getenv("WATCHDOG_USEC");
+    const char* const pid = std::getenv("WATCHDOG_PID");
+    int64_t number = 0;
+    if (period == nullptr || (pid != nullptr && is_number(pid, number) && number != ::getpid())) {
+        return {};
+    }
+    if (!is_number(period, number)) {
+        ::syslog(LOG_WARNING, "WATCHDOG_USEC is not a number of microseconds: %s", period);
+        return {};
+    }
+    return std::chrono::microseconds(number);
 }
 
 } // namespace orvan_service

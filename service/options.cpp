@@ -66,6 +66,13 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
             return !text.empty() && text.size() < 31 ? "" : "1 to 30 characters expected";
         })
         ->needs(produce);
+    app.add_option(
+           "--hang-limit", options.hang_limit,
+           "Seconds without progress after which a command counts as one that hangs: it is logged, and the "
+           "service manager's watchdog is not fed any more; a request to a silent module takes 15")
+        ->envname("ORVAN_HANG_LIMIT")
+        ->check(CLI::Range(0.05, 86400.0))
+        ->capture_default_str();
     app.add_flag("--foreground", options.foreground, "Log to standard error too");
     app.add_option(
            "--log-level", log_level,

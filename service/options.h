@@ -29,7 +29,8 @@ struct Options {
     int module_wait = 60;
     bool modules_on_loopback = false;
     bool foreground = false;
-    int log_level = 5; /**< of syslog: LOG_NOTICE */
+    double hang_limit = 120; /**< seconds */
+    int log_level = 5;       /**< of syslog: LOG_NOTICE */
 };
 
 /**

@@ -79,3 +79,39 @@ TEST(Notify, ANameTooLongOrASocketGoneIsLogged)
     EXPECT_EQ(log.lines().size(), 2u);
     EXPECT_EQ(log.count(LOG_WARNING, "notify @orvan-nobody-listens-here: Connection refused"), 1u);
 }
+
+TEST(Notify, AManagerThatDoesNotListenIsGivenUp)
+{
+    orvan_test::LogCapture log;
+    const std::string name = "@orvan-notify-" + std::to_string(::getpid());
+    const auto socket = bound_to(name);
+    ::alarm(30);
+    while (notify("WATCHDOG=1")) {
+    }
+    ::alarm(0);
+    EXPECT_EQ(log.count(LOG_WARNING, "notify " + name + ": Resource temporarily unavailable"), 1u);
+}
+
+TEST(WatchdogPeriod, IsThatOfTheEnvironmentForThisProcess)
+{
+    ::unsetenv("WATCHDOG_PID");
+    ::unsetenv("WATCHDOG_USEC");
+    EXPECT_EQ(watchdog_period().count(), 0);
+    ::setenv("WATCHDOG_USEC", "30000000", 1);
+    EXPECT_EQ(watchdog_period(), std::chrono::seconds(30));
+    ::setenv("WATCHDOG_PID", std::to_string(::getpid()).c_str(), 1);
+    EXPECT_EQ(watchdog_period(), std::chrono::seconds(30));
+    ::setenv("WATCHDOG_PID", std::to_string(::getppid()).c_str(), 1);
+    EXPECT_EQ(watchdog_period().count(), 0);
+}
+
+TEST(WatchdogPeriod, WhatIsNoNumberIsLogged)
+{
+    orvan_test::LogCapture log;
+    ::unsetenv("WATCHDOG_PID");
+    for (const std::string text : {"", "0", "-5", "3s", "99999999999999999999"}) {
+        ::setenv("WATCHDOG_USEC", text.c_str(), 1);
+        EXPECT_EQ(watchdog_period().count(), 0) << text;
+        EXPECT_EQ(log.count(LOG_WARNING, "WATCHDOG_USEC is not a number of microseconds: " + text), 1u);
+    }
+}

@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <initializer_list>
 #include <vector>
 
@@ -49,14 +50,16 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_EQ(options.module_wait, 60);
     EXPECT_FALSE(options.modules_on_loopback);
     EXPECT_FALSE(options.foreground);
+    EXPECT_EQ(options.hang_limit, 120);
     EXPECT_EQ(options.log_level, LOG_NOTICE);
 }
 
 TEST(Options, EachIsTaken)
 {
-    const Options options = parsed({"--platform", "ksr7000", "--port", "1234", "--address", "127.0.0.1",
-                                    "--max-clients", "7", "--channels", "2", "--module-wait", "0",
-                                    "--modules-on-loopback", "--foreground", "--log-level", "debug"});
+    const Options options =
+        parsed({"--platform", "ksr7000", "--port", "1234", "--address", "127.0.0.1", "--max-clients", "7",
+                "--channels", "2", "--module-wait", "0", "--modules-on-loopback", "--foreground",
+                "--hang-limit", "1.5", "--log-level", "debug"});
     EXPECT_EQ(options.platform, Platform::kKsr7000);
     EXPECT_EQ(options.port, 1234);
     EXPECT_EQ(options.address, "127.0.0.1");
@@ -65,6 +68,7 @@ TEST(Options, EachIsTaken)
     EXPECT_EQ(options.module_wait, 0);
     EXPECT_TRUE(options.modules_on_loopback);
     EXPECT_TRUE(options.foreground);
+    EXPECT_EQ(options.hang_limit, 1.5);
     EXPECT_EQ(options.log_level, LOG_DEBUG);
 }
 
@@ -90,6 +94,19 @@ TEST(Options, LogLevelsAreThoseOfSyslog)
     EXPECT_EQ(parsed({"--log-level", "info"}).log_level, LOG_INFO);
 }
 
+TEST(Options, TheHangLimitMayStandInTheEnvironment)
+{
+    ::setenv("ORVAN_HANG_LIMIT", "7", 1);
+    EXPECT_EQ(parsed({}).hang_limit, 7);
+    EXPECT_EQ(parsed({"--hang-limit", "8"}).hang_limit, 8);
+    ::setenv("ORVAN_HANG_LIMIT", "never", 1);
+    OutputCapture errors(STDERR_FILENO);
+    int exit_code = -1;
+    EXPECT_FALSE(parse({}, exit_code));
+    EXPECT_EQ(exit_code, kExitBadOptions);
+    EXPECT_NE(errors.text().find("never"), std::string::npos) << errors.text();
+}
+
 TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
 {
     const BadCase cases[] = {
@@ -111,6 +128,8 @@ TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
         {{"--produce", "OVX3652B", "--serial", ""}, "1 to 30 characters"},
         {{"--produce", "OVX3652B", "--serial", "1234567890123456789012345678901"}, "1 to 30 characters"},
         {{"--modules-on-loopback", "--produce", "OVX3652B", "--serial", "1"}, "--produce"},
+        {{"--hang-limit", "0"}, "--hang-limit"},
+        {{"--hang-limit", "86401"}, "--hang-limit"},
         {{"--log-level", "loud"}, "loud"},
         {{"--no-such-option"}, "--no-such-option"},
         {{"stray"}, "stray"},
@@ -136,9 +155,9 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     exit_code = -1;
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
-    for (const char* option :
-         {"--platform", "--produce", "--serial", "--port", "--address", "--max-clients", "--channels",
-          "--module-wait", "--modules-on-loopback", "--foreground", "--log-level", "--version"}) {
+    for (const char* option : {"--platform", "--produce", "--serial", "--port", "--address", "--max-clients",
+                               "--channels", "--module-wait", "--modules-on-loopback", "--hang-limit",
+                               "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }

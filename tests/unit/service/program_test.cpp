@@ -7,10 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -34,6 +36,42 @@ protected:
 
     std::vector<UniqueFd> listener = open_listeners("127.0.0.1", 0);
 };
+
+/** The service manager's end. */
+struct Manager {
+    Manager()
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path + 1, name.data() + 1, name.size() - 1);
+        EXPECT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address),
+                         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
+                  0);
+    }
+    /** The next state that is reported; empty when none comes. */
+    std::string next(std::chrono::milliseconds bound = std::chrono::seconds(20)) const
+    {
+        pollfd waiting{socket.get(), POLLIN, 0};
+        char text[1000];
+        if (::poll(&waiting, 1, static_cast<int>(bound.count())) != 1) {
+            return {};
+        }
+        return {text, static_cast<size_t>(std::max<ssize_t>(::recv(socket.get(), text, sizeof text, 0), 0))};
+    }
+
+    const std::string name = "@orvan-program-" + std::to_string(::getpid());
+    const UniqueFd socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+// More than the 2048 bytes of a text reply, which never leaves: the command goes on for ever.
+std::string endless_reply()
+{
+    std::string line = "*IDN?";
+    for (int i = 1; i < 50; ++i) {
+        line += ";*IDN?";
+    }
+    return line;
+}
 
 std::string status_line(pid_t pid, const std::string& name)
 {
@@ -173,21 +211,42 @@ TEST_F(ProgramTest, WithModulesOnLoopbackNoRecordsAreKeptInTheMachinesSharedMemo
 
 TEST_F(ProgramTest, TellsTheServiceManagerReadyAndStopping)
 {
-    const std::string name = "@orvan-program-" + std::to_string(::getpid());
-    const UniqueFd manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path + 1, name.data() + 1, name.size() - 1);
-    ASSERT_EQ(::bind(manager.get(), reinterpret_cast<sockaddr*>(&address),
-                     static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
-              0);
+    const Manager manager;
     auto begin = start();
-    begin.environment.emplace_back("NOTIFY_SOCKET", name);
+    begin.environment.emplace_back("NOTIFY_SOCKET", manager.name);
     ServiceProcess service(begin);
-    EXPECT_EQ(read_exactly(manager.get(), 7, std::chrono::seconds(20)), "READY=1");
+    EXPECT_EQ(manager.next(), "READY=1");
     service.signal(SIGTERM);
-    EXPECT_EQ(read_exactly(manager.get(), 10, std::chrono::seconds(20)), "STOPPING=1");
+    EXPECT_EQ(manager.next(), "STOPPING=1");
     EXPECT_EQ(service.exit_code(), kExitDone);
+}
+
+TEST_F(ProgramTest, FeedsTheWatchdogUntilACommandHangsAndReportsThat)
+{
+    const Manager manager;
+    auto begin = start({"--hang-limit", "1"});
+    begin.environment.emplace_back("NOTIFY_SOCKET", manager.name);
+    begin.environment.emplace_back("WATCHDOG_USEC", "200000");
+    ServiceProcess service(begin);
+    TestClient client(port());
+    EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    std::string state = manager.next();
+    while (state == "READY=1") {
+        state = manager.next();
+    }
+    EXPECT_EQ(state, "WATCHDOG=1");
+    client.send(endless_reply() + "\n");
+    while (state == "WATCHDOG=1" || state == "READY=1") {
+        state = manager.next();
+    }
+    const std::string text =
+        " at 127.0.0.1:" + std::to_string(local_port(client.fd())) +
+        " hangs: no progress for 1 s in \"*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;"
+        "*IDN?;*IDN?;...\"";
+    EXPECT_EQ(state.substr(0, 14), "STATUS=client ");
+    EXPECT_EQ(state.substr(std::min(state.find(" at "), state.size())), text);
+    service.errors_until(text);
+    EXPECT_EQ(manager.next(std::chrono::milliseconds(500)), "") << "not fed any more";
 }
 
 TEST_F(ProgramTest, EndsAtOnceWhenStoppedWhileItWaitsForModules)
@@ -280,16 +339,11 @@ TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
     EXPECT_TRUE(eventually([&] { return descriptors() <= before; }));
 }
 
-// A text reply of more than 2048 bytes never leaves: the command goes on for ever.
 TEST_F(ProgramTest, EndsInTheMidstOfAnEndlessReplyOnceItsPatienceIsOver)
 {
     ServiceProcess service(start({"--log-level", "info"}));
     TestClient client(port());
-    std::string line = "*IDN?";
-    for (int i = 1; i < 50; ++i) {
-        line += ";*IDN?";
-    }
-    client.send(line + "\n");
+    client.send(endless_reply() + "\n");
     service.errors_until("sending \"*IDN?"); // it is at work
     const auto begin = std::chrono::steady_clock::now();
     service.signal(SIGTERM);

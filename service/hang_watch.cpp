@@ -1,0 +1,122 @@
+#include "hang_watch.h"
+
+#include "listener.h"
+#include "notify.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace orvan_service {
+namespace {
+
+// Looks at the progress within the limit. A hang is noticed a quarter of it late at most.
+constexpr int kLooks = 8;
+constexpr std::chrono::milliseconds kShortestPause{1};
+
+std::string in_seconds(std::chrono::duration<double> time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, time.count() < 10 ? "%.3g s" : "%.0f s", time.count());
+    return text;
+}
+
+} // namespace
+
+HangWatch::HangWatch(MessageSink& sink, Progress progress, std::chrono::milliseconds limit,
+                     std::chrono::microseconds watchdog)
+    : m_sink(sink), m_progress(progress), m_limit(limit), m_feeds(watchdog.count() > 0),
+      m_pause(std::max<std::chrono::microseconds>(
+          kShortestPause, m_feeds ? std::min<std::chrono::microseconds>(limit / kLooks, watchdog / 2)
+                                  : std::chrono::microseconds(limit) / kLooks)),
+      m_since(Clock::now()), m_thread([this] { run(); })
+{
+}
+
+HangWatch::~HangWatch()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ending = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void HangWatch::execute(int socket, char* data, size_t len)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_at_work = true;
+        m_socket = socket;
+        m_length = len;
+        std::copy_n(data, std::min(len, m_begin.size()), m_begin.begin());
+        ++m_messages;
+    }
+    m_sink.execute(socket, data, len);
+    const std::lock_guard lock(m_mutex);
+    m_at_work = false;
+    if (!m_hang.empty()) {
+        m_changed.notify_one();
+    }
+}
+
+// Reports without the lock: neither a log nor a service manager that does not listen must hold a message up.
+void HangWatch::run()
+{
+    std::unique_lock lock(m_mutex);
+    while (!m_ending) {
+        const std::optional<Report> report = look(Clock::now());
+        const bool feeds = m_feeds && m_hang.empty();
+        lock.unlock();
+        if (report) {
+            ::syslog(report->priority, "%s", report->text.c_str());
+            notify(("STATUS=" + report->status).c_str());
+        }
+        if (feeds) {
+            notify("WATCHDOG=1");
+        }
+        lock.lock();
+        if (!m_ending) {
+            m_changed.wait_for(lock, m_pause);
+        }
+    }
+}
+
+std::optional<HangWatch::Report> HangWatch::look(Clock::time_point now)
+{
+    const uint32_t seen = m_messages + m_progress();
+    const auto stalled = now - m_since;
+    if (!m_at_work || seen != m_seen) {
+        m_seen = seen;
+        m_since = now;
+        if (m_hang.empty()) {
+            return std::nullopt;
+        }
+        return Report{LOG_NOTICE, std::exchange(m_hang, {}) + " goes on after " + in_seconds(stalled), ""};
+    }
+    if (!m_hang.empty() || stalled < m_limit) {
+        return std::nullopt;
+    }
+    // The connection is open while its message is at work.
+    m_hang = "client " + std::to_string(m_socket) + " at " + peer_address(m_socket);
+    const std::string text =
+        m_hang + " hangs: no progress for " + in_seconds(m_limit) + " in \"" + shown_message() + "\"";
+    return Report{LOG_ERR, text, text};
+}
+
+std::string HangWatch::shown_message() const
+{
+    std::string text(m_begin.data(), std::min(m_length, m_begin.size()));
+    const bool whole = m_length <= m_begin.size();
+    if (whole) {
+        text.erase(text.find_last_not_of("\r\n") + 1);
+    }
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
+    return whole ? text : text + "...";
+}
+
+} // namespace orvan_service
