@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 #include <utility>
 
 #include <poll.h>
@@ -28,6 +29,7 @@ constexpr auto kServiceEnd = 20s; ///< the same; the service may have to wait fo
 constexpr int kFailed = 1;
 
 constexpr const char* kLoopback = "127.0.0.1";
+constexpr std::string_view kStatus = "\nSTATUS=";
 
 } // namespace
 
@@ -69,6 +71,10 @@ void Instance::read_notifications()
     char text[1024];
     for (ssize_t count = 0; (count = recv(m_notifications.get(), text, sizeof text, MSG_DONTWAIT)) >= 0;) {
         const std::string message = "\n" + std::string(text, static_cast<size_t>(count)) + "\n";
+        if (const size_t status = message.find(kStatus); status != std::string::npos) {
+            const size_t begin = status + kStatus.size();
+            m_status = message.substr(begin, message.find('\n', begin) - begin);
+        }
         m_ending = m_ending || message.find("\nSTOPPING=1\n") != std::string::npos;
         if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
             m_ready = true;

@@ -119,6 +119,7 @@ private:
     bool m_announced = false;
     bool m_rebooting = false;
     bool m_ending = false; ///< the service, by its own word
+    std::string m_status;  ///< the service's, by its own word
     Clock::time_point m_deadline =
         Clock::time_point::max(); ///< of the service: to be ready, or to have ended
 };

@@ -121,7 +121,7 @@ std::string Instance::status() const
              : m_ending  ? "ending"
              : m_ready   ? "ready"
                          : "starting")
-         << ", process " << m_service.pid() << '\n';
+         << ", process " << m_service.pid() << (m_status.empty() ? "" : ", ") << m_status << '\n';
     for (size_t index = 0; index < m_modules.size(); ++index) {
         const Module& module = m_modules[index];
         text << "module " << index + 1 << "  ";

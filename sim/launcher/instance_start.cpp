@@ -349,6 +349,7 @@ Result<bool> Instance::start_service()
     m_service = Child(pid.value());
     m_ready = false;
     m_ending = false;
+    m_status.clear();
     m_deadline = Clock::now() + kServiceStart;
     return true;
 }

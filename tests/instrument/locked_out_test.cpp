@@ -7,6 +7,8 @@
 
 #include <sys/resource.h>
 
+#include <cstdlib>
+
 using namespace orvan_test;
 
 namespace {
@@ -76,4 +78,44 @@ TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)
                logged(": Too many open files; every frame leaves one open\n");
     }));
     EXPECT_TRUE(instrument->wait_for_output("ended with status 1"));
+}
+
+TEST_F(LockedOut, ByACommandThatHangsTheStatusSaysSo)
+{
+    ORVAN_NEEDS_SANDBOX();
+    ::setenv("ORVAN_HANG_LIMIT", "2", 1);
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});
+    const std::string service = "\nservice   ready, process " + std::to_string(instrument->service());
+    EXPECT_NE(instrument->ctl({"status"}).output.find(service + "\n"), std::string::npos);
+    std::string line = "*IDN?";
+    for (int i = 1; i < 50; ++i)
+        line += ";*IDN?";
+    Client client = instrument->client();
+    ASSERT_TRUE(client.send(line + "\n"));
+    std::string status;
+    EXPECT_TRUE(eventually([&] {
+        status = instrument->ctl({"status"}).output;
+        return status.find(service + ", client ") != std::string::npos;
+    })) << status;
+    EXPECT_NE(status.find(" hangs: no progress for 2 s in \"*IDN?;*IDN?;"), std::string::npos) << status;
+}
+
+// A module that is silent for longer, for as long as the status is looked at.
+TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoMeanwhile)
+{
+    ORVAN_NEEDS_SANDBOX();
+    ::setenv("ORVAN_HANG_LIMIT", "2", 1);
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});
+    ASSERT_EQ(instrument->ctl({"module", "1", "silent"}).status, 0);
+    Client client = instrument->client();
+    ASSERT_TRUE(client.send(":FREQ?\n"));
+    EXPECT_TRUE(eventually([&] {
+        return instrument->ctl({"status"}).output.find(" hangs: no progress for 2 s in \":FREQ?\"\n") !=
+               std::string::npos;
+    }));
+    EXPECT_EQ(client.read_line(), "-ERR Receive timeout;+OK\r\n");
+    ASSERT_EQ(instrument->ctl({"module", "1", "up"}).status, 0);
+    EXPECT_TRUE(
+        eventually([&] { return instrument->ctl({"status"}).output.find(" hangs: ") == std::string::npos; }));
+    EXPECT_TRUE(logged(" goes on after "));
 }
