@@ -1,6 +1,7 @@
 #include "start_bench.h"
 
 #include "end_module_service.h"
+#include "maintenance_frame.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "support/maintenance_client.h"
@@ -194,11 +195,16 @@ void StartBench::start_and_settle()
     pass(kSettlingUs);
 }
 
-void StartBench::end()
+void StartBench::end_without_frames_before_the_bus_ends()
+{
+    end([this] { return !board->trace().lines_with({"spi close"}).empty(); });
+}
+
+void StartBench::end(const std::function<bool()>& frames_are_due)
 {
     std::atomic<bool> done = false;
     std::thread worker([&] {
-        orvan_test::end_with_frames([this] { device.reset(); });
+        orvan_test::end_with_frames([this] { device.reset(); }, HaldeElec::Orvan::PORTUDP, frames_are_due);
         end_module_service();
         done = true;
     });

@@ -23,6 +23,7 @@
 #include "support/scripted_module.h"
 
 #include <array>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -75,7 +76,9 @@ protected:
     void pass(uint64_t us) { ASSERT_TRUE(board->clock().run(us, threads)); }
     /** Runs the destructor while time passes and frames come in, and ends the module service and the owner of
      * the settings. */
-    void end();
+    void end() { end({}); }
+    /** The same, but no frame comes in until the SPI port is closed. */
+    void end_without_frames_before_the_bus_ends();
     /** Ahead of every start: the addresses of the table are real ones. */
     void put_modules_behind_their_channels();
 
@@ -105,6 +108,9 @@ protected:
     std::array<std::unique_ptr<ScriptedModule>, kMaxChannels> modules;
     size_t threads = 2; // of the device's start: temperature and fan
     std::unique_ptr<HaldeElec::Orvan::IOrvanDeviceManager> device;
+
+private:
+    void end(const std::function<bool()>& frames_are_due);
 };
 
 } // namespace board_test

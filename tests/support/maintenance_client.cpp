@@ -91,15 +91,19 @@ std::string MaintenanceClient::receive(std::chrono::milliseconds bound) const
     return datagram;
 }
 
-void end_with_frames(const std::function<void()>& end, int port)
+void end_with_frames(const std::function<void()>& end, int port, const std::function<bool()>& due)
 {
+    using std::chrono::steady_clock;
     const MaintenanceClient client;
+    const auto deadline = steady_clock::now() + std::chrono::seconds(10);
     std::atomic<bool> ended = false;
     std::thread ender([&] {
         end();
         ended = true;
     });
-    // A frame that comes ahead of the end is served, and costs descriptors.
+    while (due && !ended && !due() && steady_clock::now() < deadline)
+        std::this_thread::yield();
+    // A frame that comes before the end is served, and costs descriptors.
     while (!ended) {
         client.send(FrameHeader{"NONE"}.bytes(), port);
         client.receive(std::chrono::milliseconds(10));

@@ -58,8 +58,13 @@ private:
     UniqueFd m_socket;
 };
 
-/** Runs `end`, which ends a server on the port, and sends the frames that its end takes. */
-void end_with_frames(const std::function<void()>& end, int port = 7502);
+/**
+ * Runs `end`, which ends a server on the port, and sends the frames that its end takes.
+ *
+ * @param due the first frame waits until this returns true, or 10 seconds have passed
+ */
+void end_with_frames(const std::function<void()>& end, int port = 7502,
+                     const std::function<bool()>& due = {});
 
 } // namespace orvan_test
 
