@@ -228,6 +228,8 @@ TEST_F(MaintenanceServer, ServesOnAThreadOfItsOwnAndEndsWithOneMoreFrame)
     // Its third event has begun.
     ASSERT_TRUE(descriptors_become(before + 1 + 3 * 4));
     std::future<void> ended = std::async(std::launch::async, [&] { served.reset(); });
+    while (!inside.time_to_exit())
+        std::this_thread::yield();
     EXPECT_EQ(ended.wait_for(milliseconds(200)), std::future_status::timeout) << "no frame, no end";
     client.send(FrameHeader{"HEID", 3}.bytes(), 7502);
     ASSERT_EQ(ended.wait_for(seconds(5)), std::future_status::ready);
