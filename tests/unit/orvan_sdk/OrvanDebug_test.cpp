@@ -1,4 +1,5 @@
 #include "orvan_sdk/OrvanDebug.h"
+#include "own_process.h"
 #include "support/output_capture.h"
 
 #include <ctime>
@@ -55,13 +56,16 @@ private:
     std::string m_folder = (std::filesystem::temp_directory_path() / "orvan-debug-XXXXXX").string();
 };
 
-TEST(DebugLogAtFirst, ModeIsFileAndStatusIsOn)
+/** As a process starts. */
+class DebugLogAtFirst : public orvan_test::OwnProcess {};
+
+TEST_F(DebugLogAtFirst, ModeIsFileAndStatusIsOn)
 {
     EXPECT_EQ(OrvanDebug::GetLogMode(), 1);
     EXPECT_EQ(OrvanDebug::GetLogStatus(), 1);
 }
 
-TEST(DebugLogAtFirst, TheFileIsOrvanLogInTheWorkingDirectory)
+TEST_F(DebugLogAtFirst, TheFileIsOrvanLogInTheWorkingDirectory)
 {
     std::string folder = (std::filesystem::temp_directory_path() / "orvan-debug-XXXXXX").string();
     ASSERT_NE(mkdtemp(folder.data()), nullptr);
@@ -150,7 +154,9 @@ TEST_F(DebugLog, ANullCallbackIsIgnored)
     EXPECT_EQ(g_received, (std::vector<std::string>{"[ORVAN.ERR] fault"}));
 }
 
-TEST(DebugLogWithoutCallback, CallbackModeDropsTheLines)
+class DebugLogWithoutCallback : public orvan_test::OwnProcess {};
+
+TEST_F(DebugLogWithoutCallback, CallbackModeDropsTheLines)
 {
     OutputCapture out(STDOUT_FILENO);
     OutputCapture err(STDERR_FILENO);

@@ -13,6 +13,7 @@
 
 #include "bit_bench.h"
 #include "board/current_board.h"
+#include "own_process.h"
 #include "support/log_capture.h"
 
 using namespace orvan_test;
@@ -26,6 +27,7 @@ constexpr uint64_t kSecond = 1000000;
 /** The periodic thread on a clock that stands still until it is advanced. */
 class PeriodicTest : public ::testing::Test {
 protected:
+    void SetUp() override { run_in_own_process(); } // there is one thread for a process
     ~PeriodicTest() override
     {
         if (manager == nullptr)

@@ -111,6 +111,7 @@ protected:
     {
         g_failing.clear();
         g_recording = false;
+        g_calls.clear();
         store.reset();
     }
 

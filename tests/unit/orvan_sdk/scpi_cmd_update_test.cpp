@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "own_process.h"
 #include "timer_tap.h"
 
 using namespace orvan_test;
@@ -180,7 +181,17 @@ TEST_P(ImageUpdate, IsLostWithAMessageThatDoesNotFitIntoTheInputBuffer)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_P(ImageUpdate, IsLostWhenTheNextPieceOfItsBlockIsTooLate)
+class ImageUpdateInTime : public ImageUpdate {
+protected:
+    void SetUp() override
+    {
+        ImageUpdate::SetUp();
+        if (!IsSkipped())
+            run_in_own_process();
+    }
+};
+
+TEST_P(ImageUpdateInTime, IsLostWhenTheNextPieceOfItsBlockIsTooLate)
 {
     TimerTap timer;
     const std::string message = GetParam().header + block(image_of(1000)) + "\r\n";
@@ -201,6 +212,8 @@ TEST_P(ImageUpdate, WithoutAUserRecordStillNeedsABlock)
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ImageUpdate, testing::ValuesIn(kRows),
+                         [](const auto& row) { return std::string(row.param.handler); });
+INSTANTIATE_TEST_SUITE_P(Rows, ImageUpdateInTime, testing::ValuesIn(kRows),
                          [](const auto& row) { return std::string(row.param.handler); });
 
 using ImagesUpdate = UpdateBench;

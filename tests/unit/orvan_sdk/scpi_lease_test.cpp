@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
+#include "own_process.h"
 #include "support/output_capture.h"
 #include "timer_tap.h"
 
@@ -44,6 +45,7 @@ private:
 
 class Lease : public testing::Test {
 protected:
+    void SetUp() override { run_in_own_process(); } // the timer stays a tapped one
     bool was_reset() const { return errors.text() == "**Reset\r\n"; }
     bool nothing_reset() const { return errors.text().empty(); }
 
@@ -341,6 +343,8 @@ TEST_F(Lease, WithoutATimerTheWatchdogStaysOffAndNothingIsReported)
 
 class MessageLease : public FrontEndBench {
 protected:
+    void SetUp() override { run_in_own_process(); } // the timer stays a tapped one
+
     class Waiter {
     public:
         explicit Waiter(int fd) : m_fd(fd), m_entered(std::async(std::launch::async, scpi_lease_acquire, fd))
