@@ -91,12 +91,6 @@ size_t ScriptedModule::connections() const
     return m_requests.size();
 }
 
-size_t ScriptedModule::most_at_once() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_most_at_once;
-}
-
 size_t ScriptedModule::finished() const
 {
     std::lock_guard lock(m_mutex);
@@ -137,7 +131,6 @@ void ScriptedModule::accept_all()
         }
         const size_t index = m_requests.size();
         m_requests.emplace_back();
-        m_most_at_once = std::max(m_most_at_once, m_requests.size() - m_finished);
         m_workers.emplace_back([this, fd, index, answer = std::move(answer)] { serve(fd, index, answer); });
     }
 }

@@ -91,8 +91,6 @@ public:
     std::vector<std::string> requests() const;
     /** Connections accepted so far. */
     size_t connections() const;
-    /** The largest number of connections that were open at one moment. */
-    size_t most_at_once() const;
     /** Connections served to their end. */
     size_t finished() const;
 
@@ -124,7 +122,6 @@ private:
     std::function<void(const std::string&)> m_watcher;
     std::vector<Request> m_requests;
     size_t m_finished = 0;
-    size_t m_most_at_once = 0;
     std::vector<std::thread> m_workers;
     std::thread m_acceptor;
 };

@@ -12,6 +12,7 @@
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "own_process.h"
 #include "support/output_capture.h"
+#include "support/rendezvous.h"
 #include "timer_tap.h"
 
 using namespace orvan_test;
@@ -480,12 +481,14 @@ TEST_F(MessageLease, AFlushWithoutAUserRecordDoesNotTouchIt)
 
 TEST_F(MessageLease, ALongCommandHoldsTheOthersOffWithoutATimer)
 {
-    module.then(ModuleAnswer::slow("1;+OK\r\n", 300ms));
+    Rendezvous answer(2);
+    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     const TcpPair second;
     std::thread first([this] { feed(":FREQ?\n"); });
     ASSERT_TRUE(module.wait_requests(1));
     const Waiter other(kSecond);
     EXPECT_FALSE(other.enters_within(kStaysOut));
+    EXPECT_TRUE(answer.meet());
     first.join();
     EXPECT_TRUE(other.enters_within(kBound));
     EXPECT_TRUE(timer.calls().empty());
@@ -495,7 +498,8 @@ TEST_F(MessageLease, ALongCommandHoldsTheOthersOffWithoutATimer)
 TEST_F(MessageLease, AWatchdogLeftFromThePiecesFiresIntoTheCommand)
 {
     const OutputCapture errors(STDERR_FILENO);
-    module.then(ModuleAnswer::slow("1;+OK\r\n", 500ms));
+    Rendezvous answer(2);
+    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     feed(":FRE");
     std::thread first([this] { feed("Q?\n"); });
     ASSERT_TRUE(module.wait_requests(1));
@@ -511,6 +515,7 @@ TEST_F(MessageLease, AWatchdogLeftFromThePiecesFiresIntoTheCommand)
         EXPECT_EQ(entered.get_future().wait_for(kBound), std::future_status::ready);
         next.join();
     }
+    EXPECT_TRUE(answer.meet());
     first.join(); // its release is a no-op: the next client holds the lease
     const Waiter third(kThird);
     EXPECT_FALSE(third.enters_within(kStaysOut));
@@ -521,11 +526,13 @@ TEST_F(MessageLease, AWatchdogLeftFromThePiecesFiresIntoTheCommand)
 
 TEST_F(MessageLease, NamingAnotherClientDuringACommandSendsTheReplyThereAndLeavesItHeld)
 {
-    module.then(ModuleAnswer::slow("1;+OK\r\n", 300ms));
+    Rendezvous answer(2);
+    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     const TcpPair second;
     std::thread first([this] { feed(":FREQ?\n"); });
     ASSERT_TRUE(module.wait_requests(1));
     speak_as(second);
+    EXPECT_TRUE(answer.meet());
     first.join();
     EXPECT_EQ(read_ready(client.client()), "");
     EXPECT_EQ(read_ready(second.client()), "1;+OK\r\n");
