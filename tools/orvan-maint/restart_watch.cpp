@@ -56,7 +56,8 @@ Aftermath RestartWatch::follow(Clock::time_point deadline, const std::function<v
 {
     const std::string version = text_of(m_rows, FLASH_CSCIVER);
     bool certain = m_mark_stays;
-    bool missed = false; // a request since the last answer with the mark
+    bool missed = false; // a request since the last answer
+    bool zeroed = false; // another PC's request left a zero, so that one of a fresh buffer would not show
     bool answered = false;
     auto settled = Clock::time_point::max();
     while (Clock::now() < deadline && (!answered || Clock::now() < settled)) {
@@ -71,10 +72,12 @@ Aftermath RestartWatch::follow(Clock::time_point deadline, const std::function<v
             answered = true;
             m_rows = read_rows(received.frame, received.length);
             const uint32_t info = info_of(received.frame);
-            if (text_of(m_rows, FLASH_CSCIVER) != version || (m_mark_stays && info == 0 && missed)) {
+            if (text_of(m_rows, FLASH_CSCIVER) != version ||
+                (m_mark_stays && info == 0 && missed && !zeroed)) {
                 return Aftermath::kRestarted;
             }
-            missed = missed && info != m_mark;
+            missed = false;
+            zeroed = info == 0;
             certain = certain && info == m_mark;
             if (settled == Clock::time_point::max()) {
                 settled = Clock::now() + m_timing.settled;

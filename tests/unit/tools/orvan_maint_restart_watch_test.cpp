@@ -187,6 +187,30 @@ TEST(MaintWatch, AnotherPcsRequestDoesNotHideALaterRestart)
     EXPECT_EQ(watch.follow(), Aftermath::kRestarted);
 }
 
+TEST(MaintWatch, AFrameThatIsLostAfterAnotherPcsRequestIsNoRestart)
+{
+    Watch watch;
+    watch.update();
+    watch.ask_from_elsewhere(0);
+    const size_t before = watch.link.sent.size();
+    watch.link.requests = [before](const HALDE_PACKET&, size_t number) {
+        return (number - before) % 3 == 1 ? 0 : 1;
+    };
+    EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
+}
+
+TEST(MaintWatch, AnotherPcsRequestAtWorkIsNoRestartWithoutTheMark)
+{
+    Watch watch;
+    watch.model.busy = 2;
+    watch.update(false);
+    watch.link.meanwhile = [&watch, asked = false](size_t) mutable {
+        if (watch.model.busy == 0 && !std::exchange(asked, true))
+            watch.ask_from_elsewhere(0);
+    };
+    EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
+}
+
 TEST(MaintWatch, WithoutAnAcknowledgedEndItIsNeverCertainThatItStayed)
 {
     Watch watch;
