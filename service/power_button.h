@@ -9,7 +9,8 @@ namespace orvan_service {
 
 /**
  * The power button of the instrument: pressed, it ends the service in order, as SIGTERM does. A press that
- * was over before this object was made counts for nothing.
+ * was over before this object was made counts for nothing; one that still lasts then counts at its release on
+ * the benchtop and the third platform, whose port expander reports both edges.
  */
 class PowerButton {
 public:
