@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 const std::vector<std::string> kBenchtop = {"--model", "OVX3652B"};
 
 /** One whose start takes longer than the time between two looks of update. */
-const std::vector<std::string> kSlowBenchtop = {"--model", "OVX3652B", "--clock-rate", "2"};
+const std::vector<std::string> kSlowBenchtop = {"--model", "OVX3652B", "--clock-rate", "1"};
 
 Outcome tool(const Instrument& instrument, std::vector<std::string> arguments)
 {

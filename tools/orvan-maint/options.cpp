@@ -127,7 +127,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "--address.\n"
         "The instrument does not report how it went. What update sees is one of these:\n"
         "  installed (exit code 0)  it went away and came back, or has another version of its software\n"
-        "  refused (4)              it answers, and has not restarted half a minute later\n"
+        "  refused (4)              it answers, and has not restarted within 35 seconds\n"
         "  silent (5)               it does not answer within --after\n"
         "Code 5 also says that it answers and nothing more is known, as when another PC asked it at the\n"
         "same time, or when --after was over too early.");

@@ -16,14 +16,15 @@
 
 namespace orvan_maint {
 
-/** Each answered request costs an instrument descriptors, so there are few of them. */
+/** Each answered request costs an instrument descriptors, and one that has none left restarts as if it had
+ * installed a package; so there are few of them. */
 struct WatchTiming {
-    std::chrono::milliseconds between; /**< requests */
+    std::chrono::milliseconds between; /**< requests; less than a start takes */
     std::chrono::milliseconds settled; /**< for which one that answers may still restart */
 };
 
-/** The instrument answers until its service ends, which may take as long as the service manager lets it. */
-inline constexpr WatchTiming kWatchTiming{std::chrono::seconds(1), std::chrono::seconds(30)};
+/** The instrument answers until its service ends, for which the service manager gives it 30 s. */
+inline constexpr WatchTiming kWatchTiming{std::chrono::seconds(3), std::chrono::seconds(35)};
 
 enum class Aftermath {
     kRestarted, /**< it went away and came back */
