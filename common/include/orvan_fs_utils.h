@@ -104,8 +104,8 @@ public:
      * Empties a folder: removes all files and folders in it, but not the folder itself. Symbolic links
      * are removed and not followed. One entry that resists does not keep the others.
      *
-     * The folders in it are gone, on the disk, before the first file goes: a file can thus say that there
-     * is something to clear, and is there for as long as there is.
+     * The folders in it are gone, on the disk, before the first file goes: a file can thus mark the folder as
+     * one to be emptied, and a power cut leaves it there until nothing but files is left.
      *
      * @return 0 when the folder is empty, -1 when there is no such folder or something is left
      */
