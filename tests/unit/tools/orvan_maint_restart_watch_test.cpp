@@ -155,6 +155,16 @@ TEST(MaintWatch, OneThatGoesAwayIsWaitedForUntilTheEnd)
     EXPECT_EQ(watch.answers, 1);
 }
 
+TEST(MaintWatch, OneThatIsAwayWhenItsTimeIsOverIsWaitedForUntilItComesBack)
+{
+    Watch watch({2ms, 1s});
+    watch.model.restarts = true;
+    watch.model.answers_before = 4;
+    watch.model.away = 700; // longer than that time
+    watch.update();
+    EXPECT_EQ(watch.follow(30s), Aftermath::kRestarted);
+}
+
 TEST(MaintWatch, IsNotCertainBeforeItsTime)
 {
     Watch watch(kPatient);
