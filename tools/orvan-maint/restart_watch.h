@@ -39,7 +39,7 @@ public:
     /** @param before what the instrument told of itself before the package */
     RestartWatch(Link& link, const hwaddr_t& mac, const Rows& before, const WatchTiming& timing);
 
-    /** Finds out whether a mark stays; without it, only another version of the software tells a restart. To
+    /** Finds out whether a mark stays; without it, only another version of the software shows a restart. To
      *  be called while the instrument is idle. */
     void prepare();
 
