@@ -10,11 +10,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace orvan_bench {
 namespace {
@@ -111,6 +113,10 @@ ChildServer::ChildServer(const std::vector<std::string>& command, const std::str
     }
     argv.push_back(nullptr);
     m_pid = ::fork();
+    if (m_pid < 0) {
+        ::close(listener);
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
     if (m_pid == 0) {
         if (listener == kPassedSocket) {
             ::fcntl(listener, F_SETFD, 0);

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -91,6 +92,8 @@ std::string program(std::string_view name)
 std::string why_no_sandbox()
 {
     const pid_t child = fork();
+    if (child < 0)
+        throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0)
         _exit(unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
     const int error = wait_for(child);
@@ -239,12 +242,16 @@ void Instrument::clear_requests(int module) const
 
 int Instrument::stop(int signal)
 {
+    if (m_launcher < 1)
+        throw std::logic_error("the instrument has ended");
     kill(m_launcher, signal);
     return wait_for_end();
 }
 
 int Instrument::wait_for_end()
 {
+    if (m_launcher < 1)
+        throw std::logic_error("the instrument has ended");
     const int status = wait_for(m_launcher);
     m_launcher = -1;
     return status;

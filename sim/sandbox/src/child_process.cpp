@@ -241,6 +241,10 @@ int exit_code_of(int wait_status)
 
 int wait_for(pid_t pid)
 {
+    // Below 1 waitpid() waits for any child.
+    if (pid < 1) {
+        return -1;
+    }
     int status = 0;
     pid_t waited = -1;
     do {

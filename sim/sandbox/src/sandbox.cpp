@@ -112,7 +112,7 @@ Sandbox::~Sandbox()
 
 void Sandbox::stop()
 {
-    if (m_init < 0) {
+    if (m_init < 1) {
         return;
     }
     kill(m_init, SIGKILL);

@@ -13,7 +13,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <system_error>
 
 namespace orvan_test {
 
@@ -55,6 +57,9 @@ ServiceProcess::ServiceProcess(const Start& start)
     argv.push_back(nullptr);
 
     m_pid = ::fork();
+    if (m_pid < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
     if (m_pid != 0) {
         return;
     }
@@ -93,13 +98,14 @@ ServiceProcess::~ServiceProcess()
 
 void ServiceProcess::signal(int number)
 {
+    ASSERT_GT(m_pid, 0) << "it has ended";
     EXPECT_EQ(::kill(m_pid, number), 0);
 }
 
 int ServiceProcess::exit_code(std::chrono::milliseconds bound)
 {
     int status = 0;
-    if (!eventually([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, bound)) {
+    if (m_pid < 1 || !eventually([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, bound)) {
         return -1;
     }
     m_pid = -1;

@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -28,6 +30,9 @@ public:
         }
         argv.push_back(nullptr);
         m_pid = fork();
+        if (m_pid < 0) {
+            throw std::system_error(errno, std::generic_category(), "fork");
+        }
         if (m_pid == 0) {
             dup2(ends[1], STDOUT_FILENO);
             dup2(ends[1], STDERR_FILENO);
@@ -51,11 +56,19 @@ public:
     Process& operator=(const Process&) = delete;
 
     std::string line() const { return read_line(m_output); }
-    void signal(int number) const { kill(m_pid, number); }
+    void signal(int number) const
+    {
+        ASSERT_GT(m_pid, 0) << "it has ended";
+        kill(m_pid, number);
+    }
 
     /** Exit code; -1 when a signal ended the process. */
     int wait()
     {
+        if (m_pid < 1) {
+            ADD_FAILURE() << "it has ended";
+            return -1;
+        }
         int status = 0;
         EXPECT_EQ(waitpid(m_pid, &status, 0), m_pid);
         m_pid = -1;

@@ -33,7 +33,9 @@ int entered(const Options& options, const std::function<int(const Inside&)>& bod
         _exit(body(inside.value()));
     }
     int status = -1;
-    waitpid(child, &status, 0);
+    if (child > 0) {
+        waitpid(child, &status, 0);
+    }
     return status;
 }
 

@@ -77,6 +77,7 @@ TEST(SandboxLife, KilledMakerTakesEverythingAlong)
     ASSERT_EQ(pipe2(started, O_CLOEXEC), 0);
     const UniqueFd reports(started[0]);
     const pid_t maker = fork();
+    ASSERT_GE(maker, 0);
     if (maker == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         auto sandbox = Sandbox::start({state.path(), 1});
@@ -115,6 +116,18 @@ TEST(SandboxLife, ChildrenThatNobodyWaitedForAreReapedByStop)
     sandbox.stop();
     EXPECT_EQ(wait_for(ended.value()), -1);
     EXPECT_EQ(wait_for(running.value()), -1);
+}
+
+TEST(SandboxLife, WaitingForNoProcessLeavesAnotherChildAlone)
+{
+    const pid_t other = fork();
+    ASSERT_GE(other, 0);
+    if (other == 0) {
+        _exit(7);
+    }
+    EXPECT_EQ(wait_for(-1), -1);
+    EXPECT_EQ(wait_for(0), -1);
+    EXPECT_EQ(wait_for(other), 7);
 }
 
 TEST(SandboxLife, ExitStatusAndSignalComeThrough)

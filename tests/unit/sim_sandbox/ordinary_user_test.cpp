@@ -27,7 +27,10 @@ std::string run_as_nobody(const fs::path& program, const char* filter, int& stat
         }
         _exit(126);
     }
-    waitpid(child, &status, 0);
+    status = -1;
+    if (child > 0) {
+        waitpid(child, &status, 0);
+    }
     std::string text(1 << 20, '\0');
     const ssize_t count = pread(output.get(), text.data(), text.size(), 0);
     text.resize(count > 0 ? static_cast<size_t>(count) : 0);

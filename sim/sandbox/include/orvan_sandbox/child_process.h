@@ -50,7 +50,7 @@ Result<pid_t> spawn_function(const Membership& membership, const std::function<i
 Result<UniqueFd> make_descriptor(const Membership& membership, const std::function<int()>& make);
 
 /// Waits for a child. The shell's convention: exit status, or 128 + signal number; -1 when there is no such
-/// child.
+/// child, and for a number below 1, which is no process.
 int wait_for(pid_t pid);
 
 /// The same convention for a status as waitpid gives it.

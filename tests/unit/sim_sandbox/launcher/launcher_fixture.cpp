@@ -48,7 +48,7 @@ pid_t LauncherTest::run(const std::vector<std::string>& words, const fs::path& o
     command.output = file.get();
     command.error = file.get();
     const Result<pid_t> pid = spawn(Membership(), command);
-    EXPECT_TRUE(pid.ok());
+    EXPECT_TRUE(pid.ok()) << pid.error().text();
     return pid ? pid.value() : -1;
 }
 
@@ -60,11 +60,15 @@ void LauncherTest::start(const std::vector<std::string>& options, const Environm
     }
     words.insert(words.end(), options.begin(), options.end());
     m_launcher = run(words, m_folder.path() / "output", environment);
+    ASSERT_GT(m_launcher, 0);
 }
 
 bool LauncherTest::start_ready(const std::vector<std::string>& options, const Environment& environment)
 {
     start(options, environment);
+    if (HasFatalFailure()) {
+        return false;
+    }
     bool ended = false;
     eventually([&] {
         ended = kill(m_launcher, 0) != 0 || waitpid(m_launcher, nullptr, WNOHANG) == m_launcher;
@@ -91,6 +95,11 @@ int LauncherTest::wait()
 
 int LauncherTest::stop(int signal)
 {
+    // Below 1 stand for whole groups of processes, -1 for all that there are.
+    if (m_launcher < 1) {
+        ADD_FAILURE() << "no launcher to stop";
+        return -1;
+    }
     kill(m_launcher, signal);
     return wait();
 }
