@@ -1,6 +1,7 @@
 #include "orvan_sdk/bit/bit_tests.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -88,9 +89,13 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo)
     }
     int found = 0;
     while (found < devsNo) {
+        errno = 0;
         const dirent* const entry = readdir(folder);
-        if (entry == nullptr)
+        if (entry == nullptr) {
+            if (errno != 0)
+                perror("readdir(/sys/class/net)");
             break;
+        }
         if (entry->d_name[0] == '.')
             continue;
         const std::string device = std::string(SYS_CLASS_NET) + "/" + entry->d_name + "/device";

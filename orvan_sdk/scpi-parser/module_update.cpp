@@ -38,7 +38,14 @@ std::string find_fpga_image()
 {
     std::string path = SW_UPDATE_PATH_ORVANX;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
-    while (const dirent* const entry = folder != nullptr ? readdir(folder.get()) : nullptr) {
+    while (folder != nullptr) {
+        errno = 0;
+        const dirent* const entry = readdir(folder.get());
+        if (entry == nullptr) {
+            if (errno != 0)
+                syslog(LOG_INFO, "readdir(%s): %s", SW_UPDATE_PATH_ORVANX, std::strerror(errno));
+            break;
+        }
         syslog(LOG_INFO, "%s", entry->d_name);
         if (std::strstr(entry->d_name, ORVANXFPGAFILEKEYWORD) == nullptr)
             continue;
@@ -66,7 +73,7 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     const std::streamoff size = file.tellg();
     file.seekg(0, std::ios::beg);
     std::vector<char> image(static_cast<size_t>(size)); // of a file that is not open, -1, this throws
-    if (!file.read(image.data(), size)) {
+    if (!file.read(image.data(), static_cast<std::streamsize>(size))) {
         std::cerr << "Error: Could not read file!" << std::endl;
         syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not read ");
         result = false;

@@ -1,14 +1,18 @@
 #include "bit_bench.h"
 #include "orvan_sdk/bit/bit_tests.h"
+#include "readdir_tap.h"
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "orvan_sdk/bit/bit_manager.h"
 #include "support/log_capture.h"
+#include "support/output_capture.h"
 
 using namespace orvan_test;
 
@@ -64,6 +68,18 @@ TEST(DeviceTests, ModuleFailuresHaveTheirNumbers)
     EXPECT_EQ(kModuleOffSubnet, 10);
     EXPECT_EQ(kModuleSilent, 12);
     EXPECT_EQ(kModuleLinkMissing, 13);
+}
+
+// ---- the scan for links; what it finds is tested where there are links
+
+TEST(DeviceLinks, AFolderThatCannotBeReadIsReported)
+{
+    const OutputCapture errors(STDERR_FILENO);
+    rndis_device_t links[1];
+    fail_readdir(EIO);
+    EXPECT_EQ(scan_rndis_devices(links, 1), 0);
+    fail_readdir(0);
+    EXPECT_EQ(errors.text(), "readdir(/sys/class/net): Input/output error\n");
 }
 
 // ---- the link on an address's subnet

@@ -1,11 +1,13 @@
 #include "update_bench.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <mqueue.h>
 #include <unistd.h>
 
 #include "array_new_tap.h"
+#include "readdir_tap.h"
 #include "support/output_capture.h"
 
 using namespace orvan_test;
@@ -170,6 +172,19 @@ TEST_F(ModuleUpdate, WithoutAnFpgaImageAnExceptionLeavesTheOperation)
     EXPECT_EQ(lines(LOG_INFO).back(), "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
     fs::remove_all(kUpgradeFolder);
     EXPECT_ANY_THROW(orvanx->sendFPGAUpdateSCPICommandtoOrvanX());
+    EXPECT_EQ(connections(), 0u);
+}
+
+TEST_F(ModuleUpdate, AnUpgradeFolderThatCannotBeReadIsLogged)
+{
+    put_image(kFpgaName, "abc");
+    fail_readdir(EOVERFLOW);
+    EXPECT_ANY_THROW(orvanx->sendFPGAUpdateSCPICommandtoOrvanX());
+    fail_readdir(0);
+    EXPECT_EQ(lines(LOG_INFO),
+              (Lines{"sendFPGAUpdateSCPICommandtoOrvanX start ",
+                     "readdir(/home/orvan/halde/upgrade/orvanx): Value too large for defined data type",
+                     "sendFPGAUpdateSCPICommandtoOrvanX file not open "}));
     EXPECT_EQ(connections(), 0u);
 }
 
