@@ -1,6 +1,7 @@
 // Every state of the EEPROM against every state of the file.
 
 #include "settings_bench.h"
+#include "support/long_ago.h"
 
 #include <algorithm>
 #include <ostream>
@@ -69,7 +70,6 @@ static_assert(std::ranges::all_of(kEepromStates,
 static_assert(std::size(kEepromStates) * kFileCount == 280);
 
 const Bytes kTail(500, 't');
-constexpr fs::file_time_type kLongAgo{};
 
 bool is_in(char letter, std::string_view letters)
 {

@@ -1,6 +1,7 @@
 #include "skipped_waits.h"
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -8,10 +9,10 @@
 
 namespace {
 
-constexpr long kSecondNs = 1'000'000'000;
+constexpr int64_t kSecondNs = 1'000'000'000;
 
 std::atomic<bool> g_skipping = false;
-std::atomic<long> g_skipped_ns = 0;
+std::atomic<int64_t> g_skipped_ns = 0;
 std::function<bool()> g_others_done; // unchanged while g_skipping
 
 int sleep_really(const timespec* wait, timespec* left)
@@ -27,10 +28,9 @@ extern "C" int clock_gettime(clockid_t id, timespec* now)
 {
     const long result = syscall(SYS_clock_gettime, id, now);
     if (result == 0 && id == CLOCK_MONOTONIC) {
-        const long skipped = g_skipped_ns;
-        const long ns = now->tv_nsec + skipped % kSecondNs;
-        now->tv_sec += skipped / kSecondNs + ns / kSecondNs;
-        now->tv_nsec = ns % kSecondNs;
+        const int64_t ns = now->tv_nsec + g_skipped_ns;
+        now->tv_sec += static_cast<time_t>(ns / kSecondNs);
+        now->tv_nsec = static_cast<long>(ns % kSecondNs);
     }
     return static_cast<int>(result);
 }
@@ -59,7 +59,7 @@ SkippedWaits::~SkippedWaits()
     g_skipping = false;
 }
 
-long SkippedWaits::skipped_ms()
+int64_t SkippedWaits::skipped_ms()
 {
     return g_skipped_ns / 1'000'000;
 }

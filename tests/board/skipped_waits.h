@@ -4,6 +4,7 @@
 #ifndef ORVAN_TESTS_SKIPPED_WAITS_H
 #define ORVAN_TESTS_SKIPPED_WAITS_H
 
+#include <cstdint>
 #include <functional>
 
 namespace board_test {
@@ -22,7 +23,7 @@ public:
     SkippedWaits& operator=(const SkippedWaits&) = delete;
 
     /** Time skipped so far in the process, in milliseconds. */
-    static long skipped_ms();
+    static int64_t skipped_ms();
 };
 
 } // namespace board_test

@@ -1,5 +1,7 @@
 #include "stored_settings.h"
 
+#include "support/long_ago.h"
+
 #include <crc32_utils.h>
 #include <cstring>
 #include <fstream>
@@ -14,7 +16,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t kEepromSize = 8192; // of a CAT25640
-const fs::file_time_type kLongAgo{};
 
 fs::path eeprom_path(const fs::path& state)
 {

@@ -9,6 +9,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace orvan_test {
 namespace {
@@ -51,7 +52,7 @@ ScriptedModule::~ScriptedModule()
 {
     eventfd_write(m_stop, 1);
     m_acceptor.join();
-    for (std::thread& worker : m_workers)
+    for (auto& [number, worker] : m_workers)
         worker.join();
     close(m_listener);
     close(m_stop);
@@ -131,7 +132,18 @@ void ScriptedModule::accept_all()
         }
         const size_t index = m_requests.size();
         m_requests.emplace_back();
-        m_workers.emplace_back([this, fd, index, answer = std::move(answer)] { serve(fd, index, answer); });
+        join_ended();
+        m_workers[index] =
+            std::thread([this, fd, index, answer = std::move(answer)] { serve(fd, index, answer); });
+    }
+}
+
+// With the lock held; a worker is done with it once it is listed here.
+void ScriptedModule::join_ended()
+{
+    for (const size_t number : std::exchange(m_ended, {})) {
+        m_workers[number].join();
+        m_workers.erase(number);
     }
 }
 
@@ -184,6 +196,7 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
     close(fd);
     std::lock_guard lock(m_mutex);
     ++m_finished;
+    m_ended.push_back(index);
     m_changed.notify_all();
 }
 

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -106,6 +107,7 @@ private:
     };
 
     void accept_all();
+    void join_ended();
     void serve(int fd, size_t index, const ModuleAnswer& answer);
     std::string read_request(int fd, size_t size) const;
     bool wait_for_close(int fd, std::chrono::milliseconds bound) const;
@@ -122,7 +124,8 @@ private:
     std::function<void(const std::string&)> m_watcher;
     std::vector<Request> m_requests;
     size_t m_finished = 0;
-    std::vector<std::thread> m_workers;
+    std::map<size_t, std::thread> m_workers; // by number of the connection
+    std::vector<size_t> m_ended;             // numbers of the workers to be joined
     std::thread m_acceptor;
 };
 

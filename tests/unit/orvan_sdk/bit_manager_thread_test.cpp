@@ -1,5 +1,6 @@
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <future>
 #include <pthread.h>
@@ -199,7 +200,7 @@ TEST_F(PeriodicTest, RefusedThreadIsLoggedAndTheTableServes)
     ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
     size_t size = 0;
     pthread_attr_getstacksize(&attributes, &size);
-    pthread_attr_setstacksize(&attributes, size_t{1} << 50); // more than there are addresses
+    pthread_attr_setstacksize(&attributes, SIZE_MAX / 16 * 15); // more than there are addresses
     ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
     start(30);
     pthread_attr_setstacksize(&attributes, size);

@@ -2,6 +2,7 @@
 
 #include "front_end_bench.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "dataorvan.h"
@@ -264,7 +265,7 @@ TEST_F(BypassRuns, NoMemoryForTheRunFailsTheSubCommand)
     const scpi_buffer_t buffer = context.buffer;
     context.param_list.cmd_raw = {0, 5, input.data()};
     context.param_list.lex_state = {input.data() + 6, input.data() + 6, 1};
-    context.buffer = {size_t{1} << 46, size_t{1} << 46, input.data()};
+    context.buffer = {SIZE_MAX / 16 * 15, SIZE_MAX / 16 * 15, input.data()};
     EXPECT_EQ(OrvanX_cmdBypass(&context), SCPI_RES_ERR);
     context.buffer = buffer;
     context.param_list = {};

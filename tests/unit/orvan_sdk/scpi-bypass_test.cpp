@@ -1,5 +1,6 @@
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
@@ -162,7 +163,7 @@ TEST_F(RunText, AllocationIsNeverEmpty)
 TEST_F(RunText, FailedAllocationLeavesNoRun)
 {
     stand_at(0, 5, 8, 2);
-    context.buffer.position = size_t{1} << 46;
+    context.buffer.position = SIZE_MAX / 16 * 15;
     user.bypass_accum_len = 3;
     EXPECT_FALSE(start_bypass_run(&context, &user));
     EXPECT_EQ(user.bypass_accum_active, 0);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -234,13 +235,13 @@ TEST(LargeBufferPool, KeepsOneBufferAndReusesIt)
 
 TEST(LargeBufferPool, NoMemoryGivesAnEmptyBuffer)
 {
-    LargeBufferPool pool(SIZE_MAX / 2);
+    LargeBufferPool pool(SIZE_MAX / 16 * 15);
     EXPECT_FALSE(pool.borrow());
 }
 
 TEST(MessageBuffer, WithoutMemoryALargeMessageIsDroppedAndTheNextOneWorks)
 {
-    LargeBufferPool pool(SIZE_MAX / 2);
+    LargeBufferPool pool(SIZE_MAX / 16 * 15);
     MessageBuffer buffer(pool);
     auto space = buffer.space();
     std::memset(space.data(), 'x', space.size());

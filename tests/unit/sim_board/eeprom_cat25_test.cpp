@@ -3,6 +3,7 @@
 
 #include "board/eeprom_cat25.h"
 #include "spi_master.h"
+#include "support/long_ago.h"
 
 #include <filesystem>
 #include <fstream>
@@ -346,12 +347,11 @@ TEST_F(Cat25Image, AWholeFileIsNotWrittenToUntilTheChipIs)
 {
     const auto open_chip = [&] { return std::make_unique<Bench>(cat25_type("CAT25640"), path); };
     open_chip()->write(64, {1, 2, 3});
-    const std::filesystem::file_time_type long_ago{};
-    std::filesystem::last_write_time(path, long_ago);
+    std::filesystem::last_write_time(path, orvan_test::kLongAgo);
     const auto bench = open_chip();
-    EXPECT_EQ(std::filesystem::last_write_time(path), long_ago);
+    EXPECT_EQ(std::filesystem::last_write_time(path), orvan_test::kLongAgo);
     bench->write(64, {1, 2, 3});
-    EXPECT_NE(std::filesystem::last_write_time(path), long_ago);
+    EXPECT_NE(std::filesystem::last_write_time(path), orvan_test::kLongAgo);
 }
 
 TEST_F(Cat25Image, AShortFileIsFilledUpErased)
