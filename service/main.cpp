@@ -187,6 +187,7 @@ int main(int argc, char** argv)
         return kExitOutsideSandbox;
     }
     // Production is run at a terminal, whose user has to see what became of it.
+    limit_thread_stacks();
     open_log(options->log_level, options->foreground || !options->produce.empty());
     try {
         exit_code = options->produce.empty() ? serve(*options) : produce(options->produce, options->serial);

@@ -1,5 +1,6 @@
 #include "process.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -51,7 +52,18 @@ size_t raise_descriptor_limit()
             ::getrlimit(RLIMIT_NOFILE, &limit);
         }
     }
-    return limit.rlim_cur;
+    return static_cast<size_t>(std::min<rlim_t>(limit.rlim_cur, SIZE_MAX));
+}
+
+void limit_thread_stacks()
+{
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setstacksize(&attributes, kThreadStack);
+    if (const int error = ::pthread_setattr_default_np(&attributes); error != 0) {
+        ::syslog(LOG_WARNING, "stack of threads: %s", std::strerror(error));
+    }
+    ::pthread_attr_destroy(&attributes);
 }
 
 void open_log(int level, bool to_stderr)

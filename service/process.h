@@ -24,6 +24,16 @@ inline constexpr size_t kMostDescriptors = 4096;
  */
 size_t raise_descriptor_limit();
 
+/** What a thread of this process has for its stack, in bytes. */
+inline constexpr size_t kThreadStack = size_t{512} << 10;
+
+/**
+ * Gives each thread that starts from now on a stack of kThreadStack, whoever starts it: the library has
+ * threads of the standard library's and of a timer's, none of which can be given a size of its own. The
+ * default, 8 MiB of address space a thread, is too much where there are 3 GiB in all.
+ */
+void limit_thread_stacks();
+
 /** Opens the system log for the whole process; messages below `level` are dropped at once. */
 void open_log(int level, bool to_stderr);
 

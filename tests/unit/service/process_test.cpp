@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <syslog.h>
@@ -39,6 +40,19 @@ TEST(Process, TheDescriptorLimitIsRaisedToTheHardOneAndIsBounded)
     limit.rlim_max = limit.rlim_cur = 100;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(raise_descriptor_limit(), 100u);
+}
+
+TEST(Process, AThreadThatIsGivenNoStackGetsTheProcesssOwnSize)
+{
+    limit_thread_stacks();
+    size_t size = 0;
+    std::thread([&] {
+        pthread_attr_t attributes;
+        ::pthread_getattr_np(::pthread_self(), &attributes);
+        ::pthread_attr_getstacksize(&attributes, &size);
+        ::pthread_attr_destroy(&attributes);
+    }).join();
+    EXPECT_EQ(size, kThreadStack);
 }
 
 TEST(Process, ABrokenPipeIsAnErrorOfTheWrite)

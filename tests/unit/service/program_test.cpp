@@ -13,9 +13,12 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <string_view>
 
 using namespace orvan_service;
 using namespace orvan_test;
@@ -315,6 +318,28 @@ TEST_F(ProgramTest, BadInheritedSocketsEndItWithTheReason)
     EXPECT_EQ(service.exit_code(), kExitFailed);
     EXPECT_EQ(service.errors(), "orvan-service: descriptor 3 of LISTEN_FDS is not a listening socket\n");
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they map a lot for themselves
+TEST_F(ProgramTest, NoThreadTakesTheAddressSpaceOfADefaultStack)
+{
+    ServiceProcess service(start());
+    service.errors_until("ready");
+    TestClient client(port());
+    client.ask(":NO:SUCH:HEADER\n");
+    const std::filesystem::path process = "/proc/" + std::to_string(service.pid());
+    EXPECT_GE(std::distance(std::filesystem::directory_iterator(process / "task"), {}), 2);
+    std::ifstream maps(process / "maps");
+    for (std::string line; std::getline(maps, line);) {
+        uintmax_t begin = 0;
+        uintmax_t end = 0;
+        char access[5] = {};
+        ASSERT_EQ(std::sscanf(line.c_str(), "%jx-%jx %4s", &begin, &end, access), 3) << line;
+        if (std::string_view(access) == "rw-p") {
+            EXPECT_LT(end - begin, size_t{4} << 20) << line;
+        }
+    }
+}
+#endif
 
 TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
 {
