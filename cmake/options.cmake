@@ -5,6 +5,10 @@ option(ORVAN_LIBFUZZER "Link the fuzz targets with libFuzzer (needs clang)" OFF)
 option(ORVAN_TARGET_PI "Build for the instrument's own controller board, against its wiringPi" OFF)
 set(ORVAN_SANITIZE "" CACHE STRING "Sanitizers for everything, as -fsanitize takes them")
 
+# On 32-bit machines too, files have 64-bit sizes, offsets and inode numbers; without it readdir() fails on file
+# systems that use them. Times stay as Debian 12's libraries have them in their interfaces there, of 32 bits.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
 # Warnings are set on our own targets through this interface library.
 add_library(orvan_warnings INTERFACE)
 target_compile_options(orvan_warnings INTERFACE

@@ -50,7 +50,7 @@ Function* next_symbol(const char* name)
 
 extern "C" int open(const char* path, int flags, ...)
 {
-    static auto* const real = next_symbol<int(const char*, int, ...)>("open");
+    static auto* const real = next_symbol<int(const char*, int, ...)>("open64");
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -87,7 +87,7 @@ extern "C" int rename(const char* from, const char* to) noexcept
 
 extern "C" int mkostemp(char* name, int flags)
 {
-    static auto* const real = next_symbol<int(char*, int)>("mkostemp");
+    static auto* const real = next_symbol<int(char*, int)>("mkostemp64");
     std::string storage;
     if (led(name, storage) == name)
         return real(name, flags);
