@@ -4,6 +4,18 @@ set(CMAKE_SYSTEM_PROCESSOR armv7l)
 
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+# Nothing that GCC 7.0 or older has compiled is linked, so its notes on what changed after it are of no use.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+
+# scripts/setup unpacks the armhf packages here where they cannot be installed; this machine's own
+# packages are looked through too, for those that are installed and for headers that fit every processor.
+set(armhf_packages ${CMAKE_CURRENT_LIST_DIR}/../build/armhf-sysroot)
+set(CMAKE_FIND_ROOT_PATH ${armhf_packages})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(pkg_config_folders ${armhf_packages}/usr/lib/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf /usr/share)
+list(TRANSFORM pkg_config_folders APPEND /pkgconfig)
+list(JOIN pkg_config_folders ":" pkg_config_folders)
+set(ENV{PKG_CONFIG_LIBDIR} ${pkg_config_folders})
 
 # The cross compiler's own C and C++ library, and no armhf package, is all a program needs to start.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)

@@ -82,7 +82,7 @@ void FrontPanel::serve(const UniqueFd& connection)
     while (size < sizeof received) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd waiting[] = {{m_end.get(), POLLIN, 0}, {connection.get(), POLLIN, 0}};
-        const int ready = ::poll(waiting, 2, static_cast<int>(std::max<long>(left, 0)));
+        const int ready = ::poll(waiting, 2, static_cast<int>(std::max<int64_t>(left, 0)));
         if (ready < 0 && errno == EINTR) {
             continue;
         }

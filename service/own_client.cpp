@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 
 namespace orvan_service {
 
@@ -51,7 +52,7 @@ std::string OwnClient::ask(const std::string& message, std::chrono::milliseconds
     while (!reply.ends_with('\n')) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd waiting{socket.get(), POLLIN, 0};
-        const int ready = ::poll(&waiting, 1, static_cast<int>(std::max<long>(left, 0)));
+        const int ready = ::poll(&waiting, 1, static_cast<int>(std::max<int64_t>(left, 0)));
         if (ready < 0 && errno == EINTR) {
             continue;
         }

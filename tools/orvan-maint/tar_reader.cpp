@@ -254,7 +254,7 @@ void TarReader::skip(uint64_t size)
 {
     char block[64 * kTarBlock];
     while (size > 0) {
-        const size_t part = std::min<uint64_t>(size, sizeof block);
+        const size_t part = static_cast<size_t>(std::min<uint64_t>(size, sizeof block));
         if (!read(block, part)) {
             refuse("is damaged: it ends amid an entry");
         }
@@ -268,8 +268,8 @@ std::string TarReader::read_text(uint64_t size)
     if (size > (m_left != 0 ? kMostBytes : kLongestText)) {
         refuse("is damaged");
     }
-    std::string bytes(size, '\0');
-    if (size != 0 && !read(bytes.data(), size)) {
+    std::string bytes(static_cast<size_t>(size), '\0');
+    if (!bytes.empty() && !read(bytes.data(), bytes.size())) {
         refuse("is damaged: it ends amid an entry");
     }
     skip((kTarBlock - size % kTarBlock) % kTarBlock);
