@@ -1,6 +1,7 @@
 #include "service_process.h"
 
 #include "service_fixture.h"
+#include "support/namespaces.h"
 #include "support/private_home.h"
 
 #include <gtest/gtest.h>
@@ -21,20 +22,11 @@ namespace orvan_test {
 
 namespace {
 
-bool write_file(const char* path, const std::string& text)
-{
-    const UniqueFd file(::open(path, O_WRONLY | O_CLOEXEC));
-    return file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-}
-
 // A network without any link, a host name, a home and shared memory that nobody else sees.
 bool enter_own_namespaces()
 {
-    const std::string user = "0 " + std::to_string(::geteuid()) + " 1";
-    const std::string group = "0 " + std::to_string(::getegid()) + " 1";
-    return ::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) == 0 &&
-           write_file("/proc/self/uid_map", user) && write_file("/proc/self/setgroups", "deny") &&
-           write_file("/proc/self/gid_map", group) &&
+    return enter_namespace(CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) &&
+           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            ::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "") == 0 &&
            (new PrivateHome)->refusal().empty(); // it lasts as long as the program that runs here next
 }
