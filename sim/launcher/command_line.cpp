@@ -147,7 +147,10 @@ CLI::App* add_exec(CLI::App& app, std::string& state, std::string& role, std::ve
         ->capture_default_str();
     exec->add_option("COMMAND", command, "Command and its arguments, after --")->required();
     exec->positionals_at_end();
-    exec->footer("Example:\n  orvan-sim exec --in lan -- nc 10.0.0.2 5025");
+    exec->footer(
+        "The command sees this machine's files read-only, but for the state directory, and no homes;\n"
+        "on the LAN it can write to the current folder.\n\n"
+        "Example:\n  orvan-sim exec --in lan -- nc 10.0.0.2 5025");
     return exec;
 }
 

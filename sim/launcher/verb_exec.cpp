@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 namespace orvan_launcher {
 
@@ -51,6 +52,12 @@ int execute_inside(const std::string& named_state, const std::string& role,
     // The stand-ins stay first; behind them, what the caller has, for its own programs.
     if (const char* own = std::getenv("PATH"); own != nullptr && *own != '\0') {
         command.environment["PATH"] += std::string(":") + own;
+    }
+    // On the LAN stand the caller's own tools, with the files that they read and write.
+    std::error_code code;
+    const std::filesystem::path folder = std::filesystem::current_path(code);
+    if (role == Role::lan().name() && !code && folder != "/") {
+        command.own_folder = folder;
     }
     const Result<pid_t> pid = spawn(membership.value(), command);
     if (!pid) {

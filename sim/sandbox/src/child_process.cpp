@@ -1,6 +1,7 @@
 #include "orvan_sandbox/child_process.h"
 
 #include "failure.h"
+#include "mount_copies.h"
 #include "namespaces.h"
 
 #include <cerrno>
@@ -23,7 +24,8 @@ namespace {
 
 constexpr int kFirstListenFd = 3;
 
-Failure join(const Membership& membership)
+/// \param folder_mount  of `own_folder`; none when the process gets none
+Failure join(const Membership& membership, const UniqueFd& folder_mount, const std::string& own_folder)
 {
     if (!membership.init) {
         return std::nullopt;
@@ -34,6 +36,13 @@ Failure join(const Membership& membership)
     if (setns(membership.init.get(), kinds) != 0 || setns(membership.network.get(), CLONE_NEWNET) != 0) {
         return namespace_failure("joining the namespaces of the sandbox");
     }
+    if (folder_mount) {
+        Failure failure = unshare_namespace(CLONE_NEWNS, "mount");
+        failure = failure ? failure : attach_copy(folder_mount, own_folder);
+        if (failure) {
+            return failure;
+        }
+    }
     // Joining a mount namespace moves the process to its root.
     if (has_folder && chdir(folder) != 0 && chdir("/") != 0) {
         return system_failure("changing to /");
@@ -41,11 +50,19 @@ Failure join(const Membership& membership)
     return std::nullopt;
 }
 
-Result<pid_t> fork_into(const Membership& membership)
+Result<pid_t> fork_into(const Membership& membership, const std::string& own_folder = "")
 {
+    UniqueFd folder_mount;
+    if (membership.init && !own_folder.empty()) {
+        Result<UniqueFd> copy = copy_mounts_unprivileged(own_folder);
+        if (!copy) {
+            return copy.error();
+        }
+        folder_mount = std::move(*copy);
+    }
     const pid_t parent = getpid();
-    Result<pid_t> pid =
-        fork_through(0, "starting a process in the sandbox", [&] { return join(membership); });
+    Result<pid_t> pid = fork_through(0, "starting a process in the sandbox",
+                                     [&] { return join(membership, folder_mount, own_folder); });
     if (pid && pid.value() == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         // In a sandbox the parent is not to be seen, but there the first process dies with it.
@@ -153,7 +170,7 @@ Result<pid_t> spawn(const Membership& membership, const Command& command)
     }
     UniqueFd reading(ends[0]);
     UniqueFd writing(ends[1]);
-    const Result<pid_t> pid = fork_into(membership);
+    const Result<pid_t> pid = fork_into(membership, command.own_folder);
     if (!pid) {
         return pid.error();
     }

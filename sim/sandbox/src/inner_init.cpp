@@ -1,6 +1,5 @@
 #include "inner_init.h"
 
-#include "mounts.h"
 #include "namespaces.h"
 #include "network.h"
 #include "setup_report.h"
@@ -23,7 +22,7 @@ namespace orvan_sandbox {
 
 namespace {
 
-Result<std::vector<UniqueFd>> set_up(const std::filesystem::path& halde, int modules)
+Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
 {
     char folder[PATH_MAX];
     const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
@@ -31,19 +30,13 @@ Result<std::vector<UniqueFd>> set_up(const std::filesystem::path& halde, int mod
     if (Failure failure = unshare_namespace(CLONE_NEWNS, "mount")) {
         return *failure;
     }
-    // Opened before anything is mounted over its path, and after the namespace, as only its own mounts can be
-    // bound.
-    const UniqueFd halde_fd(open(halde.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!halde_fd) {
-        return system_failure("opening " + halde.string());
-    }
-    Failure failure = unshare_namespace(CLONE_NEWIPC, "IPC");
-    failure = failure ? failure : unshare_namespace(CLONE_NEWUTS, "UTS");
-    failure = failure ? failure : make_mounts_private();
-    failure = failure ? failure : mount_shared_memory();
-    failure = failure ? failure : mount_home(halde_fd.get());
+    Failure failure = make_mounts_private();
+    failure = failure ? failure : mount_view(view);
     failure = failure ? failure : mount_usb_links(modules);
     failure = failure ? failure : mount_proc();
+    failure = failure ? failure : lock_mounts();
+    failure = failure ? failure : unshare_namespace(CLONE_NEWIPC, "IPC");
+    failure = failure ? failure : unshare_namespace(CLONE_NEWUTS, "UTS");
     if (failure) {
         return *failure;
     }
@@ -106,7 +99,7 @@ void reset_signals()
 }
 
 /// The first process, from its beginning. Returns only in the process that goes on inside.
-Begun first_process(UniqueFd link, const std::filesystem::path& halde, int modules, bool go_on_inside)
+Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_inside)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // The parent writes the id maps now, and its answer shows that it lived when the death signal was set.
@@ -114,7 +107,7 @@ Begun first_process(UniqueFd link, const std::filesystem::path& halde, int modul
     if (!send_report(link.get(), report) || !receive_report(link.get(), report)) {
         _exit(1);
     }
-    Result<std::vector<UniqueFd>> networks = set_up(halde, modules);
+    Result<std::vector<UniqueFd>> networks = set_up(view, modules);
     struct stat network = {};
     if (!networks) {
         report.set(networks.error());
@@ -161,7 +154,7 @@ Error give_up(pid_t init, const Error& error)
 
 } // namespace
 
-Result<Begun> begin_sandbox(const std::filesystem::path& halde, int modules, bool go_on_inside)
+Result<Begun> begin_sandbox(const View& view, int modules, bool go_on_inside)
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
@@ -176,7 +169,7 @@ Result<Begun> begin_sandbox(const std::filesystem::path& halde, int modules, boo
     }
     if (init.value() == 0) {
         outer.reset();
-        return first_process(std::move(inner), halde, modules, go_on_inside);
+        return first_process(std::move(inner), view, modules, go_on_inside);
     }
     inner.reset();
     SetupReport report;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "mounts.h"
 #include "orvan_sandbox/error.h"
 #include <unique_fd.h>
 
-#include <filesystem>
 #include <vector>
 
 #include <sys/types.h>
@@ -24,6 +24,6 @@ struct Begun {
 /// of its PID namespace, takes all others along when it ends. \param go_on_inside  the call returns a second
 /// time, in a child of the first process; the sandbox ends with that
 ///                      child, and its wait status is written to `link` as an int.
-Result<Begun> begin_sandbox(const std::filesystem::path& halde, int modules, bool go_on_inside);
+Result<Begun> begin_sandbox(const View& view, int modules, bool go_on_inside);
 
 } // namespace orvan_sandbox

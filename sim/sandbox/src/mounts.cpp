@@ -1,13 +1,14 @@
 #include "mounts.h"
 
+#include "mount_copies.h"
+#include <unique_fd.h>
+
 #include <cerrno>
-#include <filesystem>
-#include <vector>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace orvan_sandbox {
 
@@ -15,56 +16,109 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kSharedMemory = "/dev/shm";
-constexpr const char* kStage = "/dev/shm/.home";
+struct PrivateFolder {
+    const char* path;
+    const char* options;
+};
+
+constexpr const char* kHomeOptions = "mode=755";
+
+constexpr PrivateFolder kPrivateFolders[] = {
+    {"/dev/shm", "mode=1777"}, {"/tmp", "mode=1777"},   {"/run", "mode=755"},
+    {"/home", kHomeOptions},   {"/root", kHomeOptions},
+};
+
+constexpr const char* kHalde = "/home/orvan/halde";
+
+constexpr const char* kDevices[] = {"/dev/null",   "/dev/zero",    "/dev/full",
+                                    "/dev/random", "/dev/urandom", "/dev/tty"};
+
+/// Of the machine rather than of a process; root could write them from any namespace.
+constexpr const char* kMachineInProc[] = {"/proc/sys", "/proc/sysrq-trigger", "/proc/irq", "/proc/bus",
+                                          "/proc/fs",  "/proc/acpi",          "/proc/scsi"};
+
+/// Each user namespace has its own.
+constexpr const char* kLimits = "/proc/sys/user";
+
+bool is_there(const fs::path& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0;
+}
 
 Failure bind_mount(const fs::path& from, const fs::path& to)
 {
     if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
-        return namespace_failure("binding " + from.string() + " into the sandbox");
+        return namespace_failure("binding " + from.string() + " to " + to.string());
     }
     return std::nullopt;
 }
 
-Failure make_folder(const fs::path& folder)
+/// Unlike a remount this leaves all other flags as they are, which a user namespace has locked.
+Failure change_mount(const fs::path& path, unsigned flags, uint64_t set, uint64_t clear)
 {
-    if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) {
-        return system_failure("making " + folder.string());
+    mount_attr attributes = {};
+    attributes.attr_set = set;
+    attributes.attr_clr = clear;
+    if (mount_setattr(AT_FDCWD, path.c_str(), flags, &attributes, sizeof attributes) != 0) {
+        return namespace_failure("changing the mount of " + path.string());
     }
     return std::nullopt;
 }
 
-Failure reproduce_entry(const fs::path& from, const fs::path& to)
+Failure protect_machine()
 {
-    std::error_code code;
-    const fs::file_status status = fs::symlink_status(from, code);
-    if (fs::is_symlink(status)) {
-        fs::copy_symlink(from, to, code);
-        return std::nullopt;
+    if (Failure failure = change_mount("/", AT_RECURSIVE, MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV, 0)) {
+        return failure;
     }
-    if (fs::is_directory(status)) {
-        if (Failure failure = make_folder(to)) {
-            return failure;
-        }
-    } else if (mknod(to.c_str(), S_IFREG | 0644, 0) != 0) {
-        return system_failure("making " + to.string());
-    }
-    return bind_mount(from, to);
-}
-
-/// Makes all entries of a folder but one visible in another folder.
-Failure reproduce_folder(const fs::path& from, const fs::path& to, const char* left_out)
-{
-    std::error_code code;
-    for (fs::directory_iterator entry(from, code), end; !code && entry != end; entry.increment(code)) {
-        if (entry->path().filename() == left_out) {
+    for (const char* device : kDevices) {
+        if (!is_there(device)) {
             continue;
         }
-        if (Failure failure = reproduce_entry(entry->path(), to / entry->path().filename())) {
+        Failure failure = bind_mount(device, device);
+        failure = failure ? failure : change_mount(device, 0, 0, MOUNT_ATTR_NODEV);
+        if (failure) {
             return failure;
         }
     }
     return std::nullopt;
+}
+
+Failure mount_private_folder(const fs::path& path, const char* options)
+{
+    if (is_there(path) && mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options) != 0) {
+        return namespace_failure("mounting a private " + path.string());
+    }
+    return std::nullopt;
+}
+
+Failure mount_private_folders(const std::vector<fs::path>& homes)
+{
+    for (const PrivateFolder& folder : kPrivateFolders) {
+        if (Failure failure = mount_private_folder(folder.path, folder.options)) {
+            return failure;
+        }
+    }
+    for (const fs::path& home : homes) {
+        if (Failure failure = mount_private_folder(home, kHomeOptions)) {
+            return failure;
+        }
+    }
+    return std::nullopt;
+}
+
+bool is_seen(const UniqueFd& copy, const fs::path& folder)
+{
+    struct stat copied = {};
+    struct stat seen = {};
+    return fstat(copy.get(), &copied) == 0 && stat(folder.c_str(), &seen) == 0 &&
+           copied.st_dev == seen.st_dev && copied.st_ino == seen.st_ino;
+}
+
+Failure attach_writable(const UniqueFd& copy, const fs::path& folder)
+{
+    const Failure failure = attach_copy(copy, folder);
+    return failure ? failure : change_mount(folder, 0, 0, MOUNT_ATTR_RDONLY);
 }
 
 } // namespace
@@ -77,52 +131,58 @@ Failure make_mounts_private()
     return std::nullopt;
 }
 
-Failure mount_shared_memory()
+Failure mount_view(const View& view)
 {
-    if (mount("tmpfs", kSharedMemory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
-        return namespace_failure("mounting a private /dev/shm");
-    }
-    return std::nullopt;
-}
-
-Failure mount_home(int halde_fd)
-{
-    // An ordinary user cannot make /home/orvan. So a new /home is put together where one can, and then moved.
-    const fs::path stage = kStage;
-    if (Failure failure = make_folder(stage)) {
+    if (Failure failure = protect_machine()) {
         return failure;
     }
-    if (mount("tmpfs", stage.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=755") != 0) {
-        return namespace_failure("mounting a private /home");
+    // As the folders are before anything is mounted over them.
+    Result<UniqueFd> state = copy_mounts(view.state);
+    Result<UniqueFd> halde = copy_mounts(view.state / "halde");
+    if (!state || !halde) {
+        return (state ? halde : state).error();
     }
-    if (Failure failure = reproduce_folder("/home", stage, "orvan")) {
-        return failure;
+    std::vector<std::pair<fs::path, UniqueFd>> shown;
+    for (const fs::path& folder : view.shown) {
+        // One that the caller cannot open is of no use inside either.
+        if (Result<UniqueFd> copy = copy_mounts(folder)) {
+            shown.emplace_back(folder, std::move(*copy));
+        }
     }
-    if (Failure failure = make_folder(stage / "orvan")) {
-        return failure;
+    Failure failure = mount_private_folders(view.homes);
+    for (const auto& [folder, copy] : shown) {
+        if (!failure && !is_seen(copy, folder)) {
+            failure = attach_copy(copy, folder);
+        }
     }
-    if (Failure failure = reproduce_folder("/home/orvan", stage / "orvan", "halde")) {
-        return failure;
-    }
-    if (Failure failure = make_folder(stage / "orvan/halde")) {
-        return failure;
-    }
-    if (Failure failure = bind_mount("/proc/self/fd/" + std::to_string(halde_fd), stage / "orvan/halde")) {
-        return failure;
-    }
-    if (mount(stage.c_str(), "/home", nullptr, MS_MOVE, nullptr) != 0) {
-        return namespace_failure("moving the private /home into place");
-    }
-    rmdir(stage.c_str());
-    return std::nullopt;
+    failure = failure ? failure : attach_writable(*state, view.state);
+    return failure ? failure : attach_writable(*halde, kHalde);
 }
 
 Failure mount_proc()
 {
-    if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0 && errno != EPERM) {
-        return namespace_failure("mounting /proc");
+    if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
+        if (errno != EPERM) {
+            return namespace_failure("mounting /proc");
+        }
+        // Of use to a sandbox in the sandbox alone, which writes its id maps there.
+        static_cast<void>(change_mount("/proc", 0, 0, MOUNT_ATTR_RDONLY));
     }
-    return std::nullopt;
+    for (const char* path : kMachineInProc) {
+        if (!is_there(path)) {
+            continue;
+        }
+        Failure failure = bind_mount(path, path);
+        failure = failure ? failure : change_mount(path, AT_RECURSIVE, MOUNT_ATTR_RDONLY, 0);
+        if (failure) {
+            return failure;
+        }
+    }
+    if (!is_there(kLimits)) {
+        return std::nullopt;
+    }
+    const Failure failure = bind_mount(kLimits, kLimits);
+    return failure ? failure : change_mount(kLimits, 0, 0, MOUNT_ATTR_RDONLY);
 }
 
 } // namespace orvan_sandbox

@@ -5,11 +5,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -126,6 +128,45 @@ Failure write_id_maps(pid_t pid)
     }
     return write_file(folder + "/gid_map", "0 " + std::to_string(getegid()) + " 1\n",
                       "writing the group map");
+}
+
+Failure lock_mounts()
+{
+    std::error_code code;
+    const std::string own_pid = std::filesystem::read_symlink("/proc/self", code);
+    int ends[2];
+    if (code || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        return system_failure("preparing a second user namespace");
+    }
+    UniqueFd own_end(ends[0]);
+    UniqueFd helpers_end(ends[1]);
+    // The maps are written from the namespace that this process is about to leave.
+    const pid_t helper = fork_with_one_thread();
+    if (helper < 0) {
+        return system_failure("forking");
+    }
+    SetupReport report;
+    if (helper == 0) {
+        own_end.reset();
+        if (receive_report(helpers_end.get(), report)) {
+            if (const Failure failure = write_id_maps(std::stoi(own_pid))) {
+                report.set(*failure);
+            }
+            send_report(helpers_end.get(), report);
+        }
+        _exit(0);
+    }
+    helpers_end.reset();
+    Failure failure = unshare_namespace(CLONE_NEWUSER | CLONE_NEWNS, "second user");
+    if (!failure && (!send_report(own_end.get(), report) || !receive_report(own_end.get(), report))) {
+        failure = Error{"creating the second user namespace", 0, "its helper ended", "", false};
+    } else if (!failure && report.failed) {
+        failure = report.error();
+    }
+    own_end.reset();
+    while (waitpid(helper, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return failure;
 }
 
 Failure unshare_namespace(int flag, const char* name)

@@ -19,6 +19,11 @@ Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
 /// behind it.
 Failure write_id_maps(pid_t pid);
 
+/// Moves the calling process, which has one thread, into a user namespace within its own, with the same ids,
+/// and into a copy of its mount namespace. There the kernel keeps mounts as they are: what is read-only stays
+/// so, and nothing can be unmounted, whatever privilege a process has inside. Uses /proc.
+Failure lock_mounts();
+
 /// unshare() with the failure named after the namespace.
 Failure unshare_namespace(int flag, const char* name);
 

@@ -69,7 +69,7 @@ Result<Sandbox> Sandbox::start(const Options& options)
     if (Result<Environment> environment = sandbox_environment(*state, 0); !environment) {
         return environment.error();
     }
-    Result<Begun> begun = begin_sandbox(*state / "halde", options.modules, false);
+    Result<Begun> begun = begin_sandbox(view_for_caller(*state), options.modules, false);
     if (!begun) {
         return begun.error();
     }
@@ -210,7 +210,7 @@ Result<Inside> enter(const Options& options)
     }
     // Else text waiting in a buffer would be written by both processes.
     std::fflush(nullptr);
-    Result<Begun> begun = begin_sandbox(state.value() / "halde", options.modules, true);
+    Result<Begun> begun = begin_sandbox(view_for_caller(state.value()), options.modules, true);
     if (!begun) {
         return begun.error();
     }

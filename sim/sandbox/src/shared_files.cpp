@@ -4,17 +4,34 @@ namespace orvan_sandbox {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+fs::path folder_of_program()
+{
+    std::error_code code;
+    return fs::read_symlink("/proc/self/exe", code).parent_path();
+}
+
+} // namespace
+
 fs::path find_shared(const fs::path& name)
 {
     std::error_code code;
-    const fs::path program = fs::read_symlink("/proc/self/exe", code);
     for (const fs::path& folder :
-         {program.parent_path().parent_path() / "share/orvan", fs::path(ORVAN_BUILD_SHARE)}) {
+         {folder_of_program().parent_path() / "share/orvan", fs::path(ORVAN_BUILD_TREE "/share/orvan")}) {
         if (fs::exists(folder / name, code)) {
             return folder / name;
         }
     }
     return {};
+}
+
+std::vector<fs::path> program_folders()
+{
+    // Not the whole prefix of an installation, which may be a home.
+    const fs::path programs = folder_of_program();
+    const fs::path prefix = programs.parent_path();
+    return {ORVAN_SOURCE_TREE, ORVAN_BUILD_TREE, programs, prefix / "lib", prefix / "share/orvan"};
 }
 
 } // namespace orvan_sandbox

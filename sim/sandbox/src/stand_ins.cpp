@@ -28,6 +28,7 @@ Result<Environment> sandbox_environment(const fs::path& state, ino_t network_id)
                                {"ORVAN_STATE", state.string()},
                                {"ORVAN_BOARD_EEPROM", (state / "board" / "eeprom.bin").string()}};
     if (network_id != 0) {
+        environment["TMPDIR"] = "/tmp"; // the caller's may be hidden
         environment[kSandboxVariable] = std::to_string(network_id);
     }
     return environment;

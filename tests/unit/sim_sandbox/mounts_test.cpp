@@ -1,12 +1,16 @@
 #include "sandbox_fixture.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <set>
+#include <sstream>
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;
@@ -57,32 +61,137 @@ TEST(SandboxMounts, ContentOfAnExistingStateDirectoryIsKept)
     EXPECT_EQ(shell(sandbox, kController, "cat /home/orvan/halde/json/ch0.json"), "{}");
 }
 
-TEST(SandboxMounts, HomesOfTheMachineStayInPlace)
+TEST(SandboxMounts, OnlyTheStateDirectoryAndPrivateFoldersCanBeWritten)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 1}));
+    std::istringstream mounts(shell(sandbox, kController, "cut -d' ' -f5,6 /proc/self/mountinfo"));
+    std::set<std::string> writable;
+    std::set<std::string> with_devices;
+    std::string place;
+    for (std::string flags; mounts >> place >> flags;) {
+        flags = "," + flags + ",";
+        if (flags.find(",rw,") != std::string::npos) {
+            writable.insert(place);
+        }
+        if (flags.find(",nodev,") == std::string::npos) {
+            with_devices.insert(place);
+        }
+    }
+    const std::set<std::string> expected = {
+        "/dev/shm",          "/tmp",  "/run",           "/home",          "/root",
+        "/home/orvan/halde", "/proc", "/proc/sys/user", "/sys/class/net", state.path()};
+    EXPECT_EQ(writable, expected);
+    EXPECT_EQ(with_devices, (std::set<std::string>{"/dev/null", "/dev/zero", "/dev/full", "/dev/random",
+                                                   "/dev/urandom", "/dev/tty"}));
+    EXPECT_EQ(shell(sandbox, kController, "echo x >/dev/null; head -c 2 /dev/zero | wc -c"), "2\n");
+}
+
+TEST(SandboxMounts, FilesOfTheMachineAreSeenAndCannotBeWritten)
+{
+    const TemporaryDirectory folder("/var/tmp");
+    std::ofstream(folder.path() / "file") << "as it was\n";
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    const std::string file = (folder.path() / "file").string();
+    EXPECT_EQ(shell(sandbox, kController, "cat " + file), "as it was\n");
+    EXPECT_NE(shell(sandbox, kController, "echo new >" + file).find("Read-only file system"),
+              std::string::npos);
+    EXPECT_NE(shell(sandbox, kController, "rm " + file).find("Read-only file system"), std::string::npos);
+    EXPECT_EQ(content_of(file), "as it was\n");
+}
+
+TEST(SandboxMounts, NoProcessInsideCanMakeTheMachinesFilesWritable)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
-    for (const auto& entry : fs::directory_iterator("/home")) {
-        const Result<int> found = sandbox.run(kController, [&] {
-            struct stat status = {};
-            return stat(entry.path().c_str(), &status) == 0 ? 0 : 1;
-        });
-        ASSERT_TRUE(found.ok());
-        EXPECT_EQ(found.value(), 0) << entry.path();
-    }
+    const auto try_all = [] {
+        constexpr unsigned long kRemount = MS_BIND | MS_REMOUNT;
+        if (mount(nullptr, "/", nullptr, kRemount, nullptr) == 0 || errno != EPERM) {
+            return 1;
+        }
+        if (mount("/", "/tmp", nullptr, MS_BIND, nullptr) == 0) {
+            return 2; // without the mounts in it, so that what they hide would show
+        }
+        if (mount("/", "/tmp", nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+            return 3;
+        }
+        if (mount(nullptr, "/tmp", nullptr, kRemount, nullptr) == 0 || umount2("/tmp", MNT_DETACH) != 0) {
+            return 4;
+        }
+        for (const char* place : {"/tmp", "/home", "/run", "/proc/sys"}) {
+            if (umount2(place, MNT_DETACH) == 0) {
+                return 5;
+            }
+        }
+        return 0;
+    };
+    EXPECT_EQ(sandbox.run(kController, try_all).value(), 0);
+    EXPECT_EQ(
+        sandbox.run(kController, [&] { return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? try_all() : 6; })
+            .value(),
+        0);
+}
+
+TEST(SandboxMounts, TemporaryFilesArePrivateBothWays)
+{
+    const TemporaryDirectory state;
+    const TemporaryDirectory other;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    const std::string folder = other.path().string();
+    EXPECT_EQ(shell(sandbox, kController, "ls -d " + folder),
+              "ls: cannot access '" + folder + "': No such file or directory\n");
+    EXPECT_EQ(
+        shell(sandbox, kController, "echo $TMPDIR; mkdir " + folder + " && touch " + folder + "/inside"),
+        "/tmp\n");
+    EXPECT_FALSE(fs::exists(other.path() / "inside"));
+}
+
+TEST(SandboxMounts, TheCallersHomeIsHiddenWhereverItLies)
+{
+    const TemporaryDirectory home("/var/tmp");
+    std::ofstream(home.path() / "secret") << "x";
+    const TemporaryDirectory state;
+    setenv("HOME", home.path().c_str(), 1);
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    EXPECT_EQ(shell(sandbox, kController, "ls -A ~; touch ~/marker"), "");
+    EXPECT_FALSE(fs::exists(home.path() / "marker"));
+}
+
+TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsSeenAndNothingBesideIt)
+{
+    const TemporaryDirectory home("/var/tmp");
+    std::ofstream(home.path() / "secret") << "x";
+    setenv("HOME", home.path().c_str(), 1);
+    START_SANDBOX(sandbox, (Options{home.path() / "virtual/instrument", 0}));
+    EXPECT_EQ(shell(sandbox, kController, "cd && ls && touch virtual/instrument/a virtual/b"), "virtual\n");
+    EXPECT_TRUE(fs::exists(home.path() / "virtual/instrument/a"));
+    EXPECT_FALSE(fs::exists(home.path() / "virtual/b"));
+}
+
+TEST(SandboxMounts, TheProgramsFolderIsSeenInAHomeAndCannotBeWritten)
+{
+    const fs::path program = fs::read_symlink("/proc/self/exe");
+    setenv("HOME", program.parent_path().c_str(), 1);
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    EXPECT_EQ(
+        shell(sandbox, kController, "cd && test -x " + program.filename().string() + " && touch marker 2>&1"),
+        "touch: cannot touch 'marker': Read-only file system\n");
 }
 
 // A sandbox in a sandbox, as there a test may make any /home it likes.
-TEST(SandboxMounts, FilesLinksAndAnotherOrvanFolderInHomeAreSeenAndCanBeWritten)
+TEST(SandboxMounts, HomesAreHiddenAndWhatIsWrittenThereStaysInside)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     ASSERT_EQ(shell(sandbox, kController,
-                    "mkdir -p /home/somebody/build /home/orvan/other; ln -s somebody /home/alias;"
-                    "echo plain >/home/file; echo old >/home/orvan/halde/config/old"),
+                    "mkdir -p /home/somebody/build /home/orvan/other; echo plain >/home/file;"
+                    "echo x >/root/file; echo old >/home/orvan/halde/config/old"),
               "");
     const fs::path inner_state = "/home/somebody/build/state";
     const Result<int> status = sandbox.run(kController, [&] {
-        if (chdir("/home/somebody/build") != 0) {
+        if (chdir("/home/somebody") != 0) {
             return 10;
         }
         Result<Sandbox> inner = Sandbox::start({inner_state, 0});
@@ -90,25 +199,19 @@ TEST(SandboxMounts, FilesLinksAndAnotherOrvanFolderInHomeAreSeenAndCanBeWritten)
             std::fputs(inner.error().text().c_str(), stderr);
             return 11;
         }
-        const std::string seen = shell(*inner, kController,
-                                       "pwd; ls /home; cat /home/file; ls /home/orvan; ls "
-                                       "/home/orvan/halde/config; readlink /home/alias;"
-                                       "echo new >written; echo in >/home/orvan/halde/json/in");
-        if (seen != "/home/somebody/build\nalias\nfile\norvan\nsomebody\nplain\nhalde\nother\nsomebody\n") {
-            // Other homes of the machine stand between these.
-            for (const char* line : {"alias\n", "somebody\n", "plain\n", "halde\nother\nsomebody\n"}) {
-                if (seen.find(line) == std::string::npos) {
-                    std::fputs(seen.c_str(), stderr);
-                    return 12;
-                }
-            }
+        const std::string seen =
+            shell(*inner, kController,
+                  "ls /home /home/orvan /home/somebody /root /home/orvan/halde/config;"
+                  "echo new >/home/somebody/written; echo in >/home/orvan/halde/json/in");
+        if (seen != "/home:\norvan\nsomebody\n\n/home/orvan:\nhalde\n\n/home/orvan/halde/config:\n\n"
+                    "/home/somebody:\nbuild\n\n/root:\n") {
+            std::fputs(seen.c_str(), stderr);
+            return 12;
         }
-        if (seen.find("old") != std::string::npos || seen.find("/home/somebody/build\n") != 0) {
+        if (fs::exists("/home/somebody/written")) {
             return 13;
         }
-        const bool written = content_of("/home/somebody/build/written") == "new\n" &&
-                             content_of(inner_state / "halde/json/in") == "in\n";
-        return written ? 0 : 14;
+        return content_of(inner_state / "halde/json/in") == "in\n" ? 0 : 14;
     });
     ASSERT_TRUE(status.ok());
     EXPECT_EQ(status.value(), 0);

@@ -15,9 +15,9 @@ namespace fs = std::filesystem;
 using namespace orvan_sandbox;
 using namespace std::chrono_literals;
 
-TemporaryDirectory::TemporaryDirectory()
+TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
 {
-    std::string name = (fs::temp_directory_path() / "orvan-test-XXXXXX").string();
+    std::string name = (parent / "orvan-test-XXXXXX").string();
     if (mkdtemp(name.data()) != nullptr) {
         m_path = name;
     }

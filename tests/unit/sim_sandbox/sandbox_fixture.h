@@ -13,7 +13,8 @@ namespace sandbox_test {
 /// A directory of a test's own, removed with the object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory();
+    /// \param parent  where it is made; /var/tmp for one that a sandbox shows
+    explicit TemporaryDirectory(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     ~TemporaryDirectory();

@@ -22,6 +22,7 @@ struct Command {
     int input = -1;                ///< descriptor that becomes standard input; -1 keeps the caller's
     int output = -1;               ///< the same for standard output and
     int error = -1;                ///< standard error
+    std::string own_folder;        ///< of the caller's machine: in a sandbox, can be written by the program
     bool own_group = false;        ///< process group of its own, so that Ctrl-C reaches only the caller
 };
 

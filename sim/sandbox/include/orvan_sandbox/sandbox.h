@@ -18,8 +18,13 @@ namespace orvan_sandbox {
 
 /// A sandbox is a set of private user, PID, mount, IPC, UTS and network namespaces; none of it needs
 /// privilege. In it:
-///  - /home/orvan/halde is the folder `halde` of the state directory; the rest of /home stays as it is;
-///  - /dev/shm is empty and private;
+///  - nothing of the machine's files can be written but the state directory, and no process in it can change
+///    that;
+///  - homes are empty, and so are /tmp, /run and /dev/shm; what is written there is private and goes with the
+///    sandbox. The state directory, the program's own folders, its build tree and its source tree are seen
+///    wherever they lie;
+///  - of the devices there are null, zero, full, random, urandom and tty;
+///  - /home/orvan/halde is the folder `halde` of the state directory;
 ///  - /sys/class/net lists lo, eth0 and usb0.. with `device/driver` links, "rndis_host" for the latter;
 ///  - the stand-ins for sudo, reboot, systemctl and the he_*.sh scripts come first in PATH, and record their
 ///    calls in `log/calls.log` of the state directory; the scripts set the sandbox's host name and the
@@ -34,8 +39,9 @@ struct Options {
     int modules = kMaxModules;   ///< modules with a link, 0 to kMaxModules
 };
 
-/// Environment of every process of a sandbox: PATH, ORVAN_SANDBOX and ORVAN_STATE.
-/// \param network_id  inode of the controller's network namespace; 0 leaves ORVAN_SANDBOX out, for a virtual
+/// Environment of every process of a sandbox: PATH, TMPDIR, ORVAN_SANDBOX, ORVAN_STATE and
+/// ORVAN_BOARD_EEPROM. \param network_id  inode of the controller's network namespace; 0 leaves ORVAN_SANDBOX
+/// and TMPDIR out, for a virtual
 ///                    instrument without a sandbox, which uses the stand-ins all the same.
 /// An error when the stand-ins are not found.
 Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_t network_id);

@@ -203,6 +203,56 @@ TEST_F(OrvanSimExec, CommandSharesAllElseWithTheService)
     EXPECT_TRUE(eventually([&] { return output().find("reboot requested") != std::string::npos; }));
 }
 
+TEST_F(OrvanSimExec, OnTheLanTheCallersFolderIsSeenAndCanBeWritten)
+{
+    const TemporaryDirectory shown("/var/tmp");
+    for (const auto& parent : {m_folder.path() / "elsewhere/project", shown.path() / "project"}) {
+        std::filesystem::create_directories(parent / "sub");
+    }
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    const std::string write = "pwd && echo of the LAN >sub/written && cat sub/written";
+    for (const auto& folder : {m_folder.path() / "elsewhere/project", shown.path() / "project"}) {
+        std::filesystem::current_path(folder);
+        EXPECT_EQ(sim({"exec", "--in", "lan", "--", "sh", "-c", write}).output,
+                  folder.string() + "\nof the LAN\n");
+        EXPECT_EQ(content_of(folder / "sub/written"), "of the LAN\n");
+        EXPECT_NE(sim({"exec", "--in", "lan", "--", "touch", shown.path() / "beside"}).status, 0);
+        for (const char* role : {"controller", "lan"}) {
+            EXPECT_EQ(sim({"exec", "--in", role, "--", "touch", "/dev/shm/seen-by-both"}).status, 0);
+        }
+        EXPECT_NE(sim({"exec", "--in", "controller", "--", "sh", "-c",
+                       "cd " + folder.string() + " && touch sub/of-the-controller"})
+                      .status,
+                  0);
+        EXPECT_FALSE(std::filesystem::exists(folder / "sub/of-the-controller"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(shown.path() / "beside"));
+}
+
+TEST_F(OrvanSimExec, OnTheLanTheRootAsCurrentFolderStaysReadOnly)
+{
+    const TemporaryDirectory shown("/var/tmp");
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    std::filesystem::current_path("/");
+    EXPECT_EQ(sim({"exec", "--in", "lan", "--", "pwd"}).output, "/\n");
+    EXPECT_NE(sim({"exec", "--in", "lan", "--", "touch", shown.path() / "written"}).status, 0);
+}
+
+TEST_F(OrvanSimExec, TheProgramsAreSeenInAHiddenFolderAndCannotBeWritten)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    const std::string programs = (m_folder.path() / "bin").string();
+    EXPECT_EQ(sim({"exec", "--", "sh", "-c", "cd " + programs + " && ls && touch orvan-module"}).output,
+              "orvan-module\norvan-service\norvan-sim\n"
+              "touch: cannot touch 'orvan-module': Read-only file system\n");
+}
+
 TEST_F(OrvanSimExec, ExitStatusIsPassedOn)
 {
     if (!start_ready({"--modules", "none"})) {
@@ -263,7 +313,7 @@ TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathBehindTheStandIns)
     if (!start_ready({"--modules", "none"})) {
         return;
     }
-    const TemporaryDirectory own;
+    const TemporaryDirectory own("/var/tmp");
     for (const char* name : {"callers-own", "sudo"}) {
         std::ofstream(own.path() / name) << "#!/bin/sh\necho the caller\n";
         std::filesystem::permissions(own.path() / name, std::filesystem::perms::owner_all);

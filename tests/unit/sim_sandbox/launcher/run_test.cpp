@@ -441,7 +441,8 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
 {
     const TemporaryDirectory outer;
     START_SANDBOX(sandbox, (orvan_sandbox::Options{outer.path(), 0}));
-    const fs::path program = m_folder.path() / "bin/orvan-sim";
+    fs::copy(m_folder.path() / "bin", outer.path() / "bin"); // what the outer sandbox shows
+    const fs::path program = outer.path() / "bin/orvan-sim";
     const auto run = [&](const char* option) {
         const UniqueFd text(memfd_create("output", 0));
         const auto status = sandbox.run(orvan_sandbox::Role::controller(), [&] {
