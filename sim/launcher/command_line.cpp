@@ -42,6 +42,10 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
         ->allow_extra_args(false);
     run->add_option("--log-level", options.log_level, "Log level of the service: err to debug")
         ->check(CLI::IsMember({"err", "warning", "notice", "info", "debug"}));
+    run->add_flag(
+        "--restart,!--no-restart", options.restart,
+        "Start a service that has failed again after 5 s of the board's time, as its unit does on an "
+        "instrument; without it the program ends with the service's status");
     run->add_flag("--no-sandbox", no_sandbox, "Run on the host itself, with modules on 127.0.(6+n).1");
     run->add_flag("--fallback", options.fallback,
                   "As --no-sandbox, but only where the kernel refuses a sandbox");

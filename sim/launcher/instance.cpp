@@ -2,17 +2,20 @@
 
 #include "sockets.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace orvan_launcher {
@@ -25,6 +28,19 @@ namespace {
 
 constexpr auto kModuleEnd = 3s;   ///< from SIGTERM to SIGKILL
 constexpr auto kServiceEnd = 20s; ///< the same; the service may have to wait for a silent module first
+
+/// As in the service's unit: Restart=on-failure, RestartSec and RestartPreventExitStatus.
+constexpr auto kRestartDelay = 5s;
+constexpr int kBadOptions = 2;
+constexpr int kCleanSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
+
+bool is_restarted_after(int status)
+{
+    if (WIFSIGNALED(status)) {
+        return std::ranges::find(kCleanSignals, WTERMSIG(status)) == std::end(kCleanSignals);
+    }
+    return WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != kBadOptions;
+}
 
 constexpr int kFailed = 1;
 
@@ -114,6 +130,11 @@ std::optional<int> Instance::note_ended()
                         index + 1, process.how_it_ended().c_str(), index + 1);
         }
     }
+    if (m_restart <= Clock::now()) {
+        if (const Result<bool> done = restart_service(); !done) {
+            return say_error(done.error().text());
+        }
+    }
     if (!m_service.reap(0ms)) {
         return std::nullopt;
     }
@@ -122,9 +143,12 @@ std::optional<int> Instance::note_ended()
     if (m_rebooting) {
         m_rebooting = false;
         m_ground->clear_shared_memory();
-        if (const Result<bool> done = start_service(); !done) {
+        if (const Result<bool> done = restart_service(); !done) {
             return say_error(done.error().text());
         }
+        return std::nullopt;
+    }
+    if (m_restart != Clock::time_point::max()) {
         return std::nullopt;
     }
     const int exit_code = exit_code_of(m_service.status());
@@ -132,12 +156,47 @@ std::optional<int> Instance::note_ended()
         std::puts("the service has ended in order, as by its power button");
         return 0;
     }
+    // One that has never been ready is no better the next time.
+    if (m_options.restart && m_announced && is_restarted_after(m_service.status())) {
+        restart_service_later();
+        return std::nullopt;
+    }
     if (!m_announced) {
         show_log_that_goes("service.log");
     }
     say_error("the service ended with " + m_service.how_it_ended() +
               (m_temporary ? "" : "; see " + (m_state / "log/service.log").string()));
     return exit_code != 0 ? exit_code : kFailed;
+}
+
+void Instance::restart_service_later()
+{
+    const std::chrono::duration<double> delay =
+        std::chrono::duration<double>(kRestartDelay) / m_options.clock_rate;
+    m_ready = false;
+    m_deadline = Clock::time_point::max();
+    m_restart = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%g s", delay.count());
+    say_error("the service ended with " + m_service.how_it_ended() + "; see " +
+              (m_state / "log/service.log").string() + "; starting it again in " + seconds);
+}
+
+Result<bool> Instance::restart_service()
+{
+    m_restart = Clock::time_point::max();
+    return start_service();
+}
+
+/// Of poll, in milliseconds: until the next thing that this program does by itself.
+int Instance::timeout() const
+{
+    const Clock::time_point next = std::min(m_deadline, m_restart);
+    if (next == Clock::time_point::max()) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
+    return left > 0 ? static_cast<int>(left) : 0;
 }
 
 int Instance::loop()
@@ -156,12 +215,7 @@ int Instance::loop()
         if (m_relay) {
             m_relay->add_to(waiting);
         }
-        int timeout = -1;
-        if (m_deadline != Clock::time_point::max()) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now()).count();
-            timeout = left > 0 ? static_cast<int>(left) : 0;
-        }
-        if (poll(waiting.data(), waiting.size(), timeout) < 0) {
+        if (poll(waiting.data(), waiting.size(), timeout()) < 0) {
             if (errno == EINTR) {
                 continue;
             }
@@ -184,8 +238,11 @@ int Instance::loop()
         }
         if (Clock::now() >= m_deadline) {
             if (!m_rebooting) {
-                show_log_that_goes("service.log");
-                return say_error("the service has not become ready in time");
+                say_error("the service has not become ready in time");
+                if (!m_options.restart || !m_announced) {
+                    show_log_that_goes("service.log");
+                    return kFailed;
+                }
             }
             m_service.signal(SIGKILL);
             m_deadline = Clock::time_point::max();

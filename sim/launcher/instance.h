@@ -26,6 +26,7 @@ struct RunOptions {
     bool fallback = false;          ///< go on without a sandbox where the kernel refuses one
     std::string log_level;          ///< handed to the service when not empty
     std::vector<std::string> board; ///< verbs for the board at power-on
+    bool restart = true;            ///< start a service again that has failed
     int clock_rate = 1;             ///< how many times faster than the world's the board's clock runs
 };
 
@@ -47,7 +48,8 @@ public:
     /// Sets up everything and starts the processes. It returns without waiting for the service.
     orvan_sandbox::Result<bool> start();
 
-    /// Works until it is asked to end or the service ends by itself. The exit status of the program.
+    /// Works until it is asked to end, or the service ends in order, or fails and is not started again. The
+    /// exit status of the program.
     int loop();
 
 private:
@@ -78,6 +80,9 @@ private:
     void read_notifications();
     void reboot();
     std::optional<int> note_ended();
+    void restart_service_later();
+    orvan_sandbox::Result<bool> restart_service();
+    int timeout() const;
     int say_error(const std::string& text) const;
     std::filesystem::path run_file(const std::string& name) const { return m_state / "run" / name; }
     std::filesystem::path module_socket(int number) const;
@@ -94,6 +99,7 @@ private:
     std::string obey(const std::string& line);
     std::string obey_for_module(int number, const std::string& command);
     std::string obey_for_board(const std::string& verb) const;
+    std::string service_state() const;
     std::string status() const;
 
     RunOptions m_options;
@@ -121,7 +127,8 @@ private:
     bool m_ending = false; ///< the service, by its own word
     std::string m_status;  ///< the service's, by its own word
     Clock::time_point m_deadline =
-        Clock::time_point::max(); ///< of the service: to be ready, or to have ended
+        Clock::time_point::max();                           ///< of the service: to be ready, or to have ended
+    Clock::time_point m_restart = Clock::time_point::max(); ///< of a service that has failed
 };
 
 } // namespace orvan_launcher

@@ -110,18 +110,26 @@ std::string Instance::obey_for_board(const std::string& verb) const
     return reply.empty() ? error_reply("the service's board does not answer") : reply;
 }
 
+std::string Instance::service_state() const
+{
+    if (!m_service.is_running()) {
+        return "failed, starts again";
+    }
+    const char* const state = m_rebooting ? "rebooting"
+                              : m_ending  ? "ending"
+                              : m_ready   ? "ready"
+                                          : "starting";
+    return std::string(state) + ", process " + std::to_string(m_service.pid()) +
+           (m_status.empty() ? "" : ", ") + m_status;
+}
+
 std::string Instance::status() const
 {
     std::ostringstream text;
     text << "ok\nmodel     " << m_options.model << ", " << m_model.channels
          << (m_model.channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
          << "\nSCPI      127.0.0.1:" << port_of(m_listener.get()) << "\nsandbox   "
-         << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   "
-         << (m_rebooting ? "rebooting"
-             : m_ending  ? "ending"
-             : m_ready   ? "ready"
-                         : "starting")
-         << ", process " << m_service.pid() << (m_status.empty() ? "" : ", ") << m_status << '\n';
+         << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   " << service_state() << '\n';
     for (size_t index = 0; index < m_modules.size(); ++index) {
         const Module& module = m_modules[index];
         text << "module " << index + 1 << "  ";

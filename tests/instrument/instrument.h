@@ -1,6 +1,6 @@
 /**
  * A virtual instrument of a test's own: `orvan-sim run` as a child process, on a free port, with its state
- * in a temporary folder.
+ * in a temporary folder. It ends when its service fails, unless it is given "--restart".
  */
 #pragma once
 

@@ -76,13 +76,8 @@ TEST_F(DevelopersFiles, AreNotReachedByAHostNameOfTheMaintenanceProtocol)
     const Instrument instrument;
     std::string frame =
         request({"HEOT", 1, 0, std::string(6, '\xff')}, {request_row('H', std::string("x") + kCommand)});
-    std::string hex;
-    for (const char byte : frame) {
-        char text[3];
-        std::snprintf(text, sizeof text, "%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        hex += text;
-    }
-    const Outcome sent = instrument.exec("lan", {program("orvan-datagram"), "10.0.0.255", "7502", "1", hex});
+    const Outcome sent =
+        instrument.exec("lan", {program("orvan-datagram"), "10.0.0.255", "7502", "1", hex_of(frame)});
     EXPECT_EQ(sent.status, 0) << sent.output;
     EXPECT_TRUE(instrument.reboot());
     expect_untouched(instrument);

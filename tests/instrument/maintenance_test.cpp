@@ -37,17 +37,6 @@ struct Reply {
     }
 };
 
-std::string hex_of(const std::string& bytes)
-{
-    std::string hex;
-    for (const char byte : bytes) {
-        char text[3];
-        std::snprintf(text, sizeof text, "%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        hex += text;
-    }
-    return hex;
-}
-
 std::string bytes_of(const std::string& hex)
 {
     std::string bytes;

@@ -255,9 +255,9 @@ TEST_F(OrvanSimRun, ServiceThatEndsByItselfRightAfterTheRequestIsRestartedToo)
     })) << output();
 }
 
-TEST_F(OrvanSimRun, CrashOfTheServiceEndsTheRunWithItsStatus)
+TEST_F(OrvanSimRun, WithoutRestartsACrashOfTheServiceEndsTheRunWithItsStatus)
 {
-    if (!start_ready({"--modules", "1", "--state", state()})) {
+    if (!start_ready({"--modules", "1", "--state", state(), "--no-restart"})) {
         return;
     }
     ask("abort");
@@ -269,14 +269,93 @@ TEST_F(OrvanSimRun, CrashOfTheServiceEndsTheRunWithItsStatus)
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSimRun, ServiceThatEndsByItselfEndsTheRun)
+TEST_F(OrvanSimRun, WithoutRestartsAServiceThatFailsEndsTheRun)
 {
-    if (!start_ready({"--modules", "none"})) {
+    if (!start_ready({"--modules", "none", "--no-restart"})) {
         return;
     }
     ask("exit 9");
     EXPECT_EQ(wait(), 9);
     EXPECT_NE(output().find("orvan-sim: the service ended with status 9\n"), std::string::npos) << output();
+}
+
+TEST_F(OrvanSimRun, AServiceThatFailsIsStartedAgainOnTheSamePortWhileClientsWait)
+{
+    if (!start_ready({"--modules", "1", "--state", state(), "--clock-rate", "5"})) {
+        return;
+    }
+    const std::string started_again =
+        "; see " + (state() / "log/service.log").string() + "; starting it again in 1 s\n";
+    const std::string ready_again = "the service is ready again\n";
+    std::string expected = output();
+    std::string before = ask("pid");
+    EXPECT_EQ(ask("run touch /dev/shm/orvanData"), "0\n");
+    for (const auto& [failure, how] :
+         {std::pair<std::string, std::string>{"abort", "signal 6 (Aborted)"}, {"exit 1", "status 1"}}) {
+        ask(failure);
+        const std::string after = ask("pid"); // its connection is made before the service is there
+        EXPECT_TRUE(std::regex_match(after, std::regex("[0-9]+\n"))) << after;
+        EXPECT_NE(after, before);
+        before = after;
+        expected += "orvan-sim: the service ended with " + how + started_again + ready_again;
+        EXPECT_TRUE(eventually([&] { return output() == expected; })) << output();
+    }
+    EXPECT_EQ(ask("run test -e /dev/shm/orvanData"), "0\n") << "no reboot, which clears it";
+    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
+    EXPECT_EQ(stop(SIGTERM), 0);
+}
+
+TEST_F(OrvanSimRun, AServiceThatWaitsForItsRestartIsSeenAndARebootDoesNotWait)
+{
+    // Five seconds, in which both commands have long come through.
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    ask("exit 3");
+    EXPECT_TRUE(
+        eventually([&] { return output().find("; starting it again in 5 s\n") != std::string::npos; }));
+    EXPECT_NE(sim({"ctl", "status"}).output.find("service   failed, starts again\n"), std::string::npos);
+    EXPECT_EQ(sim({"exec", "--", "sudo", "reboot"}).status, 0);
+    EXPECT_TRUE(eventually([&] {
+        return output().ends_with("starting it again in 5 s\nreboot requested, restarting the service\n"
+                                  "the service is ready again\n");
+    })) << output();
+    EXPECT_EQ(ask("fds"), "1\n");
+}
+
+TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsTriedAgain)
+{
+    if (!start_ready({"--modules", "none", "--clock-rate", "50"})) {
+        return;
+    }
+    ask("run touch $ORVAN_STATE/fails");
+    ask("abort");
+    const auto count = [&] {
+        const std::string text = output();
+        size_t times = 0;
+        for (size_t at = 0; (at = text.find("starting it again in 0.1 s\n", at)) != std::string::npos; ++at) {
+            ++times;
+        }
+        return times;
+    };
+    EXPECT_TRUE(eventually([&] { return count() >= 3; })) << output();
+    fs::remove(fs::path(printed("state        ")) / "fails");
+    EXPECT_TRUE(eventually([&] { return output().ends_with("the service is ready again\n"); })) << output();
+}
+
+TEST_F(OrvanSimRun, ServicesThatEndWithBadOptionsOrAreToldToEndAreNotStartedAgain)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    ask("exit 2");
+    EXPECT_EQ(wait(), 2);
+    EXPECT_TRUE(output().ends_with("orvan-sim: the service ended with status 2\n")) << output();
+    ASSERT_TRUE(start_ready({"--modules", "none"}));
+    ask("run kill -TERM $PPID");
+    EXPECT_EQ(wait(), 128 + SIGTERM);
+    EXPECT_TRUE(output().ends_with("orvan-sim: the service ended with signal 15 (Terminated)\n")) << output();
 }
 
 TEST_F(OrvanSimRun, ServiceThatEndsInOrderEndsTheRunInOrder)

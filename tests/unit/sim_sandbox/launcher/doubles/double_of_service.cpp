@@ -4,8 +4,9 @@
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
 //   abort        ends by a signal                          hide     from now on SIGTERM is ignored
-// With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N. Asked to
-// produce it prints its command line and ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
+// With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
+// there is a file `fails` in the state directory with 1. Asked to produce it prints its command line and
+// ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
 
 #include <csignal>
 #include <cstdio>
@@ -114,6 +115,10 @@ int main(int, char** argv)
     if (const char* status = getenv("ORVAN_DOUBLE_EXIT")) {
         fputs("double: ends at once\n", stderr);
         return atoi(status);
+    }
+    if (const char* state = getenv("ORVAN_STATE");
+        state != nullptr && access((std::string(state) + "/fails").c_str(), F_OK) == 0) {
+        return 1;
     }
     const char* pid = getenv("LISTEN_PID");
     const char* count = getenv("LISTEN_FDS");
