@@ -28,12 +28,15 @@ Temperature::Temperature(double base, std::uint64_t seed) : m_base(base), m_wave
 
 double Temperature::read_at(std::chrono::duration<double> age) const
 {
+    if (m_held) {
+        return *m_held;
+    }
     double celsius = m_base;
     for (const Wave& wave : m_waves) {
         celsius +=
             kSwing * wave.share * std::sin(2 * std::numbers::pi * (age.count() / wave.period + wave.phase));
     }
-    return std::round(m_held.value_or(celsius) * 100) / 100;
+    return std::round(celsius * 100) / 100;
 }
 
 } // namespace sim_module

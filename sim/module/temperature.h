@@ -19,7 +19,7 @@ public:
     /** @param seed the same one gives the same drift, counted from the construction */
     explicit Temperature(double base = kDefaultBase, std::uint64_t seed = 0);
 
-    /** Degrees Celsius, to the hundredth. */
+    /** Degrees Celsius: the drift to the hundredth, or what is held. */
     double read() const { return read_at(std::chrono::steady_clock::now() - m_start); }
 
     /** What `read` gives that long after the construction. */

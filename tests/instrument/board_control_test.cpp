@@ -57,6 +57,9 @@ TEST(ModuleTemperature, IsHeldAndLetGoFromOutside)
     EXPECT_EQ(instrument.ctl({"temp", "1", "71.5"}).status, 0);
     EXPECT_EQ(client.ask(":SYST:TEMP?"), "71.5;+OK\r\n");
     EXPECT_EQ(instrument.ctl({"temp", "1"}).output, "ok 71.5 held\n");
+    EXPECT_EQ(instrument.ctl({"temp", "1", "47.999"}).status, 0);
+    EXPECT_EQ(instrument.ctl({"temp", "1"}).output, "ok 47.999 held\n");
+    EXPECT_EQ(instrument.ask_module(1, ":SYST:TEMP?"), "47.999;+OK");
     EXPECT_NE(instrument.ctl({"temp", "2"}).output.find(" drifting\n"), std::string::npos);
     EXPECT_EQ(instrument.ctl({"temp", "1", "hot"}).output,
               "orvan-sim: degrees Celsius, -273.15 to 1000, or \"auto\" expected\n");

@@ -93,7 +93,7 @@ TEST(ModuleTemperature, AHeldValueStandsUntilItIsReleased)
     EXPECT_EQ(temperature.read_at(seconds(kDay)), 71.5);
     EXPECT_EQ(temperature.read(), 71.5);
     temperature.hold(-5.126);
-    EXPECT_EQ(temperature.read_at(seconds(100)), -5.13);
+    EXPECT_EQ(temperature.read_at(seconds(100)), -5.126) << "as it was set";
     temperature.release();
     EXPECT_FALSE(temperature.is_held());
     EXPECT_EQ(temperature.read_at(seconds(100)), before) << "the drift has gone on unseen";
