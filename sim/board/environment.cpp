@@ -10,14 +10,10 @@ namespace {
 
 constexpr unsigned kFastestClock = 10000;
 
-const BoardWiring* const kWirings[] = {&kBenchtopWiring, &kPortableWiring, &kKsr7000Wiring};
-
 const BoardWiring* wiring_of(const char* name)
 {
-    for (const BoardWiring* wiring : kWirings) {
-        if (wiring->name == name)
-            return wiring;
-    }
+    if (const BoardWiring* const wiring = find_wiring(name))
+        return wiring;
     std::fprintf(stderr, "sim_board: ORVAN_BOARD=%s is none of benchtop, portable, ksr7000\n", name);
     return &kPortableWiring;
 }

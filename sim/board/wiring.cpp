@@ -100,4 +100,13 @@ constinit const BoardWiring kKsr7000Wiring{
     .expander_reset = kExpanderReset,
 };
 
+const BoardWiring* find_wiring(std::string_view platform)
+{
+    for (const BoardWiring* wiring : {&kBenchtopWiring, &kPortableWiring, &kKsr7000Wiring}) {
+        if (wiring->name == platform)
+            return wiring;
+    }
+    return nullptr;
+}
+
 } // namespace sim_board

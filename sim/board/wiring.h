@@ -64,4 +64,7 @@ extern const BoardWiring kBenchtopWiring;
 extern const BoardWiring kPortableWiring;
 extern const BoardWiring kKsr7000Wiring;
 
+/// By its name; null for any other.
+const BoardWiring* find_wiring(std::string_view platform);
+
 } // namespace sim_board

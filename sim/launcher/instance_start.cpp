@@ -2,6 +2,7 @@
 
 #include "models.h"
 #include "module_control.h"
+#include "power_on_verbs.h"
 #include "sockets.h"
 #include "state_lock.h"
 
@@ -129,6 +130,9 @@ Result<bool> Instance::choose_model()
                      "leave --model out, or name another directory", false};
     }
     m_model = *model;
+    if (Result<bool> good = check_power_on_verbs(m_model.platform, m_options.board); !good) {
+        return good;
+    }
     m_modules.resize(static_cast<size_t>(m_options.modules.value_or(m_model.channels)));
     return true;
 }
@@ -305,17 +309,13 @@ Result<bool> Instance::start_module(int number)
     return true;
 }
 
-/// The service on this instrument's board, as yet with no options.
+/// The service on this instrument's board, which is sound, as yet with no options.
 Command Instance::service_command() const
 {
     Command command;
     command.argv = {program("orvan-service"), "--foreground"};
     command.environment = {{"ORVAN_BOARD", m_model.platform},
                            {"ORVAN_BOARD_CLOCK_RATE", std::to_string(m_options.clock_rate)}};
-    std::string& verbs = command.environment["ORVAN_BOARD_AT_POWER_ON"];
-    for (const std::string& verb : m_options.board) {
-        verbs += (verbs.empty() ? "" : ";") + verb;
-    }
     command.own_group = true;
     return command;
 }
@@ -335,6 +335,10 @@ Result<bool> Instance::start_service()
         command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
     }
     command.environment["NOTIFY_SOCKET"] = run_file("notify").string();
+    std::string& verbs = command.environment["ORVAN_BOARD_AT_POWER_ON"];
+    for (const std::string& verb : m_options.board) {
+        verbs += (verbs.empty() ? "" : ";") + verb;
+    }
     command.environment["ORVAN_BOARD_CONTROL"] = board_socket().string();
     command.environment["ORVAN_BOARD_MODULE_POWER"] = module_power_pipe().string();
     // Beside its own port, which is that of the settings and stands in the controller's network.

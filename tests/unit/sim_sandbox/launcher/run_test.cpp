@@ -129,6 +129,32 @@ TEST_F(OrvanSimRun, UnknownModelIsAnErrorThatListsTheKnownOnes)
     EXPECT_EQ(left_over(), "");
 }
 
+TEST_F(OrvanSimRun, AVerbThatTheBoardRefusesIsAnErrorBeforeTheStart)
+{
+    struct {
+        const char* verb;
+        const char* refusal;
+    } const cases[] = {
+        {"bogus", "unknown verb 'bogus'; 'help' lists them"},
+        {"", "a verb expected; 'help' lists them"},
+        {"spi away", "'absent' or 'ok' expected, not 'away'"},
+        {"spi absent;i2c 0x20 absent", "'spi absent|ok' expected"},
+        {"i2c 0x55 absent", "no chip is at 0x55; 'i2c' lists them"},
+        {"battery 30", "a benchtop board has nothing for 'battery'"},
+    };
+    for (const auto& [verb, refusal] : cases) {
+        const Outcome refused = sim({"run", "--scpi-port", "0", "--maint-port", "0", "--state", state(),
+                                     "--board", "i2c 0x20 absent", "--board", verb});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.output, std::string("orvan-sim: --board \"") + verb + "\": " + refusal + "\n");
+        EXPECT_FALSE(fs::exists(state() / "log/production.log"));
+    }
+    if (!start_ready({"--board", "i2c 0x20 absent", "--board", "spi absent"})) {
+        return;
+    }
+    EXPECT_EQ(ask("env ORVAN_BOARD_AT_POWER_ON"), "i2c 0x20 absent;spi absent\n");
+}
+
 TEST_F(OrvanSimRun, FewerModulesThanChannelsLeaveTheirLinksOut)
 {
     if (!start_ready({"--modules", "2", "--log-level", "info"})) {
