@@ -57,8 +57,16 @@ std::string show_state(Board& board, Words)
     return verb_done(board_state(board));
 }
 
+std::string note_serving(Board& board, Words)
+{
+    board.clock().start_up_ends();
+    return verb_done();
+}
+
 constexpr BoardVerb kState[] = {
     {"board", "", "where relays, outputs, fan and lines stand", 0, 0, nullptr, show_state},
+    {"serving", "", "the instrument serves: from now on the clock shortens periods, too", 0, 0, nullptr,
+     note_serving},
 };
 
 } // namespace

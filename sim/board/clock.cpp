@@ -28,6 +28,8 @@ std::uint64_t Clock::sleep_us(std::uint64_t us)
 {
     std::unique_lock lock(m_mutex);
     if (m_mode == Mode::kRealTime) {
+        if (m_starting_up && us >= kPeriodUs)
+            us = sleep_start_up(lock, us);
         const unsigned rate = us < kShortUs ? 1 : m_rate; // short ones at rate would only burn the CPU
         sleep_real(lock, std::chrono::nanoseconds(std::min(us, kLongestUs) * 1000 / rate));
     } else if (m_released) {
@@ -51,12 +53,37 @@ std::uint64_t Clock::poll_us(std::uint64_t us)
     return now_locked();
 }
 
-void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span)
+// Result: what is left.
+std::uint64_t Clock::sleep_start_up(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+{
+    const auto begin = steady_clock::now();
+    sleep_real(lock, std::chrono::microseconds(std::min(us, kLongestUs)), true);
+    const auto slept = std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
+    return us - std::min(us, static_cast<std::uint64_t>(slept.count()));
+}
+
+void Clock::start_up_begins()
+{
+    std::lock_guard lock(m_mutex);
+    m_starting_up = true;
+}
+
+void Clock::start_up_ends()
+{
+    std::lock_guard lock(m_mutex);
+    m_starting_up = false;
+    for (Sleeper* sleeper : m_sleepers)
+        sleeper->wake.notify_one();
+}
+
+void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span,
+                       bool until_start_up_ends)
 {
     Sleeper self{.end_us = 0}; // the thread wakes by itself
     const auto place = m_sleepers.insert(m_sleepers.end(), &self);
     m_changed.notify_all();
-    self.wake.wait_until(lock, steady_clock::now() + span, [&] { return m_released; });
+    self.wake.wait_until(lock, steady_clock::now() + span,
+                         [&] { return m_released || (until_start_up_ends && !m_starting_up); });
     m_sleepers.erase(place);
 }
 

@@ -41,6 +41,15 @@ public:
     std::uint64_t poll_us(std::uint64_t us);
     static constexpr std::uint64_t kPollUs = 10'000;
 
+    /// From this on a wait is a period of something that runs all the time.
+    static constexpr std::uint64_t kPeriodUs = 10'000'000;
+
+    /// Until start_up_ends a period takes as long as in the world, then what is left of it is shortened. What
+    /// an instrument computes at its start does not get faster by the rate, so that its first periods would
+    /// end in the midst of it, which they do not on a real one.
+    void start_up_begins();
+    void start_up_ends();
+
     /// Below this a wait paces a bus or a polling thread.
     static constexpr std::uint64_t kShortUs = 1000;
 
@@ -74,7 +83,9 @@ private:
 
     std::uint64_t now_locked() const;
     void sleep_manual(std::unique_lock<std::mutex>& lock, std::uint64_t us);
-    void sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span);
+    void sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span,
+                    bool until_start_up_ends = false);
+    std::uint64_t sleep_start_up(std::unique_lock<std::mutex>& lock, std::uint64_t us);
     bool asleep_within(std::unique_lock<std::mutex>& lock, std::size_t count,
                        std::chrono::milliseconds bound);
 
@@ -88,6 +99,7 @@ private:
     std::size_t m_leaving = 0;
     std::uint64_t m_now_us = 0; // manual clock only
     bool m_released = false;
+    bool m_starting_up = false;
     std::thread::id m_self_advancing{};
 };
 

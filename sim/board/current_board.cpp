@@ -41,6 +41,8 @@ std::shared_ptr<Board> first_board()
 {
     const BoardEnvironment environment = board_environment();
     const std::shared_ptr<Board> board = make_board(environment);
+    if (environment.start_up)
+        board->clock().start_up_begins();
     report_power(*board, environment.module_power_path);
     std::istringstream verbs(environment.at_power_on);
     for (std::string verb; std::getline(verbs, verb, ';');) {

@@ -41,6 +41,7 @@ BoardEnvironment board_environment()
         result.eeprom_image = image;
     if (const char* const rate = std::getenv("ORVAN_BOARD_CLOCK_RATE"); rate != nullptr)
         result.clock_rate = clock_rate_of(rate);
+    result.start_up = std::getenv("ORVAN_BOARD_START_UP") != nullptr;
     if (const char* const verbs = std::getenv("ORVAN_BOARD_AT_POWER_ON"); verbs != nullptr)
         result.at_power_on = verbs;
     if (const char* const path = std::getenv("ORVAN_BOARD_CONTROL"); path != nullptr)

@@ -12,6 +12,8 @@ namespace sim_board {
 /// - ORVAN_BOARD_EEPROM: image file of its EEPROM, which outlives the process; an erased chip when not set
 /// - ORVAN_BOARD_CLOCK_RATE: 1 to 10000, how many times faster than the world's its clock runs; 1 when not
 /// set
+/// - ORVAN_BOARD_START_UP: set, if the clock waits for the verb "serving" with the shortening of periods, see
+/// Clock::start_up_begins
 /// - ORVAN_BOARD_AT_POWER_ON: verbs of board_verbs.h, joined by ";", for a board that has faults from the
 /// start
 /// - ORVAN_BOARD_CONTROL: path of the control socket; none when not set
@@ -23,6 +25,7 @@ struct BoardEnvironment {
     const BoardWiring* wiring = &kPortableWiring;
     std::string eeprom_image;
     unsigned clock_rate = 1;
+    bool start_up = false;
     std::string control_path;
     std::string module_power_path;
     std::string at_power_on;

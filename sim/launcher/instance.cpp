@@ -1,5 +1,6 @@
 #include "instance.h"
 
+#include "board_client.h"
 #include "sockets.h"
 
 #include <algorithm>
@@ -95,6 +96,8 @@ void Instance::read_notifications()
         if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
             m_ready = true;
             m_deadline = Clock::time_point::max();
+            // Before anybody is told, as what follows may go by the clock.
+            ask_board(board_socket(), "serving");
             if (std::exchange(m_announced, true)) {
                 std::puts("the service is ready again");
                 announce_new_address();

@@ -339,6 +339,7 @@ Result<bool> Instance::start_service()
     for (const std::string& verb : m_options.board) {
         verbs += (verbs.empty() ? "" : ";") + verb;
     }
+    command.environment["ORVAN_BOARD_START_UP"] = "1";
     command.environment["ORVAN_BOARD_CONTROL"] = board_socket().string();
     command.environment["ORVAN_BOARD_MODULE_POWER"] = module_power_pipe().string();
     // Beside its own port, which is that of the settings and stands in the controller's network.

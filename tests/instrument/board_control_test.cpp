@@ -66,3 +66,17 @@ TEST(ModuleTemperature, IsHeldAndLetGoFromOutside)
     EXPECT_EQ(instrument.ctl({"temp", "1", "auto"}).status, 0);
     EXPECT_NE(client.ask(":SYST:TEMP?"), "71.5;+OK\r\n");
 }
+
+TEST(ModuleTemperature, IsNotAskedForBeforeTheInstrumentServes)
+{
+    ORVAN_NEEDS_SANDBOX();
+    // A failed poll of the own channel would stand in the built-in test for good; at this rate the half
+    // minute between the polls is 3 ms.
+    const Instrument instrument({"--clock-rate", "10000"});
+    Client client = instrument.client();
+    instrument.clear_requests(2);
+    EXPECT_TRUE(eventually([&] {
+        return instrument.ctl({"module", "2", "log"}).output.find(":SYST:TEMP?") != std::string::npos;
+    })) << "once it serves, the clock is fast";
+    EXPECT_EQ(client.ask("*TST?"), "0 Failures;+OK\r\n");
+}

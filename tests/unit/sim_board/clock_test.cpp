@@ -43,6 +43,36 @@ TEST(RealTimeClock, ReleaseEndsAPoll)
     clock.release();
 }
 
+TEST(RealTimeClock, InAStartUpAPeriodIsShortenedOnceItIsOver)
+{
+    constexpr std::uint64_t kWaitUs = 60'000'000; // 6 ms at that rate
+    Clock clock(Clock::Mode::kRealTime, 10000);
+    clock.start_up_begins();
+    std::atomic<bool> done = false;
+    const auto begin = std::chrono::steady_clock::now();
+    std::jthread sleeper([&] {
+        clock.sleep_us(kWaitUs);
+        done = true;
+    });
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    for (int second = 0; second < 200; ++second)
+        clock.sleep_us(Clock::kPeriodUs - 1); // shortened: a millisecond each
+    EXPECT_FALSE(done);
+    clock.start_up_ends();
+    sleeper.join();
+    clock.sleep_us(kWaitUs);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
+}
+
+TEST(RealTimeClock, ReleaseEndsAPeriodInAStartUp)
+{
+    Clock clock(Clock::Mode::kRealTime, 2);
+    clock.start_up_begins();
+    std::jthread sleeper([&] { clock.sleep_us(UINT64_MAX); });
+    ASSERT_TRUE(clock.wait_for_sleepers(1));
+    clock.release();
+}
+
 TEST(ManualClock, APollIsAWaitLikeAnyOther)
 {
     Clock clock(Clock::Mode::kManual);

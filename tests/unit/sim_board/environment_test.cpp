@@ -1,5 +1,6 @@
 #include "board/environment.h"
 
+#include "board/board_verbs.h"
 #include "board/current_board.h"
 
 #include <fcntl.h>
@@ -9,6 +10,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <thread>
 
 using namespace sim_board;
 
@@ -19,7 +21,7 @@ protected:
     void SetUp() override
     {
         for (const char* name : {"ORVAN_BOARD", "ORVAN_BOARD_EEPROM", "ORVAN_BOARD_CLOCK_RATE",
-                                 "ORVAN_BOARD_CONTROL", "ORVAN_BOARD_MODULE_POWER"})
+                                 "ORVAN_BOARD_CONTROL", "ORVAN_BOARD_MODULE_POWER", "ORVAN_BOARD_START_UP"})
             unsetenv(name);
     }
 };
@@ -30,6 +32,7 @@ TEST_F(BoardEnvironmentTest, WithNothingSetItIsAPortableInTheWorldsTime)
     EXPECT_EQ(environment.wiring, &kPortableWiring);
     EXPECT_EQ(environment.eeprom_image, "");
     EXPECT_EQ(environment.clock_rate, 1u);
+    EXPECT_FALSE(environment.start_up);
     EXPECT_EQ(environment.control_path, "");
     EXPECT_EQ(environment.module_power_path, "");
 }
@@ -70,6 +73,7 @@ TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeAsItTells)
     setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);
     setenv("ORVAN_BOARD_AT_POWER_ON", "spi absent;fly;i2c 0x24 absent", 1);
     setenv("ORVAN_BOARD_MODULE_POWER", "/none/pipe", 1);
+    setenv("ORVAN_BOARD_START_UP", "1", 1);
     testing::internal::CaptureStderr();
     const auto board = current_board();
     ASSERT_EQ(&board->wiring(), &kBenchtopWiring); // made once a process
@@ -79,6 +83,16 @@ TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeAsItTells)
     EXPECT_LT(hw_spi_open("/dev/spidev0.0", O_RDWR), 0);
     EXPECT_LT(wiringPiI2CSetup(0x24), 0);
     EXPECT_GE(wiringPiI2CSetup(0x20), 0);
+
+    std::jthread sleeper([&] { board->clock().sleep_us(600'000'000); });
+    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
+    for (int round = 0; round < 200; ++round)
+        board->clock().sleep_us(Clock::kPeriodUs - 1);
+    EXPECT_EQ(board->clock().sleepers(), 1u) << "a period is not shortened in the start-up";
+    EXPECT_EQ(execute_on_board(*board, "serving now"), "error 'serving' expected\n");
+    EXPECT_EQ(execute_on_board(*board, "serving"), "ok\n");
+    sleeper.join();
+
     const auto start = std::chrono::steady_clock::now();
     const std::uint64_t before = board->clock().now_us();
     // Ten minutes of the board's time are 60 ms of the world's; at the world's own rate the test would hang.
