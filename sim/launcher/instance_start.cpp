@@ -109,7 +109,7 @@ Result<bool> Instance::prepare_state()
         return registry.error();
     }
     m_registry = *registry;
-    m_registry->sweep();
+    m_registry->sweep(m_state);
     return true;
 }
 

@@ -88,7 +88,7 @@ std::vector<fs::path> Registry::running() const
     return states;
 }
 
-void Registry::sweep() const
+void Registry::sweep(const fs::path& own) const
 {
     std::error_code code;
     std::vector<fs::path> links;
@@ -97,10 +97,10 @@ void Registry::sweep() const
     }
     for (const fs::path& link : links) {
         const fs::path state = fs::read_symlink(link, code);
-        if (code || is_running(state)) {
+        if (code || (state != own && is_running(state))) {
             continue;
         }
-        if (is_left_over_temporary(state)) {
+        if (state != own && is_left_over_temporary(state)) {
             fs::remove_all(state, code);
         }
         fs::remove(link, code);

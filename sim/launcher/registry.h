@@ -25,7 +25,9 @@ public:
     std::vector<std::filesystem::path> running() const;
 
     /// Removes what launchers that were killed have left: their links, and their temporary state directories.
-    void sweep() const;
+    /// \param own  state directory that the caller holds the lock of and has not yet added: it is kept, and
+    ///             links to it are a killed launcher's
+    void sweep(const std::filesystem::path& own) const;
 
 private:
     explicit Registry(std::filesystem::path folder) : m_folder(std::move(folder)) {}

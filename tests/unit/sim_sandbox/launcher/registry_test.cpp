@@ -140,10 +140,23 @@ TEST_F(InstanceRegistry, SweepRemovesOnlyWhatIsDeadAndTemporary)
     for (const fs::path& state : {dead, kept, misnamed, m_folder.path() / "gone"}) {
         fs::create_directory_symlink(state, registry_folder() / ("dead-" + std::to_string(++number)));
     }
-    registry.value().sweep();
+    registry.value().sweep(m_folder.path() / "own");
     EXPECT_FALSE(fs::exists(dead));
     EXPECT_TRUE(fs::exists(kept));
     EXPECT_TRUE(fs::exists(alive));
     EXPECT_TRUE(fs::exists(misnamed));
     EXPECT_EQ(std::distance(fs::directory_iterator(registry_folder()), fs::directory_iterator()), 1);
+}
+
+TEST_F(InstanceRegistry, SweepRemovesLinksToTheOwnStateAndKeepsTheState)
+{
+    const auto registry = Registry::open();
+    const fs::path own = make_state(std::string(kTemporaryPrefix) + "named-by-its-user");
+    ASSERT_TRUE(write_record(own, a_record()));
+    const auto lock = lock_state(own);
+    ASSERT_TRUE(registry.value().add(own));
+    ASSERT_EQ(registry.value().running().size(), 1u);
+    registry.value().sweep(own);
+    EXPECT_TRUE(registry.value().running().empty());
+    EXPECT_TRUE(fs::exists(own));
 }

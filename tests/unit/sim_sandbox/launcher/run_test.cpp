@@ -508,6 +508,21 @@ TEST_F(OrvanSimRun, KilledLauncherTakesAllProcessesAlongAndTheNextRunCleansUp)
     EXPECT_EQ(left_over(), "");
 }
 
+TEST_F(OrvanSimRun, AStateDirectoryOfAKilledLauncherIsTheOnlyInstanceOnceItRunsAgain)
+{
+    for (int life = 0; life < 3; ++life) {
+        if (!start_ready({"--modules", "none", "--state", state()})) {
+            return;
+        }
+        EXPECT_EQ(sim({"ctl", "status"}).status, 0) << sim({"ctl", "status"}).output;
+        if (life < 2) {
+            EXPECT_EQ(stop(SIGKILL), 128 + SIGKILL);
+        }
+    }
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_EQ(left_over(), "");
+}
+
 TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatIsMissing)
 {
     if (!start_ready({"--no-sandbox", "--modules", "1"})) {
