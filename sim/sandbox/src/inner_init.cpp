@@ -27,6 +27,8 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     char folder[PATH_MAX];
     const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
 
+    // That of the machine's mount namespace: in our own nothing of it can be written soon.
+    const UniqueFd settings(open("/proc/sys", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (Failure failure = unshare_namespace(CLONE_NEWNS, "mount")) {
         return *failure;
     }
@@ -44,7 +46,7 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     if (has_folder && chdir(folder) != 0 && chdir("/") != 0) {
         return system_failure("changing to /");
     }
-    return build_network(modules);
+    return build_network(modules, settings);
 }
 
 /// Lets go of everything that was inherited, so that nothing waits for this process to close it.

@@ -73,6 +73,22 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
     return batch.str();
 }
 
+/// What deploy/sysctl.d sets on an instrument: requests to the modules do not run out of ports. In a
+/// container /proc/sys may be read-only; everything works then, only slower once a client has kept asking for
+/// a while.
+Failure reuse_ports(int network_fd, const UniqueFd& settings)
+{
+    // The settings that are found below /proc/sys/net are those of the process's network.
+    if (setns(network_fd, CLONE_NEWNET) != 0) {
+        return system_failure("entering a network namespace");
+    }
+    const UniqueFd setting(openat(settings.get(), "net/ipv4/tcp_tw_reuse", O_WRONLY | O_CLOEXEC));
+    if (setting && write(setting.get(), "1\n", 2) != 2) {
+        return system_failure("setting net.ipv4.tcp_tw_reuse");
+    }
+    return std::nullopt;
+}
+
 Failure wait_for_links(int network_fd, const std::vector<std::string>& interfaces)
 {
     if (setns(network_fd, CLONE_NEWNET) != 0) {
@@ -105,7 +121,7 @@ Failure wait_for_all_links(const std::vector<UniqueFd>& networks, int modules)
 
 } // namespace
 
-Result<std::vector<UniqueFd>> build_network(int modules)
+Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& settings)
 {
     std::vector<UniqueFd> networks(static_cast<size_t>(role_count(modules)));
     for (size_t index = networks.size(); index-- > 0;) {
@@ -116,6 +132,9 @@ Result<std::vector<UniqueFd>> build_network(int modules)
         networks[index] = std::move(*network);
     }
     const auto network_of = [&](Role role) { return networks[static_cast<size_t>(role.index())].get(); };
+    if (Failure failure = reuse_ports(network_of(Role::controller()), settings)) {
+        return *failure;
+    }
     if (Failure failure =
             run_ip_batch(controller_commands(networks, modules), network_of(Role::controller()))) {
         return *failure;

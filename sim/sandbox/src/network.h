@@ -9,6 +9,8 @@ namespace orvan_sandbox {
 
 /// Makes the network namespaces of all roles, in the order of Role::index(), joins them by links and sets
 /// addresses. The calling process ends up in the controller's.
-Result<std::vector<UniqueFd>> build_network(int modules);
+///
+/// settings: a /proc/sys that can be written.
+Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& settings);
 
 } // namespace orvan_sandbox
