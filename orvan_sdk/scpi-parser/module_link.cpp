@@ -22,7 +22,8 @@ constexpr size_t kReplySize = 4096;
 // Closes its descriptor on every way out, which is where a request ends.
 class Socket {
 public:
-    Socket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    // Not blocking, for the connect() that has a time-out.
+    Socket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
     ~Socket()
     {
         if (m_fd >= 0)
@@ -66,9 +67,6 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
     if (module.fd() < 0)
         return "-ERR Unable to create socket";
 
-    const int flags = fcntl(module.fd(), F_GETFL, 0);
-    fcntl(module.fd(), F_SETFL, flags | O_NONBLOCK);
-
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
@@ -84,7 +82,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
         if (refused != 0)
             return failure("Unable to connect (timeout or error)\n", "-ERR Unable to connect");
     }
-    fcntl(module.fd(), F_SETFL, flags);
+    fcntl(module.fd(), F_SETFL, O_RDWR); // blocking from here on
 
     const timeval timeout{RECV_TIMEOUT, 0};
     if (setsockopt(module.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0)
