@@ -139,6 +139,7 @@ int serve(const Options& options)
     ServerLimits limits;
     limits.max_message = kScpiInputBufferSize;
     limits.max_clients = static_cast<size_t>(options.max_clients);
+    limits.message_budget = static_cast<size_t>(options.message_memory) << 20;
     const OwnClient own_client(listeners);
     HangWatch watch(instrument, scpi_progress,
                     std::chrono::milliseconds(static_cast<int64_t>(options.hang_limit * 1000)),

@@ -9,8 +9,12 @@
 namespace orvan_service {
 namespace {
 
-// Each has a thread.
+// Each takes a descriptor, of which the maintenance protocol needs most.
 constexpr int kMostClients = 512;
+
+// A message may be 3 MB long.
+constexpr int kLeastMessageMemory = 3;
+constexpr int kMostMessageMemory = 1024;
 
 const std::map<std::string, Platform> kPlatforms{{"factory", Platform::kFactory},
                                                  {"portable", Platform::kPortable},
@@ -43,6 +47,11 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     app.add_option("--address", options.address, "Listen on this address only, not on all of IPv4 and IPv6");
     app.add_option("--max-clients", options.max_clients, "Clients served at once; one more is refused")
         ->check(CLI::Range(1, kMostClients))
+        ->capture_default_str();
+    app.add_option("--message-memory", options.message_memory,
+                   "MB that the messages of more than 16 kB of all clients may take while they arrive; those "
+                   "that do not fit wait")
+        ->check(CLI::Range(kLeastMessageMemory, kMostMessageMemory))
         ->capture_default_str();
     CLI::Option* const loopback =
         app.add_flag("--modules-on-loopback", options.modules_on_loopback,

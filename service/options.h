@@ -25,6 +25,7 @@ struct Options {
     std::string address;
     std::optional<uint16_t> port; /**< not given: that of the settings */
     int max_clients = 256;
+    int message_memory = 64; /**< MB */
     int channels = 4;
     int module_wait = 60;
     bool modules_on_loopback = false;

@@ -197,7 +197,7 @@ TEST(HostileClients, OneThatReadsLateBlocksNoTurnAndGetsEveryReply)
         ++answered;
     });
     ServerLimits limits;
-    limits.session.reply_patience = std::chrono::seconds(60);
+    limits.raw.reply_patience = std::chrono::seconds(60);
     RunningServer server(sink, limits);
     TestClient late(server.port(), 4096);
     std::thread sender([&] {
@@ -223,7 +223,7 @@ TEST(HostileClients, OneThatNeverReadsIsClosed)
     RecordingSink sink(
         [](int socket, const std::string&) { write_all(socket, std::string(2000, 'r') + "\r\n"); });
     ServerLimits limits;
-    limits.session.reply_patience = std::chrono::milliseconds(50);
+    limits.raw.reply_patience = std::chrono::milliseconds(50);
     RunningServer server(sink, limits);
     TestClient deaf(server.port(), 4096);
     std::thread sender([&] {
@@ -271,7 +271,7 @@ TEST(HostileClients, ALongCommandDoesNotCountAsABlockedReply)
         RecordingSink::answer(socket, message);
     });
     ServerLimits limits;
-    limits.session.send_timeout = std::chrono::milliseconds(10);
+    limits.raw.send_timeout = std::chrono::milliseconds(10);
     RunningServer server(sink, limits);
     TestClient client(server.port());
     EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
@@ -293,7 +293,7 @@ TEST(HostileClients, MemoryOfLargeMessagesIsGivenBack)
         return resident;
     };
     RecordingSink sink([](int, const std::string&) {});
-    RunningServer server(sink, {.max_clients = 40});
+    RunningServer server(sink, {.message_budget = 128u << 20});
     const std::string unfinished(2'000'000, 'x');
     const long before = resident_pages();
     {
@@ -307,4 +307,143 @@ TEST(HostileClients, MemoryOfLargeMessagesIsGivenBack)
     }
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
     EXPECT_TRUE(eventually([&] { return resident_pages() - before < 12L * 1024 * 1024 / 4096; }));
+}
+
+TEST(HostileClients, OneThatResetsHasNothingMoreExecuted)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    std::string lines;
+    for (int i = 0; i < 200; ++i) {
+        lines += "line " + std::to_string(i) + "\n";
+    }
+    TestClient client(server.port());
+    client.send(lines);
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    client.reset();
+    sink.open();
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    EXPECT_EQ(sink.messages(), std::vector<std::string>{"line 0\n"});
+}
+
+TEST(HostileClients, OneThatResetsWhileAnotherIsAtWorkHasNothingExecuted)
+{
+    RecordingSink sink;
+    sink.shut();
+    RunningServer server(sink);
+    TestClient busy(server.port());
+    busy.send("first\nsecond\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    TestClient resetting(server.port());
+    resetting.send("a\nb\n");
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 2; }));
+    resetting.reset();
+    sink.open();
+    busy.line();
+    EXPECT_EQ(busy.line(), "second;+OK\r\n");
+    EXPECT_EQ(sink.messages(), (std::vector<std::string>{"first\n", "second\n"}));
+}
+
+// A script that sends its settings and leaves: its end is orderly, whatever our replies meet.
+TEST(HostileClients, OneThatSendsAndClosesHasAllOfItExecuted)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    std::vector<std::string> expected;
+    std::string lines;
+    for (int i = 0; i < 200; ++i) {
+        expected.push_back(std::to_string(i) + "\n");
+        lines += expected.back();
+    }
+    {
+        TestClient client(server.port());
+        client.send(lines);
+    }
+    EXPECT_TRUE(eventually([&] { return sink.messages().size() == expected.size(); }));
+    EXPECT_EQ(sink.messages(), expected);
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+}
+
+TEST(HostileClients, AMessageThatTricklesIsClosedInTime)
+{
+    const LogCapture log;
+    RecordingSink sink;
+    ServerLimits limits;
+    limits.raw.message_patience = std::chrono::milliseconds(100);
+    RunningServer server(sink, limits);
+    TestClient idle(server.port());
+    TestClient trickling(server.port());
+    std::string line;
+    EXPECT_TRUE(eventually([&] {
+        trickling.send("x");
+        line = trickling.line(std::chrono::milliseconds(2));
+        return !line.empty();
+    }));
+    EXPECT_EQ(line, "-ERR -365, \"Time out error\";+OK\r\n");
+    EXPECT_TRUE(trickling.sees_end());
+    EXPECT_TRUE(logged(log, "closed, its message did not arrive whole in time"));
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
+    EXPECT_EQ(idle.ask("a\n"), "a;+OK\r\n");
+}
+
+TEST(HostileClients, ABlockHasASecondMoreForEach64KilobytesOfIt)
+{
+    RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
+    ServerLimits limits;
+    limits.raw.message_patience = std::chrono::milliseconds(1);
+    RunningServer server(sink, limits);
+    const std::string block = ":DATA #7" + std::to_string(2'000'000) + std::string(2'000'000, 'x') + "\n";
+    TestClient client(server.port());
+    client.send(block.substr(0, 1'000'000));
+    TestClient impatient(server.port());
+    impatient.send(":DATA");
+    EXPECT_EQ(impatient.line(), "-ERR -365, \"Time out error\";+OK\r\n");
+    client.send(block.substr(1'000'000));
+    EXPECT_EQ(client.line(), "ok;+OK\r\n");
+}
+
+TEST(HostileClients, TheClockOfAHalfMessageStandsWhileACommandRuns)
+{
+    RecordingSink sink([](int socket, const std::string& message) {
+        if (message == "long\n") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500)); // the command's own time
+        }
+        RecordingSink::answer(socket, message);
+    });
+    ServerLimits limits;
+    limits.raw.message_patience = std::chrono::milliseconds(1000);
+    RunningServer server(sink, limits);
+    TestClient half(server.port());
+    half.send(":FRE");
+    TestClient busy(server.port());
+    EXPECT_EQ(busy.ask("long\n"), "long;+OK\r\n");
+    EXPECT_EQ(half.ask("Q?\n"), ":FREQ?;+OK\r\n");
+}
+
+TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndHoldNobodyElseUp)
+{
+    RecordingSink sink;
+    RunningServer server(sink, {.message_budget = 7'000'000});
+    const auto block = [](char fill) { return ":DATA #72900000" + std::string(2'900'000, fill) + "\n"; };
+    std::vector<TestClient> holders;
+    for (int i = 0; i < 2; ++i) {
+        holders.emplace_back(server.port());
+        holders.back().send(block('h').substr(0, 100'000));
+    }
+    expect_good_service(server.port());
+    TestClient waiting(server.port());
+    std::thread sender([&] { waiting.send(block('w')); });
+    TestClient resetting(server.port());
+    resetting.send(block('r').substr(0, 100'000));
+    for (int i = 0; i < 10; ++i) {
+        expect_good_service(server.port());
+    }
+    resetting.reset();
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 3; }));
+    EXPECT_EQ(sink.messages(), std::vector<std::string>(11, "*IDN?\n"));
+    holders.front().close();
+    EXPECT_EQ(waiting.line().size(), block('w').size() + 5);
+    sender.join();
+    EXPECT_EQ(holders.back().ask(block('h').substr(100'000)).size(), block('h').size() + 5);
 }

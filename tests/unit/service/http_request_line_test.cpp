@@ -1,4 +1,4 @@
-#include "service/http_request_line.h"
+#include "service/raw/http_request_line.h"
 
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 

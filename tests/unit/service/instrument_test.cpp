@@ -248,7 +248,7 @@ TEST_F(InstrumentTest, AnEndWhileTheTemperaturePollWaitsIsNoErrorOfThePoll)
         } catch (const std::exception&) { // of the end of the connection, when the server goes
         }
     });
-    ASSERT_TRUE(eventually([&] { return server->server().waiting() == 1; }));
+    ASSERT_TRUE(eventually([&] { return server->server().clients() == 2; }));
     server->stop_accepting();
     EXPECT_FALSE(server->server().end(std::chrono::milliseconds(1)));
     hold.set_value();

@@ -1,4 +1,4 @@
-#include "service/message_buffer.h"
+#include "service/raw/message_buffer.h"
 
 #include <gtest/gtest.h>
 
@@ -36,8 +36,8 @@ protected:
     }
 
     using Texts = std::vector<std::string>;
-    LargeBufferPool pool{kLimit};
-    MessageBuffer buffer{pool};
+    MessageMemory memory{kLimit, 3 * kLimit};
+    MessageBuffer buffer{memory};
     Texts messages;
 };
 
@@ -98,7 +98,7 @@ TEST_F(MessageBufferTest, LineFeedsInADefiniteBlockDoNotEndTheMessage)
 
 TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeComesWhole)
 {
-    for (size_t size = MessageBuffer::kSmallSize - 2; size <= MessageBuffer::kSmallSize + 2; ++size) {
+    for (size_t size = MessageMemory::kShort - 2; size <= MessageMemory::kShort + 2; ++size) {
         for (const size_t piece : {size_t{1}, size_t{1460}, SIZE_MAX}) {
             messages.clear();
             const std::string message = std::string(size - 1, 'x') + "\n";
@@ -110,7 +110,7 @@ TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeComesWhole)
 
 TEST_F(MessageBufferTest, ABlockAroundTheSmallBuffersSizeComesWhole)
 {
-    for (size_t size = MessageBuffer::kSmallSize - 20; size <= MessageBuffer::kSmallSize + 2; ++size) {
+    for (size_t size = MessageMemory::kShort - 20; size <= MessageMemory::kShort + 2; ++size) {
         messages.clear();
         const std::string message = block_message(size);
         feed("a\n" + message + "b\n", 700);
@@ -178,20 +178,90 @@ TEST_F(MessageBufferTest, TwoOverrunsInARowAreToldOneByOne)
     EXPECT_EQ(messages, (Texts{"<overrun>", "<overrun>", "b\n"}));
 }
 
-TEST_F(MessageBufferTest, ALargeMessageGivesItsBufferBackBeforeTheNextReceive)
+TEST_F(MessageBufferTest, ALongMessageReturnsItsMemoryWhenItIsDone)
 {
     feed(std::string(50'000, 'x') + "\n");
-    (void)buffer.space();
-    // The pool keeps what came back: the next borrower gets the very bytes.
-    const LargeBuffer borrowed = pool.borrow();
-    ASSERT_TRUE(borrowed);
-    EXPECT_EQ(std::string(borrowed.data(), 10), "xxxxxxxxxx");
+    EXPECT_EQ(messages.size(), 1u);
+    EXPECT_EQ(memory.reserved(), 0u);
+}
+
+TEST_F(MessageBufferTest, ABlockReservesItsLengthAtItsHeaderAndAnEndlessTextTheLimit)
+{
+    feed(block_message(50'000).substr(0, 100));
+    EXPECT_GE(memory.reserved(), 50'000u);
+    EXPECT_LE(memory.reserved(), 50'000u + 2 * MessageMemory::kShort);
+    MessageBuffer other(memory);
+    const auto space = other.space();
+    std::memset(space.data(), 'x', space.size());
+    other.received(space.size());
+    const size_t before = memory.reserved();
+    EXPECT_EQ(other.next().event, Event::kNeedMore);
+    EXPECT_EQ(memory.reserved(), before + kLimit);
+}
+
+TEST_F(MessageBufferTest, TheLengthIsWhatCameAndWhatWasAnnounced)
+{
+    EXPECT_FALSE(buffer.unfinished());
+    feed("*ID");
+    EXPECT_TRUE(buffer.unfinished());
+    EXPECT_EQ(buffer.length(), 3u);
+    feed("N?\n");
+    EXPECT_FALSE(buffer.unfinished());
+    EXPECT_EQ(buffer.length(), 0u);
+    const std::string message = block_message(50'000);
+    feed(message.substr(0, 20'000));
+    EXPECT_EQ(buffer.length(), message.size() - 1);
+    feed(message.substr(20'000));
+    // Of one that is dropped, too.
+    const std::string dropped = block_message(3 * kLimit);
+    feed(dropped.substr(0, 150'000), 1000);
+    EXPECT_TRUE(buffer.unfinished());
+    EXPECT_EQ(buffer.length(), dropped.size() - 1);
+}
+
+TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryGoesOnWhenThereIsSome)
+{
+    MessagePiece taken = memory.borrow();
+    ASSERT_EQ(memory.reserve(this, taken, kLimit, 0, 0), MessageMemory::Answer::kGranted);
+    MessagePiece more = memory.borrow();
+    ASSERT_EQ(memory.reserve(this, more, kLimit, 0, 0), MessageMemory::Answer::kGranted);
+    MessagePiece most = memory.borrow();
+    ASSERT_EQ(memory.reserve(this, most, kLimit, 0, 0), MessageMemory::Answer::kGranted);
+    const std::string message = block_message(40'000);
+    const auto space = buffer.space();
+    std::memcpy(space.data(), message.data(), 1000);
+    buffer.received(1000);
+    EXPECT_EQ(buffer.next().event, Event::kWait);
+    EXPECT_EQ(buffer.next().event, Event::kWait);
+    most = {};
+    EXPECT_EQ(buffer.next().event, Event::kNeedMore);
+    feed(message.substr(1000) + "b\n");
+    EXPECT_EQ(messages, (Texts{message, "b\n"}));
+}
+
+TEST_F(MessageBufferTest, ABufferThatGoesLeavesTheLine)
+{
+    MessagePiece pieces[3];
+    for (MessagePiece& piece : pieces) {
+        piece = memory.borrow();
+        ASSERT_EQ(memory.reserve(this, piece, kLimit, 0, 0), MessageMemory::Answer::kGranted);
+    }
+    {
+        MessageBuffer waiting(memory);
+        const std::string header = block_message(40'000).substr(0, 100);
+        std::memcpy(waiting.space().data(), header.data(), header.size());
+        waiting.received(header.size());
+        EXPECT_EQ(waiting.next().event, Event::kWait);
+    }
+    pieces[0] = {};
+    feed(block_message(40'000));
+    EXPECT_EQ(messages, Texts{block_message(40'000)});
 }
 
 TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeBehindALargeMessageGoesOn)
 {
     const std::string large = std::string(50'000, 'x') + "\n";
-    for (size_t size = MessageBuffer::kSmallSize - 1; size <= MessageBuffer::kSmallSize + 1; ++size) {
+    for (size_t size = MessageMemory::kShort - 1; size <= MessageMemory::kShort + 1; ++size) {
         messages.clear();
         const std::string tail(size, 'y');
         feed(large.substr(0, 40'000));
@@ -216,33 +286,10 @@ TEST_F(MessageBufferTest, LargeMessagesInARowComeWhole)
     }
 }
 
-TEST(LargeBufferPool, KeepsOneBufferAndReusesIt)
+TEST(MessageBuffer, WithoutMemoryALongMessageIsDroppedAndTheNextOneWorks)
 {
-    LargeBufferPool pool(kLimit);
-    char* first;
-    {
-        const LargeBuffer buffer = pool.borrow();
-        first = buffer.data();
-        std::memset(first, 'x', kLimit);
-    }
-    const LargeBuffer again = pool.borrow();
-    EXPECT_EQ(again.data(), first);
-    const LargeBuffer other = pool.borrow();
-    EXPECT_NE(other.data(), first);
-    std::memset(other.data(), 'y', kLimit);
-    EXPECT_EQ(first[kLimit - 1], 'x');
-}
-
-TEST(LargeBufferPool, NoMemoryGivesAnEmptyBuffer)
-{
-    LargeBufferPool pool(SIZE_MAX / 16 * 15);
-    EXPECT_FALSE(pool.borrow());
-}
-
-TEST(MessageBuffer, WithoutMemoryALargeMessageIsDroppedAndTheNextOneWorks)
-{
-    LargeBufferPool pool(SIZE_MAX / 16 * 15);
-    MessageBuffer buffer(pool);
+    MessageMemory memory(SIZE_MAX / 16 * 15, SIZE_MAX); // more than there is, of 32 bits too
+    MessageBuffer buffer(memory);
     auto space = buffer.space();
     std::memset(space.data(), 'x', space.size());
     buffer.received(space.size());

@@ -46,6 +46,7 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_EQ(options.produce, "");
     EXPECT_FALSE(options.port.has_value());
     EXPECT_EQ(options.max_clients, 256);
+    EXPECT_EQ(options.message_memory, 64);
     EXPECT_EQ(options.channels, 4);
     EXPECT_EQ(options.module_wait, 60);
     EXPECT_FALSE(options.modules_on_loopback);
@@ -56,14 +57,31 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
 
 TEST(Options, EachIsTaken)
 {
-    const Options options =
-        parsed({"--platform", "ksr7000", "--port", "1234", "--address", "127.0.0.1", "--max-clients", "7",
-                "--channels", "2", "--module-wait", "0", "--modules-on-loopback", "--foreground",
-                "--hang-limit", "1.5", "--log-level", "debug"});
+    const Options options = parsed({"--platform",
+                                    "ksr7000",
+                                    "--port",
+                                    "1234",
+                                    "--address",
+                                    "127.0.0.1",
+                                    "--max-clients",
+                                    "7",
+                                    "--channels",
+                                    "2",
+                                    "--module-wait",
+                                    "0",
+                                    "--modules-on-loopback",
+                                    "--foreground",
+                                    "--hang-limit",
+                                    "1.5",
+                                    "--log-level",
+                                    "debug",
+                                    "--message-memory",
+                                    "5"});
     EXPECT_EQ(options.platform, Platform::kKsr7000);
     EXPECT_EQ(options.port, 1234);
     EXPECT_EQ(options.address, "127.0.0.1");
     EXPECT_EQ(options.max_clients, 7);
+    EXPECT_EQ(options.message_memory, 5);
     EXPECT_EQ(options.channels, 2);
     EXPECT_EQ(options.module_wait, 0);
     EXPECT_TRUE(options.modules_on_loopback);
@@ -116,6 +134,8 @@ TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
         {{"--port"}, "--port"},
         {{"--max-clients", "0"}, "0"},
         {{"--max-clients", "513"}, "513"},
+        {{"--message-memory", "2"}, "2"},
+        {{"--message-memory", "1025"}, "1025"},
         {{"--modules-on-loopback", "--channels", "0"}, "0"},
         {{"--modules-on-loopback", "--channels", "5"}, "5"},
         {{"--modules-on-loopback", "--module-wait", "-1"}, "-1"},
@@ -156,8 +176,8 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
     for (const char* option : {"--platform", "--produce", "--serial", "--port", "--address", "--max-clients",
-                               "--channels", "--module-wait", "--modules-on-loopback", "--hang-limit",
-                               "--foreground", "--log-level", "--version"}) {
+                               "--message-memory", "--channels", "--module-wait", "--modules-on-loopback",
+                               "--hang-limit", "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }

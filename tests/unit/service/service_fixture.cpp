@@ -9,8 +9,10 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
 namespace orvan_test {
 
@@ -199,6 +201,47 @@ void TestClient::reset()
     const linger at_once{1, 0};
     ::setsockopt(m_socket.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     m_socket = {};
+}
+
+// The child makes its sockets itself, so that none of them is ever this process's.
+OtherProcess::OtherProcess(int port, int connections)
+{
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    m_received = UniqueFd(ends[0]);
+    const UniqueFd to_us(ends[1]);
+    m_pid = ::fork();
+    if (m_pid == 0) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int first = -1;
+        for (int i = 0; i < connections; ++i) {
+            const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+            first = first < 0 ? socket : first;
+        }
+        char bytes[256];
+        for (ssize_t n; (n = ::recv(first, bytes, sizeof bytes, 0)) > 0;) {
+            [[maybe_unused]] const ssize_t written = ::write(to_us.get(), bytes, static_cast<size_t>(n));
+        }
+        ::_exit(0);
+    }
+    EXPECT_GT(m_pid, 0);
+}
+
+OtherProcess::~OtherProcess()
+{
+    if (m_pid > 0) {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+}
+
+std::string OtherProcess::first_line() const
+{
+    return read_until(m_received.get(), "\r\n", std::chrono::seconds(10));
 }
 
 } // namespace orvan_test

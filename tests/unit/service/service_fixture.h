@@ -103,6 +103,22 @@ private:
     std::string m_received;
 };
 
+/** A child process with connections that send nothing: for the server those of a stranger. */
+class OtherProcess {
+public:
+    OtherProcess(int port, int connections);
+    ~OtherProcess();
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+    /** What the server sends first on the first connection, up to CR LF. */
+    std::string first_line() const;
+
+private:
+    pid_t m_pid = -1;
+    UniqueFd m_received;
+};
+
 } // namespace orvan_test
 
 #endif

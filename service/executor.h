@@ -1,0 +1,91 @@
+#ifndef ORVAN_SERVICE_EXECUTOR_H
+#define ORVAN_SERVICE_EXECUTOR_H
+
+#include "message_memory.h"
+#include "session.h"
+
+#include <unique_fd.h>
+
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace orvan_service {
+
+/**
+ * The one thread that executes messages. It waits for all sessions together, takes one message of a ready
+ * session at a time, and goes to the next: a session's next message comes after one of every other session
+ * that was ready before, so a client with a thousand lines holds nobody up by more than one.
+ */
+class Executor {
+public:
+    Executor();
+    /** Waits for the message at work, without a limit of time; call end() before to have one. */
+    ~Executor();
+    Executor(const Executor&) = delete;
+    Executor& operator=(const Executor&) = delete;
+
+    /** Serves `session` from now on. Any thread. Throws std::system_error when it can't be waited for. */
+    void add(std::unique_ptr<Session> session);
+
+    /**
+     * Lets the message at work finish, drops those not begun, and destroys all sessions that do not have to
+     * stay open. Any thread.
+     *
+     * @return false when a message was still at work after `patience`; the object must not be destroyed then,
+     * the process has to end without. May be called again.
+     */
+    bool end(std::chrono::milliseconds patience);
+
+    /** Sessions being served. Any thread. */
+    size_t sessions() const;
+
+    /** How many of the sessions `counts`; it is called with each, and no session is destroyed meanwhile. Any
+     * thread. */
+    size_t count(const std::function<bool(const Session&)>& counts) const;
+
+private:
+    void run();
+    void collect(int timeout_ms);
+    void step(Session& session, bool readable);
+    void become(Session& session, Session::Wait wait);
+    void execute_round();
+    void lend_memory();
+    void expire();
+    void bury();
+    int timeout() const;
+    ServiceTime now() const;
+
+    const UniqueFd m_epoll;
+    const UniqueFd m_wake; // an event descriptor: end() was called
+    std::atomic<bool> m_ending = false;
+
+    // The executor's thread only.
+    std::vector<epoll_event> m_events;
+    std::deque<Session*> m_turns;
+    std::vector<Session*> m_again; // had a turn and have another message
+    std::vector<Session*> m_over;
+    std::deque<Session*> m_memory_line;
+    ServiceTime m_worked{0};              // time in which messages were at work
+    ServiceTime m_next_deadline = kNever; // no later than the first one
+
+    mutable std::mutex m_mutex; // guards what follows
+    std::condition_variable m_ended;
+    std::unordered_map<const Session*, std::unique_ptr<Session>> m_sessions;
+    bool m_done = false;
+
+    std::thread m_thread;
+};
+
+} // namespace orvan_service
+
+#endif

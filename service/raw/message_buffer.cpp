@@ -1,0 +1,93 @@
+#include "message_buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace orvan_service {
+
+std::span<char> MessageBuffer::space()
+{
+    if (!m_piece) {
+        m_piece = m_memory.borrow();
+    }
+    compact();
+    return {m_piece.data() + m_end, m_piece.size() - m_end};
+}
+
+MessageBuffer::Cut MessageBuffer::next()
+{
+    const size_t length =
+        m_scanned < m_end ? SCPI_FramerScan(&m_framer, m_piece.data() + m_scanned, m_end - m_scanned) : 0;
+    if (length > 0) {
+        const size_t begin = m_begin;
+        m_begin = m_scanned = m_scanned + length;
+        if (m_dropping) {
+            m_dropping = false;
+            m_dropped = 0;
+            return next();
+        }
+        return {Event::kMessage, {m_piece.data() + begin, m_begin - begin}};
+    }
+    m_scanned = m_end;
+    if (m_dropping) {
+        m_dropped += held();
+        m_begin = m_end;
+    }
+    if (m_begin == m_end) {
+        m_begin = m_scanned = m_end = 0;
+        m_piece = {};
+        return {Event::kNeedMore, {}};
+    }
+    // The LF comes on top of what a block announces; a block that cannot fit need not be waited for.
+    const size_t left = m_framer.block_left;
+    if (left >= limit() - held()) {
+        return drop();
+    }
+    if (held() == m_piece.size() || left > m_piece.size() - held()) {
+        // What follows the block is short as a rule; a text of no announced length may have any.
+        const size_t wanted = left > 0 ? std::min(limit(), held() + left + MessageMemory::kShort) : limit();
+        const bool moves = !m_piece.is_long();
+        switch (m_memory.reserve(this, m_piece, wanted, m_begin, m_end)) {
+        case MessageMemory::Answer::kGranted:
+            if (moves) {
+                m_scanned = m_end = held();
+                m_begin = 0;
+            }
+            break;
+        case MessageMemory::Answer::kWait:
+            return {Event::kWait, {}};
+        case MessageMemory::Answer::kNone:
+            return drop();
+        }
+    }
+    return {Event::kNeedMore, {}};
+}
+
+MessageBuffer::Cut MessageBuffer::drop()
+{
+    m_dropping = true;
+    m_dropped = held();
+    m_begin = m_end;
+    return {Event::kOverrun, {}};
+}
+
+// What is left after the last whole message came with the receive that completed it, so moving it to the
+// front moves no byte twice.
+void MessageBuffer::compact()
+{
+    if (m_begin == 0) {
+        return;
+    }
+    const size_t left = held();
+    if (m_piece.is_long() && left < MessageMemory::kShort) {
+        MessagePiece piece = m_memory.borrow();
+        std::memcpy(piece.data(), m_piece.data() + m_begin, left);
+        m_piece = std::move(piece);
+    } else if (left > 0) {
+        std::memmove(m_piece.data(), m_piece.data() + m_begin, left);
+    }
+    m_begin = 0;
+    m_scanned = m_end = left;
+}
+
+} // namespace orvan_service

@@ -1,0 +1,78 @@
+#ifndef ORVAN_SERVICE_RAW_MESSAGE_BUFFER_H
+#define ORVAN_SERVICE_RAW_MESSAGE_BUFFER_H
+
+#include "service/message_memory.h"
+
+#include "scpi/extensions.h"
+
+#include <cstddef>
+#include <span>
+
+namespace orvan_service {
+
+/**
+ * Receive buffer of one client; cuts its stream into program messages (IEEE 488.2 7.5).
+ *
+ * Short messages live in a short piece of memory, a long one in a piece reserved for its length. Each byte is
+ * looked at once, and moved at most once in either piece. Used by one thread, that of the memory.
+ *
+ *     recv into space(), received(n), then next() until it returns kNeedMore.
+ */
+class MessageBuffer {
+public:
+    enum class Event {
+        kNeedMore, /**< no whole message is left; receive more */
+        kMessage,  /**< `message` is a whole one, its LF included; valid until the next call of next() */
+        kOverrun,  /**< the message at work is longer than the limit; comes once, the message is dropped */
+        kWait      /**< there is no memory for the message at work yet; receive nothing, call next() again */
+    };
+    struct Cut {
+        Event event;
+        std::span<char> message;
+    };
+
+    /** The longest message, LF included, is `memory.longest()` bytes. */
+    explicit MessageBuffer(MessageMemory& memory) : m_memory(memory) { SCPI_FramerReset(&m_framer); }
+    ~MessageBuffer() { m_memory.leave_line(this); }
+    MessageBuffer(const MessageBuffer&) = delete;
+    MessageBuffer& operator=(const MessageBuffer&) = delete;
+
+    /** Where to receive; never empty after next() returned kNeedMore. Drops the messages that next()
+     * returned. */
+    std::span<char> space();
+
+    /** `len` bytes of space() have been filled. */
+    void received(size_t len) { m_end += len; }
+
+    Cut next();
+
+    /** Bytes of a block at work that are still to come: a receive may wait for that many. */
+    size_t expected() const { return m_dropping ? 0 : static_cast<size_t>(m_framer.block_left); }
+
+    /** A message has begun and not ended. */
+    bool unfinished() const { return held() > 0 || m_dropping; }
+
+    /** Bytes of the unfinished message as far as they came or were announced. */
+    size_t length() const { return m_dropped + held() + static_cast<size_t>(m_framer.block_left); }
+
+    /** Bytes of the longest message, LF included. */
+    size_t limit() const { return m_memory.longest(); }
+
+private:
+    size_t held() const { return m_end - m_begin; }
+    void compact();
+    Cut drop();
+
+    MessageMemory& m_memory;
+    MessagePiece m_piece;
+    scpi_framer_t m_framer;
+    size_t m_begin = 0;   // of the message at work
+    size_t m_scanned = 0; // the framer has seen the bytes below
+    size_t m_end = 0;     // of the bytes received
+    size_t m_dropped = 0; // bytes of the message at work
+    bool m_dropping = false;
+};
+
+} // namespace orvan_service
+
+#endif

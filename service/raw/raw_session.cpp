@@ -1,0 +1,223 @@
+#include "raw_session.h"
+
+#include "service/listener.h"
+
+#include "scpi/error.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace orvan_service {
+namespace {
+
+// A fixed send buffer, so that a socket which poll() calls writable (a third of the buffer is free) takes
+// this many replies of 2048 bytes with their bookkeeping. So the check of that is made once for so many
+// replies.
+constexpr int kSendBuffer = 256 * 1024;
+constexpr unsigned kRepliesPerCheck = 16;
+
+// In the middle of a block of some megabytes the executor is not woken for less than this, which spares a
+// twelfth of the block's time.
+constexpr size_t kBulk = 512 * 1024;
+
+constexpr int kInputBufferOverrun = -363;
+constexpr int kTimeOut = -365;
+
+template <typename T>
+void set_option(int socket, int level, int name, const T& value)
+{
+    if (::setsockopt(socket, level, name, &value, sizeof value) != 0) {
+        ::syslog(LOG_WARNING, "client %d: socket option %d/%d: %s", socket, level, name,
+                 std::strerror(errno));
+    }
+}
+
+} // namespace
+
+RawSession::RawSession(UniqueFd socket, MessageSink& sink, MessageMemory& memory, const RawLimits& limits)
+    : m_socket(std::move(socket)), m_sink(sink), m_limits(limits), m_buffer(memory)
+{
+    const int fd = m_socket.get();
+    const auto count = m_limits.send_timeout.count();
+    const timeval send_timeout{static_cast<time_t>(count / 1000),
+                               static_cast<suseconds_t>(count % 1000 * 1000)};
+    set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    set_option(fd, SOL_SOCKET, SO_SNDBUF, kSendBuffer);
+    set_option(fd, SOL_SOCKET, SO_SNDTIMEO, send_timeout);
+    // A client whose cable was pulled would keep its place for ever.
+    set_option(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
+    set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, 60);
+    set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);
+    set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, 6);
+    ::syslog(LOG_INFO, "client %d: connected", fd);
+}
+
+RawSession::~RawSession()
+{
+    ::shutdown(m_socket.get(), SHUT_RDWR);
+    if (m_had_turn) {
+        m_sink.client_lost(m_socket.get());
+    }
+    ::syslog(LOG_INFO, "client %d: gone", m_socket.get());
+}
+
+Session::Wait RawSession::advance(ServiceTime now, bool readable)
+{
+    if (!m_message.empty()) {
+        return wait_for_turn(now);
+    }
+    if (readable && !receive()) {
+        m_input_ended = true;
+    }
+    if (m_broken) {
+        return Wait::kOver;
+    }
+    while (true) {
+        const auto cut = m_buffer.next();
+        switch (cut.event) {
+        case MessageBuffer::Event::kMessage:
+            m_begun = kNever;
+            m_message = cut.message;
+            return wait_for_turn(now);
+        case MessageBuffer::Event::kOverrun:
+            ::syslog(LOG_NOTICE, "client %d: message longer than %zu bytes dropped", m_socket.get(),
+                     m_buffer.limit());
+            answer_error(kInputBufferOverrun);
+            break;
+        case MessageBuffer::Event::kWait:
+            // Its time begins when there is memory for it.
+            m_begun = m_deadline = kNever;
+            return Wait::kMemory;
+        case MessageBuffer::Event::kNeedMore:
+            return m_input_ended ? Wait::kOver : wait_for_input(now);
+        }
+    }
+}
+
+Session::Wait RawSession::wait_for_turn(ServiceTime now)
+{
+    if (m_unchecked_replies < kRepliesPerCheck || has_room_for_reply()) {
+        m_unchecked_replies %= kRepliesPerCheck;
+        m_deadline = kNever;
+        return Wait::kTurn;
+    }
+    if (m_deadline == kNever) {
+        m_deadline = now + m_limits.reply_patience;
+    }
+    return Wait::kRoom;
+}
+
+Session::Wait RawSession::wait_for_input(ServiceTime now)
+{
+    receive_in_bulk(m_buffer.expected() >= kBulk);
+    m_deadline = kNever;
+    if (m_buffer.unfinished()) {
+        if (m_begun == kNever) {
+            m_begun = now;
+        }
+        m_deadline = m_begun + m_limits.message_patience +
+                     std::chrono::seconds(m_buffer.length() / RawLimits::kBytesASecond);
+    }
+    return Wait::kInput;
+}
+
+void RawSession::execute()
+{
+    const auto message = m_message;
+    m_message = {};
+    ++m_unchecked_replies;
+    m_had_turn = true;
+    const ServiceTime begin = coarse_now();
+    m_sink.execute(m_socket.get(), message.data(), message.size());
+    // Whoever writes the reply does not say whether it went out.
+    if (coarse_now() - begin + kCoarseStep >= m_limits.send_timeout && !has_room_for_reply()) {
+        ::syslog(LOG_NOTICE, "client %d: closed, it does not read its reply", m_socket.get());
+        m_broken = true;
+    }
+}
+
+bool RawSession::receive()
+{
+    const auto space = m_buffer.space();
+    const ssize_t received = ::recv(m_socket.get(), space.data(), space.size(), MSG_DONTWAIT);
+    if (received > 0) {
+        const auto bytes = space.first(static_cast<size_t>(received));
+        if (m_first_line.feed(bytes) == HttpRequestLine::Verdict::kYes) {
+            ::syslog(LOG_WARNING, "client %d at %s: closed, its first line is an HTTP request line",
+                     m_socket.get(), peer_address(m_socket.get()).c_str());
+            m_broken = true;
+            return false;
+        }
+        m_buffer.received(bytes.size());
+    }
+    return received > 0 || (received < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+void RawSession::receive_in_bulk(bool bulk)
+{
+    if (bulk != m_bulk) {
+        m_bulk = bulk;
+        set_option(m_socket.get(), SOL_SOCKET, SO_RCVLOWAT, bulk ? static_cast<int>(kBulk) : 1);
+    }
+}
+
+// A reset that came after the end of the peer's input answers our replies: it no longer reads them.
+Session::HangUp RawSession::hung_up()
+{
+    int error = 0;
+    socklen_t size = sizeof error;
+    ::getsockopt(m_socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+    m_input_ended = m_input_ended || error == EPIPE;
+    return m_input_ended ? HangUp::kOrderly : HangUp::kReset;
+}
+
+void RawSession::expired()
+{
+    if (m_message.empty()) {
+        ::syslog(LOG_NOTICE, "client %d: closed, its message did not arrive whole in time", m_socket.get());
+        answer_error(kTimeOut);
+        // Closing with bytes unread would send a reset, which may overtake the line.
+        ::shutdown(m_socket.get(), SHUT_WR);
+        receive();
+    } else {
+        ::syslog(LOG_NOTICE, "client %d: closed, it does not read its replies", m_socket.get());
+    }
+}
+
+bool RawSession::stays_open() const
+{
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    return !m_had_turn && ::getpeername(m_socket.get(), reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+           peer.sin_family == AF_INET && peer.sin_addr.s_addr == htonl(INADDR_LOOPBACK);
+}
+
+void RawSession::answer_error(int number)
+{
+    const std::string reply = "-ERR " + std::to_string(number) + ", \"" +
+                              SCPI_ErrorTranslate(static_cast<int_fast16_t>(number)) + "\";+OK\r\n";
+    if (::send(m_socket.get(), reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+        ::syslog(LOG_INFO, "client %d: send: %s", m_socket.get(), std::strerror(errno));
+    }
+}
+
+bool RawSession::has_room_for_reply() const
+{
+    pollfd socket{m_socket.get(), POLLOUT, 0};
+    int ready;
+    do {
+        ready = ::poll(&socket, 1, 0);
+    } while (ready < 0 && errno == EINTR);
+    // A reset connection is reported by the next receive().
+    return ready != 0;
+}
+
+} // namespace orvan_service

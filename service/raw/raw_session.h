@@ -1,0 +1,83 @@
+#ifndef ORVAN_SERVICE_RAW_SESSION_H
+#define ORVAN_SERVICE_RAW_SESSION_H
+
+#include "http_request_line.h"
+#include "message_buffer.h"
+#include "service/message_sink.h"
+#include "service/session.h"
+
+#include <unique_fd.h>
+
+#include <span>
+
+namespace orvan_service {
+
+struct RawLimits {
+    /**
+     * How long one write of a reply may block the executor. A reply that is not read can meet it twice, in
+     * its body and at its end, and the next client is to be answered within a second all the same.
+     */
+    std::chrono::milliseconds send_timeout{300};
+    /** How long a client may leave its replies unread before it is closed. */
+    ServiceTime reply_patience{5000};
+    /** How long a message may take to arrive: this, and a second more for each kBytesASecond of its length.
+     */
+    ServiceTime message_patience{60'000};
+    static constexpr size_t kBytesASecond = 64 * 1024;
+};
+
+/**
+ * A client of the raw socket: program messages end with LF (IEEE 488.2 7.5), and the library writes their
+ * replies to the socket itself.
+ *
+ * One whose first line is an HTTP request line is closed before anything of it is executed.
+ *
+ * A client that does not read its replies gets no turn until there is room for a reply again. Only a reply
+ * longer than the socket's buffer can block; that costs at most two send time-outs, once, since the client is
+ * closed then.
+ */
+class RawSession : public Session {
+public:
+    /** @param sink, memory outlive the session */
+    RawSession(UniqueFd socket, MessageSink& sink, MessageMemory& memory, const RawLimits& limits);
+    ~RawSession() override;
+
+    int descriptor() const override { return m_socket.get(); }
+    Wait advance(ServiceTime now, bool readable) override;
+    void execute() override;
+    HangUp hung_up() override;
+    ServiceTime deadline() const override { return m_deadline; }
+    void expired() override;
+
+    /**
+     * A connection of this machine (127.0.0.1) whose first message was not begun may be the library's own,
+     * which asks for a temperature and would take the end of the connection for an empty answer.
+     */
+    bool stays_open() const override;
+
+private:
+    Wait wait_for_turn(ServiceTime now);
+    Wait wait_for_input(ServiceTime now);
+    bool receive();
+    void receive_in_bulk(bool bulk);
+    void answer_error(int number);
+    bool has_room_for_reply() const;
+
+    const UniqueFd m_socket;
+    MessageSink& m_sink;
+    const RawLimits m_limits;
+    MessageBuffer m_buffer;
+    HttpRequestLine m_first_line;
+    std::span<char> m_message; // found and not yet executed
+    ServiceTime m_deadline = kNever;
+    ServiceTime m_begun = kNever; // the unfinished message
+    unsigned m_unchecked_replies = 0;
+    bool m_had_turn = false;
+    bool m_bulk = false;
+    bool m_input_ended = false;
+    bool m_broken = false;
+};
+
+} // namespace orvan_service
+
+#endif
