@@ -36,19 +36,29 @@ size_t receive_line(int socket, char* line, size_t size)
     return used;
 }
 
+double percentile_99(const std::vector<std::vector<float>>& times)
+{
+    std::vector<float> all;
+    for (const auto& some : times) {
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    if (all.empty()) {
+        return 0;
+    }
+    const auto place = all.begin() + static_cast<ptrdiff_t>(all.size() * 99 / 100);
+    std::nth_element(all.begin(), place, all.end());
+    return *place;
+}
+
 } // namespace
 
-int connect_to(const std::string& address, int port, const std::string& from)
+int connect_to(const std::string& address, int port)
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
-    if (!from.empty()) {
-        ::inet_pton(AF_INET, from.c_str(), &peer.sin_addr);
-        ::bind(socket, reinterpret_cast<sockaddr*>(&peer), sizeof peer);
-    }
     peer.sin_port = htons(static_cast<uint16_t>(port));
     if (::inet_pton(AF_INET, address.c_str(), &peer.sin_addr) != 1 ||
         ::connect(socket, reinterpret_cast<sockaddr*>(&peer), sizeof peer) != 0) {
@@ -78,20 +88,24 @@ Load round_trips(int port, int clients, const std::string& request, std::chrono:
     std::atomic<uint64_t> longest = 0;
     std::barrier begin(clients + 1);
     std::atomic<bool> end = false;
+    std::vector<std::vector<float>> taken(static_cast<size_t>(clients)); // microseconds
     std::vector<std::thread> threads;
     for (int client = 0; client < clients; ++client) {
-        threads.emplace_back([&] {
+        threads.emplace_back([&, &times = taken[static_cast<size_t>(client)]] {
             const int socket = connect_to("127.0.0.1", port);
             char line[4096];
             uint64_t count = 0;
             uint64_t longest_here = 0;
+            times.reserve(static_cast<size_t>(time.count()) * 100);
             send_all(socket, request.data(), request.size());
             receive_line(socket, line, sizeof line);
             begin.arrive_and_wait();
             while (!end.load(std::memory_order_relaxed)) {
                 const uint64_t seen = newest.load(std::memory_order_relaxed);
+                const auto asked = Clock::now();
                 send_all(socket, request.data(), request.size());
                 const size_t length = receive_line(socket, line, sizeof line);
+                times.push_back(std::chrono::duration<float, std::micro>(Clock::now() - asked).count());
                 ++count;
                 if (counted) {
                     uint64_t number = 0;
@@ -120,7 +134,7 @@ Load round_trips(int port, int clients, const std::string& request, std::chrono:
         thread.join();
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
-    return {static_cast<double>(total) / seconds, static_cast<unsigned>(longest)};
+    return {static_cast<double>(total) / seconds, percentile_99(taken), static_cast<unsigned>(longest)};
 }
 
 double connections(const std::string& address, int port, const std::string& request,

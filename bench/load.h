@@ -9,12 +9,13 @@
 
 namespace orvan_bench {
 
-/** A connected TCP socket without delay; `from` is the client's own address. Throws on failure. */
-int connect_to(const std::string& address, int port, const std::string& from = {});
+/** A connected TCP socket without delay. Throws on failure. */
+int connect_to(const std::string& address, int port);
 void send_all(int socket, const char* data, size_t size);
 
 struct Load {
     double rate;           /**< round trips a second, of all clients together */
+    double p99_us;         /**< 99 of 100 round trips took no longer, in microseconds */
     unsigned longest_wait; /**< turns of others, between a request and its reply; 0 when not counted */
 };
 
