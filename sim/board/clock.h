@@ -44,9 +44,9 @@ public:
     /// From this on a wait is a period of something that runs all the time.
     static constexpr std::uint64_t kPeriodUs = 10'000'000;
 
-    /// Until start_up_ends a period takes as long as in the world, then what is left of it is shortened. What
-    /// an instrument computes at its start does not get faster by the rate, so that its first periods would
-    /// end in the midst of it, which they do not on a real one.
+    /// Between these a period takes as long as in the world; at the end what is left of it is shortened. The
+    /// rate does not make an instrument compute faster, so its first periods would end before its start does,
+    /// which they do not on a real one.
     void start_up_begins();
     void start_up_ends();
 

@@ -12,8 +12,8 @@ namespace sim_board {
 /// - ORVAN_BOARD_EEPROM: image file of its EEPROM, which outlives the process; an erased chip when not set
 /// - ORVAN_BOARD_CLOCK_RATE: 1 to 10000, how many times faster than the world's its clock runs; 1 when not
 /// set
-/// - ORVAN_BOARD_START_UP: set, if the clock waits for the verb "serving" with the shortening of periods, see
-/// Clock::start_up_begins
+/// - ORVAN_BOARD_START_UP: when set, waits of ten seconds and more are shortened only after the verb
+/// "serving", see Clock::start_up_begins
 /// - ORVAN_BOARD_AT_POWER_ON: verbs of board_verbs.h, joined by ";", for a board that has faults from the
 /// start
 /// - ORVAN_BOARD_CONTROL: path of the control socket; none when not set

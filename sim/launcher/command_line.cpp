@@ -35,10 +35,10 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
         ->check(CLI::Range(1, 10000))
         ->take_last()
         ->capture_default_str();
-    run->add_option("--board", options.board,
-                    "A verb of 'ctl' for the board at every power-on but that of its production, as \"i2c "
-                    "0x20 absent\"; may be given more "
-                    "than once")
+    run->add_option(
+           "--board", options.board,
+           "A verb of 'ctl' for the board at every power-on, as \"i2c 0x20 absent\"; may be given more "
+           "than once. A new instrument is produced on a sound board")
         ->allow_extra_args(false);
     run->add_option("--log-level", options.log_level, "Log level of the service: err to debug")
         ->check(CLI::IsMember({"err", "warning", "notice", "info", "debug"}));

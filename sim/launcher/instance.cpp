@@ -96,7 +96,7 @@ void Instance::read_notifications()
         if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
             m_ready = true;
             m_deadline = Clock::time_point::max();
-            // Before anybody is told, as what follows may go by the clock.
+            // Before the announcement, since whoever waits for it may rely on the clock.
             ask_board(board_socket(), "serving");
             if (std::exchange(m_announced, true)) {
                 std::puts("the service is ready again");

@@ -22,8 +22,8 @@ struct Command {
     int input = -1;                ///< descriptor that becomes standard input; -1 keeps the caller's
     int output = -1;               ///< the same for standard output and
     int error = -1;                ///< standard error
-    std::string own_folder;        ///< of the caller's machine: in a sandbox, can be written by the program
-    bool own_group = false;        ///< process group of its own, so that Ctrl-C reaches only the caller
+    std::string own_folder; ///< folder of the caller that a program in a sandbox can write to; empty: none
+    bool own_group = false; ///< process group of its own, so that Ctrl-C reaches only the caller
 };
 
 /// The namespaces a child is put into; both descriptors empty: those of the caller.
