@@ -1,7 +1,7 @@
 // Runs each case of a suite in a fork of this process: as separate as in a process of its own, without the
 // half second that starting one under an emulator takes. GTEST_TOTAL_SHARDS and GTEST_SHARD_INDEX share the
-// cases out. With arguments, as a death test has them or who looks into a failure, it is a suite like any
-// other.
+// cases out. With --gtest_shuffle the cases share a process, as they do on other machines; with a filter, as
+// a death test has it or who looks into a failure, this is a suite like any other.
 //
 // ORVAN_NOT_RUN names the file of the cases that cannot run here: the suite's program, a pattern of names,
 // the reason. They are reported, and a row that fits no case is a failure.
@@ -20,6 +20,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,6 +30,7 @@ constexpr unsigned kLongestCase = 240; // seconds
 struct NotRun {
     std::string pattern;
     std::string reason;
+    bool fits_a_case = false;
 };
 
 bool matches(const std::string& name, const std::string& pattern)
@@ -36,33 +38,20 @@ bool matches(const std::string& name, const std::string& pattern)
     return fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
 }
 
-std::string name_of(const testing::TestSuite& suite, int index)
-{
-    return std::string(suite.name()) + "." + suite.GetTestInfo(index)->name();
-}
-
 int number_of(const char* variable, int otherwise)
 {
     const char* const text = std::getenv(variable);
-    const int number = text != nullptr ? std::atoi(text) : otherwise;
-    // The child that runs the one case must not leave it to another shard.
-    unsetenv(variable);
-    return number;
+    return text != nullptr ? std::atoi(text) : otherwise;
 }
 
-std::vector<std::string> cases_of_this_shard()
+std::vector<std::string> all_cases()
 {
-    const int shards = std::max(number_of("GTEST_TOTAL_SHARDS", 1), 1);
-    const int shard = number_of("GTEST_SHARD_INDEX", 0);
     const testing::UnitTest& all = *testing::UnitTest::GetInstance();
     std::vector<std::string> names;
-    int index = 0;
     for (int i = 0; i < all.total_test_suite_count(); ++i) {
         const testing::TestSuite& suite = *all.GetTestSuite(i);
         for (int j = 0; j < suite.total_test_count(); ++j) {
-            if (index++ % shards == shard) {
-                names.push_back(name_of(suite, j));
-            }
+            names.push_back(std::string(suite.name()) + "." + suite.GetTestInfo(j)->name());
         }
     }
     return names;
@@ -85,18 +74,28 @@ std::vector<NotRun> read_not_run(const std::string& program)
     return table;
 }
 
-bool fits_a_case(const NotRun& row)
+// Once for all shards. False when a row fits no case.
+bool report_not_run(std::vector<NotRun> table, const std::vector<std::string>& cases)
 {
-    const testing::UnitTest& all = *testing::UnitTest::GetInstance();
-    for (int i = 0; i < all.total_test_suite_count(); ++i) {
-        const testing::TestSuite& suite = *all.GetTestSuite(i);
-        for (int j = 0; j < suite.total_test_count(); ++j) {
-            if (matches(name_of(suite, j), row.pattern)) {
-                return true;
+    for (const std::string& name : cases) {
+        bool reported = false;
+        for (NotRun& row : table) {
+            if (matches(name, row.pattern)) {
+                if (!std::exchange(reported, true)) {
+                    std::printf("[ NOT RUN  ] %s %s\n", name.c_str(), row.reason.c_str());
+                }
+                row.fits_a_case = true;
             }
         }
     }
-    return false;
+    bool all_fit = true;
+    for (const NotRun& row : table) {
+        if (!row.fits_a_case) {
+            std::printf("FAILED: no case is called %s\n", row.pattern.c_str());
+            all_fit = false;
+        }
+    }
+    return all_fit;
 }
 
 bool passes(const std::string& name)
@@ -126,38 +125,58 @@ bool passes(const std::string& name)
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run_each(const std::vector<std::string>& cases)
 {
-    const bool has_arguments = argc > 1;
-    testing::InitGoogleMock(&argc, argv);
-    if (has_arguments) {
-        return RUN_ALL_TESTS();
-    }
     struct sigaction on_alarm {};
     on_alarm.sa_handler = [](int) {};
     sigaction(SIGALRM, &on_alarm, nullptr);
-    const std::string path = argv[0];
-    const std::vector<NotRun> not_run = read_not_run(path.substr(path.rfind('/') + 1));
+    const size_t shards = static_cast<size_t>(std::max(number_of("GTEST_TOTAL_SHARDS", 1), 1));
+    const size_t shard = static_cast<size_t>(number_of("GTEST_SHARD_INDEX", 0));
+    // The fork that runs one case must not leave it to another shard.
+    unsetenv("GTEST_TOTAL_SHARDS");
+    unsetenv("GTEST_SHARD_INDEX");
+    // What an emulator has translated once, the forks have.
+    GTEST_FLAG_SET(filter, "-*");
+    [[maybe_unused]] const int of_none = RUN_ALL_TESTS();
     std::vector<std::string> failed;
-    for (const NotRun& row : not_run) {
-        if (!fits_a_case(row)) {
-            failed.push_back("no case is called " + row.pattern);
-        }
-    }
-    for (const std::string& name : cases_of_this_shard()) {
-        const auto found = std::find_if(not_run.begin(), not_run.end(),
-                                        [&](const NotRun& row) { return matches(name, row.pattern); });
-        if (found != not_run.end()) {
-            std::printf("[ NOT RUN  ] %s %s\n", name.c_str(), found->reason.c_str());
-        } else if (!passes(name)) {
-            failed.push_back(name);
+    for (size_t index = shard; index < cases.size(); index += shards) {
+        if (!passes(cases[index])) {
+            failed.push_back(cases[index]);
         }
     }
     for (const std::string& name : failed) {
         std::printf("FAILED: %s\n", name.c_str());
     }
-    std::printf("%zu failed\n", failed.size());
     return failed.empty() ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string path = argv[0];
+    const bool shared = argc > 1;
+    testing::InitGoogleMock(&argc, argv);
+    if (GTEST_FLAG_GET(filter) != "*" || GTEST_FLAG_GET(list_tests)) {
+        return RUN_ALL_TESTS();
+    }
+    const std::vector<NotRun> not_run = read_not_run(path.substr(path.rfind('/') + 1));
+    std::vector<std::string> cases = all_cases();
+    int result = 0;
+    if (number_of("GTEST_SHARD_INDEX", 0) == 0 && !report_not_run(not_run, cases)) {
+        result = 1;
+    }
+    if (shared) {
+        std::string filter = "-";
+        for (const NotRun& row : not_run) {
+            filter += row.pattern + ":";
+        }
+        GTEST_FLAG_SET(filter, filter);
+        return std::max(result, RUN_ALL_TESTS());
+    }
+    std::erase_if(cases, [&](const std::string& name) {
+        return std::any_of(not_run.begin(), not_run.end(),
+                           [&](const NotRun& row) { return matches(name, row.pattern); });
+    });
+    return std::max(result, run_each(cases));
 }
