@@ -110,7 +110,7 @@ TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
     Instrument instrument;
     const auto descriptors = [&] {
         return std::stoi(
-            instrument.exec("controller", {"sh", "-c", "ls /proc/$(pgrep -x orvan-service)/fd | wc -l"})
+            instrument.exec("controller", {"sh", "-c", "ls /proc/$(pgrep -f '/[o]rvan-service ')/fd | wc -l"})
                 .output);
     };
     expect_answers(instrument);
