@@ -25,7 +25,7 @@ UniqueFd checked(int fd, const char* what)
 
 uint32_t events_of(Session::Wait wait)
 {
-    switch (wait) {
+    switch (wait) { // a hang-up is reported all the same
     case Session::Wait::kTurn:
     case Session::Wait::kInput:
         return EPOLLIN;
@@ -35,10 +35,17 @@ uint32_t events_of(Session::Wait wait)
     case Session::Wait::kOver:
         break;
     }
-    return 0; // a hang-up is reported all the same
+    return 0;
 }
 
 } // namespace
+
+// The end of the input is reported once, so that it wakes nobody again.
+uint32_t Executor::events_of(const Session& session)
+{
+    const uint32_t end = session.m_end_seen ? 0 : uint32_t{EPOLLRDHUP};
+    return orvan_service::events_of(session.m_wait) | end;
+}
 
 Executor::Executor()
     : m_epoll(checked(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
@@ -62,7 +69,7 @@ Executor::~Executor()
 void Executor::add(std::unique_ptr<Session> session)
 {
     epoll_event event{};
-    event.events = session->m_events = events_of(session->m_wait);
+    event.events = session->m_events = events_of(*session);
     event.data.ptr = session.get();
     const std::lock_guard lock(m_mutex);
     const auto place = m_sessions.emplace(session.get(), std::move(session)).first;
@@ -130,6 +137,11 @@ void Executor::collect(int timeout_ms)
         if (session.m_wait == Session::Wait::kOver) {
             continue;
         }
+        if (!hung_up && (event.events & EPOLLRDHUP) != 0) {
+            session.m_end_seen = true;
+            session.input_ends();
+            watch(session);
+        }
         if (hung_up &&
             (session.hung_up() == Session::HangUp::kReset || session.m_wait == Session::Wait::kMemory)) {
             become(session, Session::Wait::kOver);
@@ -160,8 +172,13 @@ void Executor::become(Session& session, Session::Wait wait)
         session.m_queued = true;
         m_turns.push_back(&session);
     }
+    watch(session);
+}
+
+void Executor::watch(Session& session)
+{
     epoll_event event{};
-    event.events = events_of(wait);
+    event.events = events_of(session);
     event.data.ptr = &session;
     if (event.events != session.m_events) {
         session.m_events = event.events;
@@ -171,7 +188,8 @@ void Executor::become(Session& session, Session::Wait wait)
 
 void Executor::execute_round()
 {
-    while (!m_turns.empty() && !m_ending) {
+    // Who becomes ready meanwhile is of the next round, as those are that have another message.
+    for (size_t left = m_turns.size(); left > 0 && !m_ending; --left) {
         Session& session = *m_turns.front();
         m_turns.pop_front();
         session.m_queued = false;
@@ -247,6 +265,8 @@ void Executor::bury()
         std::unique_ptr<Session> over; // destroyed after the lock
         const std::lock_guard lock(m_mutex);
         const auto place = m_sessions.find(session);
+        // By hand, as a program that another thread starts may have a copy of the descriptor for a while.
+        ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, session->descriptor(), nullptr);
         over = std::move(place->second);
         m_sessions.erase(place);
     }

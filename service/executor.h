@@ -58,6 +58,8 @@ private:
     void collect(int timeout_ms);
     void step(Session& session, bool readable);
     void become(Session& session, Session::Wait wait);
+    void watch(Session& session);
+    static uint32_t events_of(const Session& session);
     void execute_round();
     void lend_memory();
     void expire();

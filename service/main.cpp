@@ -147,27 +147,32 @@ int serve(const Options& options)
     Server server(std::move(listeners), watch, limits);
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
-    if (device != nullptr) {
-        start_front_panel(panel, own_client);
-        device->RunKbdServer();
-        power_button.emplace(*device);
-    }
+    // From here on no exception may leave: the destructors would wait for the command or the key at work.
+    try {
+        if (device != nullptr) {
+            start_front_panel(panel, own_client);
+            device->RunKbdServer();
+            power_button.emplace(*device);
+        }
 
-    notify("READY=1");
-    ::syslog(LOG_NOTICE, "ready");
-    server.run(stop.descriptor());
-    notify("STOPPING=1");
-    if (panel) {
-        panel->end();
+        notify("READY=1");
+        ::syslog(LOG_NOTICE, "ready");
+        server.run(stop.descriptor());
+        notify("STOPPING=1");
+        if (panel) {
+            panel->end();
+        }
+        ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
+        if (!server.end(kEndPatience)) {
+            // By now the button is up again, and the command may hold the bus by which it would be asked.
+            ::syslog(LOG_WARNING, "ended in the midst of a command");
+        } else if (power_button) {
+            power_button->wait_for_release();
+        }
+    } catch (const std::exception& error) {
+        ::syslog(LOG_ERR, "%s", error.what());
+        leave(kExitFailed);
     }
-    ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
-    if (!server.end(kEndPatience)) {
-        // By now the button is up again, and the command may hold the bus by which it would be asked.
-        ::syslog(LOG_WARNING, "ended in the midst of a command");
-    } else if (power_button) {
-        power_button->wait_for_release();
-    }
-    // The destructors would wait for the command or the key at work.
     leave(kExitDone);
 }
 

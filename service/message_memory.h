@@ -21,7 +21,7 @@ public:
     char* data() const { return m_data; }
     /** Bytes that may be used. */
     size_t size() const { return m_size; }
-    bool is_long() const { return m_long; }
+    bool is_long() const { return m_data != nullptr && m_long; }
     explicit operator bool() const { return m_data != nullptr; }
 
 private:

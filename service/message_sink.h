@@ -14,13 +14,13 @@ public:
      * Executes one whole program message and writes its reply to `socket`, before it returns.
      *
      * @param data the message with the LF that ends it; may be changed.
-     * Called on the client's thread, by one thread at a time.
+     * Called on the executor's thread.
      */
     virtual void execute(int socket, char* data, size_t len) = 0;
 
     /**
      * A client that had a message executed is gone; `socket` is still open, so its number is not yet
-     * another client's. Called on the client's thread, by one thread at a time and not during an `execute`.
+     * another client's. Called on the executor's thread, not during an `execute`.
      */
     virtual void client_lost(int socket) = 0;
 };

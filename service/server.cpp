@@ -113,7 +113,7 @@ bool Server::has_place_for(int socket) const
         return !is_own && !is_gone(session.descriptor());
     });
     const size_t kept = std::min(own, m_limits.own_places);
-    return others + own - kept < m_limits.max_clients ||
+    return (others + own - kept < m_limits.max_clients && sessions < 2 * m_limits.max_clients) ||
            (kept < m_limits.own_places && sockets.at_other_end_of(socket));
 }
 

@@ -44,7 +44,11 @@ public:
     /** Executes one message, with its reply. */
     virtual void execute() = 0;
 
-    /** The connection was closed in both directions. */
+    /** The peer has ended its input; what it sent before is still to be read. */
+    virtual void input_ends() {}
+
+    /** The connection was closed in both directions. One that waits for memory is destroyed in either case.
+     */
     virtual HangUp hung_up() = 0;
 
     /** When expired() is to be called, unless advance() is called before. */
@@ -62,6 +66,7 @@ private:
     Wait m_wait = Wait::kInput;
     uint32_t m_events = 0; // that the executor waits for
     bool m_queued = false; // for a turn
+    bool m_end_seen = false;
 };
 
 } // namespace orvan_service

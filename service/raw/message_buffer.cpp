@@ -39,7 +39,7 @@ MessageBuffer::Cut MessageBuffer::next()
         return {Event::kNeedMore, {}};
     }
     // The LF comes on top of what a block announces; a block that cannot fit need not be waited for.
-    const size_t left = m_framer.block_left;
+    const auto left = static_cast<size_t>(m_framer.block_left); // of at most nine digits
     if (left >= limit() - held()) {
         return drop();
     }

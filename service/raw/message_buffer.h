@@ -55,6 +55,9 @@ public:
     /** Bytes of the unfinished message as far as they came or were announced. */
     size_t length() const { return m_dropped + held() + static_cast<size_t>(m_framer.block_left); }
 
+    /** Some of the memory for long messages is reserved for the one at work. */
+    bool has_long_piece() const { return m_piece.is_long(); }
+
     /** Bytes of the longest message, LF included. */
     size_t limit() const { return m_memory.longest(); }
 

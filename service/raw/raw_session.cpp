@@ -84,7 +84,7 @@ Session::Wait RawSession::advance(ServiceTime now, bool readable)
         const auto cut = m_buffer.next();
         switch (cut.event) {
         case MessageBuffer::Event::kMessage:
-            m_begun = kNever;
+            m_begun = m_deadline = kNever;
             m_message = cut.message;
             return wait_for_turn(now);
         case MessageBuffer::Event::kOverrun:
@@ -93,8 +93,11 @@ Session::Wait RawSession::advance(ServiceTime now, bool readable)
             answer_error(kInputBufferOverrun);
             break;
         case MessageBuffer::Event::kWait:
-            // Its time begins when there is memory for it.
-            m_begun = m_deadline = kNever;
+            // Its time begins when there is memory for it. One that has some and needs more keeps its
+            // deadline, or such messages could wait for each other for ever.
+            if (!m_buffer.has_long_piece()) {
+                m_begun = m_deadline = kNever;
+            }
             return Wait::kMemory;
         case MessageBuffer::Event::kNeedMore:
             return m_input_ended ? Wait::kOver : wait_for_input(now);
@@ -175,8 +178,8 @@ Session::HangUp RawSession::hung_up()
     int error = 0;
     socklen_t size = sizeof error;
     ::getsockopt(m_socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-    m_input_ended = m_input_ended || error == EPIPE;
-    return m_input_ended ? HangUp::kOrderly : HangUp::kReset;
+    m_orderly = m_orderly || m_input_ended || error == EPIPE;
+    return m_orderly ? HangUp::kOrderly : HangUp::kReset;
 }
 
 void RawSession::expired()

@@ -45,6 +45,7 @@ public:
     int descriptor() const override { return m_socket.get(); }
     Wait advance(ServiceTime now, bool readable) override;
     void execute() override;
+    void input_ends() override { m_orderly = true; }
     HangUp hung_up() override;
     ServiceTime deadline() const override { return m_deadline; }
     void expired() override;
@@ -75,6 +76,7 @@ private:
     bool m_had_turn = false;
     bool m_bulk = false;
     bool m_input_ended = false;
+    bool m_orderly = false; // the peer ended its input before anything else
     bool m_broken = false;
 };
 

@@ -447,3 +447,86 @@ TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndHoldNobodyElseUp)
     sender.join();
     EXPECT_EQ(holders.back().ask(block('h').substr(100'000)).size(), block('h').size() + 5);
 }
+
+// Two clients that ask and wait, with commands of some time, leave their turns to a third with several lines.
+TEST(HostileClients, OnesThatAskAgainAtOnceKeepNobodyFromItsNextTurn)
+{
+    RecordingSink sink([](int socket, const std::string& message) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the command's own time
+        RecordingSink::answer(socket, message);
+    });
+    RunningServer server(sink);
+    std::atomic<bool> end = false;
+    std::vector<std::jthread> asking;
+    for (int i = 0; i < 2; ++i) {
+        asking.emplace_back([&] {
+            TestClient client(server.port());
+            while (!end) {
+                client.ask("a\n");
+            }
+        });
+    }
+    ASSERT_TRUE(eventually([&] { return sink.messages().size() > 4; }));
+    TestClient queueing(server.port());
+    queueing.send("1\n2\n3\n4\n");
+    for (int i = 1; i <= 4; ++i) {
+        EXPECT_EQ(queueing.line(std::chrono::seconds(5)), std::to_string(i) + ";+OK\r\n");
+    }
+    end = true;
+}
+
+TEST(HostileClients, OneThatSendsMoreThanIsReceivedAtOnceAndClosesHasAllOfItExecuted)
+{
+    RecordingSink sink([](int socket, const std::string& message) {
+        RecordingSink::answer(socket, message);
+        RecordingSink::answer(socket, message); // the first is answered by a reset, the second fails
+    });
+    RunningServer server(sink);
+    constexpr size_t kLines = 10'000;
+    std::string lines;
+    for (size_t i = 0; i < kLines; ++i) {
+        lines += std::to_string(i) + "\n";
+    }
+    {
+        TestClient client(server.port());
+        client.send(lines);
+    }
+    EXPECT_TRUE(eventually([&] { return sink.messages().size() == kLines; })) << sink.messages().size();
+}
+
+TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotWaitForEachOtherForEver)
+{
+    RecordingSink sink;
+    ServerLimits limits;
+    limits.max_message = 100'000;
+    limits.message_budget = 100'000;
+    limits.raw.message_patience = std::chrono::milliseconds(200);
+    RunningServer server(sink, limits);
+    // Each has its block and goes on beyond it, where there is room for one only.
+    std::vector<TestClient> holders;
+    for (int i = 0; i < 2; ++i) {
+        holders.emplace_back(server.port());
+        holders.back().send(":DATA #530000" + std::string(30'000 + 18'000, 'x'));
+    }
+    TestClient other(server.port());
+    const std::string message = ":DATA #560000" + std::string(60'000, 'y') + "\n";
+    EXPECT_EQ(other.ask(message).size(), message.size() + 5);
+}
+
+TEST(HostileClients, AMessageInPiecesLeavesThePatienceForUnreadRepliesAsItIs)
+{
+    const LogCapture log;
+    RecordingSink sink(
+        [](int socket, const std::string&) { write_all(socket, std::string(2000, 'r') + "\r\n"); });
+    ServerLimits limits;
+    limits.raw.reply_patience = std::chrono::milliseconds(50);
+    RunningServer server(sink, limits);
+    TestClient deaf(server.port(), 4096);
+    std::jthread sender([&] {
+        for (int i = 0; i < 5000; ++i) {
+            deaf.send("*ID");
+            deaf.send("N?\n");
+        }
+    });
+    EXPECT_TRUE(eventually([&] { return logged(log, "closed, it does not read its replies"); }));
+}
