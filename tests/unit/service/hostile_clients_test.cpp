@@ -512,21 +512,3 @@ TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotWaitForEachOtherForEver)
     const std::string message = ":DATA #560000" + std::string(60'000, 'y') + "\n";
     EXPECT_EQ(other.ask(message).size(), message.size() + 5);
 }
-
-TEST(HostileClients, AMessageInPiecesLeavesThePatienceForUnreadRepliesAsItIs)
-{
-    const LogCapture log;
-    RecordingSink sink(
-        [](int socket, const std::string&) { write_all(socket, std::string(2000, 'r') + "\r\n"); });
-    ServerLimits limits;
-    limits.raw.reply_patience = std::chrono::milliseconds(50);
-    RunningServer server(sink, limits);
-    TestClient deaf(server.port(), 4096);
-    std::jthread sender([&] {
-        for (int i = 0; i < 5000; ++i) {
-            deaf.send("*ID");
-            deaf.send("N?\n");
-        }
-    });
-    EXPECT_TRUE(eventually([&] { return logged(log, "closed, it does not read its replies"); }));
-}

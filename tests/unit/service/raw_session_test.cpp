@@ -1,0 +1,87 @@
+// A session by itself, with times that the test says.
+#include "service/raw/raw_session.h"
+
+#include "service/listener.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <optional>
+
+using namespace orvan_service;
+using namespace orvan_test;
+using namespace std::chrono_literals;
+using Wait = Session::Wait;
+
+namespace {
+
+class RawSessionTest : public ::testing::Test {
+protected:
+    RawSessionTest()
+    {
+        const auto listeners = open_listeners("127.0.0.1", 0);
+        client.emplace(local_port(listeners.front().get()));
+        UniqueFd socket(::accept4(listeners.front().get(), nullptr, nullptr, SOCK_CLOEXEC));
+        session.emplace(std::move(socket), sink, memory, RawLimits{});
+    }
+
+    /** Sends the bytes and lets the session receive them. */
+    Wait receive(ServiceTime now, const std::string& bytes)
+    {
+        client->send(bytes);
+        pollfd arrived{session->descriptor(), POLLIN, 0};
+        EXPECT_EQ(::poll(&arrived, 1, 10'000), 1);
+        return session->advance(now, true);
+    }
+
+    LogCapture log;
+    RecordingSink sink{[](int, const std::string&) {}};
+    MessageMemory memory{100'000, 100'000};
+    std::optional<TestClient> client;
+    std::optional<RawSession> session;
+};
+
+} // namespace
+
+TEST_F(RawSessionTest, AnIdleOneHasNoDeadline)
+{
+    EXPECT_EQ(session->advance(5s, true), Wait::kInput);
+    EXPECT_EQ(session->deadline(), kNever);
+}
+
+TEST_F(RawSessionTest, AHalfMessageHasAMinuteFromItsBeginningHoweverItTrickles)
+{
+    EXPECT_EQ(receive(5s, ":FR"), Wait::kInput);
+    EXPECT_EQ(session->deadline(), 65s);
+    EXPECT_EQ(receive(50s, "EQ"), Wait::kInput);
+    EXPECT_EQ(session->deadline(), 65s);
+    EXPECT_EQ(receive(60s, " 1\n"), Wait::kTurn);
+    EXPECT_EQ(session->deadline(), kNever);
+    session->execute();
+    EXPECT_EQ(session->advance(60s, false), Wait::kInput);
+    EXPECT_EQ(receive(70s, ":"), Wait::kInput);
+    EXPECT_EQ(session->deadline(), 130s);
+}
+
+TEST_F(RawSessionTest, UnreadRepliesHaveFiveSecondsWhateverTheMessageBefore)
+{
+    for (int i = 0; i < 16; ++i) {
+        ASSERT_EQ(receive(0s, "a\n"), Wait::kTurn) << i;
+        session->execute();
+        ASSERT_EQ(session->advance(0s, false), Wait::kInput) << i;
+    }
+    const std::string filler(65536, 'r');
+    while (::send(session->descriptor(), filler.data(), filler.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+    }
+    EXPECT_EQ(receive(1s, "*ID"), Wait::kInput);
+    EXPECT_EQ(session->deadline(), 61s);
+    EXPECT_EQ(receive(2s, "N?\n"), Wait::kRoom);
+    EXPECT_EQ(session->deadline(), 7s);
+    EXPECT_EQ(session->advance(3s, false), Wait::kRoom);
+    EXPECT_EQ(session->deadline(), 7s);
+}
