@@ -1,9 +1,12 @@
 #include "update_bench.h"
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <mqueue.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "array_new_tap.h"
@@ -283,11 +286,22 @@ TEST_F(ModuleUpdate, SoftwareCountsADeadModuleAsOneThatRefuses)
     EXPECT_EQ(modules[2].requests(), Lines{software_request("abc")});
 }
 
-TEST_F(ModuleUpdate, SoftwareIsTheFirstFileWithTheWordAndNoFolder)
+TEST_F(ModuleUpdate, SoftwareIsTheNewestFileWithTheWordAndNoFolder)
 {
     fs::create_directory(kUpgradeFolder / "a_ovx_module");
-    put_image("b_ovx_module", "first");
     put_image("c_ovx_module", "second");
+    const auto changed = [](const char* name) {
+        struct stat file = {};
+        EXPECT_EQ(::stat((kUpgradeFolder / name).c_str(), &file), 0);
+        return std::pair(file.st_ctim.tv_sec, file.st_ctim.tv_nsec);
+    };
+    // The file system's clock has steps of some milliseconds.
+    for (int tries = 0; tries < 1000; ++tries) {
+        put_image("b_ovx_module", "first");
+        if (changed("b_ovx_module") > changed("c_ovx_module"))
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     put_image("OVX_MODULE", "no");
     expect_request(software_request("first"), kAllAccept);
     EXPECT_TRUE(orvanx->sendSoftwareUpdate());
