@@ -3,16 +3,16 @@
 #include <cstdio>
 #include <new>
 
-#include "device_platform.h"
-#include "device_threads.h"
-#include "front_panel.h"
+#include "board/front_panel.h"
+#include "board/spi_fan.h"
+#include "board/trigger_impedance.h"
+#include "device/device_platform.h"
+#include "device/device_threads.h"
 #include "orvan_sdk/Benchtop/OrvanConnBenchtop.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
-#include "spi_fan.h"
-#include "trigger_impedance.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -7,10 +7,10 @@
 
 #include <wiringPi.h>
 
+#include "board/mcp23017.h"
+#include "board/register_steps.h"
+#include "board/spi_multiplexer.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
-#include "register_steps.h"
-#include "spi_multiplexer.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -2,11 +2,11 @@
 
 #include <syslog.h>
 
-#include "mcp23017.h"
+#include "board/mcp23017.h"
+#include "board/spi_multiplexer.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/i2cdev.h"
 #include "routing_tables.h"
-#include "spi_multiplexer.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -1,7 +1,7 @@
 #include "relay_sequence.h"
 
+#include "board/mcp23017.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 
 namespace HaldeElec::Orvan {
 

@@ -4,11 +4,13 @@
 #include <syslog.h>
 #include <wiringPi.h>
 
-#include "battery.h"
-#include "device_platform.h"
-#include "device_threads.h"
+#include "board/battery.h"
+#include "board/mcp23017.h"
+#include "board/register_steps.h"
+#include "board/trigger_impedance.h"
+#include "device/device_platform.h"
+#include "device/device_threads.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanConnPortable.h"
@@ -18,8 +20,6 @@
 #include "orvan_sdk/lxi/option_tables.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "portable_board.h"
-#include "register_steps.h"
-#include "trigger_impedance.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <syslog.h>
 
+#include "board/mcp23017.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"

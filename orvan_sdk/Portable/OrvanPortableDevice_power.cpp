@@ -4,9 +4,9 @@
 #include <syslog.h>
 #include <wiringPi.h>
 
-#include "battery.h"
+#include "board/battery.h"
+#include "board/mcp23017.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/i2cdev.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "portable_board.h"

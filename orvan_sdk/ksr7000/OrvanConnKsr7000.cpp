@@ -1,7 +1,7 @@
 #include "orvan_sdk/ksr7000/OrvanConnKsr7000.h"
 
+#include "board/spi_multiplexer.h"
 #include "orvan_sdk/OrvanDebug.h"
-#include "spi_multiplexer.h"
 
 namespace HaldeElec::Orvan {
 

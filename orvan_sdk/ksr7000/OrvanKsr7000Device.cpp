@@ -4,12 +4,14 @@
 #include <new>
 #include <syslog.h>
 
-#include "battery.h"
-#include "device_platform.h"
-#include "device_threads.h"
-#include "front_panel.h"
+#include "board/battery.h"
+#include "board/front_panel.h"
+#include "board/mcp23017.h"
+#include "board/spi_fan.h"
+#include "board/trigger_impedance.h"
+#include "device/device_platform.h"
+#include "device/device_threads.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"
@@ -17,8 +19,6 @@
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "spi_fan.h"
-#include "trigger_impedance.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -9,11 +9,11 @@
 
 #include <wiringPi.h>
 
-#include "battery.h"
+#include "board/battery.h"
+#include "board/mcp23017.h"
+#include "board/register_steps.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/i2cdev.h"
-#include "register_steps.h"
 
 namespace HaldeElec::Orvan {
 namespace {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "board/spi_multiplexer.h"
 #include "hw/hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
@@ -10,7 +11,6 @@
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "spi_multiplexer.h"
 
 namespace HaldeElec::Orvan {
 namespace {

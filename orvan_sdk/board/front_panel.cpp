@@ -5,8 +5,8 @@
 
 #include <wiringPi.h>
 
+#include "board/mcp23017.h"
 #include "hw/hw.h"
-#include "mcp23017.h"
 #include "orvan_sdk/i2cKeyboard/i2cKeyboard.h"
 #include "orvan_sdk/i2cdev.h"
 

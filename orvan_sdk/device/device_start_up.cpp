@@ -1,4 +1,4 @@
-#include "device_platform.h"
+#include "device/device_platform.h"
 
 #include <cstdio>
 #include <new>
