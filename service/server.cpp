@@ -130,7 +130,6 @@ void Server::refuse(int socket, const char* reason)
 
 bool Server::end(std::chrono::milliseconds patience)
 {
-    m_listeners.clear();
     return m_executor.end(patience);
 }
 

@@ -40,8 +40,9 @@ public:
     void run(int stop);
 
     /**
-     * Closes the door, lets the message at work finish, drops those not begun. Connections that have to stay
-     * open (RawSession::stays_open) are closed by the destructor.
+     * Lets the message at work finish and drops those not begun; to be called after run(). Connections that
+     * have to stay open (RawSession::stays_open) are closed by the destructor, and so are the listeners: the
+     * temperature poll may have connected and not been accepted yet, or be about to connect.
      *
      * @return false when a message was still at work after `patience`; the object must not be destroyed then,
      * the process has to end without.

@@ -14,6 +14,9 @@
 #include <dataorvan.h>
 #include <syslog.h>
 
+#include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <future>
 #include <optional>
 #include <thread>
@@ -44,6 +47,22 @@ protected:
     Instrument instrument;
     Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
 };
+
+/** Connections that a listener on the loopback has not accepted yet. */
+unsigned not_accepted(int port)
+{
+    std::ifstream table("/proc/net/tcp");
+    char listening[40];
+    std::snprintf(listening, sizeof listening, " 0100007F:%04X 00000000:0000 0A ",
+                  static_cast<unsigned>(port));
+    for (std::string line; std::getline(table, line);) {
+        if (const size_t found = line.find(listening); found != std::string::npos) {
+            const size_t queues = found + std::strlen(listening);
+            return static_cast<unsigned>(std::stoul(line.substr(line.find(':', queues) + 1, 8), nullptr, 16));
+        }
+    }
+    return 0;
+}
 
 } // namespace
 
@@ -261,4 +280,20 @@ TEST_F(InstrumentTest, AnEndWhileTheTemperaturePollWaitsIsNoErrorOfThePoll)
     server.reset();
     poll.join();
     EXPECT_EQ(log.count(LOG_ERR, error), 1u) << "what it would have been";
+}
+
+TEST_F(InstrumentTest, AnEndBeforeTheTemperaturePollIsAcceptedIsNoErrorOfThePoll)
+{
+    std::optional<RunningServer> server(std::in_place, instrument);
+    server->stop_accepting();
+    library->setScpiPort(server->port());
+    std::thread poll([&] { library->getTempOrvanXForAlltheChannel(1); });
+    // Its connection has come and is in the backlog.
+    ASSERT_TRUE(eventually([&] { return not_accepted(server->port()) == 1; }));
+    EXPECT_TRUE(server->server().end(std::chrono::seconds(20)));
+    const std::string error = "Failed to get temperature: -ERR Error while receiving server's msg\n";
+    EXPECT_FALSE(log.wait_for(LOG_WARNING, error, std::chrono::milliseconds(300)));
+    server.reset();
+    poll.join();
+    EXPECT_EQ(log.count(LOG_WARNING, error), 1u) << "what it would have been";
 }

@@ -399,7 +399,7 @@ TEST(Server, AClientsSocketIsNotInheritedByProgramsThatAreStarted)
     EXPECT_NE(flags & FD_CLOEXEC, 0);
 }
 
-TEST(ServerEnd, ClientsAreClosedAndThreadsJoined)
+TEST(ServerEnd, ClientsAreClosedAndNoDescriptorIsLeft)
 {
     RecordingSink sink;
     const size_t descriptors = open_descriptors();
@@ -487,13 +487,23 @@ TEST(ServerEnd, AMessageThatGoesOnPastThePatienceIsReported)
     sink.open();
 }
 
-TEST(ServerEnd, NobodyIsAcceptedAnyMore)
+TEST(ServerEnd, AConnectionNotAcceptedBeforeStaysOpenAndUnansweredUntilTheServerGoes)
 {
     RecordingSink sink;
-    RunningServer server(sink);
-    server.stop_accepting();
-    EXPECT_TRUE(server.server().end(std::chrono::seconds(1)));
-    EXPECT_EQ(connect_to_loopback("127.0.0.1", server.port()), -1);
+    std::optional<RunningServer> server(std::in_place, sink);
+    server->stop_accepting();
+    TestClient before(server->port());
+    before.send("first\n");
+    EXPECT_TRUE(server->server().end(std::chrono::seconds(1)));
+    TestClient after(server->port());
+    after.send("second\n");
+    EXPECT_FALSE(before.sees_end(std::chrono::milliseconds(200)));
+    EXPECT_FALSE(after.sees_end(std::chrono::milliseconds(200)));
+    EXPECT_EQ(server->server().clients(), 0u);
+    server.reset();
+    EXPECT_TRUE(before.sees_end());
+    EXPECT_TRUE(after.sees_end());
+    EXPECT_EQ(sink.messages(), Texts{});
 }
 
 TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
