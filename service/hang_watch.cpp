@@ -3,10 +3,13 @@
 #include "listener.h"
 #include "notify.h"
 
+#include <sys/eventfd.h>
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 #include <utility>
 
 namespace orvan_service {
@@ -31,18 +34,11 @@ HangWatch::HangWatch(MessageSink& sink, Progress progress, std::chrono::millisec
       m_pause(std::max<std::chrono::microseconds>(
           kShortestPause, m_feeds ? std::min<std::chrono::microseconds>(limit / kLooks, watchdog / 2)
                                   : std::chrono::microseconds(limit) / kLooks)),
-      m_since(Clock::now()), m_thread([this] { run(); })
+      m_hang_over(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_due(Clock::now()), m_since(m_due)
 {
-}
-
-HangWatch::~HangWatch()
-{
-    {
-        const std::lock_guard lock(m_mutex);
-        m_ending = true;
+    if (!m_hang_over) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
     }
-    m_changed.notify_all();
-    m_thread.join();
 }
 
 void HangWatch::execute(int socket, char* data, size_t len)
@@ -59,29 +55,26 @@ void HangWatch::execute(int socket, char* data, size_t len)
     const std::lock_guard lock(m_mutex);
     m_at_work = false;
     if (!m_hang.empty()) {
-        m_changed.notify_one();
+        ::eventfd_write(m_hang_over.get(), 1);
     }
 }
 
 // Reports without the lock: neither a log nor a service manager that does not listen must hold a message up.
-void HangWatch::run()
+void HangWatch::check(Clock::time_point now)
 {
+    eventfd_t taken;
+    ::eventfd_read(m_hang_over.get(), &taken);
+    m_due = now + m_pause;
     std::unique_lock lock(m_mutex);
-    while (!m_ending) {
-        const std::optional<Report> report = look(Clock::now());
-        const bool feeds = m_feeds && m_hang.empty();
-        lock.unlock();
-        if (report) {
-            ::syslog(report->priority, "%s", report->text.c_str());
-            notify(("STATUS=" + report->status).c_str());
-        }
-        if (feeds) {
-            notify("WATCHDOG=1");
-        }
-        lock.lock();
-        if (!m_ending) {
-            m_changed.wait_for(lock, m_pause);
-        }
+    const std::optional<Report> report = look(now);
+    const bool feeds = m_feeds && m_hang.empty();
+    lock.unlock();
+    if (report) {
+        ::syslog(report->priority, "%s", report->text.c_str());
+        notify(("STATUS=" + report->status).c_str());
+    }
+    if (feeds) {
+        notify("WATCHDOG=1");
     }
 }
 

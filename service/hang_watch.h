@@ -3,14 +3,14 @@
 
 #include "message_sink.h"
 
+#include <unique_fd.h>
+
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
 namespace orvan_service {
 
@@ -19,10 +19,14 @@ namespace orvan_service {
  *
  * A hang is logged at error level with its client and the beginning of its message, and is the status of the
  * service (notify) while it lasts. The service manager's watchdog is fed only while there is none.
+ *
+ * It has no thread: whoever watches calls check() when due() has come or descriptor() is readable.
  */
 class HangWatch : public MessageSink {
 public:
-    /** What moves with the progress of the message at work. Called on the watch's thread. */
+    using Clock = std::chrono::steady_clock;
+
+    /** What moves with the progress of the message at work. Called by check(). */
     using Progress = uint32_t (*)();
 
     /**
@@ -32,23 +36,27 @@ public:
      */
     HangWatch(MessageSink& sink, Progress progress, std::chrono::milliseconds limit,
               std::chrono::microseconds watchdog);
-    ~HangWatch() override;
     HangWatch(const HangWatch&) = delete;
     HangWatch& operator=(const HangWatch&) = delete;
 
     void execute(int socket, char* data, size_t len) override;
     void client_lost(int socket) override { m_sink.client_lost(socket); }
 
-private:
-    using Clock = std::chrono::steady_clock;
+    /** When check() is to be called at the latest; at once before the first time. */
+    Clock::time_point due() const { return m_due; }
+    /** Readable once a message that hung is done, until check() is called. */
+    int descriptor() const { return m_hang_over.get(); }
+    /** Looks at the progress, reports a hang and its end, and feeds the watchdog. Of the thread that watches,
+     * as is due(). */
+    void check(Clock::time_point now);
 
+private:
     struct Report {
         int priority;
         std::string text;
         std::string status;
     };
 
-    void run();
     std::optional<Report> look(Clock::time_point now);
     std::string shown_message() const;
 
@@ -57,20 +65,20 @@ private:
     const std::chrono::milliseconds m_limit;
     const bool m_feeds;
     const std::chrono::microseconds m_pause;
+    const UniqueFd m_hang_over; // an event descriptor
 
-    std::mutex m_mutex; // guards all below
-    std::condition_variable m_changed;
-    bool m_ending = false;
+    // The watching thread only.
+    Clock::time_point m_due;
+    uint32_t m_seen = 0; // progress at the last look
+    Clock::time_point m_since;
+
+    std::mutex m_mutex; // guards what follows
     bool m_at_work = false;
     int m_socket = -1;
     std::array<char, 60> m_begin{}; // of the message
     size_t m_length = 0;            // of the message
     uint32_t m_messages = 0;        // begun so far
-
-    uint32_t m_seen = 0; // progress at the last look
-    Clock::time_point m_since;
-    std::string m_hang; // its client; empty for none
-    std::thread m_thread;
+    std::string m_hang;             // its client; empty for none
 };
 
 } // namespace orvan_service

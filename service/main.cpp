@@ -157,16 +157,18 @@ int serve(const Options& options)
 
         notify("READY=1");
         ::syslog(LOG_NOTICE, "ready");
-        server.run(stop.descriptor());
+        server.run(stop.descriptor(), &watch);
         notify("STOPPING=1");
         if (panel) {
             panel->end();
         }
         ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
-        if (!server.end(kEndPatience)) {
+        if (!server.end(kEndPatience, &watch)) {
             // By now the button is up again, and the command may hold the bus by which it would be asked.
             ::syslog(LOG_WARNING, "ended in the midst of a command");
         } else if (power_button) {
+            // For the last time: the watchdog then waits as long as the service manager does for the end.
+            watch.check(HangWatch::Clock::now());
             power_button->wait_for_release();
         }
     } catch (const std::exception& error) {

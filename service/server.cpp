@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string>
 #include <system_error>
@@ -16,7 +17,18 @@ namespace orvan_service {
 namespace {
 
 // Pause when the process has no descriptor left: the connection stays pending, so poll() would not wait.
-constexpr int kOutOfDescriptorsPauseMs = 100;
+constexpr std::chrono::milliseconds kOutOfDescriptorsPause{100};
+
+constexpr auto kForEver = std::chrono::milliseconds::max();
+
+/** Rounded up, so that whoever waits that long does not wake before; none is negative. */
+std::chrono::milliseconds time_until(HangWatch::Clock::time_point due)
+{
+    constexpr std::chrono::milliseconds kNone{0};
+    constexpr std::chrono::milliseconds kLongest{INT_MAX};
+    return std::clamp(std::chrono::ceil<std::chrono::milliseconds>(due - HangWatch::Clock::now()), kNone,
+                      kLongest);
+}
 
 // A client that left while a command runs is seen by the executor only afterwards, and needs no place until
 // then.
@@ -35,26 +47,36 @@ Server::Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerL
 {
 }
 
-void Server::run(int stop)
+void Server::run(int stop, HangWatch* watch)
 {
-    std::vector<pollfd> waiting{{stop, POLLIN, 0}};
+    // poll() passes over a negative descriptor.
+    std::vector<pollfd> waiting{{stop, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
+    const size_t listeners = waiting.size();
     for (const auto& listener : m_listeners) {
         waiting.push_back({listener.get(), POLLIN, 0});
     }
     while (true) {
-        const nfds_t count = m_out_of_descriptors ? 1 : waiting.size();
-        const int ready = ::poll(waiting.data(), count, m_out_of_descriptors ? kOutOfDescriptorsPauseMs : -1);
+        auto pause = watch ? time_until(watch->due()) : kForEver;
+        if (m_out_of_descriptors) {
+            pause = std::min(pause, kOutOfDescriptorsPause);
+        }
+        const nfds_t count = m_out_of_descriptors ? listeners : waiting.size();
+        const int ready =
+            ::poll(waiting.data(), count, pause == kForEver ? -1 : static_cast<int>(pause.count()));
         if (ready < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         m_out_of_descriptors = false;
+        if (ready > 0 && waiting[0].revents != 0) {
+            return;
+        }
+        if (watch && ((ready > 0 && waiting[1].revents != 0) || time_until(watch->due()).count() == 0)) {
+            watch->check(HangWatch::Clock::now());
+        }
         if (ready <= 0) {
             continue;
         }
-        if (waiting[0].revents != 0) {
-            return;
-        }
-        for (size_t i = 1; i < count; ++i) {
+        for (size_t i = listeners; i < count; ++i) {
             if (waiting[i].revents != 0) {
                 accept_client(waiting[i].fd);
             }
@@ -128,9 +150,21 @@ void Server::refuse(int socket, const char* reason)
     ::recv(socket, unread, sizeof unread, MSG_DONTWAIT);
 }
 
-bool Server::end(std::chrono::milliseconds patience)
+bool Server::end(std::chrono::milliseconds patience, HangWatch* watch)
 {
-    return m_executor.end(patience);
+    const auto deadline = HangWatch::Clock::now() + patience;
+    while (true) {
+        if (watch && time_until(watch->due()).count() == 0) {
+            watch->check(HangWatch::Clock::now());
+        }
+        const auto left = time_until(deadline);
+        if (m_executor.end(watch ? std::min(left, time_until(watch->due())) : left)) {
+            return true;
+        }
+        if (left.count() == 0) {
+            return false;
+        }
+    }
 }
 
 } // namespace orvan_service

@@ -2,6 +2,7 @@
 #define ORVAN_SERVICE_SERVER_H
 
 #include "executor.h"
+#include "hang_watch.h"
 #include "message_memory.h"
 #include "raw/raw_session.h"
 
@@ -24,7 +25,7 @@ struct ServerLimits {
 
 /**
  * The door of the raw socket: accepts clients on the calling thread, the attendant, and hands them to the
- * executor. So a client is accepted or refused while a command runs.
+ * executor. So a client is accepted or refused while a command runs, and one that hangs is noticed.
  *
  * A client above the limit receives `-ERR Too many clients;+OK` CR LF and is closed. Connections whose other
  * end is a socket of this process, those of the front panel and of the temperature poll, have places of their
@@ -36,18 +37,19 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /** Accepts until `stop` becomes readable. */
-    void run(int stop);
+    /** Accepts until `stop` becomes readable, and checks `watch`, if there is one, when that is due. */
+    void run(int stop, HangWatch* watch = nullptr);
 
     /**
      * Lets the message at work finish and drops those not begun; to be called after run(). Connections that
      * have to stay open (RawSession::stays_open) are closed by the destructor, and so are the listeners: the
      * temperature poll may have connected and not been accepted yet, or be about to connect.
      *
+     * @param watch is checked on until then
      * @return false when a message was still at work after `patience`; the object must not be destroyed then,
      * the process has to end without.
      */
-    bool end(std::chrono::milliseconds patience);
+    bool end(std::chrono::milliseconds patience, HangWatch* watch = nullptr);
 
     /** Clients being served. Any thread. */
     size_t clients() const { return m_executor.sessions(); }

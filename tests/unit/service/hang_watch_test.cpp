@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -14,7 +15,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 using namespace orvan_service;
 using namespace orvan_test;
@@ -87,9 +90,10 @@ protected:
         }
     }
 
-    void watch_for(std::chrono::milliseconds limit, std::chrono::microseconds watchdog = 20ms)
+    void watch_for(std::chrono::milliseconds limit, std::chrono::microseconds watchdog = 30s)
     {
         watch.emplace(sink, progress, limit, watchdog);
+        begin = watch->due();
     }
     /** Until finish(). */
     void hold(const std::string& message)
@@ -106,17 +110,25 @@ protected:
         sink.open();
         executing.join();
     }
+    void check_at(std::chrono::milliseconds time) { watch->check(begin + time); }
+    bool is_woken() const
+    {
+        pollfd over{watch->descriptor(), POLLIN, 0};
+        return ::poll(&over, 1, 0) == 1;
+    }
     std::string who() const
     {
         return "client " + std::to_string(client.server()) +
                " at 127.0.0.1:" + std::to_string(local_port(client.client()));
     }
 
+    using Texts = std::vector<std::string>;
     LogCapture log;
     Manager manager;
     TcpPair client;
-    RecordingSink sink{[](int, const std::string&) { std::this_thread::sleep_for(20ms); }};
+    RecordingSink sink{[](int, const std::string&) {}};
     std::optional<HangWatch> watch;
+    HangWatch::Clock::time_point begin;
     std::thread executing;
 };
 
@@ -124,99 +136,177 @@ protected:
 
 TEST_F(HangWatchTest, ReportsAMessageWithoutProgressOnceAndFeedsTheWatchdogNoMore)
 {
-    watch_for(40ms);
-    EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+    watch_for(2min);
+    check_at(0s);
+    EXPECT_EQ(manager.take(), Texts{"WATCHDOG=1"});
     hold("*IDN?;*IDN?\r\n");
-    const std::string text = who() + " hangs: no progress for 0.04 s in \"*IDN?;*IDN?\"";
-    EXPECT_TRUE(log.wait_for(LOG_ERR, text));
-    EXPECT_TRUE(manager.wait_for("STATUS=" + text));
-    std::this_thread::sleep_for(100ms); // five periods of the watchdog; more make it no worse
-    EXPECT_TRUE(manager.take().empty());
+    check_at(10s);
+    check_at(130s - 1ms);
+    EXPECT_EQ(manager.take(), (Texts{"WATCHDOG=1", "WATCHDOG=1"}));
+    EXPECT_TRUE(log.lines().empty());
+    check_at(130s);
+    const std::string text = who() + " hangs: no progress for 120 s in \"*IDN?;*IDN?\"";
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_ERR, text}}));
+    EXPECT_EQ(manager.take(), Texts{"STATUS=" + text});
+    check_at(10min);
+    EXPECT_EQ(manager.take(), Texts{});
     EXPECT_EQ(log.lines().size(), 1u);
 }
 
 TEST_F(HangWatchTest, ReportsThatItGoesOn)
 {
-    watch_for(40ms);
+    watch_for(1500ms);
     hold("*IDN?\n");
-    ASSERT_TRUE(log.wait_for(LOG_ERR, who() + " hangs: no progress for 0.04 s in \"*IDN?\""));
+    check_at(0s);
+    check_at(1500ms);
+    const std::string hang = who() + " hangs: no progress for 1.5 s in \"*IDN?\"";
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_ERR, hang}}));
     log.clear();
+    manager.take();
     ++g_progress;
-    EXPECT_TRUE(manager.wait_for("STATUS="));
-    EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
-    const std::string text = log.lines().at(0).text;
-    EXPECT_EQ(text.substr(0, text.find(" after ")), who() + " goes on");
-    EXPECT_EQ(text.substr(text.size() - 2), " s");
-    EXPECT_EQ(log.lines().at(0).priority, LOG_NOTICE);
+    check_at(12s);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_NOTICE, who() + " goes on after 12 s"}}));
+    EXPECT_EQ(manager.take(), (Texts{"STATUS=", "WATCHDOG=1"}));
     // And hangs again.
-    EXPECT_TRUE(log.wait_for(LOG_ERR, who() + " hangs: no progress for 0.04 s in \"*IDN?\""));
+    check_at(14s);
+    EXPECT_EQ(log.count(LOG_ERR, hang), 1u);
     finish();
-    EXPECT_TRUE(manager.wait_for("STATUS="));
-    EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+    check_at(15s);
+    EXPECT_EQ(log.count(LOG_NOTICE, who() + " goes on after 3 s"), 1u);
+    EXPECT_EQ(manager.take(), (Texts{"STATUS=" + hang, "STATUS=", "WATCHDOG=1"}));
+}
+
+TEST_F(HangWatchTest, WakesWhoeverWatchesWhenAMessageThatHungIsDone)
+{
+    watch_for(1s);
+    hold("*IDN?\n");
+    check_at(0s);
+    finish();
+    EXPECT_FALSE(is_woken()) << "it did not hang";
+    hold("*IDN?\n");
+    check_at(1s);
+    check_at(2s);
+    EXPECT_FALSE(is_woken());
+    finish();
+    EXPECT_TRUE(is_woken());
+    check_at(2s);
+    EXPECT_FALSE(is_woken());
 }
 
 TEST_F(HangWatchTest, ALongMessageThatMakesProgressIsNoHang)
 {
     watch_for(1s);
     hold("*RST\n");
-    const auto end = std::chrono::steady_clock::now() + 3s;
-    while (std::chrono::steady_clock::now() < end) {
+    for (auto time = 0ms; time < 1h; time += 999ms) {
         ++g_progress;
-        std::this_thread::sleep_for(5ms);
-        manager.take();
+        check_at(time);
+        ASSERT_EQ(manager.take(), Texts{"WATCHDOG=1"});
     }
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
 }
 
 TEST_F(HangWatchTest, MessagesOneAfterTheOtherAreProgress)
 {
-    watch_for(1s, 0us);
-    std::string text = "*IDN?\n";
-    const auto end = std::chrono::steady_clock::now() + 3s;
-    while (std::chrono::steady_clock::now() < end) {
-        watch->execute(client.server(), text.data(), text.size());
+    watch_for(1s);
+    for (auto time = 0ms; time < 10s; time += 900ms) {
+        hold("*IDN?\n");
+        check_at(time);
+        finish();
+        manager.take();
     }
     EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(HangWatchTest, NothingAtWorkIsNoHang)
 {
-    watch_for(1s); // longer than a busy machine keeps a thread from the processor
+    watch_for(1s);
     std::string text = "*IDN?\n";
     watch->execute(client.server(), text.data(), text.size());
-    const auto end = std::chrono::steady_clock::now() + 1500ms;
-    while (std::chrono::steady_clock::now() < end) {
-        manager.take(); // a manager that does not listen would be logged
-        std::this_thread::sleep_for(5ms);
-    }
+    check_at(0s);
+    check_at(1h);
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+    EXPECT_EQ(manager.take(), (Texts{"WATCHDOG=1", "WATCHDOG=1"}));
+    hold("*IDN?\n");
+    check_at(2h);
+    EXPECT_TRUE(log.lines().empty()) << "the hour before it does not count";
 }
 
 TEST_F(HangWatchTest, ALongMessageIsCutAndWhatCannotBePrintedIsADot)
 {
     watch_for(20ms);
     hold(":DATA #15a\tb\n\x80\n" + std::string(100, 'x') + "\n");
-    EXPECT_TRUE(log.wait_for(LOG_ERR, who() + " hangs: no progress for 0.02 s in \":DATA #15a.b..." +
-                                          std::string(45, 'x') + "...\""));
+    check_at(0s);
+    check_at(1s);
+    EXPECT_EQ(log.count(LOG_ERR, who() + " hangs: no progress for 0.02 s in \":DATA #15a.b..." +
+                                     std::string(45, 'x') + "...\""),
+              1u);
 }
 
 TEST_F(HangWatchTest, WithoutAWatchdogNothingIsFed)
 {
     watch_for(40ms, 0us);
     hold("*IDN?\n");
-    const std::string text = who() + " hangs: no progress for 0.04 s in \"*IDN?\"";
-    ASSERT_TRUE(log.wait_for(LOG_ERR, text));
+    check_at(0s);
+    check_at(1s);
     finish();
-    EXPECT_TRUE(manager.wait_for("STATUS=" + text));
-    EXPECT_TRUE(manager.wait_for("STATUS="));
-    EXPECT_TRUE(manager.take().empty());
+    check_at(2s);
+    const std::string text = who() + " hangs: no progress for 0.04 s in \"*IDN?\"";
+    EXPECT_EQ(manager.take(), (Texts{"STATUS=" + text, "STATUS="}));
 }
 
-TEST_F(HangWatchTest, AClientThatIsLostIsTheSinksMatter)
+TEST_F(HangWatchTest, IsDueTwiceInTheWatchdogsPeriodAndEightTimesWithinTheLimit)
+{
+    const struct {
+        std::chrono::milliseconds limit;
+        std::chrono::microseconds watchdog;
+        std::chrono::microseconds pause;
+    } cases[] = {{2min, 30s, 15s}, {2min, 20s, 10s}, {2min, 10min, 15s}, {2min, 0s, 15s}, {50ms, 1us, 1ms}};
+    for (const auto& [limit, watchdog, pause] : cases) {
+        watch_for(limit, watchdog);
+        check_at(5s);
+        EXPECT_EQ(watch->due(), begin + 5s + pause) << limit.count() << ' ' << watchdog.count();
+    }
+}
+
+TEST_F(HangWatchTest, AClientThatIsLostIsReportedToTheSink)
 {
     watch_for(1s);
     watch->client_lost(7);
     EXPECT_EQ(sink.lost(), std::vector<int>{7});
+}
+
+TEST_F(HangWatchTest, IsCheckedByTheAttendantWhenItIsDueAndWhenAHangIsOver)
+{
+    watch_for(2min, 20ms);
+    {
+        RunningServer server(*watch, {}, &*watch);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_TRUE(manager.wait_for("WATCHDOG=1"));
+        }
+    }
+    hold("*IDN?\n");
+    begin = HangWatch::Clock::now();
+    check_at(0s);
+    check_at(24h); // and so not due for a day
+    RunningServer server(*watch, {}, &*watch);
+    finish();
+    EXPECT_TRUE(eventually([&] {
+        const auto lines = log.lines();
+        return lines.back().text.starts_with(who() + " goes on after ");
+    }));
+}
+
+TEST_F(HangWatchTest, IsCheckedWhileTheServerEnds)
+{
+    watch_for(2min, 20ms);
+    RunningServer server(*watch, {}, &*watch);
+    sink.shut();
+    TestClient at_work(server.port());
+    at_work.send("*IDN?\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    server.stop_accepting();
+    manager.take();
+    EXPECT_FALSE(server.server().end(200ms, &*watch));
+    EXPECT_GE(manager.take().size(), 2u);
+    sink.open();
 }

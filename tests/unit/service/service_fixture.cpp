@@ -93,18 +93,19 @@ size_t RecordingSink::at_work() const
     return m_at_work;
 }
 
-RunningServer::RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits)
-    : RunningServer(sink, limits, orvan_service::open_listeners("127.0.0.1", 0))
+RunningServer::RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
+                             orvan_service::HangWatch* watch)
+    : RunningServer(sink, limits, watch, orvan_service::open_listeners("127.0.0.1", 0))
 {
 }
 
 RunningServer::RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
-                             std::vector<UniqueFd> listeners)
+                             orvan_service::HangWatch* watch, std::vector<UniqueFd> listeners)
     : m_port(local_port(listeners.front().get())), m_server(std::move(listeners), sink, limits),
       m_stop(::eventfd(0, EFD_CLOEXEC))
 {
     orvan_service::ignore_broken_pipes();
-    m_thread = std::thread([this] { m_server.run(m_stop.get()); });
+    m_thread = std::thread([this, watch] { m_server.run(m_stop.get(), watch); });
 }
 
 RunningServer::~RunningServer()

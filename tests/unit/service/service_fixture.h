@@ -59,7 +59,8 @@ private:
 /** The server on its own thread, ended and joined at the end. */
 class RunningServer {
 public:
-    explicit RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits = {});
+    explicit RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits = {},
+                           orvan_service::HangWatch* watch = nullptr);
     ~RunningServer();
     RunningServer(const RunningServer&) = delete;
     RunningServer& operator=(const RunningServer&) = delete;
@@ -71,7 +72,7 @@ public:
 
 private:
     RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
-                  std::vector<UniqueFd> listeners);
+                  orvan_service::HangWatch* watch, std::vector<UniqueFd> listeners);
 
     int m_port;
     orvan_service::Server m_server;
