@@ -208,7 +208,7 @@ TEST_F(FrontPanelTest, AConnectionThatIsResetIsLeftAlone)
     EXPECT_EQ(commands.messages().size(), 1u);
 }
 
-TEST_F(FrontPanelTest, AfterItsEndItTakesNoMore)
+TEST_F(FrontPanelTest, AfterItsEndItAcceptsNoMoreKeys)
 {
     const UniqueFd open_at_the_end = connect();
     panel->end();
@@ -244,7 +244,7 @@ TEST_F(FrontPanelTest, LeavesNoDescriptorsBehind)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(FrontPanelTest, OutOfDescriptorsItTellsAndGoesOnLater)
+TEST_F(FrontPanelTest, OutOfDescriptorsItLogsThatAndGoesOnLater)
 {
     const UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};

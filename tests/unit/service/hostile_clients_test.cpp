@@ -104,7 +104,7 @@ TEST(HostileClients, AnHttpRequestWhoseTargetIsLongerThanAMessageIsNotExecutedEi
     EXPECT_TRUE(sink.messages().empty());
 }
 
-TEST(HostileClients, ALineThatIsLikeAnHttpRequestIsExecuted)
+TEST(HostileClients, ALineThatResemblesAnHttpRequestIsExecuted)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -150,7 +150,7 @@ TEST(HostileClients, AHangUpInMidMessageHarmsNobody)
     EXPECT_EQ(sink.messages(), std::vector<std::string>{"*IDN?\n"});
 }
 
-TEST(HostileClients, OneThatIsGoneBeforeItsReplyHasItsMessageExecuted)
+TEST(HostileClients, OneThatLeavesBeforeItsReplyHasItsMessageExecuted)
 {
     RecordingSink sink;
     sink.shut();
@@ -278,7 +278,7 @@ TEST(HostileClients, ALongCommandDoesNotCountAsABlockedReply)
     EXPECT_EQ(client.ask("b\n"), "b;+OK\r\n");
 }
 
-TEST(HostileClients, MemoryOfLargeMessagesIsGivenBack)
+TEST(HostileClients, MemoryOfLargeMessagesIsReturned)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP()
@@ -406,7 +406,7 @@ TEST(HostileClients, ABlockHasASecondMoreForEach64KilobytesOfIt)
     EXPECT_EQ(client.line(), "ok;+OK\r\n");
 }
 
-TEST(HostileClients, TheClockOfAHalfMessageStandsWhileACommandRuns)
+TEST(HostileClients, TheClockOfAHalfMessageStopsWhileACommandRuns)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         if (message == "long\n") {
@@ -452,7 +452,7 @@ TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndHoldNobodyElseUp)
 }
 
 // Two clients that ask and wait, with commands of some time, leave their turns to a third with several lines.
-TEST(HostileClients, OnesThatAskAgainAtOnceKeepNobodyFromItsNextTurn)
+TEST(HostileClients, ThoseThatAskAgainAtOnceKeepNobodyFromTheirNextTurn)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the command's own time
@@ -499,7 +499,7 @@ TEST(HostileClients, OneThatSendsMoreThanIsReceivedAtOnceAndClosesHasAllOfItExec
     EXPECT_TRUE(eventually([&] { return sink.messages().size() == kLines; })) << sink.messages().size();
 }
 
-TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotWaitForEachOtherForEver)
+TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotDeadlock)
 {
     RecordingSink sink;
     ServerLimits limits;

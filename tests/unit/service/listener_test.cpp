@@ -54,7 +54,7 @@ std::string complaint_of(std::vector<UniqueFd> (*action)())
 
 } // namespace
 
-TEST(Listeners, AnAddressGivesOneListeningSocketThatNoChildInherits)
+TEST(Listeners, AnAddressOpensOneListeningSocketThatNoChildInherits)
 {
     const auto listeners = open_listeners("127.0.0.1", 0);
     ASSERT_EQ(listeners.size(), 1u);
@@ -97,7 +97,7 @@ TEST(Listeners, APeersAddressIsKnownWhileItIsConnected)
     EXPECT_EQ(peer_address(alone.get()), "?");
 }
 
-TEST(Listeners, APortInUseIsToldWithItsNumber)
+TEST(Listeners, TheErrorForAPortInUseNamesThePort)
 {
     const auto taken = open_listeners("127.0.0.1", 0);
     const auto port = static_cast<uint16_t>(local_port(taken[0].get()));
@@ -110,7 +110,7 @@ TEST(Listeners, APortInUseIsToldWithItsNumber)
     }
 }
 
-TEST(Listeners, ANameIsNoAddress)
+TEST(Listeners, AHostNameIsRefused)
 {
     EXPECT_THROW(open_listeners("localhost", 0), std::runtime_error);
     EXPECT_THROW(open_listeners("127.0.0", 0), std::runtime_error);
@@ -124,7 +124,7 @@ protected:
     const LogCapture log;
 };
 
-TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsTaken)
+TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsUsed)
 {
     const int port = port_of(open_listeners(address, 0).front().get()); // free again
     EXPECT_EQ(local_address(open_listeners_of_settings(address, static_cast<uint16_t>(port)).at(0).get()),
@@ -132,14 +132,14 @@ TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsTaken)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(ListenersOfSettings, InsteadOfPortZeroItIsTheUsualOne)
+TEST_F(ListenersOfSettings, TheUsualPortReplacesPortZero)
 {
     EXPECT_EQ(local_address(open_listeners_of_settings(address, 0).at(0).get()), address + ":5025");
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{{LOG_ERR, "SCPI port 0 of the settings is none; 5025 instead"}}));
 }
 
-TEST_F(ListenersOfSettings, InsteadOfAPortThatIsTakenItIsTheUsualOne)
+TEST_F(ListenersOfSettings, TheUsualPortReplacesAPortInUse)
 {
     const auto other = open_listeners(address, 0);
     const std::string port = std::to_string(port_of(other.front().get()));
@@ -152,7 +152,7 @@ TEST_F(ListenersOfSettings, InsteadOfAPortThatIsTakenItIsTheUsualOne)
                                 address + " port " + port + ": Address already in use; 5025 instead"}}));
 }
 
-TEST_F(ListenersOfSettings, WithoutTheUsualOneThereIsNone)
+TEST_F(ListenersOfSettings, FailsWhenTheUsualPortIsInUseToo)
 {
     const auto other = open_listeners(address, 5025);
     EXPECT_THROW(open_listeners_of_settings(address, 0), std::runtime_error);
@@ -174,7 +174,7 @@ TEST(InheritedListeners, ThoseOfAnotherProcessAreLeftAlone)
     EXPECT_STREQ(::getenv("LISTEN_FDS"), "1");
 }
 
-TEST(InheritedListeners, NumbersThatAreNoneAreRefused)
+TEST(InheritedListeners, VariablesThatAreNotNumbersAreRefused)
 {
     for (const char* bad : {"", "x", "1x", "-1", " 1"}) {
         set_listen_variables(std::to_string(::getpid()), bad);
@@ -185,7 +185,7 @@ TEST(InheritedListeners, NumbersThatAreNoneAreRefused)
 }
 
 // Each case is a process of its own, so descriptors 3 and 4 can be made what the parent would pass.
-TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesGo)
+TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
 {
     const auto made = open_listeners("127.0.0.1", 0);
     const int port = local_port(made[0].get());

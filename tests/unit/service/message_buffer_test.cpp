@@ -54,7 +54,7 @@ TEST_F(MessageBufferTest, NothingReceivedIsNoMessage)
     EXPECT_EQ(buffer.next().event, Event::kNeedMore);
 }
 
-TEST_F(MessageBufferTest, OneByteAtATimeGivesTheWholeMessage)
+TEST_F(MessageBufferTest, OneByteAtATimeMakesAWholeMessage)
 {
     feed(":FREQ 1\r\n*IDN?\n", 1);
     EXPECT_EQ(messages, (Texts{":FREQ 1\r\n", "*IDN?\n"}));
@@ -72,7 +72,7 @@ TEST_F(MessageBufferTest, TenMessagesInOnePieceComeOneByOneInOrder)
     EXPECT_EQ(messages, expected);
 }
 
-TEST_F(MessageBufferTest, TheTailBehindAMessageStartsTheNextOne)
+TEST_F(MessageBufferTest, TheTailAfterAMessageStartsTheNextOne)
 {
     feed("*IDN?\n:FR");
     EXPECT_EQ(messages, Texts{"*IDN?\n"});
@@ -171,7 +171,7 @@ TEST_F(MessageBufferTest, TheLineFeedsOfADroppedBlockDoNotEndIt)
     EXPECT_EQ(messages, (Texts{"<overrun>", "b\n"}));
 }
 
-TEST_F(MessageBufferTest, TwoOverrunsInARowAreToldOneByOne)
+TEST_F(MessageBufferTest, TwoOverrunsInARowAreReportedOneByOne)
 {
     const std::string message = std::string(kLimit, 'x') + "\n";
     feed(message + message + "b\n");
@@ -239,7 +239,7 @@ TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryGoesOnWhenThereIsSome)
     EXPECT_EQ(messages, (Texts{message, "b\n"}));
 }
 
-TEST_F(MessageBufferTest, ABufferThatGoesLeavesTheLine)
+TEST_F(MessageBufferTest, ADestroyedBufferLeavesTheLine)
 {
     MessagePiece pieces[3];
     for (MessagePiece& piece : pieces) {
@@ -258,7 +258,7 @@ TEST_F(MessageBufferTest, ABufferThatGoesLeavesTheLine)
     EXPECT_EQ(messages, Texts{block_message(40'000)});
 }
 
-TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeBehindALargeMessageGoesOn)
+TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeAfterALargeMessageIsKept)
 {
     const std::string large = std::string(50'000, 'x') + "\n";
     for (size_t size = MessageMemory::kShort - 1; size <= MessageMemory::kShort + 1; ++size) {

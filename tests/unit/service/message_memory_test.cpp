@@ -53,7 +53,7 @@ TEST_F(MessageMemoryTest, ManyShortPiecesAreApart)
     }
 }
 
-TEST_F(MessageMemoryTest, ALongPieceTakesTheContentsAlong)
+TEST_F(MessageMemoryTest, ALongPieceKeepsTheContents)
 {
     a = memory.borrow();
     std::memcpy(a.data(), "xxabc", 5);
@@ -91,7 +91,7 @@ TEST_F(MessageMemoryTest, ThePagesOfTheLastLongPieceAreKept)
     EXPECT_EQ(b.data()[kLongest - 1], 'x');
 }
 
-TEST_F(MessageMemoryTest, WhoDoesNotFitIntoTheBudgetWaitsForWhoCameBefore)
+TEST_F(MessageMemoryTest, APieceThatDoesNotFitIntoTheBudgetWaitsForThoseBeforeIt)
 {
     ASSERT_EQ(reserve(&a, a, kLongest), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, 60'000), Answer::kGranted);
@@ -106,7 +106,7 @@ TEST_F(MessageMemoryTest, WhoDoesNotFitIntoTheBudgetWaitsForWhoCameBefore)
     EXPECT_EQ(memory.reserved(), kLongest + 70'000);
 }
 
-TEST_F(MessageMemoryTest, WhoLeavesTheLineLetsTheNextOnePass)
+TEST_F(MessageMemoryTest, APieceThatLeavesTheLineLetsTheNextOnePass)
 {
     ASSERT_EQ(reserve(&a, a, kLongest), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, kLongest), Answer::kGranted);
@@ -117,7 +117,7 @@ TEST_F(MessageMemoryTest, WhoLeavesTheLineLetsTheNextOnePass)
     EXPECT_EQ(reserve(&d, d, 20'000), Answer::kGranted);
 }
 
-TEST_F(MessageMemoryTest, WhoHoldsSomeAlreadyWaitsForTheRestOnly)
+TEST_F(MessageMemoryTest, APieceThatGrowsReservesTheRestOnly)
 {
     ASSERT_EQ(reserve(&a, a, 60'000), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, kLongest), Answer::kGranted);
@@ -125,7 +125,7 @@ TEST_F(MessageMemoryTest, WhoHoldsSomeAlreadyWaitsForTheRestOnly)
     EXPECT_EQ(memory.reserved(), 2 * kLongest);
 }
 
-TEST(MessageMemory, WithoutMemoryOfTheSystemThereIsNone)
+TEST(MessageMemory, WithoutMemoryOfTheSystemNoneIsLent)
 {
     MessageMemory memory(SIZE_MAX / 16 * 15, SIZE_MAX);
     MessagePiece piece = memory.borrow();

@@ -57,7 +57,7 @@ TEST(Notify, SendsTheStateToAnAbstractName)
     EXPECT_EQ(datagram(socket), "STOPPING=1");
 }
 
-TEST(Notify, WithoutAnybodyToTellItDoesNothing)
+TEST(Notify, WithoutAServiceManagerItDoesNothing)
 {
     orvan_test::LogCapture log;
     ::unsetenv("NOTIFY_SOCKET");
@@ -80,7 +80,7 @@ TEST(Notify, ANameTooLongOrASocketGoneIsLogged)
     EXPECT_EQ(log.count(LOG_WARNING, "notify @orvan-nobody-listens-here: Connection refused"), 1u);
 }
 
-TEST(Notify, AManagerThatDoesNotListenIsGivenUp)
+TEST(Notify, GivesUpOnAManagerThatDoesNotListen)
 {
     orvan_test::LogCapture log;
     const std::string name = "@orvan-notify-" + std::to_string(::getpid());
@@ -105,7 +105,7 @@ TEST(WatchdogPeriod, IsThatOfTheEnvironmentForThisProcess)
     EXPECT_EQ(watchdog_period().count(), 0);
 }
 
-TEST(WatchdogPeriod, WhatIsNoNumberIsLogged)
+TEST(WatchdogPeriod, AValueThatIsNotANumberIsLogged)
 {
     orvan_test::LogCapture log;
     ::unsetenv("WATCHDOG_PID");

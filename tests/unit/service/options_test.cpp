@@ -55,7 +55,7 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_EQ(options.log_level, LOG_NOTICE);
 }
 
-TEST(Options, EachIsTaken)
+TEST(Options, EachIsAccepted)
 {
     const Options options = parsed({"--platform",
                                     "ksr7000",
@@ -90,7 +90,7 @@ TEST(Options, EachIsTaken)
     EXPECT_EQ(options.log_level, LOG_DEBUG);
 }
 
-TEST(Options, EachPlatformIsTaken)
+TEST(Options, EachPlatformIsAccepted)
 {
     EXPECT_EQ(parsed({"--platform", "factory"}).platform, Platform::kFactory);
     EXPECT_EQ(parsed({"--platform", "portable"}).platform, Platform::kPortable);
@@ -112,7 +112,7 @@ TEST(Options, LogLevelsAreThoseOfSyslog)
     EXPECT_EQ(parsed({"--log-level", "info"}).log_level, LOG_INFO);
 }
 
-TEST(Options, TheHangLimitMayStandInTheEnvironment)
+TEST(Options, TheHangLimitCanBeSetInTheEnvironment)
 {
     ::setenv("ORVAN_HANG_LIMIT", "7", 1);
     EXPECT_EQ(parsed({}).hang_limit, 7);
@@ -125,7 +125,7 @@ TEST(Options, TheHangLimitMayStandInTheEnvironment)
     EXPECT_NE(errors.text().find("never"), std::string::npos) << errors.text();
 }
 
-TEST(Options, BadOnesAreNamedAndGiveExitCodeTwo)
+TEST(Options, BadOnesAreNamedAndExitWithCodeTwo)
 {
     const BadCase cases[] = {
         {{"--port", "65536"}, "65536"},

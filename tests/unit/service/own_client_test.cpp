@@ -44,7 +44,7 @@ protected:
     std::string peer_address;
 };
 
-TEST_F(OwnClientTest, SendsALineAndGivesTheReplyWithoutItsEnd)
+TEST_F(OwnClientTest, SendsALineAndReturnsTheReplyWithoutItsEnd)
 {
     std::thread server = serve({"1;", "+O", "K\r", "\n"});
     EXPECT_EQ(client.ask(":OUTP?", 10s), "1;+OK");
@@ -53,7 +53,7 @@ TEST_F(OwnClientTest, SendsALineAndGivesTheReplyWithoutItsEnd)
     EXPECT_EQ(peer_address, "127.0.0.1") << "what makes it the instrument's own";
 }
 
-TEST_F(OwnClientTest, GivesWhatCameWhenTheServerClosesEarly)
+TEST_F(OwnClientTest, ReturnsWhatCameWhenTheServerClosesEarly)
 {
     std::thread server = serve({"-ERR 1"});
     EXPECT_EQ(client.ask("*RST", 10s), "-ERR 1");
@@ -73,7 +73,7 @@ TEST_F(OwnClientTest, WithoutAServerThereIsNoReply)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(OwnClientTest, PassesOverListenersThatLeadNowhereAndReachesOneForAllAddresses)
+TEST_F(OwnClientTest, SkipsUnreachableListenersAndReachesOneForAllAddresses)
 {
     // Bound, as one in another network looks from here, but nobody is there.
     std::vector<UniqueFd> several;

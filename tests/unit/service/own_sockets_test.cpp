@@ -45,7 +45,7 @@ TEST(OwnSockets, AConnectionOfAnotherProcessIsNotFound)
     EXPECT_EQ(::waitpid(other, nullptr, 0), other);
 }
 
-TEST(OwnSockets, WhatIsNoConnectedSocketIsNotFound)
+TEST(OwnSockets, AnUnconnectedSocketIsNotFound)
 {
     const UniqueFd unconnected(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     int pair[2];

@@ -135,7 +135,7 @@ TEST_P(PowerButtonTest, AsksForTheEndOnceAndLogsIt)
     EXPECT_EQ(notices(), std::vector{kPressed});
 }
 
-TEST_P(PowerButtonTest, APressDuringTheStartIsForgottenAndTheNextOneCounts)
+TEST_P(PowerButtonTest, APressDuringStartUpIsForgottenAndTheNextOneCounts)
 {
     press(true);
     press(false);
@@ -147,7 +147,7 @@ TEST_P(PowerButtonTest, APressDuringTheStartIsForgottenAndTheNextOneCounts)
     EXPECT_EQ(notices(), std::vector{kPressed});
 }
 
-TEST_P(PowerButtonTest, AButtonThatIsHeldDoesNotHoldUpTheStart)
+TEST_P(PowerButtonTest, AButtonThatIsHeldDoesNotDelayStartUp)
 {
     press(true);
     button.emplace(*device);

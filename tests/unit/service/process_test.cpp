@@ -42,7 +42,7 @@ TEST(Process, TheDescriptorLimitIsRaisedToTheHardOneAndIsBounded)
     EXPECT_EQ(raise_descriptor_limit(), 100u);
 }
 
-TEST(Process, AThreadThatIsGivenNoStackGetsTheProcesssOwnSize)
+TEST(Process, AThreadWithoutAStackSizeGetsThatOfTheProcess)
 {
     limit_thread_stacks();
     size_t size = 0;
@@ -55,7 +55,7 @@ TEST(Process, AThreadThatIsGivenNoStackGetsTheProcesssOwnSize)
     EXPECT_EQ(size, kThreadStack);
 }
 
-TEST(Process, ABrokenPipeIsAnErrorOfTheWrite)
+TEST(Process, ABrokenPipeIsAnErrorOfWrite)
 {
     ignore_broken_pipes();
     int ends[2];
@@ -86,7 +86,7 @@ TEST(StopRequest, EachSignalMakesItReadableForGood)
     }
 }
 
-TEST(StopRequest, ItsEndGivesTheSignalsBack)
+TEST(StopRequest, RestoresTheSignalsOnDestruction)
 {
     {
         const StopRequest stop;
@@ -110,7 +110,7 @@ protected:
 };
 
 // As syslog() does with the one in which it composes a line.
-TEST_F(LeaveDeathTest, AStreamThatAnotherThreadHoldsIsLeftAlone)
+TEST_F(LeaveDeathTest, LeavesAStreamThatAnotherThreadHoldsAlone)
 {
     EXPECT_EXIT(
         {
@@ -128,7 +128,7 @@ TEST_F(LeaveDeathTest, AStreamThatAnotherThreadHoldsIsLeftAlone)
         ::testing::ExitedWithCode(3), "");
 }
 
-TEST_F(LeaveDeathTest, WhatWasPrintedGetsOut)
+TEST_F(LeaveDeathTest, FlushesStandardOutput)
 {
     EXPECT_EXIT(
         {

@@ -161,7 +161,7 @@ TEST_F(ProgramTest, ADeviceThatDoesNotStartEndsItWithTheReasonAndExitCodeFour)
     }
 }
 
-TEST_F(ProgramTest, EndsAtOnceWhenStoppedInTheMidstOfTheDevicesStart)
+TEST_F(ProgramTest, EndsAtOnceWhenStoppedDuringTheDevicesStartUp)
 {
     ServiceProcess service({.arguments = {"--platform", "benchtop", "--foreground"},
                             .environment = {{"ORVAN_BOARD", "benchtop"}, {"ORVAN_BOARD_CLOCK_RATE", "100"}},
@@ -193,7 +193,7 @@ TEST_F(ProgramTest, ProductionOfAnUnknownModelIsRefused)
     EXPECT_NE(service.errors().find(" OVX3654B"), std::string::npos) << service.errors();
 }
 
-TEST_F(ProgramTest, TheModulesOnLoopbackAreTheModuleTable)
+TEST_F(ProgramTest, ModulesOnLoopbackAreInTheModuleTable)
 {
     ServiceProcess service(start({"--channels", "3"}));
     const std::string log = service.errors_until("ready");
@@ -212,7 +212,7 @@ TEST_F(ProgramTest, WithModulesOnLoopbackNoRecordsAreKeptInTheMachinesSharedMemo
     }
 }
 
-TEST_F(ProgramTest, TellsTheServiceManagerReadyAndStopping)
+TEST_F(ProgramTest, ReportsReadyAndStoppingToTheServiceManager)
 {
     const Manager manager;
     auto begin = start();
@@ -364,7 +364,7 @@ TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
     EXPECT_TRUE(eventually([&] { return descriptors() <= before; }));
 }
 
-TEST_F(ProgramTest, EndsInTheMidstOfAnEndlessReplyOnceItsPatienceIsOver)
+TEST_F(ProgramTest, EndsDuringAnEndlessReplyOnceItsPatienceIsOver)
 {
     ServiceProcess service(start({"--log-level", "info"}));
     TestClient client(port());

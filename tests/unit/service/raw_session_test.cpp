@@ -48,7 +48,7 @@ protected:
 
 } // namespace
 
-TEST_F(RawSessionTest, AnIdleOneHasNoDeadline)
+TEST_F(RawSessionTest, HasNoDeadlineWhenIdle)
 {
     EXPECT_EQ(session->advance(5s, true), Wait::kInput);
     EXPECT_EQ(session->deadline(), kNever);
@@ -68,7 +68,7 @@ TEST_F(RawSessionTest, AHalfMessageHasAMinuteFromItsBeginningHoweverItTrickles)
     EXPECT_EQ(session->deadline(), 130s);
 }
 
-TEST_F(RawSessionTest, UnreadRepliesHaveFiveSecondsWhateverTheMessageBefore)
+TEST_F(RawSessionTest, UnreadRepliesHaveFiveSecondsWhateverCameBefore)
 {
     for (int i = 0; i < 16; ++i) {
         ASSERT_EQ(receive(0s, "a\n"), Wait::kTurn) << i;

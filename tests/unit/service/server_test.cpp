@@ -113,7 +113,7 @@ TEST(Server, ABlockThatPausesAnywhereIsReceived)
     }
 }
 
-TEST(Server, AClientThatLeavesOrIsEndedInTheMidstOfABlockIsNoticed)
+TEST(Server, AClientThatLeavesOrIsClosedWithinABlockIsNoticed)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -156,7 +156,7 @@ TEST(Server, AnUnfinishedMessageAtTheEndOfTheStreamIsDropped)
     EXPECT_EQ(sink.messages(), Texts{"a\n"});
 }
 
-TEST(Server, TheSinkIsToldOnceOfALostClientWhileItsSocketIsOpen)
+TEST(Server, ALostClientIsReportedToTheSinkOnceWhileItsSocketIsOpen)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -167,7 +167,7 @@ TEST(Server, TheSinkIsToldOnceOfALostClientWhileItsSocketIsOpen)
     EXPECT_EQ(sink.lost().size(), 1u);
 }
 
-TEST(Server, TheSinkIsToldOfALostClientInNobodyElsesTurn)
+TEST(Server, ALostClientIsNotReportedDuringAnothersTurn)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -185,7 +185,7 @@ TEST(Server, TheSinkIsToldOfALostClientInNobodyElsesTurn)
     EXPECT_TRUE(eventually([&] { return sink.lost().size() == 1; }));
 }
 
-TEST(Server, WhileACommandRunsClientsAreAcceptedAndRefusedAndThoseGoneNeedNoPlace)
+TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndThoseGoneNeedNoPlace)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 0});
@@ -209,7 +209,7 @@ TEST(Server, WhileACommandRunsClientsAreAcceptedAndRefusedAndThoseGoneNeedNoPlac
     EXPECT_TRUE(sink.lost().empty());
 }
 
-TEST(Server, ThoseThatComeAndGoWhileACommandRunsDoNotUseUpTheDescriptors)
+TEST(Server, ThoseThatComeAndGoDuringACommandDoNotUseUpTheDescriptors)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 4, .own_places = 0});
@@ -262,7 +262,7 @@ TEST(Server, ABlockThatCannotFitIsRefusedAtItsHeader)
     EXPECT_EQ(other.ask("b\n"), "b;+OK\r\n");
 }
 
-TEST(Server, TheClientAboveTheLimitIsToldAndClosedAndAPlaceThatComesFreeIsGiven)
+TEST(Server, AClientAboveTheLimitIsRefusedUntilAPlaceIsFree)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 0});
@@ -306,7 +306,7 @@ TEST(Server, TwoHundredClientsAtOnceEachGetTheirOwnReplies)
     EXPECT_EQ(sink.messages().size(), size_t{kClients * kMessages});
 }
 
-TEST(Server, TheInstrumentsOwnConnectionsHavePlacesWhenOthersHaveTakenAll)
+TEST(Server, OwnConnectionsHavePlacesWhenOthersHaveTakenAll)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 1});
@@ -441,7 +441,7 @@ TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
 }
 
 // The library's temperature poll takes the end of its connection for an answer.
-TEST(ServerEnd, AConnectionOfThisMachineWhoseFirstMessageIsNotBegunStaysOpenUntilTheServerGoes)
+TEST(ServerEnd, ALocalConnectionWhoseFirstMessageIsNotBegunStaysOpenUntilDestruction)
 {
     RecordingSink sink;
     std::optional<RunningServer> server(std::in_place, sink);
@@ -474,7 +474,7 @@ TEST(ServerEnd, AConnectionOfThisMachineWhoseFirstMessageIsNotBegunStaysOpenUnti
     EXPECT_EQ(sink.messages(), (Texts{"*IDN?\n", "first\n"}));
 }
 
-TEST(ServerEnd, AMessageThatGoesOnPastThePatienceIsReported)
+TEST(ServerEnd, ReturnsFalseWhenAMessageOutlastsThePatience)
 {
     RecordingSink sink;
     sink.shut();
@@ -487,7 +487,7 @@ TEST(ServerEnd, AMessageThatGoesOnPastThePatienceIsReported)
     sink.open();
 }
 
-TEST(ServerEnd, AConnectionNotAcceptedBeforeStaysOpenAndUnansweredUntilTheServerGoes)
+TEST(ServerEnd, AConnectionNotYetAcceptedStaysOpenAndUnansweredUntilDestruction)
 {
     RecordingSink sink;
     std::optional<RunningServer> server(std::in_place, sink);
