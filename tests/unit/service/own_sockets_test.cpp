@@ -1,12 +1,19 @@
 #include "service/own_sockets.h"
 
 #include "service/listener.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
 #include "support/loopback.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <syslog.h>
+
+#include <string>
+#include <thread>
+#include <vector>
 
 using namespace orvan_service;
 using namespace orvan_test;
@@ -56,4 +63,44 @@ TEST(OwnSockets, AnUnconnectedSocketIsNotFound)
     EXPECT_FALSE(own.at_other_end_of(unconnected.get()));
     EXPECT_FALSE(own.at_other_end_of(one.get()));
     EXPECT_FALSE(own.at_other_end_of(-1));
+}
+
+// The front panel and the temperature poll come for one message each.
+TEST(OwnSockets, OwnConnectionsThatComeAndGoAreNeverRefusedAndTakeNoPlaceOfOthers)
+{
+    LogCapture log;
+    RecordingSink sink;
+    const ServerLimits limits;
+    RunningServer server(sink, limits);
+    {
+        OtherProcess others(server.port(), static_cast<int>(limits.max_clients));
+        ASSERT_TRUE(eventually([&] { return server.server().clients() == limits.max_clients; }));
+        std::vector<std::thread> own_clients;
+        for (int i = 0; i < 4; ++i) {
+            own_clients.emplace_back([&] {
+                for (int round = 0; round < 100; ++round) {
+                    TestClient own(server.port());
+                    ASSERT_EQ(own.ask("a\n"), "a;+OK\r\n") << round;
+                    if (round % 3 == 0) {
+                        own.reset();
+                    }
+                }
+            });
+        }
+        for (std::thread& client : own_clients) {
+            client.join();
+        }
+        for (const LogLine& line : log.lines()) {
+            EXPECT_EQ(line.text.find("refused"), std::string::npos) << line.text;
+        }
+        EXPECT_TRUE(eventually([&] { return server.server().clients() == limits.max_clients; }));
+        OtherProcess refused(server.port(), 1);
+        EXPECT_EQ(refused.first_line(), "-ERR Too many clients;+OK\r\n");
+        EXPECT_EQ(log.count(LOG_WARNING, "client refused: Too many clients"), 1u);
+    }
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    // All places are free again.
+    OtherProcess others(server.port(), static_cast<int>(limits.max_clients));
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == limits.max_clients; }));
+    EXPECT_EQ(log.count(LOG_WARNING, "client refused: Too many clients"), 1u);
 }
