@@ -1,0 +1,63 @@
+// What the executor waits for; the rules of its turns are those of the server's tests.
+#include "service/executor.h"
+
+#include "service_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+using namespace orvan_service;
+using namespace orvan_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+/** Descriptors that the process's epoll instances wait for. */
+int waited_for()
+{
+    int count = 0;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (fs::read_symlink(entry.path(), gone) != "anon_inode:[eventpoll]") {
+            continue;
+        }
+        std::ifstream info("/proc/self/fdinfo/" + entry.path().filename().string());
+        for (std::string line; std::getline(info, line);) {
+            count += line.starts_with("tfd:") ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+// A program that the library starts has copies of the descriptors until it is executed.
+TEST(Executor, WaitsNoMoreForASessionThatIsOverWhileAChildHasACopyOfItsDescriptor)
+{
+    RecordingSink sink;
+    RunningServer server(sink);
+    const int none = waited_for();
+    TestClient client(server.port());
+    EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
+    EXPECT_EQ(waited_for(), none + 1);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::pause();
+        ::_exit(0);
+    }
+    ASSERT_GT(child, 0);
+    client.finish_sending();
+    EXPECT_TRUE(client.sees_end());
+    EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
+    EXPECT_EQ(waited_for(), none);
+    EXPECT_EQ(TestClient(server.port()).ask("b\n"), "b;+OK\r\n");
+    ::kill(child, SIGKILL);
+    EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+}
