@@ -74,7 +74,7 @@ bool result_taken(scpi_t* context, const char* handler, size_t taken)
 {
     if (taken != 0)
         return true;
-    fail(context, handler, -223, "copy data out failed", "Failed to copy output data");
+    fail(context, handler, SCPI_ERROR_TOO_MUCH_DATA, "copy data out failed", "Failed to copy output data");
     return false;
 }
 
@@ -135,7 +135,7 @@ bool ask_module(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, int c
     reply = request_module(orvanx, channel, command);
     if (orvanx.checkOrvanReply(reply))
         return true;
-    fail(context, handler, -360, "Module communication error", reply.c_str());
+    fail(context, handler, SCPI_ERROR_COMMUNICATION, "Module communication error", reply.c_str());
     return false;
 }
 

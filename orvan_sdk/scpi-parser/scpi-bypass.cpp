@@ -57,20 +57,20 @@ scpi_result_t OrvanX_cmdBypass(scpi_t* context)
 {
     auto* u = static_cast<userContext_t*>(context->user_context);
     if (u == nullptr || u->ptrParser == nullptr)
-        return fail(context, -230, __func__, "bad parser handle");
+        return fail(context, SCPI_ERROR_DATA_CORRUPT_OR_STALE, __func__, "bad parser handle");
 
     lex_state_t& params = context->param_list.lex_state;
     params.pos = params.buffer + params.len;
 
     if (u->bypass_accum_active == 0 && !start_bypass_run(context, u))
-        return fail(context, -310, __func__, "alloc B-run failed");
+        return fail(context, SCPI_ERROR_SYSTEM, __func__, "alloc B-run failed");
     if (!append_current_subcmd(context, u)) {
-        fail(context, -223, __func__, "B-run buffer overflow");
+        fail(context, SCPI_ERROR_TOO_MUCH_DATA, __func__, "B-run buffer overflow");
         end_bypass_run(u);
         return SCPI_RES_ERR;
     }
     if (u->bypass_item_count >= kBypassMaxItems) {
-        fail(context, -223, __func__, "bypass_items overflow");
+        fail(context, SCPI_ERROR_TOO_MUCH_DATA, __func__, "bypass_items overflow");
         end_bypass_run(u);
         return SCPI_RES_ERR;
     }
@@ -168,7 +168,7 @@ bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
 scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* buf, size_t len)
 {
     if (parser_opaque == nullptr) {
-        SCPI_ErrorPush(ctx, -230);
+        SCPI_ErrorPush(ctx, SCPI_ERROR_DATA_CORRUPT_OR_STALE);
         return SCPI_RES_ERR;
     }
     auto* parser = static_cast<Scpi_Orvanx*>(parser_opaque);
@@ -185,7 +185,7 @@ scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* bu
     strip_trailing_ok(reply);
     bypass_apply_db_updates(ctx, parser, reply);
     if (!reply.empty() && SCPI_ResultCharacters(ctx, reply.c_str(), std::strlen(reply.c_str())) == 0)
-        return fail(ctx, -223, __func__, "emit failed");
+        return fail(ctx, SCPI_ERROR_TOO_MUCH_DATA, __func__, "emit failed");
     return SCPI_RES_OK;
 }
 

@@ -242,8 +242,8 @@ scpi_result_t OrvanX_getDeviceOptTable(scpi_t* context)
     void* table = nullptr;
     size_t size = 0;
     if (target.device != nullptr && target.device->GetOptionsTable(&table, &size) != 0)
-        return fail(context, __func__, -230, "Failed retrieving options table");
+        return fail(context, __func__, SCPI_ERROR_DATA_CORRUPT_OR_STALE, "Failed retrieving options table");
     if (SCPI_ResultArbitraryBlock(context, table, size) == 0)
-        return fail(context, __func__, -223, "copy binay data out failed");
+        return fail(context, __func__, SCPI_ERROR_TOO_MUCH_DATA, "copy binay data out failed");
     return SCPI_RES_OK;
 }

@@ -110,7 +110,7 @@ scpi_result_t OrvanX_getTriggerCoupling(scpi_t* context)
     const Target target(context);
     const size_t value = target.orvanx != nullptr ? target.orvanx->getTrigSourceCouple() : std::size(kNames);
     if (value >= std::size(kNames))
-        return fail(context, __func__, -220, "trigger source coupling not set");
+        return fail(context, __func__, SCPI_ERROR_PARAMETER, "trigger source coupling not set");
     return result_of(reply_text(context, __func__, kNames[value]));
 }
 
@@ -170,7 +170,7 @@ scpi_result_t OrvanX_setModulCfg(scpi_t* context)
         return missing_parameter(context, __func__);
     const Target target(context);
     if (!target.initialized)
-        return fail(context, __func__, -310, "Target is not initialized");
+        return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
     char text[16];
     std::snprintf(text, sizeof text, "%u", mask);
     target.mirror(ODT_MODUL_CFG, text);
@@ -183,7 +183,7 @@ scpi_result_t OrvanX_getSlave(scpi_t* context)
 {
     const Target target(context);
     if (!target.initialized)
-        return fail(context, __func__, -310, "Target is not initialized");
+        return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
     if (target.orvanx == nullptr)
         return SCPI_RES_OK;
     std::string reply;

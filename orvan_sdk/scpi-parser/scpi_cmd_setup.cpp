@@ -37,11 +37,11 @@ scpi_result_t on_setup(scpi_t* context, const char* handler, const SetupOperatio
         char info[64];
         std::snprintf(info, sizeof info, "%s setup %d not allowed", operation.out_of_range,
                       static_cast<int>(setup));
-        return fail_unlogged(context, -108, info);
+        return fail_unlogged(context, SCPI_ERROR_PARAMETER_NOT_ALLOWED, info);
     }
     const Target target(context);
     if (target.orvanx != nullptr && (target.orvanx->*operation.run)(static_cast<int>(setup)) != 0)
-        return fail_unlogged(context, -200, operation.failed);
+        return fail_unlogged(context, SCPI_ERROR_EXECUTION, operation.failed);
     return SCPI_RES_OK;
 }
 
@@ -105,7 +105,7 @@ scpi_result_t OrvanX_setPowerupDB(scpi_t* context)
     if (target.orvanx == nullptr)
         return SCPI_RES_OK;
     if (target.orvanx->validate_DB_files(static_cast<int>(setup)) != 0)
-        return fail_unlogged(context, -256, "DB files not found");
+        return fail_unlogged(context, SCPI_ERROR_FILE_NAME_NOT_FOUND, "DB files not found");
     target.orvanx->set_bootDBConfig(static_cast<int>(setup), true);
     return SCPI_RES_OK;
 }
@@ -129,7 +129,7 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
     };
     const Target target(context);
     if (!target.initialized)
-        return fail(context, __func__, -310, "Target is not initialized");
+        return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
     if (target.orvanx == nullptr || target.device == nullptr)
         return SCPI_RES_ERR;
 
@@ -147,7 +147,8 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
             continue;
         char info[64];
         std::snprintf(info, sizeof info, "Module %d communication error", module.ch + 1);
-        return fail(context, __func__, -360, info, reply.c_str()); // behind the requests of the modules left
+        // Only when the requests of the modules left have ended, too: their futures wait.
+        return fail(context, __func__, SCPI_ERROR_COMMUNICATION, info, reply.c_str());
     }
     restore_power_up_state(*target.orvanx, *target.device);
     return SCPI_RES_OK;

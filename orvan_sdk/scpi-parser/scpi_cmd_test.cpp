@@ -73,7 +73,7 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
     };
     const Target target(context);
     if (!target.initialized)
-        return fail(context, __func__, -310, "Target is not initialized");
+        return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
     if (target.orvanx == nullptr || target.device == nullptr)
         return SCPI_RES_OK;
 
@@ -116,7 +116,7 @@ scpi_result_t OrvanX_getModuleBitResult(scpi_t* context)
         char logged[64];
         std::snprintf(info, sizeof info, "Module number %d not supported", shown);
         std::snprintf(logged, sizeof logged, "illegal module %d requested", shown);
-        return fail(context, __func__, -400, info, logged);
+        return fail(context, __func__, SCPI_ERROR_QUERY, info, logged);
     }
     std::string reply;
     if (!ask_module(context, __func__, *target.orvanx, static_cast<int>(number), "*TST?\r\n", reply))

@@ -36,7 +36,7 @@ scpi_result_t send_image(scpi_t* context, const char* handler, Scpi_Orvanx& orva
         sent = (orvanx.*image.send)();
     } catch (const std::exception&) {
     }
-    return sent ? SCPI_RES_OK : fail(context, handler, -223, image.failed, image.logged);
+    return sent ? SCPI_RES_OK : fail(context, handler, SCPI_ERROR_TOO_MUCH_DATA, image.failed, image.logged);
 }
 
 // Takes the image out of the message, stores and sends it.

@@ -28,9 +28,6 @@ constexpr unsigned kRepliesPerCheck = 16;
 // twelfth of the block's time.
 constexpr size_t kBulk = 512 * 1024;
 
-constexpr int kInputBufferOverrun = -363;
-constexpr int kTimeOut = -365;
-
 template <typename T>
 void set_option(int socket, int level, int name, const T& value)
 {
@@ -90,7 +87,7 @@ Session::Wait RawSession::advance(ServiceTime now, bool readable)
         case MessageBuffer::Event::kOverrun:
             ::syslog(LOG_NOTICE, "client %d: message longer than %zu bytes dropped", m_socket.get(),
                      m_buffer.limit());
-            answer_error(kInputBufferOverrun);
+            answer_error(SCPI_ERROR_INPUT_BUFFER_OVERRUN);
             break;
         case MessageBuffer::Event::kWait:
             // Its time begins when there is memory for it. One that has some and needs more keeps its
@@ -186,7 +183,7 @@ void RawSession::expired()
 {
     if (m_message.empty()) {
         ::syslog(LOG_NOTICE, "client %d: closed, its message did not arrive whole in time", m_socket.get());
-        answer_error(kTimeOut);
+        answer_error(SCPI_ERROR_TIME_OUT);
         // Closing with bytes unread would send a reset, which may overtake the line.
         ::shutdown(m_socket.get(), SHUT_WR);
         receive();

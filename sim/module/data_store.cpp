@@ -1,21 +1,10 @@
 #include "data_store.h"
 
+#include "scpi/error.h"
+
 #include <algorithm>
 
 namespace sim_module {
-
-namespace {
-
-enum ScpiError : int {
-    kNoError = 0,
-    kIllegalParameterValue = -224,
-    kOutOfMemory = -225,
-    kMediaFull = -254,
-    kFileNameNotFound = -256,
-    kFileNameError = -257,
-};
-
-} // namespace
 
 void DataStore::reset()
 {
@@ -26,11 +15,11 @@ int DataStore::define(TableKind kind, const std::string& name)
 {
     Memory& tables = memory(kind);
     if (!tables.tables.contains(name) && tables.tables.size() >= kMaxTables) {
-        return kOutOfMemory;
+        return SCPI_ERROR_OUT_OF_MEMORY;
     }
     tables.tables.try_emplace(name);
     tables.selected = name;
-    return kNoError;
+    return 0;
 }
 
 DataStore::Table& DataStore::table(TableKind kind)
@@ -48,53 +37,53 @@ int DataStore::erase(TableKind kind, const std::string& name)
 {
     Memory& tables = memory(kind);
     if (tables.tables.erase(name) == 0) {
-        return kIllegalParameterValue;
+        return SCPI_ERROR_ILLEGAL_PARAMETER_VALUE;
     }
     if (tables.selected == name) {
         tables.selected.clear();
     }
-    return kNoError;
+    return 0;
 }
 
 int DataStore::store(TableKind kind, const std::string& name)
 {
     if (name.empty()) {
-        return kFileNameError;
+        return SCPI_ERROR_FILE_NAME;
     }
     const auto files_of_kind = static_cast<std::size_t>(std::count_if(
         m_files.begin(), m_files.end(), [kind](const auto& file) { return file.first.first == kind; }));
     if (!m_files.contains({kind, name}) && files_of_kind >= kMaxTables) {
-        return kMediaFull;
+        return SCPI_ERROR_MEDIA_FULL;
     }
     m_files[{kind, name}] = table(kind);
-    return kNoError;
+    return 0;
 }
 
 int DataStore::load(TableKind kind, const std::string& name)
 {
     const auto file = m_files.find({kind, name});
     if (file == m_files.end()) {
-        return kFileNameNotFound;
+        return SCPI_ERROR_FILE_NAME_NOT_FOUND;
     }
     if (kind != TableKind::kUserCorrection) {
-        if (const int error = define(kind, name); error != kNoError) {
+        if (const int error = define(kind, name); error != 0) {
             return error;
         }
     }
     table(kind) = file->second;
-    return kNoError;
+    return 0;
 }
 
 int DataStore::remove_file(TableKind kind, const std::string& name)
 {
-    return m_files.erase({kind, name}) == 0 ? kFileNameNotFound : kNoError;
+    return m_files.erase({kind, name}) == 0 ? SCPI_ERROR_FILE_NAME_NOT_FOUND : 0;
 }
 
 int DataStore::remove_files(const std::string& name)
 {
     const std::size_t removed =
         std::erase_if(m_files, [&name](const auto& file) { return file.first.second == name; });
-    return removed == 0 ? kFileNameNotFound : kNoError;
+    return removed == 0 ? SCPI_ERROR_FILE_NAME_NOT_FOUND : 0;
 }
 
 std::vector<std::string> DataStore::catalog(TableKind kind) const
@@ -113,10 +102,10 @@ int DataStore::size(const std::string& name, std::size_t& bytes) const
     for (const TableKind kind : kTableKinds) {
         if (const auto file = m_files.find({kind, name}); file != m_files.end()) {
             bytes = file->second.size() * sizeof(double);
-            return kNoError;
+            return 0;
         }
     }
-    return kFileNameNotFound;
+    return SCPI_ERROR_FILE_NAME_NOT_FOUND;
 }
 
 } // namespace sim_module

@@ -55,7 +55,7 @@ scpi_result_t set_flatness_pair(scpi_t* context)
     }
     pairs = in_order(pairs);
     if (pairs.size() > 2 * shape.max_rows) {
-        return finish(context, -223);
+        return finish(context, SCPI_ERROR_TOO_MUCH_DATA);
     }
     pairs_of(context) = std::move(pairs);
     return SCPI_RES_OK;
@@ -75,7 +75,7 @@ scpi_result_t query_flatness_pair(scpi_t* context)
         return SCPI_RES_ERR;
     }
     if (number < 1 || number > pairs.size() / 2) {
-        return finish(context, -222);
+        return finish(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
     }
     result_quantity(context, pairs[2 * (number - 1)]);
     result_quantity(context, pairs[2 * (number - 1) + 1]);
@@ -90,7 +90,7 @@ scpi_result_t set_flatness_points(scpi_t* context)
     }
     DataStore::Table& pairs = pairs_of(context);
     if (count > pairs.size() / 2) {
-        return finish(context, -222);
+        return finish(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
     }
     pairs.resize(2 * count);
     return SCPI_RES_OK;

@@ -64,7 +64,7 @@ std::string Instrument::execute(std::string_view request)
 std::string Instrument::refuse_overrun()
 {
     m_brought_image = false;
-    SCPI_ErrorPush(&m_context, -363);
+    SCPI_ErrorPush(&m_context, SCPI_ERROR_INPUT_BUFFER_OVERRUN);
     return finish_reply();
 }
 
@@ -122,7 +122,7 @@ std::string Instrument::finish_reply()
 {
     if (m_reply.size() + 1 + kEnd.size() > kMaxReply) {
         m_reply.clear();
-        SCPI_ErrorPush(&m_context, -223);
+        SCPI_ErrorPush(&m_context, SCPI_ERROR_TOO_MUCH_DATA);
     }
     if (!m_reply.empty()) {
         m_reply += ';';

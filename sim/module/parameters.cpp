@@ -46,16 +46,16 @@ bool read_quantity(scpi_t* context, const Range& range, double initial, double& 
             value = initial;
             return true;
         default:
-            SCPI_ErrorPush(context, -224);
+            SCPI_ErrorPush(context, SCPI_ERROR_ILLEGAL_PARAMETER_VALUE);
             return false;
         }
     }
     if (!convert_unit(number.unit, range.unit, number.value)) {
-        SCPI_ErrorPush(context, -131);
+        SCPI_ErrorPush(context, SCPI_ERROR_INVALID_SUFFIX);
         return false;
     }
     if (!(number.value >= range.minimum && number.value <= range.maximum)) {
-        SCPI_ErrorPush(context, -222);
+        SCPI_ErrorPush(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
         return false;
     }
     value = number.value;
@@ -93,7 +93,7 @@ bool read_text(scpi_t* context, std::string& text, std::size_t max_length)
     // What cannot be printed, or would cut a reply into fields, has no place in a name.
     for (const char c : buffer) {
         if (c < 0x20 || c > 0x7E || c == ';') {
-            SCPI_ErrorPush(context, -224);
+            SCPI_ErrorPush(context, SCPI_ERROR_ILLEGAL_PARAMETER_VALUE);
             return false;
         }
     }
@@ -105,7 +105,7 @@ bool end_of_parameters(scpi_t* context)
 {
     scpi_parameter_t parameter;
     if (SCPI_Parameter(context, &parameter, false)) {
-        SCPI_ErrorPush(context, -108);
+        SCPI_ErrorPush(context, SCPI_ERROR_PARAMETER_NOT_ALLOWED);
         return false;
     }
     return !SCPI_ParamErrorOccurred(context);

@@ -56,7 +56,7 @@ bool read_value(scpi_t* context, const Target& target, double& value)
     }
     if (!row.allowed.empty() &&
         std::find(row.allowed.begin(), row.allowed.end(), value) == row.allowed.end()) {
-        SCPI_ErrorPush(context, -224);
+        SCPI_ErrorPush(context, SCPI_ERROR_ILLEGAL_PARAMETER_VALUE);
         return false;
     }
     return true;

@@ -47,7 +47,7 @@ scpi_result_t set_clock(scpi_t* context)
         return SCPI_RES_ERR;
     }
     if (!is_date(fields)) {
-        SCPI_ErrorPush(context, -222);
+        SCPI_ErrorPush(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
         return SCPI_RES_ERR;
     }
     char text[80];
@@ -71,7 +71,7 @@ scpi_result_t trigger(scpi_t* context)
         return SCPI_RES_ERR;
     }
     if (instrument.settings().number(kSource) != kTriggerBus) {
-        SCPI_ErrorPush(context, -211);
+        SCPI_ErrorPush(context, SCPI_ERROR_TRIGGER_IGNORED);
         return SCPI_RES_ERR;
     }
     instrument.trigger();

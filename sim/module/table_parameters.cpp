@@ -22,7 +22,7 @@ bool read_rows(scpi_t* context, TableKind kind, DataStore::Table& rows)
     const Settings& settings = instrument_of(context).settings();
     do {
         if (rows.size() == shape.max_rows * shape.columns.size()) {
-            SCPI_ErrorPush(context, -223);
+            SCPI_ErrorPush(context, SCPI_ERROR_TOO_MUCH_DATA);
             return false;
         }
         for (const Range& column : shape.columns) {

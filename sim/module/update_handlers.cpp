@@ -22,7 +22,7 @@ scpi_result_t take_image(scpi_t* context)
     }
     const auto kind = static_cast<ImageKind>(SCPI_CmdTag(context));
     if (!instrument_of(context).take_image(kind, {data, size})) {
-        SCPI_ErrorPush(context, -250);
+        SCPI_ErrorPush(context, SCPI_ERROR_MASS_STORAGE);
         return SCPI_RES_ERR;
     }
     return SCPI_RES_OK;

@@ -4,6 +4,7 @@
 
 #include "chars.h"
 #include "mnemonic.h"
+#include "scpi/error.h"
 
 namespace scpi {
 namespace {
@@ -28,10 +29,10 @@ bool is_data_punctuation(char c)
 int16_t mnemonic_fault(const char* begin, const char* p, const char* end)
 {
     if (p == end || is_space(*p) || is_header_punctuation(*p))
-        return -110;
+        return SCPI_ERROR_COMMAND_HEADER;
     if (is_digit(*p) || is_data_punctuation(*p))
-        return p == begin ? -102 : -110;
-    return -101;
+        return p == begin ? SCPI_ERROR_SYNTAX : SCPI_ERROR_COMMAND_HEADER;
+    return SCPI_ERROR_INVALID_CHARACTER;
 }
 
 } // namespace
@@ -65,8 +66,9 @@ HeaderScan scan_header(const char* begin, const char* end)
     if (p != end && *p == '?')
         ++p;
     if (p != end && !is_space(*p))
-        scan.fault =
-            is_header_punctuation(*p) || is_data_punctuation(*p) || fold_mnemonic(*p) != 0 ? -111 : -101;
+        scan.fault = is_header_punctuation(*p) || is_data_punctuation(*p) || fold_mnemonic(*p) != 0
+                         ? SCPI_ERROR_HEADER_SEPARATOR
+                         : SCPI_ERROR_INVALID_CHARACTER;
     scan.end = p;
     return scan;
 }

@@ -55,9 +55,9 @@ void call_handler(scpi_t* context, const scpi_command_t* command)
     if (context->cmd_error)
         return;
     if (result != SCPI_RES_OK)
-        SCPI_ErrorPush(context, -200);
+        SCPI_ErrorPush(context, SCPI_ERROR_EXECUTION);
     else if (has_unread_parameters(context->param_list.lex_state))
-        SCPI_ErrorPush(context, -108);
+        SCPI_ErrorPush(context, SCPI_ERROR_PARAMETER_NOT_ALLOWED);
 }
 
 /** Executes one unit. `begin` and the unit's end delimit text without white space around it. */
@@ -90,7 +90,8 @@ void execute_unit(scpi_t* context, char* begin, const scpi::ProgramUnit& unit, H
     const scpi_command_t* const command =
         SCPI_FindCommand(context, params.cmd_raw.data, params.cmd_raw.length);
     if (command == nullptr)
-        SCPI_ErrorPush(context, scan.overlong ? -112 : -113);
+        SCPI_ErrorPush(context,
+                       scan.overlong ? SCPI_ERROR_PROGRAM_MNEMONIC_TOO_LONG : SCPI_ERROR_UNDEFINED_HEADER);
     else if (unit.fault != 0)
         SCPI_ErrorPush(context, unit.fault);
     else
@@ -138,7 +139,7 @@ void store(scpi_t* context, const char* data, size_t len, bool ends_message)
     buffer.position += held;
     context->framer_position = buffer.position;
     if (context->overrun)
-        SCPI_ErrorPush(context, -363);
+        SCPI_ErrorPush(context, SCPI_ERROR_INPUT_BUFFER_OVERRUN);
 }
 
 /**

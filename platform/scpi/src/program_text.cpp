@@ -6,6 +6,7 @@
 #include "byte_search.h"
 #include "chars.h"
 #include "mnemonic.h"
+#include "scpi/error.h"
 
 namespace scpi {
 namespace {
@@ -203,11 +204,11 @@ ProgramUnit cut_program_unit(const char* p, const char* end)
     }
 
     if (state.state == kString)
-        unit.fault = -151;
+        unit.fault = SCPI_ERROR_INVALID_STRING_DATA;
     else if (state.state == kBlockLength || state.state == kDefiniteBlock)
-        unit.fault = -161;
+        unit.fault = SCPI_ERROR_INVALID_BLOCK_DATA;
     else if (state.depth != 0)
-        unit.fault = -171;
+        unit.fault = SCPI_ERROR_INVALID_EXPRESSION;
     return unit;
 }
 

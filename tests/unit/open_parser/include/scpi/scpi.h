@@ -21,7 +21,19 @@ scpi_bool_t SCPI_Input(scpi_t* context, const char* data, int len);
 scpi_bool_t SCPI_Match(const char* pattern, const char* header, size_t len);
 int32_t SCPI_CmdTag(scpi_t* context);
 
-/* Errors */
+/* Errors. A parser library that has no name for one of these numbers (SCPI-99 21.8.9 to 21.8.12) needs it
+ * from parser_library.h. */
+enum {
+    SCPI_ERROR_PARAMETER_NOT_ALLOWED = -108,
+    SCPI_ERROR_EXECUTION = -200,
+    SCPI_ERROR_PARAMETER = -220,
+    SCPI_ERROR_TOO_MUCH_DATA = -223,
+    SCPI_ERROR_DATA_CORRUPT_OR_STALE = -230,
+    SCPI_ERROR_FILE_NAME_NOT_FOUND = -256,
+    SCPI_ERROR_SYSTEM = -310,
+    SCPI_ERROR_COMMUNICATION = -360,
+    SCPI_ERROR_QUERY = -400
+};
 void SCPI_ErrorPush(scpi_t* context, int_fast16_t err);
 void SCPI_ErrorPushEx(scpi_t* context, int_fast16_t err, char* info, size_t info_len);
 const char* SCPI_ErrorTranslate(int_fast16_t err);
