@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "module_request.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 namespace {
@@ -116,9 +117,8 @@ void Scpi_Orvanx::sendSCPICommandtoOrvanX(char* buffer, int valread, int new_soc
         m_channelNo = 1;
     syslog(LOG_INFO, "[Orvan Service X]: sending command %d", m_channelNo);
     syslog(LOG_INFO, "%s", buffer);
-    const int index = m_channelNo - 1;
     const std::string reply =
-        SendSCPIOrvanX(buffer, valread, m_orvanXIp[index], static_cast<int>(m_OrvanXport[index]));
+        HaldeElec::Orvan::request_module(*this, m_channelNo, {buffer, static_cast<size_t>(valread)});
     syslog(LOG_INFO, "[Orvan Service X]: send Scpi end.\n");
     [[maybe_unused]] const ssize_t ignored =
         write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));

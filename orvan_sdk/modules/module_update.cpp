@@ -17,7 +17,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "module_request.h"
 #include "orvan_fs_utils.h"
+
+using HaldeElec::Orvan::request_every_module;
 
 namespace {
 
@@ -89,11 +92,9 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     command.insert(command.end(), kEnd.begin(), kEnd.end());
     syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX loop exit %s", header.c_str());
 
-    for (int i = 0; i < std::min(m_modules, kMaxChannels); ++i) {
-        syslog(LOG_INFO, "sending FPGA command to orvix module");
-        result = checkOrvanReply(SendSCPIOrvanX(command.data(), static_cast<int>(command.size()),
-                                                m_orvanXIp[i], static_cast<int>(m_OrvanXport[i])));
-    }
+    const auto announce = [](int) { syslog(LOG_INFO, "sending FPGA command to orvix module"); };
+    request_every_module(*this, {command.data(), command.size()}, announce,
+                         [&](int, const std::string& reply) { result = checkOrvanReply(reply); });
     syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX end ");
     return result;
 }
@@ -134,14 +135,15 @@ bool Scpi_Orvanx::sendSoftwareUpdate()
     std::copy(kEnd.begin(), kEnd.end(), std::copy_n(image.get(), size, block));
 
     bool result = true;
-    for (int i = 0; i < std::min(m_modules, kMaxChannels); ++i) {
-        syslog(LOG_INFO, "Sending software update to OrvanX module %d", i);
-        if (!checkOrvanReply(SendSCPIOrvanX(command.get(), static_cast<int>(length), m_orvanXIp[i],
-                                            static_cast<int>(m_OrvanXport[i])))) {
-            syslog(LOG_ERR, "OrvanX module %d software update failed", i);
-            result = false;
-        }
-    }
+    const auto announce = [](int index) {
+        syslog(LOG_INFO, "Sending software update to OrvanX module %d", index);
+    };
+    request_every_module(*this, {command.get(), length}, announce, [&](int index, const std::string& reply) {
+        if (checkOrvanReply(reply))
+            return;
+        syslog(LOG_ERR, "OrvanX module %d software update failed", index);
+        result = false;
+    });
     command.reset();
     image.reset();
     if (unlink(path) != 0)
@@ -152,11 +154,10 @@ bool Scpi_Orvanx::sendSoftwareUpdate()
 bool Scpi_Orvanx::sendDeviceRestart()
 {
     syslog(LOG_INFO, "sendDeviceRestart start");
-    for (int i = 0; i < std::min(m_modules, kMaxChannels); ++i) {
-        syslog(LOG_INFO, "Sending restart command to OrvanX module %d", i);
-        SendSCPIOrvanX(kRestartCommand.data(), static_cast<int>(kRestartCommand.size()), m_orvanXIp[i],
-                       static_cast<int>(m_OrvanXport[i]));
-    }
+    const auto announce = [](int index) {
+        syslog(LOG_INFO, "Sending restart command to OrvanX module %d", index);
+    };
+    request_every_module(*this, kRestartCommand, announce, [](int, const std::string&) {});
     return true;
 }
 

@@ -4,13 +4,18 @@
 #include <algorithm>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <syslog.h>
 #include <system_error>
 
 #include "dataorvan.h"
 #include "hw/hw.h"
+#include "module_request.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
+
+using HaldeElec::Orvan::request_module;
+using HaldeElec::Orvan::request_own_server;
 
 namespace {
 
@@ -18,7 +23,7 @@ constexpr uint64_t TIME_INTERVAL_TEMP = 30000; // milliseconds
 constexpr double kAlarmTemperature = 65.0;
 // Of a module that gave none: the fans take a failed poll for a hot instrument.
 constexpr double kSubstituteTemperature = 100.0;
-constexpr const char* kOwnAddress = "127.0.0.1";
+constexpr std::string_view kQuery = ":SYST:TEMP?\r\n";
 
 constexpr const char* kThreadException = "Temperature thread exception: %s\n";
 
@@ -54,7 +59,6 @@ void Scpi_Orvanx::ThreadRunTempratureFunction()
 
 bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
 {
-    static const std::string kQuery = ":SYST:TEMP?\r\n";
     num = std::min(num, kMaxChannels);
     const int selected = m_channelNo;
     const int scpiPort = m_scpiPort;
@@ -63,10 +67,8 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
 
     for (int ch = 1; ch <= num; ++ch) {
         const int index = ch - 1;
-        const bool own = ch == selected;
-        std::string reply = SendSCPIOrvanX(kQuery.data(), static_cast<int>(kQuery.size()),
-                                           own ? kOwnAddress : m_orvanXIp[index],
-                                           own ? scpiPort : static_cast<int>(m_OrvanXport[index]));
+        std::string reply =
+            ch == selected ? request_own_server(*this, scpiPort, kQuery) : request_module(*this, ch, kQuery);
         double temperature = kSubstituteTemperature;
         if (checkOrvanReply(reply)) {
             reply.resize(std::min(reply.find(';'), reply.size()));

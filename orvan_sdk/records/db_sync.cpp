@@ -7,6 +7,7 @@
 #include <syslog.h>
 
 #include "dataorvan.h"
+#include "modules/module_request.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
@@ -15,6 +16,7 @@ using HaldeElec::Orvan::CPersistentData;
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 using HaldeElec::Orvan::IOrvanDeviceManager;
 using HaldeElec::Orvan::kSettingsTextSize;
+using HaldeElec::Orvan::request_module;
 using HaldeElec::Orvan::sDevArch_t;
 
 namespace {
@@ -83,8 +85,7 @@ void Scpi_Orvanx::scpi_cmds_pass(int ch, SendOnInit targetPriority)
             std::snprintf(cmdBuffer, sizeof cmdBuffer, "%s %s\r\n", pattern.c_str(), valBuffer);
         if (length <= 0 || length >= static_cast<int>(sizeof cmdBuffer))
             continue;
-        const std::string reply =
-            SendSCPIOrvanX(cmdBuffer, length, m_orvanXIp[ch - 1], static_cast<int>(m_OrvanXport[ch - 1]));
+        const std::string reply = request_module(*this, ch, {cmdBuffer, static_cast<size_t>(length)});
         syslog(LOG_INFO, "command %s sent: %s", pattern.c_str(),
                checkOrvanReply(reply) ? "OK" : reply.c_str());
     }

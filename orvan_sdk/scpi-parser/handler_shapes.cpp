@@ -3,9 +3,8 @@
 #include <cstdio>
 #include <cstring>
 #include <syslog.h>
-#include <system_error>
-#include <utility>
 
+#include "modules/module_request.h"
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
@@ -104,29 +103,6 @@ scpi_result_t get_text(scpi_t* context, const char* handler, int (IOrvanDeviceMa
 {
     const auto ask = [get](IOrvanDeviceManager& device, char* text) { return (device.*get)(as_bytes(text)); };
     return get_value(context, handler, tag, ask, shape);
-}
-
-std::string request_module(Scpi_Orvanx& orvanx, int channel, const std::string& command)
-{
-    if (channel < 1 || channel > kMaxChannels)
-        return "-ERR Unable to connect";
-    return orvanx.SendSCPIOrvanX(command.data(), static_cast<int>(command.size()),
-                                 orvanx.m_orvanXIp[channel - 1],
-                                 static_cast<int>(orvanx.m_OrvanXport[channel - 1]));
-}
-
-std::future<std::string> start_request(Scpi_Orvanx& orvanx, int index, std::string command)
-{
-    const auto request = [&orvanx, index, command = std::move(command)] {
-        return request_module(orvanx, index + 1, command);
-    };
-    try {
-        return std::async(std::launch::async, request);
-    } catch (const std::system_error&) {
-        std::promise<std::string> made;
-        made.set_value(request());
-        return made.get_future();
-    }
 }
 
 bool ask_module(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, int channel,

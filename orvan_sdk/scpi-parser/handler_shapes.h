@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <future>
 #include <string>
 
 #include <scpi/types.h>
@@ -153,25 +152,7 @@ scpi_result_t get_text(scpi_t* context, const char* handler, int (IOrvanDeviceMa
                        int tag, GetShape shape = GetShape::kUsual);
 
 /**
- * One request to one module. A channel outside the module table is a module that cannot be reached.
- *
- * @param command ended by CR LF
- * @return the module's reply or the link's error (Scpi_Orvanx::SendSCPIOrvanX)
- */
-std::string request_module(Scpi_Orvanx& orvanx, int channel, const std::string& command);
-
-/**
- * The same on a thread of its own, so that several modules work at the same time. Without a thread to be had
- * the request is made before this returns.
- *
- * @param index   channel minus 1
- * @param command a copy of the request's own
- * @return the reply; its destructor waits for the request to end
- */
-std::future<std::string> start_request(Scpi_Orvanx& orvanx, int index, std::string command);
-
-/**
- * Asks a module on behalf of a handler.
+ * Asks a module on behalf of a handler (modules/module_request.h).
  *
  * @param reply the module's reply with its success word
  * @return false, with -360 queued and the reply logged, when "-ERR" stands in it

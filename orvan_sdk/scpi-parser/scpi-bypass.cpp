@@ -6,6 +6,7 @@
 #include <cstring>
 #include <syslog.h>
 
+#include "modules/module_request.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "parser_library.h"
 
@@ -178,10 +179,7 @@ scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* bu
     if (!cmd.ends_with('\n'))
         cmd += cmd.ends_with('\r') ? "\n" : "\r\n";
 
-    const int index = parser->getSelectedChannel() - 1;
-    std::string reply =
-        parser->SendSCPIOrvanX(cmd.data(), static_cast<int>(cmd.size()), parser->m_orvanXIp[index],
-                               static_cast<int>(parser->m_OrvanXport[index]));
+    std::string reply = HaldeElec::Orvan::request_module(*parser, parser->getSelectedChannel(), cmd);
     strip_trailing_ok(reply);
     bypass_apply_db_updates(ctx, parser, reply);
     if (!reply.empty() && SCPI_ResultCharacters(ctx, reply.c_str(), std::strlen(reply.c_str())) == 0)

@@ -9,6 +9,7 @@
 
 #include "dataorvan.h"
 #include "handler_shapes.h"
+#include "modules/module_request.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using namespace HaldeElec::Orvan;
@@ -137,7 +138,7 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
     const std::span modules(pending.get(), static_cast<size_t>(n));
     for (int ch = 0; Pending & module : modules) {
-        module = {ch, start_request(*target.orvanx, ch, "*RST\r\n")};
+        module = {ch, start_request(*target.orvanx, ch + 1, "*RST\r\n")};
         ++ch;
     }
 

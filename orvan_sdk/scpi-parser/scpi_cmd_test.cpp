@@ -11,6 +11,7 @@
 #include <scpi/scpi.h>
 
 #include "handler_shapes.h"
+#include "modules/module_request.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
@@ -81,7 +82,7 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
     const std::span modules(pending.get(), static_cast<size_t>(n));
     for (int ch = 0; Pending & module : modules) {
-        module = {ch, start_request(*target.orvanx, ch, "*TST\r\n")};
+        module = {ch, start_request(*target.orvanx, ch + 1, "*TST\r\n")};
         ++ch;
     }
 

@@ -4,12 +4,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <sys/mman.h>
 #include <syslog.h>
 #include <system_error>
 #include <vector>
 
 #include "dataorvan.h"
+#include "modules/module_request.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "sys_cmd.h"
@@ -17,9 +19,16 @@
 using HaldeElec::Orvan::CPersistentData;
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 using HaldeElec::Orvan::kSettingsTextSize;
+using HaldeElec::Orvan::request_module;
 using HaldeElec::Orvan::sNetCfg_t;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::string_view kSelfTestQuery = "*TST?\r\n";
+
+} // namespace
 
 Scpi_Orvanx* Scpi_Orvanx::m_instance = nullptr;
 
@@ -75,13 +84,9 @@ void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
     const steady_clock::time_point deadline = steady_clock::now() + std::chrono::seconds(max_wait_sec);
 
     const auto poll_until_ready = [this, deadline](int ch) {
-        static const std::string kSelfTestQuery = "*TST?\r\n";
         milliseconds delay_ms(100);
         while (steady_clock::now() < deadline) {
-            const std::string reply =
-                SendSCPIOrvanX(kSelfTestQuery.data(), static_cast<int>(kSelfTestQuery.size()),
-                               m_orvanXIp[ch - 1], static_cast<int>(m_OrvanXport[ch - 1]));
-            if (checkOrvanReply(reply)) {
+            if (checkOrvanReply(request_module(*this, ch, kSelfTestQuery))) {
                 m_isLive[ch - 1] = true;
                 return;
             }
@@ -175,8 +180,7 @@ bool Scpi_Orvanx::getModuleData(int ch)
 
     bool all_answered = true;
     for (const auto& [query, tag, nvInfo, len] : queries) {
-        std::string reply = SendSCPIOrvanX(query, static_cast<int>(std::strlen(query)), m_orvanXIp[ch - 1],
-                                           static_cast<int>(m_OrvanXport[ch - 1]));
+        std::string reply = request_module(*this, ch, query);
         if (!checkOrvanReply(reply)) {
             syslog(LOG_ERR, "%s: %s reply: %s", __func__, query, reply.c_str());
             all_answered = false;
