@@ -10,15 +10,11 @@
 #include "process.h"
 #include "server.h"
 
+#include "hw/hw.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
-
-#ifndef ORVAN_TARGET_PI
-#include "board/board_control.h"
-#include "orvan_sandbox/guard.h"
-#endif
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -41,14 +37,14 @@ constexpr std::chrono::seconds kEndPatience{15};
 // A preset resets all modules and loads them anew.
 constexpr std::chrono::seconds kKeyPatience{120};
 
-bool may_reach_modules([[maybe_unused]] const Options& options)
-{
-#ifdef ORVAN_TARGET_PI
-    return true;
-#else
-    return options.modules_on_loopback || orvan_sandbox::in_sandbox();
-#endif
-}
+/** The board's control socket, as long as this lives. */
+class BoardControl {
+public:
+    BoardControl() { hw_control_open(); }
+    ~BoardControl() { hw_control_close(); }
+    BoardControl(const BoardControl&) = delete;
+    BoardControl& operator=(const BoardControl&) = delete;
+};
 
 // The library's start-up and its waits cannot be cut short: a stop that is requested in the midst of them
 // ends the process.
@@ -108,9 +104,7 @@ std::vector<UniqueFd> open_own(const Options& options, IOrvanDeviceManager& devi
 int serve(const Options& options)
 {
     ignore_broken_pipes();
-#ifndef ORVAN_TARGET_PI
-    const auto board_control = sim_board::board_control_of_environment();
-#endif
+    const BoardControl board_control;
     const StopRequest stop;
     ::syslog(LOG_DEBUG, "at most %zu descriptors", raise_descriptor_limit());
 
@@ -187,7 +181,7 @@ int main(int argc, char** argv)
     if (!options) {
         return exit_code;
     }
-    if (!may_reach_modules(*options)) {
+    if (!options->modules_on_loopback && !hw_may_reach_modules()) {
         std::fputs("orvan-service: refusing to start: it would reach for real module addresses (192.168.7.1 "
                    "and up).\n"
                    "Run it in a sandbox, or with --modules-on-loopback.\n",

@@ -7,6 +7,7 @@
 //
 // Every function may be called from any thread.
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -30,6 +31,17 @@ int hw_spi_close(int fd);
 /// pulses, polls of a busy chip) or paces a background thread goes through here, also one of seconds. A
 /// signal does not cut it short.
 void hw_delay_us(uint64_t us);
+
+/// Whether module addresses (192.168.7.1 and up) lead to modules of this process's own: true on the
+/// instrument, elsewhere only in a sandbox. Not beside a setenv of another thread.
+bool hw_may_reach_modules(void);
+
+/// Opens the control socket of the board, where the board has one and the environment names a path for it; a
+/// path that cannot be used is reported on standard error. Once in a process.
+void hw_control_open(void);
+
+/// Closes the socket and removes its path. Does nothing where none is open.
+void hw_control_close(void);
 
 #ifdef __cplusplus
 }

@@ -1,9 +1,12 @@
 // The functions of the seam and of wiringPi, on the current board.
 
+#include "board/board_control.h"
 #include "board/current_board.h"
 #include "hw/hw.h"
+#include "orvan_sandbox/guard.h"
 
 #include <array>
+#include <memory>
 #include <mutex>
 #include <wiringPi.h>
 #include <wiringPiI2C.h>
@@ -42,6 +45,8 @@ private:
 };
 thread_local PollingThread t_thread;
 
+std::unique_ptr<sim_board::BoardControl> g_control;
+
 } // namespace
 
 int hw_spi_open(const char* path, int flags)
@@ -70,6 +75,21 @@ void hw_delay_us(uint64_t us)
         [us] { return sim_board::formatted("delay %llu", static_cast<unsigned long long>(us)); });
     t_thread.waits(us);
     board->clock().sleep_us(us);
+}
+
+bool hw_may_reach_modules(void)
+{
+    return orvan_sandbox::in_sandbox();
+}
+
+void hw_control_open(void)
+{
+    g_control = sim_board::board_control_of_environment();
+}
+
+void hw_control_close(void)
+{
+    g_control.reset();
 }
 
 int wiringPiSetup(void)

@@ -25,3 +25,12 @@ void hw_delay_us(uint64_t us)
 {
     std::this_thread::sleep_for(std::chrono::microseconds(us));
 }
+
+bool hw_may_reach_modules()
+{
+    return true;
+}
+
+void hw_control_open() {}
+
+void hw_control_close() {}

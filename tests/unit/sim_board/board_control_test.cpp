@@ -1,6 +1,7 @@
 #include "board/board_control.h"
 
 #include "board/current_board.h"
+#include "hw/hw.h"
 #include "support/loopback.h"
 
 #include <cstdlib>
@@ -94,6 +95,20 @@ TEST_F(BoardControlTest, TheEnvironmentNamesThePath)
     const auto control = board_control_of_environment();
     ASSERT_NE(control, nullptr);
     EXPECT_EQ(ask("power-button\n"), "ok\n");
+}
+
+TEST_F(BoardControlTest, TheSeamOpensItByTheEnvironmentAndClosesIt)
+{
+    unsetenv("ORVAN_BOARD_CONTROL");
+    hw_control_open();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    hw_control_close();
+    setenv("ORVAN_BOARD_CONTROL", path.c_str(), 1);
+    hw_control_open();
+    EXPECT_EQ(ask("power-button\n"), "ok\n");
+    hw_control_close();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    hw_control_close();
 }
 
 TEST_F(BoardControlTest, APathOfNoUseIsToldAndTheProcessGoesOnWithout)
