@@ -46,6 +46,13 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
         "--restart,!--no-restart", options.restart,
         "Start a service that has failed again after 5 s of the board's time, as its unit does on an "
         "instrument; without it the program ends with the service's status");
+    run->add_option(
+           "--watchdog", options.watchdog,
+           "Seconds, whatever the clock rate, without a sign of life from a service that was ready, after "
+           "which it is ended with SIGABRT and counts as one that has failed, as in its unit; 0: it is not "
+           "watched")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
     run->add_flag("--no-sandbox", no_sandbox, "Run on the host itself, with modules on 127.0.(6+n).1");
     run->add_flag("--fallback", options.fallback,
                   "As --no-sandbox, but only where the kernel refuses a sandbox");

@@ -93,8 +93,12 @@ void Instance::read_notifications()
             m_status = message.substr(begin, message.find('\n', begin) - begin);
         }
         m_ending = m_ending || message.find("\nSTOPPING=1\n") != std::string::npos;
+        if (message.find("\nWATCHDOG=1\n") != std::string::npos) {
+            m_fed = Clock::now();
+        }
         if (message.find("\nREADY=1\n") != std::string::npos && !m_ready && !m_rebooting) {
             m_ready = true;
+            m_fed = Clock::now();
             m_deadline = Clock::time_point::max();
             // Before the announcement, since whoever waits for it may rely on the clock.
             ask_board(board_socket(), "serving");
@@ -176,6 +180,7 @@ void Instance::restart_service_later()
 {
     const std::chrono::duration<double> delay =
         std::chrono::duration<double>(kRestartDelay) / m_options.clock_rate;
+    ++m_restarts;
     m_ready = false;
     m_deadline = Clock::time_point::max();
     m_restart = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
@@ -183,6 +188,29 @@ void Instance::restart_service_later()
     std::snprintf(seconds, sizeof seconds, "%g s", delay.count());
     say_error("the service ended with " + m_service.how_it_ended() + "; see " +
               (m_state / "log/service.log").string() + "; starting it again in " + seconds);
+}
+
+/// As the service manager does with a service that does not feed its watchdog.
+void Instance::abort_service()
+{
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%g s", m_options.watchdog);
+    say_error(std::string("the service has not fed its watchdog for ") + seconds +
+              "; ending it with SIGABRT");
+    m_aborted = true;
+    m_deadline = Clock::now() + kServiceEnd;
+    m_service.signal(SIGABRT);
+    m_service.signal(SIGCONT); // or one that is stopped would not notice
+}
+
+/// Only a service that is ready and has not been asked to end has to feed it.
+Instance::Clock::time_point Instance::watchdog_deadline() const
+{
+    if (m_options.watchdog <= 0 || !m_ready || m_ending || m_rebooting || m_aborted) {
+        return Clock::time_point::max();
+    }
+    return m_fed +
+           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_options.watchdog));
 }
 
 Result<bool> Instance::restart_service()
@@ -194,7 +222,7 @@ Result<bool> Instance::restart_service()
 /// Of poll, in milliseconds: until the next thing that this program does by itself.
 int Instance::timeout() const
 {
-    const Clock::time_point next = std::min(m_deadline, m_restart);
+    const Clock::time_point next = std::min({m_deadline, m_restart, watchdog_deadline()});
     if (next == Clock::time_point::max()) {
         return -1;
     }
@@ -239,8 +267,11 @@ int Instance::loop()
         if (m_relay) {
             m_relay->transfer();
         }
+        if (Clock::now() >= watchdog_deadline()) {
+            abort_service();
+        }
         if (Clock::now() >= m_deadline) {
-            if (!m_rebooting) {
+            if (!m_rebooting && !m_aborted) {
                 say_error("the service has not become ready in time");
                 if (!m_options.restart || !m_announced) {
                     show_log_that_goes("service.log");

@@ -27,6 +27,7 @@ struct RunOptions {
     std::string log_level;          ///< handed to the service when not empty
     std::vector<std::string> board; ///< verbs for the board at power-on
     bool restart = true;            ///< start a service again that has failed
+    double watchdog = 30;           ///< of the service, seconds of the world's time as in its unit; 0: none
     int clock_rate = 1;             ///< how many times faster than the world's the board's clock runs
 };
 
@@ -81,6 +82,8 @@ private:
     void reboot();
     std::optional<int> note_ended();
     void restart_service_later();
+    void abort_service();
+    Clock::time_point watchdog_deadline() const;
     orvan_sandbox::Result<bool> restart_service();
     int timeout() const;
     int say_error(const std::string& text) const;
@@ -124,8 +127,11 @@ private:
     bool m_ready = false;
     bool m_announced = false;
     bool m_rebooting = false;
-    bool m_ending = false; ///< the service, by its own word
-    std::string m_status;  ///< the service's, by its own word
+    bool m_ending = false;   ///< the service, by its own word
+    bool m_aborted = false;  ///< the service, since it did not feed its watchdog
+    std::string m_status;    ///< the service's, by its own word
+    Clock::time_point m_fed; ///< the service's watchdog, last
+    int m_restarts = 0;      ///< of services that failed
     Clock::time_point m_deadline =
         Clock::time_point::max();                           ///< of the service: to be ready, or to have ended
     Clock::time_point m_restart = Clock::time_point::max(); ///< of a service that has failed

@@ -119,8 +119,11 @@ std::string Instance::service_state() const
                               : m_ending  ? "ending"
                               : m_ready   ? "ready"
                                           : "starting";
-    return std::string(state) + ", process " + std::to_string(m_service.pid()) +
-           (m_status.empty() ? "" : ", ") + m_status;
+    std::string text = std::string(state) + ", process " + std::to_string(m_service.pid());
+    if (m_restarts > 0) {
+        text += ", " + std::to_string(m_restarts) + (m_restarts == 1 ? " restart" : " restarts");
+    }
+    return text + (m_status.empty() ? "" : ", ") + m_status;
 }
 
 std::string Instance::status() const

@@ -7,6 +7,7 @@
 #include "state_lock.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <utility>
@@ -335,6 +336,9 @@ Result<bool> Instance::start_service()
         command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
     }
     command.environment["NOTIFY_SOCKET"] = run_file("notify").string();
+    if (m_options.watchdog > 0) {
+        command.environment["WATCHDOG_USEC"] = std::to_string(std::llround(m_options.watchdog * 1e6));
+    }
     std::string& verbs = command.environment["ORVAN_BOARD_AT_POWER_ON"];
     for (const std::string& verb : m_options.board) {
         verbs += (verbs.empty() ? "" : ";") + verb;
@@ -354,6 +358,7 @@ Result<bool> Instance::start_service()
     m_service = Child(pid.value());
     m_ready = false;
     m_ending = false;
+    m_aborted = false;
     m_status.clear();
     m_deadline = Clock::now() + kServiceStart;
     return true;

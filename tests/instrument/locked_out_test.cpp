@@ -100,6 +100,22 @@ TEST_F(LockedOut, ByACommandThatHangsTheStatusSaysSo)
     EXPECT_NE(status.find(" hangs: no progress for 2 s in \"*IDN?;*IDN?;"), std::string::npos) << status;
 }
 
+TEST_F(LockedOut, ByACommandThatHangsTheServiceIsStartedAgain)
+{
+    ORVAN_NEEDS_SANDBOX();
+    ::setenv("ORVAN_HANG_LIMIT", "1", 1);
+    instrument.emplace(std::vector<std::string>{"--model", "OVX3651P", "--watchdog", "4", "--restart"});
+    std::string line = "*IDN?";
+    for (int i = 1; i < 50; ++i)
+        line += ";*IDN?";
+    Client client = instrument->client();
+    ASSERT_TRUE(client.send(line + "\n"));
+    EXPECT_TRUE(instrument->wait_for_output("the service has not fed its watchdog for 4 s; "));
+    EXPECT_TRUE(instrument->wait_for_output("the service is ready again"));
+    EXPECT_TRUE(logged(" hangs: no progress for 1 s in \"*IDN?;*IDN?;"));
+    EXPECT_EQ(instrument->client().ask(":NO:SUCH:HEADER"), "-ERR -113, \"Undefined header\";+OK\r\n");
+}
+
 // A module that is silent for longer, for as long as the status is looked at.
 TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoMeanwhile)
 {

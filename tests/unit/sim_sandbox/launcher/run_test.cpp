@@ -370,6 +370,53 @@ TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsTriedAgain)
     EXPECT_TRUE(eventually([&] { return output().ends_with("the service is ready again\n"); })) << output();
 }
 
+TEST_F(OrvanSimRun, AServiceThatStopsFeedingItsWatchdogIsAbortedAndStartedAgain)
+{
+    // The clock rate shortens the delay of the restart and not the watchdog.
+    if (!start_ready({"--modules", "none", "--watchdog", "3", "--clock-rate", "50", "--state", state()})) {
+        return;
+    }
+    EXPECT_EQ(ask("env WATCHDOG_USEC"), "3000000\n");
+    // Fed for longer than the three seconds, it goes on.
+    const std::string before = output();
+    EXPECT_TRUE(eventually([&] { return std::stoi(ask("fed")) >= 3; }));
+    EXPECT_EQ(output(), before);
+    const std::string status = sim({"ctl", "status"}).output;
+    std::smatch service;
+    ASSERT_TRUE(std::regex_search(status, service, std::regex("service   ready, process ([0-9]+), well\n")));
+    ASSERT_EQ(kill(std::stoi(service[1]), SIGSTOP), 0);
+    const std::string expected = before +
+                                 "orvan-sim: the service has not fed its watchdog for 3 s; ending it with "
+                                 "SIGABRT\norvan-sim: the service ended with signal 6 (Aborted); see " +
+                                 (state() / "log/service.log").string() +
+                                 "; starting it again in 0.1 s\nthe service is ready again\n";
+    EXPECT_TRUE(eventually([&] { return output() == expected; })) << output();
+    const std::regex again("service   ready, process [0-9]+, 1 restart, well\n");
+    EXPECT_TRUE(std::regex_search(sim({"ctl", "status"}).output, again)) << sim({"ctl", "status"}).output;
+}
+
+TEST_F(OrvanSimRun, WithoutRestartsAServiceThatStopsFeedingItsWatchdogEndsTheRun)
+{
+    if (!start_ready({"--modules", "none", "--watchdog", "0.5", "--no-restart"})) {
+        return;
+    }
+    ask("run kill -STOP $PPID");
+    EXPECT_EQ(wait(), 128 + SIGABRT);
+    EXPECT_NE(output().find("orvan-sim: the service has not fed its watchdog for 0.5 s; "), std::string::npos)
+        << output();
+}
+
+TEST_F(OrvanSimRun, TheWatchdogIsThatOfTheUnitAndCanBeSwitchedOff)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    EXPECT_EQ(ask("env WATCHDOG_USEC"), "30000000\n");
+    EXPECT_EQ(stop(SIGTERM), 0);
+    ASSERT_TRUE(start_ready({"--modules", "none", "--watchdog", "0"}));
+    EXPECT_EQ(ask("env WATCHDOG_USEC"), "(none)\n");
+}
+
 TEST_F(OrvanSimRun, ServicesThatEndWithBadOptionsOrAreToldToEndAreNotStartedAgain)
 {
     if (!start_ready({"--modules", "none"})) {

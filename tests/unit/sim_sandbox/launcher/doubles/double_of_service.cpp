@@ -4,6 +4,7 @@
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
 //   abort        ends by a signal                          hide     from now on SIGTERM is ignored
+//   fed          how often it has fed its watchdog
 // With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
 // there is a file `fails` in the state directory with 1. Asked to produce it prints its command line and
 // ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
@@ -24,7 +25,9 @@
 
 namespace {
 
-void report_ready()
+int g_fed = 0;
+
+void report(const char* text)
 {
     const char* path = getenv("NOTIFY_SOCKET");
     if (path == nullptr || getenv("ORVAN_DOUBLE_MUTE") != nullptr) {
@@ -34,8 +37,7 @@ void report_ready()
     address.sun_family = AF_UNIX;
     strncpy(address.sun_path, path, sizeof address.sun_path - 1);
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const char text[] = "STATUS=well\nREADY=1";
-    sendto(fd, text, sizeof text - 1, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     close(fd);
 }
 
@@ -70,6 +72,9 @@ std::string answer(const std::string& line, int fds, char** argv)
     }
     if (word == "abort") {
         abort();
+    }
+    if (word == "fed") {
+        return std::to_string(g_fed);
     }
     if (word == "hide") {
         signal(SIGTERM, SIG_IGN);
@@ -130,8 +135,17 @@ int main(int, char** argv)
     if (command_line.find("--platform") != std::string::npos) {
         waiting.push_back({listen_at_own_port(), POLLIN, 0});
     }
-    report_ready();
-    while (poll(waiting.data(), waiting.size(), -1) > 0) {
+    report("STATUS=well\nREADY=1");
+    const char* period = getenv("WATCHDOG_USEC");
+    const int half = period != nullptr ? atoi(period) / 2000 : -1;
+    for (int ready = 0; (ready = poll(waiting.data(), waiting.size(), half)) >= 0;) {
+        if (period != nullptr) {
+            report("WATCHDOG=1");
+            ++g_fed;
+        }
+        if (ready == 0) {
+            continue;
+        }
         for (const pollfd& listener : waiting) {
             if (listener.revents != 0) {
                 serve(accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
