@@ -1,7 +1,6 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <new>
@@ -11,7 +10,6 @@
 #include <unistd.h>
 
 #include "dataorvan.h"
-#include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
 namespace {
 
@@ -20,19 +18,6 @@ constexpr int kFactorySetup = 0;
 const char* null_or_ok(const void* pointer)
 {
     return pointer == nullptr ? "null" : "ok";
-}
-
-template <typename T>
-T load(const char* place)
-{
-    T value;
-    std::memcpy(&value, place, sizeof value);
-    return value;
-}
-
-double unscaled(double value, double factor)
-{
-    return factor == 1.0 ? value : value / factor;
 }
 
 } // namespace
@@ -127,42 +112,4 @@ void Scpi_Orvanx::updateDBFeature(uint8_t* base, int* tags, int count, char* buf
         return;
     for (int i = 0; i < count; ++i)
         update_db(base, tags[i], buff, size);
-}
-
-bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
-                          size_t bufSize)
-{
-    if (baseAddress == nullptr || buffer == nullptr)
-        return false;
-    const char* const place = baseAddress + element.pos;
-    const double factor = element.factor;
-    switch (element.type) {
-    case TYPE_BOOL:
-        std::snprintf(buffer, bufSize, "%s", load<int>(place) != 0 ? "ON" : "OFF");
-        return true;
-    case TYPE_INT32:
-        std::snprintf(buffer, bufSize, "%d", load<int32_t>(place) / static_cast<int>(factor));
-        return true;
-    case TYPE_UINT32:
-        std::snprintf(buffer, bufSize, "%u", load<uint32_t>(place) / static_cast<unsigned>(factor));
-        return true;
-    case TYPE_INT64:
-        std::snprintf(buffer, bufSize, "%lld",
-                      static_cast<long long>(load<int64_t>(place) / static_cast<int64_t>(factor)));
-        return true;
-    case TYPE_UINT64:
-        std::snprintf(buffer, bufSize, "%llu",
-                      static_cast<unsigned long long>(load<uint64_t>(place) / static_cast<uint64_t>(factor)));
-        return true;
-    case TYPE_FLOAT:
-        std::snprintf(buffer, bufSize, "%.6g", unscaled(static_cast<double>(load<float>(place)), factor));
-        return true;
-    case TYPE_DOUBLE:
-        std::snprintf(buffer, bufSize, "%.12g", unscaled(load<double>(place), factor));
-        return true;
-    case TYPE_STRING:
-        std::snprintf(buffer, bufSize, "%s", place);
-        return true;
-    }
-    return false;
 }

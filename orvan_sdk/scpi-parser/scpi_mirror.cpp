@@ -1,81 +1,11 @@
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <string_view>
 
 #include <scpi/types.h>
 
-#include "dataorvan.h"
 #include "handler_shapes.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
-namespace {
-
-template <typename T>
-void store(uint8_t* dst, T value, size_t size)
-{
-    std::memcpy(dst, &value, std::min(sizeof value, size));
-}
-
-// The factor is cut to the integer type. Unsigned arithmetic: what is past the type's range wraps.
-template <typename Integer, typename Number>
-Integer scaled(Number number, double factor)
-{
-    return static_cast<Integer>(static_cast<uint64_t>(number) *
-                                static_cast<uint64_t>(static_cast<Integer>(factor)));
-}
-
-void store_text(uint8_t* dst, const char* str, size_t size)
-{
-    if (size == 0)
-        return;
-    // A damaged text of the settings may have no end.
-    const size_t len = strnlen(str, size - 1);
-    std::memcpy(dst, str, len);
-    dst[len] = '\0';
-}
-
-bool is_on(std::string_view word)
-{
-    return word == "ON" || word == "On" || word == "1";
-}
-
-} // namespace
-
-void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str)
-{
-    if (base == nullptr || e == nullptr || str == nullptr)
-        return;
-    uint8_t* const dst = base + e->pos;
-    switch (e->type) {
-    case TYPE_BOOL:
-        store<int>(dst, is_on(str) ? 1 : 0, e->size);
-        break;
-    case TYPE_INT32:
-        store(dst, scaled<int32_t>(std::strtol(str, nullptr, 10), e->factor), e->size);
-        break;
-    case TYPE_UINT32:
-        store(dst, scaled<uint32_t>(std::strtoul(str, nullptr, 10), e->factor), e->size);
-        break;
-    case TYPE_INT64:
-        store(dst, scaled<int64_t>(std::strtoll(str, nullptr, 10), e->factor), e->size);
-        break;
-    case TYPE_UINT64:
-        store(dst, scaled<uint64_t>(std::strtoull(str, nullptr, 10), e->factor), e->size);
-        break;
-    case TYPE_FLOAT:
-        store(dst, static_cast<float>(std::strtod(str, nullptr)) * static_cast<float>(e->factor), e->size);
-        break;
-    case TYPE_DOUBLE:
-        store(dst, std::strtod(str, nullptr) * e->factor, e->size);
-        break;
-    case TYPE_STRING:
-        store_text(dst, str, e->size);
-        break;
-    }
-}
 
 void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string& reply)
 {

@@ -16,9 +16,8 @@
 #include <scpi/types.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
-
-struct OrvanElementData;
 
 /** Opens a run at the current command. @return false, and no run, when there is no memory */
 bool start_bypass_run(scpi_t* ctx, userContext_t* u);
@@ -65,17 +64,6 @@ void strip_trailing_ok(std::string& s);
 
 /** True when the text starts with "-ERR". */
 bool is_seg_error(const std::string& s);
-
-/**
- * Writes one element of a channel's record from text: the number times the element's factor, a word, or the
- * text itself, which is cut to the element's size with its NUL.
- *
- * Nothing is checked and nothing fails: a number ends at the first character that does not fit ("1GHz" is
- * 1), text that is no number is 0, and of a switch only "ON", "On" and "1" are on. An integer element cuts
- * its factor to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain copy: a
- * reader may see half a value. With a null argument nothing happens.
- */
-void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
 
 /**
  * Brings the selected channel's record up to date with the open run and its answer.

@@ -390,6 +390,17 @@ private:
 long get_file_size(const char* path);
 
 /**
+ * Writes one element of a channel's record from text: the number times the element's factor, a word, or the
+ * text itself, which is cut to the element's size with its NUL.
+ *
+ * Nothing is checked and nothing fails: a number ends at the first character that does not fit ("1GHz" is
+ * 1), text that is no number is 0, and of a switch only "ON", "On" and "1" are on. An integer element cuts
+ * its factor to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain copy: a
+ * reader may see half a value. With a null argument nothing happens.
+ */
+void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
+
+/**
  * Renders an element of a record as text, as update_orvan_DB reads it back: "ON" or "OFF", a float with six
  * and a double with twelve significant digits, numbers divided by the element's factor.
  *

@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <fcntl.h>
 #include <fstream>
-#include <limits>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
-
-#include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
 using namespace orvan_test;
 
@@ -442,81 +438,6 @@ TEST_F(ChannelDb, ThreadsMayWriteAndReadOneElement)
     second.join();
     const std::string last = text(1, ODT_FREQ);
     EXPECT_TRUE(last == "1000000000" || last == "2000000000") << last;
-}
-
-// ---- format_element_value
-
-template <typename T>
-std::string formatted(ValueTypes type, T value, double factor = 1.0, size_t size = 64)
-{
-    char place[8 + 64] = {};
-    std::memcpy(place + 8, &value, sizeof value);
-    char buffer[64];
-    std::memset(buffer, '#', sizeof buffer);
-    const OrvanElementData element{8, factor, type, sizeof value, eSendNone};
-    EXPECT_TRUE(format_element_value(place, element, buffer, size));
-    return buffer;
-}
-
-TEST(FormatElement, SwitchesAreWords)
-{
-    EXPECT_EQ(formatted(TYPE_BOOL, 0), "OFF");
-    EXPECT_EQ(formatted(TYPE_BOOL, 1), "ON");
-    EXPECT_EQ(formatted(TYPE_BOOL, 2), "ON");
-    EXPECT_EQ(formatted(TYPE_BOOL, -1), "ON");
-    EXPECT_EQ(formatted(TYPE_BOOL, 1, 5.0), "ON");
-}
-
-TEST(FormatElement, IntegersAreDividedByTheTruncatedFactor)
-{
-    EXPECT_EQ(formatted(TYPE_INT32, int32_t{-7}), "-7");
-    EXPECT_EQ(formatted(TYPE_INT32, int32_t{-7}, 2.9), "-3");
-    EXPECT_EQ(formatted(TYPE_UINT32, uint32_t{4000000000}), "4000000000");
-    EXPECT_EQ(formatted(TYPE_UINT32, uint32_t{4000000000}, 1000.9), "4000000");
-    EXPECT_EQ(formatted(TYPE_INT64, int64_t{-9000000000000000000}), "-9000000000000000000");
-    EXPECT_EQ(formatted(TYPE_INT64, int64_t{-9000000000}, 1e6), "-9000");
-    EXPECT_EQ(formatted(TYPE_UINT64, uint64_t{18000000000000000000u}), "18000000000000000000");
-    EXPECT_EQ(formatted(TYPE_UINT64, uint64_t{18000000000000000000u}, 1e3), "18000000000000000");
-}
-
-TEST(FormatElement, FloatsHaveSixAndDoublesTwelveDigits)
-{
-    EXPECT_EQ(formatted(TYPE_FLOAT, 0.1f), "0.1");
-    EXPECT_EQ(formatted(TYPE_FLOAT, 1234567.0f), "1.23457e+06");
-    EXPECT_EQ(formatted(TYPE_FLOAT, 5.0f, 2.0), "2.5");
-    EXPECT_EQ(formatted(TYPE_DOUBLE, 1000000000.0), "1000000000");
-    EXPECT_EQ(formatted(TYPE_DOUBLE, 1234567890123.0), "1.23456789012e+12");
-    EXPECT_EQ(formatted(TYPE_DOUBLE, 0.000001), "1e-06");
-    EXPECT_EQ(formatted(TYPE_DOUBLE, -12.5), "-12.5");
-    EXPECT_EQ(formatted(TYPE_DOUBLE, 1.0, 0.001), "1000");
-}
-
-TEST(FormatElement, TextsStandAsTheyAre)
-{
-    struct Text {
-        char bytes[32];
-    };
-    EXPECT_EQ(formatted(TYPE_STRING, Text{"EXTernal"}), "EXTernal");
-    EXPECT_EQ(formatted(TYPE_STRING, Text{""}), "");
-    EXPECT_EQ(formatted(TYPE_STRING, Text{"a %s \"b\""}), "a %s \"b\"");
-}
-
-TEST(FormatElement, WhatDoesNotFitIsCut)
-{
-    EXPECT_EQ(formatted(TYPE_DOUBLE, 1000000000.0, 1.0, 4), "100");
-    EXPECT_EQ(formatted(TYPE_BOOL, 1, 1.0, 1), "");
-}
-
-TEST(FormatElement, NullsAndUnknownTypesLeaveTheBuffer)
-{
-    const OrvanElementData element{0, 1.0, TYPE_INT32, 4, eSendNone};
-    const OrvanElementData unknown{0, 1.0, static_cast<ValueTypes>(8), 4, eSendNone};
-    const char place[8] = {};
-    char buffer[8] = "kept";
-    EXPECT_FALSE(format_element_value(nullptr, element, buffer, sizeof buffer));
-    EXPECT_FALSE(format_element_value(place, element, nullptr, sizeof buffer));
-    EXPECT_FALSE(format_element_value(place, unknown, buffer, sizeof buffer));
-    EXPECT_STREQ(buffer, "kept");
 }
 
 TEST_F(ChannelDb, WhatIsRenderedIsReadBackTheSame)
