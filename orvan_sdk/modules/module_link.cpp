@@ -123,24 +123,3 @@ void Scpi_Orvanx::sendSCPICommandtoOrvanX(char* buffer, int valread, int new_soc
     [[maybe_unused]] const ssize_t ignored =
         write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));
 }
-
-int Scpi_Orvanx::sendScpiToNewParser(char* buffer, int valread)
-{
-    return p_scpi_parser != nullptr ? p_scpi_parser->sendCommandToNewScpiParser(buffer, valread) : 0;
-}
-
-void Scpi_Orvanx::connection_abort(int sd)
-{
-    if (p_scpi_parser != nullptr)
-        p_scpi_parser->connection_abort(sd);
-}
-
-int Scpi_Orvanx::setCallerSocket(int socket, int deviceArch)
-{
-    if (p_scpi_parser == nullptr) {
-        syslog(LOG_ERR, "setCallerSocket: cannot get SCPI");
-        return -1;
-    }
-    p_scpi_parser->setCallerSocket(socket, deviceArch);
-    return 1;
-}
