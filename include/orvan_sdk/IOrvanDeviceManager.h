@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvan_sdk/device_records.h"
+
 class BITManager;
 
 namespace HaldeElec::Orvan {
@@ -18,35 +20,9 @@ class IDeviceConnectionHandler;
 struct DevicePlatform;
 struct optEntry_t;
 
-enum DeviceProductType {
-    PortableDevice = 0,
-    BenchtopDevice = 1,
-    Ksr7000Device = 2,
-    InvalidDevice = 3,
-};
-
-/** One row of a model table; a row with a null `model` ends the table. */
-struct sDevArch_t {
-    const char* model;     /**< key of the look-up */
-    uint64_t maxFrequency; /**< highest CW frequency in Hz */
-    uint8_t channelsNo;    /**< channel modules: 1, 2 or 4 */
-    uint8_t protocol;      /**< becomes `device_type` of the settings */
-    uint32_t product;
-    uint32_t vendor;
-    int devProdType; /**< a DeviceProductType */
-};
-
 extern const sDevArch_t g_portableModelsTable[];
 extern const sDevArch_t g_benchtopModelsTable[];
 extern const sDevArch_t g_ksr7000ModelsTable[];
-
-/** What a platform's settings begin with when neither store holds any. */
-struct sDevDefaults_t {
-    const char* model;
-    const char* company;
-    const char* serial;
-    const char* hw_ver; /**< its first character counts */
-};
 
 /** Result of a failed operation of IOrvanDeviceManager; 0 is success. */
 inline constexpr int ERR_FAILED = -1;

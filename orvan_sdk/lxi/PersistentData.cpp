@@ -9,7 +9,7 @@
 
 #include "crc32_utils.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/device_records.h"
 #include "orvan_sdk/eeprom/eeprom_cat25.h"
 #include "orvan_sdk/nullEeprom/nullEeprom.h"
 

@@ -8,9 +8,9 @@
 #include <iterator>
 #include <syslog.h>
 
-#include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
+#include "orvan_sdk/device_records.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "settings_text.h"
 

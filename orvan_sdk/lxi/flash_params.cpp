@@ -8,7 +8,7 @@
 #include <string>
 #include <syslog.h>
 
-#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/device_records.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "settings_text.h"

@@ -13,12 +13,13 @@
 #include <string>
 #include <thread>
 
-#include "orvan_sdk/scpi-parser/scpi_parser.h"
+#include <scpi/types.h>
 
 enum SendOnInit : int;
 struct ORVAN_CONFIG;
 struct OrvanElementData;
 class OrvanData;
+class ScpiParser;
 
 /** Channels that an instrument has at most. */
 inline constexpr int kMaxChannels = 4;
