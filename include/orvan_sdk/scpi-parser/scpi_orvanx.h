@@ -35,6 +35,8 @@ inline constexpr const char* ORVANXFPGAFILEKEYWORD = "fpga_image"; // FPGA image
  */
 class Scpi_Orvanx {
 public:
+    // ---- the object
+
     /**
      * The object, built by the first call. That call must come before other threads use it; nothing in
      * the library destroys it. @return never null
@@ -49,34 +51,58 @@ public:
     Scpi_Orvanx(const Scpi_Orvanx&) = delete;
     Scpi_Orvanx& operator=(const Scpi_Orvanx&) = delete;
 
+    // ---- selection and state
+
     /** Channel that forwarded commands go to, 1 to 4. Nothing is checked; the device selects 1 at start-up.
      */
     void setSelectedChannel(int channel) { m_channelNo = channel; }
     int getSelectedChannel() { return m_channelNo; }
 
-    void setTrigSourceCouple(uint8_t couple) { m_trgSrcCouple = couple; }
-    uint8_t getTrigSourceCouple() { return m_trgSrcCouple; }
-
     /** Installed channels. */
     void setNumberofChannels(int channels) { m_modules = channels; }
     int getNumberofChannels() { return m_modules; }
+
+    void setTrigSourceCouple(uint8_t couple) { m_trgSrcCouple = couple; }
+    uint8_t getTrigSourceCouple() { return m_trgSrcCouple; }
 
     /** RF output as the output command has left it. */
     void setRfOnOff(bool on) { m_isRFOn = on; }
     bool getRfOnOff() { return m_isRFOn; }
 
+    void set_powerOnRestore(bool restore) { m_pwrOnRestore = restore; }
+    bool get_powerOnRestore() { return m_pwrOnRestore; }
+
     /** TCP port of the instrument's own SCPI server. */
     int getScpiPort() { return m_scpiPort; }
     void setScpiPort(int port) { m_scpiPort = port; }
 
-    void set_powerOnRestore(bool restore) { m_pwrOnRestore = restore; }
-    bool get_powerOnRestore() { return m_pwrOnRestore; }
+    // ---- one request to a module
 
-    /** Hands the device over, to the handlers as well. Not owned. */
-    void setDevicePtr(void* ptrDevice);
+    /**
+     * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
+     * any number of threads, also towards one module.
+     *
+     * Waits at most 5 seconds for the connection and 10 seconds for the reply; the sending is unbounded. The
+     * reply is what one read of at most 4096 bytes gave, up to its first NUL. A module that closes without
+     * a word gives the empty text, which is a good reply. The caller ends the request with CR LF itself.
+     *
+     * @param ipaddress dotted IPv4 address
+     * @param port      TCP port; its low 16 bits count
+     * @return the reply, or one of: "-ERR Unable to create socket", "-ERR Unable to connect",
+     *         "-ERR Connection timeout", "-ERR Unable to send message", "-ERR Receive timeout",
+     *         "-ERR Error while receiving server's msg"
+     */
+    std::string SendSCPIOrvanX(const char* buffer, int length, const std::string& ipaddress, int port);
 
-    /** ScpiParser::isExternalCommand; false without a parser. */
-    bool isExternalCommand();
+    /** False, and logged, when "-ERR" stands anywhere in the reply: of the module or of the link alike. */
+    bool checkOrvanReply(const std::string& reply);
+
+    std::string m_orvanXIp[kMaxChannels] = {"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"};
+    uint32_t m_OrvanXport[kMaxChannels] = {6001, 6002, 6003, 6004};
+
+    // ---- liveness and identity of the modules
+
+    bool m_isLive[kMaxChannels] = {}; /**< the module has answered */
 
     /**
      * Asks channels 1 to `numChannels` "*TST?", all at once, until each has answered without "-ERR" or the
@@ -97,6 +123,91 @@ public:
      * @param bitType eBitType of the row; 3 and above, nothing is reported
      */
     void modules_bit(int devNo, int bitType);
+
+    /**
+     * Asks a module for its calibration date, FPGA and SCPI versions and reference frequency, for its record;
+     * those of module 1 go to the settings too, which are not stored. A dead module costs the connect
+     * time-out of each query. @return true when all four were answered
+     */
+    bool getModuleData(int ch);
+
+    // ---- temperature of the modules
+
+    /**
+     * Starts the thread that asks every installed module for its temperature, 30 seconds after the start and
+     * 30 seconds after each poll. Once, when the modules and their records are set up; the destructor ends
+     * it. A thread that cannot be had is logged.
+     */
+    void startTempratureThread();
+
+    /**
+     * The thread's body: polls until the destructor asks for the end, which takes effect after a poll. An end
+     * that is asked for before the thread has begun is not seen. What a poll throws is logged and ends the
+     * thread for good.
+     */
+    void ThreadRunTempratureFunction();
+
+    /**
+     * One poll on the caller's thread: asks channels 1 to `num` ":SYST:TEMP?", notes who answered and what in
+     * `m_isLive`, in the records (ODT_TEMP) and for getTempMaxOrvanx, and reports the "TEMP test" and, when
+     * one did not answer, the "MODULES test". A module that does not answer counts as one at 100 degrees and
+     * costs up to 15 seconds (SendSCPIOrvanX).
+     *
+     * The selected channel is asked through the instrument's own SCPI server, so never from within a command
+     * of it: the server takes one at a time.
+     *
+     * @param num channels; the first four count
+     * @return true
+     * @throws std::logic_error when an answer does not begin with a number, or with one past the range of a
+     *         double; the poll ends there, and what stands behind that channel stays as it was
+     */
+    bool getTempOrvanXForAlltheChannel(int num);
+
+    /** The largest temperature of the last poll in degrees Celsius; 0 until the first one has ended. */
+    double getTempMaxOrvanx() { return m_max_temprature; }
+
+    /**
+     * For the service process: polls all installed modules, as above, and gives the largest temperature with
+     * six digits behind the point. After an answer that is no number, which is logged, it is that of the poll
+     * before.
+     */
+    std::string getTempratureForOrvanXResponse();
+
+    // ---- images for the modules
+
+    /**
+     * Sends the FPGA image of the upgrade folder to every installed module, one after the other, and keeps
+     * the file. An image is one request, `:SYST:UPD:FPGA #71234567<image>\r\n`, which a module has to answer
+     * within 10 seconds of its last byte. A module that fails does not keep the others from theirs.
+     *
+     * The folder has to hold exactly one file with ORVANXFPGAFILEKEYWORD in its name.
+     *
+     * @return what the last module made of it: true hides every failure ahead, that of reading the file as
+     *         well. Without a module, whether the file was read
+     * @throws std::exception without such a file or with several
+     */
+    bool sendFPGAUpdateSCPICommandtoOrvanX();
+
+    /**
+     * The same for the module software, the first file with ORVANXFILEKEYWORD in its name, as
+     * ":SYST:UPD:SOFT". The file is deleted once it has been sent, whoever refused it.
+     *
+     * @return true when every module took it; false, and logged, also when there is no file or it is empty,
+     *         cannot be read or does not fit into memory twice, and then nothing is sent
+     */
+    bool sendSoftwareUpdate();
+
+    /**
+     * Restarts every installed module, whatever it answers. The modules are gone for a while; nothing sends
+     * them their setup again. @return true
+     */
+    bool sendDeviceRestart();
+
+    /** The software update and, when every module took it, the restart. @return false, and no module
+     * restarted, when one did not */
+    bool sendSWUpdateToOrvanX();
+
+    // ---- channel records
 
     /**
      * Maps the shared memory object "/orvanData" with a record for each installed channel and recalls a
@@ -134,6 +245,8 @@ public:
 
     /** Writes one text to a group of elements. With a null pointer, no tags or no size nothing happens. */
     void updateDBFeature(uint8_t* base, int* tags, int count, char* buff, size_t size);
+
+    // ---- stored setups
 
     /**
      * Stores every channel's record as a setup. The RF output is stored as off unless the power-on restore
@@ -187,6 +300,8 @@ public:
      * @param size bytes of `buff`; a longer path is cut
      */
     void get_json_db_path(int ovx_idx, int cfg_idx, char* buff, size_t size);
+
+    // ---- records, modules and settings brought together
 
     /**
      * Sends the elements of one pass to a channel's module, each as a request of its own, in the order of
@@ -244,109 +359,16 @@ public:
      */
     int network_if_detect();
 
-    /**
-     * Asks a module for its calibration date, FPGA and SCPI versions and reference frequency, for its record;
-     * those of module 1 go to the settings too, which are not stored. A dead module costs the connect
-     * time-out of each query. @return true when all four were answered
-     */
-    bool getModuleData(int ch);
+    // ---- relays of the service process
 
-    /**
-     * Starts the thread that asks every installed module for its temperature, 30 seconds after the start and
-     * 30 seconds after each poll. Once, when the modules and their records are set up; the destructor ends
-     * it. A thread that cannot be had is logged.
-     */
-    void startTempratureThread();
+    /** Hands the device over, to the handlers as well. Not owned. */
+    void setDevicePtr(void* ptrDevice);
 
-    /**
-     * The thread's body: polls until the destructor asks for the end, which takes effect after a poll. An end
-     * that is asked for before the thread has begun is not seen. What a poll throws is logged and ends the
-     * thread for good.
-     */
-    void ThreadRunTempratureFunction();
+    /** ScpiParser::isExternalCommand; false without a parser. */
+    bool isExternalCommand();
 
-    /**
-     * One poll on the caller's thread: asks channels 1 to `num` ":SYST:TEMP?", notes who answered and what in
-     * `m_isLive`, in the records (ODT_TEMP) and for getTempMaxOrvanx, and reports the "TEMP test" and, when
-     * one did not answer, the "MODULES test". A module that does not answer counts as one at 100 degrees and
-     * costs up to 15 seconds (SendSCPIOrvanX).
-     *
-     * The selected channel is asked through the instrument's own SCPI server, so never from within a command
-     * of it: the server takes one at a time.
-     *
-     * @param num channels; the first four count
-     * @return true
-     * @throws std::logic_error when an answer does not begin with a number, or with one past the range of a
-     *         double; the poll ends there, and what stands behind that channel stays as it was
-     */
-    bool getTempOrvanXForAlltheChannel(int num);
-
-    /** The largest temperature of the last poll in degrees Celsius; 0 until the first one has ended. */
-    double getTempMaxOrvanx() { return m_max_temprature; }
-
-    /**
-     * For the service process: polls all installed modules, as above, and gives the largest temperature with
-     * six digits behind the point. After an answer that is no number, which is logged, it is that of the poll
-     * before.
-     */
-    std::string getTempratureForOrvanXResponse();
-
-    /**
-     * Sends the FPGA image of the upgrade folder to every installed module, one after the other, and keeps
-     * the file. An image is one request, `:SYST:UPD:FPGA #71234567<image>\r\n`, which a module has to answer
-     * within 10 seconds of its last byte. A module that fails does not keep the others from theirs.
-     *
-     * The folder has to hold exactly one file with ORVANXFPGAFILEKEYWORD in its name.
-     *
-     * @return what the last module made of it: true hides every failure ahead, that of reading the file as
-     *         well. Without a module, whether the file was read
-     * @throws std::exception without such a file or with several
-     */
-    bool sendFPGAUpdateSCPICommandtoOrvanX();
-
-    /**
-     * The same for the module software, the first file with ORVANXFILEKEYWORD in its name, as
-     * ":SYST:UPD:SOFT". The file is deleted once it has been sent, whoever refused it.
-     *
-     * @return true when every module took it; false, and logged, also when there is no file or it is empty,
-     *         cannot be read or does not fit into memory twice, and then nothing is sent
-     */
-    bool sendSoftwareUpdate();
-
-    /**
-     * Restarts every installed module, whatever it answers. The modules are gone for a while; nothing sends
-     * them their setup again. @return true
-     */
-    bool sendDeviceRestart();
-
-    /** The software update and, when every module took it, the restart. @return false, and no module
-     * restarted, when one did not */
-    bool sendSWUpdateToOrvanX();
-
-    /**
-     * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
-     * any number of threads, also towards one module.
-     *
-     * Waits at most 5 seconds for the connection and 10 seconds for the reply; the sending is unbounded. The
-     * reply is what one read of at most 4096 bytes gave, up to its first NUL. A module that closes without
-     * a word gives the empty text, which is a good reply. The caller ends the request with CR LF itself.
-     *
-     * @param ipaddress dotted IPv4 address
-     * @param port      TCP port; its low 16 bits count
-     * @return the reply, or one of: "-ERR Unable to create socket", "-ERR Unable to connect",
-     *         "-ERR Connection timeout", "-ERR Unable to send message", "-ERR Receive timeout",
-     *         "-ERR Error while receiving server's msg"
-     */
-    std::string SendSCPIOrvanX(const char* buffer, int length, const std::string& ipaddress, int port);
-
-    /** False, and logged, when "-ERR" stands anywhere in the reply: of the module or of the link alike. */
-    bool checkOrvanReply(const std::string& reply);
-
-    /**
-     * Passes a NUL-terminated request to the selected channel and the reply, as it stands, to `new_socket`.
-     * A selected channel of 0 becomes 1 and stays so.
-     */
-    void sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket);
+    /** ScpiParser::setCallerSocket. @return 1; -1, and logged, without a parser */
+    int setCallerSocket(int socket, int deviceArch);
 
     /** ScpiParser::sendCommandToNewScpiParser; 0 without a parser. */
     int sendScpiToNewParser(char* buffer, int valread);
@@ -354,22 +376,17 @@ public:
     /** ScpiParser::connection_abort. */
     void connection_abort(int sd);
 
-    /** ScpiParser::setCallerSocket. @return 1; -1, and logged, without a parser */
-    int setCallerSocket(int socket, int deviceArch);
-
-    std::string m_orvanXIp[kMaxChannels] = {"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"};
-    uint32_t m_OrvanXport[kMaxChannels] = {6001, 6002, 6003, 6004};
+    /**
+     * Passes a NUL-terminated request to the selected channel and the reply, as it stands, to `new_socket`.
+     * A selected channel of 0 becomes 1 and stays so.
+     */
+    void sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket);
 
 private:
     int m_channelNo = 0;
     bool m_pwrOnRestore = false;
     uint8_t m_trgSrcCouple = 0;
     double m_temprature[kMaxChannels] = {};
-
-public:
-    bool m_isLive[kMaxChannels] = {}; /**< the module has answered */
-
-private:
     int m_modules = 0;
     bool m_isRFOn = false;
     double m_max_temprature = 0.0;
