@@ -1,20 +1,37 @@
 #include "models.h"
 
 #include <algorithm>
+#include <iterator>
+#include <string_view>
 
 namespace orvan_maint {
 
-// clang-format off
-const std::vector<Platform> kPlatforms = {
-    {"portable", "Orvan_Portable_FW", "portable_fw"},
-    {"benchtop", "Orvan_Benchtop_FW", "benchtop_fw"},
-    {"ksr7000",  "Orvan_Ksr7000_FW",  "ksr7000_fw"},
-};
-// clang-format on
-
 namespace {
 
-// OVX, three digits of the frequency, one of the channels, a letter of the housing.
+constexpr const char* kPortable = "portable";
+constexpr const char* kBenchtop = "benchtop";
+constexpr const char* kKsr7000 = "ksr7000";
+
+struct Model {
+    std::string_view name;
+    const char* platform;
+    size_t channels;
+};
+
+constexpr Model kModels[] = {
+#define ORVAN_MODEL(platform, name, gigahertz, channels, product) {name, k##platform, channels},
+#include "models.def"
+};
+
+const Model* find_model(const std::string& name)
+{
+    const auto* const found = std::find_if(std::begin(kModels), std::end(kModels),
+                                           [&name](const Model& model) { return model.name == name; });
+    return found != std::end(kModels) ? found : nullptr;
+}
+
+// A model that is newer than this tool is judged by how the family is named: OVX, three digits of the
+// frequency, one of the channels, a letter of the housing.
 bool is_ovx(const std::string& model)
 {
     return model.size() == 8 && model.starts_with("OVX") &&
@@ -27,6 +44,14 @@ bool is_ksr(const std::string& model)
 }
 
 } // namespace
+
+// clang-format off
+const std::vector<Platform> kPlatforms = {
+    {kPortable, "Orvan_Portable_FW", "portable_fw"},
+    {kBenchtop, "Orvan_Benchtop_FW", "benchtop_fw"},
+    {kKsr7000,  "Orvan_Ksr7000_FW",  "ksr7000_fw"},
+};
+// clang-format on
 
 const Platform* find_platform(const std::string& name)
 {
@@ -46,18 +71,21 @@ std::string platform_names()
 
 const Platform* platform_of_model(const std::string& model)
 {
+    if (const Model* const known = find_model(model)) {
+        return find_platform(known->platform);
+    }
     if (is_ksr(model)) {
-        return find_platform("ksr7000");
+        return find_platform(kKsr7000);
     }
     if (!is_ovx(model)) {
         return nullptr;
     }
     switch (model.back()) {
     case 'P':
-        return find_platform("portable");
+        return find_platform(kPortable);
     case 'B':
     case 'R':
-        return find_platform("benchtop");
+        return find_platform(kBenchtop);
     default:
         return nullptr;
     }
@@ -65,6 +93,9 @@ const Platform* platform_of_model(const std::string& model)
 
 size_t channels_of_model(const std::string& model)
 {
+    if (const Model* const known = find_model(model)) {
+        return known->channels;
+    }
     if (is_ksr(model)) {
         return 1;
     }
