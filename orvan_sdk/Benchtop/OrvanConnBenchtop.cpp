@@ -2,8 +2,8 @@
 
 #include <syslog.h>
 
+#include "board/expanders.h"
 #include "board/mcp23017.h"
-#include "board/spi_multiplexer.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/i2cdev.h"
 #include "routing_tables.h"
@@ -12,9 +12,6 @@ namespace HaldeElec::Orvan {
 namespace {
 
 constexpr uint32_t MODE_RELAY_DELAY_US = 50000;
-
-constexpr int kExpander = 0x20;
-constexpr int kTriggerExpander = 0x24;
 
 constexpr bool is_routed(uint32_t channel)
 {
@@ -28,26 +25,6 @@ OrvanConnBenchtop::OrvanConnBenchtop()
     OrvanDebug::Log("OrvanConnBenchtop::OrvanConnBenchtop constructor is start @@", true);
 }
 
-OrvanConnBenchtop::~OrvanConnBenchtop()
-{
-    SpiClosePort();
-}
-
-void OrvanConnBenchtop::configureMuxPins()
-{
-    configure_multiplexer();
-}
-
-void OrvanConnBenchtop::enableMUX()
-{
-    select_through_multiplexer(channelNo);
-}
-
-void OrvanConnBenchtop::disableMUX()
-{
-    release_multiplexer();
-}
-
 int OrvanConnBenchtop::SetRFOutput(int value)
 {
     if (installedChannels < 1 || installedChannels > kRoutedChannels || !is_routed(channelNo))
@@ -56,7 +33,7 @@ int OrvanConnBenchtop::SetRFOutput(int value)
     if (output.register_addr == 0 || output.bit_mask == 0)
         return 0;
 
-    I2CFd exp0(kExpander);
+    I2CFd exp0(kExpanderAddress);
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, output.register_addr, output.bit_mask, value != 0);
         if (exp0.status != 0)
@@ -72,7 +49,7 @@ int OrvanConnBenchtop::setTrgImp(uint32_t& imp)
     getTrgImp(curImp);
 
     const uint32_t ch = is_routed(channelNo) ? channelNo : 1;
-    I2CFd exp0(kExpander);
+    I2CFd exp0(kExpanderAddress);
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, GPIOA, termBitByCh[ch - 1], curImp != 0);
         if (exp0.status != 0)
@@ -85,9 +62,9 @@ int OrvanConnBenchtop::setTrgSrc(uint8_t coupleIdx)
 {
     if (coupleIdx > eCoupling_all)
         return -1;
-    I2CFd exp0(kExpander);
-    I2CFd exp1(kExpander);
-    I2CFd exp2(kTriggerExpander);
+    I2CFd exp0(kExpanderAddress);
+    I2CFd exp1(kExpanderAddress);
+    I2CFd exp2(kSecondExpanderAddress);
     I2CFd* const fds[] = {&exp0, &exp1, &exp2};
     if (!is_routed(channelNo))
         return -1;
@@ -113,8 +90,8 @@ int OrvanConnBenchtop::setTrgSrc(uint8_t coupleIdx)
 int OrvanConnBenchtop::setModSrc(uint32_t mod, uint32_t state)
 {
     OrvanDebug::Log("OrvanConnBenchtop::setModSrc started", true);
-    I2CFd i2cfd0(kExpander);
-    I2CFd i2cfd1(kExpander);
+    I2CFd i2cfd0(kExpanderAddress);
+    I2CFd i2cfd1(kExpanderAddress);
 
     const uint32_t ch_idx = is_routed(channelNo) ? channelNo - 1 : 0;
     const uint32_t mod_idx = mod < kModulations ? mod : 0;
@@ -128,11 +105,6 @@ int OrvanConnBenchtop::setModSrc(uint32_t mod, uint32_t state)
         return 0;
     syslog(LOG_ERR, "%s: failed to apply modulation source sequence for channel %u", __func__, channelNo);
     return -1;
-}
-
-std::string OrvanConnBenchtop::converter(int* characters)
-{
-    return reinterpret_cast<const char*>(characters);
 }
 
 } // namespace HaldeElec::Orvan

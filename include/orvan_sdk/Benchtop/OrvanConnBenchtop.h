@@ -5,22 +5,17 @@
 #ifndef ORVAN_SDK_BENCHTOP_ORVANCONNBENCHTOP_H
 #define ORVAN_SDK_BENCHTOP_ORVANCONNBENCHTOP_H
 
-#include <string>
-
-#include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/board/OrvanConnMultiplexed.h"
 
 namespace HaldeElec::Orvan {
 
 /**
  * Routing works on the present channel and goes by the number of installed channels. It takes no lock: the
  * channel must not change during a call, and no other thread may write the same expander port.
- *
- * Of the present channel's number the SPI side knows 4 (fan drive) and 5 (settings EEPROM).
  */
-class OrvanConnBenchtop : public IDeviceConnectionHandler {
+class OrvanConnBenchtop : public OrvanConnMultiplexed {
 public:
     OrvanConnBenchtop();
-    ~OrvanConnBenchtop() override;
 
     /**
      * Trigger coupling of the present channel; its input termination is put on again.
@@ -58,14 +53,6 @@ public:
      * @return 0, also after a failure, which is logged. An expander that is not fitted is passed over
      */
     int setTrgImp(uint32_t& imp) override;
-
-    /** The select settles for 10 microseconds. */
-    void enableMUX() override;
-    void disableMUX() override;
-    void configureMuxPins() override;
-
-    /** The text whose characters begin at `characters`, up to a NUL. */
-    std::string converter(int* characters);
 };
 
 } // namespace HaldeElec::Orvan

@@ -1,0 +1,34 @@
+/**
+ * Bus layer of a controller board whose SPI port goes through the multiplexer with three address lines.
+ */
+#ifndef ORVAN_SDK_BOARD_ORVANCONNMULTIPLEXED_H
+#define ORVAN_SDK_BOARD_ORVANCONNMULTIPLEXED_H
+
+#include <string>
+
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+
+namespace HaldeElec::Orvan {
+
+/** Base of the benchtop's and the third platform's connection. Of the present channel's number the SPI side
+ *  knows 4 (fan drive) and 5 (settings EEPROM). */
+class OrvanConnMultiplexed : public IDeviceConnectionHandler {
+public:
+    /** Closes the port. */
+    ~OrvanConnMultiplexed() override;
+
+    /** The select settles for 10 microseconds. */
+    void enableMUX() override;
+    void disableMUX() override;
+    void configureMuxPins() override;
+
+    /** The text whose characters begin at `characters`, up to a NUL. */
+    std::string converter(int* characters);
+
+protected:
+    OrvanConnMultiplexed() = default;
+};
+
+} // namespace HaldeElec::Orvan
+
+#endif

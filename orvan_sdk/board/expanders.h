@@ -1,0 +1,20 @@
+/**
+ * The port expanders of the controller boards, MCP23017 each, by where they are.
+ */
+#ifndef ORVAN_SDK_EXPANDERS_H
+#define ORVAN_SDK_EXPANDERS_H
+
+namespace HaldeElec::Orvan {
+
+inline constexpr int kExpanderAddress = 0x20;       /**< on every platform */
+inline constexpr int kSecondExpanderAddress = 0x24; /**< on the benchtop and the third platform */
+
+/** Reset input of all of them, active low. */
+inline constexpr int kExpanderResetPin = 26;
+
+/** Pulses the reset, whose pin is an output already. */
+void reset_expanders();
+
+} // namespace HaldeElec::Orvan
+
+#endif
