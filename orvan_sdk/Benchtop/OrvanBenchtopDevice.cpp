@@ -61,12 +61,8 @@ OrvanBenchtopDevice::~OrvanBenchtopDevice()
 
 void OrvanBenchtopDevice::fanController()
 {
-    control_spi_fan(m_runFanThread, m_bitManager, [this](double temp) {
-        lock_mutex();
-        const int err = fanSpeed(temp);
-        unlock_mutex();
-        return err;
-    });
+    control_spi_fan(m_runFanThread, devConnHandler->mtx, m_bitManager,
+                    [this](double temp) { return fanSpeed(temp); });
 }
 
 int OrvanBenchtopDevice::fanSpeed(double temp)

@@ -3,23 +3,21 @@
 
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 
-#include <syslog.h>
-
 #include <wiringPi.h>
 
+#include "board/expanders.h"
 #include "board/mcp23017.h"
 #include "board/register_steps.h"
 #include "board/spi_multiplexer.h"
+#include "device/init_hw.h"
 #include "hw/hw.h"
 
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr int kExpanderResetPin = 26; // active low
 constexpr int kStartPins[] = {22, 23};
 
 constexpr uint64_t kMultiplexerStepUs = 50000;
-constexpr uint64_t kExpanderResetUs = 20000;
 constexpr uint64_t kStartPulseUs = 300;
 constexpr uint64_t kStartUs = 3'000'000;
 
@@ -41,7 +39,7 @@ constexpr RegisterStep kSetUp1[] = {
     read_or(GPIOA, 0x04),
     write_back(GPIOB),
 };
-// The expander at 0x24: up to the pulse on the start pins, behind it, and once what it starts is running.
+// The expander at 0x24: up to the pulse on the start pins, after it, and once what it starts is running.
 constexpr RegisterStep kSetUp2[] = {
     write_value(IOCONA, 0x00), write_value(IOCONB, 0x00), write_value(IODIRA, 0x00),
     write_value(IODIRB, 0x00), read_and(GPIOA, 0xF7),
@@ -70,13 +68,6 @@ void toggle_multiplexer()
     digitalWrite(kMultiplexerSelectPin, HIGH);
 }
 
-void reset_expanders()
-{
-    digitalWrite(kExpanderResetPin, LOW);
-    hw_delay_us(kExpanderResetUs);
-    digitalWrite(kExpanderResetPin, HIGH);
-}
-
 void drive_start_pins(int level)
 {
     for (const int pin : kStartPins)
@@ -92,12 +83,6 @@ void pulse_start_pins()
     drive_start_pins(LOW);
 }
 
-bool failed(const char* what)
-{
-    syslog(LOG_ERR, "%s: %s failed", "InitHW", what);
-    return false;
-}
-
 } // namespace
 
 bool OrvanBenchtopDevice::InitHW()
@@ -108,19 +93,19 @@ bool OrvanBenchtopDevice::InitHW()
     toggle_multiplexer();
     reset_expanders();
 
-    I2CFd exp0(0x20);
-    I2CFd exp1(0x20);
-    I2CFd exp2(0x24);
+    I2CFd exp0(kExpanderAddress);
+    I2CFd exp1(kExpanderAddress);
+    I2CFd exp2(kSecondExpanderAddress);
     uint8_t val = 0;
     if (exp0.isOpen()) {
         take_steps(exp0, kSetUp0, val);
         if (exp0.status != 0)
-            return failed("GPIO expander 0x20 initialization");
+            return init_hw_failed("GPIO expander 0x20 initialization");
     }
     if (exp1.isOpen()) {
         take_steps(exp1, kSetUp1, val);
         if (exp1.status != 0)
-            return failed("GPIO expander 0x21 initialization");
+            return init_hw_failed("GPIO expander 0x21 initialization");
     }
     if (exp2.isOpen()) {
         take_steps(exp2, kSetUp2, val);
@@ -129,13 +114,13 @@ bool OrvanBenchtopDevice::InitHW()
         hw_delay_us(kStartUs);
         take_steps(exp2, kStarted2, val);
         if (exp2.status != 0)
-            return failed("GPIO expander 0x24 initialization");
+            return init_hw_failed("GPIO expander 0x24 initialization");
     }
 
     I2CFd* const handles[] = {&exp0, &exp1};
     for (const auto& [handle, step] : kModulationReset)
         take_step(*handles[handle], step, val);
-    return (exp0.status == 0 && exp1.status == 0) || failed("external modulations reset");
+    return (exp0.status == 0 && exp1.status == 0) || init_hw_failed("external modulations reset");
 }
 
 } // namespace HaldeElec::Orvan

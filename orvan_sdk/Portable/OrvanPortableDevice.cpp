@@ -1,16 +1,18 @@
 #include "orvan_sdk/Portable/OrvanPortableDevice.h"
 
 #include <new>
-#include <syslog.h>
 #include <wiringPi.h>
 
 #include "board/battery.h"
+#include "board/charge_controller.h"
+#include "board/expanders.h"
 #include "board/mcp23017.h"
+#include "board/module_supply.h"
 #include "board/register_steps.h"
 #include "board/trigger_impedance.h"
 #include "device/device_platform.h"
 #include "device/device_threads.h"
-#include "hw/hw.h"
+#include "device/init_hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanConnPortable.h"
@@ -31,11 +33,15 @@ constexpr DevicePlatform kPlatform{
 };
 
 constexpr int kUnknownCharge = -1;
-constexpr uint64_t kModuleSupplyUs = 2'000'000;
 
 constexpr RegisterStep kExpanderSetUp[] = {
     write_value(IOCONA, 0x00), write_value(IOCONB, 0x00), write_value(OLATA, kModulePower),
     write_value(OLATB, 0x05),  write_value(IODIRA, 0x03), write_value(IODIRB, 0xF8),
+};
+constexpr WordStep kChargerSetUp[] = {
+    read_or_word(0x12, 0x8000), write_word(kChargerRefresh, kChargerRefreshValue),
+    write_word(0x14, 0x0800),   write_word(0x31, 0x0237),
+    write_word(0x12, 0x860E),
 };
 
 void set_up_pins()
@@ -53,37 +59,6 @@ void set_up_pins()
     pinMode(BTN_INT_CPU_PIN, INPUT);
     pinMode(BTN_KILL_CPU_PIN, OUTPUT);
     digitalWrite(BTN_KILL_CPU_PIN, HIGH);
-}
-
-// A device that can't be opened is not fitted, and its set-up has not failed.
-
-bool set_up_charger()
-{
-    I2CFd smb(kChargerAddress);
-    if (!smb.isOpen())
-        return true;
-    uint16_t val = 0;
-    smb.read16(0x12, val);
-    smb.write16(0x12, val | 0x8000);
-    smb.write16(kChargerRefresh, kChargerRefreshValue);
-    smb.write16(0x14, 0x0800);
-    smb.write16(0x31, 0x0237);
-    smb.write16(0x12, 0x860E);
-    return smb.status == 0;
-}
-
-bool set_up_expander()
-{
-    I2CFd exp(kExpanderAddress);
-    if (!exp.isOpen())
-        return true;
-    uint8_t val = 0;
-    take_steps(exp, kExpanderSetUp, val);
-    if (exp.status != 0)
-        return false;
-    hw_delay_us(kModuleSupplyUs);
-    digitalWrite(SPIEN_PIN, LOW);
-    return true;
 }
 
 } // namespace
@@ -128,21 +103,15 @@ bool OrvanPortableDevice::InitHW()
 {
     set_up_pins();
     m_batteryIsAlive = false;
-    if (!set_up_charger()) {
-        syslog(LOG_ERR, "%s: battery controller setup failed", __func__);
-        return false;
-    }
-    if (!set_up_expander()) {
-        syslog(LOG_ERR, "%s: GPIO expander initialization failed", __func__);
-        return false;
-    }
-    I2CFd bat(kBatteryAddress);
-    if (bat.isOpen()) {
+    if (!set_up_chip(kChargerAddress, kChargerSetUp))
+        return init_hw_failed("battery controller setup");
+    uint8_t val = 0;
+    if (!set_up_module_supply(kExpanderAddress, kExpanderSetUp, val))
+        return init_hw_failed("GPIO expander initialization");
+    m_batteryIsAlive = battery_replies([](I2CFd& battery) {
         uint16_t charge = 0;
-        m_batteryIsAlive = bat.read16(kRelativeStateOfCharge, charge) == 0;
-        if (!m_batteryIsAlive)
-            syslog(LOG_INFO, "%s battery doesn't reply", __func__);
-    }
+        return battery.read16(kRelativeStateOfCharge, charge);
+    });
     return true;
 }
 

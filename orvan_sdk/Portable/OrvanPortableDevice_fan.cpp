@@ -2,10 +2,10 @@
 
 #include <syslog.h>
 
+#include "board/expanders.h"
+#include "board/fan_test.h"
 #include "board/mcp23017.h"
 #include "hw/hw.h"
-#include "orvan_sdk/bit/bit_manager.h"
-#include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "portable_board.h"
@@ -13,7 +13,6 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr int ERR_COUNT = 10;
 constexpr double kFastFrom = 54.0; // degrees Celsius
 constexpr double kSlowBelow = 52.0;
 constexpr uint64_t kCycleUs = 5'000'000;
@@ -44,24 +43,17 @@ void OrvanPortableDevice::fan_control(IDeviceConnectionHandler*)
     if (exp.status != 0)
         syslog(LOG_ERR, "%s: failed to take fans out of reset", __func__);
 
-    int errCount = 0;
+    FanTest test;
     while (m_runFanThread) {
         const double maxTemp = Scpi_Orvanx::getInstance()->getTempMaxOrvanx();
         if (exp.read8(GPIOA, val) == 0)
             exp.write8(GPIOA, fan_port(val, maxTemp, fixedPwmFan));
         if (m_bitManager != nullptr)
-            m_bitManager->setTestResult(CBIT, kFanTest, errCount >= ERR_COUNT ? BIT_FAIL : BIT_PASS,
-                                        ERR_NONE);
-        if (exp.status != 0) {
-            hw_delay_us(kCycleAfterErrorUs);
-            if (errCount < ERR_COUNT)
-                ++errCount;
-            exp.status = 0; // the handle goes on
-        } else {
-            if (errCount > 0)
-                --errCount;
-            hw_delay_us(kCycleUs);
-        }
+            test.report(*m_bitManager);
+        const bool failed = exp.status != 0;
+        test.count(failed);
+        exp.status = 0; // the handle goes on
+        hw_delay_us(failed ? kCycleAfterErrorUs : kCycleUs);
     }
 }
 

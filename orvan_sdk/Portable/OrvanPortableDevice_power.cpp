@@ -5,8 +5,11 @@
 #include <wiringPi.h>
 
 #include "board/battery.h"
+#include "board/charge_monitor.h"
+#include "board/expanders.h"
 #include "board/mcp23017.h"
 #include "hw/hw.h"
+#include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/i2cdev.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "portable_board.h"
@@ -42,33 +45,25 @@ void OrvanPortableDevice::ChargeMonitor()
 
 void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
 {
-    lock_mutex();
-    ChargeReading reading;
     uint16_t voltage = 0;
-    reading.battery.read16(kVoltage, voltage);
-    unlock_mutex();
+    const auto read_voltage = [&voltage](I2CFd& battery) { battery.read16(kVoltage, voltage); };
+    const auto publish_and_switch = [&](const ChargeReading& reading) {
+        const uint16_t dispPercent = usable_charge(reading.percentage);
+        syslog(LOG_INFO, "Battery:%u%% status:%d volt:%.3f", unsigned{reading.percentage}, reading.status,
+               voltage / 1000.0);
+        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+            modules->update_battery_status(dispPercent, reading.status);
 
-    if (reading.failed()) {
-        wait_after_failed_reading(retry);
-        return;
-    }
-    retry = 0;
-    const uint16_t dispPercent = usable_charge(reading.percentage);
-    const int status = charge_status(reading.current);
-    syslog(LOG_INFO, "Battery:%u%% status:%d volt:%.3f", unsigned{reading.percentage}, status,
-           voltage / 1000.0);
-    if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
-        modules->update_battery_status(dispPercent, status);
-
-    // A switch that failed is tried again by the next cycle.
-    if (dispPercent == 0 && orvanx_on) {
-        if (turn_orvanx_on(false) == 0)
-            orvanx_on = false;
-    } else if (dispPercent >= P_DEBOUNCE && !orvanx_on) {
-        if (turn_orvanx_on(true) == 0)
-            orvanx_on = true;
-    }
-    hw_delay_us(kChargePeriodUs);
+        // A switch that failed is tried again by the next cycle.
+        if (dispPercent == 0 && orvanx_on) {
+            if (turn_orvanx_on(false) == 0)
+                orvanx_on = false;
+        } else if (dispPercent >= P_DEBOUNCE && !orvanx_on) {
+            if (turn_orvanx_on(true) == 0)
+                orvanx_on = true;
+        }
+    };
+    run_charge_cycle(devConnHandler->mtx, retry, {read_voltage, publish_and_switch});
 }
 
 int OrvanPortableDevice::turn_orvanx_on(bool on)

@@ -2,15 +2,7 @@
 
 #include <syslog.h>
 
-#include "hw/hw.h"
-
 namespace HaldeElec::Orvan {
-namespace {
-
-constexpr int I2C_MAX_RETRY = 5;
-constexpr uint64_t I2C_RETRY_DELAY_US = 100'000;
-
-} // namespace
 
 int charge_status(uint16_t current)
 {
@@ -29,23 +21,15 @@ int read_battery_charge(bool battery_on, uint16_t& percentage)
     return 0;
 }
 
-ChargeReading::ChargeReading()
+bool battery_replies(const std::function<int(I2CFd& battery)>& access)
 {
-    charger.write16(kChargerRefresh, kChargerRefreshValue);
-    battery.read16(kRelativeStateOfCharge, percentage);
-    battery.read16(kCurrent, current);
-}
-
-void wait_after_failed_reading(int& retry)
-{
-    if (retry < I2C_MAX_RETRY) {
-        ++retry;
-        hw_delay_us(I2C_RETRY_DELAY_US);
-        return;
-    }
-    retry = 0;
-    syslog(LOG_INFO, "%s: Battery access failed", "ChargeMonitor");
-    hw_delay_us(kChargePeriodUs);
+    I2CFd bat(kBatteryAddress);
+    if (!bat.isOpen())
+        return false;
+    if (access(bat) == 0)
+        return true;
+    syslog(LOG_INFO, "%s battery doesn't reply", "InitHW");
+    return false;
 }
 
 } // namespace HaldeElec::Orvan

@@ -5,6 +5,7 @@
 
 #include <wiringPi.h>
 
+#include "board/expanders.h"
 #include "board/mcp23017.h"
 #include "hw/hw.h"
 #include "orvan_sdk/i2cKeyboard/i2cKeyboard.h"
@@ -14,7 +15,6 @@ namespace HaldeElec::Orvan {
 namespace {
 
 constexpr int I2C_INTC = 2; // pin of the expander's interrupt
-constexpr int kExpander = 0x20;
 constexpr uint8_t kPressed = 0x40;
 constexpr uint64_t kPollUs = 50000;
 
@@ -31,9 +31,9 @@ bool set_up_power_button(void (*handler)())
 void await_power_button_release()
 {
     static constexpr char kCaller[] = "WaitPowerButtonRelease";
-    I2CFd exp(kExpander);
+    I2CFd exp(kExpanderAddress);
     if (!exp.isOpen()) {
-        syslog(LOG_USER | LOG_ERR, "%s: expander %xh not reachable", kCaller, kExpander);
+        syslog(LOG_USER | LOG_ERR, "%s: expander %xh not reachable", kCaller, kExpanderAddress);
         return;
     }
     uint8_t port = 0;

@@ -1,5 +1,5 @@
 /**
- * Set-up of an I2C chip's 8-bit registers as tables.
+ * Set-up of an I2C chip's registers as tables.
  */
 #ifndef ORVAN_SDK_REGISTER_STEPS_H
 #define ORVAN_SDK_REGISTER_STEPS_H
@@ -12,12 +12,15 @@
 namespace HaldeElec::Orvan {
 
 /** One register written, or read, changed and written back. */
-struct RegisterStep {
+template <class Value>
+struct BasicRegisterStep {
     uint8_t reg;
     bool reads;
-    uint8_t keep; /**< bits that are kept of what was read */
-    uint8_t set;  /**< bits that are set then, or the value of one that is only written */
+    Value keep; /**< bits that are kept of what was read */
+    Value set;  /**< bits that are set then, or the value of one that is only written */
 };
+using RegisterStep = BasicRegisterStep<uint8_t>; /**< read8 and write8 */
+using WordStep = BasicRegisterStep<uint16_t>;    /**< read16 and write16 */
 
 constexpr RegisterStep write_value(uint8_t reg, uint8_t value)
 {
@@ -40,6 +43,19 @@ constexpr RegisterStep write_back(uint8_t reg)
     return {reg, true, 0xFF, 0x00};
 }
 
+constexpr WordStep write_word(uint8_t reg, uint16_t value)
+{
+    return {reg, false, 0x0000, value};
+}
+constexpr WordStep read_or_word(uint8_t reg, uint16_t bits)
+{
+    return {reg, true, 0xFFFF, bits};
+}
+constexpr WordStep read_and_word(uint8_t reg, uint16_t bits)
+{
+    return {reg, true, bits, 0x0000};
+}
+
 /**
  * Takes a step. One that fails shows in the handle's `status` alone.
  *
@@ -47,8 +63,17 @@ constexpr RegisterStep write_back(uint8_t reg)
  */
 void take_step(I2CFd& chip, const RegisterStep& step, uint8_t& val);
 
-/** Takes all steps, also those behind one that fails. */
+/** Takes all steps, also those after one that fails. */
 void take_steps(I2CFd& chip, std::span<const RegisterStep> steps, uint8_t& val);
+
+/**
+ * Opens a chip, takes all steps and closes it. One that can't be opened is not fitted, and nothing has
+ * failed.
+ *
+ * @return false when an access failed
+ */
+bool set_up_chip(int address, std::span<const RegisterStep> steps, uint8_t& val);
+bool set_up_chip(int address, std::span<const WordStep> steps);
 
 } // namespace HaldeElec::Orvan
 

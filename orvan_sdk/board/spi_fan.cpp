@@ -3,19 +3,17 @@
 #include <cstdint>
 #include <string>
 
+#include "board/fan_test.h"
 #include "board/spi_multiplexer.h"
 #include "hw/hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/OrvanDebug.h"
-#include "orvan_sdk/bit/bit_manager.h"
-#include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr int ERR_COUNT = 10;
 constexpr double HIGH_TEMP = 100; // while the module service gives none
 constexpr uint64_t kPeriodUs = 120'000'000;
 
@@ -54,24 +52,23 @@ int send_fan_speed(IOrvanDeviceManager& device, double temp)
     return err;
 }
 
-void control_spi_fan(const std::atomic<bool>& run, BITManager* const& manager,
+void control_spi_fan(const std::atomic<bool>& run, std::mutex& bus, BITManager* const& manager,
                      const std::function<int(double temp)>& update)
 {
-    int errCount = 0;
+    FanTest test;
     while (run) {
         double maxTemp = HIGH_TEMP;
         if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
             maxTemp = modules->getTempMaxOrvanx();
         OrvanDebug::Log("Temperature: " + std::to_string(maxTemp), true);
+        bus.lock();
         const int err = update(maxTemp);
+        bus.unlock();
 
         if (manager != nullptr) {
             // The count as it stood before this cycle: a failure shows two minutes later.
-            manager->setTestResult(CBIT, kFanTest, errCount >= ERR_COUNT ? BIT_FAIL : BIT_PASS, ERR_NONE);
-            if (err == 0 && errCount > 0)
-                --errCount;
-            else if (err != 0 && errCount < ERR_COUNT)
-                ++errCount;
+            test.report(*manager);
+            test.count(err != 0);
         }
         hw_delay_us(kPeriodUs);
     }

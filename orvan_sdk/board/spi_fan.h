@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 
 class BITManager;
 
@@ -24,15 +25,16 @@ int send_fan_speed(IOrvanDeviceManager& device, double temp);
 
 /**
  * Body of the fan thread: every two minutes hands the modules' highest temperature to `update` and reports
- * the "FAN test", which fails while the cycles that failed before are ten more than those that went well.
+ * the "FAN test" (FanTest), by the cycles before.
  *
- * An end that is asked for takes effect behind the two minutes.
+ * An end that is asked for takes effect after the two minutes.
  *
  * @param run     cleared to end it
+ * @param bus     held during `update`
  * @param manager of the test; in a cycle that finds it null nothing is reported or counted
  * @param update  sets the fan; anything but 0 is a failure
  */
-void control_spi_fan(const std::atomic<bool>& run, BITManager* const& manager,
+void control_spi_fan(const std::atomic<bool>& run, std::mutex& bus, BITManager* const& manager,
                      const std::function<int(double temp)>& update);
 
 } // namespace HaldeElec::Orvan

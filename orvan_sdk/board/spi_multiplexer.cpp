@@ -1,5 +1,7 @@
 #include "spi_multiplexer.h"
 
+#include <span>
+
 #include <wiringPi.h>
 
 #include "hw/hw.h"
@@ -7,7 +9,7 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr int kAddressPins[] = {7, 21, 6};
+constexpr auto kAddressPins = std::span(kMultiplexerPins).subspan(1);
 constexpr uint64_t kSettlingUs = 10;
 
 } // namespace

@@ -13,6 +13,10 @@ namespace HaldeElec::Orvan {
 inline constexpr uint32_t kFanChannel = 4;
 inline constexpr uint32_t kEepromChannel = 5;
 
+/** Its pins: the select, active low, and the address lines. */
+inline constexpr int kMultiplexerPins[] = {11, 7, 21, 6};
+inline constexpr int kMultiplexerSelectPin = kMultiplexerPins[0];
+
 /** Makes the address lines outputs, all at 0. The select is left to the platform's own set-up. */
 void configure_multiplexer();
 
@@ -24,9 +28,6 @@ void release_multiplexer();
 
 /** Puts a level on each address line, in the order of pins 7, 21 and 6. */
 void drive_multiplexer_address(int pin7, int pin21, int pin6);
-
-/** The select, active low. */
-inline constexpr int kMultiplexerSelectPin = 11;
 
 } // namespace HaldeElec::Orvan
 

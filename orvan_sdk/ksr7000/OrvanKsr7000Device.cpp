@@ -5,13 +5,14 @@
 #include <syslog.h>
 
 #include "board/battery.h"
+#include "board/charge_monitor.h"
+#include "board/expanders.h"
 #include "board/front_panel.h"
 #include "board/mcp23017.h"
 #include "board/spi_fan.h"
 #include "board/trigger_impedance.h"
 #include "device/device_platform.h"
 #include "device/device_threads.h"
-#include "hw/hw.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"
@@ -30,7 +31,6 @@ constexpr DevicePlatform kPlatform{
 };
 
 constexpr int kUnknownCharge = -1;
-constexpr int kExpander = 0x20;
 
 } // namespace
 
@@ -102,7 +102,7 @@ int OrvanKsr7000Device::SetRFOutput(OnOff value)
     if (ch < 1 || ch > std::size(ledArry))
         return ERR_FAILED;
 
-    I2CFd exp(kExpander);
+    I2CFd exp(kExpanderAddress);
     if (!exp.isOpen())
         return ERR_FAILED;
     const auto& [port, mask] = ledArry[ch - 1];
@@ -157,12 +157,8 @@ void OrvanKsr7000Device::RunKbdServer()
 
 void OrvanKsr7000Device::fanController()
 {
-    control_spi_fan(m_runFanThread, m_bitManager, [this](double temp) {
-        lock_mutex();
-        const int err = fanSpeed(temp);
-        unlock_mutex();
-        return err;
-    });
+    control_spi_fan(m_runFanThread, devConnHandler->mtx, m_bitManager,
+                    [this](double temp) { return fanSpeed(temp); });
 }
 
 int OrvanKsr7000Device::fanSpeed(double temp)
@@ -186,20 +182,12 @@ void OrvanKsr7000Device::ChargeMonitor()
 
 void OrvanKsr7000Device::charge_cycle(int& retry)
 {
-    lock_mutex();
-    const ChargeReading reading;
-    unlock_mutex();
-
-    if (reading.failed()) {
-        wait_after_failed_reading(retry);
-        return;
-    }
-    retry = 0;
-    const int status = charge_status(reading.current);
-    syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, status);
-    if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
-        modules->update_battery_status(reading.percentage, status);
-    hw_delay_us(kChargePeriodUs);
+    const auto publish = [](const ChargeReading& reading) {
+        syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, reading.status);
+        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+            modules->update_battery_status(reading.percentage, reading.status);
+    };
+    run_charge_cycle(devConnHandler->mtx, retry, {{}, publish});
 }
 
 } // namespace HaldeElec::Orvan

@@ -4,27 +4,20 @@
 #include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 
 #include <cstdint>
-#include <span>
-#include <syslog.h>
 
 #include <wiringPi.h>
 
 #include "board/battery.h"
+#include "board/charge_controller.h"
+#include "board/expanders.h"
 #include "board/mcp23017.h"
+#include "board/module_supply.h"
 #include "board/register_steps.h"
-#include "hw/hw.h"
+#include "device/init_hw.h"
 #include "orvan_sdk/i2cdev.h"
 
 namespace HaldeElec::Orvan {
 namespace {
-
-constexpr int kExpander = 0x20;
-constexpr int kSupplyExpander = 0x24;
-
-constexpr int kExpanderResetPin = 26; // active low
-constexpr int kSpiEnablePin = 27;     // never made an output here
-constexpr uint64_t kExpanderResetUs = 20'000;
-constexpr uint64_t kSupplyUs = 2'000'000;
 
 // The power button, on port B: its interrupt is armed against a compare value of 0.
 constexpr uint8_t kButton = 0x40;
@@ -49,83 +42,34 @@ constexpr RegisterStep kSetUp2[] = {
     write_value(OLATB, 0x00),  write_value(IODIRA, 0x7F), write_value(IODIRB, 0xFF),
 };
 
+constexpr WordStep kChargerSetUp[] = {
+    read_and_word(0x12, 0x1FFF), write_word(kChargerRefresh, kChargerRefreshValue),
+    write_word(0x31, 0x0237),    write_word(0x14, 0x0800),
+    write_word(0x3E, 0x3F00),
+};
+
 constexpr uint16_t kBatteryModeValue = 0x6081;
-
-void reset_expanders()
-{
-    pinMode(kExpanderResetPin, OUTPUT);
-    digitalWrite(kExpanderResetPin, LOW);
-    hw_delay_us(kExpanderResetUs);
-    digitalWrite(kExpanderResetPin, HIGH);
-}
-
-bool failed(const char* what)
-{
-    syslog(LOG_ERR, "%s: %s failed", "InitHW", what);
-    return false;
-}
-
-// A device that can't be opened is not fitted, and its set-up has not failed.
-
-bool set_up_ports(std::span<const RegisterStep> steps, uint8_t& val)
-{
-    I2CFd exp(kExpander);
-    if (exp.isOpen())
-        take_steps(exp, steps, val);
-    return exp.status == 0;
-}
-
-bool set_up_supply(uint8_t& val)
-{
-    I2CFd exp2(kSupplyExpander);
-    if (!exp2.isOpen())
-        return true;
-    take_steps(exp2, kSetUp2, val);
-    if (exp2.status != 0)
-        return false;
-    hw_delay_us(kSupplyUs);
-    digitalWrite(kSpiEnablePin, LOW);
-    return true;
-}
-
-bool set_up_charger()
-{
-    I2CFd smb(kChargerAddress);
-    if (!smb.isOpen())
-        return true;
-    uint16_t val = 0;
-    smb.read16(0x12, val);
-    smb.write16(0x12, val & 0x1FFF);
-    smb.write16(kChargerRefresh, kChargerRefreshValue);
-    smb.write16(0x31, 0x0237);
-    smb.write16(0x14, 0x0800);
-    smb.write16(0x3E, 0x3F00);
-    return smb.status == 0;
-}
 
 } // namespace
 
 bool OrvanKsr7000Device::InitHW()
 {
     wiringPiSetup();
+    pinMode(kExpanderResetPin, OUTPUT);
     reset_expanders();
     m_batteryIsAlive = false;
     uint8_t val = 0;
-    if (!set_up_ports(kSetUp0, val))
-        return failed("GPIO expander 0x20 initialization");
-    if (!set_up_ports(kSetUp1, val))
-        return failed("GPIO expander 0x21 initialization");
-    if (!set_up_supply(val))
-        return failed("GPIO expander 0x22 initialization");
-    if (!set_up_charger())
-        return failed("battery controller setup");
-
-    I2CFd smc(kBatteryAddress);
-    if (smc.isOpen()) {
-        m_batteryIsAlive = smc.write16(kBatteryMode, kBatteryModeValue) == 0;
-        if (!m_batteryIsAlive)
-            syslog(LOG_INFO, "%s battery doesn't reply", __func__);
-    }
+    if (!set_up_chip(kExpanderAddress, kSetUp0, val))
+        return init_hw_failed("GPIO expander 0x20 initialization");
+    if (!set_up_chip(kExpanderAddress, kSetUp1, val))
+        return init_hw_failed("GPIO expander 0x21 initialization");
+    // Drives the SPI enable, which is never made an output on this platform.
+    if (!set_up_module_supply(kSecondExpanderAddress, kSetUp2, val))
+        return init_hw_failed("GPIO expander 0x22 initialization");
+    if (!set_up_chip(kChargerAddress, kChargerSetUp))
+        return init_hw_failed("battery controller setup");
+    m_batteryIsAlive =
+        battery_replies([](I2CFd& battery) { return battery.write16(kBatteryMode, kBatteryModeValue); });
     return true;
 }
 

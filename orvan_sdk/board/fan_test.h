@@ -1,0 +1,26 @@
+/**
+ * The periodic "FAN test", which a fan thread reports.
+ */
+#ifndef ORVAN_SDK_FAN_TEST_H
+#define ORVAN_SDK_FAN_TEST_H
+
+class BITManager;
+
+namespace HaldeElec::Orvan {
+
+/** Fails while the cycles that failed are ten more than those that went well. */
+class FanTest {
+public:
+    /** Counts a cycle; the count stays between 0 and ten. */
+    void count(bool failed);
+
+    /** Reports the count as it stands. */
+    void report(BITManager& manager) const;
+
+private:
+    int m_errors = 0;
+};
+
+} // namespace HaldeElec::Orvan
+
+#endif
