@@ -17,5 +17,7 @@ list(TRANSFORM pkg_config_folders APPEND /pkgconfig)
 list(JOIN pkg_config_folders ":" pkg_config_folders)
 set(ENV{PKG_CONFIG_LIBDIR} ${pkg_config_folders})
 
-# The cross compiler's own C and C++ library, and no armhf package, is all a program needs to start.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# The cross compiler's own C and C++ library, and what is unpacked there, is all a program needs to start: run
+# paths name the libraries that it was linked with, but not those that these need.
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=${armhf_packages}/usr/lib/arm-linux-gnueabihf)

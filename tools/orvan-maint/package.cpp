@@ -3,8 +3,8 @@
 #include "blocks.h"
 #include "failure.h"
 #include "frame.h"
+#include "gzip.h"
 #include "tar_reader.h"
-#include "tar_writer.h"
 
 #include <algorithm>
 #include <map>
@@ -228,8 +228,7 @@ std::string controller_name(const Platform& platform)
 
 std::string packed(std::string bytes)
 {
-    constexpr std::string_view kGzipMagic = "\x1f\x8b"; // RFC 1952 2.3.1
-    return bytes.starts_with(kGzipMagic) ? std::move(bytes) : gzip(bytes);
+    return is_gzip(bytes) ? std::move(bytes) : gzip(bytes);
 }
 
 std::vector<std::string> warnings_of(const Package& package, const Platform& platform)

@@ -3,6 +3,7 @@
 #include "blocks.h"
 #include "failure.h"
 #include "frame.h"
+#include "gzip.h"
 #include "tar_writer.h"
 
 #include <sys/stat.h>

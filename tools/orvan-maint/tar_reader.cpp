@@ -2,107 +2,44 @@
 
 #include "failure.h"
 #include "frame.h"
-#include "tar_format.h"
 
-#include <sys/mman.h>
-#include <unique_fd.h>
-#include <unistd.h>
+#include <archive_entry.h>
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <utility>
 
 namespace orvan_maint {
 namespace {
 
-// Of names and keywords; and of all that an archive unpacks to.
-constexpr uint64_t kLongestText = 1 << 20;
+// Of all that an archive unpacks to.
 constexpr uint64_t kMostBytes = uint64_t{1} << 30;
 
-UniqueFd file_of(std::string_view bytes)
-{
-    UniqueFd fd(memfd_create("archive", MFD_CLOEXEC));
-    for (size_t done = 0; fd && done < bytes.size();) {
-        const ssize_t count = write(fd.get(), bytes.data() + done, bytes.size() - done);
-        if (count <= 0) {
-            return UniqueFd();
-        }
-        done += static_cast<size_t>(count);
-    }
-    if (fd) {
-        lseek(fd.get(), 0, SEEK_SET);
-    }
-    return fd;
-}
+// POSIX.1-2001 pax, ustar Interchange Format; the types with GNU's two for long names.
+constexpr size_t kBlock = 512;
+constexpr size_t kNameLength = 100;
+constexpr size_t kSizeAt = 124;
+constexpr size_t kSizeLength = 12;
+constexpr size_t kSumAt = 148;
+constexpr size_t kSumLength = 8;
+constexpr size_t kTypeAt = 156;
+constexpr char kHardLink = '1';
+constexpr std::string_view kPaxTypes = "xg";
+constexpr std::string_view kExtensionTypes = "xgKL";
+constexpr std::string_view kEntryTypes("\00001234567", 9);
 
-template <size_t size>
-std::string text_of(const char (&field)[size])
+// Octal digits among spaces, up to a NUL; or, with the highest bit set, a binary number. libarchive goes by
+// the digits that it finds first.
+bool is_number(std::string_view field)
 {
-    return {field, strnlen(field, size)};
+    field = field.substr(0, field.find('\0'));
+    field.remove_prefix(std::min(field.find_first_not_of(' '), field.size()));
+    field = field.substr(0, field.find(' '));
+    return field.find_first_not_of("01234567") == std::string_view::npos || (field[0] & 0x80) != 0;
 }
-
-// Octal digits among spaces, or with the highest bit of the first byte set, a binary number.
-template <size_t size>
-bool number_of(const char (&field)[size], uint64_t& number)
-{
-    number = 0;
-    if ((field[0] & 0x80) != 0) {
-        for (size_t i = 0; i < size; ++i) {
-            const auto byte = static_cast<unsigned char>(i == 0 ? field[i] & 0x7F : field[i]);
-            if (number >> 56 != 0) {
-                return false;
-            }
-            number = number << 8 | byte;
-        }
-        return true;
-    }
-    std::string digits = text_of(field);
-    digits.erase(0, digits.find_first_not_of(' '));
-    digits.erase(std::min(digits.find(' '), digits.size()));
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, 8);
-    return digits.empty() || (error == std::errc() && end == digits.data() + digits.size());
-}
-
-bool is_zero(const TarHeader& header)
-{
-    const auto* const bytes = reinterpret_cast<const char*>(&header);
-    return std::all_of(bytes, bytes + sizeof header, [](char c) { return c == '\0'; });
-}
-
-TarEntry::Kind kind_of(const TarHeader& header, const std::string& name)
-{
-    switch (header.typeflag) {
-    case '\0':
-    case kTarFile:
-    case kTarContiguousFile:
-        // Of the time before there were types.
-        return name.ends_with('/') ? TarEntry::Kind::kFolder : TarEntry::Kind::kFile;
-    case kTarSymbolicLink:
-        return TarEntry::Kind::kLink;
-    case kTarFolder:
-        return TarEntry::Kind::kFolder;
-    default:
-        return TarEntry::Kind::kOther;
-    }
-}
-
-std::string name_of(const TarHeader& header)
-{
-    const bool is_ustar = std::memcmp(header.magic, "ustar\0", sizeof header.magic) == 0;
-    const std::string prefix = is_ustar ? text_of(header.prefix) : std::string();
-    return prefix.empty() ? text_of(header.name) : prefix + "/" + text_of(header.name);
-}
-
-// What pax and GNU say of the next entry; empty for nothing.
-struct Extras {
-    std::string name;
-    std::string target;
-    std::string size;
-};
 
 // Lines of "length keyword=value\n", the length that of the line.
-bool read_pax(std::string_view text, Extras& extras)
+bool is_pax(std::string_view text)
 {
     while (!text.empty()) {
         size_t length = 0;
@@ -113,172 +50,169 @@ bool read_pax(std::string_view text, Extras& extras)
             return false;
         }
         const std::string_view line = text.substr(digits + 1, length - digits - 2);
-        const size_t equals = line.find('=');
-        if (equals == std::string_view::npos) {
+        if (line.find('=') == std::string_view::npos ||
+            (line.starts_with("size=") &&
+             line.find_first_not_of("0123456789", 5) != std::string_view::npos)) {
             return false;
-        }
-        const std::string_view key = line.substr(0, equals);
-        const std::string_view value = line.substr(equals + 1);
-        if (key == "path") {
-            extras.name = value;
-        } else if (key == "linkpath") {
-            extras.target = value;
-        } else if (key == "size") {
-            extras.size = value;
         }
         text.remove_prefix(length);
     }
     return true;
 }
 
+TarEntry::Kind kind_of(archive_entry* entry)
+{
+    switch (archive_entry_filetype(entry)) {
+    case AE_IFREG:
+        return TarEntry::Kind::kFile;
+    case AE_IFDIR:
+        return TarEntry::Kind::kFolder;
+    case AE_IFLNK:
+        return TarEntry::Kind::kLink;
+    default:
+        return TarEntry::Kind::kOther;
+    }
+}
+
+std::string text_of(const char* text)
+{
+    return text == nullptr ? "" : text;
+}
+
 } // namespace
 
-TarReader::TarReader(std::string_view bytes, std::string what) : m_what(std::move(what))
+// libarchive does not look at the sums of a gzip, and an instrument unpacks nothing that fails them.
+TarReader::TarReader(std::string_view bytes, std::string what)
+    : m_what(std::move(what)), m_bytes(bytes), m_archive(archive_read_new(), &archive_read_free)
 {
-    UniqueFd fd = file_of(bytes);
-    m_file = fd ? gzdopen(fd.get(), "rb") : nullptr;
-    if (m_file == nullptr) {
+    if (is_gzip(bytes)) {
+        m_unpacked = gunzip(bytes, kMostBytes);
+        m_bytes = m_unpacked.bytes;
+    }
+    // A tar archive with nothing around it is all that libarchive is to know. What it cannot make out already
+    // here, next() refuses.
+    if (m_archive == nullptr || archive_read_support_format_tar(m_archive.get()) != ARCHIVE_OK) {
         refuse("there is no memory to read it");
     }
-    fd.release();
+    archive_read_open(m_archive.get(), this, nullptr, &give_bytes, nullptr);
 }
 
-TarReader::~TarReader()
+la_ssize_t TarReader::give_bytes(archive*, void* self, const void** bytes)
 {
-    if (m_file != nullptr) {
-        gzclose(m_file);
+    auto& reader = *static_cast<TarReader*>(self);
+    if (std::exchange(reader.m_given, true) || reader.m_bytes.empty()) {
+        reader.m_past_end = true;
+        return 0;
     }
-}
-
-// What packs the archive has a sum at its end, and an instrument unpacks nothing that fails it.
-void TarReader::finish()
-{
-    char rest[16 * kTarBlock];
-    int count = 0;
-    while ((count = gzread(m_file, rest, sizeof rest)) > 0) {
-        m_total += static_cast<uint64_t>(count);
-        if (m_total > kMostBytes) {
-            refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
-        }
-    }
-    int error = Z_OK;
-    gzerror(m_file, &error);
-    if (count < 0 || error != Z_OK) {
-        refuse("is damaged: it ends amid an entry");
-    }
+    *bytes = reader.m_bytes.data();
+    return static_cast<la_ssize_t>(reader.m_bytes.size());
 }
 
 bool TarReader::next(TarEntry& entry)
 {
-    Extras extras;
-    for (;;) {
-        skip(std::exchange(m_left, 0));
-        TarHeader header;
-        if (!read(&header, sizeof header) || is_zero(header)) {
-            if (m_first) {
-                refuse("is no tar archive, or an empty one");
-            }
-            finish();
-            return false;
-        }
-        uint64_t sum = 0;
-        if (!number_of(header.chksum, sum) || sum != tar_sum(header) || !number_of(header.size, m_size)) {
-            refuse(m_first ? "is no tar archive, plain or gzip" : "is damaged");
-        }
-        m_first = false;
-        if (header.typeflag == kTarLongName) {
-            extras.name = read_text(m_size);
-            extras.name.resize(strnlen(extras.name.data(), extras.name.size()));
-            continue;
-        }
-        if (header.typeflag == kTarLongTarget) {
-            extras.target = read_text(m_size);
-            extras.target.resize(strnlen(extras.target.data(), extras.target.size()));
-            continue;
-        }
-        if (header.typeflag == kTarPax || header.typeflag == kTarPaxForAll) {
-            Extras for_all;
-            if (!read_pax(read_text(m_size), header.typeflag == kTarPax ? extras : for_all)) {
-                refuse("is damaged");
-            }
-            continue;
-        }
-        if (!extras.size.empty()) {
-            const char* const end = extras.size.data() + extras.size.size();
-            const auto [at, error] = std::from_chars(extras.size.data(), end, m_size);
-            if (error != std::errc() || at != end) {
-                refuse("is damaged");
-            }
-        }
-        entry.name = extras.name.empty() ? name_of(header) : extras.name;
-        entry.target = extras.target.empty() ? text_of(header.linkname) : extras.target;
-        entry.kind = kind_of(header, entry.name);
-        if (entry.kind == TarEntry::Kind::kFolder || entry.kind == TarEntry::Kind::kLink) {
-            m_size = 0;
-        }
-        entry.size = m_size;
-        if (m_size > kMostBytes) {
-            refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
-        }
-        m_left = (m_size + kTarBlock - 1) / kTarBlock * kTarBlock;
-        return true;
+    archive_entry* found = nullptr;
+    const int result = archive_read_next_header(m_archive.get(), &found);
+    // A name that is no UTF-8, or that the locale has no letters for, is a warning; it is taken as it stands.
+    if (result != ARCHIVE_OK && result != ARCHIVE_WARN && result != ARCHIVE_EOF) {
+        refuse_header();
     }
-}
-
-std::string TarReader::contents()
-{
-    std::string bytes = read_text(m_size);
-    m_left = 0;
-    return bytes;
-}
-
-bool TarReader::read(void* data, size_t size)
-{
-    const int count = gzread(m_file, data, static_cast<unsigned>(size));
-    int error = Z_OK;
-    gzerror(m_file, &error);
-    if (count == 0 && error == Z_OK) {
+    const std::string_view header = checked_header();
+    if (header.empty() && result != ARCHIVE_EOF) {
+        refuse("is damaged");
+    }
+    entry = {};
+    // libarchive passes over types that it knows nothing of, or makes files of them.
+    if (!header.empty() && kEntryTypes.find(header[kTypeAt]) == std::string_view::npos) {
+        entry.name = header.substr(0, std::min(header.find('\0'), kNameLength));
+        entry.kind = TarEntry::Kind::kOther;
+    } else if (result == ARCHIVE_EOF) {
+        if (m_first) {
+            refuse("is no tar archive, or an empty one");
+        }
+        if (m_unpacked.end != Unpacked::End::kWhole) {
+            refuse_early_end();
+        }
         return false;
+    } else {
+        entry.name = text_of(archive_entry_pathname(found));
+        entry.kind = header[kTypeAt] == kHardLink ? TarEntry::Kind::kOther : kind_of(found);
+        entry.target = text_of(archive_entry_symlink(found));
+        entry.size =
+            entry.kind == TarEntry::Kind::kFile ? static_cast<uint64_t>(archive_entry_size(found)) : 0;
     }
-    if (count != static_cast<int>(size)) {
-        refuse(m_first ? "is no tar archive, plain or gzip" : "is damaged: it ends amid an entry");
-    }
-    m_total += size;
-    if (m_total > kMostBytes) {
+    m_first = false;
+    m_size = entry.size;
+    if (m_size > kMostBytes) {
         refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
     }
     return true;
 }
 
-void TarReader::skip(uint64_t size)
+std::string TarReader::contents()
 {
-    char block[64 * kTarBlock];
-    while (size > 0) {
-        const size_t part = static_cast<size_t>(std::min<uint64_t>(size, sizeof block));
-        if (!read(block, part)) {
-            refuse("is damaged: it ends amid an entry");
+    std::string bytes(static_cast<size_t>(m_size), '\0');
+    const la_ssize_t count = archive_read_data(m_archive.get(), bytes.data(), bytes.size());
+    if (count < 0 || static_cast<uint64_t>(count) != m_size) {
+        refuse_early_end();
+    }
+    return bytes;
+}
+
+// What pax and GNU say of an entry stands before its header, which is returned; empty where the archive ends.
+std::string_view TarReader::checked_header() const
+{
+    auto at = static_cast<size_t>(archive_read_header_position(m_archive.get()));
+    for (;;) {
+        const std::string_view header = m_bytes.substr(std::min(at, m_bytes.size()), kBlock);
+        if (header.size() < kBlock) {
+            return {};
         }
-        size -= part;
+        const std::string_view size_field = header.substr(kSizeAt, kSizeLength);
+        if (!is_number(size_field) || !is_number(header.substr(kSumAt, kSumLength))) {
+            refuse("is damaged");
+        }
+        if (kExtensionTypes.find(header[kTypeAt]) == std::string_view::npos) {
+            return header;
+        }
+        const size_t digits = std::min(size_field.find_first_not_of(' '), kSizeLength);
+        size_t size = 0;
+        const auto [end, error] =
+            std::from_chars(size_field.data() + digits, size_field.data() + kSizeLength, size, 8);
+        at += kBlock;
+        const bool has_keywords = kPaxTypes.find(header[kTypeAt]) != std::string_view::npos;
+        if (error != std::errc() || size > m_bytes.size() - at ||
+            (has_keywords && !is_pax(m_bytes.substr(at, size)))) {
+            refuse("is damaged");
+        }
+        at += (size + kBlock - 1) / kBlock * kBlock;
     }
 }
 
-// With what fills the last block.
-std::string TarReader::read_text(uint64_t size)
+void TarReader::refuse_header() const
 {
-    if (size > (m_left != 0 ? kMostBytes : kLongestText)) {
-        refuse("is damaged");
+    if (m_bytes.empty() && m_unpacked.end == Unpacked::End::kWhole) {
+        refuse("is no tar archive, or an empty one");
     }
-    std::string bytes(static_cast<size_t>(size), '\0');
-    if (!bytes.empty() && !read(bytes.data(), bytes.size())) {
-        refuse("is damaged: it ends amid an entry");
+    if (archive_format(m_archive.get()) == 0) {
+        refuse("is no tar archive, plain or gzip");
     }
-    skip((kTarBlock - size % kTarBlock) % kTarBlock);
-    return bytes;
+    if (m_past_end) {
+        refuse_early_end();
+    }
+    refuse("is damaged");
 }
 
 void TarReader::refuse(const std::string& why) const
 {
     throw Failure(kExitBadFile, printable(m_what) + " " + why);
+}
+
+void TarReader::refuse_early_end() const
+{
+    if (m_unpacked.end == Unpacked::End::kTooLarge) {
+        refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
+    }
+    refuse("is damaged: it ends amid an entry");
 }
 
 } // namespace orvan_maint

@@ -4,12 +4,14 @@
 #ifndef ORVAN_MAINT_TAR_READER_H
 #define ORVAN_MAINT_TAR_READER_H
 
-#include <cstddef>
+#include "gzip.h"
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
-#include <zlib.h>
+#include <archive.h>
 
 namespace orvan_maint {
 
@@ -25,9 +27,9 @@ struct TarEntry {
 class TarReader {
 public:
     /** What is no gzip is read as it is.
-     *  @param what names the archive in complaints */
+     *  @param bytes outlive the reader
+     *  @param what  names the archive in complaints */
     TarReader(std::string_view bytes, std::string what);
-    ~TarReader();
     TarReader(const TarReader&) = delete;
     TarReader& operator=(const TarReader&) = delete;
 
@@ -39,19 +41,20 @@ public:
     std::string contents();
 
 private:
-    /** False when the archive is at its end instead; what ends amid it is damaged. */
-    bool read(void* data, size_t size);
-    void skip(uint64_t size);
-    void finish();
-    std::string read_text(uint64_t size);
+    static la_ssize_t give_bytes(archive* archive, void* self, const void** bytes);
+    std::string_view checked_header() const;
     [[noreturn]] void refuse(const std::string& why) const;
+    [[noreturn]] void refuse_header() const;
+    [[noreturn]] void refuse_early_end() const;
 
-    gzFile m_file = nullptr;
     std::string m_what;
+    Unpacked m_unpacked;
+    std::string_view m_bytes; ///< of the plain archive
+    std::unique_ptr<archive, decltype(&archive_read_free)> m_archive;
+    bool m_given = false;
+    bool m_past_end = false; ///< more was asked for than there is
     bool m_first = true;
-    uint64_t m_size = 0;
-    uint64_t m_left = 0; ///< of the entry's contents with what fills its last block
-    uint64_t m_total = 0;
+    uint64_t m_size = 0; ///< of the entry's contents
 };
 
 } // namespace orvan_maint

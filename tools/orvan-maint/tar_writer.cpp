@@ -1,111 +1,82 @@
 #include "tar_writer.h"
 
 #include "failure.h"
-#include "tar_format.h"
 
-#include <zlib.h>
+#include <archive_entry.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
+#include <ctime>
 #include <utility>
 
 namespace orvan_maint {
 namespace {
 
-/// Octal digits with leading zeros, and a NUL.
-template <size_t size>
-void put_number(char (&field)[size], uint64_t number)
+la_ssize_t append(archive*, void* bytes, const void* data, size_t size)
 {
-    field[size - 1] = '\0';
-    for (size_t at = size - 1; at-- > 0; number /= 8)
-        field[at] = static_cast<char>('0' + number % 8);
-}
-
-template <size_t size>
-void put_text(char (&field)[size], const std::string& text)
-{
-    std::memcpy(field, text.data(), std::min(text.size(), size));
-}
-
-void fill_block(std::string& bytes)
-{
-    bytes.resize((bytes.size() + kTarBlock - 1) / kTarBlock * kTarBlock, '\0');
+    static_cast<std::string*>(bytes)->append(static_cast<const char*>(data), size);
+    return static_cast<la_ssize_t>(size);
 }
 
 } // namespace
 
-void TarWriter::add(char type, const std::string& name, const std::string& target, std::string_view contents,
-                    unsigned mode, int64_t time)
+TarWriter::TarWriter() : m_archive(archive_write_new(), &archive_write_free)
 {
-    static const std::string kLongLink = "././@LongLink";
-    if (name.size() > sizeof TarHeader::name) {
-        add(kTarLongName, kLongLink, "", std::string_view(name.c_str(), name.size() + 1), 0644, 0);
+    if (m_archive == nullptr) {
+        throw Failure(kExitBadFile, "there is no memory to make the package");
     }
-    if (target.size() > sizeof TarHeader::linkname) {
-        add(kTarLongTarget, kLongLink, "", std::string_view(target.c_str(), target.size() + 1), 0644, 0);
+    check(archive_write_set_format_gnutar(m_archive.get()));
+    check(archive_write_set_bytes_in_last_block(m_archive.get(), 1));
+    check(archive_write_open(m_archive.get(), &m_bytes, nullptr, &append, nullptr));
+}
+
+void TarWriter::add(unsigned type, const std::string& name, const std::string& target,
+                    std::string_view contents, unsigned mode, int64_t time)
+{
+    const std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
+                                                                              &archive_entry_free);
+    archive_entry_set_pathname(entry.get(), name.c_str());
+    archive_entry_set_filetype(entry.get(), type);
+    archive_entry_set_perm(entry.get(), static_cast<mode_t>(mode));
+    archive_entry_set_mtime(entry.get(), static_cast<time_t>(std::max<int64_t>(time, 0)), 0);
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(contents.size()));
+    archive_entry_set_uname(entry.get(), "root");
+    archive_entry_set_gname(entry.get(), "root");
+    if (type == AE_IFLNK) {
+        archive_entry_set_symlink(entry.get(), target.c_str());
     }
-    TarHeader header{};
-    put_text(header.name, name);
-    put_number(header.mode, mode);
-    put_number(header.uid, 0);
-    put_number(header.gid, 0);
-    put_number(header.size, contents.size());
-    put_number(header.mtime, static_cast<uint64_t>(std::max<int64_t>(time, 0)));
-    header.typeflag = type;
-    put_text(header.linkname, target);
-    std::memcpy(header.magic, "ustar ", sizeof header.magic); // GNU's, for its long names
-    std::memcpy(header.version, " ", sizeof header.version);
-    put_text(header.uname, "root");
-    put_text(header.gname, "root");
-    std::snprintf(header.chksum, sizeof header.chksum, "%06o", tar_sum(header));
-    header.chksum[7] = ' ';
-    m_bytes.append(reinterpret_cast<const char*>(&header), sizeof header);
-    m_bytes.append(contents);
-    fill_block(m_bytes);
+    check(archive_write_header(m_archive.get(), entry.get()));
+    if (!contents.empty()) {
+        check(archive_write_data(m_archive.get(), contents.data(), contents.size()));
+    }
 }
 
 void TarWriter::add_folder(const std::string& name, unsigned mode, int64_t time)
 {
-    add(kTarFolder, name + "/", "", {}, mode, time);
+    add(AE_IFDIR, name, "", {}, mode, time);
 }
 
 void TarWriter::add_file(const std::string& name, std::string_view contents, unsigned mode, int64_t time)
 {
-    add(kTarFile, name, "", contents, mode, time);
+    add(AE_IFREG, name, "", contents, mode, time);
 }
 
 void TarWriter::add_symbolic_link(const std::string& name, const std::string& target, int64_t time)
 {
-    add(kTarSymbolicLink, name, target, {}, 0777, time);
+    add(AE_IFLNK, name, target, {}, 0777, time);
 }
 
 std::string TarWriter::finish()
 {
-    m_bytes.append(2 * kTarBlock, '\0');
+    check(archive_write_close(m_archive.get()));
     return std::exchange(m_bytes, {});
 }
 
-std::string gzip(std::string_view bytes)
+void TarWriter::check(la_ssize_t result) const
 {
-    constexpr int kGzip = 16; // on top of the window's bits
-    z_stream stream{};
-    if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, MAX_WBITS + kGzip, 8, Z_DEFAULT_STRATEGY) !=
-        Z_OK) {
-        throw Failure(kExitBadFile, "there is no memory to compress the package");
+    if (result < ARCHIVE_OK) {
+        const char* const error = archive_error_string(m_archive.get());
+        throw Failure(kExitBadFile, std::string("the package cannot be made: ") + (error ? error : ""));
     }
-    std::string packed(deflateBound(&stream, bytes.size()), '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
-    stream.avail_in = static_cast<uInt>(bytes.size());
-    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-    stream.avail_out = static_cast<uInt>(packed.size());
-    const int result = deflate(&stream, Z_FINISH);
-    packed.resize(stream.total_out);
-    deflateEnd(&stream);
-    if (result != Z_STREAM_END) {
-        throw Failure(kExitBadFile, "the package cannot be compressed");
-    }
-    return packed;
 }
 
 } // namespace orvan_maint

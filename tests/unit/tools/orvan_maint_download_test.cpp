@@ -2,6 +2,7 @@
 #include "orvan_maint_scene.h"
 
 #include "orvan-maint/blocks.h"
+#include "orvan-maint/gzip.h"
 
 #include <gtest/gtest.h>
 

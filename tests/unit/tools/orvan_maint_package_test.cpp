@@ -2,6 +2,7 @@
 #include "test_folder.h"
 
 #include "orvan-maint/failure.h"
+#include "orvan-maint/gzip.h"
 #include "orvan-maint/package.h"
 #include "orvan-maint/tar_reader.h"
 #include "orvan-maint/tar_writer.h"
@@ -10,6 +11,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 
@@ -64,7 +66,7 @@ struct Item {
     std::string contents; // or target
 };
 
-std::string archive(const std::vector<Item>& items)
+std::string archive_of(const std::vector<Item>& items)
 {
     TarWriter writer;
     for (const Item& item : items) {
@@ -110,6 +112,37 @@ TEST(MaintTar, WhatGnuTarMakesIsRead)
     EXPECT_EQ(names_in(folder.get("archive")), split);
 }
 
+TEST(MaintTar, NamesOfAnyBytesAreReadAsTheyStand)
+{
+    const TestFolder folder;
+    const std::string name = "\xC3\xBC \xFF";
+    folder.put("in/" + name, "1");
+    std::filesystem::create_symlink(name, folder.path("in/link"));
+    for (const char* const format : {"gnu", "pax", "ustar"}) {
+        ASSERT_TRUE(run_shell("cd " + folder.path("in") + " && tar --sort=name --format " + format +
+                              " -cf ../archive *"));
+        const std::string bytes = folder.get("archive");
+        EXPECT_EQ(names_in(bytes), "link " + name) << format;
+        TarReader reader(bytes, "archive");
+        TarEntry entry;
+        ASSERT_TRUE(reader.next(entry));
+        EXPECT_EQ(entry.target, name) << format;
+    }
+}
+
+TEST(MaintTar, ContentsAreThoseOfTheEntryThatWasFoundLast)
+{
+    const std::string bytes = archive_of({{'f', "a", "first"}, {'f', "b", ""}, {'f', "c", "third"}});
+    TarReader reader(bytes, "archive");
+    TarEntry entry;
+    ASSERT_TRUE(reader.next(entry));
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_EQ(reader.contents(), "");
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_EQ(reader.contents(), "third");
+    EXPECT_FALSE(reader.next(entry));
+}
+
 TEST(MaintTar, WhatItMakesGnuTarUnpacks)
 {
     const TestFolder folder;
@@ -133,7 +166,7 @@ TEST(MaintTar, WhatItMakesGnuTarUnpacks)
 
 TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
 {
-    const std::string plain = archive(kGood);
+    const std::string plain = archive_of(kGood);
     const std::string packed = gzip(plain);
     for (const std::string& bytes : {plain, packed}) {
         for (size_t length = 0; length < bytes.size(); length += 37) {
@@ -166,9 +199,39 @@ TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
             << cut;
 }
 
+TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
+{
+    const std::string packed = gzip(archive_of(kGood));
+    for (size_t back = 1; back <= 8; ++back) {
+        std::string damaged = packed;
+        damaged[damaged.size() - back] = static_cast<char>(damaged[damaged.size() - back] ^ 1);
+        EXPECT_EQ(complaint_of([&] { names_in(damaged); }), "archive is damaged: it ends amid an entry")
+            << back;
+    }
+}
+
+TEST(MaintTar, AGzipGoesOnInASecondOne)
+{
+    const std::string plain = archive_of(kGood);
+    const std::string two = gzip(plain.substr(0, 700)) + gzip(plain.substr(700));
+    EXPECT_EQ(names_in(two), names_in(plain));
+    EXPECT_EQ(names_in(two + "what follows is passed over"), names_in(plain));
+    EXPECT_EQ(complaint_of([&] { names_in(two.substr(0, two.size() - 1)); }),
+              "archive is damaged: it ends amid an entry");
+}
+
+TEST(MaintTar, AGzipIsUnpackedToNoMoreThanItsLimit)
+{
+    const std::string packed = gzip(std::string(200'000, 'x'));
+    EXPECT_EQ(gunzip(packed, 200'000).end, Unpacked::End::kWhole);
+    const Unpacked cut = gunzip(packed, 199'999);
+    EXPECT_EQ(cut.end, Unpacked::End::kTooLarge);
+    EXPECT_EQ(cut.bytes, std::string(199'999, 'x'));
+}
+
 TEST(MaintPackage, OfTheRightFormIsTold)
 {
-    for (const std::string& bytes : {archive(kGood), gzip(archive(kGood))}) {
+    for (const std::string& bytes : {archive_of(kGood), gzip(archive_of(kGood))}) {
         const Package package = check_package(bytes, "p", benchtop());
         EXPECT_EQ(package.folder, kFolder);
         EXPECT_EQ(package.module_name, "ovx_module_2.0.bin");
@@ -182,7 +245,7 @@ TEST(MaintPackage, NamesThatAreNotTheUsualOnesAreWarnedOf)
 {
     const std::string taken = ": next to what a refused update has left on the instrument, which of them it "
                               "takes depends on its clock";
-    EXPECT_EQ(warnings_of(check_package(archive(kGood), "p", benchtop()), benchtop()),
+    EXPECT_EQ(warnings_of(check_package(archive_of(kGood), "p", benchtop()), benchtop()),
               (std::vector<std::string>{
                   "Orvan_Benchtop_FW_2.0 is not called Orvan_Benchtop_FW" + taken,
                   "ovx_module_2.0.bin is not called ovx_module" + taken,
@@ -196,7 +259,7 @@ TEST(MaintPackage, NamesThatAreNotTheUsualOnesAreWarnedOf)
 
 TEST(MaintPackage, NamesMayBeginWithADotAndFoldersGoUntold)
 {
-    const std::string bytes = archive({
+    const std::string bytes = archive_of({
         {'f', "./" + kFolder + "/ovx_module", "module"},
         {'f', "./" + kFolder + "/benchtop_fw", controller()},
         {'f', "./" + kFolder + "/notes.txt", ""},
@@ -210,7 +273,7 @@ TEST(MaintPackage, MayServeSeveralPlatforms)
     std::vector<Item> items = kGood;
     items.push_back({'f', "Orvan_Portable_FW/ovx_module", "other"});
     items.push_back({'f', "Orvan_Portable_FW/portable_fw.tar", controller()});
-    const std::string bytes = archive(items);
+    const std::string bytes = archive_of(items);
     EXPECT_EQ(platforms_in(bytes, "p").size(), 2U);
     EXPECT_EQ(check_package(bytes, "p", benchtop()).module_size, 6U);
     EXPECT_EQ(check_package(bytes, "p", *find_platform("portable")).module_size, 5U);
@@ -275,11 +338,11 @@ const Bad kBad[] = {
     {"ControllerNoArchive", good_with(2, {'f', kController, std::string(2000, 'x')}),
      kInner + "is no tar archive, plain or gzip"},
     {"ControllerEmpty", good_with(2, {'f', kController, ""}), kInner + "is no tar archive, or an empty one"},
-    {"ControllerWithoutPatch", good_with(2, {'f', kController, archive({{'d', "other", ""}})}),
+    {"ControllerWithoutPatch", good_with(2, {'f', kController, archive_of({{'d', "other", ""}})}),
      kInner + "has no folder patch"},
-    {"ControllerWithAFilePatch", good_with(2, {'f', kController, archive({{'f', "patch", ""}})}),
+    {"ControllerWithAFilePatch", good_with(2, {'f', kController, archive_of({{'f', "patch", ""}})}),
      kInner + "has no folder patch"},
-    {"ControllerThatLeadsOut", good_with(2, {'f', kController, archive({{'f', "patch/../../x", ""}})}),
+    {"ControllerThatLeadsOut", good_with(2, {'f', kController, archive_of({{'f', "patch/../../x", ""}})}),
      kInner.substr(0, kInner.size() - 1) + " holds a name that leads out of it: patch/../../x"},
     {"NameForAShell", good_with(1, {'f', kFolder + "/ovx_module;reboot", "m"}),
      "p has a name that the instrument cannot use, 'ovx_module;reboot'; letters, digits and . _ + - will do"},
@@ -298,7 +361,7 @@ class MaintBadPackage : public testing::TestWithParam<Bad> {};
 
 TEST_P(MaintBadPackage, IsRefusedWithItsReason)
 {
-    EXPECT_EQ(complaint_of([] { check_package(archive(GetParam().items), "p", benchtop()); }),
+    EXPECT_EQ(complaint_of([] { check_package(archive_of(GetParam().items), "p", benchtop()); }),
               GetParam().complaint);
 }
 
@@ -326,6 +389,90 @@ TEST(MaintPackage, HardLinksAndPipesAreRefused)
               "p holds a thing that is no file, folder or symbolic link: b");
     EXPECT_EQ(complaint_of([&] { platforms_in(folder.get("pipe"), "p"); }),
               "p holds a thing that is no file, folder or symbolic link: p");
+}
+
+namespace {
+
+/** The archive with other bytes in a header, and the sum that goes with them. */
+std::string with_field(std::string bytes, size_t header, size_t at, const std::string& field)
+{
+    bytes.replace(header + at, field.size(), field);
+    bytes.replace(header + 148, 8, 8, ' ');
+    unsigned sum = 0;
+    for (size_t i = header; i < header + 512; ++i)
+        sum += static_cast<unsigned char>(bytes[i]);
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%06o", sum);
+    return bytes.replace(header + 148, 7, digits, 7);
+}
+
+std::string with_type(const std::string& bytes, size_t header, char type)
+{
+    return with_field(bytes, header, 156, {type});
+}
+
+std::string with_size(const std::string& bytes, size_t header, std::string size)
+{
+    size.resize(12, '\0');
+    return with_field(bytes, header, 124, size);
+}
+
+} // namespace
+
+// GNU's parts of a file, labels, lists of folders and sparse files; another maker's extensions; and what has
+// no meaning yet.
+TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
+{
+    const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", ""}, {'f', "c", ""}});
+    for (const char type : std::string("01234567")) {
+        const bool is_refused = std::string("1346").find(type) != std::string::npos;
+        EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 512, type), "p"); }),
+                  is_refused ? "p holds a thing that is no file, folder or symbolic link: b" : "")
+            << type;
+    }
+    for (const char type : std::string("DMNSVXAz89"))
+        EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 512, type), "p"); }),
+                  "p holds a thing that is no file, folder or symbolic link: b")
+            << type;
+    for (const char type : std::string("DMNSVz89"))
+        EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 1024, type), "p"); }),
+                  "p holds a thing that is no file, folder or symbolic link: c")
+            << type;
+}
+
+// A reader that goes by the first digits takes them for other sizes.
+TEST(MaintPackage, NumbersWithOtherThanOctalDigitsAreRefused)
+{
+    const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", "x"}});
+    for (const char* const good : {"00000000001", "          1", "1", "1 garbage"})
+        EXPECT_EQ(complaint_of([&] { platforms_in(with_size(bytes, 512, good), "p"); }), "") << good;
+    EXPECT_EQ(complaint_of(
+                  [&] { platforms_in(with_size(bytes, 512, "\x80" + std::string(10, '\0') + "\1"), "p"); }),
+              "");
+    for (const char* const bad : {"00000000001x", "0x1", "8", "-1"})
+        EXPECT_EQ(complaint_of([&] { platforms_in(with_size(bytes, 512, bad), "p"); }), "p is damaged")
+            << bad;
+}
+
+TEST(MaintPackage, DamagedExtensionsAreRefused)
+{
+    for (const char type : std::string("xg")) {
+        for (const char* const good : {"", "11 path=ab\n", "10 size=0\n11 path=ab\n"})
+            EXPECT_EQ(
+                complaint_of([&] {
+                    platforms_in(with_type(archive_of({{'f', "a", good}, {'f', "b", ""}}), 0, type), "p");
+                }),
+                "")
+                << type << good;
+        for (const char* const bad : {"path=ab\n", "10 path=ab\n", "12 path=ab\n", "11 path:ab\n",
+                                      "11path=ab\n", "10 size=x\n", "4294967297 a=b\n"})
+            EXPECT_EQ(
+                complaint_of([&] {
+                    platforms_in(with_type(archive_of({{'f', "a", bad}, {'f', "b", ""}}), 0, type), "p");
+                }),
+                "p is damaged")
+                << type << bad;
+    }
 }
 
 TEST(MaintPackage, TooLargeForADownloadIsRefused)
