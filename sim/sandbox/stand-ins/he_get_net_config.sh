@@ -25,7 +25,7 @@ esac
 mask=
 if [ -n "$cidr" ]; then
     rest=${cidr#*/}
-    for byte in 1 2 3 4; do
+    for _ in 1 2 3 4; do
         if [ "$rest" -ge 8 ]; then part=255; else part=$((256 - (1 << (8 - rest)))); fi
         mask=$mask${mask:+.}$part
         rest=$((rest >= 8 ? rest - 8 : 0))

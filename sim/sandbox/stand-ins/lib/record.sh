@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Sourced by every stand-in: one line for each call, the time and the words, in the state directory's log.
 # Words with blanks or line ends are written as they are with line ends turned into blanks: a call is one line.
 record() {

@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Sourced by the stand-ins that change something.
 
 # Ends the script with a text on standard error.
