@@ -191,4 +191,10 @@ std::string peer_address(int socket)
     return to_text(address);
 }
 
+void discard_input(int socket)
+{
+    constexpr size_t kAll = 16 << 20;
+    ::recv(socket, nullptr, kAll, MSG_TRUNC | MSG_DONTWAIT);
+}
+
 } // namespace orvan_service

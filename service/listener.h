@@ -51,6 +51,10 @@ std::string local_address(int socket);
 /** Where the other end of a TCP connection is, in the same form; "?" when it is not known any more. */
 std::string peer_address(int socket);
 
+/** Drops what a connection has received, as closing with bytes unread would send a reset, which may overtake
+ *  the last reply. */
+void discard_input(int socket);
+
 } // namespace orvan_service
 
 #endif

@@ -1,5 +1,6 @@
 #include "server.h"
 
+#include "listener.h"
 #include "own_sockets.h"
 
 #include <poll.h>
@@ -36,7 +37,9 @@ bool is_gone(int socket)
 {
     pollfd state{socket, POLLRDHUP, 0};
     char byte;
-    return ::poll(&state, 1, 0) > 0 && ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
+    // After a reset, what was received before can still be read.
+    return ::poll(&state, 1, 0) > 0 && ((state.revents & (POLLHUP | POLLERR)) != 0 ||
+                                        ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0);
 }
 
 } // namespace
@@ -144,10 +147,8 @@ void Server::refuse(int socket, const char* reason)
     ::syslog(LOG_WARNING, "client refused: %s", reason);
     const std::string reply = std::string("-ERR ") + reason + ";+OK\r\n";
     ::send(socket, reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    // Closing with bytes unread would send a reset, which may overtake the line.
     ::shutdown(socket, SHUT_WR);
-    char unread[4096];
-    ::recv(socket, unread, sizeof unread, MSG_DONTWAIT);
+    discard_input(socket);
 }
 
 bool Server::end(std::chrono::milliseconds patience, HangWatch* watch)

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace orvan_service {
@@ -67,7 +68,7 @@ RawSession::~RawSession()
 }
 
 Session::Wait RawSession::advance(ServiceTime now, bool readable)
-{
+try {
     if (!m_message.empty()) {
         return wait_for_turn(now);
     }
@@ -92,7 +93,9 @@ Session::Wait RawSession::advance(ServiceTime now, bool readable)
         case MessageBuffer::Event::kWait:
             // Its time begins when there is memory for it. One that has some and needs more keeps its
             // deadline, or such messages could wait for each other for ever.
-            if (!m_buffer.has_long_piece()) {
+            if (m_buffer.has_long_piece()) {
+                start_clock(now);
+            } else {
                 m_begun = m_deadline = kNever;
             }
             return Wait::kMemory;
@@ -100,6 +103,9 @@ Session::Wait RawSession::advance(ServiceTime now, bool readable)
             return m_input_ended ? Wait::kOver : wait_for_input(now);
         }
     }
+} catch (const std::bad_alloc&) {
+    ::syslog(LOG_ERR, "client %d: closed, no memory", m_socket.get());
+    return Wait::kOver;
 }
 
 Session::Wait RawSession::wait_for_turn(ServiceTime now)
@@ -118,15 +124,21 @@ Session::Wait RawSession::wait_for_turn(ServiceTime now)
 Session::Wait RawSession::wait_for_input(ServiceTime now)
 {
     receive_in_bulk(m_buffer.expected() >= kBulk);
-    m_deadline = kNever;
     if (m_buffer.unfinished()) {
-        if (m_begun == kNever) {
-            m_begun = now;
-        }
-        m_deadline = m_begun + m_limits.message_patience +
-                     std::chrono::seconds(m_buffer.length() / RawLimits::kBytesASecond);
+        start_clock(now);
+    } else {
+        m_deadline = kNever;
     }
     return Wait::kInput;
+}
+
+void RawSession::start_clock(ServiceTime now)
+{
+    if (m_begun == kNever) {
+        m_begun = now;
+    }
+    m_deadline = m_begun + m_limits.message_patience +
+                 std::chrono::seconds(m_buffer.length() / RawLimits::kBytesASecond);
 }
 
 void RawSession::execute()
@@ -137,7 +149,8 @@ void RawSession::execute()
     m_had_turn = true;
     const ServiceTime begin = coarse_now();
     m_sink.execute(m_socket.get(), message.data(), message.size());
-    // Whoever writes the reply does not say whether it went out.
+    // Whoever writes the reply does not say whether it went out. One that left many replies unread is taken
+    // for such a client as well when its command was a long one.
     if (coarse_now() - begin + kCoarseStep >= m_limits.send_timeout && !has_room_for_reply()) {
         ::syslog(LOG_NOTICE, "client %d: closed, it does not read its reply", m_socket.get());
         m_broken = true;
@@ -169,7 +182,9 @@ void RawSession::receive_in_bulk(bool bulk)
     }
 }
 
-// A reset that came after the end of the peer's input answers our replies: it no longer reads them.
+// A reset that came after the end of the peer's input answers our replies: it no longer reads them. EPIPE
+// says so, but for a reply of several writes, the second of which takes the error: that end counts as a
+// reset.
 Session::HangUp RawSession::hung_up()
 {
     int error = 0;
@@ -184,9 +199,8 @@ void RawSession::expired()
     if (m_message.empty()) {
         ::syslog(LOG_NOTICE, "client %d: closed, its message did not arrive whole in time", m_socket.get());
         answer_error(SCPI_ERROR_TIME_OUT);
-        // Closing with bytes unread would send a reset, which may overtake the line.
         ::shutdown(m_socket.get(), SHUT_WR);
-        receive();
+        discard_input(m_socket.get());
     } else {
         ::syslog(LOG_NOTICE, "client %d: closed, it does not read its replies", m_socket.get());
     }

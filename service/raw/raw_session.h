@@ -59,6 +59,7 @@ public:
 private:
     Wait wait_for_turn(ServiceTime now);
     Wait wait_for_input(ServiceTime now);
+    void start_clock(ServiceTime now);
     bool receive();
     void receive_in_bulk(bool bulk);
     void answer_error(int number);
