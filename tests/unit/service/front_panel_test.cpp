@@ -189,7 +189,7 @@ TEST_F(FrontPanelTest, ACodeCountsWhenItsConnectionEndsAndNotBefore)
 
 TEST_F(FrontPanelTest, AConnectionThatDoesNotEndKeepsTheOthersWaitingForItsPatienceOnly)
 {
-    start(std::chrono::milliseconds(50));
+    start(std::chrono::seconds(1));
     const UniqueFd silent = connect();
     type(kPreset);
     EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: a connection that does not end"));

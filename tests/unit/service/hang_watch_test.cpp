@@ -306,7 +306,7 @@ TEST_F(HangWatchTest, IsCheckedWhileTheServerEnds)
     ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
     server.stop_accepting();
     manager.take();
-    EXPECT_FALSE(server.server().end(200ms, &*watch));
+    EXPECT_FALSE(server.server().end(2s, &*watch));
     EXPECT_GE(manager.take().size(), 2u);
     sink.open();
 }

@@ -227,7 +227,7 @@ TEST_F(ProgramTest, ReportsReadyAndStoppingToTheServiceManager)
 TEST_F(ProgramTest, FeedsTheWatchdogUntilACommandHangsAndReportsThat)
 {
     const Manager manager;
-    auto begin = start({"--hang-limit", "1"});
+    auto begin = start({"--hang-limit", "5"});
     begin.environment.emplace_back("NOTIFY_SOCKET", manager.name);
     begin.environment.emplace_back("WATCHDOG_USEC", "200000");
     ServiceProcess service(begin);
@@ -244,7 +244,7 @@ TEST_F(ProgramTest, FeedsTheWatchdogUntilACommandHangsAndReportsThat)
     }
     const std::string text =
         " at 127.0.0.1:" + std::to_string(local_port(client.fd())) +
-        " hangs: no progress for 1 s in \"*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;"
+        " hangs: no progress for 5 s in \"*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;*IDN?;"
         "*IDN?;*IDN?;...\"";
     EXPECT_EQ(state.substr(0, 14), "STATUS=client ");
     EXPECT_EQ(state.substr(std::min(state.find(" at "), state.size())), text);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <optional>
@@ -66,6 +67,25 @@ TEST_F(RawSessionTest, AHalfMessageHasAMinuteFromItsBeginningHoweverItTrickles)
     EXPECT_EQ(session->advance(60s, false), Wait::kInput);
     EXPECT_EQ(receive(70s, ":"), Wait::kInput);
     EXPECT_EQ(session->deadline(), 130s);
+}
+
+TEST_F(RawSessionTest, AMessageThatBeganInAnothersMemoryHasADeadlineWhileItWaitsForMore)
+{
+    MessagePiece others;
+    ASSERT_EQ(memory.reserve(&others, others, 20'000, 0, 0), MessageMemory::Answer::kGranted);
+    const std::string first = ":DATA #530000" + std::string(30'000, 'x') + "\n";
+    const std::string second = ":DATA #570000";
+    client->send(first + second);
+    ASSERT_TRUE(eventually([&] {
+        int arrived = 0;
+        ::ioctl(session->descriptor(), FIONREAD, &arrived);
+        return static_cast<size_t>(arrived) == first.size() + second.size();
+    }));
+    ASSERT_EQ(session->advance(5s, true), Wait::kInput); // as much as fits into a short piece
+    ASSERT_EQ(session->advance(5s, true), Wait::kTurn);
+    session->execute();
+    ASSERT_EQ(session->advance(5s, false), Wait::kMemory);
+    EXPECT_EQ(session->deadline(), 66s);
 }
 
 TEST_F(RawSessionTest, UnreadRepliesHaveFiveSecondsWhateverCameBefore)

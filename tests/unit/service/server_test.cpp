@@ -156,15 +156,15 @@ TEST(Server, AnUnfinishedMessageAtTheEndOfTheStreamIsDropped)
     EXPECT_EQ(sink.messages(), Texts{"a\n"});
 }
 
-TEST(Server, ALostClientIsReportedToTheSinkOnceWhileItsSocketIsOpen)
+TEST(Server, ALostClientIsReportedToTheSinkOnce)
 {
     RecordingSink sink;
     RunningServer server(sink);
     TestClient client(server.port());
     client.ask("a\n");
     client.close();
-    ASSERT_TRUE(eventually([&] { return server.server().clients() == 0; }));
-    EXPECT_EQ(sink.lost().size(), 1u);
+    ASSERT_TRUE(eventually([&] { return sink.lost().size() == 1; }));
+    EXPECT_EQ(server.server().clients(), 0u);
 }
 
 TEST(Server, ALostClientIsNotReportedDuringAnothersTurn)
@@ -200,11 +200,15 @@ TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndThoseGoneNeedNoPlace)
         EXPECT_EQ(refused.line(), "-ERR Too many clients;+OK\r\n");
     }
     TestClient taking_its_place(server.port());
-    taking_its_place.send("b\n");
+    taking_its_place.send("x"); // unread as it resets
     ASSERT_TRUE(eventually([&] { return server.server().clients() == 3; }));
+    taking_its_place.reset();
+    TestClient taking_that(server.port());
+    taking_that.send("b\n");
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 4; }));
     sink.open();
     EXPECT_EQ(busy.line(), "a;+OK\r\n");
-    EXPECT_EQ(taking_its_place.line(), "b;+OK\r\n");
+    EXPECT_EQ(taking_that.line(), "b;+OK\r\n");
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 2; }));
     EXPECT_TRUE(sink.lost().empty());
 }
@@ -514,6 +518,7 @@ TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
     TestClient client(server.port()); // its socket is made while descriptors are left
     EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
     std::vector<UniqueFd> hoard;
+    const auto begin = std::chrono::steady_clock::now();
     const int late = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);
@@ -529,7 +534,9 @@ TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
     ASSERT_EQ(::connect(late, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     EXPECT_TRUE(log.wait_for(LOG_ERR, "accept: Too many open files"));
     EXPECT_EQ(client.ask("b\n"), "b;+OK\r\n");
-    EXPECT_LT(log.lines().size(), 20u) << "it spins";
+    const auto passed = std::chrono::steady_clock::now() - begin;
+    EXPECT_LT(log.lines().size(), static_cast<size_t>(passed / std::chrono::milliseconds(100)) + 10)
+        << "it spins";
     hoard.clear();
     ::setrlimit(RLIMIT_NOFILE, &limit);
     ASSERT_EQ(::send(late, "c\n", 2, 0), 2);
