@@ -384,6 +384,24 @@ TEST_F(ModuleUpdate, RestartGoesToEveryModuleWhateverItAnswers)
     EXPECT_THAT(lines(LOG_ERR), IsEmpty());
 }
 
+TEST_F(ModuleUpdate, NoMoreThanFourModulesAreAskedHoweverManyAreClaimed)
+{
+    orvanx->setNumberofChannels(kMaxChannels + 1);
+    put_image(kSoftwareName, "abc");
+    for (ScriptedModule& each : modules)
+        each.always(ModuleAnswer::reply(kAccepted));
+    EXPECT_TRUE(orvanx->sendSoftwareUpdate());
+    logs.clear();
+    EXPECT_TRUE(orvanx->sendDeviceRestart());
+    for (ScriptedModule& each : modules)
+        EXPECT_EQ(each.requests(), (Lines{software_request("abc"), kRestart}));
+    EXPECT_EQ(lines(LOG_INFO), (Lines{"sendDeviceRestart start", "Sending restart command to OrvanX module 0",
+                                      "Sending restart command to OrvanX module 1",
+                                      "Sending restart command to OrvanX module 2",
+                                      "Sending restart command to OrvanX module 3"}));
+    EXPECT_THAT(lines(LOG_ERR), IsEmpty());
+}
+
 TEST_F(ModuleUpdate, ModulesAreRestartedOnceAllHaveTheSoftware)
 {
     put_image(kSoftwareName, "abc");
