@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 /** Bytes of the longest SPI message: the 1024-byte settings blob with its command and address fits in one. */
@@ -29,7 +31,7 @@ enum eCoupling {
  * Nothing here takes `mtx`. Whoever needs the bus holds it over his whole conversation; one that needs
  * another channel saves the present one, selects, transfers and restores it, all under `mtx`.
  */
-class IDeviceConnectionHandler {
+class ORVAN_API IDeviceConnectionHandler {
 public:
     IDeviceConnectionHandler() = default;
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "orvan_sdk/device_records.h"
+#include "orvan_sdk/orvan_api.h"
 
 class BITManager;
 
@@ -20,9 +21,9 @@ class IDeviceConnectionHandler;
 struct DevicePlatform;
 struct optEntry_t;
 
-extern const sDevArch_t g_portableModelsTable[];
-extern const sDevArch_t g_benchtopModelsTable[];
-extern const sDevArch_t g_ksr7000ModelsTable[];
+ORVAN_API extern const sDevArch_t g_portableModelsTable[];
+ORVAN_API extern const sDevArch_t g_benchtopModelsTable[];
+ORVAN_API extern const sDevArch_t g_ksr7000ModelsTable[];
 
 /** Result of a failed operation of IOrvanDeviceManager; 0 is success. */
 inline constexpr int ERR_FAILED = -1;
@@ -37,7 +38,7 @@ inline constexpr int ERR_FAILED = -1;
  * Texts are copied strncpy style: at most the limit named, filled up with zeros when shorter, with no
  * terminator when as long or longer. An output buffer has room for the limit.
  */
-class IOrvanDeviceManager {
+class ORVAN_API IOrvanDeviceManager {
 public:
     enum OnOff { Off = 0, On = 1 };
     enum TriggerSource { External = 0, Bus = 1, Timer = 2, SPI = 3 };

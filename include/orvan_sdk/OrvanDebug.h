@@ -8,6 +8,8 @@
 #include <iosfwd>
 #include <string>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec {
 
 /** Receives one line, without a line end. */
@@ -24,7 +26,7 @@ using OrvanDebugCallback = void (*)(const char* line);
  * | 2    | the callback; dropped while there is none                               |
  * | 4    | nothing                                                                 |
  */
-class OrvanDebug {
+class ORVAN_API OrvanDebug {
 public:
     /**
      * Puts out "[date time]" with `msg` right behind it.

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 /**
@@ -22,7 +24,7 @@ namespace HaldeElec::Orvan {
  * }
  * @endcode
  */
-class I2CFd {
+class ORVAN_API I2CFd {
 public:
     /** @param addr 7-bit device address */
     explicit I2CFd(int addr);
@@ -59,9 +61,9 @@ private:
  * @param bit mask of the bits
  * @return the result of the write: 0 or -1
  */
-int i2c_set_bit(I2CFd& fd, uint8_t reg, uint8_t bit, bool set);
-int i2c_clr_mask(I2CFd& fd, uint8_t reg, uint8_t mask);
-int i2c_set_mask(I2CFd& fd, uint8_t reg, uint8_t mask);
+ORVAN_API int i2c_set_bit(I2CFd& fd, uint8_t reg, uint8_t bit, bool set);
+ORVAN_API int i2c_clr_mask(I2CFd& fd, uint8_t reg, uint8_t mask);
+ORVAN_API int i2c_set_mask(I2CFd& fd, uint8_t reg, uint8_t mask);
 
 } // namespace HaldeElec::Orvan
 

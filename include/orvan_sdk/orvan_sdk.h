@@ -8,6 +8,7 @@
 #define ORVAN_SDK_H
 
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/orvan_api.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
@@ -23,7 +24,7 @@ namespace HaldeElec::Orvan {
  * @param log_mode OrvanDebug::SetLogMode
  * @return never null; the caller deletes it
  */
-IOrvanDeviceManager* CreateDevice(const char* log_path, int log_mode);
+ORVAN_API IOrvanDeviceManager* CreateDevice(const char* log_path, int log_mode);
 
 } // namespace HaldeElec::Orvan
 

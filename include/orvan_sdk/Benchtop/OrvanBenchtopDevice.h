@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
@@ -21,7 +22,7 @@ namespace HaldeElec::Orvan {
  *
  * Final, as the constructor starts a thread on the object.
  */
-class OrvanBenchtopDevice final : public IOrvanDeviceManager {
+class ORVAN_API OrvanBenchtopDevice final : public IOrvanDeviceManager {
 public:
     /**
      * Waits up to 60 seconds for the modules, beside the work with them.

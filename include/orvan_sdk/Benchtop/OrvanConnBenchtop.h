@@ -6,6 +6,7 @@
 #define ORVAN_SDK_BENCHTOP_ORVANCONNBENCHTOP_H
 
 #include "orvan_sdk/board/OrvanConnMultiplexed.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
@@ -13,7 +14,7 @@ namespace HaldeElec::Orvan {
  * Routing works on the present channel and goes by the number of installed channels. It takes no lock: the
  * channel must not change during a call, and no other thread may write the same expander port.
  */
-class OrvanConnBenchtop : public OrvanConnMultiplexed {
+class ORVAN_API OrvanConnBenchtop : public OrvanConnMultiplexed {
 public:
     OrvanConnBenchtop();
 

@@ -5,11 +5,12 @@
 #define ORVAN_SDK_PORTABLE_ORVANCONNPORTABLE_H
 
 #include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
 /** Routing and impedance are the base's; the channel number does not matter to the select. */
-class OrvanConnPortable : public IDeviceConnectionHandler {
+class ORVAN_API OrvanConnPortable : public IDeviceConnectionHandler {
 public:
     OrvanConnPortable();
     ~OrvanConnPortable() override;

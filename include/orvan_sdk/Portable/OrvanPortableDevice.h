@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
@@ -15,7 +16,7 @@ namespace HaldeElec::Orvan {
  * The fan thread and, with a battery, the charge monitor run from the constructor on. The fan thread works
  * the expander without the bus lock, so it and turn_orvanx_on may lose each other's change of port A.
  */
-class OrvanPortableDevice : public IOrvanDeviceManager {
+class ORVAN_API OrvanPortableDevice : public IOrvanDeviceManager {
 public:
     /**
      * Starts the instrument, which takes up to a minute where a module is silent.

@@ -12,6 +12,8 @@
 #include <mutex>
 #include <pthread.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 enum eBitType : int {
     PBIT = 0, /**< at power-up */
     CBIT = 1, /**< continuous */
@@ -82,7 +84,7 @@ struct bitReport_t {
  *
  * A result stands until its owner overwrites it: there is no reset.
  */
-class BITManager {
+class ORVAN_API BITManager {
 public:
     /**
      * The object, made by the first call and destroyed at the end of the process.

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 class BITManager;
 
 /** Names of the tests: the keys for BITManager::setTestResult. */
@@ -41,7 +43,7 @@ struct rndis_device_t {
  * @param device  becomes the `object` of every row
  * @return 0; -1 without a manager
  */
-int register_bit_tests(BITManager* manager, void* device);
+ORVAN_API int register_bit_tests(BITManager* manager, void* device);
 
 /**
  * Lists the USB network links in the order of the directory. A link counts as soon as it is driven by
@@ -51,7 +53,7 @@ int register_bit_tests(BITManager* manager, void* device);
  * @param devsNo room in `out`; the search ends when it is full
  * @return links found; -1, and told on standard error, when SYS_CLASS_NET cannot be opened
  */
-int scan_rndis_devices(rndis_device_t* out, int devsNo);
+ORVAN_API int scan_rndis_devices(rndis_device_t* out, int devsNo);
 
 /**
  * Finds the link on whose subnet an address lies.
@@ -59,7 +61,7 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo);
  * @param ip dotted IPv4 address
  * @return index of the first such link; -1 when there is none, for a null pointer, no devices or no address
  */
-int find_device_subnet(const rndis_device_t* devices, int count, const char* ip);
+ORVAN_API int find_device_subnet(const rndis_device_t* devices, int count, const char* ip);
 
 /**
  * Asks for the IPv4 address of an interface.
@@ -69,6 +71,6 @@ int find_device_subnet(const rndis_device_t* devices, int count, const char* ip)
  * @param ip_len bytes of `ip_out`; 16 suffice for every address
  * @return 0; -1 without such an interface or address, or when the text does not fit
  */
-int get_ipv4(const char* ifname, char* ip_out, size_t ip_len);
+ORVAN_API int get_ipv4(const char* ifname, char* ip_out, size_t ip_len);
 
 #endif

@@ -7,12 +7,13 @@
 #include <string>
 
 #include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
 /** Base of the benchtop's and the third platform's connection. Of the present channel's number the SPI side
  *  knows 4 (fan drive) and 5 (settings EEPROM). */
-class OrvanConnMultiplexed : public IDeviceConnectionHandler {
+class ORVAN_API OrvanConnMultiplexed : public IDeviceConnectionHandler {
 public:
     /** Closes the port. */
     ~OrvanConnMultiplexed() override;

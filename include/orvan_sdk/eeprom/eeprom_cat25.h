@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 class IDeviceConnectionHandler;
@@ -86,7 +88,7 @@ inline constexpr uint8_t EEPROM_CAT25_STATUS_BUSY = 0x01;
  * The caller has selected the chip's SPI channel and holds the bus, as a page write is two messages. Nothing
  * is retried. On a CAT25040 addresses from 0x100 up reach the lower half, as they go out in one byte.
  */
-class EEPROM_CAT25 {
+class ORVAN_API EEPROM_CAT25 {
 public:
     /** @param _spi may be null; then every operation fails */
     EEPROM_CAT25(IDeviceConnectionHandler* _spi, EEPROM_CAT25_Device _device);

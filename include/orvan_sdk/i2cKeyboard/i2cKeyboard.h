@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 /** Codes that wait for the sender; one more is dropped in silence. */
 inline constexpr std::size_t MAX_CMD_QUEUE_SIZE = 100;
 
@@ -32,20 +34,20 @@ inline constexpr uint8_t KB_REMOTE_CODE = 0xFF;
  * prints "Unable to setup ISR: %s" with the text of errno to standard error, and the process ends on the way
  * to the result of -1: the sender's thread object is destroyed while it is joinable.
  */
-int kb_setup();
+ORVAN_API int kb_setup();
 
 /**
  * Takes one event from the keypad controller and queues its code. On the interrupt thread, and once by hand
  * after kb_setup: an event that came before the interrupt was set up holds its line low, with no edge to
  * come.
  */
-void i2cIRQhandler();
+ORVAN_API void i2cIRQhandler();
 
 /** Queues KB_REMOTE_CODE, as a key would its code. Any thread. */
-void send_remote_code();
+ORVAN_API void send_remote_code();
 
 /** The sender: delivers the queued codes in their order, for ever. The argument is not used. */
-void kb_sender(int);
+ORVAN_API void kb_sender(int);
 
 /**
  * Sends bytes to KB_PORT in one short connection. Connecting and sending each take at most 30 ms.
@@ -54,6 +56,6 @@ void kb_sender(int);
  * @param message `sz` bytes
  * @return 0, or 1 on failure; a socket that does not take its time limits is left open
  */
-int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz);
+ORVAN_API int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz);
 
 #endif

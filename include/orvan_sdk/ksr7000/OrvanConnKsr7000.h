@@ -5,10 +5,11 @@
 #define ORVAN_SDK_KSR7000_ORVANCONNKSR7000_H
 
 #include "orvan_sdk/board/OrvanConnMultiplexed.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
-class OrvanConnKsr7000 : public OrvanConnMultiplexed {
+class ORVAN_API OrvanConnKsr7000 : public OrvanConnMultiplexed {
 public:
     OrvanConnKsr7000();
 };

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
@@ -15,7 +16,7 @@ namespace HaldeElec::Orvan {
  * The fan thread and, with a battery, the charge monitor run from the constructor on. Of the routing there is
  * the RF output alone; the trigger's impedance is only kept.
  */
-class OrvanKsr7000Device : public IOrvanDeviceManager {
+class ORVAN_API OrvanKsr7000Device : public IOrvanDeviceManager {
 public:
     /**
      * Starts the instrument, which takes up to a minute where its module is silent. Hardware that fails is

@@ -11,6 +11,8 @@
 
 #include "flash_params.h"
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 class IDeviceConnectionHandler;
@@ -108,7 +110,7 @@ struct sNetCfg_t {
  * lock. A device that starts holds the bus around them; whoever stores a change later (SCPI handlers, the
  * maintenance server) does not.
  */
-class CPersistentData {
+class ORVAN_API CPersistentData {
 public:
     /**
      * Makes the one object, or gives the one that exists and ignores the arguments.

@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 using u32 = unsigned long; // 32 bits on the instrument
@@ -35,7 +37,7 @@ inline constexpr u32 kOSTimeoutNone = 0;
 inline constexpr u32 kOSTimeoutInfinite = 0xFFFFFFFF;
 
 /** All calls are safe on any number of threads. */
-class COSSemaphore {
+class ORVAN_API COSSemaphore {
 public:
     /**
      * @param InitialCount units that are free at once; it is not held to `MaxCount`

@@ -16,6 +16,7 @@
 
 #include "maintenance_frame.h"
 #include "orvan_sdk/lxi/Semaphore.h"
+#include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {
 
@@ -73,10 +74,10 @@ inline constexpr state_t IFC_RECV_BLOCK_FINISH = 0x10;
 inline constexpr size_t MAX_WR_BUF_SIZE = 1024;
 
 /** The 16 bits in the opposite order. */
-uint16_t reverse_16_bits(uint16_t value);
+ORVAN_API uint16_t reverse_16_bits(uint16_t value);
 
 /** Logs each whole row of FP_MAX_ENTRY_LEN bytes: its letter and its text. */
-void print_options(const void* block, size_t size);
+ORVAN_API void print_options(const void* block, size_t size);
 
 /**
  * One thread serves one frame after the other; a transfer of firmware blocks everything else, and the end of
@@ -86,7 +87,7 @@ void print_options(const void* block, size_t size);
  *
  * Each frame that reaches the socket costs descriptors (WaitForEvent).
  */
-class CUdpServer {
+class ORVAN_API CUdpServer {
 public:
     static constexpr int kMaxModules = 4;
 

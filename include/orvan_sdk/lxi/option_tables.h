@@ -8,15 +8,17 @@
 
 #include "option_entry.h"
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 /**
  * A table for each platform. Row 0 is the frequency code. They are written to at run time, with no lock;
  * their `defaults` are the factory's only until the first updateOptTable.
  */
-extern optEntry_t optPortable_Tbl[kOptionRows];
-extern optEntry_t optBenchtop_Tbl[kOptionRows];
-extern optEntry_t optKsr7000_Tbl[kOptionRows];
+ORVAN_API extern optEntry_t optPortable_Tbl[kOptionRows];
+ORVAN_API extern optEntry_t optBenchtop_Tbl[kOptionRows];
+ORVAN_API extern optEntry_t optKsr7000_Tbl[kOptionRows];
 
 /** The word as the portable reads it, from the low bit up. */
 union uOptions_portable_t {

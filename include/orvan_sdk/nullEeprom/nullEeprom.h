@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 /**
  * The file is loaded whole by `init` and written whole by every `write`. The store never shrinks.
  *
@@ -18,7 +20,7 @@
  * buffer of a stdio stream, as that of the settings does, is written only when the stream is flushed, and
  * what comes of that is not looked at. On a full disk such a write returns true and leaves the file empty.
  */
-class NullEeprom {
+class ORVAN_API NullEeprom {
 public:
     static constexpr const char* dir_path = "/home/orvan/halde/config";
     static constexpr const char* filename = "flash.ini"; /**< the bytes as they are; no text format */

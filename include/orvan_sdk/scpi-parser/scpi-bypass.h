@@ -15,24 +15,25 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
 /** Opens a run at the current command. @return false, and no run, when there is no memory */
-bool start_bypass_run(scpi_t* ctx, userContext_t* u);
+ORVAN_API bool start_bypass_run(scpi_t* ctx, userContext_t* u);
 
 /** Closes the run, if any, and drops its text and items. Clears `had_error_line` as well. */
-void end_bypass_run(userContext_t* u);
+ORVAN_API void end_bypass_run(userContext_t* u);
 
 /**
  * Adds the current command's header, one separator if it has parameters, its parameters and ";".
  * @return false, with the run unchanged, when no run is open or it does not fit
  */
-bool append_current_subcmd(scpi_t* ctx, userContext_t* u);
+ORVAN_API bool append_current_subcmd(scpi_t* ctx, userContext_t* u);
 
 /** First position in [p, end) that is neither blank nor tab, or `end`. */
-const char* skip_ws_(const char* p, const char* end);
+ORVAN_API const char* skip_ws_(const char* p, const char* end);
 
 /**
  * Finds the header of the next sub-command in [p, end), behind blanks, tabs and one ";". Only an absolute
@@ -41,12 +42,12 @@ const char* skip_ws_(const char* p, const char* end);
  * @param hdr,hlen the header with its "?"; written only when there is one
  * @return the position behind the header, null when there is none
  */
-const char* scan_next_header(const char* p, const char* end, const char** hdr, size_t* hlen);
+ORVAN_API const char* scan_next_header(const char* p, const char* end, const char** hdr, size_t* hlen);
 
 /** True when the next sub-command in [after_curr, line_end) is absolute and the first row of the context's
  *  table that it matches has this callback. SCPI_Init has built the context. */
-bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
-                    scpi_command_callback_t bypass_cb);
+ORVAN_API bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
+                              scpi_command_callback_t bypass_cb);
 
 /**
  * Sends a run, ended by CR LF, to the selected channel's module and makes its reply a result.
@@ -57,13 +58,13 @@ bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
  * @return SCPI_RES_OK, also when the module failed or refused; SCPI_RES_ERR with -230 queued when
  *         `parser_opaque` is null, with -223 when the result was not taken
  */
-scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* buf, size_t len);
+ORVAN_API scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* buf, size_t len);
 
 /** Cuts the text at its last "+OK", and one ";" in front of it. Without "+OK" only a ";" at the end goes. */
-void strip_trailing_ok(std::string& s);
+ORVAN_API void strip_trailing_ok(std::string& s);
 
 /** True when the text starts with "-ERR". */
-bool is_seg_error(const std::string& s);
+ORVAN_API bool is_seg_error(const std::string& s);
 
 /**
  * Brings the selected channel's record up to date with the open run and its answer.
@@ -75,6 +76,6 @@ bool is_seg_error(const std::string& s);
  *
  * @param reply the module's reply without its success word
  */
-void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string& reply);
+ORVAN_API void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string& reply);
 
 #endif

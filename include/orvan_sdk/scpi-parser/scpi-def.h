@@ -8,6 +8,8 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 /** Capacity of the input buffer: one message may carry a whole update image as an arbitrary block. */
 inline constexpr size_t kScpiInputBufferSize = 0x300000;
 
@@ -18,18 +20,18 @@ inline constexpr int kScpiErrorQueueSize = 20;
  * The language, ended by a row with a null pattern. `tag` is the OrvanElement that mirrors the row's value;
  * the set row of a value stands ahead of its query row, since a look-up by tag takes the first.
  */
-extern const scpi_command_t scpi_commands[];
+ORVAN_API extern const scpi_command_t scpi_commands[];
 
 /** Names of the trigger sources that the instrument's own software uses. */
-extern const scpi_choice_def_t trigger_source[];
+ORVAN_API extern const scpi_choice_def_t trigger_source[];
 
 /** The five callbacks. Nobody writes them; parser libraries take them without const. */
-extern scpi_interface_t scpi_interface;
+ORVAN_API extern scpi_interface_t scpi_interface;
 
 /** The parser context. ScpiParser::init_new_scpi builds it; it lives as long as the process. */
-extern scpi_t scpi_context;
+ORVAN_API extern scpi_t scpi_context;
 
-extern char scpi_input_buffer[kScpiInputBufferSize];
-extern scpi_error_t scpi_error_queue_data[kScpiErrorQueueSize];
+ORVAN_API extern char scpi_input_buffer[kScpiInputBufferSize];
+ORVAN_API extern scpi_error_t scpi_error_queue_data[kScpiErrorQueueSize];
 
 #endif

@@ -13,6 +13,8 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 /**
  * Handler of every forwarded row: adds the sub-command to the open run, and sends the run to the selected
  * channel's module when the next sub-command of the line is not forwarded.
@@ -24,15 +26,15 @@
  *  - -223 the run does not fit, has more than 64 sub-commands, or its result was not taken
  * All but the last lose the run: none of its sub-commands reaches the module.
  */
-scpi_result_t OrvanX_cmdBypass(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_cmdBypass(scpi_t* context);
 
 /**
  * Selects the channel that forwarded commands go to, CH1 to CH4 or 1 to 4, and notes it in the record of
  * every installed channel. A channel that is not installed is accepted: its module then cannot be reached.
  */
-scpi_result_t OrvanX_setChannel(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setChannel(scpi_t* context);
 /** The selected channel's number; the records are corrected as well. */
-scpi_result_t OrvanX_getChannel(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getChannel(scpi_t* context);
 
 /**
  * The controller's LAN settings and what it is. Values are mirrored in the selected channel's record.
@@ -41,68 +43,68 @@ scpi_result_t OrvanX_getChannel(scpi_t* context);
  * and the client learns of it by asking. Get handlers fail without an error of their own when the device
  * does, unless another thing is said.
  */
-scpi_result_t OrvanX_setDHCP(scpi_t* context);
-scpi_result_t OrvanX_getDHCP(scpi_t* context); /**< ON or OFF */
-scpi_result_t OrvanX_setIpAddress(scpi_t* context);
-scpi_result_t OrvanX_getIpAddress(scpi_t* context);
-scpi_result_t OrvanX_setNetworkMask(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setDHCP(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getDHCP(scpi_t* context); /**< ON or OFF */
+ORVAN_API scpi_result_t OrvanX_setIpAddress(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getIpAddress(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setNetworkMask(scpi_t* context);
 /** Replies also when the device fails, with what it left, and so -223 when that is nothing. */
-scpi_result_t OrvanX_getNetworkMask(scpi_t* context);
-scpi_result_t Orvan_setDefaultGateway(scpi_t* context);
-scpi_result_t Orvan_getDefaultGateway(scpi_t* context);
-scpi_result_t OrvanX_setHostname(scpi_t* context);
-scpi_result_t OrvanX_getHostname(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getNetworkMask(scpi_t* context);
+ORVAN_API scpi_result_t Orvan_setDefaultGateway(scpi_t* context);
+ORVAN_API scpi_result_t Orvan_getDefaultGateway(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setHostname(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getHostname(scpi_t* context);
 /** The number's low 16 bits; the device REBOOTS for it. Mirrored only with a device. */
-scpi_result_t OrvanX_setPortNumber(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setPortNumber(scpi_t* context);
 /** A port of 0 is a failure, whatever the device says of it. */
-scpi_result_t OrvanX_getPortNumber(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getPortNumber(scpi_t* context);
 /** Name server 1 or 2, then its address; not mirrored. */
-scpi_result_t OrvanX_setNetworkDNS(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setNetworkDNS(scpi_t* context);
 /** Takes the server's number, 1 or 2. */
-scpi_result_t OrvanX_getNetworkDNS(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getNetworkDNS(scpi_t* context);
 
-scpi_result_t OrvanX_getModel(scpi_t* context);
-scpi_result_t OrvanX_getSerial(scpi_t* context);
-scpi_result_t OrvanX_getHardwareVersion(scpi_t* context); /**< one character */
+ORVAN_API scpi_result_t OrvanX_getModel(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getSerial(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getHardwareVersion(scpi_t* context); /**< one character */
 /** A failing device is noticed only by the empty text, -223. */
-scpi_result_t OrvanX_getFirmware(scpi_t* context);
-scpi_result_t OrvanX_getFPGAVersion(scpi_t* context);
-scpi_result_t OrvanX_getBatteryChargeLevel(scpi_t* context); /**< percent */
+ORVAN_API scpi_result_t OrvanX_getFirmware(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getFPGAVersion(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getBatteryChargeLevel(scpi_t* context); /**< percent */
 /** As OrvanX_getFirmware. */
-scpi_result_t OrvanX_getOptions(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getOptions(scpi_t* context);
 
 /** "<model>,<MHz>,<channels>,<usb or spi>,<product>,<vendor>,<platform>", both numbers in hexadecimal. Fails
  *  without an error of its own when the model is unknown. */
-scpi_result_t OrvanX_getDeviceArch(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getDeviceArch(scpi_t* context);
 /** The device's option table as a definite length block; -230 "Failed retrieving options table", -223 "copy
  * binay data out failed". */
-scpi_result_t OrvanX_getDeviceOptTable(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getDeviceOptTable(scpi_t* context);
 
 /**
  * What lives in the selected channel's module and in the controller's routing alike: the module is asked
  * first, then the value is mirrored and the device follows. A module that fails is -360 and nothing else
  * happens; a device that fails is a failure without an error of its own, and the module is not switched back.
  */
-scpi_result_t OrvanX_setOutputOnOff(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setOutputOnOff(scpi_t* context);
 /** Asks the module and makes the controller's RF output follow its answer: 1 or 0. */
-scpi_result_t OrvanX_getOutputOnOff(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getOutputOnOff(scpi_t* context);
 /** INTernal or EXTernal; the module gets the long form. */
-scpi_result_t OrvanX_setAMTriggerSource(scpi_t* context);
-scpi_result_t OrvanX_setFMTriggerSource(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setAMTriggerSource(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setFMTriggerSource(scpi_t* context);
 /** EXTernal, BUS, TIMer or SPI. The device is not told. */
-scpi_result_t OrvanX_setTriggerSource(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setTriggerSource(scpi_t* context);
 
 /** Channels that channel 1 triggers: NONE or 0, 2, 3, 4, ALL. Goes to the device, no module is told; not
  * mirrored. Fails without an error of its own when the device does, or without one or a service. */
-scpi_result_t OrvanX_setTriggerCoupling(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setTriggerCoupling(scpi_t* context);
 /** NONE, 2, 3, 4 or ALL; -220 "trigger source coupling not set" for any other value. */
-scpi_result_t OrvanX_getTriggerCoupling(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getTriggerCoupling(scpi_t* context);
 
 /** Modulations of the model, as a mask: into the selected channel's record and nowhere else. */
-scpi_result_t OrvanX_setModulCfg(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setModulCfg(scpi_t* context);
 
 /** Firmware version of the selected channel's module. */
-scpi_result_t OrvanX_getSlave(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getSlave(scpi_t* context);
 
 /**
  * Stored setups (Scpi_Orvanx::database_store and its neighbours). Setups 1 to 5 are the user's; 0 is the
@@ -110,14 +112,14 @@ scpi_result_t OrvanX_getSlave(scpi_t* context);
  * -200 "Failed to save configuration" ("delete", "recall"). Without a service nothing is done, and that is a
  * success.
  */
-scpi_result_t OrvanX_DBStore(scpi_t* context);
-scpi_result_t OrvanX_DBClear(scpi_t* context);
-scpi_result_t OrvanX_DBRecall(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_DBStore(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_DBClear(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_DBRecall(scpi_t* context);
 
 /** Makes a setup the one that is loaded at power-up, in the stored settings; -256 "DB files not found" unless
  * every channel has a file of it. */
-scpi_result_t OrvanX_setPowerupDB(scpi_t* context);
-scpi_result_t OrvanX_getPowerupDB(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setPowerupDB(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getPowerupDB(scpi_t* context);
 
 /**
  * Resets all modules at once, then loads the power-up setup into records and modules and makes the
@@ -125,15 +127,15 @@ scpi_result_t OrvanX_getPowerupDB(scpi_t* context);
  * communication error" for the first module that fails, and then nothing is loaded, though the others have
  * been reset. Without a device or a service it fails without an error of its own.
  */
-scpi_result_t OrvanX_Reset(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_Reset(scpi_t* context);
 
 /** Whether a stored setup keeps its RF output on: AUTO, or MANUAL at first. */
-scpi_result_t OrvanX_setPwrOnResore(scpi_t* context);
-scpi_result_t OrvanX_getPwrOnResore(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setPwrOnResore(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getPwrOnResore(scpi_t* context);
 
 /** The fans' mode, AUTO or FIXED. Fails without an error of its own when there is no device. */
-scpi_result_t OrvanX_setFanMode(scpi_t* context);
-scpi_result_t OrvanX_getFanMode(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_setFanMode(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getFanMode(scpi_t* context);
 
 /**
  * Updates all modules with an image that the message brings as an arbitrary block: stores it in the upgrade
@@ -144,15 +146,15 @@ scpi_result_t OrvanX_getFanMode(scpi_t* context);
  * it was and fails without an error of its own, as does a file that cannot be stored; -223 "Failed to update
  * software" ("fpga"). Without a service storing is all.
  */
-scpi_result_t OrvanX_softwareUpdate(scpi_t* context);
-scpi_result_t OrvanX_fpgaUpdate(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_softwareUpdate(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_fpgaUpdate(scpi_t* context);
 
 /**
  * For the instrument's own user interface: updates all modules with the software that is in the upgrade
  * folder, restarts them and REBOOTS the controller, all of it also when the update fails (-223 "Failed to
  * update software"). Without a service it fails without an error of its own and does nothing.
  */
-scpi_result_t OrvanX_internalSWUpdate(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_internalSWUpdate(scpi_t* context);
 
 /**
  * Starts the tests on request of the whole instrument: "*TST" to every installed channel's module, all at
@@ -160,19 +162,19 @@ scpi_result_t OrvanX_internalSWUpdate(scpi_t* context);
  * module that cannot be reached or refuses is logged and nothing more; without a device or a service nothing
  * is done.
  */
-scpi_result_t OrvanX_runRPIbit(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_runRPIbit(scpi_t* context);
 
 /**
  * The controller's failed tests, "<PBIT, CBIT or IBIT>,<test>,Fail,<error code>;" each, and "<number>
  * Failures". Starts nothing. A report that reaches 1024 bytes ends with ";Buffer_Overflow", cut where the
  * room ends.
  */
-scpi_result_t OrvanX_bitRPResults(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_bitRPResults(scpi_t* context);
 
 /**
  * A module's own report; takes the module's number, from 1. Errors: -400 "Module number <n> not supported"
  * above the installed channels, -360. Number 0 is a module that cannot be reached.
  */
-scpi_result_t OrvanX_getModuleBitResult(scpi_t* context);
+ORVAN_API scpi_result_t OrvanX_getModuleBitResult(scpi_t* context);
 
 #endif

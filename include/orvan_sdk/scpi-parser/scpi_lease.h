@@ -12,6 +12,8 @@
 #ifndef ORVAN_SDK_SCPI_LEASE_H
 #define ORVAN_SDK_SCPI_LEASE_H
 
+#include "orvan_sdk/orvan_api.h"
+
 /** Largest gap between two pieces of one message, in milliseconds. */
 inline constexpr int SCPI_WATCHDOG_MS = 3000;
 
@@ -19,18 +21,18 @@ inline constexpr int SCPI_WATCHDOG_MS = 3000;
  * Waits, without a limit of time, until no other client holds the lease, and takes it. The owner itself
  * gets through at once, and a running watchdog goes on running.
  */
-void scpi_lease_acquire(int fd);
+ORVAN_API void scpi_lease_acquire(int fd);
 
 /** Gives the lease up and lets the next client in. Nothing happens when `fd` does not hold it. */
-void scpi_lease_release(int fd);
+ORVAN_API void scpi_lease_release(int fd);
 
 /** As scpi_lease_release, and drops what stands in the input buffer (SCPI_Reset). */
-void scpi_lease_abort_if_owner(int fd);
+ORVAN_API void scpi_lease_abort_if_owner(int fd);
 
 /**
  * Gives a client that has more to send SCPI_WATCHDOG_MS from now on. Nothing happens when `fd` does not hold
  * the lease. A timer that cannot be made is not reported; the client then keeps the lease until it is lost.
  */
-void scpi_watchdog_pet_owner(int fd);
+ORVAN_API void scpi_watchdog_pet_owner(int fd);
 
 #endif

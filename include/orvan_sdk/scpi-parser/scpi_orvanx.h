@@ -15,6 +15,8 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 enum SendOnInit : int;
 struct ORVAN_CONFIG;
 struct OrvanElementData;
@@ -33,7 +35,7 @@ inline constexpr const char* ORVANXFPGAFILEKEYWORD = "fpga_image"; // FPGA image
  * One object for the process. Its fields have no lock: every conversation has its own connection, and a
  * reader may meet a value half-written.
  */
-class Scpi_Orvanx {
+class ORVAN_API Scpi_Orvanx {
 public:
     // ---- the object
 
@@ -405,7 +407,7 @@ private:
 };
 
 /** @return length of a file in bytes; -1 when it cannot be opened or has no end to go to */
-long get_file_size(const char* path);
+ORVAN_API long get_file_size(const char* path);
 
 /**
  * Writes one element of a channel's record from text: the number times the element's factor, a word, or the
@@ -416,7 +418,7 @@ long get_file_size(const char* path);
  * its factor to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain copy: a
  * reader may see half a value. With a null argument nothing happens.
  */
-void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
+ORVAN_API void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
 
 /**
  * Renders an element of a record as text, as update_orvan_DB reads it back: "ON" or "OFF", a float with six
@@ -426,8 +428,8 @@ void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
  * @param bufSize bytes of `buffer`; a longer text is cut
  * @return false, with `buffer` as it was, when a pointer is null or the type is unknown
  */
-bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
-                          size_t bufSize);
+ORVAN_API bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
+                                    size_t bufSize);
 
 /**
  * The header by which an element is set: the first row of a command table with this tag, without the parts in
@@ -436,6 +438,6 @@ bool format_element_value(const char* baseAddress, const OrvanElementData& eleme
  * @param commands ended by a row with a null pattern
  * @return empty when no row has the tag
  */
-std::string get_scpi_pattern(const scpi_command_t* commands, int32_t targetTag);
+ORVAN_API std::string get_scpi_pattern(const scpi_command_t* commands, int32_t targetTag);
 
 #endif

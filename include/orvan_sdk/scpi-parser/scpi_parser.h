@@ -12,6 +12,8 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 class Scpi_Orvanx;
 
 /** Text that an older client may know; no reply of this instrument holds it. */
@@ -59,7 +61,7 @@ typedef struct user_context {
  * reply goes to the socket that the user record holds when the line ends: the caller names another
  * client only when no message is in work.
  */
-class ScpiParser {
+class ORVAN_API ScpiParser {
 public:
     /**
      * Builds `scpi_context` with the command table, the callbacks, the buffers and a zeroed user record
@@ -114,18 +116,18 @@ private:
 
 /** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, the number narrowed to 16 bits with its
  *  sign, the text that of this number. Info texts do not appear. @return 0 */
-int SCPI_Error(scpi_t* context, int_fast16_t err);
+ORVAN_API int SCPI_Error(scpi_t* context, int_fast16_t err);
 
 /**
  * `control` callback: writes "**SRQ: ..." or "**CTRL ..." straight to the caller's socket, past the reply's
  * framing. A failing write is ignored. @return SCPI_RES_OK
  */
-scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val);
+ORVAN_API scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val);
 
 /**
  * `reset` callback: drops the bytes of an incomplete message and says "**Reset" on standard error. It
  * resets neither instrument nor channel records. @return SCPI_RES_OK
  */
-scpi_result_t SCPI_Reset(scpi_t* context);
+ORVAN_API scpi_result_t SCPI_Reset(scpi_t* context);
 
 #endif

@@ -9,17 +9,19 @@
 
 #include <cstdint>
 
+#include "orvan_sdk/orvan_api.h"
+
 /**
  * A count that moves when a handler sets to work on the device or the modules, a request to a module ends,
  * whatever its outcome, a piece of output has been taken, or bytes of a reply have left. It wraps around. Any
  * thread.
  */
-uint32_t scpi_progress();
+ORVAN_API uint32_t scpi_progress();
 
 /** Moves the count. Any thread. */
-void scpi_note_progress();
+ORVAN_API void scpi_note_progress();
 
 /** From now on the calling thread moves the count no more: what it does, it does for no message. */
-void scpi_ignore_progress_of_this_thread();
+ORVAN_API void scpi_ignore_progress_of_this_thread();
 
 #endif

@@ -12,6 +12,8 @@
 
 #include <scpi/types.h>
 
+#include "orvan_sdk/orvan_api.h"
+
 /**
  * `write` callback: adds one piece of output to the reply.
  *
@@ -26,7 +28,7 @@
  * @return bytes taken, those of a dropped line end included; less than `len` only when the socket fails
  *         under a block; 0 without a user record, data or length
  */
-size_t SCPI_Write(scpi_t* context, const char* data, size_t len);
+ORVAN_API size_t SCPI_Write(scpi_t* context, const char* data, size_t len);
 
 /**
  * `flush` callback: ends the reply with the success word and CR LF and sends it. The buffer is empty
@@ -35,21 +37,21 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len);
  * Socket failures are told on standard error only. The last act is to give up the parser's lease: the next
  * client may be at work on the context before this call has returned. @return SCPI_RES_OK
  */
-scpi_result_t SCPI_Flush(scpi_t* context);
+ORVAN_API scpi_result_t SCPI_Flush(scpi_t* context);
 
 /**
  * Sends what the buffer holds as it stands, without framing and without corking. The buffer is emptied
  * only when all of it went out. @return bytes sent, 0 when there was nothing or nothing could be sent
  */
-size_t SCPI_FlushRaw(scpi_t* context);
+ORVAN_API size_t SCPI_FlushRaw(scpi_t* context);
 
 /** Non-zero when the `toklen` bytes of `tok` stand anywhere in `buf`; 0 for a null or an empty token. */
-int has_token(const char* buf, size_t len, const char* tok, size_t toklen);
+ORVAN_API int has_token(const char* buf, size_t len, const char* tok, size_t toklen);
 
 /**
  * Logs bytes at LOG_INFO, with the words "sending ..." in either direction. Text stands there without its
  * trailing CR and LF and ends at a NUL; of a block only the length is told.
  */
-void log_send(const char* buf, size_t len, int socket_fd);
+ORVAN_API void log_send(const char* buf, size_t len, int socket_fd);
 
 #endif

@@ -1,12 +1,37 @@
 // A program that knows the library only as it is installed.
+#include <orvan_sdk/IDeviceConnectionHandler.h>
+#include <orvan_sdk/Portable/OrvanConnPortable.h>
 #include <orvan_sdk/orvan_sdk.h>
 
 #include <cstdio>
+#include <memory>
+
+using namespace HaldeElec::Orvan;
+
+namespace {
+
+// A platform of its own, by the base class's table of functions.
+class Handler : public IDeviceConnectionHandler {
+public:
+    void enableMUX() override {}
+    void disableMUX() override {}
+};
+
+// The types are the same on both sides of the library's border.
+bool tells_types_apart()
+{
+    const std::unique_ptr<IDeviceConnectionHandler> own = std::make_unique<Handler>();
+    const std::unique_ptr<IDeviceConnectionHandler> portable = std::make_unique<OrvanConnPortable>();
+    return dynamic_cast<OrvanConnPortable*>(own.get()) == nullptr &&
+           dynamic_cast<OrvanConnPortable*>(portable.get()) != nullptr;
+}
+
+} // namespace
 
 int main()
 {
     Scpi_Orvanx* modules = Scpi_Orvanx::getInstance();
     modules->setSelectedChannel(3);
     std::printf("selected channel %d\n", modules->getSelectedChannel());
-    return modules->getSelectedChannel() == 3 ? 0 : 1;
+    return modules->getSelectedChannel() == 3 && tells_types_apart() ? 0 : 1;
 }
