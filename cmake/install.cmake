@@ -10,7 +10,11 @@ install(TARGETS orvan_sdk orvan_data orvan_utils sys_cmd scpi orvan_common ${mac
     EXPORT orvan_sdkTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/orvan_sdk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/common/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Of the common headers those of the shared libraries' interfaces, and what public headers include.
+set(common_headers
+    crc32_utils.h dataorvan.h flash_params.h maintenance_frame.h option_entry.h orvan_fs_utils.h sys_cmd.h)
+list(TRANSFORM common_headers PREPEND ${PROJECT_SOURCE_DIR}/common/include/)
+install(FILES ${common_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/scpi/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/orvan_sdk)
