@@ -5,14 +5,13 @@
 #define ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
 
 #include "maintenance_bench.h"
+#include "support/files.h"
 #include "support/loopback.h"
 #include "support/private_network.h"
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <sstream>
 
 #include <sys/mount.h>
@@ -20,23 +19,13 @@
 namespace board_test {
 
 namespace fs = std::filesystem;
+using orvan_test::read_file;
+using orvan_test::write_file;
 
 inline const fs::path kUpgrade = "/home/orvan/halde/upgrade";
 inline const fs::path kHostSw = kUpgrade / "host_sw";
 inline const fs::path kReceived = kHostSw / "software_update.tar.gz";
 inline constexpr uint16_t kEndOfData = 0xFFFF;
-
-inline void write_file(const fs::path& path, const std::string& contents)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << contents;
-}
-
-inline std::string read_file(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /** Every byte that a file can have, over and over. */
 inline std::string file_of(size_t size)

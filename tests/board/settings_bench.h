@@ -10,6 +10,7 @@
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/lxi/option_tables.h"
+#include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/persistent_data_peer.h"
@@ -34,10 +35,7 @@ using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 inline const std::string kFolder = "/home/orvan/halde/config";
 inline const std::string kFile = kFolder + "/flash.ini";
 
-inline Bytes bytes_of(const Blob& blob)
-{
-    return {blob.begin(), blob.end()};
-}
+using orvan_test::bytes_of;
 
 class SettingsTest : public BoardTest {
 protected:

@@ -1,7 +1,8 @@
 // Firmware on its way from a host on the LAN to the controller and the modules, to the end of an update.
 #include "module_images.h"
 
-#include <fstream>
+#include "support/files.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,12 +15,6 @@ namespace fs = std::filesystem;
 
 constexpr int kModules = 2;
 const std::vector<std::string> kBenchtop = {"--model", "OVX3652B"};
-
-void write_file(const fs::path& path, const std::string& contents)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << contents;
-}
 
 /** The tool on the LAN. */
 Outcome tool(const Instrument& instrument, const std::vector<std::string>& arguments)

@@ -1,9 +1,10 @@
 #include "instrument.h"
 
+#include "support/files.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <regex>
 #include <sched.h>
 #include <spawn.h>
@@ -56,14 +57,6 @@ int wait_for(pid_t child)
     return exit_status(status);
 }
 
-std::string read_file(const std::filesystem::path& path)
-{
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 std::filesystem::path temporary_folder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "orvan-test-XXXXXX").string();
@@ -98,17 +91,6 @@ std::string why_no_sandbox()
         _exit(unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
     const int error = wait_for(child);
     return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
-}
-
-bool eventually(const std::function<bool()>& condition)
-{
-    const auto deadline = Clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (Clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(milliseconds(20));
-    }
-    return true;
 }
 
 Instrument::Instrument(const std::vector<std::string>& options, const Preparation& prepare)

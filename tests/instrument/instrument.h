@@ -5,6 +5,7 @@
 #pragma once
 
 #include "client.h"
+#include "support/eventually.h"
 
 #include <filesystem>
 #include <functional>
@@ -28,9 +29,6 @@ std::string program(std::string_view name);
 
 /** Empty when the kernel allows what a sandbox needs; else the reason for which a test is skipped. */
 std::string why_no_sandbox();
-
-/** Waits until the condition holds; false when it does not within 20 seconds. */
-bool eventually(const std::function<bool()>& condition);
 
 class Instrument {
 public:

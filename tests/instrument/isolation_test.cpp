@@ -1,6 +1,7 @@
 // Texts of the settings reach a shell as they are. What a client puts into them runs in the sandbox, and the
 // files of the person who runs the instrument are out of its reach.
 #include "instrument.h"
+#include "support/hex.h"
 #include "support/maintenance_client.h"
 
 #include <cstdlib>

@@ -1,6 +1,7 @@
 // The maintenance protocol as a host on the instrument's LAN meets it.
 #include "instrument.h"
 #include "maintenance_frame.h"
+#include "support/hex.h"
 #include "support/maintenance_client.h"
 
 #include <cstdio>
@@ -37,14 +38,6 @@ struct Reply {
     }
 };
 
-std::string bytes_of(const std::string& hex)
-{
-    std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return bytes;
-}
-
 /** Sends from the LAN, and gives so many replies. */
 std::vector<Reply> ask(const Instrument& instrument, const std::string& address,
                        const std::vector<std::string>& frames, size_t count)
@@ -57,7 +50,7 @@ std::vector<Reply> ask(const Instrument& instrument, const std::string& address,
     std::vector<Reply> replies;
     std::istringstream lines(outcome.output);
     for (std::string from, hex; lines >> from >> hex;)
-        replies.push_back({from, bytes_of(hex)});
+        replies.push_back({from, from_hex(hex)});
     return replies;
 }
 
@@ -68,7 +61,7 @@ std::string controller_mac(const Instrument& instrument)
     const size_t at = link.find("link/ether ");
     std::string hex = at == std::string::npos ? "" : link.substr(at + 11, 17);
     std::erase(hex, ':');
-    return bytes_of(hex);
+    return from_hex(hex);
 }
 
 TEST(Maintenance, AToolOnTheLanFindsTheInstrumentByBroadcastAndReadsItsIdentity)

@@ -1,5 +1,6 @@
 // A service that has failed comes back, as its unit brings it back on an instrument.
 #include "instrument.h"
+#include "support/hex.h"
 #include "support/maintenance_client.h"
 
 #include <csignal>

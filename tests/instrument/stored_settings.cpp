@@ -1,11 +1,11 @@
 #include "stored_settings.h"
 
+#include "support/files.h"
 #include "support/long_ago.h"
 
 #include <crc32_utils.h>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 using namespace HaldeElec::Orvan;
 
@@ -25,12 +25,6 @@ fs::path eeprom_path(const fs::path& state)
 fs::path backup_path(const fs::path& state)
 {
     return state / "halde/config/flash.ini";
-}
-
-void write_bytes(const fs::path& path, const std::string& bytes)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 void age(const fs::path& path)
@@ -106,12 +100,12 @@ void write_eeprom(const fs::path& state, const SettingsImage& image)
     std::string cells(kEepromSize, '\xFF');
     cells.replace(0, image.size(), bytes_of(image));
     cells += '\0'; // the status register; without it the board completes the file at its start
-    write_bytes(eeprom_path(state), cells);
+    write_file(eeprom_path(state), cells);
 }
 
 void write_backup(const fs::path& state, const SettingsImage& image, size_t size)
 {
-    write_bytes(backup_path(state), bytes_of(image).substr(0, size));
+    write_file(backup_path(state), bytes_of(image).substr(0, size));
 }
 
 SettingsImage read_eeprom(const fs::path& state)
@@ -124,8 +118,7 @@ SettingsImage read_eeprom(const fs::path& state)
 
 std::string read_backup(const fs::path& state)
 {
-    std::ifstream file(backup_path(state), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return read_file(backup_path(state));
 }
 
 std::string bytes_of(const SettingsImage& image)

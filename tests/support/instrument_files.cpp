@@ -1,5 +1,7 @@
 #include "instrument_files.h"
 
+#include "next_symbol.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -20,6 +22,7 @@
 namespace {
 
 using orvan_test::InstrumentFiles;
+using orvan_test::next_symbol;
 
 constexpr std::string_view kHalde = "/home/orvan/halde/";
 constexpr std::string_view kObject = "/orvanData";
@@ -38,12 +41,6 @@ const char* led(const char* path, std::string& storage)
         return path;
     storage = g_files->halde() / (path + kHalde.size());
     return storage.c_str();
-}
-
-template <typename Function>
-Function* next_symbol(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "support/maintenance_client.h"
 
 #include <atomic>
-#include <cstdio>
 #include <stdexcept>
 #include <thread>
 
@@ -47,17 +46,6 @@ std::string request(FrameHeader header, const std::vector<std::string>& rows)
     header.size = static_cast<uint16_t>(data.size());
     data.resize(kRows * kRowSize);
     return header.bytes() + data;
-}
-
-std::string hex_of(const std::string& bytes)
-{
-    std::string hex;
-    for (const char byte : bytes) {
-        char text[3];
-        std::snprintf(text, sizeof text, "%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        hex += text;
-    }
-    return hex;
 }
 
 sockaddr_in ipv4(const std::string& address, int port)

@@ -36,9 +36,6 @@ std::string request_row(char letter, std::string_view value);
 /** A frame with these rows, and as many empty ones as make 17. */
 std::string request(FrameHeader header, const std::vector<std::string>& rows);
 
-/** As orvan-datagram takes a frame. */
-std::string hex_of(const std::string& bytes);
-
 sockaddr_in ipv4(const std::string& address, int port);
 
 /** Nothing that it sends leaves the machine. */

@@ -4,6 +4,7 @@
 //
 // The arguments are an address, which may be one of broadcast, a port, how many replies are waited for, and
 // each datagram in hexadecimal. A reply is a line "10.0.0.2:7502 48454944...".
+#include "support/hex.h"
 #include "unique_fd.h"
 
 #include <cstdio>
@@ -17,14 +18,6 @@
 namespace {
 
 constexpr int kPatienceMs = 5000;
-
-std::string bytes_of(const std::string& hex)
-{
-    std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return bytes;
-}
 
 bool receive(int fd)
 {
@@ -59,7 +52,7 @@ int main(int argc, char** argv)
     to.sin_addr.s_addr = inet_addr(argv[1]);
     to.sin_port = htons(static_cast<uint16_t>(std::atoi(argv[2])));
     for (int i = 4; i < argc; ++i) {
-        const std::string datagram = bytes_of(argv[i]);
+        const std::string datagram = orvan_test::from_hex(argv[i]);
         if (sendto(fd.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
                    sizeof to) < 0) {
             std::perror("orvan-datagram");

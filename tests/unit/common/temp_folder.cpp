@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <sched.h>
 #include <sys/mount.h>
@@ -60,15 +58,4 @@ std::string TempFolder::mount_small(std::size_t bytes, const std::string& name)
 bool TempFolder::make_read_only()
 {
     return mount("none", m_mounted.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-}
-
-std::string read_file(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write_file(const std::string& path, const std::string& contents)
-{
-    std::ofstream(path, std::ios::binary) << contents;
 }

@@ -4,6 +4,8 @@
 #ifndef TESTS_COMMON_TEMP_FOLDER_H
 #define TESTS_COMMON_TEMP_FOLDER_H
 
+#include "support/files.h"
+
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -36,7 +38,7 @@ private:
     std::string m_mounted;
 };
 
-std::string read_file(const std::string& path);
-void write_file(const std::string& path, const std::string& contents);
+using orvan_test::read_file;
+using orvan_test::write_file;
 
 #endif

@@ -1,5 +1,6 @@
 #include "orvan_sdk/OrvanDebug.h"
 #include "own_process.h"
+#include "support/files.h"
 #include "support/output_capture.h"
 
 #include <ctime>
@@ -7,13 +8,13 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
-#include <sstream>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
 using HaldeElec::OrvanDebug;
 using orvan_test::OutputCapture;
+using orvan_test::read_file;
 
 namespace {
 
@@ -39,13 +40,6 @@ protected:
     void TearDown() override { std::filesystem::remove_all(m_folder); }
 
     std::string log() const { return m_folder + "/log.txt"; }
-
-    static std::string content_of(const std::string& path)
-    {
-        std::stringstream text;
-        text << std::ifstream(path).rdbuf();
-        return text.str();
-    }
 
     static bool matches(const std::string& text, const std::string& pattern)
     {
@@ -84,8 +78,8 @@ TEST_F(DebugLog, FileModeAppendsALineForEachCall)
     OrvanDebug::Log("first", true);
     OrvanDebug::Err("second");
     OrvanDebug::Log("third", true);
-    EXPECT_TRUE(matches(content_of(log()), kStamp + "first\n\\[ORVAN\\.ERR\\] second\n" + kStamp + "third\n"))
-        << content_of(log());
+    EXPECT_TRUE(matches(read_file(log()), kStamp + "first\n\\[ORVAN\\.ERR\\] second\n" + kStamp + "third\n"))
+        << read_file(log());
 }
 
 TEST_F(DebugLog, FileModeOpensTheFileForEachLine)
@@ -93,7 +87,7 @@ TEST_F(DebugLog, FileModeOpensTheFileForEachLine)
     OrvanDebug::Err("lost with the file");
     ASSERT_TRUE(std::filesystem::remove(log()));
     OrvanDebug::Err("new");
-    EXPECT_EQ(content_of(log()), "[ORVAN.ERR] new\n");
+    EXPECT_EQ(read_file(log()), "[ORVAN.ERR] new\n");
 }
 
 TEST_F(DebugLog, AFileThatCannotBeOpenedLosesTheLineSilently)
@@ -104,7 +98,7 @@ TEST_F(DebugLog, AFileThatCannotBeOpenedLosesTheLineSilently)
     OrvanDebug::Err("x");
     OrvanDebug::Log("x", true);
     EXPECT_EQ(out.text() + err.text(), "");
-    EXPECT_EQ(content_of(log()), "");
+    EXPECT_EQ(read_file(log()), "");
 }
 
 TEST_F(DebugLog, SetLogFileEmptiesTheFile)
@@ -130,7 +124,7 @@ TEST_F(DebugLog, ConsoleModeSendsLogToStandardOutputAndErrToStandardError)
     OrvanDebug::Err("fault");
     EXPECT_TRUE(matches(out.text(), kStamp + "message\n")) << out.text();
     EXPECT_EQ(err.text(), "[ORVAN.ERR] fault\n");
-    EXPECT_EQ(content_of(log()), "");
+    EXPECT_EQ(read_file(log()), "");
 }
 
 TEST_F(DebugLog, CallbackModeHandsOverTheLineWithoutALineEnd)
@@ -142,7 +136,7 @@ TEST_F(DebugLog, CallbackModeHandsOverTheLineWithoutALineEnd)
     ASSERT_EQ(g_received.size(), 2u);
     EXPECT_TRUE(matches(g_received[0], kStamp + "message")) << g_received[0];
     EXPECT_EQ(g_received[1], "[ORVAN.ERR] fault");
-    EXPECT_EQ(content_of(log()), "");
+    EXPECT_EQ(read_file(log()), "");
 }
 
 TEST_F(DebugLog, ANullCallbackIsIgnored)
@@ -175,7 +169,7 @@ TEST_F(DebugLog, WithoutForceLogWritesNothingInAnyMode)
         OrvanDebug::SetLogMode(mode);
         OrvanDebug::Log("x", false);
     }
-    EXPECT_EQ(out.text() + err.text() + content_of(log()), "");
+    EXPECT_EQ(out.text() + err.text() + read_file(log()), "");
     EXPECT_TRUE(g_received.empty());
 }
 
@@ -185,7 +179,7 @@ TEST_F(DebugLog, StatusZeroSilencesLogThoughItIsForcedAndLeavesErrAlone)
     EXPECT_EQ(OrvanDebug::GetLogStatus(), 0);
     OrvanDebug::Log("x", true);
     OrvanDebug::Err("y");
-    EXPECT_EQ(content_of(log()), "[ORVAN.ERR] y\n");
+    EXPECT_EQ(read_file(log()), "[ORVAN.ERR] y\n");
 }
 
 TEST_F(DebugLog, AnyStatusButZeroLetsLogSpeak)
@@ -193,7 +187,7 @@ TEST_F(DebugLog, AnyStatusButZeroLetsLogSpeak)
     EXPECT_EQ(OrvanDebug::SetLogStatus(-7), 0);
     EXPECT_EQ(OrvanDebug::GetLogStatus(), -7);
     OrvanDebug::Log("x", true);
-    EXPECT_TRUE(matches(content_of(log()), kStamp + "x\n"));
+    EXPECT_TRUE(matches(read_file(log()), kStamp + "x\n"));
 }
 
 TEST_F(DebugLog, ModeFourWritesNothing)
@@ -204,7 +198,7 @@ TEST_F(DebugLog, ModeFourWritesNothing)
     OrvanDebug::SetLogMode(4);
     OrvanDebug::Log("x", true);
     OrvanDebug::Err("x");
-    EXPECT_EQ(out.text() + err.text() + content_of(log()), "");
+    EXPECT_EQ(out.text() + err.text() + read_file(log()), "");
     EXPECT_TRUE(g_received.empty());
 }
 

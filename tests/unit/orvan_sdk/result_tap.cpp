@@ -1,17 +1,14 @@
 #include "result_tap.h"
 
-#include <dlfcn.h>
+#include "support/next_symbol.h"
+
 #include <scpi/result.h>
+
+using orvan_test::next_symbol;
 
 namespace {
 
 orvan_test::ResultTap* active = nullptr;
-
-template <typename Function>
-Function* next_symbol(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 // True when the call ends here.
 bool refused(const std::string& call)

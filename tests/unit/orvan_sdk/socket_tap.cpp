@@ -1,14 +1,17 @@
 #include "socket_tap.h"
 
+#include "support/next_symbol.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <deque>
-#include <dlfcn.h>
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+using orvan_test::next_symbol;
 
 namespace {
 
@@ -37,12 +40,6 @@ Tap& tap()
 {
     static Tap* instance = new Tap;
     return *instance;
-}
-
-template <typename Function>
-Function* next_symbol(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace

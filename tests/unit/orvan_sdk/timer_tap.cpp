@@ -1,13 +1,16 @@
 #include "timer_tap.h"
 
+#include "support/next_symbol.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
-#include <dlfcn.h>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+
+using orvan_test::next_symbol;
 
 namespace {
 
@@ -30,12 +33,6 @@ Tap& tap()
 timer_t tapped_timer()
 {
     return &tap();
-}
-
-template <typename Function>
-Function* next_symbol(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 std::string spelt(int flags, const itimerspec& value)

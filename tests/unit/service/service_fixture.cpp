@@ -16,18 +16,6 @@
 
 namespace orvan_test {
 
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound)
-{
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 RecordingSink::RecordingSink(Handler handler) : m_handler(handler ? std::move(handler) : answer) {}
 
 void RecordingSink::answer(int socket, const std::string& message)

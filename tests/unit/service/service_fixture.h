@@ -5,6 +5,7 @@
 #define ORVAN_TESTS_SERVICE_FIXTURE_H
 
 #include "service/server.h"
+#include "support/eventually.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -15,10 +16,6 @@
 #include <vector>
 
 namespace orvan_test {
-
-/** Waits for a condition that another thread brings about; false when `bound` passes first. */
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds bound = std::chrono::seconds(10));
 
 /** Records messages and answers them as told: by default with the message's text, then ";+OK" CR LF. */
 class RecordingSink : public orvan_service::MessageSink {

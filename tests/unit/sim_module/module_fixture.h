@@ -2,6 +2,7 @@
 #pragma once
 
 #include "module/module.h"
+#include "support/eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -65,16 +66,4 @@ private:
     std::thread m_thread;
 };
 
-/** Waits for the condition, 5 s at most; false when it did not come true. */
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
+using orvan_test::eventually;

@@ -78,7 +78,7 @@ TEST(Enter, ProgramGoesOnInTheControllersRole)
     });
     SKIP_IF_REFUSED(status);
     EXPECT_EQ(status, 0);
-    EXPECT_NE(content_of(state.path() / "log/calls.log").find(" reboot\n"), std::string::npos);
+    EXPECT_NE(read_file(state.path() / "log/calls.log").find(" reboot\n"), std::string::npos);
 }
 
 TEST(Enter, OriginalProcessEndsWithTheStatusOfTheInnerOne)

@@ -27,7 +27,7 @@ TEST(SandboxMounts, HaldeIsTheFolderOfTheStateDirectory)
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(shell(sandbox, kController, "echo from inside >/home/orvan/halde/preset/a"), "");
-    EXPECT_EQ(content_of(state.path() / "halde/preset/a"), "from inside\n");
+    EXPECT_EQ(read_file(state.path() / "halde/preset/a"), "from inside\n");
     std::ofstream(state.path() / "halde/json/b") << "from outside\n";
     EXPECT_EQ(shell(sandbox, kController, "cat /home/orvan/halde/json/b"), "from outside\n");
     EXPECT_EQ(fs::exists("/home/orvan/halde/json/b"), false);
@@ -46,10 +46,10 @@ TEST(SandboxMounts, HaldeHasTheFactorySetup)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
-    EXPECT_NE(content_of(state.path() / "halde/json/ch0.json").find("\"Frequency\": 1000000000"),
+    EXPECT_NE(read_file(state.path() / "halde/json/ch0.json").find("\"Frequency\": 1000000000"),
               std::string::npos);
     EXPECT_EQ(shell(sandbox, kController, "cat /home/orvan/halde/json/ch0.json"),
-              content_of(state.path() / "halde/json/ch0.json"));
+              read_file(state.path() / "halde/json/ch0.json"));
 }
 
 TEST(SandboxMounts, ContentOfAnExistingStateDirectoryIsKept)
@@ -98,7 +98,7 @@ TEST(SandboxMounts, FilesOfTheMachineAreSeenAndCannotBeWritten)
     EXPECT_NE(shell(sandbox, kController, "echo new >" + file).find("Read-only file system"),
               std::string::npos);
     EXPECT_NE(shell(sandbox, kController, "rm " + file).find("Read-only file system"), std::string::npos);
-    EXPECT_EQ(content_of(file), "as it was\n");
+    EXPECT_EQ(read_file(file), "as it was\n");
 }
 
 TEST(SandboxMounts, NoProcessInsideCanMakeTheMachinesFilesWritable)
@@ -211,7 +211,7 @@ TEST(SandboxMounts, HomesAreHiddenAndWhatIsWrittenThereStaysInside)
         if (fs::exists("/home/somebody/written")) {
             return 13;
         }
-        return content_of(inner_state / "halde/json/in") == "in\n" ? 0 : 14;
+        return read_file(inner_state / "halde/json/in") == "in\n" ? 0 : 14;
     });
     ASSERT_TRUE(status.ok());
     EXPECT_EQ(status.value(), 0);
@@ -241,10 +241,10 @@ TEST(SandboxMounts, SharedMemoryIsPrivateBothWays)
 
 TEST(SandboxMounts, MountsOfTheMachineAreUntouched)
 {
-    const std::string before = content_of("/proc/self/mountinfo");
+    const std::string before = read_file("/proc/self/mountinfo");
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 2}));
-    EXPECT_EQ(content_of("/proc/self/mountinfo"), before);
+    EXPECT_EQ(read_file("/proc/self/mountinfo"), before);
     EXPECT_NE(shell(sandbox, kController, "cat /proc/self/mountinfo"), before);
 }
 

@@ -35,7 +35,7 @@ std::string network(Sandbox& sandbox)
 
 std::string last_call(const TemporaryDirectory& state)
 {
-    std::string lines = content_of(state.path() / "log/calls.log");
+    std::string lines = read_file(state.path() / "log/calls.log");
     lines.pop_back();
     return lines.substr(lines.rfind('\n') + 1).substr(lines.find(' ') + 1);
 }

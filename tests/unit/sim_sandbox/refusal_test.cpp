@@ -21,7 +21,7 @@ std::string error_after(Sandbox& sandbox, const std::filesystem::path& state,
             << (inner ? "none" : (inner.error().refused ? "refused: " : "") + inner.error().text());
         return 0;
     });
-    return result ? content_of(state / "halde/error") : result.error().text();
+    return result ? read_file(state / "halde/error") : result.error().text();
 }
 
 } // namespace

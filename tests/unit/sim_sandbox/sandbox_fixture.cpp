@@ -1,10 +1,6 @@
 #include "sandbox_fixture.h"
 
-#include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,7 +9,6 @@ namespace sandbox_test {
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;
-using namespace std::chrono_literals;
 
 TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
 {
@@ -27,26 +22,6 @@ TemporaryDirectory::~TemporaryDirectory()
 {
     std::error_code code;
     fs::remove_all(m_path, code);
-}
-
-std::string content_of(const fs::path& file)
-{
-    std::ifstream stream(file);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
-bool eventually(const std::function<bool()>& condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
 }
 
 std::string shell(Sandbox& sandbox, Role role, const std::string& text)

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "orvan_sandbox/sandbox.h"
+#include "support/eventually.h"
+#include "support/files.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 namespace sandbox_test {
@@ -24,10 +25,8 @@ private:
     std::filesystem::path m_path;
 };
 
-std::string content_of(const std::filesystem::path& file);
-
-/// Waits until the condition holds, at most ten seconds.
-bool eventually(const std::function<bool()>& condition);
+using orvan_test::eventually;
+using orvan_test::read_file;
 
 /// Runs a shell text in a sandbox's role; the result is what it wrote to standard output and error.
 std::string shell(orvan_sandbox::Sandbox& sandbox, orvan_sandbox::Role role, const std::string& text);

@@ -15,7 +15,7 @@ namespace {
 std::string calls(const TemporaryDirectory& state)
 {
     const std::regex time("(^|\n)[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ");
-    return std::regex_replace(content_of(state.path() / "log/calls.log"), time, "$1");
+    return std::regex_replace(read_file(state.path() / "log/calls.log"), time, "$1");
 }
 
 } // namespace
@@ -146,8 +146,8 @@ TEST(StandIns, TheUpdateUnitInstallsLeavesWordAndRestarts)
                     "echo '/home/orvan/halde/upgrade/host_sw/a b/patch' >upgrade_init_done.txt &&"
                     "systemctl start orvan-upgrade.service; echo $?"),
               "0\n");
-    EXPECT_EQ(content_of(state.path() / "installed/lib/orvan-service"), "program\n");
-    EXPECT_EQ(content_of(state.path() / "halde/upgrade/upgrade_delete_ver_ready.txt"), "done\n");
+    EXPECT_EQ(read_file(state.path() / "installed/lib/orvan-service"), "program\n");
+    EXPECT_EQ(read_file(state.path() / "halde/upgrade/upgrade_delete_ver_ready.txt"), "done\n");
     EXPECT_EQ(calls(state), "systemctl start orvan-upgrade.service\norvan-upgrade.service\nreboot\n");
 }
 
@@ -163,7 +163,7 @@ TEST(StandIns, TheUpdateUnitReplacesAProgramThatRuns)
                     "echo $PWD/patch >upgrade_init_done.txt && systemctl start orvan-upgrade.service 2>&1;"
                     "echo $?; kill $pid"),
               "0\n");
-    EXPECT_EQ(content_of(state.path() / "installed/bin/program"), "new\n");
+    EXPECT_EQ(read_file(state.path() / "installed/bin/program"), "new\n");
 }
 
 TEST(StandIns, TheUpdateUnitFailsWithNothingToInstall)

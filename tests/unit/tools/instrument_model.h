@@ -4,6 +4,8 @@
 #ifndef ORVAN_TESTS_INSTRUMENT_MODEL_H
 #define ORVAN_TESTS_INSTRUMENT_MODEL_H
 
+#include "support/bytes.h"
+
 #include <maintenance_frame.h>
 
 #include <cstdint>
@@ -14,8 +16,6 @@
 #include <vector>
 
 namespace orvan_test {
-
-using Bytes = std::vector<uint8_t>;
 
 class InstrumentModel {
 public:

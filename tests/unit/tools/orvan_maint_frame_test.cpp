@@ -17,14 +17,10 @@
 using namespace HaldeElec::Orvan;
 using namespace orvan_maint;
 using orvan_test::Bytes;
+using orvan_test::bytes_of;
 using orvan_test::InstrumentModel;
 
 namespace {
-
-Bytes bytes_of(std::span<const uint8_t> bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
 
 HALDE_PACKET frame_of(const Bytes& bytes)
 {

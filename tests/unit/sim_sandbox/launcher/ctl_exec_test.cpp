@@ -4,7 +4,7 @@
 #include <regex>
 
 using namespace launcher_test;
-using sandbox_test::content_of;
+using sandbox_test::read_file;
 using sandbox_test::eventually;
 
 class OrvanSimCtl : public LauncherTest {};
@@ -196,7 +196,7 @@ TEST_F(OrvanSimExec, CommandSharesAllElseWithTheService)
                    "cat /dev/shm/orvanData; cat /proc/1/comm; echo x >/home/orvan/halde/json/x"})
                   .output,
               "here\norvan-sandbox\n");
-    EXPECT_EQ(content_of(state() / "halde/json/x"), "x\n");
+    EXPECT_EQ(read_file(state() / "halde/json/x"), "x\n");
     const std::string guard =
         "[ \"$ORVAN_SANDBOX\" = \"$(stat -L -c %i /proc/self/ns/net)\" ] && sudo reboot";
     EXPECT_EQ(sim({"exec", "--", "sh", "-c", guard}).status, 0);
@@ -217,7 +217,7 @@ TEST_F(OrvanSimExec, OnTheLanTheCallersFolderIsSeenAndCanBeWritten)
         std::filesystem::current_path(folder);
         EXPECT_EQ(sim({"exec", "--in", "lan", "--", "sh", "-c", write}).output,
                   folder.string() + "\nof the LAN\n");
-        EXPECT_EQ(content_of(folder / "sub/written"), "of the LAN\n");
+        EXPECT_EQ(read_file(folder / "sub/written"), "of the LAN\n");
         EXPECT_NE(sim({"exec", "--in", "lan", "--", "touch", shown.path() / "beside"}).status, 0);
         for (const char* role : {"controller", "lan"}) {
             EXPECT_EQ(sim({"exec", "--in", role, "--", "touch", "/dev/shm/seen-by-both"}).status, 0);

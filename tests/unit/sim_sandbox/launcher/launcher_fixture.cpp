@@ -16,7 +16,7 @@ namespace launcher_test {
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;
-using sandbox_test::content_of;
+using sandbox_test::read_file;
 using sandbox_test::eventually;
 
 void LauncherTest::SetUp()
@@ -109,7 +109,7 @@ Outcome LauncherTest::sim(const std::vector<std::string>& words)
     const fs::path file = m_folder.path() / "sim-output";
     Outcome outcome;
     outcome.status = wait_for(run(words, file, {}));
-    outcome.output = content_of(file);
+    outcome.output = read_file(file);
     return outcome;
 }
 

@@ -33,7 +33,7 @@ protected:
     /// Sends a signal to the launcher started last and waits for it.
     int stop(int signal);
     int wait();
-    std::string output() const { return sandbox_test::content_of(m_folder.path() / "output"); }
+    std::string output() const { return sandbox_test::read_file(m_folder.path() / "output"); }
 
     /// Runs `orvan-sim` to its end.
     Outcome sim(const std::vector<std::string>& words);

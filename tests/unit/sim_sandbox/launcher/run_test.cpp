@@ -17,7 +17,7 @@
 
 namespace fs = std::filesystem;
 using namespace launcher_test;
-using sandbox_test::content_of;
+using sandbox_test::read_file;
 using sandbox_test::eventually;
 
 class OrvanSimRun : public LauncherTest {};
@@ -73,13 +73,13 @@ TEST_F(OrvanSimRun, ANewInstrumentIsProducedOnceAndKeepsItsModel)
         return;
     }
     const auto log = state() / "log/production.log";
-    EXPECT_EQ(content_of(log), "--foreground --produce KSR-7036 --serial 100001\n");
+    EXPECT_EQ(read_file(log), "--foreground --produce KSR-7036 --serial 100001\n");
     EXPECT_EQ(stop(SIGTERM), 0);
 
     ASSERT_TRUE(start_ready({"--modules", "none", "--state", state()}));
     EXPECT_EQ(output().substr(0, 37), "ready: KSR-7036, 1 channel, 0 modules");
     EXPECT_EQ(ask("env ORVAN_BOARD"), "ksr7000\n");
-    EXPECT_EQ(content_of(log), "--foreground --produce KSR-7036 --serial 100001\n");
+    EXPECT_EQ(read_file(log), "--foreground --produce KSR-7036 --serial 100001\n");
     EXPECT_EQ(stop(SIGTERM), 0);
 
     start({"--model", "OVX3651P", "--state", state()});
@@ -114,7 +114,7 @@ TEST_F(OrvanSimRun, AFailedProductionIsAnErrorAndIsTriedAgainNextTime)
               "status 1 (see " +
                   (fs::canonical(state()) / "log/production.log").string() + ")\n");
     ASSERT_TRUE(start_ready({"--modules", "none", "--state", state()}));
-    EXPECT_EQ(content_of(state() / "log/production.log"),
+    EXPECT_EQ(read_file(state() / "log/production.log"),
               "--foreground --produce OVX3654B --serial 100001\n--foreground --produce OVX3654B --serial "
               "100001\n");
 }
@@ -190,7 +190,7 @@ TEST_F(OrvanSimRun, ServiceRunsInTheSandboxWithTheStandInsFirst)
     }
     EXPECT_EQ(ask("run test -d /home/orvan/halde/upgrade/orvanx && test -e /sys/class/net/usb0"), "0\n");
     EXPECT_EQ(ask("run sudo /usr/local/bin/he_set_hostname.sh here"), "0\n");
-    EXPECT_NE(content_of(state() / "log/calls.log").find(" he_set_hostname.sh here\n"), std::string::npos);
+    EXPECT_NE(read_file(state() / "log/calls.log").find(" he_set_hostname.sh here\n"), std::string::npos);
     EXPECT_EQ(ask("env ORVAN_STATE"), state().string() + "\n");
 }
 
@@ -223,7 +223,7 @@ TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
     if (!start_ready({"--modules", "none"})) {
         return;
     }
-    const auto record = content_of(fs::path(printed("state        ")) / "run/instance.json");
+    const auto record = read_file(fs::path(printed("state        ")) / "run/instance.json");
     std::smatch init;
     ASSERT_TRUE(std::regex_search(record, init, std::regex("\"init\":\\s*([0-9]+)")));
     const auto membership =
