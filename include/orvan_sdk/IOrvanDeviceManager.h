@@ -19,6 +19,7 @@ class CPersistentData;
 class CUdpServer;
 class IDeviceConnectionHandler;
 struct DevicePlatform;
+struct StartHooks;
 struct optEntry_t;
 
 ORVAN_API extern const sDevArch_t g_portableModelsTable[];
@@ -170,19 +171,14 @@ protected:
     void unlock_mutex();
 
     /**
-     * What start-up has in common, in the order in which a derived constructor takes these steps. It ends
-     * where one gives false.
+     * The whole start-up: all of a derived constructor. It ends early, with a line in the log and without
+     * threads, without a connection handler or an SPI port, and silently without an owner of settings.
+     *
+     * @param log_path log file of OrvanDebug, which is emptied; null for none
+     * @param log_mode OrvanDebug::SetLogMode
+     * @param hooks    what the platform adds
      */
-    bool start_bus(IDeviceConnectionHandler* handler, const DevicePlatform& platform);
-    void start_hardware();
-    bool read_settings(const DevicePlatform& platform);
-    uint32_t settings_crc() const; /**< of the record; 0 without the CRC utility */
-    void apply_model(const DevicePlatform& platform);
-    void start_modules();
-    /** Stores the settings if start-up has changed them since they had that CRC. */
-    void finish_settings(const DevicePlatform& platform, uint32_t crc_as_read);
-    /** The last step: a start that has come to its maintenance server is initialized. */
-    void start_maintenance();
+    void start(const DevicePlatform& platform, const char* log_path, int log_mode, const StartHooks& hooks);
 
     /** The last step of a derived destructor: the bus, and then the maintenance server, which waits for one
      * more frame (CUdpServer). */
@@ -205,6 +201,18 @@ protected:
     bool m_batteryIsAlive = false;
     const sDevArch_t* m_modelsTable = nullptr;
     BITManager* m_bitManager = nullptr;
+
+private:
+    // The steps of a start, in their order. It ends where one returns false.
+    bool start_bus(const DevicePlatform& platform);
+    void start_hardware();
+    bool read_settings(const DevicePlatform& platform);
+    uint32_t settings_crc() const; // of the record; 0 without the CRC utility
+    void start_modules();
+    // Stores the settings if start-up has changed them since they had that CRC.
+    void finish_settings(const DevicePlatform& platform, uint32_t crc_as_read);
+    // A start that has come to its maintenance server is initialized.
+    void start_maintenance();
 };
 
 } // namespace HaldeElec::Orvan

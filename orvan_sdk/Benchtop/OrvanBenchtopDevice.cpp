@@ -1,15 +1,15 @@
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 
 #include <cstdio>
-#include <new>
 
 #include "board/front_panel.h"
 #include "board/spi_fan.h"
+#include "board/spi_multiplexer.h"
 #include "board/trigger_impedance.h"
 #include "device/device_platform.h"
 #include "device/device_threads.h"
+#include "device/start_hooks.h"
 #include "orvan_sdk/Benchtop/OrvanConnBenchtop.h"
-#include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
@@ -19,10 +19,6 @@ namespace {
 
 constexpr sDevDefaults_t g_devDefaults{"OVX3651B", "Halde Electronics Ltd.", "230000", "D"};
 
-constexpr DevicePlatform kPlatform{
-    "OrvanBenchtopDevice", g_benchtopModelsTable, g_devDefaults, optBenchtop_Tbl, "1.19.145",
-};
-
 // The modulations of IDeviceConnectionHandler::setModSrc.
 constexpr uint32_t kAm = 0;
 constexpr uint32_t kFm = 1;
@@ -30,27 +26,24 @@ constexpr uint32_t kPulse = 2;
 
 } // namespace
 
+constinit const DevicePlatform kBenchtopPlatform{
+    .class_name = "OrvanBenchtopDevice",
+    .type = BenchtopDevice,
+    .models = g_benchtopModelsTable,
+    .defaults = g_devDefaults,
+    .options = optBenchtop_Tbl,
+    .sw_version = "1.19.145",
+    .select_pins = kMultiplexerPins,
+    .make_handler = make_handler<OrvanConnBenchtop>,
+};
+
 OrvanBenchtopDevice::OrvanBenchtopDevice(const char* log_path, int log_mode)
 {
-    OrvanDebug::SetLogMode(log_mode);
-    OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
-    device_type_product = BenchtopDevice;
-    if (!start_bus(new (std::nothrow) OrvanConnBenchtop, kPlatform))
-        return;
-    start_hardware();
-    if (!read_settings(kPlatform))
-        return;
-
-    const uint32_t eeprom_crc32 = settings_crc();
-    apply_model(kPlatform);
-    start_modules();
-    SetTriggerCouple(pPersistentData->getSettings()->numDevices, eCoupling_none);
-    finish_settings(kPlatform, eeprom_crc32);
-
-    fixedPwmFan = false;
-    m_runFanThread = true;
-    start_thread(m_fanThread, kPlatform.class_name, "fan", [this] { fanController(); });
-    start_maintenance();
+    const auto uncouple = [this] {
+        SetTriggerCouple(pPersistentData->getSettings()->numDevices, eCoupling_none);
+    };
+    start(kBenchtopPlatform, log_path, log_mode,
+          {.fan = {[this] { fanController(); }, m_runFanThread, m_fanThread}, .modules_up = uncouple});
 }
 
 OrvanBenchtopDevice::~OrvanBenchtopDevice()

@@ -1,6 +1,5 @@
 #include "orvan_sdk/Portable/OrvanPortableDevice.h"
 
-#include <new>
 #include <wiringPi.h>
 
 #include "board/battery.h"
@@ -13,8 +12,8 @@
 #include "device/device_platform.h"
 #include "device/device_threads.h"
 #include "device/init_hw.h"
+#include "device/start_hooks.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanConnPortable.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"
@@ -27,12 +26,6 @@ namespace HaldeElec::Orvan {
 namespace {
 
 constexpr sDevDefaults_t g_devDefaults{"OVX3651P", "Halde Electronics Ltd.", "230000", "D"};
-
-constexpr DevicePlatform kPlatform{
-    "OrvanPortableDevice", g_portableModelsTable, g_devDefaults, optPortable_Tbl, "1.19.140",
-};
-
-constexpr int kUnknownCharge = -1;
 
 constexpr RegisterStep kExpanderSetUp[] = {
     write_value(IOCONA, 0x00), write_value(IOCONB, 0x00), write_value(OLATA, kModulePower),
@@ -63,33 +56,23 @@ void set_up_pins()
 
 } // namespace
 
+constinit const DevicePlatform kPortablePlatform{
+    .class_name = "OrvanPortableDevice",
+    .type = PortableDevice,
+    .models = g_portableModelsTable,
+    .defaults = g_devDefaults,
+    .options = optPortable_Tbl,
+    .sw_version = "1.19.140",
+    .select_pins = kEepromSelectPins,
+    .make_handler = make_handler<OrvanConnPortable>,
+};
+
 OrvanPortableDevice::OrvanPortableDevice(const char* log_path, int log_mode)
 {
-    OrvanDebug::SetLogMode(log_mode);
-    OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
-    device_type_product = PortableDevice;
-    if (!start_bus(new (std::nothrow) OrvanConnPortable, kPlatform))
-        return;
-    start_hardware();
-    if (!read_settings(kPlatform))
-        return;
-
-    const uint32_t eeprom_crc32 = settings_crc();
-    apply_model(kPlatform);
-    const uOptions_portable_t options{pPersistentData->getSettings()->options};
-    batteryOn = options.bat != 0 && m_batteryIsAlive;
-    start_modules();
-    Scpi_Orvanx::getInstance()->update_battery_status(kUnknownCharge, 0);
-    finish_settings(kPlatform, eeprom_crc32);
-
-    fixedPwmFan = false;
-    m_runFanThread = true;
-    start_thread(m_fanThread, kPlatform.class_name, "fan", [this] { fan_control(devConnHandler); });
-    if (batteryOn) {
-        m_runChargerThread = true;
-        start_thread(m_chargerThread, kPlatform.class_name, "charger", [this] { ChargeMonitor(); });
-    }
-    start_maintenance();
+    start(kPortablePlatform, log_path, log_mode,
+          {.fan = {[this] { fan_control(devConnHandler); }, m_runFanThread, m_fanThread},
+           .charge_monitor = DeviceThread{[this] { ChargeMonitor(); }, m_runChargerThread, m_chargerThread},
+           .battery_option = [](uint16_t options) { return uOptions_portable_t{options}.bat != 0; }});
 }
 
 OrvanPortableDevice::~OrvanPortableDevice()

@@ -20,6 +20,9 @@ inline constexpr int BTN_KILL_CPU_PIN = 0;
 inline constexpr int SPI_CS = 11;
 inline constexpr int EEPROM_CS = 16; /**< active low */
 
+/** What has to be outputs before the settings EEPROM can be selected. */
+inline constexpr int kEepromSelectPins[] = {SPI_CS, SPIEN_PIN, EEPROM_CS};
+
 // Port A of the expander at 0x20. Bits 0 and 1 and bits 3 to 7 of port B are inputs.
 inline constexpr uint8_t kModulePower = 0x80;
 inline constexpr uint8_t kFansSlow = 0x18;

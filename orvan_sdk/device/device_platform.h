@@ -1,22 +1,42 @@
 /**
- * What the platforms differ in as they start.
+ * What the platforms differ in as they start, and what a new instrument is made of.
  */
 #ifndef ORVAN_SDK_DEVICE_PLATFORM_H
 #define ORVAN_SDK_DEVICE_PLATFORM_H
 
+#include <cstdint>
+#include <new>
+#include <span>
+
+#include "orvan_sdk/IOrvanDeviceManager.h"
+
 namespace HaldeElec::Orvan {
 
-struct optEntry_t;
-struct sDevArch_t;
-struct sDevDefaults_t;
+/** The SPI port of every controller board. */
+inline constexpr uint32_t kSpiBus = 0;
+inline constexpr uint32_t kSpiSelect = 1;
 
+/** A row stands beside its device class. */
 struct DevicePlatform {
-    const char* class_name; /**< as messages tell it */
+    const char* class_name; /**< in messages */
+    DeviceProductType type;
     const sDevArch_t* models;
     const sDevDefaults_t& defaults;
     optEntry_t* options; /**< kOptionRows rows */
     const char* sw_version;
+    std::span<const int> select_pins;            /**< outputs by which the settings EEPROM is selected */
+    IDeviceConnectionHandler* (*make_handler)(); /**< owned by the caller; null without memory */
 };
+
+extern const DevicePlatform kPortablePlatform;
+extern const DevicePlatform kBenchtopPlatform;
+extern const DevicePlatform kKsr7000Platform;
+
+template <class Handler>
+IDeviceConnectionHandler* make_handler()
+{
+    return new (std::nothrow) Handler;
+}
 
 } // namespace HaldeElec::Orvan
 

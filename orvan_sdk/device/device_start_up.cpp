@@ -1,13 +1,17 @@
-#include "device/device_platform.h"
+#include "orvan_sdk/IOrvanDeviceManager.h"
 
 #include <cstdio>
 #include <new>
 #include <syslog.h>
 
+#include "board/spi_multiplexer.h"
 #include "crc32_utils.h"
+#include "device/device_platform.h"
+#include "device/device_threads.h"
+#include "device/start_hooks.h"
 #include "hw/hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/UdpServer.h"
@@ -17,11 +21,9 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr uint32_t kSpiBus = 0;
-constexpr uint32_t kSpiSelect = 1;
 constexpr uint64_t kSettlingUs = 1'000'000;
-constexpr uint8_t kEepromChannel = 5;
 constexpr int kModulesPatienceSec = 60;
+constexpr int kUnknownCharge = -1;
 
 } // namespace
 
@@ -35,8 +37,40 @@ void IOrvanDeviceManager::unlock_mutex()
     devConnHandler->mtx.unlock();
 }
 
-bool IOrvanDeviceManager::start_bus(IDeviceConnectionHandler* handler, const DevicePlatform& platform)
+void IOrvanDeviceManager::start(const DevicePlatform& platform, const char* log_path, int log_mode,
+                                const StartHooks& hooks)
 {
+    OrvanDebug::SetLogMode(log_mode);
+    OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
+    device_type_product = platform.type;
+    if (!start_bus(platform))
+        return;
+    start_hardware();
+    if (!read_settings(platform))
+        return;
+
+    const uint32_t eeprom_crc32 = settings_crc();
+    pPersistentData->setDeviceArch(m_devArch);
+    pPersistentData->setSwVersion(platform.sw_version);
+    if (hooks.battery_option != nullptr)
+        batteryOn = hooks.battery_option(pPersistentData->getSettings()->options) && m_batteryIsAlive;
+    start_modules();
+    if (hooks.charge_monitor)
+        Scpi_Orvanx::getInstance()->update_battery_status(kUnknownCharge, 0);
+    if (hooks.modules_up)
+        hooks.modules_up();
+    finish_settings(platform, eeprom_crc32);
+
+    fixedPwmFan = false;
+    start_thread(platform.class_name, "fan", hooks.fan);
+    if (batteryOn)
+        start_thread(platform.class_name, "charger", *hooks.charge_monitor);
+    start_maintenance();
+}
+
+bool IOrvanDeviceManager::start_bus(const DevicePlatform& platform)
+{
+    IDeviceConnectionHandler* const handler = platform.make_handler();
     if (handler == nullptr) {
         static constexpr char kNoHandler[] = "Device connector allocation failure!!!";
         std::puts(kNoHandler);
@@ -87,12 +121,6 @@ uint32_t IOrvanDeviceManager::settings_crc() const
     const uint32_t crc =
         crc32_utils->calculate_crc32(crc32_utils->crc32_init(), settings, sizeof(EEPROM_DEVICE_SETTINGS));
     return crc32_utils->crc32_signoff(crc);
-}
-
-void IOrvanDeviceManager::apply_model(const DevicePlatform& platform)
-{
-    pPersistentData->setDeviceArch(m_devArch);
-    pPersistentData->setSwVersion(platform.sw_version);
 }
 
 void IOrvanDeviceManager::start_modules()

@@ -2,14 +2,14 @@
 
 #include <syslog.h>
 #include <system_error>
-#include <utility>
 
 namespace HaldeElec::Orvan {
 
-void start_thread(std::thread& thread, const char* class_name, const char* name, std::function<void()> body)
+void start_thread(const char* class_name, const char* name, const DeviceThread& thread)
 {
+    thread.run = true;
     try {
-        thread = std::thread(std::move(body));
+        thread.thread = std::thread(thread.body);
     } catch (const std::system_error& error) {
         syslog(LOG_ERR, "%s: no %s thread: %s", class_name, name, error.what());
     }

@@ -10,13 +10,20 @@
 
 namespace HaldeElec::Orvan {
 
+/** A thread that the instrument can be without. */
+struct DeviceThread {
+    std::function<void()> body;
+    std::atomic<bool>& run; /**< the body runs while it is set */
+    std::thread& thread;
+};
+
 /**
- * A thread that the instrument can be without: one that can't be had is logged and passed over.
+ * Sets its flag and starts it. One that can't be had is logged and passed over.
  *
  * @param class_name of the device
- * @param name       of the thread, as the log tells it
+ * @param name       of the thread, for the log
  */
-void start_thread(std::thread& thread, const char* class_name, const char* name, std::function<void()> body);
+void start_thread(const char* class_name, const char* name, const DeviceThread& thread);
 
 /** Clears its flag and waits for its end, where it runs. */
 void end_thread(std::thread& thread, std::atomic<bool>& run);

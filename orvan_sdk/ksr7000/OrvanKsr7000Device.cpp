@@ -1,7 +1,6 @@
 #include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 
 #include <iterator>
-#include <new>
 #include <syslog.h>
 
 #include "board/battery.h"
@@ -10,10 +9,11 @@
 #include "board/front_panel.h"
 #include "board/mcp23017.h"
 #include "board/spi_fan.h"
+#include "board/spi_multiplexer.h"
 #include "board/trigger_impedance.h"
 #include "device/device_platform.h"
 #include "device/device_threads.h"
-#include "orvan_sdk/OrvanDebug.h"
+#include "device/start_hooks.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/i2cdev.h"
 #include "orvan_sdk/ksr7000/OrvanConnKsr7000.h"
@@ -26,41 +26,25 @@ namespace {
 
 constexpr sDevDefaults_t g_devDefaults{"KSR-7036", "Marrick Signal Corp.", "230000", "D"};
 
-constexpr DevicePlatform kPlatform{
-    "OrvanKsr7000Device", g_ksr7000ModelsTable, g_devDefaults, optKsr7000_Tbl, "1.19.148",
-};
-
-constexpr int kUnknownCharge = -1;
-
 } // namespace
+
+constinit const DevicePlatform kKsr7000Platform{
+    .class_name = "OrvanKsr7000Device",
+    .type = Ksr7000Device,
+    .models = g_ksr7000ModelsTable,
+    .defaults = g_devDefaults,
+    .options = optKsr7000_Tbl,
+    .sw_version = "1.19.148",
+    .select_pins = kMultiplexerPins,
+    .make_handler = make_handler<OrvanConnKsr7000>,
+};
 
 OrvanKsr7000Device::OrvanKsr7000Device(const char* log_path, int log_mode)
 {
-    OrvanDebug::SetLogMode(log_mode);
-    OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
-    device_type_product = Ksr7000Device;
-    if (!start_bus(new (std::nothrow) OrvanConnKsr7000, kPlatform))
-        return;
-    start_hardware();
-    if (!read_settings(kPlatform))
-        return;
-
-    const uint32_t eeprom_crc32 = settings_crc();
-    apply_model(kPlatform);
-    const uOptions_ksr7000_t options{pPersistentData->getSettings()->options};
-    batteryOn = options.bat != 0 && m_batteryIsAlive;
-    start_modules();
-    Scpi_Orvanx::getInstance()->update_battery_status(kUnknownCharge, 0);
-    finish_settings(kPlatform, eeprom_crc32);
-
-    fixedPwmFan = false;
-    m_runFanThread = true;
-    start_thread(m_fanThread, kPlatform.class_name, "fan", [this] { fanController(); });
-    if (batteryOn) {
-        m_runChargerThread = true;
-        start_thread(m_chargerThread, kPlatform.class_name, "charger", [this] { ChargeMonitor(); });
-    }
-    start_maintenance();
+    start(kKsr7000Platform, log_path, log_mode,
+          {.fan = {[this] { fanController(); }, m_runFanThread, m_fanThread},
+           .charge_monitor = DeviceThread{[this] { ChargeMonitor(); }, m_runChargerThread, m_chargerThread},
+           .battery_option = [](uint16_t options) { return uOptions_ksr7000_t{options}.bat != 0; }});
 }
 
 OrvanKsr7000Device::~OrvanKsr7000Device()
