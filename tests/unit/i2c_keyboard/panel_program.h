@@ -28,7 +28,7 @@ public:
     /** What the connections so far carried, each up to its end, in their order. */
     std::vector<std::string> connections() const;
     /** Waits for that many; false when `bound` passes first. */
-    bool wait_for(size_t count, std::chrono::milliseconds bound = std::chrono::seconds(10)) const;
+    bool wait_for(size_t count, std::chrono::milliseconds bound = std::chrono::seconds(60)) const;
 
 private:
     void serve();

@@ -86,12 +86,12 @@ public:
     int fd() const { return m_socket.get(); }
     void send(const std::string& bytes);
     /** The next line, its CR LF included; what came when the peer closed or 10 seconds passed. */
-    std::string line(std::chrono::milliseconds bound = std::chrono::seconds(10));
+    std::string line(std::chrono::milliseconds bound = std::chrono::seconds(30));
     std::string ask(const std::string& message);
     /** Ends the sending direction. */
     void finish_sending();
     /** True when the server has ended the connection, with or without a reset. */
-    bool sees_end(std::chrono::milliseconds bound = std::chrono::seconds(10));
+    bool sees_end(std::chrono::milliseconds bound = std::chrono::seconds(30));
     void close() { m_socket = {}; }
     /** Closes with a RST. */
     void reset();
