@@ -4,8 +4,8 @@
 #include <regex>
 
 using namespace launcher_test;
-using sandbox_test::read_file;
 using sandbox_test::eventually;
+using sandbox_test::read_file;
 
 class OrvanSimCtl : public LauncherTest {};
 class OrvanSimExec : public LauncherTest {};

@@ -16,8 +16,8 @@ namespace launcher_test {
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;
-using sandbox_test::read_file;
 using sandbox_test::eventually;
+using sandbox_test::read_file;
 
 void LauncherTest::SetUp()
 {

@@ -17,8 +17,8 @@
 
 namespace fs = std::filesystem;
 using namespace launcher_test;
-using sandbox_test::read_file;
 using sandbox_test::eventually;
+using sandbox_test::read_file;
 
 class OrvanSimRun : public LauncherTest {};
 
