@@ -4,7 +4,11 @@
  */
 #pragma once
 
+#include "model.h"
+
 #include "scpi/types.h"
+
+#include <string>
 
 namespace sim_module {
 
@@ -56,13 +60,8 @@ scpi_result_t self_test(scpi_t* context);
 
 // The texts of the identity.
 
-scpi_result_t query_calibration_date(scpi_t* context);
-scpi_result_t query_model(scpi_t* context);
-scpi_result_t query_serial(scpi_t* context);
-scpi_result_t query_hardware(scpi_t* context);
-scpi_result_t query_fpga(scpi_t* context);
-scpi_result_t query_firmware(scpi_t* context);
-scpi_result_t query_rf_revision(scpi_t* context);
-scpi_result_t query_digital_revision(scpi_t* context);
+/** A text of the module's identity. */
+template <std::string Identity::*field>
+scpi_result_t query_identity(scpi_t* context);
 
 } // namespace sim_module

@@ -83,44 +83,19 @@ scpi_result_t self_test(scpi_t*)
     return SCPI_RES_OK;
 }
 
-scpi_result_t query_calibration_date(scpi_t* context)
+template <std::string Identity::*field>
+scpi_result_t query_identity(scpi_t* context)
 {
-    return result_text(context, instrument_of(context).identity().calibration_date);
+    return result_text(context, instrument_of(context).identity().*field);
 }
 
-scpi_result_t query_model(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().model);
-}
-
-scpi_result_t query_serial(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().serial);
-}
-
-scpi_result_t query_hardware(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().hardware);
-}
-
-scpi_result_t query_fpga(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().fpga);
-}
-
-scpi_result_t query_firmware(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().firmware);
-}
-
-scpi_result_t query_rf_revision(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().rf_revision);
-}
-
-scpi_result_t query_digital_revision(scpi_t* context)
-{
-    return result_text(context, instrument_of(context).identity().digital_revision);
-}
+template scpi_result_t query_identity<&Identity::calibration_date>(scpi_t*);
+template scpi_result_t query_identity<&Identity::model>(scpi_t*);
+template scpi_result_t query_identity<&Identity::serial>(scpi_t*);
+template scpi_result_t query_identity<&Identity::hardware>(scpi_t*);
+template scpi_result_t query_identity<&Identity::fpga>(scpi_t*);
+template scpi_result_t query_identity<&Identity::firmware>(scpi_t*);
+template scpi_result_t query_identity<&Identity::rf_revision>(scpi_t*);
+template scpi_result_t query_identity<&Identity::digital_revision>(scpi_t*);
 
 } // namespace sim_module
