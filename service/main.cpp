@@ -12,6 +12,7 @@
 
 #include "hw/hw.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/production.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
@@ -172,6 +173,20 @@ int serve(const Options& options)
     leave(kExitDone);
 }
 
+int produce(const Options& options)
+{
+    using HaldeElec::Orvan::ProductionResult;
+    switch (HaldeElec::Orvan::ProduceInstrument(options.produce, options.serial)) {
+    case ProductionResult::kMade:
+        return kExitDone;
+    case ProductionResult::kUnknownModel:
+        return kExitBadOptions;
+    case ProductionResult::kFailed:
+        break;
+    }
+    return kExitFailed;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -192,7 +207,7 @@ int main(int argc, char** argv)
     limit_thread_stacks();
     open_log(options->log_level, options->foreground || !options->produce.empty());
     try {
-        exit_code = options->produce.empty() ? serve(*options) : produce(options->produce, options->serial);
+        exit_code = options->produce.empty() ? serve(*options) : produce(*options);
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "%s", error.what());
         if (!options->foreground && options->produce.empty()) {

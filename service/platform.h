@@ -1,8 +1,6 @@
 #ifndef ORVAN_SERVICE_PLATFORM_H
 #define ORVAN_SERVICE_PLATFORM_H
 
-#include <string>
-
 namespace HaldeElec::Orvan {
 class IOrvanDeviceManager;
 }
@@ -24,16 +22,6 @@ enum class Platform {
  * wait for the pause of its fan thread, up to two minutes.
  */
 HaldeElec::Orvan::IOrvanDeviceManager* start_device(Platform platform);
-
-/**
- * Production: gives a controller the settings of a new instrument, in its EEPROM and in its backup file. What
- * they held is kept where it is usable, but for model and serial number.
- *
- * @param model one of the model tables'; it decides the platform
- * @param serial 1 to 30 characters
- * @return exit code of the program; what is wrong goes to the system log
- */
-int produce(const std::string& model, const std::string& serial);
 
 } // namespace orvan_service
 
