@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "orvan_sdk/orvan_api.h"
+
 namespace HaldeElec::Orvan {
 
 enum class ProductionResult {
@@ -24,7 +26,7 @@ enum class ProductionResult {
  * @param model  one of the model tables'; it decides the platform
  * @param serial 1 to 30 characters
  */
-ProductionResult ProduceInstrument(const std::string& model, const std::string& serial);
+ORVAN_API ProductionResult ProduceInstrument(const std::string& model, const std::string& serial);
 
 } // namespace HaldeElec::Orvan
 
