@@ -7,8 +7,9 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace orvan_bench {
 

@@ -1,9 +1,9 @@
 // usage: orvan-floor-block BYTES
 // Reads BYTES into one buffer, kept from message to message, and answers.
-#include "floor_server.h"
-
 #include <cstdlib>
 #include <memory>
+
+#include "floor_server.h"
 
 int main(int argc, char** argv)
 {

@@ -1,15 +1,13 @@
 // The service's own server and the parser, with one row that takes a block and does nothing with it. The
 // instrument's rows that take one write it to disk and send it to the modules.
-#include "floor_server.h"
+#include <memory>
+#include <string_view>
 
+#include "floor_server.h"
+#include "scpi/scpi.h"
 #include "service/listener.h"
 #include "service/process.h"
 #include "service/server.h"
-
-#include "scpi/scpi.h"
-
-#include <memory>
-#include <string_view>
 
 using namespace orvan_service;
 

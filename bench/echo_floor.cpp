@@ -1,9 +1,9 @@
 // usage: orvan-floor-echo [--mutex]
 // Echoes what each recv gave; with --mutex one mutex is held over the write, for all clients.
-#include "floor_server.h"
-
 #include <cstring>
 #include <mutex>
+
+#include "floor_server.h"
 
 int main(int argc, char** argv)
 {

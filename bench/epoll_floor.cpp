@@ -1,8 +1,8 @@
 // usage: orvan-floor-epoll
 // Echoes what each recv gave, all clients on one thread that waits for them with epoll.
-#include "floor_server.h"
-
 #include <sys/epoll.h>
+
+#include "floor_server.h"
 
 int main()
 {

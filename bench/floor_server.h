@@ -6,14 +6,14 @@
 #ifndef ORVAN_BENCH_FLOOR_SERVER_H
 #define ORVAN_BENCH_FLOOR_SERVER_H
 
+#include <cstddef>
+#include <signal.h>
+#include <thread>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cstddef>
-#include <thread>
 
 namespace orvan_bench {
 

@@ -1,10 +1,10 @@
 // usage: orvan-floor-module [DELAY_US]
 // The bare module behind candidate and floor alike: one request a connection, answered with the number of
 // requests served so far, after a delay.
-#include "floor_server.h"
-
 #include <cstdio>
 #include <cstdlib>
+
+#include "floor_server.h"
 
 int main(int argc, char** argv)
 {

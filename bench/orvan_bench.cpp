@@ -1,19 +1,19 @@
 // usage: orvan-bench [options]
 // The service against bare floors over loopback TCP. Ratios of medians, candidate and floor by turns.
-#include "bench_support.h"
-#include "load.h"
-
-#include <CLI/CLI.hpp>
-
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "bench_support.h"
+#include "load.h"
 
 using namespace orvan_bench;
 using namespace std::chrono_literals;

@@ -2,13 +2,6 @@
 // The parser over the instrument's command table with empty handlers. Ratios of medians, by turns.
 //
 // With --case NAME --count N it runs that one case N times and prints nothing, for an instruction counter.
-#include "bench_support.h"
-
-#include "orvan_sdk/scpi-parser/scpi-def.h"
-#include "scpi/scpi.h"
-
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -18,6 +11,12 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "bench_support.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "scpi/scpi.h"
 
 using namespace orvan_bench;
 

@@ -1,13 +1,13 @@
 // usage: orvan-floor-relay ADDRESS PORT [--lease]
 // Passes each request to a module over a connection of its own and the reply back; with --lease one mutex
 // is held from the request to the end of its reply.
-#include "floor_server.h"
-
-#include <arpa/inet.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+
+#include <arpa/inet.h>
+
+#include "floor_server.h"
 
 int main(int argc, char** argv)
 {

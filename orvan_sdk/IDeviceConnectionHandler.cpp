@@ -13,8 +13,9 @@ namespace HaldeElec::Orvan {
 
 int IDeviceConnectionHandler::DataTransfer(const uint8_t* bytes_write, uint8_t* bytes_read, size_t length)
 {
-    if (!connected || !initialized || length < 1 || length > MAX_SPI_BUF_LEN)
+    if (!connected || !initialized || length < 1 || length > MAX_SPI_BUF_LEN) {
         return -1;
+    }
 
     enableMUX();
     spi_ioc_transfer transfer{};
@@ -55,8 +56,9 @@ int IDeviceConnectionHandler::ConfigChannelSPI(uint32_t chNo, uint32_t csNo)
         spi_mode = SPI_MODE_0;
         spi_bitsPerWord = 8;
         spi_speed = 3'000'000;
-        if (SpiOpenPort(chNo, csNo) != 0)
+        if (SpiOpenPort(chNo, csNo) != 0) {
             return -1;
+        }
         initialized = true;
         connected = true;
         return 0;
@@ -105,8 +107,9 @@ int IDeviceConnectionHandler::SpiOpenPort(uint32_t chNo, uint32_t csNo)
     // Bus 0 has the slot named after select 1: the slot goes by the bus, whatever the chip select.
     spi_cs_fd = chNo == 0 ? &spi_cs1_fd : &spi_cs0_fd;
     const int fd = *spi_cs_fd = hw_spi_open(kNodes[chNo != 0][csNo != 0], O_RDWR);
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
 
     const struct {
         unsigned long request;
@@ -119,17 +122,20 @@ int IDeviceConnectionHandler::SpiOpenPort(uint32_t chNo, uint32_t csNo)
         {SPI_IOC_WR_MAX_SPEED_HZ, &spi_speed},
         {SPI_IOC_RD_MAX_SPEED_HZ, &spi_speed},
     };
-    for (const auto& setting : settings)
-        if (hw_spi_ioctl(fd, setting.request, setting.value) < 0)
+    for (const auto& setting : settings) {
+        if (hw_spi_ioctl(fd, setting.request, setting.value) < 0) {
             return -1;
+        }
+    }
     return 0;
 }
 
 int IDeviceConnectionHandler::SpiClosePort()
 {
     const int result = hw_spi_close(spi_cs_fd != nullptr ? *spi_cs_fd : -1);
-    if (result < 0)
+    if (result < 0) {
         OrvanDebug::Log("Error - Could not close SPI device", true);
+    }
     return result;
 }
 

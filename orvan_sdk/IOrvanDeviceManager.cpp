@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
 #include <syslog.h>
 
 #include "orvan_sdk/IDeviceConnectionHandler.h"
@@ -130,10 +131,11 @@ int IOrvanDeviceManager::SetDHCP(uint8_t value)
 {
     GET_EEPROM(settings);
     settings->dhcpEnabled = value;
-    if (value == 0)
+    if (value == 0) {
         set_fix_ip();
-    else
+    } else {
         set_dyn_ip();
+    }
     return 0;
 }
 
@@ -229,8 +231,9 @@ int IOrvanDeviceManager::SetScpiPort(uint16_t scpi_port)
 {
     GET_EEPROM(settings);
     if (std::snprintf(settings->scpiPort, sizeof settings->scpiPort, "%u", static_cast<unsigned>(scpi_port)) <
-        0)
+        0) {
         return ERR_FAILED;
+    }
     pPersistentData->writeData(true, true);
     [[maybe_unused]] const int ignored = std::system("sudo reboot");
     return 0;
@@ -239,10 +242,12 @@ int IOrvanDeviceManager::SetScpiPort(uint16_t scpi_port)
 int IOrvanDeviceManager::GetHIDParams(uint16_t* vid, uint16_t* pid)
 {
     GET_EEPROM(settings);
-    if (vid != nullptr)
+    if (vid != nullptr) {
         *vid = settings->vendor_id;
-    if (pid != nullptr)
+    }
+    if (pid != nullptr) {
         *pid = settings->product_id;
+    }
     return 0;
 }
 
@@ -267,32 +272,37 @@ int IOrvanDeviceManager::copy_options(optEntry_t* table, uint8_t* value, size_t 
 int IOrvanDeviceManager::hand_out_options(optEntry_t* options, void** table, size_t* size)
 {
     const int result = table != nullptr && *table == nullptr && size != nullptr ? 0 : kBadTablePointer;
-    if (table != nullptr)
+    if (table != nullptr) {
         *table = options;
-    if (size != nullptr)
+    }
+    if (size != nullptr) {
         *size = kOptionRows * sizeof(optEntry_t);
+    }
     return result;
 }
 
 void IOrvanDeviceManager::set_dyn_ip()
 {
-    if (run_system_cmd("sudo /usr/local/bin/he_orvan_network_config.sh dynamic") != 0)
+    if (run_system_cmd("sudo /usr/local/bin/he_orvan_network_config.sh dynamic") != 0) {
         syslog(LOG_ERR, "Failed to apply Dynamic IP configuration.");
+    }
 }
 
 void IOrvanDeviceManager::set_fix_ip()
 {
     const EEPROM_DEVICE_SETTINGS* const settings = _getSettings(pPersistentData);
-    if (settings == nullptr)
+    if (settings == nullptr) {
         return;
+    }
     constexpr int kWidth = kSettingsTextSize;
     char command[256];
     std::snprintf(command, sizeof command,
                   "sudo /usr/local/bin/he_orvan_network_config.sh static -a %.*s -n %.*s -g %.*s", kWidth,
                   settings->fixIp, kWidth, settings->fixMask, kWidth, settings->fixGw);
     std::fprintf(stderr, "[INFO]: Running net config: %s\n", command);
-    if (run_system_cmd(command) != 0)
+    if (run_system_cmd(command) != 0) {
         syslog(LOG_ERR, "Failed to apply static IP configuration.");
+    }
 }
 
 } // namespace HaldeElec::Orvan

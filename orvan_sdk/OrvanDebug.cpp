@@ -26,8 +26,9 @@ void OrvanDebug::put(const std::string& line, std::ostream& console)
         std::ofstream(outputFileName, std::ios::app) << line + '\n';
         break;
     case kCallback:
-        if (cb != nullptr)
+        if (cb != nullptr) {
             cb(line.c_str());
+        }
         break;
     default:
         break;
@@ -37,8 +38,9 @@ void OrvanDebug::put(const std::string& line, std::ostream& console)
 void OrvanDebug::Log(const std::string& msg, bool force)
 {
     const std::string line = "[" + currentDateTime() + "]" + msg;
-    if (force && log_status != 0)
+    if (force && log_status != 0) {
         put(line, std::cout);
+    }
 }
 
 void OrvanDebug::Err(const std::string& msg)
@@ -75,8 +77,9 @@ void OrvanDebug::SetLogFile(const std::string& name)
 
 void OrvanDebug::RegisterCallback(OrvanDebugCallback fn)
 {
-    if (fn != nullptr)
+    if (fn != nullptr) {
         cb = fn;
+    }
 }
 
 std::string OrvanDebug::currentDateTime()

@@ -1,8 +1,7 @@
-#include "orvan_sdk/orvan_sdk.h"
-
 #include <syslog.h>
 
 #include "orvan_sdk/Portable/OrvanPortableDevice.h"
+#include "orvan_sdk/orvan_sdk.h"
 
 namespace HaldeElec::Orvan {
 

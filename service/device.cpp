@@ -1,12 +1,11 @@
-#include "platform.h"
+#include <syslog.h>
 
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/Portable/OrvanPortableDevice.h"
 #include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 #include "orvan_sdk/orvan_sdk.h"
-
-#include <syslog.h>
+#include "platform.h"
 
 using namespace HaldeElec::Orvan;
 using HaldeElec::OrvanDebug;

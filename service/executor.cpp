@@ -1,13 +1,13 @@
 #include "executor.h"
 
-#include <pthread.h>
-#include <sys/eventfd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <system_error>
+
+#include <pthread.h>
+#include <sys/eventfd.h>
 
 namespace orvan_service {
 namespace {

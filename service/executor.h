@@ -1,13 +1,6 @@
 #ifndef ORVAN_SERVICE_EXECUTOR_H
 #define ORVAN_SERVICE_EXECUTOR_H
 
-#include "message_memory.h"
-#include "session.h"
-
-#include <unique_fd.h>
-
-#include <sys/epoll.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -18,6 +11,12 @@
 #include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include <sys/epoll.h>
+
+#include "message_memory.h"
+#include "session.h"
+#include <unique_fd.h>
 
 namespace orvan_service {
 

@@ -1,16 +1,16 @@
 #include "front_panel.h"
 
-#include "key_map.h"
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
 
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <syslog.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <system_error>
+#include "key_map.h"
 
 namespace orvan_service {
 namespace {

@@ -1,13 +1,13 @@
 #ifndef ORVAN_SERVICE_FRONT_PANEL_H
 #define ORVAN_SERVICE_FRONT_PANEL_H
 
-#include <unique_fd.h>
-
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
+
+#include <unique_fd.h>
 
 namespace orvan_service {
 

@@ -1,16 +1,16 @@
 #include "hang_watch.h"
 
-#include "listener.h"
-#include "notify.h"
-
-#include <sys/eventfd.h>
-#include <syslog.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
 #include <utility>
+
+#include <sys/eventfd.h>
+#include <syslog.h>
+
+#include "listener.h"
+#include "notify.h"
 
 namespace orvan_service {
 namespace {

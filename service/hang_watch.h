@@ -1,16 +1,15 @@
 #ifndef ORVAN_SERVICE_HANG_WATCH_H
 #define ORVAN_SERVICE_HANG_WATCH_H
 
-#include "message_sink.h"
-
-#include <unique_fd.h>
-
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
+
+#include "message_sink.h"
+#include <unique_fd.h>
 
 namespace orvan_service {
 

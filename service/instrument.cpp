@@ -1,10 +1,10 @@
 #include "instrument.h"
 
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <string>
 
 #include <syslog.h>
 
-#include <string>
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace orvan_service {
 namespace {

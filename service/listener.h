@@ -1,11 +1,11 @@
 #ifndef ORVAN_SERVICE_LISTENER_H
 #define ORVAN_SERVICE_LISTENER_H
 
-#include <unique_fd.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include <unique_fd.h>
 
 namespace orvan_service {
 

@@ -1,31 +1,30 @@
-#include "front_panel.h"
-#include "hang_watch.h"
-#include "instrument.h"
-#include "listener.h"
-#include "notify.h"
-#include "options.h"
-#include "own_client.h"
-#include "platform.h"
-#include "power_button.h"
-#include "process.h"
-#include "server.h"
-
-#include "hw/hw.h"
-#include "orvan_sdk/IOrvanDeviceManager.h"
-#include "orvan_sdk/production.h"
-#include "orvan_sdk/scpi-parser/scpi-def.h"
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "orvan_sdk/scpi-parser/scpi_progress.h"
-
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <syslog.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <optional>
 #include <thread>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <syslog.h>
+
+#include "front_panel.h"
+#include "hang_watch.h"
+#include "hw/hw.h"
+#include "instrument.h"
+#include "listener.h"
+#include "notify.h"
+#include "options.h"
+#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/production.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
+#include "own_client.h"
+#include "platform.h"
+#include "power_button.h"
+#include "process.h"
+#include "server.h"
 
 using namespace orvan_service;
 using HaldeElec::Orvan::IOrvanDeviceManager;

@@ -1,10 +1,10 @@
 #include "message_memory.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include <sys/mman.h>
 
 namespace orvan_service {
 namespace {

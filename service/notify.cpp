@@ -1,6 +1,11 @@
 #include "notify.h"
 
-#include <unique_fd.h>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -8,12 +13,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <charconv>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
+#include <unique_fd.h>
 
 namespace orvan_service {
 namespace {

@@ -1,10 +1,10 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
+#include <cstdio>
 
 #include <syslog.h>
 
-#include <cstdio>
+#include <CLI/CLI.hpp>
 
 namespace orvan_service {
 namespace {

@@ -1,11 +1,11 @@
 #ifndef ORVAN_SERVICE_OPTIONS_H
 #define ORVAN_SERVICE_OPTIONS_H
 
-#include "platform.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "platform.h"
 
 namespace orvan_service {
 

@@ -1,12 +1,12 @@
 #include "own_client.h"
 
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 namespace orvan_service {
 

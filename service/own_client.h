@@ -1,14 +1,14 @@
 #ifndef ORVAN_SERVICE_OWN_CLIENT_H
 #define ORVAN_SERVICE_OWN_CLIENT_H
 
-#include <unique_fd.h>
-
-#include <netinet/in.h>
-
 #include <chrono>
 #include <span>
 #include <string>
 #include <vector>
+
+#include <netinet/in.h>
+
+#include <unique_fd.h>
 
 namespace orvan_service {
 

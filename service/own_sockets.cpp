@@ -1,10 +1,10 @@
 #include "own_sockets.h"
 
-#include <dirent.h>
-#include <sys/socket.h>
-
 #include <cstdlib>
 #include <memory>
+
+#include <dirent.h>
+#include <sys/socket.h>
 
 namespace orvan_service {
 namespace {

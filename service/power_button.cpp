@@ -1,12 +1,12 @@
 #include "power_button.h"
 
-#include "orvan_sdk/IOrvanDeviceManager.h"
-#include "process.h"
+#include <atomic>
+#include <thread>
 
 #include <syslog.h>
 
-#include <atomic>
-#include <thread>
+#include "orvan_sdk/IOrvanDeviceManager.h"
+#include "process.h"
 
 namespace orvan_service {
 namespace {

@@ -1,11 +1,5 @@
 #include "process.h"
 
-#include <pthread.h>
-#include <signal.h>
-#include <sys/eventfd.h>
-#include <sys/resource.h>
-#include <syslog.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -13,7 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <signal.h>
 #include <system_error>
+
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <syslog.h>
 
 namespace orvan_service {
 namespace {

@@ -1,9 +1,9 @@
 #ifndef ORVAN_SERVICE_PROCESS_H
 #define ORVAN_SERVICE_PROCESS_H
 
-#include <unique_fd.h>
-
 #include <cstddef>
+
+#include <unique_fd.h>
 
 namespace orvan_service {
 

@@ -1,18 +1,18 @@
 #include "server.h"
 
-#include "listener.h"
-#include "own_sockets.h"
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <syslog.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <string>
 #include <system_error>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include "listener.h"
+#include "own_sockets.h"
 
 namespace orvan_service {
 namespace {

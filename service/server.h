@@ -1,13 +1,13 @@
 #ifndef ORVAN_SERVICE_SERVER_H
 #define ORVAN_SERVICE_SERVER_H
 
+#include <chrono>
+#include <vector>
+
 #include "executor.h"
 #include "hang_watch.h"
 #include "message_memory.h"
 #include "raw/raw_session.h"
-
-#include <chrono>
-#include <vector>
 
 namespace orvan_service {
 

@@ -1,9 +1,8 @@
 #ifndef ORVAN_SERVICE_SERVICE_TIME_H
 #define ORVAN_SERVICE_SERVICE_TIME_H
 
-#include <time.h>
-
 #include <chrono>
+#include <time.h>
 
 namespace orvan_service {
 

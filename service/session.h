@@ -1,9 +1,9 @@
 #ifndef ORVAN_SERVICE_SESSION_H
 #define ORVAN_SERVICE_SESSION_H
 
-#include "service_time.h"
-
 #include <cstdint>
+
+#include "service_time.h"
 
 namespace orvan_service {
 

@@ -1,5 +1,3 @@
-#include <element_json.h>
-
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -8,12 +6,14 @@
 #include <string>
 #include <utility>
 
+#include <element_json.h>
+
 namespace {
 
 // Above this a JSON number, which readers hold as a double, no longer tells neighbours apart.
 constexpr int64_t kMaxExactInteger = int64_t{1} << 53;
 
-constexpr std::size_t kHexDigitsOfDouble = 16;
+constexpr size_t kHexDigitsOfDouble = 16;
 
 template <typename T>
 T load(const uint8_t* place)
@@ -68,10 +68,10 @@ cJSON* switch_to_json(int value)
     return value == Off || value == On ? cJSON_CreateBool(value) : integer_to_json(value);
 }
 
-cJSON* text_to_json(const uint8_t* text, std::size_t field_size)
+cJSON* text_to_json(const uint8_t* text, size_t field_size)
 {
     std::string utf8;
-    for (std::size_t i = 0; i + 1 < field_size && text[i] != 0; ++i) {
+    for (size_t i = 0; i + 1 < field_size && text[i] != 0; ++i) {
         if (text[i] < 0x80) {
             utf8 += static_cast<char>(text[i]);
         } else {
@@ -89,8 +89,9 @@ bool integer_from_json(const cJSON* value, uint8_t* place)
 {
     if (cJSON_IsNumber(value)) {
         const double number = value->valuedouble;
-        if (!(std::abs(number) <= static_cast<double>(kMaxExactInteger)) || number != std::trunc(number))
+        if (!(std::abs(number) <= static_cast<double>(kMaxExactInteger)) || number != std::trunc(number)) {
             return false;
+        }
         const auto whole = static_cast<int64_t>(number);
         return std::in_range<Integer>(whole) && store(place, static_cast<Integer>(whole));
     }
@@ -109,8 +110,9 @@ bool number_from_json(const cJSON* value, double& number)
         number = value->valuedouble;
         return std::isfinite(number);
     }
-    if (!cJSON_IsString(value) || std::strncmp(value->valuestring, "0x", 2) != 0)
+    if (!cJSON_IsString(value) || std::strncmp(value->valuestring, "0x", 2) != 0) {
         return false;
+    }
     const char* digits = value->valuestring + 2;
     const char* end = digits + std::strlen(digits);
     uint64_t bits = 0;
@@ -129,37 +131,44 @@ bool double_from_json(const cJSON* value, uint8_t* place)
 bool float_from_json(const cJSON* value, uint8_t* place)
 {
     double number = 0;
-    if (!number_from_json(value, number))
+    if (!number_from_json(value, number)) {
         return false;
-    if (std::isfinite(number) && std::abs(number) > std::numeric_limits<float>::max())
+    }
+    if (std::isfinite(number) && std::abs(number) > std::numeric_limits<float>::max()) {
         return false;
+    }
     return store(place, static_cast<float>(number));
 }
 
 bool switch_from_json(const cJSON* value, uint8_t* place)
 {
-    if (cJSON_IsBool(value))
+    if (cJSON_IsBool(value)) {
         return store(place, static_cast<int>(cJSON_IsTrue(value) ? On : Off));
+    }
     return integer_from_json<int32_t>(value, place);
 }
 
-bool text_from_json(const cJSON* value, uint8_t* place, std::size_t field_size)
+bool text_from_json(const cJSON* value, uint8_t* place, size_t field_size)
 {
     uint8_t text[kOrvanTextSize] = {};
-    if (!cJSON_IsString(value) || field_size > sizeof text)
+    if (!cJSON_IsString(value) || field_size > sizeof text) {
         return false;
+    }
     const auto* utf8 = reinterpret_cast<const uint8_t*>(value->valuestring);
-    for (std::size_t length = 0; *utf8 != 0; ++length, ++utf8) {
-        if (length + 1 >= field_size)
+    for (size_t length = 0; *utf8 != 0; ++length, ++utf8) {
+        if (length + 1 >= field_size) {
             return false;
+        }
         text[length] = *utf8;
-        if (*utf8 < 0x80)
+        if (*utf8 < 0x80) {
             continue;
+        }
         // Two bytes that begin with C2 or C3 are U+0080 to U+00FF; no other character is a byte.
         const uint8_t lead = utf8[0];
         const uint8_t trail = utf8[1];
-        if ((lead != 0xC2 && lead != 0xC3) || (trail & 0xC0) != 0x80)
+        if ((lead != 0xC2 && lead != 0xC3) || (trail & 0xC0) != 0x80) {
             return false;
+        }
         text[length] = static_cast<uint8_t>(lead << 6) | (trail & 0x3F);
         ++utf8;
     }

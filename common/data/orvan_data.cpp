@@ -1,19 +1,18 @@
 // The file form of a record.
 
-#include <element_json.h>
-
-#include <orvan_element_names.h>
-#include <orvan_fs_utils.h>
-
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
 
+#include <element_json.h>
+#include <orvan_element_names.h>
+#include <orvan_fs_utils.h>
+
 namespace {
 
 // A record takes some 6 KB; what is far beyond is no setup, and is not worth the memory.
-constexpr std::size_t kMaxFileSize = 1 << 20;
+constexpr size_t kMaxFileSize = 1 << 20;
 
 struct JsonDeleter {
     void operator()(cJSON* json) const { cJSON_Delete(json); }
@@ -25,18 +24,22 @@ using JsonText = std::unique_ptr<char, JsonDeleter>;
 // The parser hands out texts as C strings and so would cut one at such a character without a word.
 bool holds_null_character(const std::string& text)
 {
-    if (text.find('\0') != std::string::npos)
+    if (text.find('\0') != std::string::npos) {
         return true;
-    for (std::size_t i = text.find('\\'); i != std::string::npos; i = text.find('\\', i + 2))
-        if (text.compare(i + 1, 5, "u0000") == 0)
+    }
+    for (size_t i = text.find('\\'); i != std::string::npos; i = text.find('\\', i + 2)) {
+        if (text.compare(i + 1, 5, "u0000") == 0) {
             return true;
+        }
+    }
     return false;
 }
 
 Json parse(const std::string& text)
 {
-    if (holds_null_character(text))
+    if (holds_null_character(text)) {
         return nullptr;
+    }
     // Only with the terminating zero counted in does the parser refuse what follows the object.
     Json root(cJSON_ParseWithLengthOpts(text.c_str(), text.size() + 1, nullptr, true));
     return cJSON_IsObject(root.get()) ? std::move(root) : nullptr;
@@ -45,15 +48,18 @@ Json parse(const std::string& text)
 bool apply(const cJSON* root, ORVAN_CONFIG& config)
 {
     auto* record = reinterpret_cast<uint8_t*>(&config);
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const cJSON* section = cJSON_GetObjectItemCaseSensitive(root, kElementNames[tag].section);
-        if (section == nullptr)
+        if (section == nullptr) {
             continue;
-        if (!cJSON_IsObject(section))
+        }
+        if (!cJSON_IsObject(section)) {
             return false;
+        }
         const cJSON* value = cJSON_GetObjectItemCaseSensitive(section, kElementNames[tag].field);
-        if (value != nullptr && !element_from_json(OrvanData::orvanMap[tag], value, record))
+        if (value != nullptr && !element_from_json(OrvanData::orvanMap[tag], value, record)) {
             return false;
+        }
     }
     return true;
 }
@@ -64,15 +70,16 @@ JsonText print(const ORVAN_CONFIG& config)
     Json root(cJSON_CreateObject());
     cJSON* section = nullptr;
     const char* section_name = "";
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const ElementName& name = kElementNames[tag];
         if (std::strcmp(name.section, section_name) != 0) {
             section_name = name.section;
             section = cJSON_AddObjectToObject(root.get(), section_name);
         }
         Json value(element_to_json(OrvanData::orvanMap[tag], record));
-        if (!cJSON_AddItemToObject(section, name.field, value.get()))
+        if (!cJSON_AddItemToObject(section, name.field, value.get())) {
             return nullptr;
+        }
         (void)value.release();
     }
     return JsonText(cJSON_Print(root.get()));
@@ -82,19 +89,23 @@ JsonText print(const ORVAN_CONFIG& config)
 
 int OrvanData::init_cmd_config(const char* path, ORVAN_CONFIG* config)
 try {
-    if (path == nullptr || config == nullptr)
+    if (path == nullptr || config == nullptr) {
         return -1;
+    }
     std::string text;
-    if (!OrvanFSUtils::readWholeFile(path, text, kMaxFileSize))
+    if (!OrvanFSUtils::readWholeFile(path, text, kMaxFileSize)) {
         return -1;
+    }
     const Json root = parse(text);
-    if (!root)
+    if (!root) {
         return -1;
+    }
     // Once on a copy, to learn whether all of it fits, and only then on the record. The copy is not
     // stored back: other threads write the record's remaining elements meanwhile.
     ORVAN_CONFIG trial{};
-    if (!apply(root.get(), trial))
+    if (!apply(root.get(), trial)) {
         return -1;
+    }
     apply(root.get(), *config);
     return 0;
 } catch (const std::exception&) {
@@ -103,11 +114,13 @@ try {
 
 int OrvanData::save_cmd_config(const char* path, ORVAN_CONFIG* config)
 try {
-    if (path == nullptr || config == nullptr)
+    if (path == nullptr || config == nullptr) {
         return -1;
+    }
     const JsonText text = print(*config);
-    if (!text)
+    if (!text) {
         return -1;
+    }
     const std::string file = std::string(text.get()) + '\n';
     return OrvanFSUtils::replaceFile(path, file.data(), file.size()) ? 0 : -1;
 } catch (const std::exception&) {

@@ -1,24 +1,25 @@
 // The element table, made of the rows in orvan_elements.def.
 
-#include <orvan_element_names.h>
-
 #include <type_traits>
+
+#include <orvan_element_names.h>
 
 namespace {
 
 template <typename Field>
 constexpr ValueTypes declared_type()
 {
-    if constexpr (std::is_same_v<Field, OnOff>)
+    if constexpr (std::is_same_v<Field, OnOff>) {
         return TYPE_BOOL;
-    else if constexpr (std::is_same_v<Field, int>)
+    } else if constexpr (std::is_same_v<Field, int>) {
         return TYPE_INT32;
-    else if constexpr (std::is_same_v<Field, uint32_t>)
+    } else if constexpr (std::is_same_v<Field, uint32_t>) {
         return TYPE_UINT32;
-    else if constexpr (std::is_same_v<Field, double>)
+    } else if constexpr (std::is_same_v<Field, double>) {
         return TYPE_DOUBLE;
-    else if constexpr (std::is_same_v<Field, char[kOrvanTextSize]>)
+    } else if constexpr (std::is_same_v<Field, char[kOrvanTextSize]>) {
         return TYPE_STRING;
+    }
 }
 
 constexpr int kTagsInOrder[] = {
@@ -30,9 +31,11 @@ constexpr int kTagsInOrder[] = {
 constexpr bool rows_stand_at_their_tags()
 {
     int row = 0;
-    for (int tag : kTagsInOrder)
-        if (tag != row++)
+    for (int tag : kTagsInOrder) {
+        if (tag != row++) {
             return false;
+        }
+    }
     return row == static_cast<int>(kOrvanElementCount);
 }
 

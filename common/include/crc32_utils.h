@@ -39,7 +39,7 @@ public:
      * @param length their number
      * @return the new running value
      */
-    uint32_t calculate_crc32(uint32_t crc, const uint8_t* data, std::size_t length) const;
+    uint32_t calculate_crc32(uint32_t crc, const uint8_t* data, size_t length) const;
 
     /** The final CRC of a running value. */
     uint32_t crc32_signoff(uint32_t crc) const;

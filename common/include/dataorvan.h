@@ -17,7 +17,7 @@
 inline constexpr const char* g_shmemName = "/orvanData";
 
 /** Bytes of a text field, its terminating zero included. */
-inline constexpr std::size_t kOrvanTextSize = 32;
+inline constexpr size_t kOrvanTextSize = 32;
 
 /** A switch. Readers take every value but 0 as on. */
 enum OnOff : int { Off = 0, On = 1 };
@@ -195,10 +195,10 @@ enum OrvanElement : int {
 };
 
 /** Number of elements, and so of tags from 0 up. */
-inline constexpr std::size_t kOrvanElementCount = ODT_BATT_LOW_ALARM + 1;
+inline constexpr size_t kOrvanElementCount = ODT_BATT_LOW_ALARM + 1;
 
 /** @name Words of the text fields, as SCPI spells them: the capitals are the short form. */
-///@{
+/** @{ */
 inline constexpr const char* ModulationNames[] = {"AM",   "FM",    "PM",   "FRSW",
                                                   "PRSW", "Pulse", "List", "Pattern"};
 inline constexpr const char* SweepDirectionToString[] = {"NORMAL", "UPDOWN"};
@@ -206,7 +206,7 @@ inline constexpr const char* TriggerSourceToString[] = {"EXTernal", "BUS", "TIMe
 inline constexpr const char* TriggerEdgeToString[] = {"POSitive", "NEGative"};
 inline constexpr const char* TriggerAdvToString[] = {"ONCe", "STEP"};
 inline constexpr const char* ModSrcModeToString[] = {"INTernal", "EXTernal"};
-///@}
+/** @} */
 
 struct OC_CHANNEL_DATA {
     OnOff Enabled;

@@ -43,7 +43,7 @@ public:
      *
      * @return true when `size` bytes were read; with false `buffer` may be partly filled
      */
-    static bool readBufferFromFile(const char* path, void* buffer, std::size_t size);
+    static bool readBufferFromFile(const char* path, void* buffer, size_t size);
 
     /**
      * Reads the whole of a regular file, as it was at one moment if it is only ever replaced.
@@ -51,7 +51,7 @@ public:
      * @param contents gets the bytes; with false it is as it was
      * @param limit    length past which the file is refused
      */
-    static bool readWholeFile(const char* path, std::string& contents, std::size_t limit);
+    static bool readWholeFile(const char* path, std::string& contents, size_t limit);
 
     /**
      * Puts bytes on the disk as the whole contents of a file, in one step: with false the path has
@@ -60,10 +60,10 @@ public:
      *
      * @param path the file to make or to replace; its folder has to exist
      */
-    static bool replaceFile(const char* path, const void* data, std::size_t length);
+    static bool replaceFile(const char* path, const void* data, size_t length);
 
     /** As `replaceFile`, and makes the folders of the path that are missing, with mode 755. */
-    static bool saveBufferToFile(const char* path, const void* data, std::size_t length);
+    static bool saveBufferToFile(const char* path, const void* data, size_t length);
 
     /** Makes an empty file with mode 644 in an existing folder; one that is there loses its contents. */
     static bool createFileName(const char* path);
@@ -97,7 +97,7 @@ public:
      * @return true when one was found; with false `out` is as it was. Also false when the path of the
      *         entry does not fit into `out`
      */
-    static bool findFirstFileContaining(const char* dir, const char* word, char* out, std::size_t outSize,
+    static bool findFirstFileContaining(const char* dir, const char* word, char* out, size_t outSize,
                                         int kind);
 
     /**

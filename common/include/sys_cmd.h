@@ -39,6 +39,6 @@ int run_system_cmd(const char* command);
  *                whatever the result
  * @param size    size of `buffer`; -1 with nothing run when `buffer` is null or this is 0
  */
-int read_system_cmd(const char* command, char* buffer, std::size_t size);
+int read_system_cmd(const char* command, char* buffer, size_t size);
 
 #endif

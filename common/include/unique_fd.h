@@ -30,8 +30,9 @@ public:
     /** Takes another one, or none, and closes the one that it had. */
     void reset(int fd = -1)
     {
-        if (m_fd >= 0)
+        if (m_fd >= 0) {
             ::close(m_fd);
+        }
         m_fd = fd;
     }
 

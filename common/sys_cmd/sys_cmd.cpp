@@ -50,8 +50,9 @@ public:
             posix_spawnattr_setsigmask(&m_attributes, &none) == 0 &&
             posix_spawnattr_setsigdefault(&m_attributes, &all) == 0 &&
             posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
-        if (!ready || posix_spawn(&pid, "/bin/sh", &m_actions, &m_attributes, arguments, environ) != 0)
+        if (!ready || posix_spawn(&pid, "/bin/sh", &m_actions, &m_attributes, arguments, environ) != 0) {
             return -1;
+        }
         return pid;
     }
 
@@ -67,17 +68,18 @@ int wait_for(pid_t pid)
     do {
         ended = waitpid(pid, &status, 0);
     } while (ended < 0 && errno == EINTR);
-    if (ended < 0)
+    if (ended < 0) {
         return -1;
+    }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 // Takes output into a buffer and drops what is past its end; room for the terminating zero is kept.
 class OutputBuffer {
 public:
-    OutputBuffer(char* buffer, std::size_t size) : m_place(buffer), m_room(size - 1) { *m_place = '\0'; }
+    OutputBuffer(char* buffer, size_t size) : m_place(buffer), m_room(size - 1) { *m_place = '\0'; }
 
-    void append(const char* data, std::size_t length)
+    void append(const char* data, size_t length)
     {
         length = std::min(length, m_room);
         std::memcpy(m_place, data, length);
@@ -88,20 +90,20 @@ public:
 
 private:
     char* m_place;
-    std::size_t m_room;
+    size_t m_room;
 };
 
 // Reads what a non-blocking pipe holds at the moment; false at its end. No more than a pipe can hold,
 // or a background process that writes without a pause would keep this from ever coming back.
 bool read_held(int pipe, OutputBuffer& output)
 {
-    constexpr std::size_t kPipeCapacity = 65536;
+    constexpr size_t kPipeCapacity = 65536;
     char piece[4096];
-    for (std::size_t taken = 0; taken < kPipeCapacity;) {
+    for (size_t taken = 0; taken < kPipeCapacity;) {
         const ssize_t count = read(pipe, piece, sizeof piece);
         if (count > 0) {
-            output.append(piece, static_cast<std::size_t>(count));
-            taken += static_cast<std::size_t>(count);
+            output.append(piece, static_cast<size_t>(count));
+            taken += static_cast<size_t>(count);
         } else if (count == 0 || errno != EINTR) {
             return count < 0 && errno == EAGAIN;
         }
@@ -126,20 +128,23 @@ void collect(int pipe, int process, OutputBuffer& output)
 
 int run_system_cmd(const char* command)
 {
-    if (command == nullptr)
+    if (command == nullptr) {
         return -1;
+    }
     const pid_t pid = Spawn().start(command, -1);
     return pid < 0 ? -1 : wait_for(pid);
 }
 
-int read_system_cmd(const char* command, char* buffer, std::size_t size)
+int read_system_cmd(const char* command, char* buffer, size_t size)
 {
-    if (buffer == nullptr || size == 0)
+    if (buffer == nullptr || size == 0) {
         return -1;
+    }
     OutputBuffer output(buffer, size);
     int pipe[2];
-    if (command == nullptr || pipe2(pipe, O_CLOEXEC) != 0)
+    if (command == nullptr || pipe2(pipe, O_CLOEXEC) != 0) {
         return -1;
+    }
     fcntl(pipe[0], F_SETFL, O_NONBLOCK);
     const pid_t pid = Spawn().start(command, pipe[1]);
     close(pipe[1]);
@@ -148,8 +153,9 @@ int read_system_cmd(const char* command, char* buffer, std::size_t size)
         // By number: this C library's header for the call leaves out the C linkage.
         const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
         collect(pipe[0], process, output);
-        if (process >= 0)
+        if (process >= 0) {
             close(process);
+        }
         result = wait_for(pid);
     }
     close(pipe[0]);

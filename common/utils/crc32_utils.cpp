@@ -10,8 +10,9 @@ constexpr Crc32Utils::Crc32Utils() : m_crc32_table{}
 {
     for (uint32_t byte = 0; byte < 256; ++byte) {
         uint32_t remainder = byte;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             remainder = (remainder >> 1) ^ ((remainder & 1) != 0 ? kReflectedPolynomial : 0);
+        }
         m_crc32_table[byte] = remainder;
     }
 }
@@ -27,10 +28,11 @@ uint32_t Crc32Utils::crc32_init() const
     return UINT32_MAX;
 }
 
-uint32_t Crc32Utils::calculate_crc32(uint32_t crc, const uint8_t* data, std::size_t length) const
+uint32_t Crc32Utils::calculate_crc32(uint32_t crc, const uint8_t* data, size_t length) const
 {
-    for (std::size_t i = 0; i < length; ++i)
+    for (size_t i = 0; i < length; ++i) {
         crc = (crc >> 8) ^ m_crc32_table[(crc ^ data[i]) & 0xFF];
+    }
     return crc;
 }
 

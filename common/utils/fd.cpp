@@ -9,8 +9,9 @@ template <typename Call>
 auto uninterrupted(Call call)
 {
     auto result = call();
-    while (result < 0 && errno == EINTR)
+    while (result < 0 && errno == EINTR) {
         result = call();
+    }
     return result;
 }
 
@@ -21,28 +22,30 @@ UniqueFd open_file(const char* path, int flags, mode_t mode)
     return UniqueFd(uninterrupted([&] { return open(path, flags | O_CLOEXEC, mode); }));
 }
 
-bool read_all(int fd, void* buffer, std::size_t size)
+bool read_all(int fd, void* buffer, size_t size)
 {
     auto* place = static_cast<char*>(buffer);
     while (size > 0) {
         const ssize_t count = uninterrupted([&] { return read(fd, place, size); });
-        if (count <= 0)
+        if (count <= 0) {
             return false;
+        }
         place += count;
-        size -= static_cast<std::size_t>(count);
+        size -= static_cast<size_t>(count);
     }
     return true;
 }
 
-bool write_all(int fd, const void* data, std::size_t size)
+bool write_all(int fd, const void* data, size_t size)
 {
     const auto* place = static_cast<const char*>(data);
     while (size > 0) {
         const ssize_t count = uninterrupted([&] { return write(fd, place, size); });
-        if (count < 0)
+        if (count < 0) {
             return false;
+        }
         place += count;
-        size -= static_cast<std::size_t>(count);
+        size -= static_cast<size_t>(count);
     }
     return true;
 }

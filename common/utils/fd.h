@@ -15,10 +15,10 @@
 UniqueFd open_file(const char* path, int flags, mode_t mode = 0);
 
 /** Reads exactly `size` bytes; false on an error or an earlier end. */
-bool read_all(int fd, void* buffer, std::size_t size);
+bool read_all(int fd, void* buffer, size_t size);
 
 /** Writes all bytes; false on an error. */
-bool write_all(int fd, const void* data, std::size_t size);
+bool write_all(int fd, const void* data, size_t size);
 
 /** As fsync(2), again after a signal; false on an error. */
 bool sync_file(int fd);

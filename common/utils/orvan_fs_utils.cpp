@@ -1,7 +1,5 @@
 #include "orvan_fs_utils.h"
 
-#include "fd.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -18,6 +16,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "fd.h"
+
 namespace {
 
 constexpr mode_t kFileMode = 0644;
@@ -25,9 +25,10 @@ constexpr mode_t kFolderMode = 0755;
 
 std::string folder_of(const std::string& path)
 {
-    const std::size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos)
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) {
         return ".";
+    }
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
@@ -44,8 +45,9 @@ UniqueFd open_regular(const char* path, uintmax_t& length)
     // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
     UniqueFd fd = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat info = {};
-    if (!fd || fstat(fd.get(), &info) != 0)
+    if (!fd || fstat(fd.get(), &info) != 0) {
         return UniqueFd(-1);
+    }
     if (!S_ISREG(info.st_mode)) {
         errno = EINVAL;
         return UniqueFd(-1);
@@ -82,12 +84,14 @@ bool is_folder(const char* path)
 
 bool make_folder(const char* path, mode_t mode)
 {
-    if (mkdir(path, mode) == 0)
+    if (mkdir(path, mode) == 0) {
         return true;
+    }
     // Whatever the reason, a folder that is there will do; a read-only root refuses before it looks.
     const int reason = errno;
-    if (is_folder(path))
+    if (is_folder(path)) {
         return true;
+    }
     errno = reason;
     return false;
 }
@@ -121,55 +125,63 @@ bool OrvanFSUtils::ifFileExists(const char* path)
 uint32_t OrvanFSUtils::getFileLen(const char* path)
 {
     struct stat info = {};
-    if (path == nullptr || stat(path, &info) != 0 || !S_ISREG(info.st_mode))
+    if (path == nullptr || stat(path, &info) != 0 || !S_ISREG(info.st_mode)) {
         return 0;
+    }
     return static_cast<uint32_t>(std::min<uintmax_t>(static_cast<uintmax_t>(info.st_size), UINT32_MAX));
 }
 
-bool OrvanFSUtils::readBufferFromFile(const char* path, void* buffer, std::size_t size)
+bool OrvanFSUtils::readBufferFromFile(const char* path, void* buffer, size_t size)
 {
-    if (path == nullptr || (buffer == nullptr && size != 0))
+    if (path == nullptr || (buffer == nullptr && size != 0)) {
         return false;
+    }
     uintmax_t length = 0;
     const UniqueFd fd = open_regular(path, length);
     return fd && read_all(fd.get(), buffer, size);
 }
 
-bool OrvanFSUtils::readWholeFile(const char* path, std::string& contents, std::size_t limit)
+bool OrvanFSUtils::readWholeFile(const char* path, std::string& contents, size_t limit)
 try {
-    if (path == nullptr)
+    if (path == nullptr) {
         return false;
+    }
     uintmax_t length = 0;
     const UniqueFd fd = open_regular(path, length);
-    if (!fd)
+    if (!fd) {
         return false;
+    }
     if (length > limit) {
         errno = EFBIG;
         return false;
     }
-    std::string bytes(static_cast<std::size_t>(length), '\0');
-    if (!read_all(fd.get(), bytes.data(), bytes.size()))
+    std::string bytes(static_cast<size_t>(length), '\0');
+    if (!read_all(fd.get(), bytes.data(), bytes.size())) {
         return false;
+    }
     contents = std::move(bytes);
     return true;
 } catch (const std::exception&) {
     return false;
 }
 
-bool OrvanFSUtils::replaceFile(const char* path, const void* data, std::size_t length)
+bool OrvanFSUtils::replaceFile(const char* path, const void* data, size_t length)
 try {
-    if (path == nullptr || (data == nullptr && length != 0))
+    if (path == nullptr || (data == nullptr && length != 0)) {
         return false;
+    }
     const std::string folder = folder_of(path);
     // The temporary name has nothing of the file's own: searches by a word in the name must not come
     // upon what a power failure leaves.
     std::string draft = folder + "/.new-XXXXXX";
     const UniqueFd fd(mkostemp(draft.data(), O_CLOEXEC));
-    if (!fd)
+    if (!fd) {
         return false;
+    }
     if (fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
-        rename(draft.c_str(), path) == 0)
+        rename(draft.c_str(), path) == 0) {
         return sync_folder(folder);
+    }
     const int reason = errno;
     unlink(draft.c_str());
     errno = reason;
@@ -178,7 +190,7 @@ try {
     return false;
 }
 
-bool OrvanFSUtils::saveBufferToFile(const char* path, const void* data, std::size_t length)
+bool OrvanFSUtils::saveBufferToFile(const char* path, const void* data, size_t length)
 try {
     return path != nullptr && mkdir_recursive(folder_of(path).c_str(), kFolderMode) == 0 &&
            replaceFile(path, data, length);
@@ -193,8 +205,9 @@ bool OrvanFSUtils::createFileName(const char* path)
 
 bool OrvanFSUtils::writeTxtLineToFile(const char* path, const char* line)
 try {
-    if (path == nullptr || line == nullptr)
+    if (path == nullptr || line == nullptr) {
         return false;
+    }
     const UniqueFd fd = open_file(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode);
     const std::string text = std::string(line) + '\n';
     return fd && write_all(fd.get(), text.data(), text.size()) && sync_file(fd.get()) &&
@@ -205,43 +218,49 @@ try {
 
 int OrvanFSUtils::mkdir_recursive(const char* path, mode_t mode)
 try {
-    if (path == nullptr || *path == '\0')
+    if (path == nullptr || *path == '\0') {
         return -1;
+    }
     const std::string whole = path;
-    for (std::size_t end = 0; end != std::string::npos;) {
+    for (size_t end = 0; end != std::string::npos;) {
         end = whole.find('/', end + 1);
-        if (!make_folder(whole.substr(0, end).c_str(), mode))
+        if (!make_folder(whole.substr(0, end).c_str(), mode)) {
             return -1;
+        }
     }
     return 0;
 } catch (const std::exception&) {
     return -1;
 }
 
-bool OrvanFSUtils::findFirstFileContaining(const char* dir, const char* word, char* out, std::size_t outSize,
+bool OrvanFSUtils::findFirstFileContaining(const char* dir, const char* word, char* out, size_t outSize,
                                            int kind)
 try {
-    if (dir == nullptr || word == nullptr || out == nullptr)
+    if (dir == nullptr || word == nullptr || out == nullptr) {
         return false;
+    }
     std::string found;
     timespec newest = {};
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
         const std::string name = entry.path().filename().string();
         struct stat info = {};
         if (name.find(word) == std::string::npos || !is_kind(entry.path().string(), kind) ||
-            lstat(entry.path().c_str(), &info) != 0)
+            lstat(entry.path().c_str(), &info) != 0) {
             continue;
+        }
         const bool older = is_later(newest, info.st_ctim);
         if (found.empty() || is_later(info.st_ctim, newest) || (!older && name < found)) {
             found = name;
             newest = info.st_ctim;
         }
     }
-    if (found.empty())
+    if (found.empty()) {
         return false;
+    }
     const std::string path = (std::filesystem::path(dir) / found).string();
-    if (path.size() >= outSize)
+    if (path.size() >= outSize) {
         return false;
+    }
     std::memcpy(out, path.c_str(), path.size() + 1);
     return true;
 } catch (const std::exception&) {
@@ -250,8 +269,9 @@ try {
 
 int OrvanFSUtils::delete_files_in_dir(const char* path)
 try {
-    if (path == nullptr)
+    if (path == nullptr) {
         return -1;
+    }
     // The names first: what an open folder still yields while its entries go is not defined.
     std::vector<std::filesystem::path> folders;
     std::vector<std::filesystem::path> others;

@@ -70,8 +70,9 @@ int OrvanBenchtopDevice::SetTriggerCouple(int modulesNo, uint8_t coupling)
     GetSelectChannel(curChannel);
     for (int i = 1; i <= modulesNo; ++i) {
         SetSelectChannel(static_cast<uint32_t>(i));
-        if (const int failure = devConnHandler->setTrgSrc(coupling); failure != 0)
+        if (const int failure = devConnHandler->setTrgSrc(coupling); failure != 0) {
             result = failure;
+        }
     }
     SetSelectChannel(curChannel);
     return result;
@@ -99,8 +100,9 @@ int OrvanBenchtopDevice::SetRFOutput(OnOff value)
 
 int OrvanBenchtopDevice::SetAMModulationSource(OnOff value)
 {
-    if (pPersistentData == nullptr)
+    if (pPersistentData == nullptr) {
         return ERR_FAILED;
+    }
     std::printf("OrvanBenchtopDevice::SetAMModulation started");
     return devConnHandler->setModSrc(kAm, value == On);
 }

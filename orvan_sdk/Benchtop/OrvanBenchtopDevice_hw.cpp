@@ -1,8 +1,6 @@
 // The board's start, access by access. Its two expanders are driven through three handles: the one at 0x20
 // has two, and messages call the second of them 0x21.
 
-#include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
-
 #include <wiringPi.h>
 
 #include "board/expanders.h"
@@ -11,6 +9,7 @@
 #include "board/spi_multiplexer.h"
 #include "device/init_hw.h"
 #include "hw/hw.h"
+#include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 
 namespace HaldeElec::Orvan {
 namespace {
@@ -70,8 +69,9 @@ void toggle_multiplexer()
 
 void drive_start_pins(int level)
 {
-    for (const int pin : kStartPins)
+    for (const int pin : kStartPins) {
         digitalWrite(pin, level);
+    }
 }
 
 void pulse_start_pins()
@@ -88,8 +88,9 @@ void pulse_start_pins()
 bool OrvanBenchtopDevice::InitHW()
 {
     wiringPiSetup();
-    for (const int pin : {kExpanderResetPin, kStartPins[0], kStartPins[1], kMultiplexerSelectPin})
+    for (const int pin : {kExpanderResetPin, kStartPins[0], kStartPins[1], kMultiplexerSelectPin}) {
         pinMode(pin, OUTPUT);
+    }
     toggle_multiplexer();
     reset_expanders();
 
@@ -99,13 +100,15 @@ bool OrvanBenchtopDevice::InitHW()
     uint8_t val = 0;
     if (exp0.isOpen()) {
         take_steps(exp0, kSetUp0, val);
-        if (exp0.status != 0)
+        if (exp0.status != 0) {
             return init_hw_failed("GPIO expander 0x20 initialization");
+        }
     }
     if (exp1.isOpen()) {
         take_steps(exp1, kSetUp1, val);
-        if (exp1.status != 0)
+        if (exp1.status != 0) {
             return init_hw_failed("GPIO expander 0x21 initialization");
+        }
     }
     if (exp2.isOpen()) {
         take_steps(exp2, kSetUp2, val);
@@ -113,13 +116,15 @@ bool OrvanBenchtopDevice::InitHW()
         take_steps(exp2, kStart2, val);
         hw_delay_us(kStartUs);
         take_steps(exp2, kStarted2, val);
-        if (exp2.status != 0)
+        if (exp2.status != 0) {
             return init_hw_failed("GPIO expander 0x24 initialization");
+        }
     }
 
     I2CFd* const handles[] = {&exp0, &exp1};
-    for (const auto& [handle, step] : kModulationReset)
+    for (const auto& [handle, step] : kModulationReset) {
         take_step(*handles[handle], step, val);
+    }
     return (exp0.status == 0 && exp1.status == 0) || init_hw_failed("external modulations reset");
 }
 

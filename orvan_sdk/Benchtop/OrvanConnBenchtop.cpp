@@ -27,17 +27,20 @@ OrvanConnBenchtop::OrvanConnBenchtop()
 
 int OrvanConnBenchtop::SetRFOutput(int value)
 {
-    if (installedChannels < 1 || installedChannels > kRoutedChannels || !is_routed(channelNo))
+    if (installedChannels < 1 || installedChannels > kRoutedChannels || !is_routed(channelNo)) {
         return 0;
+    }
     const ChannelConfig& output = lookup[installedChannels - 1][channelNo - 1];
-    if (output.register_addr == 0 || output.bit_mask == 0)
+    if (output.register_addr == 0 || output.bit_mask == 0) {
         return 0;
+    }
 
     I2CFd exp0(kExpanderAddress);
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, output.register_addr, output.bit_mask, value != 0);
-        if (exp0.status != 0)
+        if (exp0.status != 0) {
             syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, channelNo);
+        }
     }
     return 0;
 }
@@ -52,37 +55,42 @@ int OrvanConnBenchtop::setTrgImp(uint32_t& imp)
     I2CFd exp0(kExpanderAddress);
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, GPIOA, termBitByCh[ch - 1], curImp != 0);
-        if (exp0.status != 0)
+        if (exp0.status != 0) {
             syslog(LOG_ERR, "%s: failed to set trigger impedance for channel %u", __func__, channelNo);
+        }
     }
     return 0;
 }
 
 int OrvanConnBenchtop::setTrgSrc(uint8_t coupleIdx)
 {
-    if (coupleIdx > eCoupling_all)
+    if (coupleIdx > eCoupling_all) {
         return -1;
+    }
     I2CFd exp0(kExpanderAddress);
     I2CFd exp1(kExpanderAddress);
     I2CFd exp2(kSecondExpanderAddress);
     I2CFd* const fds[] = {&exp0, &exp1, &exp2};
-    if (!is_routed(channelNo))
+    if (!is_routed(channelNo)) {
         return -1;
+    }
 
     const int row = installed_row(installedChannels);
     const uint32_t chIdx = channelNo - 1;
     const uint8_t outval = outvalArray[row][coupleIdx][chIdx];
     const SrcSel& sel = srcMap[row][chIdx];
-    if (sel.bit < 8)
+    if (sel.bit < 8) {
         i2c_set_bit(*fds[sel.fd_idx], GPIOA, sel.bit, outval != 0);
+    }
 
     uint32_t curImp = 0;
     getTrgImp(curImp);
     const bool is10k = curImp != 0;
     i2c_set_bit(exp0, GPIOA, termBitByCh[chIdx], is10k);
 
-    if (exp0.status == 0 && exp1.status == 0 && exp2.status == 0)
+    if (exp0.status == 0 && exp1.status == 0 && exp2.status == 0) {
         return 0;
+    }
     syslog(LOG_ERR, "%s: failed to set trigger source for channel %u", __func__, channelNo);
     return -1;
 }
@@ -101,8 +109,9 @@ int OrvanConnBenchtop::setModSrc(uint32_t mod, uint32_t state)
     apply_seq(external ? *sp.enable : *sp.disable, i2cfd0, i2cfd1, MODE_RELAY_DELAY_US);
     OrvanDebug::Log("OrvanConnBenchtop::setModSrc end", true);
 
-    if (i2cfd0.status == 0 && i2cfd1.status == 0)
+    if (i2cfd0.status == 0 && i2cfd1.status == 0) {
         return 0;
+    }
     syslog(LOG_ERR, "%s: failed to apply modulation source sequence for channel %u", __func__, channelNo);
     return -1;
 }

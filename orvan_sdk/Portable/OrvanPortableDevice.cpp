@@ -86,11 +86,13 @@ bool OrvanPortableDevice::InitHW()
 {
     set_up_pins();
     m_batteryIsAlive = false;
-    if (!set_up_chip(kChargerAddress, kChargerSetUp))
+    if (!set_up_chip(kChargerAddress, kChargerSetUp)) {
         return init_hw_failed("battery controller setup");
+    }
     uint8_t val = 0;
-    if (!set_up_module_supply(kExpanderAddress, kExpanderSetUp, val))
+    if (!set_up_module_supply(kExpanderAddress, kExpanderSetUp, val)) {
         return init_hw_failed("GPIO expander initialization");
+    }
     m_batteryIsAlive = battery_replies([](I2CFd& battery) {
         uint16_t charge = 0;
         return battery.read16(kRelativeStateOfCharge, charge);

@@ -1,7 +1,7 @@
-#include "orvan_sdk/Portable/OrvanPortableDevice.h"
-
 #include <algorithm>
+
 #include <syslog.h>
+
 #include <wiringPi.h>
 
 #include "board/battery.h"
@@ -10,6 +10,7 @@
 #include "board/mcp23017.h"
 #include "hw/hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/Portable/OrvanPortableDevice.h"
 #include "orvan_sdk/i2cdev.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "portable_board.h"
@@ -39,8 +40,9 @@ void OrvanPortableDevice::ChargeMonitor()
 {
     static bool orvanx_on = true; // the module has power, whatever device object is there
     int retry = 0;
-    for (;;)
+    for (;;) {
         charge_cycle(retry, orvanx_on);
+    }
 }
 
 void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
@@ -51,16 +53,19 @@ void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
         const uint16_t dispPercent = usable_charge(reading.percentage);
         syslog(LOG_INFO, "Battery:%u%% status:%d volt:%.3f", unsigned{reading.percentage}, reading.status,
                voltage / 1000.0);
-        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance()) {
             modules->update_battery_status(dispPercent, reading.status);
+        }
 
         // A switch that failed is tried again by the next cycle.
         if (dispPercent == 0 && orvanx_on) {
-            if (turn_orvanx_on(false) == 0)
+            if (turn_orvanx_on(false) == 0) {
                 orvanx_on = false;
+            }
         } else if (dispPercent >= P_DEBOUNCE && !orvanx_on) {
-            if (turn_orvanx_on(true) == 0)
+            if (turn_orvanx_on(true) == 0) {
                 orvanx_on = true;
+            }
         }
     };
     run_charge_cycle(devConnHandler->mtx, retry, {read_voltage, publish_and_switch});
@@ -69,26 +74,30 @@ void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
 int OrvanPortableDevice::turn_orvanx_on(bool on)
 {
     I2CFd exp(kExpanderAddress);
-    if (!exp.isOpen())
+    if (!exp.isOpen()) {
         return 0;
+    }
     i2c_set_bit(exp, OLATA, kModulePower, on);
-    if (exp.status != 0)
+    if (exp.status != 0) {
         syslog(LOG_ERR, "%s: failed to turn orvan %s", __func__, on ? "on" : "off");
+    }
     return exp.status;
 }
 
 bool OrvanPortableDevice::SetupPowerButtonIrq(void (*handler)())
 {
-    if (wiringPiISR(BTN_INT_CPU_PIN, INT_EDGE_FALLING, handler) >= 0)
+    if (wiringPiISR(BTN_INT_CPU_PIN, INT_EDGE_FALLING, handler) >= 0) {
         return true;
+    }
     syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", __func__, BTN_INT_CPU_PIN);
     return false;
 }
 
 void OrvanPortableDevice::WaitPowerButtonRelease()
 {
-    while (digitalRead(BTN_INT_CPU_PIN) == 0)
+    while (digitalRead(BTN_INT_CPU_PIN) == 0) {
         hw_delay_us(kButtonPollUs);
+    }
 }
 
 } // namespace HaldeElec::Orvan

@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <cstring>
-#include <syslog.h>
 #include <utility>
+
+#include <syslog.h>
 
 #include "hw/hw.h"
 
@@ -43,10 +44,11 @@ BITManager::BITManager(int period) : m_cbitPeriod(period)
         static_cast<BITManager*>(manager)->runPeriodicThread();
         return nullptr;
     };
-    if (pthread_create(&m_cbitThreadId, nullptr, entry, this) == 0)
+    if (pthread_create(&m_cbitThreadId, nullptr, entry, this) == 0) {
         m_threadStarted = true;
-    else
+    } else {
         syslog(LOG_ERR, "Failed to create thread");
+    }
 }
 
 BITManager::~BITManager()
@@ -56,8 +58,9 @@ BITManager::~BITManager()
 
 void BITManager::stop()
 {
-    if (!m_threadStarted)
+    if (!m_threadStarted) {
         return;
+    }
     m_stopThread = true;
     pthread_join(m_cbitThreadId, nullptr);
     m_threadStarted = false;
@@ -87,8 +90,9 @@ void BITManager::runCBITs()
             }
         }
     }
-    if (record != nullptr)
+    if (record != nullptr) {
         test.testFunction(record);
+    }
 }
 
 void BITManager::runPBITs()
@@ -112,8 +116,9 @@ void BITManager::run_all(eBitType type)
             test = m_bitTypes[type].testTable[index];
             record = &m_bitTypes[type].testRecords[index];
         }
-        if (can_be_run(test))
+        if (can_be_run(test)) {
             test.testFunction(record);
+        }
     }
 }
 
@@ -137,25 +142,29 @@ int BITManager::registerTest(eBitType type, Test_t test)
 
 int BITManager::find_test(eBitType type, const char* name) const
 {
-    if (name == nullptr)
+    if (name == nullptr) {
         return -1;
+    }
     const BITType_t& kind = m_bitTypes[type];
     for (int index = 0; index < kind.testCount; ++index) {
         const char* const key = kind.testTable[index].testName;
-        if (key != nullptr && std::strcmp(name, key) == 0)
+        if (key != nullptr && std::strcmp(name, key) == 0) {
             return index;
+        }
     }
     return -1;
 }
 
 bool BITManager::setTestResult(eBitType type, const char* name, int status, int errorCode)
 {
-    if (!is_bit_type(type))
+    if (!is_bit_type(type)) {
         return false;
+    }
     std::lock_guard lock(m_bitMutex);
     const int index = find_test(type, name);
-    if (index < 0)
+    if (index < 0) {
         return false;
+    }
     m_bitTypes[type].testRecords[index].status = status;
     m_bitTypes[type].testRecords[index].errorCode = errorCode;
     return true;
@@ -163,30 +172,35 @@ bool BITManager::setTestResult(eBitType type, const char* name, int status, int 
 
 void BITManager::setRunningMode(eBitType type, const char* name, bool autoMode)
 {
-    if (!is_bit_type(type))
+    if (!is_bit_type(type)) {
         return;
+    }
     std::lock_guard lock(m_bitMutex);
     const int index = find_test(type, name);
-    if (index >= 0)
+    if (index >= 0) {
         m_bitTypes[type].testTable[index].autoMode = autoMode;
+    }
 }
 
 int BITManager::getTestsNumber(eBitType type)
 {
-    if (!is_bit_type(type))
+    if (!is_bit_type(type)) {
         return 0;
+    }
     std::lock_guard lock(m_bitMutex);
     return m_bitTypes[type].testCount;
 }
 
 bool BITManager::getTestResult(eBitType type, int index, bitReport_t& report)
 {
-    if (!is_bit_type(type))
+    if (!is_bit_type(type)) {
         return false;
+    }
     std::lock_guard lock(m_bitMutex);
     const BITType_t& kind = m_bitTypes[type];
-    if (index < 0 || index >= kind.testCount)
+    if (index < 0 || index >= kind.testCount) {
         return false;
+    }
     const TestRecord_t& record = kind.testRecords[index];
     report = {kind.testTable[index].testName, record.status, record.errorCode};
     return true;
@@ -194,12 +208,14 @@ bool BITManager::getTestResult(eBitType type, int index, bitReport_t& report)
 
 const char* BITManager::getTestName(const TestRecord_t* record)
 {
-    if (record == nullptr || !is_bit_type(record->testType))
+    if (record == nullptr || !is_bit_type(record->testType)) {
         return kUnknown;
+    }
     std::lock_guard lock(m_bitMutex);
     const BITType_t& kind = m_bitTypes[record->testType];
-    if (record->testIndex < 0 || record->testIndex >= kind.testCount)
+    if (record->testIndex < 0 || record->testIndex >= kind.testCount) {
         return kUnknown;
+    }
     return kind.testTable[record->testIndex].testName;
 }
 

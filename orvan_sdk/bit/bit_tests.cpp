@@ -1,15 +1,16 @@
 #include "orvan_sdk/bit/bit_tests.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
-#include <net/if.h>
 #include <optional>
 #include <string>
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -44,8 +45,9 @@ rndis_device_t describe_link(const char* ifname, const std::string& device)
     rndis_device_t link = {};
     copy_text(link.ifname, ifname);
     char path[PATH_MAX];
-    if (realpath(device.c_str(), path) != nullptr)
+    if (realpath(device.c_str(), path) != nullptr) {
         copy_text(link.usb_id, last_component(path));
+    }
     get_ipv4(ifname, link.ipv4, sizeof link.ipv4);
     return link;
 }
@@ -54,8 +56,9 @@ rndis_device_t describe_link(const char* ifname, const std::string& device)
 std::optional<uint32_t> subnet_of(const char* ip)
 {
     in_addr address = {};
-    if (inet_pton(AF_INET, ip, &address) != 1)
+    if (inet_pton(AF_INET, ip, &address) != 1) {
         return std::nullopt;
+    }
     return ntohl(address.s_addr) & RNDIS_SUBNET_MASK;
 }
 
@@ -92,15 +95,18 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo)
         errno = 0;
         const dirent* const entry = readdir(folder);
         if (entry == nullptr) {
-            if (errno != 0)
+            if (errno != 0) {
                 perror("readdir(/sys/class/net)");
+            }
             break;
         }
-        if (entry->d_name[0] == '.')
+        if (entry->d_name[0] == '.') {
             continue;
+        }
         const std::string device = std::string(SYS_CLASS_NET) + "/" + entry->d_name + "/device";
-        if (is_rndis_link(device))
+        if (is_rndis_link(device)) {
             out[found++] = describe_link(entry->d_name, device);
+        }
     }
     closedir(folder);
     return found;
@@ -108,14 +114,17 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo)
 
 int find_device_subnet(const rndis_device_t* devices, int count, const char* ip)
 {
-    if (devices == nullptr || count < 1 || ip == nullptr)
+    if (devices == nullptr || count < 1 || ip == nullptr) {
         return -1;
+    }
     const std::optional<uint32_t> wanted = subnet_of(ip);
-    if (!wanted)
+    if (!wanted) {
         return -1;
+    }
     for (int index = 0; index < count; ++index) {
-        if (subnet_of(devices[index].ipv4) == wanted)
+        if (subnet_of(devices[index].ipv4) == wanted) {
             return index;
+        }
     }
     return -1;
 }
@@ -125,12 +134,14 @@ int get_ipv4(const char* ifname, char* ip_out, size_t ip_len)
     ifreq request = {};
     copy_text(request.ifr_name, ifname);
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     const int result = ioctl(fd, SIOCGIFADDR, &request);
     close(fd);
-    if (result < 0)
+    if (result < 0) {
         return -1;
+    }
     sockaddr_in address = {};
     std::memcpy(&address, &request.ifr_addr, sizeof address);
     const auto length = static_cast<socklen_t>(ip_len);

@@ -13,21 +13,25 @@ int charge_status(uint16_t current)
 int read_battery_charge(bool battery_on, uint16_t& percentage)
 {
     percentage = 0;
-    if (!battery_on)
+    if (!battery_on) {
         return 0;
+    }
     I2CFd bat(kBatteryAddress);
-    if (!bat.isOpen() || bat.read16(kRelativeStateOfCharge, percentage) != 0)
+    if (!bat.isOpen() || bat.read16(kRelativeStateOfCharge, percentage) != 0) {
         syslog(LOG_ERR, "%s: failed to read battery charge", "GetBatteryCharge");
+    }
     return 0;
 }
 
 bool battery_replies(const std::function<int(I2CFd& battery)>& access)
 {
     I2CFd bat(kBatteryAddress);
-    if (!bat.isOpen())
+    if (!bat.isOpen()) {
         return false;
-    if (access(bat) == 0)
+    }
+    if (access(bat) == 0) {
         return true;
+    }
     syslog(LOG_INFO, "%s battery doesn't reply", "InitHW");
     return false;
 }

@@ -37,8 +37,9 @@ void run_charge_cycle(std::mutex& bus, int& retry, const ChargeHooks& hooks)
     charger.write16(kChargerRefresh, kChargerRefreshValue);
     battery.read16(kRelativeStateOfCharge, reading.percentage);
     battery.read16(kCurrent, current);
-    if (hooks.read_more)
+    if (hooks.read_more) {
         hooks.read_more(battery);
+    }
     lock.unlock();
 
     if (charger.status != 0 || battery.status != 0) {

@@ -12,10 +12,11 @@ constexpr int ERR_COUNT = 10;
 
 void FanTest::count(bool failed)
 {
-    if (failed && m_errors < ERR_COUNT)
+    if (failed && m_errors < ERR_COUNT) {
         ++m_errors;
-    else if (!failed && m_errors > 0)
+    } else if (!failed && m_errors > 0) {
         --m_errors;
+    }
 }
 
 void FanTest::report(BITManager& manager) const

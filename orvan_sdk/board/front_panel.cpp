@@ -1,6 +1,7 @@
 #include "front_panel.h"
 
 #include <cstdint>
+
 #include <syslog.h>
 
 #include <wiringPi.h>
@@ -22,8 +23,9 @@ constexpr uint64_t kPollUs = 50000;
 
 bool set_up_power_button(void (*handler)())
 {
-    if (wiringPiISR(I2C_INTC, INT_EDGE_RISING, handler) >= 0)
+    if (wiringPiISR(I2C_INTC, INT_EDGE_RISING, handler) >= 0) {
         return true;
+    }
     syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", "SetupPowerButtonIrq", I2C_INTC);
     return false;
 }
@@ -44,16 +46,18 @@ void await_power_button_release()
             syslog(LOG_ERR, "%s: failed to read GPIO expander, aborting wait", kCaller);
             return;
         }
-        if ((port & kPressed) == 0)
+        if ((port & kPressed) == 0) {
             return;
+        }
         hw_delay_us(kPollUs);
     }
 }
 
 void start_keyboard()
 {
-    if (kb_setup() != 0)
+    if (kb_setup() != 0) {
         syslog(LOG_ERR, "%s: unable to setup I2C ISR", "RunKbdServer");
+    }
     i2cIRQhandler();
 }
 

@@ -1,6 +1,7 @@
 #include "orvan_sdk/i2cdev.h"
 
 #include <unistd.h>
+
 #include <wiringPiI2C.h>
 
 namespace HaldeElec::Orvan {
@@ -9,8 +10,9 @@ I2CFd::I2CFd(int addr) : status(0), m_fd(wiringPiI2CSetup(addr)) {}
 
 I2CFd::~I2CFd()
 {
-    if (m_fd >= 0)
+    if (m_fd >= 0) {
         close(m_fd);
+    }
 }
 
 bool I2CFd::isOpen() const
@@ -21,8 +23,9 @@ bool I2CFd::isOpen() const
 int I2CFd::read8(int reg, uint8_t& val)
 {
     const int result = wiringPiI2CReadReg8(m_fd, reg);
-    if (result < 0)
+    if (result < 0) {
         return status = -1;
+    }
     val = static_cast<uint8_t>(result);
     return 0;
 }
@@ -30,8 +33,9 @@ int I2CFd::read8(int reg, uint8_t& val)
 int I2CFd::read16(int reg, uint16_t& val)
 {
     const int result = wiringPiI2CReadReg16(m_fd, reg);
-    if (result < 0)
+    if (result < 0) {
         return status = -1;
+    }
     val = static_cast<uint16_t>(result);
     return 0;
 }

@@ -15,11 +15,13 @@ constexpr uint64_t kRiseUs = 2'000'000;
 bool set_up_module_supply(int address, std::span<const RegisterStep> steps, uint8_t& val)
 {
     I2CFd expander(address);
-    if (!expander.isOpen())
+    if (!expander.isOpen()) {
         return true;
+    }
     take_steps(expander, steps, val);
-    if (expander.status != 0)
+    if (expander.status != 0) {
         return false;
+    }
     hw_delay_us(kRiseUs);
     digitalWrite(kSpiEnablePin, LOW);
     return true;

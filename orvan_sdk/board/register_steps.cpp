@@ -38,16 +38,18 @@ void take(I2CFd& chip, const BasicRegisterStep<Value>& step, Value& val)
 template <class Value>
 void take_all(I2CFd& chip, std::span<const BasicRegisterStep<Value>> steps, Value& val)
 {
-    for (const BasicRegisterStep<Value>& step : steps)
+    for (const BasicRegisterStep<Value>& step : steps) {
         take(chip, step, val);
+    }
 }
 
 template <class Value>
 bool set_up(int address, std::span<const BasicRegisterStep<Value>> steps, Value& val)
 {
     I2CFd chip(address);
-    if (chip.isOpen())
+    if (chip.isOpen()) {
         take_all(chip, steps, val);
+    }
     return chip.status == 0;
 }
 

@@ -30,9 +30,11 @@ constexpr struct {
 
 uint8_t drive_value(double temp)
 {
-    for (const auto& [below, drive] : kBands)
-        if (temp < below)
+    for (const auto& [below, drive] : kBands) {
+        if (temp < below) {
             return drive;
+        }
+    }
     return kFullDrive;
 }
 
@@ -58,8 +60,9 @@ void control_spi_fan(const std::atomic<bool>& run, std::mutex& bus, BITManager* 
     FanTest test;
     while (run) {
         double maxTemp = HIGH_TEMP;
-        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance()) {
             maxTemp = modules->getTempMaxOrvanx();
+        }
         OrvanDebug::Log("Temperature: " + std::to_string(maxTemp), true);
         bus.lock();
         const int err = update(maxTemp);

@@ -23,8 +23,9 @@ void drive_multiplexer_address(int pin7, int pin21, int pin6)
 
 void configure_multiplexer()
 {
-    for (const int pin : kAddressPins)
+    for (const int pin : kAddressPins) {
         pinMode(pin, OUTPUT);
+    }
     drive_multiplexer_address(0, 0, 0);
 }
 

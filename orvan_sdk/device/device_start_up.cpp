@@ -1,7 +1,6 @@
-#include "orvan_sdk/IOrvanDeviceManager.h"
-
 #include <cstdio>
 #include <new>
+
 #include <syslog.h>
 
 #include "board/spi_multiplexer.h"
@@ -11,6 +10,7 @@
 #include "device/start_hooks.h"
 #include "hw/hw.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
@@ -43,28 +43,34 @@ void IOrvanDeviceManager::start(const DevicePlatform& platform, const char* log_
     OrvanDebug::SetLogMode(log_mode);
     OrvanDebug::SetLogFile(log_path != nullptr ? log_path : "");
     device_type_product = platform.type;
-    if (!start_bus(platform))
+    if (!start_bus(platform)) {
         return;
+    }
     start_hardware();
-    if (!read_settings(platform))
+    if (!read_settings(platform)) {
         return;
+    }
 
     const uint32_t eeprom_crc32 = settings_crc();
     pPersistentData->setDeviceArch(m_devArch);
     pPersistentData->setSwVersion(platform.sw_version);
-    if (hooks.battery_option != nullptr)
+    if (hooks.battery_option != nullptr) {
         batteryOn = hooks.battery_option(pPersistentData->getSettings()->options) && m_batteryIsAlive;
+    }
     start_modules();
-    if (hooks.charge_monitor)
+    if (hooks.charge_monitor) {
         Scpi_Orvanx::getInstance()->update_battery_status(kUnknownCharge, 0);
-    if (hooks.modules_up)
+    }
+    if (hooks.modules_up) {
         hooks.modules_up();
+    }
     finish_settings(platform, eeprom_crc32);
 
     fixedPwmFan = false;
     start_thread(platform.class_name, "fan", hooks.fan);
-    if (batteryOn)
+    if (batteryOn) {
         start_thread(platform.class_name, "charger", *hooks.charge_monitor);
+    }
     start_maintenance();
 }
 
@@ -101,8 +107,9 @@ bool IOrvanDeviceManager::read_settings(const DevicePlatform& platform)
 {
     m_modelsTable = platform.models;
     pPersistentData = CPersistentData::Init(devConnHandler, m_modelsTable);
-    if (pPersistentData == nullptr)
+    if (pPersistentData == nullptr) {
         return false;
+    }
     pPersistentData->setEEPROMch(kEepromChannel);
     SetSelectChannel(1);
     lock_mutex();
@@ -115,8 +122,9 @@ bool IOrvanDeviceManager::read_settings(const DevicePlatform& platform)
 uint32_t IOrvanDeviceManager::settings_crc() const
 {
     const Crc32Utils* const crc32_utils = Crc32Utils::getInstance();
-    if (crc32_utils == nullptr)
+    if (crc32_utils == nullptr) {
         return 0;
+    }
     const auto* const settings = reinterpret_cast<const uint8_t*>(pPersistentData->getSettings());
     const uint32_t crc =
         crc32_utils->calculate_crc32(crc32_utils->crc32_init(), settings, sizeof(EEPROM_DEVICE_SETTINGS));
@@ -136,8 +144,9 @@ void IOrvanDeviceManager::start_modules()
     modules.wait_for_channels_ready(installedChannels, kModulesPatienceSec);
     modules.modules_bit(installedChannels, PBIT);
     modules.load_database(settings.bootDBConfig);
-    for (int ch = 1; ch <= installedChannels; ++ch)
+    for (int ch = 1; ch <= installedChannels; ++ch) {
         modules.getModuleData(ch);
+    }
     modules.sync_db_to_orvanx(const_cast<sDevArch_t*>(m_devArch)); // it only reads it
     modules.startTempratureThread();
 }
@@ -145,8 +154,9 @@ void IOrvanDeviceManager::start_modules()
 void IOrvanDeviceManager::finish_settings(const DevicePlatform& platform, uint32_t crc_as_read)
 {
     pPersistentData->setFlashParams(platform.options, kOptionRows);
-    if (settings_crc() == crc_as_read)
+    if (settings_crc() == crc_as_read) {
         return;
+    }
     lock_mutex();
     pPersistentData->writeData(true, true);
     unlock_mutex();

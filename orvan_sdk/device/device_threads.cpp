@@ -1,7 +1,8 @@
 #include "device_threads.h"
 
-#include <syslog.h>
 #include <system_error>
+
+#include <syslog.h>
 
 namespace HaldeElec::Orvan {
 
@@ -18,8 +19,9 @@ void start_thread(const char* class_name, const char* name, const DeviceThread& 
 void end_thread(std::thread& thread, std::atomic<bool>& run)
 {
     run = false;
-    if (thread.joinable())
+    if (thread.joinable()) {
         thread.join();
+    }
 }
 
 } // namespace HaldeElec::Orvan

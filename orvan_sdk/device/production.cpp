@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+
 #include <syslog.h>
 
 #include <wiringPi.h>
@@ -28,18 +29,22 @@ const DevicePlatform* const kPlatforms[] = {&kPortablePlatform, &kBenchtopPlatfo
 
 const sDevArch_t* find_model(const DevicePlatform& platform, const std::string& model)
 {
-    for (const sDevArch_t* entry = platform.models; entry->model != nullptr; ++entry)
-        if (model == entry->model)
+    for (const sDevArch_t* entry = platform.models; entry->model != nullptr; ++entry) {
+        if (model == entry->model) {
             return entry;
+        }
+    }
     return nullptr;
 }
 
 std::string known_models()
 {
     std::string models;
-    for (const DevicePlatform* platform : kPlatforms)
-        for (const sDevArch_t* entry = platform->models; entry->model != nullptr; ++entry)
+    for (const DevicePlatform* platform : kPlatforms) {
+        for (const sDevArch_t* entry = platform->models; entry->model != nullptr; ++entry) {
             models += std::string(" ") + entry->model;
+        }
+    }
     return models;
 }
 
@@ -82,8 +87,9 @@ ProductionResult ProduceInstrument(const std::string& model, const std::string& 
         syslog(LOG_ERR, "the SPI port of the settings EEPROM does not open");
         return ProductionResult::kFailed;
     }
-    for (const int pin : platform.select_pins)
+    for (const int pin : platform.select_pins) {
         pinMode(pin, OUTPUT);
+    }
     CPersistentData* const data = CPersistentData::Init(bus.get(), platform.models);
     data->setEEPROMch(kEepromChannel);
     const std::lock_guard lock(bus->mtx);

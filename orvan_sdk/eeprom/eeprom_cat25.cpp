@@ -39,10 +39,12 @@ constexpr Size kSizes[] = {
 size_t writeAddressBytes(uint8_t* buffer, uint32_t address, size_t capacity, EEPROM_CAT25_Device device)
 {
     size_t count = 0;
-    if (capacity > 0x10000)
+    if (capacity > 0x10000) {
         buffer[count++] = static_cast<uint8_t>(address >> 16);
-    if (capacity > 0x100 && device != CAT25040)
+    }
+    if (capacity > 0x100 && device != CAT25040) {
         buffer[count++] = static_cast<uint8_t>(address >> 8);
+    }
     buffer[count++] = static_cast<uint8_t>(address);
     return count;
 }
@@ -57,8 +59,9 @@ EEPROM_CAT25::EEPROM_CAT25(IDeviceConnectionHandler* _spi, EEPROM_CAT25_Device _
 bool EEPROM_CAT25::isReady()
 {
     for (int poll = 0; poll < kReadyPolls; ++poll) {
-        if ((getStatusRegister() & EEPROM_CAT25_STATUS_BUSY) == 0)
+        if ((getStatusRegister() & EEPROM_CAT25_STATUS_BUSY) == 0) {
             return true;
+        }
         hw_delay_us(kPollPeriodUs);
     }
     std::fputs("[EEPROM] Busy timeout waiting for RDY\n", stderr);
@@ -69,30 +72,34 @@ uint8_t EEPROM_CAT25::getStatusRegister()
 {
     const uint8_t sent[] = {EEPROM_CAT25_COMMAND_RDSR, EEPROM_CAT25_DUMMY_BYTE};
     uint8_t received[sizeof sent] = {};
-    if (spi == nullptr || spi->DataTransfer(sent, received, sizeof sent) != 0)
+    if (spi == nullptr || spi->DataTransfer(sent, received, sizeof sent) != 0) {
         return 0xFF;
+    }
     return received[1];
 }
 
 size_t EEPROM_CAT25::readBlock(uint32_t address, size_t length, void* buffer)
 {
-    if (spi == nullptr || length == 0 || length > capacity || address > capacity - length || !isReady())
+    if (spi == nullptr || length == 0 || length > capacity || address > capacity - length || !isReady()) {
         return 0;
+    }
 
     uint8_t sent[MAX_SPI_BUF_LEN] = {EEPROM_CAT25_COMMAND_READ};
     uint8_t received[MAX_SPI_BUF_LEN];
     static_assert(EEPROM_CAT25_DUMMY_BYTE == 0, "what is clocked out behind the address");
     const size_t prefix = 1 + writeAddressBytes(sent + 1, address, capacity, device);
-    if (length > MAX_SPI_BUF_LEN - prefix || spi->DataTransfer(sent, received, prefix + length) != 0)
+    if (length > MAX_SPI_BUF_LEN - prefix || spi->DataTransfer(sent, received, prefix + length) != 0) {
         return 0;
+    }
     std::memcpy(buffer, received + prefix, length);
     return length;
 }
 
 size_t EEPROM_CAT25::writeBlock(uint32_t address, size_t length, void* buffer)
 {
-    if (spi == nullptr)
+    if (spi == nullptr) {
         return 0;
+    }
     if (length == 0 || length > capacity || address > capacity - length) {
         std::printf("Trying to write to invalid address 0x%X\n", static_cast<unsigned>(address));
         return 0;
@@ -108,10 +115,12 @@ size_t EEPROM_CAT25::writeBlock(uint32_t address, size_t length, void* buffer)
     };
 
     const auto remainderFirstPage = static_cast<uint16_t>(std::min(pageSize - address % pageSize, length));
-    if (remainderFirstPage != 0)
+    if (remainderFirstPage != 0) {
         write(remainderFirstPage);
-    while (left > pageSize)
+    }
+    while (left > pageSize) {
         write(pageSize);
+    }
     write(left); // of length 0 when the first page took everything; it is refused
     return length;
 }
@@ -119,18 +128,21 @@ size_t EEPROM_CAT25::writeBlock(uint32_t address, size_t length, void* buffer)
 size_t EEPROM_CAT25::writePage(uint32_t address, size_t length, void* buffer)
 {
     std::printf("write Page (EEPROM_CAT25): Writing page at address 0x%X\n", static_cast<unsigned>(address));
-    if (address >= capacity || length == 0 || length > pageSize - address % pageSize || !isReady())
+    if (address >= capacity || length == 0 || length > pageSize - address % pageSize || !isReady()) {
         return 0;
+    }
 
     uint8_t sent[MAX_SPI_BUF_LEN] = {EEPROM_CAT25_COMMAND_WREN, EEPROM_CAT25_DUMMY_BYTE};
     uint8_t received[MAX_SPI_BUF_LEN];
-    if (spi->DataTransfer(sent, received, 2) != 0)
+    if (spi->DataTransfer(sent, received, 2) != 0) {
         return 0;
+    }
 
     sent[0] = EEPROM_CAT25_COMMAND_WRITE;
     const size_t prefix = 1 + writeAddressBytes(sent + 1, address, capacity, device);
-    if (length > MAX_SPI_BUF_LEN - prefix)
+    if (length > MAX_SPI_BUF_LEN - prefix) {
         return 0;
+    }
     std::memcpy(sent + prefix, buffer, length);
     return spi->DataTransfer(sent, received, prefix + length) == 0 ? length : 0;
 }

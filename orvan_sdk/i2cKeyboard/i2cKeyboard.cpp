@@ -1,16 +1,5 @@
 #include "orvan_sdk/i2cKeyboard/i2cKeyboard.h"
 
-#include <hw/hw.h>
-#include <tca8418.h>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
-#include <wiringPi.h>
-#include <wiringPiI2C.h>
-
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -18,6 +7,18 @@
 #include <cstring>
 #include <system_error>
 #include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
+#include <hw/hw.h>
+#include <tca8418.h>
 
 namespace {
 
@@ -48,9 +49,10 @@ public:
 
     void push(uint8_t code)
     {
-        const std::size_t size = m_size.load(std::memory_order_relaxed);
-        if (size == MAX_CMD_QUEUE_SIZE)
+        const size_t size = m_size.load(std::memory_order_relaxed);
+        if (size == MAX_CMD_QUEUE_SIZE) {
             return;
+        }
         m_codes[(m_first + size) % MAX_CMD_QUEUE_SIZE] = code;
         m_size.store(size + 1, std::memory_order_release);
     }
@@ -65,8 +67,8 @@ public:
 
 private:
     std::array<uint8_t, MAX_CMD_QUEUE_SIZE> m_codes{};
-    std::size_t m_first = 0;
-    std::atomic<std::size_t> m_size{0};
+    size_t m_first = 0;
+    std::atomic<size_t> m_size{0};
 };
 
 int i2cfdkb = -1;
@@ -111,10 +113,12 @@ void i2cIRQhandler()
     piLock(kControllerLock);
     const int res = tca8418_irq_handler(i2cfdkb, 0, &row, &col, &state);
     piUnlock(kControllerLock);
-    if (res < 0)
+    if (res < 0) {
         return;
-    if (state == kPressed || reports_release(col))
+    }
+    if (state == kPressed || reports_release(col)) {
         queue_code(static_cast<uint8_t>(col * 16 + row));
+    }
 }
 
 void send_remote_code()
@@ -142,8 +146,9 @@ int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz)
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval limit = {0, kSocketLimitUs};
     if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) < 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0)
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0) {
         return 1;
+    }
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(KB_PORT);

@@ -1,6 +1,7 @@
 #include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 
 #include <iterator>
+
 #include <syslog.h>
 
 #include "board/battery.h"
@@ -80,19 +81,23 @@ int OrvanKsr7000Device::SetRFOutput(OnOff value)
     GetSelectChannel(ch);
     const EEPROM_DEVICE_SETTINGS* const settings =
         pPersistentData != nullptr ? pPersistentData->getSettings() : nullptr;
-    if (settings == nullptr || settings->numDevices < ch)
+    if (settings == nullptr || settings->numDevices < ch) {
         return ERR_FAILED;
+    }
     // Settings of an unknown model may tell of more channels than this platform has.
-    if (ch < 1 || ch > std::size(ledArry))
+    if (ch < 1 || ch > std::size(ledArry)) {
         return ERR_FAILED;
+    }
 
     I2CFd exp(kExpanderAddress);
-    if (!exp.isOpen())
+    if (!exp.isOpen()) {
         return ERR_FAILED;
+    }
     const auto& [port, mask] = ledArry[ch - 1];
     i2c_set_bit(exp, port, mask, value != Off);
-    if (exp.status == 0)
+    if (exp.status == 0) {
         return 0;
+    }
     syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, ch);
     return ERR_FAILED;
 }
@@ -160,16 +165,18 @@ int OrvanKsr7000Device::GetBatteryCharge(uint16_t& percentage)
 void OrvanKsr7000Device::ChargeMonitor()
 {
     int retry = 0;
-    while (m_runChargerThread)
+    while (m_runChargerThread) {
         charge_cycle(retry);
+    }
 }
 
 void OrvanKsr7000Device::charge_cycle(int& retry)
 {
     const auto publish = [](const ChargeReading& reading) {
         syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, reading.status);
-        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance())
+        if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance()) {
             modules->update_battery_status(reading.percentage, reading.status);
+        }
     };
     run_charge_cycle(devConnHandler->mtx, retry, {{}, publish});
 }

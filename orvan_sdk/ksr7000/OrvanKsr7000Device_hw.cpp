@@ -1,8 +1,6 @@
 // The board's start, access by access. As on the benchtop the expander at 0x20 is set up through two handles,
 // and messages call the second of them 0x21 and the one at 0x24 0x22.
 
-#include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
-
 #include <cstdint>
 
 #include <wiringPi.h>
@@ -15,6 +13,7 @@
 #include "board/register_steps.h"
 #include "device/init_hw.h"
 #include "orvan_sdk/i2cdev.h"
+#include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
 
 namespace HaldeElec::Orvan {
 namespace {
@@ -59,15 +58,19 @@ bool OrvanKsr7000Device::InitHW()
     reset_expanders();
     m_batteryIsAlive = false;
     uint8_t val = 0;
-    if (!set_up_chip(kExpanderAddress, kSetUp0, val))
+    if (!set_up_chip(kExpanderAddress, kSetUp0, val)) {
         return init_hw_failed("GPIO expander 0x20 initialization");
-    if (!set_up_chip(kExpanderAddress, kSetUp1, val))
+    }
+    if (!set_up_chip(kExpanderAddress, kSetUp1, val)) {
         return init_hw_failed("GPIO expander 0x21 initialization");
+    }
     // Drives the SPI enable, which is never made an output on this platform.
-    if (!set_up_module_supply(kSecondExpanderAddress, kSetUp2, val))
+    if (!set_up_module_supply(kSecondExpanderAddress, kSetUp2, val)) {
         return init_hw_failed("GPIO expander 0x22 initialization");
-    if (!set_up_chip(kChargerAddress, kChargerSetUp))
+    }
+    if (!set_up_chip(kChargerAddress, kChargerSetUp)) {
         return init_hw_failed("battery controller setup");
+    }
     m_batteryIsAlive =
         battery_replies([](I2CFd& battery) { return battery.write16(kBatteryMode, kBatteryModeValue); });
     return true;

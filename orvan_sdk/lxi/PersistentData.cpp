@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
 #include <syslog.h>
 
 #include "crc32_utils.h"
@@ -91,8 +92,9 @@ private:
 
 bool opened(NullEeprom& file, const char* caller)
 {
-    if (file.init())
+    if (file.init()) {
         return true;
+    }
     syslog(LOG_ERR, "%s NullEeprom::init() failed", caller);
     return false;
 }
@@ -103,8 +105,9 @@ CPersistentData* CPersistentData::m_pPersistentData = nullptr;
 
 CPersistentData* CPersistentData::Init(IDeviceConnectionHandler* dch, const sDevArch_t* modelsTable)
 {
-    if (m_pPersistentData == nullptr)
+    if (m_pPersistentData == nullptr) {
         m_pPersistentData = new CPersistentData(dch, modelsTable);
+    }
     return m_pPersistentData;
 }
 
@@ -125,11 +128,14 @@ bool CPersistentData::operator>>(uint8_t* buffer) const
 
 const sDevArch_t* CPersistentData::findModel(const char* model) const
 {
-    if (model == nullptr || m_modelsTable == nullptr)
+    if (model == nullptr || m_modelsTable == nullptr) {
         return nullptr;
-    for (const sDevArch_t* row = m_modelsTable; row->model != nullptr; ++row)
-        if (std::strcmp(row->model, model) == 0)
+    }
+    for (const sDevArch_t* row = m_modelsTable; row->model != nullptr; ++row) {
+        if (std::strcmp(row->model, model) == 0) {
             return row;
+        }
+    }
     return nullptr;
 }
 
@@ -158,8 +164,9 @@ DataState CPersistentData::classify(const uint8_t* blob) const
 {
     const bool known = findModel(reinterpret_cast<const char*>(blob + kModelOffset)) != nullptr;
     const SigningHeader header = header_of(blob);
-    if (header.marker == SIGNING_MARKER)
+    if (header.marker == SIGNING_MARKER) {
         return known && header.crc32 == computeCrc32(blob) ? VERIFIED : INVALID;
+    }
     return known ? LEGACY_VALID : INVALID;
 }
 
@@ -188,8 +195,9 @@ bool CPersistentData::writeEeprom(const uint8_t* blob)
 bool CPersistentData::readFSBackup(uint8_t* blob)
 {
     NullEeprom file;
-    if (!opened(file, __func__))
+    if (!opened(file, __func__)) {
         return false;
+    }
     if (file.size() == 0) {
         syslog(LOG_INFO, "[CPersistentData] readFSBackup: file empty or missing");
         return false;

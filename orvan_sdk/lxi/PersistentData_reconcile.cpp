@@ -1,16 +1,16 @@
-#include "orvan_sdk/lxi/PersistentData.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+
 #include <syslog.h>
 
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/device_records.h"
+#include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/lxi/option_tables.h"
 #include "settings_text.h"
 
@@ -163,8 +163,9 @@ const sDevArch_t* CPersistentData::readData(const sDevDefaults_t* devDefaults, c
     Copies copies;
     const bool eeprom_read = readEeprom(copies.eeprom.data());
     const bool file_read = readFSBackup(copies.file.data());
-    if (tests != nullptr)
+    if (tests != nullptr) {
         tests->setTestResult(PBIT, kEepromTest, eeprom_read ? BIT_PASS : BIT_FAIL, ERR_NONE);
+    }
 
     const char* const default_serial = devDefaults != nullptr ? devDefaults->serial : nullptr;
     copies.eeprom_serial_real = hasRealSerial(serial_of(copies.eeprom), default_serial);
@@ -181,35 +182,40 @@ const sDevArch_t* CPersistentData::readData(const sDevDefaults_t* devDefaults, c
         source = &device_settings_eeprom;
     }
     BlobBytes chosen;
-    if (decision.stamp == kAsItStands)
+    if (decision.stamp == kAsItStands) {
         std::memcpy(chosen.data(), source, chosen.size());
-    else
+    } else {
         buildBlob(chosen.data(), source, CURRENT_STRUCT_VERSION,
                   decision.stamp == kNext ? header_of(copies.eeprom).generation + 1 : 1);
+    }
 
     std::memcpy(&device_settings_eeprom, chosen.data(), sizeof device_settings_eeprom);
     std::memcpy(&m_lastPersisted, &device_settings_eeprom, sizeof m_lastPersisted);
     m_structVersion = header_of(chosen).structVersion;
     m_generation = header_of(chosen).generation;
 
-    if (decision.repair_eeprom == kYes && !writeEepromVerified(chosen.data()))
+    if (decision.repair_eeprom == kYes && !writeEepromVerified(chosen.data())) {
         syslog(LOG_ERR, "[CPersistentData] readData: EEPROM repair write/verify FAILED");
-    if (decision.repair_file == kYes && !writeFSBackup(chosen.data()))
+    }
+    if (decision.repair_file == kYes && !writeFSBackup(chosen.data())) {
         syslog(LOG_ERR, "[CPersistentData] readData: backup file repair write FAILED");
+    }
 
     const std::string model = text_of(device_settings_eeprom.modelName);
     syslog(LOG_INFO, "%s", "CPersistentData::readData");
     syslog(LOG_INFO, "%s", model.c_str());
     uint8_t& devices = device_settings_eeprom.numDevices;
-    if (devices == 0 || devices > kMaxDevices)
+    if (devices == 0 || devices > kMaxDevices) {
         devices = 1;
+    }
     return findModel(model.c_str());
 }
 
 void CPersistentData::writeData(bool forceEeprom, bool forceFile)
 {
-    if (!forceEeprom && !forceFile)
+    if (!forceEeprom && !forceFile) {
         return;
+    }
     if (std::memcmp(&device_settings_eeprom, &m_lastPersisted, sizeof m_lastPersisted) == 0) {
         syslog(LOG_INFO, "CPersistentData::writeData() no changes detected, skipping write");
         return;
@@ -219,13 +225,15 @@ void CPersistentData::writeData(bool forceEeprom, bool forceFile)
     BlobBytes blob;
     buildBlob(blob.data(), &device_settings_eeprom, m_structVersion, m_generation);
     if (forceEeprom) {
-        if (writeEepromVerified(blob.data()))
+        if (writeEepromVerified(blob.data())) {
             std::memcpy(&m_lastPersisted, &device_settings_eeprom, sizeof m_lastPersisted);
-        else
+        } else {
             syslog(LOG_ERR, "CPersistentData::writeData() EEPROM write/verify FAILED - ");
+        }
     }
-    if (forceFile && !writeFSBackup(blob.data()))
+    if (forceFile && !writeFSBackup(blob.data())) {
         syslog(LOG_ERR, "CPersistentData::writeData() backup file write FAILED");
+    }
 }
 
 bool CPersistentData::writeEepromVerified(const uint8_t* blob)
@@ -243,9 +251,11 @@ void CPersistentData::setFactoryDefault(const sDevDefaults_t* devDefaults, const
         return;
     }
     unsigned options = kFactoryFrequencyCode;
-    for (const optEntry_t* row = optTable + 1; row != optTable + tblSize; ++row)
-        if (row->bitNum != 0 && row->bitStart < 16)
+    for (const optEntry_t* row = optTable + 1; row != optTable + tblSize; ++row) {
+        if (row->bitNum != 0 && row->bitStart < 16) {
             options |= unsigned{row->defaults} << row->bitStart;
+        }
+    }
 
     const auto given = [](const char* text) { return text != nullptr ? text : ""; };
     char host_name[100];

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <ctime>
+
 #include <sys/time.h>
 
 // The simple pair is not chosen all the same: see the header.
@@ -57,8 +58,9 @@ void COSSemaphore::AcquireN(u32 Timeout, tOSStatus& rStatus)
 {
     pthread_mutex_lock(&m_Mutex);
     if (m_Count == 0 && Timeout == kOSTimeoutInfinite) {
-        while (m_Count == 0)
+        while (m_Count == 0) {
             pthread_cond_wait(&m_Condition, &m_Mutex);
+        }
     } else if (m_Count == 0 && Timeout != kOSTimeoutNone) {
         wait_for_unit(Timeout);
     }

@@ -9,7 +9,6 @@
 #include <iterator>
 #include <new>
 #include <string>
-#include <syslog.h>
 #include <system_error>
 
 #include <arpa/inet.h>
@@ -17,6 +16,7 @@
 #include <netdb.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "orvan_sdk/lxi/PersistentData.h"
@@ -35,19 +35,22 @@ bool to_port(const char* port, const char* proto, in_port_t& sin_port)
         return true;
     }
     const servent* const service = getservbyname(port, proto);
-    if (service == nullptr)
+    if (service == nullptr) {
         return false;
+    }
     sin_port = static_cast<in_port_t>(service->s_port);
     return true;
 }
 
 bool to_address(const char* ip_addr, in_addr& address)
 {
-    if (inet_aton(ip_addr, &address) != 0)
+    if (inet_aton(ip_addr, &address) != 0) {
         return true;
+    }
     const hostent* const host = gethostbyname(ip_addr);
-    if (host == nullptr || host->h_addrtype != AF_INET)
+    if (host == nullptr || host->h_addrtype != AF_INET) {
         return false;
+    }
     std::memcpy(&address, host->h_addr_list[0], sizeof address);
     return true;
 }
@@ -59,16 +62,18 @@ const char* CUdpServer::modulAddr[kMaxModules] = {"192.168.7.1", "192.168.8.1", 
 
 CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler* _devConnHandler,
                        IOrvanDeviceManager* _devDevHandler, unsigned long ip_addr, bool startup)
-    : m_psPort(new (std::nothrow) char[kPortTextSize]{}), devConnHandler(_devConnHandler),
+    : m_psPort(new(std::nothrow) char[kPortTextSize]{}), devConnHandler(_devConnHandler),
       devDevHandler(_devDevHandler)
 {
     if (startup) {
         CleanUpgrdaeFW_Files();
-        if (const uint32_t error = Init(ip_addr, port, eth_name); error != IF_SUCCESS)
+        if (const uint32_t error = Init(ip_addr, port, eth_name); error != IF_SUCCESS) {
             syslog(LOG_ERR, "[CUdpServer] no maintenance on port %d (0x%X)", port, error);
+        }
     }
-    if (eth_name == nullptr)
+    if (eth_name == nullptr) {
         m_bHWaddr = halde_mac;
+    }
     m_bTimeToExit = false;
     try {
         m_udpDaemonThread = std::thread(&CUdpServer::ThreadMain, this);
@@ -81,20 +86,23 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
 }
 
 CUdpServer::CUdpServer(const char* eth_name, int port, unsigned long ip_addr, bool startup)
-    : m_psPort(new (std::nothrow) char[kPortTextSize]{})
+    : m_psPort(new(std::nothrow) char[kPortTextSize]{})
 {
-    if (startup)
+    if (startup) {
         Init(ip_addr, port, eth_name);
-    if (eth_name == nullptr)
+    }
+    if (eth_name == nullptr) {
         m_bHWaddr = halde_mac;
+    }
     m_pSharedDataAccess = new (std::nothrow) COSSemaphore(1, 1);
 }
 
 CUdpServer::~CUdpServer()
 {
     m_bTimeToExit = true;
-    if (m_udpDaemonThread.joinable())
+    if (m_udpDaemonThread.joinable()) {
         m_udpDaemonThread.join();
+    }
     delete[] m_psPort;
     delete m_pSharedDataAccess;
 }
@@ -113,11 +121,13 @@ uint32_t CUdpServer::Init(const char* ip_addr, const char* port, const char* eth
 {
     m_State = 0;
     sockaddr_in address;
-    if (InitSocketAddrStruct(ip_addr, port, &address, "udp") != 0)
+    if (InitSocketAddrStruct(ip_addr, port, &address, "udp") != 0) {
         return LXI_ERROR_INIT_SOCK_ADDR;
+    }
     m_hSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (m_hSocket == -1)
+    if (m_hSocket == -1) {
         return LXI_ERROR_INV_SOCK;
+    }
     if (bind(m_hSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         Close();
         return LXI_ERROR_BIND_SOCK;
@@ -131,8 +141,9 @@ uint32_t CUdpServer::Init(const char* ip_addr, const char* port, const char* eth
     setsockopt(m_hSocket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
 
     GetHWaddr(eth_name);
-    if (m_psPort != nullptr)
+    if (m_psPort != nullptr) {
         std::snprintf(m_psPort, kPortTextSize, "%s", port);
+    }
     m_bTimeToExit = false;
     std::signal(SIGIO, _SignalHandler);
     return IF_SUCCESS;
@@ -154,24 +165,28 @@ long CUdpServer::GetPort() const
 
 void CUdpServer::GetHWaddr(const char* eth_name)
 {
-    if (eth_name == nullptr)
+    if (eth_name == nullptr) {
         return;
+    }
     ifreq request = {};
     std::snprintf(request.ifr_name, sizeof request.ifr_name, "%s", eth_name);
-    if (ioctl(m_hSocket, SIOCGIFHWADDR, &request) == 0)
+    if (ioctl(m_hSocket, SIOCGIFHWADDR, &request) == 0) {
         std::memcpy(m_bHWaddr.b, request.ifr_hwaddr.sa_data, sizeof m_bHWaddr.b);
+    }
 }
 
 int CUdpServer::InitSocketAddrStruct(const char* ip_addr, const char* port, sockaddr_in* lpSA,
                                      const char* proto)
 {
-    if (port == nullptr || lpSA == nullptr || proto == nullptr)
+    if (port == nullptr || lpSA == nullptr || proto == nullptr) {
         return -1;
+    }
     *lpSA = {};
     lpSA->sin_family = AF_INET;
     lpSA->sin_addr.s_addr = htonl(INADDR_ANY);
-    if (ip_addr != nullptr && !to_address(ip_addr, lpSA->sin_addr))
+    if (ip_addr != nullptr && !to_address(ip_addr, lpSA->sin_addr)) {
         return -1;
+    }
     return to_port(port, proto, lpSA->sin_port) ? 0 : -1;
 }
 
@@ -225,8 +240,9 @@ int64_t CUdpServer::WaitForEvent()
     socklen_t from_size = sizeof event.from;
     const ssize_t received =
         recvfrom(m_hSocket, &buff, sizeof buff, 0, reinterpret_cast<sockaddr*>(&event.from), &from_size);
-    if (received < 0)
+    if (received < 0) {
         return errno == EBADF ? LXI_ERROR_INV_RSRC : IF_FAILED;
+    }
     event.length = static_cast<size_t>(received);
     return serve_frame(event);
 }
@@ -268,8 +284,9 @@ bool CUdpServer::accepts(const sockaddr_in& from) const
 
 int64_t CUdpServer::serve_frame(Event& event)
 {
-    if (!accepts(event.from))
+    if (!accepts(event.from)) {
         return IF_SUCCESS;
+    }
     syslog(LOG_INFO, "[CUdpServer]::WaitForEvent sending HEID============================");
     return serve_command(event);
 }

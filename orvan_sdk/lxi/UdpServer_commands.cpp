@@ -1,17 +1,16 @@
-#include "orvan_sdk/lxi/UdpServer.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <syslog.h>
 
 #include <arpa/inet.h>
+#include <syslog.h>
 
 #include "hw/hw.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/lxi/UdpServer.h"
 #include "settings_text.h"
 
 namespace HaldeElec::Orvan {
@@ -90,8 +89,9 @@ uint16_t options_of(const Row& row)
 void log_bytes(const Row& row)
 {
     syslog(LOG_INFO, "[%c] ", row.letter);
-    for (const char byte : row.value)
+    for (const char byte : row.value) {
         syslog(LOG_INFO, "%2X ", static_cast<unsigned>(static_cast<uint8_t>(byte)));
+    }
     syslog(LOG_INFO, "\n");
 }
 
@@ -104,15 +104,18 @@ void change_factory_parameter(CPersistentData& persistent, const Row& row)
         syslog(LOG_INFO, "[CUdpServer] HEOT - FLASH_OPTION, writeData to flash");
     } else if (const FactoryText* const text = find_text(kFactoryTexts, row.letter)) {
         const bool model = row.letter == FLASH_MODELNAME;
-        if (model)
+        if (model) {
             syslog(LOG_INFO, "%c", row.letter);
+        }
         store(persistent, text->field, row);
         const std::string value = text_of(settings.*text->field);
         std::printf("%s:%s \n", text->name, value.c_str());
-        if (text->log != nullptr)
+        if (text->log != nullptr) {
             syslog(LOG_INFO, "%s", text->log);
-        if (model)
+        }
+        if (model) {
             syslog(LOG_INFO, "%s", value.c_str());
+        }
     } else {
         return;
     }
@@ -135,9 +138,11 @@ int64_t CUdpServer::serve_command(Event& event)
         {kOpcodeOptions, &CUdpServer::send_option_table},
     };
     const std::string_view opcode(buff.opcode, sizeof buff.opcode);
-    for (const auto& command : kCommands)
-        if (command.opcode == opcode)
+    for (const auto& command : kCommands) {
+        if (command.opcode == opcode) {
             return (this->*command.serve)(event);
+        }
+    }
     return IF_SUCCESS;
 }
 
@@ -153,8 +158,9 @@ uint16_t reverse_16_bits(uint16_t value)
 
 void print_options(const void* block, size_t size)
 {
-    for (const Row* row = static_cast<const Row*>(block); size >= sizeof *row; ++row, size -= sizeof *row)
+    for (const Row* row = static_cast<const Row*>(block); size >= sizeof *row; ++row, size -= sizeof *row) {
         syslog(LOG_INFO, "[%c] - [%s]\n", row->letter, text_of(row->value).c_str());
+    }
 }
 
 void CUdpServer::put_own_mac()
@@ -165,8 +171,9 @@ void CUdpServer::put_own_mac()
 void CUdpServer::put_identification()
 {
     buff.size = htons(kSentRowsSize);
-    if (const CPersistentData* const persistent = CPersistentData::GetInstance(); persistent != nullptr)
+    if (const CPersistentData* const persistent = CPersistentData::GetInstance(); persistent != nullptr) {
         *persistent >> buff.data;
+    }
 }
 
 int64_t CUdpServer::identify(Event& event)
@@ -183,8 +190,9 @@ int64_t CUdpServer::set_network_parameters(Event& event)
 {
     put_own_mac();
     syslog(LOG_INFO, "[CUdpServer] HEIP change network parameters");
-    if (buff.size == 0)
+    if (buff.size == 0) {
         return IF_SUCCESS;
+    }
 
     bool set_network = false;
     bool updateEeprom = false;
@@ -192,20 +200,23 @@ int64_t CUdpServer::set_network_parameters(Event& event)
     for (const Row& row : rows_of(buff)) {
         std::printf("HEIP: update parameter [0x%X] ()\n",
                     static_cast<unsigned>(static_cast<uint8_t>(row.letter)));
-        if (persistent == nullptr)
+        if (persistent == nullptr) {
             continue;
+        }
         if (const NetworkText* const text = find_text(kNetworkTexts, row.letter)) {
             store(*persistent, text->field, row);
             set_network = set_network || text->set_network;
             updateEeprom = updateEeprom || !text->set_network;
         } else if (row.letter == FLASH_DHCPSTAT) {
             uint8_t last_ena = 0;
-            if (devDevHandler != nullptr)
+            if (devDevHandler != nullptr) {
                 devDevHandler->GetDHCP(last_ena);
+            }
             const uint8_t ena = row.value[0] == 'Y' ? 1 : 0;
             persistent->getSettings()->dhcpEnabled = ena;
-            if (ena != last_ena)
+            if (ena != last_ena) {
                 set_network = true;
+            }
         } else {
             continue;
         }
@@ -219,8 +230,9 @@ int64_t CUdpServer::set_network_parameters(Event& event)
     }
     send_frame(event, FRMHEADERLEN + count);
     hw_delay_us(kReplyLeavesUs);
-    if (set_network && devDevHandler != nullptr)
+    if (set_network && devDevHandler != nullptr) {
         devDevHandler->SetDHCP(persistent->getSettings()->dhcpEnabled != 0 ? 1 : 0);
+    }
     return IF_SUCCESS;
 }
 
@@ -233,10 +245,12 @@ int64_t CUdpServer::set_factory_parameters(Event& event)
                reinterpret_cast<const char*>(buff.data));
         CPersistentData* const persistent = CPersistentData::GetInstance();
         for (const Row& row : rows_of(buff)) {
-            if (row.letter != 0)
+            if (row.letter != 0) {
                 log_bytes(row);
-            if (persistent != nullptr)
+            }
+            if (persistent != nullptr) {
                 change_factory_parameter(*persistent, row);
+            }
         }
     }
     put_identification();
@@ -255,8 +269,9 @@ int64_t CUdpServer::send_option_table(Event& event)
     devDevHandler->GetOptionsTable(&table, &length);
     length = table != nullptr ? std::min(length, sizeof buff.data) : 0;
     buff.size = htons(static_cast<uint16_t>(length));
-    if (length != 0)
+    if (length != 0) {
         std::memcpy(buff.data, table, length);
+    }
     send_frame(event, FRMHEADERLEN + length);
     return IF_SUCCESS;
 }

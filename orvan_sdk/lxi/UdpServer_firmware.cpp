@@ -1,5 +1,3 @@
-#include "orvan_sdk/lxi/UdpServer.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -7,17 +5,18 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <syslog.h>
 
 #include <arpa/inet.h>
 #include <endian.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "orvan_fs_utils.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "orvan_sdk/lxi/UdpServer.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "sys_cmd.h"
 
@@ -54,23 +53,26 @@ void set_receive_timeout(int fd, int seconds)
 void write_block(FILE* file, const HALDE_PACKET& frame, size_t size)
 {
     std::fwrite(frame.data, 1, std::min(size, sizeof frame.data), file);
-    for (size_t i = sizeof frame.data; i < size; ++i)
+    for (size_t i = sizeof frame.data; i < size; ++i) {
         std::fputc(0, file);
+    }
 }
 
 void make_update_folder(const char* path)
 {
     OrvanFSUtils::mkdir_recursive(path, kFolderMode);
     const passwd* const owner = getpwnam(kOwner);
-    if (owner != nullptr) [[maybe_unused]]
-        const int ignored = chown(path, owner->pw_uid, owner->pw_gid);
+    if (owner != nullptr) {
+        [[maybe_unused]] const int ignored = chown(path, owner->pw_uid, owner->pw_gid);
+    }
 }
 
 bool find(const std::string& folder, const char* word, FsFindKind kind, std::string& path)
 {
     char found[kPathSize];
-    if (!OrvanFSUtils::findFirstFileContaining(folder.c_str(), word, found, sizeof found, kind))
+    if (!OrvanFSUtils::findFirstFileContaining(folder.c_str(), word, found, sizeof found, kind)) {
         return false;
+    }
     path = found;
     return true;
 }
@@ -129,8 +131,9 @@ int CUdpServer::RecvFirmwareFileFromHEUpdateTool(const char* filePathToSave)
     for (;;) {
         Event event;
         if (receive_frame(event) < 0) {
-            if (errno == EAGAIN)
+            if (errno == EAGAIN) {
                 continue;
+            }
             syslog(LOG_INFO, "recv error (%s)", std::strerror(errno));
             return -1;
         }
@@ -174,8 +177,9 @@ int64_t CUdpServer::receive_software(Event& event)
     const bool unpacked =
         run_system_cmd(unpack_command(file_extract_name, file_extract_location).c_str()) == 0;
     syslog(LOG_INFO, "Extraction software_update.tar.gz %s", success_or_failure(unpacked));
-    if (!unpacked)
+    if (!unpacked) {
         return IF_FAILED;
+    }
 
     const char* const pre_name = kPackages[deviceType].pre_name;
     std::string strDirName;
@@ -185,8 +189,9 @@ int64_t CUdpServer::receive_software(Event& event)
         return IF_FAILED;
     }
     syslog(LOG_INFO, "Found FW directory: %s", strDirName.c_str());
-    if (!distribute_package(strDirName, deviceType))
+    if (!distribute_package(strDirName, deviceType)) {
         return IF_FAILED;
+    }
     createNewParent(strDirName + "/patch");
     return IF_SUCCESS_RECV_FIRMWARE;
 }
@@ -228,8 +233,9 @@ int64_t CUdpServer::stream_to_modules(Event& event)
 {
     syslog(LOG_INFO, "[CUdpServer]OrvanX");
     HALDE_PACKET answer = {};
-    if (!stream_image(event, answer))
+    if (!stream_image(event, answer)) {
         return IF_FAILED;
+    }
     if (follow_burning(event)) {
         answer.size = htons(EOD);
         answer.stateMode = kFinalMode;
@@ -237,8 +243,9 @@ int64_t CUdpServer::stream_to_modules(Event& event)
         answer.info = 0;
         send_header(event, answer);
     }
-    for (int i = 0; i < event.numDevices; ++i)
+    for (int i = 0; i < event.numDevices; ++i) {
         close(event.sockFd[i]);
+    }
     syslog(LOG_INFO, "[CUdpServer]HEPD - program download mode orvanX end");
     return IF_SUCCESS_FPGA_UPDATED;
 }
@@ -246,26 +253,30 @@ int64_t CUdpServer::stream_to_modules(Event& event)
 bool CUdpServer::stream_image(Event& event, HALDE_PACKET& answer)
 {
     const auto set_module_timeouts = [&event](int seconds) {
-        for (int i = 0; i < event.numDevices; ++i)
+        for (int i = 0; i < event.numDevices; ++i) {
             set_receive_timeout(event.sockFd[i], seconds);
+        }
     };
     set_module_timeouts(kBlockTimeoutS);
     HALDE_PACKET acknowledgement = {};
     // When nothing comes in time, as the socket waits from a download of software on, the frame goes out
     // again.
     for (;; receive_frame(event)) {
-        if (std::string_view(buff.opcode, sizeof buff.opcode) != kOpcodeModule)
+        if (std::string_view(buff.opcode, sizeof buff.opcode) != kOpcodeModule) {
             continue;
+        }
         const bool last = ntohs(buff.size) == EOD;
-        if (last)
+        if (last) {
             set_module_timeouts(kBurnTimeoutS);
+        }
         if (!relay_block(event, answer, acknowledgement)) {
             syslog(LOG_ERR, "[CUdpServer] Aborting stream due to module timeout.");
             send_error(event, LXI_ERROR_TIMEOUT);
             return false;
         }
-        if (!send_header(event, acknowledgement))
+        if (!send_header(event, acknowledgement)) {
             syslog(LOG_ERR, "[CUdpServer]::WaitForEvent Error sending UDP ACK back to HEupdate Tool");
+        }
         if (last) {
             syslog(LOG_INFO, "[CUdpServer] File stream complete.");
             return true;
@@ -275,9 +286,10 @@ bool CUdpServer::stream_image(Event& event, HALDE_PACKET& answer)
 
 bool CUdpServer::relay_block(const Event& event, HALDE_PACKET& answer, HALDE_PACKET& acknowledgement)
 {
-    for (int i = 0; i < event.numDevices; ++i)
+    for (int i = 0; i < event.numDevices; ++i) {
         sendto(event.sockFd[i], &buff, sizeof buff, 0, reinterpret_cast<const sockaddr*>(&event.servaddr[i]),
                sizeof event.servaddr[i]);
+    }
     bool all_answered = true;
     for (int i = 0; i < event.numDevices; ++i) {
         if (recv(event.sockFd[i], &answer, sizeof answer, 0) >= 1) {
@@ -306,10 +318,11 @@ bool CUdpServer::follow_burning(const Event& event)
             }
             send_header(event, frame);
             done = ntohs(frame.size) == EOD;
-            if (done)
+            if (done) {
                 syslog(LOG_INFO, "[CUdpServer] final response from orvanx ch %d: %.*s", i + 1,
                        std::max(static_cast<int>(received) - static_cast<int>(FRMHEADERLEN), 0),
                        reinterpret_cast<const char*>(frame.data));
+            }
         }
         all_done = all_done && done;
     }

@@ -1,13 +1,12 @@
-#include "orvan_sdk/lxi/UdpServer.h"
-
 #include <cstdlib>
 #include <string>
-#include <syslog.h>
 #include <system_error>
 
 #include <sys/wait.h>
+#include <syslog.h>
 
 #include "orvan_fs_utils.h"
+#include "orvan_sdk/lxi/UdpServer.h"
 
 namespace HaldeElec::Orvan {
 
@@ -21,18 +20,20 @@ void CUdpServer::launch_upgrade_service()
 {
     // Not run_system_cmd, which does not tell an exit code from a signal.
     const int status = std::system("systemctl start orvan-upgrade.service");
-    if (status == -1)
+    if (status == -1) {
         syslog(LOG_ERR, "Failed to fork for upgrade service");
-    else if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) != 0) {
         syslog(LOG_ERR, "Upgrade service exited with code %d", WEXITSTATUS(status));
-    else
+    } else {
         syslog(LOG_INFO, "Upgrade service launched successfully");
+    }
 }
 
 void CUdpServer::CleanUpgrdaeFW_Files()
 {
-    if (OrvanFSUtils::getFileLen(ORVAN_SW_UPDATE_FILE_DELETE) == 0)
+    if (OrvanFSUtils::getFileLen(ORVAN_SW_UPDATE_FILE_DELETE) == 0) {
         return;
+    }
     syslog(LOG_INFO, "[CUdpServer::CleanUpgrdaeFiles] upgrade_clean_files_objects thread start");
     try {
         m_upgradeFileCleanupThread = std::thread(upgrade_clean_files_objects, this);
@@ -45,12 +46,14 @@ void CUdpServer::CleanUpgrdaeFW_Files()
 int CUdpServer::upgrade_clean_files_objects(void*)
 {
     syslog(LOG_INFO, "[upgrade service]: Removing installation files");
-    if (OrvanFSUtils::delete_files_in_dir(SOFT_UPDATE_PATH) < 0)
+    if (OrvanFSUtils::delete_files_in_dir(SOFT_UPDATE_PATH) < 0) {
         syslog(LOG_ERR, "[upgrade service]: software cleanup failed");
-    else
+    } else {
         syslog(LOG_INFO, "[upgrade service]: software cleanup OK");
-    if (OrvanFSUtils::ifFileExists(ORVAN_SW_UPDATE_FILE_DELETE))
+    }
+    if (OrvanFSUtils::ifFileExists(ORVAN_SW_UPDATE_FILE_DELETE)) {
         syslog(LOG_ERR, "[upgrade service]: delete mark found. failed to cleanup files");
+    }
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <string>
+
 #include <syslog.h>
 
 #include "orvan_sdk/device_records.h"
@@ -26,8 +27,9 @@ constexpr size_t kOptionBits = 16;
 
 void CPersistentData::updateOptTable(optEntry_t* optTable, size_t tblSize, uint16_t options) const
 {
-    if (optTable == nullptr)
+    if (optTable == nullptr) {
         return;
+    }
     for (optEntry_t* row = optTable; row != optTable + tblSize; ++row) {
         const uint16_t mask = bitsToMask[std::min<size_t>(row->bitNum, kOptionBits)];
         row->defaults =
@@ -39,17 +41,22 @@ std::string CPersistentData::optToString(optEntry_t* optTable, size_t tblSize, u
 {
     updateOptTable(optTable, tblSize, options);
     std::string text;
-    if (optTable == nullptr || tblSize == 0)
+    if (optTable == nullptr || tblSize == 0) {
         return text;
+    }
 
     const size_t code = optTable[0].defaults;
-    if (code < std::size(maskToFrequency) && maskToFrequency[code] != kNoFrequency)
+    if (code < std::size(maskToFrequency) && maskToFrequency[code] != kNoFrequency) {
         text = std::to_string(maskToFrequency[code]) + 'G' + kDelimiter;
-    for (const optEntry_t* row = optTable + 1; row != optTable + tblSize; ++row)
-        if (row->symbol[0] != '\0' && row->defaults != 0)
+    }
+    for (const optEntry_t* row = optTable + 1; row != optTable + tblSize; ++row) {
+        if (row->symbol[0] != '\0' && row->defaults != 0) {
             text += text_of(row->symbol) + kDelimiter;
-    if (!text.empty())
+        }
+    }
+    if (!text.empty()) {
         text.back() = '\0';
+    }
     return text;
 }
 
@@ -99,8 +106,9 @@ void CPersistentData::setFlashParams(optEntry_t* optTable, size_t tblSize)
 
 void CPersistentData::setDeviceArch(const sDevArch_t* arch)
 {
-    if (arch == nullptr)
+    if (arch == nullptr) {
         return;
+    }
     EEPROM_DEVICE_SETTINGS& settings = device_settings_eeprom;
     const uint8_t code = Freq2Mask(static_cast<int>(arch->maxFrequency / kHzPerGHz));
     settings.numDevices = arch->channelsNo;
@@ -113,9 +121,11 @@ void CPersistentData::setDeviceArch(const sDevArch_t* arch)
 
 uint8_t CPersistentData::Freq2Mask(int freq) const
 {
-    for (size_t code = 0; code < std::size(maskToFrequency); ++code)
-        if (maskToFrequency[code] == freq)
+    for (size_t code = 0; code < std::size(maskToFrequency); ++code) {
+        if (maskToFrequency[code] == freq) {
             return static_cast<uint8_t>(code);
+        }
+    }
     return 0;
 }
 
@@ -127,14 +137,16 @@ void CPersistentData::setHostname(const char* hostname) const
     }
     char command[256];
     std::snprintf(command, sizeof command, "sudo /usr/local/bin/he_set_hostname.sh %s", hostname);
-    if (std::system(command) != 0)
+    if (std::system(command) != 0) {
         syslog(LOG_INFO, "%s: failed setting host name to %s", __func__, hostname);
+    }
 }
 
 void CPersistentData::setSwVersion(const char* version)
 {
-    if (version != nullptr)
+    if (version != nullptr) {
         put_text(device_settings_eeprom.fwVersion, version);
+    }
 }
 
 } // namespace HaldeElec::Orvan

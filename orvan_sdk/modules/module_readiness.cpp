@@ -1,13 +1,13 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <chrono>
 #include <string_view>
-#include <syslog.h>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include <syslog.h>
+
 #include "module_request.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using HaldeElec::Orvan::request_module;
 using std::chrono::milliseconds;
@@ -21,8 +21,9 @@ constexpr std::string_view kSelfTestQuery = "*TST?\r\n";
 
 void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
 {
-    if (numChannels < 1 || numChannels > kMaxChannels)
+    if (numChannels < 1 || numChannels > kMaxChannels) {
         return;
+    }
     const steady_clock::time_point deadline = steady_clock::now() + std::chrono::seconds(max_wait_sec);
 
     const auto poll_until_ready = [this, deadline](int ch) {
@@ -34,8 +35,9 @@ void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
             }
             std::this_thread::sleep_for(delay_ms);
             // 1000 bounds the doubling, not the delay: from 800 it goes on to 1600 and stays there.
-            if (delay_ms < milliseconds(1000))
+            if (delay_ms < milliseconds(1000)) {
                 delay_ms *= 2;
+            }
         }
     };
 
@@ -48,6 +50,7 @@ void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
             syslog(LOG_ERR, "%s: channel %d not polled: %s", __func__, ch, error.what());
         }
     }
-    for (std::thread& worker : workers)
+    for (std::thread& worker : workers) {
         worker.join();
+    }
 }

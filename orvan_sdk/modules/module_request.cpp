@@ -17,8 +17,9 @@ std::string request(Scpi_Orvanx& orvanx, const std::string& address, int port, s
 
 std::string request_module(Scpi_Orvanx& orvanx, int channel, std::string_view command)
 {
-    if (channel < 1 || channel > kMaxChannels)
+    if (channel < 1 || channel > kMaxChannels) {
         return "-ERR Unable to connect";
+    }
     const int index = channel - 1;
     return request(orvanx, orvanx.m_orvanXIp[index], static_cast<int>(orvanx.m_OrvanXport[index]), command);
 }

@@ -1,24 +1,24 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <string>
-#include <syslog.h>
 #include <system_error>
-#include <unistd.h>
 #include <vector>
+
+#include <dirent.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include "module_request.h"
 #include "orvan_fs_utils.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using HaldeElec::Orvan::request_every_module;
 
@@ -45,13 +45,15 @@ std::string find_fpga_image()
         errno = 0;
         const dirent* const entry = readdir(folder.get());
         if (entry == nullptr) {
-            if (errno != 0)
+            if (errno != 0) {
                 syslog(LOG_INFO, "readdir(%s): %s", SW_UPDATE_PATH_ORVANX, std::strerror(errno));
+            }
             break;
         }
         syslog(LOG_INFO, "%s", entry->d_name);
-        if (std::strstr(entry->d_name, ORVANXFPGAFILEKEYWORD) == nullptr)
+        if (std::strstr(entry->d_name, ORVANXFPGAFILEKEYWORD) == nullptr) {
             continue;
+        }
         path += std::string("/") + entry->d_name;
         syslog(LOG_INFO, "Full path of FPGA File:%s", path.c_str());
     }
@@ -69,10 +71,12 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     std::ifstream file;
     std::error_code ignored;
     // Some file systems let a folder be opened and give it a length; modules must not get that as an image.
-    if (!std::filesystem::is_directory(path, ignored))
+    if (!std::filesystem::is_directory(path, ignored)) {
         file.open(path, std::ios::binary | std::ios::ate);
-    if (!file.is_open())
+    }
+    if (!file.is_open()) {
         syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
+    }
     const std::streamoff size = file.tellg();
     file.seekg(0, std::ios::beg);
     std::vector<char> image(static_cast<size_t>(size)); // of a file that is not open, -1, this throws
@@ -139,15 +143,17 @@ bool Scpi_Orvanx::sendSoftwareUpdate()
         syslog(LOG_INFO, "Sending software update to OrvanX module %d", index);
     };
     request_every_module(*this, {command.get(), length}, announce, [&](int index, const std::string& reply) {
-        if (checkOrvanReply(reply))
+        if (checkOrvanReply(reply)) {
             return;
+        }
         syslog(LOG_ERR, "OrvanX module %d software update failed", index);
         result = false;
     });
     command.reset();
     image.reset();
-    if (unlink(path) != 0)
+    if (unlink(path) != 0) {
         syslog(LOG_ERR, "failed to remove %s: %s", path, std::strerror(errno));
+    }
     return result;
 }
 
@@ -175,7 +181,8 @@ bool Scpi_Orvanx::sendSWUpdateToOrvanX()
 long get_file_size(const char* path)
 {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "r"), std::fclose);
-    if (file == nullptr || std::fseek(file.get(), 0, SEEK_END) != 0)
+    if (file == nullptr || std::fseek(file.get(), 0, SEEK_END) != 0) {
         return -1;
+    }
     return std::ftell(file.get());
 }

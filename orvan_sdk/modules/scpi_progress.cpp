@@ -16,8 +16,9 @@ uint32_t scpi_progress()
 
 void scpi_note_progress()
 {
-    if (!t_ignored)
+    if (!t_ignored) {
         g_progress.fetch_add(1, std::memory_order_relaxed);
+    }
 }
 
 void scpi_ignore_progress_of_this_thread()

@@ -1,18 +1,18 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "orvan_sdk/scpi-parser/scpi_progress.h"
-
 #include <algorithm>
 #include <exception>
 #include <string>
 #include <string_view>
-#include <syslog.h>
 #include <system_error>
+
+#include <syslog.h>
 
 #include "dataorvan.h"
 #include "hw/hw.h"
 #include "module_request.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 using HaldeElec::Orvan::request_module;
 using HaldeElec::Orvan::request_own_server;
@@ -75,8 +75,9 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
             update_db(ch, ODT_TEMP, reply.data(), reply.size());
             temperature = std::stod(reply);
             m_isLive[index] = true;
-            if (temperature >= kAlarmTemperature)
+            if (temperature >= kAlarmTemperature) {
                 devTempBitMask |= 1 << index;
+            }
         } else {
             syslog(LOG_WARNING, "Failed to get temperature: %s\n", reply.c_str());
             m_isLive[index] = false;
@@ -84,16 +85,18 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
         }
         m_temprature[index] = temperature;
     }
-    if (num > 0)
+    if (num > 0) {
         m_max_temprature = *std::max_element(m_temprature, m_temprature + num);
+    }
 
     if (BITManager* const manager = BITManager::getInstance(kCbitPeriod)) {
         // Of the modules nothing is reported when all have answered: their last failure stands until the
         // next time that one is down.
-        if (deviceIsDown)
+        if (deviceIsDown) {
             modules_bit(num, CBIT);
-        else
+        } else {
             manager->setTestResult(CBIT, kTempTest, BIT_PASS, 0);
+        }
         manager->setTestResult(CBIT, kTempTest, devTempBitMask != 0 ? BIT_FAIL : BIT_PASS, devTempBitMask);
     }
     return true;

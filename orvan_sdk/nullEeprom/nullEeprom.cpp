@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,8 +12,9 @@
 NullEeprom::NullEeprom() : _fullpath{}, _storage(nullptr), _size(0)
 {
     const int length = std::snprintf(_fullpath, sizeof _fullpath, "%s/%s", dir_path, filename);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof _fullpath)
+    if (length < 0 || static_cast<size_t>(length) >= sizeof _fullpath) {
         _fullpath[0] = '\0';
+    }
 }
 
 NullEeprom::~NullEeprom()
@@ -31,22 +33,25 @@ bool NullEeprom::init()
 
 bool NullEeprom::read(uint32_t offset, uint8_t* buffer, size_t length)
 {
-    if (buffer == nullptr)
+    if (buffer == nullptr) {
         return false;
+    }
     if (offset > _size || length > _size - offset) {
         std::fprintf(stderr, "NullEeprom::read OOB %u+%zu > %zu\n", static_cast<unsigned>(offset), length,
                      _size);
         return false;
     }
-    if (length != 0)
+    if (length != 0) {
         std::memcpy(buffer, _storage + offset, length);
+    }
     return true;
 }
 
 bool NullEeprom::write(uint32_t offset, const uint8_t* data, size_t length)
 {
-    if (data == nullptr)
+    if (data == nullptr) {
         return false;
+    }
     const size_t needed = length > SIZE_MAX - offset ? SIZE_MAX : offset + length;
     if (needed > _size) {
         auto* const grown = static_cast<uint8_t*>(std::realloc(_storage, needed));
@@ -58,8 +63,9 @@ bool NullEeprom::write(uint32_t offset, const uint8_t* data, size_t length)
         _storage = grown;
         _size = needed;
     }
-    if (length != 0)
+    if (length != 0) {
         std::memcpy(_storage + offset, data, length);
+    }
     return _save_file();
 }
 
@@ -68,14 +74,16 @@ bool NullEeprom::_ensure_directory()
     char directory[sizeof _fullpath];
     std::memcpy(directory, _fullpath, sizeof directory);
     char* const last = std::strrchr(directory, '/');
-    if (last == nullptr)
+    if (last == nullptr) {
         return false;
+    }
     *last = '\0';
 
     struct stat info = {};
     if (stat(directory, &info) == 0) {
-        if (S_ISDIR(info.st_mode))
+        if (S_ISDIR(info.st_mode)) {
             return true;
+        }
         std::fprintf(stderr, "NullEeprom: %s exists but not a directory\n", directory);
         return false;
     }
@@ -108,16 +116,19 @@ bool NullEeprom::_load_file()
     }
 
     const auto fail = [file](const char* what) {
-        if (what != nullptr)
+        if (what != nullptr) {
             std::perror(what);
+        }
         std::fclose(file);
         return false;
     };
-    if (std::fseek(file, 0, SEEK_END) != 0)
+    if (std::fseek(file, 0, SEEK_END) != 0) {
         return fail("NullEeprom fseek");
+    }
     const long end = std::ftell(file);
-    if (end < 0)
+    if (end < 0) {
         return fail("NullEeprom ftell");
+    }
     std::rewind(file);
 
     const auto size = static_cast<size_t>(end);

@@ -1,15 +1,15 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <new>
+
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "dataorvan.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace {
 
@@ -24,8 +24,9 @@ const char* null_or_ok(const void* pointer)
 
 int Scpi_Orvanx::load_database(int defaultCfg)
 {
-    if (m_modules == 0)
+    if (m_modules == 0) {
         return -4;
+    }
     if (validate_DB_files(defaultCfg) != 0) {
         defaultCfg = kFactorySetup;
         set_bootDBConfig(kFactorySetup, false);
@@ -88,8 +89,9 @@ int Scpi_Orvanx::update_db(int ch, int tag, char* buff, size_t size)
         return -1;
     }
     uint8_t* const base = get_channelDB(ch);
-    if (base == nullptr)
+    if (base == nullptr) {
         return -1;
+    }
     update_orvan_DB(base, get_ElemByTag(tag), buff);
     return 0;
 }
@@ -108,8 +110,10 @@ int Scpi_Orvanx::update_db(uint8_t* base, int tag, char* buff, size_t size)
 
 void Scpi_Orvanx::updateDBFeature(uint8_t* base, int* tags, int count, char* buff, size_t size)
 {
-    if (base == nullptr || tags == nullptr || buff == nullptr || size == 0)
+    if (base == nullptr || tags == nullptr || buff == nullptr || size == 0) {
         return;
-    for (int i = 0; i < count; ++i)
+    }
+    for (int i = 0; i < count; ++i) {
         update_db(base, tags[i], buff, size);
+    }
 }

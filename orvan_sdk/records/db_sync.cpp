@@ -1,14 +1,14 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <string_view>
+
 #include <syslog.h>
 
 #include "dataorvan.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using HaldeElec::Orvan::CPersistentData;
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
@@ -48,9 +48,10 @@ void Scpi_Orvanx::sync_db_to_orvanx(void* arch)
     CPersistentData* const persistent = CPersistentData::GetInstance();
     void* const settings = persistent != nullptr ? persistent->getSettings() : nullptr;
     char options[kTextSize] = {};
-    if (p_devicePtr != nullptr)
+    if (p_devicePtr != nullptr) {
         static_cast<IOrvanDeviceManager*>(p_devicePtr)
             ->GetOption(reinterpret_cast<uint8_t*>(options), sizeof options);
+    }
     // The options come last: they may overrule what the settings say.
     for (int ch = 1; ch <= m_modules; ++ch) {
         apply_dev_arch(ch, arch);
@@ -110,8 +111,9 @@ int Scpi_Orvanx::apply_customer_options(int ch, void* e2pr, char* options, size_
         const std::string_view word = rest.substr(0, rest.find(','));
         rest.remove_prefix(std::min(word.size() + 1, rest.size()));
         for (const OptionEntry& option : options_table) {
-            if (word != option.name)
+            if (word != option.name) {
                 continue;
+            }
             if (option.tag == ODT_PWR_MIN) {
                 char text[kTextSize];
                 std::snprintf(text, sizeof text, "%d", kLowPowerLimit);

@@ -1,7 +1,5 @@
 // A field of a record as text, in both directions.
 
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <algorithm>
 #include <charconv>
 #include <concepts>
@@ -11,6 +9,7 @@
 #include <string_view>
 
 #include "dataorvan.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace {
 
@@ -63,8 +62,9 @@ void store(uint8_t* place, const Value& value, size_t size)
 
 void store_text(uint8_t* place, const char* text, size_t size)
 {
-    if (size == 0)
+    if (size == 0) {
         return;
+    }
     // A damaged text of the settings may have no end.
     const size_t len = strnlen(text, size - 1);
     std::memcpy(place, text, len);
@@ -133,8 +133,9 @@ void print(double value, double factor, char* buffer, size_t size)
 
 void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str)
 {
-    if (base == nullptr || e == nullptr || str == nullptr)
+    if (base == nullptr || e == nullptr || str == nullptr) {
         return;
+    }
     uint8_t* const place = base + e->pos;
     if (e->type == TYPE_STRING) {
         store_text(place, str, e->size);
@@ -149,8 +150,9 @@ void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str)
 bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
                           size_t bufSize)
 {
-    if (baseAddress == nullptr || buffer == nullptr)
+    if (baseAddress == nullptr || buffer == nullptr) {
         return false;
+    }
     const char* const place = baseAddress + element.pos;
     if (element.type == TYPE_STRING) {
         std::snprintf(buffer, bufSize, "%s", place);

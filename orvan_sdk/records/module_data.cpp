@@ -1,11 +1,11 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <cstring>
+
 #include <syslog.h>
 
 #include "dataorvan.h"
 #include "modules/module_request.h"
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using HaldeElec::Orvan::CPersistentData;
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
@@ -41,10 +41,12 @@ bool Scpi_Orvanx::getModuleData(int ch)
             continue;
         }
         // The length stays: update_db ends the text at it, behind the value.
-        if (const size_t end = reply.find(';'); end != std::string::npos)
+        if (const size_t end = reply.find(';'); end != std::string::npos) {
             reply[end] = '\0';
-        if (uint8_t* const base = get_channelDB(ch))
+        }
+        if (uint8_t* const base = get_channelDB(ch)) {
             update_db(base, tag, reply.data(), reply.size());
+        }
         if (ch == 1 && nvInfo != nullptr) {
             std::strncpy(reinterpret_cast<char*>(nvInfo), reply.c_str(), len);
             nvInfo[len - 1] = '\0';

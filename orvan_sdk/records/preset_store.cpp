@@ -1,13 +1,13 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
 #include <syslog.h>
 #include <unistd.h>
 
 #include "dataorvan.h"
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 using HaldeElec::Orvan::CPersistentData;
 
@@ -23,10 +23,12 @@ constexpr size_t kPathSize = 256;
 
 int Scpi_Orvanx::database_store(int index)
 {
-    if (m_orvanData == nullptr || m_orvanDB == nullptr)
+    if (m_orvanData == nullptr || m_orvanDB == nullptr) {
         return -1;
-    if (index == kFactorySetup)
+    }
+    if (index == kFactorySetup) {
         return -3;
+    }
     char number[32];
     std::snprintf(number, sizeof number, "%d", index);
 
@@ -34,8 +36,9 @@ int Scpi_Orvanx::database_store(int index)
     for (int ch = 1; ch <= m_modules; ++ch) {
         ORVAN_CONFIG& record = m_orvanDB[ch - 1];
         const OnOff rf_output = record.ANALOGOUTPUT.RfOutput;
-        if (!m_pwrOnRestore)
+        if (!m_pwrOnRestore) {
             record.ANALOGOUTPUT.RfOutput = Off;
+        }
         update_db(ch, ODT_SETUP_NO, number, sizeof number);
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
@@ -50,8 +53,9 @@ int Scpi_Orvanx::database_store(int index)
 
 int Scpi_Orvanx::database_recall(int index)
 {
-    if (m_orvanData == nullptr || m_orvanDB == nullptr)
+    if (m_orvanData == nullptr || m_orvanDB == nullptr) {
         return -1;
+    }
 
     int result = 0;
     for (int ch = 1; ch <= m_modules; ++ch) {
@@ -93,8 +97,9 @@ int Scpi_Orvanx::database_clear(int index)
 
 int Scpi_Orvanx::validate_DB_files(int index)
 {
-    if (index >= kSetups)
+    if (index >= kSetups) {
         return -1;
+    }
     for (int ch = 1; ch <= m_modules; ++ch) {
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
@@ -109,11 +114,13 @@ int Scpi_Orvanx::validate_DB_files(int index)
 void Scpi_Orvanx::set_bootDBConfig(int cfgIdx, bool update)
 {
     CPersistentData* const persistent = CPersistentData::GetInstance();
-    if (persistent == nullptr)
+    if (persistent == nullptr) {
         return;
+    }
     persistent->getSettings()->bootDBConfig = static_cast<uint8_t>(cfgIdx);
-    if (update && p_devicePtr != nullptr)
+    if (update && p_devicePtr != nullptr) {
         persistent->writeData(true, true);
+    }
 }
 
 int Scpi_Orvanx::get_bootDBConfig()
@@ -125,8 +132,9 @@ int Scpi_Orvanx::get_bootDBConfig()
 void Scpi_Orvanx::get_json_db_path(int ovx_idx, int cfg_idx, char* buff, size_t size)
 {
     // The factory's one file serves every channel; the number in its name is the setup's.
-    if (cfg_idx == kFactorySetup)
+    if (cfg_idx == kFactorySetup) {
         std::snprintf(buff, size, "%s/ch%d.json", kFactoryFolder, cfg_idx);
-    else
+    } else {
         std::snprintf(buff, size, "%s/%d/preset-%d.json", kPresetFolder, ovx_idx, cfg_idx);
+    }
 }

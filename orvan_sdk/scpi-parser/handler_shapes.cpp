@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+
 #include <syslog.h>
 
 #include "modules/module_request.h"
@@ -22,8 +23,9 @@ Target::Target(const scpi_t* context)
     scpi_note_progress();
     const auto* const u = static_cast<const userContext_t*>(context->user_context);
     initialized = u != nullptr;
-    if (!initialized)
+    if (!initialized) {
         return;
+    }
     device = static_cast<IOrvanDeviceManager*>(u->ptrDevice);
     orvanx = static_cast<Scpi_Orvanx*>(u->ptrParser);
 }
@@ -35,8 +37,9 @@ int Target::selected_channel() const
 
 void Target::mirror(int tag, const char* text) const
 {
-    if (orvanx != nullptr)
+    if (orvanx != nullptr) {
         update_orvan_DB(selected_record(*orvanx), orvanx->get_ElemByTag(tag), text);
+    }
 }
 
 scpi_result_t fail_unlogged(scpi_t* context, int code, const char* info)
@@ -62,17 +65,19 @@ scpi_result_t missing_parameter(scpi_t* context, const char* handler, int positi
     char info[32];
     std::snprintf(info, sizeof info, "Param %d", position);
     explain_error(context, info);
-    if (what != nullptr)
+    if (what != nullptr) {
         syslog(LOG_ERR, "%s: Failed to retrieve a mandatory %s\n", handler, what);
-    else
+    } else {
         syslog(LOG_ERR, "%s: Failed to retrieve a mandatory parameter %d\n", handler, position);
+    }
     return SCPI_RES_ERR;
 }
 
 bool result_taken(scpi_t* context, const char* handler, size_t taken)
 {
-    if (taken != 0)
+    if (taken != 0) {
         return true;
+    }
     fail(context, handler, SCPI_ERROR_TOO_MUCH_DATA, "copy data out failed", "Failed to copy output data");
     return false;
 }
@@ -92,8 +97,9 @@ scpi_result_t set_text(scpi_t* context, const char* handler, int (IOrvanDeviceMa
                        int tag)
 {
     char text[kHandlerTextSize] = {};
-    if (!read_text(context, text))
+    if (!read_text(context, text)) {
         return missing_parameter(context, handler);
+    }
     return apply_setting(context, tag, text,
                          [&](IOrvanDeviceManager& device) { (device.*set)(as_bytes(text)); });
 }
@@ -109,16 +115,18 @@ bool ask_module(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, int c
                 const std::string& command, std::string& reply)
 {
     reply = request_module(orvanx, channel, command);
-    if (orvanx.checkOrvanReply(reply))
+    if (orvanx.checkOrvanReply(reply)) {
         return true;
+    }
     fail(context, handler, SCPI_ERROR_COMMUNICATION, "Module communication error", reply.c_str());
     return false;
 }
 
 bool reply_of_module(scpi_t* context, const char* handler, std::string reply)
 {
-    if (const size_t ok = reply.rfind(";+OK"); ok != std::string::npos)
+    if (const size_t ok = reply.rfind(";+OK"); ok != std::string::npos) {
         reply.erase(ok);
+    }
     return reply_text(context, handler, reply.c_str());
 }
 

@@ -11,9 +11,8 @@
 #include <cstdint>
 #include <string>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include <scpi/types.h>
 
 class Scpi_Orvanx;
 
@@ -105,10 +104,12 @@ scpi_result_t apply_setting(scpi_t* context, int tag, const char* text, Setter s
                             MirrorsSet mirrors = MirrorsSet::kAlways)
 {
     const Target target(context);
-    if (target.device != nullptr)
+    if (target.device != nullptr) {
         set(*target.device);
-    if (target.device != nullptr || mirrors == MirrorsSet::kAlways)
+    }
+    if (target.device != nullptr || mirrors == MirrorsSet::kAlways) {
         target.mirror(tag, text);
+    }
     return SCPI_RES_OK;
 }
 
@@ -136,14 +137,18 @@ scpi_result_t get_value(scpi_t* context, const char* handler, int tag, Getter ge
     const Target target(context);
     GetterText text = {};
     bool success = shape == GetShape::kNeverRefused;
-    if (target.device != nullptr && get(*target.device, text) == 0)
+    if (target.device != nullptr && get(*target.device, text) == 0) {
         success = true;
-    if (success && shape == GetShape::kMirrorsFirst)
+    }
+    if (success && shape == GetShape::kMirrorsFirst) {
         target.mirror(tag, text);
-    if (success || shape == GetShape::kRepliesAnyway)
+    }
+    if (success || shape == GetShape::kRepliesAnyway) {
         success = reply_text(context, handler, text) && success;
-    if (success && shape != GetShape::kMirrorsFirst)
+    }
+    if (success && shape != GetShape::kMirrorsFirst) {
         target.mirror(tag, text);
+    }
     return result_of(success);
 }
 

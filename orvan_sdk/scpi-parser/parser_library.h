@@ -48,9 +48,11 @@ inline void explain_error([[maybe_unused]] scpi_t* context, [[maybe_unused]] con
 /** First row of the context's table that the header matches, null when none does; tries row after row. */
 inline const scpi_command_t* match_rows(const scpi_t* context, const char* header, size_t len)
 {
-    for (const scpi_command_t* row = context->cmdlist; row->pattern != nullptr; ++row)
-        if (SCPI_Match(row->pattern, header, len))
+    for (const scpi_command_t* row = context->cmdlist; row->pattern != nullptr; ++row) {
+        if (SCPI_Match(row->pattern, header, len)) {
             return row;
+        }
+    }
     return nullptr;
 }
 

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+
 #include <syslog.h>
 
 #include "modules/module_request.h"
@@ -45,8 +46,9 @@ void add_item(scpi_t* ctx, userContext_t* u)
     item.param[0] = '\0';
     if (item.is_query == 0) {
         const size_t kept = std::min(static_cast<size_t>(params.len), kBypassParamSize - 1);
-        if (kept > 0)
+        if (kept > 0) {
             std::memcpy(item.param, params.buffer, kept);
+        }
         item.param[kept] = '\0';
         item.param_len = static_cast<int>(kept);
     }
@@ -57,14 +59,16 @@ void add_item(scpi_t* ctx, userContext_t* u)
 scpi_result_t OrvanX_cmdBypass(scpi_t* context)
 {
     auto* u = static_cast<userContext_t*>(context->user_context);
-    if (u == nullptr || u->ptrParser == nullptr)
+    if (u == nullptr || u->ptrParser == nullptr) {
         return fail(context, SCPI_ERROR_DATA_CORRUPT_OR_STALE, __func__, "bad parser handle");
+    }
 
     lex_state_t& params = context->param_list.lex_state;
     params.pos = params.buffer + params.len;
 
-    if (u->bypass_accum_active == 0 && !start_bypass_run(context, u))
+    if (u->bypass_accum_active == 0 && !start_bypass_run(context, u)) {
         return fail(context, SCPI_ERROR_SYSTEM, __func__, "alloc B-run failed");
+    }
     if (!append_current_subcmd(context, u)) {
         fail(context, SCPI_ERROR_TOO_MUCH_DATA, __func__, "B-run buffer overflow");
         end_bypass_run(u);
@@ -77,8 +81,9 @@ scpi_result_t OrvanX_cmdBypass(scpi_t* context)
     }
     add_item(context, u);
 
-    if (next_is_bypass(context, params.pos, end_of_input(context), OrvanX_cmdBypass))
+    if (next_is_bypass(context, params.pos, end_of_input(context), OrvanX_cmdBypass)) {
         return SCPI_RES_OK;
+    }
     const scpi_result_t result =
         send_bypass_batch(context, u->ptrParser, u->bypass_accum_buf, u->bypass_accum_len);
     end_bypass_run(u);
@@ -115,13 +120,15 @@ bool append_current_subcmd(scpi_t* ctx, userContext_t* u)
     const auto plen = static_cast<size_t>(ctx->param_list.lex_state.len);
     // The byte behind the header is the separator that the client wrote; further ones are dropped.
     const size_t hlen = ctx->param_list.cmd_raw.length + (plen > 0 ? 1 : 0);
-    if (u->bypass_accum_active == 0 || u->bypass_accum_len + hlen + plen + 1 > u->bypass_accum_cap)
+    if (u->bypass_accum_active == 0 || u->bypass_accum_len + hlen + plen + 1 > u->bypass_accum_cap) {
         return false;
+    }
 
     char* out = u->bypass_accum_buf + u->bypass_accum_len;
     out = std::copy_n(hdr, hlen, out);
-    if (plen > 0)
+    if (plen > 0) {
         out = std::copy_n(pbuf, plen, out);
+    }
     *out++ = ';';
     u->bypass_accum_len = static_cast<size_t>(out - u->bypass_accum_buf);
     return true;
@@ -129,27 +136,33 @@ bool append_current_subcmd(scpi_t* ctx, userContext_t* u)
 
 const char* skip_ws_(const char* p, const char* end)
 {
-    while (p < end && (*p == ' ' || *p == '\t'))
+    while (p < end && (*p == ' ' || *p == '\t')) {
         ++p;
+    }
     return p;
 }
 
 const char* scan_next_header(const char* p, const char* end, const char** hdr, size_t* hlen)
 {
     p = skip_ws_(p, end);
-    if (p < end && *p == ';')
+    if (p < end && *p == ';') {
         p = skip_ws_(p + 1, end);
+    }
     const char* const start = p;
-    if (p >= end || (*p != ':' && *p != '*'))
+    if (p >= end || (*p != ':' && *p != '*')) {
         return nullptr;
+    }
     ++p;
-    if (p >= end || !is_letter(*p))
+    if (p >= end || !is_letter(*p)) {
         return nullptr;
+    }
     p = std::find_if_not(p, end, is_name_char);
-    while (end - p >= 2 && p[0] == ':' && is_letter(p[1]))
+    while (end - p >= 2 && p[0] == ':' && is_letter(p[1])) {
         p = std::find_if_not(p + 1, end, is_name_char);
-    if (p < end && *p == '?')
+    }
+    if (p < end && *p == '?') {
         ++p;
+    }
     *hdr = start;
     *hlen = static_cast<size_t>(p - start);
     return p;
@@ -160,8 +173,9 @@ bool next_is_bypass(scpi_t* ctx, const char* after_curr, const char* line_end,
 {
     const char* hdr = nullptr;
     size_t hlen = 0;
-    if (scan_next_header(after_curr, line_end, &hdr, &hlen) == nullptr)
+    if (scan_next_header(after_curr, line_end, &hdr, &hlen) == nullptr) {
         return false;
+    }
     const scpi_command_t* const row = HaldeElec::Orvan::find_row(ctx, hdr, hlen);
     return row != nullptr && row->callback == bypass_cb;
 }
@@ -176,23 +190,27 @@ scpi_result_t send_bypass_batch(scpi_t* ctx, void* parser_opaque, const char* bu
     std::string cmd;
     cmd.reserve(len + 2);
     cmd.assign(buf, len);
-    if (!cmd.ends_with('\n'))
+    if (!cmd.ends_with('\n')) {
         cmd += cmd.ends_with('\r') ? "\n" : "\r\n";
+    }
 
     std::string reply = HaldeElec::Orvan::request_module(*parser, parser->getSelectedChannel(), cmd);
     strip_trailing_ok(reply);
     bypass_apply_db_updates(ctx, parser, reply);
-    if (!reply.empty() && SCPI_ResultCharacters(ctx, reply.c_str(), std::strlen(reply.c_str())) == 0)
+    if (!reply.empty() && SCPI_ResultCharacters(ctx, reply.c_str(), std::strlen(reply.c_str())) == 0) {
         return fail(ctx, SCPI_ERROR_TOO_MUCH_DATA, __func__, "emit failed");
+    }
     return SCPI_RES_OK;
 }
 
 void strip_trailing_ok(std::string& s)
 {
-    if (const size_t ok = s.rfind("+OK"); ok != std::string::npos)
+    if (const size_t ok = s.rfind("+OK"); ok != std::string::npos) {
         s.erase(ok);
-    if (s.ends_with(';'))
+    }
+    if (s.ends_with(';')) {
         s.pop_back();
+    }
 }
 
 bool is_seg_error(const std::string& s)

@@ -1,11 +1,10 @@
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 
-#include <scpi/scpi.h>
-
 #include "dataorvan.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
+#include <scpi/scpi.h>
 
 // The order counts: a look-up by tag takes the first row with the tag.
 // clang-format off

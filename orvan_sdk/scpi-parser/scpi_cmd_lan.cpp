@@ -1,13 +1,11 @@
-#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
-
 #include <cstdio>
-
-#include <scpi/scpi.h>
 
 #include "dataorvan.h"
 #include "handler_shapes.h"
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <scpi/scpi.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -18,9 +16,10 @@ namespace {
 // Notes in every installed channel's record whether it is the selected one.
 void mirror_selection(Scpi_Orvanx& orvanx)
 {
-    for (int ch = 1; ch <= orvanx.getNumberofChannels(); ++ch)
+    for (int ch = 1; ch <= orvanx.getNumberofChannels(); ++ch) {
         update_orvan_DB(orvanx.get_channelDB(ch), orvanx.get_ElemByTag(ODT_CHAN_ENA),
                         ch == orvanx.getSelectedChannel() ? "1" : "0");
+    }
 }
 
 template <size_t kSize, typename Number>
@@ -41,8 +40,9 @@ scpi_result_t OrvanX_setChannel(scpi_t* context)
         {nullptr, -1},
     };
     int32_t choice = 0;
-    if (!SCPI_ParamChoice(context, options0, &choice, true))
+    if (!SCPI_ParamChoice(context, options0, &choice, true)) {
         return missing_parameter(context, __func__, 0, "channel parameter");
+    }
     const Target target(context);
     if (target.orvanx != nullptr) {
         target.orvanx->setSelectedChannel(choice);
@@ -54,12 +54,14 @@ scpi_result_t OrvanX_setChannel(scpi_t* context)
 scpi_result_t OrvanX_getChannel(scpi_t* context)
 {
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_ERR;
+    }
     char text[16];
     print_number(text, target.orvanx->getSelectedChannel());
-    if (!reply_text(context, __func__, text))
+    if (!reply_text(context, __func__, text)) {
         return SCPI_RES_ERR;
+    }
     mirror_selection(*target.orvanx);
     return SCPI_RES_OK;
 }
@@ -69,8 +71,9 @@ scpi_result_t OrvanX_getChannel(scpi_t* context)
 scpi_result_t OrvanX_setDHCP(scpi_t* context)
 {
     scpi_bool_t on = false;
-    if (!SCPI_ParamBool(context, &on, true))
+    if (!SCPI_ParamBool(context, &on, true)) {
         return missing_parameter(context, __func__);
+    }
     return apply_setting(context, ODT_IF_DHCP, on ? "1" : "0",
                          [on](Device& device) { device.SetDHCP(on ? 1 : 0); });
 }
@@ -128,8 +131,9 @@ scpi_result_t OrvanX_getHostname(scpi_t* context)
 scpi_result_t OrvanX_setPortNumber(scpi_t* context)
 {
     uint32_t port = 0;
-    if (!SCPI_ParamUInt32(context, &port, true))
+    if (!SCPI_ParamUInt32(context, &port, true)) {
         return missing_parameter(context, __func__);
+    }
     char text[16];
     print_number(text, port);
     return apply_setting(
@@ -151,11 +155,13 @@ scpi_result_t OrvanX_setNetworkDNS(scpi_t* context)
 {
     static const scpi_choice_def_t options0[] = {{"1", 1}, {"2", 2}, {nullptr, -1}};
     int32_t server = 0;
-    if (!SCPI_ParamChoice(context, options0, &server, true))
+    if (!SCPI_ParamChoice(context, options0, &server, true)) {
         return missing_parameter(context, __func__, 0);
+    }
     char text[kHandlerTextSize] = {};
-    if (!read_text(context, text))
+    if (!read_text(context, text)) {
         return missing_parameter(context, __func__, 1);
+    }
     return apply_setting(context, ODT_NO_TAG, text, [server, &text](Device& device) {
         server == 1 ? device.SetDNS1(as_bytes(text)) : device.SetDNS2(as_bytes(text));
     });
@@ -165,8 +171,9 @@ scpi_result_t OrvanX_getNetworkDNS(scpi_t* context)
 {
     static const scpi_choice_def_t options0[] = {{"1", 1}, {"2", 2}, {nullptr, -1}};
     int32_t server = 0;
-    if (!SCPI_ParamChoice(context, options0, &server, true))
+    if (!SCPI_ParamChoice(context, options0, &server, true)) {
         return missing_parameter(context, __func__);
+    }
     return server == 1 ? get_text(context, __func__, &Device::GetDNS1, ODT_IF_DNS1)
                        : get_text(context, __func__, &Device::GetDNS2, ODT_IF_DNS2);
 }
@@ -204,8 +211,9 @@ scpi_result_t OrvanX_getBatteryChargeLevel(scpi_t* context)
 {
     const Target target(context);
     uint16_t percent = 0;
-    if (target.device == nullptr || target.device->GetBatteryCharge(percent) != 0)
+    if (target.device == nullptr || target.device->GetBatteryCharge(percent) != 0) {
         return SCPI_RES_ERR;
+    }
     char text[16];
     print_number(text, percent);
     target.mirror(ODT_BATT, text);
@@ -226,8 +234,9 @@ scpi_result_t OrvanX_getDeviceArch(scpi_t* context)
 
     const Target target(context);
     const sDevArch_t* const arch = target.device != nullptr ? target.device->getDeviceArch() : nullptr;
-    if (arch == nullptr)
+    if (arch == nullptr) {
         return SCPI_RES_ERR;
+    }
     char text[kHandlerTextSize];
     std::snprintf(text, sizeof text, "%s,%u,%d,%s,%x,%x,%s", arch->model,
                   static_cast<unsigned>(arch->maxFrequency / 1000000), arch->channelsNo,
@@ -241,9 +250,11 @@ scpi_result_t OrvanX_getDeviceOptTable(scpi_t* context)
     const Target target(context);
     void* table = nullptr;
     size_t size = 0;
-    if (target.device != nullptr && target.device->GetOptionsTable(&table, &size) != 0)
+    if (target.device != nullptr && target.device->GetOptionsTable(&table, &size) != 0) {
         return fail(context, __func__, SCPI_ERROR_DATA_CORRUPT_OR_STALE, "Failed retrieving options table");
-    if (SCPI_ResultArbitraryBlock(context, table, size) == 0)
+    }
+    if (SCPI_ResultArbitraryBlock(context, table, size) == 0) {
         return fail(context, __func__, SCPI_ERROR_TOO_MUCH_DATA, "copy binay data out failed");
+    }
     return SCPI_RES_OK;
 }

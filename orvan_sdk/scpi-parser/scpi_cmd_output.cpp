@@ -1,12 +1,10 @@
-#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
-
 #include <cstdio>
-
-#include <scpi/scpi.h>
 
 #include "dataorvan.h"
 #include "handler_shapes.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <scpi/scpi.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -19,11 +17,13 @@ namespace {
 bool set_in_module(scpi_t* context, const char* handler, const Target& target, const std::string& command,
                    int tag, const char* mirrored)
 {
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return true;
+    }
     std::string reply;
-    if (!ask_module(context, handler, *target.orvanx, target.selected_channel(), command + "\r\n", reply))
+    if (!ask_module(context, handler, *target.orvanx, target.selected_channel(), command + "\r\n", reply)) {
         return false;
+    }
     target.mirror(tag, mirrored);
     return true;
 }
@@ -32,8 +32,9 @@ bool set_in_module(scpi_t* context, const char* handler, const Target& target, c
 scpi_result_t route(const Target& target, int (Device::*operation)(Device::OnOff), bool on)
 {
     const int channel = target.selected_channel();
-    if (target.device == nullptr || channel <= 0)
+    if (target.device == nullptr || channel <= 0) {
         return SCPI_RES_OK;
+    }
     target.device->SetSelectChannel(static_cast<uint32_t>(channel));
     return result_of((target.device->*operation)(on ? Device::On : Device::Off) == 0);
 }
@@ -42,8 +43,9 @@ scpi_result_t route(const Target& target, int (Device::*operation)(Device::OnOff
 bool read_source(scpi_t* context, const char* handler, const scpi_choice_def_t* sources, int32_t& source,
                  const char*& name)
 {
-    if (SCPI_ParamChoice(context, sources, &source, true) && SCPI_ChoiceToName(sources, source, &name))
+    if (SCPI_ParamChoice(context, sources, &source, true) && SCPI_ChoiceToName(sources, source, &name)) {
         return true;
+    }
     missing_parameter(context, handler, 0, "clk source parameter");
     return false;
 }
@@ -57,13 +59,17 @@ constexpr int32_t kExternalModulation = 2;
 scpi_result_t OrvanX_setOutputOnOff(scpi_t* context)
 {
     scpi_bool_t on = false;
-    if (!SCPI_ParamBool(context, &on, true))
+    if (!SCPI_ParamBool(context, &on, true)) {
         return missing_parameter(context, __func__);
+    }
     const Target target(context);
-    if (!set_in_module(context, __func__, target, on ? ":OUTP ON" : ":OUTP OFF", ODT_RF_OUT, on ? "1" : "0"))
+    if (!set_in_module(context, __func__, target, on ? ":OUTP ON" : ":OUTP OFF", ODT_RF_OUT,
+                       on ? "1" : "0")) {
         return SCPI_RES_ERR;
-    if (target.orvanx != nullptr)
+    }
+    if (target.orvanx != nullptr) {
         target.orvanx->setRfOnOff(on);
+    }
     return route(target, &Device::SetRFOutput, on);
 }
 
@@ -72,14 +78,16 @@ scpi_result_t OrvanX_getOutputOnOff(scpi_t* context)
     const Target target(context);
     std::string reply;
     if (target.orvanx != nullptr) {
-        if (!ask_module(context, __func__, *target.orvanx, target.selected_channel(), ":OUTP?\r\n", reply))
+        if (!ask_module(context, __func__, *target.orvanx, target.selected_channel(), ":OUTP?\r\n", reply)) {
             return SCPI_RES_ERR;
+        }
         // The whole reply: with its success word it never reads as on.
         target.mirror(ODT_RF_OUT, reply.c_str());
     }
     const bool on = reply.starts_with('1');
-    if (!result_taken(context, __func__, SCPI_ResultBool(context, on)))
+    if (!result_taken(context, __func__, SCPI_ResultBool(context, on))) {
         return SCPI_RES_ERR;
+    }
     return route(target, &Device::SetRFOutput, on);
 }
 
@@ -91,14 +99,17 @@ scpi_result_t OrvanX_setTriggerCoupling(scpi_t* context)
         {"NONE", 0}, {"0", 0}, {"2", 1}, {"3", 2}, {"4", 3}, {"ALL", 4}, {nullptr, -1},
     };
     int32_t coupling = 0;
-    if (!SCPI_ParamChoice(context, options0, &coupling, true))
+    if (!SCPI_ParamChoice(context, options0, &coupling, true)) {
         return missing_parameter(context, __func__, 0, "channel parameter");
+    }
     const Target target(context);
-    if (target.orvanx == nullptr || target.device == nullptr)
+    if (target.orvanx == nullptr || target.device == nullptr) {
         return SCPI_RES_ERR;
+    }
     const auto value = static_cast<uint8_t>(coupling);
-    if (target.device->SetTriggerCouple(target.orvanx->getNumberofChannels(), value) != 0)
+    if (target.device->SetTriggerCouple(target.orvanx->getNumberofChannels(), value) != 0) {
         return SCPI_RES_ERR;
+    }
     target.orvanx->setTrigSourceCouple(value);
     return SCPI_RES_OK;
 }
@@ -109,8 +120,9 @@ scpi_result_t OrvanX_getTriggerCoupling(scpi_t* context)
                                          "ALL"}; // by value: digits are the value plus 1
     const Target target(context);
     const size_t value = target.orvanx != nullptr ? target.orvanx->getTrigSourceCouple() : std::size(kNames);
-    if (value >= std::size(kNames))
+    if (value >= std::size(kNames)) {
         return fail(context, __func__, SCPI_ERROR_PARAMETER, "trigger source coupling not set");
+    }
     return result_of(reply_text(context, __func__, kNames[value]));
 }
 
@@ -121,8 +133,9 @@ scpi_result_t OrvanX_setTriggerSource(scpi_t* context)
     };
     int32_t source = 0;
     const char* name = nullptr;
-    if (!read_source(context, __func__, options0, source, name))
+    if (!read_source(context, __func__, options0, source, name)) {
         return SCPI_RES_ERR;
+    }
     const std::string command = std::string(":TRIGger:SOURce ") + name;
     return result_of(set_in_module(context, __func__, Target(context), command, ODT_TRG_SRC, name));
 }
@@ -137,11 +150,13 @@ scpi_result_t set_modulation_source(scpi_t* context, const char* handler, const 
 {
     int32_t source = 0;
     const char* name = nullptr;
-    if (!read_source(context, handler, sources, source, name))
+    if (!read_source(context, handler, sources, source, name)) {
         return SCPI_RES_ERR;
+    }
     const Target target(context);
-    if (!set_in_module(context, handler, target, std::string(header) + name, tag, name))
+    if (!set_in_module(context, handler, target, std::string(header) + name, tag, name)) {
         return SCPI_RES_ERR;
+    }
     return route(target, operation, source == kExternalModulation);
 }
 
@@ -166,11 +181,13 @@ scpi_result_t OrvanX_setFMTriggerSource(scpi_t* context)
 scpi_result_t OrvanX_setModulCfg(scpi_t* context)
 {
     uint32_t mask = 0;
-    if (!SCPI_ParamUInt32(context, &mask, true))
+    if (!SCPI_ParamUInt32(context, &mask, true)) {
         return missing_parameter(context, __func__);
+    }
     const Target target(context);
-    if (!target.initialized)
+    if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
+    }
     char text[16];
     std::snprintf(text, sizeof text, "%u", mask);
     target.mirror(ODT_MODUL_CFG, text);
@@ -182,13 +199,16 @@ scpi_result_t OrvanX_setModulCfg(scpi_t* context)
 scpi_result_t OrvanX_getSlave(scpi_t* context)
 {
     const Target target(context);
-    if (!target.initialized)
+    if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
-    if (target.orvanx == nullptr)
+    }
+    if (target.orvanx == nullptr) {
         return SCPI_RES_OK;
+    }
     std::string reply;
     if (!ask_module(context, __func__, *target.orvanx, target.selected_channel(),
-                    ":SYSTem:INFormation:FIRMware?\r\n", reply))
+                    ":SYSTem:INFormation:FIRMware?\r\n", reply)) {
         return SCPI_RES_ERR;
+    }
     return result_of(reply_of_module(context, __func__, reply));
 }

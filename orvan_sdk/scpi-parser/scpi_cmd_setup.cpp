@@ -1,16 +1,14 @@
-#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
-
 #include <cstdio>
 #include <future>
 #include <memory>
 #include <span>
 
-#include <scpi/scpi.h>
-
 #include "dataorvan.h"
 #include "handler_shapes.h"
 #include "modules/module_request.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <scpi/scpi.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -32,8 +30,9 @@ struct SetupOperation {
 scpi_result_t on_setup(scpi_t* context, const char* handler, const SetupOperation& operation)
 {
     uint32_t setup = 0;
-    if (!SCPI_ParamUInt32(context, &setup, true))
+    if (!SCPI_ParamUInt32(context, &setup, true)) {
         return missing_parameter(context, handler, 0, operation.missing);
+    }
     if (setup < operation.first || setup > CONFIG_SETUP_NO) {
         char info[64];
         std::snprintf(info, sizeof info, "%s setup %d not allowed", operation.out_of_range,
@@ -41,8 +40,9 @@ scpi_result_t on_setup(scpi_t* context, const char* handler, const SetupOperatio
         return fail_unlogged(context, SCPI_ERROR_PARAMETER_NOT_ALLOWED, info);
     }
     const Target target(context);
-    if (target.orvanx != nullptr && (target.orvanx->*operation.run)(static_cast<int>(setup)) != 0)
+    if (target.orvanx != nullptr && (target.orvanx->*operation.run)(static_cast<int>(setup)) != 0) {
         return fail_unlogged(context, SCPI_ERROR_EXECUTION, operation.failed);
+    }
     return SCPI_RES_OK;
 }
 
@@ -50,14 +50,16 @@ scpi_result_t on_setup(scpi_t* context, const char* handler, const SetupOperatio
 void restore_power_up_state(Scpi_Orvanx& orvanx, Device& device)
 {
     orvanx.database_recall(orvanx.get_bootDBConfig());
-    if (const sDevArch_t* const arch = device.getDeviceArch(); arch != nullptr)
+    if (const sDevArch_t* const arch = device.getDeviceArch(); arch != nullptr) {
         orvanx.sync_db_to_orvanx(const_cast<sDevArch_t*>(arch));
+    }
 
     const int selected = orvanx.getSelectedChannel();
     for (int channel = 1; channel <= orvanx.getNumberofChannels(); ++channel) {
         orvanx.setSelectedChannel(channel);
-        if (const auto* const record = reinterpret_cast<const ORVAN_CONFIG*>(orvanx.get_channelDB()))
+        if (const auto* const record = reinterpret_cast<const ORVAN_CONFIG*>(orvanx.get_channelDB())) {
             device.SetRFOutput(record->ANALOGOUTPUT.RfOutput == On ? Device::On : Device::Off);
+        }
     }
     orvanx.setSelectedChannel(selected);
 }
@@ -65,8 +67,9 @@ void restore_power_up_state(Scpi_Orvanx& orvanx, Device& device)
 // Reads one of two words.
 bool read_mode(scpi_t* context, const char* handler, const scpi_choice_def_t* modes, int32_t& mode)
 {
-    if (SCPI_ParamChoice(context, modes, &mode, true))
+    if (SCPI_ParamChoice(context, modes, &mode, true)) {
         return true;
+    }
     missing_parameter(context, handler, 0, "channel parameter");
     return false;
 }
@@ -100,13 +103,16 @@ scpi_result_t OrvanX_DBRecall(scpi_t* context)
 scpi_result_t OrvanX_setPowerupDB(scpi_t* context)
 {
     uint32_t setup = 0;
-    if (!SCPI_ParamUInt32(context, &setup, true))
+    if (!SCPI_ParamUInt32(context, &setup, true)) {
         return missing_parameter(context, __func__, 0, "power setup parameter");
+    }
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_OK;
-    if (target.orvanx->validate_DB_files(static_cast<int>(setup)) != 0)
+    }
+    if (target.orvanx->validate_DB_files(static_cast<int>(setup)) != 0) {
         return fail_unlogged(context, SCPI_ERROR_FILE_NAME_NOT_FOUND, "DB files not found");
+    }
     target.orvanx->set_bootDBConfig(static_cast<int>(setup), true);
     return SCPI_RES_OK;
 }
@@ -114,8 +120,9 @@ scpi_result_t OrvanX_setPowerupDB(scpi_t* context)
 scpi_result_t OrvanX_getPowerupDB(scpi_t* context)
 {
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_ERR;
+    }
     const auto setup = static_cast<uint32_t>(target.orvanx->get_bootDBConfig());
     return result_of(result_taken(context, __func__, SCPI_ResultUInt32Base(context, setup, 10)));
 }
@@ -129,10 +136,12 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
         std::future<std::string> fut;
     };
     const Target target(context);
-    if (!target.initialized)
+    if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
-    if (target.orvanx == nullptr || target.device == nullptr)
+    }
+    if (target.orvanx == nullptr || target.device == nullptr) {
         return SCPI_RES_ERR;
+    }
 
     const int n = target.orvanx->getNumberofChannels();
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
@@ -144,8 +153,9 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
 
     for (Pending& module : modules) {
         const std::string reply = module.fut.get();
-        if (target.orvanx->checkOrvanReply(reply))
+        if (target.orvanx->checkOrvanReply(reply)) {
             continue;
+        }
         char info[64];
         std::snprintf(info, sizeof info, "Module %d communication error", module.ch + 1);
         // Only when the requests of the modules left have ended, too: their futures wait.
@@ -161,18 +171,21 @@ scpi_result_t OrvanX_setPwrOnResore(scpi_t* context)
 {
     static const scpi_choice_def_t options0[] = {{"AUTO", 0}, {"MANUAL", 1}, {nullptr, -1}};
     int32_t mode = 0;
-    if (!read_mode(context, __func__, options0, mode))
+    if (!read_mode(context, __func__, options0, mode)) {
         return SCPI_RES_ERR;
-    if (const Target target(context); target.orvanx != nullptr)
+    }
+    if (const Target target(context); target.orvanx != nullptr) {
         target.orvanx->set_powerOnRestore(mode == 0);
+    }
     return SCPI_RES_OK;
 }
 
 scpi_result_t OrvanX_getPwrOnResore(scpi_t* context)
 {
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_ERR;
+    }
     return result_of(reply_text(context, __func__, target.orvanx->get_powerOnRestore() ? "AUTO" : "MANUAL"));
 }
 
@@ -182,11 +195,13 @@ scpi_result_t OrvanX_setFanMode(scpi_t* context)
 {
     static const scpi_choice_def_t options0[] = {{"AUTO", 0}, {"FIXED", 1}, {nullptr, -1}};
     int32_t mode = 0;
-    if (!read_mode(context, __func__, options0, mode))
+    if (!read_mode(context, __func__, options0, mode)) {
         return SCPI_RES_ERR;
+    }
     const Target target(context);
-    if (target.device == nullptr)
+    if (target.device == nullptr) {
         return SCPI_RES_ERR;
+    }
     target.device->SetFanMode(mode);
     return SCPI_RES_OK;
 }
@@ -194,7 +209,8 @@ scpi_result_t OrvanX_setFanMode(scpi_t* context)
 scpi_result_t OrvanX_getFanMode(scpi_t* context)
 {
     const Target target(context);
-    if (target.device == nullptr)
+    if (target.device == nullptr) {
         return SCPI_RES_ERR;
+    }
     return result_of(reply_text(context, __func__, target.device->GetFanMode() == 0 ? "AUTO" : "FIXED"));
 }

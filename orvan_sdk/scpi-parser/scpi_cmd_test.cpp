@@ -1,19 +1,18 @@
-#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
-
 #include <cstdio>
 #include <cstring>
 #include <future>
 #include <iterator>
 #include <memory>
 #include <span>
-#include <syslog.h>
 
-#include <scpi/scpi.h>
+#include <syslog.h>
 
 #include "handler_shapes.h"
 #include "modules/module_request.h"
 #include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <scpi/scpi.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -40,8 +39,9 @@ void write_report(BITManager& manager, char (&report)[kReportSize])
     for (const eBitType type : {PBIT, CBIT, IBIT}) {
         for (int number = 0; number < manager.getTestsNumber(type); ++number) {
             bitReport_t test{};
-            if (!manager.getTestResult(type, number, test) || test.result != BIT_FAIL)
+            if (!manager.getTestResult(type, number, test) || test.result != BIT_FAIL) {
                 continue;
+            }
             ++failures;
             char line[kLineSize];
             std::snprintf(line, sizeof line, "%s,%s,%s,%d;", manager.getBitTypeName(type), test.testName,
@@ -58,10 +58,11 @@ void write_report(BITManager& manager, char (&report)[kReportSize])
     }
     char tail[kTailSize];
     std::snprintf(tail, sizeof tail, "%d Failures", failures);
-    if (position + std::strlen(tail) < kReportSize)
+    if (position + std::strlen(tail) < kReportSize) {
         std::strcpy(report + position, tail);
-    else
+    } else {
         report[kReportSize - 1] = '\0';
+    }
 }
 
 } // namespace
@@ -73,10 +74,12 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
         std::future<std::string> fut;
     };
     const Target target(context);
-    if (!target.initialized)
+    if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
-    if (target.orvanx == nullptr || target.device == nullptr)
+    }
+    if (target.orvanx == nullptr || target.device == nullptr) {
         return SCPI_RES_OK;
+    }
 
     const int n = target.orvanx->getNumberofChannels();
     const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
@@ -90,8 +93,9 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
 
     for (Pending& module : modules) {
         const std::string reply = module.fut.get();
-        if (!target.orvanx->checkOrvanReply(reply))
+        if (!target.orvanx->checkOrvanReply(reply)) {
             syslog(LOG_ERR, "%s: module %d: %s\n", __func__, module.ch, reply.c_str());
+        }
     }
     return SCPI_RES_OK;
 }
@@ -106,11 +110,13 @@ scpi_result_t OrvanX_bitRPResults(scpi_t* context)
 scpi_result_t OrvanX_getModuleBitResult(scpi_t* context)
 {
     uint32_t number = 0;
-    if (!SCPI_ParamUInt32(context, &number, true))
+    if (!SCPI_ParamUInt32(context, &number, true)) {
         return missing_parameter(context, __func__);
+    }
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_OK;
+    }
     if (number > static_cast<uint32_t>(target.orvanx->getNumberofChannels())) {
         const int shown = static_cast<int>(number);
         char info[64];
@@ -120,7 +126,8 @@ scpi_result_t OrvanX_getModuleBitResult(scpi_t* context)
         return fail(context, __func__, SCPI_ERROR_QUERY, info, logged);
     }
     std::string reply;
-    if (!ask_module(context, __func__, *target.orvanx, static_cast<int>(number), "*TST?\r\n", reply))
+    if (!ask_module(context, __func__, *target.orvanx, static_cast<int>(number), "*TST?\r\n", reply)) {
         return SCPI_RES_ERR;
+    }
     return result_of(reply_of_module(context, __func__, reply));
 }

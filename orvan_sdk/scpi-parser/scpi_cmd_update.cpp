@@ -1,12 +1,12 @@
-#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
-
 #include <cstdio>
 #include <exception>
+
 #include <syslog.h>
 #include <unistd.h>
 
 #include "handler_shapes.h"
 #include "orvan_fs_utils.h"
+#include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "parser_library.h"
 #include "sys_cmd.h"
@@ -75,13 +75,15 @@ scpi_result_t OrvanX_fpgaUpdate(scpi_t* context)
 scpi_result_t OrvanX_internalSWUpdate(scpi_t* context)
 {
     const Target target(context);
-    if (target.orvanx == nullptr)
+    if (target.orvanx == nullptr) {
         return SCPI_RES_ERR;
+    }
     const scpi_result_t result = send_image(context, __func__, *target.orvanx, kSoftware);
     target.orvanx->sendDeviceRestart();
     sync();
     char output[256];
-    if (read_system_cmd("sudo reboot", output, sizeof output) != 0)
+    if (read_system_cmd("sudo reboot", output, sizeof output) != 0) {
         syslog(LOG_ERR, "Failed rebooting the device\n");
+    }
     return result;
 }

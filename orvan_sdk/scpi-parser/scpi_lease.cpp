@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <ctime>
+
 #include <pthread.h>
 
 #include "orvan_sdk/scpi-parser/scpi-def.h"
@@ -39,8 +40,9 @@ void scpi_watchdog_fired(sigval)
 {
     const Lock lock;
     // An expiry that lost the race against a disarm finds the flag at 0.
-    if (g_wd_armed == 0 || !g_owned)
+    if (g_wd_armed == 0 || !g_owned) {
         return;
+    }
     g_wd_armed = 0;
     set_free();
     SCPI_Reset(&scpi_context);
@@ -51,21 +53,25 @@ void scpi_watchdog_fired(sigval)
 
 void scpi_watchdog_init_once()
 {
-    if (g_wd_timer != nullptr)
+    if (g_wd_timer != nullptr) {
         return;
+    }
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD;
     event.sigev_notify_function = scpi_watchdog_fired;
-    if (timer_create(CLOCK_MONOTONIC, &event, &g_wd_timer) != 0)
+    if (timer_create(CLOCK_MONOTONIC, &event, &g_wd_timer) != 0) {
         g_wd_timer = nullptr;
+    }
 }
 
 void scpi_watchdog_arm_unlocked()
 {
-    if (g_wd_timer == nullptr)
+    if (g_wd_timer == nullptr) {
         scpi_watchdog_init_once();
-    if (g_wd_timer == nullptr)
+    }
+    if (g_wd_timer == nullptr) {
         return;
+    }
     itimerspec once{};
     once.it_value.tv_sec = SCPI_WATCHDOG_MS / 1000;
     timer_settime(g_wd_timer, 0, &once, nullptr);
@@ -86,10 +92,12 @@ void scpi_watchdog_disarm_unlocked()
 void scpi_lease_acquire(int fd)
 {
     const Lock lock;
-    while (g_owned && g_owner_fd != fd)
+    while (g_owned && g_owner_fd != fd) {
         pthread_cond_wait(&g_cv, &g_mtx);
-    if (g_owned)
+    }
+    if (g_owned) {
         return;
+    }
     g_owned = true;
     g_owner_fd = fd;
     scpi_watchdog_disarm_unlocked();
@@ -98,8 +106,9 @@ void scpi_lease_acquire(int fd)
 void scpi_lease_release(int fd)
 {
     const Lock lock;
-    if (!owned_by(fd))
+    if (!owned_by(fd)) {
         return;
+    }
     scpi_watchdog_disarm_unlocked();
     set_free();
     pthread_cond_broadcast(&g_cv);
@@ -108,8 +117,9 @@ void scpi_lease_release(int fd)
 void scpi_lease_abort_if_owner(int fd)
 {
     const Lock lock;
-    if (!owned_by(fd))
+    if (!owned_by(fd)) {
         return;
+    }
     scpi_watchdog_disarm_unlocked();
     set_free();
     SCPI_Reset(&scpi_context);
@@ -119,6 +129,7 @@ void scpi_lease_abort_if_owner(int fd)
 void scpi_watchdog_pet_owner(int fd)
 {
     const Lock lock;
-    if (owned_by(fd))
+    if (owned_by(fd)) {
         scpi_watchdog_arm_unlocked();
+    }
 }

@@ -1,20 +1,20 @@
-#include "orvan_sdk/scpi-parser/scpi-bypass.h"
-
 #include <algorithm>
 
-#include <scpi/types.h>
-
 #include "handler_shapes.h"
+#include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include <scpi/types.h>
 
 void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string& reply)
 {
     auto* u = static_cast<userContext_t*>(ctx->user_context);
-    if (u == nullptr || parser == nullptr)
+    if (u == nullptr || parser == nullptr) {
         return;
+    }
     uint8_t* const base = HaldeElec::Orvan::selected_record(*parser);
-    if (base == nullptr)
+    if (base == nullptr) {
         return;
+    }
 
     size_t roff = 0;
     for (int i = 0; i < u->bypass_item_count; ++i) {

@@ -27,8 +27,9 @@ Scpi_Orvanx::Scpi_Orvanx() : p_scpi_parser(new ScpiParser)
 Scpi_Orvanx::~Scpi_Orvanx()
 {
     m_runTemperatureThread = false;
-    if (m_temperatureThread.joinable())
+    if (m_temperatureThread.joinable()) {
         m_temperatureThread.join();
+    }
     delete p_scpi_parser;
     p_scpi_parser = nullptr;
     if (m_orvanDB != nullptr) {
@@ -44,8 +45,9 @@ Scpi_Orvanx::~Scpi_Orvanx()
 void Scpi_Orvanx::setDevicePtr(void* ptrDevice)
 {
     p_devicePtr = ptrDevice;
-    if (p_scpi_parser != nullptr)
+    if (p_scpi_parser != nullptr) {
         p_scpi_parser->setDevicePtr(ptrDevice);
+    }
 }
 
 bool Scpi_Orvanx::isExternalCommand()
@@ -60,8 +62,9 @@ int Scpi_Orvanx::sendScpiToNewParser(char* buffer, int valread)
 
 void Scpi_Orvanx::connection_abort(int sd)
 {
-    if (p_scpi_parser != nullptr)
+    if (p_scpi_parser != nullptr) {
         p_scpi_parser->connection_abort(sd);
+    }
 }
 
 int Scpi_Orvanx::setCallerSocket(int socket, int deviceArch)

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -31,8 +32,9 @@ Identity live_identity()
 {
     using HaldeElec::Orvan::CPersistentData;
     CPersistentData* const data = CPersistentData::GetInstance();
-    if (data == nullptr)
+    if (data == nullptr) {
         return kFactoryIdentity;
+    }
     const auto* const settings = data->getSettings();
     return {settings->description, settings->modelName, settings->serialNum, settings->fwVersion};
 }
@@ -66,15 +68,17 @@ void ScpiParser::init_new_scpi(Scpi_Orvanx* ptrParser)
 
 void ScpiParser::setDevicePtr(void* ptrDevice)
 {
-    if (userContext_t* u = user_record(scpi_context))
+    if (userContext_t* u = user_record(scpi_context)) {
         u->ptrDevice = ptrDevice;
+    }
 }
 
 int ScpiParser::setCallerSocket(int socket, int deviceArch)
 {
     userContext_t* u = user_record(scpi_context);
-    if (u == nullptr)
+    if (u == nullptr) {
         return -1;
+    }
     u->socket = socket;
     u->deviceType = deviceArch;
     return 1;
@@ -87,10 +91,11 @@ scpi_bool_t ScpiParser::sendCommandToNewScpiParser(char* buffer, int valread)
     log_send(buffer, static_cast<size_t>(valread), fd);
     scpi_lease_acquire(fd);
     const scpi_bool_t executed = HaldeElec::Orvan::hand_in(SCPI_Input, &scpi_context, buffer, valread);
-    if (executed)
+    if (executed) {
         m_cmdExternal = isCommand(buffer, valread) && !isInternalMessage(fd);
-    else
+    } else {
         scpi_watchdog_pet_owner(fd);
+    }
     return executed;
 }
 
@@ -103,8 +108,9 @@ bool ScpiParser::isInternalMessage(int fd)
 {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family != AF_INET)
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family != AF_INET) {
         return true;
+    }
     return ntohl(reinterpret_cast<const sockaddr_in&>(peer).sin_addr.s_addr) == INADDR_LOOPBACK;
 }
 
@@ -115,12 +121,15 @@ bool ScpiParser::isCommand(const char* cmdBuffer, int bufferSize)
     for (;;) {
         const char* const unit = p;
         bool query = false;
-        for (; !ends_unit(*p); ++p)
+        for (; !ends_unit(*p); ++p) {
             query = query || *p == '?';
-        if (p != unit && !query)
+        }
+        if (p != unit && !query) {
             return true;
-        if (p >= end || *p != ';')
+        }
+        if (p >= end || *p != ';') {
             return false;
+        }
         ++p;
     }
 }
@@ -137,20 +146,23 @@ int SCPI_Error(scpi_t* context, int_fast16_t err)
 scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val)
 {
     char line[128] = {};
-    if (ctrl == SCPI_CTRL_SRQ)
+    if (ctrl == SCPI_CTRL_SRQ) {
         std::snprintf(line, sizeof line, "**SRQ: 0x%X (%d)\r\n", val, val);
-    else
+    } else {
         std::snprintf(line, sizeof line, "**CTRL %02x: 0x%X (%d)\r\n", static_cast<unsigned>(ctrl), val, val);
-    if (const userContext_t* u = user_record(*context)) [[maybe_unused]]
-        const ssize_t ignored = write(u->socket, line, std::strlen(line));
+    }
+    if (const userContext_t* u = user_record(*context)) {
+        [[maybe_unused]] const ssize_t ignored = write(u->socket, line, std::strlen(line));
+    }
     return SCPI_RES_OK;
 }
 
 scpi_result_t SCPI_Reset(scpi_t* context)
 {
     scpi_buffer_t& input = context->buffer;
-    if (input.position < input.length)
+    if (input.position < input.length) {
         input.data[input.position] = '\0';
+    }
     input.position = 0;
     std::fputs("**Reset\r\n", stderr);
     return SCPI_RES_OK;

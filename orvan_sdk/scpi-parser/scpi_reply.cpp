@@ -7,12 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <thread>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <string_view>
 #include <sys/socket.h>
 #include <syslog.h>
-#include <thread>
 #include <unistd.h>
 
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
@@ -48,8 +49,9 @@ void put(const char* data, size_t len)
 
 void put_if_it_fits(std::string_view word)
 {
-    if (word.size() <= room())
+    if (word.size() <= room()) {
         put(word.data(), word.size());
+    }
 }
 
 // Gives the bytes sent.
@@ -80,8 +82,9 @@ void clear_buffer()
 
 void set_cork(int fd, int on)
 {
-    if (setsockopt(fd, IPPROTO_TCP, TCP_CORK, &on, sizeof on) != 0)
+    if (setsockopt(fd, IPPROTO_TCP, TCP_CORK, &on, sizeof on) != 0) {
         std::fprintf(stderr, "setsockopt(TCP_CORK=%d) failed: %s\n", on, std::strerror(errno));
+    }
 }
 
 } // namespace
@@ -89,27 +92,33 @@ void set_cork(int fd, int on)
 size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
 {
     userContext_t* u = user_record(context);
-    if (u == nullptr || data == nullptr || len == 0)
+    if (u == nullptr || data == nullptr || len == 0) {
         return 0;
-    if (std::string_view(data, len) == kLineEnd)
+    }
+    if (std::string_view(data, len) == kLineEnd) {
         return len;
-    if (has_token(data, len, kErrorWord.data(), kErrorWord.size()))
+    }
+    if (has_token(data, len, kErrorWord.data(), kErrorWord.size())) {
         u->had_error_line = 1;
-    if (data[0] == '#' && context->arbitrary_remaining != 0)
+    }
+    if (data[0] == '#' && context->arbitrary_remaining != 0) {
         u->binary_block_active = 1;
+    }
 
     // Text that leaves no byte for its separator is text that does not fit.
     if (g_txOffset != 0 && room() != 0 && u->binary_block_active == 0 && data[0] != ',' &&
-        txBuffer[g_txOffset - 1] != ',')
+        txBuffer[g_txOffset - 1] != ',') {
         put(";", 1);
+    }
     size_t taken = 0;
     while (taken < len) {
         const size_t n = std::min(room(), len - taken);
         put(data + taken, n);
         taken += n;
         if (u->binary_block_active != 0) {
-            if (room() == 0 && SCPI_FlushRaw(context) == 0)
+            if (room() == 0 && SCPI_FlushRaw(context) == 0) {
                 break;
+            }
         } else if (n == 0) {
             // Nothing may leave ahead of the success word, so a full text reply stays here for good. The
             // call keeps the loop one that the compiler may not take for finite.
@@ -123,26 +132,31 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
 size_t SCPI_FlushRaw(scpi_t* context)
 {
     const userContext_t* u = user_record(context);
-    if (u == nullptr || g_txOffset == 0)
+    if (u == nullptr || g_txOffset == 0) {
         return 0;
+    }
     log_send(txBuffer, g_txOffset, u->socket);
     const size_t sent = write_buffer(u->socket);
-    if (sent == g_txOffset)
+    if (sent == g_txOffset) {
         clear_buffer();
+    }
     return sent;
 }
 
 scpi_result_t SCPI_Flush(scpi_t* context)
 {
     userContext_t* u = user_record(context);
-    if (u == nullptr)
+    if (u == nullptr) {
         return SCPI_RES_OK;
+    }
     // Clears had_error_line as well: the success word ends every reply, one with error lines too.
     end_bypass_run(u);
-    if (g_txOffset != 0 && u->binary_block_active == 0 && txBuffer[g_txOffset - 1] == ';')
+    if (g_txOffset != 0 && u->binary_block_active == 0 && txBuffer[g_txOffset - 1] == ';') {
         --g_txOffset;
-    if (u->had_error_line == 0 && u->adding_ok != 0)
+    }
+    if (u->had_error_line == 0 && u->adding_ok != 0) {
         put_if_it_fits(g_txOffset != 0 ? kOkBehindText : kOkAlone);
+    }
     put_if_it_fits(kLineEnd);
 
     set_cork(u->socket, 1);
@@ -159,8 +173,9 @@ scpi_result_t SCPI_Flush(scpi_t* context)
 
 int has_token(const char* buf, size_t len, const char* tok, size_t toklen)
 {
-    if (buf == nullptr || tok == nullptr || toklen == 0)
+    if (buf == nullptr || tok == nullptr || toklen == 0) {
         return 0;
+    }
     return memmem(buf, len, tok, toklen) != nullptr;
 }
 
@@ -172,8 +187,9 @@ void log_send(const char* buf, size_t len, int socket_fd)
     }
     if (buf[0] != '#') {
         size_t shown = len;
-        while (shown != 0 && (buf[shown - 1] == '\r' || buf[shown - 1] == '\n'))
+        while (shown != 0 && (buf[shown - 1] == '\r' || buf[shown - 1] == '\n')) {
             --shown;
+        }
         syslog(LOG_INFO, "sending \"%.*s\" soc:%02d len:%zu",
                static_cast<int>(std::min<size_t>(shown, INT_MAX)), buf, socket_fd, len);
         return;

@@ -1,12 +1,11 @@
 #ifndef ORVAN_SERVICE_RAW_MESSAGE_BUFFER_H
 #define ORVAN_SERVICE_RAW_MESSAGE_BUFFER_H
 
-#include "service/message_memory.h"
-
-#include "scpi/extensions.h"
-
 #include <cstddef>
 #include <span>
+
+#include "scpi/extensions.h"
+#include "service/message_memory.h"
 
 namespace orvan_service {
 

@@ -1,8 +1,9 @@
 #include "raw_session.h"
 
-#include "service/listener.h"
-
-#include "scpi/error.h"
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -11,10 +12,8 @@
 #include <sys/time.h>
 #include <syslog.h>
 
-#include <cerrno>
-#include <cstring>
-#include <new>
-#include <string>
+#include "scpi/error.h"
+#include "service/listener.h"
 
 namespace orvan_service {
 namespace {

@@ -1,14 +1,13 @@
 #ifndef ORVAN_SERVICE_RAW_SESSION_H
 #define ORVAN_SERVICE_RAW_SESSION_H
 
+#include <span>
+
 #include "http_request_line.h"
 #include "message_buffer.h"
 #include "service/message_sink.h"
 #include "service/session.h"
-
 #include <unique_fd.h>
-
-#include <span>
 
 namespace orvan_service {
 

@@ -14,13 +14,15 @@ bool has_battery(Board& board)
 std::string set_battery(Board& board, Words words)
 {
     const auto percent = verb_number(words[0], 100);
-    if (!percent)
+    if (!percent) {
         return verb_error("a charge from 0 to 100 percent expected, not '" + std::string(words[0]) + "'");
+    }
     const std::string_view state = words.size() > 1 ? words[1] : "";
-    if (state == "charging" || state == "discharging")
+    if (state == "charging" || state == "discharging") {
         board.battery()->set_flow(state == "charging" ? Flow::kFill : Flow::kDrain);
-    else if (!state.empty() && state != "absent")
+    } else if (!state.empty() && state != "absent") {
         return verb_error("'charging', 'discharging' or 'absent' expected, not '" + std::string(state) + "'");
+    }
     board.battery()->set_fitted(state != "absent");
     board.battery()->set_charge(*percent);
     return verb_done();
@@ -28,8 +30,9 @@ std::string set_battery(Board& board, Words words)
 
 std::string set_charger(Board& board, Words words)
 {
-    if (words[0] != "on" && words[0] != "off")
+    if (words[0] != "on" && words[0] != "off") {
         return verb_error("'on' or 'off' expected, not '" + std::string(words[0]) + "'");
+    }
     board.battery()->set_flow(words[0] == "on" ? Flow::kFill : Flow::kDrain);
     return verb_done();
 }

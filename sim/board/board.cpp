@@ -3,11 +3,11 @@
 namespace sim_board {
 namespace {
 
-constexpr std::uint8_t kKeypadAddress = 0x34;
-constexpr std::uint8_t kBatteryAddress = 0x0b;
-constexpr std::uint8_t kChargeControllerAddress = 0x09;
-constexpr std::uint8_t kModulePowerExpander = 0x20;
-constexpr std::uint8_t kRelayExpander = 0x20;
+constexpr uint8_t kKeypadAddress = 0x34;
+constexpr uint8_t kBatteryAddress = 0x0b;
+constexpr uint8_t kChargeControllerAddress = 0x09;
+constexpr uint8_t kModulePowerExpander = 0x20;
+constexpr uint8_t kRelayExpander = 0x20;
 constexpr std::string_view kFanTarget = "fan";
 
 } // namespace
@@ -26,8 +26,9 @@ Board::Board(const BoardWiring& wiring, Clock::Mode mode, const std::string& eep
         m_expanders.emplace(row.address, expander);
         m_i2c.attach(row.address, expander);
     }
-    for (const int pin : wiring.idle_high)
+    for (const int pin : wiring.idle_high) {
         m_gpio.drive(pin, 1);
+    }
     wire_reset();
     wire_interrupts();
     wire_keypad();
@@ -47,34 +48,40 @@ Board::~Board()
         expander->on_pins({});
         expander->on_latch({});
     }
-    if (m_keypad)
+    if (m_keypad) {
         m_keypad->on_interrupt({});
+    }
 }
 
 void Board::wire_reset()
 {
-    if (m_wiring.expander_reset < 0)
+    if (m_wiring.expander_reset < 0) {
         return;
+    }
     m_gpio.watch(m_wiring.expander_reset, [this](int level) {
-        for (const auto& [address, expander] : m_expanders)
+        for (const auto& [address, expander] : m_expanders) {
             expander->set_reset(level == 0);
+        }
     });
 }
 
 void Board::wire_interrupts()
 {
-    for (const InterruptWiring& row : m_wiring.interrupts)
+    for (const InterruptWiring& row : m_wiring.interrupts) {
         m_expanders.at(row.address)->on_interrupt([this, &row](Mcp23017::Port output, int level) {
-            if (output == row.output)
+            if (output == row.output) {
                 m_gpio.drive(row.pin, row.inverted ? 1 - level : level);
+            }
         });
+    }
 }
 
 void Board::wire_keypad()
 {
     const int pin = m_wiring.keypad_interrupt;
-    if (pin < 0)
+    if (pin < 0) {
         return;
+    }
     m_keypad = std::make_shared<Tca8418>();
     m_keypad->on_interrupt([this, pin](int level) { m_gpio.drive(pin, level); });
     m_i2c.attach(kKeypadAddress, m_keypad);
@@ -82,8 +89,9 @@ void Board::wire_keypad()
 
 void Board::wire_battery()
 {
-    if (!m_wiring.battery)
+    if (!m_wiring.battery) {
         return;
+    }
     m_battery = std::make_shared<SmartBattery>(m_clock);
     m_charge_controller = std::make_shared<ChargeController>();
     m_i2c.attach(kBatteryAddress, m_battery);
@@ -92,23 +100,27 @@ void Board::wire_battery()
 
 void Board::wire_module_power()
 {
-    if (m_wiring.module_power == 0)
+    if (m_wiring.module_power == 0) {
         return;
-    expander(kModulePowerExpander).on_pins([this](Mcp23017::Port port, std::uint8_t levels) {
+    }
+    expander(kModulePowerExpander).on_pins([this](Mcp23017::Port port, uint8_t levels) {
         const bool on = (levels & m_wiring.module_power) != 0;
-        if (port != Mcp23017::kA || m_module_power.exchange(on) == on)
+        if (port != Mcp23017::kA || m_module_power.exchange(on) == on) {
             return;
+        }
         std::lock_guard lock(m_watcher_mutex);
-        if (m_module_power_watcher)
+        if (m_module_power_watcher) {
             m_module_power_watcher(on);
+        }
     });
 }
 
 void Board::wire_fan()
 {
     for (const SpiTargetWiring& target : m_wiring.spi_targets) {
-        if (target.name != kFanTarget)
+        if (target.name != kFanTarget) {
             continue;
+        }
         m_fan = std::make_shared<FanDrive>();
         m_spi.attach(kFanTarget, m_fan);
     }
@@ -116,10 +128,11 @@ void Board::wire_fan()
 
 void Board::wire_relays()
 {
-    if (!m_wiring.modulation_relays)
+    if (!m_wiring.modulation_relays) {
         return;
+    }
     m_relays = std::make_shared<ModulationRelays>();
-    expander(kRelayExpander).on_latch([relays = m_relays](Mcp23017::Port port, std::uint8_t latch) {
+    expander(kRelayExpander).on_latch([relays = m_relays](Mcp23017::Port port, uint8_t latch) {
         relays->latch(port, latch);
     });
 }
@@ -140,8 +153,7 @@ void Board::power_button(bool pressed)
     }
     const int lines = wiring.high_while_pressed | wiring.low_while_pressed;
     const int high = pressed ? wiring.high_while_pressed : wiring.low_while_pressed;
-    expander(wiring.address)
-        .drive(Mcp23017::kB, static_cast<std::uint8_t>(lines), static_cast<std::uint8_t>(high));
+    expander(wiring.address).drive(Mcp23017::kB, static_cast<uint8_t>(lines), static_cast<uint8_t>(high));
 }
 
 void Board::stop()

@@ -1,4 +1,13 @@
-#pragma once
+#ifndef ORVAN_SIM_BOARD_BOARD_H
+#define ORVAN_SIM_BOARD_BOARD_H
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
 
 #include "board/charge_controller.h"
 #include "board/clock.h"
@@ -14,26 +23,22 @@
 #include "board/trace.h"
 #include "board/wiring.h"
 
-#include <atomic>
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-
 namespace sim_board {
 
-/// A controller board of one platform at power-on: its pins, its buses as its wiring tells, its settings
-/// EEPROM (CAT25640), its port expanders with what hangs on them, fan drive, keypad, battery and power
-/// button. It does nothing by itself. Thread-safe.
-///
-/// Further chips are put on with i2c().attach and spi().attach; faults stand before a chip, see insert_fault.
+/**
+ * A controller board of one platform at power-on: its pins, its buses as its wiring tells, its settings
+ * EEPROM (CAT25640), its port expanders with what hangs on them, fan drive, keypad, battery and power
+ * button. It does nothing by itself. Thread-safe.
+ *
+ * Further chips are put on with i2c().attach and spi().attach; faults stand before a chip, see insert_fault.
+ */
 class Board {
 public:
-    /// wiring: stays in use, so it must outlive the board. eeprom_image: path of the EEPROM's image file,
-    /// empty for an erased chip that is kept nowhere. Throws std::system_error if it can't be used.
-    /// clock_rate: see Clock.
+    /**
+     * wiring: stays in use, so it must outlive the board. eeprom_image: path of the EEPROM's image file,
+     * empty for an erased chip that is kept nowhere. Throws std::system_error if it can't be used.
+     * clock_rate: see Clock.
+     */
     explicit Board(const BoardWiring& wiring, Clock::Mode mode = Clock::Mode::kRealTime,
                    const std::string& eeprom_image = {}, unsigned clock_rate = 1);
     ~Board();
@@ -43,36 +48,38 @@ public:
     const BoardWiring& wiring() const { return m_wiring; }
     Trace& trace() { return m_trace; }
     Clock& clock() { return *m_clock; }
-    /// For a chip that is added and needs the time.
+    /** For a chip that is added and needs the time. */
     std::shared_ptr<const Clock> shared_clock() const { return m_clock; }
     Gpio& gpio() { return m_gpio; }
     SpiBus& spi() { return m_spi; }
     I2cBus& i2c() { return m_i2c; }
 
     Cat25Eeprom& eeprom() { return *m_eeprom; }
-    /// The expander at that address; throws std::out_of_range if the wiring has none.
-    Mcp23017& expander(std::uint8_t address) { return *m_expanders.at(address); }
+    /** The expander at that address; throws std::out_of_range if the wiring has none. */
+    Mcp23017& expander(uint8_t address) { return *m_expanders.at(address); }
 
-    /// The keypad controller, the battery and its charge controller; null on a board without them.
+    /** The keypad controller, the battery and its charge controller; null on a board without them. */
     const std::shared_ptr<Tca8418>& keypad() { return m_keypad; }
     const std::shared_ptr<SmartBattery>& battery() { return m_battery; }
     const std::shared_ptr<ChargeController>& charge_controller() { return m_charge_controller; }
 
-    /// The fan drive and the modulation relays; null on a board without them.
+    /** The fan drive and the modulation relays; null on a board without them. */
     const std::shared_ptr<FanDrive>& fan() { return m_fan; }
     const std::shared_ptr<ModulationRelays>& relays() { return m_relays; }
 
-    /// Holds the power button or lets it go.
+    /** Holds the power button or lets it go. */
     void power_button(bool pressed);
     bool power_button_pressed() const { return m_button_pressed; }
 
-    /// Whether the channel modules have power; on a board that can't switch it, always.
+    /** Whether the channel modules have power; on a board that can't switch it, always. */
     bool module_power() const { return m_module_power; }
-    /// Calls `watcher` when the power is switched, on the thread that does it and with the expander locked,
-    /// so it must not come back here. Once, before use.
+    /**
+     * Calls `watcher` when the power is switched, on the thread that does it and with the expander locked,
+     * so it must not come back here. Once, before use.
+     */
     void watch_module_power(std::function<void(bool on)> watcher);
 
-    /// Ends all waits and the interrupt threads. Not from an interrupt handler.
+    /** Ends all waits and the interrupt threads. Not from an interrupt handler. */
     void stop();
 
 private:
@@ -91,7 +98,7 @@ private:
     SpiBus m_spi;
     I2cBus m_i2c;
     std::shared_ptr<Cat25Eeprom> m_eeprom;
-    std::map<std::uint8_t, std::shared_ptr<Mcp23017>> m_expanders;
+    std::map<uint8_t, std::shared_ptr<Mcp23017>> m_expanders;
     std::shared_ptr<Tca8418> m_keypad;
     std::shared_ptr<SmartBattery> m_battery;
     std::shared_ptr<ChargeController> m_charge_controller;
@@ -104,3 +111,5 @@ private:
 };
 
 } // namespace sim_board
+
+#endif

@@ -1,11 +1,11 @@
 #include "board/board_control.h"
 
+#include <cstdio>
+#include <system_error>
+
 #include "board/board_verbs.h"
 #include "board/current_board.h"
 #include "board/environment.h"
-
-#include <cstdio>
-#include <system_error>
 
 namespace sim_board {
 
@@ -24,8 +24,9 @@ BoardControl::~BoardControl()
 std::unique_ptr<BoardControl> board_control_of_environment()
 {
     const std::string path = board_environment().control_path;
-    if (path.empty())
+    if (path.empty()) {
         return nullptr;
+    }
     try {
         return std::make_unique<BoardControl>(path);
     } catch (const std::system_error& error) {

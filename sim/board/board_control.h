@@ -1,21 +1,24 @@
-#pragma once
-
-#include "control/control_server.h"
-#include "control/event_loop.h"
+#ifndef ORVAN_SIM_BOARD_BOARD_CONTROL_H
+#define ORVAN_SIM_BOARD_BOARD_CONTROL_H
 
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "control/control_server.h"
+#include "control/event_loop.h"
+
 namespace sim_board {
 
-/// The control socket of a process's board: verbs by line (board_verbs.h), each executed on the board that is
-/// the current one then, on a thread of its own.
+/**
+ * The control socket of a process's board: verbs by line (board_verbs.h), each executed on the board that is
+ * the current one then, on a thread of its own.
+ */
 class BoardControl {
 public:
-    /// Throws std::system_error when the path can't be listened on.
+    /** Throws std::system_error when the path can't be listened on. */
     explicit BoardControl(const std::string& path);
-    /// Ends the thread and removes the path.
+    /** Ends the thread and removes the path. */
     ~BoardControl();
     BoardControl(const BoardControl&) = delete;
     BoardControl& operator=(const BoardControl&) = delete;
@@ -26,8 +29,12 @@ private:
     std::thread m_thread;
 };
 
-/// The control of the path that the environment names. Null when it names none, and, told on standard error,
-/// when the path is of no use.
+/**
+ * The control of the path that the environment names. Null when it names none, and, told on standard error,
+ * when the path is of no use.
+ */
 std::unique_ptr<BoardControl> board_control_of_environment();
 
 } // namespace sim_board
+
+#endif

@@ -1,16 +1,16 @@
 #include "board/board_state.h"
 
+#include <cstdarg>
+#include <cstdio>
+
 #include "board/faulty_i2c_device.h"
 #include "board/front_panel_keys.h"
 #include "board/line_functions.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 namespace sim_board {
 namespace {
 
-/// Lines of a name and what stands there.
+/** Lines of a name and what stands there. */
 class StateText {
 public:
     void add(std::string_view name, const char* format, ...) __attribute__((format(printf, 3, 4)))
@@ -20,7 +20,7 @@ public:
             std::snprintf(line, sizeof line, "%-32.*s  ", static_cast<int>(name.size()), name.data());
         va_list arguments;
         va_start(arguments, format);
-        std::vsnprintf(line + head, sizeof line - static_cast<std::size_t>(head), format, arguments);
+        std::vsnprintf(line + head, sizeof line - static_cast<size_t>(head), format, arguments);
         va_end(arguments);
         m_text += line;
         m_text += '\n';
@@ -37,15 +37,16 @@ void add_line(StateText& text, Board& board, const LineFunction& line)
     const bool set = (expander.reg(Mcp23017::kOlat, line.port) & line.bit) != 0;
     const bool is_input = (expander.reg(Mcp23017::kIodir, line.port) & line.bit) != 0;
     std::string_view state = set ? line.at_1 : line.at_0;
-    if (is_input && !line.as_input.empty())
+    if (is_input && !line.as_input.empty()) {
         state = line.as_input;
+    }
     text.add(line.name, "%.*s%s", static_cast<int>(state.size()), state.data(),
              is_input ? " (its pin is an input)" : "");
 }
 
 void add_relays(StateText& text, const ModulationRelays& relays)
 {
-    for (std::size_t number = 1; number <= ModulationRelays::kSlots; ++number) {
+    for (size_t number = 1; number <= ModulationRelays::kSlots; ++number) {
         const ModulationRelays::Slot slot = relays.slot(number);
         const char* routing = "?";
         switch (slot.routing()) {
@@ -69,10 +70,11 @@ void add_relays(StateText& text, const ModulationRelays& relays)
 
 void add_fan(StateText& text, const FanDrive& fan)
 {
-    if (const auto value = fan.value())
+    if (const auto value = fan.value()) {
         text.add("fan", "%d %% of full speed, drive value 0x%02x", fan.speed(), *value);
-    else
+    } else {
         text.add("fan", "full speed, no drive value yet");
+    }
 }
 
 void add_battery(StateText& text, const SmartBattery& battery)
@@ -82,7 +84,7 @@ void add_battery(StateText& text, const SmartBattery& battery)
         text.add("battery", "taken out");
         return;
     }
-    const auto current = static_cast<std::int16_t>(battery.word(SmartBattery::kCurrent));
+    const auto current = static_cast<int16_t>(battery.word(SmartBattery::kCurrent));
     text.add("battery", "%u %%, %s",
              static_cast<unsigned>(battery.word(SmartBattery::kRelativeStateOfCharge)),
              current > 0   ? "charging"
@@ -93,14 +95,17 @@ void add_battery(StateText& text, const SmartBattery& battery)
 void add_keys(StateText& text, const Tca8418& keypad)
 {
     std::string held;
-    for (int row = 0; row < kKeyRows; ++row)
-        for (int column = 0; column < kKeyColumns; ++column)
-            if (keypad.is_held(row, column))
+    for (int row = 0; row < kKeyRows; ++row) {
+        for (int column = 0; column < kKeyColumns; ++column) {
+            if (keypad.is_held(row, column)) {
                 held += (held.empty() ? "" : ", ") + std::to_string(row) + " " + std::to_string(column);
+            }
+        }
+    }
     text.add("keys held, row and column", "%s", held.empty() ? "none" : held.c_str());
 }
 
-void add_expander(StateText& text, Board& board, std::uint8_t address)
+void add_expander(StateText& text, Board& board, uint8_t address)
 {
     const Mcp23017& expander = board.expander(address);
     const auto both = [&](Mcp23017::Register which) {
@@ -122,20 +127,26 @@ std::string board_state(Board& board)
     const BoardWiring& wiring = board.wiring();
     StateText text;
     text.add("board", "%.*s", static_cast<int>(wiring.name.size()), wiring.name.data());
-    for (const LineFunction& line : line_functions(wiring))
+    for (const LineFunction& line : line_functions(wiring)) {
         add_line(text, board, line);
-    if (board.relays())
+    }
+    if (board.relays()) {
         add_relays(text, *board.relays());
-    if (board.fan())
+    }
+    if (board.fan()) {
         add_fan(text, *board.fan());
-    if (board.battery())
+    }
+    if (board.battery()) {
         add_battery(text, *board.battery());
-    if (board.keypad())
+    }
+    if (board.keypad()) {
         add_keys(text, *board.keypad());
+    }
     text.add("power button", "%s", board.power_button_pressed() ? "pressed" : "released");
-    for (const ExpanderWiring& row : wiring.expanders)
+    for (const ExpanderWiring& row : wiring.expanders) {
         add_expander(text, board, row.address);
-    for (const std::uint8_t address : board.i2c().addresses())
+    }
+    for (const uint8_t address : board.i2c().addresses()) {
         if (const auto fault = std::dynamic_pointer_cast<FaultyI2cDevice>(board.i2c().device(address))) {
             const I2cFault now = fault->fault();
             if (now != I2cFault::kNone) {
@@ -144,6 +155,7 @@ std::string board_state(Board& board)
                 text.add(name, "%s", now == I2cFault::kAbsent ? "absent" : "acknowledges nothing");
             }
         }
+    }
     return text.take();
 }
 

@@ -1,24 +1,29 @@
-#pragma once
-
-#include "board/board.h"
+#ifndef ORVAN_SIM_BOARD_BOARD_STATE_H
+#define ORVAN_SIM_BOARD_BOARD_STATE_H
 
 #include <string>
 
+#include "board/board.h"
+
 namespace sim_board {
 
-/// Where everything on the board stands, in a user's words, a line each:
-///
-///     board                             benchtop
-///     RF output, slot 1                 on
-///     RF output, slot 4                 off (its pin is an input)
-///     modulation, slot 1                external AM: path relay at 1, input relay set
-///     fan                               75 % of full speed, drive value 0x3f
-///     power button                      released
-///     expander 0x20                     latch A 0x20 B 0x00, inputs A 0x00 B 0x6e, pins A 0x20 B 0x20
-///
-/// It only looks: no access is made that a chip would notice. A function stands as its output latch says,
-/// which is what the controller asked for; where the pin is an input, the chip drives nothing, and that is
-/// told.
+/**
+ * Where everything on the board stands, in a user's words, a line each:
+ *
+ *     board                             benchtop
+ *     RF output, slot 1                 on
+ *     RF output, slot 4                 off (its pin is an input)
+ *     modulation, slot 1                external AM: path relay at 1, input relay set
+ *     fan                               75 % of full speed, drive value 0x3f
+ *     power button                      released
+ *     expander 0x20                     latch A 0x20 B 0x00, inputs A 0x00 B 0x6e, pins A 0x20 B 0x20
+ *
+ * It only looks: no access is made that a chip would notice. A function stands as its output latch says,
+ * which is what the controller asked for; where the pin is an input, the chip drives nothing, and that is
+ * told.
+ */
 std::string board_state(Board& board);
 
 } // namespace sim_board
+
+#endif

@@ -1,10 +1,10 @@
 #include "board/board_verbs.h"
 
-#include "board/board_state.h"
-
 #include <algorithm>
 #include <charconv>
 #include <vector>
+
+#include "board/board_state.h"
 
 namespace sim_board {
 namespace {
@@ -15,8 +15,9 @@ std::vector<std::string_view> words_of(std::string_view line)
     std::vector<std::string_view> words;
     while (true) {
         line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
-        if (line.empty())
+        if (line.empty()) {
             return words;
+        }
         words.push_back(line.substr(0, line.find_first_of(kBlanks)));
         line.remove_prefix(words.back().size());
     }
@@ -32,10 +33,11 @@ std::string list_verbs(Board& board)
     std::string lines;
     for (const std::span<const BoardVerb> table : all_verbs()) {
         for (const BoardVerb& verb : table) {
-            if (verb.fits != nullptr && !verb.fits(board))
+            if (verb.fits != nullptr && !verb.fits(board)) {
                 continue;
+            }
             std::string line = usage(verb);
-            line.resize(std::max<std::size_t>(line.size(), 32), ' ');
+            line.resize(std::max<size_t>(line.size(), 32), ' ');
             lines += line + "  " + std::string(verb.help) + "\n";
         }
     }
@@ -44,11 +46,13 @@ std::string list_verbs(Board& board)
 
 std::string run_verb(Board& board, const BoardVerb& verb, Words words)
 {
-    if (verb.fits != nullptr && !verb.fits(board))
+    if (verb.fits != nullptr && !verb.fits(board)) {
         return verb_error("a " + std::string(board.wiring().name) + " board has nothing for '" +
                           std::string(verb.name) + "'");
-    if (words.size() < verb.least_words || words.size() > verb.most_words)
+    }
+    if (words.size() < verb.least_words || words.size() > verb.most_words) {
         return verb_error("'" + usage(verb) + "' expected");
+    }
     return verb.run(board, words);
 }
 
@@ -84,8 +88,9 @@ std::optional<int> verb_number(std::string_view word, int most)
 {
     int value = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    if (error != std::errc() || end != word.data() + word.size() || value < 0 || value > most)
+    if (error != std::errc() || end != word.data() + word.size() || value < 0 || value > most) {
         return std::nullopt;
+    }
     return value;
 }
 
@@ -102,14 +107,19 @@ std::string verb_error(std::string_view text)
 std::string execute_on_board(Board& board, std::string_view line)
 {
     const std::vector<std::string_view> words = words_of(line);
-    if (words.empty())
+    if (words.empty()) {
         return verb_error("a verb expected; 'help' lists them");
-    if (words.front() == "help")
+    }
+    if (words.front() == "help") {
         return words.size() == 1 ? list_verbs(board) : verb_error("'help' expected");
-    for (const std::span<const BoardVerb> table : all_verbs())
-        for (const BoardVerb& verb : table)
-            if (verb.name == words.front())
+    }
+    for (const std::span<const BoardVerb> table : all_verbs()) {
+        for (const BoardVerb& verb : table) {
+            if (verb.name == words.front()) {
                 return run_verb(board, verb, Words(words).subspan(1));
+            }
+        }
+    }
     return verb_error("unknown verb '" + std::string(words.front()) + "'; 'help' lists them");
 }
 

@@ -1,26 +1,31 @@
-#pragma once
-
-#include "board/smbus_word_device.h"
+#ifndef ORVAN_SIM_BOARD_CHARGE_CONTROLLER_H
+#define ORVAN_SIM_BOARD_CHARGE_CONTROLLER_H
 
 #include <array>
 #include <cstdint>
 
+#include "board/smbus_word_device.h"
+
 namespace sim_board {
 
-/// The battery charge controller: the word registers that the controller writes, which keep their value and
-/// are 0 at power-on. What their bits do is not modelled. Thread-safe.
+/**
+ * The battery charge controller: the word registers that the controller writes, which keep their value and
+ * are 0 at power-on. What their bits do is not modelled. Thread-safe.
+ */
 class ChargeController : public SmbusWordDevice {
 public:
-    static constexpr std::uint8_t kRegisters[] = {0x12, 0x14, 0x31, 0x3e, 0x3f};
+    static constexpr uint8_t kRegisters[] = {0x12, 0x14, 0x31, 0x3e, 0x3f};
 
-    /// The bench side: a register's value; throws std::out_of_range for one that it does not have.
-    std::uint16_t word(std::uint8_t reg) const;
+    /** The bench side: a register's value; throws std::out_of_range for one that it does not have. */
+    uint16_t word(uint8_t reg) const;
 
 private:
-    std::optional<std::uint16_t> word_at(std::uint8_t command) const override;
-    bool set_word(std::uint8_t command, std::uint16_t value) override;
+    std::optional<uint16_t> word_at(uint8_t command) const override;
+    bool set_word(uint8_t command, uint16_t value) override;
 
-    std::array<std::uint16_t, std::size(kRegisters)> m_words{};
+    std::array<uint16_t, std::size(kRegisters)> m_words{};
 };
 
 } // namespace sim_board
+
+#endif

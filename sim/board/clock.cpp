@@ -7,29 +7,31 @@ namespace sim_board {
 using std::chrono::steady_clock;
 
 namespace {
-constexpr std::uint64_t kLongestUs = 1'000'000'000'000'000; // 31 years; the time point must not overflow
+constexpr uint64_t kLongestUs = 1'000'000'000'000'000; // 31 years; the time point must not overflow
 } // namespace
 
-std::uint64_t Clock::now_us() const
+uint64_t Clock::now_us() const
 {
     std::lock_guard lock(m_mutex);
     return now_locked();
 }
 
-std::uint64_t Clock::now_locked() const
+uint64_t Clock::now_locked() const
 {
-    if (m_mode == Mode::kManual)
+    if (m_mode == Mode::kManual) {
         return m_now_us;
+    }
     const auto running = (steady_clock::now() - m_start) * m_rate;
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(running).count());
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(running).count());
 }
 
-std::uint64_t Clock::sleep_us(std::uint64_t us)
+uint64_t Clock::sleep_us(uint64_t us)
 {
     std::unique_lock lock(m_mutex);
     if (m_mode == Mode::kRealTime) {
-        if (m_starting_up && us >= kPeriodUs)
+        if (m_starting_up && us >= kPeriodUs) {
             us = sleep_start_up(lock, us);
+        }
         const unsigned rate = us < kShortUs ? 1 : m_rate; // short ones at rate would only burn the CPU
         sleep_real(lock, std::chrono::nanoseconds(std::min(us, kLongestUs) * 1000 / rate));
     } else if (m_released) {
@@ -44,22 +46,23 @@ std::uint64_t Clock::sleep_us(std::uint64_t us)
     return now_locked();
 }
 
-std::uint64_t Clock::poll_us(std::uint64_t us)
+uint64_t Clock::poll_us(uint64_t us)
 {
-    if (m_mode == Mode::kManual)
+    if (m_mode == Mode::kManual) {
         return sleep_us(us);
+    }
     std::unique_lock lock(m_mutex);
     sleep_real(lock, std::chrono::microseconds(std::clamp(us, kPollUs, kLongestUs)));
     return now_locked();
 }
 
 // Result: what is left.
-std::uint64_t Clock::sleep_start_up(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+uint64_t Clock::sleep_start_up(std::unique_lock<std::mutex>& lock, uint64_t us)
 {
     const auto begin = steady_clock::now();
     sleep_real(lock, std::chrono::microseconds(std::min(us, kLongestUs)), true);
     const auto slept = std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
-    return us - std::min(us, static_cast<std::uint64_t>(slept.count()));
+    return us - std::min(us, static_cast<uint64_t>(slept.count()));
 }
 
 void Clock::start_up_begins()
@@ -72,8 +75,9 @@ void Clock::start_up_ends()
 {
     std::lock_guard lock(m_mutex);
     m_starting_up = false;
-    for (Sleeper* sleeper : m_sleepers)
+    for (Sleeper* sleeper : m_sleepers) {
         sleeper->wake.notify_one();
+    }
 }
 
 void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseconds span,
@@ -87,7 +91,7 @@ void Clock::sleep_real(std::unique_lock<std::mutex>& lock, std::chrono::nanoseco
     m_sleepers.erase(place);
 }
 
-void Clock::sleep_manual(std::unique_lock<std::mutex>& lock, std::uint64_t us)
+void Clock::sleep_manual(std::unique_lock<std::mutex>& lock, uint64_t us)
 {
     Sleeper self{.end_us = m_now_us + us};
     const auto later = std::find_if(m_sleepers.begin(), m_sleepers.end(),
@@ -99,11 +103,11 @@ void Clock::sleep_manual(std::unique_lock<std::mutex>& lock, std::uint64_t us)
     m_changed.notify_all();
 }
 
-void Clock::advance(std::uint64_t us)
+void Clock::advance(uint64_t us)
 {
     std::lock_guard one_at_a_time(m_advancing);
     std::unique_lock lock(m_mutex);
-    const std::uint64_t target = m_now_us + us;
+    const uint64_t target = m_now_us + us;
     while (!m_sleepers.empty() && m_sleepers.front()->end_us <= target) {
         Sleeper* next = m_sleepers.front();
         m_sleepers.pop_front();
@@ -116,15 +120,16 @@ void Clock::advance(std::uint64_t us)
     m_now_us = std::max(m_now_us, target);
 }
 
-bool Clock::run(std::uint64_t us, std::size_t threads, std::chrono::milliseconds bound)
+bool Clock::run(uint64_t us, size_t threads, std::chrono::milliseconds bound)
 {
     std::unique_lock lock(m_mutex);
-    const std::uint64_t target = m_now_us + us;
+    const uint64_t target = m_now_us + us;
     while (asleep_within(lock, threads, bound)) {
-        if (m_now_us >= target)
+        if (m_now_us >= target) {
             return true;
-        const std::uint64_t next = m_sleepers.empty() ? target : m_sleepers.front()->end_us;
-        const std::uint64_t step = std::min(next, target) - m_now_us;
+        }
+        const uint64_t next = m_sleepers.empty() ? target : m_sleepers.front()->end_us;
+        const uint64_t step = std::min(next, target) - m_now_us;
         lock.unlock();
         advance(step);
         lock.lock();
@@ -132,20 +137,19 @@ bool Clock::run(std::uint64_t us, std::size_t threads, std::chrono::milliseconds
     return false;
 }
 
-std::size_t Clock::sleepers() const
+size_t Clock::sleepers() const
 {
     std::lock_guard lock(m_mutex);
     return m_sleepers.size();
 }
 
-bool Clock::wait_for_sleepers(std::size_t count, std::chrono::milliseconds bound)
+bool Clock::wait_for_sleepers(size_t count, std::chrono::milliseconds bound)
 {
     std::unique_lock lock(m_mutex);
     return asleep_within(lock, count, bound);
 }
 
-bool Clock::asleep_within(std::unique_lock<std::mutex>& lock, std::size_t count,
-                          std::chrono::milliseconds bound)
+bool Clock::asleep_within(std::unique_lock<std::mutex>& lock, size_t count, std::chrono::milliseconds bound)
 {
     return m_changed.wait_until(lock, steady_clock::now() + bound,
                                 [&] { return m_sleepers.size() >= count; });

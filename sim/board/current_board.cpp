@@ -1,14 +1,14 @@
 #include "board/current_board.h"
 
-#include "board/board_verbs.h"
-#include "board/environment.h"
-#include "board/module_power.h"
-
 #include <cstdio>
 #include <mutex>
 #include <sstream>
 #include <string>
 #include <system_error>
+
+#include "board/board_verbs.h"
+#include "board/environment.h"
+#include "board/module_power.h"
 
 namespace sim_board {
 namespace {
@@ -28,8 +28,9 @@ std::shared_ptr<Board> make_board(const BoardEnvironment& environment)
 
 void report_power(Board& board, const std::string& path)
 {
-    if (path.empty())
+    if (path.empty()) {
         return;
+    }
     try {
         report_module_power(board, path);
     } catch (const std::system_error& error) {
@@ -41,14 +42,16 @@ std::shared_ptr<Board> first_board()
 {
     const BoardEnvironment environment = board_environment();
     const std::shared_ptr<Board> board = make_board(environment);
-    if (environment.start_up)
+    if (environment.start_up) {
         board->clock().start_up_begins();
+    }
     report_power(*board, environment.module_power_path);
     std::istringstream verbs(environment.at_power_on);
     for (std::string verb; std::getline(verbs, verb, ';');) {
         const std::string reply = execute_on_board(*board, verb);
-        if (!reply.starts_with("ok"))
+        if (!reply.starts_with("ok")) {
             std::fprintf(stderr, "sim_board: ORVAN_BOARD_AT_POWER_ON: %s", reply.c_str());
+        }
     }
     return board;
 }

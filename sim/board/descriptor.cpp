@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <string_view>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -15,8 +16,9 @@ constexpr std::string_view kMark = "simulated board handle: ";
 int open_descriptor(const std::string& name)
 {
     const int fd = memfd_create("board-handle", MFD_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     const std::string content = std::string(kMark) + name;
     if (write(fd, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
         const int error = errno;
@@ -31,7 +33,7 @@ std::string descriptor_name(int fd)
 {
     char content[128];
     const ssize_t size = pread(fd, content, sizeof content, 0);
-    const std::string_view text(content, size > 0 ? static_cast<std::size_t>(size) : 0);
+    const std::string_view text(content, size > 0 ? static_cast<size_t>(size) : 0);
     return text.starts_with(kMark) ? std::string(text.substr(kMark.size())) : std::string();
 }
 

@@ -1,17 +1,22 @@
-#pragma once
+#ifndef ORVAN_SIM_BOARD_DESCRIPTOR_H
+#define ORVAN_SIM_BOARD_DESCRIPTOR_H
 
 #include <string>
 
 namespace sim_board {
 
-/// A handle of a simulated bus is a real descriptor that carries its own name, because its user closes it
-/// with close(2) and tests count open descriptors. Nothing has to be remembered about it here.
-///
-/// Opens one. `name` has up to 64 characters, such as "i2c 0x20". Result: -1 with errno set if there is none
-/// left.
+/**
+ * A handle of a simulated bus is a real descriptor that carries its own name, because its user closes it
+ * with close(2) and tests count open descriptors. Nothing has to be remembered about it here.
+ *
+ * Opens one. `name` has up to 64 characters, such as "i2c 0x20". Result: -1 with errno set if there is none
+ * left.
+ */
 int open_descriptor(const std::string& name);
 
-/// The name of a descriptor of open_descriptor; an empty text for any other or a closed one.
+/** The name of a descriptor of open_descriptor; an empty text for any other or a closed one. */
 std::string descriptor_name(int fd);
 
 } // namespace sim_board
+
+#endif

@@ -11,8 +11,9 @@ const Cat25Type& cat25_type(std::string_view name)
 {
     const auto found = std::find_if(kCat25Types.begin(), kCat25Types.end(),
                                     [&](const Cat25Type& type) { return type.name == name; });
-    if (found == kCat25Types.end())
+    if (found == kCat25Types.end()) {
         throw std::out_of_range("no CAT25 type " + std::string(name));
+    }
     return *found;
 }
 
@@ -20,7 +21,7 @@ Cat25Eeprom::Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clo
     : m_type(type), m_clock(std::move(clock)), m_image(image), m_cells(m_image.load(type.capacity + 1, 0xff))
 {
     // An image of the cells alone, and a new one, has no status byte yet; 0xFF is no value of it.
-    const std::uint8_t kept = m_cells.back();
+    const uint8_t kept = m_cells.back();
     m_kept_status = kept == 0xff ? 0 : kept & status_bits_written();
     m_cells.pop_back();
     // A whole image stays untouched, so that its file's time tells of writes to the chip.
@@ -30,29 +31,30 @@ Cat25Eeprom::Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clo
     }
 }
 
-std::vector<std::uint8_t> Cat25Eeprom::contents() const
+std::vector<uint8_t> Cat25Eeprom::contents() const
 {
     std::lock_guard lock(m_mutex);
     return m_cells;
 }
 
-std::uint8_t Cat25Eeprom::status() const
+uint8_t Cat25Eeprom::status() const
 {
     std::lock_guard lock(m_mutex);
     return status_register();
 }
 
-std::size_t Cat25Eeprom::write_cycles() const
+size_t Cat25Eeprom::write_cycles() const
 {
     std::lock_guard lock(m_mutex);
     return m_write_cycles;
 }
 
-void Cat25Eeprom::program(std::size_t address, std::span<const std::uint8_t> bytes)
+void Cat25Eeprom::program(size_t address, std::span<const uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (address > m_cells.size() || bytes.size() > m_cells.size() - address)
+    if (address > m_cells.size() || bytes.size() > m_cells.size() - address) {
         throw std::out_of_range("beyond the end of the chip");
+    }
     std::copy(bytes.begin(), bytes.end(), m_cells.begin() + static_cast<std::ptrdiff_t>(address));
     store(address, bytes);
 }
@@ -63,7 +65,7 @@ void Cat25Eeprom::set_write_protect_pin(int level)
     m_wp_level = level;
 }
 
-bool Cat25Eeprom::follows(std::uint8_t mode, std::uint32_t hertz) const
+bool Cat25Eeprom::follows(uint8_t mode, uint32_t hertz) const
 {
     return (mode == 0 || mode == 3) && hertz <= m_type.hertz;
 }
@@ -79,24 +81,26 @@ void Cat25Eeprom::select()
 
 // In the small types bit 3 of READ and WRITE is A8 or does not matter; in all others it must be 0. While a
 // write cycle runs only RDSR is an instruction.
-std::uint8_t Cat25Eeprom::decode(std::uint8_t sent) const
+uint8_t Cat25Eeprom::decode(uint8_t sent) const
 {
-    std::uint8_t opcode = sent;
-    if (m_type.small && (sent == (kRead | kA8) || sent == (kWrite | kA8)))
-        opcode = static_cast<std::uint8_t>(sent & ~kA8);
+    uint8_t opcode = sent;
+    if (m_type.small && (sent == (kRead | kA8) || sent == (kWrite | kA8))) {
+        opcode = static_cast<uint8_t>(sent & ~kA8);
+    }
     const bool known = opcode >= kWrsr && opcode <= kWren;
     return known && (!m_cycle_runs || opcode == kRdsr) ? opcode : 0;
 }
 
-std::uint8_t Cat25Eeprom::exchange(std::uint8_t sent)
+uint8_t Cat25Eeprom::exchange(uint8_t sent)
 {
     std::lock_guard lock(m_mutex);
     end_finished_cycle();
-    const std::size_t position = m_received++;
+    const size_t position = m_received++;
     if (position == 0) {
         m_opcode = decode(sent);
-        if (m_type.a8_in_opcode && (sent & kA8) != 0)
+        if (m_type.a8_in_opcode && (sent & kA8) != 0) {
             m_address = 1;
+        }
         return kFloatingByte;
     }
     switch (m_opcode) {
@@ -159,11 +163,11 @@ void Cat25Eeprom::end_finished_cycle() const
     }
 }
 
-std::uint8_t Cat25Eeprom::status_register() const
+uint8_t Cat25Eeprom::status_register() const
 {
     end_finished_cycle();
-    return static_cast<std::uint8_t>((m_type.small ? 0xf0 : 0) | m_kept_status |
-                                     (m_write_enabled ? kWel : 0) | (m_cycle_runs ? kRdy : 0));
+    return static_cast<uint8_t>((m_type.small ? 0xf0 : 0) | m_kept_status | (m_write_enabled ? kWel : 0) |
+                                (m_cycle_runs ? kRdy : 0));
 }
 
 bool Cat25Eeprom::status_locked() const
@@ -172,12 +176,13 @@ bool Cat25Eeprom::status_locked() const
 }
 
 // BP1 BP0: 00 nothing, 01 the upper quarter, 10 the upper half, 11 everything.
-bool Cat25Eeprom::cell_locked(std::size_t address) const
+bool Cat25Eeprom::cell_locked(size_t address) const
 {
-    if (m_type.small && m_wp_level == 0)
+    if (m_type.small && m_wp_level == 0) {
         return true;
-    const std::size_t quarter = m_type.capacity / 4;
-    const std::array<std::size_t, 4> first_locked{4 * quarter, 3 * quarter, 2 * quarter, 0};
+    }
+    const size_t quarter = m_type.capacity / 4;
+    const std::array<size_t, 4> first_locked{4 * quarter, 3 * quarter, 2 * quarter, 0};
     return address >= first_locked[(m_kept_status & (kBp1 | kBp0)) / kBp0];
 }
 
@@ -185,11 +190,12 @@ bool Cat25Eeprom::cell_locked(std::size_t address) const
 // the write enable latch as it is.
 void Cat25Eeprom::write_page()
 {
-    if (!m_write_enabled || m_data.empty() || cell_locked(m_address))
+    if (!m_write_enabled || m_data.empty() || cell_locked(m_address)) {
         return;
-    const std::size_t page = m_address & ~(m_type.page - 1);
-    std::size_t in_page = m_address - page;
-    for (const std::uint8_t byte : m_data) {
+    }
+    const size_t page = m_address & ~(m_type.page - 1);
+    size_t in_page = m_address - page;
+    for (const uint8_t byte : m_data) {
         m_cells[page + in_page] = byte;
         in_page = (in_page + 1) % m_type.page;
     }
@@ -199,8 +205,9 @@ void Cat25Eeprom::write_page()
 
 void Cat25Eeprom::write_status()
 {
-    if (!m_write_enabled || m_data.empty() || status_locked())
+    if (!m_write_enabled || m_data.empty() || status_locked()) {
         return;
+    }
     m_kept_status = m_data.front() & status_bits_written();
     store(m_type.capacity, {&m_kept_status, 1});
     begin_cycle();
@@ -214,7 +221,7 @@ void Cat25Eeprom::begin_cycle()
 }
 
 // Bus accesses come in through C functions, which no exception may leave.
-void Cat25Eeprom::store(std::size_t offset, std::span<const std::uint8_t> bytes)
+void Cat25Eeprom::store(size_t offset, std::span<const uint8_t> bytes)
 {
     try {
         m_image.store(offset, bytes);

@@ -1,8 +1,5 @@
-#pragma once
-
-#include "board/clock.h"
-#include "board/image_file.h"
-#include "board/spi_device.h"
+#ifndef ORVAN_SIM_BOARD_EEPROM_CAT25_H
+#define ORVAN_SIM_BOARD_EEPROM_CAT25_H
 
 #include <array>
 #include <cstddef>
@@ -14,17 +11,21 @@
 #include <string_view>
 #include <vector>
 
+#include "board/clock.h"
+#include "board/image_file.h"
+#include "board/spi_device.h"
+
 namespace sim_board {
 
-/// One member of the CAT25 family of SPI EEPROMs.
+/** One member of the CAT25 family of SPI EEPROMs. */
 struct Cat25Type {
     std::string_view name;
-    std::size_t capacity; // bytes, a power of two
-    std::size_t page;     // bytes, a power of two
+    size_t capacity; // bytes, a power of two
+    size_t page;     // bytes, a power of two
     unsigned address_bytes;
-    bool a8_in_opcode;   // bit 3 of READ and WRITE is address bit 8
-    bool small;          // no WPEN bit: status bits 7 to 4 read 1, WP guards the whole chip
-    std::uint32_t hertz; // fastest clock at 5 V
+    bool a8_in_opcode; // bit 3 of READ and WRITE is address bit 8
+    bool small;        // no WPEN bit: status bits 7 to 4 read 1, WP guards the whole chip
+    uint32_t hertz;    // fastest clock at 5 V
 };
 
 inline constexpr std::array<Cat25Type, 13> kCat25Types{{
@@ -43,20 +44,22 @@ inline constexpr std::array<Cat25Type, 13> kCat25Types{{
     {"CAT25010", 0x00080, 16, 1, false, true, 20'000'000},
 }};
 
-/// The row of that name; throws std::out_of_range for an unknown one.
+/** The row of that name; throws std::out_of_range for an unknown one. */
 const Cat25Type& cat25_type(std::string_view name);
 
-/// A CAT25 chip: WREN, WRDI, RDSR, WRSR, READ, WRITE; the status register with RDY, WEL, BP0, BP1 and WPEN;
-/// page writes that roll over within their page; a write cycle of 5 ms on the board's clock, during which
-/// only RDSR is taken. The identification page (IPL, LIP) is not there: these bits read 0.
-///
-/// Clocks behind the opcode of WREN and WRDI do not matter; they take effect when chip select rises.
-///
-/// The image file holds the cells and behind them one byte, the non-volatile bits of the status register. A
-/// new chip is erased: all cells 0xFF, status 0. The steering part is thread-safe.
+/**
+ * A CAT25 chip: WREN, WRDI, RDSR, WRSR, READ, WRITE; the status register with RDY, WEL, BP0, BP1 and WPEN;
+ * page writes that roll over within their page; a write cycle of 5 ms on the board's clock, during which
+ * only RDSR is taken. The identification page (IPL, LIP) is not there: these bits read 0.
+ *
+ * Clocks behind the opcode of WREN and WRDI do not matter; they take effect when chip select rises.
+ *
+ * The image file holds the cells and behind them one byte, the non-volatile bits of the status register. A
+ * new chip is erased: all cells 0xFF, status 0. The steering part is thread-safe.
+ */
 class Cat25Eeprom : public SpiDevice {
 public:
-    enum Opcode : std::uint8_t {
+    enum Opcode : uint8_t {
         kWrsr = 0x01,
         kWrite = 0x02,
         kRead = 0x03,
@@ -65,64 +68,66 @@ public:
         kWren = 0x06,
         kA8 = 0x08, // set in READ and WRITE
     };
-    enum Status : std::uint8_t {
+    enum Status : uint8_t {
         kRdy = 0x01, // 1 while a write cycle runs
         kWel = 0x02,
         kBp0 = 0x04,
         kBp1 = 0x08,
         kWpen = 0x80,
     };
-    static constexpr std::uint64_t kWriteCycleUs = 5000;
+    static constexpr uint64_t kWriteCycleUs = 5000;
 
-    /// image: path of the image file, empty for none. Throws std::system_error if it can't be used.
+    /** image: path of the image file, empty for none. Throws std::system_error if it can't be used. */
     Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clock, const std::string& image = {});
 
     const Cat25Type& type() const { return m_type; }
-    std::vector<std::uint8_t> contents() const;
-    std::uint8_t status() const;
-    /// How many write cycles were begun, of pages and of the status register.
-    std::size_t write_cycles() const;
-    /// Programs cells from outside, with no write cycle.
-    void program(std::size_t address, std::span<const std::uint8_t> bytes);
-    /// The level of the WP input; it is active low and high at first.
+    std::vector<uint8_t> contents() const;
+    uint8_t status() const;
+    /** How many write cycles were begun, of pages and of the status register. */
+    size_t write_cycles() const;
+    /** Programs cells from outside, with no write cycle. */
+    void program(size_t address, std::span<const uint8_t> bytes);
+    /** The level of the WP input; it is active low and high at first. */
     void set_write_protect_pin(int level);
 
-    bool follows(std::uint8_t mode, std::uint32_t hertz) const override;
+    bool follows(uint8_t mode, uint32_t hertz) const override;
     void select() override;
-    std::uint8_t exchange(std::uint8_t sent) override;
+    uint8_t exchange(uint8_t sent) override;
     void deselect() override;
     void power_on() override;
 
 private:
-    std::uint8_t decode(std::uint8_t sent) const;
+    uint8_t decode(uint8_t sent) const;
     void end_finished_cycle() const;
-    std::uint8_t status_register() const;
-    std::uint8_t status_bits_written() const { return m_type.small ? kBp0 | kBp1 : kWpen | kBp0 | kBp1; }
+    uint8_t status_register() const;
+    uint8_t status_bits_written() const { return m_type.small ? kBp0 | kBp1 : kWpen | kBp0 | kBp1; }
     bool status_locked() const;
-    bool cell_locked(std::size_t address) const;
+    bool cell_locked(size_t address) const;
     void write_page();
     void write_status();
     void begin_cycle();
-    void store(std::size_t offset, std::span<const std::uint8_t> bytes);
+    void store(size_t offset, std::span<const uint8_t> bytes);
 
     const Cat25Type m_type;
     const std::shared_ptr<const Clock> m_clock;
     mutable std::mutex m_mutex;
     ImageFile m_image;
-    std::vector<std::uint8_t> m_cells;
-    std::uint8_t m_kept_status = 0; // WPEN, BP1, BP0
+    std::vector<uint8_t> m_cells;
+    uint8_t m_kept_status = 0; // WPEN, BP1, BP0
     int m_wp_level = 1;
-    std::size_t m_write_cycles = 0;
+    size_t m_write_cycles = 0;
 
     mutable bool m_write_enabled = false;
     mutable bool m_cycle_runs = false;
-    std::uint64_t m_cycle_end_us = 0;
+    uint64_t m_cycle_end_us = 0;
 
     // The instruction under way, from one fall of chip select to its rise.
-    std::uint8_t m_opcode = 0; // 0: none, or one that is not taken
-    std::size_t m_received = 0;
-    std::size_t m_address = 0;
-    std::vector<std::uint8_t> m_data;
+    uint8_t m_opcode = 0; // 0: none, or one that is not taken
+    size_t m_received = 0;
+    size_t m_address = 0;
+    std::vector<uint8_t> m_data;
 };
 
 } // namespace sim_board
+
+#endif

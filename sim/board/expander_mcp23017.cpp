@@ -5,14 +5,14 @@
 namespace sim_board {
 namespace {
 
-constexpr std::uint8_t kLastOfPort = Mcp23017::kOlat;
-constexpr std::uint8_t kPortBOfBank1 = 0x10;
-constexpr std::uint8_t kLastOfBank0 = 2 * Mcp23017::kOlat + 1;
-constexpr std::uint8_t kLastOfBank1 = kPortBOfBank1 + kLastOfPort;
+constexpr uint8_t kLastOfPort = Mcp23017::kOlat;
+constexpr uint8_t kPortBOfBank1 = 0x10;
+constexpr uint8_t kLastOfBank0 = 2 * Mcp23017::kOlat + 1;
+constexpr uint8_t kLastOfBank1 = kPortBOfBank1 + kLastOfPort;
 
-constexpr std::uint8_t byte(int value)
+constexpr uint8_t byte(int value)
 {
-    return static_cast<std::uint8_t>(value);
+    return static_cast<uint8_t>(value);
 }
 
 } // namespace
@@ -24,27 +24,29 @@ Mcp23017::Mcp23017()
 
 void Mcp23017::power_on_values()
 {
-    for (auto& pair : m_registers)
+    for (auto& pair : m_registers) {
         pair.fill(0);
+    }
     m_registers[kIodir].fill(0xff);
     m_pointer = 0;
-    for (const Port port : {kA, kB})
+    for (const Port port : {kA, kB}) {
         m_compared[port] = pin_levels(port);
+    }
 }
 
-std::uint8_t Mcp23017::reg(Register which, Port port) const
+uint8_t Mcp23017::reg(Register which, Port port) const
 {
     std::lock_guard lock(m_mutex);
     return which == kGpio ? gpio(port) : at(which, port);
 }
 
-std::uint8_t Mcp23017::pins(Port port) const
+uint8_t Mcp23017::pins(Port port) const
 {
     std::lock_guard lock(m_mutex);
     return pin_levels(port);
 }
 
-void Mcp23017::drive(Port port, std::uint8_t mask, std::uint8_t levels)
+void Mcp23017::drive(Port port, uint8_t mask, uint8_t levels)
 {
     std::lock_guard lock(m_mutex);
     m_driven[port] = byte(m_driven[port] | mask);
@@ -53,7 +55,7 @@ void Mcp23017::drive(Port port, std::uint8_t mask, std::uint8_t levels)
     report_outputs();
 }
 
-void Mcp23017::release(Port port, std::uint8_t mask)
+void Mcp23017::release(Port port, uint8_t mask)
 {
     std::lock_guard lock(m_mutex);
     m_driven[port] = byte(m_driven[port] & ~mask);
@@ -71,20 +73,24 @@ void Mcp23017::on_interrupt(std::function<void(Port, int)> listener)
 {
     std::lock_guard lock(m_mutex);
     m_listener = std::move(listener);
-    if (m_listener)
-        for (const Port output : {kA, kB})
+    if (m_listener) {
+        for (const Port output : {kA, kB}) {
             m_listener(output, m_reported[output]);
+        }
+    }
 }
 
-bool Mcp23017::write(std::span<const std::uint8_t> bytes)
+bool Mcp23017::write(std::span<const uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (m_in_reset)
+    if (m_in_reset) {
         return false;
-    if (bytes.empty())
+    }
+    if (bytes.empty()) {
         return true;
+    }
     m_pointer = bytes.front();
-    for (const std::uint8_t value : bytes.subspan(1)) {
+    for (const uint8_t value : bytes.subspan(1)) {
         write_register(m_pointer, value);
         m_pointer = following(m_pointer);
         report_outputs();
@@ -92,12 +98,13 @@ bool Mcp23017::write(std::span<const std::uint8_t> bytes)
     return true;
 }
 
-bool Mcp23017::read(std::span<std::uint8_t> bytes)
+bool Mcp23017::read(std::span<uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (m_in_reset)
+    if (m_in_reset) {
         return false;
-    for (std::uint8_t& value : bytes) {
+    }
+    for (uint8_t& value : bytes) {
         value = read_register(m_pointer);
         m_pointer = following(m_pointer);
         report_outputs();
@@ -117,71 +124,78 @@ void Mcp23017::set_reset(bool asserted)
     }
 }
 
-Mcp23017::Location Mcp23017::locate(std::uint8_t address) const
+Mcp23017::Location Mcp23017::locate(uint8_t address) const
 {
-    if ((at(kIocon, kA) & kBank) == 0)
+    if ((at(kIocon, kA) & kBank) == 0) {
         return {static_cast<Register>(address / 2 % kRegisters), static_cast<Port>(address % 2),
                 address <= kLastOfBank0};
-    const std::uint8_t in_port = address % kPortBOfBank1;
+    }
+    const uint8_t in_port = address % kPortBOfBank1;
     return {static_cast<Register>(in_port % kRegisters), address < kPortBOfBank1 ? kA : kB,
             in_port <= kLastOfPort && address <= kLastOfBank1};
 }
 
 // In byte mode the pointer stays; with BANK = 0 it swings between the two registers of the pair.
-std::uint8_t Mcp23017::following(std::uint8_t address) const
+uint8_t Mcp23017::following(uint8_t address) const
 {
-    const std::uint8_t iocon = at(kIocon, kA);
+    const uint8_t iocon = at(kIocon, kA);
     const bool bank1 = (iocon & kBank) != 0;
-    if ((iocon & kSeqop) != 0)
+    if ((iocon & kSeqop) != 0) {
         return bank1 ? address : byte(address ^ 1);
-    if (address >= (bank1 ? kLastOfBank1 : kLastOfBank0))
+    }
+    if (address >= (bank1 ? kLastOfBank1 : kLastOfBank0)) {
         return 0;
+    }
     return bank1 && address == kLastOfPort ? kPortBOfBank1 : byte(address + 1);
 }
 
-std::uint8_t Mcp23017::pin_levels(Port port) const
+uint8_t Mcp23017::pin_levels(Port port) const
 {
     const int outside = (m_levels[port] & m_driven[port]) | (at(kGppu, port) & ~m_driven[port]);
     return byte((outside & at(kIodir, port)) | (at(kOlat, port) & ~at(kIodir, port)));
 }
 
-std::uint8_t Mcp23017::gpio(Port port) const
+uint8_t Mcp23017::gpio(Port port) const
 {
     return pin_levels(port) ^ at(kIpol, port);
 }
 
-std::uint8_t Mcp23017::read_register(std::uint8_t address)
+uint8_t Mcp23017::read_register(uint8_t address)
 {
     const Location location = locate(address);
-    if (!location.exists)
+    if (!location.exists) {
         return 0;
-    const std::uint8_t value =
-        location.which == kGpio ? gpio(location.port) : at(location.which, location.port);
-    if (location.which == kGpio || location.which == kIntcap)
+    }
+    const uint8_t value = location.which == kGpio ? gpio(location.port) : at(location.which, location.port);
+    if (location.which == kGpio || location.which == kIntcap) {
         end_interrupt(location.port);
+    }
     return value;
 }
 
-void Mcp23017::write_register(std::uint8_t address, std::uint8_t value)
+void Mcp23017::write_register(uint8_t address, uint8_t value)
 {
     const Location location = locate(address);
-    if (!location.exists || location.which == kIntf || location.which == kIntcap)
+    if (!location.exists || location.which == kIntf || location.which == kIntcap) {
         return;
+    }
     if (location.which == kIocon) {
         m_registers[kIocon].fill(value & 0xfe); // bit 0 has no cell in the chip and reads 0
     } else {
         const Register written = location.which == kGpio ? kOlat : location.which;
         at(written, location.port) = value;
-        if (written == kOlat)
+        if (written == kOlat) {
             report_latch(location.port);
+        }
     }
     check_interrupt(location.port);
 }
 
 void Mcp23017::end_interrupt(Port port)
 {
-    if (at(kIntf, port) == 0)
+    if (at(kIntf, port) == 0) {
         return;
+    }
     at(kIntf, port) = 0;
     m_compared[port] = pin_levels(port);
     report_outputs(); // the output goes idle for a moment even if the cause lasts
@@ -191,29 +205,31 @@ void Mcp23017::end_interrupt(Port port)
 // The first cause is kept until GPIO or INTCAP is read; what comes in between causes nothing.
 void Mcp23017::check_interrupt(Port port)
 {
-    if (at(kIntf, port) != 0)
+    if (at(kIntf, port) != 0) {
         return;
-    const std::uint8_t now = pin_levels(port);
+    }
+    const uint8_t now = pin_levels(port);
     const int changed = (now ^ m_compared[port]) & ~at(kIntcon, port);
     const int differing = (now ^ at(kDefval, port)) & at(kIntcon, port);
-    const std::uint8_t causes = byte((changed | differing) & at(kGpinten, port) & at(kIodir, port));
+    const uint8_t causes = byte((changed | differing) & at(kGpinten, port) & at(kIodir, port));
     m_compared[port] = now;
-    if (causes == 0)
+    if (causes == 0) {
         return;
+    }
     at(kIntf, port) = causes;
     at(kIntcap, port) = gpio(port);
 }
 
 int Mcp23017::output_level(Port output) const
 {
-    const std::uint8_t iocon = at(kIocon, kA);
+    const uint8_t iocon = at(kIocon, kA);
     const bool mirrored = (iocon & kMirror) != 0;
     const bool asserted = at(kIntf, output) != 0 || (mirrored && at(kIntf, output == kA ? kB : kA) != 0);
     const bool active_high = (iocon & kIntpol) != 0 && (iocon & kOdr) == 0;
     return asserted == active_high ? 1 : 0;
 }
 
-void Mcp23017::on_pins(std::function<void(Port, std::uint8_t)> listener)
+void Mcp23017::on_pins(std::function<void(Port, uint8_t)> listener)
 {
     std::lock_guard lock(m_mutex);
     m_pin_listener = std::move(listener);
@@ -221,7 +237,7 @@ void Mcp23017::on_pins(std::function<void(Port, std::uint8_t)> listener)
     report_pins();
 }
 
-void Mcp23017::on_latch(std::function<void(Port, std::uint8_t)> listener)
+void Mcp23017::on_latch(std::function<void(Port, uint8_t)> listener)
 {
     std::lock_guard lock(m_mutex);
     m_latch_listener = std::move(listener);
@@ -229,18 +245,21 @@ void Mcp23017::on_latch(std::function<void(Port, std::uint8_t)> listener)
 
 void Mcp23017::report_latch(Port port)
 {
-    if (m_latch_listener)
+    if (m_latch_listener) {
         m_latch_listener(port, at(kOlat, port));
+    }
 }
 
 void Mcp23017::report_pins()
 {
-    if (!m_pin_listener)
+    if (!m_pin_listener) {
         return;
+    }
     for (const Port port : {kA, kB}) {
-        const std::uint8_t levels = pin_levels(port);
-        if (std::exchange(m_reported_pins[port], levels) != levels)
+        const uint8_t levels = pin_levels(port);
+        if (std::exchange(m_reported_pins[port], levels) != levels) {
             m_pin_listener(port, levels);
+        }
     }
 }
 
@@ -251,8 +270,9 @@ void Mcp23017::report_outputs()
         const int level = output_level(output);
         if (level != m_reported[output]) {
             m_reported[output] = level;
-            if (m_listener)
+            if (m_listener) {
                 m_listener(output, level);
+            }
         }
     }
 }

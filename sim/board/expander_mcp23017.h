@@ -1,6 +1,5 @@
-#pragma once
-
-#include "board/i2c_device.h"
+#ifndef ORVAN_SIM_BOARD_EXPANDER_MCP23017_H
+#define ORVAN_SIM_BOARD_EXPANDER_MCP23017_H
 
 #include <array>
 #include <cstddef>
@@ -8,19 +7,23 @@
 #include <functional>
 #include <mutex>
 
+#include "board/i2c_device.h"
+
 namespace sim_board {
 
-/// The 16-bit port expander MCP23017: all eleven registers of ports A and B in both bank modes, sequential
-/// and byte mode, pull-ups, interrupt on change with its INTA and INTB outputs, reset input. Not modelled:
-/// DISSLW and HAEN of IOCON, which only keep their value.
-///
-/// An input that nothing drives reads 1 with its GPPU bit set, else 0. Thread-safe.
+/**
+ * The 16-bit port expander MCP23017: all eleven registers of ports A and B in both bank modes, sequential
+ * and byte mode, pull-ups, interrupt on change with its INTA and INTB outputs, reset input. Not modelled:
+ * DISSLW and HAEN of IOCON, which only keep their value.
+ *
+ * An input that nothing drives reads 1 with its GPPU bit set, else 0. Thread-safe.
+ */
 class Mcp23017 : public I2cDevice {
 public:
-    enum Port : std::uint8_t { kA = 0, kB = 1 };
+    enum Port : uint8_t { kA = 0, kB = 1 };
 
-    /// The register's address in the default bank mode (IOCON.BANK = 0) is twice this, plus 1 for port B.
-    enum Register : std::uint8_t {
+    /** The register's address in the default bank mode (IOCON.BANK = 0) is twice this, plus 1 for port B. */
+    enum Register : uint8_t {
         kIodir,   // 1: input
         kIpol,    // 1: GPIO shows the inverted pin
         kGpinten, // 1: the pin can interrupt
@@ -34,7 +37,7 @@ public:
         kOlat,    // what the outputs drive
         kRegisters,
     };
-    enum Iocon : std::uint8_t {
+    enum Iocon : uint8_t {
         kIntpol = 0x02, // INT outputs are active high
         kOdr = 0x04,    // INT outputs are open drain, active low; overrides INTPOL
         kSeqop = 0x20,  // 1: the address pointer does not run on
@@ -44,32 +47,42 @@ public:
 
     Mcp23017();
 
-    /// @name The bench side
-    /// @{
-    std::uint8_t reg(Register which, Port port) const;
-    /// The levels on the pins of a port: outputs as OLAT, inputs as driven or pulled.
-    std::uint8_t pins(Port port) const;
-    /// Drives the pins of `mask` from outside with the bits of `levels`; where the expander drives too, it
-    /// wins.
-    void drive(Port port, std::uint8_t mask, std::uint8_t levels);
-    /// Lets go of the pins of `mask`.
-    void release(Port port, std::uint8_t mask);
-    /// Calls `listener` with the output latch of a port whenever it has been written, or cleared by a reset,
-    /// under the rules of on_interrupt.
-    void on_latch(std::function<void(Port port, std::uint8_t latch)> listener);
-    /// Whether INTA or INTB is at 1; an open drain output has a pull-up on the board.
+    /**
+     * @name The bench side
+     * @{
+     */
+    uint8_t reg(Register which, Port port) const;
+    /** The levels on the pins of a port: outputs as OLAT, inputs as driven or pulled. */
+    uint8_t pins(Port port) const;
+    /**
+     * Drives the pins of `mask` from outside with the bits of `levels`; where the expander drives too, it
+     * wins.
+     */
+    void drive(Port port, uint8_t mask, uint8_t levels);
+    /** Lets go of the pins of `mask`. */
+    void release(Port port, uint8_t mask);
+    /**
+     * Calls `listener` with the output latch of a port whenever it has been written, or cleared by a reset,
+     * under the rules of on_interrupt.
+     */
+    void on_latch(std::function<void(Port port, uint8_t latch)> listener);
+    /** Whether INTA or INTB is at 1; an open drain output has a pull-up on the board. */
     int interrupt_level(Port output) const;
-    /// Calls `listener` with each new level of INTA and INTB, on the thread of the access that changed it and
-    /// with the chip locked, so it must not come back here. An empty one ends that.
+    /**
+     * Calls `listener` with each new level of INTA and INTB, on the thread of the access that changed it and
+     * with the chip locked, so it must not come back here. An empty one ends that.
+     */
     void on_interrupt(std::function<void(Port output, int level)> listener);
-    /// Calls `listener` with the levels of a port whenever a pin has changed, under the rules of
-    /// on_interrupt.
-    void on_pins(std::function<void(Port port, std::uint8_t levels)> listener);
-    /// @}
+    /**
+     * Calls `listener` with the levels of a port whenever a pin has changed, under the rules of
+     * on_interrupt.
+     */
+    void on_pins(std::function<void(Port port, uint8_t levels)> listener);
+    /** @} */
 
-    bool write(std::span<const std::uint8_t> bytes) override;
-    bool read(std::span<std::uint8_t> bytes) override;
-    /// Sets all registers to their power-on values; until it is released the chip acknowledges nothing.
+    bool write(std::span<const uint8_t> bytes) override;
+    bool read(std::span<uint8_t> bytes) override;
+    /** Sets all registers to their power-on values; until it is released the chip acknowledges nothing. */
     void set_reset(bool asserted) override;
 
 private:
@@ -79,13 +92,13 @@ private:
         bool exists;
     };
 
-    Location locate(std::uint8_t address) const;
-    std::uint8_t following(std::uint8_t address) const;
+    Location locate(uint8_t address) const;
+    uint8_t following(uint8_t address) const;
     void power_on_values();
-    std::uint8_t pin_levels(Port port) const;
-    std::uint8_t gpio(Port port) const;
-    std::uint8_t read_register(std::uint8_t address);
-    void write_register(std::uint8_t address, std::uint8_t value);
+    uint8_t pin_levels(Port port) const;
+    uint8_t gpio(Port port) const;
+    uint8_t read_register(uint8_t address);
+    void write_register(uint8_t address, uint8_t value);
     void end_interrupt(Port port);
     void check_interrupt(Port port);
     int output_level(Port output) const;
@@ -93,21 +106,23 @@ private:
     void report_pins();
     void report_latch(Port port);
 
-    std::uint8_t& at(Register which, Port port) { return m_registers[which][port]; }
-    std::uint8_t at(Register which, Port port) const { return m_registers[which][port]; }
+    uint8_t& at(Register which, Port port) { return m_registers[which][port]; }
+    uint8_t at(Register which, Port port) const { return m_registers[which][port]; }
 
     mutable std::mutex m_mutex;
-    std::array<std::array<std::uint8_t, 2>, kRegisters> m_registers{};
-    std::uint8_t m_pointer = 0;
+    std::array<std::array<uint8_t, 2>, kRegisters> m_registers{};
+    uint8_t m_pointer = 0;
     bool m_in_reset = false;
-    std::array<std::uint8_t, 2> m_driven{};   // mask of the pins that something outside drives
-    std::array<std::uint8_t, 2> m_levels{};   // with which level
-    std::array<std::uint8_t, 2> m_compared{}; // the pins as a change is measured against
+    std::array<uint8_t, 2> m_driven{};   // mask of the pins that something outside drives
+    std::array<uint8_t, 2> m_levels{};   // with which level
+    std::array<uint8_t, 2> m_compared{}; // the pins as a change is measured against
     std::array<int, 2> m_reported{1, 1};
     std::function<void(Port, int)> m_listener;
-    std::array<std::uint8_t, 2> m_reported_pins{};
-    std::function<void(Port, std::uint8_t)> m_pin_listener;
-    std::function<void(Port, std::uint8_t)> m_latch_listener;
+    std::array<uint8_t, 2> m_reported_pins{};
+    std::function<void(Port, uint8_t)> m_pin_listener;
+    std::function<void(Port, uint8_t)> m_latch_listener;
 };
 
 } // namespace sim_board
+
+#endif

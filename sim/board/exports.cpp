@@ -1,15 +1,16 @@
 // The functions of the seam and of wiringPi, on the current board.
 
+#include <array>
+#include <memory>
+#include <mutex>
+
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
 #include "board/board_control.h"
 #include "board/current_board.h"
 #include "hw/hw.h"
 #include "orvan_sandbox/guard.h"
-
-#include <array>
-#include <memory>
-#include <mutex>
-#include <wiringPi.h>
-#include <wiringPiI2C.h>
 
 using sim_board::Clock;
 using sim_board::current_board;
@@ -21,27 +22,27 @@ namespace {
 std::mutex* numbered_lock(int key)
 {
     static auto* const locks = new std::array<std::mutex, 4>;
-    return key >= 0 && key < 4 ? &(*locks)[static_cast<std::size_t>(key)] : nullptr;
+    return key >= 0 && key < 4 ? &(*locks)[static_cast<size_t>(key)] : nullptr;
 }
 
 // A thread that asks for the same short wait again, with no access of its own to the board in between, polls
 // what is not on it: thousands of waits a second for hours.
 class PollingThread {
 public:
-    bool polls(std::uint64_t us) const
+    bool polls(uint64_t us) const
     {
         return us < Clock::kShortUs && us == m_us && Trace::added_by_this_thread() == m_lines;
     }
-    /// Once the wait stands in the trace.
-    void waits(std::uint64_t us)
+    /** Once the wait stands in the trace. */
+    void waits(uint64_t us)
     {
         m_us = us;
         m_lines = Trace::added_by_this_thread();
     }
 
 private:
-    std::uint64_t m_us = 0;
-    std::uint64_t m_lines = 0;
+    uint64_t m_us = 0;
+    uint64_t m_lines = 0;
 };
 thread_local PollingThread t_thread;
 

@@ -3,12 +3,12 @@
 namespace sim_board {
 namespace {
 
-constexpr std::size_t kMessageSize = 3;
+constexpr size_t kMessageSize = 3;
 constexpr int kStandstill = 0xff;
 
 } // namespace
 
-std::optional<std::uint8_t> FanDrive::value() const
+std::optional<uint8_t> FanDrive::value() const
 {
     std::lock_guard lock(m_mutex);
     return m_value;
@@ -20,13 +20,13 @@ int FanDrive::speed() const
     return (kStandstill - m_value.value_or(0)) * 100 / kStandstill;
 }
 
-std::size_t FanDrive::messages() const
+size_t FanDrive::messages() const
 {
     std::lock_guard lock(m_mutex);
     return m_messages;
 }
 
-std::size_t FanDrive::refused() const
+size_t FanDrive::refused() const
 {
     std::lock_guard lock(m_mutex);
     return m_refused;
@@ -39,11 +39,12 @@ void FanDrive::select()
     m_header_is_zero = true;
 }
 
-std::uint8_t FanDrive::exchange(std::uint8_t sent)
+uint8_t FanDrive::exchange(uint8_t sent)
 {
     std::lock_guard lock(m_mutex);
-    if (++m_count < kMessageSize && sent != 0)
+    if (++m_count < kMessageSize && sent != 0) {
         m_header_is_zero = false;
+    }
     m_last = sent;
     return kFloatingByte;
 }
@@ -51,8 +52,9 @@ std::uint8_t FanDrive::exchange(std::uint8_t sent)
 void FanDrive::deselect()
 {
     std::lock_guard lock(m_mutex);
-    if (m_count == 0)
+    if (m_count == 0) {
         return;
+    }
     if (m_count == kMessageSize && m_header_is_zero) {
         m_value = m_last;
         ++m_messages;

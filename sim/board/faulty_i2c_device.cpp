@@ -17,18 +17,19 @@ void FaultyI2cDevice::not_acknowledging(bool on)
 I2cFault FaultyI2cDevice::fault() const
 {
     std::lock_guard lock(m_mutex);
-    if (m_absent)
+    if (m_absent) {
         return I2cFault::kAbsent;
+    }
     return m_not_acknowledging ? I2cFault::kNotAcknowledging : I2cFault::kNone;
 }
 
-void FaultyI2cDevice::refuse_after(std::optional<std::size_t> count)
+void FaultyI2cDevice::refuse_after(std::optional<size_t> count)
 {
     std::lock_guard lock(m_mutex);
     m_left = count;
 }
 
-void FaultyI2cDevice::flip_read_bits(std::size_t index, std::uint8_t mask)
+void FaultyI2cDevice::flip_read_bits(size_t index, uint8_t mask)
 {
     std::lock_guard lock(m_mutex);
     m_flip_index = index;
@@ -43,39 +44,45 @@ bool FaultyI2cDevice::fitted() const
 
 bool FaultyI2cDevice::acknowledged()
 {
-    if (m_chip == nullptr || m_absent || m_not_acknowledging)
+    if (m_chip == nullptr || m_absent || m_not_acknowledging) {
         return false;
-    if (!m_left)
+    }
+    if (!m_left) {
         return true;
-    if (*m_left == 0)
+    }
+    if (*m_left == 0) {
         return false;
+    }
     --*m_left;
     return true;
 }
 
-bool FaultyI2cDevice::write(std::span<const std::uint8_t> bytes)
+bool FaultyI2cDevice::write(std::span<const uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
     return acknowledged() && m_chip->write(bytes);
 }
 
-bool FaultyI2cDevice::read(std::span<std::uint8_t> bytes)
+bool FaultyI2cDevice::read(std::span<uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (!acknowledged() || !m_chip->read(bytes))
+    if (!acknowledged() || !m_chip->read(bytes)) {
         return false;
-    if (m_flip_index < bytes.size())
+    }
+    if (m_flip_index < bytes.size()) {
         bytes[m_flip_index] ^= m_flip_mask;
+    }
     return true;
 }
 
 void FaultyI2cDevice::set_reset(bool asserted)
 {
-    if (m_chip)
+    if (m_chip) {
         m_chip->set_reset(asserted);
+    }
 }
 
-std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, std::uint8_t address)
+std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, uint8_t address)
 {
     auto faulty = std::make_shared<FaultyI2cDevice>(bus.device(address));
     bus.attach(address, faulty);

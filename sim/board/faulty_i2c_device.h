@@ -1,37 +1,40 @@
-#pragma once
-
-#include "board/i2c_bus.h"
-#include "board/i2c_device.h"
+#ifndef ORVAN_SIM_BOARD_FAULTY_I2C_DEVICE_H
+#define ORVAN_SIM_BOARD_FAULTY_I2C_DEVICE_H
 
 #include <cstddef>
 #include <mutex>
 #include <optional>
 
+#include "board/i2c_bus.h"
+#include "board/i2c_device.h"
+
 namespace sim_board {
 
 enum class I2cFault { kNone, kAbsent, kNotAcknowledging };
 
-/// Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe.
+/** Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe. */
 class FaultyI2cDevice : public I2cDevice {
 public:
-    /// `chip` may be null: nothing is fitted, whatever the faults say.
+    /** `chip` may be null: nothing is fitted, whatever the faults say. */
     explicit FaultyI2cDevice(std::shared_ptr<I2cDevice> chip) : m_chip(std::move(chip)) {}
 
-    /// Not fitted: the address can't be opened.
+    /** Not fitted: the address can't be opened. */
     void absent(bool on);
-    /// The address opens, and no access is acknowledged.
+    /** The address opens, and no access is acknowledged. */
     void not_acknowledging(bool on);
-    /// Which of the two is on; a chip that is absent can't refuse either.
+    /** Which of the two is on; a chip that is absent can't refuse either. */
     I2cFault fault() const;
-    /// `count` more transfers are acknowledged and the ones behind them are not; nullopt ends that. A
-    /// register read is two transfers, a write one.
-    void refuse_after(std::optional<std::size_t> count);
-    /// Flips the bits of `mask` in byte `index` of every read; mask 0 ends that.
-    void flip_read_bits(std::size_t index, std::uint8_t mask);
+    /**
+     * `count` more transfers are acknowledged and the ones behind them are not; nullopt ends that. A
+     * register read is two transfers, a write one.
+     */
+    void refuse_after(std::optional<size_t> count);
+    /** Flips the bits of `mask` in byte `index` of every read; mask 0 ends that. */
+    void flip_read_bits(size_t index, uint8_t mask);
 
     bool fitted() const override;
-    bool write(std::span<const std::uint8_t> bytes) override;
-    bool read(std::span<std::uint8_t> bytes) override;
+    bool write(std::span<const uint8_t> bytes) override;
+    bool read(std::span<uint8_t> bytes) override;
     void set_reset(bool asserted) override;
 
 private:
@@ -41,12 +44,14 @@ private:
     mutable std::mutex m_mutex;
     bool m_absent = false;
     bool m_not_acknowledging = false;
-    std::optional<std::size_t> m_left{};
-    std::size_t m_flip_index = 0;
-    std::uint8_t m_flip_mask = 0;
+    std::optional<size_t> m_left{};
+    size_t m_flip_index = 0;
+    uint8_t m_flip_mask = 0;
 };
 
-/// Puts a faulty device before what is at the address of the bus now.
-std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, std::uint8_t address);
+/** Puts a faulty device before what is at the address of the bus now. */
+std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, uint8_t address);
 
 } // namespace sim_board
+
+#endif

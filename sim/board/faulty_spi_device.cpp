@@ -5,8 +5,8 @@
 namespace sim_board {
 namespace {
 
-constexpr std::uint8_t kReadStatus = 0x05;
-constexpr std::uint8_t kBusyBit = 0x01;
+constexpr uint8_t kReadStatus = 0x05;
+constexpr uint8_t kBusyBit = 0x01;
 
 } // namespace
 
@@ -22,19 +22,19 @@ void FaultySpiDevice::stuck_busy(bool on)
     m_stuck_busy = on;
 }
 
-void FaultySpiDevice::refuse_after(std::optional<std::size_t> count)
+void FaultySpiDevice::refuse_after(std::optional<size_t> count)
 {
     std::lock_guard lock(m_mutex);
     m_left = count;
 }
 
-void FaultySpiDevice::flip_reply_bits(std::uint8_t opcode, std::size_t index, std::uint8_t mask)
+void FaultySpiDevice::flip_reply_bits(uint8_t opcode, size_t index, uint8_t mask)
 {
     std::lock_guard lock(m_mutex);
     m_flip = ReplyFlip{opcode, index, mask};
 }
 
-void FaultySpiDevice::cut_power_in(std::uint8_t opcode, std::size_t bytes)
+void FaultySpiDevice::cut_power_in(uint8_t opcode, size_t bytes)
 {
     std::lock_guard lock(m_mutex);
     m_cut = PowerCut{opcode, bytes};
@@ -46,7 +46,7 @@ bool FaultySpiDevice::dead() const
     return m_dead;
 }
 
-bool FaultySpiDevice::follows(std::uint8_t mode, std::uint32_t hertz) const
+bool FaultySpiDevice::follows(uint8_t mode, uint32_t hertz) const
 {
     return m_chip != nullptr && m_chip->follows(mode, hertz);
 }
@@ -54,10 +54,12 @@ bool FaultySpiDevice::follows(std::uint8_t mode, std::uint32_t hertz) const
 int FaultySpiDevice::refuse_message()
 {
     std::lock_guard lock(m_mutex);
-    if (m_left && *m_left == 0)
+    if (m_left && *m_left == 0) {
         return EIO;
-    if (m_left)
+    }
+    if (m_left) {
         --*m_left;
+    }
     return m_chip ? m_chip->refuse_message() : 0;
 }
 
@@ -65,24 +67,29 @@ void FaultySpiDevice::select()
 {
     std::lock_guard lock(m_mutex);
     m_position = 0;
-    if (answers())
+    if (answers()) {
         m_chip->select();
+    }
 }
 
-std::uint8_t FaultySpiDevice::exchange(std::uint8_t sent)
+uint8_t FaultySpiDevice::exchange(uint8_t sent)
 {
     std::lock_guard lock(m_mutex);
-    const std::size_t position = m_position++;
-    if (position == 0)
+    const size_t position = m_position++;
+    if (position == 0) {
         m_opcode = sent;
-    if (!answers())
+    }
+    if (!answers()) {
         return kFloatingByte;
+    }
 
-    std::uint8_t received = m_chip->exchange(sent);
-    if (m_stuck_busy && m_opcode == kReadStatus)
+    uint8_t received = m_chip->exchange(sent);
+    if (m_stuck_busy && m_opcode == kReadStatus) {
         received |= kBusyBit;
-    if (m_flip && m_flip->opcode == m_opcode && m_flip->index == position)
+    }
+    if (m_flip && m_flip->opcode == m_opcode && m_flip->index == position) {
         received ^= m_flip->mask;
+    }
     if (m_cut && m_cut->opcode == m_opcode && position + 1 >= m_cut->bytes) {
         m_chip->deselect();
         m_cut.reset();
@@ -94,16 +101,18 @@ std::uint8_t FaultySpiDevice::exchange(std::uint8_t sent)
 void FaultySpiDevice::deselect()
 {
     std::lock_guard lock(m_mutex);
-    if (answers())
+    if (answers()) {
         m_chip->deselect();
+    }
 }
 
 void FaultySpiDevice::power_on()
 {
     std::lock_guard lock(m_mutex);
     m_dead = false;
-    if (m_chip)
+    if (m_chip) {
         m_chip->power_on();
+    }
 }
 
 std::shared_ptr<FaultySpiDevice> insert_fault(SpiBus& bus, std::string_view target)

@@ -1,7 +1,5 @@
-#pragma once
-
-#include "board/spi_bus.h"
-#include "board/spi_device.h"
+#ifndef ORVAN_SIM_BOARD_FAULTY_SPI_DEVICE_H
+#define ORVAN_SIM_BOARD_FAULTY_SPI_DEVICE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -9,46 +7,53 @@
 #include <mutex>
 #include <optional>
 
+#include "board/spi_bus.h"
+#include "board/spi_device.h"
+
 namespace sim_board {
 
-/// Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe.
+/** Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe. */
 class FaultySpiDevice : public SpiDevice {
 public:
-    /// `chip` may be null: nothing is fitted, whatever the faults say.
+    /** `chip` may be null: nothing is fitted, whatever the faults say. */
     explicit FaultySpiDevice(std::shared_ptr<SpiDevice> chip) : m_chip(std::move(chip)) {}
 
-    /// Nothing answers: all bytes received are 0xFF.
+    /** Nothing answers: all bytes received are 0xFF. */
     void absent(bool on);
-    /// The busy bit of an EEPROM sticks at 1: bit 0 of every reply to RDSR (0x05).
+    /** The busy bit of an EEPROM sticks at 1: bit 0 of every reply to RDSR (0x05). */
     void stuck_busy(bool on);
-    /// `count` more messages go out, the ones behind them fail with EIO; nullopt ends that.
-    void refuse_after(std::optional<std::size_t> count);
-    /// Flips the bits of `mask` in the byte received at `index` (0 is received with the opcode) in messages
-    /// that begin with `opcode`; mask 0 ends that.
-    void flip_reply_bits(std::uint8_t opcode, std::size_t index, std::uint8_t mask);
-    /// In the next message that begins with `opcode` and is that long the supply is lost behind `bytes`
-    /// bytes, the opcode's own included. What had come until then is stored as if chip select had risen
-    /// there, and the chip is dead until power_on(). A page write cut behind its first k bytes: opcode 0x02,
-    /// 1 + address bytes + k.
-    void cut_power_in(std::uint8_t opcode, std::size_t bytes);
+    /** `count` more messages go out, the ones behind them fail with EIO; nullopt ends that. */
+    void refuse_after(std::optional<size_t> count);
+    /**
+     * Flips the bits of `mask` in the byte received at `index` (0 is received with the opcode) in messages
+     * that begin with `opcode`; mask 0 ends that.
+     */
+    void flip_reply_bits(uint8_t opcode, size_t index, uint8_t mask);
+    /**
+     * In the next message that begins with `opcode` and is that long the supply is lost behind `bytes`
+     * bytes, the opcode's own included. What had come until then is stored as if chip select had risen
+     * there, and the chip is dead until power_on(). A page write cut behind its first k bytes: opcode 0x02,
+     * 1 + address bytes + k.
+     */
+    void cut_power_in(uint8_t opcode, size_t bytes);
     bool dead() const;
 
-    bool follows(std::uint8_t mode, std::uint32_t hertz) const override;
+    bool follows(uint8_t mode, uint32_t hertz) const override;
     int refuse_message() override;
     void select() override;
-    std::uint8_t exchange(std::uint8_t sent) override;
+    uint8_t exchange(uint8_t sent) override;
     void deselect() override;
     void power_on() override;
 
 private:
     struct ReplyFlip {
-        std::uint8_t opcode;
-        std::size_t index;
-        std::uint8_t mask;
+        uint8_t opcode;
+        size_t index;
+        uint8_t mask;
     };
     struct PowerCut {
-        std::uint8_t opcode;
-        std::size_t bytes;
+        uint8_t opcode;
+        size_t bytes;
     };
 
     bool answers() const { return m_chip != nullptr && !m_absent && !m_dead; }
@@ -58,14 +63,16 @@ private:
     bool m_absent = false;
     bool m_stuck_busy = false;
     bool m_dead = false;
-    std::optional<std::size_t> m_left{};
+    std::optional<size_t> m_left{};
     std::optional<ReplyFlip> m_flip{};
     std::optional<PowerCut> m_cut{};
-    std::uint8_t m_opcode = 0;
-    std::size_t m_position = 0;
+    uint8_t m_opcode = 0;
+    size_t m_position = 0;
 };
 
-/// Puts a faulty device before what hangs on the target of the bus now; see SpiBus::attach.
+/** Puts a faulty device before what hangs on the target of the bus now; see SpiBus::attach. */
 std::shared_ptr<FaultySpiDevice> insert_fault(SpiBus& bus, std::string_view target);
 
 } // namespace sim_board
+
+#endif

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <vector>
+
 #include <wiringPi.h>
 
 namespace sim_board {
@@ -17,8 +18,9 @@ int Gpio::setup()
 
 const char* Gpio::obstacle(int pin) const
 {
-    if (usable(pin))
+    if (usable(pin)) {
         return "";
+    }
     return m_set_up ? " -> no such pin" : " -> before setup";
 }
 
@@ -30,27 +32,31 @@ void Gpio::change(int pin, const std::function<void(Pin&)>& apply)
     {
         std::lock_guard lock(m_mutex);
         Pin nowhere;
-        Pin& changed = exists(pin) ? m_pins[static_cast<std::size_t>(pin)] : nowhere;
+        Pin& changed = exists(pin) ? m_pins[static_cast<size_t>(pin)] : nowhere;
         const int before = changed.level();
         apply(changed);
         level = changed.level();
-        if (level == before)
+        if (level == before) {
             return;
+        }
         watcher = changed.watcher;
         const int edge = level == 0 ? INT_EDGE_FALLING : INT_EDGE_RISING;
-        if (changed.interrupt && changed.edge == edge)
+        if (changed.interrupt && changed.edge == edge) {
             changed.interrupt->notify();
+        }
     }
-    if (watcher)
+    if (watcher) {
         watcher(level);
+    }
 }
 
 void Gpio::pin_mode(int pin, int mode)
 {
     change(pin, [&](Pin& changed) {
         m_trace.add("pin %d %s%s", pin, mode == OUTPUT ? "output" : "input", obstacle(pin));
-        if (usable(pin))
+        if (usable(pin)) {
             changed.output = mode == OUTPUT;
+        }
     });
 }
 
@@ -59,15 +65,16 @@ void Gpio::write(int pin, int value)
     change(pin, [&](Pin& changed) {
         m_trace.add(
             [pin, value, note = obstacle(pin)] { return formatted("pin %d = %d%s", pin, value, note); });
-        if (usable(pin))
+        if (usable(pin)) {
             changed.latch = value == 0 ? 0 : 1;
+        }
     });
 }
 
 int Gpio::read(int pin)
 {
     std::lock_guard lock(m_mutex);
-    const int level = usable(pin) ? m_pins[static_cast<std::size_t>(pin)].level() : 0;
+    const int level = usable(pin) ? m_pins[static_cast<size_t>(pin)].level() : 0;
     m_trace.add([pin, level, note = obstacle(pin)] { return formatted("pin %d -> %d%s", pin, level, note); });
     return level;
 }
@@ -88,12 +95,13 @@ int Gpio::isr(int pin, int edge, void (*handler)())
         return -1;
     }
     m_trace.add("pin %d isr %s", pin, edge_name);
-    Pin& armed = m_pins[static_cast<std::size_t>(pin)];
+    Pin& armed = m_pins[static_cast<size_t>(pin)];
     armed.edge = edge;
-    if (armed.interrupt)
+    if (armed.interrupt) {
         armed.interrupt->set_handler(handler);
-    else
+    } else {
         armed.interrupt = std::make_shared<InterruptThread>(handler);
+    }
     return 0;
 }
 
@@ -105,13 +113,13 @@ void Gpio::drive(int pin, int level)
 int Gpio::level(int pin) const
 {
     std::lock_guard lock(m_mutex);
-    return exists(pin) ? m_pins[static_cast<std::size_t>(pin)].level() : 0;
+    return exists(pin) ? m_pins[static_cast<size_t>(pin)].level() : 0;
 }
 
 void Gpio::watch(int pin, std::function<void(int level)> watcher)
 {
     std::lock_guard lock(m_mutex);
-    m_pins.at(static_cast<std::size_t>(pin)).watcher = std::move(watcher);
+    m_pins.at(static_cast<size_t>(pin)).watcher = std::move(watcher);
 }
 
 void Gpio::refuse_isr(bool refuse)
@@ -126,13 +134,17 @@ bool Gpio::wait_for_handlers(std::chrono::milliseconds bound)
     std::vector<std::shared_ptr<InterruptThread>> interrupts;
     {
         std::lock_guard lock(m_mutex);
-        for (const Pin& pin : m_pins)
-            if (pin.interrupt)
+        for (const Pin& pin : m_pins) {
+            if (pin.interrupt) {
                 interrupts.push_back(pin.interrupt);
+            }
+        }
     }
-    for (const auto& interrupt : interrupts)
-        if (!interrupt->wait_idle(deadline))
+    for (const auto& interrupt : interrupts) {
+        if (!interrupt->wait_idle(deadline)) {
             return false;
+        }
+    }
     return true;
 }
 
@@ -142,8 +154,9 @@ void Gpio::stop()
     {
         std::lock_guard lock(m_mutex);
         m_stopped = true;
-        for (Pin& pin : m_pins)
+        for (Pin& pin : m_pins) {
             interrupts.push_back(std::move(pin.interrupt));
+        }
     }
     interrupts.clear(); // joined outside the lock, which a handler may want
 }

@@ -1,7 +1,5 @@
-#pragma once
-
-#include "board/interrupt_thread.h"
-#include "board/trace.h"
+#ifndef ORVAN_SIM_BOARD_GPIO_H
+#define ORVAN_SIM_BOARD_GPIO_H
 
 #include <array>
 #include <chrono>
@@ -9,43 +7,54 @@
 #include <memory>
 #include <mutex>
 
+#include "board/interrupt_thread.h"
+#include "board/trace.h"
+
 namespace sim_board {
 
-/// The pins 0 to 31 by wiringPi's numbers. At power-on all are inputs. Accesses before setup() have no
-/// effect, as they would have none on the instrument; the trace shows them with "-> before setup".
-/// Thread-safe.
+/**
+ * The pins 0 to 31 by wiringPi's numbers. At power-on all are inputs. Accesses before setup() have no
+ * effect, as they would have none on the instrument; the trace shows them with "-> before setup".
+ * Thread-safe.
+ */
 class Gpio {
 public:
     static constexpr int kPins = 32;
 
     explicit Gpio(Trace& trace) : m_trace(trace) {}
 
-    /// @name What wiringPi does
-    /// @{
+    /**
+     * @name What wiringPi does
+     * @{
+     */
     int setup();
     void pin_mode(int pin, int mode);
     void write(int pin, int value);
     int read(int pin);
-    /// -1 with errno for a pin or edge that does not exist, before setup, or while refused.
+    /** -1 with errno for a pin or edge that does not exist, before setup, or while refused. */
     int isr(int pin, int edge, void (*handler)());
-    /// @}
+    /** @} */
 
-    /// @name What the bench does
-    /// @{
-    /// The level from outside, which an input shows. An edge calls the handler of the pin on its thread.
+    /**
+     * @name What the bench does
+     * @{
+     * The level from outside, which an input shows. An edge calls the handler of the pin on its thread.
+     */
     void drive(int pin, int level);
-    /// The level of the pin now: what is driven into an input, what an output drives.
+    /** The level of the pin now: what is driven into an input, what an output drives. */
     int level(int pin) const;
-    /// Calls `watcher` with every new level of the pin, on the thread that changes it. For wiring, before
-    /// use.
+    /**
+     * Calls `watcher` with every new level of the pin, on the thread that changes it. For wiring, before
+     * use.
+     */
     void watch(int pin, std::function<void(int level)> watcher);
-    /// While true, isr() fails with EIO.
+    /** While true, isr() fails with EIO. */
     void refuse_isr(bool refuse);
-    /// Waits until every handler called so far has returned.
+    /** Waits until every handler called so far has returned. */
     bool wait_for_handlers(std::chrono::milliseconds bound = std::chrono::milliseconds(10000));
-    /// Ends the interrupt threads; edges call nothing any more. Not from a handler.
+    /** Ends the interrupt threads; edges call nothing any more. Not from a handler. */
     void stop();
-    /// @}
+    /** @} */
 
 private:
     struct Pin {
@@ -72,3 +81,5 @@ private:
 };
 
 } // namespace sim_board
+
+#endif

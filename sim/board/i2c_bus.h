@@ -1,7 +1,5 @@
-#pragma once
-
-#include "board/i2c_device.h"
-#include "board/trace.h"
+#ifndef ORVAN_SIM_BOARD_I2C_BUS_H
+#define ORVAN_SIM_BOARD_I2C_BUS_H
 
 #include <cstdint>
 #include <map>
@@ -11,18 +9,25 @@
 #include <span>
 #include <vector>
 
+#include "board/i2c_device.h"
+#include "board/trace.h"
+
 namespace sim_board {
 
-/// The I2C bus with its chips by 7-bit address, as wiringPi's calls use it. Thread-safe: one access at a
-/// time.
+/**
+ * The I2C bus with its chips by 7-bit address, as wiringPi's calls use it. Thread-safe: one access at a
+ * time.
+ */
 class I2cBus {
 public:
     explicit I2cBus(Trace& trace) : m_trace(trace) {}
 
-    /// @name What wiringPi does
-    /// All give -1 with errno set on failure: ENXIO where no chip is fitted, EREMOTEIO for a missing
-    /// acknowledge, EBADF for a handle that is not one. Register numbers and data are cut to their width.
-    /// @{
+    /**
+     * @name What wiringPi does
+     * All give -1 with errno set on failure: ENXIO where no chip is fitted, EREMOTEIO for a missing
+     * acknowledge, EBADF for a handle that is not one. Register numbers and data are cut to their width.
+     * @{
+     */
     int open(int address);
     int read(int fd);
     int write(int fd, int value);
@@ -30,30 +35,36 @@ public:
     int read_register16(int fd, int reg);
     int write_register8(int fd, int reg, int value);
     int write_register16(int fd, int reg, int value);
-    /// @}
+    /** @} */
 
-    /// Puts a chip at an address, in place of what is there; null takes it away.
-    void attach(std::uint8_t address, std::shared_ptr<I2cDevice> device);
-    std::shared_ptr<I2cDevice> device(std::uint8_t address) const;
-    /// Where something is attached, in ascending order.
-    std::vector<std::uint8_t> addresses() const;
+    /** Puts a chip at an address, in place of what is there; null takes it away. */
+    void attach(uint8_t address, std::shared_ptr<I2cDevice> device);
+    std::shared_ptr<I2cDevice> device(uint8_t address) const;
+    /** Where something is attached, in ascending order. */
+    std::vector<uint8_t> addresses() const;
 
-    /// Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
-    /// fail. False at first.
+    /**
+     * Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
+     * fail. False at first.
+     */
     void open_without_device(bool allowed);
-    /// The next successful open() returns this descriptor number, whatever it stood for before: a process
-    /// that was started without a standard input gets 0.
+    /**
+     * The next successful open() returns this descriptor number, whatever it stood for before: a process
+     * that was started without a standard input gets 0.
+     */
     void open_next_as(int fd);
 
 private:
-    int transfer(int fd, std::span<const std::uint8_t> sent, std::span<std::uint8_t> received);
+    int transfer(int fd, std::span<const uint8_t> sent, std::span<uint8_t> received);
     int failed(const char* what, int error) const;
 
     Trace& m_trace;
     mutable std::mutex m_mutex;
-    std::map<std::uint8_t, std::shared_ptr<I2cDevice>> m_devices;
+    std::map<uint8_t, std::shared_ptr<I2cDevice>> m_devices;
     bool m_open_without_device = false;
     std::optional<int> m_open_next_as;
 };
 
 } // namespace sim_board
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_BOARD_IMAGE_FILE_H
+#define ORVAN_SIM_BOARD_IMAGE_FILE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -8,20 +9,22 @@
 
 namespace sim_board {
 
-/// The file in which a memory chip keeps its cells, written through at every change: a process that is killed
-/// at any moment leaves in the file what it had stored until then. Without a path nothing is kept.
+/**
+ * The file in which a memory chip keeps its cells, written through at every change: a process that is killed
+ * at any moment leaves in the file what it had stored until then. Without a path nothing is kept.
+ */
 class ImageFile {
 public:
-    /// Throws std::system_error if the file can't be opened or created.
+    /** Throws std::system_error if the file can't be opened or created. */
     explicit ImageFile(std::string path);
     ~ImageFile();
     ImageFile(const ImageFile&) = delete;
     ImageFile& operator=(const ImageFile&) = delete;
 
-    /// The first `size` bytes of the file; `fill` stands for those it does not have.
-    std::vector<std::uint8_t> load(std::size_t size, std::uint8_t fill) const;
-    /// Throws std::system_error if the bytes can't be written.
-    void store(std::size_t offset, std::span<const std::uint8_t> bytes);
+    /** The first `size` bytes of the file; `fill` stands for those it does not have. */
+    std::vector<uint8_t> load(size_t size, uint8_t fill) const;
+    /** Throws std::system_error if the bytes can't be written. */
+    void store(size_t offset, std::span<const uint8_t> bytes);
 
 private:
     std::string m_path;
@@ -29,3 +32,5 @@ private:
 };
 
 } // namespace sim_board
+
+#endif

@@ -40,8 +40,9 @@ void InterruptThread::serve()
     std::unique_lock lock(m_mutex);
     for (;;) {
         m_changed.wait(lock, [this] { return m_stop || m_pending > 0; });
-        if (m_stop)
+        if (m_stop) {
             return;
+        }
         --m_pending;
         m_calling = true;
         const auto handler = m_handler;

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_BOARD_INTERRUPT_THREAD_H
+#define ORVAN_SIM_BOARD_INTERRUPT_THREAD_H
 
 #include <chrono>
 #include <condition_variable>
@@ -8,7 +9,8 @@
 
 namespace sim_board {
 
-/// The thread on which the interrupt handler of one pin is called, once for each edge, one after the other.
+/** The thread on which the interrupt handler of one pin is called, once for each edge, one after the other.
+ */
 class InterruptThread {
 public:
     explicit InterruptThread(void (*handler)());
@@ -17,9 +19,9 @@ public:
     InterruptThread& operator=(const InterruptThread&) = delete;
 
     void set_handler(void (*handler)());
-    /// One more call.
+    /** One more call. */
     void notify();
-    /// Waits until every call so far has returned. False at `deadline`.
+    /** Waits until every call so far has returned. False at `deadline`. */
     bool wait_idle(std::chrono::steady_clock::time_point deadline);
 
 private:
@@ -28,10 +30,12 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     void (*m_handler)();
-    std::size_t m_pending = 0;
+    size_t m_pending = 0;
     bool m_calling = false;
     bool m_stop = false;
     std::thread m_thread;
 };
 
 } // namespace sim_board
+
+#endif

@@ -5,13 +5,13 @@
 namespace sim_board {
 namespace {
 
-constexpr std::uint8_t kPressed = 0x80;
-constexpr std::uint8_t kInterrupts = 0x1f;
-constexpr std::uint8_t kLockEnable = 0x40; // of KEY_LCK_EC, its only bit that can be written
+constexpr uint8_t kPressed = 0x80;
+constexpr uint8_t kInterrupts = 0x1f;
+constexpr uint8_t kLockEnable = 0x40; // of KEY_LCK_EC, its only bit that can be written
 constexpr int kCtrlAltDel[] = {1, 11, 21};
 
 // Every third register stands for COL8 and COL9 alone.
-constexpr bool is_third_of_lines(std::uint8_t address)
+constexpr bool is_third_of_lines(uint8_t address)
 {
     return address >= Tca8418::kGpioIntStat1 && (address - Tca8418::kGpioIntStat1) % 3 == 2;
 }
@@ -26,7 +26,7 @@ constexpr int key_number(int row, int column)
     return row * Tca8418::kColumns + column + 1;
 }
 
-constexpr bool is_read_only(std::uint8_t address)
+constexpr bool is_read_only(uint8_t address)
 {
     return address == 0 || (address >= Tca8418::kKeyEventA && address <= Tca8418::kKeyEventJ) ||
            (address >= Tca8418::kGpioIntStat1 && address < Tca8418::kGpioDatOut1) ||
@@ -43,31 +43,35 @@ bool Tca8418::in_matrix(int row, int column) const
 
 bool Tca8418::is_held(int row, int column) const
 {
-    if (!exists(row, column))
+    if (!exists(row, column)) {
         return false;
+    }
     std::lock_guard lock(m_mutex);
     return is_down(key_number(row, column));
 }
 
 bool Tca8418::move(int row, int column, bool pressed)
 {
-    if (!exists(row, column))
+    if (!exists(row, column)) {
         return false;
+    }
     const int key = key_number(row, column);
     std::lock_guard lock(m_mutex);
-    if (is_down(key) == pressed)
+    if (is_down(key) == pressed) {
         return false;
-    m_down[static_cast<std::size_t>(key)] = pressed;
+    }
+    m_down[static_cast<size_t>(key)] = pressed;
     if (!m_in_reset && in_matrix(row, column)) {
-        add_event(static_cast<std::uint8_t>(key | (pressed ? kPressed : 0)));
-        if (std::all_of(std::begin(kCtrlAltDel), std::end(kCtrlAltDel), [&](int k) { return is_down(k); }))
+        add_event(static_cast<uint8_t>(key | (pressed ? kPressed : 0)));
+        if (std::all_of(std::begin(kCtrlAltDel), std::end(kCtrlAltDel), [&](int k) { return is_down(k); })) {
             m_registers[kIntStat] |= kCadInt;
+        }
         report(output_level());
     }
     return true;
 }
 
-void Tca8418::add_event(std::uint8_t event)
+void Tca8418::add_event(uint8_t event)
 {
     if (m_fifo.size() < kFifoSize) {
         m_fifo.push_back(event);
@@ -78,23 +82,25 @@ void Tca8418::add_event(std::uint8_t event)
             m_fifo.push_back(event);
         }
     }
-    if ((m_registers[kCfg] & kKeIen) != 0)
+    if ((m_registers[kCfg] & kKeIen) != 0) {
         m_registers[kIntStat] |= kKInt;
-}
-
-// K_INT stays while events are left; the output shows that anew only with INT_CFG set.
-void Tca8418::clear_interrupts(std::uint8_t bits)
-{
-    const bool key_events_left = (m_registers[kIntStat] & kKInt) != 0 && !m_fifo.empty();
-    m_registers[kIntStat] = static_cast<std::uint8_t>(m_registers[kIntStat] & ~bits);
-    if (key_events_left && (bits & kKInt) != 0) {
-        m_registers[kIntStat] |= kKInt;
-        if ((m_registers[kCfg] & kIntCfg) != 0)
-            report(1);
     }
 }
 
-std::uint8_t Tca8418::reg(std::uint8_t address) const
+// K_INT stays while events are left; the output shows that anew only with INT_CFG set.
+void Tca8418::clear_interrupts(uint8_t bits)
+{
+    const bool key_events_left = (m_registers[kIntStat] & kKInt) != 0 && !m_fifo.empty();
+    m_registers[kIntStat] = static_cast<uint8_t>(m_registers[kIntStat] & ~bits);
+    if (key_events_left && (bits & kKInt) != 0) {
+        m_registers[kIntStat] |= kKInt;
+        if ((m_registers[kCfg] & kIntCfg) != 0) {
+            report(1);
+        }
+    }
+}
+
+uint8_t Tca8418::reg(uint8_t address) const
 {
     std::lock_guard lock(m_mutex);
     return read_register(address);
@@ -110,19 +116,22 @@ void Tca8418::on_interrupt(std::function<void(int)> listener)
 {
     std::lock_guard lock(m_mutex);
     m_listener = std::move(listener);
-    if (m_listener)
+    if (m_listener) {
         m_listener(m_reported);
+    }
 }
 
-bool Tca8418::write(std::span<const std::uint8_t> bytes)
+bool Tca8418::write(std::span<const uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (m_in_reset)
+    if (m_in_reset) {
         return false;
-    if (bytes.empty())
+    }
+    if (bytes.empty()) {
         return true;
+    }
     m_pointer = bytes.front();
-    for (const std::uint8_t value : bytes.subspan(1)) {
+    for (const uint8_t value : bytes.subspan(1)) {
         write_register(m_pointer, value);
         m_pointer = following(m_pointer);
         report(output_level());
@@ -130,15 +139,17 @@ bool Tca8418::write(std::span<const std::uint8_t> bytes)
     return true;
 }
 
-bool Tca8418::read(std::span<std::uint8_t> bytes)
+bool Tca8418::read(std::span<uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (m_in_reset)
+    if (m_in_reset) {
         return false;
-    for (std::uint8_t& value : bytes) {
+    }
+    for (uint8_t& value : bytes) {
         value = read_register(m_pointer);
-        if (m_pointer == kKeyEventA && !m_fifo.empty())
+        if (m_pointer == kKeyEventA && !m_fifo.empty()) {
             m_fifo.pop_front();
+        }
         m_pointer = following(m_pointer);
     }
     return true;
@@ -156,34 +167,38 @@ void Tca8418::set_reset(bool asserted)
     }
 }
 
-std::uint8_t Tca8418::read_register(std::uint8_t address) const
+uint8_t Tca8418::read_register(uint8_t address) const
 {
-    if (address >= kRegisters)
+    if (address >= kRegisters) {
         return 0;
-    if (address == kKeyLckEc)
-        return static_cast<std::uint8_t>(m_registers[kKeyLckEc] | m_fifo.size());
+    }
+    if (address == kKeyLckEc) {
+        return static_cast<uint8_t>(m_registers[kKeyLckEc] | m_fifo.size());
+    }
     if (address >= kKeyEventA && address <= kKeyEventJ) {
-        const std::size_t place = address - std::size_t{kKeyEventA};
+        const size_t place = address - size_t{kKeyEventA};
         return place < m_fifo.size() ? m_fifo[place] : 0;
     }
     return m_registers[address];
 }
 
-void Tca8418::write_register(std::uint8_t address, std::uint8_t value)
+void Tca8418::write_register(uint8_t address, uint8_t value)
 {
-    if (is_read_only(address))
+    if (is_read_only(address)) {
         return;
-    if (address == kIntStat)
+    }
+    if (address == kIntStat) {
         clear_interrupts(value & kInterrupts);
-    else if (address == kKeyLckEc)
+    } else if (address == kKeyLckEc) {
         m_registers[address] = value & kLockEnable;
-    else
+    } else {
         m_registers[address] = is_third_of_lines(address) ? value & 0x03 : value;
+    }
 }
 
-std::uint8_t Tca8418::following(std::uint8_t address) const
+uint8_t Tca8418::following(uint8_t address) const
 {
-    return (m_registers[kCfg] & kAi) != 0 ? static_cast<std::uint8_t>(address + 1) : address;
+    return (m_registers[kCfg] & kAi) != 0 ? static_cast<uint8_t>(address + 1) : address;
 }
 
 int Tca8418::output_level() const
@@ -195,11 +210,13 @@ int Tca8418::output_level() const
 
 void Tca8418::report(int level)
 {
-    if (level == m_reported)
+    if (level == m_reported) {
         return;
+    }
     m_reported = level;
-    if (m_listener)
+    if (m_listener) {
         m_listener(level);
+    }
 }
 
 } // namespace sim_board

@@ -1,6 +1,5 @@
-#pragma once
-
-#include "board/i2c_device.h"
+#ifndef ORVAN_SIM_BOARD_KEYPAD_TCA8418_H
+#define ORVAN_SIM_BOARD_KEYPAD_TCA8418_H
 
 #include <array>
 #include <cstddef>
@@ -9,21 +8,25 @@
 #include <functional>
 #include <mutex>
 
+#include "board/i2c_device.h"
+
 namespace sim_board {
 
-/// The keypad controller TCA8418: key matrix, FIFO of ten events, interrupt status (write 1 to clear) and its
-/// output, overflow in both modes, Ctrl-Alt-Del on keys 1, 11 and 21, address auto-increment. Not modelled:
-/// keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for
-/// which the output rests with INT_CFG set have no length here.
-///
-/// Thread-safe.
+/**
+ * The keypad controller TCA8418: key matrix, FIFO of ten events, interrupt status (write 1 to clear) and its
+ * output, overflow in both modes, Ctrl-Alt-Del on keys 1, 11 and 21, address auto-increment. Not modelled:
+ * keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for
+ * which the output rests with INT_CFG set have no length here.
+ *
+ * Thread-safe.
+ */
 class Tca8418 : public I2cDevice {
 public:
     static constexpr int kRows = 8;
     static constexpr int kColumns = 10;
-    static constexpr std::size_t kFifoSize = 10;
+    static constexpr size_t kFifoSize = 10;
 
-    enum Register : std::uint8_t {
+    enum Register : uint8_t {
         kCfg = 0x01,
         kIntStat = 0x02,      // write 1 to clear
         kKeyLckEc = 0x03,     // bits 0 to 3: events in the FIFO
@@ -37,56 +40,63 @@ public:
         kGpioPull3 = 0x2e,
         kRegisters = 0x2f,
     };
-    enum Cfg : std::uint8_t {
+    enum Cfg : uint8_t {
         kKeIen = 0x01,      // a key event sets K_INT and asserts the output
         kOvrFlowIen = 0x08, // an overflow asserts the output
         kIntCfg = 0x10,     // 1: clearing lets the output rest for a moment though events are left
         kOvrFlowM = 0x20,   // 0: an event too many is lost, 1: it pushes the oldest out
         kAi = 0x80,         // the register address runs on
     };
-    enum IntStat : std::uint8_t { kKInt = 0x01, kOvrFlowInt = 0x08, kCadInt = 0x10 };
+    enum IntStat : uint8_t { kKInt = 0x01, kOvrFlowInt = 0x08, kCadInt = 0x10 };
 
-    /// @name The bench side
-    /// @{
-    /// Presses or releases a key. False if there is no such key or it is so already. Keys on lines that do
-    /// not belong to the matrix cause no event.
+    /**
+     * @name The bench side
+     * @{
+     * Presses or releases a key. False if there is no such key or it is so already. Keys on lines that do
+     * not belong to the matrix cause no event.
+     */
     bool press(int row, int column) { return move(row, column, true); }
     bool release(int row, int column) { return move(row, column, false); }
     bool is_held(int row, int column) const;
-    /// A register as it is; reading it here takes no event.
-    std::uint8_t reg(std::uint8_t address) const;
-    /// The level of the INT output: open drain, active low, pulled up.
+    /** A register as it is; reading it here takes no event. */
+    uint8_t reg(uint8_t address) const;
+    /** The level of the INT output: open drain, active low, pulled up. */
     int interrupt_level() const;
-    /// Calls `listener` with each new level of INT, on the thread that changed it and with the chip locked,
-    /// so it must not come back here. An empty one ends that.
+    /**
+     * Calls `listener` with each new level of INT, on the thread that changed it and with the chip locked,
+     * so it must not come back here. An empty one ends that.
+     */
     void on_interrupt(std::function<void(int level)> listener);
-    /// @}
+    /** @} */
 
-    bool write(std::span<const std::uint8_t> bytes) override;
-    bool read(std::span<std::uint8_t> bytes) override;
-    /// Power-on values; the keys stay as they are held. Until it is released the chip acknowledges nothing.
+    bool write(std::span<const uint8_t> bytes) override;
+    bool read(std::span<uint8_t> bytes) override;
+    /** Power-on values; the keys stay as they are held. Until it is released the chip acknowledges nothing.
+     */
     void set_reset(bool asserted) override;
 
 private:
     bool move(int row, int column, bool pressed);
     bool in_matrix(int row, int column) const;
-    bool is_down(int key) const { return m_down[static_cast<std::size_t>(key)]; }
-    void add_event(std::uint8_t event);
-    void clear_interrupts(std::uint8_t bits);
-    std::uint8_t read_register(std::uint8_t address) const;
-    void write_register(std::uint8_t address, std::uint8_t value);
-    std::uint8_t following(std::uint8_t address) const;
+    bool is_down(int key) const { return m_down[static_cast<size_t>(key)]; }
+    void add_event(uint8_t event);
+    void clear_interrupts(uint8_t bits);
+    uint8_t read_register(uint8_t address) const;
+    void write_register(uint8_t address, uint8_t value);
+    uint8_t following(uint8_t address) const;
     int output_level() const;
     void report(int level);
 
     mutable std::mutex m_mutex;
-    std::array<std::uint8_t, kRegisters> m_registers{};
+    std::array<uint8_t, kRegisters> m_registers{};
     std::array<bool, kRows * kColumns + 1> m_down{}; // by key number, from 1
-    std::deque<std::uint8_t> m_fifo;
-    std::uint8_t m_pointer = 0;
+    std::deque<uint8_t> m_fifo;
+    uint8_t m_pointer = 0;
     bool m_in_reset = false;
     int m_reported = 1;
     std::function<void(int)> m_listener;
 };
 
 } // namespace sim_board
+
+#endif

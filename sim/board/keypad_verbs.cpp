@@ -13,9 +13,10 @@ bool has_keypad(Board& board)
 std::optional<int> line_of(std::string_view word, int lines, const char* what, std::string& complaint)
 {
     const auto line = verb_number(word, lines - 1);
-    if (!line && complaint.empty())
+    if (!line && complaint.empty()) {
         complaint = std::string("a ") + what + " from 0 to " + std::to_string(lines - 1) +
                     " expected, not '" + std::string(word) + "'";
+    }
     return line;
 }
 
@@ -25,15 +26,19 @@ std::string push_key(Board& board, Words words)
     std::string complaint;
     const auto row = line_of(words[0], kKeyRows, "row", complaint);
     const auto column = line_of(words[1], kKeyColumns, "column", complaint);
-    if (!complaint.empty())
+    if (!complaint.empty()) {
         return verb_error(complaint);
+    }
     const std::string_view what = words.size() > 2 ? words[2] : "";
-    if (!what.empty() && what != "press" && what != "release")
+    if (!what.empty() && what != "press" && what != "release") {
         return verb_error("'press' or 'release' expected, not '" + std::string(what) + "'");
-    if (what != "release")
+    }
+    if (what != "release") {
         board.keypad()->press(*row, *column);
-    if (what != "press")
+    }
+    if (what != "press") {
         board.keypad()->release(*row, *column);
+    }
     return verb_done();
 }
 

@@ -38,12 +38,15 @@ constexpr LineFunction kKsr7000[] = {
 
 std::span<const LineFunction> line_functions(const BoardWiring& wiring)
 {
-    if (wiring.name == kBenchtopWiring.name)
+    if (wiring.name == kBenchtopWiring.name) {
         return kBenchtop;
-    if (wiring.name == kPortableWiring.name)
+    }
+    if (wiring.name == kPortableWiring.name) {
         return kPortable;
-    if (wiring.name == kKsr7000Wiring.name)
+    }
+    if (wiring.name == kKsr7000Wiring.name) {
         return kKsr7000;
+    }
     return {};
 }
 

@@ -5,12 +5,12 @@ namespace {
 
 struct Line {
     Mcp23017::Port port;
-    std::uint8_t bit;
+    uint8_t bit;
 };
 
 struct Decoder {
-    std::uint8_t strobe; // in port B
-    Line address[3];     // lowest first
+    uint8_t strobe;  // in port B
+    Line address[3]; // lowest first
 };
 constexpr Decoder kDecoders[] = {
     {0x80, {{Mcp23017::kA, 0x40}, {Mcp23017::kB, 0x20}, {Mcp23017::kA, 0x20}}},
@@ -20,7 +20,7 @@ constexpr Decoder kDecoders[] = {
 enum class Coil { kNone, kPath0, kPath1, kInput };
 struct Output {
     Coil coil;
-    std::size_t slot; // from 0
+    size_t slot; // from 0
 };
 constexpr Output kNothing{Coil::kNone, 0};
 constexpr Output kOutputs[][8] = {
@@ -46,48 +46,54 @@ constexpr Output kOutputs[][8] = {
 
 ModulationRelays::Routing ModulationRelays::Slot::routing() const
 {
-    if (path == 0)
+    if (path == 0) {
         return input ? Routing::kFm : Routing::kPulse;
+    }
     return input ? Routing::kAm : Routing::kNone;
 }
 
-void ModulationRelays::latch(Mcp23017::Port port, std::uint8_t levels)
+void ModulationRelays::latch(Mcp23017::Port port, uint8_t levels)
 {
     std::lock_guard lock(m_mutex);
-    const std::array<std::uint8_t, 2> before = m_latch;
+    const std::array<uint8_t, 2> before = m_latch;
     m_latch[port] = levels;
-    for (std::size_t decoder = 0; decoder < std::size(kDecoders); ++decoder) {
+    for (size_t decoder = 0; decoder < std::size(kDecoders); ++decoder) {
         const Decoder& wiring = kDecoders[decoder];
-        if ((m_latch[Mcp23017::kB] & ~before[Mcp23017::kB] & wiring.strobe) == 0)
+        if ((m_latch[Mcp23017::kB] & ~before[Mcp23017::kB] & wiring.strobe) == 0) {
             continue;
+        }
         unsigned address = 0;
-        for (unsigned line = 0; line < std::size(wiring.address); ++line)
-            if ((before[wiring.address[line].port] & wiring.address[line].bit) != 0)
+        for (unsigned line = 0; line < std::size(wiring.address); ++line) {
+            if ((before[wiring.address[line].port] & wiring.address[line].bit) != 0) {
                 address |= 1U << line;
+            }
+        }
         throw_coil(decoder, address);
     }
 }
 
-void ModulationRelays::throw_coil(std::size_t decoder, unsigned address)
+void ModulationRelays::throw_coil(size_t decoder, unsigned address)
 {
     const Output& output = kOutputs[decoder][address];
-    if (output.coil == Coil::kNone)
+    if (output.coil == Coil::kNone) {
         return;
+    }
     ++m_throws;
     Slot& slot = m_slots[output.slot];
-    if (output.coil == Coil::kInput)
+    if (output.coil == Coil::kInput) {
         slot.input = true;
-    else
+    } else {
         slot = {output.coil == Coil::kPath0 ? 0 : 1, false};
+    }
 }
 
-ModulationRelays::Slot ModulationRelays::slot(std::size_t number) const
+ModulationRelays::Slot ModulationRelays::slot(size_t number) const
 {
     std::lock_guard lock(m_mutex);
     return m_slots.at(number - 1);
 }
 
-std::size_t ModulationRelays::throws() const
+size_t ModulationRelays::throws() const
 {
     std::lock_guard lock(m_mutex);
     return m_throws;

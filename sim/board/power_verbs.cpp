@@ -6,12 +6,15 @@ namespace {
 std::string push_button(Board& board, Words words)
 {
     const std::string_view what = words.empty() ? "" : words[0];
-    if (!what.empty() && what != "press" && what != "release")
+    if (!what.empty() && what != "press" && what != "release") {
         return verb_error("'press' or 'release' expected, not '" + std::string(what) + "'");
-    if (what != "release")
+    }
+    if (what != "release") {
         board.power_button(true);
-    if (what != "press")
+    }
+    if (what != "press") {
         board.power_button(false);
+    }
     return verb_done();
 }
 

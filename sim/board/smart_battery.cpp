@@ -6,16 +6,16 @@
 namespace sim_board {
 namespace {
 
-constexpr std::int64_t kUsPerHour = 3'600'000'000;
-constexpr std::int64_t kFull = SmartBattery::kCapacityMah * kUsPerHour;
+constexpr int64_t kUsPerHour = 3'600'000'000;
+constexpr int64_t kFull = SmartBattery::kCapacityMah * kUsPerHour;
 constexpr int kEmptyMv = 9000;
 constexpr int kFullMv = 12600;
 constexpr int kDesignMv = 10800;
 constexpr int kRoomTemperature = 2981; // 25 degrees Celsius
 
-constexpr std::uint16_t word_of(std::int64_t value)
+constexpr uint16_t word_of(int64_t value)
 {
-    return static_cast<std::uint16_t>(value);
+    return static_cast<uint16_t>(value);
 }
 
 } // namespace
@@ -26,17 +26,18 @@ SmartBattery::SmartBattery(std::shared_ptr<const Clock> clock)
 }
 
 // The time is bounded first, so that no span of the clock overflows the product.
-std::int64_t SmartBattery::charge() const
+int64_t SmartBattery::charge() const
 {
     const int ma = !m_fitted || m_flow == Flow::kRest ? 0 : m_flow == Flow::kFill ? kFillMa : -kDrainMa;
-    const auto passed = std::min<std::uint64_t>(m_clock->now_us() - m_since, kFull);
-    return std::clamp<std::int64_t>(m_charge + ma * static_cast<std::int64_t>(passed), 0, kFull);
+    const auto passed = std::min<uint64_t>(m_clock->now_us() - m_since, kFull);
+    return std::clamp<int64_t>(m_charge + ma * static_cast<int64_t>(passed), 0, kFull);
 }
 
 int SmartBattery::current() const
 {
-    if (m_flow == Flow::kFill && charge() < kFull)
+    if (m_flow == Flow::kFill && charge() < kFull) {
         return kFillMa;
+    }
     return m_flow == Flow::kDrain && charge() > 0 ? -kDrainMa : 0;
 }
 
@@ -79,16 +80,17 @@ bool SmartBattery::fitted() const
     return m_fitted;
 }
 
-std::uint16_t SmartBattery::word(Command command) const
+uint16_t SmartBattery::word(Command command) const
 {
     std::lock_guard lock(m_mutex);
     const auto value = word_at(command);
-    if (!value)
+    if (!value) {
         throw std::out_of_range("SmartBattery::word");
+    }
     return *value;
 }
 
-std::optional<std::uint16_t> SmartBattery::word_at(std::uint8_t command) const
+std::optional<uint16_t> SmartBattery::word_at(uint8_t command) const
 {
     switch (command) {
     case kBatteryMode:
@@ -117,10 +119,11 @@ std::optional<std::uint16_t> SmartBattery::word_at(std::uint8_t command) const
     }
 }
 
-bool SmartBattery::set_word(std::uint8_t command, std::uint16_t value)
+bool SmartBattery::set_word(uint8_t command, uint16_t value)
 {
-    if (command != kBatteryMode)
+    if (command != kBatteryMode) {
         return false;
+    }
     m_mode = value;
     return true;
 }

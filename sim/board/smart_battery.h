@@ -1,19 +1,22 @@
-#pragma once
-
-#include "board/clock.h"
-#include "board/smbus_word_device.h"
+#ifndef ORVAN_SIM_BOARD_SMART_BATTERY_H
+#define ORVAN_SIM_BOARD_SMART_BATTERY_H
 
 #include <cstdint>
 #include <memory>
 
+#include "board/clock.h"
+#include "board/smbus_word_device.h"
+
 namespace sim_board {
 
-/// A battery by SBData 1.1, three lithium cells with 6600 mAh, whose charge
-/// drains and fills on the board's clock at a constant current. Of its functions it has those below; it
-/// counts in mA and mAh whatever CAPACITY_MODE says. Thread-safe.
+/**
+ * A battery by SBData 1.1, three lithium cells with 6600 mAh, whose charge
+ * drains and fills on the board's clock at a constant current. Of its functions it has those below; it
+ * counts in mA and mAh whatever CAPACITY_MODE says. Thread-safe.
+ */
 class SmartBattery : public SmbusWordDevice {
 public:
-    enum Command : std::uint8_t {
+    enum Command : uint8_t {
         kBatteryMode = 0x03,           // the only one that can be written; keeps its value
         kTemperature = 0x08,           // 0.1 K
         kVoltage = 0x09,               // mV, from 9000 when empty to 12600 when full
@@ -26,7 +29,7 @@ public:
         kDesignCapacity = 0x18, // mAh
         kDesignVoltage = 0x19,  // mV
     };
-    enum Status : std::uint16_t {
+    enum Status : uint16_t {
         kFullyDischarged = 0x0010,
         kFullyCharged = 0x0020,
         kDischarging = 0x0040,
@@ -38,37 +41,41 @@ public:
     static constexpr int kDrainMa = 1500;
     static constexpr int kFillMa = 2000;
 
-    /// At first full and filling: with nothing left to take, its current is 0.
+    /** At first full and filling: with nothing left to take, its current is 0. */
     explicit SmartBattery(std::shared_ptr<const Clock> clock);
 
-    /// @name The bench side
-    /// @{
-    /// percent: 0 to 100, cut to that; RelativeStateOfCharge shows it as given.
+    /**
+     * @name The bench side
+     * @{
+     * percent: 0 to 100, cut to that; RelativeStateOfCharge shows it as given.
+     */
     void set_charge(int percent);
-    /// A battery that is empty or full gives or takes nothing more; its current is then 0.
+    /** A battery that is empty or full gives or takes nothing more; its current is then 0. */
     void set_flow(Flow flow);
     Flow flow() const;
-    /// Taken out, its address can't be opened; its charge stands still.
+    /** Taken out, its address can't be opened; its charge stands still. */
     void set_fitted(bool fitted);
-    /// What a read of that word gives; throws std::out_of_range for a function that it does not have.
-    std::uint16_t word(Command command) const;
-    /// @}
+    /** What a read of that word gives; throws std::out_of_range for a function that it does not have. */
+    uint16_t word(Command command) const;
+    /** @} */
 
     bool fitted() const override;
 
 private:
-    std::optional<std::uint16_t> word_at(std::uint8_t command) const override;
-    bool set_word(std::uint8_t command, std::uint16_t value) override;
-    std::int64_t charge() const;
+    std::optional<uint16_t> word_at(uint8_t command) const override;
+    bool set_word(uint8_t command, uint16_t value) override;
+    int64_t charge() const;
     int current() const;
     void settle();
 
     const std::shared_ptr<const Clock> m_clock;
-    std::int64_t m_charge; // at m_since; in mA times microseconds
-    std::uint64_t m_since;
+    int64_t m_charge; // at m_since; in mA times microseconds
+    uint64_t m_since;
     Flow m_flow = Flow::kFill;
     bool m_fitted = true;
-    std::uint16_t m_mode = 0;
+    uint16_t m_mode = 0;
 };
 
 } // namespace sim_board
+
+#endif

@@ -2,26 +2,30 @@
 
 namespace sim_board {
 
-bool SmbusWordDevice::write(std::span<const std::uint8_t> bytes)
+bool SmbusWordDevice::write(std::span<const uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
-    if (bytes.size() == 1)
+    if (bytes.size() == 1) {
         m_command = bytes[0];
-    if (bytes.size() < 2)
+    }
+    if (bytes.size() < 2) {
         return bytes.empty() || word_at(m_command).has_value();
-    return bytes.size() == 3 && set_word(bytes[0], static_cast<std::uint16_t>(bytes[1] | bytes[2] << 8));
+    }
+    return bytes.size() == 3 && set_word(bytes[0], static_cast<uint16_t>(bytes[1] | bytes[2] << 8));
 }
 
-bool SmbusWordDevice::read(std::span<std::uint8_t> bytes)
+bool SmbusWordDevice::read(std::span<uint8_t> bytes)
 {
     std::lock_guard lock(m_mutex);
     const auto word = word_at(m_command);
-    if (!word)
+    if (!word) {
         return false;
-    for (std::size_t i = 0; i < bytes.size(); ++i) // behind the word the bus rests high
-        bytes[i] = i == 0   ? static_cast<std::uint8_t>(*word & 0xff)
-                   : i == 1 ? static_cast<std::uint8_t>(*word >> 8)
-                            : std::uint8_t{0xff};
+    }
+    for (size_t i = 0; i < bytes.size(); ++i) { // behind the word the bus rests high
+        bytes[i] = i == 0   ? static_cast<uint8_t>(*word & 0xff)
+                   : i == 1 ? static_cast<uint8_t>(*word >> 8)
+                            : uint8_t{0xff};
+    }
     return true;
 }
 

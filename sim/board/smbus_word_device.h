@@ -1,28 +1,33 @@
-#pragma once
-
-#include "board/i2c_device.h"
+#ifndef ORVAN_SIM_BOARD_SMBUS_WORD_DEVICE_H
+#define ORVAN_SIM_BOARD_SMBUS_WORD_DEVICE_H
 
 #include <mutex>
 #include <optional>
 
+#include "board/i2c_device.h"
+
 namespace sim_board {
 
-/// A chip whose registers are words, low byte first, each with a command code of its own (SMBus read word and
-/// write word). A command code that it does not have is not acknowledged.
+/**
+ * A chip whose registers are words, low byte first, each with a command code of its own (SMBus read word and
+ * write word). A command code that it does not have is not acknowledged.
+ */
 class SmbusWordDevice : public I2cDevice {
 public:
-    bool write(std::span<const std::uint8_t> bytes) final;
-    bool read(std::span<std::uint8_t> bytes) final;
+    bool write(std::span<const uint8_t> bytes) final;
+    bool read(std::span<uint8_t> bytes) final;
 
 protected:
-    /// Both with m_mutex held. Empty, or false, where there is nothing to read or to write.
-    virtual std::optional<std::uint16_t> word_at(std::uint8_t command) const = 0;
-    virtual bool set_word(std::uint8_t command, std::uint16_t value) = 0;
+    /** Both with m_mutex held. Empty, or false, where there is nothing to read or to write. */
+    virtual std::optional<uint16_t> word_at(uint8_t command) const = 0;
+    virtual bool set_word(uint8_t command, uint16_t value) = 0;
 
     mutable std::mutex m_mutex;
 
 private:
-    std::uint8_t m_command = 0;
+    uint8_t m_command = 0;
 };
 
 } // namespace sim_board
+
+#endif

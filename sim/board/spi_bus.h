@@ -1,10 +1,5 @@
-#pragma once
-
-#include "board/clock.h"
-#include "board/gpio.h"
-#include "board/spi_device.h"
-#include "board/trace.h"
-#include "board/wiring.h"
+#ifndef ORVAN_SIM_BOARD_SPI_BUS_H
+#define ORVAN_SIM_BOARD_SPI_BUS_H
 
 #include <cstdint>
 #include <map>
@@ -14,47 +9,61 @@
 #include <string>
 #include <string_view>
 
+#include "board/clock.h"
+#include "board/gpio.h"
+#include "board/spi_device.h"
+#include "board/trace.h"
+#include "board/wiring.h"
+
 struct spi_ioc_transfer;
 
 namespace sim_board {
 
-/// The spidev nodes and the chips behind them, selected by the pins of the wiring. Thread-safe: one message
-/// at a time.
-///
-/// As the kernel does it: mode, word size and clock belong to a node and outlive its descriptors; a transfer
-/// may set its own clock and word size (0: the node's); cs_change between two transfers lifts chip select.
-/// The words have 8 bits. cs_change at the last transfer is a hint that is not followed: chip select rises.
+/**
+ * The spidev nodes and the chips behind them, selected by the pins of the wiring. Thread-safe: one message
+ * at a time.
+ *
+ * As the kernel does it: mode, word size and clock belong to a node and outlive its descriptors; a transfer
+ * may set its own clock and word size (0: the node's); cs_change between two transfers lifts chip select.
+ * The words have 8 bits. cs_change at the last transfer is a hint that is not followed: chip select rises.
+ */
 class SpiBus {
 public:
-    /// Bytes sent, or received, in one message; more is refused with EMSGSIZE.
-    static constexpr std::size_t kMessageLimit = 4096;
+    /** Bytes sent, or received, in one message; more is refused with EMSGSIZE. */
+    static constexpr size_t kMessageLimit = 4096;
 
     SpiBus(const BoardWiring& wiring, Gpio& gpio, Clock& clock, Trace& trace);
 
-    /// @name What the seam does; -1 with errno set on failure
-    /// @{
+    /**
+     * @name What the seam does; -1 with errno set on failure
+     * @{
+     */
     int open(const char* path, int flags);
     int ioctl(int fd, unsigned long request, void* arg);
     int close(int fd);
-    /// @}
+    /** @} */
 
-    /// Hangs a chip on a target of the wiring ("eeprom", "fan"), in place of what is there; null takes it
-    /// away. Throws std::out_of_range for a target that the wiring does not have.
+    /**
+     * Hangs a chip on a target of the wiring ("eeprom", "fan"), in place of what is there; null takes it
+     * away. Throws std::out_of_range for a target that the wiring does not have.
+     */
     void attach(std::string_view target, std::shared_ptr<SpiDevice> device);
     std::shared_ptr<SpiDevice> device(std::string_view target) const;
 
-    /// Makes a node appear or disappear; a node that is gone can't be opened (ENOENT).
+    /** Makes a node appear or disappear; a node that is gone can't be opened (ENOENT). */
     void set_node_present(const std::string& path, bool present);
-    /// Lets a request (SPI_IOC_WR_MODE ...) fail with the errno value, at every node; 0 ends that. A message
-    /// is known as SPI_IOC_MESSAGE(0), whatever its count.
+    /**
+     * Lets a request (SPI_IOC_WR_MODE ...) fail with the errno value, at every node; 0 ends that. A message
+     * is known as SPI_IOC_MESSAGE(0), whatever its count.
+     */
     void refuse_request(unsigned long request, int error);
 
 private:
     struct Node {
         bool present = true;
-        std::uint8_t mode = 0;
-        std::uint8_t bits = 8;
-        std::uint32_t hertz = 500'000;
+        uint8_t mode = 0;
+        uint8_t bits = 8;
+        uint32_t hertz = 500'000;
     };
 
     int failed(const std::string& what, int error) const;
@@ -75,3 +84,5 @@ private:
 };
 
 } // namespace sim_board
+
+#endif

@@ -6,10 +6,12 @@ namespace {
 std::string set_nodes(Board& board, Words words)
 {
     const std::string_view state = words.front();
-    if (state != "absent" && state != "ok")
+    if (state != "absent" && state != "ok") {
         return verb_error("'absent' or 'ok' expected, not '" + std::string(state) + "'");
-    for (const std::string_view node : board.wiring().spi_nodes)
+    }
+    for (const std::string_view node : board.wiring().spi_nodes) {
         board.spi().set_node_present(std::string(node), state == "ok");
+    }
     return verb_done();
 }
 

@@ -9,7 +9,7 @@ namespace sim_board {
 
 namespace {
 
-thread_local std::uint64_t t_added = 0;
+thread_local uint64_t t_added = 0;
 
 std::string vformatted(const char* format, va_list arguments)
 {
@@ -29,7 +29,7 @@ std::string formatted(const char* format, ...)
     return text;
 }
 
-std::uint64_t Trace::added_by_this_thread()
+uint64_t Trace::added_by_this_thread()
 {
     return t_added;
 }
@@ -66,8 +66,9 @@ std::vector<std::string> Trace::lines_with(std::initializer_list<std::string_vie
     for (const Line& line : m_lines) {
         std::string text = line();
         if (std::any_of(prefixes.begin(), prefixes.end(),
-                        [&](std::string_view prefix) { return text.starts_with(prefix); }))
+                        [&](std::string_view prefix) { return text.starts_with(prefix); })) {
             found.push_back(std::move(text));
+        }
     }
     return found;
 }
@@ -81,8 +82,9 @@ std::vector<std::string> Trace::take()
         m_dropped = 0;
     }
     std::vector<std::string> texts;
-    for (const Line& line : taken)
+    for (const Line& line : taken) {
         texts.push_back(line());
+    }
     return texts;
 }
 
@@ -93,19 +95,21 @@ void Trace::clear()
     m_dropped = 0;
 }
 
-std::size_t Trace::dropped() const
+size_t Trace::dropped() const
 {
     std::lock_guard lock(m_mutex);
     return m_dropped;
 }
 
-std::string hex_bytes(const unsigned char* bytes, std::size_t count)
+std::string hex_bytes(const unsigned char* bytes, size_t count)
 {
     std::string text;
-    for (std::size_t i = 0; i < std::min(count, kShownBytes); ++i)
+    for (size_t i = 0; i < std::min(count, kShownBytes); ++i) {
         text += formatted(i == 0 ? "%02x" : " %02x", bytes[i]);
-    if (count > kShownBytes)
+    }
+    if (count > kShownBytes) {
         text += " ... " + std::to_string(count) + " bytes";
+    }
     return text;
 }
 

@@ -32,7 +32,7 @@ constexpr ExpanderWiring kKsr7000Expanders[] = {
     {0x24, 0x00, 0x00},
 };
 // The module has power as long as nothing switches it off.
-constexpr std::uint8_t kModulePower = 0x80;
+constexpr uint8_t kModulePower = 0x80;
 constexpr ExpanderWiring kPortableExpanders[] = {
     {0x20, kModulePower, 0x00},
 };
@@ -103,8 +103,9 @@ constinit const BoardWiring kKsr7000Wiring{
 const BoardWiring* find_wiring(std::string_view platform)
 {
     for (const BoardWiring* wiring : {&kBenchtopWiring, &kPortableWiring, &kKsr7000Wiring}) {
-        if (wiring->name == platform)
+        if (wiring->name == platform) {
             return wiring;
+        }
     }
     return nullptr;
 }

@@ -1,16 +1,16 @@
 #include "control_server.h"
 
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace sim_control {
 
@@ -46,9 +46,9 @@ private:
         if (count <= 0) {
             return count < 0 && (errno == EAGAIN || errno == EINTR);
         }
-        m_line.append(buffer.data(), static_cast<std::size_t>(count));
-        std::size_t begin = 0;
-        for (std::size_t end = m_line.find('\n'); end != std::string::npos; end = m_line.find('\n', begin)) {
+        m_line.append(buffer.data(), static_cast<size_t>(count));
+        size_t begin = 0;
+        for (size_t end = m_line.find('\n'); end != std::string::npos; end = m_line.find('\n', begin)) {
             m_replies += m_server.m_execute(std::string_view(m_line).substr(begin, end - begin));
             begin = end + 1;
         }
@@ -65,7 +65,7 @@ private:
         if (sent < 0) {
             return errno == EAGAIN || errno == EINTR;
         }
-        m_replies.erase(0, static_cast<std::size_t>(sent));
+        m_replies.erase(0, static_cast<size_t>(sent));
         return true;
     }
 

@@ -1,8 +1,6 @@
 /** A control socket: any number of connections on a path, commands by line. */
-#pragma once
-
-#include "event_loop.h"
-#include "unique_fd.h"
+#ifndef ORVAN_SIM_CONTROL_CONTROL_SERVER_H
+#define ORVAN_SIM_CONTROL_CONTROL_SERVER_H
 
 #include <cstddef>
 #include <functional>
@@ -10,6 +8,9 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+
+#include "event_loop.h"
+#include "unique_fd.h"
 
 namespace sim_control {
 
@@ -21,7 +22,7 @@ public:
     using Execute = std::function<std::string(std::string_view line)>;
 
     /** Longest command line in bytes; a connection that sends a longer one is ended. */
-    static constexpr std::size_t kMaxLine = 1024;
+    static constexpr size_t kMaxLine = 1024;
 
     /**
      * Listens on the path; commands are executed on the loop's thread. A socket that a dead process left
@@ -51,3 +52,5 @@ private:
 };
 
 } // namespace sim_control
+
+#endif

@@ -1,12 +1,12 @@
 #include "event_loop.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <system_error>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace sim_control {
 
@@ -82,15 +82,15 @@ void EventLoop::dispatch()
         return;
     }
     // Sinks append entries while this runs; those have not been polled yet.
-    const std::size_t polled = m_polls.size();
-    for (std::size_t i = 1; i < polled; ++i) {
+    const size_t polled = m_polls.size();
+    for (size_t i = 1; i < polled; ++i) {
         const short revents = m_polls[i].revents;
         if (m_polls[i].fd >= 0 && revents != 0) {
             m_sinks[i]->on_ready(revents);
         }
     }
-    std::size_t kept = 1;
-    for (std::size_t i = 1; i < m_polls.size(); ++i) {
+    size_t kept = 1;
+    for (size_t i = 1; i < m_polls.size(); ++i) {
         if (m_polls[i].fd >= 0) {
             m_polls[kept] = m_polls[i];
             m_sinks[kept] = m_sinks[i];
@@ -120,7 +120,7 @@ void EventLoop::run()
 void EventLoop::stop() noexcept
 {
     const int saved = errno;
-    const std::uint64_t one = 1;
+    const uint64_t one = 1;
     // The counter can only be full when a stop is already waiting to be read.
     [[maybe_unused]] const ssize_t written = write(m_stop.get(), &one, sizeof one);
     errno = saved;

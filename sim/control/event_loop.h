@@ -3,11 +3,8 @@
  *
  * All calls but `stop` belong to the loop's own thread, so nothing that runs on it needs a lock.
  */
-#pragma once
-
-#include "unique_fd.h"
-
-#include <poll.h>
+#ifndef ORVAN_SIM_CONTROL_EVENT_LOOP_H
+#define ORVAN_SIM_CONTROL_EVENT_LOOP_H
 
 #include <chrono>
 #include <cstdint>
@@ -15,6 +12,10 @@
 #include <map>
 #include <utility>
 #include <vector>
+
+#include <poll.h>
+
+#include "unique_fd.h"
 
 namespace sim_control {
 
@@ -30,7 +31,7 @@ public:
 class EventLoop {
 public:
     using Clock = std::chrono::steady_clock;
-    using TimerId = std::uint64_t;
+    using TimerId = uint64_t;
 
     EventLoop();
 
@@ -69,3 +70,5 @@ private:
 };
 
 } // namespace sim_control
+
+#endif

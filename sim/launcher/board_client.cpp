@@ -1,8 +1,8 @@
 #include "board_client.h"
 
-#include "sockets.h"
-
 #include <sys/socket.h>
+
+#include "sockets.h"
 
 namespace orvan_launcher {
 

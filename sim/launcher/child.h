@@ -1,15 +1,16 @@
-#pragma once
-
-#include <unique_fd.h>
+#ifndef ORVAN_SIM_LAUNCHER_CHILD_H
+#define ORVAN_SIM_LAUNCHER_CHILD_H
 
 #include <chrono>
 #include <string>
 
 #include <sys/types.h>
 
+#include <unique_fd.h>
+
 namespace orvan_launcher {
 
-/// A child process that is waited for once, through a descriptor that can be polled.
+/** A child process that is waited for once, through a descriptor that can be polled. */
 class Child {
 public:
     Child() = default;
@@ -19,20 +20,20 @@ public:
 
     bool is_running() const { return static_cast<bool>(m_pidfd); }
     pid_t pid() const { return m_pid; }
-    /// Readable once the process has ended; -1 when there is none.
+    /** Readable once the process has ended; -1 when there is none. */
     int descriptor() const { return m_pidfd.get(); }
 
     void signal(int number) const;
 
-    /// Waits at most that long. True when the process has ended; status() is then valid.
+    /** Waits at most that long. True when the process has ended; status() is then valid. */
     bool reap(std::chrono::milliseconds patience);
 
-    /// Asks with SIGTERM, waits, and then kills.
+    /** Asks with SIGTERM, waits, and then kills. */
     void end(std::chrono::milliseconds patience);
 
-    /// Of the last process, as waitpid gives it.
+    /** Of the last process, as waitpid gives it. */
     int status() const { return m_status; }
-    /// "status 3" or "signal 9 (Killed)".
+    /** "status 3" or "signal 9 (Killed)". */
     std::string how_it_ended() const;
 
 private:
@@ -42,3 +43,5 @@ private:
 };
 
 } // namespace orvan_launcher
+
+#endif

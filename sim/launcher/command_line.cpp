@@ -1,8 +1,8 @@
 #include "command_line.h"
 
-#include "verbs.h"
-
 #include <CLI/CLI.hpp>
+
+#include "verbs.h"
 
 namespace orvan_launcher {
 
@@ -59,7 +59,7 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
     return run;
 }
 
-/// What the service's board is asked; it judges the words by itself.
+/** What the service's board is asked; it judges the words by itself. */
 struct BoardVerb {
     const char* name;
     const char* help;

@@ -1,8 +1,8 @@
 #include "ground.h"
 
-#include "orvan_sandbox/link.h"
-
 #include <sys/socket.h>
+
+#include "orvan_sandbox/link.h"
 
 namespace orvan_launcher {
 

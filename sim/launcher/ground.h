@@ -1,15 +1,16 @@
-#pragma once
-
-#include "orvan_sandbox/sandbox.h"
+#ifndef ORVAN_SIM_LAUNCHER_GROUND_H
+#define ORVAN_SIM_LAUNCHER_GROUND_H
 
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 
+#include "orvan_sandbox/sandbox.h"
+
 namespace orvan_launcher {
 
-/// Where the processes of an instrument run: in the roles of a sandbox, or, without one, all on the host.
+/** Where the processes of an instrument run: in the roles of a sandbox, or, without one, all on the host. */
 class Ground {
 public:
     static orvan_sandbox::Result<Ground> sandboxed(const std::filesystem::path& state, int modules);
@@ -21,18 +22,22 @@ public:
 
     orvan_sandbox::Result<pid_t> spawn(orvan_sandbox::Role role, orvan_sandbox::Command command);
 
-    /// Address that a module's server listens on.
+    /** Address that a module's server listens on. */
     std::string module_address(int module) const;
 
-    /// Takes the module's end of its link down or up, and waits until the controller's end has noticed, a
-    /// second at most as a rule. An error without a sandbox.
+    /**
+     * Takes the module's end of its link down or up, and waits until the controller's end has noticed, a
+     * second at most as a rule. An error without a sandbox.
+     */
     orvan_sandbox::Result<bool> set_link(int module, bool up);
 
-    /// Removes what is in the sandbox's shared memory, as switching the controller off and on does. Nothing
-    /// happens without a sandbox, where that memory is the host's.
+    /**
+     * Removes what is in the sandbox's shared memory, as switching the controller off and on does. Nothing
+     * happens without a sandbox, where that memory is the host's.
+     */
     void clear_shared_memory();
 
-    /// Ends the sandbox and all that is left in it.
+    /** Ends the sandbox and all that is left in it. */
     void end() { m_sandbox.reset(); }
 
 private:
@@ -41,3 +46,5 @@ private:
 };
 
 } // namespace orvan_launcher
+
+#endif

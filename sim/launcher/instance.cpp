@@ -1,8 +1,5 @@
 #include "instance.h"
 
-#include "board_client.h"
-#include "sockets.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -19,6 +16,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "board_client.h"
+#include "sockets.h"
+
 namespace orvan_launcher {
 
 namespace fs = std::filesystem;
@@ -27,10 +27,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kModuleEnd = 3s;   ///< from SIGTERM to SIGKILL
-constexpr auto kServiceEnd = 20s; ///< the same; the service may have to wait for a silent module first
+constexpr auto kModuleEnd = 3s;   /**< from SIGTERM to SIGKILL */
+constexpr auto kServiceEnd = 20s; /**< the same; the service may have to wait for a silent module first */
 
-/// As in the service's unit: Restart=on-failure, RestartSec and RestartPreventExitStatus.
+/** As in the service's unit: Restart=on-failure, RestartSec and RestartPreventExitStatus. */
 constexpr auto kRestartDelay = 5s;
 constexpr int kBadOptions = 2;
 constexpr int kCleanSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
@@ -127,7 +127,7 @@ void Instance::reboot()
     }
 }
 
-/// Sees which processes have ended. The result is there when the program is to end.
+/** Sees which processes have ended. The result is there when the program is to end. */
 std::optional<int> Instance::note_ended()
 {
     for (size_t index = 0; index < m_modules.size(); ++index) {
@@ -190,7 +190,7 @@ void Instance::restart_service_later()
               (m_state / "log/service.log").string() + "; starting it again in " + seconds);
 }
 
-/// As the service manager does with a service that does not feed its watchdog.
+/** As the service manager does with a service that does not feed its watchdog. */
 void Instance::abort_service()
 {
     char seconds[32];
@@ -203,7 +203,7 @@ void Instance::abort_service()
     m_service.signal(SIGCONT); // or one that is stopped would not notice
 }
 
-/// Only a service that is ready and has not been asked to end has to feed it.
+/** Only a service that is ready and has not been asked to end has to feed it. */
 Instance::Clock::time_point Instance::watchdog_deadline() const
 {
     if (m_options.watchdog <= 0 || !m_ready || m_ending || m_rebooting || m_aborted) {
@@ -219,7 +219,7 @@ Result<bool> Instance::restart_service()
     return start_service();
 }
 
-/// Of poll, in milliseconds: until the next thing that this program does by itself.
+/** Of poll, in milliseconds: until the next thing that this program does by itself. */
 int Instance::timeout() const
 {
     const Clock::time_point next = std::min({m_deadline, m_restart, watchdog_deadline()});

@@ -1,11 +1,5 @@
-#pragma once
-
-#include "child.h"
-#include "ground.h"
-#include "instance_record.h"
-#include "models.h"
-#include "registry.h"
-#include "udp_relay.h"
+#ifndef ORVAN_SIM_LAUNCHER_INSTANCE_H
+#define ORVAN_SIM_LAUNCHER_INSTANCE_H
 
 #include <array>
 #include <chrono>
@@ -14,43 +8,57 @@
 #include <string>
 #include <vector>
 
+#include "child.h"
+#include "ground.h"
+#include "instance_record.h"
+#include "models.h"
+#include "registry.h"
+#include "udp_relay.h"
+
 namespace orvan_launcher {
 
 struct RunOptions {
-    std::string model;           ///< empty: that of the state directory, and kNewModel in a new one
-    std::string state;           ///< empty: a temporary directory
-    int scpi_port = 5025;        ///< on the host's loopback, 0 takes a free one
-    int maintenance_port = 7502; ///< the same
-    std::optional<int> modules;  ///< number of modules fitted; as many as the model has channels when not set
+    std::string model;           /**< empty: that of the state directory, and kNewModel in a new one */
+    std::string state;           /**< empty: a temporary directory */
+    int scpi_port = 5025;        /**< on the host's loopback, 0 takes a free one */
+    int maintenance_port = 7502; /**< the same */
+    std::optional<int>
+        modules; /**< number of modules fitted; as many as the model has channels when not set */
     bool use_sandbox = true;
-    bool fallback = false;          ///< go on without a sandbox where the kernel refuses one
-    std::string log_level;          ///< handed to the service when not empty
-    std::vector<std::string> board; ///< verbs for the board at power-on
-    bool restart = true;            ///< start a service again that has failed
-    double watchdog = 30;           ///< of the service, seconds of the world's time as in its unit; 0: none
-    int clock_rate = 1;             ///< how many times faster than the world's the board's clock runs
+    bool fallback = false;          /**< go on without a sandbox where the kernel refuses one */
+    std::string log_level;          /**< handed to the service when not empty */
+    std::vector<std::string> board; /**< verbs for the board at power-on */
+    bool restart = true;            /**< start a service again that has failed */
+    double watchdog = 30; /**< of the service, seconds of the world's time as in its unit; 0: none */
+    int clock_rate = 1;   /**< how many times faster than the world's the board's clock runs */
 };
 
 inline constexpr const char* kNewModel = "OVX3654B";
 
-/// One running virtual instrument: the sandbox, a process for each module, the service, and the sockets by
-/// which they are reached and steered. Runs on one thread, which must not end before it does. SIGINT,
-/// SIGTERM, SIGHUP and SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a
-/// signalfd.
+/**
+ * One running virtual instrument: the sandbox, a process for each module, the service, and the sockets by
+ * which they are reached and steered. Runs on one thread, which must not end before it does. SIGINT,
+ * SIGTERM, SIGHUP and SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a
+ * signalfd.
+ */
 class Instance {
 public:
     Instance(RunOptions options, int signals) : m_options(std::move(options)), m_signals(signals) {}
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
-    /// Ends everything in order: service, modules, sandbox, and then the files. Nothing stays behind but a
-    /// state directory that was named.
+    /**
+     * Ends everything in order: service, modules, sandbox, and then the files. Nothing stays behind but a
+     * state directory that was named.
+     */
     ~Instance();
 
-    /// Sets up everything and starts the processes. It returns without waiting for the service.
+    /** Sets up everything and starts the processes. It returns without waiting for the service. */
     orvan_sandbox::Result<bool> start();
 
-    /// Works until it is asked to end, or the service ends in order, or fails and is not started again. The
-    /// exit status of the program.
+    /**
+     * Works until it is asked to end, or the service ends in order, or fails and is not started again. The
+     * exit status of the program.
+     */
     int loop();
 
 private:
@@ -73,7 +81,7 @@ private:
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
     // instance.cpp: life
-    /// A temporary state takes its logs along; what they tell is shown.
+    /** A temporary state takes its logs along; what they tell is shown. */
     void show_log_that_goes(const std::string& name) const;
     void announce_ready();
     void announce_new_address();
@@ -113,13 +121,13 @@ private:
     std::optional<Registry> m_registry;
     UniqueFd m_lock;
     std::optional<Ground> m_ground;
-    UniqueFd m_listener; ///< on the host's loopback
+    UniqueFd m_listener; /**< on the host's loopback */
     UniqueFd m_notifications;
     UniqueFd m_reboots;
     UniqueFd m_power_switches;
     UniqueFd m_control;
-    UniqueFd m_controller_network; ///< a socket in it, to look at its interfaces
-    std::string m_lan_address;     ///< as it was announced last
+    UniqueFd m_controller_network; /**< a socket in it, to look at its interfaces */
+    std::string m_lan_address;     /**< as it was announced last */
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;
@@ -127,14 +135,16 @@ private:
     bool m_ready = false;
     bool m_announced = false;
     bool m_rebooting = false;
-    bool m_ending = false;   ///< the service, by its own word
-    bool m_aborted = false;  ///< the service, since it did not feed its watchdog
-    std::string m_status;    ///< the service's, by its own word
-    Clock::time_point m_fed; ///< the service's watchdog, last
-    int m_restarts = 0;      ///< of services that failed
+    bool m_ending = false;   /**< the service, by its own word */
+    bool m_aborted = false;  /**< the service, since it did not feed its watchdog */
+    std::string m_status;    /**< the service's, by its own word */
+    Clock::time_point m_fed; /**< the service's watchdog, last */
+    int m_restarts = 0;      /**< of services that failed */
     Clock::time_point m_deadline =
-        Clock::time_point::max();                           ///< of the service: to be ready, or to have ended
-    Clock::time_point m_restart = Clock::time_point::max(); ///< of a service that has failed
+        Clock::time_point::max(); /**< of the service: to be ready, or to have ended */
+    Clock::time_point m_restart = Clock::time_point::max(); /**< of a service that has failed */
 };
 
 } // namespace orvan_launcher
+
+#endif

@@ -1,13 +1,12 @@
-#include "instance.h"
-
-#include "board_client.h"
-#include "module_control.h"
-#include "sockets.h"
-
 #include <csignal>
 #include <sstream>
 
 #include <sys/socket.h>
+
+#include "board_client.h"
+#include "instance.h"
+#include "module_control.h"
+#include "sockets.h"
 
 namespace orvan_launcher {
 
@@ -25,8 +24,10 @@ std::string error_reply(const std::string& text)
 
 } // namespace
 
-/// One connection carries one request, a line, and its reply, which ends with the connection. A client that
-/// is slow to ask is given up, as all else waits meanwhile.
+/**
+ * One connection carries one request, a line, and its reply, which ends with the connection. A client that
+ * is slow to ask is given up, as all else waits meanwhile.
+ */
 void Instance::serve_control()
 {
     const UniqueFd client(accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));

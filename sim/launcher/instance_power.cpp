@@ -1,9 +1,9 @@
-#include "instance.h"
-
 #include <csignal>
 #include <cstdio>
 
 #include <unistd.h>
+
+#include "instance.h"
 
 namespace orvan_launcher {
 
@@ -20,7 +20,7 @@ void Instance::follow_module_power()
     }
 }
 
-/// A module without power is gone from one moment to the next, with its link, and starts anew with power.
+/** A module without power is gone from one moment to the next, with its link, and starts anew with power. */
 void Instance::power_modules(bool on)
 {
     if (on == m_module_power) {

@@ -15,7 +15,7 @@ namespace {
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 using Texts = std::map<std::string, std::string>;
 
-/// Number fields of the record, by the names they have in the file.
+/** Number fields of the record, by the names they have in the file. */
 struct NumberField {
     const char* name;
     int InstanceRecord::*field;

@@ -1,11 +1,3 @@
-#include "instance.h"
-
-#include "models.h"
-#include "module_control.h"
-#include "power_on_verbs.h"
-#include "sockets.h"
-#include "state_lock.h"
-
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -17,6 +9,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "instance.h"
+#include "models.h"
+#include "module_control.h"
+#include "power_on_verbs.h"
+#include "sockets.h"
+#include "state_lock.h"
+
 namespace orvan_launcher {
 
 namespace fs = std::filesystem;
@@ -25,19 +24,21 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kModuleStart = 10s; ///< until a module's control socket answers
-/// Until the service is ready, as in its unit: it waits a minute for its modules, and then asks each for four
-/// things, which costs 40 s for a silent one.
+constexpr auto kModuleStart = 10s; /**< until a module's control socket answers */
+/**
+ * Until the service is ready, as in its unit: it waits a minute for its modules, and then asks each for four
+ * things, which costs 40 s for a silent one.
+ */
 constexpr auto kServiceStart = 300s;
 constexpr auto kPollStep = 10ms;
 
-constexpr const char* kTypePlate = "board/model"; ///< of the state directory
-constexpr const char* kSerial = "100001";         ///< of a new instrument; the factory's own default is none
+constexpr const char* kTypePlate = "board/model"; /**< of the state directory */
+constexpr const char* kSerial = "100001"; /**< of a new instrument; the factory's own default is none */
 
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path);
 
-/// An installation and a build tree both have the programs in one folder.
+/** An installation and a build tree both have the programs in one folder. */
 std::string program(const char* name)
 {
     std::error_code code;
@@ -49,7 +50,8 @@ Error system_error(std::string step)
     return Error{std::move(step), errno, "", "", false};
 }
 
-/// A named pipe that is open for writing, too, so that it never comes to its end; none when it can't be made.
+/** A named pipe that is open for writing, too, so that it never comes to its end; none when it can't be made.
+ */
 UniqueFd make_pipe(const fs::path& path)
 {
     unlink(path.c_str());
@@ -114,7 +116,7 @@ Result<bool> Instance::prepare_state()
     return true;
 }
 
-/// An instrument keeps the model that it was made with: its type plate is the file board/model.
+/** An instrument keeps the model that it was made with: its type plate is the file board/model. */
 Result<bool> Instance::choose_model()
 {
     std::string made;
@@ -138,8 +140,10 @@ Result<bool> Instance::choose_model()
     return true;
 }
 
-/// What production does to a new controller, by the same means: settings with its model and a serial number.
-/// One that has settings already, of whatever kind, is not new.
+/**
+ * What production does to a new controller, by the same means: settings with its model and a serial number.
+ * One that has settings already, of whatever kind, is not new.
+ */
 Result<bool> Instance::produce()
 {
     const bool is_new = !fs::exists(m_state / kTypePlate) && !fs::exists(m_state / "board/eeprom.bin") &&
@@ -310,7 +314,7 @@ Result<bool> Instance::start_module(int number)
     return true;
 }
 
-/// The service on this instrument's board, which is sound, as yet with no options.
+/** The service on this instrument's board, which is sound, as yet with no options. */
 Command Instance::service_command() const
 {
     Command command;

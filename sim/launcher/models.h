@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_LAUNCHER_MODELS_H
+#define ORVAN_SIM_LAUNCHER_MODELS_H
 
 #include <optional>
 #include <string>
@@ -7,14 +8,16 @@
 namespace orvan_launcher {
 
 struct Model {
-    int channels;         ///< 1, 2 or 4
-    const char* platform; ///< "benchtop", "portable" or "ksr7000"
+    int channels;         /**< 1, 2 or 4 */
+    const char* platform; /**< "benchtop", "portable" or "ksr7000" */
 };
 
-/// Nothing when there is no such model.
+/** Nothing when there is no such model. */
 std::optional<Model> find_model(std::string_view name);
 
-/// All model names, in lines of a terminal's width.
+/** All model names, in lines of a terminal's width. */
 std::string list_of_models();
 
 } // namespace orvan_launcher
+
+#endif

@@ -1,8 +1,8 @@
 #include "module_control.h"
 
-#include "sockets.h"
-
 #include <sys/socket.h>
+
+#include "sockets.h"
 
 namespace orvan_launcher {
 

@@ -1,13 +1,13 @@
 #include "registry.h"
 
-#include "instance_record.h"
-#include "state_lock.h"
-
 #include <cerrno>
 #include <cstdlib>
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "instance_record.h"
+#include "state_lock.h"
 
 namespace orvan_launcher {
 
@@ -23,7 +23,7 @@ fs::path folder_from(const char* variable)
     return value != nullptr && *value == '/' ? fs::path(value) : fs::path("/tmp");
 }
 
-/// A temporary directory is removed only when its record and its name both say that it is one.
+/** A temporary directory is removed only when its record and its name both say that it is one. */
 bool is_left_over_temporary(const fs::path& state)
 {
     const auto record = read_record(state);

@@ -28,7 +28,7 @@ sockaddr_in inet_address(const std::string& address, int port)
     return result;
 }
 
-/// The descriptor when the step succeeded, or else a negative value with the step's errno.
+/** The descriptor when the step succeeded, or else a negative value with the step's errno. */
 int keep_if(UniqueFd fd, bool success)
 {
     const int code = errno;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kLargestDatagram = 65536;
 
-/// What is moved in one go from one socket, so that a flood does not keep the caller from its other work.
+/** What is moved in one go from one socket, so that a flood does not keep the caller from its other work. */
 constexpr int kDatagramsInOneGo = 32;
 
 } // namespace

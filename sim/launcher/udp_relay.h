@@ -1,6 +1,5 @@
-#pragma once
-
-#include <unique_fd.h>
+#ifndef ORVAN_SIM_LAUNCHER_UDP_RELAY_H
+#define ORVAN_SIM_LAUNCHER_UDP_RELAY_H
 
 #include <functional>
 #include <string>
@@ -9,25 +8,31 @@
 #include <netinet/in.h>
 #include <poll.h>
 
+#include <unique_fd.h>
+
 namespace orvan_launcher {
 
-/// Carries datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
-/// a socket of its own towards the server, so that replies find their way back; of too many clients, the one
-/// that has been quiet the longest gives its place up. When the server has got another address, clients find
-/// it there with their next datagram.
+/**
+ * Carries datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
+ * a socket of its own towards the server, so that replies find their way back; of too many clients, the one
+ * that has been quiet the longest gives its place up. When the server has got another address, clients find
+ * it there with their next datagram.
+ */
 class UdpRelay {
 public:
     static constexpr size_t kMaxClients = 32;
 
-    /// \param outer    bound socket on the host
-    /// \param where    the server's address; empty while it has none
-    /// \param connect  makes a socket that is connected to the server there; negative when it cannot
+    /**
+     * \param outer    bound socket on the host
+     * \param where    the server's address; empty while it has none
+     * \param connect  makes a socket that is connected to the server there; negative when it cannot
+     */
     UdpRelay(UniqueFd outer, std::function<std::string()> where,
              std::function<int(const std::string&)> connect);
 
-    /// Adds the descriptors to wait for.
+    /** Adds the descriptors to wait for. */
     void add_to(std::vector<pollfd>& waiting) const;
-    /// Moves what has arrived on any of them.
+    /** Moves what has arrived on any of them. */
     void transfer();
 
 private:
@@ -47,3 +52,5 @@ private:
 };
 
 } // namespace orvan_launcher
+
+#endif

@@ -1,15 +1,14 @@
-#include "verbs.h"
+#include <cstdio>
 
 #include "registry.h"
 #include "sockets.h"
-
-#include <cstdio>
+#include "verbs.h"
 
 namespace orvan_launcher {
 
 namespace {
 
-/// Long enough for a module to start.
+/** Long enough for a module to start. */
 constexpr int kPatience = 15;
 
 } // namespace

@@ -1,12 +1,11 @@
-#include "verbs.h"
-
-#include "instance_record.h"
-#include "registry.h"
-
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+
+#include "instance_record.h"
+#include "registry.h"
+#include "verbs.h"
 
 namespace orvan_launcher {
 

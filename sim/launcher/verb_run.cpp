@@ -1,9 +1,9 @@
-#include "verbs.h"
-
 #include <csignal>
 #include <cstdio>
 
 #include <sys/signalfd.h>
+
+#include "verbs.h"
 
 namespace orvan_launcher {
 

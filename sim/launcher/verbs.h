@@ -1,21 +1,24 @@
-#pragma once
-
-#include "instance.h"
+#ifndef ORVAN_SIM_LAUNCHER_VERBS_H
+#define ORVAN_SIM_LAUNCHER_VERBS_H
 
 #include <string>
 #include <vector>
 
+#include "instance.h"
+
 namespace orvan_launcher {
 
-/// The verbs of the program; each result is the exit status. Complaints go to standard error.
+/** The verbs of the program; each result is the exit status. Complaints go to standard error. */
 
 int run_instance(const RunOptions& options);
 
-/// Sends a request to the launcher and prints the reply. 1 when it is refused.
+/** Sends a request to the launcher and prints the reply. 1 when it is refused. */
 int control_instance(const std::string& state, const std::vector<std::string>& words);
 
-/// Runs a command in a role. Its exit status, 128 + signal number, 127 when it cannot be run.
+/** Runs a command in a role. Its exit status, 128 + signal number, 127 when it cannot be run. */
 int execute_inside(const std::string& state, const std::string& role,
                    const std::vector<std::string>& command);
 
 } // namespace orvan_launcher
+
+#endif

@@ -1,27 +1,26 @@
 #include "command_table.h"
 
-#include "data_tables.h"
-#include "firmware.h"
-#include "handlers.h"
-#include "settings_table.h"
-
-#include "scpi/scpi.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
 
+#include "data_tables.h"
+#include "firmware.h"
+#include "handlers.h"
+#include "scpi/scpi.h"
+#include "settings_table.h"
+
 namespace sim_module {
 
 namespace {
 
-constexpr std::int32_t kList = static_cast<std::int32_t>(TableKind::kList);
-constexpr std::int32_t kPattern = static_cast<std::int32_t>(TableKind::kPattern);
-constexpr std::int32_t kUserCorrection = static_cast<std::int32_t>(TableKind::kUserCorrection);
-constexpr std::int32_t kSoftware = static_cast<std::int32_t>(ImageKind::kSoftware);
-constexpr std::int32_t kFpga = static_cast<std::int32_t>(ImageKind::kFpga);
+constexpr int32_t kList = static_cast<int32_t>(TableKind::kList);
+constexpr int32_t kPattern = static_cast<int32_t>(TableKind::kPattern);
+constexpr int32_t kUserCorrection = static_cast<int32_t>(TableKind::kUserCorrection);
+constexpr int32_t kSoftware = static_cast<int32_t>(ImageKind::kSoftware);
+constexpr int32_t kFpga = static_cast<int32_t>(ImageKind::kFpga);
 
 // clang-format off
 constexpr scpi_command_t kCommands[] = {
@@ -108,7 +107,7 @@ struct Table {
 Table build()
 {
     Table table;
-    std::int32_t tag = 0;
+    int32_t tag = 0;
     for (const Setting& setting : settings_table()) {
         if (setting.rows != SettingRows::kQueryOnly) {
             table.rows.push_back({setting.pattern, set_setting, tag});

@@ -1,5 +1,6 @@
 /** The module's SCPI language: the settings of the settings table and the commands that act. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_COMMAND_TABLE_H
+#define ORVAN_SIM_MODULE_COMMAND_TABLE_H
 
 #include "scpi/types.h"
 
@@ -9,3 +10,5 @@ namespace sim_module {
 const scpi_command_t* command_table();
 
 } // namespace sim_module
+
+#endif

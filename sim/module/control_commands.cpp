@@ -1,7 +1,5 @@
 #include "control_commands.h"
 
-#include "parameters.h"
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -10,6 +8,8 @@
 #include <cstdio>
 #include <optional>
 #include <system_error>
+
+#include "parameters.h"
 
 namespace sim_module {
 
@@ -48,7 +48,7 @@ std::string quote(std::string_view printable)
     return text + '"';
 }
 
-std::string ok(std::uint64_t value)
+std::string ok(uint64_t value)
 {
     return "ok " + std::to_string(value) + "\n";
 }
@@ -105,7 +105,7 @@ std::string ControlCommands::set_fault(FaultMode mode, std::string_view argument
         delay = mode == FaultMode::kSlow ? Faults::kDefaultSlow : Faults::kDefaultGap;
     }
     if (!argument.empty()) {
-        const auto number = parse<std::int64_t>(argument);
+        const auto number = parse<int64_t>(argument);
         if (!timed || !number || *number < 0 || *number > Faults::kMaxDelay.count()) {
             return error(timed ? "milliseconds expected, 0 to 600000" : "no argument expected");
         }
@@ -139,16 +139,16 @@ std::string ControlCommands::set_update_fault(std::string_view arguments)
     if (!fault) {
         return error("update up, silent-stream, silent-burn, late or refuse expected");
     }
-    std::uint16_t from = 1;
+    uint16_t from = 1;
     std::chrono::milliseconds late = Firmware::kDefaultLate;
     if (!argument.empty() && *fault == UpdateFault::kSilentStream) {
-        const auto block = parse<std::uint16_t>(argument);
+        const auto block = parse<uint16_t>(argument);
         if (!block) {
             return error("number of a block expected, 0 to 65535");
         }
         from = *block;
     } else if (!argument.empty() && *fault == UpdateFault::kLate) {
-        const auto number = parse<std::int64_t>(argument);
+        const auto number = parse<int64_t>(argument);
         if (!number || *number < 0 || *number > Firmware::kMaxLate.count()) {
             return error("milliseconds expected, 0 to 600000");
         }
@@ -182,16 +182,16 @@ std::string ControlCommands::set_temperature(std::string_view argument)
 
 std::string ControlCommands::list_requests(std::string_view argument) const
 {
-    std::size_t count = m_log.size();
+    size_t count = m_log.size();
     if (!argument.empty()) {
-        const auto wanted = parse<std::size_t>(argument);
+        const auto wanted = parse<size_t>(argument);
         if (!wanted) {
             return error("number of requests expected");
         }
         count = std::min(count, *wanted);
     }
     std::string reply = ok(count);
-    for (std::size_t i = m_log.size() - count; i < m_log.size(); ++i) {
+    for (size_t i = m_log.size() - count; i < m_log.size(); ++i) {
         reply += m_log.line(i);
         reply += '\n';
     }

@@ -17,17 +17,18 @@
  *
  * Replies: "ok", "ok <value>", "error <text>"; `log` gives "ok <n>" and n lines behind it, oldest first.
  */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_CONTROL_COMMANDS_H
+#define ORVAN_SIM_MODULE_CONTROL_COMMANDS_H
+
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "faults.h"
 #include "firmware_port.h"
 #include "instrument.h"
 #include "request_log.h"
 #include "scpi_server.h"
-
-#include <optional>
-#include <string>
-#include <string_view>
 
 namespace sim_module {
 
@@ -60,3 +61,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

@@ -1,8 +1,8 @@
 #include "data_store.h"
 
-#include "scpi/error.h"
-
 #include <algorithm>
+
+#include "scpi/error.h"
 
 namespace sim_module {
 
@@ -28,7 +28,7 @@ DataStore::Table& DataStore::table(TableKind kind)
     return tables.tables[tables.selected];
 }
 
-std::size_t DataStore::rows(TableKind kind)
+size_t DataStore::rows(TableKind kind)
 {
     return table(kind).size() / table_shape(kind).columns.size();
 }
@@ -50,7 +50,7 @@ int DataStore::store(TableKind kind, const std::string& name)
     if (name.empty()) {
         return SCPI_ERROR_FILE_NAME;
     }
-    const auto files_of_kind = static_cast<std::size_t>(std::count_if(
+    const auto files_of_kind = static_cast<size_t>(std::count_if(
         m_files.begin(), m_files.end(), [kind](const auto& file) { return file.first.first == kind; }));
     if (!m_files.contains({kind, name}) && files_of_kind >= kMaxTables) {
         return SCPI_ERROR_MEDIA_FULL;
@@ -81,7 +81,7 @@ int DataStore::remove_file(TableKind kind, const std::string& name)
 
 int DataStore::remove_files(const std::string& name)
 {
-    const std::size_t removed =
+    const size_t removed =
         std::erase_if(m_files, [&name](const auto& file) { return file.first.second == name; });
     return removed == 0 ? SCPI_ERROR_FILE_NAME_NOT_FOUND : 0;
 }
@@ -97,7 +97,7 @@ std::vector<std::string> DataStore::catalog(TableKind kind) const
     return names;
 }
 
-int DataStore::size(const std::string& name, std::size_t& bytes) const
+int DataStore::size(const std::string& name, size_t& bytes) const
 {
     for (const TableKind kind : kTableKinds) {
         if (const auto file = m_files.find({kind, name}); file != m_files.end()) {

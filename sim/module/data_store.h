@@ -3,9 +3,8 @@
  *
  * Results are 0 or the number of the SCPI error that refuses the operation (SCPI-99 21.8).
  */
-#pragma once
-
-#include "data_tables.h"
+#ifndef ORVAN_SIM_MODULE_DATA_STORE_H
+#define ORVAN_SIM_MODULE_DATA_STORE_H
 
 #include <array>
 #include <cstddef>
@@ -15,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "data_tables.h"
+
 namespace sim_module {
 
 class DataStore {
@@ -23,10 +24,10 @@ public:
     using Table = std::vector<double>;
 
     /** Named tables of a kind in memory, and files of a kind: what a catalog can name in one reply. */
-    static constexpr std::size_t kMaxTables = 50;
+    static constexpr size_t kMaxTables = 50;
 
     /** Longest name in characters. */
-    static constexpr std::size_t kMaxName = 31;
+    static constexpr size_t kMaxName = 31;
 
     /** Forgets everything in memory. The files stay. */
     void reset();
@@ -37,7 +38,7 @@ public:
     int define(TableKind kind, const std::string& name);
     const std::string& selected(TableKind kind) const { return memory(kind).selected; }
     Table& table(TableKind kind);
-    std::size_t rows(TableKind kind);
+    size_t rows(TableKind kind);
 
     /** Removes a table; if it was the selected one, the one without a name is. -224 for no such table. */
     int erase(TableKind kind, const std::string& name);
@@ -63,7 +64,7 @@ public:
     std::vector<std::string> catalog(TableKind kind) const;
 
     /** Bytes of the file of that name, a list ahead of a pattern ahead of a user correction. -256. */
-    int size(const std::string& name, std::size_t& bytes) const;
+    int size(const std::string& name, size_t& bytes) const;
 
 private:
     struct Memory {
@@ -71,11 +72,13 @@ private:
         std::string selected;
     };
 
-    Memory& memory(TableKind kind) { return m_memory[static_cast<std::size_t>(kind)]; }
-    const Memory& memory(TableKind kind) const { return m_memory[static_cast<std::size_t>(kind)]; }
+    Memory& memory(TableKind kind) { return m_memory[static_cast<size_t>(kind)]; }
+    const Memory& memory(TableKind kind) const { return m_memory[static_cast<size_t>(kind)]; }
 
     std::array<Memory, kTableKinds.size()> m_memory;
     std::map<std::pair<TableKind, std::string>, Table> m_files;
 };
 
 } // namespace sim_module
+
+#endif

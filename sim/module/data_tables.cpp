@@ -32,7 +32,7 @@ constexpr TableShape kShapes[] = {
 
 const TableShape& table_shape(TableKind kind)
 {
-    return kShapes[static_cast<std::size_t>(kind)];
+    return kShapes[static_cast<size_t>(kind)];
 }
 
 } // namespace sim_module

@@ -1,11 +1,12 @@
 /** Shapes of the tabular data: the columns of a list, of a pattern and of a user correction. */
-#pragma once
-
-#include "settings_table.h"
+#ifndef ORVAN_SIM_MODULE_DATA_TABLES_H
+#define ORVAN_SIM_MODULE_DATA_TABLES_H
 
 #include <array>
 #include <cstddef>
 #include <span>
+
+#include "settings_table.h"
 
 namespace sim_module {
 
@@ -18,9 +19,11 @@ inline constexpr int kMaxListRows = 4096;
 
 struct TableShape {
     std::span<const Range> columns;
-    std::size_t max_rows;
+    size_t max_rows;
 };
 
 const TableShape& table_shape(TableKind kind);
 
 } // namespace sim_module
+
+#endif

@@ -25,9 +25,9 @@ constexpr std::array kFaultNames = {
 std::string lengthen(std::string reply)
 {
     static constexpr std::string_view kEnd = "+OK\r\n";
-    const std::size_t end = reply.ends_with(kEnd) ? reply.size() - kEnd.size() : reply.size();
+    const size_t end = reply.ends_with(kEnd) ? reply.size() - kEnd.size() : reply.size();
     if (reply.size() + 1 < Faults::kLongReply) {
-        const std::size_t filler = Faults::kLongReply - reply.size() - 1;
+        const size_t filler = Faults::kLongReply - reply.size() - 1;
         reply.insert(end, std::string(filler, 'x') + ";");
     }
     return reply;

@@ -2,7 +2,8 @@
  * How the module misbehaves on its connections. It stands between the SCPI server's transport and the
  * instrument; the instrument knows nothing of it.
  */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_FAULTS_H
+#define ORVAN_SIM_MODULE_FAULTS_H
 
 #include <chrono>
 #include <cstddef>
@@ -14,13 +15,13 @@
 namespace sim_module {
 
 enum class FaultMode {
-    kUp,     ///< none: a reply is one write, at once
-    kSilent, ///< requests are taken, and neither executed nor answered
-    kRefuse, ///< the port is closed
-    kClose,  ///< connections are accepted and ended without a word; nothing is executed
-    kSlow,   ///< each reply comes late
-    kSplit,  ///< each reply comes in two pieces with a pause between them
-    kLong,   ///< each reply is longer than a controller's buffer
+    kUp,     /**< none: a reply is one write, at once */
+    kSilent, /**< requests are taken, and neither executed nor answered */
+    kRefuse, /**< the port is closed */
+    kClose,  /**< connections are accepted and ended without a word; nothing is executed */
+    kSlow,   /**< each reply comes late */
+    kSplit,  /**< each reply comes in two pieces with a pause between them */
+    kLong,   /**< each reply is longer than a controller's buffer */
 };
 
 /** A piece of a reply: sent in one write, `delay` after the piece ahead of it. */
@@ -36,7 +37,7 @@ public:
     static constexpr std::chrono::milliseconds kMaxDelay{600'000};
 
     /** Bytes of a reply in mode kLong. */
-    static constexpr std::size_t kLongReply = 5000;
+    static constexpr size_t kLongReply = 5000;
 
     void set(FaultMode mode, std::chrono::milliseconds delay = {});
 
@@ -62,3 +63,5 @@ std::string_view fault_name(FaultMode mode);
 std::optional<FaultMode> fault_by_name(std::string_view name);
 
 } // namespace sim_module
+
+#endif

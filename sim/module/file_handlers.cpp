@@ -1,12 +1,10 @@
-#include "handlers.h"
-
-#include "table_parameters.h"
-
-#include "scpi/scpi.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "handlers.h"
+#include "scpi/scpi.h"
+#include "table_parameters.h"
 
 namespace sim_module {
 
@@ -61,13 +59,13 @@ scpi_result_t delete_all_files(scpi_t* context)
 
 scpi_result_t query_file_size(scpi_t* context)
 {
-    std::size_t bytes = 0;
+    size_t bytes = 0;
     const scpi_result_t result =
         with_name(context, [&bytes](DataStore& store, TableKind, const std::string& name) {
             return store.size(name, bytes);
         });
     if (result == SCPI_RES_OK) {
-        SCPI_ResultUInt64(context, static_cast<std::uint64_t>(bytes));
+        SCPI_ResultUInt64(context, static_cast<uint64_t>(bytes));
     }
     return result;
 }

@@ -11,22 +11,22 @@ constexpr std::array<std::string_view, Firmware::kKinds> kImageNames = {"softwar
 constexpr std::array<std::string_view, 5> kFaultNames = {"up", "silent-stream", "silent-burn", "late",
                                                          "refuse"};
 
-std::uint32_t crc32_of(std::string_view bytes)
+uint32_t crc32_of(std::string_view bytes)
 {
     const Crc32Utils& crc32 = *Crc32Utils::getInstance();
     return crc32.crc32_signoff(crc32.calculate_crc32(
-        crc32.crc32_init(), reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+        crc32.crc32_init(), reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
 }
 
 } // namespace
 
 void Firmware::store(ImageKind kind, std::string_view bytes)
 {
-    Image& image = m_images[static_cast<std::size_t>(kind)];
+    Image& image = m_images[static_cast<size_t>(kind)];
     image = {bytes.size(), crc32_of(bytes), image.stored + 1};
 }
 
-void Firmware::set_fault(UpdateFault fault, std::uint16_t from, std::chrono::milliseconds late)
+void Firmware::set_fault(UpdateFault fault, uint16_t from, std::chrono::milliseconds late)
 {
     m_fault = fault;
     m_from = from;
@@ -35,17 +35,17 @@ void Firmware::set_fault(UpdateFault fault, std::uint16_t from, std::chrono::mil
 
 std::string_view image_name(ImageKind kind)
 {
-    return kImageNames[static_cast<std::size_t>(kind)];
+    return kImageNames[static_cast<size_t>(kind)];
 }
 
 std::string_view update_fault_name(UpdateFault fault)
 {
-    return kFaultNames[static_cast<std::size_t>(fault)];
+    return kFaultNames[static_cast<size_t>(fault)];
 }
 
 std::optional<UpdateFault> update_fault_by_name(std::string_view name)
 {
-    for (std::size_t i = 0; i < kFaultNames.size(); ++i) {
+    for (size_t i = 0; i < kFaultNames.size(); ++i) {
         if (kFaultNames[i] == name) {
             return static_cast<UpdateFault>(i);
         }

@@ -2,7 +2,8 @@
  * The images that a module was updated with, and how it misbehaves when one comes. An image is kept as its
  * length and checksum; nothing looks into it.
  */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_FIRMWARE_H
+#define ORVAN_SIM_MODULE_FIRMWARE_H
 
 #include <array>
 #include <chrono>
@@ -14,45 +15,42 @@
 namespace sim_module {
 
 enum class ImageKind {
-    kSoftware, ///< of ":SYSTem:UPDate:SOFTware"
-    kFpga,     ///< of ":SYSTem:UPDate:FPGA"
-    kProgram,  ///< of a stream on the firmware port
+    kSoftware, /**< of ":SYSTem:UPDate:SOFTware" */
+    kFpga,     /**< of ":SYSTem:UPDate:FPGA" */
+    kProgram,  /**< of a stream on the firmware port */
 };
 
 enum class UpdateFault {
-    kUp,           ///< none
-    kSilentStream, ///< frames from a block on are neither taken nor acknowledged
-    kSilentBurn,   ///< a stream is acknowledged and never burnt
-    kLate,         ///< each acknowledgement, frame of the burning and reply comes late
-    kRefuse,       ///< no image is taken: error -250, or a final frame with an error code
+    kUp,           /**< none */
+    kSilentStream, /**< frames from a block on are neither taken nor acknowledged */
+    kSilentBurn,   /**< a stream is acknowledged and never burnt */
+    kLate,         /**< each acknowledgement, frame of the burning and reply comes late */
+    kRefuse,       /**< no image is taken: error -250, or a final frame with an error code */
 };
 
 class Firmware {
 public:
-    static constexpr std::size_t kKinds = 3;
+    static constexpr size_t kKinds = 3;
     static constexpr std::chrono::milliseconds kDefaultLate{2500};
     static constexpr std::chrono::milliseconds kMaxLate{600'000};
 
     struct Image {
-        std::size_t size = 0;
-        std::uint32_t crc32 = 0;
-        unsigned stored = 0; ///< how often one was
+        size_t size = 0;
+        uint32_t crc32 = 0;
+        unsigned stored = 0; /**< how often one was */
     };
 
     void store(ImageKind kind, std::string_view bytes);
-    const Image& image(ImageKind kind) const { return m_images[static_cast<std::size_t>(kind)]; }
+    const Image& image(ImageKind kind) const { return m_images[static_cast<size_t>(kind)]; }
 
     /** @param from of kSilentStream: the first block that is not acknowledged
      *  @param late of kLate */
-    void set_fault(UpdateFault fault, std::uint16_t from = 1, std::chrono::milliseconds late = {});
+    void set_fault(UpdateFault fault, uint16_t from = 1, std::chrono::milliseconds late = {});
     UpdateFault fault() const { return m_fault; }
 
     bool refuses() const { return m_fault == UpdateFault::kRefuse; }
     bool burns() const { return m_fault != UpdateFault::kSilentBurn; }
-    bool takes_block(std::uint16_t block) const
-    {
-        return m_fault != UpdateFault::kSilentStream || block < m_from;
-    }
+    bool takes_block(uint16_t block) const { return m_fault != UpdateFault::kSilentStream || block < m_from; }
 
     /** Whether an image in a request is taken and answered at all. */
     bool takes_request() const
@@ -66,7 +64,7 @@ public:
 private:
     std::array<Image, kKinds> m_images{};
     UpdateFault m_fault = UpdateFault::kUp;
-    std::uint16_t m_from = 1;
+    uint16_t m_from = 1;
     std::chrono::milliseconds m_late{0};
 };
 
@@ -78,3 +76,5 @@ std::string_view update_fault_name(UpdateFault fault);
 std::optional<UpdateFault> update_fault_by_name(std::string_view name);
 
 } // namespace sim_module
+
+#endif

@@ -1,13 +1,13 @@
 #include "firmware_port.h"
 
-#include "socket_name.h"
+#include <algorithm>
+#include <cstring>
 
 #include <arpa/inet.h>
 #include <endian.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <cstring>
+#include "socket_name.h"
 
 namespace sim_module {
 
@@ -15,7 +15,7 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-constexpr std::uint16_t kFinal = 0xFFFF; // stateMode
+constexpr uint16_t kFinal = 0xFFFF; // stateMode
 
 UniqueFd udp_socket()
 {
@@ -28,7 +28,7 @@ UniqueFd udp_socket()
 
 } // namespace
 
-FirmwarePort::FirmwarePort(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
+FirmwarePort::FirmwarePort(sim_control::EventLoop& loop, const std::string& address, uint16_t port,
                            Firmware& firmware)
     : m_loop(loop), m_firmware(firmware), m_socket(udp_socket()),
       m_port(bind_socket(m_socket.get(), address, port))
@@ -59,7 +59,7 @@ void FirmwarePort::on_ready(short)
     if (count < 0 || m_away || !m_firmware.takes_block(ntohs(frame.block))) {
         return;
     }
-    const auto length = static_cast<std::size_t>(count);
+    const auto length = static_cast<size_t>(count);
     const FirmwareStream::Step step = m_stream.take(frame, length);
     if (step == FirmwareStream::Step::kIgnored) {
         return;
@@ -79,7 +79,7 @@ void FirmwarePort::on_ready(short)
     }
 }
 
-void FirmwarePort::answer(const Frame& frame, std::size_t length)
+void FirmwarePort::answer(const Frame& frame, size_t length)
 {
     const auto send = [this, frame, length, peer = m_peer] {
         // What does not get through is lost, as on any network.
@@ -110,14 +110,14 @@ void FirmwarePort::acknowledge()
     answer(frame, ACK_ONLY_LEN);
 }
 
-void FirmwarePort::burn(std::uint16_t percent)
+void FirmwarePort::burn(uint16_t percent)
 {
     m_burning = m_loop.after(kBurnStep, [this, percent] {
         Frame frame = frame_back();
         frame.block = htons(percent);
         answer(frame, FRMHEADERLEN);
         if (percent < 100) {
-            burn(static_cast<std::uint16_t>(percent + 10));
+            burn(static_cast<uint16_t>(percent + 10));
             return;
         }
         m_firmware.store(ImageKind::kProgram, m_stream.image());
@@ -125,7 +125,7 @@ void FirmwarePort::burn(std::uint16_t percent)
     });
 }
 
-void FirmwarePort::finish(std::uint32_t error, std::string_view text)
+void FirmwarePort::finish(uint32_t error, std::string_view text)
 {
     Frame frame = frame_back();
     frame.size = htons(EOD);

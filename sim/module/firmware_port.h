@@ -11,21 +11,22 @@
  * `opcode` and `mac` are those of the frame that is answered. The errors: IF_ERROR_INV_LENGTH for an image
  * that is empty or has gaps, IF_ERROR_INV_BIN_HEADER_FORMAT for one that is refused.
  */
-#pragma once
-
-#include "control/event_loop.h"
-#include "firmware.h"
-#include "firmware_stream.h"
-#include "maintenance_frame.h"
-#include "unique_fd.h"
-
-#include <netinet/in.h>
+#ifndef ORVAN_SIM_MODULE_FIRMWARE_PORT_H
+#define ORVAN_SIM_MODULE_FIRMWARE_PORT_H
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+#include <netinet/in.h>
+
+#include "control/event_loop.h"
+#include "firmware.h"
+#include "firmware_stream.h"
+#include "maintenance_frame.h"
+#include "unique_fd.h"
 
 namespace sim_module {
 
@@ -39,14 +40,13 @@ public:
      * @param port    0 for one that the system chooses
      * @throws std::system_error when the address cannot be had
      */
-    FirmwarePort(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
-                 Firmware& firmware);
+    FirmwarePort(sim_control::EventLoop& loop, const std::string& address, uint16_t port, Firmware& firmware);
     ~FirmwarePort() override;
 
     FirmwarePort(const FirmwarePort&) = delete;
     FirmwarePort& operator=(const FirmwarePort&) = delete;
 
-    std::uint16_t port() const { return m_port; }
+    uint16_t port() const { return m_port; }
 
     /** While away nobody is answered; what was under way is forgotten. */
     void set_away(bool away);
@@ -55,16 +55,16 @@ private:
     using Frame = HaldeElec::Orvan::HALDE_PACKET;
 
     void on_ready(short revents) override;
-    void answer(const Frame& frame, std::size_t length);
+    void answer(const Frame& frame, size_t length);
     void acknowledge();
-    void burn(std::uint16_t percent);
-    void finish(std::uint32_t error, std::string_view text);
+    void burn(uint16_t percent);
+    void finish(uint32_t error, std::string_view text);
     Frame frame_back() const;
 
     sim_control::EventLoop& m_loop;
     Firmware& m_firmware;
     UniqueFd m_socket;
-    std::uint16_t m_port;
+    uint16_t m_port;
     FirmwareStream m_stream;
     Frame m_frame{};      // the one at work; behind the last one of a stream, that
     sockaddr_in m_peer{}; // where it came from
@@ -73,3 +73,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

@@ -13,7 +13,7 @@ void FirmwareStream::reset()
     m_ended = false;
 }
 
-FirmwareStream::Step FirmwareStream::end(std::uint16_t block)
+FirmwareStream::Step FirmwareStream::end(uint16_t block)
 {
     if (m_ended) {
         return Step::kTaken; // repeated
@@ -26,13 +26,13 @@ FirmwareStream::Step FirmwareStream::end(std::uint16_t block)
     return Step::kComplete;
 }
 
-FirmwareStream::Step FirmwareStream::take(const HALDE_PACKET& frame, std::size_t length)
+FirmwareStream::Step FirmwareStream::take(const HALDE_PACKET& frame, size_t length)
 {
     if (length < FRMHEADERLEN || std::string_view(frame.opcode, kOpcodeLength) != kOpcodeModule) {
         return Step::kIgnored;
     }
-    const std::uint16_t block = ntohs(frame.block);
-    const std::uint16_t size = ntohs(frame.size);
+    const uint16_t block = ntohs(frame.block);
+    const uint16_t size = ntohs(frame.size);
     if (size == EOD) {
         return end(block);
     }

@@ -1,12 +1,10 @@
-#include "handlers.h"
-
-#include "table_parameters.h"
-
-#include "scpi/scpi.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <map>
+
+#include "handlers.h"
+#include "scpi/scpi.h"
+#include "table_parameters.h"
 
 namespace sim_module {
 
@@ -23,7 +21,7 @@ DataStore::Table& pairs_of(scpi_t* context)
 DataStore::Table in_order(const DataStore::Table& pairs)
 {
     std::map<double, double> by_frequency;
-    for (std::size_t i = 0; i < pairs.size(); i += 2) {
+    for (size_t i = 0; i < pairs.size(); i += 2) {
         by_frequency[pairs[i]] = pairs[i + 1];
     }
     DataStore::Table sorted;
@@ -64,12 +62,12 @@ scpi_result_t set_flatness_pair(scpi_t* context)
 scpi_result_t query_flatness_pair(scpi_t* context)
 {
     const DataStore::Table& pairs = pairs_of(context);
-    std::uint32_t number = static_cast<std::uint32_t>(pairs.size() / 2);
+    uint32_t number = static_cast<uint32_t>(pairs.size() / 2);
     if (!SCPI_ParamUInt32(context, &number, false)) {
         if (SCPI_ParamErrorOccurred(context)) {
             return SCPI_RES_ERR;
         }
-        number = static_cast<std::uint32_t>(pairs.size() / 2);
+        number = static_cast<uint32_t>(pairs.size() / 2);
     }
     if (!end_of_parameters(context)) {
         return SCPI_RES_ERR;
@@ -84,7 +82,7 @@ scpi_result_t query_flatness_pair(scpi_t* context)
 
 scpi_result_t set_flatness_points(scpi_t* context)
 {
-    std::uint32_t count = 0;
+    uint32_t count = 0;
     if (!SCPI_ParamUInt32(context, &count, true) || !end_of_parameters(context)) {
         return SCPI_RES_ERR;
     }

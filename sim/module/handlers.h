@@ -2,13 +2,13 @@
  * The handlers of the command table. Each takes the parser's context and gives SCPI_RES_OK or SCPI_RES_ERR;
  * an error is in the queue when it gives the latter. A refused command changes nothing.
  */
-#pragma once
-
-#include "model.h"
-
-#include "scpi/types.h"
+#ifndef ORVAN_SIM_MODULE_HANDLERS_H
+#define ORVAN_SIM_MODULE_HANDLERS_H
 
 #include <string>
+
+#include "model.h"
+#include "scpi/types.h"
 
 namespace sim_module {
 
@@ -21,17 +21,17 @@ scpi_result_t query_setting(scpi_t* context);
 
 // Tag: a TableKind.
 
-scpi_result_t define_table(scpi_t* context); ///< "name"
+scpi_result_t define_table(scpi_t* context); /**< "name" */
 scpi_result_t query_defined_table(scpi_t* context);
-scpi_result_t set_table_data(scpi_t* context); ///< all rows of the selected table, value by value
-scpi_result_t delete_table(scpi_t* context);   ///< "name"
+scpi_result_t set_table_data(scpi_t* context); /**< all rows of the selected table, value by value */
+scpi_result_t delete_table(scpi_t* context);   /**< "name" */
 scpi_result_t delete_all_tables(scpi_t* context);
 scpi_result_t reverse_list(scpi_t* context);
 
-scpi_result_t catalog_files(scpi_t* context); ///< the names, or one empty string
-scpi_result_t store_file(scpi_t* context);    ///< "name"
-scpi_result_t load_file(scpi_t* context);     ///< "name"
-scpi_result_t delete_file(scpi_t* context);   ///< "name"
+scpi_result_t catalog_files(scpi_t* context); /**< the names, or one empty string */
+scpi_result_t store_file(scpi_t* context);    /**< "name" */
+scpi_result_t load_file(scpi_t* context);     /**< "name" */
+scpi_result_t delete_file(scpi_t* context);   /**< "name" */
 
 // Tag: an ImageKind.
 
@@ -40,22 +40,22 @@ scpi_result_t take_image(scpi_t* context);
 
 // Without a tag.
 
-scpi_result_t restart(scpi_t* context); ///< the module answers, and is gone for a while
+scpi_result_t restart(scpi_t* context); /**< the module answers, and is gone for a while */
 
-scpi_result_t delete_file_of_any_kind(scpi_t* context); ///< "name"
+scpi_result_t delete_file_of_any_kind(scpi_t* context); /**< "name" */
 scpi_result_t delete_all_files(scpi_t* context);
-scpi_result_t query_file_size(scpi_t* context); ///< "name"
+scpi_result_t query_file_size(scpi_t* context); /**< "name" */
 
-scpi_result_t set_flatness_pair(scpi_t* context);   ///< frequency, correction; replaces that frequency's
-scpi_result_t query_flatness_pair(scpi_t* context); ///< number of the pair from 1, the last without one
-scpi_result_t set_flatness_points(scpi_t* context); ///< keeps that many pairs, the lowest frequencies
+scpi_result_t set_flatness_pair(scpi_t* context);   /**< frequency, correction; replaces that frequency's */
+scpi_result_t query_flatness_pair(scpi_t* context); /**< number of the pair from 1, the last without one */
+scpi_result_t set_flatness_points(scpi_t* context); /**< keeps that many pairs, the lowest frequencies */
 scpi_result_t query_flatness_points(scpi_t* context);
-scpi_result_t set_flatness_data(scpi_t* context); ///< all pairs: frequency, correction, frequency, ...
-scpi_result_t preset_flatness(scpi_t* context);   ///< removes all pairs
+scpi_result_t set_flatness_data(scpi_t* context); /**< all pairs: frequency, correction, frequency, ... */
+scpi_result_t preset_flatness(scpi_t* context);   /**< removes all pairs */
 
-scpi_result_t set_clock(scpi_t* context); ///< year, month, day, hour, minute, second
+scpi_result_t set_clock(scpi_t* context); /**< year, month, day, hour, minute, second */
 scpi_result_t query_temperature(scpi_t* context);
-scpi_result_t trigger(scpi_t* context); ///< -211 unless the trigger source is BUS
+scpi_result_t trigger(scpi_t* context); /**< -211 unless the trigger source is BUS */
 scpi_result_t self_test(scpi_t* context);
 
 // The texts of the identity.
@@ -65,3 +65,5 @@ template <std::string Identity::*field>
 scpi_result_t query_identity(scpi_t* context);
 
 } // namespace sim_module
+
+#endif

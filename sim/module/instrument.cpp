@@ -1,12 +1,11 @@
 #include "instrument.h"
 
-#include "command_table.h"
-
-#include "scpi/scpi.h"
-
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
+
+#include "command_table.h"
+#include "scpi/scpi.h"
 
 namespace sim_module {
 
@@ -44,7 +43,7 @@ Instrument::Instrument(Identity identity, const Temperature& temperature)
     // Messages are executed in place with SCPI_Parse, so the context needs no input buffer of its own.
     SCPI_Init(&m_context, command_table(), &kInterface, scpi_units_def, m_identity.manufacturer.c_str(),
               m_identity.model.c_str(), m_identity.serial.c_str(), m_identity.firmware.c_str(), nullptr, 0,
-              m_error_queue.data(), static_cast<std::int16_t>(m_error_queue.size()));
+              m_error_queue.data(), static_cast<int16_t>(m_error_queue.size()));
     m_context.user_context = this;
 }
 
@@ -131,13 +130,13 @@ std::string Instrument::finish_reply()
     return std::exchange(m_reply, {});
 }
 
-std::size_t Instrument::write(scpi_t* context, const char* data, std::size_t len)
+size_t Instrument::write(scpi_t* context, const char* data, size_t len)
 {
     instrument_of(context).add_field({data, len});
     return len;
 }
 
-int Instrument::error(scpi_t* context, std::int_fast16_t number)
+int Instrument::error(scpi_t* context, int_fast16_t number)
 {
     char line[320];
     std::snprintf(line, sizeof line, "-ERR %d, \"%s\"", static_cast<int>(number),

@@ -2,16 +2,8 @@
  * The instrument behind the SCPI port: one set of settings, one error queue, one set of status registers,
  * whichever connection a request comes on.
  */
-#pragma once
-
-#include "data_store.h"
-#include "firmware.h"
-#include "model.h"
-#include "scpi_server.h"
-#include "settings.h"
-#include "temperature.h"
-
-#include "scpi/types.h"
+#ifndef ORVAN_SIM_MODULE_INSTRUMENT_H
+#define ORVAN_SIM_MODULE_INSTRUMENT_H
 
 #include <array>
 #include <chrono>
@@ -22,14 +14,22 @@
 #include <string>
 #include <string_view>
 
+#include "data_store.h"
+#include "firmware.h"
+#include "model.h"
+#include "scpi/types.h"
+#include "scpi_server.h"
+#include "settings.h"
+#include "temperature.h"
+
 namespace sim_module {
 
 class Instrument : public RequestExecutor {
 public:
     /** Longest reply in bytes, line end included: what a controller reads of one. */
-    static constexpr std::size_t kMaxReply = 4096;
+    static constexpr size_t kMaxReply = 4096;
 
-    static constexpr std::size_t kErrorQueueLength = 32;
+    static constexpr size_t kErrorQueueLength = 32;
 
     /** @throws std::invalid_argument for a model that is none of the family */
     explicit Instrument(Identity identity, const Temperature& temperature = Temperature());
@@ -72,19 +72,19 @@ public:
 
     /** Of ":SYSTem:RESTart". The reply still goes out. */
     void restart();
-    std::uint64_t restarts() const { return m_restarts; }
+    uint64_t restarts() const { return m_restarts; }
 
     /** Counts a trigger of "*TRG". */
     void trigger() { ++m_triggers; }
-    std::uint64_t triggers() const { return m_triggers; }
+    uint64_t triggers() const { return m_triggers; }
 
     /** The date and time of ":SYSTem:CLOCk", ISO 8601; empty until it was set. */
     void set_clock(std::string clock) { m_clock = std::move(clock); }
     const std::string& clock() const { return m_clock; }
 
 private:
-    static std::size_t write(scpi_t* context, const char* data, std::size_t len);
-    static int error(scpi_t* context, std::int_fast16_t number);
+    static size_t write(scpi_t* context, const char* data, size_t len);
+    static int error(scpi_t* context, int_fast16_t number);
     static scpi_result_t reset_callback(scpi_t* context);
 
     void add_field(std::string_view field);
@@ -99,8 +99,8 @@ private:
     Firmware m_firmware;
     bool m_brought_image = false; // the request at work
     std::function<void()> m_restart_action;
-    std::uint64_t m_restarts = 0;
-    std::uint64_t m_triggers = 0;
+    uint64_t m_restarts = 0;
+    uint64_t m_triggers = 0;
     std::string m_clock;
 
     scpi_t m_context;
@@ -113,3 +113,5 @@ private:
 Instrument& instrument_of(scpi_t* context);
 
 } // namespace sim_module
+
+#endif

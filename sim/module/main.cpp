@@ -1,11 +1,11 @@
-#include "module.h"
-#include "options.h"
-
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+
+#include "module.h"
+#include "options.h"
 
 namespace {
 

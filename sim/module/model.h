@@ -1,5 +1,6 @@
 /** What a module tells of itself, and what its model decides. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_MODEL_H
+#define ORVAN_SIM_MODULE_MODEL_H
 
 #include <optional>
 #include <string>
@@ -22,11 +23,13 @@ struct Identity {
 
 /** What the model decides of a module's ranges. */
 struct ModelLimits {
-    double highest_frequency; ///< Hz
-    double lowest_power;      ///< dBm
+    double highest_frequency; /**< Hz */
+    double lowest_power;      /**< dBm */
 };
 
 /** Nothing for a model that is none of the family. */
 std::optional<ModelLimits> model_limits(std::string_view model);
 
 } // namespace sim_module
+
+#endif

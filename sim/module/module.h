@@ -1,5 +1,11 @@
 /** A whole module: the instrument, its SCPI and firmware ports, its faults and its control socket. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_MODULE_H
+#define ORVAN_SIM_MODULE_MODULE_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
 
 #include "control/control_server.h"
 #include "control/event_loop.h"
@@ -10,11 +16,6 @@
 #include "options.h"
 #include "request_log.h"
 #include "scpi_server.h"
-
-#include <chrono>
-#include <cstdint>
-#include <optional>
-#include <string>
 
 namespace sim_module {
 
@@ -34,10 +35,10 @@ public:
     void stop() noexcept { m_loop.stop(); }
 
     const std::string& address() const { return m_server.address(); }
-    std::uint16_t port() const { return m_server.port(); }
+    uint16_t port() const { return m_server.port(); }
 
     /** 0 when there is none. */
-    std::uint16_t firmware_port() const { return m_firmware_port ? m_firmware_port->port() : 0; }
+    uint16_t firmware_port() const { return m_firmware_port ? m_firmware_port->port() : 0; }
 
 private:
     void go_away();
@@ -55,3 +56,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

@@ -1,8 +1,8 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
+
+#include <CLI/CLI.hpp>
 
 namespace sim_module {
 
@@ -28,9 +28,9 @@ std::string default_address(int channel)
     return "127.0." + std::to_string(6 + channel) + ".1";
 }
 
-std::uint16_t default_port(int channel)
+uint16_t default_port(int channel)
 {
-    return static_cast<std::uint16_t>(6000 + channel);
+    return static_cast<uint16_t>(6000 + channel);
 }
 
 std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code)
@@ -98,7 +98,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         options.address = default_address(options.channel);
     }
     if (seed->count() == 0) {
-        options.seed = static_cast<std::uint64_t>(options.channel);
+        options.seed = static_cast<uint64_t>(options.channel);
     }
     if (port->count() == 0) {
         options.port = default_port(options.channel);

@@ -1,10 +1,10 @@
 #include "parameters.h"
 
-#include "scpi/scpi.h"
-
 #include <cstdio>
 #include <numbers>
 #include <utility>
+
+#include "scpi/scpi.h"
 
 namespace sim_module {
 
@@ -69,7 +69,7 @@ std::string quantity_text(double value)
     std::snprintf(text, sizeof text, "%.15G", value + 0.0);
     std::string number = text;
     // What has an exponent has a point as well.
-    if (const std::size_t exponent = number.find('E');
+    if (const size_t exponent = number.find('E');
         exponent != std::string::npos && number.find('.') == std::string::npos) {
         number.insert(exponent, ".0");
     }
@@ -82,10 +82,10 @@ void result_quantity(scpi_t* context, double value)
     SCPI_ResultCharacters(context, text.data(), text.size());
 }
 
-bool read_text(scpi_t* context, std::string& text, std::size_t max_length)
+bool read_text(scpi_t* context, std::string& text, size_t max_length)
 {
     std::string buffer(max_length + 1, '\0');
-    std::size_t length = 0;
+    size_t length = 0;
     if (!SCPI_ParamCopyText(context, buffer.data(), buffer.size(), &length, true)) {
         return false;
     }

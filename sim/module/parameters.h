@@ -1,12 +1,12 @@
 /** Parameters and results as the module's commands have them. */
-#pragma once
-
-#include "settings_table.h"
-
-#include "scpi/types.h"
+#ifndef ORVAN_SIM_MODULE_PARAMETERS_H
+#define ORVAN_SIM_MODULE_PARAMETERS_H
 
 #include <cstddef>
 #include <string>
+
+#include "scpi/types.h"
+#include "settings_table.h"
 
 namespace sim_module {
 
@@ -26,7 +26,7 @@ bool read_quantity(scpi_t* context, const Range& range, double initial, double& 
 std::string quantity_text(double value);
 
 /** Reads the next parameter as a name or text of at most `max_length` characters, quoted or not. */
-bool read_text(scpi_t* context, std::string& text, std::size_t max_length);
+bool read_text(scpi_t* context, std::string& text, size_t max_length);
 
 /** Gives the text of the quantity as a result. */
 void result_quantity(scpi_t* context, double value);
@@ -38,3 +38,5 @@ void result_quantity(scpi_t* context, double value);
 bool end_of_parameters(scpi_t* context);
 
 } // namespace sim_module
+
+#endif

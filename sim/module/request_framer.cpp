@@ -12,8 +12,7 @@ void RequestFramer::add(std::string_view bytes)
 
 RequestFramer::Result RequestFramer::next(std::string_view& request)
 {
-    const std::size_t length =
-        SCPI_FramerScan(&m_framer, m_bytes.data() + m_scanned, m_bytes.size() - m_scanned);
+    const size_t length = SCPI_FramerScan(&m_framer, m_bytes.data() + m_scanned, m_bytes.size() - m_scanned);
     if (length == 0) {
         if (m_bytes.size() - m_taken > kMaxRequest) {
             m_too_long = true;

@@ -1,23 +1,24 @@
 /** Cuts the bytes of one connection into requests, each a program message with its line end. */
-#pragma once
-
-#include "scpi/extensions.h"
+#ifndef ORVAN_SIM_MODULE_REQUEST_FRAMER_H
+#define ORVAN_SIM_MODULE_REQUEST_FRAMER_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "scpi/extensions.h"
 
 namespace sim_module {
 
 class RequestFramer {
 public:
     /** Longest request in bytes, line end included: a package of software for the module fits. */
-    static constexpr std::size_t kMaxRequest = 16 * 1024 * 1024;
+    static constexpr size_t kMaxRequest = 16 * 1024 * 1024;
 
     enum class Result {
-        kNone,    ///< what is buffered belongs to a request that goes on
-        kRequest, ///< a whole request
-        kTooLong, ///< the end of a request that was longer than kMaxRequest; its head is all there is
+        kNone,    /**< what is buffered belongs to a request that goes on */
+        kRequest, /**< a whole request */
+        kTooLong, /**< the end of a request that was longer than kMaxRequest; its head is all there is */
     };
 
     RequestFramer() { SCPI_FramerReset(&m_framer); }
@@ -34,16 +35,18 @@ public:
     Result next(std::string_view& request);
 
     /** Bytes held, whatever becomes of them. */
-    std::size_t buffered() const { return m_bytes.size(); }
+    size_t buffered() const { return m_bytes.size(); }
 
 private:
     void scan();
 
     scpi_framer_t m_framer{};
     std::string m_bytes;
-    std::size_t m_taken = 0;   // bytes of m_bytes that earlier calls gave out
-    std::size_t m_scanned = 0; // bytes of m_bytes that the framer has seen
+    size_t m_taken = 0;   // bytes of m_bytes that earlier calls gave out
+    size_t m_scanned = 0; // bytes of m_bytes that the framer has seen
     bool m_too_long = false;
 };
 
 } // namespace sim_module
+
+#endif

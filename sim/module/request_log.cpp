@@ -43,7 +43,7 @@ void RequestLog::clear()
     m_count = 0;
 }
 
-std::string RequestLog::line(std::size_t index) const
+std::string RequestLog::line(size_t index) const
 {
     const Entry& entry = m_entries.at(index);
     std::string text = escape_bytes(entry.head);

@@ -1,5 +1,6 @@
 /** The last requests that reached the module, as the exact bytes, so that a test can compare them. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_REQUEST_LOG_H
+#define ORVAN_SIM_MODULE_REQUEST_LOG_H
 
 #include <cstddef>
 #include <cstdint>
@@ -15,10 +16,10 @@ std::string escape_bytes(std::string_view bytes);
 class RequestLog {
 public:
     /** Requests kept. */
-    static constexpr std::size_t kCapacity = 1000;
+    static constexpr size_t kCapacity = 1000;
 
     /** Bytes kept of one request; an image of many megabytes is to leave no more than its head. */
-    static constexpr std::size_t kBytesKept = 4096;
+    static constexpr size_t kBytesKept = 4096;
 
     void add(std::string_view request);
 
@@ -26,13 +27,13 @@ public:
     void clear();
 
     /** Requests since the start or the last `clear`, those that have left the ring included. */
-    std::uint64_t count() const { return m_count; }
+    uint64_t count() const { return m_count; }
 
     /** Requests in the ring. */
-    std::size_t size() const { return m_entries.size(); }
+    size_t size() const { return m_entries.size(); }
 
     /** Entry `index`, 0 the oldest, as one line: escaped, with "...(+n bytes)" behind one that was cut. */
-    std::string line(std::size_t index) const;
+    std::string line(size_t index) const;
 
     /** The newest entry as one line, empty when there is none. */
     std::string last_line() const { return m_entries.empty() ? std::string() : line(m_entries.size() - 1); }
@@ -40,11 +41,13 @@ public:
 private:
     struct Entry {
         std::string head;
-        std::size_t size;
+        size_t size;
     };
 
     std::deque<Entry> m_entries;
-    std::uint64_t m_count = 0;
+    uint64_t m_count = 0;
 };
 
 } // namespace sim_module
+
+#endif

@@ -1,11 +1,11 @@
 #include "scpi_connection.h"
 
-#include "scpi_server.h"
+#include <cerrno>
+#include <utility>
 
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <utility>
+#include "scpi_server.h"
 
 namespace sim_module {
 
@@ -73,7 +73,7 @@ ScpiConnection::State ScpiConnection::receive()
         // A request without its line end is dropped: it may have lost its last digits with the connection.
         m_peer_ended = true;
     } else {
-        m_framer.add({buffer.data(), static_cast<std::size_t>(count)});
+        m_framer.add({buffer.data(), static_cast<size_t>(count)});
     }
     return serve_requests();
 }
@@ -123,8 +123,8 @@ ScpiConnection::State ScpiConnection::send_pieces()
         if (sent < 0) {
             return errno == EAGAIN || errno == EINTR ? State::kOpen : State::kGone;
         }
-        if (static_cast<std::size_t>(sent) < bytes.size()) {
-            bytes.erase(0, static_cast<std::size_t>(sent));
+        if (static_cast<size_t>(sent) < bytes.size()) {
+            bytes.erase(0, static_cast<size_t>(sent));
             return State::kOpen;
         }
         ++m_piece;

@@ -1,13 +1,14 @@
 /** One client of the SCPI port. Its requests are served one after the other, each reply before the next. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_SCPI_CONNECTION_H
+#define ORVAN_SIM_MODULE_SCPI_CONNECTION_H
+
+#include <cstddef>
+#include <vector>
 
 #include "control/event_loop.h"
 #include "faults.h"
 #include "request_framer.h"
 #include "unique_fd.h"
-
-#include <cstddef>
-#include <vector>
 
 namespace sim_module {
 
@@ -39,10 +40,12 @@ private:
     UniqueFd m_socket;
     RequestFramer m_framer;
     std::vector<ReplyPiece> m_pieces;            // of the reply at work
-    std::size_t m_piece = 0;                     // the first of them that has not been sent whole
+    size_t m_piece = 0;                          // the first of them that has not been sent whole
     sim_control::EventLoop::TimerId m_timer = 0; // not 0 while that piece waits for its time
     short m_events;                              // what the loop watches for
     bool m_peer_ended = false;
 };
 
 } // namespace sim_module
+
+#endif

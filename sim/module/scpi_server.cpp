@@ -1,16 +1,16 @@
 #include "scpi_server.h"
 
-#include "scpi_connection.h"
-#include "socket_name.h"
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+#include <utility>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <chrono>
-#include <system_error>
-#include <utility>
+#include "scpi_connection.h"
+#include "socket_name.h"
 
 namespace sim_module {
 
@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 
 } // namespace
 
-ScpiServer::ScpiServer(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
+ScpiServer::ScpiServer(sim_control::EventLoop& loop, const std::string& address, uint16_t port,
                        RequestExecutor& executor, const Faults& faults, RequestLog& log)
     : m_loop(loop), m_address(address), m_port(port), m_executor(executor), m_faults(faults), m_log(log)
 {

@@ -1,12 +1,8 @@
 /**
  * The module's SCPI port: any number of connections, requests in, one write for each reply.
  */
-#pragma once
-
-#include "control/event_loop.h"
-#include "faults.h"
-#include "request_log.h"
-#include "unique_fd.h"
+#ifndef ORVAN_SIM_MODULE_SCPI_SERVER_H
+#define ORVAN_SIM_MODULE_SCPI_SERVER_H
 
 #include <array>
 #include <chrono>
@@ -17,6 +13,11 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+
+#include "control/event_loop.h"
+#include "faults.h"
+#include "request_log.h"
+#include "unique_fd.h"
 
 namespace sim_module {
 
@@ -46,7 +47,7 @@ public:
      * @param port 0 for one that the system chooses
      * @throws std::system_error when the address cannot be listened on
      */
-    ScpiServer(sim_control::EventLoop& loop, const std::string& address, std::uint16_t port,
+    ScpiServer(sim_control::EventLoop& loop, const std::string& address, uint16_t port,
                RequestExecutor& executor, const Faults& faults, RequestLog& log);
     ~ScpiServer() override;
 
@@ -56,9 +57,9 @@ public:
     const std::string& address() const { return m_address; }
 
     /** The port listened on; stays the same while the faults have it closed. */
-    std::uint16_t port() const { return m_port; }
+    uint16_t port() const { return m_port; }
 
-    std::size_t connections() const { return m_connections.size(); }
+    size_t connections() const { return m_connections.size(); }
 
     /** Opens or closes the port as the faults now say. Throws as the constructor does. */
     void apply_faults();
@@ -77,7 +78,7 @@ private:
 
     sim_control::EventLoop& m_loop;
     std::string m_address;
-    std::uint16_t m_port;
+    uint16_t m_port;
     RequestExecutor& m_executor;
     const Faults& m_faults;
     RequestLog& m_log;
@@ -89,3 +90,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

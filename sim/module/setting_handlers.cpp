@@ -1,17 +1,15 @@
-#include "handlers.h"
-
-#include "instrument.h"
-#include "parameters.h"
-#include "settings_table.h"
-
-#include "scpi/scpi.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstddef>
 #include <string>
 #include <utility>
+
+#include "handlers.h"
+#include "instrument.h"
+#include "parameters.h"
+#include "scpi/scpi.h"
+#include "settings_table.h"
 
 namespace sim_module {
 
@@ -23,13 +21,13 @@ constexpr scpi_choice_def_t kLimits[] = {
 /** The setting at work. */
 struct Target {
     explicit Target(scpi_t* context)
-        : settings(instrument_of(context).settings()), index(static_cast<std::size_t>(SCPI_CmdTag(context))),
+        : settings(instrument_of(context).settings()), index(static_cast<size_t>(SCPI_CmdTag(context))),
           row(settings_table()[index])
     {
     }
 
     Settings& settings;
-    std::size_t index;
+    size_t index;
     const Setting& row;
 };
 
@@ -43,7 +41,7 @@ bool read_value(scpi_t* context, const Target& target, double& value)
         return read;
     }
     if (row.form == SettingForm::kChoice) {
-        std::int32_t tag = 0;
+        int32_t tag = 0;
         const bool read = SCPI_ParamChoice(context, row.choices, &tag, true);
         value = tag;
         return read;
@@ -77,7 +75,7 @@ scpi_result_t query_quantity(scpi_t* context, const Target& target)
 {
     const Range range = target.settings.resolve(target.row.range);
     double value = target.settings.number(target.index);
-    std::int32_t limit = SCPI_NUM_NUMBER;
+    int32_t limit = SCPI_NUM_NUMBER;
     if (SCPI_ParamChoice(context, kLimits, &limit, false)) {
         if (limit == SCPI_NUM_MIN) {
             value = range.minimum;
@@ -130,7 +128,7 @@ scpi_result_t query_setting(scpi_t* context)
         break;
     case SettingForm::kChoice: {
         const char* name = "";
-        SCPI_ChoiceToName(target.row.choices, static_cast<std::int32_t>(value), &name);
+        SCPI_ChoiceToName(target.row.choices, static_cast<int32_t>(value), &name);
         SCPI_ResultMnemonic(context, short_form(name).c_str());
         break;
     }

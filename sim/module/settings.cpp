@@ -9,7 +9,7 @@ Settings::Settings(const ModelLimits& limits) : m_limits(limits), m_values(setti
 
 void Settings::reset()
 {
-    for (std::size_t i = 0; i < m_values.size(); ++i) {
+    for (size_t i = 0; i < m_values.size(); ++i) {
         m_values[i] = {settings_table()[i].initial, {}};
     }
 }

@@ -1,19 +1,20 @@
 /** The present value of every setting. */
-#pragma once
-
-#include "model.h"
-#include "settings_table.h"
+#ifndef ORVAN_SIM_MODULE_SETTINGS_H
+#define ORVAN_SIM_MODULE_SETTINGS_H
 
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "model.h"
+#include "settings_table.h"
 
 namespace sim_module {
 
 class Settings {
 public:
     /** Longest text value in characters. */
-    static constexpr std::size_t kMaxText = 31;
+    static constexpr size_t kMaxText = 31;
 
     /** @param limits what kModelMaximum and kModelMinimum stand for */
     explicit Settings(const ModelLimits& limits);
@@ -25,11 +26,11 @@ public:
     Range resolve(Range range) const;
 
     /** Value of a number, an integer, a boolean (1 or 0) or a choice (its tag). */
-    double number(std::size_t index) const { return m_values[index].number; }
-    void set_number(std::size_t index, double value) { m_values[index].number = value; }
+    double number(size_t index) const { return m_values[index].number; }
+    void set_number(size_t index, double value) { m_values[index].number = value; }
 
-    const std::string& text(std::size_t index) const { return m_values[index].text; }
-    void set_text(std::size_t index, std::string value) { m_values[index].text = std::move(value); }
+    const std::string& text(size_t index) const { return m_values[index].text; }
+    void set_text(size_t index, std::string value) { m_values[index].text = std::move(value); }
 
 private:
     struct Value {
@@ -42,3 +43,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

@@ -1,11 +1,11 @@
 #include "settings_table.h"
 
-#include "data_tables.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+#include "data_tables.h"
 
 namespace sim_module {
 
@@ -175,9 +175,9 @@ std::span<const Setting> settings_table()
     return kSettings;
 }
 
-std::size_t setting_index(const char* pattern)
+size_t setting_index(const char* pattern)
 {
-    for (std::size_t i = 0; i < kSettings.size(); ++i) {
+    for (size_t i = 0; i < kSettings.size(); ++i) {
         if (std::strcmp(kSettings[i].pattern, pattern) == 0) {
             return i;
         }

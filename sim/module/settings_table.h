@@ -1,19 +1,20 @@
 /** The module's settings as one table: header, form of the value, unit, limits, value after "*RST". */
-#pragma once
-
-#include "scpi/types.h"
+#ifndef ORVAN_SIM_MODULE_SETTINGS_TABLE_H
+#define ORVAN_SIM_MODULE_SETTINGS_TABLE_H
 
 #include <limits>
 #include <span>
 
+#include "scpi/types.h"
+
 namespace sim_module {
 
 enum class SettingForm {
-    kNumber,  ///< a quantity in the row's unit
-    kInteger, ///< a whole number; a fraction is rounded
-    kBoolean, ///< ON, OFF or a number in, 1 or 0 out (SCPI-99 7.3)
-    kChoice,  ///< a mnemonic of the row's list, its short form out
-    kText,    ///< up to Settings::kMaxText characters, a string out
+    kNumber,  /**< a quantity in the row's unit */
+    kInteger, /**< a whole number; a fraction is rounded */
+    kBoolean, /**< ON, OFF or a number in, 1 or 0 out (SCPI-99 7.3) */
+    kChoice,  /**< a mnemonic of the row's list, its short form out */
+    kText,    /**< up to Settings::kMaxText characters, a string out */
 };
 
 enum class SettingRows { kSetAndQuery, kSetOnly, kQueryOnly };
@@ -36,21 +37,23 @@ inline constexpr Range kPowerRange = {SCPI_UNIT_DBM, kModelMinimum, 15};
 inline constexpr Range kStepTimeRange = {SCPI_UNIT_SECOND, 100e-6, 1000};
 
 struct Setting {
-    const char* pattern; ///< header of the set form; the query's has a "?" behind it
+    const char* pattern; /**< header of the set form; the query's has a "?" behind it */
     SettingRows rows;
     SettingForm form;
     Range range;
-    double initial;                   ///< value after "*RST"; a choice's tag; 1 or 0 of a boolean
-    const scpi_choice_def_t* choices; ///< kChoice: its list; else null
-    std::span<const double> allowed;  ///< kNumber: the only values there are; empty: all in the range
+    double initial;                   /**< value after "*RST"; a choice's tag; 1 or 0 of a boolean */
+    const scpi_choice_def_t* choices; /**< kChoice: its list; else null */
+    std::span<const double> allowed;  /**< kNumber: the only values there are; empty: all in the range */
 };
 
 std::span<const Setting> settings_table();
 
 /** Position of the row with that pattern. The pattern must be in the table. */
-std::size_t setting_index(const char* pattern);
+size_t setting_index(const char* pattern);
 
 /** Source of triggers (":TRIGger:SOURce"): the tag of BUS. */
 inline constexpr int kTriggerBus = 2;
 
 } // namespace sim_module
+
+#endif

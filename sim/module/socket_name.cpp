@@ -1,10 +1,10 @@
 #include "socket_name.h"
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-
 #include <cerrno>
 #include <system_error>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
 
 namespace sim_module {
 
@@ -13,7 +13,7 @@ void throw_errno(const char* what)
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-sockaddr_in socket_name(const std::string& address, std::uint16_t port)
+sockaddr_in socket_name(const std::string& address, uint16_t port)
 {
     sockaddr_in name{};
     name.sin_family = AF_INET;
@@ -25,7 +25,7 @@ sockaddr_in socket_name(const std::string& address, std::uint16_t port)
     return name;
 }
 
-std::uint16_t bind_socket(int fd, const std::string& address, std::uint16_t port)
+uint16_t bind_socket(int fd, const std::string& address, uint16_t port)
 {
     sockaddr_in name = socket_name(address, port);
     socklen_t size = sizeof name;

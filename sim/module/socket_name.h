@@ -1,9 +1,11 @@
 /** What the module's sockets have in common. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_SOCKET_NAME_H
+#define ORVAN_SIM_MODULE_SOCKET_NAME_H
 
 #include <cstdint>
-#include <netinet/in.h>
 #include <string>
+
+#include <netinet/in.h>
 
 namespace sim_module {
 
@@ -11,9 +13,11 @@ namespace sim_module {
 [[noreturn]] void throw_errno(const char* what);
 
 /** @param address dotted IPv4; std::system_error for anything else */
-sockaddr_in socket_name(const std::string& address, std::uint16_t port);
+sockaddr_in socket_name(const std::string& address, uint16_t port);
 
 /** Binds the socket, and gives the port that it has then. Throws std::system_error. */
-std::uint16_t bind_socket(int fd, const std::string& address, std::uint16_t port);
+uint16_t bind_socket(int fd, const std::string& address, uint16_t port);
 
 } // namespace sim_module
+
+#endif

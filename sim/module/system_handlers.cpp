@@ -1,17 +1,15 @@
-#include "handlers.h"
-
-#include "instrument.h"
-#include "parameters.h"
-#include "settings_table.h"
-
-#include "scpi/scpi.h"
-
 #include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+
+#include "handlers.h"
+#include "instrument.h"
+#include "parameters.h"
+#include "scpi/scpi.h"
+#include "settings_table.h"
 
 namespace sim_module {
 
@@ -23,12 +21,12 @@ scpi_result_t result_text(scpi_t* context, const std::string& text)
     return SCPI_RES_OK;
 }
 
-bool is_date(const std::array<std::int32_t, 6>& f)
+bool is_date(const std::array<int32_t, 6>& f)
 {
     const std::chrono::year_month_day date{std::chrono::year(f[0]),
                                            std::chrono::month(static_cast<unsigned>(f[1])),
                                            std::chrono::day(static_cast<unsigned>(f[2]))};
-    const auto within = [](std::int32_t value, std::int32_t last) { return value >= 0 && value <= last; };
+    const auto within = [](int32_t value, int32_t last) { return value >= 0 && value <= last; };
     return f[0] >= 1970 && f[0] <= 9999 && within(f[1], 12) && within(f[2], 31) && date.ok() &&
            within(f[3], 23) && within(f[4], 59) && within(f[5], 59);
 }
@@ -37,8 +35,8 @@ bool is_date(const std::array<std::int32_t, 6>& f)
 
 scpi_result_t set_clock(scpi_t* context)
 {
-    std::array<std::int32_t, 6> fields{};
-    for (std::int32_t& field : fields) {
+    std::array<int32_t, 6> fields{};
+    for (int32_t& field : fields) {
         if (!SCPI_ParamInt32(context, &field, true)) {
             return SCPI_RES_ERR;
         }
@@ -65,7 +63,7 @@ scpi_result_t query_temperature(scpi_t* context)
 
 scpi_result_t trigger(scpi_t* context)
 {
-    static const std::size_t kSource = setting_index(":TRIGger:SOURce");
+    static const size_t kSource = setting_index(":TRIGger:SOURce");
     Instrument& instrument = instrument_of(context);
     if (!end_of_parameters(context)) {
         return SCPI_RES_ERR;

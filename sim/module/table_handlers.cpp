@@ -1,15 +1,13 @@
-#include "handlers.h"
-
-#include "instrument.h"
-#include "parameters.h"
-#include "table_parameters.h"
-
-#include "scpi/scpi.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <string>
 #include <utility>
+
+#include "handlers.h"
+#include "instrument.h"
+#include "parameters.h"
+#include "scpi/scpi.h"
+#include "table_parameters.h"
 
 namespace sim_module {
 
@@ -59,7 +57,7 @@ scpi_result_t reverse_list(scpi_t* context)
         return SCPI_RES_ERR;
     }
     DataStore::Table& rows = instrument_of(context).store().table(TableKind::kList);
-    const std::size_t columns = table_shape(TableKind::kList).columns.size();
+    const size_t columns = table_shape(TableKind::kList).columns.size();
     // Reversing the values reverses the rows and what is in them; the second step puts each row right.
     std::reverse(rows.begin(), rows.end());
     for (auto row = rows.begin(); row != rows.end(); row += static_cast<std::ptrdiff_t>(columns)) {

@@ -1,13 +1,13 @@
 /** What the handlers of tabular data have in common. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_TABLE_PARAMETERS_H
+#define ORVAN_SIM_MODULE_TABLE_PARAMETERS_H
+
+#include <string>
 
 #include "data_store.h"
 #include "instrument.h"
 #include "parameters.h"
-
 #include "scpi/scpi.h"
-
-#include <string>
 
 namespace sim_module {
 
@@ -45,3 +45,5 @@ scpi_result_t with_name(scpi_t* context, Operation operation)
 }
 
 } // namespace sim_module
+
+#endif

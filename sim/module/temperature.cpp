@@ -14,12 +14,12 @@ constexpr double kShares[] = {0.3, 0.3, 0.4};
 
 } // namespace
 
-Temperature::Temperature(double base, std::uint64_t seed) : m_base(base), m_waves()
+Temperature::Temperature(double base, uint64_t seed) : m_base(base), m_waves()
 {
     // The generator is the same everywhere, the library's distributions are not.
     std::mt19937_64 generator(seed);
     const auto fraction = [&generator] { return static_cast<double>(generator() >> 11) * 0x1p-53; };
-    for (std::size_t i = 0; i < m_waves.size(); ++i) {
+    for (size_t i = 0; i < m_waves.size(); ++i) {
         m_waves[i].share = kShares[i];
         m_waves[i].period = kPeriods[i] * (0.8 + 0.4 * fraction());
         m_waves[i].phase = fraction();

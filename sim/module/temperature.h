@@ -1,5 +1,6 @@
 /** The module's temperature: a slow drift around its base, or what a test has set. */
-#pragma once
+#ifndef ORVAN_SIM_MODULE_TEMPERATURE_H
+#define ORVAN_SIM_MODULE_TEMPERATURE_H
 
 #include <array>
 #include <chrono>
@@ -17,7 +18,7 @@ public:
     static constexpr double kSwing = 1.5;
 
     /** @param seed the same one gives the same drift, counted from the construction */
-    explicit Temperature(double base = kDefaultBase, std::uint64_t seed = 0);
+    explicit Temperature(double base = kDefaultBase, uint64_t seed = 0);
 
     /** Degrees Celsius: the drift to the hundredth, or what is held. */
     double read() const { return read_at(std::chrono::steady_clock::now() - m_start); }
@@ -44,3 +45,5 @@ private:
 };
 
 } // namespace sim_module
+
+#endif

@@ -1,18 +1,16 @@
-#include "handlers.h"
+#include <cstddef>
 
+#include "handlers.h"
 #include "instrument.h"
 #include "parameters.h"
-
 #include "scpi/scpi.h"
-
-#include <cstddef>
 
 namespace sim_module {
 
 scpi_result_t take_image(scpi_t* context)
 {
     const char* data = nullptr;
-    std::size_t size = 0;
+    size_t size = 0;
     if (!SCPI_ParamArbitraryBlock(context, &data, &size, true) || !end_of_parameters(context)) {
         return SCPI_RES_ERR;
     }

@@ -6,13 +6,6 @@
 // ORVAN_NOT_RUN names the file of the cases that cannot run here: the suite's program, a pattern of names,
 // the reason. They are reported, and a row that fits no case is a failure.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fnmatch.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -22,6 +15,13 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <fnmatch.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -10,10 +10,6 @@
  *
  * A program without the test framework, so that a bare cross compiler is enough to build it.
  */
-#include <crc32_utils.h>
-#include <dataorvan.h>
-#include <orvan_sdk/lxi/PersistentData.h>
-
 #include <array>
 #include <bit>
 #include <cstdio>
@@ -24,17 +20,21 @@
 #include <type_traits>
 #include <vector>
 
+#include <crc32_utils.h>
+#include <dataorvan.h>
+#include <orvan_sdk/lxi/PersistentData.h>
+
 namespace {
 
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 using HaldeElec::Orvan::SigningHeader;
 using Bytes = std::vector<uint8_t>;
 
-constexpr std::size_t kRecordSize = 1816;
-constexpr std::size_t kSettingsSize = 552;
-constexpr std::size_t kBlobSize = 1024;
-constexpr std::size_t kHeaderOffset = 1010;
-constexpr std::size_t kCrcOffset = 1020;
+constexpr size_t kRecordSize = 1816;
+constexpr size_t kSettingsSize = 552;
+constexpr size_t kBlobSize = 1024;
+constexpr size_t kHeaderOffset = 1010;
+constexpr size_t kCrcOffset = 1020;
 
 constexpr uint16_t kSampleVersion = 0x0102;
 constexpr uint32_t kSampleGeneration = 0x89ABCDEF;
@@ -57,8 +57,8 @@ void check_number(const std::string& what, uint64_t is, uint64_t wanted)
     check(is == wanted, what + " is " + std::to_string(is) + ", not " + std::to_string(wanted));
 }
 
-void check_field(const std::string& name, std::size_t offset, std::size_t size, std::size_t wanted_offset,
-                 std::size_t wanted_size)
+void check_field(const std::string& name, size_t offset, size_t size, size_t wanted_offset,
+                 size_t wanted_size)
 {
     check_number(name + ": offset", offset, wanted_offset);
     check_number(name + ": size", size, wanted_size);
@@ -135,7 +135,7 @@ void check_signing_header()
     check_number("DATA_REGION_SIZE", HaldeElec::Orvan::DATA_REGION_SIZE, kHeaderOffset);
 }
 
-uint32_t crc_of(const uint8_t* bytes, std::size_t length)
+uint32_t crc_of(const uint8_t* bytes, size_t length)
 {
     const Crc32Utils* crc32 = Crc32Utils::getInstance();
     return crc32->crc32_signoff(crc32->calculate_crc32(crc32->crc32_init(), bytes, length));
@@ -150,7 +150,7 @@ void check_crc()
 // A value that no other field has, and no two bytes of it alike where the type has room for that. A plain
 // char goes beyond 127, where its value depends on the platform and its byte must not.
 template <typename Field>
-void set_sample(Field& field, std::size_t offset)
+void set_sample(Field& field, size_t offset)
 {
     if constexpr (std::is_array_v<Field>) {
         std::memset(field, 0, sizeof field);
@@ -165,35 +165,38 @@ void set_sample(Field& field, std::size_t offset)
 }
 
 template <typename Field>
-bool is_sample(const Field& field, std::size_t offset)
+bool is_sample(const Field& field, size_t offset)
 {
     Field sample;
     set_sample(sample, offset);
-    if constexpr (std::is_array_v<Field>)
+    if constexpr (std::is_array_v<Field>) {
         return std::memcmp(field, sample, sizeof field) == 0;
-    else
+    } else {
         return std::bit_cast<std::array<uint8_t, sizeof(Field)>>(field) ==
                std::bit_cast<std::array<uint8_t, sizeof(Field)>>(sample);
+    }
 }
 
-void put_number(Bytes& image, std::size_t offset, std::size_t size, uint64_t number)
+void put_number(Bytes& image, size_t offset, size_t size, uint64_t number)
 {
-    for (std::size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         image[offset + i] = static_cast<uint8_t>(number >> (8 * i));
+    }
 }
 
 // Lays the sample value down byte by byte, low byte first, whatever the platform's own order is.
 template <typename Field>
-void put_sample(Bytes& image, std::size_t offset, std::size_t size)
+void put_sample(Bytes& image, size_t offset, size_t size)
 {
     Field sample;
     set_sample(sample, offset);
-    if constexpr (std::is_array_v<Field>)
+    if constexpr (std::is_array_v<Field>) {
         std::memcpy(image.data() + offset, sample, size);
-    else if constexpr (std::is_floating_point_v<Field>)
+    } else if constexpr (std::is_floating_point_v<Field>) {
         put_number(image, offset, size, std::bit_cast<uint64_t>(sample));
-    else
+    } else {
         put_number(image, offset, size, static_cast<uint64_t>(sample));
+    }
 }
 
 // The bytes both files have to have, made from the tables alone and not from the records' declarations.
@@ -230,7 +233,7 @@ std::string blob_path(const std::string& folder)
     return folder + "/settings_blob.bin";
 }
 
-void write_file(const std::string& path, const void* bytes, std::size_t size)
+void write_file(const std::string& path, const void* bytes, size_t size)
 {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
@@ -273,11 +276,13 @@ Bytes read_file(const std::string& path, const Bytes& image)
     const Bytes bytes{std::istreambuf_iterator<char>(file), {}};
     check(file.is_open(), "cannot read " + path);
     check_number(path + ": size", bytes.size(), image.size());
-    if (bytes.size() != image.size())
+    if (bytes.size() != image.size()) {
         return {};
-    std::size_t same = 0;
-    while (same < image.size() && bytes[same] == image[same])
+    }
+    size_t same = 0;
+    while (same < image.size() && bytes[same] == image[same]) {
         ++same;
+    }
     check(same == image.size(), path + " differs from offset " + std::to_string(same) + " on");
     return bytes;
 }
@@ -285,8 +290,9 @@ Bytes read_file(const std::string& path, const Bytes& image)
 void read_channel_record(const std::string& path)
 {
     const Bytes bytes = read_file(path, channel_record_image());
-    if (bytes.empty())
+    if (bytes.empty()) {
         return;
+    }
     ORVAN_CONFIG record;
     std::memcpy(&record, bytes.data(), sizeof record);
 #define RECORD_FIELD(offset, size, section, field, type, tag, number, value_type)                            \
@@ -298,8 +304,9 @@ void read_channel_record(const std::string& path)
 void read_settings_blob(const std::string& path)
 {
     const Bytes bytes = read_file(path, settings_blob_image());
-    if (bytes.empty())
+    if (bytes.empty()) {
         return;
+    }
     EEPROM_DEVICE_SETTINGS settings;
     std::memcpy(&settings, bytes.data(), sizeof settings);
 #define SETTINGS_FIELD(offset, size, field, type)                                                            \

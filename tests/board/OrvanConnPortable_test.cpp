@@ -1,14 +1,15 @@
-#include "board/current_board.h"
-#include "board/expect_trace.h"
-#include "orvan_sdk/OrvanDebug.h"
-#include "orvan_sdk/Portable/OrvanConnPortable.h"
-
-#include <gtest/gtest.h>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 #include <wiringPi.h>
+
+#include "board/current_board.h"
+#include "board/expect_trace.h"
+#include "orvan_sdk/OrvanDebug.h"
+#include "orvan_sdk/Portable/OrvanConnPortable.h"
 
 using namespace HaldeElec::Orvan;
 using HaldeElec::OrvanDebug;
@@ -61,8 +62,9 @@ TEST_F(PortableBus, TheSetUpLeavesThePinsToTheDevice)
 TEST_F(PortableBus, AMessageOfAnyChannelIsBracketedByTheSelectPinsWithNoWait)
 {
     ASSERT_EQ(handler->ConfigChannelSPI(0, 1), 0);
-    for (const int pin : {11, 27, 16})
+    for (const int pin : {11, 27, 16}) {
         pinMode(pin, OUTPUT);
+    }
     for (uint32_t channel : {0u, 1u, 5u, 77u}) {
         handler->SetCommChannel(channel);
         trace();

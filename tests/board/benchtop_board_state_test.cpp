@@ -1,10 +1,9 @@
 // What the benchtop's classes ask for, as it then stands on the board.
-#include "benchtop_routing_bench.h"
-#include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
-
-#include "board/board_state.h"
-
 #include <sstream>
+
+#include "benchtop_routing_bench.h"
+#include "board/board_state.h"
+#include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -15,9 +14,11 @@ namespace {
 std::string state_of(sim_board::Board& board, const std::string& name)
 {
     std::istringstream lines(sim_board::board_state(board));
-    for (std::string line; std::getline(lines, line);)
-        if (line.substr(0, line.find("  ")) == name)
+    for (std::string line; std::getline(lines, line);) {
+        if (line.substr(0, line.find("  ")) == name) {
             return line.substr(line.find_first_not_of(' ', name.size()));
+        }
+    }
     return "(no such line)";
 }
 
@@ -60,12 +61,13 @@ TEST_P(BenchtopBoardState, AModulationIsRoutedToItsChannelsSlot)
     static constexpr const char* kExternal[] = {"external AM", "external FM", "external pulse"};
     for (uint32_t channel = 1; channel <= channels(); ++channel) {
         select(channel);
-        for (uint32_t modulation = 0; modulation < 3; ++modulation)
+        for (uint32_t modulation = 0; modulation < 3; ++modulation) {
             for (const uint32_t on : {1u, 0u, 1u}) {
                 EXPECT_EQ(handler.setModSrc(modulation, on), 0);
                 const std::string routed = state("modulation, " + slot(channel));
                 EXPECT_EQ(routed.substr(0, routed.find(':')), on != 0 ? kExternal[modulation] : "internal");
             }
+        }
     }
 }
 
@@ -115,12 +117,13 @@ TEST_F(BenchtopStarted, EachSlotsModulationIsRoutedAllTheSame)
     static constexpr const char* kExternal[] = {"external AM", "external FM", "external pulse"};
     for (uint32_t channel = 1; channel <= 4; ++channel) {
         handler.SetCommChannel(channel);
-        for (uint32_t modulation = 0; modulation < 3; ++modulation)
+        for (uint32_t modulation = 0; modulation < 3; ++modulation) {
             for (const uint32_t on : {1u, 0u}) {
                 EXPECT_EQ(handler.setModSrc(modulation, on), 0);
                 const std::string routed = state("modulation, slot " + std::to_string(channel));
                 EXPECT_EQ(routed.substr(0, routed.find(':')), on != 0 ? kExternal[modulation] : "internal");
             }
+        }
     }
 }
 

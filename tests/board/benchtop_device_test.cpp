@@ -1,3 +1,15 @@
+#include <atomic>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <wiringPi.h>
+
 #include "benchtop_device_peer.h"
 #include "board/current_board.h"
 #include "board/expect_trace.h"
@@ -8,16 +20,6 @@
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/persistent_data_peer.h"
-
-#include <atomic>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <optional>
-#include <string>
-#include <thread>
-#include <unistd.h>
-#include <vector>
-#include <wiringPi.h>
 
 using namespace HaldeElec::Orvan;
 using board_test::RecordingHandler;
@@ -99,8 +101,9 @@ TEST_F(BenchtopDeviceTest, TriggerSourceIsHandedOnAsACoupling)
     using Source = IOrvanDeviceManager::TriggerSource;
     for (const uint32_t channel : {1u, 2u}) {
         device->SetSelectChannel(channel);
-        for (const Source source : {Source::External, Source::Bus, Source::Timer, Source::SPI})
+        for (const Source source : {Source::External, Source::Bus, Source::Timer, Source::SPI}) {
             EXPECT_EQ(device->SetTriggerSource(source), channel == 1 ? -5 : 0);
+        }
     }
     EXPECT_EQ(recording.calls,
               (std::vector<std::string>{"1 source 0", "1 source 1", "1 source 2", "1 source 3", "2 source 0",

@@ -1,12 +1,11 @@
 // The fan drive on SPI, on the thread of a benchtop that has started.
 
-#include "benchtop_start_bench.h"
-
-#include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "support/maintenance_client.h"
-
 #include <algorithm>
 #include <thread>
+
+#include "benchtop_start_bench.h"
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "support/maintenance_client.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -23,8 +22,9 @@ protected:
     void SetUp() override
     {
         BenchtopStart::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         store(settled_settings());
         drive = sim_board::insert_fault(board->spi(), "fan");
     }
@@ -37,19 +37,22 @@ protected:
     }
     void hottest_module_tells(const std::string& celsius)
     {
-        for (int channel = 1; channel <= 4; ++channel)
+        for (int channel = 1; channel <= 4; ++channel) {
             module(channel).always(ModuleAnswer::reply(channel == 3 ? celsius + ";+OK\r\n" : "20.0;+OK\r\n"));
+        }
     }
     void cycle() { pass(kCycleUs); }
     /** Lines of the trace since the last call that tell of the fan. */
     Lines fan_lines()
     {
         Lines lines;
-        for (const std::string& line : board->trace().take())
-            if (line.starts_with("spi "))
+        for (const std::string& line : board->trace().take()) {
+            if (line.starts_with("spi ")) {
                 lines.push_back(line);
-            else if (line.starts_with("debug "))
+            } else if (line.starts_with("debug ")) {
                 lines.push_back(line.substr(line.find(']') + 1));
+            }
+        }
         return lines;
     }
     static TestResult fan_test() { return test_result(CBIT, kFanTest); }
@@ -160,12 +163,14 @@ TEST_F(BenchtopFan, TestFailsFromTheEleventhCycleAndPassesBelowTenFailures)
     EXPECT_EQ(fan_test(), kFail);
     // Good cycles take it down to none, and not below.
     drive->refuse_after(std::nullopt);
-    for (int number = 0; number < 12; ++number)
+    for (int number = 0; number < 12; ++number) {
         cycle();
+    }
     EXPECT_EQ(fan_test(), kPass);
     drive->refuse_after(0);
-    for (int number = 0; number < 10; ++number)
+    for (int number = 0; number < 10; ++number) {
         cycle();
+    }
     EXPECT_EQ(fan_test(), kPass);
     cycle();
     EXPECT_EQ(fan_test(), kFail);
@@ -178,8 +183,9 @@ TEST_F(BenchtopFan, WithoutAManagerNothingIsReportedOrCounted)
     inside().set_bit_manager(nullptr);
     drive->refuse_after(0);
     manager->setTestResult(CBIT, kFanTest, BIT_IN_PROGRESS, 7);
-    for (int number = 0; number < 12; ++number)
+    for (int number = 0; number < 12; ++number) {
         cycle();
+    }
     EXPECT_EQ(fan_test(), (TestResult{BIT_IN_PROGRESS, 7}));
     inside().set_bit_manager(manager);
     cycle();
@@ -210,8 +216,9 @@ TEST_F(BenchtopFan, DestructorWaitsForTheSleepToEndAndThenClosesThePort)
     start_fan();
     const BenchtopDeviceTestPeer peer = inside();
     std::thread destructor([this] { orvan_test::end_with_frames([this] { device.reset(); }); });
-    while (peer.fan_runs())
+    while (peer.fan_runs()) {
         std::this_thread::yield();
+    }
     board->clock().advance(120'000'000 - 1);
     EXPECT_TRUE(board->trace().lines_with({"spi "}).empty());
     board->clock().advance(1);

@@ -1,16 +1,17 @@
+#include <algorithm>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 #include "support/log_capture.h"
 #include "unit/i2c_keyboard/refuses_one.h"
-
-#include <algorithm>
-#include <gtest/gtest.h>
-#include <optional>
-#include <span>
-#include <string>
-#include <vector>
 
 using namespace HaldeElec::Orvan;
 using orvan_test::LogLine;

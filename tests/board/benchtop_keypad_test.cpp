@@ -1,9 +1,9 @@
 // The benchtop's keyboard bridge. Each case has the process to itself: the bridge's sender runs until its
 // end.
 
-#include "benchtop_start_bench.h"
-
 #include <algorithm>
+
+#include "benchtop_start_bench.h"
 
 using namespace board_test;
 

@@ -1,5 +1,4 @@
 #include "benchtop_routing_bench.h"
-
 #include "unit/i2c_keyboard/refuses_one.h"
 
 using namespace board_test;
@@ -48,18 +47,23 @@ protected:
         expected.open(0x20);
         expected.open(0x20);
         for (const Step& step : kSequences.at(sequence)) {
-            if (step.a_clear != 0)
+            if (step.a_clear != 0) {
                 expected.clear(0x20, kPortA, step.a_clear);
-            if (step.a_set != 0)
+            }
+            if (step.a_set != 0) {
                 expected.set(0x20, kPortA, step.a_set);
-            if (step.b_clear != 0)
+            }
+            if (step.b_clear != 0) {
                 expected.clear(0x20, kPortB, step.b_clear);
-            if (step.b_set != 0)
+            }
+            if (step.b_set != 0) {
                 expected.set(0x20, kPortB, step.b_set);
+            }
             expected.wait(50000);
             expected.set(0x20, kPortB, step.strobe);
-            if (step.extra_wait)
+            if (step.extra_wait) {
                 expected.wait(50000);
+            }
         }
         return expected.take();
     }
@@ -73,9 +77,9 @@ INSTANTIATE_TEST_SUITE_P(Channels, BenchtopModulation, testing::Values(1, 2, 3, 
 
 TEST_P(BenchtopModulation, EveryChannelModulationAndStateRunsTheSequenceOfItsSlot)
 {
-    for (uint32_t channel = 1; channel <= 4; ++channel)
-        for (uint32_t modulation = 0; modulation < 3; ++modulation)
-            for (const uint32_t state : {0u, 1u, 0u, 0x100u})
+    for (uint32_t channel = 1; channel <= 4; ++channel) {
+        for (uint32_t modulation = 0; modulation < 3; ++modulation) {
+            for (const uint32_t state : {0u, 1u, 0u, 0x100u}) {
                 // From all bits set and from none, so that each access shows.
                 for (const uint8_t ports : Bytes{0xff, 0x00}) {
                     const std::string name = sequence(kSlot[row()][channel - 1], modulation, state != 0);
@@ -86,6 +90,9 @@ TEST_P(BenchtopModulation, EveryChannelModulationAndStateRunsTheSequenceOfItsSlo
                     EXPECT_EQ(handler.setModSrc(modulation, state), 0);
                     EXPECT_TRUE(expect_trace(trace(), accesses(name)));
                 }
+            }
+        }
+    }
     EXPECT_TRUE(logs.lines().empty());
 }
 

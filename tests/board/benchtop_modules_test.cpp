@@ -1,10 +1,10 @@
 // The benchtop's start with modules that are missing.
 
-#include "benchtop_start_bench.h"
-#include "skipped_waits.h"
-
 #include <algorithm>
 #include <set>
+
+#include "benchtop_start_bench.h"
+#include "skipped_waits.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -52,8 +52,9 @@ TEST_P(BenchtopWithout, ModulesGoesOnWhenTheirMinuteIsOver)
 
 TEST_F(BenchtopStart, GoesOnWithNothingButItsSpiPort)
 {
-    for (auto& each : modules)
+    for (auto& each : modules) {
         each.reset();
+    }
     i2c_fault(0x20)->absent(true);
     i2c_fault(0x24)->absent(true);
     board->spi().attach("eeprom", nullptr);

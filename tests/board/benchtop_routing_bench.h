@@ -5,21 +5,22 @@
 #ifndef ORVAN_TESTS_BENCHTOP_ROUTING_BENCH_H
 #define ORVAN_TESTS_BENCHTOP_ROUTING_BENCH_H
 
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
 #include "orvan_sdk/Benchtop/OrvanConnBenchtop.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "support/log_capture.h"
-
-#include <array>
-#include <cstdint>
-#include <cstdio>
-#include <gtest/gtest.h>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace board_test {
 
@@ -72,8 +73,9 @@ protected:
     void SetUp() override
     {
         for (const uint8_t address : Bytes{0x20, 0x24}) {
-            for (const uint8_t direction : Bytes{0x00, 0x01})
+            for (const uint8_t direction : Bytes{0x00, 0x01}) {
                 board->expander(address).write(std::array<uint8_t, 2>{direction, 0x00});
+            }
             put(address, kPortA, 0x5a);
             put(address, kPortB, 0xa5);
         }

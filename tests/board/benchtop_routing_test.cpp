@@ -1,5 +1,4 @@
 #include "benchtop_routing_bench.h"
-
 #include "unit/i2c_keyboard/refuses_one.h"
 
 using namespace board_test;
@@ -43,12 +42,13 @@ TEST_P(BenchtopInstalled, RfOutputSwitchesTheBitOfItsChannelAlone)
 
 TEST_F(BenchtopRouting, RfOutputOfANumberOutsideOneToFourTouchesNothing)
 {
-    for (const int installed : {1, 4})
+    for (const int installed : {1, 4}) {
         for (const uint32_t channel : {0u, 5u, 0xffffffffu}) {
             handler.SetNumDevices(installed);
             select(channel);
             EXPECT_EQ(handler.SetRFOutput(1), 0);
         }
+    }
     for (const int installed : {0, 5, -1}) {
         handler.SetNumDevices(installed);
         select(1);
@@ -82,7 +82,7 @@ TEST_F(BenchtopRouting, RfOutputWithoutItsExpanderDoesNothingInSilence)
 TEST_F(BenchtopRouting, ImpedanceIsKeptAndSwitchesTheTerminationOfItsChannel)
 {
     constexpr unsigned kTermination[] = {0x01, 0x02, 0x04, 0x08};
-    for (uint32_t channel = 1; channel <= 4; ++channel)
+    for (uint32_t channel = 1; channel <= 4; ++channel) {
         for (const uint32_t impedance : {1u, 0u, 10000u, 0u}) {
             SCOPED_TRACE(testing::Message() << "channel " << channel << " to " << impedance);
             select(channel);
@@ -95,6 +95,7 @@ TEST_F(BenchtopRouting, ImpedanceIsKeptAndSwitchesTheTerminationOfItsChannel)
             EXPECT_EQ(handler.getTrgImp(kept), 0);
             EXPECT_EQ(kept, impedance);
         }
+    }
 }
 
 TEST_F(BenchtopRouting, ImpedanceAboveFourIsKeptForItselfAndSwitchesChannelOne)
@@ -178,8 +179,8 @@ constexpr int kCoupled[3][5][4] = {
 
 TEST_P(BenchtopInstalled, TriggerSourceSetsTheSwitchOfItsChannelAndPutsTheTerminationOnAgain)
 {
-    for (uint32_t channel = 1; channel <= 4; ++channel)
-        for (uint8_t couple = 0; couple <= 4; ++couple)
+    for (uint32_t channel = 1; channel <= 4; ++channel) {
+        for (uint8_t couple = 0; couple <= 4; ++couple) {
             for (const uint32_t impedance : {0u, 1u}) {
                 SCOPED_TRACE(testing::Message()
                              << "channel " << channel << ", coupling " << int{couple} << ", " << impedance);
@@ -192,8 +193,9 @@ TEST_P(BenchtopInstalled, TriggerSourceSetsTheSwitchOfItsChannelAndPutsTheTermin
                 put(0x24, kPortA, static_cast<uint8_t>(kCoupled[row()][couple][channel - 1] ? 0x00 : 0xff));
 
                 EXPECT_EQ(handler.setTrgSrc(couple), 0);
-                for (const unsigned address : {0x20u, 0x20u, 0x24u})
+                for (const unsigned address : {0x20u, 0x20u, 0x24u}) {
                     expected.open(address);
+                }
                 const Source& source = kSource[row()][channel - 1];
                 if (source.mask < 8) {
                     const bool set = kCoupled[row()][couple][channel - 1] != 0;
@@ -203,6 +205,8 @@ TEST_P(BenchtopInstalled, TriggerSourceSetsTheSwitchOfItsChannelAndPutsTheTermin
                                 impedance == 0 ? 0 : termination);
                 EXPECT_TRUE(expect_trace(trace(), expected.take()));
             }
+        }
+    }
     EXPECT_TRUE(logs.lines().empty());
 }
 
@@ -230,8 +234,9 @@ TEST_F(BenchtopRouting, InstalledNumberOfNoInstrumentCountsAsTheFullBoard)
         handler.SetNumDevices(installed);
         select(2);
         EXPECT_EQ(handler.setTrgSrc(HaldeElec::Orvan::eCoupling_none), 0);
-        for (const unsigned address : {0x20u, 0x20u, 0x24u})
+        for (const unsigned address : {0x20u, 0x20u, 0x24u}) {
             expected.open(address);
+        }
         expected.set(0x20, kPortA, 0x01);
         expected.clear(0x20, kPortA, 0x02);
         EXPECT_TRUE(expect_trace(trace(), expected.take()));
@@ -242,8 +247,9 @@ TEST_F(BenchtopRouting, CouplingAboveAllIsRefusedWithNoAccess)
 {
     handler.SetNumDevices(4);
     select(1);
-    for (const uint8_t couple : Bytes{5, 255})
+    for (const uint8_t couple : Bytes{5, 255}) {
         EXPECT_EQ(handler.setTrgSrc(couple), -1);
+    }
     EXPECT_TRUE(trace().empty());
     EXPECT_TRUE(logs.lines().empty());
 }
@@ -263,7 +269,7 @@ TEST_F(BenchtopRouting, CouplingFailsWhenAnyExpanderDoes)
 {
     handler.SetNumDevices(4);
     size_t failures = 0;
-    for (const uint8_t address : Bytes{0x20, 0x24})
+    for (const uint8_t address : Bytes{0x20, 0x24}) {
         for (const bool absent : {true, false}) {
             const auto fault = sim_board::insert_fault(board->i2c(), address);
             absent ? fault->absent(true) : fault->not_acknowledging(true);
@@ -274,6 +280,7 @@ TEST_F(BenchtopRouting, CouplingFailsWhenAnyExpanderDoes)
             fault->absent(false);
             fault->not_acknowledging(false);
         }
+    }
     EXPECT_EQ(logs.lines().size(), 4u);
 }
 

@@ -4,11 +4,11 @@
 #ifndef ORVAN_TESTS_BENCHTOP_START_BENCH_H
 #define ORVAN_TESTS_BENCHTOP_START_BENCH_H
 
-#include "benchtop_device_peer.h"
-#include "start_bench.h"
-
 #include <cstring>
 #include <memory>
+
+#include "benchtop_device_peer.h"
+#include "start_bench.h"
 
 namespace board_test {
 

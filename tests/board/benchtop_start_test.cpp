@@ -1,20 +1,19 @@
 // The benchtop's start as a whole, and what it leaves.
 
-#include "benchtop_start_bench.h"
-
-#include "nothrow_new.h"
-#include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/OrvanDebug.h"
-#include "orvan_sdk/scpi-parser/scpi-def.h"
-#include "orvan_sdk/scpi-parser/scpi_parser.h"
-#include "unit/orvan_sdk/bit_bench.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <fstream>
 #include <mutex>
 #include <thread>
+
+#include "benchtop_start_bench.h"
+#include "nothrow_new.h"
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/OrvanDebug.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_parser.h"
+#include "unit/orvan_sdk/bit_bench.h"
 
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>
@@ -38,14 +37,8 @@ template struct MonitorInside<&Scpi_Orvanx::m_runTemperatureThread>;
 /** What is allocated while it lives is not looked for at the end. */
 struct KnownLeak {
 #ifdef __SANITIZE_ADDRESS__
-    KnownLeak()
-    {
-        __lsan_disable();
-    }
-    ~KnownLeak()
-    {
-        __lsan_enable();
-    }
+    KnownLeak() { __lsan_disable(); }
+    ~KnownLeak() { __lsan_enable(); }
 #else
     KnownLeak() {}
     ~KnownLeak() {}
@@ -128,8 +121,9 @@ TEST_F(BenchtopStart, EndsInitializedAndOnChannelOne)
     EXPECT_EQ(service->getSelectedChannel(), 1);
     EXPECT_EQ(service->getNumberofChannels(), 4);
     EXPECT_EQ(service->getScpiPort(), 5025);
-    for (const bool live : service->m_isLive)
+    for (const bool live : service->m_isLive) {
         EXPECT_TRUE(live);
+    }
     EXPECT_EQ(board->clock().sleepers(), threads);
     EXPECT_EQ(logs.count(LOG_ERR, "HW initialization failure"), 0u);
 }
@@ -154,8 +148,9 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     Lines names;
     for (const eBitType type : {PBIT, CBIT}) {
         bitReport_t report = {};
-        for (int row = 0; tests->getTestResult(type, row, report); ++row)
+        for (int row = 0; tests->getTestResult(type, row, report); ++row) {
             names.emplace_back(report.testName);
+        }
     }
     EXPECT_EQ(names, (Lines{"EEPROM test", "MODULES test", "FAN test", "TEMP test", "MODULES test"}));
     EXPECT_EQ(test_result(PBIT, kEepromTest), (TestResult{BIT_PASS, 0}));
@@ -164,8 +159,9 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     EXPECT_EQ(test_result(CBIT, kFanTest), (TestResult{BIT_PASS, 0}));
     for (const eBitType type : {PBIT, CBIT}) {
         const BITType_t& kind = orvan_test::kind_of(*tests, type);
-        for (int row = 0; row < kind.testCount; ++row)
+        for (int row = 0; row < kind.testCount; ++row) {
             EXPECT_EQ(kind.testRecords[row].object, device.get()) << kind.testTable[row].testName;
+        }
     }
 }
 
@@ -193,8 +189,9 @@ TEST_F(BenchtopStart, BringsTheModulesUpOneStepAfterTheOther)
     });
     bool polls_at_options = true;
     logs.on_line([&](const LogLine& line) {
-        if (line.text == "option LP applied")
+        if (line.text == "option LP applied") {
             polls_at_options = temperature_thread_runs(*service);
+        }
     });
     start();
     logs.on_line({});
@@ -357,14 +354,16 @@ TEST_F(BenchtopStart, HoldsTheBusAsItReadsAndStoresItsSettingsAndNotInBetween)
                                  : line.text.starts_with("[CPersistentData] readData modelname") ? "rows"
                                  : line.text.starts_with("CPersistentData::writeData() EEPROM")  ? "write"
                                                                                                  : nullptr;
-        if (step == nullptr)
+        if (step == nullptr) {
             return;
+        }
         std::mutex& bus = HaldeElec::Orvan::PersistentDataTestPeer::bus_of_instance().mtx;
         bool free = false;
         std::thread([&] {
             free = bus.try_lock();
-            if (free)
+            if (free) {
                 bus.unlock();
+            }
         }).join();
         found.push_back(std::string(step) + (free ? ": free" : ": held"));
     });
@@ -464,10 +463,11 @@ TEST_F(BenchtopStart, GoesOnWithoutAnyExpander)
     EXPECT_EQ(logs.count(LOG_ERR, "InitHW: external modulations reset failed"), 1u);
     EXPECT_EQ(logs.count(LOG_ERR, "HW initialization failure"), 1u);
     EXPECT_NE(out->text().find("HW initialization failure\n"), std::string::npos);
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(logs.count(LOG_ERR, "setTrgSrc: failed to set trigger source for channel " +
                                           std::to_string(channel)),
                   1u);
+    }
     EXPECT_EQ(selected(), 1u);
     EXPECT_EQ(count("spi fan: 00 00 7f -> ff ff ff"), 1u);
 }
@@ -529,12 +529,14 @@ TEST_F(BenchtopStart, RecallsItsBootSetup)
     EEPROM_DEVICE_SETTINGS with_setup = settled_settings();
     with_setup.bootDBConfig = 3;
     store(with_setup, 57);
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         files.write_preset(channel, 3,
                            R"({"ANALOGOUTPUT": {"Frequency": )" + std::to_string(channel) + "000000}}");
+    }
     start_and_settle();
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(record(channel).ANALOGOUTPUT.Frequency, channel * 1'000'000) << channel;
+    }
     EXPECT_EQ(eeprom_image(), signed_image(with_setup, 57));
 }
 

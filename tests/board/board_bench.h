@@ -4,18 +4,19 @@
 #ifndef ORVAN_TESTS_BOARD_BENCH_H
 #define ORVAN_TESTS_BOARD_BENCH_H
 
+#include <numeric>
+#include <stdexcept>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <wiringPi.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
 #include "board/faulty_spi_device.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
-
-#include <gtest/gtest.h>
 #include <hw/hw.h>
-#include <numeric>
-#include <stdexcept>
-#include <vector>
-#include <wiringPi.h>
 
 namespace board_test {
 
@@ -35,16 +36,19 @@ class MuxHandler : public HaldeElec::Orvan::IDeviceConnectionHandler {
 public:
     ~MuxHandler() override
     {
-        if (Connected())
+        if (Connected()) {
             SpiClosePort();
+        }
     }
 
     void configureMuxPins() override
     {
-        if (throw_in_configure)
+        if (throw_in_configure) {
             throw std::runtime_error("no pins");
-        for (const int pin : {kEnable, 7, 21, 6})
+        }
+        for (const int pin : {kEnable, 7, 21, 6}) {
             pinMode(pin, OUTPUT);
+        }
         digitalWrite(kEnable, HIGH);
     }
     void enableMUX() override

@@ -1,8 +1,7 @@
 // The number of the boot setup in the two stores of the settings.
 
-#include "settings_bench.h"
-
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;

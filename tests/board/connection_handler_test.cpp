@@ -1,14 +1,15 @@
+#include <cerrno>
+#include <ostream>
+#include <string>
+
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+#include <syslog.h>
+#include <unistd.h>
+
 #include "board_bench.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "support/log_capture.h"
-
-#include <cerrno>
-#include <fcntl.h>
-#include <linux/spi/spidev.h>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <unistd.h>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -50,8 +51,9 @@ TEST_F(ConnectionHandler, BeginsWithNothingSetUp)
     EXPECT_EQ(handler.devices(), 1);
     EXPECT_EQ(handler.mode() + handler.bits() + handler.speed(), 0u);
     EXPECT_EQ(handler.slot(), -1);
-    for (const int impedance : handler.impedances())
+    for (const int impedance : handler.impedances()) {
         EXPECT_EQ(impedance, 0);
+    }
 }
 
 TEST_F(ConnectionHandler, SetsUpPinsAndThenThePort)

@@ -1,13 +1,14 @@
 // The SCPI port, which is stored in both stores and taken by a new start.
 
-#include "bare_device.h"
-#include "settings_bench.h"
-
 #include <limits>
 #include <ostream>
 #include <string>
-#include <syslog.h>
 #include <vector>
+
+#include <syslog.h>
+
+#include "bare_device.h"
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -20,8 +21,9 @@ protected:
     void SetUp() override
     {
         SettingsTest::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         program(blob("230042"));
         put_file(blob("230042"));
         read_data();

@@ -4,17 +4,18 @@
 #ifndef ORVAN_TESTS_EEPROM_BENCH_H
 #define ORVAN_TESTS_EEPROM_BENCH_H
 
-#include "board_bench.h"
-#include "orvan_sdk/eeprom/eeprom_cat25.h"
-#include "support/output_capture.h"
-
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+
 #include <unistd.h>
+
+#include "board_bench.h"
+#include "orvan_sdk/eeprom/eeprom_cat25.h"
+#include "support/output_capture.h"
 
 namespace board_test {
 

@@ -1,8 +1,8 @@
-#include "eeprom_bench.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <ostream>
+
+#include "eeprom_bench.h"
 
 using namespace board_test;
 using sim_board::expect_trace;
@@ -95,8 +95,9 @@ TEST_P(EveryEeprom, EveryAddressLineReachesItsCell)
 {
     const size_t reach = std::min(type.capacity, size_t{1} << 8 * type.address_bytes);
     uint8_t value = 1;
-    for (size_t address = 1; address < reach; address *= 2)
+    for (size_t address = 1; address < reach; address *= 2) {
         EXPECT_EQ(write(address, {value++}), 1u);
+    }
     value = 1;
     for (size_t address = 1; address < reach; address *= 2) {
         EXPECT_EQ(cells(address, 1), Bytes{value}) << hex(address);
@@ -166,9 +167,11 @@ TEST_F(Cat25640Driver, TenBytesFrom60AreFourAndSix)
     EXPECT_EQ(out.text(), page_line(60) + page_line(64));
     EXPECT_EQ(cells(60, 10), counting(10));
     std::vector<std::string> pages;
-    for (const std::string& line : messages())
-        if (line.starts_with("spi eeprom: 02"))
+    for (const std::string& line : messages()) {
+        if (line.starts_with("spi eeprom: 02")) {
             pages.push_back(line.substr(0, line.find(" ->")));
+        }
+    }
     EXPECT_EQ(pages, (std::vector<std::string>{"spi eeprom: 02 00 3c 01 02 03 04",
                                                "spi eeprom: 02 00 40 05 06 07 08 09 0a"}));
 }

@@ -1,7 +1,7 @@
-#include "eeprom_bench.h"
-
 #include <cstddef>
 #include <ostream>
+
+#include "eeprom_bench.h"
 
 using namespace board_test;
 using sim_board::expect_trace;
@@ -56,8 +56,9 @@ protected:
     std::string ready_behind_a_write() const
     {
         std::string text;
-        for (int poll = 0; poll < 5; ++poll)
+        for (int poll = 0; poll < 5; ++poll) {
             text += message({0x05, 0x00}, {0xff, static_cast<uint8_t>(idle() | 0x03)}) + "delay 1000\n";
+        }
         return text + ready();
     }
     static std::string page_write(const Bytes& address, const Bytes& data)

@@ -6,7 +6,6 @@
 
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <scpi/scpi.h>
 
 namespace board_test {

@@ -1,14 +1,15 @@
-#include "board_bench.h"
-#include "orvan_sdk/i2cdev.h"
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <fcntl.h>
 #include <memory>
 #include <ostream>
 #include <span>
 #include <string>
+
+#include <fcntl.h>
 #include <unistd.h>
+
+#include "board_bench.h"
+#include "orvan_sdk/i2cdev.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -230,7 +231,7 @@ TEST_F(I2cHandle, AnyRefusedTransferShowsInResultAndStatusAndChangesNothingElse)
     const Chip& chip = board->expander(kExpander);
     const auto faulty = std::make_shared<RefusesOne>(board->i2c().device(kExpander));
     board->i2c().attach(kExpander, faulty);
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
         for (size_t refused = 0; refused < row.transfers; ++refused) {
             SCOPED_TRACE(std::string(row.name) + ", transfer " + std::to_string(refused));
             faulty->refused = SIZE_MAX;
@@ -244,6 +245,7 @@ TEST_F(I2cHandle, AnyRefusedTransferShowsInResultAndStatusAndChangesNothingElse)
             EXPECT_EQ(chip.reg(Chip::kOlat, Chip::kB), 0xc3);
             EXPECT_EQ(chip.reg(Chip::kIodir, Chip::kA), 0xff);
         }
+    }
 }
 
 TEST_F(I2cHandle, AFailedWriteIsTheResult)
@@ -282,8 +284,9 @@ TEST_F(I2cHandle, DescriptorZeroIsNotOpenButGetsClosed)
     }
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
     dup2(standard_input < 0 ? open("/dev/null", O_RDONLY) : standard_input, STDIN_FILENO);
-    if (standard_input >= 0)
+    if (standard_input >= 0) {
         close(standard_input);
+    }
 }
 
 } // namespace

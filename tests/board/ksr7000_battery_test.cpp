@@ -1,14 +1,14 @@
 // The third platform's battery: its charge, and the cycles of the charge monitor.
 
+#include <mutex>
+#include <thread>
+#include <utility>
+
 #include "dataorvan.h"
 #include "end_module_service.h"
 #include "ksr7000_bench.h"
 #include "support/instrument_files.h"
 #include "support/loopback.h"
-
-#include <mutex>
-#include <thread>
-#include <utility>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -162,13 +162,15 @@ TEST_F(Ksr7000Charge, SixFailedCyclesGiveOneLineAndAGoodOneBeginsTheCountAnew)
     round.push_back("delay 5000000");
     const LogLine line{LOG_INFO, "ChargeMonitor: Battery access failed"};
     for (size_t rounds = 1; rounds <= 2; ++rounds) {
-        for (size_t cycles = 0; cycles < round.size(); ++cycles)
+        for (size_t cycles = 0; cycles < round.size(); ++cycles) {
             cycle();
+        }
         EXPECT_EQ(waits(), round);
         EXPECT_EQ(logs.lines(), std::vector<LogLine>(rounds, line));
     }
-    for (int cycles = 0; cycles < 4; ++cycles)
+    for (int cycles = 0; cycles < 4; ++cycles) {
         cycle();
+    }
     EXPECT_EQ(retry, 4);
     chip->not_acknowledging(false);
     cycle();
@@ -182,8 +184,9 @@ TEST_F(Ksr7000Charge, BusIsHeldForTheReadingAndNotForTheWaitInWhichTheHandlesSta
         bool free = false;
         std::thread([&] {
             free = bus.try_lock();
-            if (free)
+            if (free) {
                 bus.unlock();
+            }
         }).join();
         return free;
     };

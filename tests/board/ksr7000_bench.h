@@ -5,6 +5,14 @@
 #ifndef ORVAN_TESTS_BOARD_KSR7000_BENCH_H
 #define ORVAN_TESTS_BOARD_KSR7000_BENCH_H
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
@@ -12,13 +20,6 @@
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "support/log_capture.h"
 #include "word_chip.h"
-
-#include <cstdint>
-#include <gtest/gtest.h>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace board_test {
 

@@ -1,5 +1,8 @@
 // Operations of the third platform, and its connection handler.
 
+#include <array>
+#include <cstring>
+
 #include "ksr7000_bench.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/bit/bit_manager.h"
@@ -8,9 +11,6 @@
 #include "recording_handler.h"
 #include "support/persistent_data_peer.h"
 #include "unit/orvan_sdk/bit_bench.h"
-
-#include <array>
-#include <cstring>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -30,8 +30,9 @@ protected:
         inside().set_settings(settings.data);
         settings->getSettings()->numDevices = 1;
         device->SetSelectChannel(1);
-        for (const auto& bytes : {std::array<uint8_t, 2>{0x00, 0x00}, std::array<uint8_t, 2>{0x12, 0x5a}})
+        for (const auto& bytes : {std::array<uint8_t, 2>{0x00, 0x00}, std::array<uint8_t, 2>{0x12, 0x5a}}) {
             board->expander(kPorts).write(bytes); // port A are outputs
+        }
     }
     void TearDown() override
     {
@@ -54,8 +55,9 @@ protected:
 TEST_F(Ksr7000Operations, WithoutRoutingSucceedAndCallNothing)
 {
     recording.results = {{1, -5}};
-    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI})
+    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI}) {
         EXPECT_EQ(device->SetTriggerSource(source), 0);
+    }
     EXPECT_EQ(device->SetTriggerCouple(1, eCoupling_all), 0);
     for (const auto value : {D::Off, D::On}) {
         EXPECT_EQ(device->SetAMModulationSource(value), 0);
@@ -117,11 +119,13 @@ TEST_F(Ksr7000Operations, RfOutputIsOneBitOfPortA)
 
 TEST_F(Ksr7000Operations, RfOutputOfAChannelThatIsNotThereTouchesNothing)
 {
-    for (const uint32_t channel : {2u, 0u, 5u, 0xffffffffu})
+    for (const uint32_t channel : {2u, 0u, 5u, 0xffffffffu}) {
         EXPECT_EQ(switch_rf(D::On, channel), -1) << channel;
+    }
     settings->getSettings()->numDevices = 4; // of a model that is not this platform's
-    for (const uint32_t channel : {2u, 4u, 0u})
+    for (const uint32_t channel : {2u, 4u, 0u}) {
         EXPECT_EQ(switch_rf(D::On, channel), -1) << channel;
+    }
     EXPECT_EQ(switch_rf(D::On, 1), 0);
     EXPECT_EQ(trace().size(), 3u);
     settings->getSettings()->numDevices = 0;
@@ -214,8 +218,9 @@ TEST_F(Ksr7000Operations, FiveTestsAreRegisteredWithTheirManager)
     EXPECT_EQ(tests->getTestsNumber(CBIT), 3);
     for (const eBitType type : {PBIT, CBIT}) {
         const BITType_t& kind = orvan_test::kind_of(*tests, type);
-        for (int row = 0; row < kind.testCount; ++row)
+        for (int row = 0; row < kind.testCount; ++row) {
             EXPECT_EQ(kind.testRecords[row].object, &*device) << kind.testTable[row].testName;
+        }
     }
 }
 

@@ -1,12 +1,12 @@
 // Set-up of the third platform's hardware.
 
-#include "ksr7000_bench.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <span>
 #include <thread>
+
+#include "ksr7000_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -95,8 +95,9 @@ public:
 
 TEST_F(Ksr7000InitHw, ClearsTheseBitsOfWhatWasSet)
 {
-    for (const uint8_t chip : {kPorts, kCharger})
+    for (const uint8_t chip : {kPorts, kCharger}) {
         board->i2c().attach(chip, std::make_shared<Ones>());
+    }
     EXPECT_TRUE(device->InitHW());
     std::vector<std::string> lines = accesses();
     std::erase_if(lines, [](const std::string& line) {
@@ -129,8 +130,9 @@ TEST_F(Ksr7000InitHw, ClearsTheseBitsOfWhatWasSet)
 
 TEST_F(Ksr7000InitHw, WhatIsNotFittedIsPassedOver)
 {
-    for (const uint8_t chip : {kPorts, kSupply, kCharger, kBattery})
+    for (const uint8_t chip : {kPorts, kSupply, kCharger, kBattery}) {
         fault(chip)->absent(true);
+    }
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(expect_trace(trace(), R"(
         pins setup

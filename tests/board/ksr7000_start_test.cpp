@@ -1,16 +1,16 @@
 // The third platform from its start to its end, with its threads, its module and both stores of its settings.
 
+#include <algorithm>
+#include <cstring>
+#include <initializer_list>
+#include <thread>
+
 #include "ksr7000_device_peer.h"
 #include "nothrow_new.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/OrvanDebug.h"
 #include "start_bench.h"
 #include "support/maintenance_client.h"
-
-#include <algorithm>
-#include <cstring>
-#include <initializer_list>
-#include <thread>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -143,8 +143,9 @@ TEST_F(Ksr7000Start, TellsTheMaintenanceToolItsIdentity)
     client.send(orvan_test::FrameHeader{"HEID"}.bytes(), 7502);
     const std::string told = client.receive();
     ASSERT_EQ(told.size(), 534u);
-    for (const char* row : {"IKSR-7036", "S240017", "F1.19.148"})
+    for (const char* row : {"IKSR-7036", "S240017", "F1.19.148"}) {
         EXPECT_NE(told.find(row), std::string::npos) << row;
+    }
 }
 
 TEST_F(Ksr7000Start, BeginsAnInstrumentWithoutSettingsAsTheFactorysModel)
@@ -232,8 +233,9 @@ TEST_F(Ksr7000Start, GoesOnWithAnExpanderThatFailsAndLeavesTheBatteryAlone)
 
 TEST_F(Ksr7000Start, GoesOnWithoutItsI2cChips)
 {
-    for (const uint8_t chip : std::initializer_list<uint8_t>{0x20, 0x24, 0x09, 0x0b})
+    for (const uint8_t chip : std::initializer_list<uint8_t>{0x20, 0x24, 0x09, 0x0b}) {
         i2c_fault(chip)->absent(true);
+    }
     store(settled_settings());
     start_and_settle();
     EXPECT_TRUE(device->Initialized());
@@ -342,11 +344,13 @@ TEST_F(Ksr7000Start, FanIsDrivenByTheTemperatureOfTheModule)
     };
     const auto fan_lines = [this] {
         Lines lines;
-        for (const std::string& line : board->trace().take())
-            if (line.starts_with("spi "))
+        for (const std::string& line : board->trace().take()) {
+            if (line.starts_with("spi ")) {
                 lines.push_back(line);
-            else if (line.starts_with("debug "))
+            } else if (line.starts_with("debug ")) {
                 lines.push_back(line.substr(line.find(']') + 1));
+            }
+        }
         return lines;
     };
     for (const auto& [celsius, logged, drive] : rows) {
@@ -463,15 +467,17 @@ TEST_F(Ksr7000Start, EndStopsTheChargeMonitorThenTheFanThenClosesTheBus)
 
     const Ksr7000DeviceTestPeer peer = inside();
     std::thread destructor([this] { orvan_test::end_with_frames([this] { device.reset(); }); });
-    while (peer.charge_monitor_runs())
+    while (peer.charge_monitor_runs()) {
         std::this_thread::yield();
+    }
     // The fan goes on as long as the monitor sleeps.
     pass(kSecond + 50'000);
     EXPECT_EQ(count("spi fan: 00 00 7f -> ff ff ff"), 1u);
     EXPECT_TRUE(peer.fan_runs());
     board->clock().advance(60'000);
-    while (peer.fan_runs())
+    while (peer.fan_runs()) {
         std::this_thread::yield();
+    }
     EXPECT_TRUE(board->trace().lines_with({"spi close"}).empty());
     board->clock().advance(120 * kSecond);
     destructor.join();

@@ -68,10 +68,11 @@ TEST_F(MaintenanceAcceptance, ForeignFrameChangesNothing)
     const MaintenanceClient elsewhere("127.0.0.2");
     const Settings before = settings();
     const size_t writes_before = writes();
-    for (const char* opcode : {"HEIP", "HEOT"})
+    for (const char* opcode : {"HEIP", "HEOT"}) {
         peer.serve(
             request({opcode, 0, 0, kForeignMac}, {request_row('A', "10.1.1.1"), request_row('S', "1")}),
             elsewhere.address());
+    }
     EXPECT_EQ(std::memcmp(&settings(), &before, sizeof before), 0);
     EXPECT_EQ(writes(), writes_before);
     EXPECT_TRUE(device.calls.empty());

@@ -4,14 +4,15 @@
 #ifndef ORVAN_TESTS_MAINTENANCE_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_BENCH_H
 
+#include <utility>
+#include <vector>
+
+#include <syslog.h>
+
 #include "settings_bench.h"
 #include "support/maintenance_client.h"
 #include "support/recording_device.h"
 #include "support/udp_server_peer.h"
-
-#include <syslog.h>
-#include <utility>
-#include <vector>
 
 namespace board_test {
 
@@ -36,8 +37,9 @@ protected:
     void SetUp() override
     {
         using namespace HaldeElec::Orvan;
-        if (!home.refusal().empty())
+        if (!home.refusal().empty()) {
             GTEST_SKIP() << home.refusal();
+        }
         BITManager::getInstance(0); // with no periodic thread
         connect();
         CPersistentData* const data = CPersistentData::Init(&handler, g_portableModelsTable);
@@ -96,8 +98,9 @@ protected:
                  {'Y', "D"},
                  {'V', ""},
                  {'P', "A-1"},
-             })
+             }) {
             rows += request_row(letter, text);
+        }
         return rows;
     }
 
@@ -119,8 +122,9 @@ protected:
         const std::string all = out->text();
         std::string told = all.substr(std::exchange(m_printed, all.size()));
         static constexpr std::string_view kPage = "write Page (EEPROM_CAT25)";
-        for (size_t at = told.find(kPage); at != std::string::npos; at = told.find(kPage))
+        for (size_t at = told.find(kPage); at != std::string::npos; at = told.find(kPage)) {
             told.erase(at, told.find('\n', at) + 1 - at);
+        }
         return told;
     }
     /** The lines of the server itself, and forgets all of them. */
@@ -128,8 +132,9 @@ protected:
     {
         std::vector<std::string> texts;
         for (const LogLine& line : logs.lines()) {
-            if (line.text.find("CPersistentData") != std::string::npos)
+            if (line.text.find("CPersistentData") != std::string::npos) {
                 continue;
+            }
             EXPECT_EQ(line.priority, LOG_INFO) << line.text;
             texts.push_back(line.text);
         }

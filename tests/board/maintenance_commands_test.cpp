@@ -1,9 +1,9 @@
 // The commands of the maintenance protocol, byte for byte.
 
-#include "maintenance_bench.h"
-
 #include <algorithm>
 #include <functional>
+
+#include "maintenance_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -20,8 +20,9 @@ protected:
     {
         letters.resize(17, "0");
         std::string text;
-        for (const std::string& letter : letters)
+        for (const std::string& letter : letters) {
             text += "HEIP: update parameter [0x" + letter + "] ()\n";
+        }
         return text;
     }
     /** What HEOT logs for a row. */
@@ -239,8 +240,9 @@ TEST_F(MaintenanceCommands, NetworkDhcpIsOnWithTheLetterYAlone)
         EXPECT_EQ(writes(), writes_before + (changes ? 1 : 0)) << value;
         EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), changes ? 0u : 1u) << value;
         std::vector<std::string> calls = {"GetDHCP"};
-        if (applied)
+        if (applied) {
             calls.push_back(in_record != 0 ? "SetDHCP 1" : "SetDHCP 0");
+        }
         EXPECT_EQ(device.take_calls(), calls) << value << " " << now;
         logs.clear();
     }
@@ -260,8 +262,9 @@ TEST_F(MaintenanceCommands, NetworkPassesOverLettersThatAreNotItsOwn)
 {
     const Settings before = settings();
     for (int letter = 0; letter < 256; ++letter) {
-        if (std::strchr("ABEGHNW", letter) != nullptr && letter != 0)
+        if (std::strchr("ABEGHNW", letter) != nullptr && letter != 0) {
             continue;
+        }
         const std::string asked =
             request({"HEIP", 0, 0, kOwnMac}, {request_row(static_cast<char>(letter), "7")});
         EXPECT_EQ(reply_to(asked), asked + std::string(22, '\0')) << letter;
@@ -441,8 +444,9 @@ TEST_F(MaintenanceCommands, FactoryPassesOverLettersThatAreNotItsOwn)
 {
     const Settings before = settings();
     for (int letter = 1; letter < 256; ++letter) {
-        if (std::strchr("CHIOPS", letter) != nullptr)
+        if (std::strchr("CHIOPS", letter) != nullptr) {
             continue;
+        }
         const std::string row = request_row(static_cast<char>(letter), "7");
         EXPECT_EQ(reply_to(request({"HEOT"}, {row})).size(), 534u);
         EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), 0u) << letter;
@@ -559,8 +563,9 @@ TEST_F(MaintenanceCommands, WithoutSettingsRequestsAreAnsweredAndKeepNothing)
 
 TEST(MaintenanceBits, AreReversed)
 {
-    for (unsigned bit = 0; bit < 16; ++bit)
+    for (unsigned bit = 0; bit < 16; ++bit) {
         EXPECT_EQ(reverse_16_bits(static_cast<uint16_t>(1U << bit)), 1U << (15 - bit));
+    }
     for (unsigned value = 0; value < 0x10000; ++value) {
         const auto bits = static_cast<uint16_t>(value);
         ASSERT_EQ(reverse_16_bits(reverse_16_bits(bits)), bits);

@@ -1,12 +1,12 @@
 // The download of a file from the maintenance tool, block by block.
 
-#include "maintenance_firmware_bench.h"
-
 #include <random>
 
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+
+#include "maintenance_firmware_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -91,9 +91,10 @@ TEST_F(MaintenanceDownload, ABlockAheadIsIgnoredAndSoIsAnEndAhead)
 TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailBehindAShorterFile)
 {
     begin_download();
-    for (uint16_t number = 1; number <= 3; ++number)
+    for (uint16_t number = 1; number <= 3; ++number) {
         EXPECT_EQ(reply_in_transfer(block(number, full_block(static_cast<char>('a' + number)))),
                   acknowledgement(static_cast<uint16_t>(number + 1)));
+    }
     expect_ignored(block(0, full_block('z'))); // its data count for nothing
     expect_ignored(block(4, full_block('y')));
     EXPECT_EQ(reply_in_transfer(block(1, "short")), acknowledgement(2));
@@ -149,11 +150,13 @@ TEST_F(MaintenanceDownload, ALongerDatagramIsCutAtAFrame)
 TEST_F(MaintenanceDownload, PastBlock65535OnlyARestartMatches)
 {
     begin_download();
-    for (uint32_t number = 1; number <= 65535 && !HasFailure(); ++number)
+    for (uint32_t number = 1; number <= 65535 && !HasFailure(); ++number) {
         EXPECT_EQ(reply_in_transfer(block(static_cast<uint16_t>(number), "x")),
                   acknowledgement(static_cast<uint16_t>(number + 1)));
-    for (const int number : {1, 2, 65535, 0})
+    }
+    for (const int number : {1, 2, 65535, 0}) {
         expect_ignored(block(static_cast<uint16_t>(number), "y"));
+    }
     EXPECT_EQ(reply_in_transfer(block(1, "z")), acknowledgement(2));
     finish(1);
     EXPECT_EQ(read_file(kReceived), "z" + std::string(65534, 'x'));
@@ -162,9 +165,10 @@ TEST_F(MaintenanceDownload, PastBlock65535OnlyARestartMatches)
 TEST_F(MaintenanceDownload, TheEndBehindBlock65534IsAcknowledgedWithBlockZero)
 {
     begin_download();
-    for (uint32_t number = 1; number <= 65534 && !HasFailure(); ++number)
+    for (uint32_t number = 1; number <= 65534 && !HasFailure(); ++number) {
         EXPECT_EQ(reply_in_transfer(block(static_cast<uint16_t>(number), "")),
                   acknowledgement(static_cast<uint16_t>(number + 1)));
+    }
     finish(65534);
     EXPECT_EQ(logs.count(LOG_INFO, "firmware download complete (65535 blocks)"), 1U);
 }
@@ -260,8 +264,9 @@ TEST_F(MaintenanceDownload, AFileThatDoesNotOpenIsToldInTheLogAlone)
 TEST_F(MaintenanceDownload, AFullDiskIsNoticedByTheArchiverAlone)
 {
     const SmallDisk disk;
-    if (!disk.mounted())
+    if (!disk.mounted()) {
         GTEST_SKIP() << "no file system in memory";
+    }
     EXPECT_EQ(download(file_of(200 * 1024)), IF_FAILED);
     EXPECT_LE(fs::file_size(kReceived), 65536U);
     EXPECT_EQ(take_lines(), download_lines(201, {extraction(false)}));
@@ -312,8 +317,9 @@ TEST_F(MaintenanceDownload, WhateverFramesComeTheFileIsTheOneThatTheyMake)
         const auto claimed = static_cast<uint16_t>(random() % (random() % 8 == 0 ? 65535 : 1030));
         std::string datagram = FrameHeader{"HESU", fits ? next : others[random() % 4], claimed}.bytes() +
                                std::string(random() % 1100, static_cast<char>(random()));
-        if (!fits && random() % 2 == 0)
+        if (!fits && random() % 2 == 0) {
             datagram.resize(random() % FRMHEADERLEN);
+        }
 
         const size_t received = std::min(datagram.size(), frame.size());
         frame.replace(0, received, datagram, 0, received);

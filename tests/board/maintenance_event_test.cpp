@@ -1,11 +1,11 @@
 // What the maintenance server does for each frame, whatever is in it.
 
-#include "maintenance_server_bench.h"
-
 #include <atomic>
 #include <cstdlib>
 #include <future>
 #include <thread>
+
+#include "maintenance_server_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -89,8 +89,9 @@ TEST_F(MaintenanceServer, ModulesHaveTheirAddresses)
 ssize_t tell_of_the_log(void* logs, const char* printed, size_t size)
 {
     std::string told(printed, size);
-    for (const LogLine& line : static_cast<orvan_test::LogCapture*>(logs)->lines())
+    for (const LogLine& line : static_cast<orvan_test::LogCapture*>(logs)->lines()) {
         told += std::to_string(line.priority) + " " + line.text + "\n";
+    }
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, told.data(), told.size());
     return static_cast<ssize_t>(size);
 }
@@ -169,8 +170,9 @@ TEST_F(MaintenanceServer, ServesManyToolsWhileOthersAskForItsState)
     const int fd = UdpServerTestPeer{*served}.socket();
     std::atomic<bool> done = false;
     std::thread watcher([&] {
-        while (!done)
+        while (!done) {
             EXPECT_EQ(served->GetState(), 0u);
+        }
     });
     std::vector<std::thread> tools;
     for (uint16_t tool = 0; tool < 4; ++tool) {
@@ -186,8 +188,9 @@ TEST_F(MaintenanceServer, ServesManyToolsWhileOthersAskForItsState)
             }
         });
     }
-    for (std::thread& tool : tools)
+    for (std::thread& tool : tools) {
         tool.join();
+    }
     done = true;
     watcher.join();
     orvan_test::end_with_frames([&] { served.reset(); });

@@ -4,17 +4,17 @@
 #ifndef ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
 
-#include "maintenance_bench.h"
-#include "support/files.h"
-#include "support/loopback.h"
-#include "support/private_network.h"
-
 #include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <sstream>
 
 #include <sys/mount.h>
+
+#include "maintenance_bench.h"
+#include "support/files.h"
+#include "support/loopback.h"
+#include "support/private_network.h"
 
 namespace board_test {
 
@@ -31,8 +31,9 @@ inline constexpr uint16_t kEndOfData = 0xFFFF;
 inline std::string file_of(size_t size)
 {
     std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<char>(i + i / 256);
+    }
     return bytes;
 }
 
@@ -41,10 +42,13 @@ struct FirmwareGround {
     FirmwareGround()
     {
         std::istringstream path(std::getenv("PATH"));
-        for (std::string folder; std::getline(path, folder, ':');)
-            for (const char* name : {"tar", "gzip", "cp"})
-                if (const fs::path program = fs::path(folder) / name; fs::exists(program))
+        for (std::string folder; std::getline(path, folder, ':');) {
+            for (const char* name : {"tar", "gzip", "cp"}) {
+                if (const fs::path program = fs::path(folder) / name; fs::exists(program)) {
                     programs.emplace(name, program);
+                }
+            }
+        }
     }
     orvan_test::PrivateNetwork network;
     std::map<std::string, fs::path> programs;
@@ -60,8 +64,9 @@ public:
     }
     ~SmallDisk()
     {
-        if (m_mounted)
+        if (m_mounted) {
             umount2(kUpgrade.c_str(), MNT_DETACH);
+        }
     }
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
@@ -76,22 +81,26 @@ class FirmwareTest : protected FirmwareGround, public MaintenanceTest {
 protected:
     void SetUp() override
     {
-        if (!network.refusal().empty())
+        if (!network.refusal().empty()) {
             GTEST_SKIP() << network.refusal();
+        }
         MaintenanceTest::SetUp();
-        if (IsSkipped() || HasFatalFailure())
+        if (IsSkipped() || HasFatalFailure()) {
             return;
+        }
         fs::create_directories(kPrograms);
-        for (const auto& [name, program] : programs)
+        for (const auto& [name, program] : programs) {
             fs::create_symlink(program, kPrograms / name);
+        }
         setenv("PATH", (std::getenv("PATH") + ":"s + kPrograms.string()).c_str(), 1);
         device.device_type_product = HaldeElec::Orvan::BenchtopDevice;
         port = orvan_test::local_port(peer.socket());
     }
     void TearDown() override
     {
-        if (event.valid())
+        if (event.valid()) {
             break_off();
+        }
         MaintenanceTest::TearDown();
     }
 
@@ -152,9 +161,10 @@ protected:
     {
         begin_download();
         uint16_t number = 1;
-        for (size_t at = 0; at < file.size() && !HasFailure(); at += kBlockSize, ++number)
+        for (size_t at = 0; at < file.size() && !HasFailure(); at += kBlockSize, ++number) {
             EXPECT_EQ(reply_in_transfer(block(number, file.substr(at, kBlockSize))),
                       acknowledgement(static_cast<uint16_t>(number + 1)));
+        }
         EXPECT_EQ(reply_in_transfer(block(number, "", kEndOfData)),
                   acknowledgement(static_cast<uint16_t>(number + 1)));
         return end();

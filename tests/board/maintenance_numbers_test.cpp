@@ -1,10 +1,10 @@
 // The numbers of the maintenance service's headers.
 
-#include "orvan_sdk/lxi/UdpServer.h"
+#include <utility>
 
 #include <gtest/gtest.h>
 
-#include <utility>
+#include "orvan_sdk/lxi/UdpServer.h"
 
 using namespace HaldeElec::Orvan;
 
@@ -63,7 +63,8 @@ TEST(MaintenanceNumbers, AreWhatOthersKnow)
         {ACK_ONLY_LEN, 22},
     };
     size_t row = 0;
-    for (const auto& [number, value] : numbers)
+    for (const auto& [number, value] : numbers) {
         EXPECT_EQ(number, value) << "row " << row++;
+    }
     EXPECT_STREQ(INTERFACE_NAME, "eth0");
 }

@@ -1,19 +1,20 @@
 // What becomes of a software package once it is in the instrument.
 
-#include "maintenance_firmware_bench.h"
-#include "orvan_sdk/scpi-parser/scpi-def.h"
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "support/scripted_module.h"
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <map>
+#include <utility>
+
 #include <pwd.h>
-#include <scpi/scpi.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
+
+#include "maintenance_firmware_bench.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "support/scripted_module.h"
+#include <scpi/scpi.h>
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -60,8 +61,9 @@ std::string archive(const Files& files, const std::string& options = "-z")
 {
     const fs::path folder = kWork / "content";
     fs::remove_all(folder);
-    for (const auto& [name, contents] : files)
+    for (const auto& [name, contents] : files) {
         write_file(folder / name, contents);
+    }
     const fs::path file = kWork / "archive";
     const std::string command = "tar -cf " + file.string() + " " + options + " -C " + folder.string() + " .";
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
@@ -212,14 +214,17 @@ TEST_P(MaintenancePackageOf, ItsPlatformGoesToTheModulesAndIsLeftToTheUpdateUnit
     const std::string& folder = GetParam().folder;
     const std::string controller = "x_" + GetParam().archive + "_2.1.tar";
     Files files = package(folder, controller);
-    for (const char* other : {"portable_fw", "benchtop_fw", "ksr7000_fw"})
-        if (other != GetParam().archive)
+    for (const char* other : {"portable_fw", "benchtop_fw", "ksr7000_fw"}) {
+        if (other != GetParam().archive) {
             files[folder + "/" + other] = "of another platform";
+        }
+    }
 
     EXPECT_EQ(lines_behind_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(folder, controller, true));
-    for (const ScriptedModule& module : modules)
+    for (const ScriptedModule& module : modules) {
         EXPECT_EQ(module.requests(), (std::vector{kImageRequest, kRestart}));
+    }
     EXPECT_EQ(read_file(kMarker), (kHostSw / folder / "patch").string() + "\n");
     EXPECT_EQ(read_file(kHostSw / folder / "patch/install.sh"), "exit 0\n");
     EXPECT_TRUE(fs::is_empty(kModuleFolder)); // the modules have it
@@ -246,8 +251,9 @@ TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreGivenToTheUserOrvan)
     umask(mask);
     EXPECT_EQ(g_given, (std::vector<std::string>{"/home/orvan/halde/upgrade/host_sw 1234 5678",
                                                  "/home/orvan/halde/upgrade/orvanx 1234 5678"}));
-    for (const fs::path& folder : {kHostSw, kModuleFolder})
+    for (const fs::path& folder : {kHostSw, kModuleFolder}) {
         EXPECT_EQ(fs::status(folder).permissions(), static_cast<fs::perms>(0755)) << folder;
+    }
 }
 
 TEST_F(MaintenancePackage, WithoutSuchAUserTheyKeepTheirOwner)
@@ -259,8 +265,9 @@ TEST_F(MaintenancePackage, WithoutSuchAUserTheyKeepTheirOwner)
 TEST_F(MaintenancePackage, ThatArrivesAndDoesNotFitOnTheDiskUnpackedFails)
 {
     const SmallDisk disk;
-    if (!disk.mounted())
+    if (!disk.mounted()) {
         GTEST_SKIP() << "no file system in memory";
+    }
     Files files = package();
     files[kPackage + "/filler"] = std::string(300'000, 'x'); // next to nothing in the archive
     const std::string file = archive(files);
@@ -324,8 +331,9 @@ TEST_F(MaintenancePackage, AModuleThatRefusesEndsItAndNoneIsRestarted)
     EXPECT_EQ(
         std::count(lines.begin(), lines.end(), error("Software update command failed. Skip OrvanX restart.")),
         1);
-    for (const ScriptedModule& module : modules)
+    for (const ScriptedModule& module : modules) {
         EXPECT_EQ(module.requests(), std::vector{kImageRequest});
+    }
     EXPECT_FALSE(fs::exists(kMarker));
     EXPECT_TRUE(fs::exists(kHostSw / kPackage)); // the files stay
 }
@@ -348,8 +356,9 @@ TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderDoNotComeBeforeTheNe
     Files refused = {{kPackage + "/ovx_module_2.0", "old"}, {kPackage + "/benchtop_fw_2.0.tar.gz", "old"}};
     modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
     EXPECT_EQ(download(archive(refused)), IF_FAILED);
-    for (const auto& file : refused)
+    for (const auto& file : refused) {
         wait_until_later_than(kHostSw / file.first);
+    }
     EXPECT_EQ(lines_behind_download(archive(package()), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
     EXPECT_EQ(modules[1].requests().at(1), kImageRequest);

@@ -4,16 +4,16 @@
 #ifndef ORVAN_TESTS_MAINTENANCE_SERVER_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_SERVER_BENCH_H
 
-#include "maintenance_bench.h"
-#include "support/loopback.h"
-#include "support/private_network.h"
-
 #include <chrono>
 #include <string>
 #include <vector>
 
 #include <arpa/inet.h>
 #include <sys/resource.h>
+
+#include "maintenance_bench.h"
+#include "support/loopback.h"
+#include "support/private_network.h"
 
 namespace board_test {
 
@@ -28,8 +28,9 @@ class MaintenanceServer : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!network.refusal().empty())
+        if (!network.refusal().empty()) {
             GTEST_SKIP() << network.refusal();
+        }
     }
     void TearDown() override { server.Close(); }
 
@@ -61,9 +62,9 @@ public:
     explicit FewDescriptors(size_t more)
     {
         std::vector<UniqueFd> next;
-        do
+        do {
             next.emplace_back(dup(STDERR_FILENO));
-        while (next.size() <= more);
+        } while (next.size() <= more);
         getrlimit(RLIMIT_NOFILE, &m_before);
         rlimit few = m_before;
         few.rlim_cur = static_cast<rlim_t>(next.back().get());

@@ -1,13 +1,13 @@
 // The maintenance server's socket, thread and state.
 
-#include "maintenance_server_bench.h"
-
 #include <csignal>
 #include <future>
 #include <thread>
 
 #include <fcntl.h>
 #include <netdb.h>
+
+#include "maintenance_server_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -21,8 +21,9 @@ namespace {
 bool descriptors_become(size_t count)
 {
     const auto deadline = std::chrono::steady_clock::now() + seconds(5);
-    while (open_descriptors() != count && std::chrono::steady_clock::now() < deadline)
+    while (open_descriptors() != count && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
+    }
     return open_descriptors() == count;
 }
 
@@ -148,15 +149,17 @@ TEST_F(MaintenanceServer, MakesNoAddressOfNothing)
     EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", nullptr, &address, "udp"), -1);
     EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", "7502", nullptr, "udp"), -1);
     EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", "7502", &address, nullptr), -1);
-    for (const char* port : {"", "7502x", "x7502", "0x", "no-such-service"})
+    for (const char* port : {"", "7502x", "x7502", "0x", "no-such-service"}) {
         EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", port, &address, "udp"), -1) << port;
+    }
     EXPECT_EQ(server.InitSocketAddrStruct(std::string(64, 'x').c_str(), "7502", &address, "udp"), -1);
 }
 
 TEST_F(MaintenanceServer, TakesThePortOfAServicesName)
 {
-    if (getservbyname("domain", "udp") == nullptr)
+    if (getservbyname("domain", "udp") == nullptr) {
         GTEST_SKIP() << "no services in /etc/services";
+    }
     sockaddr_in address;
     EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", "domain", &address, "udp"), 0);
     EXPECT_EQ(ntohs(address.sin_port), 53);
@@ -228,8 +231,9 @@ TEST_F(MaintenanceServer, ServesOnAThreadOfItsOwnAndEndsWithOneMoreFrame)
     // Its third event has begun.
     ASSERT_TRUE(descriptors_become(before + 1 + 3 * 4));
     std::future<void> ended = std::async(std::launch::async, [&] { served.reset(); });
-    while (!inside.time_to_exit())
+    while (!inside.time_to_exit()) {
         std::this_thread::yield();
+    }
     EXPECT_EQ(ended.wait_for(milliseconds(200)), std::future_status::timeout) << "no frame, no end";
     client.send(FrameHeader{"HEID", 3}.bytes(), 7502);
     ASSERT_EQ(ended.wait_for(seconds(5)), std::future_status::ready);
@@ -246,8 +250,9 @@ TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)
     const auto ends = [](CUdpServer& of) {
         const UdpServerTestPeer inside{of};
         const auto deadline = std::chrono::steady_clock::now() + seconds(5);
-        while (!inside.time_to_exit() && std::chrono::steady_clock::now() < deadline)
+        while (!inside.time_to_exit() && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::yield();
+        }
         return inside.time_to_exit();
     };
     {
@@ -275,8 +280,9 @@ public:
     }
     int64_t WaitForEvent() override
     {
-        if (calls == m_results.size())
+        if (calls == m_results.size()) {
             return LXI_ERROR_INV_RSRC;
+        }
         return m_results[calls++];
     }
     size_t calls = 0;

@@ -1,14 +1,14 @@
 // The maintenance server as the last step of the benchtop's start, and at its end.
 
-#include "benchtop_start_bench.h"
-#include "nothrow_new.h"
-#include "support/maintenance_client.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 
 #include <sys/socket.h>
+
+#include "benchtop_start_bench.h"
+#include "nothrow_new.h"
+#include "support/maintenance_client.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -39,8 +39,9 @@ TEST_F(BenchtopStart, OpensItsMaintenancePortLast)
     store(settled_settings());
     std::atomic<int> free_before = -1;
     logs.on_line([&](const LogLine& line) {
-        if (is_last_line(line))
+        if (is_last_line(line)) {
             free_before = port_is_free() ? 1 : 0;
+        }
     });
     start_and_settle();
     EXPECT_EQ(free_before, 1);
@@ -56,8 +57,9 @@ TEST_F(BenchtopStart, TellsTheMaintenanceToolItsIdentityAndOptions)
     client.send(FrameHeader{"HEID"}.bytes(), 7502);
     const std::string identity = client.receive();
     ASSERT_EQ(identity.size(), 534u);
-    for (const char* row : {"A10.0.0.2\0", "Hbench-4\0", "IOVX3654B\0", "S240017\0", "F1.19.145\0"})
+    for (const char* row : {"A10.0.0.2\0", "Hbench-4\0", "IOVX3654B\0", "S240017\0", "F1.19.145\0"}) {
         EXPECT_NE(identity.find(row + "\0"s), std::string::npos) << row;
+    }
     client.send(FrameHeader{"HECT"}.bytes(), 7502);
     EXPECT_EQ(client.receive().substr(22 + 12, 4), "MOD\0"s);
 }
@@ -94,8 +96,9 @@ TEST_F(BenchtopStart, WithoutMemoryForItsMaintenanceServerHasFailed)
 {
     store(settled_settings());
     logs.on_line([](const LogLine& line) {
-        if (is_last_line(line))
+        if (is_last_line(line)) {
             refuse_nothrow_new(true);
+        }
     });
     start();
     refuse_nothrow_new(false);

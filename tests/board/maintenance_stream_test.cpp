@@ -1,14 +1,15 @@
 // An image for the modules, passed on by the maintenance server frame by frame.
 
-#include "maintenance_firmware_bench.h"
-
 #include <csignal>
 #include <cstring>
 #include <deque>
+#include <thread>
+
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <thread>
+
+#include "maintenance_firmware_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -33,8 +34,9 @@ public:
     std::string receive(milliseconds bound = seconds(5))
     {
         pollfd waiting = {m_socket.get(), POLLIN, 0};
-        if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0)
+        if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
             return {};
+        }
         std::string frame(2 * kFrameSize, '\0');
         socklen_t size = sizeof m_instrument;
         const ssize_t received = recvfrom(m_socket.get(), frame.data(), frame.size(), 0,
@@ -62,10 +64,12 @@ protected:
     {
         std::copy(std::begin(kModuleAddresses), std::end(kModuleAddresses), CUdpServer::modulAddr);
         FirmwareTest::SetUp();
-        if (IsSkipped() || HasFatalFailure())
+        if (IsSkipped() || HasFatalFailure()) {
             return;
-        for (const char* address : kModuleAddresses)
+        }
+        for (const char* address : kModuleAddresses) {
             modules.emplace_back(address);
+        }
         install(3);
     }
 
@@ -102,8 +106,9 @@ protected:
             EXPECT_EQ(got.size(), kFrameSize) << i;
             EXPECT_EQ(got.substr(0, frame.size()), frame) << i;
         }
-        for (int i = 0; i < installed; ++i)
+        for (int i = 0; i < installed; ++i) {
             modules[static_cast<size_t>(i)].send(answer(i, number));
+        }
         return client.receive();
     }
     /** The stream of an image in one frame, up to the answer to its end. */
@@ -173,8 +178,9 @@ TEST_F(MaintenanceStream, ItsEndClosesTheModulesSockets)
 {
     const size_t before = open_descriptors();
     stream();
-    for (int i = 0; i < installed; ++i)
+    for (int i = 0; i < installed; ++i) {
         module(i).send(final_answer(i));
+    }
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
     EXPECT_EQ(open_descriptors(), before);
 }
@@ -188,8 +194,9 @@ TEST_F(MaintenanceStream, AnswersAreTakenInTheOrderOfTheChannelsWhoeverIsFirst)
     EXPECT_EQ(client.receive(milliseconds(20)), "");
     module(0).send(final_answer(0));
     for (const std::string& expected :
-         {final_answer(0), final_answer(1), answer(2, 10), final_answer(2), success_frame()})
+         {final_answer(0), final_answer(1), answer(2, 10), final_answer(2), success_frame()}) {
         EXPECT_EQ(client.receive(), expected);
+    }
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
 }
 
@@ -225,16 +232,18 @@ TEST_F(MaintenanceStream, AFrameOfAnotherOpcodeIsDroppedWithNoReply)
 {
     begin(image(1));
     EXPECT_EQ(pass_on(image(1), 2), answer(2, 2));
-    for (const char* opcode : {"HEID", "HESU", "hepd", "\0\0\0\0"})
+    for (const char* opcode : {"HEID", "HESU", "hepd", "\0\0\0\0"}) {
         client.send(FrameHeader{std::string(opcode, 4), 2, 0xFFFF}.bytes(), port);
+    }
     EXPECT_EQ(module(0).receive(milliseconds(20)), "");
     EXPECT_EQ(client.ready(), "");
     client.send(image(2), port);
     EXPECT_EQ(pass_on(image(2), 3), answer(2, 3));
     client.send(last_frame(3), port);
     EXPECT_EQ(pass_on(last_frame(3), 4), answer(2, 4));
-    for (int i = 0; i < installed; ++i)
+    for (int i = 0; i < installed; ++i) {
         module(i).send(final_answer(i));
+    }
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
 }
 
@@ -278,8 +287,9 @@ TEST_F(MaintenanceStream, AModuleThatIsSilentForTwoSecondsEndsItWithAnErrorFrame
 {
     const size_t before = open_descriptors();
     begin(image(1, "image"));
-    for (int i = 0; i < installed; ++i)
+    for (int i = 0; i < installed; ++i) {
         module(i).receive();
+    }
     module(0).send(answer(0, 2));
     module(2).send(answer(2, 2));
     const auto begun = std::chrono::steady_clock::now();
@@ -303,8 +313,9 @@ TEST_F(MaintenanceStream, EveryModuleThatFailsIsLoggedAndTheServiceGoesOn)
     begin(image(1));
     EXPECT_EQ(pass_on(image(1), 2), answer(2, 2));
     client.send(image(2), port);
-    for (int i = 0; i < installed; ++i)
+    for (int i = 0; i < installed; ++i) {
         module(i).receive();
+    }
     module(0).send("");
     module(1).send(answer(1, 3));
     module(2).send("");
@@ -391,8 +402,9 @@ TEST_F(MaintenanceStream, ASocketWithATimeOutSendsTheFrameAgainEachTimeItPasses)
     const timeval soon = {0, 20'000};
     setsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &soon, sizeof soon);
     begin(image(1, "image"));
-    for (uint16_t number = 2; number < 5; ++number)
+    for (uint16_t number = 2; number < 5; ++number) {
         EXPECT_EQ(pass_on(image(1, "image"), number), answer(0, number));
+    }
     client.send(last_frame(2), port);
     uint16_t number = 5;
     std::string frame;

@@ -1,10 +1,11 @@
 // The update unit: how it is started, and the files that it leaves behind.
 
-#include "maintenance_firmware_bench.h"
-
 #include <csignal>
-#include <sys/mount.h>
 #include <thread>
+
+#include <sys/mount.h>
+
+#include "maintenance_firmware_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -78,9 +79,11 @@ protected:
     std::vector<LogLine> clean_up_lines()
     {
         std::vector<LogLine> lines;
-        for (const LogLine& line : take_lines())
-            if (line.text.find("pgr") != std::string::npos)
+        for (const LogLine& line : take_lines()) {
+            if (line.text.find("pgr") != std::string::npos) {
                 lines.push_back(line);
+            }
+        }
         return lines;
     }
 };

@@ -10,10 +10,11 @@ std::atomic<bool> g_refuse = false;
 
 } // namespace
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+void* operator new(size_t size, const std::nothrow_t&) noexcept
 {
-    if (g_refuse)
+    if (g_refuse) {
         return nullptr;
+    }
     try {
         return ::operator new(size);
     } catch (const std::bad_alloc&) {

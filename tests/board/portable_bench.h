@@ -5,6 +5,16 @@
 #ifndef ORVAN_TESTS_BOARD_PORTABLE_BENCH_H
 #define ORVAN_TESTS_BOARD_PORTABLE_BENCH_H
 
+#include <cstdlib>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <syslog.h>
+
+#include <gtest/gtest.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
@@ -14,14 +24,6 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "support/log_capture.h"
 #include "word_chip.h"
-
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <memory>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <vector>
 
 namespace HaldeElec::Orvan {
 

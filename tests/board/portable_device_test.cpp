@@ -1,5 +1,7 @@
 // Set-up of the portable's hardware, and its operations.
 
+#include <cstring>
+
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "orvan_sdk/lxi/PersistentData.h"
@@ -9,8 +11,6 @@
 #include "recording_handler.h"
 #include "support/persistent_data_peer.h"
 #include "unit/orvan_sdk/bit_bench.h"
-
-#include <cstring>
 
 using namespace board_test;
 
@@ -74,8 +74,9 @@ TEST_F(PortableHardware, IsSetUpInThisOrder)
 
 TEST_F(PortableHardware, ThatIsNotFittedIsPassedOver)
 {
-    for (const uint8_t chip : {kCharger, kExpander, kBattery})
+    for (const uint8_t chip : {kCharger, kExpander, kBattery}) {
         insert_fault(board->i2c(), chip)->absent(true);
+    }
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(expect_trace(trace(), std::string(kPins) + R"(
         i2c 0x09 open -> ENXIO
@@ -161,8 +162,9 @@ TEST_F(PortableOperations, WithoutRoutingSucceedAndTouchNothing)
         EXPECT_EQ(device->SetPulseModulationSource(value), 0);
         EXPECT_EQ(device->SetTriggerInpImp(value), 0);
     }
-    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI})
+    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI}) {
         EXPECT_EQ(device->SetTriggerSource(source), 0);
+    }
     EXPECT_EQ(device->SetTriggerCouple(1, eCoupling_all), 0);
     device->RunKbdServer();
     EXPECT_TRUE(trace().empty());
@@ -177,8 +179,9 @@ TEST_F(PortableOperations, TriggerOperationsAloneReachTheHandlerWhoseResultIsNot
     IDeviceConnectionHandler* const own_handler = device->GetSPIhandler();
     device->SetSPIhandler(&recording);
     device->SetSelectChannel(1);
-    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI})
+    for (const auto source : {D::External, D::Bus, D::Timer, D::SPI}) {
         EXPECT_EQ(device->SetTriggerSource(source), 0);
+    }
     D::OnOff value = D::Off;
     EXPECT_EQ(device->SetTriggerInpImp(D::On), 0);
     EXPECT_EQ(device->GetTriggerInpImp(value), 0);

@@ -1,12 +1,12 @@
 // The fan thread of the portable.
 
+#include <array>
+#include <thread>
+
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/bit/bit_tests.h"
 #include "portable_bench.h"
 #include "support/scripted_module.h"
-
-#include <array>
-#include <thread>
 
 using namespace board_test;
 
@@ -32,8 +32,9 @@ protected:
         modules->setScpiPort(module.port());
         modules->setSelectedChannel(1);
         modules->setNumberofChannels(1);
-        if (tests->getTestsNumber(CBIT) == 0)
+        if (tests->getTestsNumber(CBIT) == 0) {
             tests->registerTest(CBIT, {kFanTest});
+        }
         tests->setTestResult(CBIT, kFanTest, BIT_NOT_PERFORMED, ERR_NONE);
         peer.set_bit_manager(tests);
         temperature("25.0");
@@ -65,8 +66,9 @@ protected:
     }
     void stop()
     {
-        if (!fans.joinable())
+        if (!fans.joinable()) {
             return;
+        }
         peer.run_fan_thread(false);
         board->clock().advance(kCycle);
         fans.join();
@@ -78,9 +80,11 @@ protected:
     int fan_test() const
     {
         bitReport_t report = {};
-        for (int row = 0; tests->getTestResult(CBIT, row, report); ++row)
-            if (std::string(report.testName) == kFanTest)
+        for (int row = 0; tests->getTestResult(CBIT, row, report); ++row) {
+            if (std::string(report.testName) == kFanTest) {
                 return report.errorCode == ERR_NONE ? report.result : -1;
+            }
+        }
         return -1;
     }
 
@@ -273,13 +277,15 @@ TEST_F(PortableFans, TheTestFailsFromTheEleventhFailedCycleOnAndPassesOnceTheCou
 TEST_F(PortableFans, GoodCyclesCountDownToZeroAndNotBelow)
 {
     start();
-    for (int good = 0; good < 15; ++good)
+    for (int good = 0; good < 15; ++good) {
         next_cycle();
+    }
     const auto fault = insert_fault(board->i2c(), kExpander);
     fault->not_acknowledging(true);
     next_cycle();
-    for (int failed = 2; failed <= 11; ++failed)
+    for (int failed = 2; failed <= 11; ++failed) {
         next_cycle(kCycleAfterError);
+    }
     EXPECT_EQ(fan_test(), BIT_FAIL);
 }
 
@@ -298,8 +304,9 @@ TEST_F(PortableFans, FailuresCountAlsoWithoutATestManager)
     start();
     insert_fault(board->i2c(), kExpander)->not_acknowledging(true);
     next_cycle();
-    for (int failed = 2; failed <= 10; ++failed)
+    for (int failed = 2; failed <= 10; ++failed) {
         next_cycle(kCycleAfterError);
+    }
     peer.set_bit_manager(tests);
     next_cycle(kCycleAfterError);
     EXPECT_EQ(fan_test(), BIT_FAIL);

@@ -1,16 +1,16 @@
 // Battery, supply of the module, power button.
 
-#include "dataorvan.h"
-#include "portable_bench.h"
-#include "support/instrument_files.h"
-#include "support/loopback.h"
-
 #include <array>
 #include <atomic>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
+
+#include "dataorvan.h"
+#include "portable_bench.h"
+#include "support/instrument_files.h"
+#include "support/loopback.h"
 
 using namespace board_test;
 
@@ -303,8 +303,9 @@ TEST_F(PortableCharge, ASwitchThatFailedIsTriedAgainByEveryCycle)
     const auto fault = insert_fault(board->i2c(), kExpander);
     const auto failures = [this](const char* text) { return logs.count(LOG_ERR, text); };
     fault->not_acknowledging(true);
-    for (int cycles = 0; cycles < 3; ++cycles)
+    for (int cycles = 0; cycles < 3; ++cycles) {
         cycle_at(20);
+    }
     EXPECT_EQ(failures("turn_orvanx_on: failed to turn orvan off"), 3u);
     EXPECT_TRUE(orvanx_on);
     EXPECT_EQ(waits(), std::vector<std::string>(3, "delay 5000000")) << "it is no failed reading";
@@ -315,8 +316,9 @@ TEST_F(PortableCharge, ASwitchThatFailedIsTriedAgainByEveryCycle)
     EXPECT_FALSE(board->module_power());
 
     fault->not_acknowledging(true);
-    for (int cycles = 0; cycles < 2; ++cycles)
+    for (int cycles = 0; cycles < 2; ++cycles) {
         cycle_at(50);
+    }
     EXPECT_EQ(failures("turn_orvanx_on: failed to turn orvan on"), 2u);
     EXPECT_FALSE(orvanx_on);
     fault->not_acknowledging(false);
@@ -403,16 +405,18 @@ TEST_F(PortableCharge, AGoodCycleBeginsTheCountOfRetriesAnew)
 {
     const auto fault = insert_fault(board->i2c(), kBattery);
     fault->not_acknowledging(true);
-    for (int cycles = 0; cycles < 4; ++cycles)
+    for (int cycles = 0; cycles < 4; ++cycles) {
         cycle();
+    }
     EXPECT_EQ(retry, 4);
     fault->not_acknowledging(false);
     cycle();
     EXPECT_EQ(retry, 0);
     fault->not_acknowledging(true);
     trace();
-    for (int cycles = 0; cycles < 5; ++cycles)
+    for (int cycles = 0; cycles < 5; ++cycles) {
         cycle();
+    }
     EXPECT_EQ(waits(), std::vector<std::string>(5, "delay 100000"));
     EXPECT_EQ(logs.count(LOG_INFO, "ChargeMonitor: Battery access failed"), 0u);
 }
@@ -424,8 +428,9 @@ TEST_F(PortableCharge, TheBusIsHeldForTheReadingAndNotForTheWait)
         bool free = false;
         std::thread([&] {
             free = bus.try_lock();
-            if (free)
+            if (free) {
                 bus.unlock();
+            }
         }).join();
         return free;
     };

@@ -1,5 +1,18 @@
 // The portable from its start to its end, with its threads, one module and both stores of its settings.
 
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <thread>
+
+#include <unistd.h>
+
 #include "dataorvan.h"
 #include "nothrow_new.h"
 #include "orvan_sdk/OrvanDebug.h"
@@ -17,18 +30,6 @@
 #include "support/scripted_module.h"
 #include "support/stand_ins.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <optional>
-#include <thread>
-#include <unistd.h>
-
 using namespace board_test;
 
 namespace {
@@ -44,8 +45,9 @@ class PortableStart : public testing::Test, protected PortableBoard {
 protected:
     PortableStart()
     {
-        if (!refusal().empty())
+        if (!refusal().empty()) {
             return;
+        }
         // A folder that leads to another one would not be one to a program that makes it.
         fs::create_directories("/home/orvan");
         fs::create_directory_symlink(files->halde(), "/home/orvan/halde");
@@ -57,14 +59,16 @@ protected:
     }
     void SetUp() override
     {
-        if (!refusal().empty())
+        if (!refusal().empty()) {
             GTEST_SKIP() << refusal();
+        }
     }
     /** GoogleTest tells of failures on standard output. */
     void TearDown() override
     {
-        if (refusal().empty())
+        if (refusal().empty()) {
             end();
+        }
         const std::string told = HasFailure() ? out->text() : ""; // the library's own may hold NULs
         out.reset();
         std::fwrite(told.data(), 1, told.size(), stdout);
@@ -165,8 +169,9 @@ private:
             body();
             done = true;
         });
-        while (!done)
+        while (!done) {
             board->clock().advance(kSecond);
+        }
         worker.join();
     }
 };
@@ -475,10 +480,11 @@ TEST_F(PortableStart, ABatteryIsFollowedFromFullToEmptyAndBack)
                 for (const std::string& line :
                      board->trace().lines_with({"i2c 0x0b [0x0d]", "i2c 0x20 [0x14] ="})) {
                     unsigned percentage = 0;
-                    if (std::sscanf(line.c_str(), "i2c 0x0b [0x0d] -> %x", &percentage) == 1)
+                    if (std::sscanf(line.c_str(), "i2c 0x0b [0x0d] -> %x", &percentage) == 1) {
                         history.read(percentage);
-                    else
+                    } else {
                         switches.push_back(std::to_string(history.last) + "%: " + line.substr(9));
+                    }
                 }
                 EXPECT_EQ(record().SYSTEM.Battery, history.shown);
                 EXPECT_EQ(board->module_power(), history.power);
@@ -554,8 +560,9 @@ TEST_F(PortableStart, TheEndDoesNotComeBackFromARunningChargeMonitor)
             ended = true;
         }).detach();
         board->trace().clear();
-        for (int seconds = 0; seconds < 60; ++seconds)
+        for (int seconds = 0; seconds < 60; ++seconds) {
             ASSERT_TRUE(board->clock().run(kSecond, 3)) << "all three threads go on";
+        }
         EXPECT_FALSE(ended);
         EXPECT_EQ(board->trace().lines_with({"i2c 0x0b open"}).size(), 12u);
     });

@@ -4,11 +4,11 @@
 #ifndef ORVAN_TESTS_BOARD_POWER_CUT_H
 #define ORVAN_TESTS_BOARD_POWER_CUT_H
 
-#include "board/spi_device.h"
-
 #include <functional>
 #include <memory>
 #include <utility>
+
+#include "board/spi_device.h"
 
 namespace board_test {
 
@@ -33,31 +33,38 @@ public:
     void select() override
     {
         m_position = 0;
-        if (!m_dead)
+        if (!m_dead) {
             m_chip->select();
+        }
     }
     uint8_t exchange(uint8_t sent) override
     {
         const size_t position = m_position++;
-        if (position == 0)
+        if (position == 0) {
             m_writes = sent == kWrite;
+        }
         const bool data = m_writes && position > kAddressBytes;
-        if (data && m_at_cut && !m_dead && m_left == 0)
+        if (data && m_at_cut && !m_dead && m_left == 0) {
             cut();
-        if (m_dead)
+        }
+        if (m_dead) {
             return kDeadByte;
-        if (data && m_at_cut)
+        }
+        if (data && m_at_cut) {
             --m_left;
+        }
         return m_chip->exchange(sent);
     }
     void deselect() override
     {
-        if (m_dead)
+        if (m_dead) {
             return;
-        if (m_writes && m_at_cut && m_left == 0)
+        }
+        if (m_writes && m_at_cut && m_left == 0) {
             cut();
-        else
+        } else {
             m_chip->deselect();
+        }
     }
     void power_on() override
     {

@@ -1,10 +1,9 @@
 // The power-up setup, from the client's command to the two stores of the settings.
 
-#include "settings_bench.h"
-
 #include <csignal>
 
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "settings_bench.h"
 #include "support/loopback.h"
 
 using namespace board_test;

@@ -1,4 +1,16 @@
-#include "orvan_sdk/production.h"
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "board/current_board.h"
 #include "board/expect_trace.h"
@@ -6,22 +18,11 @@
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/production.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/persistent_data_peer.h"
 #include "support/private_home.h"
-
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <unistd.h>
-#include <vector>
 
 using namespace HaldeElec::Orvan;
 using orvan_test::LogLine;
@@ -47,8 +48,9 @@ struct NewController {
     explicit NewController(const sim_board::BoardWiring& wiring) : board(wiring)
     {
         BITManager::getInstance(0); // with no periodic thread
-        if (home.refusal().empty())
+        if (home.refusal().empty()) {
             fs::create_directories(kFolder);
+        }
         logs.clear();
     }
     ~NewController() { PersistentDataTestPeer::forget_instance(); }
@@ -130,8 +132,9 @@ class Production : public testing::TestWithParam<Platform> {
 protected:
     void SetUp() override
     {
-        if (!controller.home.refusal().empty())
+        if (!controller.home.refusal().empty()) {
             GTEST_SKIP() << controller.home.refusal();
+        }
     }
 
     NewController controller{GetParam().wiring};

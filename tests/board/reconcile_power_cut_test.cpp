@@ -1,13 +1,13 @@
 // A power cut behind every byte that is written, and in every write cycle of a page.
 
-#include "power_cut.h"
-#include "settings_bench.h"
-
 #include <algorithm>
 #include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "power_cut.h"
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -25,11 +25,13 @@ std::string ranges(const std::vector<size_t>& numbers)
     std::string text;
     for (size_t i = 0; i < numbers.size(); ++i) {
         const size_t first = numbers[i];
-        while (i + 1 < numbers.size() && numbers[i + 1] == numbers[i] + 1)
+        while (i + 1 < numbers.size() && numbers[i + 1] == numbers[i] + 1) {
             ++i;
+        }
         text += (text.empty() ? "" : ", ") + std::to_string(first);
-        if (numbers[i] != first)
+        if (numbers[i] != first) {
             text += "-" + std::to_string(numbers[i]);
+        }
     }
     return text;
 }
@@ -56,8 +58,9 @@ protected:
     void SetUp() override
     {
         SettingsTest::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         chip = std::make_shared<PowerCutChip>(board->spi().device("eeprom"));
         board->spi().attach("eeprom", chip);
         eeprom.fill(0xff);
@@ -152,8 +155,9 @@ private:
         chip->power_on();
         program(eeprom);
         fs::remove(kFile);
-        if (backup)
+        if (backup) {
             put_file(*backup);
+        }
         if (!file_writable) {
             fs::create_directories(kFolder);
             fs::create_symlink(kFile, kFile);
@@ -164,20 +168,23 @@ private:
     }
     void arm()
     {
-        if (cut_at)
+        if (cut_at) {
             chip->cut_behind(*cut_at, [this] {
                 file_at_cut =
                     fs::is_regular_file(fs::symlink_status(kFile)) ? std::optional(file()) : std::nullopt;
             });
+        }
     }
 
     // What was whole in either store, and what the operation leaves.
     void find_whole_identities(const std::function<void()>& operation)
     {
         whole.clear();
-        for (const Blob* image : {&eeprom, backup ? &*backup : nullptr})
-            if (image != nullptr && peer->classify(*image) != INVALID)
+        for (const Blob* image : {&eeprom, backup ? &*backup : nullptr}) {
+            if (image != nullptr && peer->classify(*image) != INVALID) {
                 whole.push_back(record_of(*image));
+            }
+        }
         lay();
         cut_at.reset();
         operation();
@@ -223,10 +230,12 @@ private:
         // What the process did after the cut never was.
         EXPECT_EQ(file_at_cut, backup ? std::optional(bytes_of(*backup)) : std::nullopt)
             << "the EEPROM comes first";
-        if (file_writable)
+        if (file_writable) {
             fs::remove(kFile);
-        if (file_at_cut)
+        }
+        if (file_at_cut) {
             put_file(*file_at_cut, file_at_cut->size());
+        }
     }
 
     std::string cuts_behind_bytes(const std::function<void()>& operation)
@@ -237,8 +246,9 @@ private:
             Bytes torn = bytes_of(eeprom);
             std::copy_n(after_eeprom.begin(), bytes, torn.begin());
             EXPECT_EQ(cells(), torn) << "behind byte " << bytes;
-            if (!comes_back_whole())
+            if (!comes_back_whole()) {
                 wrong.push_back(bytes);
+            }
         }
         return ranges(wrong);
     }
@@ -249,8 +259,9 @@ private:
         for (size_t page = 0; eeprom_written && page < TOTAL_BLOB_SIZE / kPage; ++page) {
             cut_behind((page + 1) * kPage, operation);
             board->eeprom().program(page * kPage, Bytes(kPage, 0xff));
-            if (!comes_back_whole())
+            if (!comes_back_whole()) {
                 wrong.push_back(page);
+            }
         }
         return ranges(wrong);
     }
@@ -263,8 +274,9 @@ private:
             chip->power_on();
             board->eeprom().program(0, after_eeprom);
             put_file(after_file, length);
-            if (!comes_back_whole())
+            if (!comes_back_whole()) {
                 wrong.push_back(length);
+            }
         }
         return ranges(wrong);
     }

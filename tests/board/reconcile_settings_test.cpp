@@ -1,13 +1,14 @@
 // Reading at start-up, factory settings, and records that hold anything at all.
 
-#include "settings_bench.h"
-
 #include <cstddef>
 #include <limits>
 #include <ostream>
 #include <string>
-#include <syslog.h>
 #include <vector>
+
+#include <syslog.h>
+
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;

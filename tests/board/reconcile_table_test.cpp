@@ -1,15 +1,16 @@
 // Every state of the EEPROM against every state of the file.
 
-#include "settings_bench.h"
-#include "support/long_ago.h"
-
 #include <algorithm>
 #include <ostream>
 #include <string>
 #include <string_view>
-#include <syslog.h>
 #include <tuple>
 #include <vector>
+
+#include <syslog.h>
+
+#include "settings_bench.h"
+#include "support/long_ago.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -81,8 +82,9 @@ protected:
     void SetUp() override
     {
         SettingsTest::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         std::tie(eeprom_state, file_state) =
             std::tuple(kEepromStates[std::get<0>(GetParam())].state, kFileStates[std::get<1>(GetParam())]);
         decision = kEepromStates[std::get<0>(GetParam())].decisions[std::get<1>(GetParam())];
@@ -98,75 +100,98 @@ protected:
     Blob eeprom_image()
     {
         Blob image = blob("230042");
-        if (eeprom_state == "Signed0")
+        if (eeprom_state == "Signed0") {
             return blob("230042", 57, 0);
-        if (eeprom_state == "SignedDefault")
+        }
+        if (eeprom_state == "SignedDefault") {
             return blob("230000");
+        }
         if (eeprom_state == "Signed2") { // with fields that this layout does not have
             image = blob("230042", 57, 2);
             std::fill_n(&image[552], 40, uint8_t{0x77});
             sign(image);
         }
-        if (eeprom_state == "LegacyReal")
+        if (eeprom_state == "LegacyReal") {
             return legacy("230042");
+        }
         if (eeprom_state == "LegacyErased") {
             image = legacy("230042");
             std::fill(image.begin() + 552, image.end(), uint8_t{0xff});
         }
-        if (eeprom_state == "LegacyDefault")
+        if (eeprom_state == "LegacyDefault") {
             return legacy("230000");
-        if (eeprom_state == "Blank")
+        }
+        if (eeprom_state == "Blank") {
             image.fill(0xff);
-        if (eeprom_state == "Zeros")
+        }
+        if (eeprom_state == "Zeros") {
             image.fill(0);
-        if (eeprom_state == "Garbage")
+        }
+        if (eeprom_state == "Garbage") {
             image = garbage();
-        if (eeprom_state == "BadCrc")
+        }
+        if (eeprom_state == "BadCrc") {
             image[40] ^= 1;
-        if (eeprom_state == "BadMarker")
+        }
+        if (eeprom_state == "BadMarker") {
             image[1011] ^= 1;
-        if (eeprom_state == "ForeignModel")
+        }
+        if (eeprom_state == "ForeignModel") {
             return foreign();
+        }
         return image;
     }
 
     void lay_file()
     {
         Bytes bytes = bytes_of(file_state.starts_with("Legacy") ? legacy("230043") : blob("230043", 58));
-        if (file_state.starts_with("Same"))
+        if (file_state.starts_with("Same")) {
             bytes = bytes_of(eeprom);
-        if (file_state == "Signed0")
+        }
+        if (file_state == "Signed0") {
             bytes = bytes_of(blob("230043", 58, 0));
-        if (file_state == "Signed2")
+        }
+        if (file_state == "Signed2") {
             bytes = bytes_of(blob("230043", 58, 2));
-        if (file_state == "Regenerated")
+        }
+        if (file_state == "Regenerated") {
             bytes = bytes_of(blob("230042", 99));
+        }
         if (file_state == "SameSerial") {
             EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
             std::strcpy(record.hostName, "renamed");
             bytes.assign(TOTAL_BLOB_SIZE, 0);
             std::memcpy(bytes.data(), &record, sizeof record);
         }
-        if (file_state == "LegacyDefault")
+        if (file_state == "LegacyDefault") {
             bytes = bytes_of(legacy("230000"));
-        if (file_state == "Garbage")
+        }
+        if (file_state == "Garbage") {
             bytes = bytes_of(garbage());
-        if (file_state == "BadCrc")
+        }
+        if (file_state == "BadCrc") {
             bytes[1023] ^= 0x80;
-        if (file_state == "ForeignModel")
+        }
+        if (file_state == "ForeignModel") {
             bytes = bytes_of(foreign());
+        }
         std::copy_n(bytes.begin(), file_image.size(), file_image.begin());
 
-        if (file_state.ends_with("Long"))
+        if (file_state.ends_with("Long")) {
             bytes.insert(bytes.end(), kTail.begin(), kTail.end());
-        if (file_state == "Legacy552Bytes")
+        }
+        if (file_state == "Legacy552Bytes") {
             bytes.resize(552);
-        if (file_state == "Signed1010Bytes")
+        }
+        if (file_state == "Signed1010Bytes") {
             bytes.resize(1010);
-        if (file_state == "NineBytes")
+        }
+        if (file_state == "NineBytes") {
             bytes.resize(9);
-        if (file_state == "Empty")
+        }
+        if (file_state == "Empty") {
             bytes.clear();
+        }
         if (unreadable()) {
             fs::create_directories(kFolder);
             fs::create_symlink(kFile, kFile);
@@ -174,8 +199,9 @@ protected:
             put_file(bytes, bytes.size());
         }
         before = file();
-        if (fs::exists(fs::symlink_status(kFile)) && !unreadable())
+        if (fs::exists(fs::symlink_status(kFile)) && !unreadable()) {
             fs::last_write_time(kFile, kLongAgo);
+        }
     }
     /** Also with the bytes that it had. */
     bool file_written() const { return fs::exists(kFile) && fs::last_write_time(kFile) != kLongAgo; }
@@ -184,8 +210,9 @@ protected:
     {
         Blob image;
         uint32_t state = 20261120;
-        for (uint8_t& byte : image)
+        for (uint8_t& byte : image) {
             byte = static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24);
+        }
         return image;
     }
     Blob foreign()
@@ -202,14 +229,18 @@ protected:
     Blob chosen()
     {
         const EEPROM_DEVICE_SETTINGS factory = factory_settings();
-        if (is_in(decision, "vf="))
+        if (is_in(decision, "vf=")) {
             return eeprom;
-        if (is_in(decision, "ur"))
+        }
+        if (is_in(decision, "ur")) {
             return file_image;
-        if (is_in(decision, "FR"))
+        }
+        if (is_in(decision, "FR")) {
             return rebuilt(file_image, 1);
-        if (decision == '0')
+        }
+        if (decision == '0') {
             return peer->build(&factory, 1, 1);
+        }
         return rebuilt(eeprom, decision == 'd' ? 58 : 1);
     }
 
@@ -218,36 +249,44 @@ protected:
         const LogLine eeprom_read{LOG_INFO, std::string("[CPersistentData] readEeprom: read 1024 bytes, ") +
                                                 (dead() ? "FAILED" : "ok")};
         std::vector<LogLine> log{eeprom_read};
-        if (unreadable())
+        if (unreadable()) {
             log.push_back({LOG_ERR, "readFSBackup NullEeprom::init() failed"});
-        else if (before.empty())
+        } else if (before.empty()) {
             log.push_back({LOG_INFO, "[CPersistentData] readFSBackup: file empty or missing"});
-        else
+        } else {
             log.push_back({LOG_INFO, "[CPersistentData] readFSBackup: read " +
                                          std::to_string(std::min<size_t>(before.size(), 1024)) +
                                          " bytes, ok"});
-        if (decision == 'd')
+        }
+        if (decision == 'd') {
             log.push_back({LOG_WARNING,
                            "[CPersistentData] EEPROM data version (2) is newer than this firmware (1) - "
                            "downgrading, newer fields discarded"});
-        if (decision == 'v')
+        }
+        if (decision == 'v') {
             log.push_back({LOG_ERR, "[CPersistentData] EEPROM and file both VERIFIED but differ - keeping "
                                     "EEPROM, investigate"});
-        if (decision == 'F')
+        }
+        if (decision == 'F') {
             log.push_back({LOG_WARNING, "[CPersistentData] EEPROM had default serial, backup file had a real "
                                         "serial - using backup file"});
-        if (decision == 'D')
+        }
+        if (decision == 'D') {
             log.push_back({LOG_ERR, "[CPersistentData] EEPROM and backup file both have real, DIFFERENT "
                                     "serials - keeping EEPROM (230042), backup had (230043) - "});
-        if (decision == 'u')
+        }
+        if (decision == 'u') {
             log.push_back({LOG_ERR, "[CPersistentData] Unexpected: EEPROM legacy but file VERIFIED - using "
                                     "file, investigate"});
-        if (is_in(decision, "rR"))
+        }
+        if (is_in(decision, "rR")) {
             log.push_back({LOG_WARNING, "[CPersistentData] EEPROM invalid, restoring from backup file"});
+        }
         if (repairs_eeprom()) {
             log.push_back(eeprom_read);
-            if (dead())
+            if (dead()) {
                 log.push_back({LOG_ERR, "[CPersistentData] readData: EEPROM repair write/verify FAILED"});
+            }
         }
         if (repairs_file() && unreadable()) {
             log.push_back({LOG_ERR, "writeFSBackup NullEeprom::init() failed"});
@@ -302,8 +341,9 @@ TEST_P(Reconciliation, FollowsTheTable)
 
 TEST_P(Reconciliation, ASecondStartFindsNothingToDo)
 {
-    if (dead() || unreadable())
+    if (dead() || unreadable()) {
         return; // nothing heals
+    }
     read_data();
     if (peer->version() == 2) { // a newer copy was restored as it stood; the next start is the downgrade's
         restart();

@@ -1,11 +1,12 @@
 // Carrying a change to both stores.
 
-#include "settings_bench.h"
-
 #include <ostream>
 #include <string>
-#include <syslog.h>
 #include <vector>
+
+#include <syslog.h>
+
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -26,8 +27,9 @@ protected:
     void SetUp() override
     {
         SettingsTest::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         start_with(blob("230042"));
     }
     void start_with(const Blob& image)

@@ -4,11 +4,11 @@
 #ifndef ORVAN_TESTS_RECORDING_HANDLER_H
 #define ORVAN_TESTS_RECORDING_HANDLER_H
 
-#include "orvan_sdk/IDeviceConnectionHandler.h"
-
 #include <map>
 #include <string>
 #include <vector>
+
+#include "orvan_sdk/IDeviceConnectionHandler.h"
 
 namespace board_test {
 

@@ -1,15 +1,16 @@
 // Records and tables that hold what none should, through a whole start: what each of them leads to.
 
-#include "bare_device.h"
-#include "settings_bench.h"
-
 #include <array>
 #include <cstddef>
 #include <limits>
 #include <ostream>
 #include <string>
-#include <syslog.h>
 #include <vector>
+
+#include <syslog.h>
+
+#include "bare_device.h"
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -254,8 +255,9 @@ TEST_F(BadSettings, WithoutOptionsAGoodCopyServesAndTheRowsStayEmpty)
         logs.clear();
         EXPECT_EQ(start(options, rows), &g_portableModelsTable[1]);
         EXPECT_EQ(identification(), "Halde Electronics,OVX3651P,230042,1.19.140");
-        for (size_t line = 0; line < FP_MAX_LINE; ++line)
+        for (size_t line = 0; line < FP_MAX_LINE; ++line) {
             EXPECT_EQ(row(line), std::string(FP_MAX_ENTRY_LEN, '\0')) << line;
+        }
         EXPECT_EQ(logs.count(LOG_ERR, "setFlashParams invalid parameters: no defaults"), 1u);
         EXPECT_EQ(logs.count(LOG_ERR, "setFactoryDefault invalid parameters: no defaults"), 0u);
         expect_stored(58);

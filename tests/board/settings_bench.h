@@ -5,6 +5,17 @@
 #ifndef ORVAN_TESTS_SETTINGS_BENCH_H
 #define ORVAN_TESTS_SETTINGS_BENCH_H
 
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <unistd.h>
+
 #include "board_bench.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/bit/bit_manager.h"
@@ -16,16 +27,6 @@
 #include "support/persistent_data_peer.h"
 #include "support/private_home.h"
 #include "support/stand_ins.h"
-
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
-#include <unistd.h>
 
 namespace board_test {
 
@@ -44,11 +45,13 @@ protected:
 
     void SetUp() override
     {
-        if (!home.refusal().empty())
+        if (!home.refusal().empty()) {
             GTEST_SKIP() << home.refusal();
+        }
         BITManager* const tests = BITManager::getInstance(0); // with no periodic thread
-        if (tests->getTestsNumber(PBIT) == 0)
+        if (tests->getTestsNumber(PBIT) == 0) {
             tests->registerTest(PBIT, {kEepromTest});
+        }
         connect();
         uint32_t channel = 2;
         handler.SetCommChannel(channel);

@@ -1,11 +1,12 @@
-#include "settings_bench.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <linux/capability.h>
 #include <ostream>
+
+#include <linux/capability.h>
 #include <sys/syscall.h>
 #include <syslog.h>
+
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -50,8 +51,9 @@ protected:
     void SetUp() override
     {
         SettingsTest::SetUp();
-        if (IsSkipped())
+        if (IsSkipped()) {
             return;
+        }
         one = std::make_shared<RefusesOne>(board->spi().device("eeprom"));
         board->spi().attach("eeprom", one);
     }
@@ -85,8 +87,9 @@ protected:
     {
         const std::string prefix = "spi eeprom: ";
         std::vector<std::string> codes;
-        for (const std::string& line : board->trace().lines_with({prefix}))
+        for (const std::string& line : board->trace().lines_with({prefix})) {
             codes.push_back(line.substr(prefix.size(), 2));
+        }
         return codes;
     }
 
@@ -126,8 +129,9 @@ TEST_F(SettingsFaults, AnyRefusedMessageOfAWriteCostsAtMostItsPage)
 {
     const Blob before = blob("230000", 1);
     Blob after;
-    for (size_t i = 0; i < after.size(); ++i)
+    for (size_t i = 0; i < after.size(); ++i) {
         after[i] = static_cast<uint8_t>(before[i] ^ 0xff); // no byte as it was
+    }
 
     begin(before, SIZE_MAX);
     ASSERT_TRUE(peer->write_eeprom(after));
@@ -141,9 +145,10 @@ TEST_F(SettingsFaults, AnyRefusedMessageOfAWriteCostsAtMostItsPage)
         EXPECT_TRUE(peer->write_eeprom(after)) << "a write is not verified";
 
         Bytes expected = bytes_of(after);
-        if (sent[refused] != "05") // a poll is repeated
+        if (sent[refused] != "05") { // a poll is repeated
             std::copy_n(before.begin() + static_cast<std::ptrdiff_t>(page * kPage), kPage,
                         expected.begin() + static_cast<std::ptrdiff_t>(page * kPage));
+        }
         ASSERT_EQ(cells(0, TOTAL_BLOB_SIZE), expected);
         EXPECT_EQ(logs.lines().size(), 1u);
         expect_only_the_refusal_shows();

@@ -1,8 +1,9 @@
-#include "settings_bench.h"
-
 #include <algorithm>
 #include <ostream>
+
 #include <syslog.h>
+
+#include "settings_bench.h"
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;

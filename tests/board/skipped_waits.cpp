@@ -3,9 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <utility>
+
 #include <sys/syscall.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
@@ -37,11 +38,13 @@ extern "C" int clock_gettime(clockid_t id, timespec* now)
 
 extern "C" int nanosleep(const timespec* wait, timespec* left)
 {
-    if (!g_skipping)
+    if (!g_skipping) {
         return sleep_really(wait, left);
+    }
     const timespec look_again = {0, 1'000'000};
-    while (!g_others_done())
+    while (!g_others_done()) {
         sleep_really(&look_again, nullptr);
+    }
     g_skipped_ns += wait->tv_sec * kSecondNs + wait->tv_nsec;
     return 0;
 }

@@ -1,11 +1,5 @@
 #include "start_bench.h"
 
-#include "end_module_service.h"
-#include "maintenance_frame.h"
-#include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/OrvanDebug.h"
-#include "support/maintenance_client.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -14,7 +8,14 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+
 #include <unistd.h>
+
+#include "end_module_service.h"
+#include "maintenance_frame.h"
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/OrvanDebug.h"
+#include "support/maintenance_client.h"
 
 namespace board_test {
 namespace {
@@ -43,28 +44,36 @@ public:
 bool is_step(const std::string& line)
 {
     for (const char* prefix : {"log ", "debug ", "module ", "pins setup", "spi open", "delay 20000",
-                               "delay 1000000", "spi eeprom: 0", "spi fan", "i2c 0x24 open"})
-        if (line.starts_with(prefix))
+                               "delay 1000000", "spi eeprom: 0", "spi fan", "i2c 0x24 open"}) {
+        if (line.starts_with(prefix)) {
             return true;
+        }
+    }
     return false;
 }
 
 // What of a step's line differs from run to run, or repeats, is left out.
 std::string step_of(const std::string& line)
 {
-    if (line.starts_with("spi eeprom: 03"))
+    if (line.starts_with("spi eeprom: 03")) {
         return "eeprom read";
-    if (line.starts_with("spi eeprom: 02"))
+    }
+    if (line.starts_with("spi eeprom: 02")) {
         return "eeprom write";
+    }
     if (line.starts_with("spi eeprom: 0") || line.starts_with("log 6 command ") ||
-        line.starts_with("log 6 ThreadRun")) // its thread takes its time
+        line.starts_with("log 6 ThreadRun")) { // its thread takes its time
         return "";
-    if (line.starts_with("debug "))
+    }
+    if (line.starts_with("debug ")) {
         return "debug " + line.substr(line.find(']') + 1);
+    }
     if (line.starts_with("module ")) {
-        for (const char* question : {"*TST?", ":SYST:INF:", ":ROSC:OUTP:FREQ?"})
-            if (line.find(question) != std::string::npos)
+        for (const char* question : {"*TST?", ":SYST:INF:", ":ROSC:OUTP:FREQ?"}) {
+            if (line.find(question) != std::string::npos) {
                 return line;
+            }
+        }
         return line.substr(0, line.find(':')) + ": setup";
     }
     return line;
@@ -81,8 +90,9 @@ Blob blob_of(const std::vector<uint8_t>& bytes)
 
 StartBench::StartBench(const sim_board::BoardWiring& wiring) : board(wiring)
 {
-    if (!refusal().empty())
+    if (!refusal().empty()) {
         return;
+    }
     // So that a path leads to one place whichever call it is handed to.
     fs::create_directories("/home/orvan");
     fs::create_directory_symlink(files.halde(), "/home/orvan/halde");
@@ -122,14 +132,16 @@ void StartBench::put_modules_behind_their_channels()
 
 void StartBench::SetUp()
 {
-    if (!refusal().empty())
+    if (!refusal().empty()) {
         GTEST_SKIP() << refusal();
+    }
 }
 
 void StartBench::TearDown()
 {
-    if (refusal().empty())
+    if (refusal().empty()) {
         end();
+    }
     logs.on_line({});
     const std::string told = HasFailure() ? out->text() + err->text() : "";
     out.reset();
@@ -141,8 +153,9 @@ EEPROM_DEVICE_SETTINGS StartBench::settings_of_modules()
 {
     EEPROM_DEVICE_SETTINGS record;
     std::memset(&record, 0, sizeof record);
-    for (char* text : {record.calibrationDate, record.fpgaVersion, record.scpiRevision})
+    for (char* text : {record.calibrationDate, record.fpgaVersion, record.scpiRevision}) {
         std::strcpy(text, "1.0");
+    }
     return record;
 }
 
@@ -208,8 +221,9 @@ void StartBench::end(const std::function<bool()>& frames_are_due)
         end_module_service();
         done = true;
     });
-    while (!done)
+    while (!done) {
         board->clock().advance(1'000'000);
+    }
     worker.join();
     HaldeElec::Orvan::PersistentDataTestPeer::forget_instance();
 }
@@ -222,9 +236,11 @@ EEPROM_DEVICE_SETTINGS& StartBench::settings()
 TestResult StartBench::test_result(eBitType type, const std::string& name)
 {
     bitReport_t report = {};
-    for (int row = 0; BITManager::getInstance(0)->getTestResult(type, row, report); ++row)
-        if (report.testName == name)
+    for (int row = 0; BITManager::getInstance(0)->getTestResult(type, row, report); ++row) {
+        if (report.testName == name) {
             return {report.result, report.errorCode};
+        }
+    }
     return {-1, -1};
 }
 
@@ -257,10 +273,12 @@ std::vector<std::string> StartBench::steps() const
     std::vector<std::string> found;
     for (const std::string& line : board->trace().lines()) {
         std::string step = is_step(line) ? step_of(line) : "";
-        if (step.ends_with('\n'))
+        if (step.ends_with('\n')) {
             step.pop_back();
-        if (!step.empty() && (found.empty() || found.back() != step))
+        }
+        if (!step.empty() && (found.empty() || found.back() != step)) {
             found.push_back(step);
+        }
     }
     // The modules are asked at once.
     const auto is_question = [](const std::string& step) { return step.ends_with(": *TST?"); };

@@ -5,6 +5,16 @@
 #ifndef ORVAN_TESTS_START_BENCH_H
 #define ORVAN_TESTS_START_BENCH_H
 
+#include <array>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
@@ -21,15 +31,6 @@
 #include "support/private_home.h"
 #include "support/private_network.h"
 #include "support/scripted_module.h"
-
-#include <array>
-#include <functional>
-#include <gtest/gtest.h>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace board_test {
 

@@ -4,14 +4,14 @@
 #ifndef ORVAN_TESTS_BOARD_WORD_CHIP_H
 #define ORVAN_TESTS_BOARD_WORD_CHIP_H
 
-#include "board/smbus_word_device.h"
-
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <utility>
+
+#include "board/smbus_word_device.h"
 
 namespace board_test {
 
@@ -29,14 +29,16 @@ public:
 private:
     std::optional<uint16_t> word_at(uint8_t reg) const override
     {
-        if (m_watcher)
+        if (m_watcher) {
             m_watcher();
+        }
         return m_words.at(reg);
     }
     bool set_word(uint8_t reg, uint16_t word) override
     {
-        if (m_watcher)
+        if (m_watcher) {
             m_watcher();
+        }
         m_words.at(reg) = word;
         return true;
     }

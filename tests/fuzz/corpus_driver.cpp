@@ -21,8 +21,9 @@ int main(int argc, char** argv)
             files.emplace_back(argv[i]);
             continue;
         }
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
             files.push_back(entry.path());
+        }
     }
     std::sort(files.begin(), files.end());
     for (const std::filesystem::path& file : files) {

@@ -41,8 +41,9 @@ const std::string kBroadcast(6, '\xff');
 
 void require(bool held, const char* what)
 {
-    if (held)
+    if (held) {
         return;
+    }
     std::fprintf(stderr, "%s\n", what);
     std::abort();
 }
@@ -54,16 +55,19 @@ EEPROM_DEVICE_SETTINGS without_parameters(EEPROM_DEVICE_SETTINGS settings)
     settings.dhcpEnabled = 0;
     for (auto* field : {&settings.fixIp, &settings.mac, &settings.fixGw, &settings.hostName,
                         &settings.fixMask, &settings.scpiPort, &settings.calibrationDate, &settings.modelName,
-                        &settings.pldVersion, &settings.serialNum})
+                        &settings.pldVersion, &settings.serialNum}) {
         std::memset(*field, 0, sizeof *field);
+    }
     return settings;
 }
 
 bool has_port_row(const std::string& frame)
 {
-    for (size_t row = 0; row < FP_MAX_LINE; ++row)
-        if (frame[FRMHEADERLEN + row * FP_MAX_ENTRY_LEN] == FLASH_SCPI_PORT)
+    for (size_t row = 0; row < FP_MAX_LINE; ++row) {
+        if (frame[FRMHEADERLEN + row * FP_MAX_ENTRY_LEN] == FLASH_SCPI_PORT) {
             return true;
+        }
+    }
     return false;
 }
 
@@ -72,12 +76,15 @@ size_t reply_size(const std::string& frame, size_t received)
 {
     const std::string_view opcode = std::string_view(frame).substr(0, kOpcodeLength);
     const bool without_rows = frame[6] == 0 && frame[7] == 0;
-    if (opcode == kOpcodeIdentify || opcode == kOpcodeFactory)
+    if (opcode == kOpcodeIdentify || opcode == kOpcodeFactory) {
         return FRMHEADERLEN + kSentRowsSize;
-    if (opcode == kOpcodeOptions)
+    }
+    if (opcode == kOpcodeOptions) {
         return FRMHEADERLEN + sizeof optPortable_Tbl;
-    if (opcode == kOpcodeNetwork && !without_rows)
+    }
+    if (opcode == kOpcodeNetwork && !without_rows) {
         return FRMHEADERLEN + (has_port_row(frame) ? kSentRowsSize : received);
+    }
     return 0;
 }
 
@@ -89,14 +96,16 @@ public:
     int DataTransfer(const uint8_t* sent, uint8_t* received, size_t length) override
     {
         std::memset(received, 0, length); // never busy
-        if (length < kPrefix)
+        if (length < kPrefix) {
             return 0;
+        }
         const size_t address = static_cast<size_t>(sent[1]) << 8 | sent[2];
         const size_t count = std::min(length - kPrefix, m_bytes.size() - address);
-        if (sent[0] == EEPROM_CAT25_COMMAND_READ)
+        if (sent[0] == EEPROM_CAT25_COMMAND_READ) {
             std::memcpy(received + kPrefix, &m_bytes[address], count);
-        else if (sent[0] == EEPROM_CAT25_COMMAND_WRITE)
+        } else if (sent[0] == EEPROM_CAT25_COMMAND_WRITE) {
             std::memcpy(&m_bytes[address], sent + kPrefix, count);
+        }
         return 0;
     }
 
@@ -129,8 +138,9 @@ public:
         const size_t received = std::min(datagram.size(), sizeof(HALDE_PACKET));
         std::string frame = peer.buffer();
         frame.replace(0, received, datagram, 0, received);
-        if (frame.starts_with(kOpcodeSoftware) || frame.starts_with(kOpcodeModule))
+        if (frame.starts_with(kOpcodeSoftware) || frame.starts_with(kOpcodeModule)) {
             return;
+        }
         const std::string mac = frame.substr(8, 6);
         const bool accepted = !foreign || mac == kOwnMac || mac == kBroadcast;
 

@@ -21,8 +21,9 @@ using R = RecordingContext;
 
 void require(bool held, const char* what)
 {
-    if (held)
+    if (held) {
         return;
+    }
     std::fprintf(stderr, "%s\n", what);
     std::abort();
 }
@@ -53,10 +54,12 @@ scpi_result_t numbers(scpi_t* c)
     check_command(c);
     double value = 0;
     uint32_t count = 0;
-    if (SCPI_ParamDouble(c, &value, true))
+    if (SCPI_ParamDouble(c, &value, true)) {
         SCPI_ResultDouble(c, value);
-    if (SCPI_ParamUInt32(c, &count, false))
+    }
+    if (SCPI_ParamUInt32(c, &count, false)) {
         SCPI_ResultUInt32Base(c, count, 10);
+    }
     scpi_number_t number{};
     SCPI_ParamNumber(c, nullptr, &number, false);
     return SCPI_RES_OK;
@@ -67,11 +70,13 @@ scpi_result_t texts(scpi_t* c)
     check_command(c);
     char text[16];
     size_t len = 0;
-    if (SCPI_ParamCopyText(c, text, sizeof text, &len, true))
+    if (SCPI_ParamCopyText(c, text, sizeof text, &len, true)) {
         SCPI_ResultCharacters(c, text, len);
+    }
     const char* characters = nullptr;
-    if (SCPI_ParamCharacters(c, &characters, &len, false))
+    if (SCPI_ParamCharacters(c, &characters, &len, false)) {
         SCPI_ResultCharacters(c, characters, len);
+    }
     return SCPI_RES_OK;
 }
 
@@ -80,8 +85,9 @@ scpi_result_t block(scpi_t* c)
     check_command(c);
     const char* data = nullptr;
     size_t len = 0;
-    if (SCPI_ParamArbitraryBlock(c, &data, &len, true))
+    if (SCPI_ParamArbitraryBlock(c, &data, &len, true)) {
         SCPI_ResultArbitraryBlock(c, data, len);
+    }
     return SCPI_RES_OK;
 }
 
@@ -91,10 +97,12 @@ scpi_result_t choices(scpi_t* c)
     static constexpr scpi_choice_def_t options[] = {{"INTernal", 1}, {"EXTernal", 2}, {nullptr, -1}};
     bool on = false;
     int32_t choice = 0;
-    if (SCPI_ParamBool(c, &on, true))
+    if (SCPI_ParamBool(c, &on, true)) {
         SCPI_ResultBool(c, on);
-    if (SCPI_ParamChoice(c, options, &choice, false))
+    }
+    if (SCPI_ParamChoice(c, options, &choice, false)) {
         SCPI_ResultInt32(c, choice);
+    }
     return SCPI_RES_OK;
 }
 
@@ -152,8 +160,9 @@ size_t count_messages(std::string_view stream)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size < 2)
+    if (size < 2) {
         return 0;
+    }
     const size_t buffer_size = data[0] < 0x80 ? 65536 : static_cast<size_t>(data[0]) - 0x7f;
     std::minstd_rand random(data[1]);
     const std::string_view stream(reinterpret_cast<const char*>(data) + 2, size - 2);
@@ -165,8 +174,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const size_t messages = count_messages(stream) + 1; // with the one that the END message ends
     size_t flushes = 0;
     for (size_t i = 0; i < whole.events.size(); ++i) {
-        if (whole.events[i] != "flush")
+        if (whole.events[i] != "flush") {
             continue;
+        }
         ++flushes;
         require(i > 0 && whole.events[i - 1] == kLineEnd, "line end ahead of the flush");
     }

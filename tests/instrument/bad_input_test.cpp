@@ -1,10 +1,10 @@
 // Clients that misbehave: after each of them the next good client is answered.
-#include "instrument.h"
+#include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
-#include <random>
-#include <thread>
+#include "instrument.h"
 
 using namespace orvan_test;
 
@@ -29,8 +29,9 @@ TEST(BadInput, RandomBytesHurtNobody)
     std::mt19937 random(20);
     for (int round = 0; round < 20; ++round) {
         std::string noise(5000, '\0');
-        for (char& byte : noise)
+        for (char& byte : noise) {
             byte = static_cast<char>(random());
+        }
         Client client = instrument.client();
         client.send(noise);
         client.finish_sending();
@@ -58,8 +59,9 @@ TEST(BadInput, SeventySubCommandsAreRefusedAndTheNextLineWorks)
     Instrument instrument;
     Client client = instrument.client();
     std::string line;
-    for (int i = 0; i < 70; ++i)
+    for (int i = 0; i < 70; ++i) {
         line += ":POW 1;";
+    }
     const std::string reply = client.ask(line, kSoon);
     EXPECT_EQ(reply.rfind("-ERR -223, \"Too much data\"", 0), 0U) << reply;
     EXPECT_EQ(client.ask(":FREQ 1e9;:FREQ?", kSoon), "1000000000;+OK\r\n");
@@ -95,12 +97,15 @@ TEST(BadInput, TwoHundredClientsAtOnceAreServedAndSoIsTheNext)
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
     std::vector<Client> clients;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         clients.push_back(instrument.client());
-    for (Client& client : clients)
+    }
+    for (Client& client : clients) {
         client.send("*IDN?\n");
-    for (Client& client : clients)
+    }
+    for (Client& client : clients) {
         EXPECT_EQ(client.read_line(), "Halde Electronics Ltd.,OVX3654B,100001,1.19.145;+OK\r\n");
+    }
     expect_answers(instrument);
 }
 
@@ -118,15 +123,18 @@ TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
     const int before = descriptors();
     for (int i = 0; i < 300; ++i) {
         Client client = instrument.client();
-        if (i % 3 == 0)
+        if (i % 3 == 0) {
             client.send(":FREQ");
-        if (i % 2 == 0)
+        }
+        if (i % 2 == 0) {
             client.reset();
+        }
     }
     expect_answers(instrument);
     const auto deadline = std::chrono::steady_clock::now() + kSoon;
-    while (descriptors() > before && std::chrono::steady_clock::now() < deadline)
+    while (descriptors() > before && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
     EXPECT_LE(descriptors(), before + 2);
 }
 
@@ -136,9 +144,11 @@ TEST(BadInput, AClientThatDoesNotReadHarmsNobody)
     Instrument instrument;
     Client deaf = instrument.client();
     std::string many;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         many += "*IDN?\n";
-    for (int i = 0; i < 20; ++i)
+    }
+    for (int i = 0; i < 20; ++i) {
         deaf.send(many);
+    }
     expect_answers(instrument);
 }

@@ -1,8 +1,9 @@
 // The battery of a portable: what the service makes of its charge, and the module that goes off with it.
-#include "orvan_db.h"
+#include <optional>
 
 #include <gtest/gtest.h>
-#include <optional>
+
+#include "orvan_db.h"
 
 using namespace orvan_test;
 
@@ -42,8 +43,9 @@ protected:
     {
         for (int tries = 0; tries < 5; ++tries) {
             put_in(percent);
-            if (board_has_module_power(state))
+            if (board_has_module_power(state)) {
                 return;
+            }
             put_in(percent_of_other_state);
         }
         ADD_FAILURE() << "module power never " << state;

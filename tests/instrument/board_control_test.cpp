@@ -1,7 +1,7 @@
 // The board of the service, steered and looked at from outside.
-#include "instrument.h"
-
 #include <gtest/gtest.h>
+
+#include "instrument.h"
 
 using namespace orvan_test;
 

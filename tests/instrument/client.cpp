@@ -1,14 +1,15 @@
 #include "client.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <system_error>
 #include <unistd.h>
-#include <utility>
 
 namespace orvan_test {
 
@@ -23,8 +24,9 @@ Client::Client(int port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (m_fd < 0 || connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
-        if (m_fd >= 0)
+        if (m_fd >= 0) {
             close(m_fd);
+        }
         throw std::system_error(error, std::generic_category(), "connect to port " + std::to_string(port));
     }
     const int on = 1;
@@ -33,8 +35,9 @@ Client::Client(int port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 
 Client::~Client()
 {
-    if (m_fd >= 0)
+    if (m_fd >= 0) {
         close(m_fd);
+    }
 }
 
 Client::Client(Client&& other) noexcept
@@ -46,8 +49,9 @@ bool Client::send(std::string_view bytes)
 {
     while (!bytes.empty()) {
         const ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0)
+        if (sent < 0) {
             return false;
+        }
         bytes.remove_prefix(static_cast<size_t>(sent));
     }
     return true;
@@ -71,8 +75,9 @@ std::string Client::read_line(milliseconds wait)
         }
         char piece[4096];
         const ssize_t got = wait_readable(deadline) ? recv(m_fd, piece, sizeof piece, 0) : -1;
-        if (got <= 0)
+        if (got <= 0) {
             return std::exchange(m_received, {});
+        }
         m_received.append(piece, static_cast<size_t>(got));
     }
 }

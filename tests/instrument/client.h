@@ -1,7 +1,8 @@
 /**
  * A SCPI client on a raw socket, with a bound on every wait.
  */
-#pragma once
+#ifndef ORVAN_TESTS_INSTRUMENT_CLIENT_H
+#define ORVAN_TESTS_INSTRUMENT_CLIENT_H
 
 #include <chrono>
 #include <string>
@@ -48,3 +49,5 @@ private:
 };
 
 } // namespace orvan_test
+
+#endif

@@ -12,15 +12,17 @@ std::vector<Exchange> read(const std::string& path, bool in_block, const std::st
     std::vector<Exchange> all;
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
-        if (!block.empty() && line.starts_with("```"))
+        if (!block.empty() && line.starts_with("```")) {
             in_block = line == block;
-        else if (in_block && line.starts_with("> "))
+        } else if (in_block && line.starts_with("> ")) {
             all.push_back({line.substr(2), {}});
-        else if (in_block && line.starts_with("< ") && !all.empty())
+        } else if (in_block && line.starts_with("< ") && !all.empty()) {
             all.back().reply = line.substr(2);
+        }
     }
-    if (all.empty())
+    if (all.empty()) {
         throw std::runtime_error(path + " holds no dialogue");
+    }
     return all;
 }
 

@@ -2,7 +2,8 @@
  * Dialogues with the instrument as they are written down: "> " and a line, "< " and its reply without its
  * end.
  */
-#pragma once
+#ifndef ORVAN_TESTS_INSTRUMENT_DIALOGUE_H
+#define ORVAN_TESTS_INSTRUMENT_DIALOGUE_H
 
 #include <string>
 #include <vector>
@@ -22,3 +23,5 @@ std::vector<Exchange> read_session(const std::string& path);
 std::vector<Exchange> read_examples(const std::string& path);
 
 } // namespace orvan_test
+
+#endif

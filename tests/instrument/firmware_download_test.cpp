@@ -1,10 +1,9 @@
 // Firmware on its way from a host on the LAN to the controller and the modules, to the end of an update.
-#include "module_images.h"
-
-#include "support/files.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "module_images.h"
+#include "support/files.h"
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -100,14 +99,16 @@ TEST(FirmwareDownload, OfAnImageIsBurntByEveryModuleAndEndsTheMaintenanceUntilAR
     const Outcome sent = tool(instrument, {"HEPD", "10.0.0.2", instrument.state() / "work/image", "23"});
     std::string expected;
     for (int module = 1; module <= kModules; ++module) {
-        for (int percent = 10; percent <= 100; percent += 10)
+        for (int percent = 10; percent <= 100; percent += 10) {
             expected += "HEPD " + std::to_string(percent) + " 0x0 0x0 0x0\n";
+        }
         expected += "HEPD 0 0xffff 0xffff 0x0\n";
     }
     expected += "HEPD 0 0xffff 0xffff 0x0\n";
     EXPECT_EQ(sent.output, expected);
-    for (int module = 1; module <= kModules; ++module)
+    for (int module = 1; module <= kModules; ++module) {
         EXPECT_THAT(status(instrument, module), HasSubstr(stored("program", image))) << module;
+    }
 
     EXPECT_EQ(instrument.client().ask(":FREQ 3e9;:FREQ?"), "3000000000;+OK\r\n");
     EXPECT_NE(tool(instrument, {"HEID", "10.0.0.2"}).status, 0);

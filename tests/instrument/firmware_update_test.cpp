@@ -1,8 +1,8 @@
 // Images on their way from a client to the modules, through the running instrument.
-#include "module_images.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "module_images.h"
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -36,8 +36,9 @@ TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWaitAndAreServedRig
     const std::string image = image_of(2'900'000);
     Client updater = instrument.client();
     std::vector<Client> others;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         others.push_back(instrument.client());
+    }
     // The selected channel has no say in where an image goes.
     EXPECT_EQ(updater.ask(":INST 3"), kOk);
     // The last module is late, so that there is a time in which all have the image and nobody has a reply.
@@ -45,13 +46,16 @@ TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWaitAndAreServedRig
     ASSERT_TRUE(updater.send(":SYST:UPD:SOFT" + block(image) + "\n"));
     ASSERT_TRUE(eventually(
         [&] { return status(instrument, 4).find(stored("software", image)) != std::string::npos; }));
-    for (Client& other : others)
+    for (Client& other : others) {
         other.send(":SYST:VERS?\n");
-    for (Client& other : others)
+    }
+    for (Client& other : others) {
         EXPECT_TRUE(other.stays_silent(std::chrono::milliseconds(100)));
+    }
     EXPECT_EQ(updater.read_line(), kOk);
-    for (Client& other : others)
+    for (Client& other : others) {
         EXPECT_EQ(other.read_line(std::chrono::seconds(5)), kVersion);
+    }
 
     for (int module = 1; module <= kModules; ++module) {
         EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
@@ -179,8 +183,9 @@ TEST(FirmwareUpdate, OfAModuleThatAnswersTooLateHasFailedThoughItHasTheImageAndH
     EXPECT_TRUE(other.stays_silent(std::chrono::seconds(6)));
     EXPECT_EQ(updater.read_line(), kFailed);
     EXPECT_EQ(other.read_line(), kVersion);
-    for (int module = 1; module <= kModules; ++module)
+    for (int module = 1; module <= kModules; ++module) {
         EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
+    }
     EXPECT_THAT(instrument.service_log(), HasSubstr("OrvanX module 1 software update failed"));
     EXPECT_TRUE(fs::is_empty(upgrade_folder(instrument)));
 }

@@ -1,9 +1,10 @@
 // Keys and power button, from the chips of the board to what the service does.
-#include "instrument.h"
-
 #include <csignal>
-#include <gtest/gtest.h>
 #include <optional>
+
+#include <gtest/gtest.h>
+
+#include "instrument.h"
 
 using namespace orvan_test;
 

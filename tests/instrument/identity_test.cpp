@@ -1,13 +1,14 @@
 // The settings that an instrument goes by, and what a start makes of the two copies of them.
-#include "instrument.h"
-#include "orvan_db.h"
-#include "stored_settings.h"
-
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <gtest/gtest.h>
 #include <ostream>
+
+#include <gtest/gtest.h>
+
+#include "instrument.h"
+#include "orvan_db.h"
+#include "stored_settings.h"
 
 using namespace orvan_test;
 
@@ -191,8 +192,9 @@ TEST_P(StoredSettings, AreChosenHealedAndThenLeftAlone)
               start.written == Written::kEeprom || start.written == Written::kBoth);
     EXPECT_EQ(backup_was_written(state), start.written == Written::kFile || start.written == Written::kBoth);
     const std::string log = instrument.service_log();
-    for (const char* line : {kBothSigned, kRestoring, kFileUsed, kBackupUsed, kNewer})
+    for (const char* line : {kBothSigned, kRestoring, kFileUsed, kBackupUsed, kNewer}) {
         EXPECT_EQ(log.find(line) != std::string::npos, line == start.log) << line;
+    }
 
     age_stores(state);
     ASSERT_TRUE(instrument.reboot());
@@ -253,8 +255,9 @@ TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentServesAllTheSame)
     EXPECT_EQ(instrument.client().ask("*IDN?"), cut + ",OVX3654B," + cut + ",1.19.145;+OK\r\n");
     EXPECT_EQ(instrument.client().ask(":FREQ 4e9;:FREQ?"), "4000000000;+OK\r\n");
     EXPECT_EQ(instrument.exec("controller", {"hostname"}).output, text + "\n");
-    for (const char* tag : {"if_port", "if_dns1", "if_dns2"})
+    for (const char* tag : {"if_port", "if_dns1", "if_dns2"}) {
         EXPECT_EQ(element(instrument, 4, tag), '"' + text + '"') << tag;
+    }
     EXPECT_EQ(bytes_of(read_eeprom(instrument.state())), read_backup(instrument.state()));
 }
 

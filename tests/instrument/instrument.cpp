@@ -1,19 +1,20 @@
 #include "instrument.h"
 
-#include "support/files.h"
-
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <regex>
-#include <sched.h>
-#include <spawn.h>
 #include <sstream>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <system_error>
 #include <thread>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/files.h"
 
 extern char** environ;
 
@@ -27,8 +28,9 @@ using Clock = std::chrono::steady_clock;
 pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::path& output)
 {
     std::vector<char*> argv;
-    for (const std::string& argument : arguments)
+    for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
+    }
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -39,8 +41,9 @@ pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::pa
     pid_t child = -1;
     const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error != 0)
+    if (error != 0) {
         throw std::runtime_error(arguments[0] + ": " + std::strerror(error));
+    }
     return child;
 }
 
@@ -60,8 +63,9 @@ int wait_for(pid_t child)
 std::filesystem::path temporary_folder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "orvan-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr)
+    if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("no temporary folder");
+    }
     return name;
 }
 
@@ -85,10 +89,12 @@ std::string program(std::string_view name)
 std::string why_no_sandbox()
 {
     const pid_t child = fork();
-    if (child < 0)
+    if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
-    if (child == 0)
+    }
+    if (child == 0) {
         _exit(unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
+    }
     const int error = wait_for(child);
     return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
 }
@@ -112,8 +118,9 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
         int status = 0;
         const bool ended = waitpid(m_launcher, &status, WNOHANG) == m_launcher;
         if (ended || Clock::now() > deadline) {
-            if (!ended)
+            if (!ended) {
                 stop(SIGKILL);
+            }
             std::filesystem::remove_all(m_folder);
             throw std::runtime_error("the instrument did not start:\n" + text);
         }
@@ -121,14 +128,16 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
     }
     const std::string text = output();
     std::smatch match;
-    if (std::regex_search(text, match, std::regex("127\\.0\\.0\\.1:([0-9]+)")))
+    if (std::regex_search(text, match, std::regex("127\\.0\\.0\\.1:([0-9]+)"))) {
         m_port = std::stoi(match[1]);
+    }
 }
 
 Instrument::~Instrument()
 {
-    if (m_launcher > 0)
+    if (m_launcher > 0) {
         stop(SIGTERM);
+    }
     std::filesystem::remove_all(m_folder);
 }
 
@@ -137,8 +146,9 @@ pid_t Instrument::service() const
     static const std::regex line("\nservice .*, process ([0-9]+)");
     const std::string status = ctl({"status"}).output;
     std::smatch match;
-    if (!std::regex_search(status, match, line))
+    if (!std::regex_search(status, match, line)) {
         throw std::runtime_error("no service:\n" + status);
+    }
     return std::stoi(match[1]);
 }
 
@@ -151,8 +161,9 @@ bool Instrument::wait_for_output(std::string_view text, milliseconds wait) const
 {
     const auto deadline = Clock::now() + wait;
     while (output().find(text) == std::string::npos) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(milliseconds(10));
     }
     return true;
@@ -167,12 +178,14 @@ bool Instrument::reboot() const
 {
     static const std::string kReadyAgain = "the service is ready again\n";
     const size_t before = output().size();
-    if (exec("controller", {"sudo", "reboot"}).status != 0)
+    if (exec("controller", {"sudo", "reboot"}).status != 0) {
         return false;
+    }
     const auto deadline = Clock::now() + std::chrono::seconds(20);
     while (output().find(kReadyAgain, before) == std::string::npos) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(milliseconds(10));
     }
     return true;
@@ -211,9 +224,11 @@ std::vector<std::string> Instrument::requests(int module) const
     static const std::string kTemperatureQuery = ":SYST:TEMP?\\r\\n";
     std::istringstream lines(ctl({"module", std::to_string(module), "log"}).output);
     std::vector<std::string> found;
-    for (std::string line; std::getline(lines, line);)
-        if (line.rfind("ok", 0) != 0 && line != kTemperatureQuery)
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("ok", 0) != 0 && line != kTemperatureQuery) {
             found.push_back(line);
+        }
+    }
     return found;
 }
 
@@ -224,16 +239,18 @@ void Instrument::clear_requests(int module) const
 
 int Instrument::stop(int signal)
 {
-    if (m_launcher < 1)
+    if (m_launcher < 1) {
         throw std::logic_error("the instrument has ended");
+    }
     kill(m_launcher, signal);
     return wait_for_end();
 }
 
 int Instrument::wait_for_end()
 {
-    if (m_launcher < 1)
+    if (m_launcher < 1) {
         throw std::logic_error("the instrument has ended");
+    }
     const int status = wait_for(m_launcher);
     m_launcher = -1;
     return status;

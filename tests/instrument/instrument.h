@@ -2,23 +2,25 @@
  * A virtual instrument of a test's own: `orvan-sim run` as a child process, on a free port, with its state
  * in a temporary folder. It ends when its service fails, unless it is given "--restart".
  */
-#pragma once
-
-#include "client.h"
-#include "support/eventually.h"
+#ifndef ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
+#define ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
 
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
+
+#include <sys/types.h>
+
+#include "client.h"
+#include "support/eventually.h"
 
 namespace orvan_test {
 
 struct Outcome {
-    int status = -1;    ///< exit code, or 128 plus the signal's number
-    std::string output; ///< standard output and standard error together
+    int status = -1;    /**< exit code, or 128 plus the signal's number */
+    std::string output; /**< standard output and standard error together */
 };
 
 /** Runs a program to its end, found through PATH when its name has no slash. */
@@ -91,3 +93,5 @@ private:
 #define ORVAN_NEEDS_SANDBOX()                                                                                \
     if (const std::string reason = orvan_test::why_no_sandbox(); !reason.empty())                            \
     GTEST_SKIP() << reason
+
+#endif

@@ -1,13 +1,14 @@
 // Texts of the settings reach a shell as they are. What a client puts into them runs in the sandbox, and the
 // files of the person who runs the instrument are out of its reach.
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
 #include "instrument.h"
 #include "support/hex.h"
 #include "support/maintenance_client.h"
-
-#include <cstdlib>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <string>
 
 using namespace orvan_test;
 

@@ -1,14 +1,15 @@
 // The limits of an instrument are told in three places: by its modules, in its channel records and in its
 // settings.
-#include "orvan_db.h"
-#include "stored_settings.h"
-
-#include <cjson/cJSON.h>
 #include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <map>
 #include <memory>
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include "orvan_db.h"
+#include "stored_settings.h"
 
 using namespace orvan_test;
 
@@ -16,7 +17,7 @@ namespace {
 
 struct Row {
     const char* header;
-    const char* tag; ///< of the record's element, without "_MIN" and "_MAX"
+    const char* tag; /**< of the record's element, without "_MIN" and "_MAX" */
 };
 
 // clang-format off
@@ -59,8 +60,9 @@ std::map<std::string, double> record_of(const Instrument& instrument)
     const cJSON* element = nullptr;
     cJSON_ArrayForEach(element, cJSON_GetArrayItem(channels, 0))
     {
-        if (cJSON_IsNumber(element))
+        if (cJSON_IsNumber(element)) {
             numbers[element->string] = element->valuedouble;
+        }
     }
     return numbers;
 }

@@ -1,13 +1,13 @@
 // What could keep the users of an instrument out, and does not.
-#include "instrument.h"
-#include "maintenance_frame.h"
-#include "support/maintenance_client.h"
-
-#include <gtest/gtest.h>
+#include <cstdlib>
 
 #include <sys/resource.h>
 
-#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "instrument.h"
+#include "maintenance_frame.h"
+#include "support/maintenance_client.h"
 
 using namespace orvan_test;
 
@@ -88,8 +88,9 @@ TEST_F(LockedOut, ByACommandThatHangsTheStatusSaysSo)
     const std::string service = "\nservice   ready, process " + std::to_string(instrument->service());
     EXPECT_NE(instrument->ctl({"status"}).output.find(service + "\n"), std::string::npos);
     std::string line = "*IDN?";
-    for (int i = 1; i < 50; ++i)
+    for (int i = 1; i < 50; ++i) {
         line += ";*IDN?";
+    }
     Client client = instrument->client();
     ASSERT_TRUE(client.send(line + "\n"));
     std::string status;
@@ -106,8 +107,9 @@ TEST_F(LockedOut, ByACommandThatHangsTheServiceIsStartedAgain)
     ::setenv("ORVAN_HANG_LIMIT", "1", 1);
     instrument.emplace(std::vector<std::string>{"--model", "OVX3651P", "--watchdog", "4", "--restart"});
     std::string line = "*IDN?";
-    for (int i = 1; i < 50; ++i)
+    for (int i = 1; i < 50; ++i) {
         line += ";*IDN?";
+    }
     Client client = instrument->client();
     ASSERT_TRUE(client.send(line + "\n"));
     EXPECT_TRUE(instrument->wait_for_output("the service has not fed its watchdog for 4 s; "));

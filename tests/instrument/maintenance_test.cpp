@@ -1,14 +1,15 @@
 // The maintenance protocol as a host on the instrument's LAN meets it.
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "instrument.h"
 #include "maintenance_frame.h"
 #include "support/hex.h"
 #include "support/maintenance_client.h"
-
-#include <cstdio>
-#include <gtest/gtest.h>
-#include <sstream>
-#include <string>
-#include <vector>
 
 using namespace orvan_test;
 using HaldeElec::Orvan::FRMHEADERLEN;
@@ -31,9 +32,11 @@ struct Reply {
     /** Text of a row, empty when there is no such row. */
     std::string row(char letter) const
     {
-        for (size_t at = FRMHEADERLEN; at < frame.size(); at += 32)
-            if (frame[at] == letter)
+        for (size_t at = FRMHEADERLEN; at < frame.size(); at += 32) {
+            if (frame[at] == letter) {
                 return frame.c_str() + at + 1;
+            }
+        }
         return {};
     }
 };
@@ -43,14 +46,16 @@ std::vector<Reply> ask(const Instrument& instrument, const std::string& address,
                        const std::vector<std::string>& frames, size_t count)
 {
     std::vector<std::string> command = {program("orvan-datagram"), address, "7502", std::to_string(count)};
-    for (const std::string& frame : frames)
+    for (const std::string& frame : frames) {
         command.push_back(hex_of(frame));
+    }
     const Outcome outcome = instrument.exec("lan", command);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     std::vector<Reply> replies;
     std::istringstream lines(outcome.output);
-    for (std::string from, hex; lines >> from >> hex;)
+    for (std::string from, hex; lines >> from >> hex;) {
         replies.push_back({from, from_hex(hex)});
+    }
     return replies;
 }
 

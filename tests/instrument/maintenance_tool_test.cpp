@@ -1,12 +1,13 @@
 // orvan-maint on a host of the instrument's LAN, and through the launcher's relay.
+#include <fstream>
+#include <regex>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "module_images.h"
 #include "stored_settings.h"
 #include "support/lossy_relay.h"
-
-#include <fstream>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <regex>
 
 using namespace orvan_test;
 using testing::HasSubstr;
@@ -89,8 +90,9 @@ void expect_updated(const Instrument& instrument, const Outcome& updated, const 
     EXPECT_TRUE(instrument.wait_for_output("reboot requested, restarting the service"));
     EXPECT_TRUE(instrument.wait_for_output("the service is ready again"));
     EXPECT_EQ(contents(instrument.state() / "installed/bin/orvan-service"), "the new program\n");
-    for (int module = 1; module <= 2; ++module)
+    for (int module = 1; module <= 2; ++module) {
         EXPECT_THAT(status(instrument, module), HasSubstr(stored("software", image))) << module;
+    }
 }
 
 } // namespace
@@ -187,10 +189,11 @@ TEST(MaintenanceTool, BringsAnUpdateOverALinkThatLosesAndDoubles)
     const Outcome updated = tool_through(relay.port(), update(pack(instrument, image)));
     EXPECT_GT(relay.lost(), 20U);
     // The datagrams that show the restart may be among the lost; the tool then says that it does not know.
-    if (updated.status == 5)
+    if (updated.status == 5) {
         EXPECT_THAT(updated.output, HasSubstr("orvan-maint: not known: ")) << updated.output;
-    else
+    } else {
         expect_installed(updated);
+    }
     expect_updated(instrument, updated, image);
 }
 

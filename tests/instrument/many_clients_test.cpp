@@ -1,12 +1,13 @@
 // Eight clients at once: each gets its own replies, and the records end as the modules do.
-#include "orvan_db.h"
-
-#include <cjson/cJSON.h>
 #include <cstdint>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <memory>
 #include <thread>
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include "orvan_db.h"
 
 using namespace orvan_test;
 using Clock = std::chrono::steady_clock;
@@ -91,8 +92,9 @@ Played play(const Instrument& instrument, const Share& share, Clock::time_point 
     }
     // The records have this one from the set alone: no query brings them up to date behind it.
     played.last = std::to_string(share.first + kValues);
-    if (const std::string reply = client.ask(share.header + (" " + played.last)); reply != "+OK\r\n")
+    if (const std::string reply = client.ask(share.header + (" " + played.last)); reply != "+OK\r\n") {
         played.wrong = "the last set got " + reply;
+    }
     return played;
 }
 
@@ -113,8 +115,9 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
     {
         const auto end = Clock::now() + duration();
         std::vector<std::jthread> threads;
-        for (size_t i = 0; i < played.size(); ++i)
+        for (size_t i = 0; i < played.size(); ++i) {
             threads.emplace_back([&, i] { played[i] = play(instrument, kShares[i], end); });
+        }
     }
     for (const Played& one : played) {
         EXPECT_EQ(one.wrong, "");

@@ -4,10 +4,10 @@
 #ifndef ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
 #define ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
 
-#include "instrument.h"
-
 #include <filesystem>
 #include <string>
+
+#include "instrument.h"
 
 namespace orvan_test {
 

@@ -1,12 +1,13 @@
 /**
  * The channel records of a test's instrument, as orvan-db shows them beside the service.
  */
-#pragma once
-
-#include "instrument.h"
+#ifndef ORVAN_TESTS_INSTRUMENT_ORVAN_DB_H
+#define ORVAN_TESTS_INSTRUMENT_ORVAN_DB_H
 
 #include <string>
 #include <vector>
+
+#include "instrument.h"
 
 namespace orvan_test {
 
@@ -17,3 +18,5 @@ Outcome orvan_db(const Instrument& instrument, const std::vector<std::string>& a
 std::string element(const Instrument& instrument, int channel, const std::string& tag);
 
 } // namespace orvan_test
+
+#endif

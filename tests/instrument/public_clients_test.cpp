@@ -1,8 +1,8 @@
 // Clients that were not written here: lxi-tools and PyVISA, as Debian has them.
+#include <gtest/gtest.h>
+
 #include "dialogue.h"
 #include "instrument.h"
-
-#include <gtest/gtest.h>
 
 using namespace orvan_test;
 
@@ -20,8 +20,9 @@ void hold_with_visa(const Instrument& instrument, const Names& sessions)
     // Debian's own interpreter: its packages are not visible to another one that may stand ahead in PATH.
     Names command{"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py",
                   std::to_string(instrument.port())};
-    for (const std::string& session : sessions)
+    for (const std::string& session : sessions) {
         command.push_back(path_of(session));
+    }
     const Outcome outcome = run_program(command);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
 }
@@ -29,8 +30,9 @@ void hold_with_visa(const Instrument& instrument, const Names& sessions)
 /** It waits for a reply to lines with a question mark only, and so each line gets one. */
 Exchange with_a_question(Exchange exchange)
 {
-    if (exchange.line.find('?') != std::string::npos)
+    if (exchange.line.find('?') != std::string::npos) {
         return exchange;
+    }
     exchange.line += ";:SYST:VERS?";
     exchange.reply.insert(exchange.reply.rfind("+OK"), "1999.0;");
     return exchange;
@@ -38,13 +40,14 @@ Exchange with_a_question(Exchange exchange)
 
 void hold_with_lxi(const Instrument& instrument, const Names& sessions)
 {
-    for (const std::string& session : sessions)
+    for (const std::string& session : sessions) {
         for (const Exchange& written : read_session(path_of(session))) {
             const Exchange exchange = with_a_question(written);
             const Outcome outcome = run_program({"lxi", "scpi", "-t", "20", "-a", "127.0.0.1", "-p",
                                                  std::to_string(instrument.port()), "-r", exchange.line});
             EXPECT_EQ(outcome.output, exchange.reply + "\r\n") << exchange.line;
         }
+    }
 }
 
 struct PublicClient {

@@ -1,12 +1,13 @@
 // The channel records in shared memory, as a program beside the service reads them.
-#include "orvan_db.h"
-
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <sstream>
 #include <thread>
+
+#include <gtest/gtest.h>
+
+#include "orvan_db.h"
 
 using namespace orvan_test;
 
@@ -99,8 +100,9 @@ TEST(Records, AWatchSeesEachChange)
         for (int i = 0; i < 1000; ++i) {
             std::ostringstream text;
             text << std::ifstream(seen).rdbuf();
-            if (text.str().find(line) != std::string::npos)
+            if (text.str().find(line) != std::string::npos) {
                 return true;
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;

@@ -1,8 +1,8 @@
 // What the SCPI reference shows is what the instrument does.
+#include <gtest/gtest.h>
+
 #include "dialogue.h"
 #include "instrument.h"
-
-#include <gtest/gtest.h>
 
 using namespace orvan_test;
 
@@ -13,6 +13,7 @@ TEST(ScpiReference, ShowsRepliesThatTheInstrumentGives)
     Client client = instrument.client();
     const auto examples = read_examples(ORVAN_DOCS_DIR "/scpi-reference.md");
     EXPECT_GT(examples.size(), 130u);
-    for (const Exchange& example : examples)
+    for (const Exchange& example : examples) {
         EXPECT_EQ(client.ask(example.line), example.reply + "\r\n") << example.line;
+    }
 }

@@ -1,7 +1,7 @@
 // What the SCPI reference says and no dialogue of it can show.
-#include "instrument.h"
-
 #include <gtest/gtest.h>
+
+#include "instrument.h"
 
 using namespace orvan_test;
 
@@ -12,8 +12,9 @@ std::string on_board(const Instrument& instrument, const std::string& name)
 {
     const std::string board = instrument.ctl({"board"}).output;
     const size_t line = board.find("\n" + name + " ");
-    if (line == std::string::npos)
+    if (line == std::string::npos) {
         return "not on the board";
+    }
     const size_t value = board.find_first_not_of(' ', line + 1 + name.size());
     return board.substr(value, board.find('\n', value) - value);
 }
@@ -38,8 +39,9 @@ TEST(Statements, AResetSwitchesTheOutputPathLastRoutedAndTheOthersFollowAtTheirQ
     const Instrument instrument;
     Client client = instrument.client();
     EXPECT_EQ(client.ask(":INST 1;:OUTP ON;:INST 2;:OUTP ON;:INST 3;:OUTP ON;:INST 2;:OUTP?"), "1;+OK\r\n");
-    for (int channel = 1; channel <= 3; ++channel)
+    for (int channel = 1; channel <= 3; ++channel) {
         ASSERT_EQ(output_path(instrument, channel), "on") << channel;
+    }
 
     EXPECT_EQ(client.ask("*RST"), kOk);
     EXPECT_EQ(output_path(instrument, 1), "on");

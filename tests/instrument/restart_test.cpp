@@ -1,14 +1,16 @@
 // A service that has failed comes back, as its unit brings it back on an instrument.
+#include <csignal>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+
+#include <gtest/gtest.h>
+
 #include "instrument.h"
 #include "support/hex.h"
 #include "support/maintenance_client.h"
-
-#include <csignal>
-#include <gtest/gtest.h>
-#include <regex>
-#include <string>
-#include <sys/resource.h>
-#include <vector>
 
 using namespace orvan_test;
 

@@ -1,7 +1,7 @@
 // How a line is cut into runs, seen from the module's side.
-#include "instrument.h"
-
 #include <gtest/gtest.h>
+
+#include "instrument.h"
 
 using namespace orvan_test;
 using Requests = std::vector<std::string>;
@@ -13,8 +13,9 @@ Requests requests_of(const std::string& line, std::string* reply = nullptr)
     Instrument instrument;
     instrument.clear_requests(1);
     const std::string answer = instrument.client().ask(line);
-    if (reply != nullptr)
+    if (reply != nullptr) {
         *reply = answer;
+    }
     return instrument.requests(1);
 }
 
@@ -52,8 +53,9 @@ TEST(Runs, SixtyFourSubCommandsTravelTogether)
 {
     ORVAN_NEEDS_SANDBOX();
     std::string line;
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 64; ++i) {
         line += (i == 0 ? "" : ";") + std::string(":POW ") + std::to_string(i % 10);
+    }
     EXPECT_EQ(requests_of(line).size(), 1U);
 }
 
@@ -61,8 +63,9 @@ TEST(Runs, SixtyFiveSubCommandsReachNoModule)
 {
     ORVAN_NEEDS_SANDBOX();
     std::string line;
-    for (int i = 0; i < 65; ++i)
+    for (int i = 0; i < 65; ++i) {
         line += (i == 0 ? "" : ";") + std::string(":POW ") + std::to_string(i % 10);
+    }
     std::string reply;
     EXPECT_TRUE(requests_of(line, &reply).empty());
     EXPECT_EQ(reply, "-ERR -223, \"Too much data\";+OK\r\n");

@@ -1,10 +1,10 @@
 // The end of the service, whatever is at work: from outside, by sockets and signals.
-#include "instrument.h"
+#include <csignal>
+#include <regex>
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <regex>
+#include "instrument.h"
 
 using namespace orvan_test;
 using Clock = std::chrono::steady_clock;
@@ -15,8 +15,9 @@ namespace {
 std::string endless_reply()
 {
     std::string line = "*IDN?";
-    for (int i = 1; i < 50; ++i)
+    for (int i = 1; i < 50; ++i) {
         line += ";*IDN?";
+    }
     return line;
 }
 
@@ -77,8 +78,9 @@ TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)
     Client client = instrument.client();
     // Seven requests, 10 s each.
     std::string line = ":FREQ?";
-    for (int i = 1; i < 7; ++i)
+    for (int i = 1; i < 7; ++i) {
         line += ";*IDN?;:FREQ?";
+    }
     ASSERT_TRUE(client.send(line + "\n"));
     ASSERT_TRUE(eventually([&] { return !instrument.requests(1).empty(); }));
     const auto begin = Clock::now();

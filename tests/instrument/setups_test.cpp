@@ -1,12 +1,13 @@
 // Stored setups on the whole road: from the records to files, and back to the records and every module.
-#include "orvan_db.h"
-#include "support/sent_setup.h"
-
 #include <fstream>
-#include <gtest/gtest.h>
 #include <map>
 #include <regex>
 #include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "orvan_db.h"
+#include "support/sent_setup.h"
 
 using namespace orvan_test;
 namespace fs = std::filesystem;
@@ -23,8 +24,9 @@ bool holds(const std::string& text, const std::string& part)
 size_t count(const std::string& text, const std::string& part)
 {
     size_t found = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
         ++found;
+    }
     return found;
 }
 
@@ -51,17 +53,20 @@ std::string setting_line(int channel)
 {
     std::string line;
     const auto add = [&](const SentElement& element) {
-        if (!needs_a_device(element.tag))
+        if (!needs_a_device(element.tag)) {
             line += std::string(element.header) + " " +
                     (element.tag == ODT_FREQ  ? std::to_string(channel) + "500000000"
                      : element.tag == ODT_PWR ? "-1" + std::to_string(channel) + ".5"
                                               : element.value) +
                     ";";
+        }
     };
-    for (const SentElement& element : kSentValues)
+    for (const SentElement& element : kSentValues) {
         add(element);
-    for (const SentElement& element : kSentStates)
+    }
+    for (const SentElement& element : kSentStates) {
         add(element);
+    }
     line.pop_back();
     return line;
 }
@@ -70,10 +75,12 @@ std::string setting_line(int channel)
 std::string state_of_module(const Instrument& instrument, int module)
 {
     std::string line;
-    for (const SentElement& element : kSentValues)
+    for (const SentElement& element : kSentValues) {
         line += std::string(element.header) + "?;";
-    for (const SentElement& element : kSentStates)
+    }
+    for (const SentElement& element : kSentStates) {
         line += std::string(element.header) + "?;";
+    }
     line.pop_back();
     return instrument.ask_module(module, line);
 }
@@ -81,8 +88,9 @@ std::string state_of_module(const Instrument& instrument, int module)
 Lines states_of_modules(const Instrument& instrument)
 {
     Lines states;
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         states.push_back(state_of_module(instrument, module));
+    }
     return states;
 }
 
@@ -90,10 +98,12 @@ Lines states_of_modules(const Instrument& instrument)
 Lines setup_headers(const Lines& requests)
 {
     Lines headers;
-    for (const std::string& request : requests)
+    for (const std::string& request : requests) {
         if (const size_t blank = request.find(' ');
-            blank != std::string::npos) // a query of the start has none
+            blank != std::string::npos) { // a query of the start has none
             headers.push_back(request.substr(0, blank));
+        }
+    }
     return headers;
 }
 
@@ -102,10 +112,12 @@ void expect_recalls(const Instrument& instrument, int module, int recalls)
 {
     Lines expected;
     for (int i = 0; i < recalls; ++i) {
-        for (const SentElement& element : kSentValues)
+        for (const SentElement& element : kSentValues) {
             expected.push_back(element.header);
-        for (const SentElement& element : kSentStates)
+        }
+        for (const SentElement& element : kSentStates) {
             expected.push_back(element.header);
+        }
     }
     EXPECT_EQ(setup_headers(instrument.requests(module)), expected) << "module " << module;
 }
@@ -141,8 +153,9 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
         for (const auto& [tag, value] : std::map<int, const char*>{{ODT_TRG_SRC, "TIMer"},
                                                                    {ODT_AM_SRC, "EXTernal"},
                                                                    {ODT_FM_SRC, "EXTernal"},
-                                                                   {ODT_RF_OUT, "ON"}})
+                                                                   {ODT_RF_OUT, "ON"}}) {
             steps.push_back("set " + number + " " + std::to_string(tag) + " " + value);
+        }
     }
     steps.push_back("store 3");
     steps.push_back("recall 3");
@@ -164,12 +177,14 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
 
     // Everything changes: to the factory's, and some to values of neither.
     Lines change{kAllModules, "load 0"};
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         change.push_back("ch " + std::to_string(channel) + " :FREQ 123456;:AM:DEPT 77;:PM ON;:INIT:CONT OFF");
+    }
     EXPECT_EQ(count(drive(instrument, change), ": +OK\n"), 4u);
     const Lines changed = states_of_modules(instrument);
-    for (size_t module = 0; module < 4; ++module)
+    for (size_t module = 0; module < 4; ++module) {
         EXPECT_NE(changed[module], of_the_setup[module]);
+    }
     const auto diff = [&](int channel) {
         const std::string file = "/home/orvan/halde/preset/" + std::to_string(channel) + "/preset-3.json";
         const Outcome outcome =
@@ -179,15 +194,18 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
         static const std::regex temperature("[^\n]* ODT_TEMP [^\n]*\n");
         return std::regex_replace(outcome.output, temperature, "");
     };
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_TRUE(holds(diff(channel), "123456 -> " + std::to_string(channel) + "500000000\n"));
+    }
 
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         instrument.clear_requests(module);
+    }
     const std::string recalled = drive(instrument, {kAllModules, "load 0", "recall 3"});
     expect_result(recalled, "recall 3: 0");
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         expect_recalls(instrument, module, 2);
+    }
     EXPECT_EQ(states_of_modules(instrument), of_the_setup);
     for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(element(instrument, channel, "freq"), std::to_string(channel) + "500000000");
@@ -206,11 +224,13 @@ TEST(Setups, AreStoredRecalledAndClearedByClients)
     EXPECT_EQ(client.ask(":INST 2;:FREQ 5000000;:AM:DEPT 77;:AM ON;:INST 4;:FREQ 6000000"), "+OK\r\n");
     EXPECT_EQ(client.ask(":SYST:SET:STOR 3"), "+OK\r\n");
     EXPECT_EQ(client.ask(":FREQ 7000000;:INST 2;:FREQ 8000000;:AM:DEPT 1;:AM OFF"), "+OK\r\n");
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         instrument.clear_requests(module);
+    }
     EXPECT_EQ(client.ask(":SYST:SET:REC 3"), "+OK\r\n");
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         expect_recalls(instrument, module, 1);
+    }
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?;:AM:DEPT?;:AM?"), "5000000;77;1;+OK");
     EXPECT_EQ(instrument.ask_module(4, ":FREQ?"), "6000000;+OK");
     EXPECT_EQ(client.ask(":INST?"), "2;+OK\r\n") << "the selection outlives a recall";
@@ -234,8 +254,9 @@ TEST(Setups, AreTakenOverAtTheStartAndTheFactorysWhenAFileIsMissing)
     const std::string told = drive(instrument, {kAllModules, "load 2"});
     expect_result(told, "load 2: 0");
     EXPECT_TRUE(holds(told, "Validation Failed: Config 2 missing for Module 3\n")) << told;
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         EXPECT_EQ(instrument.ask_module(module, ":FREQ?"), "1000000000;+OK");
+    }
 }
 
 TEST(Setups, TheServiceSendsTheFactorysToTheModulesThatAnswer)
@@ -247,8 +268,9 @@ TEST(Setups, TheServiceSendsTheFactorysToTheModulesThatAnswer)
         instrument.clear_requests(module);
     }
     ASSERT_TRUE(instrument.reboot());
-    for (int module = 1; module <= 2; ++module)
+    for (int module = 1; module <= 2; ++module) {
         expect_recalls(instrument, module, 1);
+    }
 }
 
 TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
@@ -257,8 +279,9 @@ TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
     const Instrument instrument;
     drive(instrument, {kAllModules, "load 0", "ch 2 :FREQ 5000000", "ch 3 :FREQ 6000000", "store 1"});
     ASSERT_EQ(instrument.ctl({"module", "2", "kill"}).status, 0);
-    for (int module : {1, 3, 4})
+    for (int module : {1, 3, 4}) {
         instrument.clear_requests(module);
+    }
     const std::string told = drive(instrument, {"modules 4 1", "load 1"});
     expect_result(told, "modules 4 1: 1011");
     expect_result(told, "load 1: 0");
@@ -283,15 +306,17 @@ TEST(Setups, AModuleThatDiesUnnoticedCostsARequestForEachElementAndIsReported)
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
     ASSERT_EQ(instrument.ctl({"module", "2", "kill"}).status, 0);
-    for (int module : {1, 3, 4})
+    for (int module : {1, 3, 4}) {
         instrument.clear_requests(module);
+    }
     const std::string told = drive(instrument, {"modules 4 1", "believe 2", "load 0"});
     expect_result(told, "load 0: 0");
     const size_t sent_to_one = setup_headers(instrument.requests(1)).size();
     EXPECT_EQ(count(told, " sent: -ERR Unable to connect\n"), sent_to_one) << told;
     EXPECT_EQ(sent_to_one, std::size(kSentValues) + std::size(kSentStates));
-    for (int module : {1, 3, 4})
+    for (int module : {1, 3, 4}) {
         expect_recalls(instrument, module, 1);
+    }
     EXPECT_EQ(element(instrument, 2, "chan_stat"), "ON");
 }
 
@@ -392,23 +417,27 @@ TEST(Setups, FilesThatAreNoSetupAreReportedAndLeaveRecordAndModule)
     int setup = 0;
     for (size_t i = 0; i < std::size(broken); i += 2) {
         ++setup;
-        for (int channel = 1; channel <= 2; ++channel)
+        for (int channel = 1; channel <= 2; ++channel) {
             std::ofstream(preset(instrument, channel, setup)) << broken[i + static_cast<size_t>(channel) - 1];
-        for (int channel = 3; channel <= 4; ++channel)
+        }
+        for (int channel = 3; channel <= 4; ++channel) {
             std::ofstream(preset(instrument, channel, setup))
                 << R"({"ANALOGOUTPUT": {"Frequency": )" << setup << "000000}}";
+        }
         steps.push_back("recall " + std::to_string(setup));
     }
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         instrument.clear_requests(module);
+    }
     const std::string told = drive(instrument, steps);
     for (int index = 1; index <= setup; ++index) {
         expect_result(told, "recall " + std::to_string(index) + ": -1");
-        for (int channel = 1; channel <= 2; ++channel)
+        for (int channel = 1; channel <= 2; ++channel) {
             EXPECT_EQ(count(told, "Recall failed: Mod " + std::to_string(channel) + ", Index " +
                                       std::to_string(index) + "\n"),
                       1u)
                 << told;
+        }
     }
     EXPECT_EQ(count(told, "Recall failed"), std::size(broken));
     for (int channel = 1; channel <= 2; ++channel) {
@@ -426,10 +455,11 @@ TEST(Setups, OfAnotherModelAreTakenAndWhatItsModuleCannotIsRefusedByIt)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         std::ofstream(preset(instrument, channel, 1))
             << R"({"FUTURE": {"Thing": 1}, "SYSTEM": {"Model": "OVX5354B", "Colour": "blue"},
                    "ANALOGOUTPUT": {"Frequency": 40000000000, "FrequencyMax": 40000000000, "Power": 7}})";
+    }
     const std::string told = drive(instrument, {kAllModules, "load 0", "recall 1"});
     expect_result(told, "recall 1: 0");
     EXPECT_EQ(count(told, "command :FREQuency sent: -ERR -222, \"Data out of range\""), 4u) << told;

@@ -1,9 +1,10 @@
 // What an instrument finds broken when it starts: it says so and serves all the same.
-#include "orvan_db.h"
-
 #include <algorithm>
 #include <fstream>
+
 #include <gtest/gtest.h>
+
+#include "orvan_db.h"
 
 using namespace orvan_test;
 namespace fs = std::filesystem;
@@ -13,8 +14,9 @@ namespace {
 size_t count(const std::string& text, const std::string& part)
 {
     size_t found = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
         ++found;
+    }
     return found;
 }
 

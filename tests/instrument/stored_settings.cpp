@@ -1,11 +1,11 @@
 #include "stored_settings.h"
 
-#include "support/files.h"
-#include "support/long_ago.h"
-
-#include <crc32_utils.h>
 #include <cstring>
 #include <fstream>
+
+#include "support/files.h"
+#include "support/long_ago.h"
+#include <crc32_utils.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -29,8 +29,9 @@ fs::path backup_path(const fs::path& state)
 
 void age(const fs::path& path)
 {
-    if (fs::exists(path))
+    if (fs::exists(path)) {
         fs::last_write_time(path, kLongAgo);
+    }
 }
 
 bool was_written(const fs::path& path)

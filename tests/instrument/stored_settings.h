@@ -2,13 +2,14 @@
  * The two copies of the settings in a test's instrument, as bytes: the image in its EEPROM and the backup
  * file.
  */
-#pragma once
-
-#include "orvan_sdk/lxi/PersistentData.h"
+#ifndef ORVAN_TESTS_INSTRUMENT_STORED_SETTINGS_H
+#define ORVAN_TESTS_INSTRUMENT_STORED_SETTINGS_H
 
 #include <array>
 #include <filesystem>
 #include <string>
+
+#include "orvan_sdk/lxi/PersistentData.h"
 
 namespace orvan_test {
 
@@ -54,3 +55,5 @@ bool eeprom_was_written(const std::filesystem::path& state);
 bool backup_was_written(const std::filesystem::path& state);
 
 } // namespace orvan_test
+
+#endif

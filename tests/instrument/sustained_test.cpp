@@ -1,10 +1,10 @@
 // A client that keeps asking a module: each request is a connection of its own, and ports must not run out.
-#include "instrument.h"
+#include <chrono>
+#include <cstdio>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
+#include "instrument.h"
 
 using namespace orvan_test;
 using Clock = std::chrono::steady_clock;

@@ -1,7 +1,7 @@
 // The bytes that a client gets, through real sockets, for the rows that modules and the parser answer.
-#include "instrument.h"
-
 #include <gtest/gtest.h>
+
+#include "instrument.h"
 
 using namespace orvan_test;
 
@@ -32,8 +32,9 @@ TEST(Wire, EachKindOfLineGetsExactlyItsBytes)
         {"", "+OK\r\n"},
         {":LIST:DATA?", "-ERR -113, \"Undefined header\";+OK\r\n"},
     };
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
         EXPECT_EQ(client.ask(row.line), row.reply) << row.line;
+    }
 }
 
 TEST(Wire, ALastLineWithoutALineFeedGetsNoReply)
@@ -109,10 +110,12 @@ TEST(Wire, OnlyTheSelectedModuleIsAsked)
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
     Client client = instrument.client();
-    for (int module = 1; module <= 4; ++module)
+    for (int module = 1; module <= 4; ++module) {
         instrument.clear_requests(module);
+    }
     client.ask(":FREQ?");
     EXPECT_EQ(instrument.requests(1).size(), 1U);
-    for (int module = 2; module <= 4; ++module)
+    for (int module = 2; module <= 4; ++module) {
         EXPECT_TRUE(instrument.requests(module).empty());
+    }
 }

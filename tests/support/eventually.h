@@ -14,8 +14,9 @@ bool eventually(Condition condition, std::chrono::milliseconds bound = std::chro
     constexpr std::chrono::milliseconds kLongestPause{20};
     const auto deadline = std::chrono::steady_clock::now() + bound;
     for (std::chrono::milliseconds pause{1}; !condition(); pause = std::min(2 * pause, kLongestPause)) {
-        if (std::chrono::steady_clock::now() > deadline)
+        if (std::chrono::steady_clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(pause);
     }
     return true;

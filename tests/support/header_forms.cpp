@@ -52,16 +52,18 @@ std::vector<std::string> header_forms(std::string_view pattern)
         unsigned next = 0;
         bool full_turn = true;
         for (const Node& node : nodes) {
-            if (node.optional && (chosen >> next++ & 1) == 0)
+            if (node.optional && (chosen >> next++ & 1) == 0) {
                 continue;
+            }
             mixed += full_turn ? node.text : shortened(node.text);
             full_turn = !full_turn;
             brief += shortened(node.text);
             full += node.text;
         }
         forms.insert(forms.end(), {brief, full, mixed, in_small_letters(full)});
-        if (brief.front() == ':')
+        if (brief.front() == ':') {
             forms.push_back(brief.substr(1));
+        }
     }
     return forms;
 }

@@ -21,8 +21,9 @@ inline std::string hex_of(const std::string& bytes)
 inline std::string from_hex(const std::string& hex)
 {
     std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
         bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    }
     return bytes;
 }
 

@@ -1,23 +1,24 @@
 #include "instrument_files.h"
 
-#include "next_symbol.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
+
+#include "next_symbol.h"
 
 namespace {
 
@@ -37,8 +38,9 @@ std::vector<std::string> g_opened;
 // Where the code under test finds what it names; `storage` holds the name when that is elsewhere.
 const char* led(const char* path, std::string& storage)
 {
-    if (g_files == nullptr || !std::string_view(path).starts_with(kHalde))
+    if (g_files == nullptr || !std::string_view(path).starts_with(kHalde)) {
         return path;
+    }
     storage = g_files->halde() / (path + kHalde.size());
     return storage.c_str();
 }
@@ -86,8 +88,9 @@ extern "C" int mkostemp(char* name, int flags)
 {
     static auto* const real = next_symbol<int(char*, int)>("mkostemp64");
     std::string storage;
-    if (led(name, storage) == name)
+    if (led(name, storage) == name) {
         return real(name, flags);
+    }
     const int fd = real(storage.data(), flags);
     constexpr size_t kRandom = 6;
     std::memcpy(name + std::strlen(name) - kRandom, storage.data() + storage.size() - kRandom, kRandom);
@@ -97,16 +100,18 @@ extern "C" int mkostemp(char* name, int flags)
 extern "C" int shm_open(const char* name, int flags, mode_t mode)
 {
     static auto* const real = next_symbol<int(const char*, int, mode_t)>("shm_open");
-    if (g_files == nullptr || name != kObject)
+    if (g_files == nullptr || name != kObject) {
         return real(name, flags, mode);
+    }
     const std::string object = g_files->object();
     if (g_fault == InstrumentFiles::Fault::kOpen) {
         errno = EACCES;
         return -1;
     }
     const int fd = real(object.c_str(), flags, mode);
-    if (fd < 0 || g_fault == InstrumentFiles::Fault::kNone)
+    if (fd < 0 || g_fault == InstrumentFiles::Fault::kNone) {
         return fd;
+    }
     close(fd);
     return ::open(("/dev/shm" + object).c_str(),
                   g_fault == InstrumentFiles::Fault::kAllocate ? O_RDONLY : O_WRONLY);
@@ -123,12 +128,14 @@ namespace orvan_test {
 InstrumentFiles::InstrumentFiles() : m_object("/orvanData-" + std::to_string(getpid()))
 {
     std::string folder = (std::filesystem::temp_directory_path() / "orvan-halde-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr)
+    if (mkdtemp(folder.data()) == nullptr) {
         throw std::runtime_error("no temporary folder");
+    }
     m_halde = folder;
     std::filesystem::create_directory(m_halde / "json");
-    for (const char* channel : {"1", "2", "3", "4"})
+    for (const char* channel : {"1", "2", "3", "4"}) {
         std::filesystem::create_directories(m_halde / "preset" / channel);
+    }
     g_files = this;
 }
 
@@ -138,8 +145,9 @@ InstrumentFiles::~InstrumentFiles()
     g_fault = Fault::kNone;
     shm_unlink(m_object.c_str());
     std::filesystem::remove_all(m_halde);
-    if (!m_path.empty())
+    if (!m_path.empty()) {
         setenv("PATH", m_path.c_str(), 1);
+    }
 }
 
 void InstrumentFiles::write_factory_setup(const std::string& json)

@@ -38,8 +38,9 @@ void keep(int priority, const char* format, va_list args)
     std::lock_guard lock(s.mutex);
     if (s.active) {
         s.lines.push_back({priority, std::move(text)});
-        if (s.watcher)
+        if (s.watcher) {
             s.watcher(s.lines.back());
+        }
         s.grown.notify_all();
     }
 }

@@ -10,8 +10,9 @@
 #include <chrono>
 #include <functional>
 #include <string>
-#include <syslog.h>
 #include <vector>
+
+#include <syslog.h>
 
 namespace orvan_test {
 

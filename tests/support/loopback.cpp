@@ -1,13 +1,14 @@
 #include "support/loopback.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <filesystem>
+#include <stdexcept>
+
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,8 +21,9 @@ sockaddr_in socket_address(const std::string& address, int port)
     result.sin_family = AF_INET;
     result.sin_port = htons(static_cast<uint16_t>(port));
     if (inet_pton(AF_INET, address.c_str(), &result.sin_addr) != 1 ||
-        (ntohl(result.sin_addr.s_addr) >> 24) != 127)
+        (ntohl(result.sin_addr.s_addr) >> 24) != 127) {
         throw std::runtime_error("not a loopback address: " + address);
+    }
     return result;
 }
 
@@ -36,11 +38,13 @@ std::string read_while(int fd, std::chrono::milliseconds bound, Complete complet
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         pollfd waited{fd, POLLIN, 0};
-        if (left.count() <= 0 || poll(&waited, 1, static_cast<int>(left.count())) <= 0)
+        if (left.count() <= 0 || poll(&waited, 1, static_cast<int>(left.count())) <= 0) {
             break;
+        }
         const ssize_t n = recv(fd, piece, std::min(sizeof piece, room(text)), 0);
-        if (n <= 0)
+        if (n <= 0) {
             break;
+        }
         text.append(piece, static_cast<size_t>(n));
     }
     return text;
@@ -71,8 +75,9 @@ int local_port(int fd)
 int connect_to_loopback(const std::string& address, int port, const std::string& from)
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     if (!from.empty()) {
         const sockaddr_in own = socket_address(from, 0);
         if (bind(fd, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
@@ -110,8 +115,9 @@ std::string read_ready(int fd)
     std::string text;
     char piece[8192];
     ssize_t n;
-    while ((n = recv(fd, piece, sizeof piece, MSG_DONTWAIT)) > 0)
+    while ((n = recv(fd, piece, sizeof piece, MSG_DONTWAIT)) > 0) {
         text.append(piece, static_cast<size_t>(n));
+    }
     return text;
 }
 
@@ -144,8 +150,9 @@ TcpPair::~TcpPair()
 
 void TcpPair::close_client()
 {
-    if (m_client >= 0)
+    if (m_client >= 0) {
         close(m_client);
+    }
     m_client = -1;
 }
 

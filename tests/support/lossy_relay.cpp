@@ -1,6 +1,7 @@
 #include "support/lossy_relay.h"
 
-#include "support/loopback.h"
+#include <random>
+#include <stdexcept>
 
 #include <netinet/in.h>
 #include <poll.h>
@@ -8,8 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <random>
-#include <stdexcept>
+#include "support/loopback.h"
 
 namespace orvan_test {
 namespace {
@@ -32,8 +32,9 @@ LossyRelay::LossyRelay(int server, double loss, double doubling, unsigned seed)
     const sockaddr_in outer = loopback(0);
     const sockaddr_in inner = loopback(server);
     if (bind(m_outer, reinterpret_cast<const sockaddr*>(&outer), sizeof outer) != 0 ||
-        connect(m_inner, reinterpret_cast<const sockaddr*>(&inner), sizeof inner) != 0)
+        connect(m_inner, reinterpret_cast<const sockaddr*>(&inner), sizeof inner) != 0) {
         throw std::runtime_error("no relay");
+    }
     m_port = local_port(m_outer);
     m_thread = std::thread([=, this] { run(loss, doubling, seed); });
 }
@@ -42,8 +43,9 @@ LossyRelay::~LossyRelay()
 {
     eventfd_write(m_stop, 1);
     m_thread.join();
-    for (const int fd : {m_outer, m_inner, m_stop})
+    for (const int fd : {m_outer, m_inner, m_stop}) {
         close(fd);
+    }
 }
 
 void LossyRelay::run(double loss, double doubling, unsigned seed)
@@ -69,14 +71,16 @@ void LossyRelay::run(double loss, double doubling, unsigned seed)
             socklen_t size = sizeof client;
             const ssize_t count = recvfrom(m_outer, datagram, sizeof datagram, MSG_DONTWAIT,
                                            reinterpret_cast<sockaddr*>(&client), &size);
-            for (int i = count >= 0 ? copies() : 0; i > 0; --i)
+            for (int i = count >= 0 ? copies() : 0; i > 0; --i) {
                 send(m_inner, datagram, static_cast<size_t>(count), 0);
+            }
         }
         if (waiting[1].revents != 0) {
             const ssize_t count = recv(m_inner, datagram, sizeof datagram, MSG_DONTWAIT);
-            for (int i = count >= 0 ? copies() : 0; i > 0; --i)
+            for (int i = count >= 0 ? copies() : 0; i > 0; --i) {
                 sendto(m_outer, datagram, static_cast<size_t>(count), 0,
                        reinterpret_cast<const sockaddr*>(&client), sizeof client);
+            }
         }
     }
 }

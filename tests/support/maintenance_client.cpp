@@ -25,8 +25,9 @@ std::string big_endian(uint16_t value)
 std::string FrameHeader::bytes() const
 {
     std::string little_endian;
-    for (int shift = 0; shift < 32; shift += 8)
+    for (int shift = 0; shift < 32; shift += 8) {
         little_endian += static_cast<char>(info >> shift & 0xFF);
+    }
     return opcode + big_endian(block) + big_endian(size) + mac + big_endian(state_mode) + little_endian +
            unused;
 }
@@ -41,8 +42,9 @@ std::string request_row(char letter, std::string_view value)
 std::string request(FrameHeader header, const std::vector<std::string>& rows)
 {
     std::string data;
-    for (const std::string& row : rows)
+    for (const std::string& row : rows) {
         data += row;
+    }
     header.size = static_cast<uint16_t>(data.size());
     data.resize(kRows * kRowSize);
     return header.bytes() + data;
@@ -61,8 +63,9 @@ MaintenanceClient::MaintenanceClient(const std::string& address)
     : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     const sockaddr_in own = ipv4(address, 0);
-    if (!m_socket || bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0)
+    if (!m_socket || bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
         throw std::runtime_error("no socket on " + address);
+    }
 }
 
 sockaddr_in MaintenanceClient::address() const
@@ -83,8 +86,9 @@ void MaintenanceClient::send(const std::string& datagram, int port) const
 std::string MaintenanceClient::receive(std::chrono::milliseconds bound) const
 {
     pollfd waiting = {m_socket.get(), POLLIN, 0};
-    if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0)
+    if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
         return {};
+    }
     std::string datagram(kLongestDatagram, '\0');
     const ssize_t received = recv(m_socket.get(), datagram.data(), datagram.size(), 0);
     datagram.resize(received > 0 ? static_cast<size_t>(received) : 0);
@@ -101,8 +105,9 @@ void end_with_frames(const std::function<void()>& end, int port, const std::func
         end();
         ended = true;
     });
-    while (due && !ended && !due() && steady_clock::now() < deadline)
+    while (due && !ended && !due() && steady_clock::now() < deadline) {
         std::this_thread::yield();
+    }
     // A frame that comes before the end is served, and costs descriptors.
     while (!ended) {
         client.send(FrameHeader{"NONE"}.bytes(), port);

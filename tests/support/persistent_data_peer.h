@@ -4,10 +4,10 @@
 #ifndef ORVAN_TESTS_PERSISTENT_DATA_PEER_H
 #define ORVAN_TESTS_PERSISTENT_DATA_PEER_H
 
-#include "orvan_sdk/lxi/PersistentData.h"
-
 #include <array>
 #include <memory>
+
+#include "orvan_sdk/lxi/PersistentData.h"
 
 namespace HaldeElec::Orvan {
 

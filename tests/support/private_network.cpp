@@ -1,13 +1,14 @@
 #include "support/private_network.h"
 
-#include "support/namespaces.h"
-#include "unique_fd.h"
-
 #include <cstring>
+
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+
+#include "support/namespaces.h"
+#include "unique_fd.h"
 
 namespace orvan_test {
 namespace {
@@ -18,8 +19,9 @@ std::string raise_loopback()
     ifreq request = {};
     std::strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;
-    if (!socket_fd || ioctl(socket_fd.get(), SIOCSIFFLAGS, &request) != 0)
+    if (!socket_fd || ioctl(socket_fd.get(), SIOCSIFFLAGS, &request) != 0) {
         return failure("no loopback");
+    }
     return {};
 }
 

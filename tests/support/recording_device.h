@@ -111,8 +111,9 @@ private:
     }
     int get(const std::string& name, uint8_t* text)
     {
-        if (const auto found = texts.find(name); found != texts.end())
+        if (const auto found = texts.find(name); found != texts.end()) {
             std::memcpy(text, found->second.data(), found->second.size());
+        }
         return record(name, "");
     }
     int get(const std::string& name, uint8_t* text, size_t size)
@@ -124,8 +125,9 @@ private:
     template <typename Number>
     int get(const std::string& name, Number& value)
     {
-        if (const auto found = numbers.find(name); found != numbers.end())
+        if (const auto found = numbers.find(name); found != numbers.end()) {
             value = static_cast<Number>(found->second);
+        }
         return record(name, "");
     }
 };

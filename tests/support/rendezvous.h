@@ -19,8 +19,9 @@ public:
     bool meet(std::chrono::milliseconds bound = std::chrono::seconds(5))
     {
         std::unique_lock lock(m_mutex);
-        if (--m_missing == 0)
+        if (--m_missing == 0) {
             m_changed.notify_all();
+        }
         const bool met = m_changed.wait_for(lock, bound, [this] { return m_missing <= 0; });
         m_failed = m_failed || !met;
         return met;

@@ -1,15 +1,16 @@
 #include "support/scripted_module.h"
 
-#include "support/loopback.h"
-
 #include <algorithm>
+#include <utility>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
+
+#include "support/loopback.h"
 
 namespace orvan_test {
 namespace {
@@ -23,8 +24,9 @@ Wake wait_readable(int fd, int stop, std::chrono::milliseconds bound)
 {
     pollfd waited[] = {{stop, POLLIN, 0}, {fd, POLLIN, 0}};
     const int n = poll(waited, fd < 0 ? 1 : 2, static_cast<int>(bound.count()));
-    if (n <= 0)
+    if (n <= 0) {
         return Wake::kTimeout;
+    }
     return waited[0].revents != 0 ? Wake::kStopped : Wake::kReadable;
 }
 
@@ -33,8 +35,9 @@ void send_all(int fd, const std::string& text)
     size_t sent = 0;
     while (sent < text.size()) {
         const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0)
+        if (n <= 0) {
             return;
+        }
         sent += static_cast<size_t>(n);
     }
 }
@@ -52,8 +55,9 @@ ScriptedModule::~ScriptedModule()
 {
     eventfd_write(m_stop, 1);
     m_acceptor.join();
-    for (auto& [number, worker] : m_workers)
+    for (auto& [number, worker] : m_workers) {
         worker.join();
+    }
     close(m_listener);
     close(m_stop);
 }
@@ -80,9 +84,11 @@ std::vector<std::string> ScriptedModule::requests() const
 {
     std::lock_guard lock(m_mutex);
     std::vector<std::string> texts;
-    for (const Request& request : m_requests)
-        if (request.complete)
+    for (const Request& request : m_requests) {
+        if (request.complete) {
             texts.push_back(request.text);
+        }
+    }
     return texts;
 }
 
@@ -120,8 +126,9 @@ void ScriptedModule::accept_all()
 {
     while (wait_readable(m_listener, m_stop, kForever) == Wake::kReadable) {
         const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0)
+        if (fd < 0) {
             continue;
+        }
         const int on = 1;
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         std::lock_guard lock(m_mutex);
@@ -154,13 +161,15 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
     if (reads) {
         std::string request = read_request(fd, answer.request_size);
         std::lock_guard lock(m_mutex);
-        if (m_watcher)
+        if (m_watcher) {
             m_watcher(request);
+        }
         m_requests[index] = {true, std::move(request)};
         m_changed.notify_all();
     }
-    if (answer.hold)
+    if (answer.hold) {
         answer.hold();
+    }
     switch (answer.kind) {
     case Kind::kReply:
         send_all(fd, answer.text);
@@ -183,8 +192,9 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
         send_all(fd, answer.second);
         break;
     case Kind::kSlow:
-        if (wait_readable(-1, m_stop, answer.delay) == Wake::kTimeout)
+        if (wait_readable(-1, m_stop, answer.delay) == Wake::kTimeout) {
             send_all(fd, answer.text);
+        }
         break;
     case Kind::kCloseAtOnce:
         shutdown(fd, SHUT_WR);
@@ -205,11 +215,13 @@ std::string ScriptedModule::read_request(int fd, size_t size) const
     std::string text;
     char piece[65536];
     while (size != 0 ? text.size() < size : !text.ends_with('\n')) {
-        if (wait_readable(fd, m_stop, kForever) != Wake::kReadable)
+        if (wait_readable(fd, m_stop, kForever) != Wake::kReadable) {
             break;
+        }
         const ssize_t n = recv(fd, piece, sizeof piece, 0);
-        if (n <= 0)
+        if (n <= 0) {
             break;
+        }
         text.append(piece, static_cast<size_t>(n));
     }
     return text;
@@ -218,9 +230,11 @@ std::string ScriptedModule::read_request(int fd, size_t size) const
 bool ScriptedModule::wait_for_close(int fd, std::chrono::milliseconds bound) const
 {
     char piece[4096];
-    while (wait_readable(fd, m_stop, bound) == Wake::kReadable)
-        if (recv(fd, piece, sizeof piece, 0) <= 0)
+    while (wait_readable(fd, m_stop, bound) == Wake::kReadable) {
+        if (recv(fd, piece, sizeof piece, 0) <= 0) {
             return true;
+        }
+    }
     return false;
 }
 

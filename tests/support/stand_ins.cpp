@@ -14,8 +14,9 @@ std::vector<std::string> lines_of(const std::string& path)
 {
     std::vector<std::string> lines;
     std::ifstream stream(path);
-    for (std::string line; std::getline(stream, line);)
+    for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 

@@ -4,13 +4,13 @@
 #ifndef ORVAN_TESTS_SUPPORT_UDP_SERVER_PEER_H
 #define ORVAN_TESTS_SUPPORT_UDP_SERVER_PEER_H
 
-#include "orvan_sdk/lxi/UdpServer.h"
-
 #include <algorithm>
 #include <cstring>
 #include <string>
 
 #include <sys/socket.h>
+
+#include "orvan_sdk/lxi/UdpServer.h"
 
 namespace HaldeElec::Orvan {
 

@@ -1,17 +1,17 @@
 #include "command_line.h"
 
+#include <cstdio>
+#include <map>
+#include <string>
+#include <utility>
+
+#include <poll.h>
+
 #include "element_text.h"
 #include "options.h"
 #include "output.h"
 #include "records.h"
 #include "setup_file.h"
-
-#include <poll.h>
-
-#include <cstdio>
-#include <map>
-#include <string>
-#include <utility>
 
 namespace orvan_db {
 namespace {

@@ -1,10 +1,11 @@
 #ifndef ORVAN_DB_ELEMENT_TEXT_H
 #define ORVAN_DB_ELEMENT_TEXT_H
 
-#include <cjson/cJSON.h>
-#include <dataorvan.h>
-
 #include <string>
+
+#include <cjson/cJSON.h>
+
+#include <dataorvan.h>
 
 namespace orvan_db {
 

@@ -1,9 +1,9 @@
-#include "command_line.h"
-
-#include <dataorvan.h>
-
 #include <signal.h>
+
 #include <sys/signalfd.h>
+
+#include "command_line.h"
+#include <dataorvan.h>
 
 int main(int argc, char** argv)
 {

@@ -1,10 +1,10 @@
 #include "options.h"
 
+#include <strings.h>
+
 #include <CLI/CLI.hpp>
 
 #include <orvan_element_names.h>
-
-#include <strings.h>
 
 namespace orvan_db {
 

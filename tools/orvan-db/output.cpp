@@ -1,11 +1,10 @@
 #include "output.h"
 
-#include "element_text.h"
-
-#include <orvan_element_names.h>
-
 #include <cstdio>
 #include <memory>
+
+#include "element_text.h"
+#include <orvan_element_names.h>
 
 namespace orvan_db {
 namespace {

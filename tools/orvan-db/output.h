@@ -1,12 +1,12 @@
 #ifndef ORVAN_DB_OUTPUT_H
 #define ORVAN_DB_OUTPUT_H
 
+#include <string>
+#include <vector>
+
 #include "options.h"
 #include "records.h"
 #include "setup_file.h"
-
-#include <string>
-#include <vector>
 
 namespace orvan_db {
 

@@ -1,10 +1,10 @@
 #ifndef ORVAN_DB_RECORDS_H
 #define ORVAN_DB_RECORDS_H
 
-#include <dataorvan.h>
-
 #include <string>
 #include <vector>
+
+#include <dataorvan.h>
 
 namespace orvan_db {
 

@@ -1,16 +1,16 @@
 #include "setup_file.h"
 
-#include "element_text.h"
-
-#include <element_json.h>
-#include <orvan_element_names.h>
-
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "element_text.h"
+#include <element_json.h>
+#include <orvan_element_names.h>
 
 namespace orvan_db {
 namespace {

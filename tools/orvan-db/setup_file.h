@@ -1,11 +1,11 @@
 #ifndef ORVAN_DB_SETUP_FILE_H
 #define ORVAN_DB_SETUP_FILE_H
 
-#include <dataorvan.h>
-
 #include <bitset>
 #include <optional>
 #include <string>
+
+#include <dataorvan.h>
 
 namespace orvan_db {
 

@@ -1,15 +1,15 @@
 #include "blocks.h"
 
-#include "failure.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unique_fd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "failure.h"
+#include <unique_fd.h>
 
 namespace orvan_maint {
 

@@ -1,10 +1,10 @@
 #ifndef ORVAN_MAINT_BLOCKS_H
 #define ORVAN_MAINT_BLOCKS_H
 
-#include "frame.h"
-
 #include <string>
 #include <string_view>
+
+#include "frame.h"
 
 namespace orvan_maint {
 

@@ -1,11 +1,11 @@
 #ifndef ORVAN_MAINT_CHANGE_H
 #define ORVAN_MAINT_CHANGE_H
 
-#include "instrument.h"
-#include "settings.h"
-
 #include <string_view>
 #include <vector>
+
+#include "instrument.h"
+#include "settings.h"
 
 namespace orvan_maint {
 

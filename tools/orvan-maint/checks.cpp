@@ -1,13 +1,13 @@
 #include "checks.h"
 
-#include "frame.h"
-
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <optional>
+
+#include <arpa/inet.h>
+
+#include "frame.h"
 
 namespace orvan_maint {
 

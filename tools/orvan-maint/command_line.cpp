@@ -1,10 +1,10 @@
 #include "command_line.h"
 
+#include <exception>
+
 #include "commands.h"
 #include "console.h"
 #include "failure.h"
-
-#include <exception>
 
 namespace orvan_maint {
 namespace {

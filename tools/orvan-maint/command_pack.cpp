@@ -1,14 +1,12 @@
-#include "commands.h"
-
-#include "console.h"
-#include "failure.h"
-#include "package.h"
-
-#include <orvan_fs_utils.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+
+#include "commands.h"
+#include "console.h"
+#include "failure.h"
+#include "package.h"
+#include <orvan_fs_utils.h>
 
 namespace orvan_maint {
 

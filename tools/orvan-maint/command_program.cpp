@@ -1,14 +1,13 @@
-#include "commands.h"
+#include <algorithm>
+#include <utility>
 
 #include "blocks.h"
+#include "commands.h"
 #include "console.h"
 #include "failure.h"
 #include "models.h"
 #include "module_stream.h"
 #include "progress.h"
-
-#include <algorithm>
-#include <utility>
 
 namespace orvan_maint {
 

@@ -1,6 +1,5 @@
-#include "commands.h"
-
 #include "change.h"
+#include "commands.h"
 #include "console.h"
 #include "models.h"
 

@@ -1,7 +1,6 @@
-#include "commands.h"
-
 #include "change.h"
 #include "checks.h"
+#include "commands.h"
 #include "console.h"
 
 namespace orvan_maint {

@@ -1,5 +1,4 @@
 #include "commands.h"
-
 #include "console.h"
 #include "output.h"
 

@@ -1,13 +1,12 @@
-#include "commands.h"
+#include <utility>
 
+#include "commands.h"
 #include "console.h"
 #include "failure.h"
 #include "package.h"
 #include "progress.h"
 #include "restart_watch.h"
 #include "software_transfer.h"
-
-#include <utility>
 
 namespace orvan_maint {
 

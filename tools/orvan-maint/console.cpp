@@ -1,12 +1,12 @@
 #include "console.h"
 
-#include "failure.h"
+#include <cerrno>
+#include <cstdio>
 
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
+#include "failure.h"
 
 namespace orvan_maint {
 namespace {

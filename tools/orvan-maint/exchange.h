@@ -4,10 +4,10 @@
 #ifndef ORVAN_MAINT_EXCHANGE_H
 #define ORVAN_MAINT_EXCHANGE_H
 
-#include "link.h"
-
 #include <functional>
 #include <optional>
+
+#include "link.h"
 
 namespace orvan_maint {
 

@@ -1,11 +1,11 @@
 #include "frame.h"
 
-#include <arpa/inet.h>
-#include <endian.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+
+#include <arpa/inet.h>
+#include <endian.h>
 
 namespace orvan_maint {
 

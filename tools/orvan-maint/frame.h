@@ -4,14 +4,14 @@
 #ifndef ORVAN_MAINT_FRAME_H
 #define ORVAN_MAINT_FRAME_H
 
-#include <maintenance_frame.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include <maintenance_frame.h>
 
 namespace orvan_maint {
 

@@ -1,10 +1,10 @@
 #include "gzip.h"
 
-#include "failure.h"
+#include <algorithm>
 
 #include <zlib.h>
 
-#include <algorithm>
+#include "failure.h"
 
 namespace orvan_maint {
 namespace {

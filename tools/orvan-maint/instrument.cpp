@@ -1,10 +1,10 @@
 #include "instrument.h"
 
-#include "exchange.h"
-#include "failure.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "exchange.h"
+#include "failure.h"
 
 namespace orvan_maint {
 

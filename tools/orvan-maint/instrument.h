@@ -4,12 +4,12 @@
 #ifndef ORVAN_MAINT_INSTRUMENT_H
 #define ORVAN_MAINT_INSTRUMENT_H
 
-#include "rows.h"
-#include "udp_link.h"
-
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include "rows.h"
+#include "udp_link.h"
 
 namespace orvan_maint {
 

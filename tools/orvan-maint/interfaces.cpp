@@ -1,13 +1,13 @@
 #include "interfaces.h"
 
-#include "failure.h"
-#include "frame.h"
+#include <algorithm>
 
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <sys/socket.h>
 
-#include <algorithm>
+#include "failure.h"
+#include "frame.h"
 
 namespace orvan_maint {
 namespace {

@@ -4,12 +4,12 @@
 #ifndef ORVAN_MAINT_LINK_H
 #define ORVAN_MAINT_LINK_H
 
-#include "frame.h"
+#include <chrono>
+#include <string>
 
 #include <netinet/in.h>
 
-#include <chrono>
-#include <string>
+#include "frame.h"
 
 namespace orvan_maint {
 

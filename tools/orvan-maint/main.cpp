@@ -1,7 +1,8 @@
-#include "command_line.h"
-
 #include <signal.h>
+
 #include <sys/signalfd.h>
+
+#include "command_line.h"
 
 int main(int argc, char** argv)
 {

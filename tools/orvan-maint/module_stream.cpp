@@ -1,9 +1,9 @@
 #include "module_stream.h"
 
-#include "failure.h"
-
 #include <cstdio>
 #include <utility>
+
+#include "failure.h"
 
 namespace orvan_maint {
 

@@ -10,13 +10,13 @@
 #ifndef ORVAN_MAINT_MODULE_STREAM_H
 #define ORVAN_MAINT_MODULE_STREAM_H
 
-#include "blocks.h"
-#include "link.h"
-#include "round_trip.h"
-
 #include <functional>
 #include <optional>
 #include <vector>
+
+#include "blocks.h"
+#include "link.h"
+#include "round_trip.h"
 
 namespace orvan_maint {
 

@@ -1,11 +1,11 @@
 #include "option_word.h"
 
-#include "failure.h"
+#include <algorithm>
+#include <cstring>
 
 #include <strings.h>
 
-#include <algorithm>
-#include <cstring>
+#include "failure.h"
 
 namespace orvan_maint {
 

@@ -4,10 +4,10 @@
 #ifndef ORVAN_MAINT_OPTION_WORD_H
 #define ORVAN_MAINT_OPTION_WORD_H
 
-#include "frame.h"
-
 #include <string>
 #include <vector>
+
+#include "frame.h"
 
 namespace orvan_maint {
 

@@ -1,10 +1,10 @@
 #include "options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "checks.h"
 #include "failure.h"
 #include "models.h"
-
-#include <CLI/CLI.hpp>
 
 namespace orvan_maint {
 namespace {

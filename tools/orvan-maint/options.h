@@ -1,12 +1,12 @@
 #ifndef ORVAN_MAINT_OPTIONS_H
 #define ORVAN_MAINT_OPTIONS_H
 
-#include "instrument.h"
-#include "settings.h"
-
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "instrument.h"
+#include "settings.h"
 
 namespace orvan_maint {
 

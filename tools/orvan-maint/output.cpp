@@ -1,10 +1,10 @@
 #include "output.h"
 
-#include <cjson/cJSON.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+
+#include <cjson/cJSON.h>
 
 namespace orvan_maint {
 

@@ -4,11 +4,11 @@
 #ifndef ORVAN_MAINT_OUTPUT_H
 #define ORVAN_MAINT_OUTPUT_H
 
-#include "instrument.h"
-#include "option_word.h"
-
 #include <string>
 #include <vector>
+
+#include "instrument.h"
+#include "option_word.h"
 
 namespace orvan_maint {
 

@@ -1,14 +1,14 @@
 #include "package.h"
 
+#include <algorithm>
+#include <map>
+#include <utility>
+
 #include "blocks.h"
 #include "failure.h"
 #include "frame.h"
 #include "gzip.h"
 #include "tar_reader.h"
-
-#include <algorithm>
-#include <map>
-#include <utility>
 
 namespace orvan_maint {
 namespace {

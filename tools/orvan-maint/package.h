@@ -12,11 +12,11 @@
 #ifndef ORVAN_MAINT_PACKAGE_H
 #define ORVAN_MAINT_PACKAGE_H
 
-#include "models.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "models.h"
 
 namespace orvan_maint {
 

@@ -1,17 +1,16 @@
-#include "package.h"
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include <sys/stat.h>
 
 #include "blocks.h"
 #include "failure.h"
 #include "frame.h"
 #include "gzip.h"
+#include "package.h"
 #include "tar_writer.h"
-
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
 
 namespace orvan_maint {
 namespace {

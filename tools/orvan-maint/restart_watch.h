@@ -9,10 +9,10 @@
 #ifndef ORVAN_MAINT_RESTART_WATCH_H
 #define ORVAN_MAINT_RESTART_WATCH_H
 
+#include <functional>
+
 #include "link.h"
 #include "rows.h"
-
-#include <functional>
 
 namespace orvan_maint {
 

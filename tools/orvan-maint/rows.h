@@ -4,11 +4,11 @@
 #ifndef ORVAN_MAINT_ROWS_H
 #define ORVAN_MAINT_ROWS_H
 
-#include "frame.h"
-
 #include <map>
 #include <string>
 #include <vector>
+
+#include "frame.h"
 
 namespace orvan_maint {
 

@@ -1,7 +1,6 @@
 #include "settings.h"
 
 #include "checks.h"
-
 #include <maintenance_frame.h>
 
 namespace orvan_maint {

@@ -1,11 +1,11 @@
 #include "software_transfer.h"
 
-#include "exchange.h"
-#include "failure.h"
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include "exchange.h"
+#include "failure.h"
 
 namespace orvan_maint {
 

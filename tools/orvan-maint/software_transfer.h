@@ -14,12 +14,12 @@
 #ifndef ORVAN_MAINT_SOFTWARE_TRANSFER_H
 #define ORVAN_MAINT_SOFTWARE_TRANSFER_H
 
+#include <functional>
+#include <vector>
+
 #include "blocks.h"
 #include "link.h"
 #include "round_trip.h"
-
-#include <functional>
-#include <vector>
 
 namespace orvan_maint {
 

@@ -1,13 +1,13 @@
 #include "tar_reader.h"
 
-#include "failure.h"
-#include "frame.h"
-
-#include <archive_entry.h>
-
 #include <algorithm>
 #include <charconv>
 #include <utility>
+
+#include <archive_entry.h>
+
+#include "failure.h"
+#include "frame.h"
 
 namespace orvan_maint {
 namespace {

@@ -4,14 +4,14 @@
 #ifndef ORVAN_MAINT_TAR_READER_H
 #define ORVAN_MAINT_TAR_READER_H
 
-#include "gzip.h"
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include <archive.h>
+
+#include "gzip.h"
 
 namespace orvan_maint {
 
@@ -49,12 +49,12 @@ private:
 
     std::string m_what;
     Unpacked m_unpacked;
-    std::string_view m_bytes; ///< of the plain archive
+    std::string_view m_bytes; /**< of the plain archive */
     std::unique_ptr<archive, decltype(&archive_read_free)> m_archive;
     bool m_given = false;
-    bool m_past_end = false; ///< more was asked for than there is
+    bool m_past_end = false; /**< more was asked for than there is */
     bool m_first = true;
-    uint64_t m_size = 0; ///< of the entry's contents
+    uint64_t m_size = 0; /**< of the entry's contents */
 };
 
 } // namespace orvan_maint

@@ -1,12 +1,12 @@
 #include "tar_writer.h"
 
-#include "failure.h"
-
-#include <archive_entry.h>
-
 #include <algorithm>
 #include <ctime>
 #include <utility>
+
+#include <archive_entry.h>
+
+#include "failure.h"
 
 namespace orvan_maint {
 namespace {

@@ -1,16 +1,16 @@
 #include "udp_link.h"
 
-#include "failure.h"
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <utility>
+#include "failure.h"
 
 namespace orvan_maint {
 

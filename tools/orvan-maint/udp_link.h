@@ -3,7 +3,6 @@
 
 #include "interfaces.h"
 #include "link.h"
-
 #include <unique_fd.h>
 
 namespace orvan_maint {

@@ -9,10 +9,11 @@ std::string shortest_form(std::string_view pattern)
     std::string text;
     bool optional = false;
     for (const char c : pattern) {
-        if (c == '[' || c == ']')
+        if (c == '[' || c == ']') {
             optional = c == '[';
-        else if (!optional && std::islower(static_cast<unsigned char>(c)) == 0)
+        } else if (!optional && std::islower(static_cast<unsigned char>(c)) == 0) {
             text += c;
+        }
     }
     return text;
 }
@@ -20,9 +21,11 @@ std::string shortest_form(std::string_view pattern)
 std::string longest_form(std::string_view pattern)
 {
     std::string text;
-    for (const char c : pattern)
-        if (c != '[' && c != ']')
+    for (const char c : pattern) {
+        if (c != '[' && c != ']') {
             text += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        }
+    }
     return text;
 }
 

@@ -1,14 +1,13 @@
 // Makes the SCPI reference of the library's command table and the descriptions.
-#include "descriptions.h"
-#include "reference.h"
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 
+#include "descriptions.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include "reference.h"
 
 using namespace scpi_reference;
 
@@ -19,16 +18,18 @@ std::string read_file(const char* path)
     std::ifstream in(path);
     std::ostringstream text;
     text << in.rdbuf();
-    if (!in)
+    if (!in) {
         throw Complaint("cannot be read");
+    }
     return text.str();
 }
 
 int check(const char* path, const std::string& wanted)
 {
     const std::string found = difference(read_file(path), wanted);
-    if (found.empty())
+    if (found.empty()) {
         return 0;
+    }
     std::fprintf(stderr,
                  "%s is stale: %s\nMake it anew: cmake --build --preset dev --target write_scpi_reference\n",
                  path, found.c_str());
@@ -38,8 +39,9 @@ int check(const char* path, const std::string& wanted)
 int write(const char* path, const std::string& wanted)
 {
     std::ofstream out(path, std::ios::trunc);
-    if (out << wanted << std::flush)
+    if (out << wanted << std::flush) {
         return 0;
+    }
     std::fprintf(stderr, "%s: cannot be written\n", path);
     return 1;
 }

@@ -6,9 +6,8 @@
 
 #include <string>
 
-#include <scpi/types.h>
-
 #include "descriptions.h"
+#include <scpi/types.h>
 
 namespace scpi_reference {
 

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+
 #include <pthread.h>
 
 #include "orvan_sdk/orvan_api.h"

@@ -14,7 +14,7 @@
 #include "orvan_sdk/orvan_api.h"
 
 /** Codes that wait for the sender; one more is dropped in silence. */
-inline constexpr std::size_t MAX_CMD_QUEUE_SIZE = 100;
+inline constexpr size_t MAX_CMD_QUEUE_SIZE = 100;
 
 inline constexpr char LOCALHOST[] = "127.0.0.1";
 

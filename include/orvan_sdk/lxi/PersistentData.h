@@ -10,7 +10,6 @@
 #include <string>
 
 #include "flash_params.h"
-
 #include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {

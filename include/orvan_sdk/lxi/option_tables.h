@@ -7,7 +7,6 @@
 #include <cstdint>
 
 #include "option_entry.h"
-
 #include "orvan_sdk/orvan_api.h"
 
 namespace HaldeElec::Orvan {

@@ -13,12 +13,11 @@
 #include <cstdint>
 #include <string>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
+#include <scpi/types.h>
 
 /** Opens a run at the current command. @return false, and no run, when there is no memory */
 ORVAN_API bool start_bypass_run(scpi_t* ctx, userContext_t* u);

@@ -6,9 +6,8 @@
 
 #include <cstddef>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
+#include <scpi/types.h>
 
 /** Capacity of the input buffer: one message may carry a whole update image as an arbitrary block. */
 inline constexpr size_t kScpiInputBufferSize = 0x300000;

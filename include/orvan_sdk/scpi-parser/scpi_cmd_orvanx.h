@@ -11,9 +11,8 @@
 #ifndef ORVAN_SDK_SCPI_CMD_ORVANX_H
 #define ORVAN_SDK_SCPI_CMD_ORVANX_H
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
+#include <scpi/types.h>
 
 /**
  * Handler of every forwarded row: adds the sub-command to the open run, and sends the run to the selected

@@ -13,9 +13,8 @@
 #include <string>
 #include <thread>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
+#include <scpi/types.h>
 
 enum SendOnInit : int;
 struct ORVAN_CONFIG;

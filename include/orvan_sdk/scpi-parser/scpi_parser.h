@@ -10,9 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
+#include <scpi/types.h>
 
 class Scpi_Orvanx;
 

@@ -10,9 +10,8 @@
 
 #include <cstddef>
 
-#include <scpi/types.h>
-
 #include "orvan_sdk/orvan_api.h"
+#include <scpi/types.h>
 
 /**
  * `write` callback: adds one piece of output to the reply.

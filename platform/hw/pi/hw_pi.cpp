@@ -1,10 +1,11 @@
-#include "hw/hw.h"
-
 #include <chrono>
+#include <thread>
+
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <thread>
 #include <unistd.h>
+
+#include "hw/hw.h"
 
 int hw_spi_open(const char* path, int flags)
 {

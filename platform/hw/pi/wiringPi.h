@@ -17,23 +17,25 @@ extern "C" {
 #define INT_EDGE_FALLING 1
 #define INT_EDGE_RISING 2
 
-/// Initialises GPIO access. Comes before every other call on a pin; may be called again. Result: 0.
+/** Initialises GPIO access. Comes before every other call on a pin; may be called again. Result: 0. */
 int wiringPiSetup(void);
 
-/// mode: INPUT or OUTPUT. A pin that becomes an output drives the level last written to it.
+/** mode: INPUT or OUTPUT. A pin that becomes an output drives the level last written to it. */
 void pinMode(int pin, int mode);
 
-/// value: LOW or HIGH.
+/** value: LOW or HIGH. */
 void digitalWrite(int pin, int value);
 
-/// Result: LOW or HIGH.
+/** Result: LOW or HIGH. */
 int digitalRead(int pin);
 
-/// Calls `function` on a thread of its own at each edge, INT_EDGE_FALLING or INT_EDGE_RISING. A second call
-/// for the same pin replaces the first. Result: negative on failure.
+/**
+ * Calls `function` on a thread of its own at each edge, INT_EDGE_FALLING or INT_EDGE_RISING. A second call
+ * for the same pin replaces the first. Result: negative on failure.
+ */
 int wiringPiISR(int pin, int mode, void (*function)(void));
 
-/// Four process-wide mutexes, key 0 to 3; not recursive. Unlocked by the thread that locked them.
+/** Four process-wide mutexes, key 0 to 3; not recursive. Unlocked by the thread that locked them. */
 void piLock(int key);
 void piUnlock(int key);
 

@@ -15,8 +15,9 @@ template <std::ptrdiff_t kStride>
 inline unsigned stride_holds(const char* p, char stop)
 {
     uint8_t hit = 0;
-    for (std::ptrdiff_t i = 0; i < kStride; ++i)
+    for (std::ptrdiff_t i = 0; i < kStride; ++i) {
         hit |= static_cast<uint8_t>(p[i] == stop ? 0xff : 0);
+    }
     return hit;
 }
 
@@ -25,10 +26,12 @@ template <char... kStops>
 const char* find_any(const char* p, const char* end)
 {
     constexpr std::ptrdiff_t kStride = 64;
-    while (end - p >= kStride && (stride_holds<kStride>(p, kStops) | ...) == 0)
+    while (end - p >= kStride && (stride_holds<kStride>(p, kStops) | ...) == 0) {
         p += kStride;
-    while (p < end && (static_cast<unsigned>(*p == kStops) | ...) == 0)
+    }
+    while (p < end && (static_cast<unsigned>(*p == kStops) | ...) == 0) {
         ++p;
+    }
     return p;
 }
 

@@ -43,19 +43,22 @@ constexpr char to_upper(char c)
 /** First character in [p, end) that is no white space. */
 constexpr const char* skip_space(const char* p, const char* end)
 {
-    while (p < end && is_space(*p))
+    while (p < end && is_space(*p)) {
         ++p;
+    }
     return p;
 }
 
 /** True when the two texts are the same but for the case of ASCII letters. */
 constexpr bool equal_ignoring_case(const char* a, size_t a_len, const char* b, size_t b_len)
 {
-    if (a_len != b_len)
+    if (a_len != b_len) {
         return false;
+    }
     for (size_t i = 0; i < a_len; ++i) {
-        if (to_upper(a[i]) != to_upper(b[i]))
+        if (to_upper(a[i]) != to_upper(b[i])) {
             return false;
+        }
     }
     return true;
 }

@@ -32,8 +32,9 @@ constexpr uint32_t hash_slot(uint32_t hash)
 uint32_t hash_spelling(uint32_t state, const std::string& spelling)
 {
     uint32_t hash = hash_start(state);
-    for (const char c : spelling)
+    for (const char c : spelling) {
         hash = hash_step(hash, c);
+    }
     return hash;
 }
 
@@ -44,21 +45,24 @@ class CommandIndexBuilder {
 public:
     CommandIndexBuilder(CommandIndex& index, const scpi_command_t* commands) : m_index(index)
     {
-        for (const scpi_command_t* row = commands; row != nullptr && row->pattern != nullptr; ++row)
+        for (const scpi_command_t* row = commands; row != nullptr && row->pattern != nullptr; ++row) {
             add_row(row);
+        }
     }
 
     void build()
     {
         Places roots[2];
-        for (uint32_t i = 0; i < m_rows.size(); ++i)
+        for (uint32_t i = 0; i < m_rows.size(); ++i) {
             add_place(roots[m_rows[i].common ? kCommonRoot : kRoot], i, 0);
+        }
         // The two are added whole and unshared: their numbers are fixed, even where both are empty.
         add_state(roots[kRoot]);
         add_state(roots[kCommonRoot]);
         // States are appended while this runs.
-        for (uint32_t state = 0; state < m_places.size(); ++state)
+        for (uint32_t state = 0; state < m_places.size(); ++state) {
             add_edges_of(state);
+        }
         fill_edge_table();
     }
 
@@ -86,13 +90,15 @@ private:
         while (*p != '\0' && *p != '?') {
             PatternNode node;
             p = read_pattern_node(p, node);
-            if (p == nullptr)
+            if (p == nullptr) {
                 return;
+            }
             row.nodes.push_back(node);
         }
         row.query = *p == '?';
-        if (!row.query || p[1] == '\0')
+        if (!row.query || p[1] == '\0') {
             m_rows.push_back(std::move(row));
+        }
     }
 
     /** Adds a place and those that passing over optional nodes leads to from there. */
@@ -100,8 +106,9 @@ private:
     {
         const std::vector<PatternNode>& nodes = m_rows[row].nodes;
         places.emplace(std::pair(row, passed), '\0');
-        for (; passed < nodes.size() && nodes[passed].optional; ++passed)
+        for (; passed < nodes.size() && nodes[passed].optional; ++passed) {
             places.emplace(std::pair(row, passed + 1), '\0');
+        }
     }
 
     uint32_t add_state(const Places& places)
@@ -109,11 +116,13 @@ private:
         CommandIndex::State state{nullptr, nullptr};
         for (const auto& [place, unused] : places) {
             const Row& row = m_rows[place.first];
-            if (place.second != row.nodes.size())
+            if (place.second != row.nodes.size()) {
                 continue;
+            }
             const scpi_command_t*& first = row.query ? state.query_row : state.set_row;
-            if (first == nullptr)
+            if (first == nullptr) {
                 first = row.command;
+            }
         }
         m_index.m_states.push_back(state);
         m_places.push_back(places);
@@ -123,8 +132,9 @@ private:
     uint32_t state_of(const Places& places)
     {
         const auto known = m_known.find(places);
-        if (known != m_known.end())
+        if (known != m_known.end()) {
             return known->second;
+        }
         const uint32_t state = add_state(places);
         m_known.emplace(places, state);
         return state;
@@ -135,21 +145,25 @@ private:
         std::map<std::string, Places> targets;
         for (const auto& [place, unused] : m_places[state]) {
             const auto [row, passed] = place;
-            if (passed == m_rows[row].nodes.size())
+            if (passed == m_rows[row].nodes.size()) {
                 continue;
+            }
             std::string long_form;
             std::string short_form;
             for (const char c : m_rows[row].nodes[passed].name) {
                 long_form += to_upper(c);
-                if (!is_lower(c))
+                if (!is_lower(c)) {
                     short_form += c;
+                }
             }
             add_place(targets[long_form], row, passed + 1);
-            if (!short_form.empty())
+            if (!short_form.empty()) {
                 add_place(targets[short_form], row, passed + 1);
+            }
         }
-        for (const auto& [spelling, places] : targets)
+        for (const auto& [spelling, places] : targets) {
             m_pending.push_back({state, state_of(places), spelling});
+        }
     }
 
     void fill_edge_table()
@@ -161,11 +175,13 @@ private:
         for (const PendingEdge& edge : m_pending) {
             const auto [text, is_new] =
                 offsets.emplace(edge.spelling, static_cast<uint32_t>(m_index.m_spellings.size()));
-            if (is_new)
+            if (is_new) {
                 m_index.m_spellings += edge.spelling;
+            }
             uint32_t slot = hash_slot(hash_spelling(edge.from, edge.spelling)) & m_index.m_edge_mask;
-            while (m_index.m_edges[slot].len != 0)
+            while (m_index.m_edges[slot].len != 0) {
                 slot = (slot + 1) & m_index.m_edge_mask;
+            }
             m_index.m_edges[slot] = {edge.from, edge.to, text->second,
                                      static_cast<uint32_t>(edge.spelling.size())};
         }
@@ -189,12 +205,14 @@ const CommandIndex::State* CommandIndex::step(uint32_t from, const char* mnemoni
     for (uint32_t slot = hash_slot(hash) & m_edge_mask; m_edges[slot].len != 0;
          slot = (slot + 1) & m_edge_mask) {
         const Edge& edge = m_edges[slot];
-        if (edge.from != from || edge.len != len)
+        if (edge.from != from || edge.len != len) {
             continue;
+        }
         const char* const text = m_spellings.data() + edge.text;
         size_t i = 0;
-        while (i < len && fold_mnemonic(mnemonic[i]) == text[i])
+        while (i < len && fold_mnemonic(mnemonic[i]) == text[i]) {
             ++i;
+        }
         if (i == len) {
             to = edge.to;
             return &m_states[to];
@@ -205,8 +223,9 @@ const CommandIndex::State* CommandIndex::step(uint32_t from, const char* mnemoni
 
 const scpi_command_t* CommandIndex::find(const char* header, size_t len) const
 {
-    if (len == 0)
+    if (len == 0) {
         return nullptr;
+    }
     const char* p = header;
     const char* const end = header + len;
     uint32_t at = kRoot;
@@ -221,21 +240,27 @@ const scpi_command_t* CommandIndex::find(const char* header, size_t len) const
         uint32_t hash = hash_start(at);
         for (; p != end; ++p) {
             const char folded = fold_mnemonic(*p);
-            if (folded == 0)
+            if (folded == 0) {
                 break;
+            }
             hash = hash_step(hash, folded);
         }
-        if (p == mnemonic)
+        if (p == mnemonic) {
             return nullptr;
+        }
         const State* const state = step(at, mnemonic, static_cast<size_t>(p - mnemonic), hash, at);
-        if (state == nullptr)
+        if (state == nullptr) {
             return nullptr;
-        if (p == end)
+        }
+        if (p == end) {
             return state->set_row;
-        if (*p == '?')
+        }
+        if (*p == '?') {
             return end - p == 1 ? state->query_row : nullptr;
-        if (*p != ':')
+        }
+        if (*p != ':') {
             return nullptr;
+        }
         ++p;
     }
 }

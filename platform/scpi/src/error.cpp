@@ -26,8 +26,9 @@ constexpr ErrorClass kClasses[] = {
 scpi_reg_val_t event_of(int16_t number)
 {
     for (const ErrorClass& c : kClasses) {
-        if (number >= c.first && number <= c.last)
+        if (number >= c.first && number <= c.last) {
             return c.event;
+        }
     }
     return 0;
 }
@@ -35,11 +36,13 @@ scpi_reg_val_t event_of(int16_t number)
 /** Null for an empty text, and when there is no memory. */
 char* copy_info(const char* info, size_t info_len)
 {
-    if (info == nullptr)
+    if (info == nullptr) {
         return nullptr;
+    }
     const size_t len = info_len == 0 ? std::strlen(info) : strnlen(info, info_len);
-    if (len == 0)
+    if (len == 0) {
         return nullptr;
+    }
     char* const copy = static_cast<char*>(std::malloc(len + 1));
     if (copy != nullptr) {
         std::memcpy(copy, info, len);
@@ -62,8 +65,9 @@ scpi_error_t& newest(scpi_t* context)
 /** True when the entry was queued; false when the overflow mark took its place. */
 bool enqueue(scpi_t* context, int16_t number, const char* info, size_t info_len)
 {
-    if (context->error_queue == nullptr || context->error_queue_size <= 0)
+    if (context->error_queue == nullptr || context->error_queue_size <= 0) {
         return true;
+    }
     if (context->error_queue_count >= context->error_queue_size) {
         SCPI_ErrorFree(&newest(context));
         newest(context).error_code = SCPI_ERROR_QUEUE_OVERFLOW;
@@ -84,22 +88,26 @@ void SCPI_ErrorPush(scpi_t* context, int_fast16_t err)
 void SCPI_ErrorPushEx(scpi_t* context, int_fast16_t err, const char* info, size_t info_len)
 {
     const int16_t number = static_cast<int16_t>(err);
-    if (number == 0)
+    if (number == 0) {
         return;
+    }
     scpi_reg_val_t events = event_of(number);
-    if (!enqueue(context, number, info, info_len))
+    if (!enqueue(context, number, info, info_len)) {
         events |= ESR_DER;
+    }
     context->cmd_error = true;
     context->message_error = true;
     SCPI_RegSetBits(context, SCPI_REG_ESR, events);
-    if (context->interface != nullptr && context->interface->error != nullptr)
+    if (context->interface != nullptr && context->interface->error != nullptr) {
         context->interface->error(context, err);
+    }
 }
 
 void SCPI_ErrorUpdateEx(scpi_t* context, const char* info, size_t info_len)
 {
-    if (context->error_queue_count <= 0 || newest(context).error_code == SCPI_ERROR_QUEUE_OVERFLOW)
+    if (context->error_queue_count <= 0 || newest(context).error_code == SCPI_ERROR_QUEUE_OVERFLOW) {
         return;
+    }
     // Copied first: the new text may be a part of the old one.
     char* const copy = copy_info(info, info_len);
     SCPI_ErrorFree(&newest(context));
@@ -109,8 +117,9 @@ void SCPI_ErrorUpdateEx(scpi_t* context, const char* info, size_t info_len)
 scpi_bool_t SCPI_ErrorPop(scpi_t* context, scpi_error_t* error)
 {
     *error = {};
-    if (context->error_queue_count <= 0)
+    if (context->error_queue_count <= 0) {
         return false;
+    }
     std::swap(*error, entry(context, 0));
     context->error_queue_first =
         static_cast<int16_t>((context->error_queue_first + 1) % context->error_queue_size);

@@ -1,6 +1,5 @@
-#include "scpi/extensions.h"
-
 #include "program_text.h"
+#include "scpi/extensions.h"
 
 void SCPI_FramerReset(scpi_framer_t* framer)
 {

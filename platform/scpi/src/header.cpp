@@ -28,10 +28,12 @@ bool is_data_punctuation(char c)
 /** Why no mnemonic starts at `p`. */
 int16_t mnemonic_fault(const char* begin, const char* p, const char* end)
 {
-    if (p == end || is_space(*p) || is_header_punctuation(*p))
+    if (p == end || is_space(*p) || is_header_punctuation(*p)) {
         return SCPI_ERROR_COMMAND_HEADER;
-    if (is_digit(*p) || is_data_punctuation(*p))
+    }
+    if (is_digit(*p) || is_data_punctuation(*p)) {
         return p == begin ? SCPI_ERROR_SYNTAX : SCPI_ERROR_COMMAND_HEADER;
+    }
     return SCPI_ERROR_INVALID_CHARACTER;
 }
 
@@ -43,8 +45,9 @@ HeaderScan scan_header(const char* begin, const char* end)
     const char* p = begin;
     scan.common = *p == '*';
     scan.absolute = *p == ':';
-    if (scan.common || scan.absolute)
+    if (scan.common || scan.absolute) {
         ++p;
+    }
 
     for (;;) {
         if (p == end || !is_alpha(*p)) {
@@ -55,20 +58,24 @@ HeaderScan scan_header(const char* begin, const char* end)
         const char* const mnemonic = p;
         p = skip_mnemonic(p, end);
         scan.overlong |= p - mnemonic > kLongestMnemonic;
-        if (scan.common || p == end || *p != ':')
+        if (scan.common || p == end || *p != ':') {
             break;
+        }
         ++p;
         scan.path_len = static_cast<size_t>(p - begin);
     }
-    if (scan.absolute && scan.path_len == 0)
+    if (scan.absolute && scan.path_len == 0) {
         scan.path_len = 1;
+    }
 
-    if (p != end && *p == '?')
+    if (p != end && *p == '?') {
         ++p;
-    if (p != end && !is_space(*p))
+    }
+    if (p != end && !is_space(*p)) {
         scan.fault = is_header_punctuation(*p) || is_data_punctuation(*p) || fold_mnemonic(*p) != 0
                          ? SCPI_ERROR_HEADER_SEPARATOR
                          : SCPI_ERROR_INVALID_CHARACTER;
+    }
     scan.end = p;
     return scan;
 }

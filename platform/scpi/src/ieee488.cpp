@@ -32,8 +32,9 @@ scpi_result_t SCPI_CoreIdnQ(scpi_t* context)
 {
     for (const char* text : context->idn) {
         const bool absent = text == nullptr || text[0] == '\0';
-        if (SCPI_ResultMnemonic(context, absent ? "0" : text) == 0)
+        if (SCPI_ResultMnemonic(context, absent ? "0" : text) == 0) {
             return SCPI_RES_ERR;
+        }
     }
     return SCPI_RES_OK;
 }
@@ -56,8 +57,9 @@ scpi_result_t SCPI_CoreWai(scpi_t*)
 
 scpi_result_t SCPI_CoreRst(scpi_t* context)
 {
-    if (context->interface == nullptr || context->interface->reset == nullptr)
+    if (context->interface == nullptr || context->interface->reset == nullptr) {
         return SCPI_RES_OK;
+    }
     return context->interface->reset(context);
 }
 

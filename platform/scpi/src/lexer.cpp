@@ -16,19 +16,25 @@ public:
 
     int16_t scan()
     {
-        if (at_end() || at_separator())
+        if (at_end() || at_separator()) {
             return SCPI_ERROR_SYNTAX;
+        }
         const char c = *m_p;
-        if (is_alpha(c))
+        if (is_alpha(c)) {
             return character();
-        if (is_digit(c) || c == '+' || c == '-' || c == '.')
+        }
+        if (is_digit(c) || c == '+' || c == '-' || c == '.') {
             return decimal();
-        if (c == '"' || c == '\'')
+        }
+        if (c == '"' || c == '\'') {
             return string(c);
-        if (c == '#')
+        }
+        if (c == '#') {
             return hash();
-        if (c == '(')
+        }
+        if (c == '(') {
             return expression();
+        }
         return SCPI_ERROR_INVALID_CHARACTER;
     }
 
@@ -43,8 +49,9 @@ private:
     size_t skip(Class in_class)
     {
         const char* const from = m_p;
-        while (!at_end() && in_class(*m_p))
+        while (!at_end() && in_class(*m_p)) {
             ++m_p;
+        }
         return static_cast<size_t>(m_p - from);
     }
 
@@ -61,24 +68,28 @@ private:
     int16_t character()
     {
         skip([](char c) { return is_alpha(c) || is_digit(c) || c == '_'; });
-        if (!ended())
+        if (!ended()) {
             return SCPI_ERROR_INVALID_CHARACTER_DATA;
+        }
         return accept(SCPI_TOKEN_CHARACTER, m_start, m_p);
     }
 
     int16_t decimal()
     {
-        if (*m_p == '+' || *m_p == '-')
+        if (*m_p == '+' || *m_p == '-') {
             ++m_p;
+        }
         size_t digits = skip(is_digit);
         if (!at_end() && *m_p == '.') {
             ++m_p;
             digits += skip(is_digit);
         }
-        if (digits == 0)
+        if (digits == 0) {
             return ended() ? SCPI_ERROR_NUMERIC_DATA : SCPI_ERROR_INVALID_CHARACTER_IN_NUMBER;
-        if (!exponent())
+        }
+        if (!exponent()) {
             return SCPI_ERROR_INVALID_CHARACTER_IN_NUMBER;
+        }
         const char* const number_end = m_p;
         return suffix(number_end);
     }
@@ -87,13 +98,16 @@ private:
     bool exponent()
     {
         const char* p = skip_space(m_p, m_end);
-        if (p >= m_end || to_upper(*p) != 'E')
+        if (p >= m_end || to_upper(*p) != 'E') {
             return true;
+        }
         p = skip_space(p + 1, m_end);
-        if (p < m_end && is_alpha(*p))
+        if (p < m_end && is_alpha(*p)) {
             return true;
-        if (p < m_end && (*p == '+' || *p == '-'))
+        }
+        if (p < m_end && (*p == '+' || *p == '-')) {
             ++p;
+        }
         if (p >= m_end || !is_digit(*p)) {
             m_p = p;
             return false;
@@ -107,15 +121,17 @@ private:
     {
         const char* const from = skip_space(m_p, m_end);
         if (from >= m_end || (!is_alpha(*from) && *from != '/')) {
-            if (!ended())
+            if (!ended()) {
                 return SCPI_ERROR_INVALID_CHARACTER_IN_NUMBER;
+            }
             return accept(SCPI_TOKEN_DECIMAL, m_start, number_end);
         }
         m_p = from;
         m_out.suffix_len =
             skip([](char c) { return is_alpha(c) || is_digit(c) || c == '/' || c == '.' || c == '-'; });
-        if (!ended())
+        if (!ended()) {
             return SCPI_ERROR_INVALID_SUFFIX;
+        }
         m_out.suffix = from;
         return accept(SCPI_TOKEN_DECIMAL_SUFFIX, m_start, number_end);
     }
@@ -123,8 +139,9 @@ private:
     int16_t string(char quote)
     {
         for (++m_p; !at_end(); ++m_p) {
-            if (*m_p != quote)
+            if (*m_p != quote) {
                 continue;
+            }
             ++m_p;
             if (at_end() || *m_p != quote) {
                 return accept(quote == '"' ? SCPI_TOKEN_STRING_DOUBLE : SCPI_TOKEN_STRING_SINGLE, m_start + 1,
@@ -137,11 +154,13 @@ private:
     int16_t hash()
     {
         ++m_p;
-        if (at_end())
+        if (at_end()) {
             return SCPI_ERROR_INVALID_CHARACTER;
+        }
         const char c = to_upper(*m_p);
-        if (is_digit(c))
+        if (is_digit(c)) {
             return block();
+        }
         ++m_p;
         switch (c) {
         case 'H':
@@ -163,10 +182,12 @@ private:
     {
         const char* const digits = m_p;
         const size_t count = skip(in_class);
-        if (!ended())
+        if (!ended()) {
             return SCPI_ERROR_INVALID_CHARACTER_IN_NUMBER;
-        if (count == 0)
+        }
+        if (count == 0) {
             return SCPI_ERROR_NUMERIC_DATA;
+        }
         return accept(type, digits, m_p);
     }
 
@@ -180,12 +201,14 @@ private:
         }
         size_t length = 0;
         for (int i = 0; i < count; ++i, ++m_p) {
-            if (at_end() || !is_digit(*m_p))
+            if (at_end() || !is_digit(*m_p)) {
                 return SCPI_ERROR_INVALID_BLOCK_DATA;
+            }
             length = length * 10 + static_cast<size_t>(*m_p - '0');
         }
-        if (length > static_cast<size_t>(m_end - m_p))
+        if (length > static_cast<size_t>(m_end - m_p)) {
             return SCPI_ERROR_INVALID_BLOCK_DATA;
+        }
         const char* const data = m_p;
         m_p += length;
         return accept(SCPI_TOKEN_BLOCK, data, m_p);
@@ -199,8 +222,9 @@ private:
         for (; !at_end(); ++m_p) {
             const char c = *m_p;
             if (quote != '\0') {
-                if (c == quote)
+                if (c == quote) {
                     quote = '\0';
+                }
             } else if (c == '"' || c == '\'') {
                 quote = c;
             } else if (c == '(') {
@@ -228,8 +252,9 @@ int16_t scpi_lex_element_error(const char* p, const char* end, scpi_parameter_t*
     *out = {};
     Scanner scanner(p, end, *out);
     const int16_t error = scanner.scan();
-    if (error != 0)
+    if (error != 0) {
         *out = {};
+    }
     *next = scanner.position();
     return error;
 }

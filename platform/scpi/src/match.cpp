@@ -1,7 +1,6 @@
-#include "scpi/parser.h"
-
 #include "mnemonic.h"
 #include "pattern.h"
+#include "scpi/parser.h"
 
 namespace {
 
@@ -21,10 +20,12 @@ const char* match_node(const char* node, const char* p, const char* end, bool sh
 {
     const char* const start = p;
     for (; fold_mnemonic(*node) != 0; ++node) {
-        if (short_form && scpi::is_lower(*node))
+        if (short_form && scpi::is_lower(*node)) {
             continue;
-        if (p == end || fold_mnemonic(*p) != fold_mnemonic(*node))
+        }
+        if (p == end || fold_mnemonic(*p) != fold_mnemonic(*node)) {
             return nullptr;
+        }
         ++p;
     }
     const bool whole_node = p != start && (p == end || fold_mnemonic(*p) == 0);
@@ -41,29 +42,37 @@ bool match_nodes(const char* pattern, HeaderPosition at, const char* end)
         const char* behind = nullptr;
         if (at.at_node) {
             behind = match_node(node, at.p, end, false);
-            if (behind == nullptr)
+            if (behind == nullptr) {
                 behind = match_node(node, at.p, end, true);
+            }
         }
-        if (behind == nullptr && !optional)
+        if (behind == nullptr && !optional) {
             return false;
+        }
 
         pattern = scpi::pattern_node_end(node, optional);
-        if (pattern == nullptr)
+        if (pattern == nullptr) {
             return false;
-        if (behind == nullptr)
+        }
+        if (behind == nullptr) {
             continue;
+        }
         const bool more = behind != end && *behind == ':';
         const HeaderPosition next{more ? behind + 1 : behind, more};
-        if (optional && match_nodes(pattern, next, end))
+        if (optional && match_nodes(pattern, next, end)) {
             return true;
-        if (!optional)
+        }
+        if (!optional) {
             at = next;
+        }
     }
-    if (at.at_node)
+    if (at.at_node) {
         return false;
+    }
     const bool query = *pattern == '?';
-    if (query && pattern[1] != '\0')
+    if (query && pattern[1] != '\0') {
         return false;
+    }
     return query ? end - at.p == 1 && *at.p == '?' : at.p == end;
 }
 
@@ -71,13 +80,16 @@ bool match_nodes(const char* pattern, HeaderPosition at, const char* end)
 
 scpi_bool_t SCPI_Match(const char* pattern, const char* header, size_t len)
 {
-    if (pattern == nullptr || header == nullptr || len == 0)
+    if (pattern == nullptr || header == nullptr || len == 0) {
         return false;
+    }
     const char* const end = header + len;
     const bool common = *pattern == '*';
-    if (common != (*header == '*'))
+    if (common != (*header == '*')) {
         return false;
-    if (common)
+    }
+    if (common) {
         return match_nodes(pattern + 1, {header + 1, true}, end);
+    }
     return match_nodes(pattern, {header + (*header == ':' ? 1 : 0), true}, end);
 }

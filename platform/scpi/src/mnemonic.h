@@ -18,8 +18,9 @@ inline constexpr std::array<char, 256> kMnemonicFold = [] {
     std::array<char, 256> fold{};
     for (unsigned i = 0; i < fold.size(); ++i) {
         const char c = static_cast<char>(i);
-        if (is_alpha(c) || is_digit(c) || c == '_')
+        if (is_alpha(c) || is_digit(c) || c == '_') {
             fold[i] = to_upper(c);
+        }
     }
     return fold;
 }();
@@ -32,8 +33,9 @@ constexpr char fold_mnemonic(char c)
 /** First character in [p, end) that cannot stand in a mnemonic. */
 constexpr const char* skip_mnemonic(const char* p, const char* end)
 {
-    while (p < end && fold_mnemonic(*p) != 0)
+    while (p < end && fold_mnemonic(*p) != 0) {
         ++p;
+    }
     return p;
 }
 

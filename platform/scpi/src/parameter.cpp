@@ -25,12 +25,14 @@ const char* next_element(scpi_t* context, bool mandatory)
     const char* const end = parameters_end(context);
     const char* p = skip_space(context->param_list.lex_state.pos, end);
     if (p >= end) {
-        if (mandatory)
+        if (mandatory) {
             fail(context, SCPI_ERROR_MISSING_PARAMETER);
+        }
         return nullptr;
     }
-    if (context->input_count == 0)
+    if (context->input_count == 0) {
         return p;
+    }
     if (*p != ',') {
         fail(context, SCPI_ERROR_INVALID_SEPARATOR);
         return nullptr;
@@ -47,10 +49,12 @@ void element_read(scpi_t* context, const char* next)
 
 int16_t length_error(const scpi_parameter_t& parameter)
 {
-    if (parameter.type == SCPI_TOKEN_CHARACTER && parameter.len > kMaxMnemonic)
+    if (parameter.type == SCPI_TOKEN_CHARACTER && parameter.len > kMaxMnemonic) {
         return SCPI_ERROR_CHARACTER_DATA_TOO_LONG;
-    if (parameter.type == SCPI_TOKEN_DECIMAL_SUFFIX && parameter.suffix_len > kMaxMnemonic)
+    }
+    if (parameter.type == SCPI_TOKEN_DECIMAL_SUFFIX && parameter.suffix_len > kMaxMnemonic) {
         return SCPI_ERROR_SUFFIX_TOO_LONG;
+    }
     return 0;
 }
 
@@ -65,11 +69,13 @@ size_t copy_text(const char* text, size_t len, char skip_doubled, char* buffer, 
 {
     size_t copied = 0;
     for (size_t i = 0; i < len; ++i) {
-        if (copied < size)
+        if (copied < size) {
             buffer[copied] = text[i];
+        }
         ++copied;
-        if (skip_doubled != '\0' && text[i] == skip_doubled)
+        if (skip_doubled != '\0' && text[i] == skip_doubled) {
             ++i;
+        }
     }
     return copied;
 }
@@ -79,12 +85,14 @@ int16_t scan_unquoted(const char* p, const char* end, const char** next)
 {
     const char* const start = p;
     while (p < end && *p != ',' && !is_space(*p)) {
-        if (*p == '"' || *p == '\'')
+        if (*p == '"' || *p == '\'') {
             return SCPI_ERROR_INVALID_STRING_DATA;
+        }
         ++p;
     }
-    if (p == start)
+    if (p == start) {
         return SCPI_ERROR_SYNTAX;
+    }
     *next = p;
     p = skip_space(p, end);
     return p == end || *p == ',' ? 0 : SCPI_ERROR_INVALID_SEPARATOR;
@@ -121,15 +129,18 @@ scpi_bool_t SCPI_Parameter(scpi_t* context, scpi_parameter_t* parameter, scpi_bo
 {
     *parameter = {};
     const char* const p = next_element(context, mandatory);
-    if (p == nullptr)
+    if (p == nullptr) {
         return false;
+    }
     scpi_parameter_t element;
     const char* next = nullptr;
     int16_t error = scpi_lex_element_error(p, parameters_end(context), &element, &next);
-    if (error == 0)
+    if (error == 0) {
         error = length_error(element);
-    if (error != 0)
+    }
+    if (error != 0) {
         return fail(context, error);
+    }
     element_read(context, next);
     *parameter = element;
     return true;
@@ -165,10 +176,12 @@ scpi_bool_t SCPI_ParamCharacters(scpi_t* context, const char** value, size_t* le
     *value = nullptr;
     *len = 0;
     scpi_parameter_t parameter;
-    if (!SCPI_Parameter(context, &parameter, mandatory))
+    if (!SCPI_Parameter(context, &parameter, mandatory)) {
         return false;
-    if (parameter.type != SCPI_TOKEN_CHARACTER && !is_string(parameter))
+    }
+    if (parameter.type != SCPI_TOKEN_CHARACTER && !is_string(parameter)) {
         return fail(context, not_allowed_error(parameter.type));
+    }
     *value = parameter.body;
     *len = parameter.body_len;
     return true;
@@ -176,13 +189,16 @@ scpi_bool_t SCPI_ParamCharacters(scpi_t* context, const char** value, size_t* le
 
 scpi_bool_t SCPI_ParamCopyText(scpi_t* context, char* buffer, size_t size, size_t* len, scpi_bool_t mandatory)
 {
-    if (len != nullptr)
+    if (len != nullptr) {
         *len = 0;
-    if (size > 0)
+    }
+    if (size > 0) {
         buffer[0] = '\0';
+    }
     const char* const p = next_element(context, mandatory);
-    if (p == nullptr)
+    if (p == nullptr) {
         return false;
+    }
 
     const char* const end = parameters_end(context);
     const char* text = p;
@@ -192,17 +208,20 @@ scpi_bool_t SCPI_ParamCopyText(scpi_t* context, char* buffer, size_t size, size_
     if (p < end && (*p == '"' || *p == '\'' || *p == '#' || *p == '(')) {
         scpi_parameter_t parameter;
         int16_t error = scpi_lex_element_error(p, end, &parameter, &next);
-        if (error == 0 && !is_string(parameter))
+        if (error == 0 && !is_string(parameter)) {
             error = not_allowed_error(parameter.type);
-        if (error != 0)
+        }
+        if (error != 0) {
             return fail(context, error);
+        }
         quote = *p;
         text = parameter.body;
         text_end = parameter.body + parameter.body_len;
     } else {
         const int16_t error = scan_unquoted(p, end, &text_end);
-        if (error != 0)
+        if (error != 0) {
             return fail(context, error);
+        }
         next = text_end;
     }
     element_read(context, next);
@@ -210,13 +229,15 @@ scpi_bool_t SCPI_ParamCopyText(scpi_t* context, char* buffer, size_t size, size_
     const size_t room = size > 0 ? size - 1 : 0;
     const size_t copied = copy_text(text, static_cast<size_t>(text_end - text), quote, buffer, room);
     if (copied > room || size == 0) {
-        if (size > 0)
+        if (size > 0) {
             buffer[0] = '\0';
+        }
         return fail(context, SCPI_ERROR_TOO_MUCH_DATA);
     }
     buffer[copied] = '\0';
-    if (len != nullptr)
+    if (len != nullptr) {
         *len = copied;
+    }
     return true;
 }
 
@@ -225,10 +246,12 @@ scpi_bool_t SCPI_ParamArbitraryBlock(scpi_t* context, const char** data, size_t*
     *data = nullptr;
     *len = 0;
     scpi_parameter_t parameter;
-    if (!SCPI_Parameter(context, &parameter, mandatory))
+    if (!SCPI_Parameter(context, &parameter, mandatory)) {
         return false;
-    if (parameter.type != SCPI_TOKEN_BLOCK)
+    }
+    if (parameter.type != SCPI_TOKEN_BLOCK) {
         return fail(context, not_allowed_error(parameter.type));
+    }
     *data = parameter.body;
     *len = parameter.body_len;
     return true;

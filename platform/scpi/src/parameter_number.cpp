@@ -41,8 +41,9 @@ template <typename T>
 bool to_integer(scpi_t* context, const scpi_parameter_t& parameter, T* value)
 {
     *value = 0;
-    if (!SCPI_ParamIsNumber(&parameter, false))
+    if (!SCPI_ParamIsNumber(&parameter, false)) {
         return fail(context, not_allowed_error(parameter.type));
+    }
 
     uint64_t magnitude = 0;
     bool negative = false;
@@ -50,8 +51,9 @@ bool to_integer(scpi_t* context, const scpi_parameter_t& parameter, T* value)
     if (parameter.type == SCPI_TOKEN_DECIMAL) {
         Decimal decimal;
         const int16_t error = parse_decimal(parameter.body, parameter.body_len, &decimal);
-        if (error != 0)
+        if (error != 0) {
             return fail(context, error);
+        }
         const Magnitude rounded = to_magnitude(decimal);
         magnitude = rounded.value;
         negative = decimal.negative && magnitude != 0;
@@ -62,8 +64,9 @@ bool to_integer(scpi_t* context, const scpi_parameter_t& parameter, T* value)
 
     constexpr uint64_t kMax = static_cast<uint64_t>(std::numeric_limits<T>::max());
     constexpr uint64_t kMin = std::is_signed_v<T> ? kMax + 1 : 0;
-    if (!fits || magnitude > (negative ? kMin : kMax))
+    if (!fits || magnitude > (negative ? kMin : kMax)) {
         return fail(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
+    }
     *value = static_cast<T>(negative ? uint64_t{0} - magnitude : magnitude);
     return true;
 }
@@ -74,15 +77,17 @@ bool to_floating_point(scpi_t* context, const scpi_parameter_t& parameter, int64
     *value = 0;
     if (base_of(parameter.type) != 10) {
         uint64_t bits = 0;
-        if (!to_bits(parameter, &bits))
+        if (!to_bits(parameter, &bits)) {
             return fail(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
+        }
         *value = static_cast<T>(bits);
         return true;
     }
     Decimal decimal;
     const int16_t error = parse_decimal(parameter.body, parameter.body_len, &decimal);
-    if (error != 0)
+    if (error != 0) {
         return fail(context, error);
+    }
     return to_floating(decimal, shift, value) || fail(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
 }
 
@@ -90,8 +95,9 @@ template <typename T>
 bool to_plain_floating_point(scpi_t* context, const scpi_parameter_t& parameter, T* value)
 {
     *value = 0;
-    if (!SCPI_ParamIsNumber(&parameter, false))
+    if (!SCPI_ParamIsNumber(&parameter, false)) {
         return fail(context, not_allowed_error(parameter.type));
+    }
     return to_floating_point(context, parameter, 0, value);
 }
 
@@ -102,26 +108,31 @@ bool power_of_ten(double multiplier, int64_t* exponent)
     char text[32];
     const char* const end =
         std::to_chars(text, text + sizeof text, multiplier, std::chars_format::scientific).ptr;
-    if (text[0] != '1' || text[1] != 'e')
+    if (text[0] != '1' || text[1] != 'e') {
         return false;
+    }
     const char* const digits = text[2] == '+' ? text + 3 : text + 2;
     return std::from_chars(digits, end, *exponent).ec == std::errc();
 }
 
 bool read_with_unit(scpi_t* context, const scpi_parameter_t& parameter, scpi_number_t* value)
 {
-    if (context->units == nullptr)
+    if (context->units == nullptr) {
         return fail(context, SCPI_ERROR_SUFFIX_NOT_ALLOWED);
+    }
     const scpi_unit_def_t* const unit = SCPI_FindUnit(context->units, parameter.suffix, parameter.suffix_len);
-    if (unit == nullptr)
+    if (unit == nullptr) {
         return fail(context, SCPI_ERROR_INVALID_SUFFIX);
+    }
     value->unit = unit->unit;
 
     int64_t shift = 0;
-    if (power_of_ten(unit->mult, &shift))
+    if (power_of_ten(unit->mult, &shift)) {
         return to_floating_point(context, parameter, shift, &value->value);
-    if (!to_floating_point(context, parameter, 0, &value->value))
+    }
+    if (!to_floating_point(context, parameter, 0, &value->value)) {
         return false;
+    }
     value->value *= unit->mult;
     return std::isfinite(value->value) || fail(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
 }
@@ -131,17 +142,20 @@ bool read_number(scpi_t* context, const scpi_choice_def_t* special, const scpi_p
 {
     if (parameter.type == SCPI_TOKEN_CHARACTER && special != nullptr) {
         const scpi_choice_def_t* const word = find_choice(special, parameter.ptr, parameter.len);
-        if (word == nullptr)
+        if (word == nullptr) {
             return fail(context, SCPI_ERROR_ILLEGAL_PARAMETER_VALUE);
+        }
         value->special = true;
         value->tag = word->tag;
         return true;
     }
-    if (!SCPI_ParamIsNumber(&parameter, true))
+    if (!SCPI_ParamIsNumber(&parameter, true)) {
         return fail(context, not_allowed_error(parameter.type));
+    }
     value->base = static_cast<int8_t>(base_of(parameter.type));
-    if (parameter.type == SCPI_TOKEN_DECIMAL_SUFFIX)
+    if (parameter.type == SCPI_TOKEN_DECIMAL_SUFFIX) {
         return read_with_unit(context, parameter, value);
+    }
     return to_floating_point(context, parameter, 0, &value->value);
 }
 
@@ -229,10 +243,12 @@ scpi_bool_t SCPI_ParamNumber(scpi_t* context, const scpi_choice_def_t* special, 
     constexpr scpi_number_t kNothing = {false, SCPI_NUM_NUMBER, 0, SCPI_UNIT_NONE, 10};
     *value = kNothing;
     scpi_parameter_t parameter;
-    if (!SCPI_Parameter(context, &parameter, mandatory))
+    if (!SCPI_Parameter(context, &parameter, mandatory)) {
         return false;
-    if (read_number(context, special, parameter, value))
+    }
+    if (read_number(context, special, parameter, value)) {
         return true;
+    }
     *value = kNothing;
     return false;
 }

@@ -52,12 +52,14 @@ void call_handler(scpi_t* context, const scpi_command_t* command)
 {
     context->param_list.cmd = command;
     const scpi_result_t result = command->callback != nullptr ? command->callback(context) : SCPI_RES_ERR;
-    if (context->cmd_error)
+    if (context->cmd_error) {
         return;
-    if (result != SCPI_RES_OK)
+    }
+    if (result != SCPI_RES_OK) {
         SCPI_ErrorPush(context, SCPI_ERROR_EXECUTION);
-    else if (has_unread_parameters(context->param_list.lex_state))
+    } else if (has_unread_parameters(context->param_list.lex_state)) {
         SCPI_ErrorPush(context, SCPI_ERROR_PARAMETER_NOT_ALLOWED);
+    }
 }
 
 /** Executes one unit. `begin` and the unit's end delimit text without white space around it. */
@@ -84,18 +86,20 @@ void execute_unit(scpi_t* context, char* begin, const scpi::ProgramUnit& unit, H
         path = {params.cmd_raw.data, path_len};
     }
     char* const data = begin + (scpi::skip_space(scan.end, unit.end) - begin);
-    if (data != unit.end)
+    if (data != unit.end) {
         params.lex_state = {data, data, static_cast<size_t>(unit.end - data)};
+    }
 
     const scpi_command_t* const command =
         SCPI_FindCommand(context, params.cmd_raw.data, params.cmd_raw.length);
-    if (command == nullptr)
+    if (command == nullptr) {
         SCPI_ErrorPush(context,
                        scan.overlong ? SCPI_ERROR_PROGRAM_MNEMONIC_TOO_LONG : SCPI_ERROR_UNDEFINED_HEADER);
-    else if (unit.fault != 0)
+    } else if (unit.fault != 0) {
         SCPI_ErrorPush(context, unit.fault);
-    else
+    } else {
         call_handler(context, command);
+    }
 }
 
 /** Executes a message. The context's buffer position is not used: the application may clear it meanwhile. */
@@ -105,8 +109,9 @@ void execute_message(scpi_t* context, char* message, size_t len)
     const char* next = message;
     while (next != nullptr) {
         const scpi::ProgramUnit unit = scpi::cut_program_unit(next, message + len);
-        if (unit.begin != unit.end)
+        if (unit.begin != unit.end) {
             execute_unit(context, message + (unit.begin - message), unit, path);
+        }
         next = unit.next;
     }
 }
@@ -114,8 +119,9 @@ void execute_message(scpi_t* context, char* message, size_t len)
 /** The application drops a partial message by clearing the buffer's position between two calls. */
 void notice_cleared_buffer(scpi_t* context)
 {
-    if (context->buffer.position >= context->framer_position)
+    if (context->buffer.position >= context->framer_position) {
         return;
+    }
     SCPI_FramerReset(&context->framer);
     context->framer_position = context->buffer.position;
     context->overrun = false;
@@ -128,18 +134,21 @@ void notice_cleared_buffer(scpi_t* context)
  */
 void store(scpi_t* context, const char* data, size_t len, bool ends_message)
 {
-    if (context->overrun)
+    if (context->overrun) {
         return;
+    }
     scpi_buffer_t& buffer = context->buffer;
     const size_t room = buffer.length - std::min(buffer.position, buffer.length);
     context->overrun = ends_message ? len > room : len >= room;
     const size_t held = context->overrun ? room - std::min<size_t>(room, 1) : len;
-    if (held != 0)
+    if (held != 0) {
         std::memcpy(buffer.data + buffer.position, data, held);
+    }
     buffer.position += held;
     context->framer_position = buffer.position;
-    if (context->overrun)
+    if (context->overrun) {
         SCPI_ErrorPush(context, SCPI_ERROR_INPUT_BUFFER_OVERRUN);
+    }
 }
 
 /**
@@ -151,19 +160,22 @@ void store(scpi_t* context, const char* data, size_t len, bool ends_message)
 void finish_message(scpi_t* context, bool& result)
 {
     context->message_error = context->overrun;
-    if (!context->overrun)
+    if (!context->overrun) {
         execute_message(context, context->buffer.data, context->buffer.position);
+    }
     clear_command_state(context);
     const scpi_interface_t* const interface = context->interface;
-    if (interface != nullptr && interface->write != nullptr)
+    if (interface != nullptr && interface->write != nullptr) {
         interface->write(context, "\r\n", 2);
+    }
 
     result = result && !context->message_error;
     context->buffer.position = 0;
     context->framer_position = 0;
     context->overrun = false;
-    if (interface != nullptr && interface->flush != nullptr)
+    if (interface != nullptr && interface->flush != nullptr) {
         interface->flush(context);
+    }
 }
 
 } // namespace
@@ -212,8 +224,9 @@ scpi_bool_t SCPI_Input(scpi_t* context, const char* data, size_t len)
         const size_t message_end = SCPI_FramerScan(&context->framer, data, len);
         const size_t taken = message_end != 0 ? message_end : len;
         store(context, data, taken, message_end != 0);
-        if (message_end == 0)
+        if (message_end == 0) {
             return false;
+        }
         data += taken;
         len -= taken;
         finish_message(context, result);

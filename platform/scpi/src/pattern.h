@@ -15,10 +15,12 @@ namespace scpi {
 inline const char* pattern_node_end(const char* name, bool optional)
 {
     const char* p = name;
-    while (fold_mnemonic(*p) != 0)
+    while (fold_mnemonic(*p) != 0) {
         ++p;
-    if (p == name || (optional && *p != ']'))
+    }
+    if (p == name || (optional && *p != ']')) {
         return nullptr;
+    }
     return optional ? p + 1 : p;
 }
 
@@ -34,8 +36,9 @@ inline const char* read_pattern_node(const char* p, PatternNode& node)
     const char* name = p + (node.optional ? 1 : 0);
     name += *name == ':' ? 1 : 0;
     const char* const next = pattern_node_end(name, node.optional);
-    if (next != nullptr)
+    if (next != nullptr) {
         node.name = {name, static_cast<size_t>(next - name) - (node.optional ? 1 : 0)};
+    }
     return next;
 }
 

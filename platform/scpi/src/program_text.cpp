@@ -18,16 +18,18 @@ bool is_header_char(char c)
 
 const char* skip_space_in_line(const char* p, const char* end)
 {
-    while (p < end && is_space(*p) && *p != '\n')
+    while (p < end && is_space(*p) && *p != '\n') {
         ++p;
+    }
     return p;
 }
 
 /** True when the last byte of [from, p) that is no white space is a ','. */
 bool follows_comma(const char* from, const char* p)
 {
-    while (p > from && is_space(p[-1]))
+    while (p > from && is_space(p[-1])) {
         --p;
+    }
     return p > from && p[-1] == ',';
 }
 
@@ -38,8 +40,9 @@ bool scan_element(scpi_framer_t& state, const char*& p, const char* end, TextSto
     for (;;) {
         p = find_any<'\n', '"', '\'', '#', ';', '(', ')'>(p, end);
         if (p == end) {
-            if (state.depth == 0 && follows_comma(from, p))
+            if (state.depth == 0 && follows_comma(from, p)) {
                 state.state = kElementStart;
+            }
             stop = TextStop::kEnd;
             return false;
         }
@@ -64,8 +67,9 @@ bool scan_element(scpi_framer_t& state, const char*& p, const char* end, TextSto
             ++state.depth;
             break;
         case ')':
-            if (state.depth != 0)
+            if (state.depth != 0) {
                 --state.depth;
+            }
             break;
         default:
             state.quote = *p++;
@@ -100,21 +104,25 @@ TextStop scan_program_text(scpi_framer_t& state, const char*& p, const char* end
         switch (state.state) {
         case kUnitStart:
             p = skip_space_in_line(p, end);
-            if (p < end)
+            if (p < end) {
                 state.state = kHeader;
+            }
             break;
 
         case kHeader:
-            while (p < end && is_header_char(*p))
+            while (p < end && is_header_char(*p)) {
                 ++p;
-            if (p < end)
+            }
+            if (p < end) {
                 state.state = is_space(*p) ? kElementStart : kElement;
+            }
             break;
 
         case kElementStart:
             p = skip_space_in_line(p, end);
-            if (p == end)
+            if (p == end) {
                 break;
+            }
             if (*p == '#') {
                 state.state = kHash;
                 ++p;
@@ -124,16 +132,19 @@ TextStop scan_program_text(scpi_framer_t& state, const char*& p, const char* end
             break;
 
         case kElement:
-            if (!scan_element(state, p, end, stop))
+            if (!scan_element(state, p, end, stop)) {
                 return stop;
+            }
             break;
 
         case kString:
             p = state.quote == '"' ? find_any<'"', '\n'>(p, end) : find_any<'\'', '\n'>(p, end);
-            if (p == end)
+            if (p == end) {
                 break;
-            if (*p == '\n')
+            }
+            if (*p == '\n') {
                 return TextStop::kMessageEnd;
+            }
             // A doubled quote opens the string again at once.
             state.state = kElement;
             ++p;
@@ -151,8 +162,9 @@ TextStop scan_program_text(scpi_framer_t& state, const char*& p, const char* end
             break;
 
         case kBlockLength:
-            if (!scan_block_length(state, p, end))
+            if (!scan_block_length(state, p, end)) {
                 break;
+            }
             state.state = state.block_left != 0 ? kDefiniteBlock : kElement;
             break;
 
@@ -160,16 +172,18 @@ TextStop scan_program_text(scpi_framer_t& state, const char*& p, const char* end
             const uint64_t taken = std::min<uint64_t>(state.block_left, static_cast<uint64_t>(end - p));
             p += taken;
             state.block_left -= taken;
-            if (state.block_left != 0)
+            if (state.block_left != 0) {
                 break;
+            }
             state.state = kElement;
             return TextStop::kBlockEnd;
         }
 
         case kIndefiniteBlock:
             p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-            if (p != nullptr)
+            if (p != nullptr) {
                 return TextStop::kMessageEnd;
+            }
             p = end;
             break;
 
@@ -190,8 +204,9 @@ ProgramUnit cut_program_unit(const char* p, const char* end)
     const char* data_end = unit.begin; // white space ahead of it is the data of a block
     p = unit.begin;
     TextStop stop;
-    while ((stop = scan_program_text(state, p, end)) == TextStop::kBlockEnd)
+    while ((stop = scan_program_text(state, p, end)) == TextStop::kBlockEnd) {
         data_end = p;
+    }
 
     unit.next = stop == TextStop::kUnitEnd ? p + 1 : nullptr;
     unit.end = p;
@@ -199,16 +214,18 @@ ProgramUnit cut_program_unit(const char* p, const char* end)
         const bool cr_of_line_end = stop == TextStop::kMessageEnd && p[-1] == '\r';
         unit.end -= cr_of_line_end ? 1 : 0;
     } else {
-        while (unit.end > data_end && is_space(unit.end[-1]))
+        while (unit.end > data_end && is_space(unit.end[-1])) {
             --unit.end;
+        }
     }
 
-    if (state.state == kString)
+    if (state.state == kString) {
         unit.fault = SCPI_ERROR_INVALID_STRING_DATA;
-    else if (state.state == kBlockLength || state.state == kDefiniteBlock)
+    } else if (state.state == kBlockLength || state.state == kDefiniteBlock) {
         unit.fault = SCPI_ERROR_INVALID_BLOCK_DATA;
-    else if (state.depth != 0)
+    } else if (state.depth != 0) {
         unit.fault = SCPI_ERROR_INVALID_EXPRESSION;
+    }
     return unit;
 }
 

@@ -8,8 +8,9 @@
 scpi_result_t scpi::set_register(scpi_t* context, scpi_reg_name_t name, int32_t max)
 {
     int32_t value = 0;
-    if (!SCPI_ParamInt32(context, &value, true))
+    if (!SCPI_ParamInt32(context, &value, true)) {
         return SCPI_RES_ERR;
+    }
     if (value < 0 || value > max) {
         SCPI_ErrorPush(context, SCPI_ERROR_DATA_OUT_OF_RANGE);
         return SCPI_RES_ERR;

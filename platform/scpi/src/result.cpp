@@ -26,8 +26,9 @@ constexpr size_t kMaxBlock = 999999999;
 
 size_t write(scpi_t* context, const char* data, size_t len)
 {
-    if (context->interface == nullptr || context->interface->write == nullptr)
+    if (context->interface == nullptr || context->interface->write == nullptr) {
         return len;
+    }
     return context->interface->write(context, data, len);
 }
 
@@ -37,8 +38,9 @@ class TextBuffer {
 public:
     void put(char c)
     {
-        if (m_len < kSize)
+        if (m_len < kSize) {
             m_text[m_len] = c;
+        }
         ++m_len;
     }
     const char* data() const { return m_text.data(); }
@@ -79,16 +81,18 @@ template <typename T>
 size_t write_integer(scpi_t* context, T value, int8_t base)
 {
     Prefix prefix;
-    if (!prefix_of(base, &prefix))
+    if (!prefix_of(base, &prefix)) {
         return 0;
+    }
     char text[2 + 64];
     char* const digits = std::copy_n(prefix.text, prefix.len, text);
     char* const limit = text + sizeof text;
     char* end = digits;
-    if (base == 10)
+    if (base == 10) {
         end = std::to_chars(digits, limit, value).ptr;
-    else
+    } else {
         end = std::to_chars(digits, limit, static_cast<std::make_unsigned_t<T>>(value), base).ptr;
+    }
     std::transform(digits, end, digits, to_upper);
     return SCPI_ResultCharacters(context, text, static_cast<size_t>(end - text));
 }
@@ -96,10 +100,11 @@ size_t write_integer(scpi_t* context, T value, int8_t base)
 template <typename T>
 size_t write_floating(scpi_t* context, T value)
 {
-    if (std::isnan(value))
+    if (std::isnan(value)) {
         value = static_cast<T>(kNotANumber);
-    else if (std::isinf(value))
+    } else if (std::isinf(value)) {
         value = static_cast<T>(std::copysign(kInfinity, value));
+    }
 
     char text[40];
     char* end = std::to_chars(text, text + sizeof text - 2, value).ptr;
@@ -121,8 +126,9 @@ size_t write_floating(scpi_t* context, T value)
 bool write_separator(scpi_t* context, size_t* written)
 {
     *written = 0;
-    if (context->output_count == 0)
+    if (context->output_count == 0) {
         return true;
+    }
     *written = write(context, ",", 1);
     return *written != 0;
 }
@@ -131,14 +137,17 @@ bool write_separator(scpi_t* context, size_t* written)
 
 size_t SCPI_ResultCharacters(scpi_t* context, const char* data, size_t len)
 {
-    if (data == nullptr || len == 0)
+    if (data == nullptr || len == 0) {
         return 0;
+    }
     size_t separator = 0;
-    if (!write_separator(context, &separator))
+    if (!write_separator(context, &separator)) {
         return 0;
+    }
     const size_t written = write(context, data, len);
-    if (written == 0)
+    if (written == 0) {
         return 0;
+    }
     ++context->output_count;
     return separator + written;
 }
@@ -153,8 +162,9 @@ size_t SCPI_ResultText(scpi_t* context, const char* data)
     TextBuffer<SCPI_RESULT_TEXT_MAX> text;
     text.put('"');
     for (const char* p = data == nullptr ? "" : data; *p != '\0'; ++p) {
-        if (*p == '"')
+        if (*p == '"') {
             text.put('"');
+        }
         text.put(*p);
     }
     text.put('"');
@@ -258,11 +268,13 @@ size_t SCPI_ResultDouble(scpi_t* context, double value)
 
 size_t SCPI_ResultArbitraryBlockHeader(scpi_t* context, size_t len)
 {
-    if (len > kMaxBlock)
+    if (len > kMaxBlock) {
         return 0;
+    }
     size_t separator = 0;
-    if (!write_separator(context, &separator))
+    if (!write_separator(context, &separator)) {
         return 0;
+    }
 
     char header[2 + 9];
     char* const end = std::to_chars(header + 2, header + sizeof header, len).ptr;
@@ -281,8 +293,9 @@ size_t SCPI_ResultArbitraryBlockHeader(scpi_t* context, size_t len)
 
 size_t SCPI_ResultArbitraryBlockData(scpi_t* context, const void* data, size_t len)
 {
-    if (data == nullptr || len == 0 || len > context->arbitrary_remaining)
+    if (data == nullptr || len == 0 || len > context->arbitrary_remaining) {
         return 0;
+    }
     const size_t written = write(context, static_cast<const char*>(data), len);
     context->arbitrary_remaining -= std::min(written, len);
     return written;
@@ -290,11 +303,13 @@ size_t SCPI_ResultArbitraryBlockData(scpi_t* context, const void* data, size_t l
 
 size_t SCPI_ResultArbitraryBlock(scpi_t* context, const void* data, size_t len)
 {
-    if (data == nullptr)
+    if (data == nullptr) {
         return 0;
+    }
     const size_t header = SCPI_ResultArbitraryBlockHeader(context, len);
-    if (header == 0)
+    if (header == 0) {
         return 0;
+    }
     const size_t written = SCPI_ResultArbitraryBlockData(context, data, len);
     context->arbitrary_remaining = 0;
     return written == len ? header + written : 0;

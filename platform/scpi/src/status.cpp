@@ -41,21 +41,27 @@ void scpi::update_status_byte(scpi_t* context)
 {
     const scpi_reg_val_t* const reg = context->registers;
     unsigned status = reg[SCPI_REG_STB] & register_mask(SCPI_REG_STB);
-    if (SCPI_ErrorCount(context) != 0)
+    if (SCPI_ErrorCount(context) != 0) {
         status |= STB_QMA;
-    if ((reg[SCPI_REG_QUES] & reg[SCPI_REG_QUESE]) != 0)
+    }
+    if ((reg[SCPI_REG_QUES] & reg[SCPI_REG_QUESE]) != 0) {
         status |= STB_QES;
-    if ((reg[SCPI_REG_ESR] & reg[SCPI_REG_ESE]) != 0)
+    }
+    if ((reg[SCPI_REG_ESR] & reg[SCPI_REG_ESE]) != 0) {
         status |= STB_ESR;
-    if ((reg[SCPI_REG_OPER] & reg[SCPI_REG_OPERE]) != 0)
+    }
+    if ((reg[SCPI_REG_OPER] & reg[SCPI_REG_OPERE]) != 0) {
         status |= STB_OPS;
-    if ((status & reg[SCPI_REG_SRE]) != 0)
+    }
+    if ((status & reg[SCPI_REG_SRE]) != 0) {
         status |= STB_SRQ;
+    }
 
     const bool rising = (status & STB_SRQ) != 0 && (reg[SCPI_REG_STB] & STB_SRQ) == 0;
     context->registers[SCPI_REG_STB] = static_cast<scpi_reg_val_t>(status);
-    if (rising && context->interface != nullptr && context->interface->control != nullptr)
+    if (rising && context->interface != nullptr && context->interface->control != nullptr) {
         context->interface->control(context, SCPI_CTRL_SRQ, static_cast<scpi_reg_val_t>(status));
+    }
 }
 
 scpi_reg_val_t SCPI_RegGet(const scpi_t* context, scpi_reg_name_t name)
@@ -65,17 +71,19 @@ scpi_reg_val_t SCPI_RegGet(const scpi_t* context, scpi_reg_name_t name)
 
 void SCPI_RegSet(scpi_t* context, scpi_reg_name_t name, scpi_reg_val_t val)
 {
-    if (!is_register(name))
+    if (!is_register(name)) {
         return;
+    }
     const scpi_reg_val_t before = context->registers[name];
     // The old summary stays in the status byte for update_status_byte to see an edge by.
     const unsigned kept = name == SCPI_REG_STB ? before & kSummaryBits : 0U;
     const scpi_reg_val_t after = static_cast<scpi_reg_val_t>((val & register_mask(name)) | kept);
     context->registers[name] = after;
-    if (name == SCPI_REG_OPERC)
+    if (name == SCPI_REG_OPERC) {
         latch_events(context, SCPI_REG_OPER, before, after);
-    else if (name == SCPI_REG_QUESC)
+    } else if (name == SCPI_REG_QUESC) {
         latch_events(context, SCPI_REG_QUES, before, after);
+    }
     scpi::update_status_byte(context);
 }
 

@@ -43,11 +43,13 @@ const scpi_unit_def_t scpi_units_def[] = {
 
 const scpi_unit_def_t* SCPI_FindUnit(const scpi_unit_def_t* units, const char* name, size_t len)
 {
-    if (units == nullptr)
+    if (units == nullptr) {
         return nullptr;
+    }
     for (; units->name != nullptr; ++units) {
-        if (scpi::equal_ignoring_case(units->name, std::strlen(units->name), name, len))
+        if (scpi::equal_ignoring_case(units->name, std::strlen(units->name), name, len)) {
             return units;
+        }
     }
     return nullptr;
 }

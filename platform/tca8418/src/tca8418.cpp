@@ -1,10 +1,10 @@
 #include "tca8418.h"
 
-#include <hw/hw.h>
+#include <cstdint>
 
 #include <wiringPiI2C.h>
 
-#include <cstdint>
+#include <hw/hw.h>
 
 namespace {
 
@@ -54,8 +54,9 @@ int retried(Access access)
 
 int tca8418_configure(int fd, unsigned rows, unsigned cols)
 {
-    if (rows < 1 || rows > kMostRows || cols < 1 || cols > kMostColumns)
+    if (rows < 1 || rows > kMostRows || cols < 1 || cols > kMostColumns) {
         return -1;
+    }
     const struct {
         int reg;
         int value;
@@ -65,24 +66,29 @@ int tca8418_configure(int fd, unsigned rows, unsigned cols)
         {kKpGpio3, mask(cols) >> 8},
         {kCfg, kIntCfg | kKeIen},
     };
-    for (const auto& setting : settings)
-        if (wiringPiI2CWriteReg8(fd, setting.reg, setting.value) < 0)
+    for (const auto& setting : settings) {
+        if (wiringPiI2CWriteReg8(fd, setting.reg, setting.value) < 0) {
             return -1;
+        }
+    }
     return 0;
 }
 
 int tca8418_irq_handler(int fd, int, int* row, int* col, int* state)
 {
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     const int event = retried([fd] { return wiringPiI2CReadReg8(fd, kKeyEventA); });
     // All of its causes: one that is left would keep the output low, and no edge would bring another call.
     const int cleared = retried([fd] { return wiringPiI2CWriteReg8(fd, kIntStat, kAllInterrupts); });
-    if (event < 0 || cleared < 0)
+    if (event < 0 || cleared < 0) {
         return -1;
+    }
     const int key = (event & kKeyNumber) - 1; // the data sheet counts keys from 1, ten to a row
-    if (key < 0 || key >= static_cast<int>(kMostRows * kMostColumns))
+    if (key < 0 || key >= static_cast<int>(kMostRows * kMostColumns)) {
         return -1;
+    }
     *row = key / static_cast<int>(kMostColumns);
     *col = key % static_cast<int>(kMostColumns);
     *state = event & kPressed;

@@ -1,9 +1,5 @@
 #include "orvan_sandbox/child_process.h"
 
-#include "failure.h"
-#include "mount_copies.h"
-#include "namespaces.h"
-
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -18,13 +14,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "failure.h"
+#include "mount_copies.h"
+#include "namespaces.h"
+
 namespace orvan_sandbox {
 
 namespace {
 
 constexpr int kFirstListenFd = 3;
 
-/// \param folder_mount  of `own_folder`; none when the process gets none
+/** \param folder_mount  of `own_folder`; none when the process gets none */
 Failure join(const Membership& membership, const UniqueFd& folder_mount, const std::string& own_folder)
 {
     if (!membership.init) {
@@ -83,8 +83,10 @@ void reset_signals()
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Puts the descriptors where the program expects them and leaves the others to be closed by exec. The
-/// sources are first copied out of the way, since one may stand at another's place.
+/**
+ * Puts the descriptors where the program expects them and leaves the others to be closed by exec. The
+ * sources are first copied out of the way, since one may stand at another's place.
+ */
 bool arrange_descriptors(const Command& command)
 {
     const int count = static_cast<int>(command.listen_fds.size());

@@ -1,8 +1,8 @@
-#include "failure.h"
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+
+#include "failure.h"
 
 namespace orvan_sandbox {
 

@@ -1,10 +1,5 @@
 #include "inner_init.h"
 
-#include "namespaces.h"
-#include "network.h"
-#include "setup_report.h"
-#include "usb_links.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -17,6 +12,11 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "namespaces.h"
+#include "network.h"
+#include "setup_report.h"
+#include "usb_links.h"
 
 namespace orvan_sandbox {
 
@@ -49,7 +49,7 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     return build_network(modules, settings);
 }
 
-/// Lets go of everything that was inherited, so that nothing waits for this process to close it.
+/** Lets go of everything that was inherited, so that nothing waits for this process to close it. */
 void close_all_but(std::vector<int> kept)
 {
     std::sort(kept.begin(), kept.end());
@@ -82,7 +82,7 @@ void reset_signals()
     sigprocmask(SIG_SETMASK, &set, nullptr);
 }
 
-/// Reaps until the inner process ends, or for good when there is none.
+/** Reaps until the inner process ends, or for good when there is none. */
 [[noreturn]] void reap(int link, pid_t inner)
 {
     sigset_t set;
@@ -100,7 +100,7 @@ void reset_signals()
     }
 }
 
-/// The first process, from its beginning. Returns only in the process that goes on inside.
+/** The first process, from its beginning. Returns only in the process that goes on inside. */
 Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_inside)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -1,7 +1,5 @@
 #include "ip_program.h"
 
-#include <unique_fd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <sstream>
@@ -10,6 +8,8 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <unique_fd.h>
 
 namespace orvan_sandbox {
 

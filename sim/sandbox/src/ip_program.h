@@ -1,14 +1,19 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_IP_PROGRAM_H
+#define ORVAN_SIM_SANDBOX_IP_PROGRAM_H
+
+#include <string>
 
 #include "failure.h"
 #include "orvan_sandbox/sandbox.h"
 
-#include <string>
-
 namespace orvan_sandbox {
 
-/// Runs a batch of `ip` commands, one a line, up to the first that fails, in another network namespace.
-/// Descriptors without close-on-exec can be named in it as /proc/self/fd/N.
+/**
+ * Runs a batch of `ip` commands, one a line, up to the first that fails, in another network namespace.
+ * Descriptors without close-on-exec can be named in it as /proc/self/fd/N.
+ */
 Failure run_ip_batch(const std::string& batch, int network_fd);
 
 } // namespace orvan_sandbox
+
+#endif

@@ -1,10 +1,10 @@
 #include "mount_copies.h"
 
-#include "orvan_sandbox/child_process.h"
-
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+
+#include "orvan_sandbox/child_process.h"
 
 namespace orvan_sandbox {
 

@@ -1,14 +1,14 @@
 #include "mounts.h"
 
-#include "mount_copies.h"
-#include <unique_fd.h>
-
 #include <cerrno>
 #include <utility>
 
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+
+#include "mount_copies.h"
+#include <unique_fd.h>
 
 namespace orvan_sandbox {
 
@@ -33,11 +33,11 @@ constexpr const char* kHalde = "/home/orvan/halde";
 constexpr const char* kDevices[] = {"/dev/null",   "/dev/zero",    "/dev/full",
                                     "/dev/random", "/dev/urandom", "/dev/tty"};
 
-/// Of the machine rather than of a process; root could write them from any namespace.
+/** Of the machine rather than of a process; root could write them from any namespace. */
 constexpr const char* kMachineInProc[] = {"/proc/sys", "/proc/sysrq-trigger", "/proc/irq", "/proc/bus",
                                           "/proc/fs",  "/proc/acpi",          "/proc/scsi"};
 
-/// Each user namespace has its own.
+/** Each user namespace has its own. */
 constexpr const char* kLimits = "/proc/sys/user";
 
 bool is_there(const fs::path& path)
@@ -54,7 +54,7 @@ Failure bind_mount(const fs::path& from, const fs::path& to)
     return std::nullopt;
 }
 
-/// Unlike a remount this leaves all other flags as they are, which a user namespace has locked.
+/** Unlike a remount this leaves all other flags as they are, which a user namespace has locked. */
 Failure change_mount(const fs::path& path, unsigned flags, uint64_t set, uint64_t clear)
 {
     mount_attr attributes = {};

@@ -1,8 +1,5 @@
 #include "namespaces.h"
 
-#include "setup_report.h"
-#include <unique_fd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -15,6 +12,9 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "setup_report.h"
+#include <unique_fd.h>
 
 namespace orvan_sandbox {
 
@@ -29,7 +29,7 @@ Failure write_file(const std::string& path, const std::string& text, const char*
     return std::nullopt;
 }
 
-/// The caller's own ids, each mapped to itself.
+/** The caller's own ids, each mapped to itself. */
 std::string identity_map(const char* own_map)
 {
     std::ifstream file(own_map);
@@ -43,7 +43,7 @@ std::string identity_map(const char* own_map)
     return text.str();
 }
 
-/// A kernel that was built without a kind of namespace answers EINVAL.
+/** A kernel that was built without a kind of namespace answers EINVAL. */
 Error creation_failure(const std::string& step)
 {
     Error error = namespace_failure(step);
@@ -54,8 +54,10 @@ Error creation_failure(const std::string& step)
     return error;
 }
 
-/// ThreadSanitizer starts a thread of its own in a forked child, and only a process with a single thread can
-/// join a user namespace; its handler is left out in such a build.
+/**
+ * ThreadSanitizer starts a thread of its own in a forked child, and only a process with a single thread can
+ * join a user namespace; its handler is left out in such a build.
+ */
 pid_t fork_with_one_thread()
 {
 #ifdef __SANITIZE_THREAD__

@@ -1,23 +1,25 @@
 #include "network.h"
 
-#include "ip_program.h"
-#include "namespaces.h"
-#include "orvan_sandbox/addresses.h"
-#include "orvan_sandbox/link.h"
-#include "orvan_sandbox/role.h"
-
 #include <sstream>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
 
+#include "ip_program.h"
+#include "namespaces.h"
+#include "orvan_sandbox/addresses.h"
+#include "orvan_sandbox/link.h"
+#include "orvan_sandbox/role.h"
+
 namespace orvan_sandbox {
 
 namespace {
 
-/// The controller's ends are numbered from here, the far ones from 2. The kernel tells a link's state at once
-/// when its ends differ in number, and otherwise up to a second later.
+/**
+ * The controller's ends are numbered from here, the far ones from 2. The kernel tells a link's state at once
+ * when its ends differ in number, and otherwise up to a second later.
+ */
 constexpr int kControllerIndex = 10;
 
 Result<UniqueFd> new_network()
@@ -33,7 +35,7 @@ Result<UniqueFd> new_network()
     return network;
 }
 
-/// The MAC addresses are the same in each run, locally administered, with the IPv4 address in them.
+/** The MAC addresses are the same in each run, locally administered, with the IPv4 address in them. */
 std::string mac(int third, int fourth)
 {
     char text[18];
@@ -73,9 +75,11 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
     return batch.str();
 }
 
-/// What deploy/sysctl.d sets on an instrument: requests to the modules do not run out of ports. In a
-/// container /proc/sys may be read-only; everything works then, only slower once a client has kept asking for
-/// a while.
+/**
+ * What deploy/sysctl.d sets on an instrument: requests to the modules do not run out of ports. In a
+ * container /proc/sys may be read-only; everything works then, only slower once a client has kept asking for
+ * a while.
+ */
 Failure reuse_ports(int network_fd, const UniqueFd& settings)
 {
     // The settings that are found below /proc/sys/net are those of the process's network.

@@ -1,16 +1,21 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_NETWORK_H
+#define ORVAN_SIM_SANDBOX_NETWORK_H
+
+#include <vector>
 
 #include "failure.h"
 #include <unique_fd.h>
 
-#include <vector>
-
 namespace orvan_sandbox {
 
-/// Makes the network namespaces of all roles, in the order of Role::index(), joins them by links and sets
-/// addresses. The calling process ends up in the controller's.
-///
-/// settings: a /proc/sys that can be written.
+/**
+ * Makes the network namespaces of all roles, in the order of Role::index(), joins them by links and sets
+ * addresses. The calling process ends up in the controller's.
+ *
+ * settings: a /proc/sys that can be written.
+ */
 Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& settings);
 
 } // namespace orvan_sandbox
+
+#endif

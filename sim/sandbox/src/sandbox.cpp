@@ -1,8 +1,5 @@
 #include "orvan_sandbox/sandbox.h"
 
-#include "failure.h"
-#include "inner_init.h"
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,6 +10,9 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "failure.h"
+#include "inner_init.h"
 
 namespace orvan_sandbox {
 
@@ -31,8 +31,10 @@ Error unknown_role(Role role)
     return Error{"looking for the role " + role.name(), 0, "this sandbox has no such role", "", false};
 }
 
-/// The part of the original process when another goes on inside: it stands for that one towards its own
-/// parent.
+/**
+ * The part of the original process when another goes on inside: it stands for that one towards its own
+ * parent.
+ */
 [[noreturn]] void stand_for(const Begun& begun)
 {
     // The terminal sends these to the inner process as well, and it decides.

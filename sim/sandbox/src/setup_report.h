@@ -1,14 +1,17 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_SETUP_REPORT_H
+#define ORVAN_SIM_SANDBOX_SETUP_REPORT_H
+
+#include <sys/types.h>
 
 #include "failure.h"
 #include "orvan_sandbox/role.h"
 
-#include <sys/types.h>
-
 namespace orvan_sandbox {
 
-/// What a helper process says to its maker over a pipe or socket pair: plain data, smaller than PIPE_BUF, so
-/// that it is written and read in one piece.
+/**
+ * What a helper process says to its maker over a pipe or socket pair: plain data, smaller than PIPE_BUF, so
+ * that it is written and read in one piece.
+ */
 struct SetupReport {
     bool failed = false;
     bool refused = false;
@@ -25,8 +28,10 @@ struct SetupReport {
     Error error() const;
 };
 
-/// False when the other end is gone or the report did not pass whole.
+/** False when the other end is gone or the report did not pass whole. */
 bool send_report(int fd, const SetupReport& report);
 bool receive_report(int fd, SetupReport& report);
 
 } // namespace orvan_sandbox
+
+#endif

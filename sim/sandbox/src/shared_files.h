@@ -1,16 +1,23 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_SHARED_FILES_H
+#define ORVAN_SIM_SANDBOX_SHARED_FILES_H
 
 #include <filesystem>
 #include <vector>
 
 namespace orvan_sandbox {
 
-/// A file or folder of share/orvan: beside the folder of the running program, where an installation has it,
-/// or else the build tree's. Empty when there is neither.
+/**
+ * A file or folder of share/orvan: beside the folder of the running program, where an installation has it,
+ * or else the build tree's. Empty when there is neither.
+ */
 std::filesystem::path find_shared(const std::filesystem::path& name);
 
-/// Folders that hold the running program and what it needs: those of an installation, the build tree and the
-/// source tree. Some may not exist.
+/**
+ * Folders that hold the running program and what it needs: those of an installation, the build tree and the
+ * source tree. Some may not exist.
+ */
 std::vector<std::filesystem::path> program_folders();
 
 } // namespace orvan_sandbox
+
+#endif

@@ -1,9 +1,9 @@
 #include "stand_ins.h"
 
+#include <cstdlib>
+
 #include "orvan_sandbox/sandbox.h"
 #include "shared_files.h"
-
-#include <cstdlib>
 
 namespace orvan_sandbox {
 

@@ -1,5 +1,4 @@
 #include "orvan_sandbox/sandbox.h"
-
 #include "shared_files.h"
 
 namespace orvan_sandbox {
@@ -21,9 +20,9 @@ constexpr const char* kFolders[] = {
     "run",
 };
 
-constexpr const char* kFactorySetup = "json/ch0.json"; ///< of halde, and of the factory's files
+constexpr const char* kFactorySetup = "json/ch0.json"; /**< of halde, and of the factory's files */
 
-/// As an instrument leaves the factory. A file that is there is kept.
+/** As an instrument leaves the factory. A file that is there is kept. */
 Result<bool> install_factory_setup(const fs::path& state)
 {
     const fs::path source = find_shared(fs::path("factory") / kFactorySetup);

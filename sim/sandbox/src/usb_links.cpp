@@ -1,10 +1,10 @@
 #include "usb_links.h"
 
-#include "orvan_sandbox/addresses.h"
-
 #include <filesystem>
 
 #include <sys/mount.h>
+
+#include "orvan_sandbox/addresses.h"
 
 namespace orvan_sandbox {
 
@@ -14,7 +14,8 @@ namespace {
 
 const fs::path kClassNet = "/sys/class/net";
 
-/// Devices and drivers stand in hidden folders of the same tree, as the rest of /sys stays the machine's own.
+/** Devices and drivers stand in hidden folders of the same tree, as the rest of /sys stays the machine's own.
+ */
 void add_adapter(const std::string& interface, const std::string& device, const std::string& driver,
                  std::error_code& code)
 {

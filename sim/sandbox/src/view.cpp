@@ -1,12 +1,11 @@
-#include "mounts.h"
-
-#include "shared_files.h"
-
 #include <cstdlib>
 
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "mounts.h"
+#include "shared_files.h"
 
 namespace orvan_sandbox {
 
@@ -14,7 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// System accounts have homes such as /usr/sbin, which are not their own.
+/** System accounts have homes such as /usr/sbin, which are not their own. */
 bool is_own_home(const fs::path& home)
 {
     struct stat status = {};

@@ -1,10 +1,10 @@
 // A program that knows the library only as it is installed.
+#include <cstdio>
+#include <memory>
+
 #include <orvan_sdk/IDeviceConnectionHandler.h>
 #include <orvan_sdk/Portable/OrvanConnPortable.h>
 #include <orvan_sdk/orvan_sdk.h>
-
-#include <cstdio>
-#include <memory>
 
 using namespace HaldeElec::Orvan;
 

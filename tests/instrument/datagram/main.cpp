@@ -4,9 +4,6 @@
 //
 // The arguments are an address, which may be one of broadcast, a port, how many replies are waited for, and
 // each datagram in hexadecimal. A reply is a line "10.0.0.2:7502 48454944...".
-#include "support/hex.h"
-#include "unique_fd.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -15,6 +12,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "support/hex.h"
+#include "unique_fd.h"
+
 namespace {
 
 constexpr int kPatienceMs = 5000;
@@ -22,18 +22,21 @@ constexpr int kPatienceMs = 5000;
 bool receive(int fd)
 {
     pollfd waiting = {fd, POLLIN, 0};
-    if (poll(&waiting, 1, kPatienceMs) <= 0)
+    if (poll(&waiting, 1, kPatienceMs) <= 0) {
         return false;
+    }
     unsigned char datagram[2048];
     sockaddr_in from = {};
     socklen_t size = sizeof from;
     const ssize_t received =
         recvfrom(fd, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr*>(&from), &size);
-    if (received < 0)
+    if (received < 0) {
         return false;
+    }
     std::printf("%s:%d ", inet_ntoa(from.sin_addr), ntohs(from.sin_port));
-    for (ssize_t i = 0; i < received; ++i)
+    for (ssize_t i = 0; i < received; ++i) {
         std::printf("%02x", datagram[i]);
+    }
     std::puts("");
     return true;
 }
@@ -42,8 +45,9 @@ bool receive(int fd)
 
 int main(int argc, char** argv)
 {
-    if (argc < 4)
+    if (argc < 4) {
         return 2;
+    }
     const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     setsockopt(fd.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
@@ -59,8 +63,10 @@ int main(int argc, char** argv)
             return 1;
         }
     }
-    for (int replies = std::atoi(argv[3]); replies > 0; --replies)
-        if (!receive(fd.get()))
+    for (int replies = std::atoi(argv[3]); replies > 0; --replies) {
+        if (!receive(fd.get())) {
             return 1;
+        }
+    }
     return 0;
 }

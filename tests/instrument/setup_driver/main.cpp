@@ -4,6 +4,13 @@
 //
 // Each argument is a step. What it gives is a line on standard output, the library's log one on standard
 // error.
+#include <csignal>
+#include <cstdio>
+#include <sstream>
+#include <string>
+
+#include <syslog.h>
+
 #include "orvan_sandbox/guard.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/OrvanDebug.h"
@@ -11,12 +18,6 @@
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "support/loopback.h"
-
-#include <csignal>
-#include <cstdio>
-#include <sstream>
-#include <string>
-#include <syslog.h>
 
 using namespace HaldeElec::Orvan;
 
@@ -52,8 +53,9 @@ std::string run_step(const std::string& step)
         g_orvanx->setSelectedChannel(1);
         g_orvanx->wait_for_channels_ready(first, seconds);
         std::string live;
-        for (int channel = 1; channel <= first; ++channel)
+        for (int channel = 1; channel <= first; ++channel) {
             live += g_orvanx->m_isLive[channel - 1] ? "1" : "0";
+        }
         return live;
     }
     if (word == "believe") { // a channel is live, whatever its module says
@@ -100,8 +102,9 @@ int main(int argc, char** argv)
     OrvanConnPortable bus;
     CPersistentData::Init(&bus, g_portableModelsTable);
     g_orvanx = Scpi_Orvanx::getInstance();
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         std::printf("%s: %s\n", argv[i], run_step(argv[i]).c_str());
+    }
     // The object stays: its end would take the records away from the service.
     std::fflush(stdout);
     std::_Exit(0);

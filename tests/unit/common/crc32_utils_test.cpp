@@ -1,12 +1,12 @@
-#include <crc32_utils.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <random>
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <crc32_utils.h>
 
 namespace {
 
@@ -47,7 +47,7 @@ TEST(Crc32Utils, PiecesGiveTheValueOfTheWhole)
     const Crc32Utils* crc32 = Crc32Utils::getInstance();
     const std::string_view text = "123456789";
     const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
-    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+    for (size_t cut = 0; cut <= text.size(); ++cut) {
         uint32_t crc = crc32->calculate_crc32(crc32->crc32_init(), bytes, cut);
         crc = crc32->calculate_crc32(crc, bytes + cut, text.size() - cut);
         EXPECT_EQ(crc32->crc32_signoff(crc), 0xCBF43926u) << "cut at " << cut;
@@ -60,7 +60,7 @@ TEST(Crc32Utils, EveryFlippedBitOfABlobChangesTheValue)
     std::mt19937 random(1);
     std::generate(blob.begin(), blob.end(), [&] { return static_cast<char>(random()); });
     const uint32_t sound = crc_of(blob);
-    for (std::size_t bit = 0; bit < blob.size() * 8; ++bit) {
+    for (size_t bit = 0; bit < blob.size() * 8; ++bit) {
         blob[bit / 8] = static_cast<char>(blob[bit / 8] ^ (1 << bit % 8));
         EXPECT_NE(crc_of(blob), sound) << "bit " << bit;
         blob[bit / 8] = static_cast<char>(blob[bit / 8] ^ (1 << bit % 8));
@@ -76,8 +76,9 @@ TEST(Crc32Utils, AgreesWithTheDivisionBitByBit)
         uint32_t remainder = UINT32_MAX;
         for (const char c : text) {
             remainder ^= static_cast<uint8_t>(c);
-            for (int bit = 0; bit < 8; ++bit)
+            for (int bit = 0; bit < 8; ++bit) {
                 remainder = (remainder & 1) != 0 ? (remainder >> 1) ^ 0xEDB88320u : remainder >> 1;
+            }
         }
         EXPECT_EQ(crc_of(text), ~remainder);
     }

@@ -1,7 +1,3 @@
-#include <element_json.h>
-
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -9,6 +5,10 @@
 #include <memory>
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
+
+#include <element_json.h>
 
 namespace {
 
@@ -75,18 +75,21 @@ TEST(ElementJson, SwitchThatIsNeitherOnNorOffIsItsNumber)
 
 TEST(ElementJson, SwitchTakesNothingElse)
 {
-    for (const char* text : {"null", "\"ON\"", "\"true\"", "[]", "{}", "0.5", "2147483648", "1e999"})
+    for (const char* text : {"null", "\"ON\"", "\"true\"", "[]", "{}", "0.5", "2147483648", "1e999"}) {
         expect_refused<int>(TYPE_BOOL, text);
+    }
 }
 
 // --- integers --------------------------------------------------------------------------------
 
 TEST(ElementJson, IntegersKeepTheirLimits)
 {
-    for (int32_t value : {0, 1, -1, INT32_MIN, INT32_MAX})
+    for (int32_t value : {0, 1, -1, INT32_MIN, INT32_MAX}) {
         EXPECT_EQ(through_json<int32_t>(TYPE_INT32, value), value);
-    for (uint32_t value : {0u, 1u, UINT32_MAX})
+    }
+    for (uint32_t value : {0u, 1u, UINT32_MAX}) {
         EXPECT_EQ(through_json<uint32_t>(TYPE_UINT32, value), value);
+    }
     EXPECT_EQ(printed<uint32_t>(TYPE_UINT32, UINT32_MAX), "4294967295");
 }
 
@@ -119,14 +122,17 @@ TEST(ElementJson, LongIntegersBeyondTheExactRangeOfNumbersAreDigits)
     EXPECT_EQ(printed<int64_t>(TYPE_INT64, kExact), "9007199254740992");
     EXPECT_EQ(printed<int64_t>(TYPE_INT64, kExact + 1), "\"9007199254740993\"");
     EXPECT_EQ(printed<int64_t>(TYPE_INT64, -kExact - 1), "\"-9007199254740993\"");
-    for (int64_t value : {kExact - 1, kExact, kExact + 1, -kExact, -kExact - 1, INT64_MIN, INT64_MAX})
+    for (int64_t value : {kExact - 1, kExact, kExact + 1, -kExact, -kExact - 1, INT64_MIN, INT64_MAX}) {
         EXPECT_EQ(through_json<int64_t>(TYPE_INT64, value), value);
-    for (uint64_t value : {uint64_t{0}, uint64_t{1} << 53, (uint64_t{1} << 53) + 1, UINT64_MAX})
+    }
+    for (uint64_t value : {uint64_t{0}, uint64_t{1} << 53, (uint64_t{1} << 53) + 1, UINT64_MAX}) {
         EXPECT_EQ(through_json<uint64_t>(TYPE_UINT64, value), value);
+    }
     // As a number it would come out as its even neighbour.
     expect_refused<int64_t>(TYPE_INT64, "9007199254740994");
-    for (const char* text : {"\"\"", "\" 1\"", "\"1 \"", "\"0x1\"", "\"1.0\"", "true"})
+    for (const char* text : {"\"\"", "\" 1\"", "\"1 \"", "\"0x1\"", "\"1.0\"", "true"}) {
         expect_refused<int64_t>(TYPE_INT64, text);
+    }
 }
 
 // --- numbers ---------------------------------------------------------------------------------
@@ -153,8 +159,9 @@ TEST(ElementJson, NumbersKeepEveryBit)
     for (double value : {0.0, -0.0, 0.1 + 0.2, 0.12345678901234566, Limits::max(), Limits::lowest(),
                          Limits::min(), Limits::denorm_min(), -Limits::denorm_min(), 1e16, 9999999999999998.0,
                          1e-6, std::nextafter(1e-6, 0.0), std::nextafter(1e9, 2e9), Limits::infinity(),
-                         -Limits::infinity(), Limits::quiet_NaN(), -Limits::quiet_NaN()})
+                         -Limits::infinity(), Limits::quiet_NaN(), -Limits::quiet_NaN()}) {
         EXPECT_EQ(bits(through_json(TYPE_DOUBLE, value)), bits(value)) << printed(TYPE_DOUBLE, value);
+    }
 }
 
 TEST(ElementJson, RandomNumbersKeepEveryBit)
@@ -193,8 +200,9 @@ TEST(ElementJson, NumbersTakeNothingElse)
 {
     for (const char* text : {"null", "true", "[]", "{}", "\"1\"", "\"\"", "1e999", "-1e999", "\"inf\"",
                              "\"0x7ff000000000000\"", "\"0x07ff0000000000000\"", "\"0x3ff0000000000000\"",
-                             "\"0x7ff000000000000g\"", "\"7ff0000000000000\"", "\"0x-7ff000000000000\""})
+                             "\"0x7ff000000000000g\"", "\"7ff0000000000000\"", "\"0x-7ff000000000000\""}) {
         expect_refused<double>(TYPE_DOUBLE, text);
+    }
 }
 
 // --- texts -----------------------------------------------------------------------------------
@@ -251,8 +259,9 @@ TEST(ElementJson, TextTakes31BytesAndNoMore)
     EXPECT_STREQ(through_json(TYPE_STRING, text_of(longest)).bytes, longest.c_str());
     expect_refused<Text>(TYPE_STRING, '"' + longest + "x\"");
     std::string accents = "\"";
-    for (int i = 0; i < 31; ++i)
+    for (int i = 0; i < 31; ++i) {
         accents += "\xC3\xA9";
+    }
     Text text;
     EXPECT_TRUE(parsed(TYPE_STRING, accents + '"', text));
     EXPECT_EQ(std::string(text.bytes), std::string(31, '\xE9'));
@@ -268,8 +277,9 @@ TEST(ElementJson, TextTakesNothingElse)
 {
     for (const char* text :
          {"null", "true", "1", "[]", "{}", "\"\xE2\x84\xA6\"", "\"\\u2126\"", "\"\\u0100\"", "\"\xFF\"",
-          "\"\xC3\"", "\"\xC3(\"", "\"\x80\"", "\"\xC1\x81\"", "\"\xF0\x9F\x98\x80\""})
+          "\"\xC3\"", "\"\xC3(\"", "\"\x80\"", "\"\xC1\x81\"", "\"\xF0\x9F\x98\x80\""}) {
         expect_refused<Text>(TYPE_STRING, text);
+    }
 }
 
 TEST(ElementJson, UnknownTypeHasNoForm)

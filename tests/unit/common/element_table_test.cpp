@@ -1,13 +1,12 @@
-#include <dataorvan.h>
-
-#include "orvan_element_names.h"
+#include <iterator>
+#include <set>
+#include <type_traits>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <iterator>
-#include <set>
-#include <type_traits>
+#include "orvan_element_names.h"
+#include <dataorvan.h>
 
 namespace {
 
@@ -189,25 +188,28 @@ TEST(ElementTable, EachTagHasItsNameInTheFiles)
 
 TEST(ElementTable, NothingIsScaled)
 {
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag)
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         EXPECT_EQ(OrvanData::orvanMap[tag].factor, 1.0) << "tag " << tag;
+    }
 }
 
 TEST(ElementTable, EndsBehindTheLastTagWithAllBitsSet)
 {
     EXPECT_EQ(std::size(OrvanData::orvanMap), 145u);
     EXPECT_EQ(OrvanData::orvanMap[144].pos, 0xFFFFFFFFu);
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag)
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         EXPECT_NE(OrvanData::orvanMap[tag].pos, 0xFFFFFFFFu) << "tag " << tag;
+    }
 }
 
 TEST(ElementTable, NoTwoElementsShareAByte)
 {
     std::set<uint32_t> taken;
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
-        for (uint32_t i = 0; i < element.size; ++i)
+        for (uint32_t i = 0; i < element.size; ++i) {
             EXPECT_TRUE(taken.insert(element.pos + i).second) << "tag " << tag << " byte " << i;
+        }
     }
     EXPECT_LT(*taken.rbegin(), sizeof(ORVAN_CONFIG));
 }
@@ -215,9 +217,11 @@ TEST(ElementTable, NoTwoElementsShareAByte)
 std::set<int> tags_sent_in(SendOnInit pass)
 {
     std::set<int> tags;
-    for (int tag = 0; OrvanData::orvanMap[tag].pos != UINT32_MAX; ++tag)
-        if (OrvanData::orvanMap[tag].send == pass)
+    for (int tag = 0; OrvanData::orvanMap[tag].pos != UINT32_MAX; ++tag) {
+        if (OrvanData::orvanMap[tag].send == pass) {
             tags.insert(tag);
+        }
+    }
     return tags;
 }
 
@@ -240,8 +244,9 @@ TEST(ElementTable, WhatSwitchesSomethingOnIsSentInTheSecondPass)
     const std::set<int> switches = {ODT_INIT_RUN, ODT_RF_OUT,  ODT_LIST_STAT, ODT_PATT_STAT, ODT_AM_STAT,
                                     ODT_FM_STAT,  ODT_PM_STAT, ODT_PULS_STAT, ODT_FRS_STAT,  ODT_PRS_STAT};
     EXPECT_EQ(tags_sent_in(eSendPri2), switches);
-    for (int tag : switches)
+    for (int tag : switches) {
         EXPECT_EQ(OrvanData::orvanMap[tag].type, TYPE_BOOL) << "tag " << tag;
+    }
 }
 
 TEST(ElementTable, WhatNoCommandSetsIsNeverSent)
@@ -273,8 +278,9 @@ TEST(ElementTable, NumbersOfTheEnumerationsAreFixed)
     EXPECT_EQ(sizeof(OnOff), 4u);
     const ValueTypes types[] = {TYPE_BOOL,   TYPE_INT32, TYPE_UINT32, TYPE_INT64,
                                 TYPE_UINT64, TYPE_FLOAT, TYPE_DOUBLE, TYPE_STRING};
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(types[i], i);
+    }
     EXPECT_EQ(eSendNone, 0);
     EXPECT_EQ(eSendPri1, 1);
     EXPECT_EQ(eSendPri2, 2);

@@ -1,15 +1,14 @@
-#include "orvan_element_names.h"
-#include "temp_folder.h"
-
-#include <dataorvan.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <iterator>
 #include <set>
 #include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orvan_element_names.h"
+#include "temp_folder.h"
+#include <dataorvan.h>
 
 namespace {
 
@@ -61,17 +60,20 @@ TEST_F(FactorySetup, HasEverySettableFieldAndNothingUnknown)
 TEST_F(FactorySetup, LeavesWhatIsTheInstrumentsOwn)
 {
     const auto* record = reinterpret_cast<const uint8_t*>(&config);
-    for (int tag : kNotInTheFactorySetup)
-        for (uint32_t i = 0; i < OrvanData::orvanMap[tag].size; ++i)
+    for (int tag : kNotInTheFactorySetup) {
+        for (uint32_t i = 0; i < OrvanData::orvanMap[tag].size; ++i) {
             EXPECT_EQ(record[OrvanData::orvanMap[tag].pos + i], 0x5A) << "tag " << tag;
+        }
+    }
 }
 
 TEST_F(FactorySetup, SwitchesNothingOnButContinuousInitiation)
 {
     const auto* record = reinterpret_cast<const uint8_t*>(&config);
     for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
-        if (OrvanData::orvanMap[tag].send != eSendPri2)
+        if (OrvanData::orvanMap[tag].send != eSendPri2) {
             continue;
+        }
         int state = -1;
         std::memcpy(&state, record + OrvanData::orvanMap[tag].pos, sizeof state);
         EXPECT_EQ(state, tag == ODT_INIT_RUN ? On : Off) << kElementNames[tag].field;
@@ -151,22 +153,28 @@ TEST_F(FactorySetup, LimitsThatBelongTogetherAreEqual)
     const auto& out = config.ANALOGOUTPUT;
     const auto& list = config.LIST;
     const auto& mod = config.MODULATIONS;
-    for (double limit : {list.ListFrequencyMax, mod.FRSWeepStartMax, mod.FRSWeepStopMax})
+    for (double limit : {list.ListFrequencyMax, mod.FRSWeepStartMax, mod.FRSWeepStopMax}) {
         EXPECT_EQ(limit, out.FrequencyMax);
-    for (double limit : {list.ListFrequencyMin, mod.FRSWeepStartMin, mod.FRSWeepStopMin})
+    }
+    for (double limit : {list.ListFrequencyMin, mod.FRSWeepStartMin, mod.FRSWeepStopMin}) {
         EXPECT_EQ(limit, out.FrequencyMin);
-    for (double limit : {list.ListPowerMin, mod.PRSWeepStartMin, mod.PRSWeepStopMin})
+    }
+    for (double limit : {list.ListPowerMin, mod.PRSWeepStartMin, mod.PRSWeepStopMin}) {
         EXPECT_EQ(limit, out.PowerMin);
-    for (double limit : {list.ListPowerMax, mod.PRSWeepStartMax, mod.PRSWeepStopMax})
+    }
+    for (double limit : {list.ListPowerMax, mod.PRSWeepStartMax, mod.PRSWeepStopMax}) {
         EXPECT_EQ(limit, out.PowerMax);
+    }
 }
 
-template <std::size_t N>
+template <size_t N>
 bool is_word_of(const char* const (&words)[N], const char* text)
 {
-    for (const char* word : words)
-        if (std::strcmp(word, text) == 0)
+    for (const char* word : words) {
+        if (std::strcmp(word, text) == 0) {
             return true;
+        }
+    }
     return false;
 }
 
@@ -186,7 +194,7 @@ TEST_F(FactorySetup, WordsAreThoseOfTheirTables)
 TEST_F(FactorySetup, NoTextThatIsSentIsEmpty)
 {
     const auto* record = reinterpret_cast<const char*>(&config);
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
         if (element.send != eSendNone && element.type == TYPE_STRING) {
             EXPECT_STRNE(record + element.pos, "") << kElementNames[tag].field;

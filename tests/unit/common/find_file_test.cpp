@@ -1,9 +1,3 @@
-#include "temp_folder.h"
-
-#include <orvan_fs_utils.h>
-
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +7,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "temp_folder.h"
+#include <orvan_fs_utils.h>
 
 namespace fs = std::filesystem;
 
@@ -24,8 +23,9 @@ protected:
     std::string find(const std::string& dir, const char* word, int kind)
     {
         char out[1024] = "untouched";
-        if (OrvanFSUtils::findFirstFileContaining(dir.c_str(), word, out, sizeof out, kind))
+        if (OrvanFSUtils::findFirstFileContaining(dir.c_str(), word, out, sizeof out, kind)) {
             return out;
+        }
         EXPECT_STREQ(out, "untouched");
         return "-";
     }
@@ -58,8 +58,9 @@ protected:
 TEST_F(FindFile, GivesTheFullPathOfAnEntryWithTheWordAnywhereInItsName)
 {
     write_file(folder / "xx_ovx_module_1.2.3.tar.gz", "");
-    for (const char* word : {"ovx_module", "xx", ".gz", "xx_ovx_module_1.2.3.tar.gz", ""})
+    for (const char* word : {"ovx_module", "xx", ".gz", "xx_ovx_module_1.2.3.tar.gz", ""}) {
         EXPECT_EQ(find(word, FS_FIND_FILE), folder / "xx_ovx_module_1.2.3.tar.gz") << word;
+    }
     EXPECT_EQ(find("OVX", FS_FIND_FILE), "-");
     EXPECT_EQ(find("ovx_modules", FS_FIND_FILE), "-");
 }
@@ -123,8 +124,9 @@ TEST_F(FindFile, OfThoseEquallyNewTheFirstByNameIsTaken)
 {
     // One file has one age, whatever it is called.
     write_file(folder / "word99", "");
-    for (int i = 98; i >= 10; --i)
+    for (int i = 98; i >= 10; --i) {
         fs::create_hard_link(folder / "word99", folder / ("word" + std::to_string(i)));
+    }
     EXPECT_EQ(find("word", FS_FIND_FILE), folder / "word10");
 }
 

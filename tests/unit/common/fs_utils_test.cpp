@@ -1,12 +1,3 @@
-#include "interposed_calls.h"
-#include "temp_folder.h"
-
-#include <orvan_fs_utils.h>
-#include <unique_fd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <filesystem>
 #include <string>
@@ -14,6 +5,14 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interposed_calls.h"
+#include "temp_folder.h"
+#include <orvan_fs_utils.h>
+#include <unique_fd.h>
 
 namespace fs = std::filesystem;
 
@@ -215,8 +214,9 @@ TEST_F(FsUtils, FolderIsMadeWithAllItsParents)
 {
     const std::string deep = folder / "a/b/c";
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive(deep.c_str(), 0750), 0);
-    for (const char* part : {"a", "a/b", "a/b/c"})
+    for (const char* part : {"a", "a/b", "a/b/c"}) {
         EXPECT_EQ(mode_of(folder / part), 0750u) << part;
+    }
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive(deep.c_str(), 0700), 0) << "it is there";
     EXPECT_EQ(mode_of(deep), 0750u);
 }
@@ -268,12 +268,13 @@ TEST_F(FsUtils, EmptyingAFolderTakesTheFoldersInItBeforeTheFiles)
     // Names in both orders, so that neither theirs nor that on the disk is right by chance.
     for (int i = 0; i < 40; ++i) {
         const std::string name = std::to_string(i * 7 % 40);
-        if (i % 2 == 0)
+        if (i % 2 == 0) {
             fs::create_directories(folder / (name + "/below"));
-        else if (i % 3 == 0)
+        } else if (i % 3 == 0) {
             fs::create_directory_symlink("0", folder / name);
-        else
+        } else {
             write_file(folder / name, "done");
+        }
     }
     const UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     ASSERT_GE(inotify_add_watch(watch.get(), folder.path().c_str(), IN_DELETE), 0);
@@ -314,12 +315,14 @@ TEST_F(FsUtils, EmptyingFailsWithoutAFolder)
 
 TEST_F(FsUtils, OneEntryThatResistsDoesNotKeepTheOthers)
 {
-    for (const char* name : {"a", "b", "c"})
+    for (const char* name : {"a", "b", "c"}) {
         fs::create_directory(folder / name);
+    }
     const std::string first = fs::directory_iterator(folder.path())->path().filename().string();
     // A folder on which a file system is mounted cannot be removed.
-    if (const std::string reason = folder.mount_small(4096, first); !reason.empty())
+    if (const std::string reason = folder.mount_small(4096, first); !reason.empty()) {
         GTEST_SKIP() << reason;
+    }
     EXPECT_LT(OrvanFSUtils::delete_files_in_dir(folder.path().c_str()), 0);
     EXPECT_THAT(folder.names(), ElementsAre(first));
 }

@@ -15,8 +15,9 @@ thread_local bool g_interrupted = false;
 // False when the call is to fail with the error now in errno.
 bool let_through(const char* name)
 {
-    if (g_watcher == nullptr)
+    if (g_watcher == nullptr) {
         return true;
+    }
     if (g_watcher->interrupt) {
         g_interrupted = !g_interrupted;
         if (g_interrupted) {
@@ -32,7 +33,7 @@ bool let_through(const char* name)
     return true;
 }
 
-std::size_t limited(std::size_t size)
+size_t limited(size_t size)
 {
     const bool limit = g_watcher != nullptr && g_watcher->most_bytes != 0;
     return limit ? std::min(size, g_watcher->most_bytes) : size;
@@ -53,12 +54,12 @@ InterposedCalls::~InterposedCalls()
 
 extern "C" {
 
-ssize_t write(int fd, const void* data, std::size_t size)
+ssize_t write(int fd, const void* data, size_t size)
 {
     return let_through("write") ? syscall(SYS_write, fd, data, limited(size)) : -1;
 }
 
-ssize_t read(int fd, void* data, std::size_t size)
+ssize_t read(int fd, void* data, size_t size)
 {
     return let_through("read") ? syscall(SYS_read, fd, data, limited(size)) : -1;
 }
@@ -73,8 +74,9 @@ int fsync(int fd)
 
 int rename(const char* from, const char* to) noexcept
 {
-    if (g_watcher != nullptr)
+    if (g_watcher != nullptr) {
         g_watcher->renamed_from = from;
+    }
     return let_through("rename") ? static_cast<int>(syscall(SYS_renameat2, -100, from, -100, to, 0)) : -1;
 }
 }

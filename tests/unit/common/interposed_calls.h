@@ -25,7 +25,7 @@ public:
     /** Every other call fails with EINTR before anything is done, the first one too. */
     bool interrupt = false;
     /** `write` and `read` move at most this many bytes; 0 is no limit. */
-    std::size_t most_bytes = 0;
+    size_t most_bytes = 0;
     /** Name of a call in `calls` that fails, and its error. */
     std::string failing;
     int failure = 0;

@@ -1,17 +1,16 @@
-#include "interposed_calls.h"
-#include "temp_folder.h"
-
-#include <orvan_fs_utils.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <filesystem>
 #include <string>
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interposed_calls.h"
+#include "temp_folder.h"
+#include <orvan_fs_utils.h>
 
 namespace fs = std::filesystem;
 
@@ -153,8 +152,9 @@ TEST_F(ReplaceFile, FailsWhereNoFileCanBe)
 
 TEST_F(ReplaceFile, AFullDiskKeepsTheFormerFile)
 {
-    if (const std::string reason = folder.mount_small(4 * 4096); !reason.empty())
+    if (const std::string reason = folder.mount_small(4 * 4096); !reason.empty()) {
         GTEST_SKIP() << reason;
+    }
     ASSERT_TRUE(replace(path, "former"));
     EXPECT_FALSE(save(path, std::string(4 * 4096, 'x')));
     EXPECT_EQ(errno, ENOSPC);

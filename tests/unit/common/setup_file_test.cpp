@@ -1,11 +1,3 @@
-#include "orvan_element_names.h"
-#include "temp_folder.h"
-
-#include <dataorvan.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <random>
 #include <string>
@@ -14,6 +6,13 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orvan_element_names.h"
+#include "temp_folder.h"
+#include <dataorvan.h>
 
 namespace {
 
@@ -41,13 +40,14 @@ bool same_bytes(const ORVAN_CONFIG& a, const ORVAN_CONFIG& b)
 ORVAN_CONFIG random_record(std::mt19937_64& random)
 {
     ORVAN_CONFIG config = record_filled_with(0);
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
         uint8_t* place = bytes_of(config) + element.pos;
         if (element.type == TYPE_STRING) {
-            const std::size_t length = random() % kOrvanTextSize;
-            for (std::size_t i = 0; i < length; ++i)
+            const size_t length = random() % kOrvanTextSize;
+            for (size_t i = 0; i < length; ++i) {
                 place[i] = static_cast<uint8_t>(1 + random() % 255);
+            }
         } else if (element.type == TYPE_BOOL && random() % 8 != 0) {
             place[0] = static_cast<uint8_t>(random() % 2);
         } else {
@@ -134,8 +134,9 @@ TEST_F(SetupFile, HasAnObjectForEachSectionAndAKeyForEachField)
         sections.emplace_back(section->string);
         fields += cJSON_GetArraySize(section);
     }
-    for (const ElementName& name : kElementNames)
+    for (const ElementName& name : kElementNames) {
         EXPECT_TRUE(cJSON_HasObjectItem(cJSON_GetObjectItem(root, name.section), name.field)) << name.field;
+    }
     cJSON_Delete(root);
     EXPECT_THAT(sections, ElementsAre("CHANNEL", "RUNMODE", "ANALOGOUTPUT", "LIST", "MODULATIONS", "SYSTEM"));
     EXPECT_EQ(fields, 144);
@@ -147,9 +148,9 @@ TEST_F(SetupFile, FileThatEndsEarlyAnywhereIsRefused)
     ORVAN_CONFIG config = random_record(random);
     ASSERT_EQ(data.save_cmd_config(path.c_str(), &config), 0);
     const std::string whole = read_file(path);
-    const std::size_t last_brace = whole.rfind('}');
+    const size_t last_brace = whole.rfind('}');
     ASSERT_EQ(last_brace, whole.size() - 2) << "only the line end may be missing without harm";
-    for (std::size_t length = last_brace + 1; length-- > 0;) {
+    for (size_t length = last_brace + 1; length-- > 0;) {
         ORVAN_CONFIG back = record_filled_with(0x5A);
         ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(length)), 0);
         ASSERT_EQ(data.init_cmd_config(path.c_str(), &back), -1) << length;
@@ -164,7 +165,7 @@ std::string file_with(const ElementName& name, const std::string& value)
 
 TEST_F(SetupFile, EachFieldIsReadByItsNameIntoItsPlaceAlone)
 {
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
         ORVAN_CONFIG expected = record_filled_with(0x5A);
         uint8_t* place = bytes_of(expected) + element.pos;
@@ -190,7 +191,7 @@ TEST_F(SetupFile, EachFieldIsReadByItsNameIntoItsPlaceAlone)
 
 TEST_F(SetupFile, EachFieldRefusesAnotherTypeAndTheWholeFileWithIt)
 {
-    for (std::size_t tag = 0; tag < kOrvanElementCount; ++tag) {
+    for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         std::vector<std::string> wrong = {"null", "[]", "{}", "1e999", "\"" + std::string(32, 'x') + "\""};
         switch (OrvanData::orvanMap[tag].type) {
         case TYPE_BOOL:
@@ -208,8 +209,9 @@ TEST_F(SetupFile, EachFieldRefusesAnotherTypeAndTheWholeFileWithIt)
         default:
             wrong.insert(wrong.end(), {"true", "1"});
         }
-        for (const std::string& value : wrong)
+        for (const std::string& value : wrong) {
             expect_refused(file_with(kElementNames[tag], value));
+        }
     }
 }
 
@@ -243,10 +245,12 @@ TEST_F(SetupFile, CaseOfAKeyCounts)
 TEST_F(SetupFile, WhatIsNoObjectIsRefused)
 {
     for (const char* text :
-         {"", " ", "null", "[]", "1", "\"x\"", "true", "{", "nonsense", "{} x", "{}{}", "{},"})
+         {"", " ", "null", "[]", "1", "\"x\"", "true", "{", "nonsense", "{} x", "{}{}", "{},"}) {
         expect_refused(text);
-    for (const char* section : {"null", "[]", "1", "\"\"", "true"})
+    }
+    for (const char* section : {"null", "[]", "1", "\"\"", "true"}) {
         expect_refused(std::string("{\"LIST\": ") + section + "}");
+    }
 }
 
 TEST_F(SetupFile, NullCharactersAreRefusedAndNotCutAt)
@@ -312,8 +316,9 @@ TEST_F(SetupFile, AFullDiskKeepsTheFormerSetup)
     ORVAN_CONFIG config = random_record(random);
     ASSERT_EQ(data.save_cmd_config(path.c_str(), &config), 0);
     ASSERT_GT(read_file(path).size(), 4096u) << "or it would fit beside the former file";
-    if (const std::string reason = folder.mount_small(2 * 4096); !reason.empty())
+    if (const std::string reason = folder.mount_small(2 * 4096); !reason.empty()) {
         GTEST_SKIP() << reason;
+    }
     write_file(path, "{}");
     EXPECT_EQ(data.save_cmd_config(path.c_str(), &config), -1);
     EXPECT_EQ(read_file(path), "{}");
@@ -322,8 +327,9 @@ TEST_F(SetupFile, AFullDiskKeepsTheFormerSetup)
 
 TEST_F(SetupFile, AReadOnlyFolderKeepsTheFormerSetup)
 {
-    if (const std::string reason = folder.mount_small(64 * 4096); !reason.empty())
+    if (const std::string reason = folder.mount_small(64 * 4096); !reason.empty()) {
         GTEST_SKIP() << reason;
+    }
     write_file(path, "{}");
     ASSERT_TRUE(folder.make_read_only());
     ORVAN_CONFIG config = record_filled_with(0);
@@ -341,18 +347,21 @@ TEST_F(SetupFile, AReaderBesideWritersSeesOnlyWholeSetups)
     second.ANALOGOUTPUT.Frequency = 1.0 / 3;
     ASSERT_EQ(data.save_cmd_config(path.c_str(), &first), 0);
     std::vector<std::thread> writers;
-    for (ORVAN_CONFIG* record : {&first, &second})
+    for (ORVAN_CONFIG* record : {&first, &second}) {
         writers.emplace_back([this, record] {
-            for (int round = 0; round < 100; ++round)
+            for (int round = 0; round < 100; ++round) {
                 EXPECT_EQ(data.save_cmd_config(path.c_str(), record), 0);
+            }
         });
+    }
     for (int round = 0; round < 300; ++round) {
         ORVAN_CONFIG seen = record_filled_with(0);
         ASSERT_EQ(data.init_cmd_config(path.c_str(), &seen), 0) << round;
         ASSERT_TRUE(same_bytes(seen, first) || same_bytes(seen, second)) << round;
     }
-    for (std::thread& writer : writers)
+    for (std::thread& writer : writers) {
         writer.join();
+    }
     EXPECT_THAT(folder.names(), ElementsAre("preset-1.json"));
 }
 

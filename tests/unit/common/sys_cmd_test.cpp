@@ -1,9 +1,3 @@
-#include "temp_folder.h"
-
-#include <sys_cmd.h>
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -20,6 +14,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
+#include "temp_folder.h"
+#include <sys_cmd.h>
+
 namespace {
 
 struct Result {
@@ -27,7 +26,7 @@ struct Result {
     std::string output;
 };
 
-Result read_command(const std::string& command, std::size_t size = 256)
+Result read_command(const std::string& command, size_t size = 256)
 {
     std::vector<char> buffer(size, '?');
     const int code = read_system_cmd(command.c_str(), buffer.data(), size);
@@ -143,8 +142,9 @@ TEST(SysCmd, LongOutputComesWhole)
 
 TEST(SysCmd, LastWordsOfTheCommandAreNotLost)
 {
-    for (int round = 0; round < 50; ++round)
+    for (int round = 0; round < 50; ++round) {
         ASSERT_EQ(read_command("printf end").output, "end") << round;
+    }
 }
 
 TEST(SysCmd, ErrorOutputIsNotTaken)
@@ -226,8 +226,9 @@ TEST(SysCmd, WorksWhenTheCallersStandardDescriptorsAreClosed)
     results[next++] = read_command("cat; echo a");
     dup2(output, STDOUT_FILENO);
     dup2(error, STDERR_FILENO);
-    for (int descriptor : {input, output, error})
+    for (int descriptor : {input, output, error}) {
         close(descriptor);
+    }
     for (const Result& result : results) {
         EXPECT_EQ(result.code, 0);
         EXPECT_EQ(result.output, "a\n");
@@ -265,12 +266,14 @@ TEST(SysCmd, NoDescriptorsLeftMeansNothingRun)
 {
     std::vector<int> taken;
     int descriptor = -1;
-    while ((descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && taken.size() < 100000)
+    while ((descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && taken.size() < 100000) {
         taken.push_back(descriptor);
+    }
     char buffer[8] = "?";
     const int code = read_system_cmd("exit 0", buffer, sizeof buffer);
-    for (int one : taken)
+    for (int one : taken) {
         close(one);
+    }
     EXPECT_EQ(code, -1);
     EXPECT_STREQ(buffer, "");
 }
@@ -298,7 +301,7 @@ TEST(SysCmd, SignalsOfTheCallerDisturbNothing)
 TEST(SysCmd, ThreadsGetTheirOwnOutputAndResult)
 {
     std::vector<std::thread> threads;
-    for (int number = 0; number < 8; ++number)
+    for (int number = 0; number < 8; ++number) {
         threads.emplace_back([number] {
             const std::string text = std::to_string(number);
             for (int round = 0; round < 20; ++round) {
@@ -308,8 +311,10 @@ TEST(SysCmd, ThreadsGetTheirOwnOutputAndResult)
                 EXPECT_EQ(run_system_cmd(("exit " + text).c_str()), number);
             }
         });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 

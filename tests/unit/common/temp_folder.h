@@ -4,11 +4,11 @@
 #ifndef TESTS_COMMON_TEMP_FOLDER_H
 #define TESTS_COMMON_TEMP_FOLDER_H
 
-#include "support/files.h"
-
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "support/files.h"
 
 class TempFolder {
 public:
@@ -29,7 +29,7 @@ public:
      *
      * @return empty, or why the machine refuses it
      */
-    std::string mount_small(std::size_t bytes, const std::string& name = "");
+    std::string mount_small(size_t bytes, const std::string& name = "");
     /** Makes the small file system read-only. */
     bool make_read_only();
 

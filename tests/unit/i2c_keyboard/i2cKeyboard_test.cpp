@@ -1,6 +1,20 @@
 // From the key to the front-panel program's connection. Each case has the process to itself: the bridge's
 // sender runs until its end.
 
+#include <algorithm>
+#include <csignal>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
@@ -9,19 +23,7 @@
 #include "refuses_one.h"
 #include "support/loopback.h"
 #include "support/output_capture.h"
-
-#include <algorithm>
-#include <csignal>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <optional>
-#include <sys/socket.h>
 #include <tca8418.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
-#include <wiringPi.h>
-#include <wiringPiI2C.h>
 
 using namespace orvan_test;
 using sim_board::expect_trace;
@@ -194,8 +196,9 @@ TEST_F(KeyboardBridge, TheHundredAndFirstCodeIsDroppedAndTheFirstHundredGoOutInO
 TEST_F(KeyboardBridge, OneCodeSentMakesRoomForOne)
 {
     start();
-    for (int number = 0; number < 100; ++number)
+    for (int number = 0; number < 100; ++number) {
         type(0, 1);
+    }
     send(1);
     ASSERT_TRUE(panel.wait_for(1));
     type(1, 1);
@@ -214,8 +217,9 @@ TEST_F(KeyboardBridge, AThousandPressesArriveInTheirOrder)
         const int col = number / 7 % 8;
         type(row, col);
         expected.push_back(code_of(row, col));
-        if (number % 50 == 49)
+        if (number % 50 == 49) {
             send(50);
+        }
     }
     EXPECT_EQ(drain(1000), expected);
 }
@@ -238,8 +242,9 @@ TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
     const int fd = wiringPiI2CSetup(0x34);
     tca8418_configure(fd, 6, 10);
     close(fd);
-    for (int col = 0; col < 3; ++col)
+    for (int col = 0; col < 3; ++col) {
         ASSERT_TRUE(chip.press(1, col));
+    }
     start();
     settle();
     EXPECT_EQ(board->gpio().level(15), 0) << "an edge will not come by itself";
@@ -273,8 +278,9 @@ TEST_F(KeyboardBridge, WithNobodyListeningTheQueueEmptiesAndTheCodesAreLost)
     const int port = 1; // where nobody listens
     redirect_panel_port(port);
     const size_t descriptors = open_descriptors();
-    for (int number = 0; number < 20; ++number)
+    for (int number = 0; number < 20; ++number) {
         type(0, 1);
+    }
     send(21);
     EXPECT_EQ(panel_attempts(), 20u);
     EXPECT_EQ(open_descriptors(), descriptors);
@@ -402,14 +408,17 @@ TEST(KeyboardBridgeThreads, CodesOfManyThreadsAllArrive)
     for (int round = 1; round <= kRounds; ++round) {
         {
             std::vector<std::jthread> threads;
-            for (int n = 0; n < 3; ++n)
+            for (int n = 0; n < 3; ++n) {
                 threads.emplace_back([] {
-                    for (size_t i = 0; i < kRemotes / 3; ++i)
+                    for (size_t i = 0; i < kRemotes / 3; ++i) {
                         send_remote_code();
+                    }
                 });
+            }
             threads.emplace_back([] {
-                for (int i = 0; i < 20; ++i)
+                for (int i = 0; i < 20; ++i) {
                     i2cIRQhandler();
+                }
             });
             for (size_t key = 0; key < kKeys; ++key) {
                 board->keypad()->press(0, static_cast<int>(key % 8));
@@ -484,8 +493,9 @@ TEST(KeyboardSocket, GivesUpOnAListenerThatNeverAcceptsWithinItsLimit)
     redirect_panel_port(local_port(listener));
     uint8_t code = 1;
     int failed = 0;
-    for (int attempt = 0; attempt < 3; ++attempt) // the first ones wait in the listener's queue
+    for (int attempt = 0; attempt < 3; ++attempt) { // the first ones wait in the listener's queue
         failed += kb_socket_sender(LOCALHOST, &code, 1);
+    }
     EXPECT_GE(failed, 1);
     EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
     redirect_panel_port(0);

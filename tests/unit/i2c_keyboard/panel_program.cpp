@@ -1,15 +1,16 @@
 #include "panel_program.h"
 
-#include "support/loopback.h"
+#include <cerrno>
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include "support/loopback.h"
 
 namespace {
 
@@ -38,8 +39,9 @@ extern "C" int connect(int fd, const sockaddr* address, socklen_t size)
     static auto* const real =
         reinterpret_cast<int (*)(int, const sockaddr*, socklen_t)>(dlsym(RTLD_NEXT, "connect"));
     const auto* const peer = reinterpret_cast<const sockaddr_in*>(address);
-    if (address->sa_family != AF_INET || ntohs(peer->sin_port) != kPanelPort)
+    if (address->sa_family != AF_INET || ntohs(peer->sin_port) != kPanelPort) {
         return real(fd, address, size);
+    }
     sockaddr_in instead = *peer;
     {
         std::lock_guard lock(attempts().mutex);
@@ -113,12 +115,14 @@ void PanelProgram::serve()
 {
     for (;;) {
         const int fd = accept(m_listener, nullptr, nullptr);
-        if (fd < 0)
+        if (fd < 0) {
             return;
+        }
         std::string received;
         char bytes[16];
-        for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;)
+        for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;) {
             received.append(bytes, static_cast<size_t>(count));
+        }
         close(fd);
         std::lock_guard lock(m_mutex);
         m_connections.push_back(received);

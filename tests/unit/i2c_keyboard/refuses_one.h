@@ -4,11 +4,11 @@
 #ifndef ORVAN_TESTS_REFUSES_ONE_H
 #define ORVAN_TESTS_REFUSES_ONE_H
 
-#include "board/i2c_bus.h"
-
 #include <atomic>
 #include <cstddef>
 #include <memory>
+
+#include "board/i2c_bus.h"
 
 namespace orvan_test {
 

@@ -1,17 +1,19 @@
 // The driver on the simulated controller, and on one that gives any byte.
 
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "refuses_one.h"
-
-#include <algorithm>
-#include <gtest/gtest.h>
-#include <memory>
 #include <tca8418.h>
-#include <unistd.h>
-#include <vector>
-#include <wiringPi.h>
-#include <wiringPiI2C.h>
 
 using namespace orvan_test;
 using sim_board::expect_trace;
@@ -40,8 +42,9 @@ struct ByteArray : sim_board::I2cDevice {
     bool write(std::span<const uint8_t>) override { return true; }
     bool read(std::span<uint8_t> received) override
     {
-        for (uint8_t& byte : received)
+        for (uint8_t& byte : received) {
             byte = next < bytes.size() ? bytes[next++] : 0;
+        }
         return true;
     }
     std::vector<uint8_t> bytes;
@@ -101,12 +104,13 @@ TEST_F(Tca8418Driver, SetsTheMatrixUpBeforeItEnablesTheInterrupt)
 
 TEST_F(Tca8418Driver, EveryMatrixIsMadeOfItsFirstLines)
 {
-    for (unsigned rows = 1; rows <= 8; ++rows)
+    for (unsigned rows = 1; rows <= 8; ++rows) {
         for (unsigned cols = 1; cols <= 10; ++cols) {
             EXPECT_EQ(tca8418_configure(fd, rows, cols), 0);
             EXPECT_EQ(chip.reg(0x1d), (1 << rows) - 1);
             EXPECT_EQ(chip.reg(0x1e) | chip.reg(0x1f) << 8, (1 << cols) - 1);
         }
+    }
 }
 
 TEST_F(Tca8418Driver, AMatrixThatTheChipDoesNotHaveIsRefusedBeforeAnyAccess)
@@ -150,27 +154,31 @@ TEST_F(Tca8418Driver, TakesTheOldestEventAndClearsTheInterrupt)
 TEST_F(Tca8418Driver, EveryKeyIsReportedByItsRowAndColumn)
 {
     tca8418_configure(fd, 8, 10);
-    for (int row = 0; row < 8; ++row)
+    for (int row = 0; row < 8; ++row) {
         for (int col = 0; col < 10; ++col) {
             chip.press(row, col);
             chip.release(row, col);
             EXPECT_EQ(take(), (Event{0, row, col, 0x80}));
             EXPECT_EQ(take(), (Event{0, row, col, 0}));
         }
+    }
 }
 
 TEST_F(Tca8418Driver, TheLineFallsOnceForEachEvent)
 {
     std::vector<int> levels;
     tca8418_configure(fd, 6, 10);
-    for (int key = 0; key < 10; ++key)
+    for (int key = 0; key < 10; ++key) {
         chip.press(0, key);
+    }
     chip.on_interrupt([&](int level) { levels.push_back(level); });
-    for (int key = 0; key < 10; ++key)
+    for (int key = 0; key < 10; ++key) {
         EXPECT_EQ(take(), (Event{0, 0, key, 0x80}));
+    }
     std::vector<int> expected{0};
-    for (int key = 0; key < 9; ++key)
+    for (int key = 0; key < 9; ++key) {
         expected.insert(expected.end(), {1, 0});
+    }
     expected.push_back(1);
     EXPECT_EQ(levels, expected);
     chip.on_interrupt({});
@@ -179,11 +187,13 @@ TEST_F(Tca8418Driver, TheLineFallsOnceForEachEvent)
 TEST_F(Tca8418Driver, AnOverflowLosesTheNewestEventsAndLeavesTheLineFree)
 {
     tca8418_configure(fd, 6, 10);
-    for (int key = 0; key < 10; ++key)
+    for (int key = 0; key < 10; ++key) {
         chip.press(0, key);
+    }
     chip.press(5, 9);
-    for (int key = 0; key < 10; ++key)
+    for (int key = 0; key < 10; ++key) {
         EXPECT_EQ(take(), (Event{0, 0, key, 0x80}));
+    }
     EXPECT_EQ(take(), kNothing);
     EXPECT_EQ(chip.interrupt_level(), 1);
     EXPECT_EQ(chip.reg(0x02), 0);
@@ -192,10 +202,12 @@ TEST_F(Tca8418Driver, AnOverflowLosesTheNewestEventsAndLeavesTheLineFree)
 TEST_F(Tca8418Driver, TheThreeKeysOfCtrlAltDelLeaveTheLineFree)
 {
     tca8418_configure(fd, 6, 10);
-    for (int row = 0; row < 3; ++row)
+    for (int row = 0; row < 3; ++row) {
         chip.press(row, 0);
-    for (int row = 0; row < 3; ++row)
+    }
+    for (int row = 0; row < 3; ++row) {
         EXPECT_EQ(take(), (Event{0, row, 0, 0x80}));
+    }
     EXPECT_EQ(chip.interrupt_level(), 1);
 }
 

@@ -1,18 +1,20 @@
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ostream>
+#include <string>
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "orvan_sdk/lxi/PersistentData.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/stand_ins.h"
-
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <unistd.h>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
@@ -117,8 +119,9 @@ TEST_F(BareDevice, EveryOperationOnSettingsFailsWithoutARecordAndWritesNothing)
     for (auto getter :
          {&D::GetIdentification, &D::GetSerial, &D::GetFirmware, &D::GetFpga, &D::GetIPAddress,
           &D::GetGateway, &D::GetHostname, &D::GetDNS1, &D::GetDNS2, &D::GetNetMask, &D::SetIPAddress,
-          &D::SetGateway, &D::SetHostname, &D::SetDNS1, &D::SetDNS2, &D::SetNetMask})
+          &D::SetGateway, &D::SetHostname, &D::SetDNS1, &D::SetDNS2, &D::SetNetMask}) {
         EXPECT_EQ((device.*getter)(buffer), ERR_FAILED);
+    }
     EXPECT_EQ(device.GetModel(buffer, 8), ERR_FAILED);
     EXPECT_EQ(buffer.written(), 0u);
 
@@ -163,16 +166,18 @@ TEST_F(BareDevice, RoutingDoesNothingAndLeavesItsArgumentAlone)
     EXPECT_EQ(device.SetTriggerCouple(4, 4), 0);
     EXPECT_EQ(device.SetTriggerSource(D::Timer), 0);
     for (auto setter : {&D::SetTriggerInpImp, &D::SetRFOutput, &D::SetAMModulationSource,
-                        &D::SetFMModulationSource, &D::SetPulseModulationSource})
+                        &D::SetFMModulationSource, &D::SetPulseModulationSource}) {
         EXPECT_EQ((device.*setter)(D::On), 0);
+    }
 
-    for (const auto before : {D::On, D::Off})
+    for (const auto before : {D::On, D::Off}) {
         for (auto getter : {&D::GetTriggerInpImp, &D::GetRFOutput, &D::GetAMModulationSource,
                             &D::GetFMModulationSource, &D::GetPulseModulationSource}) {
             D::OnOff value = before;
             EXPECT_EQ((device.*getter)(value), 0);
             EXPECT_EQ(value, before);
         }
+    }
     D::TriggerSource source = D::SPI;
     EXPECT_EQ(device.GetTriggerSource(source), 0);
     EXPECT_EQ(source, D::SPI);

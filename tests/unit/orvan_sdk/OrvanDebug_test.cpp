@@ -1,16 +1,18 @@
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "orvan_sdk/OrvanDebug.h"
 #include "own_process.h"
 #include "support/files.h"
 #include "support/output_capture.h"
-
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <regex>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 using HaldeElec::OrvanDebug;
 using orvan_test::OutputCapture;
@@ -238,18 +240,22 @@ TEST_F(DebugLog, LinesOfSeveralThreadsStayWholeInTheFile)
     constexpr int kThreads = 4;
     constexpr int kLines = 50;
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
+    for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i)
+            for (int i = 0; i < kLines; ++i) {
                 OrvanDebug::Err(std::string(300, static_cast<char>('a' + t)));
+            }
         });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
 
     std::ifstream file(log());
     int lines = 0;
-    for (std::string line; std::getline(file, line); ++lines)
+    for (std::string line; std::getline(file, line); ++lines) {
         EXPECT_TRUE(matches(line, R"(\[ORVAN\.ERR\] (a{300}|b{300}|c{300}|d{300}))")) << line;
+    }
     EXPECT_EQ(lines, kThreads * kLines);
 }
 

@@ -1,19 +1,21 @@
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include <dlfcn.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/persistent_data_peer.h"
-
-#include <algorithm>
 #include <crc32_utils.h>
-#include <cstring>
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <optional>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <unistd.h>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
@@ -27,8 +29,9 @@ bool g_crc_unavailable = false;
 // Stands ahead of the utility library's.
 Crc32Utils* Crc32Utils::getInstance()
 {
-    if (g_crc_unavailable)
+    if (g_crc_unavailable) {
         return nullptr;
+    }
     void* const real = dlsym(RTLD_NEXT, "_ZN10Crc32Utils11getInstanceEv");
     return reinterpret_cast<Crc32Utils* (*)()>(real)();
 }
@@ -81,8 +84,9 @@ protected:
     {
         std::memcpy(&blob[1010], "HESH", 4);
         const uint32_t crc = peer->crc(blob);
-        for (size_t i = 0; i < 4; ++i)
+        for (size_t i = 0; i < 4; ++i) {
             blob[1020 + i] = static_cast<uint8_t>(crc >> 8 * i);
+        }
     }
     static void set_model(Blob& blob, const char* model)
     {
@@ -322,8 +326,9 @@ TEST_F(SettingsBlob, FieldsAreThe17RowsOfIdentification)
 {
     EXPECT_EQ((*peer)->GetFieldsSize(), 544u);
     auto& rows = peer->flash_params();
-    for (size_t row = 0; row < 17; ++row)
+    for (size_t row = 0; row < 17; ++row) {
         std::fill_n(rows[row], 32, static_cast<char>('A' + row));
+    }
     std::array<uint8_t, 546> copy;
     copy.fill(0xee);
     EXPECT_TRUE(*peer->data >> &copy[1]);
@@ -336,8 +341,9 @@ TEST_F(SettingsBlob, FrequencyCodesAndMasks)
 {
     const int frequencies[16] = {-1, -1, -1, 3, -1, -1, 6, -1, 8, -1, -1, -1, 12, 14, 20, 40};
     EXPECT_TRUE(std::equal(std::begin(frequencies), std::end(frequencies), peer->frequencies()));
-    for (unsigned bits = 0; bits <= 16; ++bits)
+    for (unsigned bits = 0; bits <= 16; ++bits) {
         EXPECT_EQ(peer->masks()[bits], (1U << bits) - 1);
+    }
 }
 
 TEST_F(SettingsBlob, ANewObjectIsAllZero)

@@ -1,5 +1,3 @@
-#include "orvan_sdk/lxi/Semaphore.h"
-
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -9,10 +7,12 @@
 #include <type_traits>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include "condition_tap.h"
+#include "orvan_sdk/lxi/Semaphore.h"
 
 using namespace HaldeElec::Orvan;
 using orvan_test::ConditionTap;
@@ -80,8 +80,9 @@ TEST(Semaphore, HasNoVirtualOperationsAndNoException)
 TEST(Semaphore, AsManyUnitsAsItBeganWithAreThere)
 {
     COSSemaphore semaphore(3, 5);
-    for (int unit = 0; unit < 3; ++unit)
+    for (int unit = 0; unit < 3; ++unit) {
         EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusSuccess);
+    }
     EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusOperationTimedOut);
 }
 
@@ -128,8 +129,9 @@ TEST(Semaphore, CountAboveTheLimitStands)
     COSSemaphore semaphore(3, 1);
     semaphore.Release();
     EXPECT_EQ(count_of(semaphore), 3u);
-    for (int unit = 0; unit < 3; ++unit)
+    for (int unit = 0; unit < 3; ++unit) {
         EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusSuccess);
+    }
     EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusOperationTimedOut);
 }
 
@@ -173,8 +175,9 @@ bool falls_asleep(const std::atomic<pid_t>& thread)
         std::string stat;
         std::getline(file, stat); // "TID (NAME) STATE ..."
         const size_t name_end = stat.rfind(')');
-        if (name_end != std::string::npos && stat.substr(name_end + 2, 1) == "S")
+        if (name_end != std::string::npos && stat.substr(name_end + 2, 1) == "S") {
             return true;
+        }
         std::this_thread::yield();
     }
     return false;
@@ -239,8 +242,9 @@ TEST(SemaphoreWait, WaitsAgainForTheSameDeadlineWhenInterruptedOrWokenForNothing
     tap.waits = {give(EINTR), give(0), give(EINTR), give(0), give(ETIMEDOUT)};
     EXPECT_EQ(acquire(semaphore, 2000), kOSStatusOperationTimedOut);
     ASSERT_EQ(tap.deadlines.size(), 5u);
-    for (const timespec& deadline : tap.deadlines)
+    for (const timespec& deadline : tap.deadlines) {
         EXPECT_EQ(deadline.tv_sec, 52);
+    }
 }
 
 TEST(SemaphoreWait, WithoutAnEndItIsOnlyOverWithAUnit)
@@ -311,8 +315,9 @@ TEST(SemaphoreThreads, WithOneUnitOneThreadIsInside)
             }
         });
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(guarded, 2000);
     EXPECT_EQ(count_of(semaphore), 1u);
 }
@@ -324,19 +329,22 @@ TEST(SemaphoreThreads, EachReleaseLetsOneWaiterGo)
     std::vector<std::thread> threads;
     for (int index = 0; index < 4; ++index) {
         threads.emplace_back([&semaphore, &gone] {
-            if (acquire(semaphore, kOSTimeoutInfinite) == kOSStatusSuccess)
+            if (acquire(semaphore, kOSTimeoutInfinite) == kOSStatusSuccess) {
                 ++gone;
+            }
         });
     }
     for (int released = 1; released <= 4; ++released) {
         semaphore.Release();
         const auto bound = steady_clock::now() + std::chrono::seconds(10);
-        while (gone < released && steady_clock::now() < bound)
+        while (gone < released && steady_clock::now() < bound) {
             std::this_thread::yield();
+        }
         EXPECT_EQ(gone, released);
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusOperationTimedOut);
 }
 

@@ -5,14 +5,15 @@
 
 namespace {
 
-std::atomic<std::size_t> g_refused = 0;
+std::atomic<size_t> g_refused = 0;
 
 } // namespace
 
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+void* operator new[](size_t size, const std::nothrow_t&) noexcept
 {
-    if (size != 0 && size == g_refused)
+    if (size != 0 && size == g_refused) {
         return nullptr;
+    }
     try {
         return ::operator new[](size);
     } catch (const std::bad_alloc&) {
@@ -22,7 +23,7 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 
 namespace orvan_test {
 
-void refuse_array_of(std::size_t bytes)
+void refuse_array_of(size_t bytes)
 {
     g_refused = bytes;
 }

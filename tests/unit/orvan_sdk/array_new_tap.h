@@ -9,7 +9,7 @@
 namespace orvan_test {
 
 /** From now on `new (std::nothrow)` of an array of exactly this many bytes gives null; with 0 none does. */
-void refuse_array_of(std::size_t bytes);
+void refuse_array_of(size_t bytes);
 
 } // namespace orvan_test
 

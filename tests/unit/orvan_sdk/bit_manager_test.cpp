@@ -39,8 +39,9 @@ protected:
 
     void take_steps(int count)
     {
-        for (int step = 0; step < count; ++step)
+        for (int step = 0; step < count; ++step) {
             take_cbit_step(*manager);
+        }
     }
 
     LogCapture logs;
@@ -67,8 +68,9 @@ TEST_F(TestTable, ThereIsOneObject)
 
 TEST_F(TestTable, IsEmptyAtFirst)
 {
-    for (const eBitType type : kKinds)
+    for (const eBitType type : kKinds) {
         EXPECT_EQ(manager->getTestsNumber(type), 0);
+    }
 }
 
 // ---- registration
@@ -107,14 +109,16 @@ TEST_F(TestTable, EleventhTestOfAKindIsRefusedAndTheTenBeforeStand)
     };
     for (const auto& [type, text] : kinds) {
         logs.clear();
-        for (int index = 0; index < 10; ++index)
+        for (int index = 0; index < 10; ++index) {
             EXPECT_EQ(manager->registerTest(type, {kNames[index], {}, nullptr, false}), index);
+        }
         EXPECT_TRUE(logs.lines().empty());
         EXPECT_EQ(manager->registerTest(type, noting("eleventh")), -1);
         EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, text}}));
         EXPECT_EQ(manager->getTestsNumber(type), 10);
-        for (int index = 0; index < 10; ++index)
+        for (int index = 0; index < 10; ++index) {
             EXPECT_STREQ(result(type, index).testName, kNames[index]);
+        }
         EXPECT_FALSE(manager->setTestResult(type, "eleventh", BIT_PASS, 0));
     }
 }
@@ -381,8 +385,9 @@ TEST_F(TestTable, RowThatIsNotRunIsSkippedWithinTheStep)
 
 TEST_F(TestTable, StepThatFindsNothingTriesEachRowOnceAndStaysInPlace)
 {
-    for (const char* name : {"a", "b", "c"})
+    for (const char* name : {"a", "b", "c"}) {
         manager->registerTest(CBIT, noting(name, name == std::string("b")));
+    }
     take_steps(1); // the next one begins at "c"
     manager->setRunningMode(CBIT, "b", false);
     take_steps(1);
@@ -423,8 +428,9 @@ TEST_F(TestTable, ManyThreadsRegisterSetAndReadAtOnce)
             }
         });
     }
-    for (std::thread& owner : owners)
+    for (std::thread& owner : owners) {
         owner.join();
+    }
     EXPECT_EQ(manager->getTestsNumber(CBIT), 10);
 }
 
@@ -439,8 +445,9 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
     EXPECT_THROW(manager->runIBITs(), std::runtime_error);
     EXPECT_THROW(take_cbit_step(*manager), std::runtime_error);
     EXPECT_TRUE(ran.empty());
-    for (const eBitType type : kKinds)
+    for (const eBitType type : kKinds) {
         EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock was left behind
+    }
     take_steps(1);
     EXPECT_EQ(ran, std::vector<std::string>{"behind it"}); // the round had gone on
 }

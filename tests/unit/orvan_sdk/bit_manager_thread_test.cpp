@@ -3,14 +3,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <future>
-#include <pthread.h>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "bit_bench.h"
 #include "board/current_board.h"
@@ -31,8 +32,9 @@ protected:
     void SetUp() override { run_in_own_process(); } // there is one thread for a process
     ~PeriodicTest() override
     {
-        if (manager == nullptr)
+        if (manager == nullptr) {
             return;
+        }
         // A thread that is told to stop before its wait ends takes no further step.
         auto stopped = begin_to_stop();
         clock().release();
@@ -47,8 +49,9 @@ protected:
     std::future<void> begin_to_stop()
     {
         auto stopped = std::async(std::launch::async, [this] { stop_periodic_thread(*manager); });
-        while (!is_stopping(*manager) && stopped.wait_for(0s) != std::future_status::ready)
+        while (!is_stopping(*manager) && stopped.wait_for(0s) != std::future_status::ready) {
             std::this_thread::yield();
+        }
         return stopped;
     }
 
@@ -236,8 +239,9 @@ TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)
         sim_board::set_current_board(
             std::make_shared<sim_board::Board>(sim_board::kPortableWiring, Clock::Mode::kRealTime));
         BITManager::getInstance(1);
-        if (!sim_board::current_board()->clock().wait_for_sleepers(1))
+        if (!sim_board::current_board()->clock().wait_for_sleepers(1)) {
             _exit(25);
+        }
         std::exit(0);
     };
     EXPECT_EXIT(live_and_end(), ::testing::ExitedWithCode(23), "");

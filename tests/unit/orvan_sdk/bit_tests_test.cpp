@@ -1,16 +1,16 @@
-#include "bit_bench.h"
-#include "orvan_sdk/bit/bit_tests.h"
-#include "readdir_tap.h"
-
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
+#include "bit_bench.h"
 #include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/bit/bit_tests.h"
+#include "readdir_tap.h"
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 
@@ -56,8 +56,9 @@ TEST(DeviceTests, FullTableIsNoFailure)
 {
     LogCapture logs;
     BITManager* const manager = BITManager::getInstance(0);
-    for (int index = 0; index < kMaxTestsOfType; ++index)
+    for (int index = 0; index < kMaxTestsOfType; ++index) {
         manager->registerTest(PBIT, {"other", {}, nullptr, false});
+    }
     EXPECT_EQ(register_bit_tests(manager, nullptr), 0);
     EXPECT_EQ(logs.count(LOG_ERR, "Error: Maximum number of tests reached for PBIT!"), 2u);
     EXPECT_EQ(manager->getTestsNumber(CBIT), 3);

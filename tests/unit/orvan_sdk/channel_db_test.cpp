@@ -1,14 +1,15 @@
-#include "setup_bench.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <fstream>
 #include <string>
+#include <thread>
+
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
+
+#include "setup_bench.h"
 
 using namespace orvan_test;
 
@@ -125,8 +126,9 @@ TEST_F(LoadDatabase, ASetupThatCannotBeReadLeavesTheRecordsMapped)
 TEST_F(LoadDatabase, RecallsTheBootSetupAndSendsItToLiveModules)
 {
     settings_in_memory().bootDBConfig = 3;
-    for (int channel : {1, 2})
+    for (int channel : {1, 2}) {
         files.write_preset(channel, 3, R"({"ANALOGOUTPUT": {"Frequency": 3}, "SYSTEM": {"Battery": 3}})");
+    }
     orvanx->setNumberofChannels(2);
     orvanx->m_isLive[1] = true;
     EXPECT_EQ(orvanx->load_database(3), 0);
@@ -197,8 +199,9 @@ bool is_mapped()
 {
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);) {
-        if (line.find("/orvanData") != std::string::npos)
+        if (line.find("/orvanData") != std::string::npos) {
             return true;
+        }
     }
     return false;
 }
@@ -270,8 +273,9 @@ TEST(ChannelDbBeforeLoad, ThereAreNoElementsAndNoRecords)
     Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();
     orvanx->setSelectedChannel(1);
     logs.clear();
-    for (int tag : {ODT_NO_TAG, ODT_CHAN_ENA, ODT_BATT_LOW_ALARM})
+    for (int tag : {ODT_NO_TAG, ODT_CHAN_ENA, ODT_BATT_LOW_ALARM}) {
         EXPECT_EQ(orvanx->get_ElemByTag(tag), nullptr);
+    }
     EXPECT_EQ(orvanx->get_channelDB(), nullptr);
     EXPECT_EQ(orvanx->get_channelDB(1), nullptr);
     char value[] = "1";
@@ -283,15 +287,17 @@ TEST_F(ChannelDb, ATagGivesItsRowOfTheTable)
 {
     EXPECT_EQ(orvanx->get_ElemByTag(ODT_NO_TAG), nullptr);
     EXPECT_EQ(orvanx->get_ElemByTag(-7), nullptr);
-    for (int tag = 0; tag <= ODT_BATT_LOW_ALARM; ++tag)
+    for (int tag = 0; tag <= ODT_BATT_LOW_ALARM; ++tag) {
         EXPECT_EQ(orvanx->get_ElemByTag(tag), &OrvanData::orvanMap[tag]);
+    }
     EXPECT_EQ(orvanx->get_ElemByTag(144)->pos, UINT32_MAX); // no upper bound: the end row
 }
 
 TEST_F(ChannelDb, ChannelsLieSideBySide)
 {
-    for (int channel = 2; channel <= 4; ++channel)
+    for (int channel = 2; channel <= 4; ++channel) {
         EXPECT_EQ(orvanx->get_channelDB(channel), orvanx->get_channelDB(1) + (channel - 1) * 1816);
+    }
 }
 
 TEST_F(ChannelDb, OnlyZeroAndNumbersAboveFourHaveNoRecord)
@@ -330,8 +336,9 @@ TEST_F(ChannelDb, UpdateOfAChannelWritesThatChannelAlone)
     char value[] = "2500000000";
     EXPECT_EQ(orvanx->update_db(3, ODT_FREQ, value, sizeof value), 0);
     EXPECT_EQ(record(3).ANALOGOUTPUT.Frequency, 2.5e9);
-    for (int other : {1, 2, 4})
+    for (int other : {1, 2, 4}) {
         EXPECT_EQ(record(other).ANALOGOUTPUT.Frequency, 1e9);
+    }
 }
 
 TEST_F(ChannelDb, UpdateOfAChannelRefusesNoTextAndNoSize)
@@ -396,8 +403,9 @@ TEST_F(ChannelDb, AGroupOfElementsGetsOneValue)
     int tags[] = {ODT_FREQ_MAX, ODT_LIST_FREQ_MAX, ODT_FRS_START_MAX, ODT_FRS_STOP_MAX};
     char value[32] = "6000000000";
     orvanx->updateDBFeature(orvanx->get_channelDB(1), tags, 4, value, sizeof value);
-    for (int tag : tags)
+    for (int tag : tags) {
         EXPECT_EQ(text(1, tag), "6000000000");
+    }
     EXPECT_EQ(text(2, ODT_FREQ_MAX), "0");
 }
 
@@ -427,13 +435,15 @@ TEST_F(ChannelDb, AGroupWithAnythingMissingIsPassedOverSilently)
 TEST_F(ChannelDb, ThreadsMayWriteAndReadOneElement)
 {
     const auto write = [&](std::string value) {
-        for (int i = 0; i < 2000; ++i)
+        for (int i = 0; i < 2000; ++i) {
             orvanx->update_db(1, ODT_FREQ, value.data(), value.size() + 1);
+        }
     };
     std::thread first(write, "1000000000");
     std::thread second(write, "2000000000");
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < 2000; ++i) {
         text(1, ODT_FREQ);
+    }
     first.join();
     second.join();
     const std::string last = text(1, ODT_FREQ);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -44,8 +45,9 @@ extern "C" {
 int gettimeofday(timeval* now, void* zone) noexcept
 {
     static auto* const real = next<int(timeval*, void*)>("gettimeofday");
-    if (g_tap == nullptr)
+    if (g_tap == nullptr) {
         return real(now, zone);
+    }
     *now = g_tap->now;
     return 0;
 }
@@ -53,10 +55,12 @@ int gettimeofday(timeval* now, void* zone) noexcept
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
     static auto* const real = next<int(pthread_cond_t*, pthread_mutex_t*)>("pthread_cond_wait");
-    if (g_tap == nullptr)
+    if (g_tap == nullptr) {
         return real(condition, mutex);
-    if (g_tap->waits.empty())
+    }
+    if (g_tap->waits.empty()) {
         std::abort();
+    }
     return take_wait(*g_tap);
 }
 
@@ -64,8 +68,9 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, co
 {
     using TimedWait = int(pthread_cond_t*, pthread_mutex_t*, const timespec*);
     static auto* const real = next<TimedWait>("pthread_cond_timedwait");
-    if (g_tap == nullptr)
+    if (g_tap == nullptr) {
         return real(condition, mutex, deadline);
+    }
     g_tap->deadlines.push_back(*deadline);
     return g_tap->waits.empty() ? ETIMEDOUT : take_wait(*g_tap);
 }

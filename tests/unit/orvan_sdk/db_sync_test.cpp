@@ -1,7 +1,6 @@
 // What only the controller knows into the records.
-#include "setup_bench.h"
-
 #include "orvan_sdk/IOrvanDeviceManager.h"
+#include "setup_bench.h"
 
 using namespace orvan_test;
 using HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
@@ -31,8 +30,9 @@ protected:
 
     void expect_limit(int channel, const char* limit)
     {
-        for (int tag : {ODT_PWR_MIN, ODT_LIST_PWR_MIN, ODT_PRS_START_MIN, ODT_PRS_STOP_MIN})
+        for (int tag : {ODT_PWR_MIN, ODT_LIST_PWR_MIN, ODT_PRS_START_MIN, ODT_PRS_STOP_MIN}) {
             EXPECT_EQ(text(channel, tag), limit) << tag;
+        }
     }
 
     int apply_options(std::string options)
@@ -98,10 +98,12 @@ TEST_F(DatabaseSync, TheLastByteOfEachTextInTheSettingsIsLost)
     std::memset(&data, 'x', sizeof data);
     EXPECT_EQ(orvanx->apply_eeprom(2, &data), 0);
     const std::string kept(30, 'x');
-    for (int tag : {ODT_MANUFACT, ODT_FIRM, ODT_SCPI, ODT_INF_SERIAL})
+    for (int tag : {ODT_MANUFACT, ODT_FIRM, ODT_SCPI, ODT_INF_SERIAL}) {
         EXPECT_EQ(text(2, tag), kept);
-    for (const char* field : {data.description, data.fwVersion, data.scpiRevision, data.serialNum})
+    }
+    for (const char* field : {data.description, data.fwVersion, data.scpiRevision, data.serialNum}) {
         EXPECT_EQ(field, kept);
+    }
     EXPECT_EQ(data.modelName[30], 'x') << "not one that is written";
 }
 
@@ -137,8 +139,9 @@ TEST_F(DatabaseSync, AnOptionIsAWordBetweenCommasBehindBlanks)
         {",", 0},      {"   ", 0},   {"20G,MOD,BAT", 0},
     };
     for (const auto& [options, applied] : cases) {
-        for (int tag : {ODT_PWR_MIN, ODT_LIST_PWR_MIN, ODT_PRS_START_MIN, ODT_PRS_STOP_MIN})
+        for (int tag : {ODT_PWR_MIN, ODT_LIST_PWR_MIN, ODT_PRS_START_MIN, ODT_PRS_STOP_MIN}) {
             set(1, tag, "-30");
+        }
         logs.clear();
         EXPECT_EQ(apply_options(options), 0) << options;
         EXPECT_EQ(logs.count(LOG_INFO, "option LP applied"), applied) << options;
@@ -267,8 +270,9 @@ TEST_F(SyncWithDevice, TheOptionsOverruleTheSettings)
     filled_settings();
     std::strcpy(device.text, "40G,LP");
     orvanx->sync_db_to_orvanx(&arch);
-    for (int channel = 1; channel <= 2; ++channel)
+    for (int channel = 1; channel <= 2; ++channel) {
         expect_limit(channel, "-80");
+    }
     EXPECT_EQ(logs.lines(), Lines(2, {LOG_INFO, "option LP applied"}));
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <stdexcept>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -25,13 +26,15 @@ private:
         const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
         const uintptr_t first = reinterpret_cast<uintptr_t>(m_row) & ~(page - 1);
         const size_t size = reinterpret_cast<uintptr_t>(m_row + 1) - first;
-        if (mprotect(reinterpret_cast<void*>(first), size, PROT_READ | PROT_WRITE) != 0)
+        if (mprotect(reinterpret_cast<void*>(first), size, PROT_READ | PROT_WRITE) != 0) {
             throw std::runtime_error("the table stays read-only");
+        }
         // As volatile bytes: the compiler knows that a constant does not change.
         const auto* from = reinterpret_cast<const unsigned char*>(&row);
         auto* to = reinterpret_cast<volatile unsigned char*>(m_row);
-        for (size_t i = 0; i < sizeof row; ++i)
+        for (size_t i = 0; i < sizeof row; ++i) {
             to[i] = from[i];
+        }
     }
 
     Row* m_row;

@@ -1,14 +1,15 @@
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-
 #include <cmath>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <limits>
 #include <random>
 #include <string>
+
 #include <sys/mman.h>
 
+#include <gtest/gtest.h>
+
 #include "dataorvan.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 
 namespace {
 
@@ -76,10 +77,12 @@ double double_of(const char* text, double factor = 1.0)
 
 TEST(UpdateElement, OnlyThreeSpellingsAreOn)
 {
-    for (const char* on : {"ON", "On", "1"})
+    for (const char* on : {"ON", "On", "1"}) {
         EXPECT_EQ(switch_of(on), 1) << on;
-    for (const char* off : {"OFF", "0", "on", "oN", "", "2", "01", "1.0", "ON ", " ON", "TRUE", "-1"})
+    }
+    for (const char* off : {"OFF", "0", "on", "oN", "", "2", "01", "1.0", "ON ", " ON", "TRUE", "-1"}) {
         EXPECT_EQ(switch_of(off), 0) << off;
+    }
 }
 
 TEST(UpdateElement, ASwitchIsNotScaled)
@@ -347,8 +350,9 @@ std::string drawn_text(std::mt19937_64& random, ValueTypes type, int64_t factor)
         break;
     }
     std::string text(random() % kOrvanTextSize, ' ');
-    for (char& c : text)
+    for (char& c : text) {
         c = static_cast<char>(std::uniform_int_distribution(1, 255)(random));
+    }
     return text;
 }
 

@@ -1,3 +1,16 @@
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "flash_params.h"
 #include "orvan_sdk/IDeviceConnectionHandler.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
@@ -6,17 +19,6 @@
 #include "support/output_capture.h"
 #include "support/persistent_data_peer.h"
 #include "support/stand_ins.h"
-
-#include <algorithm>
-#include <csignal>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <optional>
-#include <ostream>
-#include <string>
-#include <syslog.h>
-#include <unistd.h>
-#include <vector>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
@@ -148,8 +150,9 @@ TEST_F(FlashParams, ComeFromTheRecordAndTheNetworkSetUp)
         row_of('P', "A-1"),
         std::string(32, '\0'),
     };
-    for (size_t line = 0; line < FP_MAX_LINE; ++line)
+    for (size_t line = 0; line < FP_MAX_LINE; ++line) {
         EXPECT_EQ(row(line), expected[line]) << line;
+    }
     EXPECT_EQ(logs.lines(),
               (std::vector<LogLine>{{LOG_INFO, "[CPersistentData] readData modelname = OVX3651P"},
                                     {LOG_INFO, "[CPersistentData] readData hostname = OVX3651P-230042"}}));
@@ -172,8 +175,9 @@ TEST_F(FlashParams, ArePrinted)
 TEST_F(FlashParams, OfAnEmptyRecordAreLettersOnly)
 {
     set_flash_params();
-    for (size_t line = 0; line < FP_MAX_LINE; ++line)
+    for (size_t line = 0; line < FP_MAX_LINE; ++line) {
         EXPECT_EQ(row(line), row_of(flash_ids[line], line == 4 ? "OFF" : "")) << line;
+    }
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "[CPersistentData] readData modelname = "},
                                                   {LOG_INFO, "[CPersistentData] readData hostname = "}}));
 }
@@ -196,10 +200,12 @@ TEST_F(FlashParams, AFullTextFillsItsRow)
     std::memset(net, 'y', sizeof *net);
     settings->options = 0;
     set_flash_params();
-    for (const size_t line : {0u, 1u, 2u, 3u})
+    for (const size_t line : {0u, 1u, 2u, 3u}) {
         EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(31, 'y'))) << line;
-    for (const size_t line : {5u, 6u, 7u, 8u, 9u, 11u, 12u, 14u, 15u})
+    }
+    for (const size_t line : {5u, 6u, 7u, 8u, 9u, 11u, 12u, 14u, 15u}) {
         EXPECT_EQ(row(line), row_of(flash_ids[line], std::string(31, 'x'))) << line;
+    }
     EXPECT_EQ(row(13), row_of('Y', "x"));
     EXPECT_EQ(row(16), std::string(32, '\0'));
 }
@@ -306,10 +312,11 @@ TEST_F(FlashParams, TheOptionTextOfEachBitOfEachPlatform)
     };
     for (const auto& platform : platforms) {
         table.assign(platform.table, platform.table + kOptionRows);
-        for (unsigned bit = 4; bit < 16; ++bit)
+        for (unsigned bit = 4; bit < 16; ++bit) {
             EXPECT_STREQ(option_text(static_cast<uint16_t>(1U << bit)).c_str(),
                          platform.words[bit - 4].c_str())
                 << bit;
+        }
     }
 }
 
@@ -352,8 +359,9 @@ TEST_F(FlashParams, UpdatingATablePutsThePresentValuesIntoItsDefaults)
         {0, 16, 1, 9, "D"}, {0, 200, 1, 9, "E"}, {15, 1, 1, 9, ""}, {16, 1, 1, 9, ""}, {255, 255, 1, 9, ""}};
     (*peer)->updateOptTable(odd.data(), odd.size(), 0xa5d6);
     const unsigned expected[] = {6, 0, 1, 7, 0xa5, 0xd6, 0xd6, 1, 0, 0};
-    for (size_t i = 0; i < odd.size(); ++i)
+    for (size_t i = 0; i < odd.size(); ++i) {
         EXPECT_EQ(odd[i].defaults, expected[i]) << i;
+    }
     EXPECT_EQ(odd[3].bitNum, 3);
     EXPECT_EQ(odd[3].modify, 0);
     EXPECT_STREQ(odd[4].symbol, "C");
@@ -398,8 +406,9 @@ TEST_F(FlashParams, CodesOfFrequencies)
 {
     const std::pair<int, uint8_t> rows[] = {{3, 3},   {6, 6}, {8, 8}, {12, 12}, {14, 13}, {20, 14},
                                             {40, 15}, {7, 0}, {0, 0}, {-1, 0},  {41, 0}};
-    for (const auto& [freq, code] : rows)
+    for (const auto& [freq, code] : rows) {
         EXPECT_EQ((*peer)->Freq2Mask(freq), code) << freq;
+    }
 }
 
 TEST_F(FlashParams, AModelSetsItsFactsAndLeavesTheRestAlone)

@@ -1,12 +1,13 @@
 // Every row that a module answers: what reaches the module, and what comes back, byte for byte.
-#include "front_end_bench.h"
-
-#include <gmock/gmock.h>
 #include <mutex>
 #include <set>
-#include <unistd.h>
 #include <utility>
 
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "support/header_forms.h"
 
@@ -151,9 +152,11 @@ protected:
     static std::vector<ForwardedHeader> headers()
     {
         std::vector<ForwardedHeader> of_group;
-        for (const ForwardedHeader& header : kHeaders)
-            if (std::string_view(header.group) == GetParam())
+        for (const ForwardedHeader& header : kHeaders) {
+            if (std::string_view(header.group) == GetParam()) {
                 of_group.push_back(header);
+            }
+        }
         return of_group;
     }
 
@@ -180,46 +183,57 @@ TEST(ForwardedRowsOfTheTable, AreTheseAndNoOthers)
 {
     std::set<std::string> expected;
     for (const ForwardedHeader& header : kHeaders) {
-        if (header.parameters != nullptr)
+        if (header.parameters != nullptr) {
             expected.insert(header.pattern);
-        if (header.answer != nullptr)
+        }
+        if (header.answer != nullptr) {
             expected.insert(std::string(header.pattern) + "?");
+        }
     }
     EXPECT_EQ(expected.size(), kForwardedRows);
     std::set<std::string> forwarded;
-    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
-        if (row->callback == OrvanX_cmdBypass)
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
+        if (row->callback == OrvanX_cmdBypass) {
             forwarded.insert(row->pattern);
+        }
+    }
     EXPECT_EQ(forwarded, expected);
 }
 
 TEST_P(ForwardedRows, ReachTheModuleInEveryForm)
 {
     for (const ForwardedHeader& header : headers()) {
-        if (header.parameters != nullptr)
-            for (const std::string& form : header_forms(header.pattern))
+        if (header.parameters != nullptr) {
+            for (const std::string& form : header_forms(header.pattern)) {
                 expect_passed_on(with(form, header.parameters), "+OK\r\n", "+OK\r\n");
-        if (header.answer != nullptr)
-            for (const std::string& form : header_forms(header.pattern))
+            }
+        }
+        if (header.answer != nullptr) {
+            for (const std::string& form : header_forms(header.pattern)) {
                 expect_passed_on(form + "?", std::string(header.answer) + ";+OK\r\n",
                                  std::string(header.answer) + ";+OK\r\n");
+            }
+        }
     }
 }
 
 TEST_P(ForwardedRows, LeaveTheirParametersToTheModule)
 {
-    for (const ForwardedHeader& header : headers())
+    for (const ForwardedHeader& header : headers()) {
         for (const std::string parameters : kWrongParameters) {
-            if (header.parameters != nullptr)
+            if (header.parameters != nullptr) {
                 expect_passed_on(with(short_header(header.pattern), parameters), kRefusal, kRefusal);
-            if (header.answer != nullptr)
+            }
+            if (header.answer != nullptr) {
                 expect_passed_on(with(short_header(header.pattern) + "?", parameters), kRefusal, kRefusal);
+            }
         }
+    }
 }
 
 TEST_P(ForwardedRows, FormsWithoutARowReachNobody)
 {
-    for (const ForwardedHeader& header : headers())
+    for (const ForwardedHeader& header : headers()) {
         for (const std::string& form : header_forms(header.pattern)) {
             if (header.parameters == nullptr && !kSetByTheController.contains(header.pattern)) {
                 EXPECT_EQ(ask(with(form, "1")), kUndefined) << form;
@@ -228,6 +242,7 @@ TEST_P(ForwardedRows, FormsWithoutARowReachNobody)
                 EXPECT_EQ(ask(form + "?"), kUndefined) << form;
             }
         }
+    }
     EXPECT_EQ(module.connections(), 0u);
 }
 

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <scpi/scpi.h>
 
 #include "orvan_sdk/orvan_sdk.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
@@ -19,6 +18,7 @@
 #include "support/log_capture.h"
 #include "support/loopback.h"
 #include "support/scripted_module.h"
+#include <scpi/scpi.h>
 
 namespace orvan_test {
 
@@ -35,8 +35,9 @@ protected:
     {
         std::signal(SIGPIPE, SIG_IGN);
         orvanx = Scpi_Orvanx::getInstance();
-        for (int index = 0; index < kMaxChannels; ++index)
+        for (int index = 0; index < kMaxChannels; ++index) {
             put_module_behind(index + 1, module);
+        }
         orvanx->setSelectedChannel(1);
         speak_as(client);
     }
@@ -87,9 +88,10 @@ protected:
     std::vector<std::string> take_errors()
     {
         std::vector<std::string> errors;
-        for (scpi_error_t error; SCPI_ErrorPop(&scpi_context, &error); SCPI_ErrorFree(&error))
+        for (scpi_error_t error; SCPI_ErrorPop(&scpi_context, &error); SCPI_ErrorFree(&error)) {
             errors.push_back(std::to_string(error.error_code) + " " +
                              (error.device_dependent_info != nullptr ? error.device_dependent_info : ""));
+        }
         return errors;
     }
 
@@ -97,17 +99,20 @@ protected:
     std::vector<std::string> take_error_lines()
     {
         std::vector<std::string> texts;
-        for (const LogLine& line : logs.lines())
-            if (line.priority == LOG_ERR)
+        for (const LogLine& line : logs.lines()) {
+            if (line.priority == LOG_ERR) {
                 texts.push_back(line.text);
+            }
+        }
         logs.clear();
         return texts;
     }
 
     std::string write_and_flush(std::initializer_list<std::string> pieces)
     {
-        for (const std::string& piece : pieces)
+        for (const std::string& piece : pieces) {
             EXPECT_EQ(SCPI_Write(&scpi_context, piece.data(), piece.size()), piece.size());
+        }
         SCPI_Flush(&scpi_context);
         return read_ready(client.client());
     }

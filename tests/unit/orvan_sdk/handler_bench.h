@@ -28,8 +28,9 @@ protected:
     std::string all_bytes()
     {
         std::string all;
-        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel)
+        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel) {
             all += bytes(channel);
+        }
         return all;
     }
 

@@ -1,12 +1,13 @@
 // Every row that the controller answers: its reply, byte for byte, and what it asks of modules and device.
-#include "handler_bench.h"
-
-#include <gmock/gmock.h>
 #include <mutex>
 #include <set>
-#include <unistd.h>
 #include <utility>
 
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "handler_bench.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "support/header_forms.h"
@@ -170,9 +171,11 @@ protected:
     static std::vector<LocalRow> rows()
     {
         std::vector<LocalRow> of_group;
-        for (const LocalRow& row : kRows)
-            if (std::string_view(row.group) == GetParam())
+        for (const LocalRow& row : kRows) {
+            if (std::string_view(row.group) == GetParam()) {
                 of_group.push_back(row);
+            }
+        }
         return of_group;
     }
 
@@ -181,8 +184,9 @@ protected:
     {
         const std::lock_guard lock(m_mutex);
         std::vector<std::string> all = std::exchange(m_requests, {});
-        if (std::string_view(row.pattern) == "*RST" && all.size() > 4)
+        if (std::string_view(row.pattern) == "*RST" && all.size() > 4) {
             all.resize(4);
+        }
         return all;
     }
 
@@ -210,13 +214,16 @@ private:
 TEST(LocalRowsOfTheTable, AreTheseAndNoOthers)
 {
     std::set<std::string> expected = kUpdateRows;
-    for (const LocalRow& row : kRows)
+    for (const LocalRow& row : kRows) {
         expected.insert(row.pattern);
+    }
     EXPECT_EQ(expected.size(), kLocalRows);
     std::set<std::string> local;
-    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
-        if (row->callback != OrvanX_cmdBypass)
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
+        if (row->callback != OrvanX_cmdBypass) {
             local.insert(row->pattern);
+        }
+    }
     EXPECT_EQ(local, expected);
 }
 
@@ -250,8 +257,9 @@ TEST_P(LocalRows, RefuseAParameterTooManyBehindTheFact)
 TEST_P(LocalRows, RefuseAParameterTooFewAndDoNothing)
 {
     for (const LocalRow& row : rows()) {
-        if (row.kind == Kind::kNothing)
+        if (row.kind == Kind::kNothing) {
             continue;
+        }
         std::string parameters = row.parameters;
         for (size_t last; !parameters.empty();) {
             last = parameters.find_last_of(',');
@@ -265,26 +273,30 @@ TEST_P(LocalRows, RefuseAParameterTooFewAndDoNothing)
 
 TEST_P(LocalRows, RefuseAParameterOfAnotherKindAndDoNothing)
 {
-    for (const LocalRow& row : rows())
+    for (const LocalRow& row : rows()) {
         for (const WrongText& wrong : kWrongTexts) {
-            if (wrong.kind != row.kind)
+            if (wrong.kind != row.kind) {
                 continue;
+            }
             const std::string line = with(short_header(row.pattern), wrong.text);
             EXPECT_EQ(ask(line), reply_of(std::string("-ERR ") + wrong.error)) << line;
             expect_nothing_done(row, line);
         }
+    }
 }
 
 TEST_P(LocalRows, FormsWithoutARowAreUndefined)
 {
     std::set<std::string> patterns;
-    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
         patterns.insert(row->pattern);
+    }
     for (const LocalRow& row : rows()) {
         std::string other = row.pattern;
         other.ends_with('?') ? other.pop_back() : other.push_back('?');
-        if (patterns.contains(other))
+        if (patterns.contains(other)) {
             continue;
+        }
         for (const std::string& form : header_forms(other)) {
             EXPECT_EQ(ask(form), kUndefined);
             expect_nothing_done(row, form);
@@ -295,8 +307,9 @@ TEST_P(LocalRows, FormsWithoutARowAreUndefined)
 TEST_P(LocalRows, AnswerForAModuleThatIsNotThere)
 {
     const int closed = listen_on_loopback();
-    for (uint32_t& port : orvanx->m_OrvanXport)
+    for (uint32_t& port : orvanx->m_OrvanXport) {
         port = static_cast<uint32_t>(local_port(closed));
+    }
     close(closed);
     for (const LocalRow& row : rows()) {
         const std::string line = with(short_header(row.pattern), row.parameters);

@@ -14,8 +14,9 @@ class ManyModulesBench : public HandlerBench {
 protected:
     explicit ManyModulesBench(int channels = kMaxChannels) : HandlerBench(channels)
     {
-        for (int channel = 1; channel <= kMaxChannels; ++channel)
+        for (int channel = 1; channel <= kMaxChannels; ++channel) {
             put_module_behind(channel, modules[channel - 1]);
+        }
     }
 
     /** Nobody listens behind this channel from now on. */
@@ -30,8 +31,9 @@ protected:
     size_t connections()
     {
         size_t all = 0;
-        for (const ScriptedModule& each : modules)
+        for (const ScriptedModule& each : modules) {
             all += each.connections();
+        }
         return all;
     }
 

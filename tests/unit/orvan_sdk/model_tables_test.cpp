@@ -1,9 +1,10 @@
-#include "orvan_sdk/IOrvanDeviceManager.h"
-
-#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orvan_sdk/IOrvanDeviceManager.h"
 
 using namespace HaldeElec::Orvan;
 
@@ -21,8 +22,9 @@ std::string row_text(const sDevArch_t& row)
 std::vector<std::string> rows_of(const sDevArch_t* table)
 {
     std::vector<std::string> rows;
-    for (; table->model != nullptr; ++table)
+    for (; table->model != nullptr; ++table) {
         rows.push_back(row_text(*table));
+    }
     EXPECT_EQ(table->maxFrequency, 0u);
     EXPECT_EQ(table->channelsNo, 0);
     EXPECT_EQ(table->protocol, 0);

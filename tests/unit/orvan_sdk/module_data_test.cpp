@@ -1,10 +1,9 @@
 // What the module service learns of the network and of its modules.
-#include "records_bench.h"
-
 #include <fstream>
 #include <sstream>
 
 #include "orvan_sdk/lxi/PersistentData.h"
+#include "records_bench.h"
 
 using namespace orvan_test;
 using HaldeElec::Orvan::CPersistentData;

@@ -1,14 +1,15 @@
-#include "front_end_bench.h"
-
-#include <arpa/inet.h>
 #include <chrono>
 #include <fstream>
-#include <gmock/gmock.h>
+#include <thread>
+
+#include <arpa/inet.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
+
+#include "front_end_bench.h"
 #include "socket_tap.h"
 #include "support/rendezvous.h"
 
@@ -35,12 +36,14 @@ public:
 
     ~FullListener()
     {
-        if (m_refuser.joinable())
+        if (m_refuser.joinable()) {
             m_refuser.join();
-        else
+        } else {
             close(m_listener);
-        for (int fd : m_fillers)
+        }
+        for (int fd : m_fillers) {
             close(fd);
+        }
     }
 
     int port() const { return m_port; }
@@ -50,8 +53,9 @@ public:
     {
         m_refuser = std::thread([this, before = hanging()] {
             const auto deadline = steady_clock::now() + std::chrono::seconds(4);
-            while (hanging() <= before && steady_clock::now() < deadline)
+            while (hanging() <= before && steady_clock::now() < deadline) {
                 std::this_thread::sleep_for(milliseconds(5));
+            }
             close(m_listener);
         });
     }
@@ -64,8 +68,9 @@ private:
         std::snprintf(wanted, sizeof wanted, "0100007F:%04X 02 ", static_cast<unsigned>(m_port));
         std::ifstream table("/proc/net/tcp");
         size_t count = 0;
-        for (std::string line; std::getline(table, line);)
+        for (std::string line; std::getline(table, line);) {
             count += line.find(wanted) != std::string::npos ? 1 : 0;
+        }
         return count;
     }
 
@@ -96,8 +101,9 @@ protected:
     std::vector<LogLine> info(std::initializer_list<const char*> texts)
     {
         std::vector<LogLine> lines;
-        for (const char* text : texts)
+        for (const char* text : texts) {
             lines.push_back({LOG_INFO, text});
+        }
         return lines;
     }
 
@@ -116,8 +122,9 @@ TEST_F(ModuleLink, ReplyComesBackWhole)
 
 TEST_F(ModuleLink, EveryRequestIsAConnectionOfItsOwn)
 {
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         ask_module("*OPC?\r\n");
+    }
     module_done(3);
     EXPECT_EQ(module.connections(), 3u);
 }
@@ -293,18 +300,21 @@ protected:
     bool reach()
     {
         getrlimit(RLIMIT_NOFILE, &m_limit);
-        if (m_limit.rlim_max < 4096)
+        if (m_limit.rlim_max < 4096) {
             return false;
+        }
         const rlimit raised{4096, m_limit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &raised);
-        while (m_fillers.empty() || m_fillers.back() < 2047)
+        while (m_fillers.empty() || m_fillers.back() < 2047) {
             m_fillers.push_back(dup(STDERR_FILENO));
+        }
         return true;
     }
     ~HighDescriptor() override
     {
-        for (int fd : m_fillers)
+        for (int fd : m_fillers) {
             close(fd);
+        }
         setrlimit(RLIMIT_NOFILE, &m_limit);
     }
 
@@ -315,8 +325,9 @@ private:
 
 TEST_F(HighDescriptor, WaitsForTheConnectionLikeAnyOther)
 {
-    if (!reach())
+    if (!reach()) {
         GTEST_SKIP() << "this machine allows no descriptor above 1023";
+    }
     FullListener busy;
     busy.refuse_next();
     EXPECT_EQ(ask_module("x\r\n", busy.port()), "-ERR Unable to connect");
@@ -333,10 +344,12 @@ TEST_F(ModuleLink, ConversationsRunSideBySideTowardsOneModule)
     module.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
     std::vector<std::thread> askers;
     std::atomic<int> good = 0;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         askers.emplace_back([&] { good += ask_module("x\r\n") == "+OK\r\n" ? 1 : 0; });
-    for (std::thread& asker : askers)
+    }
+    for (std::thread& asker : askers) {
         asker.join();
+    }
     EXPECT_EQ(good, 8);
     EXPECT_TRUE(all.everybody_met());
     module_done(8);

@@ -1,7 +1,6 @@
-#include "front_end_bench.h"
-
 #include <chrono>
 
+#include "front_end_bench.h"
 #include "support/rendezvous.h"
 
 using namespace orvan_test;
@@ -66,8 +65,9 @@ TEST_F(ModuleReadiness, AModuleThatClosesAtOnceIsLive)
 
 TEST_F(ModuleReadiness, NumbersOutsideOneToFourDoNothing)
 {
-    for (int channels : {0, 5, -1})
+    for (int channels : {0, 5, -1}) {
         EXPECT_LT(time_of([&] { orvanx->wait_for_channels_ready(channels, 60); }), std::chrono::seconds(30));
+    }
     EXPECT_EQ(module.connections(), 0u);
     EXPECT_EQ(live(), (std::vector<bool>{false, false, false, false}));
 }

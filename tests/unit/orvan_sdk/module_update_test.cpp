@@ -1,17 +1,18 @@
-#include "update_bench.h"
-
 #include <cerrno>
 #include <chrono>
+#include <thread>
+
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <mqueue.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
 
 #include "array_new_tap.h"
 #include "readdir_tap.h"
 #include "support/output_capture.h"
+#include "update_bench.h"
 
 using namespace orvan_test;
 using testing::IsEmpty;
@@ -64,9 +65,11 @@ protected:
     Lines lines(int priority)
     {
         Lines texts;
-        for (const LogLine& line : logs.lines())
-            if (line.priority == priority && !line.text.starts_with("checkOrvanReply"))
+        for (const LogLine& line : logs.lines()) {
+            if (line.priority == priority && !line.text.starts_with("checkOrvanReply")) {
                 texts.push_back(line.text);
+            }
+        }
         return texts;
     }
 
@@ -81,8 +84,9 @@ protected:
 
     void expect_sent(const std::string& request)
     {
-        for (int index = 0; index < 3; ++index)
+        for (int index = 0; index < 3; ++index) {
             EXPECT_EQ(modules[index].requests(), Lines{request}) << index;
+        }
         EXPECT_EQ(modules[3].connections(), 0u) << "not installed";
     }
 };
@@ -141,8 +145,9 @@ TEST_F(ModuleUpdate, FpgaVerdictIsThatOfTheLastModule)
         expect_request(fpga_request("abc", "3"), row.answers);
         EXPECT_EQ(orvanx->sendFPGAUpdateSCPICommandtoOrvanX(), row.result) << row.answers[0];
     }
-    for (const ScriptedModule& each : {std::cref(modules[0]), std::cref(modules[1]), std::cref(modules[2])})
+    for (const ScriptedModule& each : {std::cref(modules[0]), std::cref(modules[1]), std::cref(modules[2])}) {
         EXPECT_EQ(each.connections(), std::size(rows));
+    }
 }
 
 TEST_F(ModuleUpdate, AModuleThatClosesWithoutAWordHasTakenTheImage)
@@ -232,8 +237,9 @@ TEST_F(ModuleUpdate, AnFpgaImageThatCannotBeReadIsSentAllTheSameAndForgottenWith
     const ShortFile file(kFpgaName);
     const OutputCapture errors(STDERR_FILENO);
     const size_t request_size = fpga_request(std::string(80, ' '), "80").size();
-    for (ScriptedModule& each : modules)
+    for (ScriptedModule& each : modules) {
         each.then(ModuleAnswer::reply_to_block(request_size, kAccepted));
+    }
     EXPECT_TRUE(orvanx->sendFPGAUpdateSCPICommandtoOrvanX());
     EXPECT_EQ(errors.text(), "Error: Could not read file!\n");
     const Lines all = lines(LOG_INFO);
@@ -298,8 +304,9 @@ TEST_F(ModuleUpdate, SoftwareIsTheNewestFileWithTheWordAndNoFolder)
     // The file system's clock has steps of some milliseconds.
     for (int tries = 0; tries < 1000; ++tries) {
         put_image("b_ovx_module", "first");
-        if (changed("b_ovx_module") > changed("c_ovx_module"))
+        if (changed("b_ovx_module") > changed("c_ovx_module")) {
             break;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     put_image("OVX_MODULE", "no");
@@ -388,13 +395,15 @@ TEST_F(ModuleUpdate, NoMoreThanFourModulesAreAskedHoweverManyAreClaimed)
 {
     orvanx->setNumberofChannels(kMaxChannels + 1);
     put_image(kSoftwareName, "abc");
-    for (ScriptedModule& each : modules)
+    for (ScriptedModule& each : modules) {
         each.always(ModuleAnswer::reply(kAccepted));
+    }
     EXPECT_TRUE(orvanx->sendSoftwareUpdate());
     logs.clear();
     EXPECT_TRUE(orvanx->sendDeviceRestart());
-    for (ScriptedModule& each : modules)
+    for (ScriptedModule& each : modules) {
         EXPECT_EQ(each.requests(), (Lines{software_request("abc"), kRestart}));
+    }
     EXPECT_EQ(lines(LOG_INFO), (Lines{"sendDeviceRestart start", "Sending restart command to OrvanX module 0",
                                       "Sending restart command to OrvanX module 1",
                                       "Sending restart command to OrvanX module 2",
@@ -407,8 +416,9 @@ TEST_F(ModuleUpdate, ModulesAreRestartedOnceAllHaveTheSoftware)
     put_image(kSoftwareName, "abc");
     expect_request(software_request("abc"), kAllAccept);
     EXPECT_TRUE(orvanx->sendSWUpdateToOrvanX());
-    for (int index = 0; index < 3; ++index)
+    for (int index = 0; index < 3; ++index) {
         EXPECT_EQ(modules[index].requests(), (Lines{software_request("abc"), kRestart}));
+    }
     const Lines all = lines(LOG_INFO);
     EXPECT_EQ(all.front(), "sendSoftwareUpdateAndRestart start");
     EXPECT_EQ(all[1], "sendSoftwareUpdate start");

@@ -1,30 +1,32 @@
-#include "orvan_sdk/nullEeprom/nullEeprom.h"
-#include "support/output_capture.h"
-#include "support/private_home.h"
-
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <numeric>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
-#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orvan_sdk/nullEeprom/nullEeprom.h"
+#include "support/output_capture.h"
+#include "support/private_home.h"
 
 using orvan_test::OutputCapture;
 using orvan_test::PrivateHome;
@@ -50,8 +52,9 @@ bool g_recording = false;
 
 bool fails(const char* name)
 {
-    if (g_failing != name)
+    if (g_failing != name) {
         return false;
+    }
     errno = EIO;
     return true;
 }
@@ -67,23 +70,26 @@ Function* next(const char* name)
 // They stand ahead of the C library's for the whole program.
 extern "C" int flock(int fd, int operation) noexcept
 {
-    if (g_recording)
+    if (g_recording) {
         g_calls.push_back("flock " + std::to_string(operation));
+    }
     return fails("flock") ? -1 : next<int(int, int)>("flock")(fd, operation);
 }
 
 extern "C" long ftell(FILE* file)
 {
-    if (fails("ftell"))
+    if (fails("ftell")) {
         return -1;
+    }
     return next<long(FILE*)>("ftell")(file) + (g_failing == "longer ftell" ? 5 : 0);
 }
 
 extern "C" int fsync(int fd)
 {
-    if (g_recording)
+    if (g_recording) {
         g_calls.push_back("fsync " +
                           std::to_string(std::filesystem::file_size("/proc/self/fd/" + std::to_string(fd))));
+    }
     return next<int(int)>("fsync")(fd);
 }
 
@@ -106,8 +112,9 @@ class FileStore : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!home.refusal().empty())
+        if (!home.refusal().empty()) {
             GTEST_SKIP() << home.refusal();
+        }
         store = std::make_unique<NullEeprom>();
     }
     void TearDown() override
@@ -135,9 +142,11 @@ protected:
     {
         std::istringstream text(err.text());
         std::string own;
-        for (std::string line; std::getline(text, line);)
-            if (!line.starts_with("=="))
+        for (std::string line; std::getline(text, line);) {
+            if (!line.starts_with("==")) {
                 own += line + '\n';
+            }
+        }
         return own;
     }
     /** init of a store in which something is amiss. */
@@ -289,13 +298,15 @@ public:
     {
         void* piece = nullptr;
         while (m_pieces.size() < 16 &&
-               (piece = mmap(nullptr, kPiece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) != MAP_FAILED)
+               (piece = mmap(nullptr, kPiece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) != MAP_FAILED) {
             m_pieces.push_back(piece);
+        }
     }
     ~LargeAddresses()
     {
-        for (void* const piece : m_pieces)
+        for (void* const piece : m_pieces) {
             munmap(piece, kPiece);
+        }
     }
     LargeAddresses(const LargeAddresses&) = delete;
     LargeAddresses& operator=(const LargeAddresses&) = delete;
@@ -310,8 +321,9 @@ TEST_F(FileStore, AFileTooLargeForTheMemoryFails)
     fs::create_directories(kFolder);
     std::ofstream(kFile) << "x";
     constexpr uintmax_t kHuge = sizeof(long) > 4 ? uintmax_t{1} << 60 : uintmax_t{LONG_MAX}; // for ftell()
-    if (truncate(kFile.c_str(), static_cast<off_t>(kHuge)) != 0)
+    if (truncate(kFile.c_str(), static_cast<off_t>(kHuge)) != 0) {
         fs::resize_file(kFile, uintmax_t{1} << 50);
+    }
     const auto size = fs::file_size(kFile);
     const LargeAddresses taken;
     EXPECT_EQ(failed_init(), "NullEeprom malloc " + std::to_string(size) + " failed\n");
@@ -515,8 +527,9 @@ TEST_F(FileStore, AWriterTruncatesAndThenWaitsForTheLock)
     ASSERT_EQ(flock(other, LOCK_EX), 0);
 
     std::thread writer([&] { EXPECT_TRUE(store->write(0, counting(10, 100).data(), 10)); });
-    while (fs::file_size(kFile) != 0)
+    while (fs::file_size(kFile) != 0) {
         std::this_thread::yield();
+    }
     NullEeprom reader;
     EXPECT_TRUE(reader.init()) << "a reader takes no lock";
     EXPECT_EQ(reader.size(), 0u);

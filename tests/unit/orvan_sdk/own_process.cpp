@@ -1,15 +1,17 @@
 #include "own_process.h"
 
-#include "support/output_capture.h"
-
 #include <cerrno>
 #include <cstring>
-#include <gtest/gtest.h>
-#include <spawn.h>
 #include <string>
+#include <vector>
+
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/output_capture.h"
 
 namespace orvan_test {
 namespace {
@@ -29,9 +31,11 @@ std::string running_case()
 std::vector<char*> environment()
 {
     std::vector<char*> kept;
-    for (char** variable = environ; *variable != nullptr; ++variable)
-        if (std::strncmp(*variable, "GTEST_", 6) != 0)
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        if (std::strncmp(*variable, "GTEST_", 6) != 0) {
             kept.push_back(*variable);
+        }
+    }
     kept.push_back(nullptr);
     return kept;
 }
@@ -44,8 +48,9 @@ int run(const std::string& name)
     char* arguments[] = {program.data(), filter.data(), nullptr};
     pid_t child = 0;
     int status = -1;
-    if (posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment().data()) == 0)
+    if (posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment().data()) == 0) {
         waitpid(child, &status, 0);
+    }
     return status;
 }
 
@@ -53,8 +58,9 @@ int run(const std::string& name)
 
 void run_in_own_process()
 {
-    if (!shares_its_process())
+    if (!shares_its_process()) {
         return;
+    }
     int status = -1;
     std::string printed;
     {
@@ -63,8 +69,9 @@ void run_in_own_process()
         status = run(running_case());
         printed = out.text() + err.text();
     }
-    if (status != 0)
+    if (status != 0) {
         FAIL() << "in a process of its own, with wait status " << status << ":\n" << printed;
+    }
     GTEST_SKIP() << "has passed in a process of its own";
 }
 

@@ -1,11 +1,11 @@
 // Setups as files: stored, recalled, cleared, validated, and the one that is recalled at boot.
-#include "setup_bench.h"
-
 #include <climits>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+
+#include "setup_bench.h"
 
 using namespace orvan_test;
 
@@ -46,8 +46,9 @@ protected:
     }
     void write_all(int setup, const std::string& json = "{}")
     {
-        for (int channel = 1; channel <= kMaxChannels; ++channel)
+        for (int channel = 1; channel <= kMaxChannels; ++channel) {
             files.write_preset(channel, setup, json);
+        }
     }
     void put_folder_at(const fs::path& path) { fs::create_directory(path); }
 };
@@ -64,8 +65,9 @@ TEST_F(PresetStore, ThePathHasTheChannelsFolderAndTheSetupsNumber)
 
 TEST_F(PresetStore, SetupZeroIsOneFileForEveryChannel)
 {
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(path_of(channel, 0), "/home/orvan/halde/json/ch0.json");
+    }
 }
 
 TEST_F(PresetStore, APathThatDoesNotFitIsCut)
@@ -161,8 +163,9 @@ TEST_F(PresetStore, AFailedChannelIsLoggedAndTheOthersAreStored)
     fs::remove(files.halde() / "preset/2");
     std::ofstream(files.halde() / "preset/2") << "a file in the folder's place";
     fs::remove(files.halde() / "preset/4");
-    for (int channel : {2, 3})
+    for (int channel : {2, 3}) {
         set(channel, ODT_RF_OUT, "ON");
+    }
     EXPECT_EQ(orvanx->database_store(3), -1);
     EXPECT_EQ(logs.lines(),
               (Lines{{LOG_ERR, "Store failed: Mod 2, Index 3"}, {LOG_ERR, "Store failed: Mod 4, Index 3"}}));
@@ -187,8 +190,9 @@ TEST_F(PresetStore, AStoreThatFailsLeavesTheFormerFileAndNoDraft)
 TEST_F(PresetStore, SetupZeroFillsEveryChannelFromTheOneFile)
 {
     files.write_factory_setup(R"({"ANALOGOUTPUT": {"Frequency": 4711}})");
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         set(channel, ODT_PWR, std::to_string(channel));
+    }
     const size_t before = files.opened("json/ch0.json");
     EXPECT_EQ(orvanx->database_recall(0), 0);
     EXPECT_EQ(files.opened("json/ch0.json") - before, 4u);
@@ -208,30 +212,36 @@ TEST_F(PresetStore, EveryChannelGetsItsOwnValuesBack)
     ORVAN_CONFIG before[4];
     for (int channel = 1; channel <= 4; ++channel) {
         before[channel - 1] = stored(channel, 2);
-        for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag)
+        for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
             set(channel, tag, "99");
+        }
     }
     EXPECT_EQ(orvanx->database_recall(2), 0);
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(changed(before[channel - 1], channel), Elements{});
+    }
 }
 
 TEST_F(PresetStore, AllValuesThenAllStatesGoToALiveChannelAndThenToTheNext)
 {
-    for (int channel : {1, 3, 4})
+    for (int channel : {1, 3, 4}) {
         set_sent_setup(channel);
+    }
     set(3, ODT_PWR, "3");
     set(4, ODT_PWR, "4");
     orvanx->set_powerOnRestore(true);
     ASSERT_EQ(orvanx->database_store(1), 0);
-    for (int channel : {1, 3, 4})
+    for (int channel : {1, 3, 4}) {
         orvanx->m_isLive[channel - 1] = true;
+    }
     EXPECT_EQ(orvanx->database_recall(1), 0);
 
     Requests expected;
-    for (const char* power : {":POWer -12.75\r\n", ":POWer 3\r\n", ":POWer 4\r\n"})
-        for (const std::string& request : requests_of_setup())
+    for (const char* power : {":POWer -12.75\r\n", ":POWer 3\r\n", ":POWer 4\r\n"}) {
+        for (const std::string& request : requests_of_setup()) {
             expected.push_back(request.starts_with(":POWer") ? power : request);
+        }
+    }
     EXPECT_EQ(module.requests(), expected);
 }
 
@@ -392,8 +402,9 @@ TEST_F(PresetStore, OnlyInstalledChannelsAreRecalledAndCleared)
 TEST_F(PresetStore, SixAndAboveAreInvalidWithoutALine)
 {
     write_all(6);
-    for (int setup : {6, 7, 255, INT_MAX})
+    for (int setup : {6, 7, 255, INT_MAX}) {
         EXPECT_EQ(orvanx->validate_DB_files(setup), -1) << setup;
+    }
     EXPECT_EQ(logs.lines(), Lines{});
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+
 #include <dirent.h>
 #include <dlfcn.h>
 
@@ -15,8 +16,9 @@ std::atomic<int> g_error = 0;
 extern "C" dirent* readdir(DIR* folder)
 {
     static auto* const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir64"));
-    if (g_error == 0)
+    if (g_error == 0) {
         return real(folder);
+    }
     errno = g_error;
     return nullptr;
 }

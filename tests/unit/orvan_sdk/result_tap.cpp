@@ -1,7 +1,6 @@
 #include "result_tap.h"
 
 #include "support/next_symbol.h"
-
 #include <scpi/result.h>
 
 using orvan_test::next_symbol;
@@ -13,8 +12,9 @@ orvan_test::ResultTap* active = nullptr;
 // True when the call ends here.
 bool refused(const std::string& call)
 {
-    if (active == nullptr)
+    if (active == nullptr) {
         return false;
+    }
     active->calls.push_back(call);
     return active->refuses;
 }

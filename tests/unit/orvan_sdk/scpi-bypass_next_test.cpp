@@ -5,12 +5,12 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <scpi/scpi.h>
 
 #include "../../../orvan_sdk/scpi-parser/parser_library.h"
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "unit/platform_scpi/naive_matcher.h"
+#include <scpi/scpi.h>
 
 // Whether the next sub-command of a line is forwarded.
 
@@ -21,16 +21,18 @@ using HaldeElec::Orvan::match_rows;
 
 std::string in_lower_case(std::string text)
 {
-    for (char& c : text)
+    for (char& c : text) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
     return text;
 }
 
 std::string in_mixed_case(const std::string& text, std::mt19937& random)
 {
     std::string mixed = in_lower_case(text);
-    for (size_t i = 0; i < text.size(); ++i)
+    for (size_t i = 0; i < text.size(); ++i) {
         mixed[i] = random() % 2 == 0 ? mixed[i] : text[i];
+    }
     return mixed;
 }
 
@@ -55,8 +57,9 @@ protected:
         const scpi_command_t* const row = match_rows(&context, header.data(), header.size());
         ASSERT_EQ(find_row(&context, header.data(), header.size()), row) << header;
         ++compared;
-        if (header.front() != ':' && header.front() != '*')
+        if (header.front() != ':' && header.front() != '*') {
             return; // relative
+        }
         ASSERT_EQ(forwarded(" ; " + header + " 1\n"), row != nullptr && row->callback == OrvanX_cmdBypass)
             << header;
     }
@@ -87,17 +90,20 @@ TEST_F(NextIsBypass, KnowsEachSpellingOfEachRowAsMatchingRowAfterRowDoes)
 {
     use(scpi_commands);
     std::map<std::string, const scpi_command_t*> headers; // with the first row of each
-    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
-        for (const std::string& header : all_headers(row->pattern))
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
+        for (const std::string& header : all_headers(row->pattern)) {
             headers.emplace(header, row);
+        }
+    }
 
     std::mt19937 random(14);
     std::set<const scpi_command_t*> rows;
     size_t forwarded_rows = 0;
     for (const auto& [header, row] : headers) {
         std::set<std::string> spellings{header, in_lower_case(header)};
-        for (int i = 0; i < 16; ++i)
+        for (int i = 0; i < 16; ++i) {
             spellings.insert(in_mixed_case(header, random));
+        }
         for (const std::string& spelling : spellings) {
             ASSERT_EQ(find_row(&context, spelling.data(), spelling.size()), row) << spelling;
             ASSERT_NO_FATAL_FAILURE(expect_same_row(spelling));
@@ -108,8 +114,9 @@ TEST_F(NextIsBypass, KnowsEachSpellingOfEachRowAsMatchingRowAfterRowDoes)
             ASSERT_NO_FATAL_FAILURE(expect_same_row(other));
             ASSERT_NO_FATAL_FAILURE(expect_same_row(other + "?"));
         }
-        if (rows.insert(row).second && row->callback == OrvanX_cmdBypass)
+        if (rows.insert(row).second && row->callback == OrvanX_cmdBypass) {
             ++forwarded_rows;
+        }
     }
     EXPECT_EQ(rows.size(), 202u);
     EXPECT_EQ(forwarded_rows, 142u);

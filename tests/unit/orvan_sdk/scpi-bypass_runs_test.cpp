@@ -1,12 +1,11 @@
 // How a line is cut into conversations with the module, seen from the module and from the client.
 
-#include "front_end_bench.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 #include "dataorvan.h"
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
 using namespace orvan_test;
@@ -120,8 +119,9 @@ TEST_F(BypassRuns, TwoLinesInOneCallAreTwoRuns)
 TEST_F(BypassRuns, AnArbitraryBlockReachesTheModuleWhole)
 {
     std::string block(1'000'000, '\0');
-    for (size_t i = 0; i < block.size(); ++i)
+    for (size_t i = 0; i < block.size(); ++i) {
         block[i] = static_cast<char>(i * 31); // zeros and line feeds among them
+    }
     const std::string command = ":LIST:DATA #71000000" + block;
     module.always(ModuleAnswer::reply_to_block(command.size() + 3, "+OK\r\n"));
     EXPECT_TRUE(feed(command + "\n"));
@@ -209,8 +209,9 @@ TEST_F(BypassRuns, ALongParameterGoesWholeToTheModule)
 std::string repeated(const std::string& text, int times)
 {
     std::string all;
-    for (int i = 0; i < times; ++i)
+    for (int i = 0; i < times; ++i) {
         all += text;
+    }
     return all;
 }
 

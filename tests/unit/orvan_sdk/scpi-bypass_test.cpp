@@ -1,12 +1,12 @@
-#include "orvan_sdk/scpi-parser/scpi-bypass.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <memory>
 
+#include <gtest/gtest.h>
+
 #include "front_end_bench.h"
+#include "orvan_sdk/scpi-parser/scpi-bypass.h"
 
 using namespace orvan_test;
 

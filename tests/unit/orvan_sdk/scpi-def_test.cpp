@@ -1,14 +1,14 @@
-#include "orvan_sdk/scpi-parser/scpi-def.h"
-
-#include <gtest/gtest.h>
 #include <map>
-#include <scpi/scpi.h>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "dataorvan.h"
 #include "front_end_bench.h"
+#include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
+#include <scpi/scpi.h>
 
 using namespace orvan_test;
 
@@ -231,7 +231,7 @@ scpi_command_callback_t handler_called(const std::string& name)
 {
 #define ORVAN_NAMED(handler)                                                                                 \
     {                                                                                                        \
-#handler, handler                                                                                    \
+        #handler, handler                                                                                    \
     }
     static const std::map<std::string, scpi_command_callback_t> handlers = {
         {"bypass", OrvanX_cmdBypass},
@@ -303,24 +303,28 @@ scpi_command_callback_t handler_called(const std::string& name)
 std::vector<const scpi_command_t*> rows()
 {
     std::vector<const scpi_command_t*> all;
-    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row)
+    for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
         all.push_back(row);
+    }
     return all;
 }
 
 size_t rows_with(scpi_command_callback_t callback)
 {
     size_t count = 0;
-    for (const scpi_command_t* row : rows())
+    for (const scpi_command_t* row : rows()) {
         count += row->callback == callback ? 1 : 0;
+    }
     return count;
 }
 
 const scpi_command_t* row_of(const std::string& header)
 {
-    for (const scpi_command_t* row : rows())
-        if (SCPI_Match(row->pattern, header.data(), header.size()))
+    for (const scpi_command_t* row : rows()) {
+        if (SCPI_Match(row->pattern, header.data(), header.size())) {
             return row;
+        }
+    }
     return nullptr;
 }
 
@@ -344,17 +348,20 @@ TEST(CommandTable, SetRowStandsRightAheadOfItsQueryRowWithTheSameTag)
 {
     const auto all = rows();
     std::map<std::string, size_t> place;
-    for (size_t i = 0; i < all.size(); ++i)
+    for (size_t i = 0; i < all.size(); ++i) {
         EXPECT_TRUE(place.emplace(all[i]->pattern, i).second) << all[i]->pattern << " stands twice";
+    }
     size_t pairs = 0;
     for (const auto& [pattern, index] : place) {
         const auto query = place.find(pattern + "?");
-        if (query == place.end())
+        if (query == place.end()) {
             continue;
-        if (pattern == "*TST")
+        }
+        if (pattern == "*TST") {
             EXPECT_EQ(query->second, index - 1); // the one query that stands ahead
-        else
+        } else {
             EXPECT_EQ(query->second, index + 1) << pattern;
+        }
         EXPECT_EQ(all[query->second]->tag, all[index]->tag) << pattern;
         ++pairs;
     }
@@ -365,13 +372,16 @@ TEST(CommandTable, NoHeaderMatchesTwoRows)
 {
     for (const scpi_command_t* row : rows()) {
         std::string header; // the long form, every optional node written
-        for (const char* p = row->pattern; *p != '\0'; ++p)
-            if (*p != '[' && *p != ']')
+        for (const char* p = row->pattern; *p != '\0'; ++p) {
+            if (*p != '[' && *p != ']') {
                 header += *p;
+            }
+        }
         EXPECT_EQ(row_of(header), row) << header;
         size_t matches = 0;
-        for (const scpi_command_t* other : rows())
+        for (const scpi_command_t* other : rows()) {
             matches += SCPI_Match(other->pattern, header.data(), header.size()) ? 1 : 0;
+        }
         EXPECT_EQ(matches, 1u) << header;
     }
 }
@@ -390,9 +400,11 @@ TEST(CommandTable, OptionalFirstNodeMayBeLeftOut)
 TEST(CommandTable, ATagLeadsToItsSetRowFirstAndToAQueryOnlyWhenThereIsNoOther)
 {
     const auto first_with = [](int tag) {
-        for (const scpi_command_t* row : rows())
-            if (row->tag == tag)
+        for (const scpi_command_t* row : rows()) {
+            if (row->tag == tag) {
                 return std::string(row->pattern);
+            }
+        }
         return std::string();
     };
     EXPECT_EQ(first_with(ODT_FREQ), "[:SOURce]:FREQuency");

@@ -1,7 +1,6 @@
-#include "handler_bench.h"
-
 #include <gmock/gmock.h>
 
+#include "handler_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "result_tap.h"
 
@@ -33,19 +32,21 @@ protected:
     std::string enabled()
     {
         std::string marks;
-        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel)
+        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel) {
             marks += record(channel).CHANNEL.Enabled == On ? '1' : '0';
+        }
         return marks;
     }
 };
 
 TEST_F(ChannelSelector, TakesNameAndNumberOfEachChannel)
 {
-    for (const char* prefix : {":INST CH", ":INST ", ":INST:SEL ch", ":INSTrument:SELect "})
+    for (const char* prefix : {":INST CH", ":INST ", ":INST:SEL ch", ":INSTrument:SELect "}) {
         for (int channel = 1; channel <= 4; ++channel) {
             EXPECT_EQ(ask(prefix + std::to_string(channel)), "+OK\r\n");
             EXPECT_EQ(orvanx->getSelectedChannel(), channel) << prefix;
         }
+    }
     EXPECT_THAT(device.calls, IsEmpty());
     EXPECT_EQ(module.connections(), 0u);
 }
@@ -73,8 +74,9 @@ TEST_F(ChannelSelector, AnUnknownChannelIsRefused)
 
 TEST_F(ChannelSelector, TheQueryCorrectsTheMirror)
 {
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         record(channel).CHANNEL.Enabled = On;
+    }
     orvanx->setSelectedChannel(2);
     EXPECT_EQ(ask(":INST?"), "2;+OK\r\n");
     EXPECT_EQ(enabled(), "0100");
@@ -151,9 +153,10 @@ protected:
         }
         EXPECT_EQ(text(2, GetParam().tag), GetParam().mirrored);
         EXPECT_NE(bytes(2), before.substr(sizeof(ORVAN_CONFIG), sizeof(ORVAN_CONFIG)));
-        for (int other : {1, 3, 4})
+        for (int other : {1, 3, 4}) {
             EXPECT_EQ(bytes(other), before.substr(sizeof(ORVAN_CONFIG) * static_cast<size_t>(other - 1),
                                                   sizeof(ORVAN_CONFIG)));
+        }
     }
 };
 
@@ -203,10 +206,11 @@ TEST_P(SetHandler, WithoutADeviceTheValueIsMirroredAllTheSame)
     const std::string before = all_bytes();
     put_device(nullptr);
     EXPECT_EQ(ask(command()), "+OK\r\n");
-    if (GetParam().tag == ODT_IF_PORT)
+    if (GetParam().tag == ODT_IF_PORT) {
         EXPECT_EQ(all_bytes(), before); // a port counts only once the device was called
-    else
+    } else {
         expect_mirrored(before);
+    }
 }
 
 // clang-format off
@@ -308,10 +312,11 @@ protected:
     GetHandler()
     {
         orvanx->setSelectedChannel(2);
-        if (GetParam().is_number)
+        if (GetParam().is_number) {
             device.numbers[operation()] = std::stoi(GetParam().value);
-        else
+        } else {
             device.texts[operation()] = GetParam().value;
+        }
         update_marker();
     }
 
@@ -324,17 +329,19 @@ protected:
     void update_marker()
     {
         char marker[] = "7";
-        for (int channel = 1; channel <= 4; ++channel)
+        for (int channel = 1; channel <= 4; ++channel) {
             orvanx->update_db(channel, GetParam().tag, marker, sizeof marker);
+        }
         m_marked = all_bytes();
     }
 
     void expect_mirrored()
     {
         EXPECT_EQ(text(2, GetParam().tag), GetParam().mirrored);
-        for (int other : {1, 3, 4})
+        for (int other : {1, 3, 4}) {
             EXPECT_EQ(bytes(other), m_marked.substr(sizeof(ORVAN_CONFIG) * static_cast<size_t>(other - 1),
                                                     sizeof(ORVAN_CONFIG)));
+        }
     }
 
     std::string m_marked;
@@ -374,10 +381,11 @@ TEST_P(GetHandler, WithoutADeviceFails)
 
 TEST_P(GetHandler, ADeviceThatFailsWithoutAWordIsAFailure)
 {
-    if (operation() == "GetScpiPort")
+    if (operation() == "GetScpiPort") {
         device.numbers.clear(); // its result does not count
-    else
+    } else {
         device.refused.insert(operation());
+    }
     device.texts.clear();
     if (GetParam().on_failure == OnFailure::kOwnError) {
         EXPECT_EQ(ask(GetParam().query), kExecutionError);
@@ -408,16 +416,18 @@ TEST_P(GetHandler, ADeviceThatFailsBehindAValueIsHeardAsItsShapeSays)
 
 TEST_P(GetHandler, AnEmptyTextIsNoReply)
 {
-    if (GetParam().is_number)
+    if (GetParam().is_number) {
         return; // a number is never empty
+    }
     device.texts.clear();
     EXPECT_EQ(ask(GetParam().query), kTooMuchData);
     EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
     EXPECT_EQ(take_error_lines(), Lines{not_copied(GetParam().handler)});
-    if (GetParam().tag == ODT_FPGA)
+    if (GetParam().tag == ODT_FPGA) {
         EXPECT_EQ(text(2, ODT_FPGA), ""); // mirrored ahead of the reply
-    else
+    } else {
         EXPECT_EQ(all_bytes(), m_marked);
+    }
 }
 
 // clang-format off
@@ -450,8 +460,9 @@ class Identity : public HandlerBench {};
 TEST_F(Identity, AQueryWithoutAUserRecordFails)
 {
     for (scpi_command_callback_t handler : {OrvanX_getChannel, OrvanX_getIpAddress, OrvanX_getFirmware,
-                                            OrvanX_getDeviceArch, OrvanX_getDeviceOptTable})
+                                            OrvanX_getDeviceArch, OrvanX_getDeviceOptTable}) {
         EXPECT_EQ(call_without_user_record(handler), SCPI_RES_ERR);
+    }
     EXPECT_THAT(device.calls, IsEmpty());
 }
 

@@ -1,7 +1,6 @@
-#include "handler_bench.h"
-
 #include <gmock/gmock.h>
 
+#include "handler_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "result_tap.h"
 
@@ -38,8 +37,9 @@ protected:
         put_module_behind(3, third);
         char other[] = "7"; // is nobody's value, and reads as off
         orvanx->update_db(3, GetParam().tag, other, sizeof other);
-        if (std::string(GetParam().mirrored) == "OFF")
+        if (std::string(GetParam().mirrored) == "OFF") {
             record(3).ANALOGOUTPUT.RfOutput = On;
+        }
         before = all_bytes();
     }
 
@@ -57,9 +57,10 @@ protected:
     void expect_mirrored_in_third()
     {
         EXPECT_EQ(text(3, GetParam().tag), GetParam().mirrored);
-        for (int other : {1, 2, 4})
+        for (int other : {1, 2, 4}) {
             EXPECT_EQ(bytes(other), before.substr(sizeof(ORVAN_CONFIG) * static_cast<size_t>(other - 1),
                                                   sizeof(ORVAN_CONFIG)));
+        }
         EXPECT_NE(all_bytes(), before);
     }
 
@@ -104,8 +105,9 @@ TEST_P(RoutedSetting, ADeadModuleChangesNothing)
 
 TEST_P(RoutedSetting, ARefusalOfTheDeviceComesAfterTheFact)
 {
-    if (operation().empty())
+    if (operation().empty()) {
         return;
+    }
     device.refused.insert(operation());
     EXPECT_EQ(ask(GetParam().command), kExecutionError);
     EXPECT_EQ(third.requests().size(), 1u);

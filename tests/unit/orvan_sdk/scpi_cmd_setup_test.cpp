@@ -1,8 +1,8 @@
-#include "many_modules_bench.h"
-
 #include <filesystem>
+
 #include <gmock/gmock.h>
 
+#include "many_modules_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "result_tap.h"
 #include "setup_bench.h"
@@ -31,15 +31,17 @@ protected:
     /** Puts a file of the setup into every channel's folder. */
     void write_setup(int setup)
     {
-        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel)
+        for (int channel = 1; channel <= orvanx->getNumberofChannels(); ++channel) {
             files.write_preset(channel, setup, "{}");
+        }
     }
 
     size_t files_of(int setup)
     {
         size_t found = 0;
-        for (int channel = 1; channel <= kMaxChannels; ++channel)
+        for (int channel = 1; channel <= kMaxChannels; ++channel) {
             found += fs::is_regular_file(files.preset(channel, setup)) ? 1 : 0;
+        }
         return found;
     }
 };
@@ -68,8 +70,9 @@ protected:
 TEST_P(StoredSetup, TakesTheNumbersOfItsRange)
 {
     for (int setup = GetParam().first; setup <= 5; ++setup) {
-        if (setup > 0)
+        if (setup > 0) {
             write_setup(setup);
+        }
         EXPECT_EQ(ask_for(std::to_string(setup)), "+OK\r\n") << setup;
     }
     EXPECT_THAT(take_errors(), IsEmpty());
@@ -80,8 +83,9 @@ TEST_P(StoredSetup, RefusesOthersWithoutALogLine)
 {
     const std::string before = all_bytes();
     for (const char* setup : {"0", "6", "259", "4294967295"}) {
-        if (std::string(setup) == "0" && GetParam().first == 0)
+        if (std::string(setup) == "0" && GetParam().first == 0) {
             continue;
+        }
         const int shown = static_cast<int>(std::stoul(setup));
         EXPECT_EQ(ask_for(setup), kNotAllowed);
         EXPECT_EQ(take_errors(), Lines{std::string("-108 ") + GetParam().out_of_range + " setup " +
@@ -240,12 +244,14 @@ protected:
 TEST_F(Reset, ReachesEveryModuleAtTheSameTime)
 {
     Rendezvous all(4);
-    for (ScriptedModule& each : modules)
+    for (ScriptedModule& each : modules) {
         each.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+    }
     EXPECT_EQ(ask("*RST"), "+OK\r\n");
     EXPECT_TRUE(all.everybody_met());
-    for (const ScriptedModule& each : modules)
+    for (const ScriptedModule& each : modules) {
         EXPECT_EQ(each.requests(), Lines{"*RST\r\n"});
+    }
     EXPECT_THAT(take_errors(), IsEmpty());
     EXPECT_THAT(take_error_lines(), IsEmpty());
 }
@@ -254,13 +260,15 @@ TEST_F(Reset, LoadsThePowerUpSetupAndMakesEachOutputFollowIt)
 {
     write_setup(2); // makes the folders
     orvanx->set_powerOnRestore(true);
-    for (int channel : {1, 4})
+    for (int channel : {1, 4}) {
         record(channel).ANALOGOUTPUT.RfOutput = On;
+    }
     record(3).ANALOGOUTPUT.Power = -7;
     ASSERT_EQ(orvanx->database_store(2), 0);
     settings_in_memory().bootDBConfig = 2;
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         record(channel).ANALOGOUTPUT = {};
+    }
     orvanx->setSelectedChannel(3);
 
     EXPECT_EQ(ask("*RST"), "+OK\r\n");
@@ -287,8 +295,9 @@ TEST_F(Reset, CompletesTheRecordsWhenTheModelIsKnown)
     const sDevArch_t arch = {"OVX3654B", 20000000000, 4, 1, 0x3604, 0x168c, 1};
     noting.arch = &arch;
     EXPECT_EQ(ask("*RST"), "+OK\r\n");
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         EXPECT_EQ(text(channel, ODT_INF_MODEL), "OVX3654B");
+    }
 }
 
 TEST_F(Reset, WhatTheModelIsOverrulesTheSetupThatIsLoaded)
@@ -331,8 +340,9 @@ TEST_F(Reset, DoesNotResetTheParser)
 TEST_F(Reset, WithAllModulesDeadNamesTheFirst)
 {
     const std::string before = all_bytes();
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         kill_module(channel);
+    }
     EXPECT_EQ(ask("*RST"), kCommunicationError);
     EXPECT_EQ(take_errors(), Lines{"-360 Module 1 communication error"});
     EXPECT_EQ(take_error_lines(), Lines{line("OrvanX_Reset", "-ERR Unable to connect")});

@@ -1,8 +1,8 @@
-#include "many_modules_bench.h"
-
-#include <gmock/gmock.h>
 #include <memory>
 
+#include <gmock/gmock.h>
+
+#include "many_modules_bench.h"
 #include "orvan_sdk/bit/bit_manager.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "support/rendezvous.h"
@@ -51,8 +51,9 @@ TEST_F(TestHandlers, TestAsksEveryModuleAndRunsTheTestsOnRequest)
 TEST_F(TestHandlers, TestRunsInModulesAndControllerAtTheSameTime)
 {
     Rendezvous all(5);
-    for (ScriptedModule& each : modules)
+    for (ScriptedModule& each : modules) {
         each.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+    }
     manager->registerTest(IBIT, {"own", [&](void*) { return all.meet() ? 0 : 1; }, nullptr, true});
     EXPECT_EQ(ask("*TST"), "+OK\r\n");
     EXPECT_TRUE(all.everybody_met());
@@ -64,14 +65,16 @@ TEST_F(TestHandlers, TestIsASuccessWithADeadModuleWhichIsLogged)
     EXPECT_EQ(ask("*TST"), "+OK\r\n");
     EXPECT_EQ(take_error_lines(), Lines{no_answer_of(1)});
     EXPECT_THAT(take_errors(), IsEmpty());
-    for (int alive : {0, 2, 3})
+    for (int alive : {0, 2, 3}) {
         EXPECT_EQ(modules[alive].requests(), Lines{"*TST\r\n"});
+    }
 }
 
 TEST_F(TestHandlers, TestLogsEveryDeadModuleInOrder)
 {
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         kill_module(channel);
+    }
     EXPECT_EQ(ask("*TST"), "+OK\r\n");
     EXPECT_EQ(take_error_lines(),
               (Lines{no_answer_of(0), no_answer_of(1), no_answer_of(2), no_answer_of(3)}));
@@ -205,9 +208,11 @@ TEST_F(LongReport, WhoseLineReaches1024OverflowsInTheRoomThatIsLeft)
 TEST_F(LongReport, MarksTheOverflowOfEachKindAtItsFirstFailure)
 {
     const std::string lines = fill(950);
-    for (const eBitType type : {CBIT, IBIT})
-        for (size_t number = 0; number < 3; ++number)
+    for (const eBitType type : {CBIT, IBIT}) {
+        for (size_t number = 0; number < 3; ++number) {
             add_test(type, name_for_line(80, number), BIT_FAIL, 0);
+        }
+    }
     EXPECT_EQ(ask("*TST?"), lines + ";Buffer_Overflow;Buffer_Overflow;+OK\r\n");
 }
 

@@ -1,14 +1,15 @@
-#include "update_bench.h"
-
 #include <functional>
-#include <gmock/gmock.h>
-#include <unistd.h>
 #include <utility>
 #include <vector>
+
+#include <unistd.h>
+
+#include <gmock/gmock.h>
 
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "own_process.h"
 #include "timer_tap.h"
+#include "update_bench.h"
 
 using namespace orvan_test;
 using testing::IsEmpty;
@@ -81,8 +82,9 @@ protected:
 
 extern "C" void sync() noexcept
 {
-    if (g_at_sync)
+    if (g_at_sync) {
         g_at_sync();
+    }
 }
 
 // ---- the public rows
@@ -91,8 +93,9 @@ TEST_P(ImageUpdate, SendsTheMessagesBlockToEveryModule)
 {
     const std::string image = image_of(70000);
     EXPECT_EQ(update(image), "+OK\r\n");
-    for (int index = 0; index < 3; ++index)
+    for (int index = 0; index < 3; ++index) {
         EXPECT_EQ(modules[index].requests(), Lines{request_of(image)}) << index;
+    }
     EXPECT_EQ(modules[3].connections(), 0u);
     EXPECT_EQ(fs::exists(GetParam().file), GetParam().keeps_file);
     EXPECT_THAT(take_errors(), IsEmpty());
@@ -126,8 +129,9 @@ TEST_P(ImageUpdate, TakesABlockThatComesByteByByte)
 {
     const std::string image = image_of(300);
     expect_request(request_of(image), kAllAccept);
-    for (const char byte : GetParam().header + block(image) + "\r\n")
+    for (const char byte : GetParam().header + block(image) + "\r\n") {
         feed(std::string(1, byte));
+    }
     EXPECT_EQ(read_ready(client.client()), "+OK\r\n");
     EXPECT_EQ(modules[2].requests(), Lines{request_of(image)});
 }
@@ -186,8 +190,9 @@ protected:
     void SetUp() override
     {
         ImageUpdate::SetUp();
-        if (!IsSkipped())
+        if (!IsSkipped()) {
             run_in_own_process();
+        }
     }
 };
 
@@ -236,8 +241,9 @@ TEST_F(InternalUpdate, SendsWhatIsInPlaceRestartsTheModulesAndRebootsTheControll
     const std::string request = ":SYST:UPD:SOFT #13abc\r\n";
     expect_request(request, kAllAccept);
     EXPECT_EQ(ask(kHeader), "+OK\r\n");
-    for (int index = 0; index < 3; ++index)
+    for (int index = 0; index < 3; ++index) {
         EXPECT_EQ(modules[index].requests(), (Lines{request, kRestart})) << index;
+    }
     EXPECT_EQ(stand_ins.calls(), rebooted);
     EXPECT_THAT(take_errors(), IsEmpty());
     EXPECT_THAT(take_error_lines(), IsEmpty());
@@ -248,8 +254,9 @@ TEST_F(InternalUpdate, RestartsAndRebootsAlsoWhenTheUpdateHasFailed)
     EXPECT_EQ(ask(":GUI:UPDATE:SOFTWARE"), kTooMuchData);
     EXPECT_EQ(take_errors(), Lines{"-223 Failed to update software"});
     EXPECT_EQ(take_error_lines().back(), "OrvanX_internalSWUpdate: Failed to update orvanx software\n");
-    for (int index = 0; index < 3; ++index)
+    for (int index = 0; index < 3; ++index) {
         EXPECT_EQ(modules[index].requests(), Lines{kRestart}) << index;
+    }
     EXPECT_EQ(stand_ins.calls(), rebooted);
 }
 

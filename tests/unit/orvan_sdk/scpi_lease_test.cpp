@@ -1,14 +1,14 @@
-#include "front_end_bench.h"
-
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
+#include <thread>
+
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "own_process.h"
 #include "support/output_capture.h"
@@ -103,8 +103,9 @@ TEST_F(Lease, OfTwoThatWaitOneGetsItAndTheOtherWaitsOn)
     EXPECT_TRUE(third.stays_out());
     scpi_lease_release(kFirst);
     const auto deadline = steady_clock::now() + kBound;
-    while (!second.is_in() && !third.is_in() && steady_clock::now() < deadline)
+    while (!second.is_in() && !third.is_in() && steady_clock::now() < deadline) {
         std::this_thread::yield();
+    }
     const bool second_won = second.is_in();
     const Waiter& loser = second_won ? third : second;
     EXPECT_TRUE(loser.stays_out());
@@ -128,8 +129,9 @@ TEST_F(Lease, EveryWayToFreeItWakesAllThatWait)
         EXPECT_TRUE(other.stays_out());
         free();
         EXPECT_TRUE(one.enters() && other.enters());
-        while (!one.is_in() || !other.is_in()) // lets the case end
+        while (!one.is_in() || !other.is_in()) { // lets the case end
             scpi_lease_release(kSecond);
+        }
         scpi_lease_release(kSecond);
     }
 }

@@ -1,6 +1,5 @@
-#include "records_bench.h"
-
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
+#include "records_bench.h"
 
 using namespace orvan_test;
 
@@ -23,8 +22,9 @@ TEST_F(Mirror, ASetStoresTheClientsParameterInTheSelectedChannel)
     orvanx->setSelectedChannel(2);
     EXPECT_EQ(run(":FREQ 2500000000", "+OK\r\n"), "+OK\r\n");
     EXPECT_EQ(text(2, ODT_FREQ), "2500000000");
-    for (int other : {1, 3, 4})
+    for (int other : {1, 3, 4}) {
         EXPECT_EQ(text(other, ODT_FREQ), "1000000000");
+    }
 }
 
 TEST_F(Mirror, ASetIsMirroredAsWrittenUntilTheNextQuery)

@@ -1,7 +1,6 @@
-#include "front_end_bench.h"
-
 #include <utility>
 
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 
 using namespace orvan_test;
@@ -53,8 +52,9 @@ TEST(ModuleServiceTable, FieldsAfterConstruction)
     EXPECT_EQ(orvanx->getTrigSourceCouple(), 0);
     EXPECT_EQ(orvanx->getNumberofChannels(), 0);
     EXPECT_FALSE(orvanx->isExternalCommand());
-    for (bool live : orvanx->m_isLive)
+    for (bool live : orvanx->m_isLive) {
         EXPECT_FALSE(live);
+    }
     delete orvanx;
     SCPI_Deinit(&scpi_context);
 }

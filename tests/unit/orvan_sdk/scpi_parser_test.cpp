@@ -1,13 +1,13 @@
-#include "front_end_bench.h"
-
 #include <algorithm>
 #include <cstddef>
-#include <netinet/in.h>
 #include <string_view>
-#include <sys/socket.h>
 #include <type_traits>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
 #include "support/output_capture.h"
 
@@ -173,8 +173,9 @@ TEST_F(SessionFront, AMessageLongerThanTheInputBufferIsRefusedOnce)
 
 TEST_F(SessionFront, ErrorsKeepReachingTheClientWhenTheQueueIsFull)
 {
-    for (int i = 0; i < 25; ++i)
+    for (int i = 0; i < 25; ++i) {
         EXPECT_EQ(ask(":FOO"), "-ERR -113, \"Undefined header\";+OK\r\n");
+    }
     EXPECT_EQ(SCPI_ErrorCount(&scpi_context), 20);
 }
 
@@ -261,8 +262,9 @@ TEST(InternalMessage, AnIPv6PeerIsInternal)
     ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
     const int accepted = accept(listener, nullptr, nullptr);
     EXPECT_TRUE(ScpiParser().isInternalMessage(accepted));
-    for (int fd : {listener, peer, accepted})
+    for (int fd : {listener, peer, accepted}) {
         close(fd);
+    }
 }
 
 struct CommandCase {

@@ -1,8 +1,7 @@
-#include "orvan_sdk/scpi-parser/scpi_progress.h"
-
 #include <thread>
 
 #include "handler_bench.h"
+#include "orvan_sdk/scpi-parser/scpi_progress.h"
 
 using namespace orvan_test;
 

@@ -1,10 +1,9 @@
-#include "front_end_bench.h"
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "front_end_bench.h"
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
 #include "socket_tap.h"
 #include "spinning_child.h"
@@ -302,8 +301,9 @@ TEST_F(ReplyPath, BlockEndingAtTheBuffersEdgeLeavesTheSuccessWordAlone)
 TEST_F(ReplyPath, LongBlockLeavesInUncorkedChunksOf2048)
 {
     std::string data(5000, '\0');
-    for (size_t i = 0; i < data.size(); ++i)
+    for (size_t i = 0; i < data.size(); ++i) {
         data[i] = static_cast<char>(i * 7);
+    }
     SocketTap tap(client.server());
     EXPECT_EQ(put_block(data), 5006u);
     EXPECT_EQ(flush(), "#45000" + data + ";+OK\r\n");

@@ -1,8 +1,8 @@
 // What goes from the records to a module.
+#include <algorithm>
+
 #include "edited_row.h"
 #include "setup_bench.h"
-
-#include <algorithm>
 
 using namespace orvan_test;
 
@@ -59,9 +59,11 @@ TEST(ScpiPattern, OfAQueryOnlyElementEndsInAQuestionMark)
 TEST(ScpiPattern, OfEverySentElementSetsIt)
 {
     for (const std::span<const SentElement> pass :
-         {std::span<const SentElement>(kSentValues), std::span<const SentElement>(kSentStates)})
-        for (const SentElement& element : pass)
+         {std::span<const SentElement>(kSentValues), std::span<const SentElement>(kSentStates)}) {
+        for (const SentElement& element : pass) {
             EXPECT_EQ(get_scpi_pattern(scpi_commands, element.tag), element.header);
+        }
+    }
 }
 
 // ---- scpi_cmds_pass
@@ -74,12 +76,14 @@ protected:
 TEST(CommandPasses, HoldTheElementsThatTheElementTableMarks)
 {
     std::vector<int> marked[3];
-    for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag)
+    for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
         marked[OrvanData::orvanMap[tag].send].push_back(tag);
+    }
     const auto tags = [](std::span<const SentElement> pass) {
         std::vector<int> found;
-        for (const SentElement& element : pass)
+        for (const SentElement& element : pass) {
             found.push_back(element.tag);
+        }
         return found;
     };
     EXPECT_EQ(marked[eSendPri1], tags(kSentValues));
@@ -114,8 +118,9 @@ TEST_F(CommandPass, GoesToTheChannelsModuleWithItsRecordAndAsksNothingOfLiveness
 TEST_F(CommandPass, EachAcceptedCommandIsLogged)
 {
     Lines expected;
-    for (const SentElement& element : kSentStates)
+    for (const SentElement& element : kSentStates) {
         expected.push_back({LOG_INFO, std::string("command ") + element.header + " sent: OK"});
+    }
     orvanx->scpi_cmds_pass(1, eSendPri2);
     EXPECT_EQ(logs.lines(), expected);
 }
@@ -143,10 +148,11 @@ TEST_F(CommandPass, WithAModuleDownEveryElementIsTriedAndLogged)
         put_module_behind(1, gone);
     }
     orvanx->scpi_cmds_pass(1, eSendPri1);
-    for (const SentElement& element : kSentValues)
+    for (const SentElement& element : kSentValues) {
         EXPECT_EQ(
             logs.count(LOG_INFO, std::string("command ") + element.header + " sent: -ERR Unable to connect"),
             1u);
+    }
     EXPECT_EQ(logs.count(LOG_INFO, "checkOrvanReply: -ERR Unable to connect"), std::size(kSentValues));
 }
 
@@ -199,8 +205,9 @@ TEST_F(CommandPass, AnElementThatCannotBeRenderedIsPassedOver)
 TEST_F(CommandPass, ACommandOf512BytesIsPassedOverAndOneOf511IsSent)
 {
     const scpi_command_t* row = scpi_commands;
-    while (row->tag != ODT_PWR)
+    while (row->tag != ODT_PWR) {
         ++row;
+    }
     set(1, ODT_PWR, "5");
     for (const size_t length : {512u, 511u}) {
         const std::string pattern = ":" + std::string(length - std::strlen(": 5\r\n"), 'P');

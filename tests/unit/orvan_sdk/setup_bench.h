@@ -4,14 +4,14 @@
 #ifndef ORVAN_TESTS_SETUP_BENCH_H
 #define ORVAN_TESTS_SETUP_BENCH_H
 
-#include "orvan_sdk/lxi/PersistentData.h"
-#include "records_bench.h"
-#include "support/sent_setup.h"
-
 #include <map>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "orvan_sdk/lxi/PersistentData.h"
+#include "records_bench.h"
+#include "support/sent_setup.h"
 
 namespace orvan_test {
 
@@ -19,8 +19,9 @@ namespace orvan_test {
 inline std::vector<std::string> requests_of(std::span<const SentElement> pass)
 {
     std::vector<std::string> requests;
-    for (const SentElement& element : pass)
+    for (const SentElement& element : pass) {
         requests.push_back(std::string(element.header) + " " + element.value + "\r\n");
+    }
     return requests;
 }
 
@@ -28,8 +29,9 @@ inline std::vector<std::string> requests_of(std::span<const SentElement> pass)
 inline std::vector<std::string> requests_of_setup()
 {
     std::vector<std::string> requests = requests_of(kSentValues);
-    for (std::string& request : requests_of(kSentStates))
+    for (std::string& request : requests_of(kSentStates)) {
         requests.push_back(std::move(request));
+    }
     return requests;
 }
 
@@ -53,10 +55,12 @@ protected:
 
     void set_sent_setup(int channel)
     {
-        for (const SentElement& element : kSentValues)
+        for (const SentElement& element : kSentValues) {
             set(channel, element.tag, element.value);
-        for (const SentElement& element : kSentStates)
+        }
+        for (const SentElement& element : kSentStates) {
             set(channel, element.tag, element.value);
+        }
     }
 
     using Elements = std::map<int, std::string>;
@@ -68,8 +72,9 @@ protected:
         for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
             const OrvanElementData& row = OrvanData::orvanMap[tag];
             if (std::memcmp(reinterpret_cast<const char*>(&before) + row.pos,
-                            orvanx->get_channelDB(channel) + row.pos, row.size) != 0)
+                            orvanx->get_channelDB(channel) + row.pos, row.size) != 0) {
                 found[tag] = text(channel, tag);
+            }
         }
         return found;
     }

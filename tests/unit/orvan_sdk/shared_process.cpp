@@ -33,8 +33,9 @@ class SharedProcess : public testing::EmptyTestEventListener {
     void OnTestProgramStart(const testing::UnitTest& all) override
     {
         // An ordinary user gets a home of the process's own only while it has a single thread.
-        if (all.test_to_run_count() > 1)
+        if (all.test_to_run_count() > 1) {
             const orvan_test::PrivateHome home;
+        }
     }
     void OnTestEnd(const testing::TestInfo&) override
     {

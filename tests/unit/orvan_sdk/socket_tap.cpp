@@ -1,15 +1,16 @@
 #include "socket_tap.h"
 
-#include "support/next_symbol.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <deque>
 #include <mutex>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "support/next_symbol.h"
 
 using orvan_test::next_symbol;
 
@@ -68,8 +69,9 @@ extern "C" int setsockopt(int fd, int level, int name, const void* value, sockle
     static auto* const real = next_symbol<int(int, int, int, const void*, socklen_t)>("setsockopt");
     std::unique_lock lock(tap().mutex);
     if (tap().watches(fd)) {
-        if (level == IPPROTO_TCP && name == TCP_CORK)
+        if (level == IPPROTO_TCP && name == TCP_CORK) {
             tap().calls.push_back("TCP_CORK=" + std::to_string(*static_cast<const int*>(value)));
+        }
         if (level == tap().level && name == tap().name) {
             errno = tap().option_error;
             return -1;

@@ -7,8 +7,9 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
+
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace orvan_test {
@@ -25,8 +26,9 @@ milliseconds processor_time(pid_t child)
 {
     clockid_t clock;
     timespec used{};
-    if (clock_getcpuclockid(child, &clock) != 0 || clock_gettime(clock, &used) != 0)
+    if (clock_getcpuclockid(child, &clock) != 0 || clock_gettime(clock, &used) != 0) {
         return milliseconds(0);
+    }
     return milliseconds(used.tv_sec * 1000 + used.tv_nsec / 1000000);
 }
 
@@ -44,8 +46,9 @@ bool is_ready_to_run(pid_t child)
 bool spins(const std::function<void()>& call)
 {
     const pid_t child = fork();
-    if (child < 0)
+    if (child < 0) {
         throw std::runtime_error("cannot fork");
+    }
     if (child == 0) {
         call();
         _exit(kCameBack);
@@ -56,22 +59,25 @@ bool spins(const std::function<void()>& call)
     int status = 0;
     while (waitpid(child, &status, WNOHANG) == 0) {
         const auto now = std::chrono::steady_clock::now();
-        if (!is_ready_to_run(child))
+        if (!is_ready_to_run(child)) {
             slept_last = now;
+        }
         // A loop that yields gets next to no time from a machine that is busy with something else.
         const bool spun =
             processor_time(child) - at_start >= kEnoughProcessorTime || now - slept_last >= kEnoughTimeReady;
         if (spun || now >= deadline) {
             kill(child, SIGKILL);
             waitpid(child, &status, 0);
-            if (!spun)
+            if (!spun) {
                 throw std::runtime_error("the child neither came back nor spun");
+            }
             return true;
         }
         std::this_thread::sleep_for(milliseconds(2));
     }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != kCameBack)
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != kCameBack) {
         throw std::runtime_error("the child died");
+    }
     return false;
 }
 

@@ -72,8 +72,9 @@ protected:
     }
     void all_answer(const std::string& celsius)
     {
-        for (int ch = 1; ch <= kMaxChannels; ++ch)
+        for (int ch = 1; ch <= kMaxChannels; ++ch) {
             answers(ch, celsius);
+        }
     }
     void refuses(int ch) { behind(ch).always(ModuleAnswer::reply("-ERR -200, \"Execution error\"\r\n")); }
 
@@ -82,9 +83,11 @@ protected:
     Verdict verdict(const std::string& name)
     {
         bitReport_t report = {};
-        for (int row = 0; manager->getTestResult(CBIT, row, report); ++row)
-            if (report.testName == name)
+        for (int row = 0; manager->getTestResult(CBIT, row, report); ++row) {
+            if (report.testName == name) {
                 return {report.result, report.errorCode};
+            }
+        }
         return {-1, -1};
     }
     std::array<bool, kMaxChannels> live() const

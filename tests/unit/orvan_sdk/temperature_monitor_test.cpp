@@ -14,8 +14,9 @@ const LogLine kRefused = {LOG_WARNING, "Failed to get temperature: -ERR -200, \"
 TEST_F(TemperatureMonitor, EveryChannelIsAskedOnceAtItsOwnModule)
 {
     poll();
-    for (int ch = 1; ch <= kMaxChannels; ++ch)
+    for (int ch = 1; ch <= kMaxChannels; ++ch) {
         EXPECT_EQ(behind(ch).requests(), std::vector<std::string>{kQuery}) << ch;
+    }
     EXPECT_EQ(own_server.connections(), 0u);
 }
 
@@ -90,11 +91,13 @@ TEST_F(TemperatureMonitor, TheValueIsWhatStandsBeforeTheFirstSemicolon)
 
 TEST_F(TemperatureMonitor, EachChannelsRecordGetsItsOwnTemperature)
 {
-    for (int ch = 1; ch <= kMaxChannels; ++ch)
+    for (int ch = 1; ch <= kMaxChannels; ++ch) {
         answers(ch, std::to_string(30 + ch) + ".125");
+    }
     poll();
-    for (int ch = 1; ch <= kMaxChannels; ++ch)
+    for (int ch = 1; ch <= kMaxChannels; ++ch) {
         EXPECT_EQ(text(ch, ODT_TEMP), std::to_string(30 + ch) + ".125");
+    }
 }
 
 TEST_F(TemperatureMonitor, TheMaximumIsThatOfAllChannelsAndGoesDownAgain)
@@ -126,8 +129,9 @@ TEST_F(TemperatureMonitor, FromSixtyFiveDegreesUpAChannelIsTooHot)
 TEST_F(TemperatureMonitor, TheErrorWordHasABitForEachChannelThatIsTooHot)
 {
     for (int mask = 0; mask < 16; ++mask) {
-        for (int ch = 1; ch <= kMaxChannels; ++ch)
+        for (int ch = 1; ch <= kMaxChannels; ++ch) {
             answers(ch, (mask >> (ch - 1) & 1) != 0 ? "71.5" : "40");
+        }
         poll();
         EXPECT_EQ(verdict(kTempTest), (Verdict{mask != 0 ? BIT_FAIL : BIT_PASS, mask}));
     }
@@ -230,8 +234,9 @@ TEST_F(TemperatureMonitor, WithoutRecordsThePollWorksAllTheSame)
     delete before;
     SCPI_Deinit(&scpi_context);
     orvanx = Scpi_Orvanx::getInstance();
-    for (int ch = 1; ch <= kMaxChannels; ++ch)
+    for (int ch = 1; ch <= kMaxChannels; ++ch) {
         put_module_behind(ch, behind(ch));
+    }
     answers(3, "44");
     poll();
     EXPECT_EQ(greatest(), 44.0);

@@ -1,9 +1,10 @@
 #include <algorithm>
 #include <cstdio>
-#include <dlfcn.h>
 #include <map>
 #include <random>
 #include <thread>
+
+#include <dlfcn.h>
 
 #include "hw/hw.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
@@ -21,8 +22,9 @@ std::atomic<bool> g_delay_throws = false;
 // thread has an answer to everything else, too.
 extern "C" void hw_delay_us(uint64_t us)
 {
-    if (g_delay_throws)
+    if (g_delay_throws) {
         throw 42;
+    }
     static const auto next = reinterpret_cast<void (*)(uint64_t)>(dlsym(RTLD_NEXT, "hw_delay_us"));
     next(us);
 }
@@ -124,8 +126,9 @@ TEST_F(TemperatureThread, TheDestructorWaitsForTheThread)
 {
     start();
     std::thread clock([this] {
-        while (run_flag(*orvanx))
+        while (run_flag(*orvanx)) {
             std::this_thread::yield();
+        }
         board->clock().advance(kPause);
     });
     delete orvanx;
@@ -151,8 +154,9 @@ TEST_F(TemperatureThread, AnAnswerWithoutANumberEndsTheThreadForGood)
                }) != lines.end();
     };
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!exception() && std::chrono::steady_clock::now() < deadline)
+    while (!exception() && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
+    }
     ASSERT_TRUE(exception());
     EXPECT_TRUE(logs.lines().back().text.ends_with("\n"));
     EXPECT_TRUE(run_flag(*orvanx));
@@ -178,8 +182,9 @@ TEST_F(TemperatureThread, TheServiceAndTheThreadMayPollAtTheSameTime)
 {
     start();
     std::thread service([&] {
-        for (int i = 0; i < 20; ++i)
+        for (int i = 0; i < 20; ++i) {
             EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "30.000000");
+        }
     });
     for (int i = 0; i < 20; ++i) {
         next_poll();
@@ -238,8 +243,9 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
             answering.then(ModuleAnswer::reply(celsius + ";+OK\r\n"));
             expected.live[index(ch)] = true;
             expected.greatest = std::max(expected.greatest, quarters / 4.0);
-            if (quarters >= 65 * 4)
+            if (quarters >= 65 * 4) {
                 expected.too_hot |= 1 << (ch - 1);
+            }
             char shown[32];
             std::snprintf(shown, sizeof shown, "%.12g", quarters / 4.0);
             last_good[ch] = shown;
@@ -250,13 +256,15 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
         ASSERT_EQ(verdict(kTempTest),
                   (Verdict{expected.too_hot != 0 ? BIT_FAIL : BIT_PASS, expected.too_hot}))
             << poll_number;
-        for (const auto& [ch, shown] : last_good)
+        for (const auto& [ch, shown] : last_good) {
             ASSERT_EQ(text(ch, ODT_TEMP), shown) << poll_number;
+        }
     }
     EXPECT_EQ(board->clock().now_us(), kPolls * kPause);
     size_t warnings = 0;
-    for (const LogLine& line : logs.lines())
+    for (const LogLine& line : logs.lines()) {
         warnings += line.priority == LOG_WARNING ? 1 : 0;
+    }
     EXPECT_EQ(warnings, failures);
     EXPECT_GT(failures, 250u);
     EXPECT_TRUE(run_flag(*orvanx));

@@ -1,7 +1,5 @@
 #include "timer_tap.h"
 
-#include "support/next_symbol.h"
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -9,6 +7,8 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+
+#include "support/next_symbol.h"
 
 using orvan_test::next_symbol;
 
@@ -37,15 +37,18 @@ timer_t tapped_timer()
 
 std::string spelt(int flags, const itimerspec& value)
 {
-    if (value.it_value.tv_sec == 0 && value.it_value.tv_nsec == 0)
+    if (value.it_value.tv_sec == 0 && value.it_value.tv_nsec == 0) {
         return "disarm";
+    }
     char text[96];
     std::snprintf(text, sizeof text, "set %ld.%09ld", value.it_value.tv_sec, value.it_value.tv_nsec);
     std::string all = text;
-    if (flags != 0)
+    if (flags != 0) {
         all += " absolute";
-    if (value.it_interval.tv_sec != 0 || value.it_interval.tv_nsec != 0)
+    }
+    if (value.it_interval.tv_sec != 0 || value.it_interval.tv_nsec != 0) {
         all += " repeating";
+    }
     return all;
 }
 
@@ -74,8 +77,9 @@ extern "C" int timer_create(clockid_t clock, sigevent* event, timer_t* timer) no
 extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) noexcept
 {
     static auto* const real = next_symbol<int(timer_t, int, const itimerspec*, itimerspec*)>("timer_settime");
-    if (timer != tapped_timer())
+    if (timer != tapped_timer()) {
         return real(timer, flags, value, old);
+    }
     const std::lock_guard lock(tap().mutex);
     tap().calls.push_back(spelt(flags, *value));
     tap().armed = tap().calls.back() != "disarm";
@@ -130,8 +134,9 @@ void TimerTap::fire()
         event = tap().event;
         tap().armed = false;
     }
-    if (event.sigev_notify_function == nullptr)
+    if (event.sigev_notify_function == nullptr) {
         throw std::logic_error("no timer has been made");
+    }
     std::thread(event.sigev_notify_function, event.sigev_value).join();
 }
 

@@ -30,15 +30,17 @@ class UpdateBench : protected WithHomeAndStandIns, public FrontEndBench {
 protected:
     UpdateBench()
     {
-        for (int channel = 1; channel <= kMaxChannels; ++channel)
+        for (int channel = 1; channel <= kMaxChannels; ++channel) {
             put_module_behind(channel, modules[channel - 1]);
+        }
         orvanx->setNumberofChannels(3);
     }
 
     void SetUp() override
     {
-        if (!home.refusal().empty())
+        if (!home.refusal().empty()) {
             GTEST_SKIP() << home.refusal();
+        }
         std::filesystem::create_directories(kUpgradeFolder);
         logs.clear();
     }
@@ -47,8 +49,9 @@ protected:
     static std::string image_of(size_t size)
     {
         std::string image(size, '\0');
-        for (size_t i = 0; i < size; ++i)
+        for (size_t i = 0; i < size; ++i) {
             image[i] = static_cast<char>(i + i / 256);
+        }
         return image;
     }
 
@@ -69,16 +72,18 @@ protected:
     /** Lets modules 1 to 3 wait for this request, which ends as its count of bytes says, and answer these. */
     void expect_request(const std::string& request, const std::string (&answers)[3])
     {
-        for (int index = 0; index < 3; ++index)
+        for (int index = 0; index < 3; ++index) {
             modules[index].then(ModuleAnswer::reply_to_block(request.size(), answers[index]));
+        }
     }
 
     /** Connections to all modules. */
     size_t connections() const
     {
         size_t all = 0;
-        for (const ScriptedModule& each : modules)
+        for (const ScriptedModule& each : modules) {
             all += each.connections();
+        }
         return all;
     }
 

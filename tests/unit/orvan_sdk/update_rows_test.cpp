@@ -1,10 +1,10 @@
 // The rows that update modules: their replies, byte for byte, and what modules get.
-#include "update_bench.h"
-
-#include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
+
 #include "support/header_forms.h"
+#include "update_bench.h"
 
 using namespace orvan_test;
 using testing::IsEmpty;
@@ -61,20 +61,23 @@ private:
 
 TEST_F(UpdateRows, TakeAnImageInEveryForm)
 {
-    for (const ImageRow& row : kImageRows)
+    for (const ImageRow& row : kImageRows) {
         for (const std::string& form : header_forms(row.pattern)) {
             EXPECT_EQ(ask(form + " #13abc"), "+OK\r\n") << form;
             EXPECT_EQ(take_requests(), each({row.to_module})) << form;
         }
+    }
     EXPECT_THAT(stand_ins.calls(), IsEmpty());
 }
 
 TEST_F(UpdateRows, RefuseAnImageThatIsNoneAndSendNothing)
 {
-    for (const ImageRow& row : kImageRows)
-        for (const WrongImage& wrong : kWrongImages)
+    for (const ImageRow& row : kImageRows) {
+        for (const WrongImage& wrong : kWrongImages) {
             EXPECT_EQ(ask(short_header(row.pattern) + wrong.parameters), wrong.reply)
                 << row.pattern << wrong.parameters;
+        }
+    }
     EXPECT_EQ(connections(), 0u);
     EXPECT_TRUE(std::filesystem::is_empty(kUpgradeFolder));
 }
@@ -104,9 +107,11 @@ TEST_F(UpdateRows, SendTheImageInPlaceAndRestartInEveryForm)
 
 TEST_F(UpdateRows, HaveNoQueries)
 {
-    for (const std::string pattern : {kImageRows[0].pattern, kImageRows[1].pattern, m_internal.c_str()})
-        for (const std::string& form : header_forms(pattern + "?"))
+    for (const std::string pattern : {kImageRows[0].pattern, kImageRows[1].pattern, m_internal.c_str()}) {
+        for (const std::string& form : header_forms(pattern + "?")) {
             EXPECT_EQ(ask(form), kUndefined) << form;
+        }
+    }
     EXPECT_EQ(connections(), 0u);
     EXPECT_THAT(stand_ins.calls(), IsEmpty());
 }
@@ -116,8 +121,9 @@ TEST_F(UpdateRows, AnswerForAModuleThatIsNotThere)
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[2] = static_cast<uint32_t>(local_port(closed));
     close(closed);
-    for (const ImageRow& row : kImageRows)
+    for (const ImageRow& row : kImageRows) {
         EXPECT_EQ(ask(short_header(row.pattern) + " #13abc"), kTooMuchData) << row.pattern;
+    }
     put_image("ovx_module_1.2.3.tar.gz", "abc");
     EXPECT_EQ(ask(short_header(m_internal)), kTooMuchData);
     EXPECT_EQ(stand_ins.calls(), Lines{"sudo reboot"});

@@ -1,11 +1,12 @@
-#include "orvan_sdk/IDeviceConnectionHandler.h"
-#include "orvan_sdk/IOrvanDeviceManager.h"
-
 #include <cstddef>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <ostream>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orvan_sdk/IDeviceConnectionHandler.h"
+#include "orvan_sdk/IOrvanDeviceManager.h"
 
 using namespace HaldeElec::Orvan;
 
@@ -31,8 +32,9 @@ std::vector<size_t> slots_of(Members... members)
 std::vector<size_t> consecutive(size_t count)
 {
     std::vector<size_t> slots;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         slots.push_back(2 + i);
+    }
     return slots;
 }
 

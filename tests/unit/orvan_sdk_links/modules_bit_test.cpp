@@ -1,6 +1,3 @@
-#include "usb_links_bench.h"
-
-#include <scpi/scpi.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -10,6 +7,8 @@
 #include "support/log_capture.h"
 #include "support/output_capture.h"
 #include "support/scripted_module.h"
+#include "usb_links_bench.h"
+#include <scpi/scpi.h>
 
 using namespace orvan_test;
 
@@ -33,11 +32,13 @@ protected:
     {
         LaidLinks::SetUp();
         manager = BITManager::getInstance(0);
-        if (manager->getTestsNumber(PBIT) == 0)
+        if (manager->getTestsNumber(PBIT) == 0) {
             register_bit_tests(manager, nullptr);
+        }
         for (const eBitType type : {PBIT, CBIT}) {
-            for (const char* name : {"EEPROM test", "FAN test", "TEMP test", "MODULES test"})
+            for (const char* name : {"EEPROM test", "FAN test", "TEMP test", "MODULES test"}) {
                 manager->setTestResult(type, name, kUntouched.result, kUntouched.errorCode);
+            }
         }
         orvanx = Scpi_Orvanx::getInstance();
         set_live({});
@@ -54,18 +55,21 @@ protected:
     /** The modules named, 1 to 4, have answered and no others. */
     void set_live(const std::vector<int>& modules)
     {
-        for (bool& live : orvanx->m_isLive)
+        for (bool& live : orvanx->m_isLive) {
             live = false;
-        for (const int module : modules)
+        }
+        for (const int module : modules) {
             orvanx->m_isLive[module - 1] = true;
+        }
     }
 
     Verdict verdict(eBitType type, const std::string& name = "MODULES test")
     {
         bitReport_t report = {};
         for (int index = 0; manager->getTestResult(type, index, report); ++index) {
-            if (report.testName == name)
+            if (report.testName == name) {
                 return {report.result, report.errorCode};
+            }
         }
         return {-1, -1};
     }
@@ -223,12 +227,14 @@ TEST_F(ModulesBit, BadKindScansButReportsNothing)
 {
     ASSERT_EQ(mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr), 0);
     OutputCapture errors(STDERR_FILENO);
-    for (const int type : {3, 4, -1})
+    for (const int type : {3, 4, -1}) {
         orvanx->modules_bit(1, type);
+    }
     umount("/sys/class");
     std::string scans;
-    for (int scan = 0; scan < 3; ++scan)
+    for (int scan = 0; scan < 3; ++scan) {
         scans += "opendir(/sys/class/net): No such file or directory\n";
+    }
     EXPECT_EQ(errors.text(), scans);
     EXPECT_EQ(verdict(PBIT), kUntouched);
     EXPECT_EQ(verdict(CBIT), kUntouched);

@@ -1,8 +1,7 @@
-#include "usb_links_bench.h"
-
-#include <arpa/inet.h>
 #include <cstring>
 #include <fstream>
+
+#include <arpa/inet.h>
 #include <linux/capability.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -14,6 +13,7 @@
 
 #include "support/loopback.h"
 #include "support/output_capture.h"
+#include "usb_links_bench.h"
 
 namespace fs = std::filesystem;
 using namespace orvan_test;
@@ -236,8 +236,9 @@ TEST_F(RndisScanOfTree, DeviceWithoutARealPathCountsWithoutAUsbId)
 {
     // Reached over links, but with a whole path longer than any path may be.
     fs::path half;
-    for (int level = 0; level < 12; ++level)
+    for (int level = 0; level < 12; ++level) {
         half /= std::string(200, 'd');
+    }
     fs::create_directories(net / ".first" / half);
     fs::create_directory_symlink(".first" / half, net / ".half");
     fs::create_directories(net / ".half" / half);

@@ -1,12 +1,12 @@
 /**
  * What the parser takes from the heap. The counter replaces operator new of the whole program.
  */
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "instrument_patterns.h"
 #include "scpi/scpi.h"
@@ -20,8 +20,9 @@ size_t g_allocations = 0;
 void* operator new(size_t size)
 {
     ++g_allocations;
-    if (void* const memory = std::malloc(size))
+    if (void* const memory = std::malloc(size)) {
         return memory;
+    }
     throw std::bad_alloc();
 }
 
@@ -45,8 +46,9 @@ scpi_result_t nothing(scpi_t*)
 TEST(Allocation, LookUpAndDispatchTakeNothingFromTheHeap)
 {
     std::vector<scpi_command_t> commands;
-    for (const char* pattern : kInstrumentPatterns)
+    for (const char* pattern : kInstrumentPatterns) {
         commands.push_back({pattern, nothing, 0});
+    }
     commands.push_back({nullptr, nullptr, 0});
     std::vector<char> buffer(4096);
     scpi_error_t errors[4];

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <array>
 #include <map>
 #include <random>
@@ -7,6 +5,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "instrument_patterns.h"
 #include "naive_matcher.h"
@@ -21,8 +21,9 @@ class Table {
 public:
     explicit Table(std::vector<const char*> patterns)
     {
-        for (const char* pattern : patterns)
+        for (const char* pattern : patterns) {
             m_rows.push_back({pattern, nullptr, static_cast<int32_t>(m_rows.size())});
+        }
         m_rows.push_back({nullptr, nullptr, 0});
         SCPI_Init(&m_context, m_rows.data(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                   m_buffer.data(), m_buffer.size(), m_errors.data(), static_cast<int16_t>(m_errors.size()));
@@ -42,8 +43,9 @@ public:
     int first_match(string_view header) const
     {
         for (size_t i = 0; m_rows[i].pattern != nullptr; ++i) {
-            if (SCPI_Match(m_rows[i].pattern, header.data(), header.size()))
+            if (SCPI_Match(m_rows[i].pattern, header.data(), header.size())) {
                 return static_cast<int>(i);
+            }
         }
         return -1;
     }
@@ -68,8 +70,9 @@ std::map<string, int> headers_of(const Table& table)
 {
     std::map<string, int> headers;
     for (size_t row = 0; row < table.size(); ++row) {
-        for (const string& header : all_headers(table.pattern(row)))
+        for (const string& header : all_headers(table.pattern(row))) {
             headers.emplace(header, static_cast<int>(row));
+        }
     }
     return headers;
 }
@@ -77,8 +80,9 @@ std::map<string, int> headers_of(const Table& table)
 string in_random_case(string text, std::mt19937& random)
 {
     for (char& c : text) {
-        if (random() % 2 == 0)
+        if (random() % 2 == 0) {
             c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
     }
     return text;
 }
@@ -105,10 +109,11 @@ TEST(CommandIndex, QuestionMarkAddedOrTakenLeadsToTheOtherRowOrToNone)
     const std::map<string, int> headers = headers_of(table);
     for (const auto& [header, row] : headers) {
         string other = header;
-        if (other.back() == '?')
+        if (other.back() == '?') {
             other.pop_back();
-        else
+        } else {
             other += '?';
+        }
         const auto expected = headers.find(other);
         ASSERT_EQ(table.found(other), expected != headers.end() ? expected->second : -1) << other;
         ASSERT_EQ(table.first_match(other), table.found(other)) << other;
@@ -134,8 +139,9 @@ TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
     const Table table(instrument_patterns());
     const std::map<string, int> headers = headers_of(table);
     std::vector<string> spellings;
-    for (const auto& [header, row] : headers)
+    for (const auto& [header, row] : headers) {
         spellings.push_back(header);
+    }
     static constexpr string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZ019_:*?[] \x80";
     std::mt19937 random(20240611);
     const auto letter = [&] { return kAlphabet[random() % kAlphabet.size()]; };
@@ -152,8 +158,9 @@ TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
                 header.erase(at, 1 + random() % 3);
                 break;
             case 2:
-                if (at < header.size())
+                if (at < header.size()) {
                     header[at] = letter();
+                }
                 break;
             case 3: { // the head of one header and the tail of another
                 const string& other = spellings[random() % spellings.size()];
@@ -162,8 +169,9 @@ TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
             }
             default: { // a whole node taken out
                 const size_t colon = header.find(':', at);
-                if (colon != string::npos)
+                if (colon != string::npos) {
                     header.erase(colon, header.find(':', colon + 1) - colon);
+                }
                 break;
             }
             }
@@ -194,18 +202,21 @@ TEST(CommandIndex, RandomTablesAgreeWithMatchingRowAfterRow)
             patterns.push_back(pattern + (random() % 2 == 0 ? "?" : ""));
         }
         std::vector<const char*> rows;
-        for (const string& pattern : patterns)
+        for (const string& pattern : patterns) {
             rows.push_back(pattern.c_str());
+        }
         const Table table(rows);
         std::set<string> headers;
-        for (const string& pattern : patterns)
+        for (const string& pattern : patterns) {
             headers.merge(all_headers(pattern));
+        }
         headers.erase("");
         headers.erase("?");
         for (const string& header : headers) {
             int expected = -1;
-            for (size_t row = 0; row < patterns.size() && expected < 0; ++row)
+            for (size_t row = 0; row < patterns.size() && expected < 0; ++row) {
                 expected = all_headers(patterns[row]).contains(header) ? static_cast<int>(row) : -1;
+            }
             ASSERT_EQ(table.found(header), expected) << header;
             ASSERT_EQ(table.first_match(header), expected) << header;
         }
@@ -237,8 +248,9 @@ TEST(CommandIndex, MalformedRowsAreNeverFoundAndHideNoOther)
     EXPECT_EQ(table.found(":A"), 7);
     EXPECT_EQ(table.found(":A?"), 8);
     EXPECT_EQ(table.found(":A:B"), -1);
-    for (const string_view header : {"", "?", "*", ":", "*?"})
+    for (const string_view header : {"", "?", "*", ":", "*?"}) {
         EXPECT_EQ(table.found(header), -1) << header;
+    }
 }
 
 TEST(CommandIndex, NodeWithoutCapitalsHasNoShortForm)
@@ -288,8 +300,9 @@ TEST(CommandIndex, HugeHeaderIsAnsweredWithoutHarm)
     const Table table(instrument_patterns());
     EXPECT_EQ(table.found(string(3000000, 'A')), -1);
     string deep;
-    for (int i = 0; i < 300000; ++i)
+    for (int i = 0; i < 300000; ++i) {
         deep += ":SOUR";
+    }
     EXPECT_EQ(table.found(deep), -1);
 }
 

@@ -4,9 +4,6 @@
 #ifndef TESTS_UNIT_PLATFORM_SCPI_DATA_FIXTURE_H
 #define TESTS_UNIT_PLATFORM_SCPI_DATA_FIXTURE_H
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <numeric>
@@ -14,6 +11,9 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "scpi/scpi.h"
 
@@ -57,8 +57,9 @@ protected:
     /** The error that the last command ended with; 0 without one, and -1 for several. */
     int_fast16_t error() const
     {
-        if (errors.empty())
+        if (errors.empty()) {
             return 0;
+        }
         return errors.size() == 1 ? errors.front() : -1;
     }
 
@@ -79,8 +80,9 @@ private:
     static size_t on_write(scpi_t* c, const char* data, size_t len)
     {
         ScpiData& test = self(c);
-        if (test.writes.size() >= test.writes_taken)
+        if (test.writes.size() >= test.writes_taken) {
             return 0;
+        }
         test.writes.emplace_back(data, len);
         test.remaining_at_write.push_back(c->arbitrary_remaining);
         return len;

@@ -1,12 +1,12 @@
 /**
  * Parameters, results, errors and status through the parser, as a client sees them.
  */
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "scpi/scpi.h"
 
@@ -27,8 +27,9 @@ scpi_result_t echo_server(scpi_t* context)
 {
     static constexpr scpi_choice_def_t kServers[] = {{"1", 1}, {"2", 2}, {nullptr, -1}};
     int32_t server = 0;
-    if (!SCPI_ParamChoice(context, kServers, &server, true))
+    if (!SCPI_ParamChoice(context, kServers, &server, true)) {
         return SCPI_RES_ERR;
+    }
     SCPI_ResultInt32(context, server);
     return echo_text(context);
 }
@@ -37,26 +38,30 @@ scpi_result_t echo_block(scpi_t* context)
 {
     const char* data = nullptr;
     size_t len = 0;
-    if (!SCPI_ParamArbitraryBlock(context, &data, &len, true))
+    if (!SCPI_ParamArbitraryBlock(context, &data, &len, true)) {
         return SCPI_RES_ERR;
+    }
     return SCPI_ResultArbitraryBlock(context, data, len) != 0 ? SCPI_RES_OK : SCPI_RES_ERR;
 }
 
 scpi_result_t echo_frequency(scpi_t* context)
 {
     scpi_number_t number;
-    if (!SCPI_ParamNumber(context, scpi_special_numbers_def, &number, true))
+    if (!SCPI_ParamNumber(context, scpi_special_numbers_def, &number, true)) {
         return SCPI_RES_ERR;
-    if (number.special)
+    }
+    if (number.special) {
         return SCPI_ResultMnemonic(context, "special") != 0 ? SCPI_RES_OK : SCPI_RES_ERR;
+    }
     return SCPI_ResultDouble(context, number.value) != 0 ? SCPI_RES_OK : SCPI_RES_ERR;
 }
 
 scpi_result_t echo_optional(scpi_t* context)
 {
     int32_t value = 5;
-    if (!SCPI_ParamInt32(context, &value, false))
+    if (!SCPI_ParamInt32(context, &value, false)) {
         value = SCPI_ParamErrorOccurred(context) ? -1 : -2;
+    }
     return SCPI_ResultInt32(context, value) != 0 ? SCPI_RES_OK : SCPI_RES_ERR;
 }
 
@@ -194,11 +199,13 @@ TEST_F(DataSession, ErrorsReachTheQueueAndTheStatusByte)
 
 TEST_F(DataSession, QueueOverflowIsReported)
 {
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 6; ++i) {
         reply(":FOO");
+    }
     EXPECT_EQ(reply(":SYST:ERR:COUN?"), "4");
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(reply(":SYST:ERR?"), "-113,\"Undefined header\"");
+    }
     EXPECT_EQ(reply(":SYST:ERR?"), "-350,\"Queue overflow\"");
 }
 

@@ -1,7 +1,7 @@
-#include "data_fixture.h"
-
 #include <climits>
 #include <cstring>
+
+#include "data_fixture.h"
 
 using ::testing::ElementsAre;
 
@@ -17,11 +17,13 @@ struct ErrorQueue : ScpiData {
     std::string pop()
     {
         scpi_error_t entry;
-        if (!SCPI_ErrorPop(&context, &entry))
+        if (!SCPI_ErrorPop(&context, &entry)) {
             return "";
+        }
         std::string text = std::to_string(entry.error_code);
-        if (entry.device_dependent_info != nullptr)
+        if (entry.device_dependent_info != nullptr) {
             text += std::string(":") + entry.device_dependent_info;
+        }
         SCPI_ErrorFree(&entry);
         return text;
     }
@@ -78,8 +80,9 @@ TEST_F(ErrorQueue, LastEntryOfAFullQueueBecomesTheOverflowMarkAndLosesItsText)
 
 TEST_F(ErrorQueue, TakesErrorsAgainBehindTheOverflowMarkOnceThereIsRoom)
 {
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 6; ++i) {
         SCPI_ErrorPush(&context, -101);
+    }
     EXPECT_EQ(pop(), "-101");
     push(-222, "late");
     EXPECT_EQ(pop(), "-101");
@@ -130,8 +133,9 @@ TEST_F(ErrorQueue, ClearFreesTheTextsOfAQueueThatWrapsAround)
     push(-101, "5");
     push(-101, "6");
     SCPI_ErrorClear(&context);
-    for (const scpi_error_t& entry : queue)
+    for (const scpi_error_t& entry : queue) {
         EXPECT_EQ(entry.device_dependent_info, nullptr);
+    }
 }
 
 TEST_F(ErrorQueue, ZeroIsNoError)
@@ -145,8 +149,9 @@ TEST_F(ErrorQueue, ZeroIsNoError)
 
 TEST_F(ErrorQueue, EveryPushCallsBackWithTheErrorAlsoPastTheOverflow)
 {
-    for (int err = -101; err >= -106; --err)
+    for (int err = -101; err >= -106; --err) {
         SCPI_ErrorPush(&context, err);
+    }
     EXPECT_THAT(errors, ElementsAre(-101, -102, -103, -104, -105, -106));
 }
 
@@ -262,14 +267,16 @@ TEST_F(ErrorQueue, UpdateOfAnEmptyQueueDoesNothing)
     push(-101, "a");
     pop();
     SCPI_ErrorUpdateEx(&context, "Param 0", 7);
-    for (const scpi_error_t& entry : queue)
+    for (const scpi_error_t& entry : queue) {
         EXPECT_EQ(entry.device_dependent_info, nullptr);
+    }
 }
 
 TEST_F(ErrorQueue, UpdateLeavesTheOverflowMarkWithoutText)
 {
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         SCPI_ErrorPush(&context, -109);
+    }
     SCPI_ErrorUpdateEx(&context, "Param 0", 7);
     EXPECT_EQ(pop(), "-109");
     EXPECT_EQ(pop(), "-109");
@@ -305,8 +312,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ErrorQueue, OverflowSetsTheDeviceErrorBitBesideTheClassOfTheLostError)
 {
-    for (int i = 0; i < kQueueSize; ++i)
+    for (int i = 0; i < kQueueSize; ++i) {
         SCPI_ErrorPush(&context, -101);
+    }
     EXPECT_EQ(SCPI_RegGet(&context, SCPI_REG_ESR), ESR_CER);
     SCPI_ErrorPush(&context, -222);
     EXPECT_EQ(SCPI_RegGet(&context, SCPI_REG_ESR), ESR_CER | ESR_EER | ESR_DER);
@@ -445,17 +453,20 @@ constexpr Text kTexts[] = {
 TEST(ErrorText, IsTheStandardOneForEachNumberAndUnknownForAllOthers)
 {
     std::vector<std::string> expected(1001, "Unknown error");
-    for (const Text& row : kTexts)
+    for (const Text& row : kTexts) {
         expected[static_cast<size_t>(-row.number)] = row.text;
-    for (int number = 0; number >= -1000; --number)
+    }
+    for (int number = 0; number >= -1000; --number) {
         EXPECT_EQ(SCPI_ErrorTranslate(number), expected[static_cast<size_t>(-number)]) << number;
+    }
 }
 
 TEST(ErrorText, OfAPositiveOrAnyOtherNumberIsUnknown)
 {
     for (const int_fast16_t number :
-         {1L, 100L, 32767L, -32768L, 65536L - 100L, long{INT32_MAX}, long{INT32_MIN}})
+         {1L, 100L, 32767L, -32768L, 65536L - 100L, long{INT32_MAX}, long{INT32_MIN}}) {
         EXPECT_STREQ(SCPI_ErrorTranslate(number), "Unknown error") << number;
+    }
 }
 
 } // namespace

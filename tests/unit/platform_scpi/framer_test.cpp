@@ -1,9 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "scpi/extensions.h"
 
@@ -23,16 +23,18 @@ std::vector<size_t> message_ends(string_view stream, size_t piece)
         const string_view rest = stream.substr(at, piece - at % piece);
         const size_t n = SCPI_FramerScan(&framer, rest.data(), rest.size());
         at += n != 0 ? n : rest.size();
-        if (n != 0)
+        if (n != 0) {
             ends.push_back(at);
+        }
     }
     return ends;
 }
 
 void expect_ends(const string& stream, const std::vector<size_t>& ends)
 {
-    for (size_t piece = 1; piece <= stream.size(); ++piece)
+    for (size_t piece = 1; piece <= stream.size(); ++piece) {
         EXPECT_EQ(message_ends(stream, piece), ends) << "in pieces of " << piece << ": " << stream;
+    }
 }
 
 /** The whole text is one message and its last byte ends it. */
@@ -178,8 +180,9 @@ TEST(Framer, BlockLongerThanMemoryKeepsItsCount)
     scpi_framer_t framer{};
     ASSERT_EQ(SCPI_FramerScan(&framer, "A #9999999999", 13), 0u);
     const string megabyte(1000000, '\n');
-    for (int i = 0; i < 999; ++i)
+    for (int i = 0; i < 999; ++i) {
         ASSERT_EQ(SCPI_FramerScan(&framer, megabyte.data(), megabyte.size()), 0u);
+    }
     EXPECT_EQ(SCPI_FramerScan(&framer, megabyte.data(), megabyte.size()), 1000000u);
 }
 
@@ -194,8 +197,9 @@ std::vector<size_t> expected_ends(string_view s)
         bool may_start = false;
         int depth = 0;
         for (;;) {
-            if (i >= s.size())
+            if (i >= s.size()) {
                 return ends;
+            }
             const char c = s[i];
             const bool space = static_cast<unsigned char>(c) <= ' ';
             if (c == '\n') {
@@ -204,10 +208,12 @@ std::vector<size_t> expected_ends(string_view s)
             }
             if (c == '"' || c == '\'') {
                 ++i;
-                while (i < s.size() && s[i] != c && s[i] != '\n')
+                while (i < s.size() && s[i] != c && s[i] != '\n') {
                     ++i;
-                if (i < s.size() && s[i] == c)
+                }
+                if (i < s.size() && s[i] == c) {
                     ++i;
+                }
                 in_data = true;
                 may_start = false;
                 continue;
@@ -218,8 +224,9 @@ std::vector<size_t> expected_ends(string_view s)
                 may_start = false;
                 size_t d = i + 1;
                 if (d < s.size() && s[d] == '0') {
-                    while (i < s.size() && s[i] != '\n')
+                    while (i < s.size() && s[i] != '\n') {
                         ++i;
+                    }
                     continue;
                 }
                 if (d < s.size() && s[d] >= '1' && s[d] <= '9') {
@@ -228,11 +235,13 @@ std::vector<size_t> expected_ends(string_view s)
                     bool whole = true;
                     for (; digits != 0 && whole; --digits) {
                         whole = d < s.size() && s[d] >= '0' && s[d] <= '9';
-                        if (whole)
+                        if (whole) {
                             length = length * 10 + static_cast<size_t>(s[d++] - '0');
+                        }
                     }
-                    if (!whole && d >= s.size())
+                    if (!whole && d >= s.size()) {
                         return ends;
+                    }
                     i = whole ? d + length : d;
                     continue;
                 }
@@ -253,10 +262,11 @@ std::vector<size_t> expected_ends(string_view s)
                 may_start = depth == 0;
             } else if (!space) {
                 may_start = false;
-                if (c == '(')
+                if (c == '(') {
                     ++depth;
-                else if (c == ')' && depth > 0)
+                } else if (c == ')' && depth > 0) {
                     --depth;
+                }
             }
             ++i;
         }
@@ -270,8 +280,9 @@ TEST(Framer, RandomStreamsEndWhereTheRulesSayHoweverCut)
     std::mt19937 random(20240611);
     for (int round = 0; round < 20000; ++round) {
         string stream(1 + random() % 80, ' ');
-        for (char& c : stream)
+        for (char& c : stream) {
             c = kAlphabet[random() % kAlphabet.size()];
+        }
         const std::vector<size_t> ends = expected_ends(stream);
         ASSERT_EQ(message_ends(stream, stream.size()), ends) << stream;
         ASSERT_EQ(message_ends(stream, 1), ends) << stream;

@@ -262,8 +262,9 @@ TEST_F(MandatoryCommand, StatusEnablesAreTwoRegisters)
 
 TEST_F(MandatoryCommand, StatusPresetClearsTheEnablesOnly)
 {
-    for (int name = SCPI_REG_SRE; name < SCPI_REG_COUNT; ++name)
+    for (int name = SCPI_REG_SRE; name < SCPI_REG_COUNT; ++name) {
         set(static_cast<scpi_reg_name_t>(name), 0x21);
+    }
     EXPECT_EQ(run(SCPI_StatusPreset, ""), SCPI_RES_OK);
     for (int name = SCPI_REG_SRE; name < SCPI_REG_COUNT; ++name) {
         const bool preset = name == SCPI_REG_OPERE || name == SCPI_REG_QUESE;

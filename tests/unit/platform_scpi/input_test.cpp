@@ -1,9 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -11,6 +5,12 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "recording_context.h"
 
@@ -47,8 +47,9 @@ std::vector<string> events_of(string_view bytes, size_t piece, size_t buffer_siz
 std::vector<string> events_however_cut(string_view bytes, size_t buffer_size = 4096)
 {
     const std::vector<string> whole = events_of(bytes, bytes.size(), buffer_size);
-    for (size_t piece = 1; piece < bytes.size(); ++piece)
+    for (size_t piece = 1; piece < bytes.size(); ++piece) {
         EXPECT_EQ(events_of(bytes, piece, buffer_size), whole) << "in pieces of " << piece;
+    }
     return whole;
 }
 
@@ -103,8 +104,9 @@ TEST(Input, BlockThatHoldsLineFeedsIsOneMessage)
 TEST(Input, HugeBlockInNetworkPiecesArrivesWhole)
 {
     string block(2900000, '\n');
-    for (size_t i = 0; i < block.size(); ++i)
+    for (size_t i = 0; i < block.size(); ++i) {
         block[i] = static_cast<char>(i * 7 % 251);
+    }
     RecordingContext context(kCommands, 0x300000);
     size_t good = 0;
     context.in_handler = [&](scpi_t* c) {
@@ -249,8 +251,9 @@ TEST(Input, EndMessageEndsAnOverrunToo)
 TEST(Input, ShortMessagesOnASmallBufferNeverOverrun)
 {
     string bytes;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         bytes += ":A " + std::to_string(i) + "\n";
+    }
     const std::vector<string> events = events_of(bytes, bytes.size(), 8);
     EXPECT_EQ(events.size(), 3000u);
     EXPECT_EQ(std::count(events.begin(), events.end(), "error -363"), 0);
@@ -310,8 +313,9 @@ TEST(Input, NothingOfTheContextIsTouchedBehindTheLastFlush)
     scpi_t* const scpi = &context->context;
     int flushes = 0;
     const auto count_and_lock = [&](scpi_t*) {
-        if (++flushes % 2 == 0)
+        if (++flushes % 2 == 0) {
             mprotect(memory, size, PROT_NONE);
+        }
     };
     context->in_flush = std::ref(count_and_lock);
 
@@ -406,8 +410,9 @@ TEST(Input, RandomStreamsComeToTheSameHoweverCut)
     std::mt19937 random(20240611);
     for (int round = 0; round < 5000; ++round) {
         string bytes;
-        for (size_t parts = 1 + random() % 40; parts != 0; --parts)
+        for (size_t parts = 1 + random() % 40; parts != 0; --parts) {
             bytes += kParts[random() % kParts.size()];
+        }
         const size_t buffer = random() % 4 == 0 ? 8 + random() % 24 : 4096;
         const std::vector<string> whole = events_of(bytes, bytes.size(), buffer);
         ASSERT_EQ(events_of(bytes, 1, buffer), whole) << R::escaped(bytes);

@@ -1,7 +1,3 @@
-#include "../../../platform/scpi/src/lexer.h"
-
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <memory>
 #include <ostream>
@@ -9,6 +5,9 @@
 #include <string_view>
 #include <tuple>
 
+#include <gtest/gtest.h>
+
+#include "../../../platform/scpi/src/lexer.h"
 #include "scpi/error.h"
 
 using namespace std::string_literals;
@@ -40,8 +39,9 @@ Lexed lex(std::string_view text)
     if (result.error == 0) {
         result.body.assign(e.body, e.body_len);
         result.text.assign(e.ptr, e.len);
-        if (e.suffix != nullptr)
+        if (e.suffix != nullptr) {
             result.suffix.assign(e.suffix, e.suffix_len);
+        }
     }
     scpi_parameter_t again;
     result.found = scpi_lex_element(begin, end, &again, &next);
@@ -210,12 +210,13 @@ TEST(Lexer, WhiteSpaceIsEveryControlCharacterAndTheBlank)
         const bool word = c < 128 && (std::isalnum(c) != 0 || c == '_');
         const bool separator = c == ',' || c == ';';
         const Lexed lexed = lex(text);
-        if (word)
+        if (word) {
             EXPECT_EQ(lexed.text, text) << c;
-        else if (space || separator)
+        } else if (space || separator) {
             EXPECT_EQ(lexed.text, "AB") << c;
-        else
+        } else {
             EXPECT_EQ(lexed.error, SCPI_ERROR_INVALID_CHARACTER_DATA) << c;
+        }
     }
 }
 

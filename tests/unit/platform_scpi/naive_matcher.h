@@ -13,8 +13,9 @@
 inline std::string upper_case(std::string_view text)
 {
     std::string out;
-    for (const char c : text)
+    for (const char c : text) {
         out += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
     return out;
 }
 
@@ -23,8 +24,9 @@ inline std::string upper_case(std::string_view text)
 inline std::set<std::string> all_headers(std::string_view pattern)
 {
     const bool query = pattern.ends_with('?');
-    if (query)
+    if (query) {
         pattern.remove_suffix(1);
+    }
     std::vector<std::string> headers{""};
     while (!pattern.empty()) {
         const bool optional = pattern.front() == '[';
@@ -32,19 +34,22 @@ inline std::set<std::string> all_headers(std::string_view pattern)
             optional ? pattern.find(']') + 1 : std::min(pattern.find_first_of(":[", 1), pattern.size());
         std::string_view name = pattern.substr(0, len);
         pattern.remove_prefix(len);
-        if (optional)
+        if (optional) {
             name = name.substr(1, name.size() - 2);
+        }
         std::string short_form;
         for (const char c : name) {
-            if (!std::islower(static_cast<unsigned char>(c)))
+            if (!std::islower(static_cast<unsigned char>(c))) {
                 short_form += c;
+            }
         }
         std::vector<std::string> longer;
         for (const std::string& header : headers) {
             longer.push_back(header + upper_case(name));
             longer.push_back(header + short_form);
-            if (optional)
+            if (optional) {
                 longer.push_back(header);
+            }
         }
         headers = std::move(longer);
     }
@@ -52,8 +57,9 @@ inline std::set<std::string> all_headers(std::string_view pattern)
     for (const std::string& header : headers) {
         const std::string whole = header + (query ? "?" : "");
         all.insert(whole);
-        if (whole.starts_with(':'))
+        if (whole.starts_with(':')) {
             all.insert(whole.substr(1));
+        }
     }
     return all;
 }

@@ -1,9 +1,9 @@
-#include "../../../platform/scpi/src/decimal.h"
-#include "data_fixture.h"
-
 #include <cmath>
 #include <limits>
 #include <locale>
+
+#include "../../../platform/scpi/src/decimal.h"
+#include "data_fixture.h"
 
 namespace {
 

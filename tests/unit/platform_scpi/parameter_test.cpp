@@ -527,8 +527,9 @@ TEST_F(Parameter, ReadersEndAndStayInsideTheTextWhateverItHolds)
     };
     for (int i = 0; i < 20000; ++i) {
         std::string line(next_random() % 24, ' ');
-        for (char& c : line)
+        for (char& c : line) {
             c = kAlphabet[next_random() % (sizeof kAlphabet)];
+        }
         for (const Reader reader : readers) {
             parameters(line);
             size_t read = 0;

@@ -1,7 +1,7 @@
-#include "parser_fixture.h"
-
 #include <cstring>
 #include <utility>
+
+#include "parser_fixture.h"
 
 namespace {
 
@@ -68,8 +68,9 @@ TEST_F(ParseCall, HandlerMayParseAndGoOnWithItsOwnCommand)
 {
     bool nested = false;
     m_context.in_handler = [&](scpi_t* c) {
-        if (std::exchange(nested, true))
+        if (std::exchange(nested, true)) {
             return;
+        }
         c->output_count = 3;
         string text = ":B 2;:OUTP?";
         EXPECT_TRUE(SCPI_Parse(c, text.data(), text.size()));
@@ -85,8 +86,9 @@ TEST_F(ParseCall, ErrorOfANestedParseIsOneOfTheMessage)
 {
     bool nested = false;
     m_context.in_handler = [&](scpi_t* c) {
-        if (std::exchange(nested, true))
+        if (std::exchange(nested, true)) {
             return;
+        }
         string text = ":FOO";
         EXPECT_FALSE(SCPI_Parse(c, text.data(), text.size()));
     };
@@ -126,8 +128,9 @@ TEST(Context, InitNeedsNoClearedContext)
     EXPECT_STREQ(c.idn[0], "1");
     EXPECT_STREQ(c.idn[3], "4");
     EXPECT_EQ(SCPI_ErrorCount(&c), 0);
-    for (const scpi_reg_val_t value : c.registers)
+    for (const scpi_reg_val_t value : c.registers) {
         EXPECT_EQ(value, 0);
+    }
     EXPECT_FALSE(SCPI_Input(&c, ":FOO\n", 5));
     EXPECT_EQ(SCPI_ErrorCount(&c), 1);
     SCPI_Deinit(&c);

@@ -4,13 +4,13 @@
 #ifndef TESTS_UNIT_PLATFORM_SCPI_PARSER_FIXTURE_H
 #define TESTS_UNIT_PLATFORM_SCPI_PARSER_FIXTURE_H
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "recording_context.h"
 

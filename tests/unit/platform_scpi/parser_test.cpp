@@ -54,8 +54,9 @@ TEST_F(Parser, WhiteSpaceAroundUnitsAndParametersIsLeftOut)
 TEST_F(Parser, EveryControlCharacterButLineFeedIsWhiteSpace)
 {
     for (int code = 0; code <= 32; ++code) {
-        if (code == '\n')
+        if (code == '\n') {
             continue;
+        }
         const string space(1, static_cast<char>(code));
         EXPECT_THAT(run(space + ":A" + space + "1" + space + ";" + space + ":B" + space),
                     ElementsAre("call :A [1]", "call :B []"))
@@ -242,8 +243,9 @@ TEST_F(Parser, IsCmdMatchesTheHeaderOfTheCommand)
     EXPECT_FALSE(SCPI_IsCmd(&context(), ":SOURce:POWer"));
     int calls = 0;
     m_context.in_handler = [&](scpi_t* c) {
-        if (++calls == 1)
+        if (++calls == 1) {
             return;
+        }
         EXPECT_TRUE(SCPI_IsCmd(c, ":SOURce:POWer"));
         EXPECT_FALSE(SCPI_IsCmd(c, ":SOURce:POWer?"));
         EXPECT_FALSE(SCPI_IsCmd(c, ":SOURce:FREQuency"));
@@ -306,8 +308,9 @@ TEST_F(Parser, HugeLineRunsLikeAShortOne)
 {
     RecordingContext big(kParserCommands, 4u << 20);
     string numbers = "1";
-    while (numbers.size() < 3000000)
+    while (numbers.size() < 3000000) {
         numbers += ",2.5";
+    }
     ASSERT_TRUE(big.input(":A " + numbers + ";:B\n"));
     EXPECT_THAT(big.take_events(), ElementsAre("call :A [" + numbers + "]", "call :B []", kLineEnd, "flush"));
 }
@@ -316,8 +319,9 @@ TEST_F(Parser, VeryManyUnitsRun)
 {
     RecordingContext big(kParserCommands, 4u << 20);
     string line;
-    for (int i = 0; i < 100000; ++i)
+    for (int i = 0; i < 100000; ++i) {
         line += ":A;B;";
+    }
     ASSERT_TRUE(big.input(line + "\n"));
     EXPECT_EQ(big.count("call :A []"), 100000u);
     EXPECT_EQ(big.count("call :B []"), 100000u);

@@ -38,8 +38,9 @@ public:
     bool input_in_pieces(std::string_view bytes, size_t piece)
     {
         bool result = false;
-        for (size_t at = 0; at < bytes.size(); at += piece)
+        for (size_t at = 0; at < bytes.size(); at += piece) {
             result = input(bytes.substr(at, piece));
+        }
         return result;
     }
 
@@ -50,8 +51,9 @@ public:
     size_t count(std::string_view event) const
     {
         size_t n = 0;
-        for (const std::string& e : events)
+        for (const std::string& e : events) {
             n += e == event ? 1 : 0;
+        }
         return n;
     }
 
@@ -88,8 +90,9 @@ public:
         lex_state_t& lex = c->param_list.lex_state;
         of(c).note("call " + header(c) + " [" + escaped(parameters(c)) + "]");
         lex.pos = lex.buffer + lex.len;
-        if (of(c).in_handler)
+        if (of(c).in_handler) {
             of(c).in_handler(c);
+        }
         return SCPI_RES_OK;
     }
     /** Writes itself down and leaves its parameters. */
@@ -143,8 +146,9 @@ private:
     {
         RecordingContext& self = of(c);
         self.note("flush");
-        if (self.in_flush)
+        if (self.in_flush) {
             self.in_flush(c);
+        }
         return SCPI_RES_OK;
     }
 

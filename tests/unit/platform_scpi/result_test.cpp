@@ -1,8 +1,8 @@
-#include "data_fixture.h"
-
 #include <cmath>
 #include <cstring>
 #include <limits>
+
+#include "data_fixture.h"
 
 using namespace std::string_literals;
 using ::testing::ElementsAre;
@@ -190,8 +190,9 @@ TEST_F(Result, FloatingPointReadsBackTheSame)
         random ^= random << 17;
         double value;
         std::memcpy(&value, &random, sizeof value);
-        if (!std::isfinite(value))
+        if (!std::isfinite(value)) {
             continue;
+        }
         const std::string text = of(SCPI_ResultDouble, value);
         parameters(text);
         double back = 0;

@@ -1,9 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <set>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "scpi/scpi.h"
 
@@ -44,8 +44,9 @@ const scpi_unit_def_t* find(const std::string& name)
 TEST(Units, HaveTheirUnitAndFactor)
 {
     size_t count = 0;
-    while (scpi_units_def[count].name != nullptr)
+    while (scpi_units_def[count].name != nullptr) {
         ++count;
+    }
     EXPECT_EQ(count, std::size(kRows));
     for (const Row& row : kRows) {
         const scpi_unit_def_t* const found = find(row.name);
@@ -61,8 +62,9 @@ TEST(Units, AreSpelledOnceEachAndInCapitals)
     for (const scpi_unit_def_t* unit = scpi_units_def; unit->name != nullptr; ++unit) {
         EXPECT_TRUE(seen.insert(unit->name).second) << unit->name;
         EXPECT_LE(std::strlen(unit->name), 12u);
-        for (const char* p = unit->name; *p != '\0'; ++p)
+        for (const char* p = unit->name; *p != '\0'; ++p) {
             EXPECT_TRUE(*p >= 'A' && *p <= 'Z') << unit->name;
+        }
     }
 }
 
@@ -76,14 +78,16 @@ TEST(Units, WithMAreMegaForHertzAndOhmAndMilliForTheRest)
 {
     EXPECT_EQ(find("MHZ")->mult, 1e6);
     EXPECT_EQ(find("MOHM")->mult, 1e6);
-    for (const char* name : {"MV", "MA", "MS", "MW", "MRAD"})
+    for (const char* name : {"MV", "MA", "MS", "MW", "MRAD"}) {
         EXPECT_EQ(find(name)->mult, 1e-3) << name;
+    }
 }
 
 TEST(Units, ThatAreUnknownAreNotFound)
 {
-    for (const char* name : {"", "X", "H", "HZZ", "KH", "M", "V ", "MHZ2"})
+    for (const char* name : {"", "X", "H", "HZZ", "KH", "M", "V ", "MHZ2"}) {
         EXPECT_EQ(find(name), nullptr) << name;
+    }
     EXPECT_EQ(SCPI_FindUnit(nullptr, "V", 1), nullptr);
 }
 

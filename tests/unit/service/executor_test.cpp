@@ -1,17 +1,16 @@
 // What the executor waits for; the rules of its turns are those of the server's tests.
-#include "service/executor.h"
-
-#include "service_fixture.h"
-
-#include <gtest/gtest.h>
-
+#include <filesystem>
+#include <fstream>
 #include <signal.h>
+#include <string>
+
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <string>
+#include <gtest/gtest.h>
+
+#include "service/executor.h"
+#include "service_fixture.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,22 +1,21 @@
-#include "service/front_panel.h"
-
-#include "service/key_map.h"
-#include "service/listener.h"
-#include "service_fixture.h"
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <cerrno>
+#include <map>
+#include <optional>
+#include <set>
 
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <syslog.h>
 
-#include <cerrno>
-#include <map>
-#include <optional>
-#include <set>
+#include <gtest/gtest.h>
+
+#include "service/front_panel.h"
+#include "service/key_map.h"
+#include "service/listener.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

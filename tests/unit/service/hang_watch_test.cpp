@@ -1,16 +1,3 @@
-#include "service/hang_watch.h"
-
-#include "service_fixture.h"
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <syslog.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -18,6 +5,18 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+
+#include <gtest/gtest.h>
+
+#include "service/hang_watch.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,16 +1,15 @@
 // Clients that vanish, stall or do not listen must cost the others nothing.
-#include "service_fixture.h"
-
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <atomic>
+#include <cerrno>
 
 #include <sys/socket.h>
 #include <syslog.h>
 
-#include <atomic>
-#include <cerrno>
+#include <gtest/gtest.h>
+
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

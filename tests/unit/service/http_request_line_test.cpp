@@ -1,11 +1,10 @@
-#include "service/raw/http_request_line.h"
-
-#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include <regex>
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <regex>
-#include <string>
+#include "orvan_sdk/scpi-parser/scpi-def.h"
+#include "service/raw/http_request_line.h"
 
 using namespace orvan_service;
 using Verdict = HttpRequestLine::Verdict;

@@ -1,14 +1,14 @@
 // What clients that ask nothing cost the program: measured from outside.
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include <gtest/gtest.h>
+
 #include "service/listener.h"
 #include "service_fixture.h"
 #include "service_process.h"
 #include "support/loopback.h"
-
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <map>
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,25 +1,24 @@
 // The server with the real library behind it; the modules are scripted ones on the loopback.
-#include "service/instrument.h"
-
-#include "orvan_sdk/bit/bit_manager.h"
-#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
-#include "service_fixture.h"
-#include "support/instrument_files.h"
-#include "support/log_capture.h"
-#include "support/output_capture.h"
-#include "support/scripted_module.h"
-
-#include <gtest/gtest.h>
-
-#include <dataorvan.h>
-#include <syslog.h>
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <future>
 #include <optional>
 #include <thread>
+
+#include <syslog.h>
+
+#include <gtest/gtest.h>
+
+#include "orvan_sdk/bit/bit_manager.h"
+#include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "service/instrument.h"
+#include "service_fixture.h"
+#include "support/instrument_files.h"
+#include "support/log_capture.h"
+#include "support/output_capture.h"
+#include "support/scripted_module.h"
+#include <dataorvan.h>
 
 using namespace orvan_service;
 using namespace orvan_test;

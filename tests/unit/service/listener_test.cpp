@@ -1,9 +1,5 @@
-#include "service/listener.h"
-
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <cstdlib>
+#include <stdexcept>
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -11,8 +7,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <stdexcept>
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,12 +1,12 @@
-#include "service/raw/message_buffer.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "service/raw/message_buffer.h"
 
 using namespace orvan_service;
 using Event = MessageBuffer::Event;

@@ -1,10 +1,10 @@
-#include "service/message_memory.h"
-
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
+
+#include "service/message_memory.h"
 
 using namespace orvan_service;
 using Answer = MessageMemory::Answer;

@@ -1,16 +1,15 @@
-#include "service/notify.h"
-
-#include "support/log_capture.h"
-#include <unique_fd.h>
-
-#include <gtest/gtest.h>
+#include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <string>
+#include <gtest/gtest.h>
+
+#include "service/notify.h"
+#include "support/log_capture.h"
+#include <unique_fd.h>
 
 using namespace orvan_service;
 

@@ -1,15 +1,14 @@
-#include "service/options.h"
-
-#include "support/output_capture.h"
-
-#include <gtest/gtest.h>
+#include <cstdlib>
+#include <initializer_list>
+#include <vector>
 
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <initializer_list>
-#include <vector>
+#include <gtest/gtest.h>
+
+#include "service/options.h"
+#include "support/output_capture.h"
 
 using namespace orvan_service;
 using orvan_test::OutputCapture;

@@ -1,15 +1,14 @@
-#include "service/own_client.h"
-
-#include "service/listener.h"
-#include "service_fixture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "service/own_client.h"
+#include "service_fixture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,19 +1,18 @@
-#include "service/own_sockets.h"
-
-#include "service/listener.h"
-#include "service_fixture.h"
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <syslog.h>
 
-#include <string>
-#include <thread>
-#include <vector>
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "service/own_sockets.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

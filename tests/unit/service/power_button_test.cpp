@@ -1,25 +1,25 @@
-#include "service/power_button.h"
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <poll.h>
+#include <syslog.h>
+
+#include <gtest/gtest.h>
 
 #include "board/current_board.h"
 #include "orvan_sdk/Benchtop/OrvanBenchtopDevice.h"
 #include "orvan_sdk/Portable/OrvanPortableDevice.h"
 #include "orvan_sdk/ksr7000/OrvanKsr7000Device.h"
+#include "service/power_button.h"
 #include "service/process.h"
 #include "support/log_capture.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <optional>
-#include <poll.h>
-#include <semaphore>
-#include <string>
-#include <syslog.h>
-#include <thread>
-#include <utility>
-#include <vector>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_service;
@@ -68,7 +68,7 @@ struct Platform {
     const char* name;
     const sim_board::BoardWiring& wiring;
     std::unique_ptr<IOrvanDeviceManager> (*make_device)();
-    bool reports_release; ///< the expander's interrupt comes with either edge
+    bool reports_release; /**< the expander's interrupt comes with either edge */
 };
 const Platform kPlatforms[] = {
     {"Portable", sim_board::kPortableWiring, make<OrvanPortableDevice>, false},

@@ -1,19 +1,19 @@
-#include "service/process.h"
-
-#include <gtest/gtest.h>
-
-#include <poll.h>
-#include <pthread.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <syslog.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <future>
+#include <signal.h>
 #include <thread>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "service/process.h"
 
 using namespace orvan_service;
 

@@ -1,24 +1,24 @@
 // The program itself, from outside.
-#include "service/listener.h"
-#include "service/options.h"
-#include "service_fixture.h"
-#include "service_process.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
-
-#include <poll.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <signal.h>
 #include <string_view>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "service/options.h"
+#include "service_fixture.h"
+#include "service_process.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

@@ -1,18 +1,17 @@
 // A session by itself, with times that the test says.
-#include "service/raw/raw_session.h"
-
-#include "service/listener.h"
-#include "service_fixture.h"
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <optional>
 
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <optional>
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "service/raw/raw_session.h"
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

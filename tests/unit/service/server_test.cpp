@@ -1,9 +1,6 @@
-#include "service_fixture.h"
-
-#include "support/log_capture.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <algorithm>
+#include <optional>
+#include <set>
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -12,9 +9,11 @@
 #include <sys/socket.h>
 #include <syslog.h>
 
-#include <algorithm>
-#include <optional>
-#include <set>
+#include <gtest/gtest.h>
+
+#include "service_fixture.h"
+#include "support/log_capture.h"
+#include "support/loopback.h"
 
 using namespace orvan_service;
 using namespace orvan_test;

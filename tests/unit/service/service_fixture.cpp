@@ -1,18 +1,19 @@
 #include "service_fixture.h"
 
-#include "service/listener.h"
-#include "service/process.h"
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
+#include <signal.h>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "service/listener.h"
+#include "service/process.h"
+#include "support/loopback.h"
 
 namespace orvan_test {
 

@@ -4,9 +4,6 @@
 #ifndef ORVAN_TESTS_SERVICE_FIXTURE_H
 #define ORVAN_TESTS_SERVICE_FIXTURE_H
 
-#include "service/server.h"
-#include "support/eventually.h"
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -14,6 +11,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "service/server.h"
+#include "support/eventually.h"
 
 namespace orvan_test {
 

@@ -1,22 +1,22 @@
 #include "service_process.h"
 
-#include "service_fixture.h"
-#include "support/namespaces.h"
-#include "support/private_home.h"
-
-#include <gtest/gtest.h>
+#include <cerrno>
+#include <cstdlib>
+#include <signal.h>
+#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <system_error>
+#include <gtest/gtest.h>
+
+#include "service_fixture.h"
+#include "support/namespaces.h"
+#include "support/private_home.h"
 
 namespace orvan_test {
 

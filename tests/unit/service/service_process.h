@@ -4,13 +4,14 @@
 #ifndef ORVAN_TESTS_SERVICE_PROCESS_H
 #define ORVAN_TESTS_SERVICE_PROCESS_H
 
-#include <unique_fd.h>
-
 #include <chrono>
 #include <string>
-#include <sys/types.h>
 #include <utility>
 #include <vector>
+
+#include <sys/types.h>
+
+#include <unique_fd.h>
 
 namespace orvan_test {
 

@@ -1,19 +1,20 @@
-#include "board/board_control.h"
-
-#include "board/current_board.h"
-#include "hw/hw.h"
-#include "support/loopback.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 #include <vector>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "board/board_control.h"
+#include "board/current_board.h"
+#include "hw/hw.h"
+#include "support/loopback.h"
 
 namespace sim_board {
 namespace {
@@ -28,7 +29,7 @@ protected:
     }
     ~BoardControlTest() override { std::filesystem::remove_all(m_folder); }
 
-    /// The whole reply to some lines; the client has said all when it reads.
+    /** The whole reply to some lines; the client has said all when it reads. */
     std::string ask(const std::string& lines) const
     {
         sockaddr_un name{};
@@ -68,7 +69,7 @@ TEST_F(BoardControlTest, ItWorksOnTheBoardThatIsTheCurrentOneThen)
 
 TEST_F(BoardControlTest, ItsEndLeavesNothing)
 {
-    const std::size_t descriptors = orvan_test::open_descriptors();
+    const size_t descriptors = orvan_test::open_descriptors();
     {
         const BoardControl control(path);
         EXPECT_EQ(ask("power-button\n"), "ok\n");
@@ -125,20 +126,23 @@ TEST_F(BoardControlTest, ManyClientsAndTheControllersAccessesGoOnTogether)
 {
     const BoardControl control(path);
     std::vector<std::thread> clients;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         clients.emplace_back([&, i] {
             const char* const lines[] = {"board\n", "i2c\n", "power-button\n", "i2c 0x24 ok\n"};
-            for (int turn = 0; turn < 25; ++turn)
+            for (int turn = 0; turn < 25; ++turn) {
                 EXPECT_TRUE(ask(lines[i]).starts_with("ok\n"));
+            }
         });
+    }
     const int fd = board->i2c().open(0x20);
     for (int value = 0; value < 1000; ++value) {
         board->i2c().write_register8(fd, 0x12, value);
         board->i2c().write_register8(fd, 0x13, value);
     }
     close(fd);
-    for (std::thread& client : clients)
+    for (std::thread& client : clients) {
         client.join();
+    }
 }
 
 } // namespace

@@ -1,29 +1,31 @@
-#include "board/board_state.h"
+#include <algorithm>
+#include <array>
+#include <set>
+#include <sstream>
 
+#include <gtest/gtest.h>
+
+#include "board/board_state.h"
 #include "board/faulty_i2c_device.h"
 #include "board/line_functions.h"
 #include "spi_master.h"
 
-#include <algorithm>
-#include <array>
-#include <gtest/gtest.h>
-#include <set>
-#include <sstream>
-
 namespace sim_board {
 namespace {
 
-/// What stands behind a name, or a text that no line has.
+/** What stands behind a name, or a text that no line has. */
 std::string state_of(Board& board, const std::string& name)
 {
     std::istringstream lines(board_state(board));
-    for (std::string line; std::getline(lines, line);)
-        if (line.substr(0, line.find("  ")) == name)
-            return line.substr(std::min<std::size_t>(line.find_first_not_of(' ', name.size()), line.size()));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.substr(0, line.find("  ")) == name) {
+            return line.substr(std::min<size_t>(line.find_first_not_of(' ', name.size()), line.size()));
+        }
+    }
     return "(no such line)";
 }
 
-void put(Board& board, std::uint8_t address, std::uint8_t reg, std::uint8_t value)
+void put(Board& board, uint8_t address, uint8_t reg, uint8_t value)
 {
     board.expander(address).write(std::array{reg, value});
 }
@@ -50,13 +52,15 @@ TEST_P(StateOf, HasALineForEachFunctionAndNamesThePlatform)
 TEST_P(StateOf, AFunctionFollowsItsLineAlone)
 {
     for (const LineFunction& line : line_functions(*GetParam())) {
-        for (const ExpanderWiring& expander : GetParam()->expanders)
-            for (const std::uint8_t direction : std::array<std::uint8_t, 2>{0x00, 0x01})
+        for (const ExpanderWiring& expander : GetParam()->expanders) {
+            for (const uint8_t direction : std::array<uint8_t, 2>{0x00, 0x01}) {
                 put(board, expander.address, direction, 0x00);
-        const auto latch = static_cast<std::uint8_t>(0x14 + line.port);
+            }
+        }
+        const auto latch = static_cast<uint8_t>(0x14 + line.port);
         put(board, line.address, latch, line.bit);
         EXPECT_EQ(state_of(board, std::string(line.name)), line.at_1) << line.name;
-        put(board, line.address, latch, static_cast<std::uint8_t>(~line.bit));
+        put(board, line.address, latch, static_cast<uint8_t>(~line.bit));
         EXPECT_EQ(state_of(board, std::string(line.name)), line.at_0) << line.name;
     }
 }
@@ -65,7 +69,7 @@ TEST_P(StateOf, AFunctionWhosePinIsAnInputIsMarked)
 {
     for (const LineFunction& line : line_functions(*GetParam())) {
         const std::string expected = std::string(line.as_input.empty() ? line.at_1 : line.as_input);
-        put(board, line.address, static_cast<std::uint8_t>(0x14 + line.port), line.bit);
+        put(board, line.address, static_cast<uint8_t>(0x14 + line.port), line.bit);
         EXPECT_EQ(state_of(board, std::string(line.name)), expected + " (its pin is an input)") << line.name;
     }
 }
@@ -74,7 +78,7 @@ TEST_P(StateOf, LookingChangesNothing)
 {
     put(board, 0x20, 0x05, 0xff); // an interrupt on any change, which a read of the port would end
     board.expander(0x20).drive(Mcp23017::kB, 0x01, 0x01);
-    const std::uint8_t pending = board.expander(0x20).reg(Mcp23017::kIntf, Mcp23017::kB);
+    const uint8_t pending = board.expander(0x20).reg(Mcp23017::kIntf, Mcp23017::kB);
     ASSERT_NE(pending, 0);
     board.trace().clear();
     const std::string first = board_state(board);
@@ -158,7 +162,7 @@ TEST(BoardState, TellsTheRoutingOfASlot)
 {
     Board board(kBenchtopWiring, Clock::Mode::kManual);
     ModulationRelays& relays = *board.relays();
-    const auto strobe = [&](std::uint8_t a, std::uint8_t bit) {
+    const auto strobe = [&](uint8_t a, uint8_t bit) {
         relays.latch(Mcp23017::kA, a);
         relays.latch(Mcp23017::kB, bit);
         relays.latch(Mcp23017::kB, 0);

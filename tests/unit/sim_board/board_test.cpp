@@ -1,35 +1,37 @@
 // The wiring of the platforms, and the functions of the seam on the current board.
 
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <ostream>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <wiringPi.h>
+#include <wiringPiI2C.h>
+
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_spi_device.h"
 #include "hw/hw.h"
 
-#include <atomic>
-#include <cerrno>
-#include <fcntl.h>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <linux/spi/spidev.h>
-#include <ostream>
-#include <thread>
-#include <unistd.h>
-#include <vector>
-#include <wiringPi.h>
-#include <wiringPiI2C.h>
-
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 Bytes spi(int fd, Bytes sent)
 {
     Bytes received(sent.size());
     spi_ioc_transfer transfer{};
-    transfer.tx_buf = reinterpret_cast<std::uintptr_t>(sent.data());
-    transfer.rx_buf = reinterpret_cast<std::uintptr_t>(received.data());
-    transfer.len = static_cast<std::uint32_t>(sent.size());
+    transfer.tx_buf = reinterpret_cast<uintptr_t>(sent.data());
+    transfer.rx_buf = reinterpret_cast<uintptr_t>(received.data());
+    transfer.len = static_cast<uint32_t>(sent.size());
     EXPECT_EQ(hw_spi_ioctl(fd, SPI_IOC_MESSAGE(1), &transfer), static_cast<int>(sent.size()));
     return received;
 }
@@ -40,8 +42,9 @@ TEST(Seam, TheWholeSeamWorksOnTheCurrentBoardAndIsRecorded)
     SelfAdvancing self(board->clock());
 
     EXPECT_EQ(wiringPiSetup(), 0);
-    for (const int pin : {26, 27, 16})
+    for (const int pin : {26, 27, 16}) {
         pinMode(pin, OUTPUT);
+    }
     digitalWrite(26, HIGH);
     EXPECT_EQ(digitalRead(22), HIGH);
     hw_delay_us(20000);
@@ -58,7 +61,7 @@ TEST(Seam, TheWholeSeamWorksOnTheCurrentBoardAndIsRecorded)
 
     const int fd = hw_spi_open("/dev/spidev0.1", O_RDWR);
     ASSERT_GE(fd, 0);
-    std::uint8_t mode = 0;
+    uint8_t mode = 0;
     EXPECT_EQ(hw_spi_ioctl(fd, SPI_IOC_WR_MODE, &mode), 0);
     digitalWrite(27, HIGH);
     digitalWrite(16, LOW);
@@ -103,8 +106,9 @@ TEST(Seam, AnEepromWriteIsBusyUntilAWaitLetsTheCycleEnd)
     InstalledBoard board(kPortableWiring);
     SelfAdvancing self(board->clock());
     wiringPiSetup();
-    for (const int pin : {27, 16})
+    for (const int pin : {27, 16}) {
         pinMode(pin, OUTPUT);
+    }
     digitalWrite(27, HIGH);
     const int fd = hw_spi_open("/dev/spidev0.1", O_RDWR);
     spi(fd, {0x06, 0x00});
@@ -163,10 +167,12 @@ TEST(CurrentBoard, AHandleOfOneBoardReachesTheSameAddressOfTheNext)
 TEST(Locks, FourNumberedOnesExcludeEachOther)
 {
     InstalledBoard board(kPortableWiring);
-    for (int key = 0; key < 4; ++key)
+    for (int key = 0; key < 4; ++key) {
         piLock(key); // independent of each other
-    for (int key = 0; key < 4; ++key)
+    }
+    for (int key = 0; key < 4; ++key) {
         piUnlock(key);
+    }
 
     int counter = 0; // guarded by lock 1
     const auto work = [&counter] {
@@ -196,10 +202,12 @@ TEST(Locks, OneThatIsHeldKeepsAnotherThreadOut)
             entered_too_early = !given_back;
             piUnlock(3);
         });
-        while (!arrived)
+        while (!arrived) {
             std::this_thread::yield();
-        for (int i = 0; i < 1000; ++i)
+        }
+        for (int i = 0; i < 1000; ++i) {
             std::this_thread::yield();
+        }
         given_back = true;
         piUnlock(3);
         other.join();
@@ -268,11 +276,12 @@ TEST_P(Wiring, HasTheI2cChipsOfItsPlatform)
     const bool benchtop = GetParam().wiring == &kBenchtopWiring;
     InstalledBoard board(*GetParam().wiring);
     std::vector<int> found;
-    for (int address = 0; address < 0x80; ++address)
+    for (int address = 0; address < 0x80; ++address) {
         if (const int fd = wiringPiI2CSetup(address); fd >= 0) {
             found.push_back(address);
             close(fd);
         }
+    }
     EXPECT_EQ(found, portable   ? (std::vector{0x09, 0x0b, 0x20})
                      : benchtop ? (std::vector{0x20, 0x24, 0x34})
                                 : (std::vector{0x09, 0x0b, 0x20, 0x24, 0x34}));
@@ -330,7 +339,7 @@ TEST(InterruptHandler, MayUseTheBoardItself)
     });
     const int fd = wiringPiI2CSetup(0x20);
     wiringPiI2CWriteReg8(fd, 0x05, 0x40);
-    for (const std::uint8_t level : Bytes{0x40, 0x00, 0x40}) {
+    for (const uint8_t level : Bytes{0x40, 0x00, 0x40}) {
         board->expander(0x20).drive(Mcp23017::kB, 0x40, level);
         ASSERT_TRUE(board->gpio().wait_for_handlers());
     }
@@ -374,8 +383,9 @@ TEST(Board, ARefusedMessageFailsWithItsErrorAtTheSeam)
 {
     InstalledBoard board(kPortableWiring);
     wiringPiSetup();
-    for (const int pin : {27, 16})
+    for (const int pin : {27, 16}) {
         pinMode(pin, OUTPUT);
+    }
     digitalWrite(27, HIGH);
     insert_fault(board->spi(), "eeprom")->refuse_after(1);
     const int fd = hw_spi_open("/dev/spidev0.1", O_RDWR);
@@ -392,7 +402,7 @@ TEST(Board, ManyThreadsMayUseEverythingAtOnce)
     wiringPiSetup();
     wiringPiISR(2, INT_EDGE_RISING, [] { ++g_interrupts; });
     std::vector<std::jthread> threads;
-    for (int n = 0; n < 4; ++n)
+    for (int n = 0; n < 4; ++n) {
         threads.emplace_back([n, &board] {
             const int i2c = wiringPiI2CSetup(0x20);
             const int fd = hw_spi_open("/dev/spidev0.1", O_RDWR);
@@ -410,6 +420,7 @@ TEST(Board, ManyThreadsMayUseEverythingAtOnce)
             hw_spi_close(fd);
             close(i2c);
         });
+    }
     threads.clear();
     EXPECT_TRUE(board->gpio().wait_for_handlers());
     EXPECT_EQ(board->trace().lines_with({"delay 1"}).size(), 200u);
@@ -420,8 +431,9 @@ TEST(BoardWaits, AThreadThatOnlyPollsStandsOnceInTheTraceOfABoardThatRuns)
     InstalledBoard board(kBenchtopWiring, Clock::Mode::kRealTime);
     const auto before = std::chrono::steady_clock::now();
     std::jthread([] {
-        for (int i = 0; i < 10; ++i)
+        for (int i = 0; i < 10; ++i) {
             hw_delay_us(200);
+        }
     }).join();
     EXPECT_TRUE(expect_trace(board->trace().take(), "delay 200"));
     EXPECT_GE(std::chrono::steady_clock::now() - before, 9 * std::chrono::microseconds(Clock::kPollUs));

@@ -1,9 +1,11 @@
-#include "board/board_verbs.h"
-
 #include <array>
-#include <gtest/gtest.h>
 #include <set>
+
 #include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "board/board_verbs.h"
 
 namespace sim_board {
 namespace {
@@ -11,12 +13,13 @@ namespace {
 class Verbs : public testing::Test {
 protected:
     std::string run(std::string_view line) { return execute_on_board(board, line); }
-    /// Whether the expander can be opened, and read.
+    /** Whether the expander can be opened, and read. */
     std::string access(int address)
     {
         const int fd = board.i2c().open(address);
-        if (fd < 0)
+        if (fd < 0) {
             return "not opened";
+        }
         const bool read = board.i2c().read_register8(fd, 0x00) >= 0;
         close(fd);
         return read ? "read" : "not acknowledged";
@@ -67,9 +70,10 @@ TEST_F(Verbs, AloneI2cListsTheChips)
 TEST_F(Verbs, BadAddressesAndFaultsAreRefused)
 {
     EXPECT_EQ(run("i2c 0x21 absent"), "error no chip is at 0x21; 'i2c' lists them\n");
-    for (const char* address : {"0x80", "128", "-1", "0x", "20h", "0x20x", "absent"})
+    for (const char* address : {"0x80", "128", "-1", "0x", "20h", "0x20x", "absent"}) {
         EXPECT_EQ(run(std::string("i2c ") + address + " absent"),
                   std::string("error an I2C address from 0x00 to 0x7f expected, not '") + address + "'\n");
+    }
     EXPECT_EQ(run("i2c 0x20"), "error 'absent', 'nack' or 'ok' expected\n");
     EXPECT_EQ(run("i2c 0x20 broken"), "error 'absent', 'nack' or 'ok' expected, not 'broken'\n");
     EXPECT_EQ(run("i2c 0x20 ok 1"), "error 'i2c [ADDRESS absent|nack|ok]' expected\n");
@@ -93,8 +97,9 @@ TEST_F(Verbs, APushReachesTheInterruptPin)
 {
     // As the controller arms it: line 0x20 of port B against 1, INTB through an inverter to pin 2.
     Mcp23017& expander = board.expander(0x20);
-    for (const std::uint8_t reg : std::array<std::uint8_t, 3>{0x07, 0x09, 0x05})
-        expander.write(std::array<std::uint8_t, 2>{reg, 0x20});
+    for (const uint8_t reg : std::array<uint8_t, 3>{0x07, 0x09, 0x05}) {
+        expander.write(std::array<uint8_t, 2>{reg, 0x20});
+    }
     ASSERT_EQ(board.gpio().level(2), 0);
     run("power-button press");
     EXPECT_EQ(board.gpio().level(2), 1);
@@ -114,15 +119,16 @@ TEST_F(Verbs, HelpListsEachWithItsArguments)
     EXPECT_TRUE(help.starts_with("ok\n"));
     for (const char* line :
          {"board                             where relays",
-          "i2c [ADDRESS absent|nack|ok]      lets a chip fail", "power-button [press|release]      pushes"})
+          "i2c [ADDRESS absent|nack|ok]      lets a chip fail", "power-button [press|release]      pushes"}) {
         EXPECT_NE(help.find(std::string("\n") + line), std::string::npos) << help;
+    }
 }
 
 class PortableVerbs : public testing::Test {
 protected:
     std::string run(std::string_view line) { return execute_on_board(board, line); }
     int charge() const { return board.battery()->word(SmartBattery::kRelativeStateOfCharge); }
-    int current() const { return static_cast<std::int16_t>(board.battery()->word(SmartBattery::kCurrent)); }
+    int current() const { return static_cast<int16_t>(board.battery()->word(SmartBattery::kCurrent)); }
     mutable Board board{kPortableWiring, Clock::Mode::kManual};
 };
 
@@ -162,9 +168,10 @@ TEST_F(PortableVerbs, TheChargerFillsTheBatteryAndWithoutItTheBatteryDrains)
 TEST_F(PortableVerbs, BadWordsForTheBatteryAreRefusedAndChangeNothing)
 {
     run("battery 35 discharging");
-    for (const char* charge : {"-1", "101", "35%", "3.5", "full", "99999999999"})
+    for (const char* charge : {"-1", "101", "35%", "3.5", "full", "99999999999"}) {
         EXPECT_EQ(run(std::string("battery ") + charge + " charging"),
                   std::string("error a charge from 0 to 100 percent expected, not '") + charge + "'\n");
+    }
     EXPECT_EQ(run("battery 40 gone"), "error 'charging', 'discharging' or 'absent' expected, not 'gone'\n");
     EXPECT_EQ(run("battery"), "error 'battery PERCENT [charging|discharging|absent]' expected\n");
     EXPECT_EQ(run("battery 40 charging 1"),
@@ -193,11 +200,12 @@ TEST_F(Verbs, AKeyIsPushedHeldAndLetGo)
 {
     Tca8418& keypad = *board.keypad();
     // As the controller sets it up: all keys in the matrix, events enabled.
-    for (const auto& [reg, value] : {std::pair{0x1d, 0x3f}, {0x1e, 0xff}, {0x1f, 0x03}, {0x01, 0x01}})
-        keypad.write(std::array{static_cast<std::uint8_t>(reg), static_cast<std::uint8_t>(value)});
+    for (const auto& [reg, value] : {std::pair{0x1d, 0x3f}, {0x1e, 0xff}, {0x1f, 0x03}, {0x01, 0x01}}) {
+        keypad.write(std::array{static_cast<uint8_t>(reg), static_cast<uint8_t>(value)});
+    }
     const auto next_event = [&] {
-        std::uint8_t event[1];
-        keypad.write(std::array<std::uint8_t, 1>{Tca8418::kKeyEventA});
+        uint8_t event[1];
+        keypad.write(std::array<uint8_t, 1>{Tca8418::kKeyEventA});
         keypad.read(event);
         return int{event[0]};
     };
@@ -218,12 +226,14 @@ TEST_F(Verbs, AKeyIsPushedHeldAndLetGo)
 
 TEST_F(Verbs, AKeyOutsideTheFrontPanelIsRefused)
 {
-    for (const char* row : {"6", "-1", "x", "0x1"})
+    for (const char* row : {"6", "-1", "x", "0x1"}) {
         EXPECT_EQ(run(std::string("key ") + row + " 0"),
                   std::string("error a row from 0 to 5 expected, not '") + row + "'\n");
-    for (const char* column : {"10", "-1", "1a"})
+    }
+    for (const char* column : {"10", "-1", "1a"}) {
         EXPECT_EQ(run(std::string("key 0 ") + column),
                   std::string("error a column from 0 to 9 expected, not '") + column + "'\n");
+    }
     EXPECT_EQ(run("key 0 0 hold"), "error 'press' or 'release' expected, not 'hold'\n");
     EXPECT_EQ(run("key 0"), "error 'key ROW COLUMN [press|release]' expected\n");
     EXPECT_EQ(run("key 0 0 press 1"), "error 'key ROW COLUMN [press|release]' expected\n");
@@ -233,12 +243,13 @@ TEST_F(Verbs, AKeyOutsideTheFrontPanelIsRefused)
 TEST(VerbTables, NoNameStandsTwice)
 {
     std::set<std::string_view> names;
-    for (const auto table : all_verbs())
+    for (const auto table : all_verbs()) {
         for (const BoardVerb& verb : table) {
             EXPECT_TRUE(names.insert(verb.name).second) << verb.name;
             EXPECT_LE(verb.least_words, verb.most_words) << verb.name;
             EXPECT_NE(verb.run, nullptr) << verb.name;
         }
+    }
 }
 
 } // namespace

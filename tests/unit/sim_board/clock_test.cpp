@@ -1,9 +1,10 @@
-#include "board/clock.h"
-
 #include <atomic>
-#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "board/clock.h"
 
 namespace sim_board {
 namespace {
@@ -45,7 +46,7 @@ TEST(RealTimeClock, ReleaseEndsAPoll)
 
 TEST(RealTimeClock, InAStartUpAPeriodIsShortenedOnceItIsOver)
 {
-    constexpr std::uint64_t kWaitUs = 60'000'000; // 6 ms at that rate
+    constexpr uint64_t kWaitUs = 60'000'000; // 6 ms at that rate
     Clock clock(Clock::Mode::kRealTime, 10000);
     clock.start_up_begins();
     std::atomic<bool> done = false;
@@ -55,8 +56,9 @@ TEST(RealTimeClock, InAStartUpAPeriodIsShortenedOnceItIsOver)
         done = true;
     });
     ASSERT_TRUE(clock.wait_for_sleepers(1));
-    for (int second = 0; second < 200; ++second)
+    for (int second = 0; second < 200; ++second) {
         clock.sleep_us(Clock::kPeriodUs - 1); // shortened: a millisecond each
+    }
     EXPECT_FALSE(done);
     clock.start_up_ends();
     sleeper.join();
@@ -116,10 +118,10 @@ TEST(ManualClock, AThreadWakesWhenItsWaitIsOverAndNotBefore)
 TEST(ManualClock, OneAdvanceWakesEachThreadAtItsOwnTime)
 {
     Clock clock(Clock::Mode::kManual);
-    const std::vector<std::uint64_t> waits{3000, 1000, 2000, 1000};
-    std::vector<std::uint64_t> woken_at(waits.size());
+    const std::vector<uint64_t> waits{3000, 1000, 2000, 1000};
+    std::vector<uint64_t> woken_at(waits.size());
     std::vector<std::jthread> sleepers;
-    for (std::size_t i = 0; i < waits.size(); ++i) {
+    for (size_t i = 0; i < waits.size(); ++i) {
         sleepers.emplace_back([&, i] { woken_at[i] = clock.sleep_us(waits[i]); });
         ASSERT_TRUE(clock.wait_for_sleepers(i + 1));
     }
@@ -133,8 +135,9 @@ TEST(ManualClock, AdvanceLeavesThoseAsleepWhoseEndIsLater)
 {
     Clock clock(Clock::Mode::kManual);
     std::vector<std::jthread> sleepers;
-    for (std::uint64_t i = 1; i <= 5; ++i)
+    for (uint64_t i = 1; i <= 5; ++i) {
         sleepers.emplace_back([&clock, i] { clock.sleep_us(i * 100); });
+    }
     ASSERT_TRUE(clock.wait_for_sleepers(5));
     clock.advance(300);
     EXPECT_EQ(clock.sleepers(), 2u);
@@ -146,7 +149,7 @@ TEST(ManualClock, RunLetsALoopDoAllItsCyclesInASpan)
 {
     Clock clock(Clock::Mode::kManual);
     std::atomic<bool> go_on = true;
-    std::vector<std::uint64_t> cycles;
+    std::vector<uint64_t> cycles;
     std::jthread loop([&] {
         while (go_on) {
             cycles.push_back(clock.now_us());
@@ -159,32 +162,35 @@ TEST(ManualClock, RunLetsALoopDoAllItsCyclesInASpan)
     clock.advance(5'000'000);
     loop.join();
     ASSERT_EQ(cycles.size(), 25u);
-    for (std::size_t i = 0; i < cycles.size(); ++i)
+    for (size_t i = 0; i < cycles.size(); ++i) {
         EXPECT_EQ(cycles[i], i * 5'000'000);
+    }
 }
 
 TEST(ManualClock, RunInterleavesLoopsOfDifferentPeriodsByTime)
 {
     Clock clock(Clock::Mode::kManual);
     std::mutex mutex;
-    std::vector<std::pair<std::uint64_t, int>> order;
+    std::vector<std::pair<uint64_t, int>> order;
     std::vector<std::jthread> loops;
-    for (const int period : {3, 5})
+    for (const int period : {3, 5}) {
         loops.emplace_back([&, period](const std::stop_token& stop) {
             while (!stop.stop_requested()) {
-                clock.sleep_us(static_cast<std::uint64_t>(period));
+                clock.sleep_us(static_cast<uint64_t>(period));
                 std::lock_guard lock(mutex);
                 order.emplace_back(clock.now_us(), period);
             }
         });
+    }
     ASSERT_TRUE(clock.run(14, 2));
     {
         std::lock_guard lock(mutex);
-        EXPECT_EQ(order, (std::vector<std::pair<std::uint64_t, int>>{
-                             {3, 3}, {5, 5}, {6, 3}, {9, 3}, {10, 5}, {12, 3}}));
+        EXPECT_EQ(order,
+                  (std::vector<std::pair<uint64_t, int>>{{3, 3}, {5, 5}, {6, 3}, {9, 3}, {10, 5}, {12, 3}}));
     }
-    for (auto& loop : loops)
+    for (auto& loop : loops) {
         loop.request_stop();
+    }
     clock.release();
 }
 

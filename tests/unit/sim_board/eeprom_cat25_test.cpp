@@ -1,78 +1,80 @@
 // Against the data sheets of the CAT25 family: instruction set, status register, byte and page write, read
 // sequence.
 
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <numeric>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "board/eeprom_cat25.h"
 #include "spi_master.h"
 #include "support/long_ago.h"
 
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <memory>
-#include <numeric>
-#include <unistd.h>
-
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
-/// A chip on a clock that stands still.
+/** A chip on a clock that stands still. */
 struct Bench {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
     Cat25Eeprom chip;
 
     explicit Bench(const Cat25Type& type, const std::string& image = {}) : chip(type, clock, image) {}
 
-    Bytes command(std::uint8_t opcode, std::size_t address, const Bytes& data)
+    Bytes command(uint8_t opcode, size_t address, const Bytes& data)
     {
         const Cat25Type& type = chip.type();
         Bytes sent{opcode};
-        if (type.a8_in_opcode && address >= 0x100)
+        if (type.a8_in_opcode && address >= 0x100) {
             sent[0] |= Cat25Eeprom::kA8;
-        for (unsigned i = type.address_bytes; i-- > 0;)
-            sent.push_back(static_cast<std::uint8_t>(address >> (8 * i)));
+        }
+        for (unsigned i = type.address_bytes; i-- > 0;) {
+            sent.push_back(static_cast<uint8_t>(address >> (8 * i)));
+        }
         sent.insert(sent.end(), data.begin(), data.end());
         Bytes received = spi_exchange(chip, sent);
         received.erase(received.begin(), received.begin() + 1 + type.address_bytes);
         return received;
     }
-    Bytes read(std::size_t address, std::size_t count)
-    {
-        return command(Cat25Eeprom::kRead, address, Bytes(count, 0));
-    }
-    void write(std::size_t address, const Bytes& data)
+    Bytes read(size_t address, size_t count) { return command(Cat25Eeprom::kRead, address, Bytes(count, 0)); }
+    void write(size_t address, const Bytes& data)
     {
         spi_exchange(chip, {Cat25Eeprom::kWren});
         command(Cat25Eeprom::kWrite, address, data);
     }
-    void write_and_wait(std::size_t address, const Bytes& data)
+    void write_and_wait(size_t address, const Bytes& data)
     {
         write(address, data);
         clock->advance(Cat25Eeprom::kWriteCycleUs);
     }
-    std::uint8_t status() { return spi_exchange(chip, {Cat25Eeprom::kRdsr, 0}).back(); }
+    uint8_t status() { return spi_exchange(chip, {Cat25Eeprom::kRdsr, 0}).back(); }
 };
 
-Bytes counting(std::size_t count)
+Bytes counting(size_t count)
 {
     Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), std::uint8_t{1});
+    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
     return bytes;
 }
 
 struct Cat25EveryType : testing::TestWithParam<std::string_view> {
     Bench bench{cat25_type(GetParam())};
     const Cat25Type& type = bench.chip.type();
-    const std::size_t capacity = type.capacity;
-    const std::size_t page = type.page;
+    const size_t capacity = type.capacity;
+    const size_t page = type.page;
 };
 
 std::vector<std::string_view> type_names()
 {
     std::vector<std::string_view> names;
-    for (const Cat25Type& type : kCat25Types)
+    for (const Cat25Type& type : kCat25Types) {
         names.push_back(type.name);
+    }
     return names;
 }
 
@@ -97,10 +99,12 @@ TEST_P(Cat25EveryType, AByteCanBeWrittenAndReadAtBothEnds)
 
 TEST_P(Cat25EveryType, EveryAddressLineCounts)
 {
-    for (std::size_t address = 1; address < capacity; address *= 2)
-        bench.write_and_wait(address, {static_cast<std::uint8_t>(std::countr_zero(address))});
-    for (std::size_t address = 1; address < capacity; address *= 2)
+    for (size_t address = 1; address < capacity; address *= 2) {
+        bench.write_and_wait(address, {static_cast<uint8_t>(std::countr_zero(address))});
+    }
+    for (size_t address = 1; address < capacity; address *= 2) {
         EXPECT_EQ(bench.chip.contents()[address], std::countr_zero(address)) << address;
+    }
 }
 
 TEST_P(Cat25EveryType, AReadRunsOnFromTheLastCellToTheFirst)
@@ -184,8 +188,9 @@ TEST_F(Cat25640, TheWriteCycleBeginsWhenChipSelectRises)
 {
     spi_exchange(bench.chip, {Cat25Eeprom::kWren});
     bench.chip.select();
-    for (const std::uint8_t byte : Bytes{0x02, 0x00, 0x00, 0x55})
+    for (const uint8_t byte : Bytes{0x02, 0x00, 0x00, 0x55}) {
         bench.chip.exchange(byte);
+    }
     EXPECT_EQ(bench.chip.contents()[0], 0xff);
     EXPECT_EQ(bench.chip.status(), Cat25Eeprom::kWel);
     bench.chip.deselect();
@@ -246,8 +251,9 @@ TEST_F(Cat25640, UpperAddressBitsDoNotMatter)
 TEST_F(Cat25640, UnknownOpcodesAreIgnored)
 {
     bench.write_and_wait(0, {1});
-    for (const std::uint8_t opcode : Bytes{0x00, 0x07, 0x0a, 0x0b, 0x0e, 0x83, 0xff})
+    for (const uint8_t opcode : Bytes{0x00, 0x07, 0x0a, 0x0b, 0x0e, 0x83, 0xff}) {
         EXPECT_EQ(spi_exchange(bench.chip, {opcode, 0, 0, 0}), Bytes(4, 0xff)) << int{opcode};
+    }
     EXPECT_EQ(bench.status(), 0);
 }
 

@@ -1,15 +1,16 @@
 // Against the data sheets of the CAT25 family: block protection and the write protect pin.
 
-#include "board/eeprom_cat25.h"
-#include "spi_master.h"
+#include <ostream>
 
 #include <gtest/gtest.h>
-#include <ostream>
+
+#include "board/eeprom_cat25.h"
+#include "spi_master.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 struct Protected {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
@@ -17,19 +18,20 @@ struct Protected {
 
     explicit Protected(std::string_view type) : chip(cat25_type(type), clock) {}
 
-    void write_status(std::uint8_t value)
+    void write_status(uint8_t value)
     {
         spi_exchange(chip, {Cat25Eeprom::kWren});
         spi_exchange(chip, {Cat25Eeprom::kWrsr, value});
         clock->advance(Cat25Eeprom::kWriteCycleUs);
     }
-    bool writes_at(std::size_t address)
+    bool writes_at(size_t address)
     {
         spi_exchange(chip, {Cat25Eeprom::kWren});
         Bytes sent{Cat25Eeprom::kWrite};
-        if (chip.type().address_bytes == 2)
-            sent.push_back(static_cast<std::uint8_t>(address >> 8));
-        sent.push_back(static_cast<std::uint8_t>(address));
+        if (chip.type().address_bytes == 2) {
+            sent.push_back(static_cast<uint8_t>(address >> 8));
+        }
+        sent.push_back(static_cast<uint8_t>(address));
         sent.push_back(0x00);
         spi_exchange(chip, sent);
         clock->advance(Cat25Eeprom::kWriteCycleUs);
@@ -38,8 +40,8 @@ struct Protected {
 };
 
 struct BlockProtection {
-    std::uint8_t status;
-    std::size_t first_locked; // 0x2000: none
+    uint8_t status;
+    size_t first_locked; // 0x2000: none
 };
 
 void PrintTo(const BlockProtection& protection, std::ostream* out)
@@ -57,8 +59,9 @@ TEST_P(Cat25640Blocks, LockTheUpperPartOfTheCells)
 {
     Protected bench("CAT25640");
     bench.write_status(GetParam().status);
-    for (const std::size_t address : {0x0000u, 0x0fffu, 0x1000u, 0x17ffu, 0x1800u, 0x1fffu})
+    for (const size_t address : {0x0000u, 0x0fffu, 0x1000u, 0x17ffu, 0x1800u, 0x1fffu}) {
         EXPECT_EQ(bench.writes_at(address), address < GetParam().first_locked) << std::hex << address;
+    }
 }
 
 TEST(Cat25Protection, ARefusedWriteLeavesTheChipEnabledAndReady)

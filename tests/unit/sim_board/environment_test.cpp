@@ -1,16 +1,16 @@
-#include "board/environment.h"
-
-#include "board/board_verbs.h"
-#include "board/current_board.h"
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <hw/hw.h>
-#include <wiringPiI2C.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+
+#include <fcntl.h>
+
+#include <gtest/gtest.h>
+#include <wiringPiI2C.h>
+
+#include "board/board_verbs.h"
+#include "board/current_board.h"
+#include "board/environment.h"
+#include <hw/hw.h>
 
 using namespace sim_board;
 
@@ -21,8 +21,9 @@ protected:
     void SetUp() override
     {
         for (const char* name : {"ORVAN_BOARD", "ORVAN_BOARD_EEPROM", "ORVAN_BOARD_CLOCK_RATE",
-                                 "ORVAN_BOARD_CONTROL", "ORVAN_BOARD_MODULE_POWER", "ORVAN_BOARD_START_UP"})
+                                 "ORVAN_BOARD_CONTROL", "ORVAN_BOARD_MODULE_POWER", "ORVAN_BOARD_START_UP"}) {
             unsetenv(name);
+        }
     }
 };
 
@@ -86,15 +87,16 @@ TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeAsItTells)
 
     std::jthread sleeper([&] { board->clock().sleep_us(600'000'000); });
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    for (int round = 0; round < 200; ++round)
+    for (int round = 0; round < 200; ++round) {
         board->clock().sleep_us(Clock::kPeriodUs - 1);
+    }
     EXPECT_EQ(board->clock().sleepers(), 1u) << "a period is not shortened in the start-up";
     EXPECT_EQ(execute_on_board(*board, "serving now"), "error 'serving' expected\n");
     EXPECT_EQ(execute_on_board(*board, "serving"), "ok\n");
     sleeper.join();
 
     const auto start = std::chrono::steady_clock::now();
-    const std::uint64_t before = board->clock().now_us();
+    const uint64_t before = board->clock().now_us();
     // Ten minutes of the board's time are 60 ms of the world's; at the world's own rate the test would hang.
     EXPECT_GE(board->clock().sleep_us(600'000'000), before + 600'000'000);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));

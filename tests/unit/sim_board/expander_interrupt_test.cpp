@@ -1,37 +1,38 @@
 // Against the data sheet of the MCP23017: interrupt logic.
 
-#include "board/expander_mcp23017.h"
-
-#include <gtest/gtest.h>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "board/expander_mcp23017.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 constexpr auto kA = Mcp23017::kA;
 constexpr auto kB = Mcp23017::kB;
 
-constexpr std::uint8_t kIntenB = 0x05;
-constexpr std::uint8_t kDefvalB = 0x07;
-constexpr std::uint8_t kIntconB = 0x09;
-constexpr std::uint8_t kIocon = 0x0a;
-constexpr std::uint8_t kIntfB = 0x0f;
-constexpr std::uint8_t kIntcapB = 0x11;
-constexpr std::uint8_t kGpioA = 0x12;
-constexpr std::uint8_t kGpioB = 0x13;
+constexpr uint8_t kIntenB = 0x05;
+constexpr uint8_t kDefvalB = 0x07;
+constexpr uint8_t kIntconB = 0x09;
+constexpr uint8_t kIocon = 0x0a;
+constexpr uint8_t kIntfB = 0x0f;
+constexpr uint8_t kIntcapB = 0x11;
+constexpr uint8_t kGpioA = 0x12;
+constexpr uint8_t kGpioB = 0x13;
 
 struct Mcp23017Interrupt : testing::Test {
     Mcp23017 chip;
 
-    void set(std::uint8_t address, std::uint8_t value)
+    void set(uint8_t address, uint8_t value)
     {
         const Bytes bytes{address, value};
         chip.write(bytes);
     }
-    std::uint8_t get(std::uint8_t address)
+    uint8_t get(uint8_t address)
     {
         const Bytes pointer{address};
         Bytes value(1);

@@ -1,24 +1,25 @@
 // Against the data sheet of the MCP23017: registers, address pointer, ports.
 
-#include "board/expander_mcp23017.h"
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <vector>
+
+#include "board/expander_mcp23017.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 struct Mcp23017Test : testing::Test {
     Mcp23017 chip;
 
-    void set(std::uint8_t address, std::uint8_t value)
+    void set(uint8_t address, uint8_t value)
     {
         const Bytes bytes{address, value};
         ASSERT_TRUE(chip.write(bytes));
     }
-    Bytes get(std::uint8_t address, std::size_t count)
+    Bytes get(uint8_t address, size_t count)
     {
         const Bytes pointer{address};
         Bytes bytes(count);
@@ -26,7 +27,7 @@ struct Mcp23017Test : testing::Test {
         EXPECT_TRUE(chip.read(bytes));
         return bytes;
     }
-    std::uint8_t get(std::uint8_t address) { return get(address, 1).front(); }
+    uint8_t get(uint8_t address) { return get(address, 1).front(); }
 };
 
 TEST_F(Mcp23017Test, PowersOnWithAllPinsAsInputsAndEverythingElseZero)
@@ -39,7 +40,7 @@ TEST_F(Mcp23017Test, PowersOnWithAllPinsAsInputsAndEverythingElseZero)
 TEST_F(Mcp23017Test, RegistersLieInPairsOfPortAAndB)
 {
     struct Row {
-        std::uint8_t address;
+        uint8_t address;
         Mcp23017::Register which;
     };
     for (const Row row :
@@ -47,12 +48,12 @@ TEST_F(Mcp23017Test, RegistersLieInPairsOfPortAAndB)
           Row{0x06, Mcp23017::kDefval}, Row{0x08, Mcp23017::kIntcon}, Row{0x0c, Mcp23017::kGppu},
           Row{0x14, Mcp23017::kOlat}}) {
         set(row.address, 0x35);
-        set(static_cast<std::uint8_t>(row.address + 1), 0x53);
+        set(static_cast<uint8_t>(row.address + 1), 0x53);
         EXPECT_EQ(chip.reg(row.which, Mcp23017::kA), 0x35) << int{row.address};
         EXPECT_EQ(chip.reg(row.which, Mcp23017::kB), 0x53) << int{row.address};
         EXPECT_EQ(get(row.address, 2), (Bytes{0x35, 0x53})) << int{row.address};
         set(row.address, 0);
-        set(static_cast<std::uint8_t>(row.address + 1), 0);
+        set(static_cast<uint8_t>(row.address + 1), 0);
     }
 }
 
@@ -123,7 +124,7 @@ TEST_F(Mcp23017Test, IpolInvertsWhatGpioShows)
 
 TEST_F(Mcp23017Test, IntfAndIntcapAreReadOnly)
 {
-    for (const std::uint8_t address : Bytes{0x0e, 0x0f, 0x10, 0x11}) {
+    for (const uint8_t address : Bytes{0x0e, 0x0f, 0x10, 0x11}) {
         set(address, 0xff);
         EXPECT_EQ(get(address), 0x00) << int{address};
     }

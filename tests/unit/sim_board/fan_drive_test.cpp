@@ -1,19 +1,19 @@
-#include "board/fan_drive.h"
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+
+#include <gtest/gtest.h>
+#include <wiringPi.h>
 
 #include "board/current_board.h"
+#include "board/fan_drive.h"
 #include "hw/hw.h"
 #include "spi_master.h"
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <linux/spi/spidev.h>
-#include <wiringPi.h>
 
 using namespace sim_board;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 TEST(FanDrive, RunsAtFullSpeedUntilItIsTold)
 {
@@ -27,10 +27,10 @@ TEST(FanDrive, ASmallerValueIsMoreSpeed)
 {
     FanDrive fan;
     const struct {
-        std::uint8_t value;
+        uint8_t value;
         int speed;
     } rows[] = {{0x00, 100}, {0x19, 90}, {0x3f, 75}, {0x7f, 50}, {0xff, 0}};
-    std::size_t count = 0;
+    size_t count = 0;
     for (const auto& row : rows) {
         EXPECT_EQ(spi_exchange(fan, {0, 0, row.value}), Bytes(3, kFloatingByte));
         EXPECT_EQ(fan.value(), row.value);
@@ -44,8 +44,9 @@ TEST(FanDrive, KeepsItsValueThroughWhatIsNoMessage)
     FanDrive fan;
     spi_exchange(fan, {0, 0, 0x3f});
     const Bytes wrong[] = {{0x7f}, {0, 0x7f}, {0, 0, 0, 0x7f}, {1, 0, 0x7f}, {0, 1, 0x7f}, {0, 0, 0x7f, 0}};
-    for (const Bytes& bytes : wrong)
+    for (const Bytes& bytes : wrong) {
         spi_exchange(fan, bytes);
+    }
     EXPECT_EQ(fan.value(), 0x3f);
     EXPECT_EQ(fan.messages(), 1u);
     EXPECT_EQ(fan.refused(), std::size(wrong));
@@ -59,8 +60,9 @@ TEST(FanDrive, TakesAValueWhenChipSelectRises)
 {
     FanDrive fan;
     fan.select();
-    for (const std::uint8_t byte : Bytes{0, 0, 0x19})
+    for (const uint8_t byte : Bytes{0, 0, 0x19}) {
         fan.exchange(byte);
+    }
     EXPECT_FALSE(fan.value());
     fan.deselect();
     EXPECT_EQ(fan.value(), 0x19);
@@ -83,17 +85,18 @@ TEST_P(FanOfPlatform, IsOnNumberFourOfTheMultiplexer)
     InstalledBoard board(*GetParam());
     ASSERT_TRUE(board->fan());
     wiringPiSetup();
-    for (const int pin : {11, 7, 21, 6})
+    for (const int pin : {11, 7, 21, 6}) {
         pinMode(pin, OUTPUT);
+    }
     const int fd = hw_spi_open("/dev/spidev0.1", O_RDWR);
     ASSERT_GE(fd, 0);
     for (int number = 0; number < 8; ++number) {
         digitalWrite(7, number & 1);
         digitalWrite(21, number >> 1 & 1);
         digitalWrite(6, number >> 2 & 1);
-        Bytes sent{0, 0, static_cast<std::uint8_t>(0x40 + number)};
+        Bytes sent{0, 0, static_cast<uint8_t>(0x40 + number)};
         spi_ioc_transfer transfer{};
-        transfer.tx_buf = reinterpret_cast<std::uintptr_t>(sent.data());
+        transfer.tx_buf = reinterpret_cast<uintptr_t>(sent.data());
         transfer.len = 3;
         EXPECT_EQ(hw_spi_ioctl(fd, SPI_IOC_MESSAGE(1), &transfer), 3);
     }

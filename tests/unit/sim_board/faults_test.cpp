@@ -1,25 +1,27 @@
+#include <cerrno>
+#include <filesystem>
+#include <numeric>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
 #include "board/eeprom_cat25.h"
 #include "board/faulty_i2c_device.h"
 #include "board/faulty_spi_device.h"
 #include "spi_master.h"
 
-#include <cerrno>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <numeric>
-#include <unistd.h>
-
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 struct FaultyEeprom : testing::Test {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
     std::shared_ptr<Cat25Eeprom> chip = std::make_shared<Cat25Eeprom>(cat25_type("CAT25640"), clock);
     FaultySpiDevice faulty{chip};
 
-    void write_page(std::uint8_t address, const Bytes& data)
+    void write_page(uint8_t address, const Bytes& data)
     {
         spi_exchange(faulty, {0x06, 0x00});
         Bytes sent{0x02, 0x00, address};
@@ -27,7 +29,7 @@ struct FaultyEeprom : testing::Test {
         spi_exchange(faulty, sent);
         clock->advance(Cat25Eeprom::kWriteCycleUs);
     }
-    Bytes cells(std::size_t first, std::size_t count) const
+    Bytes cells(size_t first, size_t count) const
     {
         const Bytes all = chip->contents();
         const auto begin = all.begin() + static_cast<std::ptrdiff_t>(first);
@@ -111,7 +113,7 @@ TEST_F(FaultyEeprom, APowerCutStoresTheFirstBytesOfAPageAndLeavesTheChipDead)
     EXPECT_EQ(cells(0x80, 4), (Bytes{5, 6, 7, 8}));
 }
 
-struct PowerCutAfter : FaultyEeprom, testing::WithParamInterface<std::size_t> {};
+struct PowerCutAfter : FaultyEeprom, testing::WithParamInterface<size_t> {};
 INSTANTIATE_TEST_SUITE_P(Bytes, PowerCutAfter, testing::Values(0u, 1u, 31u, 63u, 64u));
 
 TEST_P(PowerCutAfter, KBytesOfAPageThoseAreNewAndTheRestIsOld)
@@ -120,7 +122,7 @@ TEST_P(PowerCutAfter, KBytesOfAPageThoseAreNewAndTheRestIsOld)
     faulty.cut_power_in(0x02, 3 + GetParam());
     write_page(0, Bytes(64, 0x22));
     Bytes expected(64, 0x11);
-    std::fill_n(expected.begin(), GetParam(), std::uint8_t{0x22});
+    std::fill_n(expected.begin(), GetParam(), uint8_t{0x22});
     EXPECT_EQ(cells(0, 64), expected);
     EXPECT_TRUE(faulty.dead());
 }
@@ -140,17 +142,18 @@ TEST(PowerCut, TheImageFileHoldsWhatTheChipHeldThen)
     std::filesystem::remove(path);
 }
 
-/// Keeps its one byte.
+/** Keeps its one byte. */
 struct ByteDevice : I2cDevice {
-    std::uint8_t value = 0x0f;
+    uint8_t value = 0x0f;
     bool in_reset = false;
-    bool write(std::span<const std::uint8_t> bytes) override
+    bool write(std::span<const uint8_t> bytes) override
     {
-        if (bytes.size() > 1)
+        if (bytes.size() > 1) {
             value = bytes[1];
+        }
         return true;
     }
-    bool read(std::span<std::uint8_t> bytes) override
+    bool read(std::span<uint8_t> bytes) override
     {
         std::fill(bytes.begin(), bytes.end(), value);
         return true;

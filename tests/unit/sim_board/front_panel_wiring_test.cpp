@@ -1,14 +1,16 @@
 // Keypad, power button, battery and module power on the boards of the platforms.
 
-#include "board/current_board.h"
-
 #include <atomic>
-#include <gtest/gtest.h>
 #include <ostream>
-#include <unistd.h>
 #include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
 #include <wiringPi.h>
 #include <wiringPiI2C.h>
+
+#include "board/current_board.h"
 
 namespace sim_board {
 namespace {
@@ -48,8 +50,9 @@ TEST(FrontPanelWiring, TheKeypadPullsPin15Down)
     const I2c keypad(0x34);
     wiringPiSetup();
     ASSERT_EQ(wiringPiISR(15, INT_EDGE_FALLING, [] { ++g_calls; }), 0);
-    for (const int line : {0x1d, 0x1e, 0x1f})
+    for (const int line : {0x1d, 0x1e, 0x1f}) {
         wiringPiI2CWriteReg8(keypad.fd, line, 0xff);
+    }
     wiringPiI2CWriteReg8(keypad.fd, 0x01, 0x11);
     EXPECT_EQ(digitalRead(15), 1);
     board->keypad()->press(0, 0);
@@ -169,11 +172,12 @@ TEST(FrontPanelWiring, ChipsHeldForLongerThanTheirBoardStayUsable)
     const auto keypad = board->keypad();
     const auto battery = board->battery();
     board.reset();
-    const std::vector<std::uint8_t> rows{0x1d, 0xff};
-    const std::vector<std::uint8_t> columns{0x1e, 0xff};
-    const std::vector<std::uint8_t> enable{0x01, 0x01};
-    for (const auto& sent : {rows, columns, enable})
+    const std::vector<uint8_t> rows{0x1d, 0xff};
+    const std::vector<uint8_t> columns{0x1e, 0xff};
+    const std::vector<uint8_t> enable{0x01, 0x01};
+    for (const auto& sent : {rows, columns, enable}) {
         EXPECT_TRUE(keypad->write(sent));
+    }
     EXPECT_TRUE(keypad->press(0, 0));
     EXPECT_EQ(keypad->interrupt_level(), 0);
     EXPECT_EQ(battery->word(SmartBattery::kRelativeStateOfCharge), 100);

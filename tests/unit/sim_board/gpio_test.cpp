@@ -1,12 +1,13 @@
-#include "board/expect_trace.h"
-#include "board/gpio.h"
-
 #include <atomic>
 #include <cerrno>
-#include <gtest/gtest.h>
 #include <semaphore>
 #include <thread>
+
+#include <gtest/gtest.h>
 #include <wiringPi.h>
+
+#include "board/expect_trace.h"
+#include "board/gpio.h"
 
 namespace sim_board {
 namespace {

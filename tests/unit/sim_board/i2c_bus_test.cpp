@@ -1,30 +1,32 @@
-#include "board/expect_trace.h"
-#include "board/i2c_bus.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <map>
-#include <unistd.h>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "board/expect_trace.h"
+#include "board/i2c_bus.h"
 
 namespace sim_board {
 namespace {
 
-/// Keeps what is written and answers with bytes that count up.
+/** Keeps what is written and answers with bytes that count up. */
 struct RecordingDevice : I2cDevice {
-    std::vector<std::vector<std::uint8_t>> written;
+    std::vector<std::vector<uint8_t>> written;
     bool acknowledges = true;
 
-    bool write(std::span<const std::uint8_t> bytes) override
+    bool write(std::span<const uint8_t> bytes) override
     {
         written.emplace_back(bytes.begin(), bytes.end());
         return acknowledges;
     }
-    bool read(std::span<std::uint8_t> bytes) override
+    bool read(std::span<uint8_t> bytes) override
     {
-        std::uint8_t next = 0x51;
+        uint8_t next = 0x51;
         std::generate(bytes.begin(), bytes.end(), [&] { return next++; });
         return acknowledges;
     }
@@ -48,27 +50,27 @@ struct I2cBusTest : testing::Test {
 TEST_F(I2cBusTest, AWordGoesOutLowByteFirst)
 {
     EXPECT_EQ(bus.write_register16(fd, 0x3f, 0x7f01), 0);
-    EXPECT_EQ(device->written.back(), (std::vector<std::uint8_t>{0x3f, 0x01, 0x7f}));
+    EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x3f, 0x01, 0x7f}));
 }
 
 TEST_F(I2cBusTest, AWordComesInLowByteFirst)
 {
     EXPECT_EQ(bus.read_register16(fd, 0x0d), 0x5251);
-    EXPECT_EQ(device->written.back(), (std::vector<std::uint8_t>{0x0d}));
+    EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x0d}));
 }
 
 TEST_F(I2cBusTest, ByteAccessesCarryTheRegisterAndOneByte)
 {
     EXPECT_EQ(bus.write_register8(fd, 0x12, 0x1ff), 0);
-    EXPECT_EQ(device->written.back(), (std::vector<std::uint8_t>{0x12, 0xff}));
+    EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x12, 0xff}));
     EXPECT_EQ(bus.read_register8(fd, 0x13), 0x51);
-    EXPECT_EQ(device->written.back(), (std::vector<std::uint8_t>{0x13}));
+    EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x13}));
 }
 
 TEST_F(I2cBusTest, PlainReadAndWriteHaveNoRegister)
 {
     EXPECT_EQ(bus.write(fd, 0x44), 0);
-    EXPECT_EQ(device->written.back(), (std::vector<std::uint8_t>{0x44}));
+    EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x44}));
     EXPECT_EQ(bus.read(fd), 0x51);
     EXPECT_EQ(device->written.size(), 1u);
 }

@@ -1,17 +1,18 @@
 // Against the data sheet of the TCA8418: registers, event FIFO, interrupt status and output.
 
-#include "board/keypad_tca8418.h"
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <vector>
+
+#include "board/keypad_tca8418.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 using Chip = Tca8418;
 
-constexpr std::uint8_t kPress = 0x80;
+constexpr uint8_t kPress = 0x80;
 
 struct Tca8418Test : testing::Test {
     Chip chip;
@@ -21,12 +22,12 @@ struct Tca8418Test : testing::Test {
     {
         chip.on_interrupt([this](int level) { levels.push_back(level); });
     }
-    void set(std::uint8_t address, std::uint8_t value)
+    void set(uint8_t address, uint8_t value)
     {
         const Bytes bytes{address, value};
         ASSERT_TRUE(chip.write(bytes));
     }
-    Bytes get(std::uint8_t address, std::size_t count)
+    Bytes get(uint8_t address, size_t count)
     {
         const Bytes pointer{address};
         Bytes bytes(count);
@@ -34,9 +35,9 @@ struct Tca8418Test : testing::Test {
         EXPECT_TRUE(chip.read(bytes));
         return bytes;
     }
-    std::uint8_t get(std::uint8_t address) { return get(address, 1).front(); }
-    /// All lines in the matrix.
-    void enable(std::uint8_t cfg)
+    uint8_t get(uint8_t address) { return get(address, 1).front(); }
+    /** All lines in the matrix. */
+    void enable(uint8_t cfg)
     {
         set(Chip::kKpGpio1, 0xff);
         set(Chip::kKpGpio1 + 1, 0xff);
@@ -52,16 +53,18 @@ struct Tca8418Test : testing::Test {
     Bytes take_all()
     {
         Bytes events;
-        while (const std::uint8_t event = get(Chip::kKeyEventA))
+        while (const uint8_t event = get(Chip::kKeyEventA)) {
             events.push_back(event);
+        }
         return events;
     }
 };
 
 TEST_F(Tca8418Test, EveryRegisterIsZeroAtPowerOn)
 {
-    for (std::uint8_t address = 0; address < 0x40; ++address)
+    for (uint8_t address = 0; address < 0x40; ++address) {
         EXPECT_EQ(get(address), 0x00) << int{address};
+    }
     EXPECT_EQ(levels, std::vector<int>{1});
 }
 
@@ -76,9 +79,9 @@ TEST_F(Tca8418Test, EachRegisterKeepsTheBitsThatItHas)
                          : third                                                                 ? 0x03
                                                                                                  : 0xff;
         Chip fresh;
-        const Bytes ones{static_cast<std::uint8_t>(address), 0xff};
+        const Bytes ones{static_cast<uint8_t>(address), 0xff};
         ASSERT_TRUE(fresh.write(ones));
-        EXPECT_EQ(fresh.reg(static_cast<std::uint8_t>(address)), kept) << std::hex << address;
+        EXPECT_EQ(fresh.reg(static_cast<uint8_t>(address)), kept) << std::hex << address;
     }
 }
 
@@ -95,14 +98,15 @@ TEST_F(Tca8418Test, TheAddressRunsOnWithAiAndStaysWithout)
 TEST_F(Tca8418Test, KeysAreNumberedFromOneTenToARow)
 {
     enable(Chip::kKeIen);
-    for (int row = 0; row < 8; ++row)
+    for (int row = 0; row < 8; ++row) {
         for (int column = 0; column < 10; ++column) {
-            const auto number = static_cast<std::uint8_t>(row * 10 + column + 1);
+            const auto number = static_cast<uint8_t>(row * 10 + column + 1);
             EXPECT_TRUE(chip.press(row, column));
             EXPECT_EQ(get(Chip::kKeyEventA), number | kPress);
             EXPECT_TRUE(chip.release(row, column));
             EXPECT_EQ(get(Chip::kKeyEventA), number);
         }
+    }
 }
 
 TEST_F(Tca8418Test, AKeyThatDoesNotExistOrIsSoAlreadyIsRefused)
@@ -124,12 +128,13 @@ TEST_F(Tca8418Test, OnlyLinesOfTheMatrixCauseEvents)
     set(Chip::kKpGpio1, 0x3f);     // rows 0 to 5
     set(Chip::kKpGpio1 + 1, 0x01); // column 0
     set(Chip::kKpGpio1 + 2, 0x02); // column 9
-    for (int row = 0; row < 8; ++row)
+    for (int row = 0; row < 8; ++row) {
         for (int column = 0; column < 10; ++column) {
             EXPECT_TRUE(chip.press(row, column));
             EXPECT_EQ(get(Chip::kKeyEventA) != 0, row < 6 && (column == 0 || column == 9))
                 << row << ", " << column;
         }
+    }
 }
 
 TEST_F(Tca8418Test, EventsWaitInTheirOrderAndAreCounted)

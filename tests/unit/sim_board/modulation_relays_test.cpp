@@ -1,13 +1,14 @@
-#include "board/modulation_relays.h"
-
-#include "board/board.h"
-
 #include <array>
-#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
-#include <unistd.h>
 #include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "board/board.h"
+#include "board/modulation_relays.h"
 
 namespace sim_board {
 
@@ -53,8 +54,10 @@ const std::vector<Step> kAm[] = {
 
 constexpr Slot kNone{1, false};
 
-/// A benchtop's board whose ports are read, changed and written back over the bus, with the pins of port B as
-/// outputs, or as the controller's start leaves them.
+/**
+ * A benchtop's board whose ports are read, changed and written back over the bus, with the pins of port B as
+ * outputs, or as the controller's start leaves them.
+ */
 class Relays : public testing::TestWithParam<int> {
 protected:
     Relays()
@@ -73,13 +76,16 @@ protected:
     void run(const std::vector<Step>& steps)
     {
         for (const Step& step : steps) {
-            if (step.a_clear != 0)
+            if (step.a_clear != 0) {
                 change(0x12, step.a_clear, 0);
-            if (step.a_set != 0)
+            }
+            if (step.a_set != 0) {
                 change(0x12, 0, step.a_set);
+            }
             change(0x13, step.b_clear, 0);
-            if (step.b_set != 0)
+            if (step.b_set != 0) {
                 change(0x13, 0, step.b_set);
+            }
             change(0x13, 0, step.strobe);
         }
     }
@@ -117,7 +123,7 @@ TEST_P(Relays, ASequenceRoutesItsSlotAndLeavesTheOthers)
     // Every routing follows every other, in every slot.
     for (const auto& first : rows) {
         for (const auto& second : rows) {
-            for (std::size_t slot = 0; slot < 4; ++slot) {
+            for (size_t slot = 0; slot < 4; ++slot) {
                 run(first.sequences[slot]);
                 run(second.sequences[slot]);
                 expected[slot] = second.slot;
@@ -157,14 +163,14 @@ TEST_P(Relays, AStrobeThatStaysHighOrFallsThrowsNothing)
     EXPECT_EQ(relays().throws(), 1u);
 }
 
-/// The lines themselves, without a chip.
+/** The lines themselves, without a chip. */
 class RelayLines : public testing::Test {
 protected:
     void strobe(int a, int b, int bit)
     {
-        relays.latch(Mcp23017::kA, static_cast<std::uint8_t>(a));
-        relays.latch(Mcp23017::kB, static_cast<std::uint8_t>(b));
-        relays.latch(Mcp23017::kB, static_cast<std::uint8_t>(b | bit));
+        relays.latch(Mcp23017::kA, static_cast<uint8_t>(a));
+        relays.latch(Mcp23017::kB, static_cast<uint8_t>(b));
+        relays.latch(Mcp23017::kB, static_cast<uint8_t>(b | bit));
         relays.latch(Mcp23017::kB, 0);
     }
     ModulationRelays relays;

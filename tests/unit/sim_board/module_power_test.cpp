@@ -1,12 +1,14 @@
-#include "board/module_power.h"
-
 #include <array>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "board/module_power.h"
 #include <unique_fd.h>
 
 namespace sim_board {
@@ -24,18 +26,18 @@ protected:
     }
     ~ModulePowerReport() override { std::filesystem::remove_all(m_folder); }
 
-    /// What was written since the last call.
+    /** What was written since the last call. */
     std::string told() const
     {
         char text[64];
         const ssize_t count = read(m_reader.get(), text, sizeof text);
-        return std::string(text, count > 0 ? static_cast<std::size_t>(count) : 0);
+        return std::string(text, count > 0 ? static_cast<size_t>(count) : 0);
     }
-    /// As the controller does: the line is an output, and the latch switches.
-    void latch(std::uint8_t value)
+    /** As the controller does: the line is an output, and the latch switches. */
+    void latch(uint8_t value)
     {
-        board.expander(0x20).write(std::array<std::uint8_t, 2>{0x14, value});
-        board.expander(0x20).write(std::array<std::uint8_t, 2>{0x00, 0x03});
+        board.expander(0x20).write(std::array<uint8_t, 2>{0x14, value});
+        board.expander(0x20).write(std::array<uint8_t, 2>{0x00, 0x03});
     }
 
     std::filesystem::path m_folder;
@@ -70,8 +72,8 @@ TEST_F(ModulePowerReport, ABoardThatCanNotSwitchItAlwaysHasIt)
 {
     Board benchtop(kBenchtopWiring, Clock::Mode::kManual);
     report_module_power(benchtop, path);
-    benchtop.expander(0x20).write(std::array<std::uint8_t, 2>{0x14, 0x00});
-    benchtop.expander(0x20).write(std::array<std::uint8_t, 2>{0x00, 0x00});
+    benchtop.expander(0x20).write(std::array<uint8_t, 2>{0x14, 0x00});
+    benchtop.expander(0x20).write(std::array<uint8_t, 2>{0x00, 0x00});
     EXPECT_EQ(told(), "1");
 }
 

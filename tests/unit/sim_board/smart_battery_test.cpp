@@ -1,33 +1,34 @@
 // The words of SBData 1.1 on the board's clock, and the charge controller.
 
-#include "board/charge_controller.h"
-#include "board/smart_battery.h"
-
-#include <gtest/gtest.h>
 #include <stdexcept>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "board/charge_controller.h"
+#include "board/smart_battery.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 using Flow = SmartBattery::Flow;
 
-constexpr std::uint64_t kHourUs = 3'600'000'000;
+constexpr uint64_t kHourUs = 3'600'000'000;
 
 struct BatteryTest : testing::Test {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
     SmartBattery battery{clock};
 
-    /// Over the bus; -1 where it is not acknowledged.
-    int get(std::uint8_t command)
+    /** Over the bus; -1 where it is not acknowledged. */
+    int get(uint8_t command)
     {
         const Bytes pointer{command};
         Bytes word(2);
         return battery.write(pointer) && battery.read(word) ? word[0] | word[1] << 8 : -1;
     }
     int percent() { return get(0x0d); }
-    int milliamperes() { return static_cast<std::int16_t>(get(0x0a)); }
+    int milliamperes() { return static_cast<int16_t>(get(0x0a)); }
 };
 
 TEST_F(BatteryTest, IsFullAtFirstAndTakesNothing)
@@ -128,7 +129,7 @@ TEST_F(BatteryTest, TakenOutItIsNotFittedAndKeepsItsCharge)
 TEST_F(BatteryTest, ItsModeIsTheOnlyWordThatCanBeWritten)
 {
     for (int command = 0; command < 0x40; ++command) {
-        const Bytes sent{static_cast<std::uint8_t>(command), 0x81, 0x60};
+        const Bytes sent{static_cast<uint8_t>(command), 0x81, 0x60};
         EXPECT_EQ(battery.write(sent), command == 0x03) << command;
     }
     EXPECT_EQ(get(0x03), 0x6081);
@@ -137,16 +138,18 @@ TEST_F(BatteryTest, ItsModeIsTheOnlyWordThatCanBeWritten)
 
 TEST_F(BatteryTest, AFunctionThatItDoesNotHaveIsNotAcknowledged)
 {
-    for (const std::uint8_t command : Bytes{0x00, 0x11, 0x20, 0xff})
+    for (const uint8_t command : Bytes{0x00, 0x11, 0x20, 0xff}) {
         EXPECT_EQ(get(command), -1) << int{command};
+    }
     EXPECT_THROW(battery.word(static_cast<SmartBattery::Command>(0x11)), std::out_of_range);
     EXPECT_EQ(battery.word(SmartBattery::kVoltage), 12600);
 }
 
 TEST_F(BatteryTest, OnlyWordsAreWritten)
 {
-    for (const Bytes& sent : {Bytes{0x03, 0x11}, Bytes{0x03, 0x11, 0x22, 0x33}})
+    for (const Bytes& sent : {Bytes{0x03, 0x11}, Bytes{0x03, 0x11, 0x22, 0x33}}) {
         EXPECT_FALSE(battery.write(sent));
+    }
     EXPECT_EQ(get(0x03), 0);
 }
 
@@ -154,7 +157,7 @@ TEST(ChargeController, KeepsItsFiveWordsWhichAreZeroAtFirst)
 {
     ChargeController chip;
     for (int reg = 0; reg < 0x100; ++reg) {
-        const auto address = static_cast<std::uint8_t>(reg);
+        const auto address = static_cast<uint8_t>(reg);
         const bool exists = reg == 0x12 || reg == 0x14 || reg == 0x31 || reg == 0x3e || reg == 0x3f;
         const Bytes pointer{address};
         const Bytes sent{address, 0x34, address};
@@ -164,7 +167,7 @@ TEST(ChargeController, KeepsItsFiveWordsWhichAreZeroAtFirst)
         }
         EXPECT_EQ(chip.write(sent), exists) << reg;
     }
-    for (const std::uint8_t reg : ChargeController::kRegisters) {
+    for (const uint8_t reg : ChargeController::kRegisters) {
         const Bytes pointer{reg};
         Bytes received(2);
         EXPECT_TRUE(chip.write(pointer));

@@ -1,43 +1,42 @@
-#include "board/expect_trace.h"
-#include "board/spi_bus.h"
-
 #include <array>
 #include <cerrno>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <linux/spi/spidev.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
+
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
 #include <wiringPi.h>
+
+#include "board/expect_trace.h"
+#include "board/spi_bus.h"
 
 namespace sim_board {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
-/// Answers each byte with its complement and keeps what happened: '[' and ']' for chip select.
+/** Answers each byte with its complement and keeps what happened: '[' and ']' for chip select. */
 struct InvertingDevice : SpiDevice {
     std::string events;
-    bool follows(std::uint8_t mode, std::uint32_t hertz) const override
-    {
-        return mode == 0 && hertz <= 5'000'000;
-    }
+    bool follows(uint8_t mode, uint32_t hertz) const override { return mode == 0 && hertz <= 5'000'000; }
     void select() override { events += '['; }
     void deselect() override { events += ']'; }
-    std::uint8_t exchange(std::uint8_t sent) override
+    uint8_t exchange(uint8_t sent) override
     {
         events += 'x';
-        return static_cast<std::uint8_t>(~sent);
+        return static_cast<uint8_t>(~sent);
     }
 };
 
 spi_ioc_transfer transfer_of(const Bytes& sent, Bytes& received)
 {
     spi_ioc_transfer transfer{};
-    transfer.tx_buf = reinterpret_cast<std::uintptr_t>(sent.data());
-    transfer.rx_buf = reinterpret_cast<std::uintptr_t>(received.data());
-    transfer.len = static_cast<std::uint32_t>(sent.size());
+    transfer.tx_buf = reinterpret_cast<uintptr_t>(sent.data());
+    transfer.rx_buf = reinterpret_cast<uintptr_t>(received.data());
+    transfer.len = static_cast<uint32_t>(sent.size());
     return transfer;
 }
 
@@ -53,8 +52,9 @@ struct SpiBusTest : testing::Test {
     {
         bus.attach("eeprom", device);
         gpio.setup();
-        for (const int pin : {11, 7, 21, 6})
+        for (const int pin : {11, 7, 21, 6}) {
             gpio.pin_mode(pin, OUTPUT);
+        }
         select(1, 0, 1, 0);
         fd = bus.open("/dev/spidev0.1", O_RDWR);
         ASSERT_GE(fd, 0);
@@ -105,12 +105,12 @@ TEST_F(SpiBusTest, AMessageIsFullDuplexAndGivesItsLength)
 
 TEST_F(SpiBusTest, ModeWordSizeAndClockReadBackAsWritten)
 {
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_MODE, 3), 0);
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 8), 0);
-    EXPECT_EQ(ioctl<std::uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 3'000'000), 0);
-    EXPECT_EQ(read_back<std::uint8_t>(SPI_IOC_RD_MODE), 3);
-    EXPECT_EQ(read_back<std::uint8_t>(SPI_IOC_RD_BITS_PER_WORD), 8);
-    EXPECT_EQ(read_back<std::uint32_t>(SPI_IOC_RD_MAX_SPEED_HZ), 3'000'000u);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_MODE, 3), 0);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 8), 0);
+    EXPECT_EQ(ioctl<uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 3'000'000), 0);
+    EXPECT_EQ(read_back<uint8_t>(SPI_IOC_RD_MODE), 3);
+    EXPECT_EQ(read_back<uint8_t>(SPI_IOC_RD_BITS_PER_WORD), 8);
+    EXPECT_EQ(read_back<uint32_t>(SPI_IOC_RD_MAX_SPEED_HZ), 3'000'000u);
     EXPECT_TRUE(expect_trace(trace.lines(), R"(
         spi mode = 3
         spi bits = 8
@@ -122,12 +122,12 @@ TEST_F(SpiBusTest, ModeWordSizeAndClockReadBackAsWritten)
 
 TEST_F(SpiBusTest, SettingsBelongToTheNodeAndOutliveItsDescriptor)
 {
-    ioctl<std::uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 3'000'000);
+    ioctl<uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 3'000'000);
     bus.close(fd);
     fd = bus.open("/dev/spidev0.1", O_RDWR);
-    EXPECT_EQ(read_back<std::uint32_t>(SPI_IOC_RD_MAX_SPEED_HZ), 3'000'000u);
+    EXPECT_EQ(read_back<uint32_t>(SPI_IOC_RD_MAX_SPEED_HZ), 3'000'000u);
     const int other = bus.open("/dev/spidev0.0", O_RDWR);
-    std::uint32_t hertz = 0;
+    uint32_t hertz = 0;
     bus.ioctl(other, SPI_IOC_RD_MAX_SPEED_HZ, &hertz);
     EXPECT_EQ(hertz, 500'000u);
     bus.close(other);
@@ -135,17 +135,17 @@ TEST_F(SpiBusTest, SettingsBelongToTheNodeAndOutliveItsDescriptor)
 
 TEST_F(SpiBusTest, AWordSizeOfZeroStandsForEight)
 {
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 0), 0);
-    EXPECT_EQ(read_back<std::uint8_t>(SPI_IOC_RD_BITS_PER_WORD), 8);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 0), 0);
+    EXPECT_EQ(read_back<uint8_t>(SPI_IOC_RD_BITS_PER_WORD), 8);
 }
 
 TEST_F(SpiBusTest, SettingsThatTheControllerDoesNotHaveAreRefused)
 {
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_MODE, 4), -1);
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 16), -1);
-    EXPECT_EQ(ioctl<std::uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 0), -1);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_MODE, 4), -1);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 16), -1);
+    EXPECT_EQ(ioctl<uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 0), -1);
     EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(ioctl<std::uint32_t>(0x12345678, 0), -1);
+    EXPECT_EQ(ioctl<uint32_t>(0x12345678, 0), -1);
     EXPECT_EQ(errno, ENOTTY);
 }
 
@@ -157,12 +157,12 @@ TEST_F(SpiBusTest, EachRequestCanBeRefused)
           static_cast<unsigned long>(SPI_IOC_RD_BITS_PER_WORD),
           static_cast<unsigned long>(SPI_IOC_WR_MAX_SPEED_HZ),
           static_cast<unsigned long>(SPI_IOC_RD_MAX_SPEED_HZ)}) {
-        constexpr std::uint32_t kValid = 0x100; // 0 as mode and word size, 256 Hz as clock
+        constexpr uint32_t kValid = 0x100; // 0 as mode and word size, 256 Hz as clock
         bus.refuse_request(request, EIO);
-        EXPECT_EQ(ioctl<std::uint32_t>(request, kValid), -1);
+        EXPECT_EQ(ioctl<uint32_t>(request, kValid), -1);
         EXPECT_EQ(errno, EIO);
         bus.refuse_request(request, 0);
-        EXPECT_EQ(ioctl<std::uint32_t>(request, kValid), 0);
+        EXPECT_EQ(ioctl<uint32_t>(request, kValid), 0);
     }
 }
 
@@ -257,12 +257,12 @@ TEST_F(SpiBusTest, ATransferWithAnotherWordSizeIsRefused)
 
 TEST_F(SpiBusTest, AChipThatCanNotFollowTakesNothing)
 {
-    ioctl<std::uint8_t>(SPI_IOC_WR_MODE, 1);
+    ioctl<uint8_t>(SPI_IOC_WR_MODE, 1);
     Bytes received;
     EXPECT_EQ(message({0x00}, received), 1);
     EXPECT_EQ(received, Bytes{0xff});
-    ioctl<std::uint8_t>(SPI_IOC_WR_MODE, 0);
-    ioctl<std::uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 5'000'001);
+    ioctl<uint8_t>(SPI_IOC_WR_MODE, 0);
+    ioctl<uint32_t>(SPI_IOC_WR_MAX_SPEED_HZ, 5'000'001);
     EXPECT_EQ(message({0x00}, received), 1);
     EXPECT_EQ(device->events, "");
     const Bytes sent{0x0f};
@@ -319,7 +319,7 @@ TEST_F(SpiBusTest, AClosedOrForeignDescriptorIsRefused)
     bus.close(fd);
     EXPECT_EQ(bus.close(fd), -1);
     EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(ioctl<std::uint8_t>(SPI_IOC_WR_MODE, 0), -1);
+    EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_MODE, 0), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(bus.close(STDIN_FILENO), -1);
     EXPECT_EQ(errno, EBADF);
@@ -344,8 +344,9 @@ TEST_F(SpiBusTest, MessagesOfTwoThreadsDoNotMix)
     std::thread other(work);
     work();
     other.join();
-    for (std::size_t i = 0; i < device->events.size(); i += 6)
+    for (size_t i = 0; i < device->events.size(); i += 6) {
         ASSERT_EQ(device->events.substr(i, 6), "[xxxx]");
+    }
     EXPECT_EQ(device->events.size(), 2400u);
 }
 

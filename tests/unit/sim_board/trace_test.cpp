@@ -1,8 +1,9 @@
-#include "board/expect_trace.h"
-#include "board/trace.h"
+#include <sstream>
 
 #include <gtest/gtest.h>
-#include <sstream>
+
+#include "board/expect_trace.h"
+#include "board/trace.h"
 
 namespace sim_board {
 namespace {
@@ -35,8 +36,9 @@ TEST(Trace, MakesALinesTextWhenItIsAskedForIt)
 TEST(Trace, GivesLinesByPrefixInOrder)
 {
     Trace trace;
-    for (const char* line : {"pin 1 = 0", "i2c 0x20 open", "delay 5", "pin 2 = 1"})
+    for (const char* line : {"pin 1 = 0", "i2c 0x20 open", "delay 5", "pin 2 = 1"}) {
         trace.add("%s", line);
+    }
     EXPECT_EQ(trace.lines_with({"pin", "delay"}),
               (std::vector<std::string>{"pin 1 = 0", "delay 5", "pin 2 = 1"}));
 }
@@ -44,8 +46,9 @@ TEST(Trace, GivesLinesByPrefixInOrder)
 TEST(Trace, DropsTheOldestBeyondItsLimitAndCountsThem)
 {
     Trace trace(2);
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         trace.add("%d", i);
+    }
     EXPECT_EQ(trace.lines(), (std::vector<std::string>{"3", "4"}));
     EXPECT_EQ(trace.dropped(), 3u);
     trace.clear();

@@ -1,15 +1,15 @@
-#include "control/event_loop.h"
-
-#include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <array>
 #include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "control/event_loop.h"
 
 using namespace std::chrono_literals;
 using sim_control::EventLoop;
@@ -112,7 +112,7 @@ TEST(EventLoop, ASinkMayWatchOthersAndLeave)
         if (++calls == 20) {
             loop.stop();
         }
-        pairs[static_cast<std::size_t>(calls - 1)].drain();
+        pairs[static_cast<size_t>(calls - 1)].drain();
     });
     Pair start;
     Calls first([&](short) {
@@ -121,7 +121,7 @@ TEST(EventLoop, ASinkMayWatchOthersAndLeave)
             loop.watch(pair.near.get(), POLLIN, last);
         }
         pairs[0].poke();
-        for (std::size_t i = 1; i < pairs.size(); ++i) {
+        for (size_t i = 1; i < pairs.size(); ++i) {
             pairs[i].poke();
         }
     });

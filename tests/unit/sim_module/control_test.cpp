@@ -1,6 +1,6 @@
-#include "module_fixture.h"
-
-#include "support/loopback.h"
+#include <cstring>
+#include <fstream>
+#include <string>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -8,9 +8,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <fstream>
-#include <string>
+#include "module_fixture.h"
+#include "support/loopback.h"
 
 namespace {
 

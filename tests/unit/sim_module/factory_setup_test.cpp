@@ -1,18 +1,18 @@
 // A module's ranges and its values after "*RST" are those of the setup that an instrument leaves the factory
 // with.
 
-#include "module/data_tables.h"
-#include "module/settings.h"
-#include "module/settings_table.h"
-
-#include <cjson/cJSON.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <set>
 #include <string>
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include "module/data_tables.h"
+#include "module/settings.h"
+#include "module/settings_table.h"
 
 using namespace sim_module;
 
@@ -24,12 +24,12 @@ constexpr const char* kModel = "OVX3651P";
 struct SettingRow {
     const char* pattern;
     const char* section;
-    const char* field; ///< its limits have "Min" and "Max" after this
+    const char* field; /**< its limits have "Min" and "Max" after this */
 };
 
 struct ColumnRow {
     TableKind kind;
-    std::size_t column;
+    size_t column;
     const char* section;
     const char* field;
 };

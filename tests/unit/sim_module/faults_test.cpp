@@ -1,13 +1,12 @@
-#include "module_fixture.h"
-
-#include "module/faults.h"
-#include "support/loopback.h"
-
-#include <sys/socket.h>
-
 #include <cerrno>
 #include <chrono>
 #include <string>
+
+#include <sys/socket.h>
+
+#include "module/faults.h"
+#include "module_fixture.h"
+#include "support/loopback.h"
 
 using namespace std::chrono_literals;
 using sim_module::FaultMode;

@@ -1,17 +1,16 @@
 // The frames of the firmware port, byte for byte.
-#include "module_fixture.h"
-
-#include "maintenance_frame.h"
-#include "support/loopback.h"
+#include <cstring>
+#include <string>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <string>
-#include <vector>
+#include "maintenance_frame.h"
+#include "module_fixture.h"
+#include "support/loopback.h"
 
 using namespace HaldeElec::Orvan;
 
@@ -91,7 +90,7 @@ public:
         char bytes[2 * sizeof(HALDE_PACKET)];
         const bool ready = poll(&waited, 1, static_cast<int>(wait.count())) == 1;
         const ssize_t count = ready ? recv(m_fd, bytes, sizeof bytes, 0) : 0;
-        return {bytes, static_cast<std::size_t>(count > 0 ? count : 0)};
+        return {bytes, static_cast<size_t>(count > 0 ? count : 0)};
     }
 
     std::string ask(const std::string& bytes) const
@@ -123,7 +122,7 @@ protected:
     std::string stored()
     {
         const std::string status = control("status");
-        const std::size_t at = status.find("\"program\":{") + 11;
+        const size_t at = status.find("\"program\":{") + 11;
         return status.substr(at, status.find('}', at) - at);
     }
 

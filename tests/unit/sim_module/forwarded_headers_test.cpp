@@ -1,14 +1,12 @@
 // What a controller forwards as it stands, and what its own commands make of a client's: a module has to
 // know all of it.
 
-#include "instrument_fixture.h"
-
-#include "module/command_table.h"
-
-#include "scpi/parser.h"
-
 #include <set>
 #include <string>
+
+#include "instrument_fixture.h"
+#include "module/command_table.h"
+#include "scpi/parser.h"
 
 namespace {
 

@@ -1,12 +1,13 @@
 /** An instrument without a network, and header texts out of patterns. */
-#pragma once
-
-#include "module/instrument.h"
-
-#include <gtest/gtest.h>
+#ifndef ORVAN_TESTS_UNIT_SIM_MODULE_INSTRUMENT_FIXTURE_H
+#define ORVAN_TESTS_UNIT_SIM_MODULE_INSTRUMENT_FIXTURE_H
 
 #include <string>
 #include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "module/instrument.h"
 
 class InstrumentTest : public testing::Test {
 protected:
@@ -25,7 +26,7 @@ protected:
         const std::string reply = ask(query);
         EXPECT_TRUE(reply.ends_with(";+OK")) << query << " gave " << reply;
         EXPECT_EQ(reply.find("-ERR"), std::string::npos) << query << " gave " << reply;
-        return reply.substr(0, reply.size() - std::min<std::size_t>(reply.size(), 4));
+        return reply.substr(0, reply.size() - std::min<size_t>(reply.size(), 4));
     }
 
     sim_module::Instrument instrument{sim_module::Identity{}};
@@ -36,3 +37,5 @@ std::string short_header(std::string_view pattern);
 
 /** "[:SOURce]:FREQuency" as ":SOURCE:FREQUENCY". */
 std::string long_header(std::string_view pattern);
+
+#endif

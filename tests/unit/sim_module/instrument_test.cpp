@@ -1,8 +1,8 @@
 // Replies, the error queue, the status registers and the commands that act.
 
-#include "instrument_fixture.h"
-
 #include <string>
+
+#include "instrument_fixture.h"
 
 using namespace sim_module;
 
@@ -68,9 +68,9 @@ TEST_F(Reply, SixtyFourUnitsFit)
 TEST_F(Reply, OneThatIsTooLongGivesWayToAnError)
 {
     // "5;" is two bytes, the success word and the line end are five.
-    const std::size_t most = (Instrument::kMaxReply - 5) / 2;
+    const size_t most = (Instrument::kMaxReply - 5) / 2;
     std::string request;
-    for (std::size_t i = 0; i < most; ++i) {
+    for (size_t i = 0; i < most; ++i) {
         request += ":POW?;";
     }
     EXPECT_EQ(instrument.execute(request + "\n").size(), 2 * most + 5);
@@ -115,11 +115,11 @@ TEST_F(Status, ErrorsAreQueuedOldestFirst)
 
 TEST_F(Status, AFullQueueEndsInAnOverflow)
 {
-    for (std::size_t i = 0; i < Instrument::kErrorQueueLength + 5; ++i) {
+    for (size_t i = 0; i < Instrument::kErrorQueueLength + 5; ++i) {
         ask(":POW 99");
     }
     EXPECT_EQ(value(":SYST:ERR:COUN?"), std::to_string(Instrument::kErrorQueueLength));
-    for (std::size_t i = 1; i < Instrument::kErrorQueueLength; ++i) {
+    for (size_t i = 1; i < Instrument::kErrorQueueLength; ++i) {
         EXPECT_EQ(value(":SYST:ERR?"), "-222,\"Data out of range\"");
     }
     EXPECT_EQ(value(":SYST:ERR?"), "-350,\"Queue overflow\"");

@@ -1,19 +1,18 @@
 #include "module_fixture.h"
 
-#include "support/loopback.h"
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 
 #include <linux/tcp.h> // tcp_info with the count of segments, which netinet/tcp.h lacks
 #include <netinet/in.h>
-
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
+#include "support/loopback.h"
 
 Client::Client(const sim_module::Module& module)
     : m_fd(orvan_test::connect_to_loopback(module.address(), module.port()))
@@ -32,7 +31,7 @@ void Client::send(std::string_view bytes) const
     while (!bytes.empty()) {
         const ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         ASSERT_GT(sent, 0) << std::strerror(errno);
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
+        bytes.remove_prefix(static_cast<size_t>(sent));
     }
 }
 
@@ -115,7 +114,7 @@ std::string ModuleTest::control(const std::string& command)
     std::string reply;
     char piece[4096];
     for (ssize_t n = recv(fd, piece, sizeof piece, 0); n > 0; n = recv(fd, piece, sizeof piece, 0)) {
-        reply.append(piece, static_cast<std::size_t>(n));
+        reply.append(piece, static_cast<size_t>(n));
     }
     close(fd);
     EXPECT_TRUE(reply.ends_with('\n')) << reply;

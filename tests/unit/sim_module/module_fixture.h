@@ -1,19 +1,19 @@
 /** A module on a thread of its own, on a free port of the loopback, and what tests speak to it with. */
-#pragma once
-
-#include "module/module.h"
-#include "support/eventually.h"
-
-#include <gtest/gtest.h>
+#ifndef ORVAN_TESTS_UNIT_SIM_MODULE_MODULE_FIXTURE_H
+#define ORVAN_TESTS_UNIT_SIM_MODULE_MODULE_FIXTURE_H
 
 #include <chrono>
 #include <cstddef>
-
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
+
+#include <gtest/gtest.h>
+
+#include "module/module.h"
+#include "support/eventually.h"
 
 /** One TCP connection to a module. */
 class Client {
@@ -59,7 +59,7 @@ protected:
     const std::string& control_path() const { return m_control_path; }
 
 private:
-    std::size_t m_descriptors_before = 0;
+    size_t m_descriptors_before = 0;
     std::filesystem::path m_directory;
     std::string m_control_path;
     std::unique_ptr<sim_module::Module> m_module;
@@ -67,3 +67,5 @@ private:
 };
 
 using orvan_test::eventually;
+
+#endif

@@ -1,13 +1,13 @@
-#include "module/options.h"
-#include "support/output_capture.h"
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "module/options.h"
+#include "support/output_capture.h"
 
 using orvan_test::OutputCapture;
 using sim_module::Options;

@@ -1,18 +1,18 @@
 // The program as a process: its ready line, its signals, its exit codes.
 
-#include "support/loopback.h"
-
-#include <gtest/gtest.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "support/loopback.h"
 
 namespace {
 

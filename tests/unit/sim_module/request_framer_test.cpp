@@ -1,9 +1,9 @@
-#include "module/request_framer.h"
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include "module/request_framer.h"
 
 using sim_module::RequestFramer;
 using Result = RequestFramer::Result;
@@ -26,7 +26,7 @@ TEST(RequestFramer, GivesARequestOnlyWhenItsLineEndHasCome)
 {
     RequestFramer framer;
     const std::string text = ":FREQ 1;:POW 2;\r\n";
-    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+    for (size_t i = 0; i + 1 < text.size(); ++i) {
         framer.add(text.substr(i, 1));
         EXPECT_TRUE(requests_of(framer).empty());
     }
@@ -47,7 +47,7 @@ TEST(RequestFramer, GivesSeveralRequestsOfOnePieceInOrderAndKeepsTheRest)
 TEST(RequestFramer, ALineEndInABlockIsDataHoweverTheBytesCome)
 {
     const std::string request = ":X #14\n\r\nz;:Y\r\n";
-    for (std::size_t cut = 0; cut <= request.size(); ++cut) {
+    for (size_t cut = 0; cut <= request.size(); ++cut) {
         RequestFramer framer;
         framer.add(request.substr(0, cut));
         std::vector<std::string> requests = requests_of(framer);
@@ -61,14 +61,13 @@ TEST(RequestFramer, ALineEndInABlockIsDataHoweverTheBytesCome)
 
 TEST(RequestFramer, TheLongestRequestIsOneAndOneByteMoreIsTooLong)
 {
-    for (const std::size_t piece :
-         {RequestFramer::kMaxRequest + 100, std::size_t{65536}, std::size_t{4093}}) {
-        for (const std::size_t excess : {std::size_t{0}, std::size_t{1}}) {
+    for (const size_t piece : {RequestFramer::kMaxRequest + 100, size_t{65536}, size_t{4093}}) {
+        for (const size_t excess : {size_t{0}, size_t{1}}) {
             const std::string text = std::string(RequestFramer::kMaxRequest - 1 + excess, 'x') + "\nnext\n";
             RequestFramer framer;
             std::vector<Result> results;
             std::vector<std::string> requests;
-            for (std::size_t i = 0; i < text.size(); i += piece) {
+            for (size_t i = 0; i < text.size(); i += piece) {
                 framer.add(std::string_view(text).substr(i, piece));
                 std::string_view request;
                 for (Result result = framer.next(request); result != Result::kNone;
@@ -91,7 +90,7 @@ TEST(RequestFramer, ARequestWithoutEndCostsNoMoreThanTheLongestOne)
     RequestFramer framer;
     const std::string piece(65536, 'x');
     std::string_view request;
-    for (std::size_t sent = 0; sent < RequestFramer::kMaxRequest + 10 * piece.size(); sent += piece.size()) {
+    for (size_t sent = 0; sent < RequestFramer::kMaxRequest + 10 * piece.size(); sent += piece.size()) {
         framer.add(piece);
         EXPECT_EQ(framer.next(request), Result::kNone);
         EXPECT_LE(framer.buffered(), RequestFramer::kMaxRequest);

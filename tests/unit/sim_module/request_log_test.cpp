@@ -1,8 +1,8 @@
-#include "module/request_log.h"
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include "module/request_log.h"
 
 using sim_module::escape_bytes;
 using sim_module::RequestLog;
@@ -18,7 +18,7 @@ TEST(RequestLog, KeepsTheLastThousandAndCountsAll)
 {
     RequestLog log;
     EXPECT_EQ(log.last_line(), "");
-    for (std::size_t i = 0; i < RequestLog::kCapacity + 7; ++i) {
+    for (size_t i = 0; i < RequestLog::kCapacity + 7; ++i) {
         log.add(std::to_string(i));
     }
     EXPECT_EQ(log.size(), RequestLog::kCapacity);

@@ -1,15 +1,14 @@
-#include "module_fixture.h"
-
-#include "module/request_framer.h"
-#include "support/loopback.h"
-
-#include <sys/socket.h>
-
 #include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <sys/socket.h>
+
+#include "module/request_framer.h"
+#include "module_fixture.h"
+#include "support/loopback.h"
 
 namespace {
 
@@ -62,7 +61,7 @@ TEST_F(ScpiServer, WaitsForARequestThatComesByteByByte)
 {
     const Client client(module());
     const std::string request = ":FREQ 2GHz;:FREQ?;\r\n";
-    for (std::size_t i = 0; i + 1 < request.size(); ++i) {
+    for (size_t i = 0; i + 1 < request.size(); ++i) {
         client.send(request.substr(i, 1));
         // The piece has been taken before another client's request is answered.
         EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
@@ -141,12 +140,12 @@ TEST_F(ScpiServer, AClientThatReadsNoReplyHoldsUpNobodyElse)
     const Client client(module());
     const timeval bound{0, 200'000};
     ASSERT_EQ(setsockopt(client.fd(), SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound), 0);
-    constexpr std::size_t kFarTooMuch = 200'000'000;
-    std::size_t sent = 0;
+    constexpr size_t kFarTooMuch = 200'000'000;
+    size_t sent = 0;
     // The module stops reading requests when its replies are not taken.
     for (bool whole = true; whole && sent < kFarTooMuch;) {
         const ssize_t n = send(client.fd(), request.data(), request.size(), MSG_NOSIGNAL);
-        sent += n > 0 ? static_cast<std::size_t>(n) : 0;
+        sent += n > 0 ? static_cast<size_t>(n) : 0;
         whole = n == static_cast<ssize_t>(request.size());
     }
     ASSERT_LT(sent, kFarTooMuch) << "the module gathers replies without bound";
@@ -154,7 +153,7 @@ TEST_F(ScpiServer, AClientThatReadsNoReplyHoldsUpNobodyElse)
 
     // Once the client reads, every whole request is answered.
     client.end_sending();
-    for (std::size_t i = 0; i < sent / request.size(); ++i) {
+    for (size_t i = 0; i < sent / request.size(); ++i) {
         ASSERT_EQ(orvan_test::read_exactly(client.fd(), reply.size()), reply) << "reply " << i;
     }
     EXPECT_TRUE(client.ended_by_peer());
@@ -182,7 +181,7 @@ TEST_F(ScpiServer, ServesManyClientsAtOnceEachWithItsOwnReplies)
         threads.emplace_back([&, c] {
             for (int i = 0; i < kRequests; ++i) {
                 const std::string frequency = std::to_string(1'000'000 + 1000 * c + i);
-                right[static_cast<std::size_t>(c)] +=
+                right[static_cast<size_t>(c)] +=
                     ask(":FREQ " + frequency + ";:FREQ?\r\n") == frequency + ";+OK\r\n";
             }
         });

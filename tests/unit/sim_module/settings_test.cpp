@@ -1,10 +1,9 @@
-#include "instrument_fixture.h"
-
-#include "module/parameters.h"
-#include "module/settings_table.h"
-
 #include <cmath>
 #include <string>
+
+#include "instrument_fixture.h"
+#include "module/parameters.h"
+#include "module/settings_table.h"
 
 using namespace sim_module;
 

@@ -1,8 +1,7 @@
-#include "instrument_fixture.h"
-
-#include "module/data_store.h"
-
 #include <string>
+
+#include "instrument_fixture.h"
+#include "module/data_store.h"
 
 using namespace sim_module;
 
@@ -61,7 +60,7 @@ TEST_F(Lists, TheLongestListFitsAndOneRowMoreDoesNot)
         data += ",1GHz,0,1";
     }
     EXPECT_EQ(ask(data), "+OK");
-    EXPECT_EQ(instrument.store().rows(TableKind::kList), static_cast<std::size_t>(kMaxListRows));
+    EXPECT_EQ(instrument.store().rows(TableKind::kList), static_cast<size_t>(kMaxListRows));
     EXPECT_EQ(ask(data + ",1GHz,0,1"), "-ERR -223, \"Too much data\";+OK");
 }
 
@@ -97,7 +96,7 @@ TEST_F(Lists, DeleteAllAndResetForgetThemAll)
 
 TEST_F(Lists, ThereIsAMostOfThem)
 {
-    for (std::size_t i = 0; i < DataStore::kMaxTables; ++i) {
+    for (size_t i = 0; i < DataStore::kMaxTables; ++i) {
         EXPECT_EQ(ask(":LIST:DEF \"n" + std::to_string(i) + "\""), "+OK");
     }
     EXPECT_EQ(ask(":LIST:DEF \"more\""), "-ERR -225, \"Out of memory\";+OK");
@@ -181,9 +180,9 @@ TEST_F(Flatness, PointsKeepTheFirstPairsAndPresetNone)
 
 TEST_F(Flatness, OnePairPastTheLongestTableIsRefused)
 {
-    const std::size_t most = table_shape(TableKind::kUserCorrection).max_rows;
+    const size_t most = table_shape(TableKind::kUserCorrection).max_rows;
     std::string data = ":CORR:FLAT:DATA 1000000,1";
-    for (std::size_t i = 1; i < most; ++i) {
+    for (size_t i = 1; i < most; ++i) {
         data += "," + std::to_string(1000000 + i) + ",1";
     }
     EXPECT_EQ(ask(data), "+OK");
@@ -258,7 +257,7 @@ TEST_F(Files, ANameHasALengthAndIsNotEmpty)
 
 TEST_F(Files, AFullCatalogFitsAReply)
 {
-    for (std::size_t i = 0; i < DataStore::kMaxTables; ++i) {
+    for (size_t i = 0; i < DataStore::kMaxTables; ++i) {
         std::string name = std::to_string(i);
         name += std::string(DataStore::kMaxName - name.size(), 'n');
         EXPECT_EQ(ask(":SYST:FILE:STOR:LIST \"" + name + "\""), "+OK");

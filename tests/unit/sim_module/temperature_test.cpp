@@ -1,12 +1,12 @@
-#include "module/temperature.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "module/temperature.h"
 
 using sim_module::Temperature;
 using std::chrono::seconds;
@@ -28,7 +28,7 @@ std::vector<double> day_of(const Temperature& temperature)
 
 TEST(ModuleTemperature, TheSameSeedGivesTheSameDrift)
 {
-    for (const std::uint64_t seed : {UINT64_C(0), UINT64_C(1), UINT64_MAX}) {
+    for (const uint64_t seed : {UINT64_C(0), UINT64_C(1), UINT64_MAX}) {
         EXPECT_EQ(day_of(Temperature(42, seed)), day_of(Temperature(42, seed))) << seed;
     }
 }
@@ -43,8 +43,8 @@ TEST(ModuleTemperature, TheDriftOfASeedIsTheSameOnEveryMachine)
 
 TEST(ModuleTemperature, EachChannelDriftsByItself)
 {
-    for (std::uint64_t seed = 1; seed <= 4; ++seed) {
-        for (std::uint64_t other = 1; other < seed; ++other) {
+    for (uint64_t seed = 1; seed <= 4; ++seed) {
+        for (uint64_t other = 1; other < seed; ++other) {
             EXPECT_NE(day_of(Temperature(42, seed)), day_of(Temperature(42, other))) << seed << other;
         }
     }
@@ -53,7 +53,7 @@ TEST(ModuleTemperature, EachChannelDriftsByItself)
 TEST(ModuleTemperature, TheDriftStaysAroundTheBaseAndUsesItsSwing)
 {
     for (const double base : {42.0, -20.0, 64.0}) {
-        for (std::uint64_t seed = 0; seed < 20; ++seed) {
+        for (uint64_t seed = 0; seed < 20; ++seed) {
             const std::vector<double> readings = day_of(Temperature(base, seed));
             const auto [lowest, highest] = std::minmax_element(readings.begin(), readings.end());
             EXPECT_GE(*lowest, base - Temperature::kSwing) << seed;
@@ -66,9 +66,9 @@ TEST(ModuleTemperature, TheDriftStaysAroundTheBaseAndUsesItsSwing)
 
 TEST(ModuleTemperature, TheDriftIsSlow)
 {
-    for (std::uint64_t seed = 0; seed < 20; ++seed) {
+    for (uint64_t seed = 0; seed < 20; ++seed) {
         const std::vector<double> readings = day_of(Temperature(42, seed));
-        for (std::size_t i = 1; i < readings.size(); ++i) {
+        for (size_t i = 1; i < readings.size(); ++i) {
             // A tenth of a degree in 10 seconds, and what rounding adds.
             ASSERT_LE(std::abs(readings[i] - readings[i - 1]), 0.1 + 0.01) << seed;
         }

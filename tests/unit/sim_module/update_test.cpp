@@ -1,17 +1,16 @@
 // Images that come in a request, and the restart.
-#include "module_fixture.h"
-
-#include "crc32_utils.h"
-#include "module/socket_name.h"
-#include "support/loopback.h"
-
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "crc32_utils.h"
+#include "module/socket_name.h"
+#include "module_fixture.h"
+#include "support/loopback.h"
 
 namespace {
 
@@ -29,14 +28,14 @@ protected:
     std::string image(const std::string& kind)
     {
         const std::string status = control("status");
-        const std::size_t at = status.find("\"" + kind + "\":{");
+        const size_t at = status.find("\"" + kind + "\":{");
         return status.substr(at, status.find('}', at) + 1 - at);
     }
 
     static std::string stored(const std::string& kind, const std::string& image, int times = 1)
     {
         const Crc32Utils& crc32 = *Crc32Utils::getInstance();
-        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(image.data());
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(image.data());
         char text[100];
         std::snprintf(text, sizeof text, "\"%s\":{\"stored\":%d,\"size\":%zu,\"crc32\":\"%08X\"}",
                       kind.c_str(), times, image.size(),
@@ -76,7 +75,7 @@ TEST_F(Update, ABlockIsKeptByTheKindOfItsHeader)
 TEST_F(Update, AnImageOfMegabytesComesWhole)
 {
     std::string image_bytes(3'000'000, '\0');
-    for (std::size_t i = 0; i < image_bytes.size(); ++i) {
+    for (size_t i = 0; i < image_bytes.size(); ++i) {
         image_bytes[i] = static_cast<char>(i * i >> 3);
     }
     EXPECT_EQ(ask(request(":SYST:UPD:FPGA", image_bytes)), kOk);

@@ -1,4 +1,5 @@
-#include "sandbox_fixture.h"
+#include <csignal>
+#include <cstdlib>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -6,8 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kRefused = 77;
 
-/// Enters a sandbox in a child and runs `body` there. The child's wait status.
+/** Enters a sandbox in a child and runs `body` there. The child's wait status. */
 int entered(const Options& options, const std::function<int(const Inside&)>& body)
 {
     const pid_t child = fork();

@@ -1,4 +1,4 @@
-#include "sandbox_fixture.h"
+#include <csignal>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -6,21 +6,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
 
 namespace {
 
-/// True when all processes that hold the other end of a pipe are gone within ten seconds.
+/** True when all processes that hold the other end of a pipe are gone within ten seconds. */
 bool all_gone(int reading)
 {
     pollfd waiting = {reading, POLLIN, 0};
     return poll(&waiting, 1, 10'000) == 1 && (waiting.revents & POLLHUP) != 0;
 }
 
-/// Starts a process that outlives its parent, in a session of its own, and holds `fd`.
+/** Starts a process that outlives its parent, in a session of its own, and holds `fd`. */
 int run_daemon(int fd)
 {
     if (fork() == 0) {

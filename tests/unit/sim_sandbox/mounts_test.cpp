@@ -1,4 +1,8 @@
-#include "sandbox_fixture.h"
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -6,11 +10,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <set>
-#include <sstream>
+#include "sandbox_fixture.h"
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;

@@ -1,11 +1,11 @@
-#include "sandbox_fixture.h"
+#include <cstdlib>
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;

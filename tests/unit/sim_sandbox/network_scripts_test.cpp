@@ -1,11 +1,11 @@
 // The stand-ins of the scripts that set the host name and the LAN interface.
-#include "sandbox_fixture.h"
-
-#include <gtest/gtest.h>
+#include <string>
 
 #include <unistd.h>
 
-#include <string>
+#include <gtest/gtest.h>
+
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
@@ -21,13 +21,13 @@ std::string machine_name()
     return name;
 }
 
-/// What a call says, with its exit status behind it.
+/** What a call says, with its exit status behind it. */
 std::string outcome(Sandbox& sandbox, const std::string& call, Role role = Role::controller())
 {
     return shell(sandbox, role, call + "; echo $?");
 }
 
-/// The six words of he_get_net_config.sh, without the hardware address.
+/** The six words of he_get_net_config.sh, without the hardware address. */
 std::string network(Sandbox& sandbox)
 {
     return shell(sandbox, Role::controller(), "he_get_net_config.sh | cut -d' ' -f1-5");

@@ -1,4 +1,4 @@
-#include "sandbox_fixture.h"
+#include <cstring>
 
 #include <arpa/inet.h>
 #include <net/if.h>
@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
@@ -24,7 +24,7 @@ sockaddr_in address_of(const std::string& text, int port)
     return address;
 }
 
-/// A listening socket in a role; the test accepts on it from where it is.
+/** A listening socket in a role; the test accepts on it from where it is. */
 UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     Result<UniqueFd> fd = sandbox.make_descriptor(role, [&] {
@@ -37,7 +37,7 @@ UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int por
     return fd ? std::move(*fd) : UniqueFd();
 }
 
-/// errno of a connection made in a role within a second; 0 when it stands, ETIMEDOUT without an answer.
+/** errno of a connection made in a role within a second; 0 when it stands, ETIMEDOUT without an answer. */
 int connect_from(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     const Result<int> code = sandbox.run(role, [&] {

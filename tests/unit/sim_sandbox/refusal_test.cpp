@@ -1,16 +1,18 @@
-#include "sandbox_fixture.h"
+#include <fstream>
 
 #include <sys/mount.h>
 
-#include <fstream>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
 
 namespace {
 
-/// Starts a sandbox inside a sandbox whose kernel settings have been changed by `spoil`, and gives the
-/// error's text, behind "refused: " where it is one.
+/**
+ * Starts a sandbox inside a sandbox whose kernel settings have been changed by `spoil`, and gives the
+ * error's text, behind "refused: " where it is one.
+ */
 std::string error_after(Sandbox& sandbox, const std::filesystem::path& state,
                         const std::function<void()>& spoil)
 {

@@ -1,7 +1,7 @@
+#include <gtest/gtest.h>
+
 #include "orvan_sandbox/addresses.h"
 #include "orvan_sandbox/role.h"
-
-#include <gtest/gtest.h>
 
 using namespace orvan_sandbox;
 

@@ -1,20 +1,21 @@
-#pragma once
+#ifndef ORVAN_TESTS_UNIT_SIM_SANDBOX_SANDBOX_FIXTURE_H
+#define ORVAN_TESTS_UNIT_SIM_SANDBOX_SANDBOX_FIXTURE_H
+
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
 
 #include "orvan_sandbox/sandbox.h"
 #include "support/eventually.h"
 #include "support/files.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-
 namespace sandbox_test {
 
-/// A directory of a test's own, removed with the object.
+/** A directory of a test's own, removed with the object. */
 class TemporaryDirectory {
 public:
-    /// \param parent  where it is made; /var/tmp for one that a sandbox shows
+    /** \param parent  where it is made; /var/tmp for one that a sandbox shows */
     explicit TemporaryDirectory(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -28,10 +29,10 @@ private:
 using orvan_test::eventually;
 using orvan_test::read_file;
 
-/// Runs a shell text in a sandbox's role; the result is what it wrote to standard output and error.
+/** Runs a shell text in a sandbox's role; the result is what it wrote to standard output and error. */
 std::string shell(orvan_sandbox::Sandbox& sandbox, orvan_sandbox::Role role, const std::string& text);
 
-/// Starts a sandbox into `sandbox`; skips the test where the kernel refuses one.
+/** Starts a sandbox into `sandbox`; skips the test where the kernel refuses one. */
 #define START_SANDBOX(sandbox, options)                                                                      \
     auto sandbox##_result = orvan_sandbox::Sandbox::start(options);                                          \
     if (!sandbox##_result && sandbox##_result.error().refused) {                                             \
@@ -41,3 +42,5 @@ std::string shell(orvan_sandbox::Sandbox& sandbox, orvan_sandbox::Role role, con
     [[maybe_unused]] orvan_sandbox::Sandbox& sandbox = sandbox##_result.value()
 
 } // namespace sandbox_test
+
+#endif

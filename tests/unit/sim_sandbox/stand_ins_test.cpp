@@ -1,17 +1,17 @@
-#include "sandbox_fixture.h"
+#include <regex>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <regex>
+#include "sandbox_fixture.h"
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
 
 namespace {
 
-/// The calls recorded so far, without their times.
+/** The calls recorded so far, without their times. */
 std::string calls(const TemporaryDirectory& state)
 {
     const std::regex time("(^|\n)[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ");

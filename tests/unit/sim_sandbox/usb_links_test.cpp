@@ -1,6 +1,6 @@
-#include "sandbox_fixture.h"
-
 #include <set>
+
+#include "sandbox_fixture.h"
 
 namespace fs = std::filesystem;
 using namespace orvan_sandbox;

@@ -5,16 +5,15 @@
 #ifndef ORVAN_TESTS_DIRECT_LINK_H
 #define ORVAN_TESTS_DIRECT_LINK_H
 
-#include "instrument_model.h"
-
-#include "orvan-maint/failure.h"
-#include "orvan-maint/link.h"
-
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <thread>
 #include <utility>
+
+#include "instrument_model.h"
+#include "orvan-maint/failure.h"
+#include "orvan-maint/link.h"
 
 namespace orvan_test {
 
@@ -37,8 +36,9 @@ public:
     {
         const size_t number = sent.size();
         sent.emplace_back(datagram.begin(), datagram.end());
-        if (meanwhile)
+        if (meanwhile) {
             meanwhile(number);
+        }
         for (int copies = requests ? requests(frame_of(sent.back()), number) : 1; copies > 0; --copies) {
             for (const Bytes& reply : m_model.serve(datagram)) {
                 const size_t reply_number = m_replies++;
@@ -50,8 +50,9 @@ public:
 
     bool receive(orvan_maint::Received& received, orvan_maint::Clock::time_point deadline) override
     {
-        if (sent.size() > stop_after)
+        if (sent.size() > stop_after) {
             throw orvan_maint::Interrupted();
+        }
         if (waiting.empty()) {
             std::this_thread::sleep_until(deadline); // the time that passes in vain
             return false;

@@ -1,11 +1,11 @@
 #include "instrument_model.h"
 
-#include <arpa/inet.h>
-#include <endian.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include <arpa/inet.h>
+#include <endian.h>
 
 namespace orvan_test {
 
@@ -49,8 +49,9 @@ void InstrumentModel::put_rows(Frame& frame) const
         char* const row = reinterpret_cast<char*>(frame.data) + line * FP_MAX_ENTRY_LEN;
         row[0] = flash_ids[line];
         const auto text = rows.find(flash_ids[line]);
-        if (text != rows.end())
+        if (text != rows.end()) {
             text->second.copy(row + 1, FP_MAX_DATA_LEN);
+        }
     }
 }
 
@@ -58,15 +59,17 @@ void InstrumentModel::write_rows(const Frame& frame)
 {
     for (size_t line = 0; line < FP_MAX_LINE; ++line) {
         const char* const row = reinterpret_cast<const char*>(frame.data) + line * FP_MAX_ENTRY_LEN;
-        if (row[0] != '\0')
+        if (row[0] != '\0') {
             written[row[0]] = std::string(row + 1, FP_MAX_DATA_LEN);
+        }
     }
 }
 
 std::vector<Bytes> InstrumentModel::serve(std::span<const uint8_t> datagram)
 {
-    if (is_silent || m_is_gone)
+    if (is_silent || m_is_gone) {
         return {};
+    }
     return m_updating ? serve_update(datagram) : serve_now(datagram);
 }
 
@@ -74,41 +77,50 @@ std::vector<Bytes> InstrumentModel::serve_update(std::span<const uint8_t> datagr
 {
     if (busy > 0) {
         --busy;
-        if (m_waiting.size() < kRoom)
+        if (m_waiting.size() < kRoom) {
             m_waiting.emplace_back(datagram.begin(), datagram.end());
+        }
         return {};
     }
     if (restarts && answers_before == 0) {
         m_waiting.clear();
-        if (away-- > 0)
+        if (away-- > 0) {
             return {};
+        }
         m_buffer = {};
-        if (!software_after.empty())
+        if (!software_after.empty()) {
             rows[FLASH_CSCIVER] = software_after;
+        }
         m_updating = false;
         return serve_now(datagram);
     }
     std::vector<Bytes> replies;
-    for (const Bytes& waited : std::exchange(m_waiting, {}))
-        for (const Bytes& reply : serve_now(waited))
+    for (const Bytes& waited : std::exchange(m_waiting, {})) {
+        for (const Bytes& reply : serve_now(waited)) {
             replies.push_back(reply);
+        }
+    }
     answers_before -= restarts ? 1 : 0;
-    for (const Bytes& reply : serve_now(datagram))
+    for (const Bytes& reply : serve_now(datagram)) {
         replies.push_back(reply);
+    }
     return replies;
 }
 
 std::vector<Bytes> InstrumentModel::serve_now(std::span<const uint8_t> datagram)
 {
-    if (clears_buffer)
+    if (clears_buffer) {
         m_buffer = {};
+    }
     std::memcpy(&m_buffer, datagram.data(), std::min(datagram.size(), sizeof m_buffer));
     Frame frame = m_buffer;
-    if (m_next_block != 0)
+    if (m_next_block != 0) {
         return serve_transfer(frame);
+    }
     const std::string_view opcode(frame.opcode, kOpcodeLength);
-    if (m_streaming || opcode == kOpcodeModule)
+    if (m_streaming || opcode == kOpcodeModule) {
         return serve_stream(frame);
+    }
     if (opcode == kOpcodeIdentify) {
         put_rows(frame);
         std::memcpy(frame.mac, mac.b, sizeof frame.mac);
@@ -116,18 +128,21 @@ std::vector<Bytes> InstrumentModel::serve_now(std::span<const uint8_t> datagram)
     }
     if (opcode == kOpcodeNetwork) {
         std::memcpy(frame.mac, mac.b, sizeof frame.mac);
-        if (frame.size == 0)
+        if (frame.size == 0) {
             return {};
+        }
         written.erase(FLASH_SCPI_PORT);
         write_rows(frame);
-        if (!written.contains(FLASH_SCPI_PORT))
+        if (!written.contains(FLASH_SCPI_PORT)) {
             return {reply(frame, FRMHEADERLEN + datagram.size())};
+        }
         put_rows(frame);
         return {reply(frame, FRMHEADERLEN + kSentRowsSize)};
     }
     if (opcode == kOpcodeFactory) {
-        if (frame.size != 0)
+        if (frame.size != 0) {
             write_rows(frame);
+        }
         put_rows(frame);
         return {reply(frame, FRMHEADERLEN + kSentRowsSize)};
     }
@@ -162,8 +177,9 @@ std::vector<Bytes> InstrumentModel::serve_transfer(Frame& frame)
         m_position = 0;
         return {};
     }
-    if (block != m_next_block)
+    if (block != m_next_block) {
         return {};
+    }
     if (block == stolen_block) {
         stolen_block = 0;
         std::memset(frame.data, 'x', sizeof frame.data);
@@ -197,8 +213,9 @@ Bytes InstrumentModel::final_frame(uint32_t error) const
 
 std::vector<Bytes> InstrumentModel::serve_stream(Frame& frame)
 {
-    if (std::string_view(frame.opcode, kOpcodeLength) != kOpcodeModule)
+    if (std::string_view(frame.opcode, kOpcodeLength) != kOpcodeModule) {
         return {};
+    }
     const uint16_t block = ntohs(frame.block);
     if (module_silent_from != 0 && block >= module_silent_from) {
         m_streaming = false;
@@ -206,15 +223,18 @@ std::vector<Bytes> InstrumentModel::serve_stream(Frame& frame)
     }
     m_streaming = true;
     const size_t size = ntohs(frame.size);
-    if (block == 1)
+    if (block == 1) {
         image.clear();
-    if (size != EOD && image.size() == (block - 1U) * FRMDATALEN)
+    }
+    if (size != EOD && image.size() == (block - 1U) * FRMDATALEN) {
         image.append(reinterpret_cast<const char*>(frame.data), size);
+    }
     frame.block = htons(static_cast<uint16_t>(block + acknowledged_above));
     frame.size = 0;
     std::vector<Bytes> replies = {reply(frame, ACK_ONLY_LEN)};
-    if (size != EOD)
+    if (size != EOD) {
         return replies;
+    }
     ++streams;
     m_is_gone = true;
     bool all_reported = true;
@@ -226,8 +246,9 @@ std::vector<Bytes> InstrumentModel::serve_stream(Frame& frame)
         replies.push_back(final_frame(end));
         all_reported = all_reported && end != LXI_ERROR_TIMEOUT;
     }
-    if (all_reported && confirms)
+    if (all_reported && confirms) {
         replies.push_back(final_frame(0));
+    }
     return replies;
 }
 

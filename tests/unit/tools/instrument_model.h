@@ -4,16 +4,15 @@
 #ifndef ORVAN_TESTS_INSTRUMENT_MODEL_H
 #define ORVAN_TESTS_INSTRUMENT_MODEL_H
 
-#include "support/bytes.h"
-
-#include <maintenance_frame.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "support/bytes.h"
+#include <maintenance_frame.h>
 
 namespace orvan_test {
 
@@ -70,7 +69,7 @@ private:
     void write_rows(const Frame& frame);
     Bytes final_frame(uint32_t error) const;
 
-    Frame m_buffer{}; ///< what a datagram leaves out is as the one before left it
+    Frame m_buffer{}; /**< what a datagram leaves out is as the one before left it */
     bool m_updating = false;
     std::vector<Bytes> m_waiting;
     uint16_t m_next_block = 0;

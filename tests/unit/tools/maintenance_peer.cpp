@@ -1,6 +1,7 @@
 #include "maintenance_peer.h"
 
-#include "support/loopback.h"
+#include <stdexcept>
+#include <utility>
 
 #include <netinet/in.h>
 #include <poll.h>
@@ -8,8 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <stdexcept>
-#include <utility>
+#include "support/loopback.h"
 
 namespace orvan_test {
 
@@ -23,8 +23,9 @@ MaintenancePeer::MaintenancePeer(InstrumentModel& model, std::function<int(size_
     address.sin_addr.s_addr = htonl(port != 0 ? INADDR_ANY : INADDR_LOOPBACK);
     const int on = 1;
     setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    if (bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw std::runtime_error("no peer");
+    }
     // As small as an instrument's.
     const int room = 2880;
     setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
@@ -41,8 +42,9 @@ MaintenancePeer::~MaintenancePeer()
 
 void MaintenancePeer::stop()
 {
-    if (!m_thread.joinable())
+    if (!m_thread.joinable()) {
         return;
+    }
     eventfd_write(m_stop, 1);
     m_thread.join();
 }
@@ -56,15 +58,18 @@ void MaintenancePeer::run()
         socklen_t size = sizeof from;
         const ssize_t count = recvfrom(m_socket, datagram, sizeof datagram, MSG_DONTWAIT,
                                        reinterpret_cast<sockaddr*>(&from), &size);
-        if (count < 0)
+        if (count < 0) {
             continue;
+        }
         const std::span<const uint8_t> request(datagram, static_cast<size_t>(count));
         const int copies = m_answers ? m_answers(requests.size()) : 1;
         requests.emplace_back(request.begin(), request.end());
-        for (const Bytes& reply : m_model.serve(request))
-            for (int i = 0; i < copies; ++i)
+        for (const Bytes& reply : m_model.serve(request)) {
+            for (int i = 0; i < copies; ++i) {
                 sendto(m_socket, reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&from),
                        size);
+            }
+        }
     }
 }
 

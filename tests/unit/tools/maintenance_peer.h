@@ -4,11 +4,11 @@
 #ifndef ORVAN_TESTS_MAINTENANCE_PEER_H
 #define ORVAN_TESTS_MAINTENANCE_PEER_H
 
-#include "instrument_model.h"
-
 #include <functional>
 #include <thread>
 #include <vector>
+
+#include "instrument_model.h"
 
 namespace orvan_test {
 

@@ -4,21 +4,20 @@
 #ifndef ORVAN_TESTS_ORVAN_DB_BENCH_H
 #define ORVAN_TESTS_ORVAN_DB_BENCH_H
 
-#include "orvan-db/command_line.h"
-#include "support/output_capture.h"
-
-#include <dataorvan.h>
-
-#include <gtest/gtest.h>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <gtest/gtest.h>
+
+#include "orvan-db/command_line.h"
+#include "support/output_capture.h"
+#include <dataorvan.h>
 
 namespace orvan_test {
 
@@ -80,8 +79,9 @@ inline Outcome run_on(const char* object, std::vector<std::string> arguments, in
 {
     arguments.insert(arguments.begin(), "orvan-db");
     std::vector<const char*> argv;
-    for (const std::string& argument : arguments)
+    for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
+    }
     std::fflush(stdout);
     OutputCapture out(STDOUT_FILENO);
     OutputCapture err(STDERR_FILENO);
@@ -94,8 +94,9 @@ inline std::vector<std::string> lines_of(const std::string& text)
 {
     std::istringstream all(text);
     std::vector<std::string> lines;
-    for (std::string line; std::getline(all, line);)
+    for (std::string line; std::getline(all, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 

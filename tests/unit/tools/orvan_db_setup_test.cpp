@@ -1,19 +1,17 @@
 // orvan-db on setup files, alone and against live records.
-#include "orvan_db_bench.h"
-
-#include "orvan-db/setup_file.h"
-#include "support/loopback.h"
-
-#include <orvan_element_names.h>
-
-#include <sys/stat.h>
-#include <sys/wait.h>
-
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "orvan-db/setup_file.h"
+#include "orvan_db_bench.h"
+#include "support/loopback.h"
+#include <orvan_element_names.h>
 
 using namespace orvan_db;
 using namespace orvan_test;
@@ -101,12 +99,13 @@ TEST_F(SetupFile, AStoredRecordIsShownAsTheLiveOneWas)
         auto* const place = reinterpret_cast<char*>(&record) + element.pos;
         const double number = -1.5 - static_cast<double>(tag);
         const int32_t whole = static_cast<int32_t>(tag);
-        if (element.type == TYPE_STRING)
+        if (element.type == TYPE_STRING) {
             std::snprintf(place, element.size, "text \"%zu\" \xe4", tag);
-        else if (element.type == TYPE_DOUBLE)
+        } else if (element.type == TYPE_DOUBLE) {
             std::memcpy(place, &number, sizeof number);
-        else
+        } else {
             std::memcpy(place, &whole, sizeof whole);
+        }
     }
     ASSERT_EQ(OrvanData().save_cmd_config(path.c_str(), &record), 0);
     SharedRecords records(2);
@@ -324,8 +323,9 @@ TEST_F(SetupFile, OptionsThatDoNotGoTogetherEndWithTwo)
 TEST_F(SetupFile, TheHelpTellsOfSetups)
 {
     const Outcome help = run_on("/orvan-db-test-none", {"--help"});
-    for (const char* word : {"--setup FILE", "--diff", "3 a setup file that cannot be used"})
+    for (const char* word : {"--setup FILE", "--diff", "3 a setup file that cannot be used"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
+    }
 }
 
 TEST_F(SetupFile, TheProgramEndsWithTheExitCodeThatItsHelpTells)

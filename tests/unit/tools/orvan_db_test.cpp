@@ -1,26 +1,24 @@
 // orvan-db on a shared memory object of the test's own.
-#include "orvan_db_bench.h"
-
-#include "orvan-db/element_text.h"
-#include "orvan-db/options.h"
-#include "orvan-db/records.h"
-#include "support/loopback.h"
-
-#include <orvan_element_names.h>
-
-#include <gtest/gtest.h>
-
-#include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <memory>
 #include <sstream>
 #include <thread>
+
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "orvan-db/element_text.h"
+#include "orvan-db/options.h"
+#include "orvan-db/records.h"
+#include "orvan_db_bench.h"
+#include "support/loopback.h"
+#include <orvan_element_names.h>
 
 using namespace orvan_db;
 using namespace orvan_test;
@@ -29,10 +27,12 @@ using namespace orvan_test;
 
 TEST(OrvanDbOptions, ATagIsNamedWithOrWithoutItsPrefixAndInAnyCase)
 {
-    for (const char* name : {"ODT_FREQ", "FREQ", "freq", "odt_freq", "Odt_Freq"})
+    for (const char* name : {"ODT_FREQ", "FREQ", "freq", "odt_freq", "Odt_Freq"}) {
         EXPECT_EQ(tag_of_name(name), ODT_FREQ) << name;
-    for (const char* name : {"", "ODT_", "ODT_NO_TAG", "FRE", "FREQU", "Frequency", "20"})
+    }
+    for (const char* name : {"", "ODT_", "ODT_NO_TAG", "FRE", "FREQU", "Frequency", "20"}) {
         EXPECT_EQ(tag_of_name(name), -1) << name;
+    }
 }
 
 TEST(OrvanDbOptions, EveryTagIsFoundByItsName)
@@ -65,8 +65,9 @@ TEST(OrvanDbOptions, HelpAndVersionNeedNoInstrument)
     const Outcome help = run_on("/orvan-db-test-none", {"--help"});
     EXPECT_EQ(help.status, 0);
     for (const char* word :
-         {"--channel", "--tag", "--json", "--watch", "--interval", "Exit codes: 0 printed, 1 "})
+         {"--channel", "--tag", "--json", "--watch", "--interval", "Exit codes: 0 printed, 1 "}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
+    }
     const Outcome version = run_on("/orvan-db-test-none", {"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "orvan-db " ORVAN_VERSION "\n");
@@ -248,8 +249,9 @@ TEST(OrvanDb, TheDocumentHoldsEveryElementByItsTag)
     for (int index = 0; index < 2; ++index) {
         const cJSON* const channel = cJSON_GetArrayItem(channels, index);
         EXPECT_EQ(cJSON_GetObjectItem(channel, "channel")->valueint, index + 1);
-        for (const ElementName& name : kElementNames)
+        for (const ElementName& name : kElementNames) {
             EXPECT_NE(cJSON_GetObjectItemCaseSensitive(channel, name.tag), nullptr) << name.tag;
+        }
     }
     const cJSON* const second = cJSON_GetArrayItem(channels, 1);
     EXPECT_EQ(cJSON_GetObjectItem(second, "ODT_FREQ")->valuedouble, 2.5e9);
@@ -283,8 +285,9 @@ public:
         arguments.insert(arguments.begin(), {"orvan-db", "--watch", "--interval", "2"});
         m_thread = std::thread([this, arguments, name = std::string(records.name())] {
             std::vector<const char*> argv;
-            for (const std::string& argument : arguments)
+            for (const std::string& argument : arguments) {
                 argv.push_back(argument.c_str());
+            }
             m_status = run(static_cast<int>(argv.size()), argv.data(), name.c_str(), m_stop);
         });
     }
@@ -299,8 +302,9 @@ public:
             m_thread.join();
             std::fflush(stdout);
             dup2(m_saved, STDOUT_FILENO);
-            for (int fd : {m_saved, m_output[0], m_stop})
+            for (int fd : {m_saved, m_output[0], m_stop}) {
                 close(fd);
+            }
         }
         return m_status;
     }
@@ -370,8 +374,9 @@ TEST(OrvanDbWatch, AnObjectThatShrinksUnderItIsRead)
 {
     SharedRecords records(4);
     Watch watch(records, {"--tag", "freq"});
-    for (int channel = 1; channel <= 4; ++channel)
+    for (int channel = 1; channel <= 4; ++channel) {
         watch.line();
+    }
     records.cut_to(sizeof(ORVAN_CONFIG));
     records.put(1, ODT_FREQ, 3.0);
     EXPECT_EQ(watch.line(), "1  ODT_FREQ                ANALOGOUTPUT.Frequency            3\n");

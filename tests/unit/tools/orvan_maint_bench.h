@@ -4,16 +4,16 @@
 #ifndef ORVAN_TESTS_ORVAN_MAINT_BENCH_H
 #define ORVAN_TESTS_ORVAN_MAINT_BENCH_H
 
-#include "orvan-maint/command_line.h"
-#include "support/output_capture.h"
-#include "test_folder.h"
+#include <cstdio>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <string>
-#include <vector>
+#include "orvan-maint/command_line.h"
+#include "support/output_capture.h"
+#include "test_folder.h"
 
 namespace orvan_test {
 
@@ -28,11 +28,13 @@ inline MaintOutcome run_maint(std::vector<std::string> arguments, const std::str
 {
     arguments.insert(arguments.begin(), "orvan-maint");
     std::vector<const char*> argv;
-    for (const std::string& argument : arguments)
+    for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
+    }
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0 || write(ends[1], input.data(), input.size()) < 0)
+    if (pipe2(ends, O_CLOEXEC) != 0 || write(ends[1], input.data(), input.size()) < 0) {
         return {-1, "", "no pipe"};
+    }
     close(ends[1]);
     const int own_input = dup(STDIN_FILENO);
     dup2(ends[0], STDIN_FILENO);

@@ -1,15 +1,14 @@
 // The commands of orvan-maint that bring files into an instrument, on the network of the machine itself.
-#include "orvan_maint_scene.h"
-
-#include "orvan-maint/blocks.h"
-#include "orvan-maint/gzip.h"
-
-#include <gtest/gtest.h>
+#include <cstdlib>
+#include <filesystem>
 
 #include <sys/eventfd.h>
 
-#include <cstdlib>
-#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "orvan-maint/blocks.h"
+#include "orvan-maint/gzip.h"
+#include "orvan_maint_scene.h"
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
@@ -30,8 +29,9 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
          {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
           "  modules: 7500 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
           "the package has arrived whole",
-          "installed: the instrument went away and came back; its software was 1.19.145 and is 1.20.3\n"})
+          "installed: the instrument went away and came back; its software was 1.19.145 and is 1.20.3\n"}) {
         EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
+    }
     EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
 }
 
@@ -124,8 +124,9 @@ TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
     Scene scene;
     const int stop = eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
-        if (number == 14)
+        if (number == 14) {
             eventfd_write(stop, 1);
+        }
         return number < 14 ? 1 : 0;
     };
     const MaintOutcome outcome =
@@ -221,8 +222,9 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
     const int stop = eventfd(0, EFD_CLOEXEC);
     // Identified three times, then the header; the wish for an end comes with the second block.
     scene.answers = [stop](size_t number) {
-        if (number == 5)
+        if (number == 5) {
             eventfd_write(stop, 1);
+        }
         return number == 5 ? 0 : 1;
     };
     const MaintOutcome outcome =
@@ -316,8 +318,9 @@ TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
     Scene scene;
     const int stop = eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
-        if (number == 2)
+        if (number == 2) {
             eventfd_write(stop, 1);
+        }
         return number == 2 ? 0 : 1;
     };
     const MaintOutcome outcome =
@@ -335,8 +338,9 @@ TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
     scene.model.confirms = false;
     const int stop = eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
-        if (number == 2) // behind the search and the only block
+        if (number == 2) { // behind the search and the only block
             eventfd_write(stop, 1);
+        }
         return 1;
     };
     const MaintOutcome outcome = scene.run({"program", "--yes", folder.put("image", "i")}, "", stop);

@@ -1,6 +1,9 @@
 // What orvan-maint puts on the wire and reads from it, and what it lets pass.
-#include "instrument_model.h"
+#include <cstring>
 
+#include <gtest/gtest.h>
+
+#include "instrument_model.h"
 #include "orvan-maint/blocks.h"
 #include "orvan-maint/checks.h"
 #include "orvan-maint/failure.h"
@@ -9,10 +12,6 @@
 #include "orvan-maint/progress.h"
 #include "orvan-maint/round_trip.h"
 #include "orvan-maint/rows.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_maint;
@@ -60,12 +59,14 @@ TEST(MaintFrame, ItsNumbersAreInTheOrderOfTheWire)
 TEST(MaintFrame, AHardwareAddressIsReadAndWritten)
 {
     EXPECT_EQ(mac_text(kMac), "02:00:0a:0b:0c:ff");
-    for (const char* const text : {"02:00:0a:0b:0c:ff", "02-00-0A-0B-0C-FF"})
+    for (const char* const text : {"02:00:0a:0b:0c:ff", "02-00-0A-0B-0C-FF"}) {
         EXPECT_EQ(std::memcmp(parse_mac(text).value_or(hwaddr_t{}).b, kMac.b, 6), 0) << text;
+    }
     for (const char* const text :
          {"", "02:00:0a:0b:0c", "02:00:0a:0b:0c:f", "02:00:0a:0b:0c:fff", "02:00:0a-0b:0c:ff", "02000a0b0cff",
-          "0g:00:0a:0b:0c:ff", "+2:00:0a:0b:0c:ff", "02 00 0a 0b 0c ff"})
+          "0g:00:0a:0b:0c:ff", "+2:00:0a:0b:0c:ff", "02 00 0a 0b 0c ff"}) {
         EXPECT_FALSE(parse_mac(text)) << text;
+    }
 }
 
 TEST(MaintFrame, WhatATerminalWouldObeyIsShownAsNumbers)
@@ -122,8 +123,9 @@ uint16_t options_at_instrument(const std::string& sent)
                                                            << 8;
     const unsigned swapped = (v << 8 | v >> 8) & 0xFFFF;
     unsigned mirrored = 0;
-    for (int bit = 0; bit < 16; ++bit)
+    for (int bit = 0; bit < 16; ++bit) {
         mirrored |= (swapped >> bit & 1U) << (15 - bit);
+    }
     return static_cast<uint16_t>((mirrored & 0xFFF0) | (v >> 4 & 0x0F));
 }
 
@@ -141,8 +143,9 @@ TEST(MaintOptions, EveryWordReachesTheInstrumentAsItIs)
     EXPECT_EQ(wire_options(0x0008), (std::string{'\x80', '\0'}));
     EXPECT_EQ(wire_options(0x001E), (std::string{'\xE8', '\0'}));
     EXPECT_EQ(wire_options(0x8100), (std::string{'\0', '\x81'}));
-    for (unsigned word = 0; word <= 0xFFFF; ++word)
+    for (unsigned word = 0; word <= 0xFFFF; ++word) {
         ASSERT_EQ(options_at_instrument(wire_options(static_cast<uint16_t>(word))), word);
+    }
 }
 
 TEST(MaintOptions, ATableHoldsWhatHasAnOptionBehindIt)
@@ -246,10 +249,12 @@ const Values kValues[] = {
 
 TEST_P(MaintValues, PassOrAreRefusedWithAReason)
 {
-    for (const std::string& text : GetParam().good)
+    for (const std::string& text : GetParam().good) {
         EXPECT_EQ(GetParam().check(text), "");
-    for (const std::string& text : GetParam().bad)
+    }
+    for (const std::string& text : GetParam().bad) {
         EXPECT_NE(GetParam().check(text), "") << text;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, MaintValues, testing::ValuesIn(kValues),
@@ -279,8 +284,9 @@ TEST(MaintModels, AModelTellsPlatformAndChannels)
     EXPECT_EQ(name("OVX6132R"), "benchtop 2");
     EXPECT_EQ(name("KSR-8053"), "ksr7000 1");
     EXPECT_EQ(name("OVX3658B"), "benchtop 0");
-    for (const char* const model : {"", "OVX3654", "OVX3654X", "XVO3654B", "OVX36x4B", "OVX36544B"})
+    for (const char* const model : {"", "OVX3654", "OVX3654X", "XVO3654B", "OVX36x4B", "OVX36544B"}) {
         EXPECT_EQ(name(model).substr(0, 4), "none") << model;
+    }
 }
 
 // ---- a download
@@ -335,8 +341,9 @@ TEST(MaintRoundTrip, WaitsAreThoseOfTheAcknowledgementsWithinTheirLimits)
     EXPECT_EQ(round_trip.wait(), 1000ms);
     round_trip.measured(100ms);
     EXPECT_EQ(round_trip.wait(), 300ms); // 100 + 4 * 50
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         round_trip.measured(1ms);
+    }
     EXPECT_EQ(round_trip.wait(), 10ms);
     round_trip.measured(20s);
     EXPECT_EQ(round_trip.wait(), 1000ms);

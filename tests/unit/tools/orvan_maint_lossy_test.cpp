@@ -1,15 +1,14 @@
 // The downloads of orvan-maint over UDP through a relay that loses and doubles.
-#include "maintenance_peer.h"
-#include "support/lossy_relay.h"
+#include <random>
 
+#include <gtest/gtest.h>
+
+#include "maintenance_peer.h"
 #include "orvan-maint/failure.h"
 #include "orvan-maint/module_stream.h"
 #include "orvan-maint/software_transfer.h"
 #include "orvan-maint/udp_link.h"
-
-#include <gtest/gtest.h>
-
-#include <random>
+#include "support/lossy_relay.h"
 
 using namespace orvan_maint;
 using namespace orvan_test;
@@ -23,8 +22,9 @@ std::string random_bytes(size_t size)
 {
     std::mt19937_64 random(size);
     std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<char>(random());
+    }
     return bytes;
 }
 

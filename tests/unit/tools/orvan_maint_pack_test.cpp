@@ -1,11 +1,11 @@
 // orvan-maint pack: what it makes, GNU tar unpacks as an instrument does.
-#include "orvan_maint_bench.h"
-
-#include <gtest/gtest.h>
+#include <cstdlib>
 
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "orvan_maint_bench.h"
 
 using namespace orvan_test;
 

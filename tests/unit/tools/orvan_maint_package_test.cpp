@@ -1,19 +1,18 @@
 // Packages: what orvan-maint makes, GNU tar unpacks; what an instrument could not use is refused.
-#include "test_folder.h"
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
 
 #include "orvan-maint/failure.h"
 #include "orvan-maint/gzip.h"
 #include "orvan-maint/package.h"
 #include "orvan-maint/tar_reader.h"
 #include "orvan-maint/tar_writer.h"
-
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include "test_folder.h"
 
 using namespace orvan_maint;
 using namespace orvan_test;
@@ -29,8 +28,9 @@ std::string names_in(const std::string& bytes)
 {
     TarReader reader(bytes, "archive");
     std::string names;
-    for (TarEntry entry; reader.next(entry);)
+    for (TarEntry entry; reader.next(entry);) {
         names += (names.empty() ? "" : " ") + entry.name;
+    }
     return names;
 }
 
@@ -70,12 +70,13 @@ std::string archive_of(const std::vector<Item>& items)
 {
     TarWriter writer;
     for (const Item& item : items) {
-        if (item.kind == 'd')
+        if (item.kind == 'd') {
             writer.add_folder(item.name, 0755, 0);
-        else if (item.kind == 'l')
+        } else if (item.kind == 'l') {
             writer.add_symbolic_link(item.name, item.contents, 0);
-        else
+        } else {
             writer.add_file(item.name, item.contents, 0644, 0);
+        }
     }
     return writer.finish();
 }
@@ -193,10 +194,11 @@ TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
               "archive is damaged: it ends amid an entry");
     EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() / 2)); }),
               "archive is damaged: it ends amid an entry");
-    for (size_t cut = 1; cut <= 8; ++cut)
+    for (size_t cut = 1; cut <= 8; ++cut) {
         EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() - cut)); }),
                   "archive is damaged: it ends amid an entry")
             << cut;
+    }
 }
 
 TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
@@ -399,8 +401,9 @@ std::string with_field(std::string bytes, size_t header, size_t at, const std::s
     bytes.replace(header + at, field.size(), field);
     bytes.replace(header + 148, 8, 8, ' ');
     unsigned sum = 0;
-    for (size_t i = header; i < header + 512; ++i)
+    for (size_t i = header; i < header + 512; ++i) {
         sum += static_cast<unsigned char>(bytes[i]);
+    }
     char digits[8];
     std::snprintf(digits, sizeof digits, "%06o", sum);
     return bytes.replace(header + 148, 7, digits, 7);
@@ -430,48 +433,54 @@ TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
                   is_refused ? "p holds a thing that is no file, folder or symbolic link: b" : "")
             << type;
     }
-    for (const char type : std::string("DMNSVXAz89"))
+    for (const char type : std::string("DMNSVXAz89")) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 512, type), "p"); }),
                   "p holds a thing that is no file, folder or symbolic link: b")
             << type;
-    for (const char type : std::string("DMNSVz89"))
+    }
+    for (const char type : std::string("DMNSVz89")) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 1024, type), "p"); }),
                   "p holds a thing that is no file, folder or symbolic link: c")
             << type;
+    }
 }
 
 // A reader that goes by the first digits takes them for other sizes.
 TEST(MaintPackage, NumbersWithOtherThanOctalDigitsAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", "x"}});
-    for (const char* const good : {"00000000001", "          1", "1", "1 garbage"})
+    for (const char* const good : {"00000000001", "          1", "1", "1 garbage"}) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_size(bytes, 512, good), "p"); }), "") << good;
+    }
     EXPECT_EQ(complaint_of(
                   [&] { platforms_in(with_size(bytes, 512, "\x80" + std::string(10, '\0') + "\1"), "p"); }),
               "");
-    for (const char* const bad : {"00000000001x", "0x1", "8", "-1"})
+    for (const char* const bad : {"00000000001x", "0x1", "8", "-1"}) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_size(bytes, 512, bad), "p"); }), "p is damaged")
             << bad;
+    }
 }
 
 TEST(MaintPackage, DamagedExtensionsAreRefused)
 {
     for (const char type : std::string("xg")) {
-        for (const char* const good : {"", "11 path=ab\n", "10 size=0\n11 path=ab\n"})
+        for (const char* const good : {"", "11 path=ab\n", "10 size=0\n11 path=ab\n"}) {
             EXPECT_EQ(
                 complaint_of([&] {
                     platforms_in(with_type(archive_of({{'f', "a", good}, {'f', "b", ""}}), 0, type), "p");
                 }),
                 "")
                 << type << good;
+        }
         for (const char* const bad : {"path=ab\n", "10 path=ab\n", "12 path=ab\n", "11 path:ab\n",
-                                      "11path=ab\n", "10 size=x\n", "4294967297 a=b\n"})
+                                      "11path=ab\n", "10 size=x\n", "4294967297 a=b\n"}) {
             EXPECT_EQ(
                 complaint_of([&] {
                     platforms_in(with_type(archive_of({{'f', "a", bad}, {'f', "b", ""}}), 0, type), "p");
                 }),
                 "p is damaged")
                 << type << bad;
+        }
     }
 }
 

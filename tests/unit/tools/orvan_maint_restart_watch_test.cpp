@@ -1,9 +1,8 @@
 // What orvan-maint makes of an instrument that has a package.
-#include "direct_link.h"
-
-#include "orvan-maint/restart_watch.h"
-
 #include <gtest/gtest.h>
+
+#include "direct_link.h"
+#include "orvan-maint/restart_watch.h"
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_maint;
@@ -32,8 +31,9 @@ struct Watch {
         put_size(end, EOD);
         put_info(end, 1);
         model.serve(wire_bytes(end, 0));
-        if (mark)
+        if (mark) {
             watch.mark();
+        }
         marked = mark;
     }
     Aftermath follow(std::chrono::milliseconds time = 10s)
@@ -178,8 +178,9 @@ TEST(MaintWatch, AnotherPcsRequestLeavesItUncertain)
         Watch watch;
         watch.model.busy = 5; // the marks and two requests, which are answered before it is known
         watch.link.meanwhile = [&watch, info, asked = false](size_t) mutable {
-            if (watch.marked && watch.model.busy == 0 && !std::exchange(asked, true))
+            if (watch.marked && watch.model.busy == 0 && !std::exchange(asked, true)) {
                 watch.ask_from_elsewhere(info);
+            }
         };
         watch.update();
         EXPECT_EQ(watch.follow(), Aftermath::kUnknown) << info;
@@ -215,8 +216,9 @@ TEST(MaintWatch, AnotherPcsRequestAtWorkIsNoRestartWithoutTheMark)
     watch.model.busy = 2;
     watch.update(false);
     watch.link.meanwhile = [&watch, asked = false](size_t) mutable {
-        if (watch.model.busy == 0 && !std::exchange(asked, true))
+        if (watch.model.busy == 0 && !std::exchange(asked, true)) {
             watch.ask_from_elsewhere(0);
+        }
     };
     EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
 }
@@ -252,8 +254,9 @@ TEST(MaintWatch, ASearchFromElsewhereWhileItPreparesDoesNotKeepItFromItsMark)
 {
     Watch watch;
     watch.link.meanwhile = [&watch](size_t number) {
-        if (number == 1)
+        if (number == 1) {
             watch.ask_from_elsewhere(1);
+        }
     };
     watch.update();
     EXPECT_EQ(watch.follow(), Aftermath::kStayed);

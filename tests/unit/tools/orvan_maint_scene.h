@@ -4,16 +4,15 @@
 #ifndef ORVAN_TESTS_ORVAN_MAINT_SCENE_H
 #define ORVAN_TESTS_ORVAN_MAINT_SCENE_H
 
-#include "maintenance_peer.h"
-#include "orvan_maint_bench.h"
-
-#include "orvan-maint/tar_writer.h"
-
 #include <functional>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "maintenance_peer.h"
+#include "orvan-maint/tar_writer.h"
+#include "orvan_maint_bench.h"
 
 namespace orvan_test {
 
@@ -34,8 +33,9 @@ struct Scene {
     std::string came() const
     {
         std::string opcodes;
-        for (const Bytes& request : peer->requests)
+        for (const Bytes& request : peer->requests) {
             opcodes += (opcodes.empty() ? "" : " ") + std::string(request.begin(), request.begin() + 4);
+        }
         return opcodes;
     }
 
@@ -60,8 +60,9 @@ inline std::string module_software()
 {
     std::mt19937 random(1);
     std::string bytes(7500, '\0');
-    for (char& c : bytes)
+    for (char& c : bytes) {
         c = static_cast<char>(random());
+    }
     return bytes;
 }
 

@@ -1,11 +1,11 @@
 // The search of orvan-maint on networks of the test's own.
-#include "maintenance_peer.h"
-#include "orvan_maint_bench.h"
-#include "support/private_network.h"
+#include <cstdlib>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include "maintenance_peer.h"
+#include "orvan_maint_bench.h"
+#include "support/private_network.h"
 
 using namespace orvan_test;
 
@@ -18,8 +18,9 @@ class MaintSearch : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!m_network.refusal().empty())
+        if (!m_network.refusal().empty()) {
             GTEST_SKIP() << m_network.refusal();
+        }
         add_interface("lan0", "10.9.9.1/24");
         second.mac.b[5] = 0x03;
         second.rows['S'] = "241108";
@@ -27,8 +28,9 @@ protected:
 
     void TearDown() override
     {
-        for (const std::string& name : m_interfaces)
+        for (const std::string& name : m_interfaces) {
             EXPECT_EQ(std::system(("ip link del " + name).c_str()), 0);
+        }
     }
 
     void add_interface(const std::string& name, const std::string& address)

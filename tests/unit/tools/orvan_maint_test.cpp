@@ -1,13 +1,12 @@
 // The commands of orvan-maint that look and change, on the network of the machine itself.
-#include "orvan_maint_scene.h"
-
-#include "orvan-maint/console.h"
-#include "orvan-maint/failure.h"
+#include <sys/eventfd.h>
 
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
-#include <sys/eventfd.h>
+#include "orvan-maint/console.h"
+#include "orvan-maint/failure.h"
+#include "orvan_maint_scene.h"
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
@@ -38,8 +37,9 @@ TEST(Maint, DiscoverGivesJson)
                                      {"ip_address", "10.0.0.2"},
                                      {"model", "OVX3654B"},
                                      {"scpi_port", "5025"},
-                                     {"pld_version", ""}})
+                                     {"pld_version", ""}}) {
         EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(first, key)), value) << key;
+    }
     scene.model.is_silent = true;
     scene.wait = "100";
     EXPECT_EQ(scene.run({"discover", "--json"}).out, "[]\n");
@@ -228,8 +228,9 @@ TEST(Maint, AnInterruptionAtTheQuestionIsNoConsent)
         EXPECT_THROW(orvan_maint::agree({"plan"}, false, stop), orvan_maint::Interrupted);
     }
     dup2(own_input, STDIN_FILENO);
-    for (const int fd : {own_input, ends[0], ends[1], stop})
+    for (const int fd : {own_input, ends[0], ends[1], stop}) {
         close(fd);
+    }
 }
 
 TEST(Maint, AChangeWithoutAnAnswerIsNotCalledDone)

@@ -1,17 +1,16 @@
 // The two downloads of orvan-maint against an instrument's model, on a link that loses, doubles and delays.
-#include "direct_link.h"
-
-#include "orvan-maint/exchange.h"
-#include "orvan-maint/module_stream.h"
-#include "orvan-maint/software_transfer.h"
-
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <random>
 #include <utility>
+
+#include <arpa/inet.h>
+
+#include <gtest/gtest.h>
+
+#include "direct_link.h"
+#include "orvan-maint/exchange.h"
+#include "orvan-maint/module_stream.h"
+#include "orvan-maint/software_transfer.h"
 
 using namespace HaldeElec::Orvan;
 using namespace orvan_maint;
@@ -27,8 +26,9 @@ std::string random_bytes(size_t size)
 {
     std::mt19937 random(size);
     std::string bytes(size, '\0');
-    for (char& c : bytes)
+    for (char& c : bytes) {
         c = static_cast<char>(random());
+    }
     return bytes;
 }
 
@@ -59,9 +59,10 @@ struct Transfer {
     std::string sent() const
     {
         std::string text;
-        for (const Bytes& bytes : link.sent)
+        for (const Bytes& bytes : link.sent) {
             text += (text.empty() ? "" : " ") + std::string(bytes.begin(), bytes.begin() + 4) +
                     std::to_string(bytes[4] << 8 | bytes[5]);
+        }
         return text;
     }
 
@@ -94,8 +95,9 @@ uint16_t number(const HALDE_PACKET& frame)
 auto lose_first(std::function<bool(const HALDE_PACKET&)> meant)
 {
     return [meant = std::move(meant), lost = false](const HALDE_PACKET& frame, size_t) mutable {
-        if (lost || !meant(frame))
+        if (lost || !meant(frame)) {
             return 1;
+        }
         lost = true;
         return 0;
     };
@@ -214,8 +216,9 @@ TEST(MaintTransfer, AnotherOnesSearchTakesItBackAndItStillArrivesWhole)
 {
     Transfer transfer(20'000);
     transfer.link.meanwhile = [&transfer](size_t number) {
-        if (number == 12)
+        if (number == 12) {
             transfer.model.serve(wire_bytes(make_frame(kOpcodeIdentify, eth_brdcast_addr), 0));
+        }
     };
     EXPECT_EQ(transfer.run(), kExitDone);
     transfer.expect_whole();
@@ -227,8 +230,9 @@ TEST(MaintTransfer, EndsWhenItIsTakenBackAgainAndAgain)
 {
     Transfer transfer(20'000);
     transfer.link.meanwhile = [&transfer](size_t number) {
-        if (number % 13 == 12)
+        if (number % 13 == 12) {
             transfer.model.serve(wire_bytes(make_frame(kOpcodeIdentify, eth_brdcast_addr), 0));
+        }
     };
     EXPECT_EQ(transfer.run({1ms, 200us, 2ms, 10s}), kExitNoAnswer);
     EXPECT_NE(transfer.complaint.find("again and again"), std::string::npos) << transfer.complaint;
@@ -299,9 +303,10 @@ TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotTakenForItsOwn)
     Transfer transfer(3000);
     transfer.link.requests = [](const HALDE_PACKET& frame, size_t) { return number(frame) < 2 ? 1 : 0; };
     transfer.link.meanwhile = [&transfer](size_t) {
-        for (const uint8_t block : Bytes{3, 4, 5})
+        for (const uint8_t block : Bytes{3, 4, 5}) {
             transfer.link.waiting.push_back(
                 {'H', 'E', 'I', 'D', 0, block, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x77, 0, 0, 0, 0, 0});
+        }
     };
     EXPECT_EQ(transfer.run(), kExitNoAnswer);
     EXPECT_TRUE(transfer.damaged);
@@ -344,9 +349,10 @@ TEST(MaintTransfer, IsBoundedAlsoAgainstOneThatTalksNonsense)
     Transfer transfer(3000);
     transfer.link.requests = [](const HALDE_PACKET&, size_t) { return 0; };
     transfer.link.meanwhile = [&transfer](size_t) {
-        for (const uint8_t size : Bytes{0, 2})
+        for (const uint8_t size : Bytes{0, 2}) {
             transfer.link.waiting.push_back(
                 {'H', 'E', 'I', 'D', 0x77, 0x77, size, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+        }
     };
     EXPECT_EQ(transfer.run(), kExitNoAnswer);
 }
@@ -394,8 +400,9 @@ struct Stream {
         ModuleStream stream(
             link, model.mac, image, channels, timing, [](size_t) {},
             [this](size_t channel, std::optional<uint32_t> ended) {
-                if (ended)
+                if (ended) {
                     news += std::to_string(channel) + (*ended == 0 ? "+" : "-");
+                }
             });
         int code = kExitDone;
         try {

@@ -1,9 +1,9 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "scpi-reference/descriptions.h"
 #include "scpi-reference/header_forms.h"
 #include "scpi-reference/reference.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 using namespace scpi_reference;
 using testing::HasSubstr;

@@ -4,8 +4,6 @@
 #ifndef SCPI_SCPI_H
 #define SCPI_SCPI_H
 
-#include "types.h"
-
 #include "error.h"
 #include "extensions.h"
 #include "ieee488.h"
@@ -13,6 +11,7 @@
 #include "parameter.h"
 #include "parser.h"
 #include "result.h"
+#include "types.h"
 #include "units.h"
 
 #endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_ERROR_H
+#define ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_ERROR_H
 
 #include <string>
 #include <utility>
@@ -6,19 +7,19 @@
 
 namespace orvan_sandbox {
 
-/// Why something of the sandbox could not be done.
+/** Why something of the sandbox could not be done. */
 struct Error {
-    std::string step;     ///< what was being done, e.g. "creating the user namespace"
-    int code = 0;         ///< errno, 0 when no system call failed
-    std::string detail;   ///< what a helper program said, may be empty
-    std::string hint;     ///< what the reader can do about it, may be empty
-    bool refused = false; ///< the kernel or its set-up refuses namespaces: a test may be skipped for this
+    std::string step;     /**< what was being done, e.g. "creating the user namespace" */
+    int code = 0;         /**< errno, 0 when no system call failed */
+    std::string detail;   /**< what a helper program said, may be empty */
+    std::string hint;     /**< what the reader can do about it, may be empty */
+    bool refused = false; /**< the kernel or its set-up refuses namespaces: a test may be skipped for this */
 
-    /// All of it in one line: "STEP: ERRNO TEXT: DETAIL (HINT)".
+    /** All of it in one line: "STEP: ERRNO TEXT: DETAIL (HINT)". */
     std::string text() const;
 };
 
-/// A value or the reason there is none. value() may be called only when ok(), error() only when not.
+/** A value or the reason there is none. value() may be called only when ok(), error() only when not. */
 template <typename T>
 class [[nodiscard]] Result {
 public:
@@ -38,3 +39,5 @@ private:
 };
 
 } // namespace orvan_sandbox
+
+#endif

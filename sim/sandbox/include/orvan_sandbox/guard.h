@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_GUARD_H
+#define ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_GUARD_H
 
 #include <cstdlib>
 #include <string>
@@ -7,16 +8,20 @@
 
 namespace orvan_sandbox {
 
-/// Environment variable that names the controller's network namespace: the inode number of
-/// /proc/self/ns/net as seen by a process in the controller's role, in decimal.
+/**
+ * Environment variable that names the controller's network namespace: the inode number of
+ * /proc/self/ns/net as seen by a process in the controller's role, in decimal.
+ */
 inline constexpr const char* kSandboxVariable = "ORVAN_SANDBOX";
 
-/// True only when the calling process is in the controller's network namespace of a sandbox.
-///
-/// The variable alone proves nothing, because an environment is inherited and namespaces are left: it has to
-/// agree with the namespace the process really is in. False in the roles of modules and LAN, too, as module
-/// addresses mean something else there. Needs nothing but this header. Any thread that does not run beside a
-/// setenv; the answer is that of the process's main thread.
+/**
+ * True only when the calling process is in the controller's network namespace of a sandbox.
+ *
+ * The variable alone proves nothing, because an environment is inherited and namespaces are left: it has to
+ * agree with the namespace the process really is in. False in the roles of modules and LAN, too, as module
+ * addresses mean something else there. Needs nothing but this header. Any thread that does not run beside a
+ * setenv; the answer is that of the process's main thread.
+ */
 inline bool in_sandbox()
 {
     const char* name = std::getenv(kSandboxVariable);
@@ -28,3 +33,5 @@ inline bool in_sandbox()
 }
 
 } // namespace orvan_sandbox
+
+#endif

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_ROLE_H
+#define ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_ROLE_H
 
 #include <optional>
 #include <string>
@@ -6,24 +7,25 @@
 
 namespace orvan_sandbox {
 
-/// Most modules an instrument has.
+/** Most modules an instrument has. */
 inline constexpr int kMaxModules = 4;
 
-/// One of the machines of a virtual instrument; each has a network namespace of its own and shares all else.
+/** One of the machines of a virtual instrument; each has a network namespace of its own and shares all else.
+ */
 class Role {
 public:
     static constexpr Role controller() { return Role(0); }
     static constexpr Role lan() { return Role(1); }
-    /// \param number  1 to kMaxModules.
+    /** \param number  1 to kMaxModules. */
     static constexpr Role module(int number) { return Role(1 + number); }
 
-    /// Reads "controller", "lan" or "module-N" with N from 1 to kMaxModules; nothing for any other text.
+    /** Reads "controller", "lan" or "module-N" with N from 1 to kMaxModules; nothing for any other text. */
     static std::optional<Role> parse(std::string_view name);
 
-    /// The text that parse() reads.
+    /** The text that parse() reads. */
     std::string name() const;
 
-    /// Position in tables of roles: controller 0, lan 1, module N at 1 + N.
+    /** Position in tables of roles: controller 0, lan 1, module N at 1 + N. */
     constexpr int index() const { return m_index; }
     static constexpr Role at(int index) { return Role(index); }
 
@@ -34,10 +36,12 @@ private:
     int m_index;
 };
 
-/// Number of roles of an instrument with that many modules.
+/** Number of roles of an instrument with that many modules. */
 constexpr int role_count(int modules)
 {
     return 2 + modules;
 }
 
 } // namespace orvan_sandbox
+
+#endif

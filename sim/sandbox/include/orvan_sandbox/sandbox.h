@@ -1,11 +1,5 @@
-#pragma once
-
-#include "orvan_sandbox/addresses.h"
-#include "orvan_sandbox/child_process.h"
-#include "orvan_sandbox/error.h"
-#include "orvan_sandbox/guard.h"
-#include "orvan_sandbox/role.h"
-#include <unique_fd.h>
+#ifndef ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_SANDBOX_H
+#define ORVAN_SIM_SANDBOX_ORVAN_SANDBOX_SANDBOX_H
 
 #include <filesystem>
 #include <functional>
@@ -14,68 +8,87 @@
 
 #include <sys/types.h>
 
+#include "orvan_sandbox/addresses.h"
+#include "orvan_sandbox/child_process.h"
+#include "orvan_sandbox/error.h"
+#include "orvan_sandbox/guard.h"
+#include "orvan_sandbox/role.h"
+#include <unique_fd.h>
+
 namespace orvan_sandbox {
 
-/// A sandbox is a set of private user, PID, mount, IPC, UTS and network namespaces; none of it needs
-/// privilege. In it:
-///  - nothing of the machine's files can be written but the state directory, and no process in it can change
-///    that;
-///  - homes are empty, and so are /tmp, /run and /dev/shm; what is written there is private and goes with the
-///    sandbox. The state directory, the program's own folders, its build tree and its source tree are seen
-///    wherever they lie;
-///  - of the devices there are null, zero, full, random, urandom and tty;
-///  - /home/orvan/halde is the folder `halde` of the state directory;
-///  - /sys/class/net lists lo, eth0 and usb0.. with `device/driver` links, "rndis_host" for the latter;
-///  - the stand-ins for sudo, reboot, systemctl and the he_*.sh scripts come first in PATH, and record their
-///    calls in `log/calls.log` of the state directory; the scripts set the sandbox's host name and the
-///    address of the controller's eth0, "dynamic" as from a DHCP server on the LAN with the pool 10.0.0.100
-///    to 10.0.0.199;
-///  - each role (controller, LAN, modules) has a network namespace; controller and module N are joined by
-///    192.168.(6+N).2/24 and 192.168.(6+N).1/24, controller and LAN by eth0 with 10.0.0.2/24 and 10.0.0.1/24;
-///  - the user is root, as far as the sandbox goes, and stays the caller to the rest of the system.
-/// Nothing outlives it: its first process dies with the thread that made it, and takes everything else along.
+/**
+ * A sandbox is a set of private user, PID, mount, IPC, UTS and network namespaces; none of it needs
+ * privilege. In it:
+ *  - nothing of the machine's files can be written but the state directory, and no process in it can change
+ *    that;
+ *  - homes are empty, and so are /tmp, /run and /dev/shm; what is written there is private and goes with the
+ *    sandbox. The state directory, the program's own folders, its build tree and its source tree are seen
+ *    wherever they lie;
+ *  - of the devices there are null, zero, full, random, urandom and tty;
+ *  - /home/orvan/halde is the folder `halde` of the state directory;
+ *  - /sys/class/net lists lo, eth0 and usb0.. with `device/driver` links, "rndis_host" for the latter;
+ *  - the stand-ins for sudo, reboot, systemctl and the he_*.sh scripts come first in PATH, and record their
+ *    calls in `log/calls.log` of the state directory; the scripts set the sandbox's host name and the
+ *    address of the controller's eth0, "dynamic" as from a DHCP server on the LAN with the pool 10.0.0.100
+ *    to 10.0.0.199;
+ *  - each role (controller, LAN, modules) has a network namespace; controller and module N are joined by
+ *    192.168.(6+N).2/24 and 192.168.(6+N).1/24, controller and LAN by eth0 with 10.0.0.2/24 and 10.0.0.1/24;
+ *  - the user is root, as far as the sandbox goes, and stays the caller to the rest of the system.
+ * Nothing outlives it: its first process dies with the thread that made it, and takes everything else along.
+ */
 struct Options {
-    std::filesystem::path state; ///< state directory; made with `halde`, `log` and `run` when missing
-    int modules = kMaxModules;   ///< modules with a link, 0 to kMaxModules
+    std::filesystem::path state; /**< state directory; made with `halde`, `log` and `run` when missing */
+    int modules = kMaxModules;   /**< modules with a link, 0 to kMaxModules */
 };
 
-/// Environment of every process of a sandbox: PATH, TMPDIR, ORVAN_SANDBOX, ORVAN_STATE and
-/// ORVAN_BOARD_EEPROM. \param network_id  inode of the controller's network namespace; 0 leaves ORVAN_SANDBOX
-/// and TMPDIR out, for a virtual
-///                    instrument without a sandbox, which uses the stand-ins all the same.
-/// An error when the stand-ins are not found.
+/**
+ * Environment of every process of a sandbox: PATH, TMPDIR, ORVAN_SANDBOX, ORVAN_STATE and
+ * ORVAN_BOARD_EEPROM. \param network_id  inode of the controller's network namespace; 0 leaves ORVAN_SANDBOX
+ * and TMPDIR out, for a virtual
+ *                    instrument without a sandbox, which uses the stand-ins all the same.
+ * An error when the stand-ins are not found.
+ */
 Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_t network_id);
 
-/// Makes the folders of a state directory: halde with json, config, preset, upgrade and upgrade/orvanx;
-/// board; log; run; and installs the factory setup halde/json/ch0.json where there is none. The result is its
-/// absolute path.
+/**
+ * Makes the folders of a state directory: halde with json, config, preset, upgrade and upgrade/orvanx;
+ * board; log; run; and installs the factory setup halde/json/ch0.json where there is none. The result is its
+ * absolute path.
+ */
 Result<std::filesystem::path> make_state_directory(const std::filesystem::path& state);
 
-/// Path of the `ip` program of iproute2; it is looked for in the folders of system programs, too, which are
-/// not in an ordinary user's PATH. Empty when there is none.
+/**
+ * Path of the `ip` program of iproute2; it is looked for in the folders of system programs, too, which are
+ * not in an ordinary user's PATH. Empty when there is none.
+ */
 std::string find_ip_program();
 
-/// A sandbox seen from outside; the caller stays where it is and starts processes in it. One thread at a
-/// time.
+/**
+ * A sandbox seen from outside; the caller stays where it is and starts processes in it. One thread at a
+ * time.
+ */
 class Sandbox {
 public:
-    /// Sets one up. Error::refused tells a kernel that does not allow it from a mistake.
+    /** Sets one up. Error::refused tells a kernel that does not allow it from a mistake. */
     static Result<Sandbox> start(const Options& options);
 
     Sandbox(Sandbox&&) noexcept = default;
     Sandbox& operator=(Sandbox&& other) noexcept;
-    /// As stop().
+    /** As stop(). */
     ~Sandbox();
 
-    /// Kills every process in the sandbox and waits until the last one is gone. Children started through this
-    /// object that were not waited for are reaped.
+    /**
+     * Kills every process in the sandbox and waits until the last one is gone. Children started through this
+     * object that were not waited for are reaped.
+     */
     void stop();
 
-    /// See child_process.h; the sandbox's environment is set below the command's own.
+    /** See child_process.h; the sandbox's environment is set below the command's own. */
     Result<pid_t> spawn(Role role, Command command);
     Result<pid_t> spawn(Role role, const std::function<int()>& body);
     Result<UniqueFd> make_descriptor(Role role, const std::function<int()>& make);
-    /// spawn and wait_for in one.
+    /** spawn and wait_for in one. */
     Result<int> run(Role role, Command command);
     Result<int> run(Role role, const std::function<int()>& body);
 
@@ -84,7 +97,7 @@ public:
     int modules() const { return static_cast<int>(m_roles.size()) - role_count(0); }
     const std::filesystem::path& state() const { return m_state; }
     const Environment& environment() const { return m_environment; }
-    /// Path by which other processes of the same user open the role's network namespace.
+    /** Path by which other processes of the same user open the role's network namespace. */
     std::string network_path(Role role) const;
 
 private:
@@ -110,12 +123,12 @@ private:
     ino_t m_network_id = 0;
     std::filesystem::path m_state;
     Environment m_environment;
-    std::vector<int> m_network_fds; ///< numbers in the first process
+    std::vector<int> m_network_fds; /**< numbers in the first process */
     std::vector<Membership> m_roles;
     std::vector<UniqueFd> m_children;
 };
 
-/// What a process that has entered a sandbox holds of it.
+/** What a process that has entered a sandbox holds of it. */
 class Inside {
 public:
     int modules() const { return static_cast<int>(m_networks.size()) - role_count(0); }
@@ -126,22 +139,26 @@ private:
     std::vector<UniqueFd> m_networks;
 };
 
-/// Moves the calling program into a new sandbox, into the controller's role: when this returns without an
-/// error, it runs in a child, and the original process only waits for that child and ends as it ends (same
-/// exit status or signal). To be called while the program has one thread, as others do not come along.
-/// Environment variables are set as in sandbox_environment(). On an error the caller is the original process,
-/// unchanged.
+/**
+ * Moves the calling program into a new sandbox, into the controller's role: when this returns without an
+ * error, it runs in a child, and the original process only waits for that child and ends as it ends (same
+ * exit status or signal). To be called while the program has one thread, as others do not come along.
+ * Environment variables are set as in sandbox_environment(). On an error the caller is the original process,
+ * unchanged.
+ */
 Result<Inside> enter(const Options& options);
 
-/// While it lives, the calling thread is in the role's network namespace; sockets made meanwhile stay there.
-/// For a process that has entered a sandbox.
+/**
+ * While it lives, the calling thread is in the role's network namespace; sockets made meanwhile stay there.
+ * For a process that has entered a sandbox.
+ */
 class RoleScope {
 public:
     RoleScope(const Inside& inside, Role role);
     RoleScope(const RoleScope&) = delete;
     RoleScope& operator=(const RoleScope&) = delete;
     ~RoleScope();
-    /// False when there is no such role or the kernel refused the change; the thread is then where it was.
+    /** False when there is no such role or the kernel refused the change; the thread is then where it was. */
     bool entered() const { return m_entered; }
 
 private:
@@ -150,3 +167,5 @@ private:
 };
 
 } // namespace orvan_sandbox
+
+#endif

@@ -1,7 +1,7 @@
-#include "launcher_fixture.h"
-
 #include <csignal>
 #include <regex>
+
+#include "launcher_fixture.h"
 
 using namespace launcher_test;
 using sandbox_test::eventually;
@@ -13,7 +13,7 @@ class OrvanSim : public LauncherTest {};
 
 namespace {
 
-/// As 'ctl status' has it; empty when the module does not run.
+/** As 'ctl status' has it; empty when the module does not run. */
 std::string process_of_module_1(const std::string& status)
 {
     std::smatch process;

@@ -1,7 +1,5 @@
 #include "launcher_fixture.h"
 
-#include "sockets.h"
-
 #include <algorithm>
 #include <csignal>
 
@@ -11,6 +9,8 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "sockets.h"
 
 namespace launcher_test {
 

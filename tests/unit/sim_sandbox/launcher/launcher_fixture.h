@@ -1,11 +1,12 @@
-#pragma once
-
-#include "sandbox_fixture.h"
+#ifndef ORVAN_TESTS_UNIT_SIM_SANDBOX_LAUNCHER_LAUNCHER_FIXTURE_H
+#define ORVAN_TESTS_UNIT_SIM_SANDBOX_LAUNCHER_LAUNCHER_FIXTURE_H
 
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
+
+#include "sandbox_fixture.h"
 
 namespace launcher_test {
 
@@ -13,36 +14,40 @@ using sandbox_test::TemporaryDirectory;
 
 struct Outcome {
     int status = -1;
-    std::string output; ///< standard output and error
+    std::string output; /**< standard output and error */
 };
 
-/// The launcher in a folder of its own, laid out as an installation, beside doubles of service and module.
-/// Its registry and its temporary files are in that folder, too.
+/**
+ * The launcher in a folder of its own, laid out as an installation, beside doubles of service and module.
+ * Its registry and its temporary files are in that folder, too.
+ */
 class LauncherTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// Starts `orvan-sim run` on free ports with these options and environment.
+    /** Starts `orvan-sim run` on free ports with these options and environment. */
     void start(const std::vector<std::string>& options = {},
                const orvan_sandbox::Environment& environment = {});
-    /// The same, until it says that it is ready. Skips the test where the kernel refuses a sandbox, so the
-    /// caller has to return when it is false.
+    /**
+     * The same, until it says that it is ready. Skips the test where the kernel refuses a sandbox, so the
+     * caller has to return when it is false.
+     */
     bool start_ready(const std::vector<std::string>& options = {},
                      const orvan_sandbox::Environment& environment = {});
-    /// Sends a signal to the launcher started last and waits for it.
+    /** Sends a signal to the launcher started last and waits for it. */
     int stop(int signal);
     int wait();
     std::string output() const { return sandbox_test::read_file(m_folder.path() / "output"); }
 
-    /// Runs `orvan-sim` to its end.
+    /** Runs `orvan-sim` to its end. */
     Outcome sim(const std::vector<std::string>& words);
-    /// One line to the service on the host's port, and its answer.
+    /** One line to the service on the host's port, and its answer. */
     std::string ask(const std::string& line);
 
-    std::string printed(const std::string& before) const; ///< the word behind a text in the output
+    std::string printed(const std::string& before) const; /**< the word behind a text in the output */
     std::filesystem::path state() const { return m_folder.path() / "state"; }
-    /// Names of what is left in the folder for temporary files and in that of the registry.
+    /** Names of what is left in the folder for temporary files and in that of the registry. */
     std::string left_over() const;
 
     TemporaryDirectory m_folder;
@@ -54,3 +59,5 @@ private:
 };
 
 } // namespace launcher_test
+
+#endif

@@ -1,8 +1,8 @@
-#include "models.h"
+#include <sstream>
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include "models.h"
 
 using namespace orvan_launcher;
 

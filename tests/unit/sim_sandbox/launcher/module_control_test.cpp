@@ -1,15 +1,14 @@
-#include "module_control.h"
-
-#include "sockets.h"
-
-#include <gtest/gtest.h>
+#include <filesystem>
+#include <string>
+#include <thread>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <string>
-#include <thread>
+#include <gtest/gtest.h>
+
+#include "module_control.h"
+#include "sockets.h"
 
 using namespace orvan_launcher;
 

@@ -1,13 +1,13 @@
-#include "instance_record.h"
-#include "registry.h"
-#include "sandbox_fixture.h"
-#include "state_lock.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 
 #include <unistd.h>
+
+#include "instance_record.h"
+#include "registry.h"
+#include "sandbox_fixture.h"
+#include "state_lock.h"
 
 namespace fs = std::filesystem;
 using namespace orvan_launcher;

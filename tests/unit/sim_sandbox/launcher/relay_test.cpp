@@ -1,22 +1,22 @@
-#include "sockets.h"
-#include "udp_relay.h"
-
-#include <gtest/gtest.h>
-
 #include <string>
 
 #include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "sockets.h"
+#include "udp_relay.h"
 
 using namespace orvan_launcher;
 
 namespace {
 
-/// A relay between loopback sockets: the test plays the clients and the server.
+/** A relay between loopback sockets: the test plays the clients and the server. */
 struct Bench {
     UniqueFd server{bind_udp("127.0.0.1", 0)};
     int port = 0;
     int connections = 0;
-    std::string address = "127.0.0.1"; ///< of the server
+    std::string address = "127.0.0.1"; /**< of the server */
     UdpRelay relay;
 
     Bench()
@@ -36,7 +36,7 @@ struct Bench {
         return outer;
     }
 
-    /// Waits for traffic on the relay's side and moves it.
+    /** Waits for traffic on the relay's side and moves it. */
     void work()
     {
         std::vector<pollfd> waiting;

@@ -1,19 +1,16 @@
-#include "launcher_fixture.h"
-
-#include "orvan_sandbox/addresses.h"
-#include "sockets.h"
-
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <csignal>
 #include <fstream>
 #include <regex>
 #include <set>
 
+#include <netinet/in.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include <sys/mman.h>
+#include "launcher_fixture.h"
+#include "orvan_sandbox/addresses.h"
+#include "sockets.h"
 
 namespace fs = std::filesystem;
 using namespace launcher_test;
@@ -22,8 +19,10 @@ using sandbox_test::read_file;
 
 class OrvanSimRun : public LauncherTest {};
 
-/// Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself goes
-/// into a sandbox first, where that loopback is its own.
+/**
+ * Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself goes
+ * into a sandbox first, where that loopback is its own.
+ */
 class OrvanSimRunOnHost : public LauncherTest {
 protected:
     void SetUp() override
