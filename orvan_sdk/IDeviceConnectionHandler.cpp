@@ -30,7 +30,7 @@ int IDeviceConnectionHandler::DataTransfer(const uint8_t* bytes_write, uint8_t* 
     disableMUX();
 
     if (result < 0) {
-        syslog(LOG_INFO, "sendDataBySPI - error : %d", result);
+        ::syslog(LOG_INFO, "sendDataBySPI - error : %d", result);
         return -1;
     }
     return 0;

@@ -284,7 +284,7 @@ int IOrvanDeviceManager::hand_out_options(optEntry_t* options, void** table, siz
 void IOrvanDeviceManager::set_dyn_ip()
 {
     if (run_system_cmd("sudo /usr/local/bin/he_orvan_network_config.sh dynamic") != 0) {
-        syslog(LOG_ERR, "Failed to apply Dynamic IP configuration.");
+        ::syslog(LOG_ERR, "Failed to apply Dynamic IP configuration.");
     }
 }
 
@@ -301,7 +301,7 @@ void IOrvanDeviceManager::set_fix_ip()
                   settings->fixIp, kWidth, settings->fixMask, kWidth, settings->fixGw);
     std::fprintf(stderr, "[INFO]: Running net config: %s\n", command);
     if (run_system_cmd(command) != 0) {
-        syslog(LOG_ERR, "Failed to apply static IP configuration.");
+        ::syslog(LOG_ERR, "Failed to apply static IP configuration.");
     }
 }
 

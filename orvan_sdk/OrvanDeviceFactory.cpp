@@ -7,7 +7,7 @@ namespace HaldeElec::Orvan {
 
 IOrvanDeviceManager* CreateDevice(const char* log_path, int log_mode)
 {
-    syslog(LOG_INFO, "creating Portable device");
+    ::syslog(LOG_INFO, "creating Portable device");
     return new OrvanPortableDevice(log_path, log_mode);
 }
 

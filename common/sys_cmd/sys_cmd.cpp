@@ -50,7 +50,7 @@ public:
             posix_spawnattr_setsigmask(&m_attributes, &none) == 0 &&
             posix_spawnattr_setsigdefault(&m_attributes, &all) == 0 &&
             posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
-        if (!ready || posix_spawn(&pid, "/bin/sh", &m_actions, &m_attributes, arguments, environ) != 0) {
+        if (!ready || ::posix_spawn(&pid, "/bin/sh", &m_actions, &m_attributes, arguments, environ) != 0) {
             return -1;
         }
         return pid;
@@ -66,7 +66,7 @@ int wait_for(pid_t pid)
     int status = 0;
     pid_t ended = 0;
     do {
-        ended = waitpid(pid, &status, 0);
+        ended = ::waitpid(pid, &status, 0);
     } while (ended < 0 && errno == EINTR);
     if (ended < 0) {
         return -1;
@@ -100,7 +100,7 @@ bool read_held(int pipe, OutputBuffer& output)
     constexpr size_t kPipeCapacity = 65536;
     char piece[4096];
     for (size_t taken = 0; taken < kPipeCapacity;) {
-        const ssize_t count = read(pipe, piece, sizeof piece);
+        const ssize_t count = ::read(pipe, piece, sizeof piece);
         if (count > 0) {
             output.append(piece, static_cast<size_t>(count));
             taken += static_cast<size_t>(count);
@@ -118,7 +118,7 @@ void collect(int pipe, int process, OutputBuffer& output)
     pollfd events[] = {{pipe, POLLIN, 0}, {process, POLLIN, 0}};
     bool ended = false;
     while (read_held(pipe, output) && !ended) {
-        while (poll(events, process < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
+        while (::poll(events, process < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
         }
         ended = events[1].revents != 0;
     }
@@ -142,22 +142,22 @@ int read_system_cmd(const char* command, char* buffer, size_t size)
     }
     OutputBuffer output(buffer, size);
     int pipe[2];
-    if (command == nullptr || pipe2(pipe, O_CLOEXEC) != 0) {
+    if (command == nullptr || ::pipe2(pipe, O_CLOEXEC) != 0) {
         return -1;
     }
-    fcntl(pipe[0], F_SETFL, O_NONBLOCK);
+    ::fcntl(pipe[0], F_SETFL, O_NONBLOCK);
     const pid_t pid = Spawn().start(command, pipe[1]);
-    close(pipe[1]);
+    ::close(pipe[1]);
     int result = -1;
     if (pid >= 0) {
         // By number: this C library's header for the call leaves out the C linkage.
-        const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+        const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
         collect(pipe[0], process, output);
         if (process >= 0) {
-            close(process);
+            ::close(process);
         }
         result = wait_for(pid);
     }
-    close(pipe[0]);
+    ::close(pipe[0]);
     return result;
 }

@@ -19,14 +19,14 @@ auto uninterrupted(Call call)
 
 UniqueFd open_file(const char* path, int flags, mode_t mode)
 {
-    return UniqueFd(uninterrupted([&] { return open(path, flags | O_CLOEXEC, mode); }));
+    return UniqueFd(uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
 }
 
 bool read_all(int fd, void* buffer, size_t size)
 {
     auto* place = static_cast<char*>(buffer);
     while (size > 0) {
-        const ssize_t count = uninterrupted([&] { return read(fd, place, size); });
+        const ssize_t count = uninterrupted([&] { return ::read(fd, place, size); });
         if (count <= 0) {
             return false;
         }
@@ -40,7 +40,7 @@ bool write_all(int fd, const void* data, size_t size)
 {
     const auto* place = static_cast<const char*>(data);
     while (size > 0) {
-        const ssize_t count = uninterrupted([&] { return write(fd, place, size); });
+        const ssize_t count = uninterrupted([&] { return ::write(fd, place, size); });
         if (count < 0) {
             return false;
         }
@@ -52,5 +52,5 @@ bool write_all(int fd, const void* data, size_t size)
 
 bool sync_file(int fd)
 {
-    return uninterrupted([&] { return fsync(fd); }) == 0;
+    return uninterrupted([&] { return ::fsync(fd); }) == 0;
 }

@@ -45,7 +45,7 @@ UniqueFd open_regular(const char* path, uintmax_t& length)
     // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
     UniqueFd fd = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat info = {};
-    if (!fd || fstat(fd.get(), &info) != 0) {
+    if (!fd || ::fstat(fd.get(), &info) != 0) {
         return UniqueFd(-1);
     }
     if (!S_ISREG(info.st_mode)) {
@@ -63,9 +63,9 @@ bool is_kind(const std::string& path, int kind)
     case FS_FIND_ANY:
         return true;
     case FS_FIND_FILE:
-        return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+        return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
     case FS_FIND_DIR:
-        return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+        return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
     default:
         return false;
     }
@@ -79,12 +79,12 @@ bool is_later(const timespec& a, const timespec& b)
 bool is_folder(const char* path)
 {
     struct stat info = {};
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+    return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 bool make_folder(const char* path, mode_t mode)
 {
-    if (mkdir(path, mode) == 0) {
+    if (::mkdir(path, mode) == 0) {
         return true;
     }
     // Whatever the reason, a folder that is there will do; a read-only root refuses before it looks.
@@ -119,13 +119,13 @@ OrvanFSUtils* OrvanFSUtils::getInstance()
 bool OrvanFSUtils::ifFileExists(const char* path)
 {
     struct stat info = {};
-    return path != nullptr && lstat(path, &info) == 0;
+    return path != nullptr && ::lstat(path, &info) == 0;
 }
 
 uint32_t OrvanFSUtils::getFileLen(const char* path)
 {
     struct stat info = {};
-    if (path == nullptr || stat(path, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (path == nullptr || ::stat(path, &info) != 0 || !S_ISREG(info.st_mode)) {
         return 0;
     }
     return static_cast<uint32_t>(std::min<uintmax_t>(static_cast<uintmax_t>(info.st_size), UINT32_MAX));
@@ -179,11 +179,11 @@ try {
         return false;
     }
     if (fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
-        rename(draft.c_str(), path) == 0) {
+        ::rename(draft.c_str(), path) == 0) {
         return sync_folder(folder);
     }
     const int reason = errno;
-    unlink(draft.c_str());
+    ::unlink(draft.c_str());
     errno = reason;
     return false;
 } catch (const std::exception&) {
@@ -245,7 +245,7 @@ try {
         const std::string name = entry.path().filename().string();
         struct stat info = {};
         if (name.find(word) == std::string::npos || !is_kind(entry.path().string(), kind) ||
-            lstat(entry.path().c_str(), &info) != 0) {
+            ::lstat(entry.path().c_str(), &info) != 0) {
             continue;
         }
         const bool older = is_later(newest, info.st_ctim);

@@ -39,7 +39,7 @@ int OrvanConnBenchtop::SetRFOutput(int value)
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, output.register_addr, output.bit_mask, value != 0);
         if (exp0.status != 0) {
-            syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, channelNo);
+            ::syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, channelNo);
         }
     }
     return 0;
@@ -56,7 +56,7 @@ int OrvanConnBenchtop::setTrgImp(uint32_t& imp)
     if (exp0.isOpen()) {
         i2c_set_bit(exp0, GPIOA, termBitByCh[ch - 1], curImp != 0);
         if (exp0.status != 0) {
-            syslog(LOG_ERR, "%s: failed to set trigger impedance for channel %u", __func__, channelNo);
+            ::syslog(LOG_ERR, "%s: failed to set trigger impedance for channel %u", __func__, channelNo);
         }
     }
     return 0;
@@ -91,7 +91,7 @@ int OrvanConnBenchtop::setTrgSrc(uint8_t coupleIdx)
     if (exp0.status == 0 && exp1.status == 0 && exp2.status == 0) {
         return 0;
     }
-    syslog(LOG_ERR, "%s: failed to set trigger source for channel %u", __func__, channelNo);
+    ::syslog(LOG_ERR, "%s: failed to set trigger source for channel %u", __func__, channelNo);
     return -1;
 }
 
@@ -112,7 +112,7 @@ int OrvanConnBenchtop::setModSrc(uint32_t mod, uint32_t state)
     if (i2cfd0.status == 0 && i2cfd1.status == 0) {
         return 0;
     }
-    syslog(LOG_ERR, "%s: failed to apply modulation source sequence for channel %u", __func__, channelNo);
+    ::syslog(LOG_ERR, "%s: failed to apply modulation source sequence for channel %u", __func__, channelNo);
     return -1;
 }
 

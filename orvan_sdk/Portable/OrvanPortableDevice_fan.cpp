@@ -35,14 +35,14 @@ void OrvanPortableDevice::fan_control(IDeviceConnectionHandler*)
 {
     I2CFd exp(kExpanderAddress); // open as long as the thread lives
     if (!exp.isOpen()) {
-        syslog(LOG_ERR, "%s: failed to open i2c, addr: %xh", __func__, unsigned{kExpanderAddress});
+        ::syslog(LOG_ERR, "%s: failed to open i2c, addr: %xh", __func__, unsigned{kExpanderAddress});
         return;
     }
     uint8_t val = 0;
     exp.read8(GPIOA, val);
     exp.write8(GPIOA, static_cast<uint8_t>((val & ~kFansInReset) | kFansSlow));
     if (exp.status != 0) {
-        syslog(LOG_ERR, "%s: failed to take fans out of reset", __func__);
+        ::syslog(LOG_ERR, "%s: failed to take fans out of reset", __func__);
     }
 
     FanTest test;

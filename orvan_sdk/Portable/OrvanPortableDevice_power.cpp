@@ -51,8 +51,8 @@ void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
     const auto read_voltage = [&voltage](I2CFd& battery) { battery.read16(kVoltage, voltage); };
     const auto publish_and_switch = [&](const ChargeReading& reading) {
         const uint16_t dispPercent = usable_charge(reading.percentage);
-        syslog(LOG_INFO, "Battery:%u%% status:%d volt:%.3f", unsigned{reading.percentage}, reading.status,
-               voltage / 1000.0);
+        ::syslog(LOG_INFO, "Battery:%u%% status:%d volt:%.3f", unsigned{reading.percentage}, reading.status,
+                 voltage / 1000.0);
         if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance()) {
             modules->update_battery_status(dispPercent, reading.status);
         }
@@ -79,7 +79,7 @@ int OrvanPortableDevice::turn_orvanx_on(bool on)
     }
     i2c_set_bit(exp, OLATA, kModulePower, on);
     if (exp.status != 0) {
-        syslog(LOG_ERR, "%s: failed to turn orvan %s", __func__, on ? "on" : "off");
+        ::syslog(LOG_ERR, "%s: failed to turn orvan %s", __func__, on ? "on" : "off");
     }
     return exp.status;
 }
@@ -89,7 +89,7 @@ bool OrvanPortableDevice::SetupPowerButtonIrq(void (*handler)())
     if (wiringPiISR(BTN_INT_CPU_PIN, INT_EDGE_FALLING, handler) >= 0) {
         return true;
     }
-    syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", __func__, BTN_INT_CPU_PIN);
+    ::syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", __func__, BTN_INT_CPU_PIN);
     return false;
 }
 

@@ -37,7 +37,7 @@ BITManager::BITManager(int period) : m_cbitPeriod(period)
     m_bitTypes[CBIT].typeName = "CBIT";
     m_bitTypes[IBIT].typeName = "IBIT";
     if (period < 1) {
-        syslog(LOG_INFO, "CBIT thread not spawned");
+        ::syslog(LOG_INFO, "CBIT thread not spawned");
         return;
     }
     const auto entry = [](void* manager) -> void* {
@@ -47,7 +47,7 @@ BITManager::BITManager(int period) : m_cbitPeriod(period)
     if (pthread_create(&m_cbitThreadId, nullptr, entry, this) == 0) {
         m_threadStarted = true;
     } else {
-        syslog(LOG_ERR, "Failed to create thread");
+        ::syslog(LOG_ERR, "Failed to create thread");
     }
 }
 
@@ -125,13 +125,13 @@ void BITManager::run_all(eBitType type)
 int BITManager::registerTest(eBitType type, Test_t test)
 {
     if (!is_bit_type(type)) {
-        syslog(LOG_ERR, "Error: Invalid BIT type!");
+        ::syslog(LOG_ERR, "Error: Invalid BIT type!");
         return -1;
     }
     std::lock_guard lock(m_bitMutex);
     BITType_t& kind = m_bitTypes[type];
     if (kind.testCount >= kMaxTestsOfType) {
-        syslog(LOG_ERR, "Error: Maximum number of tests reached for %s!", kind.typeName);
+        ::syslog(LOG_ERR, "Error: Maximum number of tests reached for %s!", kind.typeName);
         return -1;
     }
     const int index = kind.testCount++;

@@ -36,7 +36,7 @@ void copy_text(char (&field)[kSize], const char* text)
 bool is_rndis_link(const std::string& device)
 {
     char driver[PATH_MAX] = {};
-    return readlink((device + "/driver").c_str(), driver, sizeof driver - 1) >= 0 &&
+    return ::readlink((device + "/driver").c_str(), driver, sizeof driver - 1) >= 0 &&
            std::strcmp(last_component(driver), DRIVER_NAME) == 0;
 }
 
@@ -56,7 +56,7 @@ rndis_device_t describe_link(const char* ifname, const std::string& device)
 std::optional<uint32_t> subnet_of(const char* ip)
 {
     in_addr address = {};
-    if (inet_pton(AF_INET, ip, &address) != 1) {
+    if (::inet_pton(AF_INET, ip, &address) != 1) {
         return std::nullopt;
     }
     return ntohl(address.s_addr) & RNDIS_SUBNET_MASK;
@@ -67,7 +67,7 @@ std::optional<uint32_t> subnet_of(const char* ip)
 int register_bit_tests(BITManager* manager, void* device)
 {
     if (manager == nullptr) {
-        syslog(LOG_ERR, "Failed regitering bit tests");
+        ::syslog(LOG_ERR, "Failed regitering bit tests");
         return -1;
     }
     // No functions: the owner of each check tells its outcome.
@@ -85,7 +85,7 @@ int register_bit_tests(BITManager* manager, void* device)
 
 int scan_rndis_devices(rndis_device_t* out, int devsNo)
 {
-    DIR* const folder = opendir(SYS_CLASS_NET);
+    DIR* const folder = ::opendir(SYS_CLASS_NET);
     if (folder == nullptr) {
         perror("opendir(/sys/class/net)");
         return -1;
@@ -93,7 +93,7 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo)
     int found = 0;
     while (found < devsNo) {
         errno = 0;
-        const dirent* const entry = readdir(folder);
+        const dirent* const entry = ::readdir(folder);
         if (entry == nullptr) {
             if (errno != 0) {
                 perror("readdir(/sys/class/net)");
@@ -108,7 +108,7 @@ int scan_rndis_devices(rndis_device_t* out, int devsNo)
             out[found++] = describe_link(entry->d_name, device);
         }
     }
-    closedir(folder);
+    ::closedir(folder);
     return found;
 }
 
@@ -133,17 +133,17 @@ int get_ipv4(const char* ifname, char* ip_out, size_t ip_len)
 {
     ifreq request = {};
     copy_text(request.ifr_name, ifname);
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         return -1;
     }
-    const int result = ioctl(fd, SIOCGIFADDR, &request);
-    close(fd);
+    const int result = ::ioctl(fd, SIOCGIFADDR, &request);
+    ::close(fd);
     if (result < 0) {
         return -1;
     }
     sockaddr_in address = {};
     std::memcpy(&address, &request.ifr_addr, sizeof address);
     const auto length = static_cast<socklen_t>(ip_len);
-    return inet_ntop(AF_INET, &address.sin_addr, ip_out, length) != nullptr ? 0 : -1;
+    return ::inet_ntop(AF_INET, &address.sin_addr, ip_out, length) != nullptr ? 0 : -1;
 }

@@ -18,7 +18,7 @@ int read_battery_charge(bool battery_on, uint16_t& percentage)
     }
     I2CFd bat(kBatteryAddress);
     if (!bat.isOpen() || bat.read16(kRelativeStateOfCharge, percentage) != 0) {
-        syslog(LOG_ERR, "%s: failed to read battery charge", "GetBatteryCharge");
+        ::syslog(LOG_ERR, "%s: failed to read battery charge", "GetBatteryCharge");
     }
     return 0;
 }
@@ -32,7 +32,7 @@ bool battery_replies(const std::function<int(I2CFd& battery)>& access)
     if (access(bat) == 0) {
         return true;
     }
-    syslog(LOG_INFO, "%s battery doesn't reply", "InitHW");
+    ::syslog(LOG_INFO, "%s battery doesn't reply", "InitHW");
     return false;
 }
 

@@ -21,7 +21,7 @@ void wait_after_failed_reading(int& retry)
         return;
     }
     retry = 0;
-    syslog(LOG_INFO, "%s: Battery access failed", "ChargeMonitor");
+    ::syslog(LOG_INFO, "%s: Battery access failed", "ChargeMonitor");
     hw_delay_us(kPeriodUs);
 }
 

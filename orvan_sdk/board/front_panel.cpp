@@ -26,7 +26,7 @@ bool set_up_power_button(void (*handler)())
     if (wiringPiISR(I2C_INTC, INT_EDGE_RISING, handler) >= 0) {
         return true;
     }
-    syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", "SetupPowerButtonIrq", I2C_INTC);
+    ::syslog(LOG_USER | LOG_ERR, "%s: unable to setup ISR on pin %d", "SetupPowerButtonIrq", I2C_INTC);
     return false;
 }
 
@@ -35,7 +35,7 @@ void await_power_button_release()
     static constexpr char kCaller[] = "WaitPowerButtonRelease";
     I2CFd exp(kExpanderAddress);
     if (!exp.isOpen()) {
-        syslog(LOG_USER | LOG_ERR, "%s: expander %xh not reachable", kCaller, kExpanderAddress);
+        ::syslog(LOG_USER | LOG_ERR, "%s: expander %xh not reachable", kCaller, kExpanderAddress);
         return;
     }
     uint8_t port = 0;
@@ -43,7 +43,7 @@ void await_power_button_release()
     exp.read8(GPIOB, port);
     for (;;) {
         if (exp.read8(GPIOB, port) != 0) {
-            syslog(LOG_ERR, "%s: failed to read GPIO expander, aborting wait", kCaller);
+            ::syslog(LOG_ERR, "%s: failed to read GPIO expander, aborting wait", kCaller);
             return;
         }
         if ((port & kPressed) == 0) {
@@ -56,7 +56,7 @@ void await_power_button_release()
 void start_keyboard()
 {
     if (kb_setup() != 0) {
-        syslog(LOG_ERR, "%s: unable to setup I2C ISR", "RunKbdServer");
+        ::syslog(LOG_ERR, "%s: unable to setup I2C ISR", "RunKbdServer");
     }
     i2cIRQhandler();
 }

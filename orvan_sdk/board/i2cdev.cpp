@@ -11,7 +11,7 @@ I2CFd::I2CFd(int addr) : status(0), m_fd(wiringPiI2CSetup(addr)) {}
 I2CFd::~I2CFd()
 {
     if (m_fd >= 0) {
-        close(m_fd);
+        ::close(m_fd);
     }
 }
 

@@ -80,12 +80,12 @@ bool IOrvanDeviceManager::start_bus(const DevicePlatform& platform)
     if (handler == nullptr) {
         static constexpr char kNoHandler[] = "Device connector allocation failure!!!";
         std::puts(kNoHandler);
-        syslog(LOG_ERR, "%s", kNoHandler);
+        ::syslog(LOG_ERR, "%s", kNoHandler);
         return false;
     }
     SetSPIhandler(handler);
     if (handler->ConfigChannelSPI(kSpiBus, kSpiSelect) != 0) {
-        syslog(LOG_ERR, "[%s] ConfigChannelSPI failed - SPI not initialized", platform.class_name);
+        ::syslog(LOG_ERR, "[%s] ConfigChannelSPI failed - SPI not initialized", platform.class_name);
         return false;
     }
     return true;
@@ -95,7 +95,7 @@ void IOrvanDeviceManager::start_hardware()
 {
     if (!InitHW()) {
         static constexpr char kNoHardware[] = "HW initialization failure";
-        syslog(LOG_ERR, "%s", kNoHardware);
+        ::syslog(LOG_ERR, "%s", kNoHardware);
         std::puts(kNoHardware);
     }
     hw_delay_us(kSettlingUs);

@@ -12,7 +12,7 @@ void start_thread(const char* class_name, const char* name, const DeviceThread& 
     try {
         thread.thread = std::thread(thread.body);
     } catch (const std::system_error& error) {
-        syslog(LOG_ERR, "%s: no %s thread: %s", class_name, name, error.what());
+        ::syslog(LOG_ERR, "%s: no %s thread: %s", class_name, name, error.what());
     }
 }
 

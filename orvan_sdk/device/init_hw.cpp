@@ -6,7 +6,7 @@ namespace HaldeElec::Orvan {
 
 bool init_hw_failed(const char* part)
 {
-    syslog(LOG_ERR, "%s: %s failed", "InitHW", part);
+    ::syslog(LOG_ERR, "%s: %s failed", "InitHW", part);
     return false;
 }
 

@@ -77,14 +77,14 @@ ProductionResult ProduceInstrument(const std::string& model, const std::string& 
             return find_model(*platform, model) != nullptr;
         });
     if (found == std::end(kPlatforms)) {
-        syslog(LOG_ERR, "no such model: %s; known are:%s", model.c_str(), known_models().c_str());
+        ::syslog(LOG_ERR, "no such model: %s; known are:%s", model.c_str(), known_models().c_str());
         return ProductionResult::kUnknownModel;
     }
     const DevicePlatform& platform = **found;
     OrvanDebug::SetLogMode(kNoDebugLog);
     const std::unique_ptr<IDeviceConnectionHandler> bus(platform.make_handler());
     if (bus == nullptr || bus->ConfigChannelSPI(kSpiBus, kSpiSelect) != 0) {
-        syslog(LOG_ERR, "the SPI port of the settings EEPROM does not open");
+        ::syslog(LOG_ERR, "the SPI port of the settings EEPROM does not open");
         return ProductionResult::kFailed;
     }
     for (const int pin : platform.select_pins) {
@@ -103,10 +103,10 @@ ProductionResult ProduceInstrument(const std::string& model, const std::string& 
     data->setDeviceArch(find_model(platform, model));
     data->writeData(true, true);
     if (!stored(*bus, settings)) {
-        syslog(LOG_ERR, "the settings are not in both stores; the messages before this one say why");
+        ::syslog(LOG_ERR, "the settings are not in both stores; the messages before this one say why");
         return ProductionResult::kFailed;
     }
-    syslog(LOG_NOTICE, "made an %s with serial number %s", settings.modelName, settings.serialNum);
+    ::syslog(LOG_NOTICE, "made an %s with serial number %s", settings.modelName, settings.serialNum);
     return ProductionResult::kMade;
 }
 

@@ -143,18 +143,18 @@ void kb_sender(int)
 int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz)
 {
     // A command started meanwhile must not keep the connection open: its end is what makes the code count.
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval limit = {0, kSocketLimitUs};
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) < 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0) {
+    if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) < 0 ||
+        ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0) {
         return 1;
     }
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(KB_PORT);
-    const bool sent = inet_pton(AF_INET, address, &peer.sin_addr) == 1 &&
-                      connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0 &&
-                      send(fd, message, sz, 0) >= 0;
-    close(fd);
+    const bool sent = ::inet_pton(AF_INET, address, &peer.sin_addr) == 1 &&
+                      ::connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0 &&
+                      ::send(fd, message, sz, 0) >= 0;
+    ::close(fd);
     return sent ? 0 : 1;
 }

@@ -98,7 +98,7 @@ int OrvanKsr7000Device::SetRFOutput(OnOff value)
     if (exp.status == 0) {
         return 0;
     }
-    syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, ch);
+    ::syslog(LOG_ERR, "%s: failed to set RF output for channel %u", __func__, ch);
     return ERR_FAILED;
 }
 
@@ -173,7 +173,7 @@ void OrvanKsr7000Device::ChargeMonitor()
 void OrvanKsr7000Device::charge_cycle(int& retry)
 {
     const auto publish = [](const ChargeReading& reading) {
-        syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, reading.status);
+        ::syslog(LOG_INFO, "Battery: %u%% status: %d", unsigned{reading.percentage}, reading.status);
         if (Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance()) {
             modules->update_battery_status(reading.percentage, reading.status);
         }

@@ -95,7 +95,7 @@ bool opened(NullEeprom& file, const char* caller)
     if (file.init()) {
         return true;
     }
-    syslog(LOG_ERR, "%s NullEeprom::init() failed", caller);
+    ::syslog(LOG_ERR, "%s NullEeprom::init() failed", caller);
     return false;
 }
 
@@ -143,7 +143,7 @@ uint32_t CPersistentData::computeCrc32(const uint8_t* blob) const
 {
     const Crc32Utils* const utils = Crc32Utils::getInstance();
     if (utils == nullptr) {
-        syslog(LOG_ERR, "%s Crc32Utils unavailable", __func__);
+        ::syslog(LOG_ERR, "%s Crc32Utils unavailable", __func__);
         return 0;
     }
     return utils->crc32_signoff(utils->calculate_crc32(utils->crc32_init(), blob, kSignedSize));
@@ -180,8 +180,8 @@ bool CPersistentData::readEeprom(uint8_t* blob)
     const ChannelScope scope(*devConnHandler, MUX_EPROM_CHANNEL);
     EEPROM_CAT25 eeprom(devConnHandler, CAT25640);
     const bool ok = eeprom.readBlock(EEPROM_START_ADDRESS, TOTAL_BLOB_SIZE, blob) != 0;
-    syslog(LOG_INFO, "[CPersistentData] readEeprom: read %d bytes, %s", static_cast<int>(TOTAL_BLOB_SIZE),
-           ok ? "ok" : "FAILED");
+    ::syslog(LOG_INFO, "[CPersistentData] readEeprom: read %d bytes, %s", static_cast<int>(TOTAL_BLOB_SIZE),
+             ok ? "ok" : "FAILED");
     return ok;
 }
 
@@ -199,12 +199,12 @@ bool CPersistentData::readFSBackup(uint8_t* blob)
         return false;
     }
     if (file.size() == 0) {
-        syslog(LOG_INFO, "[CPersistentData] readFSBackup: file empty or missing");
+        ::syslog(LOG_INFO, "[CPersistentData] readFSBackup: file empty or missing");
         return false;
     }
     const size_t length = std::min(file.size(), TOTAL_BLOB_SIZE);
     const bool ok = file.read(0, blob, length);
-    syslog(LOG_INFO, "[CPersistentData] readFSBackup: read %zu bytes, %s", length, ok ? "ok" : "FAILED");
+    ::syslog(LOG_INFO, "[CPersistentData] readFSBackup: read %zu bytes, %s", length, ok ? "ok" : "FAILED");
     return ok;
 }
 

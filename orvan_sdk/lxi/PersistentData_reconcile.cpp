@@ -62,41 +62,43 @@ void silent(const Copies&) {}
 
 void downgrading(const Copies& c)
 {
-    syslog(LOG_WARNING,
-           "[CPersistentData] EEPROM data version (%u) is newer than this firmware (%u) - downgrading, newer "
-           "fields discarded",
-           unsigned{header_of(c.eeprom).structVersion}, unsigned{CURRENT_STRUCT_VERSION});
+    ::syslog(
+        LOG_WARNING,
+        "[CPersistentData] EEPROM data version (%u) is newer than this firmware (%u) - downgrading, newer "
+        "fields discarded",
+        unsigned{header_of(c.eeprom).structVersion}, unsigned{CURRENT_STRUCT_VERSION});
 }
 
 void signed_differ(const Copies&)
 {
-    syslog(LOG_ERR,
-           "[CPersistentData] EEPROM and file both VERIFIED but differ - keeping EEPROM, investigate");
+    ::syslog(LOG_ERR,
+             "[CPersistentData] EEPROM and file both VERIFIED but differ - keeping EEPROM, investigate");
 }
 
 void backup_serial(const Copies&)
 {
-    syslog(LOG_WARNING,
-           "[CPersistentData] EEPROM had default serial, backup file had a real serial - using backup file");
+    ::syslog(
+        LOG_WARNING,
+        "[CPersistentData] EEPROM had default serial, backup file had a real serial - using backup file");
 }
 
 void two_serials(const Copies& c)
 {
-    syslog(LOG_ERR,
-           "[CPersistentData] EEPROM and backup file both have real, DIFFERENT serials - keeping EEPROM "
-           "(%s), backup had (%s) - ",
-           text_of(serial_of(c.eeprom)).c_str(), text_of(serial_of(c.file)).c_str());
+    ::syslog(LOG_ERR,
+             "[CPersistentData] EEPROM and backup file both have real, DIFFERENT serials - keeping EEPROM "
+             "(%s), backup had (%s) - ",
+             text_of(serial_of(c.eeprom)).c_str(), text_of(serial_of(c.file)).c_str());
 }
 
 void unsigned_eeprom(const Copies&)
 {
-    syslog(LOG_ERR,
-           "[CPersistentData] Unexpected: EEPROM legacy but file VERIFIED - using file, investigate");
+    ::syslog(LOG_ERR,
+             "[CPersistentData] Unexpected: EEPROM legacy but file VERIFIED - using file, investigate");
 }
 
 void restoring(const Copies&)
 {
-    syslog(LOG_WARNING, "[CPersistentData] EEPROM invalid, restoring from backup file");
+    ::syslog(LOG_WARNING, "[CPersistentData] EEPROM invalid, restoring from backup file");
 }
 
 enum class Source { kEeprom, kFile, kFactory };
@@ -195,15 +197,15 @@ const sDevArch_t* CPersistentData::readData(const sDevDefaults_t* devDefaults, c
     m_generation = header_of(chosen).generation;
 
     if (decision.repair_eeprom == kYes && !writeEepromVerified(chosen.data())) {
-        syslog(LOG_ERR, "[CPersistentData] readData: EEPROM repair write/verify FAILED");
+        ::syslog(LOG_ERR, "[CPersistentData] readData: EEPROM repair write/verify FAILED");
     }
     if (decision.repair_file == kYes && !writeFSBackup(chosen.data())) {
-        syslog(LOG_ERR, "[CPersistentData] readData: backup file repair write FAILED");
+        ::syslog(LOG_ERR, "[CPersistentData] readData: backup file repair write FAILED");
     }
 
     const std::string model = text_of(device_settings_eeprom.modelName);
-    syslog(LOG_INFO, "%s", "CPersistentData::readData");
-    syslog(LOG_INFO, "%s", model.c_str());
+    ::syslog(LOG_INFO, "%s", "CPersistentData::readData");
+    ::syslog(LOG_INFO, "%s", model.c_str());
     uint8_t& devices = device_settings_eeprom.numDevices;
     if (devices == 0 || devices > kMaxDevices) {
         devices = 1;
@@ -217,7 +219,7 @@ void CPersistentData::writeData(bool forceEeprom, bool forceFile)
         return;
     }
     if (std::memcmp(&device_settings_eeprom, &m_lastPersisted, sizeof m_lastPersisted) == 0) {
-        syslog(LOG_INFO, "CPersistentData::writeData() no changes detected, skipping write");
+        ::syslog(LOG_INFO, "CPersistentData::writeData() no changes detected, skipping write");
         return;
     }
     ++m_generation;
@@ -228,11 +230,11 @@ void CPersistentData::writeData(bool forceEeprom, bool forceFile)
         if (writeEepromVerified(blob.data())) {
             std::memcpy(&m_lastPersisted, &device_settings_eeprom, sizeof m_lastPersisted);
         } else {
-            syslog(LOG_ERR, "CPersistentData::writeData() EEPROM write/verify FAILED - ");
+            ::syslog(LOG_ERR, "CPersistentData::writeData() EEPROM write/verify FAILED - ");
         }
     }
     if (forceFile && !writeFSBackup(blob.data())) {
-        syslog(LOG_ERR, "CPersistentData::writeData() backup file write FAILED");
+        ::syslog(LOG_ERR, "CPersistentData::writeData() backup file write FAILED");
     }
 }
 
@@ -247,7 +249,7 @@ void CPersistentData::setFactoryDefault(const sDevDefaults_t* devDefaults, const
                                         size_t tblSize)
 {
     if (devDefaults == nullptr || optTable == nullptr || tblSize == 0) {
-        syslog(LOG_ERR, "%s invalid parameters: no defaults", __func__);
+        ::syslog(LOG_ERR, "%s invalid parameters: no defaults", __func__);
         return;
     }
     unsigned options = kFactoryFrequencyCode;

@@ -29,7 +29,7 @@ timespec span_of(u32 Timeout)
 timespec deadline_after(u32 Timeout)
 {
     timeval now = {};
-    gettimeofday(&now, nullptr);
+    ::gettimeofday(&now, nullptr);
     timespec deadline = span_of(Timeout);
     deadline.tv_sec += now.tv_sec;
     deadline.tv_nsec += now.tv_usec * kNsPerUs;

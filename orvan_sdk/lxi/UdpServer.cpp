@@ -68,7 +68,7 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
     if (startup) {
         CleanUpgrdaeFW_Files();
         if (const uint32_t error = Init(ip_addr, port, eth_name); error != IF_SUCCESS) {
-            syslog(LOG_ERR, "[CUdpServer] no maintenance on port %d (0x%X)", port, error);
+            ::syslog(LOG_ERR, "[CUdpServer] no maintenance on port %d (0x%X)", port, error);
         }
     }
     if (eth_name == nullptr) {
@@ -78,7 +78,7 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
     try {
         m_udpDaemonThread = std::thread(&CUdpServer::ThreadMain, this);
     } catch (const std::system_error& error) {
-        syslog(LOG_ERR, "[CUdpServer] no thread: %s", error.what());
+        ::syslog(LOG_ERR, "[CUdpServer] no thread: %s", error.what());
     }
     // The thread does without these until a transfer of firmware.
     m_recvFW_file_download_status = -1;
@@ -124,21 +124,21 @@ uint32_t CUdpServer::Init(const char* ip_addr, const char* port, const char* eth
     if (InitSocketAddrStruct(ip_addr, port, &address, "udp") != 0) {
         return LXI_ERROR_INIT_SOCK_ADDR;
     }
-    m_hSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    m_hSocket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (m_hSocket == -1) {
         return LXI_ERROR_INV_SOCK;
     }
-    if (bind(m_hSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (::bind(m_hSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         Close();
         return LXI_ERROR_BIND_SOCK;
     }
     const int room = RECV_BUF_SIZE;
-    setsockopt(m_hSocket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    ::setsockopt(m_hSocket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     const int on = 1;
-    setsockopt(m_hSocket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    ::setsockopt(m_hSocket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     // Refused, as no time value is that short: the socket stays blocking, and must.
     const int32_t timeout = TIMEOUT_MS;
-    setsockopt(m_hSocket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    ::setsockopt(m_hSocket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
 
     GetHWaddr(eth_name);
     if (m_psPort != nullptr) {
@@ -152,7 +152,7 @@ uint32_t CUdpServer::Init(const char* ip_addr, const char* port, const char* eth
 int CUdpServer::Close()
 {
     if (m_hSocket != -1) {
-        close(m_hSocket);
+        ::close(m_hSocket);
         m_hSocket = -1;
     }
     return 0;
@@ -170,7 +170,7 @@ void CUdpServer::GetHWaddr(const char* eth_name)
     }
     ifreq request = {};
     std::snprintf(request.ifr_name, sizeof request.ifr_name, "%s", eth_name);
-    if (ioctl(m_hSocket, SIOCGIFHWADDR, &request) == 0) {
+    if (::ioctl(m_hSocket, SIOCGIFHWADDR, &request) == 0) {
         std::memcpy(m_bHWaddr.b, request.ifr_hwaddr.sa_data, sizeof m_bHWaddr.b);
     }
 }
@@ -239,7 +239,7 @@ int64_t CUdpServer::WaitForEvent()
     open_module_sockets(event);
     socklen_t from_size = sizeof event.from;
     const ssize_t received =
-        recvfrom(m_hSocket, &buff, sizeof buff, 0, reinterpret_cast<sockaddr*>(&event.from), &from_size);
+        ::recvfrom(m_hSocket, &buff, sizeof buff, 0, reinterpret_cast<sockaddr*>(&event.from), &from_size);
     if (received < 0) {
         return errno == EBADF ? LXI_ERROR_INV_RSRC : IF_FAILED;
     }
@@ -255,14 +255,15 @@ void CUdpServer::open_module_sockets(Event& event)
     event.numDevices =
         eprSettings != nullptr ? std::min<int>(eprSettings->numDevices, kMaxModules) : kMaxModules;
     for (int i = 0; i < event.numDevices; ++i) {
-        event.sockFd[i] = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        event.sockFd[i] = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         if (event.sockFd[i] < 0) {
             const int cause = errno;
-            syslog(LOG_INFO, "[CUdpServer]::WaitForEvent socket creation failed");
-            syslog(LOG_ERR,
-                   "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
-                   "leaves one open",
-                   i + 1, std::strerror(cause));
+            ::syslog(LOG_INFO, "[CUdpServer]::WaitForEvent socket creation failed");
+            ::syslog(
+                LOG_ERR,
+                "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
+                "leaves one open",
+                i + 1, std::strerror(cause));
             // Past the static objects, some of which wait for threads of theirs.
             std::fflush(stdout);
             std::_Exit(EXIT_FAILURE);
@@ -287,7 +288,7 @@ int64_t CUdpServer::serve_frame(Event& event)
     if (!accepts(event.from)) {
         return IF_SUCCESS;
     }
-    syslog(LOG_INFO, "[CUdpServer]::WaitForEvent sending HEID============================");
+    ::syslog(LOG_INFO, "[CUdpServer]::WaitForEvent sending HEID============================");
     return serve_command(event);
 }
 
@@ -304,7 +305,7 @@ bool CUdpServer::send_frame(const Event& event, size_t length)
     message.msg_namelen = sizeof to;
     message.msg_iov = parts;
     message.msg_iovlen = std::size(parts);
-    return sendmsg(m_hSocket, &message, 0) == static_cast<ssize_t>(length);
+    return ::sendmsg(m_hSocket, &message, 0) == static_cast<ssize_t>(length);
 }
 
 } // namespace HaldeElec::Orvan

@@ -88,33 +88,33 @@ uint16_t options_of(const Row& row)
 
 void log_bytes(const Row& row)
 {
-    syslog(LOG_INFO, "[%c] ", row.letter);
+    ::syslog(LOG_INFO, "[%c] ", row.letter);
     for (const char byte : row.value) {
-        syslog(LOG_INFO, "%2X ", static_cast<unsigned>(static_cast<uint8_t>(byte)));
+        ::syslog(LOG_INFO, "%2X ", static_cast<unsigned>(static_cast<uint8_t>(byte)));
     }
-    syslog(LOG_INFO, "\n");
+    ::syslog(LOG_INFO, "\n");
 }
 
 void change_factory_parameter(CPersistentData& persistent, const Row& row)
 {
     EEPROM_DEVICE_SETTINGS& settings = *persistent.getSettings();
     if (row.letter == FLASH_OPTION) {
-        syslog(LOG_INFO, "[CUdpServer] HEOT - FLASH_OPTION");
+        ::syslog(LOG_INFO, "[CUdpServer] HEOT - FLASH_OPTION");
         settings.options = options_of(row);
-        syslog(LOG_INFO, "[CUdpServer] HEOT - FLASH_OPTION, writeData to flash");
+        ::syslog(LOG_INFO, "[CUdpServer] HEOT - FLASH_OPTION, writeData to flash");
     } else if (const FactoryText* const text = find_text(kFactoryTexts, row.letter)) {
         const bool model = row.letter == FLASH_MODELNAME;
         if (model) {
-            syslog(LOG_INFO, "%c", row.letter);
+            ::syslog(LOG_INFO, "%c", row.letter);
         }
         store(persistent, text->field, row);
         const std::string value = text_of(settings.*text->field);
         std::printf("%s:%s \n", text->name, value.c_str());
         if (text->log != nullptr) {
-            syslog(LOG_INFO, "%s", text->log);
+            ::syslog(LOG_INFO, "%s", text->log);
         }
         if (model) {
-            syslog(LOG_INFO, "%s", value.c_str());
+            ::syslog(LOG_INFO, "%s", value.c_str());
         }
     } else {
         return;
@@ -159,7 +159,7 @@ uint16_t reverse_16_bits(uint16_t value)
 void print_options(const void* block, size_t size)
 {
     for (const Row* row = static_cast<const Row*>(block); size >= sizeof *row; ++row, size -= sizeof *row) {
-        syslog(LOG_INFO, "[%c] - [%s]\n", row->letter, text_of(row->value).c_str());
+        ::syslog(LOG_INFO, "[%c] - [%s]\n", row->letter, text_of(row->value).c_str());
     }
 }
 
@@ -189,7 +189,7 @@ int64_t CUdpServer::identify(Event& event)
 int64_t CUdpServer::set_network_parameters(Event& event)
 {
     put_own_mac();
-    syslog(LOG_INFO, "[CUdpServer] HEIP change network parameters");
+    ::syslog(LOG_INFO, "[CUdpServer] HEIP change network parameters");
     if (buff.size == 0) {
         return IF_SUCCESS;
     }
@@ -240,9 +240,9 @@ int64_t CUdpServer::set_factory_parameters(Event& event)
 {
     std::printf("HEOT: update option");
     if (buff.size != 0) {
-        syslog(LOG_INFO, "%d", int{buff.size}); // as it is on the wire
-        syslog(LOG_INFO, "%.*s", static_cast<int>(sizeof buff.data),
-               reinterpret_cast<const char*>(buff.data));
+        ::syslog(LOG_INFO, "%d", int{buff.size}); // as it is on the wire
+        ::syslog(LOG_INFO, "%.*s", static_cast<int>(sizeof buff.data),
+                 reinterpret_cast<const char*>(buff.data));
         CPersistentData* const persistent = CPersistentData::GetInstance();
         for (const Row& row : rows_of(buff)) {
             if (row.letter != 0) {
@@ -261,7 +261,7 @@ int64_t CUdpServer::set_factory_parameters(Event& event)
 int64_t CUdpServer::send_option_table(Event& event)
 {
     if (devDevHandler == nullptr) {
-        syslog(LOG_ERR, "UdpServer: HETO - failed to get device object");
+        ::syslog(LOG_ERR, "UdpServer: HETO - failed to get device object");
         return IF_FAILED;
     }
     void* table = nullptr;

@@ -63,14 +63,14 @@ std::string CPersistentData::optToString(optEntry_t* optTable, size_t tblSize, u
 void CPersistentData::setFlashParams(optEntry_t* optTable, size_t tblSize)
 {
     if (optTable == nullptr || tblSize == 0) {
-        syslog(LOG_ERR, "%s invalid parameters: no defaults", __func__);
+        ::syslog(LOG_ERR, "%s invalid parameters: no defaults", __func__);
         return;
     }
     const EEPROM_DEVICE_SETTINGS& settings = device_settings_eeprom;
     const std::string options = optToString(optTable, tblSize, settings.options);
     const std::string host_name = text_of(settings.hostName);
-    syslog(LOG_INFO, "[CPersistentData] readData modelname = %s", text_of(settings.modelName).c_str());
-    syslog(LOG_INFO, "[CPersistentData] readData hostname = %s", host_name.c_str());
+    ::syslog(LOG_INFO, "[CPersistentData] readData modelname = %s", text_of(settings.modelName).c_str());
+    ::syslog(LOG_INFO, "[CPersistentData] readData hostname = %s", host_name.c_str());
 
     // In the order of flash_ids.
     const std::string texts[FP_MAX_LINE] = {
@@ -132,13 +132,13 @@ uint8_t CPersistentData::Freq2Mask(int freq) const
 void CPersistentData::setHostname(const char* hostname) const
 {
     if (hostname == nullptr) {
-        syslog(LOG_INFO, "invalid host name. aborting change");
+        ::syslog(LOG_INFO, "invalid host name. aborting change");
         return;
     }
     char command[256];
     std::snprintf(command, sizeof command, "sudo /usr/local/bin/he_set_hostname.sh %s", hostname);
     if (std::system(command) != 0) {
-        syslog(LOG_INFO, "%s: failed setting host name to %s", __func__, hostname);
+        ::syslog(LOG_INFO, "%s: failed setting host name to %s", __func__, hostname);
     }
 }
 

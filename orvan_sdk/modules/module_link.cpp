@@ -24,11 +24,11 @@ constexpr size_t kReplySize = 4096;
 class Socket {
 public:
     // Not blocking, for the connect() that has a time-out.
-    Socket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
+    Socket() : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
     ~Socket()
     {
         if (m_fd >= 0) {
-            close(m_fd);
+            ::close(m_fd);
         }
         scpi_note_progress();
     }
@@ -50,12 +50,12 @@ bool becomes_writable(int fd, time_t seconds)
     }
     FD_SET(fd % FD_SETSIZE, &writable.back());
     timeval timeout{seconds, 0};
-    return select(fd + 1, nullptr, writable.data(), nullptr, &timeout) == 1;
+    return ::select(fd + 1, nullptr, writable.data(), nullptr, &timeout) == 1;
 }
 
 std::string failure(const char* log_text, const char* reply)
 {
-    syslog(LOG_INFO, "%s", log_text);
+    ::syslog(LOG_INFO, "%s", log_text);
     return reply;
 }
 
@@ -75,7 +75,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
     peer.sin_addr.s_addr = inet_addr(ipaddress.c_str());
-    if (connect(module.fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
+    if (::connect(module.fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
         if (errno != EINPROGRESS) {
             return failure("Unable to connect\n", "-ERR Unable to connect");
         }
@@ -84,24 +84,24 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
         }
         int refused = 0;
         socklen_t size = sizeof refused;
-        getsockopt(module.fd(), SOL_SOCKET, SO_ERROR, &refused, &size);
+        ::getsockopt(module.fd(), SOL_SOCKET, SO_ERROR, &refused, &size);
         if (refused != 0) {
             return failure("Unable to connect (timeout or error)\n", "-ERR Unable to connect");
         }
     }
-    fcntl(module.fd(), F_SETFL, O_RDWR); // blocking from here on
+    ::fcntl(module.fd(), F_SETFL, O_RDWR); // blocking from here on
 
     const timeval timeout{RECV_TIMEOUT, 0};
-    if (setsockopt(module.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
-        syslog(LOG_INFO, "Warning: Unable to set receive timeout\n");
+    if (::setsockopt(module.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
+        ::syslog(LOG_INFO, "Warning: Unable to set receive timeout\n");
     }
 
-    if (send(module.fd(), buffer, static_cast<size_t>(length), 0) < 0) {
+    if (::send(module.fd(), buffer, static_cast<size_t>(length), 0) < 0) {
         return failure("Unable to send message\n", "-ERR Unable to send message");
     }
 
     // One read and no more: a module answers in one piece.
-    if (recv(module.fd(), server_message, sizeof server_message, 0) < 0) {
+    if (::recv(module.fd(), server_message, sizeof server_message, 0) < 0) {
         if (errno == EAGAIN) {
             return failure("Receive timeout occurred\n", "-ERR Receive timeout");
         }
@@ -115,22 +115,22 @@ bool Scpi_Orvanx::checkOrvanReply(const std::string& reply)
     if (reply.find("-ERR") == std::string::npos) {
         return true;
     }
-    syslog(LOG_INFO, "%s: %s", __func__, reply.c_str());
+    ::syslog(LOG_INFO, "%s: %s", __func__, reply.c_str());
     return false;
 }
 
 void Scpi_Orvanx::sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket)
 {
-    syslog(LOG_INFO, "%s", buffer);
-    syslog(LOG_INFO, "channel %d printing", m_channelNo);
+    ::syslog(LOG_INFO, "%s", buffer);
+    ::syslog(LOG_INFO, "channel %d printing", m_channelNo);
     if (m_channelNo == 0) {
         m_channelNo = 1;
     }
-    syslog(LOG_INFO, "[Orvan Service X]: sending command %d", m_channelNo);
-    syslog(LOG_INFO, "%s", buffer);
+    ::syslog(LOG_INFO, "[Orvan Service X]: sending command %d", m_channelNo);
+    ::syslog(LOG_INFO, "%s", buffer);
     const std::string reply =
         HaldeElec::Orvan::request_module(*this, m_channelNo, {buffer, static_cast<size_t>(valread)});
-    syslog(LOG_INFO, "[Orvan Service X]: send Scpi end.\n");
+    ::syslog(LOG_INFO, "[Orvan Service X]: send Scpi end.\n");
     [[maybe_unused]] const ssize_t ignored =
-        write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));
+        ::write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));
 }

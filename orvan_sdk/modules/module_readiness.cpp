@@ -47,7 +47,7 @@ void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
         try {
             workers.emplace_back(poll_until_ready, ch);
         } catch (const std::system_error& error) {
-            syslog(LOG_ERR, "%s: channel %d not polled: %s", __func__, ch, error.what());
+            ::syslog(LOG_ERR, "%s: channel %d not polled: %s", __func__, ch, error.what());
         }
     }
     for (std::thread& worker : workers) {

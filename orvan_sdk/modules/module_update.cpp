@@ -40,22 +40,22 @@ std::string update_header(const char* command, long long size)
 std::string find_fpga_image()
 {
     std::string path = SW_UPDATE_PATH_ORVANX;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), ::closedir);
     while (folder != nullptr) {
         errno = 0;
-        const dirent* const entry = readdir(folder.get());
+        const dirent* const entry = ::readdir(folder.get());
         if (entry == nullptr) {
             if (errno != 0) {
-                syslog(LOG_INFO, "readdir(%s): %s", SW_UPDATE_PATH_ORVANX, std::strerror(errno));
+                ::syslog(LOG_INFO, "readdir(%s): %s", SW_UPDATE_PATH_ORVANX, std::strerror(errno));
             }
             break;
         }
-        syslog(LOG_INFO, "%s", entry->d_name);
+        ::syslog(LOG_INFO, "%s", entry->d_name);
         if (std::strstr(entry->d_name, ORVANXFPGAFILEKEYWORD) == nullptr) {
             continue;
         }
         path += std::string("/") + entry->d_name;
-        syslog(LOG_INFO, "Full path of FPGA File:%s", path.c_str());
+        ::syslog(LOG_INFO, "Full path of FPGA File:%s", path.c_str());
     }
     return path;
 }
@@ -64,7 +64,7 @@ std::string find_fpga_image()
 
 bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
 {
-    syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX start ");
+    ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX start ");
     bool result = true;
 
     const std::string path = find_fpga_image();
@@ -75,56 +75,56 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
         file.open(path, std::ios::binary | std::ios::ate);
     }
     if (!file.is_open()) {
-        syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
+        ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
     }
     const std::streamoff size = file.tellg();
     file.seekg(0, std::ios::beg);
     std::vector<char> image(static_cast<size_t>(size)); // of a file that is not open, -1, this throws
     if (!file.read(image.data(), static_cast<std::streamsize>(size))) {
         std::cerr << "Error: Could not read file!" << std::endl;
-        syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not read ");
+        ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not read ");
         result = false;
     }
     file.close();
 
     const std::string header = update_header(kFpgaCommand, size);
-    syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX loop start %s", header.c_str());
+    ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX loop start %s", header.c_str());
     std::vector<char> command;
     command.reserve(header.size() + image.size() + kEnd.size());
     command.insert(command.end(), header.begin(), header.end());
     command.insert(command.end(), image.begin(), image.end());
     command.insert(command.end(), kEnd.begin(), kEnd.end());
-    syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX loop exit %s", header.c_str());
+    ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX loop exit %s", header.c_str());
 
-    const auto announce = [](int) { syslog(LOG_INFO, "sending FPGA command to orvix module"); };
+    const auto announce = [](int) { ::syslog(LOG_INFO, "sending FPGA command to orvix module"); };
     request_every_module(*this, {command.data(), command.size()}, announce,
                          [&](int, const std::string& reply) { result = checkOrvanReply(reply); });
-    syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX end ");
+    ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX end ");
     return result;
 }
 
 bool Scpi_Orvanx::sendSoftwareUpdate()
 {
-    syslog(LOG_INFO, "sendSoftwareUpdate start");
+    ::syslog(LOG_INFO, "sendSoftwareUpdate start");
     const OrvanFSUtils& files = *OrvanFSUtils::getInstance();
     char path[PATH_MAX];
     if (!files.findFirstFileContaining(SW_UPDATE_PATH_ORVANX, ORVANXFILEKEYWORD, path, sizeof path,
                                        FS_FIND_FILE)) {
-        syslog(LOG_ERR, "No OrvanX update file found in %s", SW_UPDATE_PATH_ORVANX);
+        ::syslog(LOG_ERR, "No OrvanX update file found in %s", SW_UPDATE_PATH_ORVANX);
         return false;
     }
     const uint32_t size = files.getFileLen(path);
     if (size == 0) {
-        syslog(LOG_ERR, "Invalid update file size: %s", path);
+        ::syslog(LOG_ERR, "Invalid update file size: %s", path);
         return false;
     }
     std::unique_ptr<char[]> image(new (std::nothrow) char[size]);
     if (image == nullptr) {
-        syslog(LOG_ERR, "Failed to allocate %u bytes for update file", size);
+        ::syslog(LOG_ERR, "Failed to allocate %u bytes for update file", size);
         return false;
     }
     if (!files.readBufferFromFile(path, image.get(), size)) {
-        syslog(LOG_ERR, "Failed to read update file: %s", path);
+        ::syslog(LOG_ERR, "Failed to read update file: %s", path);
         return false;
     }
 
@@ -132,7 +132,7 @@ bool Scpi_Orvanx::sendSoftwareUpdate()
     const size_t length = header.size() + size + kEnd.size();
     std::unique_ptr<char[]> command(new (std::nothrow) char[length]);
     if (command == nullptr) {
-        syslog(LOG_ERR, "Failed to allocate %zu bytes for SCPI update command", length);
+        ::syslog(LOG_ERR, "Failed to allocate %zu bytes for SCPI update command", length);
         return false;
     }
     char* const block = std::copy(header.begin(), header.end(), command.get());
@@ -140,28 +140,28 @@ bool Scpi_Orvanx::sendSoftwareUpdate()
 
     bool result = true;
     const auto announce = [](int index) {
-        syslog(LOG_INFO, "Sending software update to OrvanX module %d", index);
+        ::syslog(LOG_INFO, "Sending software update to OrvanX module %d", index);
     };
     request_every_module(*this, {command.get(), length}, announce, [&](int index, const std::string& reply) {
         if (checkOrvanReply(reply)) {
             return;
         }
-        syslog(LOG_ERR, "OrvanX module %d software update failed", index);
+        ::syslog(LOG_ERR, "OrvanX module %d software update failed", index);
         result = false;
     });
     command.reset();
     image.reset();
-    if (unlink(path) != 0) {
-        syslog(LOG_ERR, "failed to remove %s: %s", path, std::strerror(errno));
+    if (::unlink(path) != 0) {
+        ::syslog(LOG_ERR, "failed to remove %s: %s", path, std::strerror(errno));
     }
     return result;
 }
 
 bool Scpi_Orvanx::sendDeviceRestart()
 {
-    syslog(LOG_INFO, "sendDeviceRestart start");
+    ::syslog(LOG_INFO, "sendDeviceRestart start");
     const auto announce = [](int index) {
-        syslog(LOG_INFO, "Sending restart command to OrvanX module %d", index);
+        ::syslog(LOG_INFO, "Sending restart command to OrvanX module %d", index);
     };
     request_every_module(*this, kRestartCommand, announce, [](int, const std::string&) {});
     return true;
@@ -169,12 +169,12 @@ bool Scpi_Orvanx::sendDeviceRestart()
 
 bool Scpi_Orvanx::sendSWUpdateToOrvanX()
 {
-    syslog(LOG_INFO, "sendSoftwareUpdateAndRestart start");
+    ::syslog(LOG_INFO, "sendSoftwareUpdateAndRestart start");
     if (!sendSoftwareUpdate()) {
-        syslog(LOG_ERR, "Software update command failed. Skip OrvanX restart.");
+        ::syslog(LOG_ERR, "Software update command failed. Skip OrvanX restart.");
         return false;
     }
-    syslog(LOG_INFO, "Software update command succeeded. Restart OrvanX modules.");
+    ::syslog(LOG_INFO, "Software update command succeeded. Restart OrvanX modules.");
     return sendDeviceRestart();
 }
 

@@ -35,7 +35,7 @@ void Scpi_Orvanx::startTempratureThread()
     try {
         m_temperatureThread = std::thread(&Scpi_Orvanx::ThreadRunTempratureFunction, this);
     } catch (const std::system_error& error) {
-        syslog(LOG_ERR, kThreadException, error.what());
+        ::syslog(LOG_ERR, kThreadException, error.what());
     }
 }
 
@@ -44,16 +44,16 @@ void Scpi_Orvanx::ThreadRunTempratureFunction()
     scpi_ignore_progress_of_this_thread();
     try {
         m_runTemperatureThread = true;
-        syslog(LOG_INFO, "ThreadRunTempratureFunction: thread running\n");
+        ::syslog(LOG_INFO, "ThreadRunTempratureFunction: thread running\n");
         while (m_runTemperatureThread) {
             hw_delay_us(TIME_INTERVAL_TEMP * 1000);
             getTempOrvanXForAlltheChannel(m_modules);
         }
-        syslog(LOG_INFO, "ThreadRunTempratureFunction: thread exit\n");
+        ::syslog(LOG_INFO, "ThreadRunTempratureFunction: thread exit\n");
     } catch (const std::exception& error) {
-        syslog(LOG_ERR, kThreadException, error.what());
+        ::syslog(LOG_ERR, kThreadException, error.what());
     } catch (...) {
-        syslog(LOG_ERR, "Temperature thread unknown exception!\n");
+        ::syslog(LOG_ERR, "Temperature thread unknown exception!\n");
     }
 }
 
@@ -79,7 +79,7 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
                 devTempBitMask |= 1 << index;
             }
         } else {
-            syslog(LOG_WARNING, "Failed to get temperature: %s\n", reply.c_str());
+            ::syslog(LOG_WARNING, "Failed to get temperature: %s\n", reply.c_str());
             m_isLive[index] = false;
             deviceIsDown = true;
         }
@@ -104,11 +104,11 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
 
 std::string Scpi_Orvanx::getTempratureForOrvanXResponse()
 {
-    syslog(LOG_INFO, "getTempratureForOrvanXResponse start\n");
+    ::syslog(LOG_INFO, "getTempratureForOrvanXResponse start\n");
     try {
         getTempOrvanXForAlltheChannel(m_modules);
     } catch (const std::exception& error) {
-        syslog(LOG_ERR, "getTempratureForOrvanXResponse: %s", error.what());
+        ::syslog(LOG_ERR, "getTempratureForOrvanXResponse: %s", error.what());
     }
     return std::to_string(m_max_temprature);
 }

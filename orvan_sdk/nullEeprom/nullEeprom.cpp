@@ -80,7 +80,7 @@ bool NullEeprom::_ensure_directory()
     *last = '\0';
 
     struct stat info = {};
-    if (stat(directory, &info) == 0) {
+    if (::stat(directory, &info) == 0) {
         if (S_ISDIR(info.st_mode)) {
             return true;
         }
@@ -95,7 +95,7 @@ bool NullEeprom::_ensure_directory()
          name = strtok_r(nullptr, "/", &rest)) {
         length += static_cast<size_t>(std::snprintf(path + length, sizeof path - length, "/%s", name));
         // Another process may be making the same path.
-        if (stat(path, &info) != 0 && mkdir(path, 0755) != 0 && errno != EEXIST) {
+        if (::stat(path, &info) != 0 && ::mkdir(path, 0755) != 0 && errno != EEXIST) {
             std::perror("NullEeprom mkdir");
             return false;
         }
@@ -157,7 +157,7 @@ bool NullEeprom::_save_file()
         return false;
     }
     const int fd = fileno(file);
-    if (flock(fd, LOCK_EX) != 0) {
+    if (::flock(fd, LOCK_EX) != 0) {
         std::perror("NullEeprom flock(LOCK_EX)");
         std::fclose(file);
         return false;
@@ -165,11 +165,11 @@ bool NullEeprom::_save_file()
     const bool written = _size == 0 || std::fwrite(_storage, 1, _size, file) == _size;
     if (written) {
         std::fflush(file);
-        fsync(fd);
+        ::fsync(fd);
     } else {
         std::perror("NullEeprom fwrite");
     }
-    flock(fd, LOCK_UN);
+    ::flock(fd, LOCK_UN);
     std::fclose(file);
     return written;
 }

@@ -35,32 +35,32 @@ int Scpi_Orvanx::load_database(int defaultCfg)
 
     m_orvanData = new (std::nothrow) OrvanData();
     if (m_orvanData == nullptr) {
-        syslog(LOG_ERR, "Failed to create OrvanData class");
+        ::syslog(LOG_ERR, "Failed to create OrvanData class");
         return -1;
     }
-    const int fd = shm_open(g_shmemName, O_RDWR | O_CREAT, 0666);
+    const int fd = ::shm_open(g_shmemName, O_RDWR | O_CREAT, 0666);
     if (fd < 0) {
-        syslog(LOG_ERR, "Failed to open shared memory: %s (errno=%d)\n", std::strerror(errno), errno);
+        ::syslog(LOG_ERR, "Failed to open shared memory: %s (errno=%d)\n", std::strerror(errno), errno);
         return -1;
     }
     const size_t size = static_cast<size_t>(m_modules) * sizeof(ORVAN_CONFIG);
-    if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
-        syslog(LOG_ERR, "Failed to allocate shared memory for Orvan DB");
-        shm_unlink(g_shmemName);
+    if (::ftruncate(fd, static_cast<off_t>(size)) != 0) {
+        ::syslog(LOG_ERR, "Failed to allocate shared memory for Orvan DB");
+        ::shm_unlink(g_shmemName);
         return -1;
     }
-    void* const mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void* const mapping = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     m_orvanDB = static_cast<ORVAN_CONFIG*>(mapping);
     if (mapping == MAP_FAILED) {
-        syslog(LOG_ERR, "Failed to map shared memory for Orvan DB");
-        shm_unlink(g_shmemName);
+        ::syslog(LOG_ERR, "Failed to map shared memory for Orvan DB");
+        ::shm_unlink(g_shmemName);
         return -1;
     }
     if (database_recall(defaultCfg) != 0) {
-        syslog(LOG_ERR, "Failed to load default database on boot");
+        ::syslog(LOG_ERR, "Failed to load default database on boot");
         return -1;
     }
-    close(fd);
+    ::close(fd);
     return 0;
 }
 
@@ -85,7 +85,7 @@ uint8_t* Scpi_Orvanx::get_channelDB(int ch)
 int Scpi_Orvanx::update_db(int ch, int tag, char* buff, size_t size)
 {
     if (buff == nullptr || size == 0) {
-        syslog(LOG_ERR, "invalid input: buff = %s, size = %zu", null_or_ok(buff), size);
+        ::syslog(LOG_ERR, "invalid input: buff = %s, size = %zu", null_or_ok(buff), size);
         return -1;
     }
     uint8_t* const base = get_channelDB(ch);
@@ -99,8 +99,8 @@ int Scpi_Orvanx::update_db(int ch, int tag, char* buff, size_t size)
 int Scpi_Orvanx::update_db(uint8_t* base, int tag, char* buff, size_t size)
 {
     if (base == nullptr || buff == nullptr || size == 0) {
-        syslog(LOG_ERR, "invalid input: base=%s, buff = %s, size = %zu", null_or_ok(base), null_or_ok(buff),
-               size);
+        ::syslog(LOG_ERR, "invalid input: base=%s, buff = %s, size = %zu", null_or_ok(base), null_or_ok(buff),
+                 size);
         return -1;
     }
     buff[size - 1] = '\0';

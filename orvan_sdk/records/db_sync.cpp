@@ -63,7 +63,7 @@ void Scpi_Orvanx::sync_db_to_orvanx(void* arch)
 int Scpi_Orvanx::apply_dev_arch(int ch, void* arch)
 {
     if (arch == nullptr) {
-        syslog(LOG_ERR, "invalid deviceArch input!");
+        ::syslog(LOG_ERR, "invalid deviceArch input!");
         return -1;
     }
     const auto& device = *static_cast<const sDevArch_t*>(arch);
@@ -81,7 +81,7 @@ int Scpi_Orvanx::apply_dev_arch(int ch, void* arch)
 int Scpi_Orvanx::apply_eeprom(int ch, void* e2pr)
 {
     if (e2pr == nullptr) {
-        syslog(LOG_ERR, "invalid input!");
+        ::syslog(LOG_ERR, "invalid input!");
         return -1;
     }
     auto& settings = *static_cast<EEPROM_DEVICE_SETTINGS*>(e2pr);
@@ -100,7 +100,7 @@ int Scpi_Orvanx::apply_customer_options(int ch, void* e2pr, char* options, size_
 {
     uint8_t* const base = get_channelDB(ch);
     if (options == nullptr || e2pr == nullptr || base == nullptr || optSize == 0) {
-        syslog(LOG_ERR, "invalid input!");
+        ::syslog(LOG_ERR, "invalid input!");
         return -1;
     }
     update_db(base, ODT_OPT, options, optSize);
@@ -118,10 +118,10 @@ int Scpi_Orvanx::apply_customer_options(int ch, void* e2pr, char* options, size_
                 char text[kTextSize];
                 std::snprintf(text, sizeof text, "%d", kLowPowerLimit);
                 write_limit(*this, base, kMinPower, text);
-                syslog(LOG_INFO, "option %s applied", option.name);
+                ::syslog(LOG_INFO, "option %s applied", option.name);
                 break;
             }
-            syslog(LOG_ERR, "option %s invalid tag %d", option.name, option.tag);
+            ::syslog(LOG_ERR, "option %s invalid tag %d", option.name, option.tag);
         }
     }
     return 0;

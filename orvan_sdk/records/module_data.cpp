@@ -36,7 +36,7 @@ bool Scpi_Orvanx::getModuleData(int ch)
     for (const auto& [query, tag, nvInfo, len] : queries) {
         std::string reply = request_module(*this, ch, query);
         if (!checkOrvanReply(reply)) {
-            syslog(LOG_ERR, "%s: %s reply: %s", __func__, query, reply.c_str());
+            ::syslog(LOG_ERR, "%s: %s reply: %s", __func__, query, reply.c_str());
             all_answered = false;
             continue;
         }

@@ -32,14 +32,14 @@ int Scpi_Orvanx::network_if_detect()
     sNetCfg_t found = {};
     if (std::sscanf(output, "%31s %31s %31s %31s %31s %31s", type, found.nic, found.addr, found.mask,
                     found.gw, found.mac) != 6) {
-        syslog(LOG_ERR, "[Orvan Service]: Invalid network configuration response: %s\n", output);
+        ::syslog(LOG_ERR, "[Orvan Service]: Invalid network configuration response: %s\n", output);
         return -1;
     }
     if (std::strcmp(type, "NoLink") == 0) {
-        syslog(LOG_ERR, "NO LINK detected!.\n");
+        ::syslog(LOG_ERR, "NO LINK detected!.\n");
     }
-    syslog(LOG_ERR, "[Orvan Service]: Network configuration: %s %s %s %s %s %s\n", type, found.nic,
-           found.addr, found.mask, found.gw, found.mac);
+    ::syslog(LOG_ERR, "[Orvan Service]: Network configuration: %s %s %s %s %s %s\n", type, found.nic,
+             found.addr, found.mask, found.gw, found.mac);
     found.dhcp = std::strcmp(type, "Dynamic") == 0;
     live = found;
 

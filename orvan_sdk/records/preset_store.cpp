@@ -43,7 +43,7 @@ int Scpi_Orvanx::database_store(int index)
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
         if (m_orvanData->save_cmd_config(path, &record) != 0) {
-            syslog(LOG_ERR, "Store failed: Mod %d, Index %d", ch, index);
+            ::syslog(LOG_ERR, "Store failed: Mod %d, Index %d", ch, index);
             result = -1;
         }
         record.ANALOGOUTPUT.RfOutput = rf_output;
@@ -63,7 +63,7 @@ int Scpi_Orvanx::database_recall(int index)
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
         if (m_orvanData->init_cmd_config(path, &record) != 0) {
-            syslog(LOG_ERR, "Recall failed: Mod %d, Index %d", ch, index);
+            ::syslog(LOG_ERR, "Recall failed: Mod %d, Index %d", ch, index);
             result = -1;
         } else if (m_isLive[ch - 1]) {
             scpi_cmds_pass(ch, eSendPri1);
@@ -78,17 +78,17 @@ int Scpi_Orvanx::database_recall(int index)
 int Scpi_Orvanx::database_clear(int index)
 {
     if (index == kFactorySetup) {
-        syslog(LOG_ERR, "Cannot delete factory default databse 0");
+        ::syslog(LOG_ERR, "Cannot delete factory default databse 0");
         return -1;
     }
     int result = 0;
     for (int ch = 1; ch <= m_modules; ++ch) {
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
-        if (unlink(path) == 0) {
-            syslog(LOG_INFO, "Deleted: %s", path);
+        if (::unlink(path) == 0) {
+            ::syslog(LOG_INFO, "Deleted: %s", path);
         } else if (errno != ENOENT) {
-            syslog(LOG_ERR, "Clear failed: %s (%s)", path, std::strerror(errno));
+            ::syslog(LOG_ERR, "Clear failed: %s (%s)", path, std::strerror(errno));
             result = -1;
         }
     }
@@ -103,8 +103,8 @@ int Scpi_Orvanx::validate_DB_files(int index)
     for (int ch = 1; ch <= m_modules; ++ch) {
         char path[kPathSize];
         get_json_db_path(ch, index, path, sizeof path);
-        if (access(path, F_OK) != 0) {
-            syslog(LOG_WARNING, "Validation Failed: Config %d missing for Module %d", index, ch);
+        if (::access(path, F_OK) != 0) {
+            ::syslog(LOG_WARNING, "Validation Failed: Config %d missing for Module %d", index, ch);
             return -1;
         }
     }

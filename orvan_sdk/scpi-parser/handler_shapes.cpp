@@ -51,7 +51,7 @@ scpi_result_t fail_unlogged(scpi_t* context, int code, const char* info)
 scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* info, const char* logged)
 {
     const scpi_result_t result = fail_unlogged(context, code, info);
-    syslog(LOG_ERR, "%s: %s\n", handler, logged);
+    ::syslog(LOG_ERR, "%s: %s\n", handler, logged);
     return result;
 }
 
@@ -66,9 +66,9 @@ scpi_result_t missing_parameter(scpi_t* context, const char* handler, int positi
     std::snprintf(info, sizeof info, "Param %d", position);
     explain_error(context, info);
     if (what != nullptr) {
-        syslog(LOG_ERR, "%s: Failed to retrieve a mandatory %s\n", handler, what);
+        ::syslog(LOG_ERR, "%s: Failed to retrieve a mandatory %s\n", handler, what);
     } else {
-        syslog(LOG_ERR, "%s: Failed to retrieve a mandatory parameter %d\n", handler, position);
+        ::syslog(LOG_ERR, "%s: Failed to retrieve a mandatory parameter %d\n", handler, position);
     }
     return SCPI_RES_ERR;
 }

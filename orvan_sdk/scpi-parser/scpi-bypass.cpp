@@ -30,7 +30,7 @@ const char* end_of_input(const scpi_t* ctx)
 scpi_result_t fail(scpi_t* ctx, int_fast16_t code, const char* function, const char* reason)
 {
     SCPI_ErrorPush(ctx, code);
-    syslog(LOG_ERR, "%s: %s", function, reason);
+    ::syslog(LOG_ERR, "%s: %s", function, reason);
     return SCPI_RES_ERR;
 }
 

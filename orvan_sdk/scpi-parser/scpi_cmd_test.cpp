@@ -94,7 +94,7 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
     for (Pending& module : modules) {
         const std::string reply = module.fut.get();
         if (!target.orvanx->checkOrvanReply(reply)) {
-            syslog(LOG_ERR, "%s: module %d: %s\n", __func__, module.ch, reply.c_str());
+            ::syslog(LOG_ERR, "%s: module %d: %s\n", __func__, module.ch, reply.c_str());
         }
     }
     return SCPI_RES_OK;

@@ -46,14 +46,14 @@ scpi_result_t update_modules(scpi_t* context, const char* handler, const ModuleI
     size_t size = 0;
     if (!SCPI_ParamArbitraryBlock(context, &data, &size, true) || data == nullptr || size == 0) {
         explain_error(context, "Parsing failed");
-        syslog(LOG_ERR, "%s: data %s, data_len = %u. aborting.\n", handler, data == nullptr ? "null" : "ok",
-               static_cast<unsigned>(size));
+        ::syslog(LOG_ERR, "%s: data %s, data_len = %u. aborting.\n", handler, data == nullptr ? "null" : "ok",
+                 static_cast<unsigned>(size));
         return SCPI_RES_ERR;
     }
     char path[256];
     std::snprintf(path, sizeof path, "%s/%s", SW_UPDATE_PATH_ORVANX, image.file);
     if (!OrvanFSUtils::saveBufferToFile(path, data, size)) {
-        syslog(LOG_ERR, "Failed to save file\n");
+        ::syslog(LOG_ERR, "Failed to save file\n");
         return SCPI_RES_ERR;
     }
     const Target target(context);
@@ -83,7 +83,7 @@ scpi_result_t OrvanX_internalSWUpdate(scpi_t* context)
     sync();
     char output[256];
     if (read_system_cmd("sudo reboot", output, sizeof output) != 0) {
-        syslog(LOG_ERR, "Failed rebooting the device\n");
+        ::syslog(LOG_ERR, "Failed rebooting the device\n");
     }
     return result;
 }

@@ -59,7 +59,7 @@ void scpi_watchdog_init_once()
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD;
     event.sigev_notify_function = scpi_watchdog_fired;
-    if (timer_create(CLOCK_MONOTONIC, &event, &g_wd_timer) != 0) {
+    if (::timer_create(CLOCK_MONOTONIC, &event, &g_wd_timer) != 0) {
         g_wd_timer = nullptr;
     }
 }
@@ -74,7 +74,7 @@ void scpi_watchdog_arm_unlocked()
     }
     itimerspec once{};
     once.it_value.tv_sec = SCPI_WATCHDOG_MS / 1000;
-    timer_settime(g_wd_timer, 0, &once, nullptr);
+    ::timer_settime(g_wd_timer, 0, &once, nullptr);
     g_wd_armed = 1;
 }
 
@@ -82,7 +82,7 @@ void scpi_watchdog_disarm_unlocked()
 {
     if (g_wd_timer != nullptr) {
         const itimerspec never{};
-        timer_settime(g_wd_timer, 0, &never, nullptr);
+        ::timer_settime(g_wd_timer, 0, &never, nullptr);
     }
     g_wd_armed = 0;
 }

@@ -11,7 +11,7 @@ Scpi_Orvanx* Scpi_Orvanx::m_instance = nullptr;
 Scpi_Orvanx* Scpi_Orvanx::getInstance()
 {
     if (m_instance == nullptr) {
-        syslog(LOG_USER | LOG_ERR, "Scpi_Orvanx :: getInstance");
+        ::syslog(LOG_USER | LOG_ERR, "Scpi_Orvanx :: getInstance");
         m_instance = new Scpi_Orvanx();
     }
     return m_instance;
@@ -21,7 +21,7 @@ Scpi_Orvanx::Scpi_Orvanx() : p_scpi_parser(new ScpiParser)
 {
     p_scpi_parser->init_new_scpi(this);
     setTrigSourceCouple(0);
-    syslog(LOG_DEBUG, "Singleton instance created");
+    ::syslog(LOG_DEBUG, "Singleton instance created");
 }
 
 Scpi_Orvanx::~Scpi_Orvanx()
@@ -33,13 +33,13 @@ Scpi_Orvanx::~Scpi_Orvanx()
     delete p_scpi_parser;
     p_scpi_parser = nullptr;
     if (m_orvanDB != nullptr) {
-        munmap(m_orvanDB, static_cast<size_t>(m_modules) * sizeof(ORVAN_CONFIG));
+        ::munmap(m_orvanDB, static_cast<size_t>(m_modules) * sizeof(ORVAN_CONFIG));
         m_orvanDB = nullptr;
-        shm_unlink(g_shmemName);
+        ::shm_unlink(g_shmemName);
         delete m_orvanData;
     }
     m_instance = nullptr;
-    syslog(LOG_DEBUG, "Singleton instance destroy");
+    ::syslog(LOG_DEBUG, "Singleton instance destroy");
 }
 
 void Scpi_Orvanx::setDevicePtr(void* ptrDevice)
@@ -70,7 +70,7 @@ void Scpi_Orvanx::connection_abort(int sd)
 int Scpi_Orvanx::setCallerSocket(int socket, int deviceArch)
 {
     if (p_scpi_parser == nullptr) {
-        syslog(LOG_ERR, "setCallerSocket: cannot get SCPI");
+        ::syslog(LOG_ERR, "setCallerSocket: cannot get SCPI");
         return -1;
     }
     p_scpi_parser->setCallerSocket(socket, deviceArch);

@@ -63,7 +63,7 @@ void ScpiParser::init_new_scpi(Scpi_Orvanx* ptrParser)
     userInfo.adding_ok = 1;
     userInfo.ptrParser = ptrParser;
     scpi_context.user_context = &userInfo;
-    syslog(LOG_INFO, "ScpiParser::init_new_scpi done");
+    ::syslog(LOG_INFO, "ScpiParser::init_new_scpi done");
 }
 
 void ScpiParser::setDevicePtr(void* ptrDevice)
@@ -108,7 +108,7 @@ bool ScpiParser::isInternalMessage(int fd)
 {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family != AF_INET) {
+    if (::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family != AF_INET) {
         return true;
     }
     return ntohl(reinterpret_cast<const sockaddr_in&>(peer).sin_addr.s_addr) == INADDR_LOOPBACK;
@@ -152,7 +152,7 @@ scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_
         std::snprintf(line, sizeof line, "**CTRL %02x: 0x%X (%d)\r\n", static_cast<unsigned>(ctrl), val, val);
     }
     if (const userContext_t* u = user_record(*context)) {
-        [[maybe_unused]] const ssize_t ignored = write(u->socket, line, std::strlen(line));
+        [[maybe_unused]] const ssize_t ignored = ::write(u->socket, line, std::strlen(line));
     }
     return SCPI_RES_OK;
 }

@@ -59,7 +59,7 @@ size_t write_buffer(int fd)
 {
     size_t sent = 0;
     while (sent < g_txOffset) {
-        const ssize_t n = write(fd, txBuffer + sent, g_txOffset - sent);
+        const ssize_t n = ::write(fd, txBuffer + sent, g_txOffset - sent);
         if (n >= 0) {
             sent += static_cast<size_t>(n);
             scpi_note_progress();
@@ -82,7 +82,7 @@ void clear_buffer()
 
 void set_cork(int fd, int on)
 {
-    if (setsockopt(fd, IPPROTO_TCP, TCP_CORK, &on, sizeof on) != 0) {
+    if (::setsockopt(fd, IPPROTO_TCP, TCP_CORK, &on, sizeof on) != 0) {
         std::fprintf(stderr, "setsockopt(TCP_CORK=%d) failed: %s\n", on, std::strerror(errno));
     }
 }
@@ -182,7 +182,7 @@ int has_token(const char* buf, size_t len, const char* tok, size_t toklen)
 void log_send(const char* buf, size_t len, int socket_fd)
 {
     if (buf == nullptr || len == 0) {
-        syslog(LOG_INFO, "sending (empty) soc:%02d len:0", socket_fd);
+        ::syslog(LOG_INFO, "sending (empty) soc:%02d len:0", socket_fd);
         return;
     }
     if (buf[0] != '#') {
@@ -190,17 +190,17 @@ void log_send(const char* buf, size_t len, int socket_fd)
         while (shown != 0 && (buf[shown - 1] == '\r' || buf[shown - 1] == '\n')) {
             --shown;
         }
-        syslog(LOG_INFO, "sending \"%.*s\" soc:%02d len:%zu",
-               static_cast<int>(std::min<size_t>(shown, INT_MAX)), buf, socket_fd, len);
+        ::syslog(LOG_INFO, "sending \"%.*s\" soc:%02d len:%zu",
+                 static_cast<int>(std::min<size_t>(shown, INT_MAX)), buf, socket_fd, len);
         return;
     }
     const int digits = len >= 2 && std::isdigit(static_cast<unsigned char>(buf[1])) ? buf[1] - '0' : -1;
     if (digits >= 0 && len >= static_cast<size_t>(digits) + 2) {
         char number[16] = {};
         std::memcpy(number, buf + 2, static_cast<size_t>(digits));
-        syslog(LOG_INFO, "sending #<%d digits> len=%d <binary data> soc:%02d total=%zu", digits,
-               std::atoi(number), socket_fd, len);
+        ::syslog(LOG_INFO, "sending #<%d digits> len=%d <binary data> soc:%02d total=%zu", digits,
+                 std::atoi(number), socket_fd, len);
         return;
     }
-    syslog(LOG_INFO, "sending <binary block> soc:%02d len:%zu", socket_fd, len);
+    ::syslog(LOG_INFO, "sending <binary block> soc:%02d len:%zu", socket_fd, len);
 }

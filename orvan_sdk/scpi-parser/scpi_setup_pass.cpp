@@ -60,7 +60,7 @@ void Scpi_Orvanx::scpi_cmds_pass(int ch, SendOnInit targetPriority)
         }
         const std::string reply =
             HaldeElec::Orvan::request_module(*this, ch, {cmdBuffer, static_cast<size_t>(length)});
-        syslog(LOG_INFO, "command %s sent: %s", pattern.c_str(),
-               checkOrvanReply(reply) ? "OK" : reply.c_str());
+        ::syslog(LOG_INFO, "command %s sent: %s", pattern.c_str(),
+                 checkOrvanReply(reply) ? "OK" : reply.c_str());
     }
 }

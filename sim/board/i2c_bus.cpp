@@ -116,8 +116,8 @@ int I2cBus::open(int address)
         return failed(what.c_str(), errno);
     }
     if (const auto wanted = std::exchange(m_open_next_as, std::nullopt)) {
-        dup3(fd, *wanted, O_CLOEXEC);
-        close(fd);
+        ::dup3(fd, *wanted, O_CLOEXEC);
+        ::close(fd);
         fd = *wanted;
     }
     m_trace.add("%s", what.c_str());

@@ -13,7 +13,7 @@ ImageFile::ImageFile(std::string path) : m_path(std::move(path))
     if (m_path.empty()) {
         return;
     }
-    m_fd = open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    m_fd = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (m_fd < 0) {
         throw std::system_error(errno, std::generic_category(), m_path);
     }
@@ -22,7 +22,7 @@ ImageFile::ImageFile(std::string path) : m_path(std::move(path))
 ImageFile::~ImageFile()
 {
     if (m_fd >= 0) {
-        close(m_fd);
+        ::close(m_fd);
     }
 }
 
@@ -31,7 +31,7 @@ std::vector<uint8_t> ImageFile::load(size_t size, uint8_t fill) const
     std::vector<uint8_t> bytes(size, fill);
     size_t done = 0;
     while (m_fd >= 0 && done < size) {
-        const ssize_t count = pread(m_fd, bytes.data() + done, size - done, static_cast<off_t>(done));
+        const ssize_t count = ::pread(m_fd, bytes.data() + done, size - done, static_cast<off_t>(done));
         if (count < 0) {
             throw std::system_error(errno, std::generic_category(), m_path);
         }
@@ -46,7 +46,7 @@ std::vector<uint8_t> ImageFile::load(size_t size, uint8_t fill) const
 void ImageFile::store(size_t offset, std::span<const uint8_t> bytes)
 {
     while (m_fd >= 0 && !bytes.empty()) {
-        const ssize_t count = pwrite(m_fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+        const ssize_t count = ::pwrite(m_fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
         if (count <= 0) {
             throw std::system_error(errno, std::generic_category(), m_path);
         }

@@ -12,13 +12,13 @@ namespace sim_board {
 
 void report_module_power(Board& board, const std::string& path)
 {
-    const auto pipe = std::make_shared<UniqueFd>(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const auto pipe = std::make_shared<UniqueFd>(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     if (!*pipe) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     const auto tell = [pipe](bool on) {
         const char word = on ? '1' : '0';
-        [[maybe_unused]] const ssize_t written = write(pipe->get(), &word, 1);
+        [[maybe_unused]] const ssize_t written = ::write(pipe->get(), &word, 1);
     };
     board.watch_module_power(tell);
     tell(board.module_power());

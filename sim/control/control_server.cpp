@@ -42,7 +42,7 @@ private:
     bool receive()
     {
         std::array<char, 4096> buffer;
-        const ssize_t count = recv(m_socket.get(), buffer.data(), buffer.size(), 0);
+        const ssize_t count = ::recv(m_socket.get(), buffer.data(), buffer.size(), 0);
         if (count <= 0) {
             return count < 0 && (errno == EAGAIN || errno == EINTR);
         }
@@ -61,7 +61,7 @@ private:
         if (m_replies.empty()) {
             return true;
         }
-        const ssize_t sent = send(m_socket.get(), m_replies.data(), m_replies.size(), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(m_socket.get(), m_replies.data(), m_replies.size(), MSG_NOSIGNAL);
         if (sent < 0) {
             return errno == EAGAIN || errno == EINTR;
         }
@@ -86,11 +86,11 @@ namespace {
 bool is_left_over(const sockaddr_un& name)
 {
     struct stat status = {};
-    if (lstat(name.sun_path, &status) != 0 || !S_ISSOCK(status.st_mode)) {
+    if (::lstat(name.sun_path, &status) != 0 || !S_ISSOCK(status.st_mode)) {
         return false;
     }
-    const UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 &&
+    const UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    return ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 &&
            errno == ECONNREFUSED;
 }
 
@@ -98,7 +98,7 @@ bool is_left_over(const sockaddr_un& name)
 
 ControlServer::ControlServer(EventLoop& loop, const std::string& path, Execute execute)
     : m_loop(loop), m_path(path), m_execute(std::move(execute)),
-      m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+      m_listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
@@ -108,9 +108,9 @@ ControlServer::ControlServer(EventLoop& loop, const std::string& path, Execute e
     std::memcpy(name.sun_path, path.data(), path.size());
     const auto* address = reinterpret_cast<const sockaddr*>(&name);
     if (is_left_over(name)) {
-        unlink(path.c_str());
+        ::unlink(path.c_str());
     }
-    if (bind(m_listener.get(), address, sizeof name) != 0 || listen(m_listener.get(), SOMAXCONN) != 0) {
+    if (::bind(m_listener.get(), address, sizeof name) != 0 || ::listen(m_listener.get(), SOMAXCONN) != 0) {
         throw_errno(path, errno);
     }
     m_loop.watch(m_listener.get(), POLLIN, *this);
@@ -119,12 +119,12 @@ ControlServer::ControlServer(EventLoop& loop, const std::string& path, Execute e
 ControlServer::~ControlServer()
 {
     m_loop.unwatch(m_listener.get());
-    unlink(m_path.c_str());
+    ::unlink(m_path.c_str());
 }
 
 void ControlServer::on_ready(short)
 {
-    UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    UniqueFd socket(::accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket) {
         auto connection = std::make_unique<ControlConnection>(*this, std::move(socket));
         m_connections.emplace(connection.get(), std::move(connection));

@@ -10,7 +10,7 @@
 
 namespace sim_control {
 
-EventLoop::EventLoop() : m_stop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+EventLoop::EventLoop() : m_stop(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!m_stop) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -104,7 +104,7 @@ void EventLoop::dispatch()
 void EventLoop::run()
 {
     while (!m_stopped) {
-        const int ready = poll(m_polls.data(), m_polls.size(), wait_time());
+        const int ready = ::poll(m_polls.data(), m_polls.size(), wait_time());
         if (ready < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
@@ -122,7 +122,7 @@ void EventLoop::stop() noexcept
     const int saved = errno;
     const uint64_t one = 1;
     // The counter can only be full when a stop is already waiting to be read.
-    [[maybe_unused]] const ssize_t written = write(m_stop.get(), &one, sizeof one);
+    [[maybe_unused]] const ssize_t written = ::write(m_stop.get(), &one, sizeof one);
     errno = saved;
 }
 

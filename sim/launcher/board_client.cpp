@@ -19,11 +19,11 @@ std::string ask_board(const std::filesystem::path& socket, const std::string& ve
         return "";
     }
     const std::string line = verb + "\n";
-    if (send(fd.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+    if (::send(fd.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
         return "";
     }
     // How many lines the reply has stands nowhere; the socket's end marks that of the last.
-    shutdown(fd.get(), SHUT_WR);
+    ::shutdown(fd.get(), SHUT_WR);
     return exchange(fd.get(), "", "", kPatience);
 }
 

@@ -11,12 +11,12 @@
 
 namespace orvan_launcher {
 
-Child::Child(pid_t pid) : m_pid(pid), m_pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+Child::Child(pid_t pid) : m_pid(pid), m_pidfd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
 
 void Child::signal(int number) const
 {
     if (is_running()) {
-        kill(m_pid, number);
+        ::kill(m_pid, number);
     }
 }
 
@@ -28,9 +28,9 @@ bool Child::reap(std::chrono::milliseconds patience)
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd waiting = {m_pidfd.get(), POLLIN, 0};
-        const int ready = poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
+        const int ready = ::poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
         if (ready > 0) {
-            while (waitpid(m_pid, &m_status, 0) < 0 && errno == EINTR) {
+            while (::waitpid(m_pid, &m_status, 0) < 0 && errno == EINTR) {
             }
             m_pidfd.reset();
         } else if (ready == 0) {

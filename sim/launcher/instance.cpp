@@ -72,7 +72,7 @@ void Instance::announce_ready()
         std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
-    std::printf("  stop         Ctrl-C, or kill %d\n", getpid());
+    std::printf("  stop         Ctrl-C, or kill %d\n", ::getpid());
 }
 
 void Instance::announce_new_address()
@@ -86,7 +86,7 @@ void Instance::announce_new_address()
 void Instance::read_notifications()
 {
     char text[1024];
-    for (ssize_t count = 0; (count = recv(m_notifications.get(), text, sizeof text, MSG_DONTWAIT)) >= 0;) {
+    for (ssize_t count = 0; (count = ::recv(m_notifications.get(), text, sizeof text, MSG_DONTWAIT)) >= 0;) {
         const std::string message = "\n" + std::string(text, static_cast<size_t>(count)) + "\n";
         if (const size_t status = message.find(kStatus); status != std::string::npos) {
             const size_t begin = status + kStatus.size();
@@ -116,7 +116,7 @@ void Instance::reboot()
 {
     char text[256];
     bool asked = false;
-    while (read(m_reboots.get(), text, sizeof text) > 0) {
+    while (::read(m_reboots.get(), text, sizeof text) > 0) {
         asked = true;
     }
     if (asked && !m_rebooting) {
@@ -246,7 +246,7 @@ int Instance::loop()
         if (m_relay) {
             m_relay->add_to(waiting);
         }
-        if (poll(waiting.data(), waiting.size(), timeout()) < 0) {
+        if (::poll(waiting.data(), waiting.size(), timeout()) < 0) {
             if (errno == EINTR) {
                 continue;
             }

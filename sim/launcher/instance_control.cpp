@@ -30,7 +30,7 @@ std::string error_reply(const std::string& text)
  */
 void Instance::serve_control()
 {
-    const UniqueFd client(accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const UniqueFd client(::accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client) {
         return;
     }
@@ -41,8 +41,8 @@ void Instance::serve_control()
     line.pop_back();
     const std::string reply = obey(line);
     const timeval patience = {kPatience, 0};
-    setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    send(client.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+    ::setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    ::send(client.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
 }
 
 std::string Instance::obey(const std::string& line)

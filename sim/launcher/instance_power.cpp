@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 void Instance::follow_module_power()
 {
     char switches[64];
-    for (ssize_t count = 0; (count = read(m_power_switches.get(), switches, sizeof switches)) > 0;) {
+    for (ssize_t count = 0; (count = ::read(m_power_switches.get(), switches, sizeof switches)) > 0;) {
         for (ssize_t index = 0; index < count; ++index) {
             power_modules(switches[index] == '1');
         }

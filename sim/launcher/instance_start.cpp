@@ -54,9 +54,9 @@ Error system_error(std::string step)
  */
 UniqueFd make_pipe(const fs::path& path)
 {
-    unlink(path.c_str());
-    return UniqueFd(mkfifo(path.c_str(), 0600) == 0 ? open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)
-                                                    : -1);
+    ::unlink(path.c_str());
+    return UniqueFd(::mkfifo(path.c_str(), 0600) == 0 ? ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)
+                                                      : -1);
 }
 
 } // namespace
@@ -266,13 +266,14 @@ fs::path Instance::module_socket(int number) const
 
 UniqueFd Instance::open_log(const std::string& name) const
 {
-    return UniqueFd(open((m_state / "log" / name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    return UniqueFd(
+        ::open((m_state / "log" / name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 }
 
 Result<bool> Instance::start_module(int number)
 {
     const std::string name = Role::module(number).name();
-    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const UniqueFd log = open_log(name + ".log");
     Command command;
     command.argv = {program("orvan-module"),
@@ -327,7 +328,7 @@ Command Instance::service_command() const
 
 Result<bool> Instance::start_service()
 {
-    const UniqueFd null(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const UniqueFd log = open_log("service.log");
     Command command = service_command();
     if (m_ground->has_sandbox()) {
@@ -371,7 +372,7 @@ Result<bool> Instance::start_service()
 bool Instance::tell_others()
 {
     InstanceRecord record;
-    record.launcher = getpid();
+    record.launcher = ::getpid();
     record.model = m_options.model;
     record.channels = m_model.channels;
     record.modules = static_cast<int>(m_modules.size());

@@ -39,14 +39,14 @@ fs::path temporary_folder()
 
 Result<Registry> Registry::open()
 {
-    const fs::path folder = folder_from("XDG_RUNTIME_DIR") / ("orvan-sim-" + std::to_string(getuid()));
+    const fs::path folder = folder_from("XDG_RUNTIME_DIR") / ("orvan-sim-" + std::to_string(::getuid()));
     const std::string step = "opening the registry " + folder.string();
     struct stat status = {};
-    if (lstat(folder.c_str(), &status) != 0) {
+    if (::lstat(folder.c_str(), &status) != 0) {
         if (errno != ENOENT) {
             return Error{step, errno, "", "", false};
         }
-    } else if (!S_ISDIR(status.st_mode) || status.st_uid != getuid()) {
+    } else if (!S_ISDIR(status.st_mode) || status.st_uid != ::getuid()) {
         return Error{step, 0, "it is not a folder of this user", "remove it", false};
     }
     return Registry(folder);
@@ -54,13 +54,13 @@ Result<Registry> Registry::open()
 
 fs::path Registry::own_link() const
 {
-    return m_folder / std::to_string(getpid());
+    return m_folder / std::to_string(::getpid());
 }
 
 bool Registry::add(const fs::path& state) const
 {
     std::error_code code;
-    mkdir(m_folder.c_str(), 0700);
+    ::mkdir(m_folder.c_str(), 0700);
     fs::remove(own_link(), code);
     fs::create_directory_symlink(state, own_link(), code);
     return !code;
@@ -71,7 +71,7 @@ void Registry::remove() const
     std::error_code code;
     fs::remove(own_link(), code);
     // Succeeds only for the last instance.
-    rmdir(m_folder.c_str());
+    ::rmdir(m_folder.c_str());
 }
 
 std::vector<fs::path> Registry::running() const

@@ -18,8 +18,8 @@ std::filesystem::path lock_file(const std::filesystem::path& state)
 
 UniqueFd lock_state(const std::filesystem::path& state)
 {
-    UniqueFd fd(open(lock_file(state).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (fd && flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+    UniqueFd fd(::open(lock_file(state).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
         const int code = errno;
         fd.reset();
         errno = code;
@@ -29,8 +29,8 @@ UniqueFd lock_state(const std::filesystem::path& state)
 
 bool is_running(const std::filesystem::path& state)
 {
-    const UniqueFd fd(open(lock_file(state).c_str(), O_RDONLY | O_CLOEXEC));
-    return fd && flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    const UniqueFd fd(::open(lock_file(state).c_str(), O_RDONLY | O_CLOEXEC));
+    return fd && ::flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 } // namespace orvan_launcher

@@ -35,23 +35,23 @@ void UdpRelay::transfer()
     for (int moved = 0; moved < kDatagramsInOneGo; ++moved) {
         sockaddr_in from = {};
         socklen_t size = sizeof from;
-        const ssize_t count = recvfrom(m_outer.get(), datagram.data(), datagram.size(), MSG_DONTWAIT,
-                                       reinterpret_cast<sockaddr*>(&from), &size);
+        const ssize_t count = ::recvfrom(m_outer.get(), datagram.data(), datagram.size(), MSG_DONTWAIT,
+                                         reinterpret_cast<sockaddr*>(&from), &size);
         if (count < 0) {
             break;
         }
         if (const Client* client = client_at(from)) {
-            send(client->server.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT);
+            ::send(client->server.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT);
         }
     }
     for (const Client& client : m_clients) {
         for (int moved = 0; moved < kDatagramsInOneGo; ++moved) {
-            const ssize_t count = recv(client.server.get(), datagram.data(), datagram.size(), MSG_DONTWAIT);
+            const ssize_t count = ::recv(client.server.get(), datagram.data(), datagram.size(), MSG_DONTWAIT);
             if (count < 0) {
                 break;
             }
-            sendto(m_outer.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT,
-                   reinterpret_cast<const sockaddr*>(&client.address), sizeof client.address);
+            ::sendto(m_outer.get(), datagram.data(), static_cast<size_t>(count), MSG_DONTWAIT,
+                     reinterpret_cast<const sockaddr*>(&client.address), sizeof client.address);
         }
     }
 }

@@ -15,8 +15,8 @@ int run_instance(const RunOptions& options)
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaddset(&ending, number);
     }
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    const UniqueFd signals(signalfd(-1, &ending, SFD_CLOEXEC));
+    ::sigprocmask(SIG_BLOCK, &ending, nullptr);
+    const UniqueFd signals(::signalfd(-1, &ending, SFD_CLOEXEC));
 
     Instance instance(options, signals.get());
     if (const auto started = instance.start(); !started) {

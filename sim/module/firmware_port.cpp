@@ -19,7 +19,7 @@ constexpr uint16_t kFinal = 0xFFFF; // stateMode
 
 UniqueFd udp_socket()
 {
-    UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!fd) {
         throw_errno("socket");
     }
@@ -55,7 +55,7 @@ void FirmwarePort::on_ready(short)
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
     const ssize_t count =
-        recvfrom(m_socket.get(), &frame, sizeof frame, 0, reinterpret_cast<sockaddr*>(&peer), &size);
+        ::recvfrom(m_socket.get(), &frame, sizeof frame, 0, reinterpret_cast<sockaddr*>(&peer), &size);
     if (count < 0 || m_away || !m_firmware.takes_block(ntohs(frame.block))) {
         return;
     }
@@ -84,7 +84,8 @@ void FirmwarePort::answer(const Frame& frame, size_t length)
     const auto send = [this, frame, length, peer = m_peer] {
         // What does not get through is lost, as on any network.
         if (!m_away) {
-            sendto(m_socket.get(), &frame, length, 0, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
+            ::sendto(m_socket.get(), &frame, length, 0, reinterpret_cast<const sockaddr*>(&peer),
+                     sizeof peer);
         }
     };
     if (m_firmware.lateness().count() > 0) {

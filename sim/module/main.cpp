@@ -24,10 +24,10 @@ void catch_signals()
 {
     struct sigaction action = {};
     action.sa_handler = stop_module;
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
     action.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &action, nullptr);
+    ::sigaction(SIGPIPE, &action, nullptr);
 }
 
 } // namespace

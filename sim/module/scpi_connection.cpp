@@ -25,7 +25,7 @@ void ScpiConnection::start()
 {
     if (m_server.m_faults.ends_connections()) {
         // Closing with bytes unread would reset the connection; this way the peer sees a plain end.
-        shutdown(m_socket.get(), SHUT_WR);
+        ::shutdown(m_socket.get(), SHUT_WR);
     }
     // As a rule the request has come with the connection.
     settle(receive());
@@ -65,7 +65,7 @@ void ScpiConnection::settle(State state)
 ScpiConnection::State ScpiConnection::receive()
 {
     auto& buffer = m_server.m_receive_buffer;
-    const ssize_t count = recv(m_socket.get(), buffer.data(), buffer.size(), 0);
+    const ssize_t count = ::recv(m_socket.get(), buffer.data(), buffer.size(), 0);
     if (count < 0) {
         return errno == EAGAIN || errno == EINTR ? State::kOpen : State::kGone;
     }
@@ -90,7 +90,7 @@ ScpiConnection::State ScpiConnection::serve_requests()
         m_server.m_log.add(request);
         const Faults& faults = m_server.m_faults;
         if (faults.ends_connections()) {
-            shutdown(m_socket.get(), SHUT_WR);
+            ::shutdown(m_socket.get(), SHUT_WR);
         } else if (faults.executes()) {
             m_pieces = faults.shape(result == RequestFramer::Result::kTooLong
                                         ? m_server.m_executor.refuse_overrun()
@@ -119,7 +119,7 @@ ScpiConnection::State ScpiConnection::send_pieces()
             return State::kOpen;
         }
         std::string& bytes = m_pieces[m_piece].bytes;
-        const ssize_t sent = send(m_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(m_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent < 0) {
             return errno == EAGAIN || errno == EINTR ? State::kOpen : State::kGone;
         }

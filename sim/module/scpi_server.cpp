@@ -60,15 +60,15 @@ void ScpiServer::set_away(bool away)
 
 void ScpiServer::open_port()
 {
-    UniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
     // Accepted sockets inherit TCP_NODELAY, which saves a call for each connection.
-    if (!listener || setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        setsockopt(listener.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+    if (!listener || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        ::setsockopt(listener.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
         throw_errno("socket");
     }
     m_port = bind_socket(listener.get(), m_address, m_port);
-    if (listen(listener.get(), SOMAXCONN) != 0) {
+    if (::listen(listener.get(), SOMAXCONN) != 0) {
         throw_errno((m_address + ":" + std::to_string(m_port)).c_str());
     }
     m_listener = std::move(listener);
@@ -85,7 +85,7 @@ void ScpiServer::close_port()
 
 void ScpiServer::on_ready(short)
 {
-    UniqueFd socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    UniqueFd socket(::accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (socket) {
         auto connection = std::make_unique<ScpiConnection>(*this, std::move(socket));
         ScpiConnection& started = *connection;

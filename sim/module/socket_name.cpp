@@ -18,7 +18,7 @@ sockaddr_in socket_name(const std::string& address, uint16_t port)
     sockaddr_in name{};
     name.sin_family = AF_INET;
     name.sin_port = htons(port);
-    if (inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1) {
+    if (::inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1) {
         errno = EINVAL;
         throw_errno(address.c_str());
     }
@@ -29,8 +29,8 @@ uint16_t bind_socket(int fd, const std::string& address, uint16_t port)
 {
     sockaddr_in name = socket_name(address, port);
     socklen_t size = sizeof name;
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&name), size) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size) != 0) {
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&name), size) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size) != 0) {
         throw_errno((address + ":" + std::to_string(port)).c_str());
     }
     return ntohs(name.sin_port);

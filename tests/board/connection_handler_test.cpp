@@ -253,7 +253,7 @@ TEST_F(ConnectionHandler, ClosingThePortClosesItsDescriptor)
 TEST_F(ConnectionHandler, AFailedCloseIsToldToTheDebugLog)
 {
     connect();
-    close(handler.slot_value());
+    ::close(handler.slot_value());
     EXPECT_EQ(handler.SpiClosePort(), -1);
     ASSERT_EQ(g_debug.size(), 1u);
     EXPECT_TRUE(g_debug[0].ends_with("]Error - Could not close SPI device")) << g_debug[0];

@@ -274,7 +274,7 @@ TEST_F(I2cHandle, IsClosedAtTheEndOfItsScopeAndLogsNothing)
 
 TEST_F(I2cHandle, DescriptorZeroIsNotOpenButGetsClosed)
 {
-    const int standard_input = dup(STDIN_FILENO);
+    const int standard_input = ::dup(STDIN_FILENO);
     board->i2c().open_next_as(STDIN_FILENO);
     {
         I2CFd fd(kExpander);
@@ -283,9 +283,9 @@ TEST_F(I2cHandle, DescriptorZeroIsNotOpenButGetsClosed)
         EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD) < 0, false);
     }
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
-    dup2(standard_input < 0 ? open("/dev/null", O_RDONLY) : standard_input, STDIN_FILENO);
+    ::dup2(standard_input < 0 ? ::open("/dev/null", O_RDONLY) : standard_input, STDIN_FILENO);
     if (standard_input >= 0) {
-        close(standard_input);
+        ::close(standard_input);
     }
 }
 

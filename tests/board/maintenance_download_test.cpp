@@ -206,7 +206,7 @@ TEST_F(MaintenanceDownload, TheFileOfTheDownloadBeforeIsGone)
 TEST_F(MaintenanceDownload, AToolThatIsSilentForLongerThanTheTimeOutIsWaitedFor)
 {
     // Every reading of the socket then is one that has come to its time-out.
-    fcntl(peer.socket(), F_SETFL, O_NONBLOCK);
+    ::fcntl(peer.socket(), F_SETFL, O_NONBLOCK);
     begin_download();
     EXPECT_EQ(event.wait_for(milliseconds(50)), std::future_status::timeout);
     EXPECT_EQ(reply_in_transfer(block(1, "one")), acknowledgement(2));
@@ -256,7 +256,7 @@ TEST_F(MaintenanceDownload, AFileThatDoesNotOpenIsToldInTheLogAlone)
               }));
     timeval timeout = {};
     socklen_t size = sizeof timeout;
-    getsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &timeout, &size);
+    ::getsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &timeout, &size);
     EXPECT_EQ(timeout.tv_sec, 5);
     EXPECT_EQ(timeout.tv_usec, 0);
 }

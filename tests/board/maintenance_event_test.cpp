@@ -92,7 +92,7 @@ ssize_t tell_of_the_log(void* logs, const char* printed, size_t size)
     for (const LogLine& line : static_cast<orvan_test::LogCapture*>(logs)->lines()) {
         told += std::to_string(line.priority) + " " + line.text + "\n";
     }
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, told.data(), told.size());
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, told.data(), told.size());
     return static_cast<ssize_t>(size);
 }
 
@@ -194,7 +194,7 @@ TEST_F(MaintenanceServer, ServesManyToolsWhileOthersAskForItsState)
     done = true;
     watcher.join();
     orvan_test::end_with_frames([&] { served.reset(); });
-    close(fd);
+    ::close(fd);
 }
 
 } // namespace

@@ -60,12 +60,12 @@ public:
     SmallDisk()
     {
         fs::create_directories(kUpgrade);
-        m_mounted = mount("tmpfs", kUpgrade.c_str(), "tmpfs", 0, "size=64k") == 0;
+        m_mounted = ::mount("tmpfs", kUpgrade.c_str(), "tmpfs", 0, "size=64k") == 0;
     }
     ~SmallDisk()
     {
         if (m_mounted) {
-            umount2(kUpgrade.c_str(), MNT_DETACH);
+            ::umount2(kUpgrade.c_str(), MNT_DETACH);
         }
     }
     SmallDisk(const SmallDisk&) = delete;
@@ -92,7 +92,7 @@ protected:
         for (const auto& [name, program] : programs) {
             fs::create_symlink(program, kPrograms / name);
         }
-        setenv("PATH", (std::getenv("PATH") + ":"s + kPrograms.string()).c_str(), 1);
+        ::setenv("PATH", (std::getenv("PATH") + ":"s + kPrograms.string()).c_str(), 1);
         device.device_type_product = HaldeElec::Orvan::BenchtopDevice;
         port = orvan_test::local_port(peer.socket());
     }

@@ -246,9 +246,9 @@ TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreGivenToTheUserOrvan)
 {
     g_has_owner = true;
     const std::string file = archive(package());
-    const mode_t mask = umask(0); // or it would make them what they ought to be
+    const mode_t mask = ::umask(0); // or it would make them what they ought to be
     EXPECT_EQ(download(file), IF_SUCCESS_RECV_FIRMWARE);
-    umask(mask);
+    ::umask(mask);
     EXPECT_EQ(g_given, (std::vector<std::string>{"/home/orvan/halde/upgrade/host_sw 1234 5678",
                                                  "/home/orvan/halde/upgrade/orvanx 1234 5678"}));
     for (const fs::path& folder : {kHostSw, kModuleFolder}) {

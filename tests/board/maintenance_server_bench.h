@@ -38,7 +38,7 @@ protected:
     {
         sockaddr_in own = {};
         socklen_t size = sizeof own;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size);
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size);
         return std::string(inet_ntoa(own.sin_addr)) + ":" + std::to_string(ntohs(own.sin_port));
     }
     template <typename Value>
@@ -63,14 +63,14 @@ public:
     {
         std::vector<UniqueFd> next;
         do {
-            next.emplace_back(dup(STDERR_FILENO));
+            next.emplace_back(::dup(STDERR_FILENO));
         } while (next.size() <= more);
-        getrlimit(RLIMIT_NOFILE, &m_before);
+        ::getrlimit(RLIMIT_NOFILE, &m_before);
         rlimit few = m_before;
         few.rlim_cur = static_cast<rlim_t>(next.back().get());
-        setrlimit(RLIMIT_NOFILE, &few);
+        ::setrlimit(RLIMIT_NOFILE, &few);
     }
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
     FewDescriptors(const FewDescriptors&) = delete;
     FewDescriptors& operator=(const FewDescriptors&) = delete;
 

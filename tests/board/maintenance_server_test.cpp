@@ -239,7 +239,7 @@ TEST_F(MaintenanceServer, ServesOnAThreadOfItsOwnAndEndsWithOneMoreFrame)
     ASSERT_EQ(ended.wait_for(seconds(5)), std::future_status::ready);
     EXPECT_EQ(block_of(client.receive()), "\0\3"s) << "that frame is answered";
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC) << "the socket stays open";
-    close(fd);
+    ::close(fd);
 }
 
 TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)

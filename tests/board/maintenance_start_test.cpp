@@ -23,9 +23,9 @@ constexpr uint64_t kPageUs = 5'000; // of the EEPROM
 
 bool port_is_free()
 {
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_in any = orvan_test::ipv4("0.0.0.0", 7502);
-    return bind(fd.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0;
+    return ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0;
 }
 
 /** The line behind which only the rows, the fans and the server follow. */
@@ -85,7 +85,7 @@ TEST_F(BenchtopStart, TakesAParameterFromTheMaintenanceTool)
 TEST_F(BenchtopStart, GoesOnWhenItsMaintenancePortIsTaken)
 {
     store(settled_settings());
-    const UniqueFd taken(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_in any = orvan_test::ipv4("0.0.0.0", 7502);
     ASSERT_EQ(bind(taken.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
     start_and_settle();

@@ -25,7 +25,7 @@ constexpr size_t kFrameSize = 1046;
 /** A module's maintenance port: the test says what it answers, and when. */
 class UdpModule {
 public:
-    explicit UdpModule(const char* address) : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    explicit UdpModule(const char* address) : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
         const sockaddr_in own = orvan_test::ipv4(address, PORTUDP);
         EXPECT_EQ(bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
@@ -34,20 +34,20 @@ public:
     std::string receive(milliseconds bound = seconds(5))
     {
         pollfd waiting = {m_socket.get(), POLLIN, 0};
-        if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
+        if (::poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
             return {};
         }
         std::string frame(2 * kFrameSize, '\0');
         socklen_t size = sizeof m_instrument;
-        const ssize_t received = recvfrom(m_socket.get(), frame.data(), frame.size(), 0,
-                                          reinterpret_cast<sockaddr*>(&m_instrument), &size);
+        const ssize_t received = ::recvfrom(m_socket.get(), frame.data(), frame.size(), 0,
+                                            reinterpret_cast<sockaddr*>(&m_instrument), &size);
         frame.resize(received > 0 ? static_cast<size_t>(received) : 0);
         return frame;
     }
     void send(const std::string& frame) const
     {
-        sendto(m_socket.get(), frame.data(), frame.size(), 0,
-               reinterpret_cast<const sockaddr*>(&m_instrument), sizeof m_instrument);
+        ::sendto(m_socket.get(), frame.data(), frame.size(), 0,
+                 reinterpret_cast<const sockaddr*>(&m_instrument), sizeof m_instrument);
     }
 
 private:
@@ -400,7 +400,7 @@ TEST_F(MaintenanceStream, ASocketWithATimeOutSendsTheFrameAgainEachTimeItPasses)
 {
     install(1);
     const timeval soon = {0, 20'000};
-    setsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &soon, sizeof soon);
+    ::setsockopt(peer.socket(), SOL_SOCKET, SO_RCVTIMEO, &soon, sizeof soon);
     begin(image(1, "image"));
     for (uint16_t number = 2; number < 5; ++number) {
         EXPECT_EQ(pass_on(image(1, "image"), number), answer(0, number));

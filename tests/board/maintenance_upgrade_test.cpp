@@ -25,15 +25,15 @@ public:
     explicit Mount(const fs::path& folder) : m_folder(folder)
     {
         fs::create_directories(folder);
-        m_mounted = mount("tmpfs", folder.c_str(), "tmpfs", 0, "") == 0;
+        m_mounted = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, "") == 0;
     }
-    ~Mount() { umount2(m_folder.c_str(), MNT_DETACH); }
+    ~Mount() { ::umount2(m_folder.c_str(), MNT_DETACH); }
     Mount(const Mount&) = delete;
     Mount& operator=(const Mount&) = delete;
     bool mounted() const { return m_mounted; }
     bool make_read_only()
     {
-        return mount(nullptr, m_folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+        return ::mount(nullptr, m_folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
     }
 
 private:
@@ -73,7 +73,7 @@ protected:
         }
         const int own_port = orvan_test::local_port(socket);
         orvan_test::end_with_frames([&started] { started.reset(); }, own_port);
-        close(socket);
+        ::close(socket);
     }
     /** The lines of the update, in their order. */
     std::vector<LogLine> clean_up_lines()
@@ -190,7 +190,7 @@ TEST_F(MaintenanceUpgrade, TheShortFormClearsNothing)
     const CUdpServer other(nullptr, 0, 0x0100007F, true);
     EXPECT_TRUE(clean_up_lines().empty());
     EXPECT_TRUE(fs::exists(kDelete));
-    close(UdpServerTestPeer{const_cast<CUdpServer&>(other)}.socket());
+    ::close(UdpServerTestPeer{const_cast<CUdpServer&>(other)}.socket());
 }
 
 TEST_F(MaintenanceUpgrade, AMarkerThatResistsIsToldAtEveryStart)

@@ -29,12 +29,12 @@ class PermissionsCount {
 public:
     PermissionsCount()
     {
-        syscall(SYS_capget, &m_header, m_before);
+        ::syscall(SYS_capget, &m_header, m_before);
         __user_cap_data_struct without[2] = {m_before[0], m_before[1]};
         without[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
         EXPECT_EQ(syscall(SYS_capset, &m_header, without), 0);
     }
-    ~PermissionsCount() { syscall(SYS_capset, &m_header, m_before); }
+    ~PermissionsCount() { ::syscall(SYS_capset, &m_header, m_before); }
     PermissionsCount(const PermissionsCount&) = delete;
     PermissionsCount& operator=(const PermissionsCount&) = delete;
 

@@ -18,7 +18,7 @@ std::function<bool()> g_others_done; // unchanged while g_skipping
 
 int sleep_really(const timespec* wait, timespec* left)
 {
-    return static_cast<int>(syscall(SYS_nanosleep, wait, left));
+    return static_cast<int>(::syscall(SYS_nanosleep, wait, left));
 }
 
 } // namespace
@@ -27,7 +27,7 @@ int sleep_really(const timespec* wait, timespec* left)
 
 extern "C" int clock_gettime(clockid_t id, timespec* now)
 {
-    const long result = syscall(SYS_clock_gettime, id, now);
+    const long result = ::syscall(SYS_clock_gettime, id, now);
     if (result == 0 && id == CLOCK_MONOTONIC) {
         const int64_t ns = now->tv_nsec + g_skipped_ns;
         now->tv_sec += static_cast<time_t>(ns / kSecondNs);

@@ -16,27 +16,27 @@ namespace orvan_test {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-Client::Client(int port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+Client::Client(int port) : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (m_fd < 0 || connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (m_fd < 0 || ::connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
         if (m_fd >= 0) {
-            close(m_fd);
+            ::close(m_fd);
         }
         throw std::system_error(error, std::generic_category(), "connect to port " + std::to_string(port));
     }
     const int on = 1;
-    setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 Client::~Client()
 {
     if (m_fd >= 0) {
-        close(m_fd);
+        ::close(m_fd);
     }
 }
 
@@ -61,7 +61,7 @@ bool Client::wait_readable(Clock::time_point deadline) const
 {
     const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
     pollfd poll_fd{m_fd, POLLIN, 0};
-    return left.count() >= 0 && poll(&poll_fd, 1, static_cast<int>(left.count())) == 1;
+    return left.count() >= 0 && ::poll(&poll_fd, 1, static_cast<int>(left.count())) == 1;
 }
 
 std::string Client::read_line(milliseconds wait)
@@ -74,7 +74,7 @@ std::string Client::read_line(milliseconds wait)
             return line;
         }
         char piece[4096];
-        const ssize_t got = wait_readable(deadline) ? recv(m_fd, piece, sizeof piece, 0) : -1;
+        const ssize_t got = wait_readable(deadline) ? ::recv(m_fd, piece, sizeof piece, 0) : -1;
         if (got <= 0) {
             return std::exchange(m_received, {});
         }
@@ -90,14 +90,14 @@ std::string Client::ask(std::string_view line, milliseconds wait)
 
 void Client::finish_sending()
 {
-    shutdown(m_fd, SHUT_WR);
+    ::shutdown(m_fd, SHUT_WR);
 }
 
 void Client::reset()
 {
     const linger now{1, 0};
-    setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
-    close(std::exchange(m_fd, -1));
+    ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    ::close(std::exchange(m_fd, -1));
 }
 
 bool Client::stays_silent(milliseconds wait)

@@ -39,7 +39,7 @@ pid_t spawn(const std::vector<std::string>& arguments, const std::filesystem::pa
                                      0600);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     pid_t child = -1;
-    const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    const int error = ::posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         throw std::runtime_error(arguments[0] + ": " + std::strerror(error));
@@ -55,7 +55,7 @@ int exit_status(int wait_status)
 int wait_for(pid_t child)
 {
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
         ;
     return exit_status(status);
 }
@@ -88,12 +88,12 @@ std::string program(std::string_view name)
 
 std::string why_no_sandbox()
 {
-    const pid_t child = fork();
+    const pid_t child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     if (child == 0) {
-        _exit(unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
+        ::_exit(::unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) == 0 ? 0 : errno);
     }
     const int error = wait_for(child);
     return error == 0 ? "" : std::string("the kernel refuses namespaces: ") + std::strerror(error);
@@ -116,7 +116,7 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
     const auto deadline = Clock::now() + std::chrono::seconds(60);
     for (std::string text = output(); !std::regex_search(text, ready_line); text = output()) {
         int status = 0;
-        const bool ended = waitpid(m_launcher, &status, WNOHANG) == m_launcher;
+        const bool ended = ::waitpid(m_launcher, &status, WNOHANG) == m_launcher;
         if (ended || Clock::now() > deadline) {
             if (!ended) {
                 stop(SIGKILL);
@@ -242,7 +242,7 @@ int Instrument::stop(int signal)
     if (m_launcher < 1) {
         throw std::logic_error("the instrument has ended");
     }
-    kill(m_launcher, signal);
+    ::kill(m_launcher, signal);
     return wait_for_end();
 }
 

@@ -27,7 +27,7 @@ protected:
         m_folder = name;
         fs::create_directory(m_folder / "home");
         fs::create_directory(m_folder / "project");
-        setenv("HOME", (m_folder / "home").c_str(), 1);
+        ::setenv("HOME", (m_folder / "home").c_str(), 1);
         fs::current_path(m_folder / "project");
     }
     void TearDown() override

@@ -35,7 +35,7 @@ TEST(Restart, OfAServiceThatWasKilledServesTheClientsThatConnectMeanwhile)
     EXPECT_EQ(instrument.client().ask(":SYST:COMM:LAN:HOST \"of-this-life\""), "+OK\r\n");
     const pid_t before = service_of(instrument);
     ASSERT_GT(before, 0);
-    kill(before, SIGKILL);
+    ::kill(before, SIGKILL);
     EXPECT_TRUE(instrument.wait_for_output("the service ended with signal 9 (Killed); see " +
                                            (instrument.state() / "log/service.log").string() +
                                            "; starting it again in 0.25 s\n"));

@@ -112,7 +112,7 @@ extern "C" int shm_open(const char* name, int flags, mode_t mode)
     if (fd < 0 || g_fault == InstrumentFiles::Fault::kNone) {
         return fd;
     }
-    close(fd);
+    ::close(fd);
     return ::open(("/dev/shm" + object).c_str(),
                   g_fault == InstrumentFiles::Fault::kAllocate ? O_RDONLY : O_WRONLY);
 }
@@ -125,7 +125,7 @@ extern "C" int shm_unlink(const char* name)
 
 namespace orvan_test {
 
-InstrumentFiles::InstrumentFiles() : m_object("/orvanData-" + std::to_string(getpid()))
+InstrumentFiles::InstrumentFiles() : m_object("/orvanData-" + std::to_string(::getpid()))
 {
     std::string folder = (std::filesystem::temp_directory_path() / "orvan-halde-XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr) {
@@ -146,7 +146,7 @@ InstrumentFiles::~InstrumentFiles()
     shm_unlink(m_object.c_str());
     std::filesystem::remove_all(m_halde);
     if (!m_path.empty()) {
-        setenv("PATH", m_path.c_str(), 1);
+        ::setenv("PATH", m_path.c_str(), 1);
     }
 }
 
@@ -179,7 +179,7 @@ void InstrumentFiles::set_fault(Fault fault)
 long InstrumentFiles::object_size() const
 {
     struct stat info = {};
-    return stat(("/dev/shm" + m_object).c_str(), &info) == 0 ? static_cast<long>(info.st_size) : -1;
+    return ::stat(("/dev/shm" + m_object).c_str(), &info) == 0 ? static_cast<long>(info.st_size) : -1;
 }
 
 void InstrumentFiles::stand_in_for_sudo(const std::string& script)
@@ -191,7 +191,7 @@ void InstrumentFiles::stand_in_for_sudo(const std::string& script)
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     if (m_path.empty()) {
         m_path = std::getenv("PATH");
-        setenv("PATH", (folder.string() + ":" + m_path).c_str(), 1);
+        ::setenv("PATH", (folder.string() + ":" + m_path).c_str(), 1);
     }
 }
 

@@ -60,10 +60,10 @@ sockaddr_in ipv4(const std::string& address, int port)
 }
 
 MaintenanceClient::MaintenanceClient(const std::string& address)
-    : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     const sockaddr_in own = ipv4(address, 0);
-    if (!m_socket || bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
+    if (!m_socket || ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0) {
         throw std::runtime_error("no socket on " + address);
     }
 }
@@ -72,25 +72,25 @@ sockaddr_in MaintenanceClient::address() const
 {
     sockaddr_in own = {};
     socklen_t size = sizeof own;
-    getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&own), &size);
+    ::getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&own), &size);
     return own;
 }
 
 void MaintenanceClient::send(const std::string& datagram, int port) const
 {
     const sockaddr_in to = ipv4("127.0.0.1", port);
-    sendto(m_socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-           sizeof to);
+    ::sendto(m_socket.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+             sizeof to);
 }
 
 std::string MaintenanceClient::receive(std::chrono::milliseconds bound) const
 {
     pollfd waiting = {m_socket.get(), POLLIN, 0};
-    if (poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
+    if (::poll(&waiting, 1, static_cast<int>(bound.count())) <= 0) {
         return {};
     }
     std::string datagram(kLongestDatagram, '\0');
-    const ssize_t received = recv(m_socket.get(), datagram.data(), datagram.size(), 0);
+    const ssize_t received = ::recv(m_socket.get(), datagram.data(), datagram.size(), 0);
     datagram.resize(received > 0 ? static_cast<size_t>(received) : 0);
     return datagram;
 }

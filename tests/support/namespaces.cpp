@@ -11,12 +11,12 @@ namespace orvan_test {
 
 bool enter_namespace(int flag)
 {
-    if (unshare(flag) == 0) {
+    if (::unshare(flag) == 0) {
         return true;
     }
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(CLONE_NEWUSER | flag) != 0) {
+    const uid_t user = ::geteuid();
+    const gid_t group = ::getegid();
+    if (::unshare(CLONE_NEWUSER | flag) != 0) {
         return false;
     }
     std::ofstream("/proc/self/setgroups") << "deny";

@@ -9,10 +9,10 @@
 namespace orvan_test {
 
 OutputCapture::OutputCapture(int fd)
-    : m_fd(fd), m_saved(dup(fd)), m_file(memfd_create("captured-output", MFD_CLOEXEC))
+    : m_fd(fd), m_saved(::dup(fd)), m_file(::memfd_create("captured-output", MFD_CLOEXEC))
 {
     std::fflush(nullptr);
-    if (m_saved < 0 || m_file < 0 || dup2(m_file, m_fd) < 0) {
+    if (m_saved < 0 || m_file < 0 || ::dup2(m_file, m_fd) < 0) {
         throw std::runtime_error("cannot capture a descriptor");
     }
 }
@@ -20,9 +20,9 @@ OutputCapture::OutputCapture(int fd)
 OutputCapture::~OutputCapture()
 {
     std::fflush(nullptr);
-    dup2(m_saved, m_fd);
-    close(m_saved);
-    close(m_file);
+    ::dup2(m_saved, m_fd);
+    ::close(m_saved);
+    ::close(m_file);
 }
 
 std::string OutputCapture::text() const
@@ -31,7 +31,7 @@ std::string OutputCapture::text() const
     std::string all;
     char piece[4096];
     ssize_t n;
-    while ((n = pread(m_file, piece, sizeof piece, static_cast<off_t>(all.size()))) > 0) {
+    while ((n = ::pread(m_file, piece, sizeof piece, static_cast<off_t>(all.size()))) > 0) {
         all.append(piece, static_cast<size_t>(n));
     }
     return all;

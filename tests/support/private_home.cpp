@@ -27,7 +27,7 @@ std::string make_namespace()
 
 std::string cover_home()
 {
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         return failure("mounts can't be made private");
     }
 
@@ -38,22 +38,22 @@ std::string cover_home()
     std::vector<Entry> entries;
     for (const auto& entry : fs::directory_iterator(kHome)) {
         if (entry.is_directory() && !entry.is_symlink() && entry.path() != kOrvan) {
-            entries.push_back({entry.path(), open(entry.path().c_str(), O_PATH | O_CLOEXEC)});
+            entries.push_back({entry.path(), ::open(entry.path().c_str(), O_PATH | O_CLOEXEC)});
         }
     }
 
     std::string refusal;
-    if (mount("tmpfs", kHome, "tmpfs", 0, "mode=755") != 0) {
+    if (::mount("tmpfs", kHome, "tmpfs", 0, "mode=755") != 0) {
         refusal = failure("no file system in memory");
     }
     for (const Entry& entry : entries) {
         const std::string from = "/proc/self/fd/" + std::to_string(entry.fd);
         if (refusal.empty() &&
             (!fs::create_directory(entry.path) ||
-             mount(from.c_str(), entry.path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)) {
+             ::mount(from.c_str(), entry.path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)) {
             refusal = failure(("binding " + entry.path.string()).c_str());
         }
-        close(entry.fd);
+        ::close(entry.fd);
     }
     return refusal;
 }
@@ -71,7 +71,7 @@ const std::string& enter_once()
 void remove_orvan()
 {
     struct statfs info = {};
-    if (statfs(kHome, &info) == 0 && info.f_type == TMPFS_MAGIC) {
+    if (::statfs(kHome, &info) == 0 && info.f_type == TMPFS_MAGIC) {
         fs::remove_all(kOrvan);
     }
 }

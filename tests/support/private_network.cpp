@@ -15,11 +15,11 @@ namespace {
 
 std::string raise_loopback()
 {
-    const UniqueFd socket_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd socket_fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request = {};
     std::strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;
-    if (!socket_fd || ioctl(socket_fd.get(), SIOCSIFFLAGS, &request) != 0) {
+    if (!socket_fd || ::ioctl(socket_fd.get(), SIOCSIFFLAGS, &request) != 0) {
         return failure("no loopback");
     }
     return {};

@@ -23,7 +23,7 @@ enum class Wake { kReadable, kStopped, kTimeout };
 Wake wait_readable(int fd, int stop, std::chrono::milliseconds bound)
 {
     pollfd waited[] = {{stop, POLLIN, 0}, {fd, POLLIN, 0}};
-    const int n = poll(waited, fd < 0 ? 1 : 2, static_cast<int>(bound.count()));
+    const int n = ::poll(waited, fd < 0 ? 1 : 2, static_cast<int>(bound.count()));
     if (n <= 0) {
         return Wake::kTimeout;
     }
@@ -34,7 +34,7 @@ void send_all(int fd, const std::string& text)
 {
     size_t sent = 0;
     while (sent < text.size()) {
-        const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        const ssize_t n = ::send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
         if (n <= 0) {
             return;
         }
@@ -45,7 +45,7 @@ void send_all(int fd, const std::string& text)
 } // namespace
 
 ScriptedModule::ScriptedModule(const std::string& address)
-    : m_address(address), m_listener(listen_on_loopback(address, 64)), m_stop(eventfd(0, EFD_CLOEXEC))
+    : m_address(address), m_listener(listen_on_loopback(address, 64)), m_stop(::eventfd(0, EFD_CLOEXEC))
 {
     m_port = local_port(m_listener);
     m_acceptor = std::thread([this] { accept_all(); });
@@ -53,13 +53,13 @@ ScriptedModule::ScriptedModule(const std::string& address)
 
 ScriptedModule::~ScriptedModule()
 {
-    eventfd_write(m_stop, 1);
+    ::eventfd_write(m_stop, 1);
     m_acceptor.join();
     for (auto& [number, worker] : m_workers) {
         worker.join();
     }
-    close(m_listener);
-    close(m_stop);
+    ::close(m_listener);
+    ::close(m_stop);
 }
 
 void ScriptedModule::then(ModuleAnswer answer)
@@ -125,12 +125,12 @@ size_t ScriptedModule::complete_requests() const
 void ScriptedModule::accept_all()
 {
     while (wait_readable(m_listener, m_stop, kForever) == Wake::kReadable) {
-        const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
             continue;
         }
         const int on = 1;
-        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         std::lock_guard lock(m_mutex);
         ModuleAnswer answer = m_always;
         if (!m_next.empty()) {
@@ -180,7 +180,7 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
         break;
     case Kind::kReset: {
         const linger abort_now{1, 0};
-        setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort_now, sizeof abort_now);
+        ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort_now, sizeof abort_now);
         break;
     }
     case Kind::kSilence:
@@ -197,13 +197,13 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
         }
         break;
     case Kind::kCloseAtOnce:
-        shutdown(fd, SHUT_WR);
+        ::shutdown(fd, SHUT_WR);
         wait_for_close(fd, kForever); // as above: a RST would reach the peer in place of the end
         break;
     case Kind::kCloseMute:
         break;
     }
-    close(fd);
+    ::close(fd);
     std::lock_guard lock(m_mutex);
     ++m_finished;
     m_ended.push_back(index);
@@ -218,7 +218,7 @@ std::string ScriptedModule::read_request(int fd, size_t size) const
         if (wait_readable(fd, m_stop, kForever) != Wake::kReadable) {
             break;
         }
-        const ssize_t n = recv(fd, piece, sizeof piece, 0);
+        const ssize_t n = ::recv(fd, piece, sizeof piece, 0);
         if (n <= 0) {
             break;
         }
@@ -231,7 +231,7 @@ bool ScriptedModule::wait_for_close(int fd, std::chrono::milliseconds bound) con
 {
     char piece[4096];
     while (wait_readable(fd, m_stop, bound) == Wake::kReadable) {
-        if (recv(fd, piece, sizeof piece, 0) <= 0) {
+        if (::recv(fd, piece, sizeof piece, 0) <= 0) {
             return true;
         }
     }

@@ -26,7 +26,7 @@ StandIns::StandIns() : m_folder((fs::temp_directory_path() / "orvan-stand-ins-XX
 {
     const char* const path = std::getenv("PATH");
     m_path = path != nullptr ? path : "";
-    bool ready = mkdtemp(m_folder.data()) != nullptr && setenv("PATH", m_folder.c_str(), 1) == 0;
+    bool ready = mkdtemp(m_folder.data()) != nullptr && ::setenv("PATH", m_folder.c_str(), 1) == 0;
     if (ready) {
         exit_with(0);
         std::ofstream(file("sudo")) << "#!/bin/sh\n"
@@ -45,7 +45,7 @@ StandIns::StandIns() : m_folder((fs::temp_directory_path() / "orvan-stand-ins-XX
 
 StandIns::~StandIns()
 {
-    setenv("PATH", m_path.c_str(), 1);
+    ::setenv("PATH", m_path.c_str(), 1);
     fs::remove_all(m_folder);
 }
 

@@ -11,6 +11,6 @@ int main(int argc, char** argv)
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
-    return orvan_db::run(argc, argv, g_shmemName, signalfd(-1, &ends, SFD_CLOEXEC));
+    ::sigprocmask(SIG_BLOCK, &ends, nullptr);
+    return orvan_db::run(argc, argv, g_shmemName, ::signalfd(-1, &ends, SFD_CLOEXEC));
 }

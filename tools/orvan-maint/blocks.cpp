@@ -38,9 +38,9 @@ size_t Blocks::put(size_t block, HALDE_PACKET& frame) const
 std::string read_download(const std::string& path)
 {
     const auto refuse = [&path](const std::string& why) { return Failure(kExitBadFile, path + ": " + why); };
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
-    if (!fd || fstat(fd.get(), &info) != 0) {
+    if (!fd || ::fstat(fd.get(), &info) != 0) {
         throw refuse(std::strerror(errno));
     }
     if (!S_ISREG(info.st_mode)) {
@@ -55,7 +55,7 @@ std::string read_download(const std::string& path)
     }
     std::string bytes(static_cast<size_t>(info.st_size), '\0');
     for (size_t done = 0; done < bytes.size();) {
-        const ssize_t count = read(fd.get(), bytes.data() + done, bytes.size() - done);
+        const ssize_t count = ::read(fd.get(), bytes.data() + done, bytes.size() - done);
         if (count <= 0) {
             throw refuse(count < 0 ? std::strerror(errno) : "has become shorter while it was read");
         }

@@ -25,7 +25,7 @@ constexpr uint32_t kLastModuleNetwork = 0xC0A80A;
 std::optional<uint32_t> number_of(const std::string& text)
 {
     in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
+    if (::inet_pton(AF_INET, text.c_str(), &address) != 1) {
         return std::nullopt;
     }
     return ntohl(address.s_addr);

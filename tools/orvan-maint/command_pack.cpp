@@ -17,7 +17,7 @@ void pack_software(const Options& options, int)
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
-    sigprocmask(SIG_UNBLOCK, &ends, nullptr);
+    ::sigprocmask(SIG_UNBLOCK, &ends, nullptr);
 
     const Platform& platform = *find_platform(options.platform);
     if (!options.force && OrvanFSUtils::ifFileExists(options.file.c_str())) {
@@ -25,7 +25,7 @@ void pack_software(const Options& options, int)
     }
     const std::string bytes = build_package(platform, options.module, options.patch);
     const Package package = check_package(bytes, options.file, platform);
-    sigprocmask(SIG_BLOCK, &ends, nullptr); // no draft is left behind
+    ::sigprocmask(SIG_BLOCK, &ends, nullptr); // no draft is left behind
     if (!OrvanFSUtils::replaceFile(options.file.c_str(), bytes.data(), bytes.size())) {
         throw Failure(kExitBadFile, printable(options.file) + " cannot be written: " + std::strerror(errno));
     }

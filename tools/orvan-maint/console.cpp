@@ -17,7 +17,7 @@ std::string read_answer(int stop)
     std::string answer;
     for (;;) {
         pollfd waiting[] = {{STDIN_FILENO, POLLIN, 0}, {stop, POLLIN, 0}};
-        if (poll(waiting, 2, -1) < 0 && errno != EINTR) {
+        if (::poll(waiting, 2, -1) < 0 && errno != EINTR) {
             return {};
         }
         if (waiting[1].revents != 0) {
@@ -27,7 +27,7 @@ std::string read_answer(int stop)
             continue;
         }
         char c = '\0';
-        if (read(STDIN_FILENO, &c, 1) != 1) {
+        if (::read(STDIN_FILENO, &c, 1) != 1) {
             return {};
         }
         if (c == '\n') {
@@ -62,7 +62,7 @@ void agree(const std::vector<std::string>& plan, bool yes, int stop)
     std::fputs("Go on? [y/N] ", stdout);
     std::fflush(stdout);
     const std::string answer = read_answer(stop);
-    if (isatty(STDIN_FILENO) == 0) {
+    if (::isatty(STDIN_FILENO) == 0) {
         say("");
     }
     if (answer != "y" && answer != "Y" && answer != "yes") {

@@ -16,7 +16,7 @@ std::vector<Interface> usable_interfaces()
 {
     std::vector<Interface> found;
     ifaddrs* all = nullptr;
-    if (getifaddrs(&all) != 0) {
+    if (::getifaddrs(&all) != 0) {
         return found;
     }
     for (const ifaddrs* entry = all; entry != nullptr; entry = entry->ifa_next) {
@@ -28,10 +28,10 @@ std::vector<Interface> usable_interfaces()
             return interface.name == entry->ifa_name;
         });
         if (usable && !known) {
-            found.push_back({entry->ifa_name, static_cast<int>(if_nametoindex(entry->ifa_name))});
+            found.push_back({entry->ifa_name, static_cast<int>(::if_nametoindex(entry->ifa_name))});
         }
     }
-    freeifaddrs(all);
+    ::freeifaddrs(all);
     return found;
 }
 
@@ -54,7 +54,7 @@ std::vector<Interface> find_interfaces(const std::string& name)
         }
         names += " " + interface.name;
     }
-    throw Failure(kExitBadOptions, (if_nametoindex(name.c_str()) != 0
+    throw Failure(kExitBadOptions, (::if_nametoindex(name.c_str()) != 0
                                         ? "interface " + printable(name) +
                                               " is down, has no IPv4 address or takes no broadcasts"
                                         : "there is no interface " + printable(name)) +

@@ -10,6 +10,6 @@ int main(int argc, char** argv)
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
-    return orvan_maint::run(argc, argv, signalfd(-1, &ends, SFD_CLOEXEC));
+    ::sigprocmask(SIG_BLOCK, &ends, nullptr);
+    return orvan_maint::run(argc, argv, ::signalfd(-1, &ends, SFD_CLOEXEC));
 }

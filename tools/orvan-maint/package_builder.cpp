@@ -23,7 +23,7 @@ constexpr uintmax_t kLargestFolder = uintmax_t{1} << 30;
 struct stat status_of(const fs::path& path)
 {
     struct stat info {};
-    if (lstat(path.c_str(), &info) != 0) {
+    if (::lstat(path.c_str(), &info) != 0) {
         throw Failure(kExitBadFile, path.string() + " cannot be read");
     }
     return info;

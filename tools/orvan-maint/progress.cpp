@@ -35,7 +35,7 @@ std::string progress_line(size_t done, size_t total, std::chrono::duration<doubl
 }
 
 Progress::Progress(size_t total)
-    : m_total(total), m_terminal(isatty(STDERR_FILENO) != 0), m_start(Clock::now())
+    : m_total(total), m_terminal(::isatty(STDERR_FILENO) != 0), m_start(Clock::now())
 {
 }
 

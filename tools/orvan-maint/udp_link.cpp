@@ -20,7 +20,7 @@ namespace {
 
 UniqueFd udp_socket()
 {
-    UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd) {
         throw Failure(kExitNoAnswer, std::string("no socket: ") + std::strerror(errno));
     }
@@ -37,7 +37,7 @@ int milliseconds_until(Clock::time_point deadline)
 
 UdpLink::UdpLink(const sockaddr_in& peer, int stop) : m_socket(udp_socket()), m_stop(stop)
 {
-    if (connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
+    if (::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
         throw Failure(kExitNoAnswer, address_text(peer) + " is not reached: " + std::strerror(errno));
     }
 }
@@ -46,7 +46,7 @@ UdpLink::UdpLink(std::vector<Interface> interfaces, int port, int stop)
     : m_socket(udp_socket()), m_interfaces(std::move(interfaces)), m_port(port), m_stop(stop)
 {
     const int on = 1;
-    setsockopt(m_socket.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    ::setsockopt(m_socket.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
 }
 
 void UdpLink::send(std::span<const uint8_t> datagram)
@@ -87,7 +87,7 @@ void UdpLink::broadcast(std::span<const uint8_t> datagram, const Interface& inte
     in_pktinfo out{};
     out.ipi_ifindex = interface.index;
     std::memcpy(CMSG_DATA(header), &out, sizeof out);
-    if (sendmsg(m_socket.get(), &message, 0) < 0) {
+    if (::sendmsg(m_socket.get(), &message, 0) < 0) {
         m_error = errno;
     }
 }
@@ -96,7 +96,7 @@ bool UdpLink::receive(Received& received, Clock::time_point deadline)
 {
     for (;;) {
         pollfd waiting[] = {{m_socket.get(), POLLIN, 0}, {m_stop, POLLIN, 0}};
-        const int ready = poll(waiting, 2, milliseconds_until(deadline));
+        const int ready = ::poll(waiting, 2, milliseconds_until(deadline));
         if (ready > 0 && waiting[1].revents != 0) {
             throw Interrupted();
         }
@@ -106,8 +106,8 @@ bool UdpLink::receive(Received& received, Clock::time_point deadline)
         received = Received{};
         socklen_t size = sizeof received.from;
         const ssize_t count =
-            recvfrom(m_socket.get(), &received.frame, sizeof received.frame, MSG_DONTWAIT | MSG_TRUNC,
-                     reinterpret_cast<sockaddr*>(&received.from), &size);
+            ::recvfrom(m_socket.get(), &received.frame, sizeof received.frame, MSG_DONTWAIT | MSG_TRUNC,
+                       reinterpret_cast<sockaddr*>(&received.from), &size);
         if (count < 0) {
             if (errno != EAGAIN && errno != EINTR) {
                 m_error = errno;
@@ -152,7 +152,7 @@ sockaddr_in resolve(const std::string& host, int port)
 std::string address_text(const sockaddr_in& address)
 {
     char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) != nullptr ? text : "";
+    return ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) != nullptr ? text : "";
 }
 
 } // namespace orvan_maint

@@ -9,17 +9,17 @@
 
 int hw_spi_open(const char* path, int flags)
 {
-    return open(path, flags);
+    return ::open(path, flags);
 }
 
 int hw_spi_ioctl(int fd, unsigned long request, void* arg)
 {
-    return ioctl(fd, request, arg);
+    return ::ioctl(fd, request, arg);
 }
 
 int hw_spi_close(int fd)
 {
-    return close(fd);
+    return ::close(fd);
 }
 
 void hw_delay_us(uint64_t us)

@@ -33,7 +33,7 @@ Failure join(const Membership& membership, const UniqueFd& folder_mount, const s
     char folder[PATH_MAX];
     const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
     constexpr int kinds = CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS;
-    if (setns(membership.init.get(), kinds) != 0 || setns(membership.network.get(), CLONE_NEWNET) != 0) {
+    if (::setns(membership.init.get(), kinds) != 0 || ::setns(membership.network.get(), CLONE_NEWNET) != 0) {
         return namespace_failure("joining the namespaces of the sandbox");
     }
     if (folder_mount) {
@@ -44,7 +44,7 @@ Failure join(const Membership& membership, const UniqueFd& folder_mount, const s
         }
     }
     // Joining a mount namespace moves the process to its root.
-    if (has_folder && chdir(folder) != 0 && chdir("/") != 0) {
+    if (has_folder && ::chdir(folder) != 0 && ::chdir("/") != 0) {
         return system_failure("changing to /");
     }
     return std::nullopt;
@@ -60,14 +60,14 @@ Result<pid_t> fork_into(const Membership& membership, const std::string& own_fol
         }
         folder_mount = std::move(*copy);
     }
-    const pid_t parent = getpid();
+    const pid_t parent = ::getpid();
     Result<pid_t> pid = fork_through(0, "starting a process in the sandbox",
                                      [&] { return join(membership, folder_mount, own_folder); });
     if (pid && pid.value() == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         // In a sandbox the parent is not to be seen, but there the first process dies with it.
-        if (!membership.init && getppid() != parent) {
-            _exit(1);
+        if (!membership.init && ::getppid() != parent) {
+            ::_exit(1);
         }
     }
     return pid;
@@ -80,7 +80,7 @@ void reset_signals()
     }
     sigset_t none;
     sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 /**
@@ -101,13 +101,13 @@ bool arrange_descriptors(const Command& command)
         moves.emplace_back(command.listen_fds[static_cast<size_t>(index)], kFirstListenFd + index);
     }
     for (auto& [source, target] : moves) {
-        source = fcntl(source, F_DUPFD_CLOEXEC, kFirstListenFd + count);
+        source = ::fcntl(source, F_DUPFD_CLOEXEC, kFirstListenFd + count);
         if (source < 0) {
             return false;
         }
     }
     for (const auto& [source, target] : moves) {
-        if (dup2(source, target) < 0) {
+        if (::dup2(source, target) < 0) {
             return false;
         }
     }
@@ -118,14 +118,14 @@ bool arrange_descriptors(const Command& command)
 {
     reset_signals();
     if (command.own_group) {
-        setpgid(0, 0);
+        ::setpgid(0, 0);
     }
     for (const auto& [name, value] : command.environment) {
-        setenv(name.c_str(), value.c_str(), 1);
+        ::setenv(name.c_str(), value.c_str(), 1);
     }
     if (!command.listen_fds.empty()) {
-        setenv("LISTEN_FDS", std::to_string(command.listen_fds.size()).c_str(), 1);
-        setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+        ::setenv("LISTEN_FDS", std::to_string(command.listen_fds.size()).c_str(), 1);
+        ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
     }
     std::vector<char*> words;
     for (const std::string& word : command.argv) {
@@ -134,15 +134,15 @@ bool arrange_descriptors(const Command& command)
     words.push_back(nullptr);
     // Out of the way of the descriptors that are passed on.
     report.reset(
-        fcntl(report.get(), F_DUPFD_CLOEXEC, kFirstListenFd + static_cast<int>(command.listen_fds.size())));
+        ::fcntl(report.get(), F_DUPFD_CLOEXEC, kFirstListenFd + static_cast<int>(command.listen_fds.size())));
     if (arrange_descriptors(command)) {
-        execvp(words[0], words.data());
+        ::execvp(words[0], words.data());
     }
     const int code = errno;
-    if (write(report.get(), &code, sizeof code) < 0) {
-        _exit(126);
+    if (::write(report.get(), &code, sizeof code) < 0) {
+        ::_exit(126);
     }
-    _exit(127);
+    ::_exit(127);
 }
 
 } // namespace
@@ -150,11 +150,11 @@ bool arrange_descriptors(const Command& command)
 Result<Membership> open_membership(pid_t init_pid, const std::string& network_path)
 {
     Membership membership;
-    membership.init.reset(static_cast<int>(syscall(SYS_pidfd_open, init_pid, 0)));
+    membership.init.reset(static_cast<int>(::syscall(SYS_pidfd_open, init_pid, 0)));
     if (!membership.init) {
         return system_failure("looking for the sandbox's first process");
     }
-    membership.network.reset(open(network_path.c_str(), O_RDONLY | O_CLOEXEC));
+    membership.network.reset(::open(network_path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!membership.network) {
         return system_failure("opening " + network_path);
     }
@@ -167,7 +167,7 @@ Result<pid_t> spawn(const Membership& membership, const Command& command)
         return Error{"starting a program", 0, "no program named", "", false};
     }
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
         return system_failure("creating a pipe");
     }
     UniqueFd reading(ends[0]);
@@ -183,7 +183,7 @@ Result<pid_t> spawn(const Membership& membership, const Command& command)
     int code = 0;
     ssize_t count = 0;
     do {
-        count = read(reading.get(), &code, sizeof code);
+        count = ::read(reading.get(), &code, sizeof code);
     } while (count < 0 && errno == EINTR);
     if (count == static_cast<ssize_t>(sizeof code)) {
         wait_for(pid.value());
@@ -197,7 +197,7 @@ Result<pid_t> spawn_function(const Membership& membership, const std::function<i
     Result<pid_t> pid = fork_into(membership);
     if (pid && pid.value() == 0) {
         reset_signals();
-        _exit(body());
+        ::_exit(body());
     }
     return pid;
 }
@@ -205,7 +205,7 @@ Result<pid_t> spawn_function(const Membership& membership, const std::function<i
 Result<UniqueFd> make_descriptor(const Membership& membership, const std::function<int()>& make)
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         return system_failure("creating a socket pair");
     }
     const UniqueFd outer(ends[0]);
@@ -233,7 +233,7 @@ Result<UniqueFd> make_descriptor(const Membership& membership, const std::functi
             header->cmsg_len = CMSG_LEN(sizeof(int));
             std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
         }
-        return sendmsg(inner.get(), &message, 0) < 0 ? 1 : 0;
+        return ::sendmsg(inner.get(), &message, 0) < 0 ? 1 : 0;
     });
     if (!pid) {
         return pid.error();
@@ -241,7 +241,7 @@ Result<UniqueFd> make_descriptor(const Membership& membership, const std::functi
     inner.reset();
     ssize_t count = 0;
     do {
-        count = recvmsg(outer.get(), &message, MSG_CMSG_CLOEXEC);
+        count = ::recvmsg(outer.get(), &message, MSG_CMSG_CLOEXEC);
     } while (count < 0 && errno == EINTR);
     wait_for(pid.value());
     const cmsghdr* header = count > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
@@ -267,7 +267,7 @@ int wait_for(pid_t pid)
     int status = 0;
     pid_t waited = -1;
     do {
-        waited = waitpid(pid, &status, 0);
+        waited = ::waitpid(pid, &status, 0);
     } while (waited < 0 && errno == EINTR);
     return waited == pid ? exit_code_of(status) : -1;
 }

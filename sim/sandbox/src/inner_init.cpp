@@ -28,7 +28,7 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
 
     // That of the machine's mount namespace: in our own nothing of it can be written soon.
-    const UniqueFd settings(open("/proc/sys", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd settings(::open("/proc/sys", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (Failure failure = unshare_namespace(CLONE_NEWNS, "mount")) {
         return *failure;
     }
@@ -43,7 +43,7 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
         return *failure;
     }
     // The working folder may lie below what has just been mounted over.
-    if (has_folder && chdir(folder) != 0 && chdir("/") != 0) {
+    if (has_folder && ::chdir(folder) != 0 && ::chdir("/") != 0) {
         return system_failure("changing to /");
     }
     return build_network(modules, settings);
@@ -62,12 +62,12 @@ void close_all_but(std::vector<int> kept)
         first = number + 1;
     }
     close_range(first, ~0U, 0);
-    const int null = open("/dev/null", O_RDWR);
+    const int null = ::open("/dev/null", O_RDWR);
     for (int fd = 0; null >= 0 && fd <= 2; ++fd) {
-        dup2(null, fd);
+        ::dup2(null, fd);
     }
     if (null > 2) {
-        close(null);
+        ::close(null);
     }
 }
 
@@ -79,7 +79,7 @@ void reset_signals()
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGCHLD);
-    sigprocmask(SIG_SETMASK, &set, nullptr);
+    ::sigprocmask(SIG_SETMASK, &set, nullptr);
 }
 
 /** Reaps until the inner process ends, or for good when there is none. */
@@ -90,10 +90,11 @@ void reset_signals()
     sigaddset(&set, SIGCHLD);
     while (true) {
         int status = 0;
-        for (pid_t pid = 0; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
+        for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
             if (pid == inner) {
-                const bool told = write(link, &status, sizeof status) == static_cast<ssize_t>(sizeof status);
-                _exit(told ? 0 : 1);
+                const bool told =
+                    ::write(link, &status, sizeof status) == static_cast<ssize_t>(sizeof status);
+                ::_exit(told ? 0 : 1);
             }
         }
         sigwaitinfo(&set, nullptr);
@@ -103,17 +104,17 @@ void reset_signals()
 /** The first process, from its beginning. Returns only in the process that goes on inside. */
 Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_inside)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     // The parent writes the id maps now, and its answer shows that it lived when the death signal was set.
     SetupReport report;
     if (!send_report(link.get(), report) || !receive_report(link.get(), report)) {
-        _exit(1);
+        ::_exit(1);
     }
     Result<std::vector<UniqueFd>> networks = set_up(view, modules);
     struct stat network = {};
     if (!networks) {
         report.set(networks.error());
-    } else if (stat("/proc/self/ns/net", &network) != 0) {
+    } else if (::stat("/proc/self/ns/net", &network) != 0) {
         report.set(system_failure("reading the network namespace"));
     } else {
         report.network_id = network.st_ino;
@@ -123,7 +124,7 @@ Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_ins
     }
     pid_t inner = -1;
     if (!report.failed && go_on_inside) {
-        inner = fork();
+        inner = ::fork();
         if (inner == 0) {
             Begun begun;
             begun.inside = true;
@@ -136,20 +137,20 @@ Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_ins
         }
     }
     reset_signals();
-    prctl(PR_SET_NAME, "orvan-sandbox");
+    ::prctl(PR_SET_NAME, "orvan-sandbox");
     std::vector<int> kept(report.network_fds, report.network_fds + report.networks);
     kept.push_back(link.get());
     close_all_but(kept);
     if (!send_report(link.get(), report) || report.failed) {
-        _exit(1);
+        ::_exit(1);
     }
     reap(link.get(), inner);
 }
 
 Error give_up(pid_t init, const Error& error)
 {
-    kill(init, SIGKILL);
-    while (waitpid(init, nullptr, 0) < 0 && errno == EINTR) {
+    ::kill(init, SIGKILL);
+    while (::waitpid(init, nullptr, 0) < 0 && errno == EINTR) {
     }
     return error;
 }
@@ -159,7 +160,7 @@ Error give_up(pid_t init, const Error& error)
 Result<Begun> begin_sandbox(const View& view, int modules, bool go_on_inside)
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         return system_failure("creating a socket pair");
     }
     UniqueFd outer(ends[0]);

@@ -18,7 +18,7 @@ namespace {
 std::string content(int fd)
 {
     char text[400];
-    const ssize_t count = pread(fd, text, sizeof text, 0);
+    const ssize_t count = ::pread(fd, text, sizeof text, 0);
     std::string line(text, count > 0 ? static_cast<size_t>(count) : 0);
     while (!line.empty() && line.back() == '\n') {
         line.pop_back();
@@ -37,7 +37,7 @@ std::string find_ip_program()
     std::istringstream folders(std::string(path != nullptr ? path : "") + ":/usr/sbin:/sbin:/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
         const std::string candidate = folder + "/ip";
-        if (!folder.empty() && access(candidate.c_str(), X_OK) == 0) {
+        if (!folder.empty() && ::access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }
     }
@@ -50,26 +50,26 @@ Failure run_ip_batch(const std::string& batch, int network_fd)
     if (program.empty()) {
         return Error{"looking for the program ip", 0, "not found", "install the package iproute2", false};
     }
-    const UniqueFd input(memfd_create("ip-batch", MFD_CLOEXEC));
-    const UniqueFd output(memfd_create("ip-errors", MFD_CLOEXEC));
+    const UniqueFd input(::memfd_create("ip-batch", MFD_CLOEXEC));
+    const UniqueFd output(::memfd_create("ip-errors", MFD_CLOEXEC));
     if (!input || !output ||
-        pwrite(input.get(), batch.data(), batch.size(), 0) != static_cast<ssize_t>(batch.size())) {
+        ::pwrite(input.get(), batch.data(), batch.size(), 0) != static_cast<ssize_t>(batch.size())) {
         return system_failure("preparing a batch for ip");
     }
-    const pid_t pid = fork();
+    const pid_t pid = ::fork();
     if (pid < 0) {
         return system_failure("starting ip");
     }
     if (pid == 0) {
-        if (setns(network_fd, CLONE_NEWNET) != 0 || dup2(input.get(), 0) < 0 || dup2(output.get(), 1) < 0 ||
-            dup2(output.get(), 2) < 0) {
-            _exit(126);
+        if (::setns(network_fd, CLONE_NEWNET) != 0 || ::dup2(input.get(), 0) < 0 ||
+            ::dup2(output.get(), 1) < 0 || ::dup2(output.get(), 2) < 0) {
+            ::_exit(126);
         }
-        execl(program.c_str(), "ip", "-batch", "-", static_cast<char*>(nullptr));
-        _exit(127);
+        ::execl(program.c_str(), "ip", "-batch", "-", static_cast<char*>(nullptr));
+        ::_exit(127);
     }
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
         return std::nullopt;

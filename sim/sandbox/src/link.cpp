@@ -16,7 +16,7 @@ bool runs(int socket, const std::string& interface)
 {
     ifreq request = {};
     std::strncpy(request.ifr_name, interface.c_str(), IFNAMSIZ - 1);
-    return ioctl(socket, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0;
+    return ::ioctl(socket, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0;
 }
 
 } // namespace

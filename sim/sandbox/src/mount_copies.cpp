@@ -31,7 +31,7 @@ Result<UniqueFd> copy_mounts(const fs::path& folder)
 Result<UniqueFd> copy_mounts_unprivileged(const fs::path& folder)
 {
     Result<UniqueFd> copy = make_descriptor(
-        Membership(), [&] { return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? open_copy(folder) : -1; });
+        Membership(), [&] { return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? open_copy(folder) : -1; });
     if (!copy) {
         Error error = copy.error();
         error.step = "copying the mount of " + folder.string();

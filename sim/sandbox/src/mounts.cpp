@@ -43,12 +43,12 @@ constexpr const char* kLimits = "/proc/sys/user";
 bool is_there(const fs::path& path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0;
+    return ::stat(path.c_str(), &status) == 0;
 }
 
 Failure bind_mount(const fs::path& from, const fs::path& to)
 {
-    if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+    if (::mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
         return namespace_failure("binding " + from.string() + " to " + to.string());
     }
     return std::nullopt;
@@ -86,7 +86,7 @@ Failure protect_machine()
 
 Failure mount_private_folder(const fs::path& path, const char* options)
 {
-    if (is_there(path) && mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options) != 0) {
+    if (is_there(path) && ::mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options) != 0) {
         return namespace_failure("mounting a private " + path.string());
     }
     return std::nullopt;
@@ -111,7 +111,7 @@ bool is_seen(const UniqueFd& copy, const fs::path& folder)
 {
     struct stat copied = {};
     struct stat seen = {};
-    return fstat(copy.get(), &copied) == 0 && stat(folder.c_str(), &seen) == 0 &&
+    return ::fstat(copy.get(), &copied) == 0 && ::stat(folder.c_str(), &seen) == 0 &&
            copied.st_dev == seen.st_dev && copied.st_ino == seen.st_ino;
 }
 
@@ -125,7 +125,7 @@ Failure attach_writable(const UniqueFd& copy, const fs::path& folder)
 
 Failure make_mounts_private()
 {
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         return namespace_failure("making the mounts private");
     }
     return std::nullopt;
@@ -161,7 +161,7 @@ Failure mount_view(const View& view)
 
 Failure mount_proc()
 {
-    if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
+    if (::mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
         if (errno != EPERM) {
             return namespace_failure("mounting /proc");
         }

@@ -22,8 +22,8 @@ namespace {
 
 Failure write_file(const std::string& path, const std::string& text, const char* step)
 {
-    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!file || write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!file || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         return namespace_failure(step);
     }
     return std::nullopt;
@@ -63,7 +63,7 @@ pid_t fork_with_one_thread()
 #ifdef __SANITIZE_THREAD__
     return _Fork();
 #else
-    return fork();
+    return ::fork();
 #endif
 }
 
@@ -73,7 +73,7 @@ Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
                            const std::function<Failure()>& prepare)
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
         return system_failure("creating a pipe");
     }
     UniqueFd reading(ends[0]);
@@ -88,7 +88,7 @@ Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
             report.set(*failure);
         } else {
             // The raw call: only the kernel's clone makes the child a sibling.
-            const long pid = syscall(SYS_clone, clone_flags | CLONE_PARENT | SIGCHLD, 0, 0, 0, 0);
+            const long pid = ::syscall(SYS_clone, clone_flags | CLONE_PARENT | SIGCHLD, 0, 0, 0, 0);
             if (pid == 0) {
                 return 0;
             }
@@ -98,12 +98,12 @@ Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
             }
         }
         send_report(writing.get(), report);
-        _exit(0);
+        ::_exit(0);
     }
     writing.reset();
     SetupReport report;
     const bool received = receive_report(reading.get(), report);
-    while (waitpid(between, nullptr, 0) < 0 && errno == EINTR) {
+    while (::waitpid(between, nullptr, 0) < 0 && errno == EINTR) {
     }
     if (!received) {
         return Error{step, 0, "the process in between ended", "", false};
@@ -117,18 +117,18 @@ Result<pid_t> fork_through(unsigned long clone_flags, const std::string& step,
 Failure write_id_maps(pid_t pid)
 {
     const std::string folder = "/proc/" + std::to_string(pid);
-    if (geteuid() == 0 &&
+    if (::geteuid() == 0 &&
         !write_file(folder + "/uid_map", identity_map("/proc/self/uid_map"), "writing the user map")) {
         return write_file(folder + "/gid_map", identity_map("/proc/self/gid_map"), "writing the group map");
     }
     if (Failure failure = write_file(folder + "/setgroups", "deny", "denying setgroups")) {
         return failure;
     }
-    if (Failure failure = write_file(folder + "/uid_map", "0 " + std::to_string(geteuid()) + " 1\n",
+    if (Failure failure = write_file(folder + "/uid_map", "0 " + std::to_string(::geteuid()) + " 1\n",
                                      "writing the user map")) {
         return failure;
     }
-    return write_file(folder + "/gid_map", "0 " + std::to_string(getegid()) + " 1\n",
+    return write_file(folder + "/gid_map", "0 " + std::to_string(::getegid()) + " 1\n",
                       "writing the group map");
 }
 
@@ -137,7 +137,7 @@ Failure lock_mounts()
     std::error_code code;
     const std::string own_pid = std::filesystem::read_symlink("/proc/self", code);
     int ends[2];
-    if (code || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (code || ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         return system_failure("preparing a second user namespace");
     }
     UniqueFd own_end(ends[0]);
@@ -156,7 +156,7 @@ Failure lock_mounts()
             }
             send_report(helpers_end.get(), report);
         }
-        _exit(0);
+        ::_exit(0);
     }
     helpers_end.reset();
     Failure failure = unshare_namespace(CLONE_NEWUSER | CLONE_NEWNS, "second user");
@@ -166,14 +166,14 @@ Failure lock_mounts()
         failure = report.error();
     }
     own_end.reset();
-    while (waitpid(helper, nullptr, 0) < 0 && errno == EINTR) {
+    while (::waitpid(helper, nullptr, 0) < 0 && errno == EINTR) {
     }
     return failure;
 }
 
 Failure unshare_namespace(int flag, const char* name)
 {
-    if (unshare(flag) != 0) {
+    if (::unshare(flag) != 0) {
         return creation_failure(std::string("creating the ") + name + " namespace");
     }
     return std::nullopt;

@@ -28,7 +28,7 @@ Result<UniqueFd> new_network()
         return *failure;
     }
     // Inherited by `ip`, which moves the far ends of the links through these descriptors.
-    UniqueFd network(open("/proc/self/ns/net", O_RDONLY));
+    UniqueFd network(::open("/proc/self/ns/net", O_RDONLY));
     if (!network) {
         return system_failure("opening the network namespace");
     }
@@ -83,11 +83,11 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
 Failure reuse_ports(int network_fd, const UniqueFd& settings)
 {
     // The settings that are found below /proc/sys/net are those of the process's network.
-    if (setns(network_fd, CLONE_NEWNET) != 0) {
+    if (::setns(network_fd, CLONE_NEWNET) != 0) {
         return system_failure("entering a network namespace");
     }
-    const UniqueFd setting(openat(settings.get(), "net/ipv4/tcp_tw_reuse", O_WRONLY | O_CLOEXEC));
-    if (setting && write(setting.get(), "1\n", 2) != 2) {
+    const UniqueFd setting(::openat(settings.get(), "net/ipv4/tcp_tw_reuse", O_WRONLY | O_CLOEXEC));
+    if (setting && ::write(setting.get(), "1\n", 2) != 2) {
         return system_failure("setting net.ipv4.tcp_tw_reuse");
     }
     return std::nullopt;
@@ -95,7 +95,7 @@ Failure reuse_ports(int network_fd, const UniqueFd& settings)
 
 Failure wait_for_links(int network_fd, const std::vector<std::string>& interfaces)
 {
-    if (setns(network_fd, CLONE_NEWNET) != 0) {
+    if (::setns(network_fd, CLONE_NEWNET) != 0) {
         return system_failure("entering a network namespace");
     }
     const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -156,7 +156,7 @@ Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& setting
         return *failure;
     }
     for (const UniqueFd& network : networks) {
-        fcntl(network.get(), F_SETFD, FD_CLOEXEC);
+        ::fcntl(network.get(), F_SETFD, FD_CLOEXEC);
     }
     return networks;
 }

@@ -43,17 +43,17 @@ Error unknown_role(Role role)
     int status = 0;
     ssize_t count = 0;
     do {
-        count = read(begun.link.get(), &status, sizeof status);
+        count = ::read(begun.link.get(), &status, sizeof status);
     } while (count < 0 && errno == EINTR);
     wait_for(begun.init);
     if (count != static_cast<ssize_t>(sizeof status)) {
-        _exit(128 + SIGKILL);
+        ::_exit(128 + SIGKILL);
     }
     if (WIFSIGNALED(status)) {
         std::signal(WTERMSIG(status), SIG_DFL);
         std::raise(WTERMSIG(status));
     }
-    _exit(exit_code_of(status));
+    ::_exit(exit_code_of(status));
 }
 
 } // namespace
@@ -117,7 +117,7 @@ void Sandbox::stop()
     if (m_init < 1) {
         return;
     }
-    kill(m_init, SIGKILL);
+    ::kill(m_init, SIGKILL);
     // The first process is gone only when its namespace is empty, and our own children in there count until
     // reaped.
     for (const UniqueFd& child : m_children) {
@@ -139,7 +139,7 @@ Result<pid_t> Sandbox::keep(Result<pid_t> started)
             return waitid(P_PIDFD, static_cast<id_t>(child.get()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 &&
                    errno == ECHILD;
         });
-        m_children.emplace_back(static_cast<int>(syscall(SYS_pidfd_open, started.value(), 0)));
+        m_children.emplace_back(static_cast<int>(::syscall(SYS_pidfd_open, started.value(), 0)));
     }
     return started;
 }
@@ -160,7 +160,7 @@ Result<pid_t> Sandbox::spawn(Role role, const std::function<int()>& body)
     }
     return keep(spawn_function(m_roles[static_cast<size_t>(role.index())], [&] {
         for (const auto& [name, value] : m_environment) {
-            setenv(name.c_str(), value.c_str(), 1);
+            ::setenv(name.c_str(), value.c_str(), 1);
         }
         return body();
     }));
@@ -221,7 +221,7 @@ Result<Inside> enter(const Options& options)
     }
     const Result<Environment> environment = sandbox_environment(state.value(), begun->network_id);
     for (const auto& [name, value] : environment.value()) {
-        setenv(name.c_str(), value.c_str(), 1);
+        ::setenv(name.c_str(), value.c_str(), 1);
     }
     Inside inside;
     inside.m_networks = std::move(begun->networks);
@@ -233,15 +233,15 @@ RoleScope::RoleScope(const Inside& inside, Role role)
     if (role.index() >= static_cast<int>(inside.m_networks.size())) {
         return;
     }
-    m_back.reset(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+    m_back.reset(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
     m_entered =
-        m_back && setns(inside.m_networks[static_cast<size_t>(role.index())].get(), CLONE_NEWNET) == 0;
+        m_back && ::setns(inside.m_networks[static_cast<size_t>(role.index())].get(), CLONE_NEWNET) == 0;
 }
 
 RoleScope::~RoleScope()
 {
     if (m_entered) {
-        setns(m_back.get(), CLONE_NEWNET);
+        ::setns(m_back.get(), CLONE_NEWNET);
     }
 }
 

@@ -29,7 +29,7 @@ bool send_report(int fd, const SetupReport& report)
 {
     ssize_t count = 0;
     do {
-        count = write(fd, &report, sizeof report);
+        count = ::write(fd, &report, sizeof report);
     } while (count < 0 && errno == EINTR);
     return count == static_cast<ssize_t>(sizeof report);
 }
@@ -38,7 +38,7 @@ bool receive_report(int fd, SetupReport& report)
 {
     ssize_t count = 0;
     do {
-        count = read(fd, &report, sizeof report);
+        count = ::read(fd, &report, sizeof report);
     } while (count < 0 && errno == EINTR);
     return count == static_cast<ssize_t>(sizeof report);
 }

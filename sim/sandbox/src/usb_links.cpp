@@ -31,7 +31,7 @@ void add_adapter(const std::string& interface, const std::string& device, const 
 
 Failure mount_usb_links(int modules)
 {
-    if (mount("tmpfs", kClassNet.c_str(), "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=755") != 0) {
+    if (::mount("tmpfs", kClassNet.c_str(), "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=755") != 0) {
         return namespace_failure("mounting a private /sys/class/net");
     }
     std::error_code code;

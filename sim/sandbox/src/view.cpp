@@ -17,14 +17,14 @@ namespace {
 bool is_own_home(const fs::path& home)
 {
     struct stat status = {};
-    return home.is_absolute() && home != "/" && stat(home.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-           status.st_uid == geteuid();
+    return home.is_absolute() && home != "/" && ::stat(home.c_str(), &status) == 0 &&
+           S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
 }
 
 std::vector<fs::path> own_homes()
 {
     std::vector<fs::path> homes;
-    const passwd* entry = getpwuid(geteuid());
+    const passwd* entry = getpwuid(::geteuid());
     for (const char* name : {std::getenv("HOME"), entry != nullptr ? entry->pw_dir : nullptr}) {
         std::error_code code;
         const fs::path home = name != nullptr ? fs::canonical(name, code) : fs::path();

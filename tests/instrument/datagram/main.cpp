@@ -22,14 +22,14 @@ constexpr int kPatienceMs = 5000;
 bool receive(int fd)
 {
     pollfd waiting = {fd, POLLIN, 0};
-    if (poll(&waiting, 1, kPatienceMs) <= 0) {
+    if (::poll(&waiting, 1, kPatienceMs) <= 0) {
         return false;
     }
     unsigned char datagram[2048];
     sockaddr_in from = {};
     socklen_t size = sizeof from;
     const ssize_t received =
-        recvfrom(fd, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr*>(&from), &size);
+        ::recvfrom(fd, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr*>(&from), &size);
     if (received < 0) {
         return false;
     }
@@ -48,17 +48,17 @@ int main(int argc, char** argv)
     if (argc < 4) {
         return 2;
     }
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int on = 1;
-    setsockopt(fd.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    ::setsockopt(fd.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_addr.s_addr = inet_addr(argv[1]);
     to.sin_port = htons(static_cast<uint16_t>(std::atoi(argv[2])));
     for (int i = 4; i < argc; ++i) {
         const std::string datagram = orvan_test::from_hex(argv[i]);
-        if (sendto(fd.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-                   sizeof to) < 0) {
+        if (::sendto(fd.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                     sizeof to) < 0) {
             std::perror("orvan-datagram");
             return 1;
         }

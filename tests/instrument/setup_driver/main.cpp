@@ -95,7 +95,7 @@ int main(int argc, char** argv)
     }
     std::signal(SIGPIPE, SIG_IGN);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    openlog("library", LOG_PERROR, LOG_USER);
+    ::openlog("library", LOG_PERROR, LOG_USER);
     setlogmask(LOG_UPTO(LOG_INFO));
     HaldeElec::OrvanDebug::SetLogMode(kNoDebugLog); // its file would stand where the driver was started
     // Settings in memory: nothing here reaches for their EEPROM.

@@ -30,8 +30,8 @@ mode_t mode_of(const std::string& path)
 
 class FsUtils : public ::testing::Test {
 protected:
-    void SetUp() override { m_mask = umask(022); }
-    void TearDown() override { umask(m_mask); }
+    void SetUp() override { m_mask = ::umask(022); }
+    void TearDown() override { ::umask(m_mask); }
 
     TempFolder folder;
     std::string path = folder / "file";
@@ -276,7 +276,7 @@ TEST_F(FsUtils, EmptyingAFolderTakesTheFoldersInItBeforeTheFiles)
             write_file(folder / name, "done");
         }
     }
-    const UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    const UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     ASSERT_GE(inotify_add_watch(watch.get(), folder.path().c_str(), IN_DELETE), 0);
     InterposedCalls calls;
     EXPECT_EQ(OrvanFSUtils::delete_files_in_dir(folder.path().c_str()), 0);
@@ -284,7 +284,7 @@ TEST_F(FsUtils, EmptyingAFolderTakesTheFoldersInItBeforeTheFiles)
 
     std::string gone; // F for a folder, . for anything else
     alignas(inotify_event) char events[16384];
-    const ssize_t size = read(watch.get(), events, sizeof events);
+    const ssize_t size = ::read(watch.get(), events, sizeof events);
     for (ssize_t at = 0; at < size;) {
         const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
         gone += (event->mask & IN_ISDIR) != 0 ? 'F' : '.';

@@ -56,20 +56,20 @@ extern "C" {
 
 ssize_t write(int fd, const void* data, size_t size)
 {
-    return let_through("write") ? syscall(SYS_write, fd, data, limited(size)) : -1;
+    return let_through("write") ? ::syscall(SYS_write, fd, data, limited(size)) : -1;
 }
 
 ssize_t read(int fd, void* data, size_t size)
 {
-    return let_through("read") ? syscall(SYS_read, fd, data, limited(size)) : -1;
+    return let_through("read") ? ::syscall(SYS_read, fd, data, limited(size)) : -1;
 }
 
 int fsync(int fd)
 {
     struct stat info = {};
-    fstat(fd, &info);
+    ::fstat(fd, &info);
     const char* name = S_ISDIR(info.st_mode) ? "fsync folder" : "fsync file";
-    return let_through(name) ? static_cast<int>(syscall(SYS_fsync, fd)) : -1;
+    return let_through(name) ? static_cast<int>(::syscall(SYS_fsync, fd)) : -1;
 }
 
 int rename(const char* from, const char* to) noexcept
@@ -77,6 +77,6 @@ int rename(const char* from, const char* to) noexcept
     if (g_watcher != nullptr) {
         g_watcher->renamed_from = from;
     }
-    return let_through("rename") ? static_cast<int>(syscall(SYS_renameat2, -100, from, -100, to, 0)) : -1;
+    return let_through("rename") ? static_cast<int>(::syscall(SYS_renameat2, -100, from, -100, to, 0)) : -1;
 }
 }

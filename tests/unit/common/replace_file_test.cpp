@@ -49,9 +49,9 @@ TEST_F(ReplaceFile, MakesOrReplacesTheWholeFile)
 
 TEST_F(ReplaceFile, FileIsForAllToReadWhateverTheMask)
 {
-    const mode_t mask = umask(077);
+    const mode_t mask = ::umask(077);
     EXPECT_TRUE(replace(path, "x"));
-    umask(mask);
+    ::umask(mask);
     struct stat info = {};
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0644u);

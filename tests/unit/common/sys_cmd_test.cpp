@@ -170,7 +170,7 @@ TEST(SysCmd, BackgroundProcessIsNotWaitedFor)
     EXPECT_EQ(result.code, 4);
     EXPECT_EQ(result.output, "started\n");
     // The background process waits for somebody to open the pipe, and ends when it is closed.
-    close(open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
+    ::close(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
 }
 
 TEST(SysCmd, BackgroundProcessThatNeverStopsWritingIsNotWaitedFor)
@@ -187,14 +187,14 @@ TEST(SysCmd, InputIsEmpty)
     int pipe[2];
     ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
     ASSERT_EQ(write(pipe[1], "typed", 5), 5);
-    close(pipe[1]);
-    const int before = dup(STDIN_FILENO);
-    dup2(pipe[0], STDIN_FILENO);
+    ::close(pipe[1]);
+    const int before = ::dup(STDIN_FILENO);
+    ::dup2(pipe[0], STDIN_FILENO);
     const Result result = read_command("cat; echo end");
     const int code = run_system_cmd("[ -z \"$(cat)\" ]");
-    dup2(before, STDIN_FILENO);
-    close(before);
-    close(pipe[0]);
+    ::dup2(before, STDIN_FILENO);
+    ::close(before);
+    ::close(pipe[0]);
     EXPECT_EQ(result.output, "end\n");
     EXPECT_EQ(code, 0);
 }
@@ -206,28 +206,28 @@ TEST(SysCmd, DescriptorsOfTheCallerDoNotReachTheCommand)
     const char* command = "[ -e /proc/$$/fd/77 ] && exit 1; [ -e /proc/$$/fd/3 ] && exit 2; exit 0";
     EXPECT_EQ(run_system_cmd(command), 0);
     EXPECT_EQ(read_command(command).code, 0);
-    close(kSocket);
+    ::close(kSocket);
 }
 
 TEST(SysCmd, WorksWhenTheCallersStandardDescriptorsAreClosed)
 {
-    const int input = dup(STDIN_FILENO);
-    const int output = dup(STDOUT_FILENO);
-    const int error = dup(STDERR_FILENO);
+    const int input = ::dup(STDIN_FILENO);
+    const int output = ::dup(STDOUT_FILENO);
+    const int error = ::dup(STDERR_FILENO);
     Result results[4];
     int next = 0;
-    close(STDIN_FILENO);
+    ::close(STDIN_FILENO);
     results[next++] = read_command("cat; echo a");
-    close(STDOUT_FILENO);
+    ::close(STDOUT_FILENO);
     results[next++] = read_command("cat; echo a");
-    close(STDERR_FILENO);
+    ::close(STDERR_FILENO);
     results[next++] = read_command("cat; echo a");
-    dup2(input, STDIN_FILENO);
+    ::dup2(input, STDIN_FILENO);
     results[next++] = read_command("cat; echo a");
-    dup2(output, STDOUT_FILENO);
-    dup2(error, STDERR_FILENO);
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(error, STDERR_FILENO);
     for (int descriptor : {input, output, error}) {
-        close(descriptor);
+        ::close(descriptor);
     }
     for (const Result& result : results) {
         EXPECT_EQ(result.code, 0);
@@ -242,10 +242,10 @@ TEST(SysCmd, SignalsOfTheCommandAreAtTheirDefaults)
     sigset_t before;
     sigemptyset(&term);
     sigaddset(&term, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &term, &before);
+    ::pthread_sigmask(SIG_BLOCK, &term, &before);
     EXPECT_EQ(run_system_cmd("kill -PIPE $$"), 128 + SIGPIPE);
     EXPECT_EQ(run_system_cmd("kill -TERM $$"), 128 + SIGTERM);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN) << "the caller's own are as they were";
 }
 
@@ -266,13 +266,13 @@ TEST(SysCmd, NoDescriptorsLeftMeansNothingRun)
 {
     std::vector<int> taken;
     int descriptor = -1;
-    while ((descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && taken.size() < 100000) {
+    while ((descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && taken.size() < 100000) {
         taken.push_back(descriptor);
     }
     char buffer[8] = "?";
     const int code = read_system_cmd("exit 0", buffer, sizeof buffer);
     for (int one : taken) {
-        close(one);
+        ::close(one);
     }
     EXPECT_EQ(code, -1);
     EXPECT_STREQ(buffer, "");

@@ -21,7 +21,7 @@ TempFolder::TempFolder()
 TempFolder::~TempFolder()
 {
     if (!m_mounted.empty()) {
-        umount2(m_mounted.c_str(), MNT_DETACH);
+        ::umount2(m_mounted.c_str(), MNT_DETACH);
     }
     std::error_code error;
     fs::remove_all(m_path, error);
@@ -39,10 +39,10 @@ std::vector<std::string> TempFolder::names() const
 
 std::string TempFolder::mount_small(size_t bytes, const std::string& name)
 {
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(CLONE_NEWNS) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+    const uid_t user = ::geteuid();
+    const gid_t group = ::getegid();
+    if (::unshare(CLONE_NEWNS) != 0) {
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
             return std::string("no mount namespace: ") + std::strerror(errno);
         }
         write_file("/proc/self/setgroups", "deny");
@@ -51,8 +51,8 @@ std::string TempFolder::mount_small(size_t bytes, const std::string& name)
     }
     const std::string place = name.empty() ? m_path : *this / name;
     const std::string size = "size=" + std::to_string(bytes);
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", place.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", place.c_str(), "tmpfs", 0, size.c_str()) != 0) {
         return std::string("no file system of its own: ") + std::strerror(errno);
     }
     m_mounted = place;
@@ -61,5 +61,5 @@ std::string TempFolder::mount_small(size_t bytes, const std::string& name)
 
 bool TempFolder::make_read_only()
 {
-    return mount("none", m_mounted.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    return ::mount("none", m_mounted.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }

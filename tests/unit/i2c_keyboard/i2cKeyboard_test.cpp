@@ -241,7 +241,7 @@ TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
 {
     const int fd = wiringPiI2CSetup(0x34);
     tca8418_configure(fd, 6, 10);
-    close(fd);
+    ::close(fd);
     for (int col = 0; col < 3; ++col) {
         ASSERT_TRUE(chip.press(1, col));
     }
@@ -341,7 +341,7 @@ TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing
 
 TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
 {
-    const int standard_input = dup(STDIN_FILENO);
+    const int standard_input = ::dup(STDIN_FILENO);
     wiringPiSetup();
     board->trace().clear();
     board->i2c().open_next_as(STDIN_FILENO);
@@ -352,8 +352,8 @@ TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
     )"));
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
     if (standard_input >= 0) {
-        dup2(standard_input, STDIN_FILENO);
-        close(standard_input);
+        ::dup2(standard_input, STDIN_FILENO);
+        ::close(standard_input);
     }
 }
 
@@ -499,7 +499,7 @@ TEST(KeyboardSocket, GivesUpOnAListenerThatNeverAcceptsWithinItsLimit)
     EXPECT_GE(failed, 1);
     EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
     redirect_panel_port(0);
-    close(listener);
+    ::close(listener);
 }
 
 } // namespace

@@ -46,7 +46,7 @@ extern "C" int connect(int fd, const sockaddr* address, socklen_t size)
     {
         std::lock_guard lock(attempts().mutex);
         ++attempts().count;
-        const bool closed_in_children = (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+        const bool closed_in_children = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
         attempts().calls.push_back(std::string("connect ") + inet_ntoa(peer->sin_addr) +
                                    (closed_in_children ? "" : ", inherited"));
         const int port = attempts().port != 0 ? attempts().port : kNobody;
@@ -106,24 +106,24 @@ PanelProgram::PanelProgram() : m_listener(listen_on_loopback("127.0.0.1", 128)),
 PanelProgram::~PanelProgram()
 {
     redirect_panel_port(0);
-    shutdown(m_listener, SHUT_RDWR);
+    ::shutdown(m_listener, SHUT_RDWR);
     m_thread.join();
-    close(m_listener);
+    ::close(m_listener);
 }
 
 void PanelProgram::serve()
 {
     for (;;) {
-        const int fd = accept(m_listener, nullptr, nullptr);
+        const int fd = ::accept(m_listener, nullptr, nullptr);
         if (fd < 0) {
             return;
         }
         std::string received;
         char bytes[16];
-        for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;) {
+        for (ssize_t count = 0; (count = ::read(fd, bytes, sizeof bytes)) > 0;) {
             received.append(bytes, static_cast<size_t>(count));
         }
-        close(fd);
+        ::close(fd);
         std::lock_guard lock(m_mutex);
         m_connections.push_back(received);
         m_arrived.notify_all();

@@ -67,7 +67,7 @@ struct FailsUntil : sim_board::I2cDevice {
 
 class Tca8418Driver : public testing::Test {
 protected:
-    ~Tca8418Driver() override { close(fd); }
+    ~Tca8418Driver() override { ::close(fd); }
 
     static Event take(int descriptor)
     {

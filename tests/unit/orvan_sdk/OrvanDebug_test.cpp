@@ -219,7 +219,7 @@ TEST_F(DebugLog, ModesZeroOneTwoAndFourAreTakenAndEveryOtherBecomesFour)
 
 TEST_F(DebugLog, TheDateAndTimeAreLocal)
 {
-    setenv("TZ", "XXX-05:30", 1);
+    ::setenv("TZ", "XXX-05:30", 1);
     tzset();
     const std::time_t before = std::time(nullptr);
     const std::string text = OrvanDebug::currentDateTime();

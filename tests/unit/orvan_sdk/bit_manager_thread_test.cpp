@@ -225,7 +225,7 @@ TEST_F(PeriodicTest, ExceptionOfATestEndsTheProcess)
         const auto fail = [](void*) -> int { throw std::runtime_error("broken"); };
         BITManager::getInstance(1)->registerTest(CBIT, {"a", fail, nullptr, true});
         std::this_thread::sleep_for(10s); // the next step is due in one
-        _exit(25);
+        ::_exit(25);
     };
     EXPECT_EXIT(live(), ::testing::KilledBySignal(SIGABRT), "");
 }
@@ -235,12 +235,12 @@ TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto live_and_end = [] {
         // Runs behind the manager's own end, as it was registered first.
-        std::atexit([] { _exit(sim_board::current_board()->clock().sleepers() == 0 ? 23 : 24); });
+        std::atexit([] { ::_exit(sim_board::current_board()->clock().sleepers() == 0 ? 23 : 24); });
         sim_board::set_current_board(
             std::make_shared<sim_board::Board>(sim_board::kPortableWiring, Clock::Mode::kRealTime));
         BITManager::getInstance(1);
         if (!sim_board::current_board()->clock().wait_for_sleepers(1)) {
-            _exit(25);
+            ::_exit(25);
         }
         std::exit(0);
     };

@@ -68,22 +68,22 @@ TEST_F(LoadDatabase, AnotherProcessSeesTheRecordsSideBySide)
     ASSERT_EQ(orvanx->load_database(0), 0);
     char value[] = "77";
     ASSERT_EQ(orvanx->update_db(2, ODT_FREQ, value, sizeof value), 0);
-    const int fd = shm_open(g_shmemName, O_RDONLY, 0);
+    const int fd = ::shm_open(g_shmemName, O_RDONLY, 0);
     ASSERT_GE(fd, 0);
     double frequency = 0;
     EXPECT_EQ(pread(fd, &frequency, sizeof frequency, 1816 + 200), 8);
     EXPECT_EQ(frequency, 77.0);
-    close(fd);
+    ::close(fd);
 }
 
 TEST_F(LoadDatabase, TheObjectIsOpenToAllButWhatTheUmaskTakes)
 {
     for (const mode_t mask : {0, 027}) {
         ASSERT_TRUE(shm_unlink(g_shmemName) == 0 || errno == ENOENT);
-        const mode_t before = umask(mask);
+        const mode_t before = ::umask(mask);
         orvanx->setNumberofChannels(1);
         EXPECT_EQ(orvanx->load_database(0), 0);
-        umask(before);
+        ::umask(before);
         struct stat info = {};
         ASSERT_EQ(stat(("/dev/shm" + files.object()).c_str(), &info), 0);
         EXPECT_EQ(info.st_mode & 07777, 0666 & ~mask);
@@ -96,7 +96,7 @@ TEST_F(LoadDatabase, TheObjectIsOpenToAllButWhatTheUmaskTakes)
 
 TEST_F(LoadDatabase, ALeftOverObjectIsTakenOverAndCutToSize)
 {
-    const int fd = shm_open(g_shmemName, O_RDWR | O_CREAT, 0600);
+    const int fd = ::shm_open(g_shmemName, O_RDWR | O_CREAT, 0600);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(ftruncate(fd, 4 * 1816), 0);
     const double old_power = 9.5;
@@ -107,7 +107,7 @@ TEST_F(LoadDatabase, ALeftOverObjectIsTakenOverAndCutToSize)
     const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(1));
     EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1234567.0); // in the setup
     EXPECT_EQ(record.ANALOGOUTPUT.Power, 9.5);           // not in it
-    close(fd);
+    ::close(fd);
 }
 
 TEST_F(LoadDatabase, ASetupThatCannotBeReadLeavesTheRecordsMapped)

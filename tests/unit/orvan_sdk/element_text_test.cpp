@@ -205,7 +205,8 @@ TEST(UpdateElement, ATextKeepsOneByteLessThanItsField)
 TEST(UpdateElement, ATextIsReadNoFurtherThanItsFieldTakes)
 {
     constexpr size_t kPage = 4096;
-    void* const pages = mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const pages =
+        ::mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(pages, MAP_FAILED);
     ASSERT_EQ(mprotect(static_cast<char*>(pages) + kPage, kPage, PROT_NONE), 0);
     char* const without_end = static_cast<char*>(pages) + kPage - 31;
@@ -214,7 +215,7 @@ TEST(UpdateElement, ATextIsReadNoFurtherThanItsFieldTakes)
     const OrvanElementData element{0, 1.0, TYPE_STRING, sizeof record, eSendNone};
     update_orvan_DB(record, &element, without_end);
     EXPECT_EQ(reinterpret_cast<const char*>(record), std::string(31, 'x'));
-    munmap(pages, 2 * kPage);
+    ::munmap(pages, 2 * kPage);
 }
 
 TEST(UpdateElement, ATextFieldWithoutSizeIsNotTouched)

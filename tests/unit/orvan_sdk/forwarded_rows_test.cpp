@@ -250,7 +250,7 @@ TEST_P(ForwardedRows, AnswerForAModuleThatIsNotThere)
 {
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(closed));
-    close(closed);
+    ::close(closed);
     for (const ForwardedHeader& header : headers()) {
         if (header.parameters != nullptr) {
             EXPECT_EQ(ask(with(short_header(header.pattern), header.parameters)), kUnreachable)

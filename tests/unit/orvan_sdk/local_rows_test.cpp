@@ -310,7 +310,7 @@ TEST_P(LocalRows, AnswerForAModuleThatIsNotThere)
     for (uint32_t& port : orvanx->m_OrvanXport) {
         port = static_cast<uint32_t>(local_port(closed));
     }
-    close(closed);
+    ::close(closed);
     for (const LocalRow& row : rows()) {
         const std::string line = with(short_header(row.pattern), row.parameters);
         const bool fails = !std::string_view(row.asked).empty() && std::string_view(row.pattern) != "*TST";

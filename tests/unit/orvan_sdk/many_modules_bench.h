@@ -24,7 +24,7 @@ protected:
     {
         const int closed = listen_on_loopback();
         orvanx->m_OrvanXport[channel - 1] = static_cast<uint32_t>(local_port(closed));
-        close(closed);
+        ::close(closed);
     }
 
     /** Connections to all modules. */

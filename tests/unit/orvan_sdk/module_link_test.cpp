@@ -29,8 +29,8 @@ public:
         peer.sin_port = htons(static_cast<uint16_t>(m_port));
         peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         for (int& fd : m_fillers) {
-            fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
+            fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            ::connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
         }
     }
 
@@ -39,10 +39,10 @@ public:
         if (m_refuser.joinable()) {
             m_refuser.join();
         } else {
-            close(m_listener);
+            ::close(m_listener);
         }
         for (int fd : m_fillers) {
-            close(fd);
+            ::close(fd);
         }
     }
 
@@ -56,7 +56,7 @@ public:
             while (hanging() <= before && steady_clock::now() < deadline) {
                 std::this_thread::sleep_for(milliseconds(5));
             }
-            close(m_listener);
+            ::close(m_listener);
         });
     }
 
@@ -201,7 +201,7 @@ TEST_F(ModuleLink, ClosedPortIsUnableToConnectAtOnce)
 {
     const int listener = listen_on_loopback();
     const int port = local_port(listener);
-    close(listener);
+    ::close(listener);
     EXPECT_EQ(ask_module("x\r\n", port), "-ERR Unable to connect");
     // Kernels differ in whether a non-blocking connect reports the refusal itself or behind the wait.
     EXPECT_THAT(logs.lines(), testing::AnyOf(info({"Unable to connect\n"}),
@@ -275,11 +275,11 @@ TEST_F(ModuleLink, WithoutADescriptorThereIsNoSocketAndNoLogLine)
 {
     Scpi_Orvanx* const service = orvanx; // the sanitizer's check of `this` needs a descriptor too
     rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
+    ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{0, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
+    ::setrlimit(RLIMIT_NOFILE, &none);
     const std::string reply = service->SendSCPIOrvanX("x\r\n", 3, "127.0.0.1", 1);
-    setrlimit(RLIMIT_NOFILE, &before);
+    ::setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(reply, "-ERR Unable to create socket");
     EXPECT_TRUE(logs.lines().empty());
 }
@@ -299,23 +299,23 @@ protected:
     /** Lets the next socket have a number above 1023. */
     bool reach()
     {
-        getrlimit(RLIMIT_NOFILE, &m_limit);
+        ::getrlimit(RLIMIT_NOFILE, &m_limit);
         if (m_limit.rlim_max < 4096) {
             return false;
         }
         const rlimit raised{4096, m_limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &raised);
+        ::setrlimit(RLIMIT_NOFILE, &raised);
         while (m_fillers.empty() || m_fillers.back() < 2047) {
-            m_fillers.push_back(dup(STDERR_FILENO));
+            m_fillers.push_back(::dup(STDERR_FILENO));
         }
         return true;
     }
     ~HighDescriptor() override
     {
         for (int fd : m_fillers) {
-            close(fd);
+            ::close(fd);
         }
-        setrlimit(RLIMIT_NOFILE, &m_limit);
+        ::setrlimit(RLIMIT_NOFILE, &m_limit);
     }
 
 private:

@@ -44,9 +44,9 @@ public:
         mq_attr attributes{};
         attributes.mq_maxmsg = 1;
         attributes.mq_msgsize = 1;
-        const std::string queue = "/orvan-update-" + std::to_string(getpid());
-        m_queue = mq_open(queue.c_str(), O_CREAT | O_RDWR, 0600, &attributes);
-        mq_unlink(queue.c_str());
+        const std::string queue = "/orvan-update-" + std::to_string(::getpid());
+        m_queue = ::mq_open(queue.c_str(), O_CREAT | O_RDWR, 0600, &attributes);
+        ::mq_unlink(queue.c_str());
         EXPECT_GE(m_queue, 0);
         fs::create_symlink("/proc/self/fd/" + std::to_string(m_queue), kUpgradeFolder / name);
         EXPECT_EQ(get_file_size((kUpgradeFolder / name).c_str()), 80);
@@ -286,7 +286,7 @@ TEST_F(ModuleUpdate, SoftwareCountsADeadModuleAsOneThatRefuses)
     expect_request(software_request("abc"), kAllAccept);
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(closed));
-    close(closed);
+    ::close(closed);
     EXPECT_FALSE(orvanx->sendSoftwareUpdate());
     EXPECT_EQ(lines(LOG_ERR), Lines{"OrvanX module 0 software update failed"});
     EXPECT_EQ(modules[2].requests(), Lines{software_request("abc")});
@@ -445,7 +445,7 @@ TEST_F(ModuleUpdate, FileSizeIsThatOfTheFileOrMinusOne)
     EXPECT_EQ(get_file_size(put_image("b", "").c_str()), 0);
     EXPECT_EQ(get_file_size((kUpgradeFolder / "none").c_str()), -1);
     ASSERT_EQ(mkfifo((kUpgradeFolder / "pipe").c_str(), 0600), 0);
-    const int writer = open((kUpgradeFolder / "pipe").c_str(), O_RDWR | O_CLOEXEC);
+    const int writer = ::open((kUpgradeFolder / "pipe").c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(get_file_size((kUpgradeFolder / "pipe").c_str()), -1) << "no end to go to";
-    close(writer);
+    ::close(writer);
 }

@@ -177,7 +177,7 @@ TEST_F(FileStore, TheConstructorTouchesNoFile)
 
 TEST_F(FileStore, InitMakesEveryMissingFolderWithMode755)
 {
-    umask(0);
+    ::umask(0);
     ASSERT_TRUE(store->init());
     for (const std::string folder : {"/home/orvan", "/home/orvan/halde", "/home/orvan/halde/config"}) {
         struct stat info = {};
@@ -279,9 +279,9 @@ TEST_F(FileStore, AFileThatCannotBeSoughtFails)
 {
     fs::create_directories(kFolder);
     ASSERT_EQ(mkfifo(kFile.c_str(), 0600), 0);
-    const int other_end = open(kFile.c_str(), O_RDWR);
+    const int other_end = ::open(kFile.c_str(), O_RDWR);
     EXPECT_EQ(failed_init(), "NullEeprom fseek: Illegal seek\n");
-    close(other_end);
+    ::close(other_end);
 }
 
 TEST_F(FileStore, AnUnknownLengthFails)
@@ -297,15 +297,15 @@ public:
     LargeAddresses()
     {
         void* piece = nullptr;
-        while (m_pieces.size() < 16 &&
-               (piece = mmap(nullptr, kPiece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) != MAP_FAILED) {
+        while (m_pieces.size() < 16 && (piece = ::mmap(nullptr, kPiece, PROT_NONE,
+                                                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) != MAP_FAILED) {
             m_pieces.push_back(piece);
         }
     }
     ~LargeAddresses()
     {
         for (void* const piece : m_pieces) {
-            munmap(piece, kPiece);
+            ::munmap(piece, kPiece);
         }
     }
     LargeAddresses(const LargeAddresses&) = delete;
@@ -321,7 +321,7 @@ TEST_F(FileStore, AFileTooLargeForTheMemoryFails)
     fs::create_directories(kFolder);
     std::ofstream(kFile) << "x";
     constexpr uintmax_t kHuge = sizeof(long) > 4 ? uintmax_t{1} << 60 : uintmax_t{LONG_MAX}; // for ftell()
-    if (truncate(kFile.c_str(), static_cast<off_t>(kHuge)) != 0) {
+    if (::truncate(kFile.c_str(), static_cast<off_t>(kHuge)) != 0) {
         fs::resize_file(kFile, uintmax_t{1} << 50);
     }
     const auto size = fs::file_size(kFile);
@@ -490,7 +490,7 @@ TEST_F(FileStore, AFullDiskFailsTheWrite)
     EXPECT_EQ(g_calls, (std::vector<std::string>{"flock " + std::to_string(LOCK_EX),
                                                  "flock " + std::to_string(LOCK_UN)}))
         << "the lock is released, and nothing is synced";
-    umount(kFolder.c_str());
+    ::umount(kFolder.c_str());
 }
 
 TEST_F(FileStore, AFullDiskGoesUnnoticedForAnImageOfTheSettings)
@@ -506,7 +506,7 @@ TEST_F(FileStore, AFullDiskGoesUnnoticedForAnImageOfTheSettings)
     }
     EXPECT_TRUE(fs::exists(kFile));
     EXPECT_EQ(file(), Bytes{});
-    umount(kFolder.c_str());
+    ::umount(kFolder.c_str());
 }
 
 TEST_F(FileStore, TheWholeImageIsOnDiskBeforeTheLockIsReleased)
@@ -523,7 +523,7 @@ TEST_F(FileStore, AWriterTruncatesAndThenWaitsForTheLock)
 {
     put_file(counting(10));
     ASSERT_TRUE(store->init());
-    const int other = open(kFile.c_str(), O_RDONLY);
+    const int other = ::open(kFile.c_str(), O_RDONLY);
     ASSERT_EQ(flock(other, LOCK_EX), 0);
 
     std::thread writer([&] { EXPECT_TRUE(store->write(0, counting(10, 100).data(), 10)); });
@@ -536,7 +536,7 @@ TEST_F(FileStore, AWriterTruncatesAndThenWaitsForTheLock)
 
     ASSERT_EQ(flock(other, LOCK_UN), 0);
     writer.join();
-    close(other);
+    ::close(other);
     EXPECT_EQ(file(), counting(10, 100));
 }
 

@@ -48,8 +48,8 @@ int run(const std::string& name)
     char* arguments[] = {program.data(), filter.data(), nullptr};
     pid_t child = 0;
     int status = -1;
-    if (posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment().data()) == 0) {
-        waitpid(child, &status, 0);
+    if (::posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments, environment().data()) == 0) {
+        ::waitpid(child, &status, 0);
     }
     return status;
 }

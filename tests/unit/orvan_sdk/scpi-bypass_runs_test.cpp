@@ -361,7 +361,7 @@ TEST_F(BypassRuns, AnUnreachableModuleIsNoErrorOfTheController)
 {
     const int listener = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(listener));
-    close(listener);
+    ::close(listener);
     EXPECT_TRUE(feed(":FREQ 1;:POW 2\n"));
     EXPECT_EQ(read_ready(client.client()), "-ERR Unable to connect;+OK\r\n");
     EXPECT_EQ(SCPI_ErrorCount(&scpi_context), 0);

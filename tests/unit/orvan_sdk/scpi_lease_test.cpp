@@ -461,7 +461,7 @@ TEST_F(MessageLease, ASocketThatClosedAheadOfTheReplyGivesItBackAndACleanBuffer)
 {
     const OutputCapture errors(STDERR_FILENO);
     const TcpPair gone;
-    shutdown(gone.server(), SHUT_WR);
+    ::shutdown(gone.server(), SHUT_WR);
     speak_as(gone);
     feed(":FOO\n");
     EXPECT_EQ(errors.text(), "socket closed unexpectedly. aborting\n");

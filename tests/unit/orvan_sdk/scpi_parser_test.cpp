@@ -230,9 +230,9 @@ TEST(InternalMessage, APeerThatCannotBeHadIsInternal)
 {
     ScpiParser parser;
     EXPECT_TRUE(parser.isInternalMessage(-1));
-    const int unconnected = socket(AF_INET, SOCK_STREAM, 0);
+    const int unconnected = ::socket(AF_INET, SOCK_STREAM, 0);
     EXPECT_TRUE(parser.isInternalMessage(unconnected));
-    close(unconnected);
+    ::close(unconnected);
 }
 
 TEST(InternalMessage, AUnixSocketIsInternal)
@@ -241,29 +241,29 @@ TEST(InternalMessage, AUnixSocketIsInternal)
     int pair[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
     EXPECT_TRUE(parser.isInternalMessage(pair[0]));
-    close(pair[0]);
-    close(pair[1]);
+    ::close(pair[0]);
+    ::close(pair[1]);
 }
 
 TEST(InternalMessage, AnIPv6PeerIsInternal)
 {
-    const int listener = socket(AF_INET6, SOCK_STREAM, 0);
+    const int listener = ::socket(AF_INET6, SOCK_STREAM, 0);
     sockaddr_in6 own{};
     own.sin6_family = AF_INET6;
     own.sin6_addr = in6addr_loopback;
-    if (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&own), sizeof own) != 0) {
-        close(listener);
+    if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&own), sizeof own) != 0) {
+        ::close(listener);
         GTEST_SKIP() << "this machine has no IPv6 loopback";
     }
     ASSERT_EQ(listen(listener, 1), 0);
     socklen_t size = sizeof own;
-    getsockname(listener, reinterpret_cast<sockaddr*>(&own), &size);
-    const int peer = socket(AF_INET6, SOCK_STREAM, 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&own), &size);
+    const int peer = ::socket(AF_INET6, SOCK_STREAM, 0);
     ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
-    const int accepted = accept(listener, nullptr, nullptr);
+    const int accepted = ::accept(listener, nullptr, nullptr);
     EXPECT_TRUE(ScpiParser().isInternalMessage(accepted));
     for (int fd : {listener, peer, accepted}) {
-        close(fd);
+        ::close(fd);
     }
 }
 

@@ -59,7 +59,7 @@ TEST_F(Progress, IsMadeByEachRequestToAModuleWhateverItsOutcome)
     EXPECT_EQ(request(module.address(), module.port()), 1u);
     const int closed = listen_on_loopback();
     const int port = local_port(closed);
-    close(closed);
+    ::close(closed);
     EXPECT_EQ(request("127.0.0.1", port), 1u);
 }
 

@@ -178,7 +178,7 @@ TEST_F(ReplyPath, UnreachableModuleGivesItsErrorTextAndTheSuccessWord)
 {
     const int listener = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(listener));
-    close(listener);
+    ::close(listener);
     EXPECT_EQ(ask(":FREQ 1"), "-ERR Unable to connect;+OK\r\n");
 }
 
@@ -313,7 +313,7 @@ TEST_F(ReplyPath, LongBlockLeavesInUncorkedChunksOf2048)
 
 TEST_F(ReplyPath, BlockOnADeadSocketIsTakenOnlyAsFarAsTheBuffer)
 {
-    shutdown(client.server(), SHUT_WR);
+    ::shutdown(client.server(), SHUT_WR);
     OutputCapture errors(STDERR_FILENO);
     scpi_context.arbitrary_remaining = 5000;
     EXPECT_EQ(put("#45000" + std::string(5000, 'd')), 2048u);
@@ -377,7 +377,7 @@ TEST_F(ReplyPath, ClosedSocketIsToldOnStandardErrorAndTheNextClientGetsACleanBuf
 {
     put("lost");
     user().binary_block_active = 1;
-    shutdown(client.server(), SHUT_WR);
+    ::shutdown(client.server(), SHUT_WR);
     OutputCapture errors(STDERR_FILENO);
     EXPECT_EQ(SCPI_Flush(&scpi_context), SCPI_RES_OK);
     EXPECT_EQ(errors.text(), "socket closed unexpectedly. aborting\n");
@@ -413,8 +413,8 @@ TEST_F(ReplyPath, SocketThatCannotBeCorkedStillGetsTheReply)
     EXPECT_EQ(errors.text(), "setsockopt(TCP_CORK=1) failed: Operation not supported\n"
                              "setsockopt(TCP_CORK=0) failed: Operation not supported\n");
     speak_as(client);
-    close(pair[0]);
-    close(pair[1]);
+    ::close(pair[0]);
+    ::close(pair[1]);
 }
 
 // ---- tokens and logs

@@ -26,7 +26,7 @@ milliseconds processor_time(pid_t child)
 {
     clockid_t clock;
     timespec used{};
-    if (clock_getcpuclockid(child, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+    if (clock_getcpuclockid(child, &clock) != 0 || ::clock_gettime(clock, &used) != 0) {
         return milliseconds(0);
     }
     return milliseconds(used.tv_sec * 1000 + used.tv_nsec / 1000000);
@@ -45,19 +45,19 @@ bool is_ready_to_run(pid_t child)
 
 bool spins(const std::function<void()>& call)
 {
-    const pid_t child = fork();
+    const pid_t child = ::fork();
     if (child < 0) {
         throw std::runtime_error("cannot fork");
     }
     if (child == 0) {
         call();
-        _exit(kCameBack);
+        ::_exit(kCameBack);
     }
     const milliseconds at_start = processor_time(child);
     const auto deadline = std::chrono::steady_clock::now() + kBound;
     auto slept_last = std::chrono::steady_clock::now();
     int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
+    while (::waitpid(child, &status, WNOHANG) == 0) {
         const auto now = std::chrono::steady_clock::now();
         if (!is_ready_to_run(child)) {
             slept_last = now;
@@ -66,8 +66,8 @@ bool spins(const std::function<void()>& call)
         const bool spun =
             processor_time(child) - at_start >= kEnoughProcessorTime || now - slept_last >= kEnoughTimeReady;
         if (spun || now >= deadline) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
+            ::kill(child, SIGKILL);
+            ::waitpid(child, &status, 0);
             if (!spun) {
                 throw std::runtime_error("the child neither came back nor spun");
             }

@@ -120,7 +120,7 @@ TEST_F(UpdateRows, AnswerForAModuleThatIsNotThere)
 {
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[2] = static_cast<uint32_t>(local_port(closed));
-    close(closed);
+    ::close(closed);
     for (const ImageRow& row : kImageRows) {
         EXPECT_EQ(ask(short_header(row.pattern) + " #13abc"), kTooMuchData) << row.pattern;
     }

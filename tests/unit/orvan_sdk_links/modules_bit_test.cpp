@@ -189,7 +189,7 @@ TEST_F(ModulesBit, ListThatCannotBeReadFailsTheTest)
     OutputCapture errors(STDERR_FILENO);
     const Verdict both = test(2);
     const Verdict live = test(1);
-    umount("/sys/class");
+    ::umount("/sys/class");
     EXPECT_EQ(both, (Verdict{BIT_FAIL, 0xD0}));
     EXPECT_EQ(live, (Verdict{BIT_FAIL, 0}));
 }
@@ -230,7 +230,7 @@ TEST_F(ModulesBit, BadKindScansButReportsNothing)
     for (const int type : {3, 4, -1}) {
         orvanx->modules_bit(1, type);
     }
-    umount("/sys/class");
+    ::umount("/sys/class");
     std::string scans;
     for (int scan = 0; scan < 3; ++scan) {
         scans += "opendir(/sys/class/net): No such file or directory\n";

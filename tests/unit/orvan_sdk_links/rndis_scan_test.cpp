@@ -29,9 +29,9 @@ bool interface_ioctl(unsigned long request, const char* ifname, const auto& fill
     ifreq change = {};
     std::strncpy(change.ifr_name, ifname, IFNAMSIZ - 1);
     fill(change);
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool done = ioctl(fd, request, &change) == 0;
-    close(fd);
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool done = ::ioctl(fd, request, &change) == 0;
+    ::close(fd);
     return done;
 }
 
@@ -47,12 +47,12 @@ class PlainPermissions {
 public:
     PlainPermissions()
     {
-        syscall(SYS_capget, &m_header, m_before);
+        ::syscall(SYS_capget, &m_header, m_before);
         __user_cap_data_struct without[_LINUX_CAPABILITY_U32S_3] = {m_before[0], m_before[1]};
         without[0].effective &= ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH));
-        syscall(SYS_capset, &m_header, without);
+        ::syscall(SYS_capset, &m_header, without);
     }
-    ~PlainPermissions() { syscall(SYS_capset, &m_header, m_before); }
+    ~PlainPermissions() { ::syscall(SYS_capset, &m_header, m_before); }
     PlainPermissions(const PlainPermissions&) = delete;
     PlainPermissions& operator=(const PlainPermissions&) = delete;
 
@@ -66,11 +66,11 @@ class NoDescriptors {
 public:
     NoDescriptors()
     {
-        getrlimit(RLIMIT_NOFILE, &m_before);
+        ::getrlimit(RLIMIT_NOFILE, &m_before);
         const rlimit none = {0, m_before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
+        ::setrlimit(RLIMIT_NOFILE, &none);
     }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
     NoDescriptors(const NoDescriptors&) = delete;
     NoDescriptors& operator=(const NoDescriptors&) = delete;
 
@@ -256,7 +256,7 @@ TEST_F(RndisScanOfTree, DirectoryThatIsNotThereIsToldOnStandardError)
     ASSERT_EQ(mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr), 0);
     OutputCapture errors(STDERR_FILENO);
     const int count = Scan().count;
-    umount("/sys/class");
+    ::umount("/sys/class");
     EXPECT_EQ(count, -1);
     EXPECT_EQ(errors.text(), "opendir(/sys/class/net): No such file or directory\n");
 }
@@ -296,7 +296,7 @@ TEST_F(LinkAddress, InterfaceWithoutAnAddressHasNone)
         return interface_ioctl(SIOCSIFADDR, "usb2", [address](ifreq& change) {
             sockaddr_in inet = {};
             inet.sin_family = AF_INET;
-            inet_pton(AF_INET, address, &inet.sin_addr);
+            ::inet_pton(AF_INET, address, &inet.sin_addr);
             std::memcpy(&change.ifr_addr, &inet, sizeof inet);
         });
     };

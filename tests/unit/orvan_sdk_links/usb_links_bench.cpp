@@ -49,7 +49,7 @@ void LaidLinks::SetUp()
 void LaidLinks::TearDown()
 {
     if (m_mounted) {
-        umount(net.c_str());
+        ::umount(net.c_str());
     }
 }
 

@@ -305,34 +305,34 @@ TEST(Input, BufferIsEmptyAtTheFlush)
 TEST(Input, NothingOfTheContextIsTouchedBehindTheLastFlush)
 {
     // The context lives on pages of its own, which the flush takes away.
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
     const size_t size = (sizeof(RecordingContext) + page - 1) / page * page;
-    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
     auto* const context = new (memory) RecordingContext(kCommands, 64);
     scpi_t* const scpi = &context->context;
     int flushes = 0;
     const auto count_and_lock = [&](scpi_t*) {
         if (++flushes % 2 == 0) {
-            mprotect(memory, size, PROT_NONE);
+            ::mprotect(memory, size, PROT_NONE);
         }
     };
     context->in_flush = std::ref(count_and_lock);
 
     EXPECT_TRUE(SCPI_Input(scpi, ":A\n:B 1;:A\n", 11));
-    mprotect(memory, size, PROT_READ | PROT_WRITE);
+    ::mprotect(memory, size, PROT_READ | PROT_WRITE);
     EXPECT_FALSE(SCPI_Input(scpi, ":A\n:FOO\n", 8));
-    mprotect(memory, size, PROT_READ | PROT_WRITE);
+    ::mprotect(memory, size, PROT_READ | PROT_WRITE);
     const string overrun = ":A\n" + string(100, 'A') + "\n";
     EXPECT_FALSE(SCPI_Input(scpi, overrun.data(), overrun.size()));
-    mprotect(memory, size, PROT_READ | PROT_WRITE);
+    ::mprotect(memory, size, PROT_READ | PROT_WRITE);
     EXPECT_TRUE(SCPI_Input(scpi, ":A\n", 3));
     EXPECT_TRUE(SCPI_Input(scpi, nullptr, 0));
-    mprotect(memory, size, PROT_READ | PROT_WRITE);
+    ::mprotect(memory, size, PROT_READ | PROT_WRITE);
 
     EXPECT_EQ(flushes, 8);
     context->~RecordingContext();
-    munmap(memory, size);
+    ::munmap(memory, size);
 }
 
 // The application drops a partial message

@@ -35,15 +35,15 @@ protected:
         sockaddr_un name{};
         name.sun_family = AF_UNIX;
         std::strncpy(name.sun_path, path.c_str(), sizeof name.sun_path - 1);
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
-            close(fd);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (::connect(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
+            ::close(fd);
             return "not connected";
         }
         EXPECT_EQ(send(fd, lines.data(), lines.size(), MSG_NOSIGNAL), static_cast<ssize_t>(lines.size()));
-        shutdown(fd, SHUT_WR);
+        ::shutdown(fd, SHUT_WR);
         std::string reply = orvan_test::read_until(fd, "(the end)");
-        close(fd);
+        ::close(fd);
         return reply;
     }
 
@@ -89,10 +89,10 @@ TEST_F(BoardControlTest, APathThatCanNotBeListenedOnIsAnError)
 
 TEST_F(BoardControlTest, TheEnvironmentNamesThePath)
 {
-    unsetenv("ORVAN_BOARD_CONTROL");
+    ::unsetenv("ORVAN_BOARD_CONTROL");
     EXPECT_EQ(board_control_of_environment(), nullptr);
     EXPECT_FALSE(std::filesystem::exists(path));
-    setenv("ORVAN_BOARD_CONTROL", path.c_str(), 1);
+    ::setenv("ORVAN_BOARD_CONTROL", path.c_str(), 1);
     const auto control = board_control_of_environment();
     ASSERT_NE(control, nullptr);
     EXPECT_EQ(ask("power-button\n"), "ok\n");
@@ -100,11 +100,11 @@ TEST_F(BoardControlTest, TheEnvironmentNamesThePath)
 
 TEST_F(BoardControlTest, TheSeamOpensItByTheEnvironmentAndClosesIt)
 {
-    unsetenv("ORVAN_BOARD_CONTROL");
+    ::unsetenv("ORVAN_BOARD_CONTROL");
     hw_control_open();
     EXPECT_FALSE(std::filesystem::exists(path));
     hw_control_close();
-    setenv("ORVAN_BOARD_CONTROL", path.c_str(), 1);
+    ::setenv("ORVAN_BOARD_CONTROL", path.c_str(), 1);
     hw_control_open();
     EXPECT_EQ(ask("power-button\n"), "ok\n");
     hw_control_close();
@@ -114,7 +114,7 @@ TEST_F(BoardControlTest, TheSeamOpensItByTheEnvironmentAndClosesIt)
 
 TEST_F(BoardControlTest, APathOfNoUseIsToldAndTheProcessGoesOnWithout)
 {
-    setenv("ORVAN_BOARD_CONTROL", (m_folder / "none" / "s").c_str(), 1);
+    ::setenv("ORVAN_BOARD_CONTROL", (m_folder / "none" / "s").c_str(), 1);
     testing::internal::CaptureStderr();
     EXPECT_EQ(board_control_of_environment(), nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -139,7 +139,7 @@ TEST_F(BoardControlTest, ManyClientsAndTheControllersAccessesGoOnTogether)
         board->i2c().write_register8(fd, 0x12, value);
         board->i2c().write_register8(fd, 0x13, value);
     }
-    close(fd);
+    ::close(fd);
     for (std::thread& client : clients) {
         client.join();
     }

@@ -132,7 +132,7 @@ TEST(CurrentBoard, IsAPortableInRealTimeAtFirst)
     EXPECT_EQ(current_board(), board);
     const int fd = wiringPiI2CSetup(0x20);
     EXPECT_GT(fd, 0);
-    close(fd);
+    ::close(fd);
 }
 
 TEST(CurrentBoard, TheOneBeforeComesBackAndTheInstalledOneIsStopped)
@@ -161,7 +161,7 @@ TEST(CurrentBoard, AHandleOfOneBoardReachesTheSameAddressOfTheNext)
     InstalledBoard board(kBenchtopWiring);
     EXPECT_EQ(wiringPiI2CWriteReg8(fd, 0x00, 0x0f), 0);
     EXPECT_EQ(board->expander(0x20).reg(Mcp23017::kIodir, Mcp23017::kA), 0x0f);
-    close(fd);
+    ::close(fd);
 }
 
 TEST(Locks, FourNumberedOnesExcludeEachOther)
@@ -266,7 +266,7 @@ TEST_P(Wiring, ALowLevelOfPin26ResetsTheExpanders)
         EXPECT_EQ(wiringPiI2CReadReg8(fd, 0x00), 0xff);
         pinMode(26, INPUT);
         digitalWrite(26, LOW);
-        close(fd);
+        ::close(fd);
     }
 }
 
@@ -279,7 +279,7 @@ TEST_P(Wiring, HasTheI2cChipsOfItsPlatform)
     for (int address = 0; address < 0x80; ++address) {
         if (const int fd = wiringPiI2CSetup(address); fd >= 0) {
             found.push_back(address);
-            close(fd);
+            ::close(fd);
         }
     }
     EXPECT_EQ(found, portable   ? (std::vector{0x09, 0x0b, 0x20})
@@ -308,7 +308,7 @@ TEST_P(PowerButton, AnInterruptOfTheExpanderIsARisingEdgeOfPin2)
     EXPECT_EQ(digitalRead(2), 1);
     EXPECT_EQ(wiringPiI2CReadReg8(fd, 0x11), 0x40 | GetParam().wiring->expanders[0].idle_high_b); // INTCAPB
     EXPECT_EQ(digitalRead(2), 0);
-    close(fd);
+    ::close(fd);
 }
 
 TEST(BenchtopWiring, TheArmedInterruptRestsUntilItsLineFalls)
@@ -323,7 +323,7 @@ TEST(BenchtopWiring, TheArmedInterruptRestsUntilItsLineFalls)
     EXPECT_EQ(board->gpio().level(2), 0);
     board->expander(0x20).drive(Mcp23017::kB, 0x20, 0x00);
     EXPECT_EQ(board->gpio().level(2), 1);
-    close(fd);
+    ::close(fd);
 }
 
 TEST(InterruptHandler, MayUseTheBoardItself)
@@ -334,7 +334,7 @@ TEST(InterruptHandler, MayUseTheBoardItself)
     wiringPiISR(2, INT_EDGE_RISING, [] {
         const int fd = wiringPiI2CSetup(0x20);
         wiringPiI2CReadReg8(fd, 0x11);
-        close(fd);
+        ::close(fd);
         ++g_interrupts;
     });
     const int fd = wiringPiI2CSetup(0x20);
@@ -344,7 +344,7 @@ TEST(InterruptHandler, MayUseTheBoardItself)
         ASSERT_TRUE(board->gpio().wait_for_handlers());
     }
     EXPECT_EQ(g_interrupts, 3);
-    close(fd);
+    ::close(fd);
 }
 
 TEST(Board, PinsThatRestHighReadSo)
@@ -358,7 +358,7 @@ TEST(Board, PinsThatRestHighReadSo)
 
 TEST(Board, ItsEepromIsKeptInTheImage)
 {
-    const auto path = std::filesystem::temp_directory_path() / ("board-image-" + std::to_string(getpid()));
+    const auto path = std::filesystem::temp_directory_path() / ("board-image-" + std::to_string(::getpid()));
     const Bytes data{1, 2, 3};
     Board(kPortableWiring, Clock::Mode::kManual, path).eeprom().program(100, data);
     const Bytes cells = Board(kPortableWiring, Clock::Mode::kManual, path).eeprom().contents();
@@ -418,7 +418,7 @@ TEST(Board, ManyThreadsMayUseEverythingAtOnce)
                 hw_delay_us(1);
             }
             hw_spi_close(fd);
-            close(i2c);
+            ::close(i2c);
         });
     }
     threads.clear();

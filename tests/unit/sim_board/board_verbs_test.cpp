@@ -21,7 +21,7 @@ protected:
             return "not opened";
         }
         const bool read = board.i2c().read_register8(fd, 0x00) >= 0;
-        close(fd);
+        ::close(fd);
         return read ? "read" : "not acknowledged";
     }
     Board board{kBenchtopWiring, Clock::Mode::kManual};
@@ -56,7 +56,7 @@ TEST_F(Verbs, AChipKeepsItsRegistersWhileItFails)
     EXPECT_EQ(board.i2c().read_register8(fd, 0x14), -1);
     run("i2c 0x24 ok");
     EXPECT_EQ(board.i2c().read_register8(fd, 0x14), 0x5a);
-    close(fd);
+    ::close(fd);
 }
 
 TEST_F(Verbs, AloneI2cListsTheChips)

@@ -302,7 +302,7 @@ TEST(Cat25Types, AnUnknownNameIsRefused)
 
 struct Cat25Image : testing::Test {
     const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("cat25-image-" + std::to_string(getpid()));
+        std::filesystem::temp_directory_path() / ("cat25-image-" + std::to_string(::getpid()));
     void TearDown() override { std::filesystem::remove(path); }
     Bytes file() const
     {

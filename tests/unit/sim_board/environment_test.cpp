@@ -22,7 +22,7 @@ protected:
     {
         for (const char* name : {"ORVAN_BOARD", "ORVAN_BOARD_EEPROM", "ORVAN_BOARD_CLOCK_RATE",
                                  "ORVAN_BOARD_CONTROL", "ORVAN_BOARD_MODULE_POWER", "ORVAN_BOARD_START_UP"}) {
-            unsetenv(name);
+            ::unsetenv(name);
         }
     }
 };
@@ -41,14 +41,14 @@ TEST_F(BoardEnvironmentTest, WithNothingSetItIsAPortableInTheWorldsTime)
 TEST_F(BoardEnvironmentTest, EachPlatformIsKnownByItsName)
 {
     for (const BoardWiring* wiring : {&kBenchtopWiring, &kPortableWiring, &kKsr7000Wiring}) {
-        setenv("ORVAN_BOARD", std::string(wiring->name).c_str(), 1);
+        ::setenv("ORVAN_BOARD", std::string(wiring->name).c_str(), 1);
         EXPECT_EQ(board_environment().wiring, wiring) << wiring->name;
     }
 }
 
 TEST_F(BoardEnvironmentTest, AnUnknownPlatformIsToldAndCountsAsNotSet)
 {
-    setenv("ORVAN_BOARD", "rack", 1);
+    ::setenv("ORVAN_BOARD", "rack", 1);
     testing::internal::CaptureStderr();
     EXPECT_EQ(board_environment().wiring, &kPortableWiring);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -58,23 +58,23 @@ TEST_F(BoardEnvironmentTest, AnUnknownPlatformIsToldAndCountsAsNotSet)
 TEST_F(BoardEnvironmentTest, ARateOutsideOneToTenThousandIsToldAndCountsAsNotSet)
 {
     for (const char* rate : {"0", "10001", "-1", "2.5", "10x", "", "99999999999"}) {
-        setenv("ORVAN_BOARD_CLOCK_RATE", rate, 1);
+        ::setenv("ORVAN_BOARD_CLOCK_RATE", rate, 1);
         testing::internal::CaptureStderr();
         EXPECT_EQ(board_environment().clock_rate, 1u) << rate;
         EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("sim_board: ORVAN_BOARD_CLOCK_RATE=") +
                                                               rate + " is no number from 1 to 10000\n");
     }
-    setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);
+    ::setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);
     EXPECT_EQ(board_environment().clock_rate, 10000u);
 }
 
 TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeAsItTells)
 {
-    setenv("ORVAN_BOARD", "benchtop", 1);
-    setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);
-    setenv("ORVAN_BOARD_AT_POWER_ON", "spi absent;fly;i2c 0x24 absent", 1);
-    setenv("ORVAN_BOARD_MODULE_POWER", "/none/pipe", 1);
-    setenv("ORVAN_BOARD_START_UP", "1", 1);
+    ::setenv("ORVAN_BOARD", "benchtop", 1);
+    ::setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);
+    ::setenv("ORVAN_BOARD_AT_POWER_ON", "spi absent;fly;i2c 0x24 absent", 1);
+    ::setenv("ORVAN_BOARD_MODULE_POWER", "/none/pipe", 1);
+    ::setenv("ORVAN_BOARD_START_UP", "1", 1);
     testing::internal::CaptureStderr();
     const auto board = current_board();
     ASSERT_EQ(&board->wiring(), &kBenchtopWiring); // made once a process

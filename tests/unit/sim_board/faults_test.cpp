@@ -129,7 +129,7 @@ TEST_P(PowerCutAfter, KBytesOfAPageThoseAreNewAndTheRestIsOld)
 
 TEST(PowerCut, TheImageFileHoldsWhatTheChipHeldThen)
 {
-    const auto path = std::filesystem::temp_directory_path() / ("power-cut-" + std::to_string(getpid()));
+    const auto path = std::filesystem::temp_directory_path() / ("power-cut-" + std::to_string(::getpid()));
     const auto clock = std::make_shared<Clock>(Clock::Mode::kManual);
     {
         FaultySpiDevice faulty(std::make_shared<Cat25Eeprom>(cat25_type("CAT25640"), clock, path));
@@ -175,7 +175,7 @@ struct FaultyI2c : testing::Test {
         fd = bus.open(0x20);
         ASSERT_GT(fd, 0);
     }
-    void TearDown() override { close(fd); }
+    void TearDown() override { ::close(fd); }
 };
 
 TEST_F(FaultyI2c, WithoutAFaultEverythingReachesTheChip)
@@ -207,7 +207,7 @@ TEST_F(FaultyI2c, AChipThatDoesNotAcknowledgeOpensAndFails)
     EXPECT_EQ(chip->value, 0x0f);
     faulty->not_acknowledging(false);
     EXPECT_EQ(bus.read_register8(second, 0), 0x0f);
-    close(second);
+    ::close(second);
 }
 
 TEST_F(FaultyI2c, TransfersBehindTheFirstKAreRefused)

@@ -19,7 +19,7 @@ std::atomic<int> g_calls{0};
 
 struct I2c {
     explicit I2c(int address) : fd(wiringPiI2CSetup(address)) {}
-    ~I2c() { close(fd); }
+    ~I2c() { ::close(fd); }
     int fd;
 };
 

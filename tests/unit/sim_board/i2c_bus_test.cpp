@@ -44,7 +44,7 @@ struct I2cBusTest : testing::Test {
         fd = bus.open(0x0b);
         ASSERT_GT(fd, 0);
     }
-    void TearDown() override { close(fd); }
+    void TearDown() override { ::close(fd); }
 };
 
 TEST_F(I2cBusTest, AWordGoesOutLowByteFirst)
@@ -127,7 +127,7 @@ TEST_F(I2cBusTest, OnRequestAnAddressWithNoChipOpensAndItsAccessesFail)
     EXPECT_GT(nobody, 0);
     EXPECT_EQ(bus.read_register8(nobody, 0), -1);
     EXPECT_EQ(errno, ENXIO);
-    close(nobody);
+    ::close(nobody);
 }
 
 TEST_F(I2cBusTest, AddressesHaveSevenBits)
@@ -145,13 +145,13 @@ TEST_F(I2cBusTest, TwoHandlesReachTheSameChip)
     EXPECT_EQ(bus.write_register8(second, 1, 2), 0);
     EXPECT_EQ(bus.write_register8(fd, 3, 4), 0);
     EXPECT_EQ(device->written.size(), 2u);
-    close(second);
+    ::close(second);
 }
 
 TEST_F(I2cBusTest, AClosedHandleIsNoHandle)
 {
     const int second = bus.open(0x0b);
-    close(second);
+    ::close(second);
     EXPECT_EQ(bus.read_register8(second, 0), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(bus.read_register8(-1, 0), -1);
@@ -159,11 +159,11 @@ TEST_F(I2cBusTest, AClosedHandleIsNoHandle)
 
 TEST_F(I2cBusTest, AForeignDescriptorIsNoHandle)
 {
-    const int foreign = open("/dev/null", O_RDWR);
+    const int foreign = ::open("/dev/null", O_RDWR);
     EXPECT_EQ(bus.write_register8(foreign, 1, 2), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_TRUE(device->written.empty());
-    close(foreign);
+    ::close(foreign);
 }
 
 TEST_F(I2cBusTest, AChipThatIsTakenAwayNoLongerAnswers)

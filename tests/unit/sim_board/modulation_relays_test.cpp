@@ -66,7 +66,7 @@ protected:
         board.i2c().write_register8(m_fd, 0x00, 0x00);
         board.i2c().write_register8(m_fd, 0x01, GetParam());
     }
-    ~Relays() override { close(m_fd); }
+    ~Relays() override { ::close(m_fd); }
 
     void change(int reg, int clear, int set)
     {

@@ -21,8 +21,8 @@ protected:
         char name[] = "/tmp/module_power_XXXXXX";
         m_folder = mkdtemp(name);
         path = m_folder / "pipe";
-        mkfifo(path.c_str(), 0600);
-        m_reader.reset(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+        ::mkfifo(path.c_str(), 0600);
+        m_reader.reset(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     }
     ~ModulePowerReport() override { std::filesystem::remove_all(m_folder); }
 
@@ -30,7 +30,7 @@ protected:
     std::string told() const
     {
         char text[64];
-        const ssize_t count = read(m_reader.get(), text, sizeof text);
+        const ssize_t count = ::read(m_reader.get(), text, sizeof text);
         return std::string(text, count > 0 ? static_cast<size_t>(count) : 0);
     }
     /** As the controller does: the line is an output, and the latch switches. */
@@ -87,9 +87,9 @@ TEST_F(ModulePowerReport, APathOfNoUseIsAnError)
 TEST_F(ModulePowerReport, AFullPipeHoldsNobodyUp)
 {
     report_module_power(board, path);
-    const UniqueFd writer(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const UniqueFd writer(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     const std::string much(4096, '1');
-    while (write(writer.get(), much.data(), much.size()) > 0) {
+    while (::write(writer.get(), much.data(), much.size()) > 0) {
     }
     latch(0x00);
     EXPECT_FALSE(board.module_power());

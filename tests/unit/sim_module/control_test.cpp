@@ -17,7 +17,7 @@ using Control = ModuleTest;
 
 int connect_to(const std::string& path)
 {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     std::strncpy(name.sun_path, path.c_str(), sizeof name.sun_path - 1);
@@ -170,7 +170,7 @@ TEST_F(Control, SeveralCommandsOfOneConnectionAreAnsweredInOrder)
     EXPECT_EQ(orvan_test::read_until(fd, "unknown command\n"), "ok 0\nerror unknown command\n");
     EXPECT_EQ(write(fd, "quests\n", 7), 7);
     EXPECT_EQ(orvan_test::read_until(fd, "\n"), "ok 0\n");
-    close(fd);
+    ::close(fd);
 }
 
 TEST_F(Control, ALineWithoutEndEndsTheConnectionAndNotTheModule)
@@ -179,14 +179,14 @@ TEST_F(Control, ALineWithoutEndEndsTheConnectionAndNotTheModule)
     const std::string endless(sim_control::ControlServer::kMaxLine + 1, 'x');
     EXPECT_EQ(send(fd, endless.data(), endless.size(), MSG_NOSIGNAL), static_cast<ssize_t>(endless.size()));
     EXPECT_EQ(orvan_test::read_until(fd, "\n"), "");
-    close(fd);
+    ::close(fd);
     EXPECT_EQ(control("requests"), "ok 0");
 }
 
 TEST_F(Control, APortTakenWhileItWasClosedIsToldAndTheModuleStaysClosed)
 {
     EXPECT_EQ(control("refuse"), "ok");
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in name{};
     name.sin_family = AF_INET;
     name.sin_port = htons(module().port());
@@ -195,7 +195,7 @@ TEST_F(Control, APortTakenWhileItWasClosedIsToldAndTheModuleStaysClosed)
     ASSERT_EQ(listen(fd, 1), 0);
     EXPECT_EQ(control("up").substr(0, 16), "error 127.0.0.1:");
     EXPECT_NE(control("status").find("\"mode\":\"refuse\""), std::string::npos);
-    close(fd);
+    ::close(fd);
     EXPECT_EQ(control("up"), "ok");
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
@@ -212,12 +212,12 @@ TEST_F(Control, APathThatAModuleListensOnIsNotTaken)
 TEST_F(Control, APathThatADeadModuleLeftIsTaken)
 {
     const std::string path = control_path() + "-left";
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     std::strncpy(name.sun_path, path.c_str(), sizeof name.sun_path - 1);
     ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-    close(fd);
+    ::close(fd);
     sim_module::Options options;
     options.address = "127.0.0.1";
     options.control_path = path;

@@ -122,7 +122,7 @@ TEST_F(FaultyModule, AClientThatLeavesWhileItsReplyIsLateIsForgotten)
         client.send(":FREQ?\r\n");
         EXPECT_TRUE(eventually([&] { return control("requests") == "ok 1"; }));
         const linger at_once{1, 0};
-        setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        ::setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
     EXPECT_TRUE(eventually([&] { return control("status").find("\"connections\":0") != std::string::npos; }));
     // This reply's time comes behind that of the one that nobody waits for.

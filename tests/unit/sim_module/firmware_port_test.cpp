@@ -66,15 +66,15 @@ const std::string kRefusedImage = final_frame("\x22\0\0\x80"s, "image refused");
 /** Somebody who sends frames to a module. */
 class Sender {
 public:
-    explicit Sender(const sim_module::Module& module) : m_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    explicit Sender(const sim_module::Module& module) : m_fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
         sockaddr_in name{};
         name.sin_family = AF_INET;
         name.sin_port = htons(module.firmware_port());
-        inet_pton(AF_INET, module.address().c_str(), &name.sin_addr);
+        ::inet_pton(AF_INET, module.address().c_str(), &name.sin_addr);
         EXPECT_EQ(connect(m_fd, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
     }
-    ~Sender() { close(m_fd); }
+    ~Sender() { ::close(m_fd); }
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
 
@@ -88,8 +88,8 @@ public:
     {
         pollfd waited{m_fd, POLLIN, 0};
         char bytes[2 * sizeof(HALDE_PACKET)];
-        const bool ready = poll(&waited, 1, static_cast<int>(wait.count())) == 1;
-        const ssize_t count = ready ? recv(m_fd, bytes, sizeof bytes, 0) : 0;
+        const bool ready = ::poll(&waited, 1, static_cast<int>(wait.count())) == 1;
+        const ssize_t count = ready ? ::recv(m_fd, bytes, sizeof bytes, 0) : 0;
         return {bytes, static_cast<size_t>(count > 0 ? count : 0)};
     }
 

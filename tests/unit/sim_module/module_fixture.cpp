@@ -22,7 +22,7 @@ Client::Client(const sim_module::Module& module)
 Client::~Client()
 {
     if (m_fd >= 0) {
-        close(m_fd);
+        ::close(m_fd);
     }
 }
 
@@ -37,7 +37,7 @@ void Client::send(std::string_view bytes) const
 
 void Client::end_sending() const
 {
-    shutdown(m_fd, SHUT_WR);
+    ::shutdown(m_fd, SHUT_WR);
 }
 
 std::string Client::reply() const
@@ -55,14 +55,14 @@ bool Client::ended_by_peer() const
 {
     pollfd waited{m_fd, POLLIN, 0};
     char byte;
-    return poll(&waited, 1, 5000) == 1 && recv(m_fd, &byte, 1, 0) == 0;
+    return ::poll(&waited, 1, 5000) == 1 && ::recv(m_fd, &byte, 1, 0) == 0;
 }
 
 unsigned Client::segments_received() const
 {
     tcp_info info{};
     socklen_t size = sizeof info;
-    getsockopt(m_fd, IPPROTO_TCP, TCP_INFO, &info, &size);
+    ::getsockopt(m_fd, IPPROTO_TCP, TCP_INFO, &info, &size);
     return info.tcpi_data_segs_in;
 }
 
@@ -102,7 +102,7 @@ std::string ModuleTest::ask(std::string_view request)
 
 std::string ModuleTest::control(const std::string& command)
 {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     std::strncpy(name.sun_path, m_control_path.c_str(), sizeof name.sun_path - 1);
@@ -110,13 +110,13 @@ std::string ModuleTest::control(const std::string& command)
     const std::string line = command + "\n";
     EXPECT_EQ(::send(fd, line.data(), line.size(), MSG_NOSIGNAL), static_cast<ssize_t>(line.size()));
     // Half closed, so that the end of the reply shows, a reply of many lines included.
-    shutdown(fd, SHUT_WR);
+    ::shutdown(fd, SHUT_WR);
     std::string reply;
     char piece[4096];
-    for (ssize_t n = recv(fd, piece, sizeof piece, 0); n > 0; n = recv(fd, piece, sizeof piece, 0)) {
+    for (ssize_t n = ::recv(fd, piece, sizeof piece, 0); n > 0; n = ::recv(fd, piece, sizeof piece, 0)) {
         reply.append(piece, static_cast<size_t>(n));
     }
-    close(fd);
+    ::close(fd);
     EXPECT_TRUE(reply.ends_with('\n')) << reply;
     return reply.substr(0, reply.empty() ? 0 : reply.size() - 1);
 }

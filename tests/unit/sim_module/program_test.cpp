@@ -29,28 +29,28 @@ public:
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        m_pid = fork();
+        m_pid = ::fork();
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }
         if (m_pid == 0) {
-            dup2(ends[1], STDOUT_FILENO);
-            dup2(ends[1], STDERR_FILENO);
-            close(ends[0]);
-            close(ends[1]);
-            execv(argv[0], argv.data());
-            _exit(127);
+            ::dup2(ends[1], STDOUT_FILENO);
+            ::dup2(ends[1], STDERR_FILENO);
+            ::close(ends[0]);
+            ::close(ends[1]);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
         }
-        close(ends[1]);
+        ::close(ends[1]);
         m_output = ends[0];
     }
     ~Process()
     {
         if (m_pid > 0) {
-            kill(m_pid, SIGKILL);
+            ::kill(m_pid, SIGKILL);
             wait();
         }
-        close(m_output);
+        ::close(m_output);
     }
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
@@ -59,7 +59,7 @@ public:
     void signal(int number) const
     {
         ASSERT_GT(m_pid, 0) << "it has ended";
-        kill(m_pid, number);
+        ::kill(m_pid, number);
     }
 
     /** Exit code; -1 when a signal ended the process. */
@@ -81,7 +81,7 @@ private:
     {
         std::string line;
         char c = 0;
-        while (c != '\n' && read(fd, &c, 1) == 1) {
+        while (c != '\n' && ::read(fd, &c, 1) == 1) {
             line += c;
         }
         return line;
@@ -101,7 +101,7 @@ std::string ask(int port, const std::string& request)
     const int fd = orvan_test::connect_to_loopback("127.0.0.1", port);
     EXPECT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
     std::string reply = orvan_test::read_until(fd, "\n");
-    close(fd);
+    ::close(fd);
     return reply;
 }
 
@@ -126,7 +126,7 @@ TEST(ModuleProgram, TerminationAndInterruptEndItCleanly)
         const int open = orvan_test::connect_to_loopback("127.0.0.1", port);
         process.signal(number);
         EXPECT_EQ(process.wait(), 0);
-        close(open);
+        ::close(open);
     }
 }
 
@@ -147,5 +147,5 @@ TEST(ModuleProgram, APortThatIsTakenEndsItWithAMessage)
     Process process({"--channel=1", "--address=127.0.0.1", "--port=" + port});
     EXPECT_EQ(process.line(), "orvan-module: 127.0.0.1:" + port + ": Address already in use\n");
     EXPECT_EQ(process.wait(), 1);
-    close(taken);
+    ::close(taken);
 }

@@ -144,7 +144,7 @@ TEST_F(ScpiServer, AClientThatReadsNoReplyHoldsUpNobodyElse)
     size_t sent = 0;
     // The module stops reading requests when its replies are not taken.
     for (bool whole = true; whole && sent < kFarTooMuch;) {
-        const ssize_t n = send(client.fd(), request.data(), request.size(), MSG_NOSIGNAL);
+        const ssize_t n = ::send(client.fd(), request.data(), request.size(), MSG_NOSIGNAL);
         sent += n > 0 ? static_cast<size_t>(n) : 0;
         whole = n == static_cast<ssize_t>(request.size());
     }
@@ -165,7 +165,7 @@ TEST_F(ScpiServer, AClientThatLeavesAheadOfItsReplyDoesNoHarm)
         const Client client(module());
         client.send(":FREQ?\r\n:FREQ?\r\n");
         const linger at_once{1, 0};
-        setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        ::setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
     EXPECT_EQ(ask(":FREQ?\r\n"), "1000000000;+OK\r\n");
     EXPECT_TRUE(eventually([&] { return control("status").find("\"connections\":0") != std::string::npos; }));

@@ -205,9 +205,9 @@ TEST_F(Restart, StaysAwayWhileSomebodyHasThePort)
         const Client client(module());
         EXPECT_EQ(client.ask(":POW?\r\n"), "5;+OK\r\n");
         EXPECT_EQ(control("refuse"), "ok");
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         const int on = 1;
-        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
         ASSERT_EQ(listen(fd, 1), 0);
         asked = std::chrono::steady_clock::now();
@@ -217,14 +217,14 @@ TEST_F(Restart, StaysAwayWhileSomebodyHasThePort)
         if (control("up") == "ok") {
             taker = fd;
         } else {
-            close(fd);
+            ::close(fd);
             EXPECT_EQ(control("up"), "ok");
         }
     }
     ASSERT_GE(taker, 0);
     EXPECT_TRUE(eventually([&] { return std::chrono::steady_clock::now() > asked + 3 * kRestartTime; }));
     EXPECT_TRUE(status_has("\"away\":true"));
-    close(taker);
+    ::close(taker);
     EXPECT_TRUE(is_back());
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }

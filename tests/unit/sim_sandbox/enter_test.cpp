@@ -19,22 +19,22 @@ constexpr int kRefused = 77;
 /** Enters a sandbox in a child and runs `body` there. The child's wait status. */
 int entered(const Options& options, const std::function<int(const Inside&)>& body)
 {
-    const pid_t child = fork();
+    const pid_t child = ::fork();
     if (child == 0) {
-        const pid_t before = getpid();
+        const pid_t before = ::getpid();
         const Result<Inside> inside = enter(options);
         if (!inside) {
             std::fputs(inside.error().text().c_str(), stderr);
-            _exit(inside.error().refused ? kRefused : 78);
+            ::_exit(inside.error().refused ? kRefused : 78);
         }
-        if (getpid() == before) {
-            _exit(79);
+        if (::getpid() == before) {
+            ::_exit(79);
         }
-        _exit(body(inside.value()));
+        ::_exit(body(inside.value()));
     }
     int status = -1;
     if (child > 0) {
-        waitpid(child, &status, 0);
+        ::waitpid(child, &status, 0);
     }
     return status;
 }
@@ -49,10 +49,10 @@ int open_listener(const std::string& text, int port)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, text.c_str(), &address.sin_addr);
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    const bool good = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    return good && listen(fd, 4) == 0 ? fd : -1;
+    ::inet_pton(AF_INET, text.c_str(), &address.sin_addr);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const bool good = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    return good && ::listen(fd, 4) == 0 ? fd : -1;
 }
 
 bool connects(const std::string& text, int port)
@@ -60,9 +60,9 @@ bool connects(const std::string& text, int port)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, text.c_str(), &address.sin_addr);
-    const UniqueFd fd(socket(AF_INET, SOCK_STREAM, 0));
-    return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::inet_pton(AF_INET, text.c_str(), &address.sin_addr);
+    const UniqueFd fd(::socket(AF_INET, SOCK_STREAM, 0));
+    return ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 } // namespace
@@ -107,9 +107,9 @@ TEST(Enter, SandboxEndsWithTheProgram)
     const UniqueFd reading(ends[0]);
     UniqueFd writing(ends[1]);
     const int status = entered({state.path(), 0}, [](const Inside&) {
-        if (fork() == 0) {
-            setsid();
-            pause();
+        if (::fork() == 0) {
+            ::setsid();
+            ::pause();
         }
         return 0;
     });
@@ -148,7 +148,7 @@ TEST(Enter, RoleScopePutsSocketsIntoAnotherRoleAndComesBack)
 TEST(Enter, MistakeLeavesTheCallerWhereItWas)
 {
     const TemporaryDirectory state;
-    const pid_t before = getpid();
+    const pid_t before = ::getpid();
     const auto inside = enter({state.path(), 9});
     EXPECT_FALSE(inside.ok());
     EXPECT_FALSE(inside.error().refused);

@@ -17,22 +17,22 @@ namespace {
 bool all_gone(int reading)
 {
     pollfd waiting = {reading, POLLIN, 0};
-    return poll(&waiting, 1, 10'000) == 1 && (waiting.revents & POLLHUP) != 0;
+    return ::poll(&waiting, 1, 10'000) == 1 && (waiting.revents & POLLHUP) != 0;
 }
 
 /** Starts a process that outlives its parent, in a session of its own, and holds `fd`. */
 int run_daemon(int fd)
 {
-    if (fork() == 0) {
-        setsid();
-        if (fork() == 0) {
+    if (::fork() == 0) {
+        ::setsid();
+        if (::fork() == 0) {
             std::signal(SIGTERM, SIG_IGN);
             std::signal(SIGHUP, SIG_IGN);
-            while (fcntl(fd, F_GETFD) >= 0) {
-                pause();
+            while (::fcntl(fd, F_GETFD) >= 0) {
+                ::pause();
             }
         }
-        _exit(0);
+        ::_exit(0);
     }
     return 0;
 }
@@ -76,13 +76,13 @@ TEST(SandboxLife, KilledMakerTakesEverythingAlong)
     int started[2];
     ASSERT_EQ(pipe2(started, O_CLOEXEC), 0);
     const UniqueFd reports(started[0]);
-    const pid_t maker = fork();
+    const pid_t maker = ::fork();
     ASSERT_GE(maker, 0);
     if (maker == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         auto sandbox = Sandbox::start({state.path(), 1});
         if (!sandbox) {
-            _exit(1);
+            ::_exit(1);
         }
         Command sleeper;
         sleeper.argv = {"sleep", "1000"};
@@ -90,18 +90,18 @@ TEST(SandboxLife, KilledMakerTakesEverythingAlong)
         const bool good = sandbox->spawn(Role::module(1), sleeper).ok() &&
                           sandbox->run(Role::controller(), [&] { return run_daemon(writing.get()); }).ok();
         const pid_t init = good ? sandbox->init_pid() : -1;
-        if (write(started[1], &init, sizeof init) < 0) {
-            _exit(1);
+        if (::write(started[1], &init, sizeof init) < 0) {
+            ::_exit(1);
         }
-        pause();
+        ::pause();
     }
     writing.reset();
     pid_t init = -1;
     ASSERT_EQ(read(reports.get(), &init, sizeof init), static_cast<ssize_t>(sizeof init));
-    close(started[1]);
+    ::close(started[1]);
     ASSERT_GT(init, 0);
-    kill(maker, SIGKILL);
-    waitpid(maker, nullptr, 0);
+    ::kill(maker, SIGKILL);
+    ::waitpid(maker, nullptr, 0);
     EXPECT_TRUE(all_gone(reading.get()));
     EXPECT_TRUE(eventually([&] { return kill(init, 0) != 0; }));
 }
@@ -111,7 +111,7 @@ TEST(SandboxLife, ChildrenThatNobodyWaitedForAreReapedByStop)
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     const auto ended = sandbox.spawn(Role::controller(), [] { return 3; });
-    const auto running = sandbox.spawn(Role::controller(), [] { return pause(); });
+    const auto running = sandbox.spawn(Role::controller(), [] { return ::pause(); });
     ASSERT_TRUE(ended.ok() && running.ok());
     sandbox.stop();
     EXPECT_EQ(wait_for(ended.value()), -1);
@@ -120,10 +120,10 @@ TEST(SandboxLife, ChildrenThatNobodyWaitedForAreReapedByStop)
 
 TEST(SandboxLife, WaitingForNoProcessLeavesAnotherChildAlone)
 {
-    const pid_t other = fork();
+    const pid_t other = ::fork();
     ASSERT_GE(other, 0);
     if (other == 0) {
-        _exit(7);
+        ::_exit(7);
     }
     EXPECT_EQ(wait_for(-1), -1);
     EXPECT_EQ(wait_for(0), -1);
@@ -171,8 +171,8 @@ TEST(SandboxLife, ListeningSocketsArePassedWithTheProcessIdThatTheProgramSees)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
-    const UniqueFd first(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const UniqueFd second(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+    const UniqueFd first(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd second(::open("/proc/self/status", O_RDONLY | O_CLOEXEC));
     int ends[2];
     ASSERT_EQ(pipe2(ends, 0), 0);
     const UniqueFd reading(ends[0]);

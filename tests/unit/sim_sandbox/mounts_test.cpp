@@ -107,20 +107,20 @@ TEST(SandboxMounts, NoProcessInsideCanMakeTheMachinesFilesWritable)
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     const auto try_all = [] {
         constexpr unsigned long kRemount = MS_BIND | MS_REMOUNT;
-        if (mount(nullptr, "/", nullptr, kRemount, nullptr) == 0 || errno != EPERM) {
+        if (::mount(nullptr, "/", nullptr, kRemount, nullptr) == 0 || errno != EPERM) {
             return 1;
         }
-        if (mount("/", "/tmp", nullptr, MS_BIND, nullptr) == 0) {
+        if (::mount("/", "/tmp", nullptr, MS_BIND, nullptr) == 0) {
             return 2; // without the mounts in it, so that what they hide would show
         }
-        if (mount("/", "/tmp", nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+        if (::mount("/", "/tmp", nullptr, MS_BIND | MS_REC, nullptr) != 0) {
             return 3;
         }
-        if (mount(nullptr, "/tmp", nullptr, kRemount, nullptr) == 0 || umount2("/tmp", MNT_DETACH) != 0) {
+        if (::mount(nullptr, "/tmp", nullptr, kRemount, nullptr) == 0 || ::umount2("/tmp", MNT_DETACH) != 0) {
             return 4;
         }
         for (const char* place : {"/tmp", "/home", "/run", "/proc/sys"}) {
-            if (umount2(place, MNT_DETACH) == 0) {
+            if (::umount2(place, MNT_DETACH) == 0) {
                 return 5;
             }
         }
@@ -152,7 +152,7 @@ TEST(SandboxMounts, TheCallersHomeIsHiddenWhereverItLies)
     const TemporaryDirectory home("/var/tmp");
     std::ofstream(home.path() / "secret") << "x";
     const TemporaryDirectory state;
-    setenv("HOME", home.path().c_str(), 1);
+    ::setenv("HOME", home.path().c_str(), 1);
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(shell(sandbox, kController, "ls -A ~; touch ~/marker"), "");
     EXPECT_FALSE(fs::exists(home.path() / "marker"));
@@ -162,7 +162,7 @@ TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsSeenAndNothingBesideIt)
 {
     const TemporaryDirectory home("/var/tmp");
     std::ofstream(home.path() / "secret") << "x";
-    setenv("HOME", home.path().c_str(), 1);
+    ::setenv("HOME", home.path().c_str(), 1);
     START_SANDBOX(sandbox, (Options{home.path() / "virtual/instrument", 0}));
     EXPECT_EQ(shell(sandbox, kController, "cd && ls && touch virtual/instrument/a virtual/b"), "virtual\n");
     EXPECT_TRUE(fs::exists(home.path() / "virtual/instrument/a"));
@@ -172,7 +172,7 @@ TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsSeenAndNothingBesideIt)
 TEST(SandboxMounts, TheProgramsFolderIsSeenInAHomeAndCannotBeWritten)
 {
     const fs::path program = fs::read_symlink("/proc/self/exe");
-    setenv("HOME", program.parent_path().c_str(), 1);
+    ::setenv("HOME", program.parent_path().c_str(), 1);
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(
@@ -191,7 +191,7 @@ TEST(SandboxMounts, HomesAreHiddenAndWhatIsWrittenThereStaysInside)
               "");
     const fs::path inner_state = "/home/somebody/build/state";
     const Result<int> status = sandbox.run(kController, [&] {
-        if (chdir("/home/somebody") != 0) {
+        if (::chdir("/home/somebody") != 0) {
             return 10;
         }
         Result<Sandbox> inner = Sandbox::start({inner_state, 0});
@@ -219,16 +219,16 @@ TEST(SandboxMounts, HomesAreHiddenAndWhatIsWrittenThereStaysInside)
 
 TEST(SandboxMounts, SharedMemoryIsPrivateBothWays)
 {
-    const std::string name = "/orvan-test-" + std::to_string(getpid());
-    const int fd = shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600);
+    const std::string name = "/orvan-test-" + std::to_string(::getpid());
+    const int fd = ::shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600);
     ASSERT_GE(fd, 0);
-    close(fd);
+    ::close(fd);
     const TemporaryDirectory state;
     auto check = [&] {
         START_SANDBOX(sandbox, (Options{state.path(), 0}));
         EXPECT_EQ(shell(sandbox, kController, "ls -A /dev/shm"), "");
         const Result<int> made = sandbox.run(kController, [&] {
-            return shm_open((name + "-inside").c_str(), O_CREAT | O_EXCL | O_RDWR, 0600) >= 0 ? 0 : 1;
+            return ::shm_open((name + "-inside").c_str(), O_CREAT | O_EXCL | O_RDWR, 0600) >= 0 ? 0 : 1;
         });
         ASSERT_TRUE(made.ok());
         EXPECT_EQ(made.value(), 0);
@@ -236,7 +236,7 @@ TEST(SandboxMounts, SharedMemoryIsPrivateBothWays)
         EXPECT_EQ(shell(sandbox, kController, "ls /dev/shm"), name.substr(1) + "-inside\n");
     };
     check();
-    shm_unlink(name.c_str());
+    ::shm_unlink(name.c_str());
 }
 
 TEST(SandboxMounts, MountsOfTheMachineAreUntouched)
@@ -257,7 +257,7 @@ TEST(SandboxMounts, WorkingFolderIsKept)
 
 TEST(SandboxMounts, StateDirectoryInSharedMemoryIsRefusedAsItWouldBeHidden)
 {
-    const fs::path folder = "/dev/shm/orvan-test-" + std::to_string(getpid());
+    const fs::path folder = "/dev/shm/orvan-test-" + std::to_string(::getpid());
     const auto sandbox = Sandbox::start({folder, 0});
     fs::remove_all(folder);
     ASSERT_FALSE(sandbox.ok());

@@ -35,31 +35,31 @@ TEST(Guard, InheritedVariableAloneIsNotBelieved)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
-    setenv(kSandboxVariable, std::to_string(sandbox.network_id()).c_str(), 1);
+    ::setenv(kSandboxVariable, std::to_string(sandbox.network_id()).c_str(), 1);
     EXPECT_FALSE(in_sandbox());
-    setenv(kSandboxVariable, "", 1);
+    ::setenv(kSandboxVariable, "", 1);
     EXPECT_FALSE(in_sandbox());
-    unsetenv(kSandboxVariable);
+    ::unsetenv(kSandboxVariable);
 }
 
 TEST(SandboxNamespaces, HostNameCanBeSetWithoutChangingTheMachines)
 {
     char before[256] = {};
-    gethostname(before, sizeof before - 1);
+    ::gethostname(before, sizeof before - 1);
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(status_of(sandbox, Role::controller(), [] { return sethostname("orvan-7", 7) == 0 ? 0 : 1; }),
               0);
     EXPECT_EQ(shell(sandbox, Role::controller(), "uname -n"), "orvan-7\n");
     char after[256] = {};
-    gethostname(after, sizeof after - 1);
+    ::gethostname(after, sizeof after - 1);
     EXPECT_STREQ(after, before);
 }
 
 TEST(SandboxNamespaces, SystemVSharedMemoryIsPrivate)
 {
-    const key_t key = 0x4f525600 + getpid() % 256;
-    const int outside = shmget(key, 4096, IPC_CREAT | IPC_EXCL | 0600);
+    const key_t key = 0x4f525600 + ::getpid() % 256;
+    const int outside = ::shmget(key, 4096, IPC_CREAT | IPC_EXCL | 0600);
     ASSERT_GE(outside, 0);
     const TemporaryDirectory state;
     const auto check = [&] {
@@ -68,7 +68,7 @@ TEST(SandboxNamespaces, SystemVSharedMemoryIsPrivate)
                   0);
     };
     check();
-    shmctl(outside, IPC_RMID, nullptr);
+    ::shmctl(outside, IPC_RMID, nullptr);
 }
 
 TEST(SandboxNamespaces, UserIsRootInsideAndTheCallerOutside)

@@ -20,7 +20,7 @@ sockaddr_in address_of(const std::string& text, int port)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, text.c_str(), &address.sin_addr);
+    ::inet_pton(AF_INET, text.c_str(), &address.sin_addr);
     return address;
 }
 
@@ -28,10 +28,10 @@ sockaddr_in address_of(const std::string& text, int port)
 UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     Result<UniqueFd> fd = sandbox.make_descriptor(role, [&] {
-        const int listener = socket(AF_INET, SOCK_STREAM, 0);
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
         const sockaddr_in address = address_of(text, port);
-        const bool good = bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-        return good && listen(listener, 4) == 0 ? listener : -1;
+        const bool good = ::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        return good && ::listen(listener, 4) == 0 ? listener : -1;
     });
     EXPECT_TRUE(fd.ok()) << (fd ? "" : fd.error().text());
     return fd ? std::move(*fd) : UniqueFd();
@@ -41,21 +41,21 @@ UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int por
 int connect_from(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     const Result<int> code = sandbox.run(role, [&] {
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
         const sockaddr_in address = address_of(text, port);
-        if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
             return 0;
         }
         if (errno != EINPROGRESS) {
             return errno;
         }
         pollfd waiting = {fd, POLLOUT, 0};
-        if (poll(&waiting, 1, 1000) == 0) {
+        if (::poll(&waiting, 1, 1000) == 0) {
             return ETIMEDOUT;
         }
         int error = 0;
         socklen_t size = sizeof error;
-        getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+        ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
         return error;
     });
     return code ? code.value() : -1;
@@ -63,19 +63,20 @@ int connect_from(Sandbox& sandbox, Role role, const std::string& text, int port)
 
 std::string interface_address(Sandbox& sandbox, Role role, const std::string& name)
 {
-    const Result<UniqueFd> fd = sandbox.make_descriptor(role, [] { return socket(AF_INET, SOCK_DGRAM, 0); });
+    const Result<UniqueFd> fd =
+        sandbox.make_descriptor(role, [] { return ::socket(AF_INET, SOCK_DGRAM, 0); });
     if (!fd) {
         return fd.error().text();
     }
     ifreq request = {};
     std::strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);
-    if (ioctl(fd.value().get(), SIOCGIFADDR, &request) != 0) {
+    if (::ioctl(fd.value().get(), SIOCGIFADDR, &request) != 0) {
         return "none";
     }
     sockaddr_in address = {};
     std::memcpy(&address, &request.ifr_addr, sizeof address);
     char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
 }
 
 } // namespace
@@ -104,7 +105,7 @@ TEST(SandboxNetwork, TheTwoEndsOfALinkHaveDifferentNumbers)
     START_SANDBOX(sandbox, (Options{state.path(), 4}));
     const auto number = [&](Role role, const std::string& name) {
         const Result<int> index =
-            sandbox.run(role, [&] { return static_cast<int>(if_nametoindex(name.c_str())); });
+            sandbox.run(role, [&] { return static_cast<int>(::if_nametoindex(name.c_str())); });
         return index ? index.value() : 0;
     };
     const int lan = number(Role::controller(), kLanInterface);
@@ -134,7 +135,7 @@ TEST(SandboxNetwork, EachModuleAnswersTheControllerAtItsAddressAndPort)
         const UniqueFd listener =
             listen_in(sandbox, Role::module(module), module_address(module), module_port(module));
         EXPECT_EQ(connect_from(sandbox, Role::controller(), module_address(module), module_port(module)), 0);
-        const UniqueFd accepted(accept(listener.get(), nullptr, nullptr));
+        const UniqueFd accepted(::accept(listener.get(), nullptr, nullptr));
         EXPECT_TRUE(accepted);
         EXPECT_EQ(connect_from(sandbox, Role::controller(), module_address(module), 6100), ECONNREFUSED);
     }

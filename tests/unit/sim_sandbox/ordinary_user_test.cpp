@@ -16,23 +16,23 @@ constexpr uid_t kNobody = 65534;
 /** Runs the suites of this program as another user and gives what they print. */
 std::string run_as_nobody(const fs::path& program, const char* filter, int& status)
 {
-    const UniqueFd output(memfd_create("output", MFD_CLOEXEC));
-    const pid_t child = fork();
+    const UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
+    const pid_t child = ::fork();
     if (child == 0) {
-        dup2(output.get(), 1);
-        dup2(output.get(), 2);
+        ::dup2(output.get(), 1);
+        ::dup2(output.get(), 2);
         const bool dropped = setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0;
-        if (dropped && chdir("/") == 0) {
-            execl(program.c_str(), program.c_str(), filter, static_cast<char*>(nullptr));
+        if (dropped && ::chdir("/") == 0) {
+            ::execl(program.c_str(), program.c_str(), filter, static_cast<char*>(nullptr));
         }
-        _exit(126);
+        ::_exit(126);
     }
     status = -1;
     if (child > 0) {
-        waitpid(child, &status, 0);
+        ::waitpid(child, &status, 0);
     }
     std::string text(1 << 20, '\0');
-    const ssize_t count = pread(output.get(), text.data(), text.size(), 0);
+    const ssize_t count = ::pread(output.get(), text.data(), text.size(), 0);
     text.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return text;
 }
@@ -41,7 +41,7 @@ std::string run_as_nobody(const fs::path& program, const char* filter, int& stat
 
 TEST(OrdinaryUser, AllOtherTestsPassWithoutPrivilege)
 {
-    if (geteuid() != 0) {
+    if (::geteuid() != 0) {
         // Then they do so already.
         SUCCEED();
         return;

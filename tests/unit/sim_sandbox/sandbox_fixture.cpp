@@ -26,7 +26,7 @@ TemporaryDirectory::~TemporaryDirectory()
 
 std::string shell(Sandbox& sandbox, Role role, const std::string& text)
 {
-    const UniqueFd output(memfd_create("output", MFD_CLOEXEC));
+    const UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
     Command command;
     command.argv = {"sh", "-c", text};
     command.output = output.get();
@@ -36,7 +36,7 @@ std::string shell(Sandbox& sandbox, Role role, const std::string& text)
         return status.error().text();
     }
     std::string result(1 << 16, '\0');
-    const ssize_t count = pread(output.get(), result.data(), result.size(), 0);
+    const ssize_t count = ::pread(output.get(), result.data(), result.size(), 0);
     result.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return result;
 }

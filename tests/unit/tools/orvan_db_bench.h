@@ -24,22 +24,22 @@ namespace orvan_test {
 /** Shared memory as a service keeps it. */
 class SharedRecords {
 public:
-    explicit SharedRecords(size_t channels) : m_name("/orvan-db-test-" + std::to_string(getpid()))
+    explicit SharedRecords(size_t channels) : m_name("/orvan-db-test-" + std::to_string(::getpid()))
     {
-        m_fd = shm_open(m_name.c_str(), O_RDWR | O_CREAT, 0600);
+        m_fd = ::shm_open(m_name.c_str(), O_RDWR | O_CREAT, 0600);
         cut_to(channels * sizeof(ORVAN_CONFIG));
     }
     ~SharedRecords()
     {
         remove();
-        close(m_fd);
+        ::close(m_fd);
     }
     SharedRecords(const SharedRecords&) = delete;
     SharedRecords& operator=(const SharedRecords&) = delete;
 
     const char* name() const { return m_name.c_str(); }
     void cut_to(size_t bytes) { EXPECT_EQ(ftruncate(m_fd, static_cast<off_t>(bytes)), 0); }
-    void remove() { shm_unlink(m_name.c_str()); }
+    void remove() { ::shm_unlink(m_name.c_str()); }
 
     template <typename T>
     void put(int channel, int tag, const T& value)

@@ -40,7 +40,7 @@ protected:
     }
 
     const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ("orvan-db-setup-" + std::to_string(getpid()));
+        std::filesystem::temp_directory_path() / ("orvan-db-setup-" + std::to_string(::getpid()));
     const std::string path = folder / "preset-3.json";
 };
 

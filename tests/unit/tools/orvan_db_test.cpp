@@ -278,10 +278,10 @@ public:
     Watch(const SharedRecords& records, std::vector<std::string> arguments)
     {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, m_output), 0);
-        m_saved = dup(STDOUT_FILENO);
+        m_saved = ::dup(STDOUT_FILENO);
         std::fflush(stdout);
-        dup2(m_output[1], STDOUT_FILENO);
-        close(m_output[1]);
+        ::dup2(m_output[1], STDOUT_FILENO);
+        ::close(m_output[1]);
         arguments.insert(arguments.begin(), {"orvan-db", "--watch", "--interval", "2"});
         m_thread = std::thread([this, arguments, name = std::string(records.name())] {
             std::vector<const char*> argv;
@@ -298,12 +298,12 @@ public:
     int end()
     {
         if (m_thread.joinable()) {
-            eventfd_write(m_stop, 1);
+            ::eventfd_write(m_stop, 1);
             m_thread.join();
             std::fflush(stdout);
-            dup2(m_saved, STDOUT_FILENO);
+            ::dup2(m_saved, STDOUT_FILENO);
             for (int fd : {m_saved, m_output[0], m_stop}) {
-                close(fd);
+                ::close(fd);
             }
         }
         return m_status;
@@ -318,7 +318,7 @@ public:
 private:
     int m_output[2];
     int m_saved;
-    const int m_stop = eventfd(0, 0);
+    const int m_stop = ::eventfd(0, 0);
     int m_status = -1;
     std::thread m_thread;
 };

@@ -32,20 +32,20 @@ inline MaintOutcome run_maint(std::vector<std::string> arguments, const std::str
         argv.push_back(argument.c_str());
     }
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0 || write(ends[1], input.data(), input.size()) < 0) {
+    if (::pipe2(ends, O_CLOEXEC) != 0 || ::write(ends[1], input.data(), input.size()) < 0) {
         return {-1, "", "no pipe"};
     }
-    close(ends[1]);
-    const int own_input = dup(STDIN_FILENO);
-    dup2(ends[0], STDIN_FILENO);
-    close(ends[0]);
+    ::close(ends[1]);
+    const int own_input = ::dup(STDIN_FILENO);
+    ::dup2(ends[0], STDIN_FILENO);
+    ::close(ends[0]);
     std::fflush(stdout);
     OutputCapture out(STDOUT_FILENO);
     OutputCapture err(STDERR_FILENO);
     const int status = orvan_maint::run(static_cast<int>(argv.size()), argv.data(), stop);
     std::fflush(stdout);
-    dup2(own_input, STDIN_FILENO);
-    close(own_input);
+    ::dup2(own_input, STDIN_FILENO);
+    ::close(own_input);
     return {status, out.text(), err.text()};
 }
 

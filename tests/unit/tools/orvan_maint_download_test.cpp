@@ -122,10 +122,10 @@ TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
 {
     const TestFolder folder;
     Scene scene;
-    const int stop = eventfd(0, EFD_CLOEXEC);
+    const int stop = ::eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
         if (number == 14) {
-            eventfd_write(stop, 1);
+            ::eventfd_write(stop, 1);
         }
         return number < 14 ? 1 : 0;
     };
@@ -134,7 +134,7 @@ TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
     EXPECT_EQ(outcome.status, 5) << outcome.err;
     EXPECT_TRUE(has(outcome.err, "the package was sent whole")) << outcome.err;
     EXPECT_EQ(scene.model.ended, 1);
-    close(stop);
+    ::close(stop);
 }
 
 TEST(Maint, UpdateAsksBeforeItEndsADownload)
@@ -219,11 +219,11 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
 {
     const TestFolder folder;
     Scene scene;
-    const int stop = eventfd(0, EFD_CLOEXEC);
+    const int stop = ::eventfd(0, EFD_CLOEXEC);
     // Identified three times, then the header; the wish for an end comes with the second block.
     scene.answers = [stop](size_t number) {
         if (number == 5) {
-            eventfd_write(stop, 1);
+            ::eventfd_write(stop, 1);
         }
         return number == 5 ? 0 : 1;
     };
@@ -234,7 +234,7 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
         << outcome.err;
     EXPECT_FALSE(scene.model.in_transfer());
     EXPECT_EQ(scene.model.file.substr(0, 1024), std::string(1024, '\xA5'));
-    close(stop);
+    ::close(stop);
 }
 
 TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
@@ -316,10 +316,10 @@ TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
 {
     const TestFolder folder;
     Scene scene;
-    const int stop = eventfd(0, EFD_CLOEXEC);
+    const int stop = ::eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
         if (number == 2) {
-            eventfd_write(stop, 1);
+            ::eventfd_write(stop, 1);
         }
         return number == 2 ? 0 : 1;
     };
@@ -327,7 +327,7 @@ TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
         scene.run({"program", "--yes", folder.put("image", std::string(9000, 'i'))}, "", stop);
     EXPECT_EQ(outcome.status, 6);
     EXPECT_TRUE(has(outcome.err, "the instrument waits for the rest of the image, and answers nothing else"));
-    close(stop);
+    ::close(stop);
 }
 
 TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
@@ -336,10 +336,10 @@ TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
     Scene scene;
     scene.model.module_ends = {0, 0};
     scene.model.confirms = false;
-    const int stop = eventfd(0, EFD_CLOEXEC);
+    const int stop = ::eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
         if (number == 2) { // behind the search and the only block
-            eventfd_write(stop, 1);
+            ::eventfd_write(stop, 1);
         }
         return 1;
     };
@@ -347,5 +347,5 @@ TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
     EXPECT_EQ(outcome.status, 5);
     EXPECT_TRUE(has(outcome.err, "do not switch off yet")) << outcome.err;
     EXPECT_FALSE(has(outcome.err, "waits for the rest")) << outcome.err;
-    close(stop);
+    ::close(stop);
 }

@@ -207,12 +207,12 @@ TEST(Maint, WithoutConsentNothingIsSent)
 TEST(Maint, AnInterruptionInTheSearchSendsNothing)
 {
     Scene scene;
-    const int stop = eventfd(1, EFD_CLOEXEC);
+    const int stop = ::eventfd(1, EFD_CLOEXEC);
     const MaintOutcome outcome = scene.run({"set-network", "--host-name", "x"}, "y\n", stop);
     EXPECT_EQ(outcome.status, 6);
     EXPECT_TRUE(has(outcome.err, "interrupted"));
     EXPECT_TRUE(scene.model.written.empty());
-    close(stop);
+    ::close(stop);
 }
 
 TEST(Maint, AnInterruptionAtTheQuestionIsNoConsent)
@@ -220,16 +220,16 @@ TEST(Maint, AnInterruptionAtTheQuestionIsNoConsent)
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], "y\n", 2), 2);
-    const int own_input = dup(STDIN_FILENO);
-    dup2(ends[0], STDIN_FILENO);
-    const int stop = eventfd(1, EFD_CLOEXEC);
+    const int own_input = ::dup(STDIN_FILENO);
+    ::dup2(ends[0], STDIN_FILENO);
+    const int stop = ::eventfd(1, EFD_CLOEXEC);
     {
         OutputCapture out(STDOUT_FILENO);
         EXPECT_THROW(orvan_maint::agree({"plan"}, false, stop), orvan_maint::Interrupted);
     }
-    dup2(own_input, STDIN_FILENO);
+    ::dup2(own_input, STDIN_FILENO);
     for (const int fd : {own_input, ends[0], ends[1], stop}) {
-        close(fd);
+        ::close(fd);
     }
 }
 

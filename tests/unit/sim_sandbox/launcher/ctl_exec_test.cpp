@@ -90,7 +90,7 @@ TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentGoesOn)
     }
     const std::string process = process_of_module_1(sim({"ctl", "status"}).output);
     ASSERT_NE(process, "");
-    kill(std::stoi(process), SIGKILL);
+    ::kill(std::stoi(process), SIGKILL);
     EXPECT_TRUE(eventually([&] {
         return output().find("module 1 ended with signal 9 (Killed); 'orvan-sim ctl module 1 start' brings "
                              "it back\n") != std::string::npos;
@@ -319,11 +319,11 @@ TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathBehindTheStandIns)
         std::filesystem::permissions(own.path() / name, std::filesystem::perms::owner_all);
     }
     const std::string before = getenv("PATH");
-    setenv("PATH", (own.path().string() + ":" + before).c_str(), 1);
+    ::setenv("PATH", (own.path().string() + ":" + before).c_str(), 1);
     EXPECT_EQ(sim({"exec", "--in", "lan", "--", "callers-own"}).output, "the caller\n");
     EXPECT_EQ(sim({"exec", "--", "sh", "-c", "command -v sudo"}).output.find(own.path().string()),
               std::string::npos);
-    setenv("PATH", before.c_str(), 1);
+    ::setenv("PATH", before.c_str(), 1);
 }
 
 TEST_F(OrvanSim, HelpAndVersionAreGivenAndAWrongLineIsStatus2)

@@ -38,7 +38,7 @@ void LauncherTest::TearDown()
 pid_t LauncherTest::run(const std::vector<std::string>& words, const fs::path& output,
                         const Environment& environment)
 {
-    const UniqueFd file(open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    const UniqueFd file(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     Command command;
     command.argv = {(m_folder.path() / "bin/orvan-sim").string()};
     command.argv.insert(command.argv.end(), words.begin(), words.end());
@@ -71,7 +71,7 @@ bool LauncherTest::start_ready(const std::vector<std::string>& options, const En
     }
     bool ended = false;
     eventually([&] {
-        ended = kill(m_launcher, 0) != 0 || waitpid(m_launcher, nullptr, WNOHANG) == m_launcher;
+        ended = ::kill(m_launcher, 0) != 0 || ::waitpid(m_launcher, nullptr, WNOHANG) == m_launcher;
         return ended || output().find("  stop  ") != std::string::npos;
     });
     if (ended) {
@@ -100,7 +100,7 @@ int LauncherTest::stop(int signal)
         ADD_FAILURE() << "no launcher to stop";
         return -1;
     }
-    kill(m_launcher, signal);
+    ::kill(m_launcher, signal);
     return wait();
 }
 
@@ -129,9 +129,9 @@ std::string LauncherTest::ask(const std::string& line)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(std::atoi(printed("TCP 127.0.0.1:").c_str())));
-    inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
-    const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    ::inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+    const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return "no connection";
     }
     return orvan_launcher::exchange(fd.get(), line + "\n", "\n", 10);

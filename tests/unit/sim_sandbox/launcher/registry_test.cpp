@@ -17,8 +17,8 @@ namespace {
 
 class RegistryTest : public ::testing::Test {
 protected:
-    void SetUp() override { setenv("XDG_RUNTIME_DIR", m_folder.path().c_str(), 1); }
-    fs::path registry_folder() const { return m_folder.path() / ("orvan-sim-" + std::to_string(getuid())); }
+    void SetUp() override { ::setenv("XDG_RUNTIME_DIR", m_folder.path().c_str(), 1); }
+    fs::path registry_folder() const { return m_folder.path() / ("orvan-sim-" + std::to_string(::getuid())); }
     fs::path make_state(const std::string& name) const
     {
         fs::create_directories(m_folder.path() / name / "run");

@@ -53,7 +53,7 @@ std::string receive(int fd, sockaddr_in& from)
     char text[100];
     socklen_t size = sizeof from;
     const ssize_t count =
-        recvfrom(fd, text, sizeof text, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), &size);
+        ::recvfrom(fd, text, sizeof text, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), &size);
     return count < 0 ? "(nothing)" : std::string(text, static_cast<size_t>(count));
 }
 

@@ -32,7 +32,7 @@ protected:
             GTEST_SKIP() << inside.error().text();
         }
         ASSERT_TRUE(inside.ok()) << inside.error().text();
-        unsetenv(orvan_sandbox::kSandboxVariable);
+        ::unsetenv(orvan_sandbox::kSandboxVariable);
         LauncherTest::SetUp();
     }
     TemporaryDirectory m_outer;
@@ -233,7 +233,7 @@ TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
     });
     ASSERT_TRUE(server.ok());
     const timeval patience = {10, 0};
-    setsockopt(server.value().get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(server.value().get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
 
     const int port = std::stoi(printed("UDP 127.0.0.1:"));
     for (int round = 0; round < 2; ++round) {
@@ -249,7 +249,7 @@ TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
         EXPECT_EQ(text, request);
         EXPECT_EQ(ntohl(from.sin_addr.s_addr), 0x0A000001u);
         ASSERT_EQ(sendto(server.value().get(), "reply", 5, 0, reinterpret_cast<sockaddr*>(&from), size), 5);
-        setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        ::setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         EXPECT_EQ(recv(client.get(), text, sizeof text, 0), 5);
     }
 }
@@ -610,17 +610,17 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
     fs::copy(m_folder.path() / "bin", outer.path() / "bin"); // what the outer sandbox shows
     const fs::path program = outer.path() / "bin/orvan-sim";
     const auto run = [&](const char* option) {
-        const UniqueFd text(memfd_create("output", 0));
+        const UniqueFd text(::memfd_create("output", 0));
         const auto status = sandbox.run(orvan_sandbox::Role::controller(), [&] {
             std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
-            dup2(text.get(), 1);
-            dup2(text.get(), 2);
+            ::dup2(text.get(), 1);
+            ::dup2(text.get(), 2);
             // The service ends at once: that it came so far is what is looked for.
-            setenv("ORVAN_DOUBLE_EXIT", "6", 1);
-            setenv("TMPDIR", "/dev/shm", 1);
-            setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
-            return execl(program.c_str(), program.c_str(), "run", "--modules", "1", "--state",
-                         "/home/orvan/halde/inner", option, nullptr);
+            ::setenv("ORVAN_DOUBLE_EXIT", "6", 1);
+            ::setenv("TMPDIR", "/dev/shm", 1);
+            ::setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
+            return ::execl(program.c_str(), program.c_str(), "run", "--modules", "1", "--state",
+                           "/home/orvan/halde/inner", option, nullptr);
         });
         char part[4096] = {};
         EXPECT_GE(pread(text.get(), part, sizeof part - 1, 0), 0);

@@ -36,9 +36,9 @@ void report(const char* text)
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    close(fd);
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ::sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::close(fd);
 }
 
 std::string answer(const std::string& line, int fds, char** argv)
@@ -61,14 +61,14 @@ std::string answer(const std::string& line, int fds, char** argv)
         return text;
     }
     if (word == "pid") {
-        return std::to_string(getpid());
+        return std::to_string(::getpid());
     }
     if (word == "run") {
         const int status = system(rest.c_str());
         return std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
     }
     if (word == "exit") {
-        _exit(atoi(rest.c_str()));
+        ::_exit(atoi(rest.c_str()));
     }
     if (word == "abort") {
         abort();
@@ -87,14 +87,14 @@ void serve(int client, int fds, char** argv)
 {
     std::string text;
     char part[512];
-    for (ssize_t count = 0; (count = read(client, part, sizeof part)) > 0;) {
+    for (ssize_t count = 0; (count = ::read(client, part, sizeof part)) > 0;) {
         text.append(part, static_cast<size_t>(count));
         for (size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
             const std::string reply = answer(text.substr(0, end), fds, argv) + "\n";
-            send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
+            ::send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
         }
     }
-    close(client);
+    ::close(client);
 }
 
 int listen_at_own_port()
@@ -102,9 +102,9 @@ int listen_at_own_port()
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(5025);
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool good = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    return good && listen(fd, 8) == 0 ? fd : -1;
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool good = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    return good && ::listen(fd, 8) == 0 ? fd : -1;
 }
 
 } // namespace
@@ -122,12 +122,12 @@ int main(int, char** argv)
         return atoi(status);
     }
     if (const char* state = getenv("ORVAN_STATE");
-        state != nullptr && access((std::string(state) + "/fails").c_str(), F_OK) == 0) {
+        state != nullptr && ::access((std::string(state) + "/fails").c_str(), F_OK) == 0) {
         return 1;
     }
     const char* pid = getenv("LISTEN_PID");
     const char* count = getenv("LISTEN_FDS");
-    const int fds = pid != nullptr && count != nullptr && atoi(pid) == getpid() ? atoi(count) : 0;
+    const int fds = pid != nullptr && count != nullptr && atoi(pid) == ::getpid() ? atoi(count) : 0;
     std::vector<pollfd> waiting;
     for (int index = 0; index < fds; ++index) {
         waiting.push_back({3 + index, POLLIN, 0});
@@ -138,7 +138,7 @@ int main(int, char** argv)
     report("STATUS=well\nREADY=1");
     const char* period = getenv("WATCHDOG_USEC");
     const int half = period != nullptr ? atoi(period) / 2000 : -1;
-    for (int ready = 0; (ready = poll(waiting.data(), waiting.size(), half)) >= 0;) {
+    for (int ready = 0; (ready = ::poll(waiting.data(), waiting.size(), half)) >= 0;) {
         if (period != nullptr) {
             report("WATCHDOG=1");
             ++g_fed;
@@ -148,7 +148,7 @@ int main(int, char** argv)
         }
         for (const pollfd& listener : waiting) {
             if (listener.revents != 0) {
-                serve(accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
+                serve(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
             }
         }
     }
