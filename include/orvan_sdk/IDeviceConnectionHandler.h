@@ -1,5 +1,5 @@
 /**
- * The controller's bus layer: one SPI port behind a board multiplexer, and the hooks by which a platform
+ * The controller's bus layer: one SPI port behind a board multiplexer, and the hooks through which a platform
  * routes trigger, RF output and modulation.
  */
 #ifndef ORVAN_SDK_I_DEVICE_CONNECTION_HANDLER_H
@@ -28,8 +28,8 @@ enum eCoupling {
 /**
  * Base of the platforms' connection handlers; a device owns exactly one.
  *
- * Nothing here takes `mtx`. Whoever needs the bus holds it over his whole conversation; one that needs
- * another channel saves the present one, selects, transfers and restores it, all under `mtx`.
+ * Nothing here takes `mtx`. A caller that needs the bus holds it for the whole conversation; to use another
+ * channel it saves the current one, selects, transfers and restores, all under `mtx`.
  */
 class ORVAN_API IDeviceConnectionHandler {
 public:
@@ -45,18 +45,18 @@ public:
     virtual bool Connected() { return connected; }
 
     /**
-     * One full-duplex SPI message to what the multiplexer selects for the present channel. The select is
-     * released behind it in success and failure alike.
+     * One full-duplex SPI message to the target that the multiplexer selects for the current channel. The
+     * select is released afterwards, on success and on failure.
      *
      * @param bytes_write `length` bytes to send
-     * @param bytes_read  gets as many bytes
+     * @param bytes_read  receives as many bytes
      * @param length      1 to MAX_SPI_BUF_LEN
      * @return 0; -1 when the message failed, which is logged, or, with no pin touched, before
      *         ConfigChannelSPI has succeeded or for another length
      */
     virtual int DataTransfer(const uint8_t* bytes_write, uint8_t* bytes_read, size_t length);
 
-    /** Present channel: 1 to 4 are RF channels; a platform may know more SPI targets. @return 0 */
+    /** Current channel: 1 to 4 are RF channels; a platform may know more SPI targets. @return 0 */
     virtual int SetCommChannel(uint32_t& value);
     virtual int GetCommChannel(uint32_t& value);
 
@@ -69,22 +69,22 @@ public:
      */
     virtual int ConfigChannelSPI(uint32_t chNo, uint32_t csNo);
 
-    /** Routing of the present channel; the base has none. @return 0 */
+    /** Routing of the current channel; the base has none. @return 0 */
     virtual int setTrgSrc(uint8_t coupleIdx);
     virtual int SetRFOutput(int value);
     virtual int setModSrc(uint32_t mod, uint32_t state);
 
     /**
-     * Trigger input impedance of the present channel, kept here for each. The channel must be 1 to 16: it is
+     * Trigger input impedance of the current channel, stored per channel. The channel must be 1 to 16: it is
      * not checked. @return 0
      */
     virtual int setTrgImp(uint32_t& imp);
     virtual int getTrgImp(uint32_t& imp);
 
-    /** Number of channel modules; 1 until told. */
+    /** Number of channel modules; 1 until set. */
     virtual void SetNumDevices(int value);
 
-    /** Points the bus at the present channel and asserts its select, and releases it. */
+    /** Points the bus at the current channel and asserts its select; and releases it. */
     virtual void enableMUX() = 0;
     virtual void disableMUX() = 0;
 

@@ -33,10 +33,10 @@ inline constexpr int ERR_FAILED = -1;
  * Base of the three platforms. A derived constructor runs the whole start-up on its caller's thread, and the
  * object lives until the service process deletes it; it is not restartable.
  *
- * There is no lock: getters read the settings record from SCPI, UDP and monitor threads alike. Every
- * operation on settings gives ERR_FAILED, and does nothing, while there is no record.
+ * There is no lock: getters read the settings record on SCPI, UDP and monitor threads. Every operation
+ * on settings returns ERR_FAILED, and does nothing, while there is no record.
  *
- * Texts are copied strncpy style: at most the limit named, filled up with zeros when shorter, with no
+ * Texts are copied strncpy style: at most the given limit, padded with zeros when shorter, with no
  * terminator when as long or longer. An output buffer has room for the limit.
  */
 class ORVAN_API IOrvanDeviceManager {
@@ -48,9 +48,9 @@ public:
     IOrvanDeviceManager(const IOrvanDeviceManager&) = delete;
     IOrvanDeviceManager& operator=(const IOrvanDeviceManager&) = delete;
 
-    /** True only when the constructor ran to its very end: the one report of success. */
+    /** True only if the constructor ran to its end: the only report of success. */
     virtual bool Initialized() = 0;
-    /** False: nothing ever sets it. */
+    /** Always false: nothing sets it. */
     virtual bool Connected() = 0;
     virtual bool InitHW() = 0;
 
@@ -96,7 +96,7 @@ public:
      * that fails is logged. @return 0 all the same
      */
     virtual int SetDHCP(uint8_t value);
-    /** Gives 0 or 1. */
+    /** Sets `value` to 0 or 1. */
     virtual int GetDHCP(uint8_t& value);
 
     /** LAN texts of the record, limit 31. A setter changes only the memory: it neither applies nor stores. */
@@ -113,9 +113,9 @@ public:
     virtual int SetNetMask(uint8_t* value);
     virtual int GetNetMask(uint8_t* value);
 
-    /** The number that the text of the record begins with, its low 16 bits; 0 for none. */
+    /** The low 16 bits of the number at the start of the record's text; 0 for none. */
     virtual int GetScpiPort(uint16_t* value);
-    /** Stores the port and REBOOTS the controller, as only a new start takes it. */
+    /** Stores the port and REBOOTS the controller, as it takes effect only at start-up. */
     virtual int SetScpiPort(uint16_t scpi_port);
 
     /** Vendor and product number, each only where the pointer is not null. */
@@ -128,7 +128,7 @@ public:
     /** The model row found at start-up; null for an unknown model. */
     virtual const sDevArch_t* getDeviceArch() const { return m_devArch; }
 
-    /** Power button: calls `handler` on a thread of its own at each press. */
+    /** Power button: calls `handler` on a separate thread at each press. */
     virtual bool SetupPowerButtonIrq(void (*handler)()) = 0;
     virtual void WaitPowerButtonRelease() = 0;
 
@@ -161,7 +161,7 @@ public:
     void set_fix_ip();
 
     int device_type_product = InvalidDevice; /**< a DeviceProductType */
-    bool batteryOn = false;                  /**< the option is bought and a battery answered at start-up */
+    bool batteryOn = false;                  /**< the option is set and a battery answered at start-up */
 
 protected:
     IOrvanDeviceManager() = default;
@@ -171,12 +171,12 @@ protected:
     void unlock_mutex();
 
     /**
-     * The whole start-up: all of a derived constructor. It ends early, with a line in the log and without
-     * threads, without a connection handler or an SPI port, and silently without an owner of settings.
+     * The whole start-up: all that a derived constructor does. Without a connection handler or an SPI port it
+     * returns early, with a line in the log and no thread started; without an owner of settings, silently.
      *
      * @param log_path log file of OrvanDebug, which is emptied; null for none
      * @param log_mode OrvanDebug::SetLogMode
-     * @param hooks    what the platform adds
+     * @param hooks    platform-specific steps
      */
     void start(const DevicePlatform& platform, const char* log_path, int log_mode, const StartHooks& hooks);
 
@@ -188,7 +188,7 @@ protected:
     int copy_options(optEntry_t* table, uint8_t* value, size_t size);
     static int hand_out_options(optEntry_t* options, void** table, size_t* size);
 
-    /** tempSensorReadConvert, with so many steps of the fraction in a degree. */
+    /** tempSensorReadConvert, with `steps` fraction steps per degree. */
     static double sensor_degrees(uint32_t value, double steps);
 
     bool fixedPwmFan = false;
@@ -203,15 +203,15 @@ protected:
     BITManager* m_bitManager = nullptr;
 
 private:
-    // The steps of a start, in their order. It ends where one returns false.
+    // The steps of the start-up, in order. It ends at the first that returns false.
     bool start_bus(const DevicePlatform& platform);
     void start_hardware();
     bool read_settings(const DevicePlatform& platform);
     uint32_t settings_crc() const; // of the record; 0 without the CRC utility
     void start_modules();
-    // Stores the settings if start-up has changed them since they had that CRC.
+    // Stores the settings if start-up has changed them since `crc_as_read` was computed.
     void finish_settings(const DevicePlatform& platform, uint32_t crc_as_read);
-    // A start that has come to its maintenance server is initialized.
+    // A start-up that has reached its maintenance server counts as initialized.
     void start_maintenance();
 };
 

@@ -1,6 +1,6 @@
 /**
- * A small logger for what a developer or the service process wants to see in a form of its own choosing: on
- * the console, in a file or through a callback. The operational log goes to syslog and not here.
+ * A small debug logger for developers and the service process: to the console, to a file or through a
+ * callback. The operational log goes to syslog instead.
  */
 #ifndef ORVAN_SDK_ORVAN_DEBUG_H
 #define ORVAN_SDK_ORVAN_DEBUG_H
@@ -29,25 +29,25 @@ using OrvanDebugCallback = void (*)(const char* line);
 class ORVAN_API OrvanDebug {
 public:
     /**
-     * Puts out "[date time]" with `msg` right behind it.
+     * Writes "[date time]" immediately followed by `msg`.
      *
      * @param force false drops the line. True overrides nothing: a log status of 0 still drops it.
      */
     static void Log(const std::string& msg, bool force);
 
-    /** Puts out "[ORVAN.ERR] " and `msg`, whatever the log status. */
+    /** Writes "[ORVAN.ERR] " and `msg`, whatever the log status. */
     static void Err(const std::string& msg);
 
-    /** @param mode 0, 1, 2 or 4; any other value becomes 4. At first 1 */
+    /** @param mode 0, 1, 2 or 4; any other value becomes 4. Initially 1 */
     static void SetLogMode(int mode);
     static int GetLogMode();
 
-    /** @param status 0 silences `Log`, any other value lets it speak. At first 1. @return 0 */
+    /** @param status 0 silences `Log`, any other value enables it. Initially 1. @return 0 */
     static int SetLogStatus(int status);
     static int GetLogStatus();
 
     /**
-     * Names the file of mode 1, "./orvan_log.txt" at first, and empties or creates it. A file that can't be
+     * Sets the file of mode 1, initially "./orvan_log.txt", and truncates or creates it. A file that can't be
      * opened is not reported, here or later, and its lines are lost.
      */
     static void SetLogFile(const std::string& name);

@@ -1,5 +1,5 @@
 /**
- * What is known of a device before there is one: the row of its model and the settings that it begins with.
+ * Device data that exists before the device: the row of its model and its initial settings.
  */
 #ifndef ORVAN_SDK_DEVICE_RECORDS_H
 #define ORVAN_SDK_DEVICE_RECORDS_H
@@ -26,7 +26,7 @@ struct sDevArch_t {
     int devProdType; /**< a DeviceProductType */
 };
 
-/** What a platform's settings begin with when neither store holds any. */
+/** A platform's initial settings, used when neither store holds any. */
 struct sDevDefaults_t {
     const char* model;
     const char* company;

@@ -1,5 +1,5 @@
 /**
- * A short-lived handle of one I2C device, and read-modify-write on its 8-bit registers.
+ * A short-lived handle to one I2C device, and read-modify-write on its 8-bit registers.
  */
 #ifndef ORVAN_SDK_I2CDEV_H
 #define ORVAN_SDK_I2CDEV_H
@@ -11,8 +11,8 @@
 namespace HaldeElec::Orvan {
 
 /**
- * One device on the controller's I2C bus, opened for a burst of accesses and closed with its scope. There is
- * no shared handle and no lock: each thread opens its own. It logs nothing.
+ * One device on the controller's I2C bus, opened for a burst of accesses and closed at the end of its scope.
+ * There is no shared handle and no lock: each thread opens its own. It logs nothing.
  *
  * @code
  * I2CFd expander(0x20);
@@ -32,7 +32,7 @@ public:
     I2CFd(const I2CFd&) = delete;
     I2CFd& operator=(const I2CFd&) = delete;
 
-    /** False where no such device can be opened. Descriptor 0 counts as not open, though it gets closed. */
+    /** False if the device could not be opened. Descriptor 0 counts as not open, but is still closed. */
     bool isOpen() const;
 
     /**
@@ -56,7 +56,7 @@ private:
 /**
  * Sets or clears the bits of a mask in a register.
  *
- * A failed read counts as 0 and the write goes out all the same: the failure shows in `fd.status` alone.
+ * A failed read counts as 0 and the write is still sent: the failure shows only in `fd.status`.
  *
  * @param bit mask of the bits
  * @return the result of the write: 0 or -1

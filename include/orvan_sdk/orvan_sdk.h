@@ -1,6 +1,5 @@
 /**
- * What a service process includes: the device, the module service with its one object, and the parser behind
- * it.
+ * The header for a service process: the device, the module service and its parser.
  *
  * The process ignores SIGPIPE: replies and module requests are sent without MSG_NOSIGNAL.
  */
@@ -15,9 +14,10 @@
 namespace HaldeElec::Orvan {
 
 /**
- * Starts the instrument, once in a process. It is always the portable: no pin, file or setting is looked at.
+ * Starts the instrument; call it once per process. It is always the portable: no pin, file or setting is
+ * read.
  *
- * The call runs the whole start-up (OrvanPortableDevice). A start-up that failed gives an object, too, whose
+ * The call runs the whole start-up (OrvanPortableDevice). If it fails, the object is still returned and its
  * Initialized() is false.
  *
  * @param log_path log file of OrvanDebug, which is emptied

@@ -1,5 +1,5 @@
 /**
- * Bus layer of the portable: the settings EEPROM is the one SPI target.
+ * Bus layer of the portable: the settings EEPROM is the only SPI target.
  */
 #ifndef ORVAN_SDK_PORTABLE_ORVANCONNPORTABLE_H
 #define ORVAN_SDK_PORTABLE_ORVANCONNPORTABLE_H
@@ -9,13 +9,13 @@
 
 namespace HaldeElec::Orvan {
 
-/** Routing and impedance are the base's; the channel number does not matter to the select. */
+/** Routing and impedance are inherited; the select ignores the channel number. */
 class ORVAN_API OrvanConnPortable : public IDeviceConnectionHandler {
 public:
     OrvanConnPortable();
     ~OrvanConnPortable() override;
 
-    /** Drives the select pins at once; the board needs no settling time. */
+    /** Drives the select pins without delay; the board needs no settling time. */
     void enableMUX() override;
     void disableMUX() override;
 };

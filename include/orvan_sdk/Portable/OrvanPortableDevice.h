@@ -13,21 +13,21 @@
 namespace HaldeElec::Orvan {
 
 /**
- * The fan thread and, with a battery, the charge monitor run from the constructor on. The fan thread works
- * the expander without the bus lock, so it and turn_orvanx_on may lose each other's change of port A.
+ * The fan thread and, with a battery, the charge monitor run from the constructor on. The fan thread uses
+ * the expander without the bus lock, so it and turn_orvanx_on may overwrite each other's change of port A.
  */
 class ORVAN_API OrvanPortableDevice : public IOrvanDeviceManager {
 public:
     /**
-     * Starts the instrument, which takes up to a minute where a module is silent.
+     * Starts the instrument, which takes up to a minute if a module does not answer.
      *
      * @param log_path log file of OrvanDebug, which is emptied
      * @param log_mode OrvanDebug::SetLogMode
      */
     OrvanPortableDevice(const char* log_path, int log_mode);
 
-    /** Waits for the fan thread's sleep of up to 5 seconds, and for a frame that ends the maintenance server.
-     *  With a charge monitor running it never comes back. */
+    /** Waits for the fan thread, which sleeps up to 5 seconds, and for one more maintenance frame.
+     *  Never returns while a charge monitor is running. */
     ~OrvanPortableDevice() override;
 
     bool Initialized() override { return initialized; }
@@ -35,9 +35,9 @@ public:
 
     /**
      * Sets up pins, charge controller and expander, and finds out whether a battery answers. An I2C device
-     * that can't be opened counts as not fitted and is passed over.
+     * that can't be opened counts as not fitted and is skipped.
      *
-     * @return false, and logged, when charge controller or expander failed; what comes behind is not touched
+     * @return false, and logged, when charge controller or expander failed; later parts are not touched
      */
     bool InitHW() override;
 
@@ -56,7 +56,7 @@ public:
 
     /** Calls `handler` when the button is pressed. @return false, and logged, without the interrupt */
     bool SetupPowerButtonIrq(void (*handler)()) override;
-    /** Polls the button, for as long as it is held. */
+    /** Polls the button until it is released. */
     void WaitPowerButtonRelease() override;
 
     /**
@@ -78,7 +78,7 @@ private:
     void fan_control(IDeviceConnectionHandler* devConnHandler);
     void ChargeMonitor();
 
-    // One reading of the battery with what follows from it, and the wait until the next one.
+    // Reads the battery, acts on the reading and waits until the next one is due.
     void charge_cycle(int& retry, bool& orvanx_on);
 
     std::atomic<bool> m_runFanThread = false;

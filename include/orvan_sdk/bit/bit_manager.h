@@ -2,7 +2,7 @@
  * The table of built-in tests: the single place from which results are read.
  *
  * A test is a row of one of three kinds, and its name is its key in that kind. A row may carry a function for
- * the manager to run; the owner of a row without one tells its outcome with setTestResult.
+ * the manager to run; the owner of a row without one reports its outcome with setTestResult.
  */
 #ifndef ORVAN_SDK_BIT_MANAGER_H
 #define ORVAN_SDK_BIT_MANAGER_H
@@ -42,26 +42,26 @@ enum eErrorCode : int {
     ERR_LAST = 9,
 };
 
-/** Rows that a kind has room for. */
+/** Maximum number of rows of a kind. */
 inline constexpr int kMaxTestsOfType = 10;
 
-/** Seconds between two continuous tests, as every caller of BITManager::getInstance wants them. */
+/** Seconds between two continuous tests, as every caller of BITManager::getInstance passes it. */
 inline constexpr int kCbitPeriod = 30;
 
-/** What a test is. */
+/** A test as it is registered. */
 struct Test_t {
     const char* testName = nullptr;              /**< key; not copied, must outlive the manager */
     std::function<int(void*)> testFunction = {}; /**< gets its TestRecord_t, result unused; may be empty */
-    void* object = nullptr;                      /**< the owner's own */
-    bool autoMode = false;                       /**< only then the manager runs the function */
+    void* object = nullptr;                      /**< for the owner's use */
+    bool autoMode = false;                       /**< whether the manager runs the function */
 };
 
-/** What became of a test. */
+/** Latest result of a test. */
 struct TestRecord_t {
     int testType = PBIT; /**< eBitType */
     int testIndex = 0;   /**< row in the kind's table */
     int status = BIT_NOT_PERFORMED;
-    int errorCode = ERR_NONE; /**< eErrorCode, or a word of the test's own */
+    int errorCode = ERR_NONE; /**< eErrorCode, or a test-specific word */
     void* object = nullptr;   /**< of the Test_t */
 };
 
@@ -69,7 +69,7 @@ struct TestRecord_t {
 struct BITType_t {
     const char* typeName = nullptr; /**< "PBIT", "CBIT" or "IBIT" */
     Test_t testTable[kMaxTestsOfType] = {};
-    TestRecord_t testRecords[kMaxTestsOfType] = {}; /**< same index */
+    TestRecord_t testRecords[kMaxTestsOfType] = {}; /**< by row */
     int testCount = 0;
 };
 
@@ -83,7 +83,7 @@ struct bitReport_t {
  * One object for the process. All calls are safe on any thread; a test function runs on the thread that
  * called for it, or on the periodic one, and never under the lock, so it may call back. It must not throw.
  *
- * A result stands until its owner overwrites it: there is no reset.
+ * A result remains until its owner overwrites it: there is no reset.
  */
 class ORVAN_API BITManager {
 public:
@@ -91,12 +91,12 @@ public:
      * The object, made by the first call and destroyed at the end of the process.
      *
      * @param period seconds between two steps of the periodic thread, which runs the continuous tests in
-     *               turn, one each step; below 1 there is no such thread. Only the first call's counts.
+     *               turn, one per step; below 1 there is no such thread. Only the first call's value counts.
      * @return never null
      */
     static BITManager* getInstance(int period);
 
-    /** Ends the periodic thread, which can take a whole period. */
+    /** Ends the periodic thread, which can take up to one period. */
     ~BITManager();
     BITManager(const BITManager&) = delete;
     BITManager& operator=(const BITManager&) = delete;
@@ -106,22 +106,22 @@ public:
 
     /** Runs the functions of the power-up tests in auto mode, in order of registration, on this thread. */
     void runPBITs();
-    /** The same for the tests on request. */
+    /** As runPBITs, for the tests on request. */
     void runIBITs();
 
-    /** Sets the result of the first row of that name, to whatever is given. @return whether there is one */
+    /** Sets the result of the first row of that name, unchecked. @return whether there is such a row */
     bool setTestResult(eBitType type, const char* name, int status, int errorCode);
 
-    /** Whether the manager runs the function of the first row of that name. No such row: nothing happens. */
+    /** Sets whether the manager runs the function of the first row of that name; no such row is ignored. */
     void setRunningMode(eBitType type, const char* name, bool autoMode);
 
     /** Rows in use; 0 for a bad kind. */
     int getTestsNumber(eBitType type);
 
-    /** @return false, with `report` as it was, for a bad kind or an index outside the table */
+    /** @return false, with `report` unchanged, for a bad kind or an index outside the table */
     bool getTestResult(eBitType type, int index, bitReport_t& report);
 
-    /** Name of the test that a record belongs to; "Unknown" for null or a record of no row. */
+    /** Name of the test that a record belongs to; "Unknown" for null or a record that is not in the table. */
     const char* getTestName(const TestRecord_t* record);
 
     /** "PBIT", "CBIT" or "IBIT"; "Unknown" for a bad kind. */

@@ -1,5 +1,5 @@
 /**
- * What the instrument tests of itself, and the look at the USB network links of its modules.
+ * The instrument's built-in tests, and detection of the USB network links of its modules.
  */
 #ifndef ORVAN_SDK_BIT_TESTS_H
 #define ORVAN_SDK_BIT_TESTS_H
@@ -17,11 +17,11 @@ inline constexpr char kModulesTest[] = "MODULES test"; /**< PBIT and CBIT: modul
 inline constexpr char kFanTest[] = "FAN test";         /**< CBIT: the fan thread */
 inline constexpr char kTempTest[] = "TEMP test";       /**< CBIT: error bit n - 1 for channel n too hot */
 
-/** What a module that does not answer puts into the error word of the "MODULES test": four bits a module,
- *  module 1 in the lowest. A module that answers has 0. */
+/** Error word of the "MODULES test" for a module that does not answer: four bits per module, module 1 in the
+ *  lowest. A module that answers has 0. */
 enum eModuleFailure : int {
     kModuleOffSubnet = 10,   /**< as many links as modules, but none on its subnet */
-    kModuleSilent = 12,      /**< its link is up */
+    kModuleSilent = 12,      /**< there is a link on its subnet */
     kModuleLinkMissing = 13, /**< no link on its subnet, and the number of links is wrong */
 };
 
@@ -37,7 +37,7 @@ struct rndis_device_t {
 };
 
 /**
- * Registers the tests of a device: two at power-up, three continuous, none with a function of its own.
+ * Registers the tests of a device: two at power-up, three continuous, none with a function.
  *
  * @param manager the device's manager; when null nothing is registered, and that is logged
  * @param device  becomes the `object` of every row
@@ -46,17 +46,17 @@ struct rndis_device_t {
 ORVAN_API int register_bit_tests(BITManager* manager, void* device);
 
 /**
- * Lists the USB network links in the order of the directory. A link counts as soon as it is driven by
- * DRIVER_NAME, also without an address.
+ * Lists the USB network links in directory order. A link counts if its driver is DRIVER_NAME, even without an
+ * address.
  *
- * @param out    gets the links found; the rows behind them stay as they are
+ * @param out    receives the links found; the remaining rows are left unchanged
  * @param devsNo room in `out`; the search ends when it is full
- * @return links found; -1, and told on standard error, when SYS_CLASS_NET cannot be opened
+ * @return links found; -1, and reported on standard error, when SYS_CLASS_NET cannot be opened
  */
 ORVAN_API int scan_rndis_devices(rndis_device_t* out, int devsNo);
 
 /**
- * Finds the link on whose subnet an address lies.
+ * Finds the link whose subnet contains an address.
  *
  * @param ip dotted IPv4 address
  * @return index of the first such link; -1 when there is none, for a null pointer, no devices or no address
@@ -64,10 +64,10 @@ ORVAN_API int scan_rndis_devices(rndis_device_t* out, int devsNo);
 ORVAN_API int find_device_subnet(const rndis_device_t* devices, int count, const char* ip);
 
 /**
- * Asks for the IPv4 address of an interface.
+ * Gets the IPv4 address of an interface.
  *
  * @param ifname its first 15 characters count
- * @param ip_out gets the dotted text; stays as it was on failure
+ * @param ip_out receives the dotted text; unchanged on failure
  * @param ip_len bytes of `ip_out`; 16 suffice for every address
  * @return 0; -1 without such an interface or address, or when the text does not fit
  */

@@ -1,5 +1,5 @@
 /**
- * Bus layer of a controller board whose SPI port goes through the multiplexer with three address lines.
+ * Bus layer of a controller board whose SPI port is routed through a multiplexer with three address lines.
  */
 #ifndef ORVAN_SDK_BOARD_ORVANCONNMULTIPLEXED_H
 #define ORVAN_SDK_BOARD_ORVANCONNMULTIPLEXED_H
@@ -11,8 +11,8 @@
 
 namespace HaldeElec::Orvan {
 
-/** Base of the benchtop's and the third platform's connection. Of the present channel's number the SPI side
- *  knows 4 (fan drive) and 5 (settings EEPROM). */
+/** Base of the benchtop's and the third platform's connection. The SPI side
+ *  uses channel numbers 4 (fan drive) and 5 (settings EEPROM). */
 class ORVAN_API OrvanConnMultiplexed : public IDeviceConnectionHandler {
 public:
     /** Closes the port. */

@@ -83,10 +83,11 @@ inline constexpr uint8_t EEPROM_CAT25_STATUS_WEL = 0x02;
 inline constexpr uint8_t EEPROM_CAT25_STATUS_BUSY = 0x01;
 
 /**
- * Made on the stack for one read or one write; keeps nothing between calls and allocates nothing.
+ * Created on the stack for one read or one write; keeps no state between calls and allocates nothing.
  *
- * The caller has selected the chip's SPI channel and holds the bus, as a page write is two messages. Nothing
- * is retried. On a CAT25040 addresses from 0x100 up reach the lower half, as they go out in one byte.
+ * The caller must have selected the chip's SPI channel and hold the bus, as a page write is two messages.
+ * Nothing is retried. On a CAT25040 addresses from 0x100 up wrap to the lower half, as they are sent in one
+ * byte.
  */
 class ORVAN_API EEPROM_CAT25 {
 public:
@@ -94,7 +95,7 @@ public:
     EEPROM_CAT25(IDeviceConnectionHandler* _spi, EEPROM_CAT25_Device _device);
 
     /** Polls the status register each millisecond, up to 100 times, until the chip is not busy. A dead bus
-     *  counts as busy. @return false, and said on standard error, if it stays so */
+     *  counts as busy. @return false, and reported on standard error, if it stays so */
     bool isReady();
 
     /** @return the status register; 0xFF on any failure */
@@ -104,23 +105,23 @@ public:
      * Reads in a single message, once the chip is ready.
      *
      * @param length with command and address at most MAX_SPI_BUF_LEN
-     * @return `length`; 0 on any failure, also for a range that leaves the chip
+     * @return `length`; 0 on any failure, also for a range past the end of the chip
      */
     size_t readBlock(uint32_t address, size_t length, void* buffer);
 
     /**
      * Writes page by page.
      *
-     * @return `length`, also when a page failed: read back to know; 0 for a range that leaves the chip, which
-     *         is said on standard output, and without a bus
+     * @return `length`, even if a page failed: read back to verify; 0 without a bus, and for a range past the
+     *         end of the chip, which is reported on standard output
      */
     size_t writeBlock(uint32_t address, size_t length, void* buffer);
 
     /**
-     * Writes inside one page, once the chip is ready; the write cycle is left to the next poll. Each call is
-     * told on standard output.
+     * Writes within one page, once the chip is ready; the write cycle is left to the next poll. Each call is
+     * reported on standard output.
      *
-     * @param length at most what is left of the page behind `address`
+     * @param length at most the rest of the page from `address` on
      * @return `length`; 0 on any failure
      */
     size_t writePage(uint32_t address, size_t length, void* buffer);

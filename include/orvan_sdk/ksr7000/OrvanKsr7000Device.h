@@ -13,14 +13,14 @@
 namespace HaldeElec::Orvan {
 
 /**
- * The fan thread and, with a battery, the charge monitor run from the constructor on. Of the routing there is
- * the RF output alone; the trigger's impedance is only kept.
+ * The fan thread and, with a battery, the charge monitor run from the constructor on. Its only routing is
+ * the RF output; the trigger impedance is only stored.
  */
 class ORVAN_API OrvanKsr7000Device : public IOrvanDeviceManager {
 public:
     /**
-     * Starts the instrument, which takes up to a minute where its module is silent. Hardware that fails is
-     * logged and passed over; without a connection handler, an SPI port or an owner of settings it returns
+     * Starts the instrument, which takes up to a minute if its module does not answer. Hardware that fails
+     * is logged and skipped; without a connection handler, an SPI port or an owner of settings it returns
      * early, with Initialized() false and no thread started.
      *
      * @param log_path log file of OrvanDebug, which is emptied
@@ -28,8 +28,8 @@ public:
      */
     OrvanKsr7000Device(const char* log_path, int log_mode);
 
-    /** Ends the charge monitor, which can take its sleep of 5 seconds, then the fan thread, which can take
-     * two minutes, and the maintenance server, which takes a frame that comes in. */
+    /** Ends the charge monitor, which may sleep for 5 seconds, then the fan thread, which can take two
+     * minutes, and the maintenance server, which waits for one more frame. */
     ~OrvanKsr7000Device() override;
 
     bool Initialized() override { return initialized; }
@@ -37,9 +37,9 @@ public:
 
     /**
      * Resets and sets up the port expanders, 2 seconds and more, sets up the charge controller, and finds out
-     * whether a battery answers. An I2C device that can't be opened counts as not fitted and is passed over.
+     * whether a battery answers. An I2C device that can't be opened counts as not fitted and is skipped.
      *
-     * @return false, and logged, at the first part that failed; what comes behind is not touched
+     * @return false, and logged, at the first part that failed; later parts are not touched
      */
     bool InitHW() override;
 

@@ -1,5 +1,5 @@
 /**
- * A counting semaphore with time-outs in milliseconds and a status in place of exceptions.
+ * A counting semaphore with timeouts in milliseconds and a status instead of exceptions.
  */
 #ifndef ORVAN_SDK_SEMAPHORE_H
 #define ORVAN_SDK_SEMAPHORE_H
@@ -40,11 +40,11 @@ inline constexpr u32 kOSTimeoutInfinite = 0xFFFFFFFF;
 class ORVAN_API COSSemaphore {
 public:
     /**
-     * @param InitialCount units that are free at once; it is not held to `MaxCount`
-     * @param MaxCount     units that Release brings the count up to
+     * @param InitialCount units initially free; not limited to `MaxCount`
+     * @param MaxCount     count up to which Release adds units
      */
     COSSemaphore(u32 InitialCount, u32 MaxCount);
-    /** Nobody may wait any more. */
+    /** No thread may be waiting. */
     ~COSSemaphore();
     COSSemaphore(const COSSemaphore&) = delete;
     COSSemaphore& operator=(const COSSemaphore&) = delete;
@@ -52,13 +52,13 @@ public:
     /**
      * Takes a unit, waiting for one if there is none.
      *
-     * @param Timeout ms, kOSTimeoutNone or kOSTimeoutInfinite. The end of the wait is a time of the wall
-     *                clock: setting the clock makes it longer or shorter.
-     * @param rStatus kOSStatusSuccess, or kOSStatusOperationTimedOut when no unit came free
+     * @param Timeout ms, kOSTimeoutNone or kOSTimeoutInfinite. The deadline is wall clock
+     *                time: setting the clock lengthens or shortens the wait.
+     * @param rStatus kOSStatusSuccess, or kOSStatusOperationTimedOut when no unit became free
      */
     void Acquire(u32 Timeout, tOSStatus& rStatus) { (this->*m_fpAcquire)(Timeout, rStatus); }
 
-    /** Gives a unit back and wakes one who waits. At the limit it does nothing. */
+    /** Returns a unit and wakes one waiter. At the limit it does nothing. */
     void Release() { (this->*m_fpRelease)(); }
 
     /** Always false. */
@@ -68,8 +68,8 @@ private:
     using AcquireFPtr = void (COSSemaphore::*)(u32 Timeout, tOSStatus& rStatus);
     using ReleaseFPtr = void (COSSemaphore::*)();
 
-    // A semaphore of one unit as a bare mutex. It is not in use: the timed lock reads the time-out as a time
-    // of day, and nothing unlocks.
+    // A semaphore of one unit as a bare mutex. Unused: the timed lock takes the timeout as an absolute time,
+    // and nothing unlocks.
     void Acquire1(u32 Timeout, tOSStatus& rStatus);
     void Release1();
 
@@ -79,7 +79,7 @@ private:
     // Waits for a unit until `Timeout` ms from now. Under the mutex.
     void wait_for_unit(u32 Timeout);
 
-    pthread_cond_t m_Condition = PTHREAD_COND_INITIALIZER; // a unit came free
+    pthread_cond_t m_Condition = PTHREAD_COND_INITIALIZER; // a unit became free
     pthread_mutex_t m_Mutex = PTHREAD_MUTEX_INITIALIZER;   // guards the count
     u32 m_Count;
     const u32 m_MaxCount;

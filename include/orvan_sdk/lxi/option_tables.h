@@ -1,5 +1,5 @@
 /**
- * The options that an instrument can have: the 16-bit `options` word of the settings, bit by bit.
+ * The options of an instrument: the 16-bit `options` word of the settings, bit by bit.
  */
 #ifndef ORVAN_SDK_OPTION_TABLES_H
 #define ORVAN_SDK_OPTION_TABLES_H
@@ -12,8 +12,8 @@
 namespace HaldeElec::Orvan {
 
 /**
- * A table for each platform. Row 0 is the frequency code. They are written to at run time, with no lock;
- * their `defaults` are the factory's only until the first updateOptTable.
+ * One table per platform. Row 0 is the frequency code. They are modified at run time, without a lock;
+ * `defaults` holds the factory values only until the first updateOptTable.
  */
 ORVAN_API extern optEntry_t optPortable_Tbl[kOptionRows];
 ORVAN_API extern optEntry_t optBenchtop_Tbl[kOptionRows];

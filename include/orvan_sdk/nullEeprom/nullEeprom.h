@@ -1,5 +1,5 @@
 /**
- * A byte store with the shape of an EEPROM, kept in a file: the settings' backup beside the real EEPROM.
+ * A byte store shaped like an EEPROM, kept in a file: the backup of the settings in the real EEPROM.
  */
 #ifndef ORVAN_SDK_NULL_EEPROM_H
 #define ORVAN_SDK_NULL_EEPROM_H
@@ -10,15 +10,16 @@
 #include "orvan_sdk/orvan_api.h"
 
 /**
- * The file is loaded whole by `init` and written whole by every `write`. The store never shrinks.
+ * `init` reads the whole file and every `write` rewrites it. The store never shrinks.
  *
- * An object belongs to one thread and is made for one read or one write. Writers of other threads and
- * processes are kept apart by flock while they write; a reader takes no lock, and since the file is truncated
+ * An object belongs to one thread and serves one read or one write. flock serialises writers in all threads
+ * and processes; a reader takes no lock, and since the file is truncated
  * before it is locked, a reader, or the next start after a power cut, may find it empty or short.
  *
- * A failure returns false, and standard error says what failed. One does not show: an image that fits the
- * buffer of a stdio stream, as that of the settings does, is written only when the stream is flushed, and
- * what comes of that is not looked at. On a full disk such a write returns true and leaves the file empty.
+ * A failure returns false and is described on standard error. One failure goes unnoticed: an image that fits
+ * into the buffer of a stdio stream, as that of the settings does, is written only when the stream is
+ * flushed, and that result is not checked. On a full disk such a write returns true and leaves the file
+ * empty.
  */
 class ORVAN_API NullEeprom {
 public:
@@ -31,18 +32,18 @@ public:
     NullEeprom(const NullEeprom&) = delete;
     NullEeprom& operator=(const NullEeprom&) = delete;
 
-    /** Makes the directory where it is missing, mode 755, and loads the file. A missing file is an empty
-     *  store and no failure. */
+    /** Creates the directory if it is missing, mode 755, and loads the file. A missing file is an empty
+     *  store, not a failure. */
     bool init();
 
     /** Bytes in the store. */
     size_t size() const { return _size; }
 
-    /** Copies bytes of the store out. False, silently, for a null `buffer`, and for a range that leaves the
+    /** Copies bytes out of the store. False, silently, for a null `buffer` or a range past the end of the
      *  store. */
     bool read(uint32_t offset, uint8_t* buffer, size_t length);
 
-    /** Puts bytes into the store, which grows as far as needed with zeros between, and writes the file.
+    /** Puts bytes into the store, which grows as needed, zeros filling any gap, and writes the file.
      * False, silently, for a null `data`. */
     bool write(uint32_t offset, const uint8_t* data, size_t length);
 

@@ -1,5 +1,5 @@
 /**
- * The instrument's SCPI language and the parser's objects, one of each in the process.
+ * The instrument's SCPI language and the parser's objects, one of each per process.
  */
 #ifndef ORVAN_SDK_SCPI_DEF_H
 #define ORVAN_SDK_SCPI_DEF_H
@@ -17,14 +17,14 @@ inline constexpr int kScpiErrorQueueSize = 20;
 
 /**
  * The language, ended by a row with a null pattern. `tag` is the OrvanElement that mirrors the row's value;
- * the set row of a value stands ahead of its query row, since a look-up by tag takes the first.
+ * the set row of a value comes before its query row, since a look-up by tag takes the first.
  */
 ORVAN_API extern const scpi_command_t scpi_commands[];
 
 /** Names of the trigger sources that the instrument's own software uses. */
 ORVAN_API extern const scpi_choice_def_t trigger_source[];
 
-/** The five callbacks. Nobody writes them; parser libraries take them without const. */
+/** The five callbacks. Never modified; not const because parser libraries take them so. */
 ORVAN_API extern scpi_interface_t scpi_interface;
 
 /** The parser context. ScpiParser::init_new_scpi builds it; it lives as long as the process. */

@@ -1,6 +1,6 @@
 /**
  * The module service: addresses, liveness and selection of the RF channel modules, the conversation with a
- * module, and the relays that the service process calls.
+ * module, and the relay functions that the service process calls.
  *
  * Channels are numbered 1 to 4 in every call; array indices are channel minus 1.
  */
@@ -22,17 +22,17 @@ struct OrvanElementData;
 class OrvanData;
 class ScpiParser;
 
-/** Channels that an instrument has at most. */
+/** Maximum number of channels. */
 inline constexpr int kMaxChannels = 4;
 
-/** The folder where images for the modules are left, and the words by which their names are told. */
+/** The folder where images for the modules are placed, and the words that identify their file names. */
 inline constexpr const char* SW_UPDATE_PATH_ORVANX = "/home/orvan/halde/upgrade/orvanx";
 inline constexpr const char* ORVANXFILEKEYWORD = "ovx_module";     // module software
 inline constexpr const char* ORVANXFPGAFILEKEYWORD = "fpga_image"; // FPGA image
 
 /**
  * One object for the process. Its fields have no lock: every conversation has its own connection, and a
- * reader may meet a value half-written.
+ * reader may see a half-written value.
  */
 class ORVAN_API Scpi_Orvanx {
 public:
@@ -45,7 +45,7 @@ public:
     static Scpi_Orvanx* getInstance();
 
     /**
-     * Ends the temperature thread, which can take its sleep of 30 seconds, and the parser; unmaps the channel
+     * Ends the temperature thread, which may sleep for up to 30 seconds, and the parser; unmaps the channel
      * records and removes their object.
      */
     ~Scpi_Orvanx();
@@ -54,7 +54,7 @@ public:
 
     // ---- selection and state
 
-    /** Channel that forwarded commands go to, 1 to 4. Nothing is checked; the device selects 1 at start-up.
+    /** Channel that forwarded commands go to, 1 to 4. Not checked; the device selects 1 at start-up.
      */
     void setSelectedChannel(int channel) { m_channelNo = channel; }
     int getSelectedChannel() { return m_channelNo; }
@@ -66,7 +66,7 @@ public:
     void setTrigSourceCouple(uint8_t couple) { m_trgSrcCouple = couple; }
     uint8_t getTrigSourceCouple() { return m_trgSrcCouple; }
 
-    /** RF output as the output command has left it. */
+    /** RF output as last set by the output command. */
     void setRfOnOff(bool on) { m_isRFOn = on; }
     bool getRfOnOff() { return m_isRFOn; }
 
@@ -80,12 +80,13 @@ public:
     // ---- one request to a module
 
     /**
-     * One request to one module: connects, sends `length` bytes as they stand, reads once, closes. Safe on
-     * any number of threads, also towards one module.
+     * One request to one module: connects, sends `length` bytes unchanged, reads once, closes. Safe on
+     * any number of threads, even for the same module.
      *
-     * Waits at most 5 seconds for the connection and 10 seconds for the reply; the sending is unbounded. The
-     * reply is what one read of at most 4096 bytes gave, up to its first NUL. A module that closes without
-     * a word gives the empty text, which is a good reply. The caller ends the request with CR LF itself.
+     * Waits at most 5 seconds for the connection and 10 seconds for the reply; sending has no limit. The
+     * reply is the result of one read of at most 4096 bytes, up to its first NUL. If the module closes the
+     * connection without replying, the result is empty, which is not an error. The caller appends CR LF
+     * itself.
      *
      * @param ipaddress dotted IPv4 address
      * @param port      TCP port; its low 16 bits count
@@ -95,7 +96,7 @@ public:
      */
     std::string SendSCPIOrvanX(const char* buffer, int length, const std::string& ipaddress, int port);
 
-    /** False, and logged, when "-ERR" stands anywhere in the reply: of the module or of the link alike. */
+    /** False, and logged, if the reply contains "-ERR" anywhere, whether from the module or the link. */
     bool checkOrvanReply(const std::string& reply);
 
     std::string m_orvanXIp[kMaxChannels] = {"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"};
@@ -106,11 +107,11 @@ public:
     bool m_isLive[kMaxChannels] = {}; /**< the module has answered */
 
     /**
-     * Asks channels 1 to `numChannels` "*TST?", all at once, until each has answered without "-ERR" or the
-     * deadline that they share is past. A channel that answers becomes live; the others stay as they are.
+     * Sends "*TST?" to channels 1 to `numChannels` in parallel until each has answered without "-ERR" or
+     * their common deadline has passed. A channel that answers becomes live; the others are left unchanged.
      *
      * Between attempts a channel waits 100, 200, 400, 800, then 1600 ms. An attempt under way at the deadline
-     * runs to its end, so the call can last one connect, one receive time-out and one wait longer.
+     * runs to its end, so the call can last one connect, one receive timeout and one wait longer.
      *
      * @param numChannels 1 to 4; with any other number nothing happens
      */
@@ -121,115 +122,115 @@ public:
      * every module is live. The error word has an eModuleFailure for each module that is not.
      *
      * @param devNo   installed modules; the first four count
-     * @param bitType eBitType of the row; 3 and above, nothing is reported
+     * @param bitType eBitType of the row; 3 and above report nothing
      */
     void modules_bit(int devNo, int bitType);
 
     /**
-     * Asks a module for its calibration date, FPGA and SCPI versions and reference frequency, for its record;
-     * those of module 1 go to the settings too, which are not stored. A dead module costs the connect
-     * time-out of each query. @return true when all four were answered
+     * Queries a module's calibration date, FPGA and SCPI versions and reference frequency for its record;
+     * those of module 1 also go to the settings, which are not stored. A dead module costs the connect
+     * timeout of each query. @return true when all four were answered
      */
     bool getModuleData(int ch);
 
     // ---- temperature of the modules
 
     /**
-     * Starts the thread that asks every installed module for its temperature, 30 seconds after the start and
-     * 30 seconds after each poll. Once, when the modules and their records are set up; the destructor ends
-     * it. A thread that cannot be had is logged.
+     * Starts the thread that polls the temperature of every installed module, 30 seconds after its start and
+     * 30 seconds after each poll. Called once, when the modules and their records are set up; the destructor
+     * ends it. Failure to create the thread is logged.
      */
     void startTempratureThread();
 
     /**
-     * The thread's body: polls until the destructor asks for the end, which takes effect after a poll. An end
-     * that is asked for before the thread has begun is not seen. What a poll throws is logged and ends the
+     * The thread's body: polls until the destructor requests the end, which takes effect after a poll. A
+     * request made before the thread has begun is lost. An exception from a poll is logged and ends the
      * thread for good.
      */
     void ThreadRunTempratureFunction();
 
     /**
-     * One poll on the caller's thread: asks channels 1 to `num` ":SYST:TEMP?", notes who answered and what in
-     * `m_isLive`, in the records (ODT_TEMP) and for getTempMaxOrvanx, and reports the "TEMP test" and, when
-     * one did not answer, the "MODULES test". A module that does not answer counts as one at 100 degrees and
+     * One poll on the caller's thread: sends ":SYST:TEMP?" to channels 1 to `num`, stores the results in
+     * `m_isLive`, in the records (ODT_TEMP) and for getTempMaxOrvanx, and reports the "TEMP test" and, if a
+     * module did not answer, the "MODULES test". A module that does not answer counts as 100 degrees and
      * costs up to 15 seconds (SendSCPIOrvanX).
      *
-     * The selected channel is asked through the instrument's own SCPI server, so never from within a command
-     * of it: the server takes one at a time.
+     * The selected channel is queried through the instrument's own SCPI server, so never call this from
+     * within a command of that server: it executes one at a time.
      *
      * @param num channels; the first four count
      * @return true
-     * @throws std::logic_error when an answer does not begin with a number, or with one past the range of a
-     *         double; the poll ends there, and what stands behind that channel stays as it was
+     * @throws std::logic_error when an answer does not begin with a number, or the number exceeds the range
+     *         of a double; the poll ends there, and later channels are left unchanged
      */
     bool getTempOrvanXForAlltheChannel(int num);
 
-    /** The largest temperature of the last poll in degrees Celsius; 0 until the first one has ended. */
+    /** The largest temperature of the last poll in degrees Celsius; 0 until the first poll has ended. */
     double getTempMaxOrvanx() { return m_max_temprature; }
 
     /**
-     * For the service process: polls all installed modules, as above, and gives the largest temperature with
-     * six digits behind the point. After an answer that is no number, which is logged, it is that of the poll
-     * before.
+     * For the service process: polls all installed modules, as above, and returns the largest temperature
+     * with six decimals. After an answer that is not a number, which is logged, it is that of the previous
+     * poll.
      */
     std::string getTempratureForOrvanXResponse();
 
     // ---- images for the modules
 
     /**
-     * Sends the FPGA image of the upgrade folder to every installed module, one after the other, and keeps
-     * the file. An image is one request, `:SYST:UPD:FPGA #71234567<image>\r\n`, which a module has to answer
-     * within 10 seconds of its last byte. A module that fails does not keep the others from theirs.
+     * Sends the FPGA image in the upgrade folder to every installed module in turn, and keeps the file.
+     * An image is one request, `:SYST:UPD:FPGA #71234567<image>\r\n`, which a module has to answer
+     * within 10 seconds of its last byte. A failing module does not stop the others.
      *
-     * The folder has to hold exactly one file with ORVANXFPGAFILEKEYWORD in its name.
+     * The folder must contain exactly one file with ORVANXFPGAFILEKEYWORD in its name.
      *
-     * @return what the last module made of it: true hides every failure ahead, that of reading the file as
-     *         well. Without a module, whether the file was read
-     * @throws std::exception without such a file or with several
+     * @return the last module's outcome: true hides every earlier failure, even that of reading the file.
+     *         Without a module, whether the file was read
+     * @throws std::exception if there is no such file or several
      */
     bool sendFPGAUpdateSCPICommandtoOrvanX();
 
     /**
      * The same for the module software, the first file with ORVANXFILEKEYWORD in its name, as
-     * ":SYST:UPD:SOFT". The file is deleted once it has been sent, whoever refused it.
+     * ":SYST:UPD:SOFT". The file is deleted once it has been sent, even if refused.
      *
-     * @return true when every module took it; false, and logged, also when there is no file or it is empty,
-     *         cannot be read or does not fit into memory twice, and then nothing is sent
+     * @return true if every module accepted it; false, logged and with nothing sent, also if there is no file
+     *         or it is empty, cannot be read or does not fit into memory twice
      */
     bool sendSoftwareUpdate();
 
     /**
-     * Restarts every installed module, whatever it answers. The modules are gone for a while; nothing sends
-     * them their setup again. @return true
+     * Restarts every installed module, whatever it answers. The modules are unreachable for a while; their
+     * setup is not sent again. @return true
      */
     bool sendDeviceRestart();
 
-    /** The software update and, when every module took it, the restart. @return false, and no module
-     * restarted, when one did not */
+    /** The software update and, if every module accepted it, the restart. @return false, and no module
+     * restarted, if one did not */
     bool sendSWUpdateToOrvanX();
 
     // ---- channel records
 
     /**
      * Maps the shared memory object "/orvanData" with a record for each installed channel and recalls a
-     * setup (database_recall). Called once, at start-up; a left-over object is taken over.
+     * setup (database_recall). Called once, at start-up; an existing object is reused.
      *
-     * @param defaultCfg setup that is loaded at boot. When a file of it is missing, setup 0 is, and becomes
+     * @param defaultCfg setup to load at boot. If one of its files is missing, setup 0 is loaded, and becomes
      *                   the boot setup of the settings in memory
-     * @return 0; -4 and nothing done without channels; -1, and logged, when the object cannot be had or the
-     *         setup cannot be read. In the latter case the records stand all the same.
+     * @return 0; -4 and nothing done without channels; -1, and logged, when the object cannot be opened or
+     *         the setup cannot be read. In the latter case the records exist nevertheless.
      */
     int load_database(int defaultCfg);
 
     /** The tag's row of the element table, null before load_database and for ODT_NO_TAG. A tag past the last
-     * is not refused. */
+     * is not rejected. */
     const OrvanElementData* get_ElemByTag(int32_t tag);
 
     /** The selected channel's record, null before load_database or when nothing is selected. */
     uint8_t* get_channelDB();
 
     /** A channel's record, null before load_database and for 0 or a number above 4. Only installed channels
-     * have one: nothing else is checked. */
+     * have one; this is not checked. */
     uint8_t* get_channelDB(int ch);
 
     /**
@@ -239,8 +240,8 @@ public:
     int update_db(int ch, int tag, char* buff, size_t size);
 
     /**
-     * As above for a record, and first ends the text at its size, in the caller's buffer: of a text that
-     * fills `size` bytes the last is lost.
+     * As above for a record, but first NUL-terminates the text at its size, in the caller's buffer: the last
+     * byte of a text that fills `size` bytes is lost.
      */
     int update_db(uint8_t* base, int tag, char* buff, size_t size);
 
@@ -251,43 +252,43 @@ public:
 
     /**
      * Stores every channel's record as a setup. The RF output is stored as off unless the power-on restore
-     * mode is on; the record stands at off, too, while its file is written. The record's setup number
-     * becomes `index`.
+     * mode is on; the record, too, is set to off while its file is written. The record's setup number becomes
+     * `index`.
      *
-     * A channel that fails is logged and the others go on, so that half of a setup can be stored. A file
-     * that cannot be written keeps its former contents.
+     * A channel that fails is logged and the others continue, so a setup can be stored incompletely. A file
+     * that cannot be written keeps its previous contents.
      *
-     * @param index 1 to 5; nothing above is refused
+     * @param index 1 to 5; larger values are not rejected
      * @return 0; -1 when a channel failed or the records are not loaded; -3, and nothing done, for setup 0
      */
     int database_store(int index);
 
     /**
      * Fills every channel's record from a setup and sends it to the modules that are live: a channel's
-     * values first, then its states. Elements that the file does not have stay. Notes in each channel's State
-     * whether its module is live and, at the end, the present network (network_if_detect).
+     * values first, then its states. Elements missing from the file are left unchanged. Records in each
+     * channel's State whether its module is live and, at the end, the current network (network_if_detect).
      *
-     * A channel whose file cannot be used is logged, keeps its record and sends nothing; the others go on.
+     * A channel whose file cannot be used is logged, keeps its record and sends nothing; the others continue.
      *
-     * @param index 0 to 5; nothing above is refused
+     * @param index 0 to 5; larger values are not rejected
      * @return 0; -1 when a channel failed or the records are not loaded
      */
     int database_recall(int index);
 
     /**
-     * Deletes every channel's file of a setup; one that is not there counts as deleted.
-     * @return 0; -1 when a file resists, logged, or for setup 0, logged and nothing done
+     * Deletes every channel's file of a setup; a missing one counts as deleted.
+     * @return 0; -1, and logged, if a file cannot be deleted, or for setup 0, with nothing done
      */
     int database_clear(int index);
 
     /**
-     * Whether every installed channel has a file of this setup; what is in it is not looked at.
-     * @return 0; -1 for 6 and above, and when one is missing, which is logged for the first
+     * Whether every installed channel has a file of this setup; its contents are not checked.
+     * @return 0; -1 for 6 and above, and if one is missing; the first missing one is logged
      */
     int validate_DB_files(int index);
 
     /**
-     * Makes a setup the one that is recalled at boot, in the settings; its low 8 bits count.
+     * Sets, in the settings, the setup that is recalled at boot; the low 8 bits count.
      * @param update store the settings at once, if there is a device
      */
     void set_bootDBConfig(int cfgIdx, bool update);
@@ -298,27 +299,27 @@ public:
     /**
      * The file of a channel's setup: for setup 0 "/home/orvan/halde/json/ch0.json" whatever the channel,
      * else "/home/orvan/halde/preset/<channel>/preset-<setup>.json". The folders are expected to exist.
-     * @param size bytes of `buff`; a longer path is cut
+     * @param size bytes of `buff`; a longer path is truncated
      */
     void get_json_db_path(int ovx_idx, int cfg_idx, char* buff, size_t size);
 
-    // ---- records, modules and settings brought together
+    // ---- synchronisation of records, modules and settings
 
     /**
      * Sends the elements of one pass to a channel's module, each as a request of its own, in the order of
-     * their tags: "<header> <value>\r\n". An element without a header in the language is left out.
+     * their tags: "<header> <value>\r\n". An element without a header in the language is skipped.
      *
-     * Every outcome is logged and none stops the pass: with no answer each element costs its time-out.
+     * Every outcome is logged and none stops the pass: without answers each element costs a timeout.
      *
-     * @param ch             1 to the installed channels; nothing is checked, its liveness neither
+     * @param ch             1 to the installed channels; neither range nor liveness is checked
      * @param targetPriority eSendPri1 or eSendPri2
      */
     void scpi_cmds_pass(int ch, SendOnInit targetPriority);
 
     /**
-     * Completes every channel's record with what only the controller knows, in this order: the model's,
-     * the settings' and the customer options'. Sends nothing. It stands until a recall puts the stored
-     * setup's values back in its place.
+     * Adds to every channel's record what only the controller knows, in this order: model, settings and
+     * customer options. Sends nothing. The values remain until a recall replaces them with those of the
+     * stored setup.
      *
      * @param arch the device's sDevArch_t
      */
@@ -335,8 +336,8 @@ public:
 
     /**
      * Writes the option text to a channel's record and applies the options in it: "LP" lowers the lower power
-     * limit to -80 dBm. A word counts only as it is written, blanks ahead of it apart; others are passed
-     * over.
+     * limit to -80 dBm. A word must match exactly, except for leading blanks; unknown words are
+     * ignored.
      *
      * @param e2pr    an EEPROM_DEVICE_SETTINGS
      * @param options words separated by ","; its last byte becomes zero
@@ -349,20 +350,20 @@ public:
     void update_battery_status(int percent, int currentStatus);
 
     /**
-     * Notes the present network, as "sudo /usr/local/bin/he_get_net_config.sh" tells it, in the settings'
-     * live network set-up and in every channel's record, and takes the SCPI port over from the settings.
+     * Stores the current network configuration, as reported by "sudo /usr/local/bin/he_get_net_config.sh", in
+     * the settings' live one and in every channel's record, and adopts the SCPI port of the settings.
      *
      * The script prints six words: "Dynamic", "NoLink" or another word for a fixed address; interface,
      * IPv4 address, mask, gateway, MAC address.
      *
-     * @return 0; -1 without settings, when the script fails, and, logged and with the live set-up cleared,
-     *         when it does not print six words
+     * @return 0; -1 without settings, when the script fails, and, logged and with the live configuration
+     *         cleared, when it does not print six words
      */
     int network_if_detect();
 
-    // ---- relays of the service process
+    // ---- relay functions for the service process
 
-    /** Hands the device over, to the handlers as well. Not owned. */
+    /** Sets the device, for the handlers as well. Not owned. */
     void setDevicePtr(void* ptrDevice);
 
     /** ScpiParser::isExternalCommand; false without a parser. */
@@ -378,8 +379,8 @@ public:
     void connection_abort(int sd);
 
     /**
-     * Passes a NUL-terminated request to the selected channel and the reply, as it stands, to `new_socket`.
-     * A selected channel of 0 becomes 1 and stays so.
+     * Passes a NUL-terminated request to the selected channel and the unmodified reply to `new_socket`.
+     * If the selected channel is 0, channel 1 is selected and stays selected.
      */
     void sendSCPICommandtoOrvanX(char* buffer, int valread, int new_socket);
 
@@ -405,7 +406,7 @@ private:
     Scpi_Orvanx();
 };
 
-/** @return length of a file in bytes; -1 when it cannot be opened or has no end to go to */
+/** @return length of a file in bytes; -1 when it cannot be opened or is not seekable */
 ORVAN_API long get_file_size(const char* path);
 
 /**
@@ -413,9 +414,9 @@ ORVAN_API long get_file_size(const char* path);
  * text itself, which is cut to the element's size with its NUL.
  *
  * Nothing is checked and nothing fails: a number ends at the first character that does not fit ("1GHz" is
- * 1), text that is no number is 0, and of a switch only "ON", "On" and "1" are on. An integer element cuts
- * its factor to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain copy: a
- * reader may see half a value. With a null argument nothing happens.
+ * 1), text that is not a number is 0, and a switch is on only for "ON", "On" and "1". For an integer element
+ * the factor is truncated to an integer first. At most `e->size` bytes at `e->pos` are written, with a plain
+ * copy: a reader may see half a value. With a null argument nothing happens.
  */
 ORVAN_API void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const char* str);
 
@@ -424,14 +425,14 @@ ORVAN_API void update_orvan_DB(uint8_t* base, const OrvanElementData* e, const c
  * and a double with twelve significant digits, numbers divided by the element's factor.
  *
  * @param element its factor is at least 1 for an integer type
- * @param bufSize bytes of `buffer`; a longer text is cut
- * @return false, with `buffer` as it was, when a pointer is null or the type is unknown
+ * @param bufSize bytes of `buffer`; a longer text is truncated
+ * @return false, with `buffer` unchanged, when a pointer is null or the type is unknown
  */
 ORVAN_API bool format_element_value(const char* baseAddress, const OrvanElementData& element, char* buffer,
                                     size_t bufSize);
 
 /**
- * The header by which an element is set: the first row of a command table with this tag, without the parts in
+ * The header that sets an element: the first row of a command table with this tag, without the parts in
  * brackets, ":OUTPut" for ":OUTPut[:STATe]". It ends in "?" when that row is a query.
  *
  * @param commands ended by a row with a null pattern

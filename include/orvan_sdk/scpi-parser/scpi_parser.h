@@ -1,6 +1,6 @@
 /**
- * The entry into the instrument's one SCPI parser, its user record, and the interface callbacks that
- * are not about replies.
+ * The entry into the instrument's one SCPI parser, its user record, and the interface callbacks
+ * other than those for replies.
  *
  * All clients share one context, one input buffer, one transmit buffer and one user record.
  */
@@ -15,13 +15,13 @@
 
 class Scpi_Orvanx;
 
-/** Text that an older client may know; no reply of this instrument holds it. */
+/** Known to older clients; no reply of this instrument contains it. */
 #define SCPI_GENERAL_ERR_MSG "Invalid Command"
 
-/** Sub-commands that one bypass run holds at most. */
+/** Maximum number of sub-commands in a bypass run. */
 inline constexpr int kBypassMaxItems = 64;
 
-/** Bytes kept of a set command's parameter text, its NUL included. */
+/** Size of the buffer for a set command's parameter text, including the NUL. */
 inline constexpr size_t kBypassParamSize = 128;
 
 /** One forwarded sub-command of the open run. */
@@ -29,12 +29,12 @@ struct bypassItem_t {
     int32_t tag;                  /**< element of the channel record, ODT_NO_TAG for none */
     int is_query;                 /**< 1 when the header ends in "?" */
     int param_len;                /**< characters in `param`; 0 for a query */
-    char param[kBypassParamSize]; /**< parameter text of a set, cut to 127 characters, NUL-terminated */
+    char param[kBypassParamSize]; /**< parameter text of a set, truncated to 127 characters, NUL-terminated */
 };
 
 /**
- * The user record of the SCPI context: a handler reaches the rest of the system through it and never
- * through a global. One for the process; it belongs to the thread inside SCPI_Input, except `socket`
+ * The user record of the SCPI context: handlers reach the rest of the system through it, never
+ * through a global. One per process; it belongs to the thread inside SCPI_Input, except `socket`
  * and `deviceType`, which ScpiParser::setCallerSocket writes from outside without a lock.
  */
 typedef struct user_context {
@@ -54,11 +54,11 @@ typedef struct user_context {
 } userContext_t;
 
 /**
- * Front door of the parser. Scpi_Orvanx owns the one object and relays the service process's calls.
+ * Entry point of the parser. Scpi_Orvanx owns the single object and relays the service process's calls.
  *
  * Any client thread may call setCallerSocket, sendCommandToNewScpiParser and connection_abort, but the
- * reply goes to the socket that the user record holds when the line ends: the caller names another
- * client only when no message is in work.
+ * reply goes to the socket that the user record holds when the line ends: set another
+ * client only when no message is being executed.
  */
 class ORVAN_API ScpiParser {
 public:
@@ -71,35 +71,35 @@ public:
     /** Hands the device to the handlers; nothing happens before init_new_scpi. */
     void setDevicePtr(void* ptrDevice);
 
-    /** Names the client that the next bytes come from and replies go to. @return 1; -1 before init_new_scpi
+    /** Sets the client that the next bytes come from and replies go to. @return 1; -1 before init_new_scpi
      */
     int setCallerSocket(int socket, int deviceArch);
 
     /**
-     * Takes bytes of the client named last, in any pieces. Every program message that they complete is
+     * Takes bytes from the current client, in any pieces. Every program message that they complete is
      * executed, and its reply sent, on this thread before the call returns.
      *
      * Waits while another client is within a message (see scpi_lease.h). Of several messages in one call
-     * the lease covers the first alone; with more clients than one they are handed in one by one.
+     * the lease covers only the first; with several clients, pass them one per call.
      *
-     * The buffer holds a NUL, ";", CR or LF in or right behind its `valread` bytes (see isCommand).
+     * The buffer must hold a NUL, ";", CR or LF within or immediately after its `valread` bytes (see
+     * isCommand).
      *
-     * @return true when a message was executed without error and no incomplete one is left
+     * @return true if a message was executed without error and no incomplete one is left
      */
     scpi_bool_t sendCommandToNewScpiParser(char* buffer, int valread);
 
-    /** Reports the loss of a client. What it has sent of an incomplete message is dropped, and its lease
-     * ends. */
+    /** Reports the loss of a client. Its incomplete message is dropped, and its lease ends. */
     void connection_abort(int sd);
 
-    /** True when the peer of the socket is 127.0.0.1, is not IPv4, or cannot be had. */
+    /** True if the peer of the socket is 127.0.0.1, is not IPv4, or cannot be determined. */
     bool isInternalMessage(int fd);
 
     /**
      * True when the first line holds a unit of at least one character without a "?", parameters included.
      *
-     * A unit ends at a NUL, ";", CR or LF and nowhere else: one of them must stand in the buffer or right
-     * behind it. `bufferSize` only tells whether another unit follows.
+     * A unit ends only at a NUL, ";", CR or LF: the buffer must contain one or be immediately followed by
+     * one. `bufferSize` only determines whether another unit follows.
      */
     bool isCommand(const char* cmdBuffer, int bufferSize);
 
@@ -113,18 +113,18 @@ private:
     bool m_cmdExternal = false;
 };
 
-/** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, the number narrowed to 16 bits with its
- *  sign, the text that of this number. Info texts do not appear. @return 0 */
+/** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, the number narrowed to signed 16 bits,
+ *  the text that of the narrowed number. Info texts are omitted. @return 0 */
 ORVAN_API int SCPI_Error(scpi_t* context, int_fast16_t err);
 
 /**
- * `control` callback: writes "**SRQ: ..." or "**CTRL ..." straight to the caller's socket, past the reply's
- * framing. A failing write is ignored. @return SCPI_RES_OK
+ * `control` callback: writes "**SRQ: ..." or "**CTRL ..." straight to the caller's socket, bypassing the
+ * reply's framing. A failing write is ignored. @return SCPI_RES_OK
  */
 ORVAN_API scpi_result_t SCPI_Control(scpi_t* context, scpi_ctrl_name_t ctrl, scpi_reg_val_t val);
 
 /**
- * `reset` callback: drops the bytes of an incomplete message and says "**Reset" on standard error. It
+ * `reset` callback: drops the bytes of an incomplete message and prints "**Reset" to standard error. It
  * resets neither instrument nor channel records. @return SCPI_RES_OK
  */
 ORVAN_API scpi_result_t SCPI_Reset(scpi_t* context);
