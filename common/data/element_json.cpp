@@ -10,7 +10,7 @@
 
 namespace {
 
-// Above this a JSON number, which readers hold as a double, no longer tells neighbours apart.
+// Above this a JSON number, which readers hold as a double, no longer distinguishes consecutive integers.
 constexpr int64_t kMaxExactInteger = int64_t{1} << 53;
 
 constexpr size_t kHexDigitsOfDouble = 16;
@@ -46,7 +46,7 @@ cJSON* integer_to_json(Integer value)
     return is_exact_as_number(value) ? cJSON_CreateRaw(digits) : cJSON_CreateString(digits);
 }
 
-// The library's own number output takes 15 digits for good when they are near enough.
+// The library's own number output settles for 15 digits if they are close enough.
 cJSON* number_to_json(double value)
 {
     char digits[40];
@@ -163,7 +163,7 @@ bool text_from_json(const cJSON* value, uint8_t* place, size_t field_size)
         if (*utf8 < 0x80) {
             continue;
         }
-        // Two bytes that begin with C2 or C3 are U+0080 to U+00FF; no other character is a byte.
+        // Two bytes that begin with C2 or C3 are U+0080 to U+00FF; no other character maps to a byte.
         const uint8_t lead = utf8[0];
         const uint8_t trail = utf8[1];
         if ((lead != 0xC2 && lead != 0xC3) || (trail & 0xC0) != 0x80) {

@@ -11,7 +11,7 @@
 
 namespace {
 
-// A record takes some 6 KB; what is far beyond is no setup, and is not worth the memory.
+// A record takes about 6 KB; a much larger file is not a setup.
 constexpr size_t kMaxFileSize = 1 << 20;
 
 struct JsonDeleter {
@@ -21,7 +21,7 @@ struct JsonDeleter {
 using Json = std::unique_ptr<cJSON, JsonDeleter>;
 using JsonText = std::unique_ptr<char, JsonDeleter>;
 
-// The parser hands out texts as C strings and so would cut one at such a character without a word.
+// The parser returns texts as C strings, so it would silently truncate one at such a character.
 bool holds_null_character(const std::string& text)
 {
     if (text.find('\0') != std::string::npos) {
@@ -40,7 +40,7 @@ Json parse(const std::string& text)
     if (holds_null_character(text)) {
         return nullptr;
     }
-    // Only with the terminating zero counted in does the parser refuse what follows the object.
+    // The parser rejects text after the object only if the length includes the terminating zero.
     Json root(cJSON_ParseWithLengthOpts(text.c_str(), text.size() + 1, nullptr, true));
     return cJSON_IsObject(root.get()) ? std::move(root) : nullptr;
 }
@@ -100,8 +100,8 @@ try {
     if (!root) {
         return -1;
     }
-    // Once on a copy, to learn whether all of it fits, and only then on the record. The copy is not
-    // stored back: other threads write the record's remaining elements meanwhile.
+    // First on a copy, to check that all of it fits, and only then on the record. The copy is not
+    // stored back: other threads may write the record's other elements meanwhile.
     ORVAN_CONFIG trial{};
     if (!apply(root.get(), trial)) {
         return -1;

@@ -8,8 +8,8 @@
 #include <cstdint>
 
 /**
- * CRC-32/ISO-HDLC (the one of Ethernet and zlib): reflected polynomial 0xEDB88320, start value and
- * final inversion with all bits set. "123456789" gives 0xCBF43926.
+ * CRC-32/ISO-HDLC (as in Ethernet and zlib): reflected polynomial 0xEDB88320, start value and
+ * final inversion with all bits set. The CRC of "123456789" is 0xCBF43926.
  *
  * @code
  * uint32_t crc = crc32->crc32_init();
@@ -22,17 +22,17 @@
  */
 class Crc32Utils {
 public:
-    /** The one object; never null, never destroyed. */
+    /** The single object; never null, never destroyed. */
     static Crc32Utils* getInstance();
 
     Crc32Utils(const Crc32Utils&) = delete;
     Crc32Utils& operator=(const Crc32Utils&) = delete;
 
-    /** The running value to start with. */
+    /** The initial running value. */
     uint32_t crc32_init() const;
 
     /**
-     * Runs the CRC on over more bytes.
+     * Updates the CRC with more bytes.
      *
      * @param crc    running value
      * @param data   bytes; may be null when `length` is 0

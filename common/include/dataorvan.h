@@ -1,9 +1,9 @@
 /**
  * The record of one channel, its element table and its form on disk.
  *
- * The records of all channels lie side by side in shared memory and are read by other processes, so
- * the layout below is fixed: it is the same on 32-bit and 64-bit platforms, holds no pointer, and a
- * change of it is a change of every program that maps it.
+ * The records of all channels are stored side by side in shared memory and are read by other processes, so
+ * the layout below is fixed: it is the same on 32-bit and 64-bit platforms, holds no pointer, and
+ * changing it means changing every program that maps it.
  */
 #ifndef DATAORVAN_H
 #define DATAORVAN_H
@@ -38,13 +38,13 @@ enum ValueTypes : int {
 enum SendOnInit : int {
     eSendNone = 0, /**< never */
     eSendPri1 = 1, /**< values */
-    eSendPri2 = 2, /**< what switches something on, once all values stand */
+    eSendPri2 = 2, /**< elements that switch something on, after all values */
 };
 
 /**
  * Tag of one element of a channel's record. The numbers are fixed: they are keys of the command
- * table and of programs beside the service, and among the limits of one value they do not follow
- * the order of the record's fields.
+ * table and of other programs, and the tags of a value's limits do not follow the order of the
+ * record's fields.
  */
 enum OrvanElement : int {
     ODT_NO_TAG = -1, /**< the command has no element */
@@ -370,7 +370,7 @@ struct OC_SYSTEM_DATA {
     int LowLevelBatAlarm;
 };
 
-/** Everything the controller keeps of one channel. Frequencies in Hz, powers in dBm, times in s. */
+/** Everything the controller stores about one channel. Frequencies in Hz, powers in dBm, times in s. */
 struct ORVAN_CONFIG {
     OC_CHANNEL_DATA CHANNEL;
     OC_RUNMODE_DATA RUNMODE;
@@ -383,7 +383,7 @@ struct ORVAN_CONFIG {
 // The offset of each field is checked where the element table is built.
 static_assert(sizeof(ORVAN_CONFIG) == 1816 && alignof(ORVAN_CONFIG) == 8);
 
-/** Where one element of a record lies and how it is held; one row of the element table. */
+/** Location and representation of one element of a record; one row of the element table. */
 struct OrvanElementData {
     uint32_t pos;    /**< offset in `ORVAN_CONFIG`; all bits set in the row that ends the table */
     double factor;   /**< stored number = number in the text times this; at least 1 for integers */
@@ -403,41 +403,41 @@ static_assert(sizeof(OrvanElementData) == 32 && offsetof(OrvanElementData, pos) 
  * fields by name:
  *
  * - A switch is `true` or `false`; one that holds neither 1 nor 0 is its number.
- * - A number is a JSON number with as many digits as it takes to read the same bits back. What JSON
- *   has no number for is a string: an infinity or a not-a-number as its bits, "0x7ff0000000000000";
- *   a 64-bit integer beyond 2^53 as its decimal digits.
- * - A text holds bytes, each of which stands as the character of that code, U+0001 to U+00FF, so that
- *   the file is sound UTF-8 whatever a client wrote.
+ * - A number is a JSON number with as many digits as it takes to read the same bits back. Values
+ *   that JSON cannot express as numbers are strings: an infinity or a not-a-number as its bits,
+ *   "0x7ff0000000000000"; a 64-bit integer beyond 2^53 as its decimal digits.
+ * - A text holds bytes, each written as the character with that code, U+0001 to U+00FF, so that the
+ *   file is valid UTF-8 whatever a client wrote.
  *
  * All operations may run on any number of threads at once; each touches only its arguments.
  */
 class OrvanData {
 public:
-    /** Indexed by tag; the row behind the last tag has a `pos` with all bits set. */
+    /** Indexed by tag; the row after the last tag has a `pos` with all bits set. */
     static const OrvanElementData orvanMap[kOrvanElementCount + 1];
 
     /**
      * Fills a record from a file.
      *
-     * A field that the file does not have keeps the record's value, and what the file has besides the
-     * fields is passed over. A text field is zero behind its text.
+     * A field missing from the file keeps the record's value, and anything else in the file is ignored.
+     * A text field is zero-padded.
      *
      * @param path   the file, at most 1 MiB
      * @param config the record
-     * @return 0; -1 when an argument is null, the file cannot be read, is no JSON object, or holds a
-     *         value that does not fit its field (another type, a fraction or a range that an integer
-     *         field has not, a text of 32 bytes or more). The record is then as it was.
+     * @return 0; -1 when an argument is null, the file cannot be read, is not a JSON object, or holds a
+     *         value that does not fit its field (wrong type, a fraction or out-of-range value for an integer
+     *         field, a text of 32 bytes or more). The record is then unchanged.
      */
     int init_cmd_config(const char* path, ORVAN_CONFIG* config);
 
     /**
-     * Writes a record to a file, whole: at each moment, a power failure included, the path has either
-     * its former contents or all of the new ones. A text without a terminating zero loses its last byte.
+     * Writes a record to a file atomically: at any moment, even after a power failure, the path has either
+     * its old contents or all of the new. A text without a terminating zero loses its last byte.
      *
-     * @param path   the file to make or to replace; its folder has to exist
+     * @param path   the file to create or replace; its folder must exist
      * @param config the record
-     * @return 0 once the file is on the disk; -1 when an argument is null or the file cannot be
-     *         written, and then the former file is as it was and nothing else is left in the folder
+     * @return 0 once the file is on the disk; -1 if an argument is null or the file cannot be
+     *         written; then the old file is unchanged and nothing else is left in the folder
      */
     int save_cmd_config(const char* path, ORVAN_CONFIG* config);
 };

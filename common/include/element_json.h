@@ -1,5 +1,5 @@
 /**
- * One element of a record as a JSON value, and back. `OrvanData` tells the form.
+ * One element of a record as a JSON value, and back, in the form that `OrvanData` describes.
  */
 #ifndef ORVAN_ELEMENT_JSON_H
 #define ORVAN_ELEMENT_JSON_H
@@ -9,7 +9,7 @@
 /**
  * @param element the element's row; `pos`, `type` and `size` count
  * @param record  start of the record
- * @return a new value that the caller owns; null when there is no memory or the type is unknown
+ * @return a new value that the caller owns; null when out of memory or the type is unknown
  */
 cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record);
 
@@ -19,7 +19,7 @@ cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record);
  * @param element the element's row; `pos`, `type` and `size` count
  * @param value   any JSON value
  * @param record  start of the record
- * @return false when the value does not fit the element; the record is then as it was
+ * @return false when the value does not fit the element; the record is then unchanged
  */
 bool element_from_json(const OrvanElementData& element, const cJSON* value, uint8_t* record);
 

@@ -8,7 +8,7 @@
 
 namespace HaldeElec::Orvan {
 
-/** A row is a letter and after it a text of at most FP_MAX_DATA_LEN bytes, zero-filled. A text of that length
+/** A row is a letter followed by a text of at most FP_MAX_DATA_LEN bytes, zero-padded. A text of that length
  *  has no terminator. */
 inline constexpr size_t FP_MAX_LINE = 17;
 inline constexpr size_t FP_MAX_ENTRY_LEN = 32;
@@ -38,7 +38,7 @@ inline constexpr char FLASH_PLDVER = 'P';
 /** The letters of the rows; its terminator is the last row's. */
 inline constexpr char flash_ids[FP_MAX_LINE] = "ANEGBHDISFOCWYVP";
 
-// Letters of no row.
+// Letters without a row.
 inline constexpr char FLASH_MEMORYSIZE = 'M';
 inline constexpr char FLASH_SCPIVER = 'Q';
 inline constexpr char FLASH_REMINTF = 'R';

@@ -16,24 +16,24 @@
  * | HEPD   | a block of an image for | the modules' acknowledgement of each, then      |
  * |        | all modules             | frames of their progress, then a final frame    |
  *
- * Blocks count from 1; the one behind the last has the size EOD. An acknowledgement names the block that is
- * expected next.
+ * Blocks count from 1; the one after the last has the size EOD. An acknowledgement contains the number of the
+ * next block expected.
  *
- * HESU: a frame that is not the expected block gets no reply, a repeated one neither. A tool that has waited
- * too long sends the block again, and then the next one: if only the acknowledgement was lost, that one is
- * expected, and alone is answered. Block 0 gets no reply and starts the file over. A file has at most 65534
- * blocks. The blocks' opcode is not looked at; with HEID, one that comes late behind the end is but a search,
- * while with HESU it begins another download, which waits for its blocks for ever. The acknowledgement of EOD
- * is the last word: nothing tells what becomes of the package.
+ * HESU: a frame that is not the expected block gets no reply, nor does a repeated one. A tool that times out
+ * sends the block again, and then the next one: if only the acknowledgement was lost, the next one is
+ * expected, and only it is answered. Block 0 gets no reply and restarts the file. A file has at most 65534
+ * blocks. The opcode of blocks is ignored; a late block that arrives after the end is a mere search if its
+ * opcode is HEID, but with HESU it begins another download, which waits for its blocks forever. The
+ * acknowledgement of EOD is the last reply: nothing reports the fate of the package.
  *
  * HEPD: a block is acknowledged when all modules have it. A final frame has the size EOD and in `info` 0 or
- * an error code; one with LXI_ERROR_TIMEOUT ends a stream, while behind EOD it stands for one module, and no
- * final frame of success follows. Each module's frames end with one of the size EOD.
+ * an error code; one with LXI_ERROR_TIMEOUT ends a stream, but after EOD it refers to one module, and no
+ * final frame of success follows. Each module's frames end with one of size EOD.
  *
  * Rows of a request are FP_MAX_LINE rows of FP_MAX_ENTRY_LEN bytes: a letter (flash_params.h) and from byte 1
- * on a value of up to FP_MAX_DATA_LEN bytes. A row with a letter that the opcode does not take is passed
- * over. Send all of them, the unused ones zero: in the place of what a datagram leaves out the instrument
- * finds what the frame before has left there. Rows of a reply show the state at start-up.
+ * on a value of up to FP_MAX_DATA_LEN bytes. A row with a letter that the opcode does not accept is
+ * ignored. Send all rows, unused ones as zeros: where a datagram is short, the instrument reads the remains
+ * of the previous frame. Rows of a reply show the state at start-up.
  */
 #ifndef ORVAN_MAINTENANCE_FRAME_H
 #define ORVAN_MAINTENANCE_FRAME_H
@@ -51,11 +51,11 @@ inline constexpr size_t FRMHEADERLEN = 22;
 inline constexpr size_t FRMDATALEN = 1024;
 inline constexpr size_t ACK_ONLY_LEN = FRMHEADERLEN;
 
-/** `size` of the frame behind the last block of a transfer, and of a final frame. */
+/** `size` of the frame after the last block of a transfer, and of a final frame. */
 inline constexpr uint16_t EOD = 0xFFFF;
 
 /** A frame as it is sent. A request reaches the instrument with its own address in `mac` or with
- *  eth_brdcast_addr; `mac` is not looked at in what comes from 127.0.0.1. */
+ *  eth_brdcast_addr; `mac` is ignored in frames from 127.0.0.1. */
 struct __attribute__((packed)) HALDE_PACKET {
     char opcode[4];     /**< not terminated */
     uint16_t block;     /**< big-endian */
@@ -84,7 +84,7 @@ inline constexpr std::string_view kOpcodeOptions = "HECT";
 inline constexpr std::string_view kOpcodeSoftware = "HESU";
 inline constexpr std::string_view kOpcodeModule = "HEPD";
 
-/** Rows of an identification reply: all but the last one, which is empty. */
+/** Rows of an identification reply: all but the last, which is empty. */
 inline constexpr size_t kSentRows = FP_MAX_LINE - 1;
 inline constexpr uint16_t kSentRowsSize = kSentRows * FP_MAX_ENTRY_LEN;
 static_assert(FP_MAX_LINE * FP_MAX_ENTRY_LEN <= FRMDATALEN);
@@ -110,7 +110,7 @@ inline constexpr uint32_t IF_ERROR_INV_BIN_HEADER_FORMAT = ERROR_BASE + 0x22;
 inline constexpr uint32_t IF_ERROR_CMD_QUEUE_OVERFLOW = ERROR_BASE + 0x23;
 
 inline constexpr uint32_t ERROR_LXI_BASE = ERROR_BASE + 0x100;
-inline constexpr uint32_t LXI_ERROR_INV_RSRC = ERROR_LXI_BASE + 1;       /**< the socket is gone */
+inline constexpr uint32_t LXI_ERROR_INV_RSRC = ERROR_LXI_BASE + 1;       /**< the socket is closed */
 inline constexpr uint32_t LXI_ERROR_INIT_SOCK_ADDR = ERROR_LXI_BASE + 2; /**< address or port not resolved */
 inline constexpr uint32_t LXI_ERROR_INV_SOCK = ERROR_LXI_BASE + 3;       /**< no socket */
 inline constexpr uint32_t LXI_ERROR_REUSE_ADDR = ERROR_LXI_BASE + 4;

@@ -1,5 +1,5 @@
 /**
- * The names of the record's elements: of their tags, and those that the setup files use.
+ * The names of the record's elements: of their tags, and as used in setup files.
  */
 #ifndef ORVAN_ELEMENT_NAMES_H
 #define ORVAN_ELEMENT_NAMES_H
@@ -12,7 +12,7 @@ struct ElementName {
     const char* field;   /**< member of the section */
 };
 
-/** Indexed by tag; the elements of a section stand together. */
+/** Indexed by tag; the elements of a section are contiguous. */
 extern const ElementName kElementNames[kOrvanElementCount];
 
 #endif

@@ -1,5 +1,5 @@
 /**
- * A file descriptor with an owner. Nothing but this header is needed for it.
+ * Owner of a file descriptor. Header-only.
  */
 #ifndef ORVAN_UNIQUE_FD_H
 #define ORVAN_UNIQUE_FD_H
@@ -8,7 +8,7 @@
 
 #include <unistd.h>
 
-/** Closes its descriptor when it goes; holds none when negative. */
+/** Owns a file descriptor and closes it on destruction; negative means none. */
 class UniqueFd {
 public:
     UniqueFd() = default;
@@ -24,10 +24,10 @@ public:
     int get() const { return m_fd; }
     explicit operator bool() const { return m_fd >= 0; }
 
-    /** The descriptor, which is the caller's from now on. */
+    /** Returns the descriptor and gives up ownership. */
     int release() { return std::exchange(m_fd, -1); }
 
-    /** Takes another one, or none, and closes the one that it had. */
+    /** Closes the current descriptor and takes another, or none. */
     void reset(int fd = -1)
     {
         if (m_fd >= 0) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-// posix_spawn and not fork: a fork of a process with threads copies their locks in whatever state.
+// posix_spawn rather than fork: forking a multi-threaded process copies locks in an arbitrary state.
 class Spawn {
 public:
     Spawn()
@@ -30,7 +30,7 @@ public:
     Spawn(const Spawn&) = delete;
     Spawn& operator=(const Spawn&) = delete;
 
-    // Starts the shell; -1 on failure. A negative output leaves standard output the caller's.
+    // Starts the shell; -1 on failure. With a negative output the caller's standard output is used.
     pid_t start(const char* command, int output)
     {
         sigset_t none;
@@ -42,7 +42,7 @@ public:
         char* const arguments[] = {shell, option, const_cast<char*>(command), nullptr};
         pid_t pid = -1;
 
-        // Output before input: with low numbers free in the caller, the output may itself stand at 0.
+        // Output before input: with low numbers free in the caller, the output descriptor may itself be 0.
         const bool ready =
             (output < 0 || posix_spawn_file_actions_adddup2(&m_actions, output, STDOUT_FILENO) == 0) &&
             posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
@@ -74,7 +74,7 @@ int wait_for(pid_t pid)
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Takes output into a buffer and drops what is past its end; room for the terminating zero is kept.
+// Collects output in a buffer, reserving room for the terminating zero, and drops the excess.
 class OutputBuffer {
 public:
     OutputBuffer(char* buffer, size_t size) : m_place(buffer), m_room(size - 1) { *m_place = '\0'; }
@@ -93,8 +93,8 @@ private:
     size_t m_room;
 };
 
-// Reads what a non-blocking pipe holds at the moment; false at its end. No more than a pipe can hold,
-// or a background process that writes without a pause would keep this from ever coming back.
+// Reads what a non-blocking pipe currently holds; false at its end. At most the capacity of a pipe,
+// or a background process that writes continuously would keep it from ever returning.
 bool read_held(int pipe, OutputBuffer& output)
 {
     constexpr size_t kPipeCapacity = 65536;
@@ -111,8 +111,8 @@ bool read_held(int pipe, OutputBuffer& output)
     return true;
 }
 
-// Reads until the end of the output or of the process. The end of the process alone would lose the
-// last output, and the end of the output alone waits for every background process that holds it.
+// Reads until the end of the output or of the process. Stopping only at the end of the process would
+// lose the last output; stopping only at the end of the output would wait for background processes.
 void collect(int pipe, int process, OutputBuffer& output)
 {
     pollfd events[] = {{pipe, POLLIN, 0}, {process, POLLIN, 0}};
@@ -150,7 +150,7 @@ int read_system_cmd(const char* command, char* buffer, size_t size)
     ::close(pipe[1]);
     int result = -1;
     if (pid >= 0) {
-        // By number: this C library's header for the call leaves out the C linkage.
+        // By number: this C library's header declares the call without C linkage.
         const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
         collect(pipe[0], process, output);
         if (process >= 0) {

@@ -35,14 +35,14 @@ std::string folder_of(const std::string& path)
 bool sync_folder(const std::string& folder)
 {
     const UniqueFd fd = open_file(folder.c_str(), O_RDONLY | O_DIRECTORY);
-    // Some file systems cannot do it for folders and say so; there is then nothing to wait for.
+    // Some file systems do not support it for folders and return EINVAL; there is then nothing to wait for.
     return fd && (sync_file(fd.get()) || errno == EINVAL);
 }
 
-// Opens for reading; no descriptor when it is no regular file.
+// Opens for reading; no descriptor if it is not a regular file.
 UniqueFd open_regular(const char* path, uintmax_t& length)
 {
-    // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
+    // Opening a pipe without O_NONBLOCK would block until somebody writes to it.
     UniqueFd fd = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat info = {};
     if (!fd || ::fstat(fd.get(), &info) != 0) {
@@ -87,7 +87,7 @@ bool make_folder(const char* path, mode_t mode)
     if (::mkdir(path, mode) == 0) {
         return true;
     }
-    // Whatever the reason, a folder that is there will do; a read-only root refuses before it looks.
+    // An existing folder is fine whatever the error: a read-only root fails before checking for it.
     const int reason = errno;
     if (is_folder(path)) {
         return true;
@@ -96,7 +96,7 @@ bool make_folder(const char* path, mode_t mode)
     return false;
 }
 
-// True when all of them are gone; one that resists does not keep the others.
+// True if all were removed; one that cannot be removed does not stop the others.
 bool remove_all_of(const std::vector<std::filesystem::path>& entries)
 {
     bool all_gone = true;
@@ -171,8 +171,8 @@ try {
         return false;
     }
     const std::string folder = folder_of(path);
-    // The temporary name has nothing of the file's own: searches by a word in the name must not come
-    // upon what a power failure leaves.
+    // The temporary name shares nothing with the file's: searches by a word in the name must not find
+    // what a power failure leaves behind.
     std::string draft = folder + "/.new-XXXXXX";
     const UniqueFd fd(mkostemp(draft.data(), O_CLOEXEC));
     if (!fd) {
@@ -272,7 +272,7 @@ try {
     if (path == nullptr) {
         return -1;
     }
-    // The names first: what an open folder still yields while its entries go is not defined.
+    // Collect the names first: what an open folder yields while entries are removed is unspecified.
     std::vector<std::filesystem::path> folders;
     std::vector<std::filesystem::path> others;
     for (const auto& entry : std::filesystem::directory_iterator(path)) {

@@ -2,7 +2,7 @@
 #define ORVAN_HW_WIRINGPI_H
 
 // The part of wiringPi that the library calls, declared here so that it compiles where the package is not
-// installed. Pins have wiringPi's own numbers.
+// installed. Pins use wiringPi's numbering.
 
 #ifdef __cplusplus
 extern "C" {
@@ -17,7 +17,7 @@ extern "C" {
 #define INT_EDGE_FALLING 1
 #define INT_EDGE_RISING 2
 
-/** Initialises GPIO access. Comes before every other call on a pin; may be called again. Result: 0. */
+/** Initialises GPIO access. Must precede every other pin function; may be called again. Result: 0. */
 int wiringPiSetup(void);
 
 /** mode: INPUT or OUTPUT. A pin that becomes an output drives the level last written to it. */
@@ -30,12 +30,12 @@ void digitalWrite(int pin, int value);
 int digitalRead(int pin);
 
 /**
- * Calls `function` on a thread of its own at each edge, INT_EDGE_FALLING or INT_EDGE_RISING. A second call
+ * Calls `function` on a separate thread at each edge, INT_EDGE_FALLING or INT_EDGE_RISING. A second call
  * for the same pin replaces the first. Result: negative on failure.
  */
 int wiringPiISR(int pin, int mode, void (*function)(void));
 
-/** Four process-wide mutexes, key 0 to 3; not recursive. Unlocked by the thread that locked them. */
+/** Four process-wide mutexes, key 0 to 3; not recursive. Unlocked only by the thread that locked them. */
 void piLock(int key);
 void piUnlock(int key);
 

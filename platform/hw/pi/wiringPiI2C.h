@@ -19,7 +19,7 @@ int wiringPiI2CWrite(int fd, int data);
 int wiringPiI2CReadReg8(int fd, int reg);
 int wiringPiI2CReadReg16(int fd, int reg);
 
-/** SMBus write byte and write word; the word's low byte goes first. Result: 0, or negative on failure. */
+/** SMBus write byte and write word; the word's low byte is sent first. Result: 0, or negative on failure. */
 int wiringPiI2CWriteReg8(int fd, int reg, int data);
 int wiringPiI2CWriteReg16(int fd, int reg, int data);
 

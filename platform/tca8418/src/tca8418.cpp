@@ -26,7 +26,7 @@ constexpr int kAllInterrupts = 0x1f;
 constexpr unsigned kMostRows = 8;
 constexpr unsigned kMostColumns = 10;
 
-// Together longer than 35 ms, the longest time for which a device of an SMBus holds up a stuck bus.
+// In total longer than 35 ms, the SMBus timeout after which a device releases a stuck bus.
 constexpr int kTries = 10;
 constexpr uint64_t kPauseUs = 5000;
 
@@ -38,7 +38,7 @@ constexpr int mask(unsigned lines)
     return static_cast<int>((1U << lines) - 1);
 }
 
-// The first result of `access` that is not negative, or its last one.
+// The first non-negative result of `access`, or its last one.
 template <class Access>
 int retried(Access access)
 {
@@ -80,12 +80,12 @@ int tca8418_irq_handler(int fd, int, int* row, int* col, int* state)
         return -1;
     }
     const int event = retried([fd] { return wiringPiI2CReadReg8(fd, kKeyEventA); });
-    // All of its causes: one that is left would keep the output low, and no edge would bring another call.
+    // All causes: a remaining one would keep the output low, with no further edge to trigger a call.
     const int cleared = retried([fd] { return wiringPiI2CWriteReg8(fd, kIntStat, kAllInterrupts); });
     if (event < 0 || cleared < 0) {
         return -1;
     }
-    const int key = (event & kKeyNumber) - 1; // the data sheet counts keys from 1, ten to a row
+    const int key = (event & kKeyNumber) - 1; // the data sheet numbers keys from 1, ten per row
     if (key < 0 || key >= static_cast<int>(kMostRows * kMostColumns)) {
         return -1;
     }
