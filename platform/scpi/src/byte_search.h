@@ -9,8 +9,8 @@
 
 namespace scpi {
 
-/** Not 0 when one of the kStride bytes at `p` is `stop`. A fixed count with no way out of its middle, and one
- *  character at a time, is what lets the compiler use vector compares. */
+/** Non-zero if one of the kStride bytes at `p` is `stop`. A fixed count without early exit, one character at
+ *  a time, lets the compiler use vector compares. */
 template <std::ptrdiff_t kStride>
 inline unsigned stride_holds(const char* p, char stop)
 {

@@ -8,8 +8,8 @@
 
 namespace scpi {
 
-/** White space (7.4.1.2): every control character and the blank; NUL is one of them. The LF that ends a
- *  message never stands inside a unit, so it needs no exception here. */
+/** White space (7.4.1.2): every control character and the blank; including NUL. The LF that ends a message
+ *  is never inside a unit, so it needs no exception here. */
 constexpr bool is_space(char c)
 {
     return static_cast<unsigned char>(c) <= ' ';
@@ -40,7 +40,7 @@ constexpr char to_upper(char c)
     return is_lower(c) ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-/** First character in [p, end) that is no white space. */
+/** First character in [p, end) that is not white space. */
 constexpr const char* skip_space(const char* p, const char* end)
 {
     while (p < end && is_space(*p)) {
@@ -49,7 +49,7 @@ constexpr const char* skip_space(const char* p, const char* end)
     return p;
 }
 
-/** True when the two texts are the same but for the case of ASCII letters. */
+/** True if the texts are equal ignoring the case of ASCII letters. */
 constexpr bool equal_ignoring_case(const char* a, size_t a_len, const char* b, size_t b_len)
 {
     if (a_len != b_len) {

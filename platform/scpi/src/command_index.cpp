@@ -11,7 +11,7 @@ namespace scpi {
 namespace {
 
 constexpr uint32_t kRoot = 0;       // tree of the headers with ':'
-constexpr uint32_t kCommonRoot = 1; // behind the '*'
+constexpr uint32_t kCommonRoot = 1; // after the '*'
 
 constexpr uint32_t hash_start(uint32_t state)
 {
@@ -40,7 +40,7 @@ uint32_t hash_spelling(uint32_t state, const std::string& spelling)
 
 } // namespace
 
-/** Turns the patterns into the automaton, one reachable set of places at a time. */
+/** Builds the automaton from the patterns, one reachable set of places at a time. */
 class CommandIndexBuilder {
 public:
     CommandIndexBuilder(CommandIndex& index, const scpi_command_t* commands) : m_index(index)
@@ -56,10 +56,10 @@ public:
         for (uint32_t i = 0; i < m_rows.size(); ++i) {
             add_place(roots[m_rows[i].common ? kCommonRoot : kRoot], i, 0);
         }
-        // The two are added whole and unshared: their numbers are fixed, even where both are empty.
+        // Both are added unshared, as their numbers are fixed even if both are empty.
         add_state(roots[kRoot]);
         add_state(roots[kCommonRoot]);
-        // States are appended while this runs.
+        // The loop appends states.
         for (uint32_t state = 0; state < m_places.size(); ++state) {
             add_edges_of(state);
         }
@@ -101,7 +101,7 @@ private:
         }
     }
 
-    /** Adds a place and those that passing over optional nodes leads to from there. */
+    /** Adds a place and those reached from it by skipping optional nodes. */
     void add_place(Places& places, uint32_t row, uint32_t passed) const
     {
         const std::vector<PatternNode>& nodes = m_rows[row].nodes;

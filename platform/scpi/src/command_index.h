@@ -1,10 +1,10 @@
 /**
- * Look-up of a header in a command table, at a cost that the header's length alone decides.
+ * Look-up of a header in a command table, in time that depends only on the header's length.
  *
- * The patterns of the table form one automaton: a state stands for the set of places in all patterns that
- * the nodes read so far can have led to, and each spelling of a node that some pattern accepts there leads
- * to the next state. Optional nodes and spellings that several patterns share thus need no search back, and
- * a state knows the first row, in table order, that ends in it. For the usual table the automaton is the
+ * The patterns of the table form one automaton: a state represents the set of places in all patterns
+ * that the nodes read so far can lead to, and each spelling of a node that some pattern accepts there leads
+ * to the next state. Optional nodes and spellings shared by several patterns thus need no backtracking, and
+ * a state holds the first row, in table order, that ends in it. For the usual table the automaton is the
  * tree of its nodes.
  */
 #ifndef SCPI_SRC_COMMAND_INDEX_H
@@ -24,7 +24,7 @@ public:
     /** The table must outlive the index. A row whose pattern is malformed is never found. */
     explicit CommandIndex(const scpi_command_t* commands);
 
-    /** First row that the header matches, as SCPI_Match has it; null when there is none. */
+    /** First row that the header matches, by the rules of SCPI_Match; null if there is none. */
     const scpi_command_t* find(const char* header, size_t len) const;
 
 private:

@@ -11,7 +11,7 @@ namespace scpi {
 
 namespace {
 
-/** False past kMaxExponent. */
+/** False beyond kMaxExponent. */
 bool parse_exponent(const char* p, const char* end, int64_t* exponent)
 {
     p = skip_space(p, end);

@@ -33,7 +33,7 @@ scpi_reg_val_t event_of(int16_t number)
     return 0;
 }
 
-/** Null for an empty text, and when there is no memory. */
+/** Null for an empty text or when out of memory. */
 char* copy_info(const char* info, size_t info_len)
 {
     if (info == nullptr) {
@@ -62,7 +62,7 @@ scpi_error_t& newest(scpi_t* context)
     return entry(context, context->error_queue_count - 1);
 }
 
-/** True when the entry was queued; false when the overflow mark took its place. */
+/** True if the entry was queued; false if the overflow mark took its place. */
 bool enqueue(scpi_t* context, int16_t number, const char* info, size_t info_len)
 {
     if (context->error_queue == nullptr || context->error_queue_size <= 0) {
@@ -108,7 +108,7 @@ void SCPI_ErrorUpdateEx(scpi_t* context, const char* info, size_t info_len)
     if (context->error_queue_count <= 0 || newest(context).error_code == SCPI_ERROR_QUEUE_OVERFLOW) {
         return;
     }
-    // Copied first: the new text may be a part of the old one.
+    // Copied first: the new text may be part of the old one.
     char* const copy = copy_info(info, info_len);
     SCPI_ErrorFree(&newest(context));
     newest(context).device_dependent_info = copy;

@@ -11,7 +11,7 @@ struct ErrorText {
     const char* text;
 };
 
-/** The standard texts, from 0 downwards (SCPI-99 21.8.8 to 21.8.16). */
+/** The standard texts, from 0 down (SCPI-99 21.8.8 to 21.8.16). */
 extern const ErrorText* const error_texts_begin;
 extern const ErrorText* const error_texts_end;
 

@@ -94,7 +94,7 @@ private:
         return suffix(number_end);
     }
 
-    /** An 'E' with a letter behind it starts a suffix; with anything else but a number it is a mistake. */
+    /** An 'E' followed by a letter starts a suffix; followed by anything but a number it is an error. */
     bool exponent()
     {
         const char* p = skip_space(m_p, m_end);
@@ -214,7 +214,7 @@ private:
         return accept(SCPI_TOKEN_BLOCK, data, m_p);
     }
 
-    /** Parentheses nest; a quoted text inside may hold any of the characters that count outside it. */
+    /** Parentheses nest; quoted text inside may contain any special characters. */
     int16_t expression()
     {
         size_t depth = 0;

@@ -6,15 +6,15 @@ namespace {
 
 using scpi::fold_mnemonic;
 
-/** Where in the header the match stands: at the first character of a node, or behind the last node. */
+/** Position of the match in the header: at the first character of a node, or after the last node. */
 struct HeaderPosition {
     const char* p;
     bool at_node;
 };
 
 /**
- * The position behind the header's node at `p` when it is the long or the short form of the pattern's node,
- * null otherwise. The first character that differs decides, whatever follows in pattern and header.
+ * The position after the header's node at `p` if it is the long or short form of the pattern's node, else
+ * null. The first differing character decides, whatever follows in pattern and header.
  */
 const char* match_node(const char* node, const char* p, const char* end, bool short_form)
 {

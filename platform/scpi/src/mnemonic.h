@@ -30,7 +30,7 @@ constexpr char fold_mnemonic(char c)
     return kMnemonicFold[static_cast<unsigned char>(c)];
 }
 
-/** First character in [p, end) that cannot stand in a mnemonic. */
+/** First character in [p, end) that cannot be part of a mnemonic. */
 constexpr const char* skip_mnemonic(const char* p, const char* end)
 {
     while (p < end && fold_mnemonic(*p) != 0) {

@@ -10,7 +10,7 @@ using namespace scpi;
 
 namespace {
 
-/** Character data and suffixes have the limit of mnemonics (IEEE 488.2 7.7.1.4, 7.7.3.4). */
+/** Character data and suffixes have the same limit as mnemonics (IEEE 488.2 7.7.1.4, 7.7.3.4). */
 constexpr size_t kMaxMnemonic = kLongestMnemonic;
 
 const char* parameters_end(const scpi_t* context)
@@ -19,7 +19,7 @@ const char* parameters_end(const scpi_t* context)
     return state.buffer + state.len;
 }
 
-/** Where the next element starts; null, with the error queued if it is one, when there is none. */
+/** Start of the next element; null if there is none, with the error queued if that is one. */
 const char* next_element(scpi_t* context, bool mandatory)
 {
     const char* const end = parameters_end(context);
@@ -63,8 +63,8 @@ bool is_string(const scpi_parameter_t& parameter)
     return parameter.type == SCPI_TOKEN_STRING_SINGLE || parameter.type == SCPI_TOKEN_STRING_DOUBLE;
 }
 
-/** Copies up to `size` bytes of the text, of which `skip_doubled` occurs in pairs that stand for one; gives
- *  the length of the whole. */
+/** Copies up to `size` bytes of the text, replacing each pair of `skip_doubled` with one; returns the total
+ *  length. */
 size_t copy_text(const char* text, size_t len, char skip_doubled, char* buffer, size_t size)
 {
     size_t copied = 0;
@@ -80,7 +80,7 @@ size_t copy_text(const char* text, size_t len, char skip_doubled, char* buffer, 
     return copied;
 }
 
-/** Points at an unquoted text; gives the number of the error that it holds. */
+/** Finds the end of an unquoted text; returns the number of its error, or 0. */
 int16_t scan_unquoted(const char* p, const char* end, const char** next)
 {
     const char* const start = p;

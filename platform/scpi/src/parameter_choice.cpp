@@ -17,7 +17,7 @@ constexpr scpi_choice_def_t kBooleans[] = {
     {nullptr, -1},
 };
 
-/** A whole number in any of its forms is looked up by its plain one. */
+/** An integer in any form is looked up by its plain form. */
 const scpi_choice_def_t* find_number(const scpi_choice_def_t* options, const scpi_parameter_t& parameter)
 {
     Decimal decimal;

@@ -101,8 +101,8 @@ bool to_plain_floating_point(scpi_t* context, const scpi_parameter_t& parameter,
     return to_floating_point(context, parameter, 0, value);
 }
 
-/** A multiplier that is a power of ten moves the decimal point, so that 1.001 KHZ is 1001 and not the
- *  number beside it. */
+/** A multiplier that is a power of ten moves the decimal point, so that 1.001 KHZ is exactly 1001
+ *  and not a neighbouring number. */
 bool power_of_ten(double multiplier, int64_t* exponent)
 {
     char text[32];

@@ -1,5 +1,5 @@
 /**
- * What the parameter readers share.
+ * Helpers shared by the parameter readers.
  */
 #ifndef SCPI_SRC_PARAMETER_SUPPORT_H
 #define SCPI_SRC_PARAMETER_SUPPORT_H
@@ -15,10 +15,10 @@ inline bool fail(scpi_t* context, int_fast16_t error)
     return false;
 }
 
-/** The number that says an element of this kind is not allowed. */
+/** The error number for an element of this kind that is not allowed. */
 int16_t not_allowed_error(scpi_token_type_t type);
 
-/** First entry of the list that the mnemonic matches, null when none does. */
+/** First entry of the list that the mnemonic matches, null if none does. */
 const scpi_choice_def_t* find_choice(const scpi_choice_def_t* options, const char* text, size_t len);
 
 } // namespace scpi

@@ -15,17 +15,17 @@ namespace {
 
 using scpi::CommandIndex;
 
-/** Nodes of the last header but its last node, as they stand in the message (SCPI-99 6.2.4). */
+/** Nodes of the last header except its last node, within the message (SCPI-99 6.2.4). */
 struct HeaderPath {
     const char* text;
     size_t len;
 };
 
 /**
- * Puts the path in front of the header, in the message itself, and gives the start of the whole.
+ * Writes the path in front of the header, in the message itself, and returns the start of the result.
  *
- * There is always room, and what is overwritten has been executed: the path is the beginning of an earlier
- * header, that header is at least as long as the path, and a ';' at least stands between it and this one.
+ * There is always room, and only executed text is overwritten: the path is the beginning of an earlier
+ * header, which is at least as long as the path, and at least a ';' separates it from this one.
  */
 char* prepend_path(const HeaderPath& path, char* header)
 {
@@ -102,7 +102,7 @@ void execute_unit(scpi_t* context, char* begin, const scpi::ProgramUnit& unit, H
     }
 }
 
-/** Executes a message. The context's buffer position is not used: the application may clear it meanwhile. */
+/** Executes a message. Does not use the context's buffer position: the application may clear it meanwhile. */
 void execute_message(scpi_t* context, char* message, size_t len)
 {
     HeaderPath path{message, 0};
@@ -128,9 +128,9 @@ void notice_cleared_buffer(scpi_t* context)
 }
 
 /**
- * Appends to the message. One that has filled the buffer and goes on has outgrown it: the last byte is never
- * taken between two calls, so the application can put a NUL behind what is held, and a cleared position
- * stays noticeable while the rest of the message is dropped.
+ * Appends to the message. A message that fills the buffer without ending has overflowed it: the last byte is
+ * never in use between two calls, so the application can put a NUL after the contents, and a cleared position
+ * can still be detected while the rest of the message is dropped.
  */
 void store(scpi_t* context, const char* data, size_t len, bool ends_message)
 {
@@ -152,10 +152,10 @@ void store(scpi_t* context, const char* data, size_t len, bool ends_message)
 }
 
 /**
- * Executes the buffered message and ends it towards the application.
+ * Executes the buffered message and reports its end to the application.
  *
- * @param result what SCPI_Input will return if no further message follows; nothing of the context may be
- *               read behind the flush, since another thread may own it from then on
+ * @param result what SCPI_Input will return if no further message follows; the context must
+ *               not be read after the flush, since another thread may own it from then on
  */
 void finish_message(scpi_t* context, bool& result)
 {

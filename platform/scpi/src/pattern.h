@@ -10,8 +10,8 @@
 
 namespace scpi {
 
-/** The position behind a node whose name starts at `name`, its "]" included; null when there is no name, or
- *  no "]" behind an optional one. A pattern with such a node matches nothing. */
+/** The position after a node whose name starts at `name`, including its "]"; null if there is no name, or
+ *  no "]" after an optional one. A pattern with such a node matches nothing. */
 inline const char* pattern_node_end(const char* name, bool optional)
 {
     const char* p = name;
@@ -29,7 +29,7 @@ struct PatternNode {
     bool optional;
 };
 
-/** Reads the node at `p`; gives the position behind it, or null as pattern_node_end does. */
+/** Reads the node at `p`; returns the position after it, or null as pattern_node_end does. */
 inline const char* read_pattern_node(const char* p, PatternNode& node)
 {
     node.optional = *p == '[';

@@ -24,7 +24,7 @@ const char* skip_space_in_line(const char* p, const char* end)
     return p;
 }
 
-/** True when the last byte of [from, p) that is no white space is a ','. */
+/** True if the last non-white-space byte of [from, p) is a ','. */
 bool follows_comma(const char* from, const char* p)
 {
     while (p > from && is_space(p[-1])) {
@@ -33,7 +33,7 @@ bool follows_comma(const char* from, const char* p)
     return p > from && p[-1] == ',';
 }
 
-/** From kElement to the next byte that matters. False when the scan has to stop at `p`. */
+/** Scans from kElement to the next significant byte. False if the scan has to stop at `p`. */
 bool scan_element(scpi_framer_t& state, const char*& p, const char* end, TextStop& stop)
 {
     const char* const from = p;
@@ -145,7 +145,7 @@ TextStop scan_program_text(scpi_framer_t& state, const char*& p, const char* end
             if (*p == '\n') {
                 return TextStop::kMessageEnd;
             }
-            // A doubled quote opens the string again at once.
+            // A doubled quote reopens the string at once.
             state.state = kElement;
             ++p;
             break;
@@ -201,7 +201,7 @@ ProgramUnit cut_program_unit(const char* p, const char* end)
     unit.begin = skip_space_in_line(p, end);
 
     scpi_framer_t state{};
-    const char* data_end = unit.begin; // white space ahead of it is the data of a block
+    const char* data_end = unit.begin; // white space before it is the data of a block
     p = unit.begin;
     TextStop stop;
     while ((stop = scan_program_text(state, p, end)) == TextStop::kBlockEnd) {

@@ -1,5 +1,5 @@
 /**
- * What the commands on registers have in common.
+ * Helpers shared by the register commands.
  */
 #ifndef SCPI_SRC_REGISTER_COMMANDS_H
 #define SCPI_SRC_REGISTER_COMMANDS_H

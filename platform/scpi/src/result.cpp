@@ -15,7 +15,7 @@ using namespace scpi;
 
 namespace {
 
-/** What stands for the values that are no numbers (SCPI-99 7.2.1.4, 7.2.1.5). */
+/** Representations of non-finite values (SCPI-99 7.2.1.4, 7.2.1.5). */
 constexpr double kInfinity = 9.9e37;
 constexpr double kNotANumber = 9.91e37;
 
@@ -32,7 +32,7 @@ size_t write(scpi_t* context, const char* data, size_t len)
     return context->interface->write(context, data, len);
 }
 
-/** Adds to a text of bounded length; what does not fit makes it overlong and is dropped. */
+/** Appends to a text of bounded length; what does not fit is dropped and marks it as overlong. */
 template <size_t kSize>
 class TextBuffer {
 public:
@@ -122,7 +122,7 @@ size_t write_floating(scpi_t* context, T value)
     return SCPI_ResultCharacters(context, text, static_cast<size_t>(end - text));
 }
 
-/** Writes the "," ahead of every result but the first; false when it was not taken. */
+/** Writes the "," before every result but the first; false if it was not accepted. */
 bool write_separator(scpi_t* context, size_t* written)
 {
     *written = 0;

@@ -12,7 +12,7 @@ bool is_register(scpi_reg_name_t name)
     return name >= SCPI_REG_STB && name < SCPI_REG_COUNT;
 }
 
-/** The bits that a register has. */
+/** The implemented bits of a register. */
 scpi_reg_val_t register_mask(scpi_reg_name_t name)
 {
     switch (name) {
@@ -75,7 +75,7 @@ void SCPI_RegSet(scpi_t* context, scpi_reg_name_t name, scpi_reg_val_t val)
         return;
     }
     const scpi_reg_val_t before = context->registers[name];
-    // The old summary stays in the status byte for update_status_byte to see an edge by.
+    // The old summary is kept in the status byte so that update_status_byte can detect an edge.
     const unsigned kept = name == SCPI_REG_STB ? before & kSummaryBits : 0U;
     const scpi_reg_val_t after = static_cast<scpi_reg_val_t>((val & register_mask(name)) | kept);
     context->registers[name] = after;

@@ -5,7 +5,7 @@
 
 namespace scpi {
 
-/** Brings the status byte in step with what it sums up; requests service when its summary rises. */
+/** Updates the summary bits of the status byte; requests service on a rising master summary. */
 void update_status_byte(scpi_t* context);
 
 } // namespace scpi

@@ -62,17 +62,17 @@ enum {
 
 /**
  * Queues the error, sets its bit in the event status register (SCPI-99 21.8.9 ff.), marks the current
- * command and message as failed and then calls the `error` callback with `err` as it was given.
+ * command and message as failed and then calls the `error` callback with the original `err`.
  *
- * A number beyond 16 bits is queued as its low 16 bits. 0 is no error: nothing happens.
+ * A number beyond 16 bits is queued as its low 16 bits. 0 is not an error and is ignored.
  * On a full queue the newest entry loses its text and becomes -350 (21.8.1), and the device error bit is
  * set as well; `err` itself is lost to the queue, not to the callback.
  */
 void SCPI_ErrorPush(scpi_t* context, int_fast16_t err);
 
-/** The same with a text, at most `info_len` bytes of it up to its first NUL, kept in the queue entry; with
- *  `info_len` 0 all of it up to its NUL. An empty or null text is no text. When there is no memory the error
- *  is queued without it. */
+/** The same with a text stored in the queue entry: at most `info_len` bytes up to its first NUL; with
+ *  `info_len` 0 all of it up to its NUL. An empty or null text is no text. When out of memory the error is
+ *  queued without it. */
 void SCPI_ErrorPushEx(scpi_t* context, int_fast16_t err, const char* info, size_t info_len);
 
 /** Takes the oldest entry; false and {0, null} on an empty queue. The caller frees the text with
@@ -84,7 +84,7 @@ void SCPI_ErrorClear(scpi_t* context);
 
 int32_t SCPI_ErrorCount(const scpi_t* context);
 
-/** Standard text of an error number; "Unknown error" for one that the standard does not have. */
+/** Standard text of an error number; "Unknown error" for a non-standard one. */
 const char* SCPI_ErrorTranslate(int_fast16_t err);
 
 #ifdef __cplusplus

@@ -13,7 +13,7 @@ extern "C" {
 /** ":SYSTem:VERSion?": "1999.0" (SCPI-99 21.21). */
 scpi_result_t SCPI_SystemVersionQ(scpi_t* context);
 
-/** ":SYSTem:ERRor[:NEXT]?": takes the oldest error of the queue; 0,"No error" when there is none. */
+/** ":SYSTem:ERRor[:NEXT]?": takes the oldest error of the queue; 0,"No error" if there is none. */
 scpi_result_t SCPI_SystemErrorNextQ(scpi_t* context);
 
 /** ":SYSTem:ERRor:COUNt?" */

@@ -1,10 +1,10 @@
 /**
  * Writing the results of the current query (IEEE 488.2 8.7).
  *
- * A result goes through the `write` callback: a "," as a write of its own when the command has already
- * given a result, then the whole result in one write; blocks are cut into header and data. Every function
- * gives the bytes written, the "," included, or 0 when nothing was taken; a result that was not taken does
- * not count as one. A null `write` takes everything and discards it.
+ * Results are passed to the `write` callback: first a "," in a separate call if the command already has a
+ * result, then the whole result in one call; blocks are split into header and data. Every function returns
+ * the number of bytes written, including the ",", or 0 if nothing was accepted; a result that was not
+ * accepted does not count. A null `write` accepts and discards everything.
  */
 #ifndef SCPI_RESULT_H
 #define SCPI_RESULT_H
@@ -15,17 +15,17 @@
 extern "C" {
 #endif
 
-/** A text as it stands. An empty or null text is no result: nothing is written, not even the ",". */
+/** A text, unchanged. An empty or null text is no result: nothing is written, not even the ",". */
 size_t SCPI_ResultCharacters(scpi_t* context, const char* data, size_t len);
 
 /** The same up to the text's NUL. */
 size_t SCPI_ResultMnemonic(scpi_t* context, const char* data);
 
-/** Longest quoted text: quotes at both ends and doubled quotes included. */
+/** Longest quoted text: including the enclosing and doubled quotes. */
 enum { SCPI_RESULT_TEXT_MAX = 4096 };
 
-/** A string in double quotes, a quote in it doubled (8.7.8). A null text is an empty one. 0 and nothing
- *  written past SCPI_RESULT_TEXT_MAX, so that a result is never cut into several writes. */
+/** A string in double quotes, a quote in it doubled (8.7.8). A null text counts as empty. 0 and nothing
+ *  written beyond SCPI_RESULT_TEXT_MAX, so that a result is never split across several writes. */
 size_t SCPI_ResultText(scpi_t* context, const char* data);
 
 /** "1" or "0". */
@@ -42,8 +42,8 @@ size_t SCPI_ResultUInt16(scpi_t* context, uint16_t value);
 size_t SCPI_ResultUInt32(scpi_t* context, uint32_t value);
 size_t SCPI_ResultUInt64(scpi_t* context, uint64_t value);
 
-/* The same to the base 16 ("#H"), 8 ("#Q"), 2 ("#B") or 10 (no prefix), 8.7.5 to 8.7.7, capitals and no
- * leading zeros. A negative number is its two's complement in the width of its type, but for base 10.
+/* The same in base 16 ("#H"), 8 ("#Q"), 2 ("#B") or 10 (no prefix), 8.7.5 to 8.7.7, capitals and no
+ * leading zeros. A negative number is its two's complement in the width of its type, except in base 10.
  * Any other base: 0, nothing written. */
 
 size_t SCPI_ResultInt8Base(scpi_t* context, int8_t value, int8_t base);
@@ -62,13 +62,13 @@ size_t SCPI_ResultFloat(scpi_t* context, float value);
 size_t SCPI_ResultDouble(scpi_t* context, double value);
 
 /* Definite length blocks (8.7.9), up to 999999999 bytes. `arbitrary_remaining` of the context is the number
- * of bytes still to come, from ahead of the header's write on, so that `write` can tell a block's "#". */
+ * of bytes still to come, set before the header is written, so that `write` can recognise a block's "#". */
 
-/** Header and data. Null data or too long: 0, nothing written; length 0 gives "#10". When `write` takes
- *  less than all of it: 0, and the block counts as ended. */
+/** Header and data. Null data or too long: 0, nothing written; length 0 gives "#10". If `write`
+ *  accepts less than all of it: 0, and the block counts as ended. */
 size_t SCPI_ResultArbitraryBlock(scpi_t* context, const void* data, size_t len);
 
-/** The header of a block whose data follow through SCPI_ResultArbitraryBlockData. */
+/** The header of a block whose data follow in SCPI_ResultArbitraryBlockData calls. */
 size_t SCPI_ResultArbitraryBlockHeader(scpi_t* context, size_t len);
 
 /** Data of the block, in as many pieces as the caller likes; 0 and nothing written for more than the
@@ -76,7 +76,7 @@ size_t SCPI_ResultArbitraryBlockHeader(scpi_t* context, size_t len);
 size_t SCPI_ResultArbitraryBlockData(scpi_t* context, const void* data, size_t len);
 
 /** An entry of the error queue, its number and "text;info" in quotes, as two results (SCPI-99 21.8). The
- *  text is cut to 255 characters. */
+ *  text is truncated to 255 characters. */
 size_t SCPI_ResultError(scpi_t* context, const scpi_error_t* error);
 
 #ifdef __cplusplus

@@ -1,7 +1,7 @@
 /**
  * Types of the SCPI parser: the context, the command table's row, the callbacks, the units.
  *
- * All of it is plain C. A context is used by one thread at a time; the caller keeps others out.
+ * All of it is plain C. A context is used by one thread at a time; the caller must ensure this.
  */
 #ifndef SCPI_TYPES_H
 #define SCPI_TYPES_H
@@ -92,13 +92,13 @@ typedef scpi_result_t (*scpi_reset_t)(scpi_t* context);
 typedef struct {
     const char* pattern; /**< ":NODe[:OPTional]:LAST?"; upper case is the short form, "[]" optional */
     scpi_command_callback_t callback;
-    int32_t tag; /**< free for the application; SCPI_CmdTag gives it to the handler */
+    int32_t tag; /**< free for the application; SCPI_CmdTag returns it to the handler */
 } scpi_command_t;
 
 /** The five callbacks. Any of them may be null; a null `write` discards output. */
 typedef struct {
     scpi_error_callback_t error; /**< an error has entered the queue */
-    scpi_write_t write;          /**< output; gives the bytes taken */
+    scpi_write_t write;          /**< output; returns the bytes accepted */
     scpi_write_control_t control;
     scpi_flush_t flush; /**< the end of one program message; called once for each */
     scpi_reset_t reset; /**< called by SCPI_CoreRst */
@@ -133,7 +133,7 @@ typedef struct {
     int32_t tag;
 } scpi_choice_def_t;
 
-/** MINimum, MAXimum and their like (SCPI-99 7.2.1). */
+/** Special numbers: MINimum, MAXimum etc. (SCPI-99 7.2.1). */
 typedef enum {
     SCPI_NUM_NUMBER = 0,
     SCPI_NUM_MIN,
@@ -148,10 +148,10 @@ typedef enum {
 } scpi_special_number_t;
 
 typedef struct {
-    scpi_bool_t special; /**< `tag` counts, else `value` */
+    scpi_bool_t special; /**< `tag` is valid, else `value` */
     int32_t tag;         /**< an scpi_special_number_t, or the tag of the caller's own list */
     double value;        /**< in the base unit */
-    scpi_unit_t unit;    /**< the unit that was written, SCPI_UNIT_NONE when there was none */
+    scpi_unit_t unit;    /**< the unit as written, SCPI_UNIT_NONE if there was none */
     int8_t base;         /**< 10, 16, 8 or 2: how the number was written */
 } scpi_number_t;
 
@@ -170,12 +170,12 @@ typedef enum {
     SCPI_TOKEN_EXPRESSION      /**< "(...)", 7.7.7 */
 } scpi_token_type_t;
 
-/** One program data element as it stands in the input; the pointers are into the input buffer. */
+/** One program data element in the input; the pointers are into the input buffer. */
 typedef struct {
     scpi_token_type_t type;
     const char* ptr; /**< the element, delimiters (quotes, block header, parentheses) included */
     size_t len;
-    const char* body; /**< what stands between the delimiters; digits only for #H #Q #B */
+    const char* body; /**< contents between the delimiters; digits only for #H #Q #B */
     size_t body_len;
     const char* suffix; /**< DECIMAL_SUFFIX: the unit's text */
     size_t suffix_len;
@@ -184,7 +184,7 @@ typedef struct {
 /** One entry of the error queue (SCPI-99 21.8). */
 typedef struct {
     int16_t error_code;
-    char* device_dependent_info; /**< heap copy of the info text, null without one */
+    char* device_dependent_info; /**< heap copy of the info text, null if none */
 } scpi_error_t;
 
 typedef struct {
@@ -196,7 +196,7 @@ typedef struct {
 typedef struct {
     char* buffer; /**< where the current command's parameter text starts */
     char* pos;    /**< how far it has been read */
-    size_t len;   /**< length of the parameter text, white space around it not counted */
+    size_t len;   /**< length of the parameter text, excluding surrounding white space */
 } lex_state_t;
 
 typedef struct {
@@ -206,7 +206,7 @@ typedef struct {
 } scpi_const_buffer_t;
 
 typedef struct {
-    const scpi_command_t* cmd; /**< the row at work */
+    const scpi_command_t* cmd; /**< the current row */
     lex_state_t lex_state;
     scpi_const_buffer_t cmd_raw; /**< the header as received, compound path applied, in the input buffer */
 } scpi_param_list_t;
@@ -214,9 +214,9 @@ typedef struct {
 /** State of the message framer (see extensions.h). Zeroed at the start of a message. */
 typedef struct {
     uint8_t state;
-    char quote;          /**< the quote that is open */
+    char quote;          /**< the open quote */
     uint8_t digits_left; /**< digits of a block's length still to come */
-    uint32_t depth;      /**< parentheses that are open */
+    uint32_t depth;      /**< open parentheses */
     uint64_t block_left; /**< bytes of a definite block still to come */
 } scpi_framer_t;
 
@@ -235,15 +235,15 @@ struct scpi_parser_context {
     int16_t error_queue_count;
     scpi_reg_val_t registers[SCPI_REG_COUNT];
     const scpi_unit_def_t* units;
-    const char* idn[4]; /**< read at each "*IDN?"; the texts stay the caller's */
-    void* user_context; /**< the application's own */
+    const char* idn[4]; /**< read at each "*IDN?"; owned by the caller */
+    void* user_context; /**< for the application's use */
 
     /* Private to the parser. */
     void* command_index;       /**< look-up over `cmdlist`, built by SCPI_Init */
-    scpi_framer_t framer;      /**< where the scan of the buffered bytes stands */
+    scpi_framer_t framer;      /**< state of the scan of the buffered bytes */
     size_t framer_position;    /**< `buffer.position` as the parser left it; less than that now means that the
                                   application dropped the partial message */
-    scpi_bool_t overrun;       /**< the message outgrew the buffer and is being dropped */
+    scpi_bool_t overrun;       /**< the message overflowed the buffer and is being dropped */
     scpi_bool_t message_error; /**< an error was queued during the current message */
 };
 

@@ -13,8 +13,8 @@ extern "C" {
 /**
  * The spellings of every unit of scpi_unit_t; ends with a null name.
  *
- * The multipliers are those of table 7-2: M is milli and MA is mega, but for MHZ and MOHM, which are
- * megahertz and megaohm. Percent and degree stay what they are; no unit is turned into another.
+ * The multipliers are those of table 7-2: M is milli and MA is mega, except for MHZ and MOHM, which are
+ * megahertz and megaohm. Percent and degree are not converted.
  */
 extern const scpi_unit_def_t scpi_units_def[];
 
