@@ -14,7 +14,7 @@ namespace orvan_service {
 namespace {
 
 constexpr int kToCallback = 2;
-// The device empties the file that it is given, also when nothing goes there.
+// The device truncates its log file even if nothing is logged to it.
 constexpr const char* kNoFile = "/dev/null";
 
 void log_debug_line(const char* line)

@@ -12,7 +12,7 @@
 namespace orvan_service {
 namespace {
 
-// As many sessions can become ready at a time without one being seen later than another.
+// Up to this many sessions can become ready at once and all be seen in the same round.
 constexpr size_t kMostEvents = 1024;
 
 UniqueFd checked(int fd, const char* what)
@@ -25,7 +25,7 @@ UniqueFd checked(int fd, const char* what)
 
 uint32_t events_of(Session::Wait wait)
 {
-    switch (wait) { // a hang-up is reported all the same
+    switch (wait) { // hang-ups are always reported
     case Session::Wait::kTurn:
     case Session::Wait::kInput:
         return EPOLLIN;
@@ -40,7 +40,7 @@ uint32_t events_of(Session::Wait wait)
 
 } // namespace
 
-// The end of the input is reported once, so that it wakes nobody again.
+// The end of the input is reported once, so that it causes no further wake-ups.
 uint32_t Executor::events_of(const Session& session)
 {
     const uint32_t end = session.m_end_seen ? 0 : uint32_t{EPOLLRDHUP};
@@ -113,7 +113,7 @@ void Executor::run()
             expire();
         }
         do {
-            bury(); // returns the memory that others wait for
+            bury(); // frees the memory that others wait for
             lend_memory();
         } while (!m_over.empty());
     }
@@ -130,7 +130,7 @@ void Executor::collect(int timeout_ms)
     for (int i = 0; i < ready; ++i) {
         const epoll_event& event = m_events[static_cast<size_t>(i)];
         if (event.data.ptr == nullptr) {
-            continue; // the end, which the loop looks at
+            continue; // the end, which the loop checks
         }
         Session& session = *static_cast<Session*>(event.data.ptr);
         const bool hung_up = (event.events & (EPOLLHUP | EPOLLERR)) != 0;
@@ -188,7 +188,7 @@ void Executor::watch(Session& session)
 
 void Executor::execute_round()
 {
-    // Who becomes ready meanwhile is of the next round, as those are that have another message.
+    // Sessions that become ready meanwhile belong to the next round, as do those with another message.
     for (size_t left = m_turns.size(); left > 0 && !m_ending; --left) {
         Session& session = *m_turns.front();
         m_turns.pop_front();
@@ -209,14 +209,14 @@ void Executor::execute_round()
         } else {
             become(session, wait);
         }
-        // Who gave up meanwhile, and who became ready before those that had their turn.
+        // Sessions that closed meanwhile, and those that became ready before the ones that had their turn.
         if (taken.count() > 0) {
             collect(0);
         }
     }
 }
 
-// In the order of their coming, as the memory lends it.
+// In order of arrival, as MessageMemory lends it.
 void Executor::lend_memory()
 {
     for (; !m_memory_line.empty(); m_memory_line.pop_front()) {
@@ -235,7 +235,7 @@ void Executor::expire()
 {
     const ServiceTime passed = now();
     m_next_deadline = kNever;
-    // Nobody else removes sessions, and those that are added meanwhile have no deadline yet.
+    // Only this thread removes sessions, and those added meanwhile have no deadline yet.
     std::vector<Session*> expired;
     {
         const std::lock_guard lock(m_mutex);
@@ -265,7 +265,7 @@ void Executor::bury()
         std::unique_ptr<Session> over; // destroyed after the lock
         const std::lock_guard lock(m_mutex);
         const auto place = m_sessions.find(session);
-        // By hand, as a program that another thread starts may have a copy of the descriptor for a while.
+        // Explicitly, as a program started by another thread may hold a copy of the descriptor for a while.
         ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, session->descriptor(), nullptr);
         over = std::move(place->second);
         m_sessions.erase(place);
@@ -278,7 +278,7 @@ int Executor::timeout() const
     if (m_next_deadline == kNever) {
         return -1;
     }
-    // Waking a step of the clock late is better than waking before the deadline.
+    // Better to wake one clock step late than before the deadline.
     const auto left = (m_next_deadline - now() + kCoarseStep).count();
     return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
 }

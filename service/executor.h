@@ -22,33 +22,33 @@ namespace orvan_service {
 
 /**
  * The one thread that executes messages. It waits for all sessions together, takes one message of a ready
- * session at a time, and goes to the next: a session's next message comes after one of every other session
- * that was ready before, so a client with a thousand lines holds nobody up by more than one.
+ * session at a time, and moves on to the next: a session's next message comes after one of every other
+ * session that was ready before it, so a client with a thousand lines delays the others by only one.
  */
 class Executor {
 public:
     Executor();
-    /** Waits for the message at work, without a limit of time; call end() before to have one. */
+    /** Waits for the running message without a time limit; call end() first to set one. */
     ~Executor();
     Executor(const Executor&) = delete;
     Executor& operator=(const Executor&) = delete;
 
-    /** Serves `session` from now on. Any thread. Throws std::system_error when it can't be waited for. */
+    /** Adds `session`. Any thread. Throws std::system_error if it can't be polled. */
     void add(std::unique_ptr<Session> session);
 
     /**
-     * Lets the message at work finish, drops those not begun, and destroys all sessions that do not have to
-     * stay open. Any thread.
+     * Lets the running message finish, drops those not begun, and destroys all sessions that need not stay
+     * open. Any thread. May be called again.
      *
-     * @return false when a message was still at work after `patience`; the object must not be destroyed then,
-     * the process has to end without. May be called again.
+     * @return false if a message was still running after `patience`; then the object must not be destroyed,
+     * and the process has to exit without that.
      */
     bool end(std::chrono::milliseconds patience);
 
     /** Sessions being served. Any thread. */
     size_t sessions() const;
 
-    /** How many of the sessions `counts`; it is called with each, and no session is destroyed meanwhile. Any
+    /** Number of sessions for which `counts` returns true; no session is destroyed during the call. Any
      * thread. */
     size_t count(const std::function<bool(const Session&)>& counts) const;
 
@@ -76,7 +76,7 @@ private:
     std::vector<Session*> m_again; // had a turn and have another message
     std::vector<Session*> m_over;
     std::deque<Session*> m_memory_line;
-    ServiceTime m_worked{0};              // time in which messages were at work
+    ServiceTime m_worked{0};              // time spent executing messages
     ServiceTime m_next_deadline = kNever; // no later than the first one
 
     mutable std::mutex m_mutex; // guards what follows

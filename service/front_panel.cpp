@@ -15,10 +15,10 @@
 namespace orvan_service {
 namespace {
 
-// What the service queues to say that it is steered from elsewhere; no key has it.
+// Queued by the service to indicate remote control; no key has it.
 constexpr uint8_t kRemoteCode = 0xff;
 
-// Pause when the process has no descriptor left: the connection stays pending, so poll() would not wait.
+// Pause when the process is out of descriptors: the connection stays pending, so poll() would not block.
 constexpr int kOutOfDescriptorsPauseMs = 100;
 
 UniqueFd make_event()
@@ -77,7 +77,7 @@ void FrontPanel::serve(const UniqueFd& connection)
 {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + m_patience;
-    uint8_t received[2]; // one more than there may be
+    uint8_t received[2]; // one more than allowed
     size_t size = 0;
     while (size < sizeof received) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -90,7 +90,7 @@ void FrontPanel::serve(const UniqueFd& connection)
             return;
         }
         if (ready <= 0) {
-            ::syslog(LOG_WARNING, "front panel: a connection that does not end");
+            ::syslog(LOG_WARNING, "front panel: connection not closed in time");
             return;
         }
         const ssize_t count = ::recv(connection.get(), received + size, sizeof received - size, 0);

@@ -16,27 +16,27 @@ inline constexpr char kFrontPanelAddress[] = "127.0.0.1";
 inline constexpr uint16_t kFrontPanelPort = 8888;
 
 /**
- * Takes the key codes of the front panel and has each do what the key map says, one after the other in the
- * order of their arrival; those that come meanwhile wait in the listener's queue.
+ * Receives the key codes of the front panel and executes their key map actions one by one, in order of
+ * arrival; further connections wait in the listener's queue.
  *
- * A code is a connection that carries one byte and ends. A connection that carries none, or more, or does not
- * end in time, is logged and left alone.
+ * A code arrives as a connection that carries one byte and is closed. A connection that carries none or more,
+ * or is not closed in time, is logged and ignored.
  */
 class FrontPanel {
 public:
-    /** Executes a program message and gives its reply, empty when there is none. On the panel's thread. */
+    /** Executes a program message and returns its reply, empty if there is none. On the panel's thread. */
     using Execute = std::function<std::string(const std::string& message)>;
 
-    /** @param channels those that are installed
-     *  @param patience for how long a connection may stay open before it is given up */
+    /** @param channels number of installed channels
+     *  @param patience how long a connection may stay open before it is dropped */
     FrontPanel(UniqueFd listener, int channels, Execute execute,
                std::chrono::milliseconds patience = std::chrono::seconds(1));
-    /** Waits for the key that is at work. */
+    /** Waits for the running key action. */
     ~FrontPanel();
     FrontPanel(const FrontPanel&) = delete;
     FrontPanel& operator=(const FrontPanel&) = delete;
 
-    /** Takes no more codes. Returns at once. Any thread. */
+    /** Stops accepting codes. Returns at once. Any thread. */
     void end();
 
 private:

@@ -15,7 +15,7 @@
 namespace orvan_service {
 namespace {
 
-// Looks at the progress within the limit. A hang is noticed a quarter of it late at most.
+// Checks per limit. A hang is noticed at most a quarter of the limit late.
 constexpr int kLooks = 8;
 constexpr std::chrono::milliseconds kShortestPause{1};
 
@@ -59,7 +59,7 @@ void HangWatch::execute(int socket, char* data, size_t len)
     }
 }
 
-// Reports without the lock: neither a log nor a service manager that does not listen must hold a message up.
+// Reports without the lock: a blocked log or service manager must not hold up a message.
 void HangWatch::check(Clock::time_point now)
 {
     eventfd_t taken;
@@ -88,12 +88,12 @@ std::optional<HangWatch::Report> HangWatch::look(Clock::time_point now)
         if (m_hang.empty()) {
             return std::nullopt;
         }
-        return Report{LOG_NOTICE, std::exchange(m_hang, {}) + " goes on after " + in_seconds(stalled), ""};
+        return Report{LOG_NOTICE, std::exchange(m_hang, {}) + " resumed after " + in_seconds(stalled), ""};
     }
     if (!m_hang.empty() || stalled < m_limit) {
         return std::nullopt;
     }
-    // The connection is open while its message is at work.
+    // The connection is open while its message is being executed.
     m_hang = "client " + std::to_string(m_socket) + " at " + peer_address(m_socket);
     const std::string text =
         m_hang + " hangs: no progress for " + in_seconds(m_limit) + " in \"" + shown_message() + "\"";

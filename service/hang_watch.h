@@ -14,23 +14,24 @@
 namespace orvan_service {
 
 /**
- * Stands before what executes messages, and notices one that hangs: that makes no progress for so long.
+ * Wraps a message sink and detects messages that hang, that is, make no progress for a given time.
  *
- * A hang is logged at error level with its client and the beginning of its message, and is the status of the
- * service (notify) while it lasts. The service manager's watchdog is fed only while there is none.
+ * A hang is logged at error level with its client and the beginning of its message, and is reported as the
+ * status of the service (notify) while it lasts. The service manager's watchdog is fed only while nothing
+ * hangs.
  *
- * It has no thread: whoever watches calls check() when due() has come or descriptor() is readable.
+ * It has no thread: the watching thread calls check() at due() or when descriptor() is readable.
  */
 class HangWatch : public MessageSink {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /** What moves with the progress of the message at work. Called by check(). */
+    /** A counter that changes as the running message makes progress. Called by check(). */
     using Progress = uint32_t (*)();
 
     /**
      * @param sink     must outlive this object
-     * @param limit    a hang is noticed that much after the last progress at the earliest
+     * @param limit    shortest time without progress that counts as a hang
      * @param watchdog period in which the service manager's watchdog expects to be fed; 0 for none
      */
     HangWatch(MessageSink& sink, Progress progress, std::chrono::milliseconds limit,
@@ -41,12 +42,12 @@ public:
     void execute(int socket, char* data, size_t len) override;
     void client_lost(int socket) override { m_sink.client_lost(socket); }
 
-    /** When check() is to be called at the latest; at once before the first time. */
+    /** Latest time for the next call of check(); initially in the past. */
     Clock::time_point due() const { return m_due; }
-    /** Readable once a message that hung is done, until check() is called. */
+    /** Readable from the end of a message that hung until check() is called. */
     int descriptor() const { return m_hang_over.get(); }
-    /** Looks at the progress, reports a hang and its end, and feeds the watchdog. Of the thread that watches,
-     * as is due(). */
+    /** Checks the progress, reports a hang and its end, and feeds the watchdog. Called, like due(), on the
+     * watching thread. */
     void check(Clock::time_point now);
 
 private:
@@ -66,9 +67,9 @@ private:
     const std::chrono::microseconds m_pause;
     const UniqueFd m_hang_over; // an event descriptor
 
-    // The watching thread only.
+    // Watching thread only.
     Clock::time_point m_due;
-    uint32_t m_seen = 0; // progress at the last look
+    uint32_t m_seen = 0; // progress at the last check
     Clock::time_point m_since;
 
     std::mutex m_mutex; // guards what follows

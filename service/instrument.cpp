@@ -9,7 +9,7 @@
 namespace orvan_service {
 namespace {
 
-// The library stores a device kind with the caller's socket and reads it nowhere.
+// The library stores a device kind with the caller's socket and never reads it.
 constexpr int kDeviceKind = 0;
 
 } // namespace

@@ -8,8 +8,8 @@ class Scpi_Orvanx;
 namespace orvan_service {
 
 /**
- * The library behind the sockets. To be made once the device, or start_without_device, has set the module
- * service up; one in a process, since the library's module service is one.
+ * The library as a message sink. Create it once the device, or start_without_device, has set up the module
+ * service; only one per process, as there is only one module service.
  */
 class Instrument : public MessageSink {
 public:
@@ -23,12 +23,12 @@ private:
 };
 
 /**
- * On a machine that is no instrument: the module table is set to the loopback, and the modules that are there
- * are waited for, at most `module_wait` seconds.
+ * For a machine that is not an instrument: sets the module table to the loopback and waits for the modules
+ * there, at most `module_wait` seconds.
  */
 void start_without_device(int channels, int module_wait);
 
-/** Logs which modules were there at start-up. */
+/** Logs which modules answered at start-up. */
 void log_modules();
 
 } // namespace orvan_service

@@ -5,7 +5,7 @@
 namespace orvan_service {
 namespace {
 
-// Keys of columns 8 and 9 have no place here: they send one code for press and release alike.
+// Keys of columns 8 and 9 are excluded: they send the same code for press and release.
 constexpr KeyAction kKeyMap[] = {
     {key_code(0, 0), 1, "Channel 1", ":INST 1"}, {key_code(0, 1), 2, "Channel 2", ":INST 2"},
     {key_code(0, 2), 3, "Channel 3", ":INST 3"}, {key_code(0, 3), 4, "Channel 4", ":INST 4"},

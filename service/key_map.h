@@ -9,7 +9,7 @@ namespace orvan_service {
 /** What a key of the front panel does. */
 struct KeyAction {
     uint8_t code;
-    int channel;         /**< that the key is for; 0 for none */
+    int channel;         /**< the key's channel; 0 for none */
     const char* name;    /**< as printed on the key */
     const char* message; /**< program message, without its LF */
 };
@@ -20,11 +20,11 @@ constexpr uint8_t key_code(int row, int column)
     return static_cast<uint8_t>(column * 16 + row);
 }
 
-/** The keys of an instrument with four channels, each code once. */
+/** The keys of a four-channel instrument, each code once. */
 std::span<const KeyAction> key_map();
 
-/** @param channels those that are installed
- *  @return null for a key that is not in use; that of a channel which is not installed is none. */
+/** @param channels number of installed channels
+ *  @return null for an unused key, which includes those of channels not installed. */
 const KeyAction* find_key(uint8_t code, int channels);
 
 } // namespace orvan_service

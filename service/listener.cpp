@@ -123,7 +123,7 @@ std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port)
     try {
         listeners.push_back(open_listener("::", port_of(listeners.front().get())));
     } catch (const std::runtime_error& error) {
-        // A machine can know the family and yet have it switched off; IPv4 clients are served all the same.
+        // IPv6 may be supported but disabled; IPv4 clients are still served.
         ::syslog(LOG_WARNING, "%s", error.what());
     }
     return listeners;
@@ -131,15 +131,15 @@ std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port)
 
 std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port)
 {
-    std::string reason = "is none";
+    std::string reason = "is not set";
     if (port != 0) {
         try {
             return open_listeners(address, port);
         } catch (const std::runtime_error& error) {
-            reason = std::string("is of no use: ") + error.what();
+            reason = std::string("cannot be used: ") + error.what();
         }
     }
-    ::syslog(LOG_ERR, "SCPI port %u of the settings %s; %u instead", port, reason.c_str(), kUsualPort);
+    ::syslog(LOG_ERR, "SCPI port %u of the settings %s; using %u instead", port, reason.c_str(), kUsualPort);
     return open_listeners(address, kUsualPort);
 }
 
@@ -172,7 +172,7 @@ std::vector<UniqueFd> inherited_listeners()
 uint16_t port_of(int socket)
 {
     const Address address = bound_address(socket);
-    // The port stands at the same place for both families.
+    // The port is at the same offset for both families.
     return ntohs(reinterpret_cast<const sockaddr_in&>(address.storage).sin_port);
 }
 

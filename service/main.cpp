@@ -31,13 +31,13 @@ using HaldeElec::Orvan::IOrvanDeviceManager;
 
 namespace {
 
-// What one request to a silent module takes: 5 s to connect and 10 s for its reply.
+// Duration of one request to a silent module: 5 s to connect and 10 s for its reply.
 constexpr std::chrono::seconds kEndPatience{15};
 
-// A preset resets all modules and loads them anew.
+// A preset resets all modules and reloads them.
 constexpr std::chrono::seconds kKeyPatience{120};
 
-/** The board's control socket, as long as this lives. */
+/** Keeps the board's control socket open for its lifetime. */
 class BoardControl {
 public:
     BoardControl() { hw_control_open(); }
@@ -46,8 +46,7 @@ public:
     BoardControl& operator=(const BoardControl&) = delete;
 };
 
-// The library's start-up and its waits cannot be cut short: a stop that is requested in the midst of them
-// ends the process.
+// The library's start-up and its waits cannot be cut short: a stop requested during them ends the process.
 template <class Start>
 void start_or_leave(int stop, Start start)
 {
@@ -67,8 +66,8 @@ void start_or_leave(int stop, Start start)
     starter.join();
 }
 
-// On a machine that is no instrument the port may be another program's; an instrument serves without keys
-// too.
+// On a machine that is not an instrument another program may own the port; an instrument is also served
+// without keys.
 void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_client)
 {
     try {
@@ -88,7 +87,7 @@ void log_addresses(const std::vector<UniqueFd>& listeners)
     }
 }
 
-// The library asks the selected channel for its temperature by way of the port that it is given here.
+// The library queries the selected channel's temperature through the port set here.
 std::vector<UniqueFd> open_own(const Options& options, IOrvanDeviceManager& device)
 {
     uint16_t port = kUsualPort;
@@ -100,7 +99,7 @@ std::vector<UniqueFd> open_own(const Options& options, IOrvanDeviceManager& devi
     return listeners;
 }
 
-// Ends the process when it is asked to; what it returns or throws says why it could not start.
+// Exits the process on request; returns an exit code or throws if it could not start.
 int serve(const Options& options)
 {
     ignore_broken_pipes();
@@ -141,7 +140,7 @@ int serve(const Options& options)
     Server server(std::move(listeners), watch, limits);
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
-    // From here on no exception may leave: the destructors would wait for the command or the key at work.
+    // From here on no exception may escape: the destructors would wait for the running command or key.
     try {
         if (device != nullptr) {
             start_front_panel(panel, own_client);
@@ -158,10 +157,11 @@ int serve(const Options& options)
         }
         ::syslog(LOG_NOTICE, "ending with %zu clients", server.clients());
         if (!server.end(kEndPatience, &watch)) {
-            // By now the button is up again, and the command may hold the bus by which it would be asked.
-            ::syslog(LOG_WARNING, "ended in the midst of a command");
+            // By now the button is released, and the command may hold the bus needed to read it.
+            ::syslog(LOG_WARNING, "ended during a command");
         } else if (power_button) {
-            // For the last time: the watchdog then waits as long as the service manager does for the end.
+            // The last time: from then on the watchdog allows as much time as the service manager does for
+            // stopping.
             watch.check(HangWatch::Clock::now());
             power_button->wait_for_release();
         }
@@ -202,7 +202,7 @@ int main(int argc, char** argv)
                    stderr);
         return kExitOutsideSandbox;
     }
-    // Production is run at a terminal, whose user has to see what became of it.
+    // Production is run at a terminal, whose user must see the outcome.
     limit_thread_stacks();
     open_log(options->log_level, options->foreground || !options->produce.empty());
     try {

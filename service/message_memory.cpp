@@ -9,7 +9,7 @@
 namespace orvan_service {
 namespace {
 
-// As many clients may have unfinished input at a time before short pieces go back to the allocator.
+// Spare short pieces kept; any more are returned to the allocator.
 constexpr size_t kShortSpares = 16;
 
 } // namespace
@@ -73,7 +73,7 @@ MessageMemory::Answer MessageMemory::reserve(const void* owner, MessagePiece& pi
     }
     leave_line(owner);
     if (!piece.is_long()) {
-        // A piece is address space for the longest message: pages become memory as they are written.
+        // A piece reserves address space for the longest message; pages are allocated as they are written.
         char* const data = map();
         if (data == nullptr) {
             return Answer::kNone;
@@ -91,8 +91,8 @@ void MessageMemory::leave_line(const void* owner)
     std::erase(m_line, owner);
 }
 
-// The last long piece that came back is kept with its pages, because touching 3 MB of fresh pages takes a
-// good part of the time that it takes to read them from a socket.
+// The last long piece returned is kept with its pages, as touching 3 MB of fresh pages takes a good part of
+// the time needed to receive them from a socket.
 char* MessageMemory::map()
 {
     if (m_long_spare != nullptr) {

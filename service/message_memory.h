@@ -19,7 +19,7 @@ public:
     ~MessagePiece();
 
     char* data() const { return m_data; }
-    /** Bytes that may be used. */
+    /** Usable bytes. */
     size_t size() const { return m_size; }
     bool is_long() const { return m_data != nullptr && m_long; }
     explicit operator bool() const { return m_data != nullptr; }
@@ -38,11 +38,11 @@ private:
 };
 
 /**
- * Lends memory to the clients' receive buffers: short pieces freely, long ones out of one budget.
+ * Lends memory to the clients' receive buffers: short pieces freely, long ones from a common budget.
  *
  * A client holds a short piece only while it has unfinished input, so idle clients hold none. A long piece is
- * reserved for a message that does not fit into a short one, first come first served; who does not fit into
- * the budget waits in a line. All functions are called on one thread, and all pieces are returned on it.
+ * reserved for a message that does not fit into a short one, first come, first served; those that do not fit
+ * into the budget wait in line. All functions are called on one thread, and all pieces are returned on it.
  */
 class MessageMemory {
 public:
@@ -50,13 +50,13 @@ public:
 
     enum class Answer {
         kGranted,
-        kWait, /**< `owner` is in the line; ask again after memory has come back */
-        kNone  /**< the system has no memory */
+        kWait, /**< `owner` is in line; ask again after memory has been returned */
+        kNone  /**< out of memory */
     };
 
     /**
      * @param longest bytes of the longest message, more than kShort
-     * @param budget bytes that all long pieces may have together; at least `longest`
+     * @param budget total bytes of all long pieces; at least `longest`
      */
     MessageMemory(size_t longest, size_t budget);
     ~MessageMemory();
@@ -77,7 +77,7 @@ public:
     /** `owner` no longer waits. */
     void leave_line(const void* owner);
 
-    /** Bytes of all long pieces together. */
+    /** Total bytes of all long pieces. */
     size_t reserved() const { return m_reserved; }
 
 private:

@@ -5,15 +5,15 @@
 
 namespace orvan_service {
 
-/** What executes program messages: the instrument, or a test's stand-in for it. */
+/** Executes program messages: the instrument, or a test double. */
 class MessageSink {
 public:
     virtual ~MessageSink() = default;
 
     /**
-     * Executes one whole program message and writes its reply to `socket`, before it returns.
+     * Executes one complete program message and writes its reply to `socket` before returning.
      *
-     * @param data the message with the LF that ends it; may be changed.
+     * @param data the message including its LF; may be modified.
      * Called on the executor's thread.
      */
     virtual void execute(int socket, char* data, size_t len) = 0;

@@ -9,7 +9,7 @@
 namespace orvan_service {
 namespace {
 
-// Each takes a descriptor, of which the maintenance protocol needs most.
+// Each uses a descriptor, and most descriptors are needed for the maintenance protocol.
 constexpr int kMostClients = 512;
 
 // A message may be 3 MB long.
@@ -37,25 +37,26 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     CLI::App app("Serves the instrument's SCPI commands over TCP.", "orvan-service");
     app.set_version_flag("--version", std::string("orvan-service ") + ORVAN_VERSION);
     app.add_option("--platform", platform,
-                   "factory, portable, benchtop or ksr7000; factory: what the library's own factory makes")
+                   "factory, portable, benchtop or ksr7000; factory: the platform chosen by the library")
         ->check(CLI::IsMember(kPlatforms))
         ->capture_default_str();
     app.add_option(
         "--port", options.port,
-        "TCP port of the SCPI server, 0 takes a free one and logs it; that of the settings when not "
-        "given");
-    app.add_option("--address", options.address, "Listen on this address only, not on all of IPv4 and IPv6");
-    app.add_option("--max-clients", options.max_clients, "Clients served at once; one more is refused")
+        "TCP port of the SCPI server, 0 selects a free one and logs it; default: the port of the settings");
+    app.add_option("--address", options.address,
+                   "Listen only on this address instead of on all IPv4 and IPv6 addresses");
+    app.add_option("--max-clients", options.max_clients, "Maximum number of clients; any more are refused")
         ->check(CLI::Range(1, kMostClients))
         ->capture_default_str();
-    app.add_option("--message-memory", options.message_memory,
-                   "MB that the messages of more than 16 kB of all clients may take while they arrive; those "
-                   "that do not fit wait")
+    app.add_option(
+           "--message-memory", options.message_memory,
+           "MB of memory for incoming messages over 16 kB, all clients together; messages that do not "
+           "fit wait")
         ->check(CLI::Range(kLeastMessageMemory, kMostMessageMemory))
         ->capture_default_str();
     CLI::Option* const loopback =
         app.add_flag("--modules-on-loopback", options.modules_on_loopback,
-                     "For a machine that is no instrument: module n is at 127.0.(6 + n).1, not "
+                     "For a machine that is not an instrument: module n is at 127.0.(6 + n).1, not "
                      "192.168.(6 + n).1; there is no device and no channel record");
     app.add_option("--channels", options.channels, "Channel modules fitted, without a device")
         ->check(CLI::Range(1, 4))
@@ -68,7 +69,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->capture_default_str();
     CLI::Option* const produce =
         app.add_option("--produce", options.produce,
-                       "Production: write the settings of a new instrument of that model, and end")
+                       "Production: write the settings of a new instrument of this model, then exit")
             ->excludes(loopback);
     app.add_option("--serial", options.serial, "Its serial number, 1 to 30 characters")
         ->check([](const std::string& text) {
@@ -77,12 +78,12 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->needs(produce);
     app.add_option(
            "--hang-limit", options.hang_limit,
-           "Seconds without progress after which a command counts as one that hangs: it is logged, and the "
-           "service manager's watchdog is not fed any more; a request to a silent module takes 15")
+           "Seconds without progress after which a command counts as hung: it is logged, and the service "
+           "manager's watchdog is no longer fed; a request to a silent module takes 15")
         ->envname("ORVAN_HANG_LIMIT")
         ->check(CLI::Range(0.05, 86400.0))
         ->capture_default_str();
-    app.add_flag("--foreground", options.foreground, "Log to standard error too");
+    app.add_flag("--foreground", options.foreground, "Also log to standard error");
     app.add_option(
            "--log-level", log_level,
            "err, warning, notice, info or debug; info adds every message in and out, which costs two log "

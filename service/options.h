@@ -14,16 +14,16 @@ enum ExitCode : int {
     kExitDone = 0,           /**< ended on request; --help and --version */
     kExitFailed = 1,         /**< could not start: no port, bad inherited sockets */
     kExitBadOptions = 2,     /**< the command line is wrong */
-    kExitOutsideSandbox = 3, /**< would reach real module addresses */
-    kExitNotInitialized = 4  /**< the device's start-up did not get to its end */
+    kExitOutsideSandbox = 3, /**< would access real module addresses */
+    kExitNotInitialized = 4  /**< the device's start-up did not complete */
 };
 
 struct Options {
     Platform platform = Platform::kFactory;
-    std::string produce; /**< model to be made; empty: serve */
+    std::string produce; /**< model to produce; empty: serve */
     std::string serial;
     std::string address;
-    std::optional<uint16_t> port; /**< not given: that of the settings */
+    std::optional<uint16_t> port; /**< default: that of the settings */
     int max_clients = 256;
     int message_memory = 64; /**< MB */
     int channels = 4;
@@ -35,9 +35,9 @@ struct Options {
 };
 
 /**
- * Reads the command line. Help and version go to standard output, complaints to standard error.
+ * Reads the command line. Help and version are printed to standard output, errors to standard error.
  *
- * @return empty when the program is to end with `exit_code`.
+ * @return empty if the program is to exit with `exit_code`.
  */
 std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code);
 

@@ -26,7 +26,7 @@ OwnClient::OwnClient(std::span<const UniqueFd> listeners)
     }
 }
 
-// A listener may have been made in another network than ours, where its address leads to nothing.
+// An inherited listener may belong to another network namespace, where we cannot reach its address.
 UniqueFd OwnClient::connect_to_server() const
 {
     for (const sockaddr_in& address : m_addresses) {

@@ -18,14 +18,15 @@ namespace orvan_service {
  */
 class OwnClient {
 public:
-    /** @param listeners those of the SCPI server; only the IPv4 ones are of use. They need not stay open. */
+    /** @param listeners those of the SCPI server; only IPv4 ones are used. They need not stay open. */
     explicit OwnClient(std::span<const UniqueFd> listeners);
 
     /**
-     * Sends one program message over a connection of its own. Blocks, at most `patience` for the reply.
+     * Sends one program message over a new connection. Blocks, at most `patience` for the reply.
      *
      * @param message without its LF
-     * @return the reply without its CR LF, or as much of it as came; empty when the server can't be reached
+     * @return the reply without its CR LF, or as much of it as was received; empty if the server can't be
+     *         reached
      */
     std::string ask(const std::string& message, std::chrono::milliseconds patience) const;
 

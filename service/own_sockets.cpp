@@ -11,7 +11,7 @@ namespace {
 
 using NameOf = int (*)(int, sockaddr*, socklen_t*);
 
-// Empty for a descriptor that has none, or one of another kind than TCP's.
+// Empty for a descriptor without an address, or with one that is not TCP's.
 std::string name(NameOf name_of, int socket)
 {
     sockaddr_storage address{};

@@ -7,7 +7,7 @@
 
 namespace orvan_service {
 
-/** The connected sockets of this process at the time of construction, which looks at every descriptor. */
+/** The connected sockets of this process at construction, which examines every descriptor. */
 class OwnSockets {
 public:
     OwnSockets();

@@ -13,7 +13,7 @@ namespace {
 
 std::atomic<bool> g_pressed{false};
 
-// On the interrupt's thread; a button may bounce.
+// Runs on the interrupt's thread; a button may bounce.
 void on_press()
 {
     if (!g_pressed.exchange(true)) {
@@ -28,9 +28,9 @@ PowerButton::PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device) : m_devi
 {
     g_pressed = false;
     m_device.SetupPowerButtonIrq(on_press);
-    // A press during the start has left the expander's interrupt pending, and no edge would ever come. The
-    // wait for the release ends it. A thread of its own, as a button that is held or stuck must hold up
-    // neither the start nor the end of the service.
+    // A press during start-up has left the expander's interrupt pending, and no edge would ever follow.
+    // Waiting for the release clears it. On a separate thread, as a held or stuck button must delay neither
+    // the start nor the end of the service.
     std::thread([&device] { device.WaitPowerButtonRelease(); }).detach();
 }
 

@@ -8,21 +8,21 @@ class IOrvanDeviceManager;
 namespace orvan_service {
 
 /**
- * The power button of the instrument: pressed, it ends the service in order, as SIGTERM does. A press that
- * was over before this object was made counts for nothing; one that still lasts then counts at its release on
- * the benchtop and the third platform, whose port expander reports both edges.
+ * The power button of the instrument: a press ends the service cleanly, as SIGTERM does. A press that ended
+ * before this object was created is ignored; one still held then counts at its release on the benchtop and
+ * the third platform, whose port expander reports both edges.
  */
 class PowerButton {
 public:
     /**
-     * @param device must outlive this object, and the press of a button that is held now. It logs by itself
-     * when its interrupt can't be set up.
+     * @param device must outlive this object and a press in progress. It logs a failure to set up its
+     * interrupt itself.
      */
     explicit PowerButton(HaldeElec::Orvan::IOrvanDeviceManager& device);
 
     /**
-     * After the end of the service, with no command at work: if the button ended it, waits until it is let
-     * go, without a limit, so that nothing that follows takes the same press for another one.
+     * To be called after the end of the service, with no command running: if the button ended it, waits
+     * without a limit until it is released, so that nothing later takes the same press for another.
      */
     void wait_for_release();
 

@@ -7,30 +7,30 @@
 
 namespace orvan_service {
 
-/** A client or a module that closes its side at the wrong moment must not end the process. */
+/** Ignores SIGPIPE: a client or module closing its side at the wrong moment must not end the process. */
 void ignore_broken_pipes();
 
 /**
- * As many descriptors as the process opens. Each client takes one, and each frame of the maintenance protocol
- * one for each module, for good; when there are no more, the process ends and is started anew. A higher limit
- * would only let it take more memory of the kernel until then.
+ * Maximum number of open descriptors. Each client uses one, and each frame of the maintenance protocol leaks
+ * one per module; when they run out, the process ends and is restarted. A higher limit would only let it use
+ * more kernel memory until then.
  */
 inline constexpr size_t kMostDescriptors = 4096;
 
 /**
  * Sets the limit of open descriptors to the hard limit, at most to kMostDescriptors.
  *
- * @return the limit now in force.
+ * @return the limit now in effect.
  */
 size_t raise_descriptor_limit();
 
-/** What a thread of this process has for its stack, in bytes. */
+/** Stack size of a thread of this process, in bytes. */
 inline constexpr size_t kThreadStack = size_t{512} << 10;
 
 /**
- * Gives each thread that starts from now on a stack of kThreadStack, whoever starts it: the library has
- * threads of the standard library's and of a timer's, none of which can be given a size of its own. The
- * default, 8 MiB of address space a thread, is too much where there are 3 GiB in all.
+ * Sets the stack size of all threads started from now on to kThreadStack: the library uses threads created by
+ * the standard library and by timers, whose size cannot be set individually. The default, 8 MiB of address
+ * space per thread, is too much with 3 GiB in total.
  */
 void limit_thread_stacks();
 
@@ -38,11 +38,10 @@ void limit_thread_stacks();
 void open_log(int level, bool to_stderr);
 
 /**
- * SIGTERM, SIGINT and request() as a descriptor that becomes, and stays, readable at the first of them. One
- * object at a time in a process; its end restores the signals.
+ * SIGTERM, SIGINT and request() as a descriptor that becomes, and stays, readable at the first of them. Only
+ * one object at a time per process; its destruction restores the signals.
  *
- * The signals are caught and not blocked: a blocked signal would stay so in the programs that the library
- * starts.
+ * The signals are caught rather than blocked: programs started by the library would inherit a blocked signal.
  */
 class StopRequest {
 public:
@@ -53,7 +52,7 @@ public:
 
     int descriptor() const { return m_event.get(); }
 
-    /** Asks for the same from within the process. Any thread; does nothing without an object. */
+    /** Requests a stop from within the process. Any thread; does nothing without an object. */
     static void request();
 
 private:
@@ -61,12 +60,12 @@ private:
 };
 
 /**
- * Ends the process past the destructors of static objects and of the device. They would wait for the pauses
- * of threads, half a minute that of the built-in tests and two that of a fan, and other threads may be at
- * work still that must not see objects destroyed. So whoever calls this has ended what needs an end before.
+ * Exits the process without running the destructors of static objects and of the device. They would wait for
+ * sleeping threads, half a minute for the built-in tests and two minutes for a fan, and threads still running
+ * must not see objects destroyed. So the caller must first stop whatever needs an orderly end.
  *
- * Of the standard streams only standard output is flushed: any other may be locked by its thread for good, or
- * be the one in which syslog() composes a line at that moment.
+ * Of the standard streams only standard output is flushed: any other may be locked by a thread for good, or
+ * be the one in which syslog() is composing a line.
  */
 [[noreturn]] void leave(int exit_code);
 

@@ -17,12 +17,12 @@
 namespace orvan_service {
 namespace {
 
-// Pause when the process has no descriptor left: the connection stays pending, so poll() would not wait.
+// Pause when the process is out of descriptors: the connection stays pending, so poll() would not block.
 constexpr std::chrono::milliseconds kOutOfDescriptorsPause{100};
 
 constexpr auto kForEver = std::chrono::milliseconds::max();
 
-/** Rounded up, so that whoever waits that long does not wake before; none is negative. */
+/** Rounded up, so that the caller does not wake early; never negative. */
 std::chrono::milliseconds time_until(HangWatch::Clock::time_point due)
 {
     constexpr std::chrono::milliseconds kNone{0};
@@ -31,8 +31,7 @@ std::chrono::milliseconds time_until(HangWatch::Clock::time_point due)
                       kLongest);
 }
 
-// A client that left while a command runs is seen by the executor only afterwards, and needs no place until
-// then.
+// The executor notices a client that leaves during a command only afterwards; until then it needs no place.
 bool is_gone(int socket)
 {
     pollfd state{socket, POLLRDHUP, 0};
@@ -52,7 +51,7 @@ Server::Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerL
 
 void Server::run(int stop, HangWatch* watch)
 {
-    // poll() passes over a negative descriptor.
+    // poll() ignores negative descriptors.
     std::vector<pollfd> waiting{{stop, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
     const size_t listeners = waiting.size();
     for (const auto& listener : m_listeners) {
@@ -102,7 +101,7 @@ void Server::accept_client(int listener)
         ::syslog(LOG_ERR, "accept: %s", std::strerror(errno));
         m_out_of_descriptors = true;
         break;
-    default: // the client has gone again, or a signal came
+    default: // the client is gone again, or a signal arrived
         break;
     }
 }
@@ -126,7 +125,7 @@ bool Server::has_place_for(int socket) const
     if (sessions < m_limits.max_clients) {
         return true;
     }
-    // Whatever is not counted, descriptors must not run out.
+    // Even uncounted connections must not exhaust the descriptors.
     if (sessions >= 2 * m_limits.max_clients + m_limits.own_places) {
         return false;
     }

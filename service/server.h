@@ -13,23 +13,23 @@ namespace orvan_service {
 
 struct ServerLimits {
     size_t max_clients = 256;
-    /** Places beside these for connections whose other end is a socket of this process; 0: they count like
+    /** Additional places for connections whose other end is a socket of this process; 0: they count like
      * others. */
     size_t own_places = 8;
     /** Bytes of the longest message, its LF included: the parser's input buffer. */
     size_t max_message = 0x300000;
-    /** Bytes that the long messages of all clients may take while they arrive. */
+    /** Total bytes of memory for long incoming messages of all clients. */
     size_t message_budget = 64u << 20;
     RawLimits raw{};
 };
 
 /**
- * The door of the raw socket: accepts clients on the calling thread, the attendant, and hands them to the
- * executor. So a client is accepted or refused while a command runs, and one that hangs is noticed.
+ * Accepts clients of the raw socket on the calling thread and hands them to the executor. So clients are
+ * accepted or refused while a command runs, and a hanging command is noticed.
  *
  * A client above the limit receives `-ERR Too many clients;+OK` CR LF and is closed. Connections whose other
- * end is a socket of this process, those of the front panel and of the temperature poll, have places of their
- * own.
+ * end is a socket of this process, those of the front panel and of the temperature poll, have separate
+ * places.
  */
 class Server {
 public:
@@ -37,17 +37,17 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /** Accepts until `stop` becomes readable, and checks `watch`, if there is one, when that is due. */
+    /** Accepts until `stop` becomes readable, and checks `watch`, if not null, when it is due. */
     void run(int stop, HangWatch* watch = nullptr);
 
     /**
-     * Lets the message at work finish and drops those not begun; to be called after run(). Connections that
+     * Lets the running message finish and drops those not begun; to be called after run(). Connections that
      * have to stay open (RawSession::stays_open) are closed by the destructor, and so are the listeners: the
-     * temperature poll may have connected and not been accepted yet, or be about to connect.
+     * temperature poll may have connected without being accepted yet, or be about to connect.
      *
-     * @param watch is checked on until then
-     * @return false when a message was still at work after `patience`; the object must not be destroyed then,
-     * the process has to end without.
+     * @param watch checked until then
+     * @return false if a message was still running after `patience`; then the object must not be destroyed,
+     * and the process has to exit without that.
      */
     bool end(std::chrono::milliseconds patience, HangWatch* watch = nullptr);
 
@@ -65,7 +65,7 @@ private:
     std::vector<UniqueFd> m_listeners;
     bool m_out_of_descriptors = false;
     MessageMemory m_memory;
-    Executor m_executor; // the last: its thread uses the others
+    Executor m_executor; // last: its thread uses the others
 };
 
 } // namespace orvan_service

@@ -7,8 +7,8 @@
 namespace orvan_service {
 
 /**
- * The executor's clock: time that passed while no message was at work. A client is not blamed for the time in
- * which nobody could have received from it.
+ * The executor's clock: time that passed while no message was being executed. Time in which nothing could be
+ * received from a client does not count against it.
  */
 using ServiceTime = std::chrono::milliseconds;
 inline constexpr ServiceTime kNever = ServiceTime::max();
@@ -16,7 +16,8 @@ inline constexpr ServiceTime kNever = ServiceTime::max();
 /** The step of coarse_now(), rounded up. */
 inline constexpr ServiceTime kCoarseStep{20};
 
-/** The monotonic clock, coarse: it costs a few nanoseconds, and its step is small beside every time-out. */
+/** The monotonic clock, coarse: it costs a few nanoseconds, and its step is small compared with every
+ * timeout. */
 inline ServiceTime coarse_now()
 {
     timespec now{};

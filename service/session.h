@@ -10,23 +10,23 @@ namespace orvan_service {
 /**
  * A client's stream of program messages, as the executor serves it.
  *
- * The executor calls advance() when what the session waits for has come, execute() when it is the turn of the
- * message that advance() found, and then advance() again. Everything is called on the executor's thread, and
- * nothing may block but the work of a message.
+ * The executor calls advance() when the event that the session waits for has occurred, execute() when it is
+ * the turn of the message found by advance(), and then advance() again. Everything is called on the
+ * executor's thread, and only execute() may block.
  */
 class Session {
 public:
     enum class Wait {
-        kTurn,   /**< a whole message is there: execute() is next */
+        kTurn,   /**< a complete message is available: execute() is next */
         kInput,  /**< bytes from the descriptor */
-        kRoom,   /**< the descriptor takes a reply again */
+        kRoom,   /**< the descriptor can accept a reply again */
         kMemory, /**< memory for a long message; the descriptor stays unread */
-        kOver    /**< nothing more will come of it: the session is destroyed */
+        kOver    /**< finished: the session is destroyed */
     };
 
-    /** How a connection can end that no longer takes anything. */
+    /** How a connection closed in both directions ended. */
     enum class HangUp {
-        kReset,  /**< the peer gave it up; what it had sent is not executed any more */
+        kReset,  /**< the peer aborted it; what it had sent is no longer executed */
         kOrderly /**< it had ended its input before; what it had sent is executed */
     };
 
@@ -35,13 +35,13 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /** The descriptor that is waited for; the same for the life of the session. Any thread. */
+    /** The descriptor to wait for; fixed for the life of the session. Any thread. */
     virtual int descriptor() const = 0;
 
-    /** @param readable the descriptor has bytes, or its end: receive once */
+    /** @param readable the descriptor has bytes or is at its end: receive once */
     virtual Wait advance(ServiceTime now, bool readable) = 0;
 
-    /** Executes one message, with its reply. */
+    /** Executes one message and sends its reply. */
     virtual void execute() = 0;
 
     /** The peer has ended its input; what it sent before is still to be read. */
@@ -51,13 +51,13 @@ public:
      */
     virtual HangUp hung_up() = 0;
 
-    /** When expired() is to be called, unless advance() is called before. */
+    /** When to call expired(), unless advance() is called first. */
     virtual ServiceTime deadline() const { return kNever; }
 
     /** The deadline has passed; the session is destroyed next. */
     virtual void expired() {}
 
-    /** Asked when the executor ends: whether the connection is to stay open until the executor is destroyed.
+    /** Queried when the executor ends: whether the connection must stay open until the executor is destroyed.
      */
     virtual bool stays_open() const { return false; }
 

@@ -30,7 +30,7 @@ bool begins_target(char c)
     return is_alphanumeric(c) || c == '/' || c == '*' || c == '[';
 }
 
-// Beyond ASCII, too: not every client encodes what is.
+// Non-ASCII too: not every client encodes it.
 bool is_target(char c)
 {
     const auto byte = static_cast<unsigned char>(c);

@@ -7,22 +7,22 @@
 namespace orvan_service {
 
 /**
- * Says whether a connection begins with an HTTP request line (RFC 9112 3): a method, a target and HTTP/x.y,
- * with one space between them, as browsers send it. Any web page can have a browser send one to the
- * instrument, and program messages after it.
+ * Detects whether a connection begins with an HTTP request line (RFC 9112 3): a method, a target and
+ * HTTP/x.y, separated by single spaces, as browsers send it. Any web page can make a browser send one to the
+ * instrument, followed by program messages.
  *
- * No program message is one: a parameter does not begin as a target does and end in a version. A target never
- * begins with '#', so the bytes of a block are not taken for one.
+ * No program message looks like one: a parameter does not begin like a target and end in a version. A target
+ * never begins with '#', so block data is not mistaken for one.
  */
 class HttpRequestLine {
 public:
     enum class Verdict {
-        kOpen, /**< the first line is not whole yet, and may be one */
+        kOpen, /**< the first line is incomplete and may still be one */
         kYes,
         kNo
     };
 
-    /** Takes the next bytes of the connection. Does nothing once it has said yes or no. */
+    /** Takes the next bytes of the connection. Does nothing once the verdict is final. */
     Verdict feed(std::span<const char> bytes);
 
 private:

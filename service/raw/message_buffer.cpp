@@ -38,13 +38,13 @@ MessageBuffer::Cut MessageBuffer::next()
         m_piece = {};
         return {Event::kNeedMore, {}};
     }
-    // The LF comes on top of what a block announces; a block that cannot fit need not be waited for.
+    // The LF adds to the announced length; do not wait for a block that cannot fit.
     const auto left = static_cast<size_t>(m_framer.block_left); // of at most nine digits
     if (left >= limit() - held()) {
         return drop();
     }
     if (held() == m_piece.size() || left > m_piece.size() - held()) {
-        // What follows the block is short as a rule; a text of no announced length may have any.
+        // What follows the block is usually short; text without an announced length may be any length.
         const size_t wanted = left > 0 ? std::min(limit(), held() + left + MessageMemory::kShort) : limit();
         const bool moves = !m_piece.is_long();
         switch (m_memory.reserve(this, m_piece, wanted, m_begin, m_end)) {
@@ -71,8 +71,8 @@ MessageBuffer::Cut MessageBuffer::drop()
     return {Event::kOverrun, {}};
 }
 
-// What is left after the last whole message came with the receive that completed it, so moving it to the
-// front moves no byte twice.
+// The rest after the last complete message came with the receive that completed it, so no byte is moved to
+// the front twice.
 void MessageBuffer::compact()
 {
     if (m_begin == 0) {

@@ -10,20 +10,20 @@
 namespace orvan_service {
 
 /**
- * Receive buffer of one client; cuts its stream into program messages (IEEE 488.2 7.5).
+ * Receive buffer of one client; splits its stream into program messages (IEEE 488.2 7.5).
  *
  * Short messages live in a short piece of memory, a long one in a piece reserved for its length. Each byte is
- * looked at once, and moved at most once in either piece. Used by one thread, that of the memory.
+ * examined once, and moved at most once in either piece. Used on the memory's thread only.
  *
  *     recv into space(), received(n), then next() until it returns kNeedMore.
  */
 class MessageBuffer {
 public:
     enum class Event {
-        kNeedMore, /**< no whole message is left; receive more */
-        kMessage,  /**< `message` is a whole one, its LF included; valid until the next call of next() */
-        kOverrun,  /**< the message at work is longer than the limit; comes once, the message is dropped */
-        kWait      /**< there is no memory for the message at work yet; receive nothing, call next() again */
+        kNeedMore, /**< no complete message left; receive more */
+        kMessage,  /**< `message` is complete, including its LF; valid until the next call of next() */
+        kOverrun,  /**< the current message exceeds the limit; reported once, the message is dropped */
+        kWait      /**< no memory for the current message yet; receive nothing, call next() again */
     };
     struct Cut {
         Event event;
@@ -45,16 +45,16 @@ public:
 
     Cut next();
 
-    /** Bytes of a block at work that are still to come: a receive may wait for that many. */
+    /** Bytes of the current block still to come: a receive may wait for that many. */
     size_t expected() const { return m_dropping ? 0 : static_cast<size_t>(m_framer.block_left); }
 
     /** A message has begun and not ended. */
     bool unfinished() const { return held() > 0 || m_dropping; }
 
-    /** Bytes of the unfinished message as far as they came or were announced. */
+    /** Bytes of the unfinished message received or announced so far. */
     size_t length() const { return m_dropped + held() + static_cast<size_t>(m_framer.block_left); }
 
-    /** Some of the memory for long messages is reserved for the one at work. */
+    /** The current message holds some of the memory for long messages. */
     bool has_long_piece() const { return m_piece.is_long(); }
 
     /** Bytes of the longest message, LF included. */
@@ -68,10 +68,10 @@ private:
     MessageMemory& m_memory;
     MessagePiece m_piece;
     scpi_framer_t m_framer;
-    size_t m_begin = 0;   // of the message at work
+    size_t m_begin = 0;   // of the current message
     size_t m_scanned = 0; // the framer has seen the bytes below
     size_t m_end = 0;     // of the bytes received
-    size_t m_dropped = 0; // bytes of the message at work
+    size_t m_dropped = 0; // bytes of the current message
     bool m_dropping = false;
 };
 

@@ -18,14 +18,14 @@
 namespace orvan_service {
 namespace {
 
-// A fixed send buffer, so that a socket which poll() calls writable (a third of the buffer is free) takes
-// this many replies of 2048 bytes with their bookkeeping. So the check of that is made once for so many
-// replies.
+// A fixed send buffer, so that a socket that poll() reports as writable (a third of the buffer is free)
+// accepts this many replies of 2048 bytes with their overhead, and writability is checked only once per so
+// many replies.
 constexpr int kSendBuffer = 256 * 1024;
 constexpr unsigned kRepliesPerCheck = 16;
 
-// In the middle of a block of some megabytes the executor is not woken for less than this, which spares a
-// twelfth of the block's time.
+// Within a block of several megabytes the executor is not woken for less than this, which saves a twelfth of
+// the block's time.
 constexpr size_t kBulk = 512 * 1024;
 
 template <typename T>
@@ -49,7 +49,7 @@ RawSession::RawSession(UniqueFd socket, MessageSink& sink, MessageMemory& memory
     set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
     set_option(fd, SOL_SOCKET, SO_SNDBUF, kSendBuffer);
     set_option(fd, SOL_SOCKET, SO_SNDTIMEO, send_timeout);
-    // A client whose cable was pulled would keep its place for ever.
+    // Otherwise a client whose cable was pulled would occupy its place forever.
     set_option(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
     set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, 60);
     set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);
@@ -90,8 +90,8 @@ try {
             answer_error(SCPI_ERROR_INPUT_BUFFER_OVERRUN);
             break;
         case MessageBuffer::Event::kWait:
-            // Its time begins when there is memory for it. One that has some and needs more keeps its
-            // deadline, or such messages could wait for each other for ever.
+            // Its time begins when there is memory for it. A message that has some and needs more keeps its
+            // deadline, or such messages could wait for each other forever.
             if (m_buffer.has_long_piece()) {
                 start_clock(now);
             } else {
@@ -148,8 +148,8 @@ void RawSession::execute()
     m_had_turn = true;
     const ServiceTime begin = coarse_now();
     m_sink.execute(m_socket.get(), message.data(), message.size());
-    // Whoever writes the reply does not say whether it went out. One that left many replies unread is taken
-    // for such a client as well when its command was a long one.
+    // The writer of the reply does not report whether it was sent. After a long command, a client that left
+    // many replies unread is treated in the same way.
     if (coarse_now() - begin + kCoarseStep >= m_limits.send_timeout && !has_room_for_reply()) {
         ::syslog(LOG_NOTICE, "client %d: closed, it does not read its reply", m_socket.get());
         m_broken = true;
@@ -181,9 +181,8 @@ void RawSession::receive_in_bulk(bool bulk)
     }
 }
 
-// A reset that came after the end of the peer's input answers our replies: it no longer reads them. EPIPE
-// says so, but for a reply of several writes, the second of which takes the error: that end counts as a
-// reset.
+// A reset after the end of the peer's input answers our replies: it no longer reads them. EPIPE indicates
+// that, except for a reply of several writes, where the second consumes the error: that counts as a reset.
 Session::HangUp RawSession::hung_up()
 {
     int error = 0;
@@ -196,7 +195,8 @@ Session::HangUp RawSession::hung_up()
 void RawSession::expired()
 {
     if (m_message.empty()) {
-        ::syslog(LOG_NOTICE, "client %d: closed, its message did not arrive whole in time", m_socket.get());
+        ::syslog(LOG_NOTICE, "client %d: closed, its message did not arrive completely in time",
+                 m_socket.get());
         answer_error(SCPI_ERROR_TIME_OUT);
         ::shutdown(m_socket.get(), SHUT_WR);
         discard_input(m_socket.get());

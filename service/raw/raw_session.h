@@ -13,13 +13,13 @@ namespace orvan_service {
 
 struct RawLimits {
     /**
-     * How long one write of a reply may block the executor. A reply that is not read can meet it twice, in
-     * its body and at its end, and the next client is to be answered within a second all the same.
+     * How long one write of a reply may block the executor. An unread reply can hit it twice, in its
+     * body and at its end, and the next client must still be answered within a second.
      */
     std::chrono::milliseconds send_timeout{300};
     /** How long a client may leave its replies unread before it is closed. */
     ServiceTime reply_patience{5000};
-    /** How long a message may take to arrive: this, and a second more for each kBytesASecond of its length.
+    /** How long a message may take to arrive: this plus a second for each kBytesASecond of its length.
      */
     ServiceTime message_patience{60'000};
     static constexpr size_t kBytesASecond = 64 * 1024;
@@ -29,11 +29,11 @@ struct RawLimits {
  * A client of the raw socket: program messages end with LF (IEEE 488.2 7.5), and the library writes their
  * replies to the socket itself.
  *
- * One whose first line is an HTTP request line is closed before anything of it is executed.
+ * A client whose first line is an HTTP request line is closed before anything is executed.
  *
  * A client that does not read its replies gets no turn until there is room for a reply again. Only a reply
- * longer than the socket's buffer can block; that costs at most two send time-outs, once, since the client is
- * closed then.
+ * longer than the socket's buffer can block, for at most two send timeouts, and only once, as the client is
+ * then closed.
  */
 class RawSession : public Session {
 public:
@@ -50,8 +50,8 @@ public:
     void expired() override;
 
     /**
-     * A connection of this machine (127.0.0.1) whose first message was not begun may be the library's own,
-     * which asks for a temperature and would take the end of the connection for an empty answer.
+     * A local connection (127.0.0.1) whose first message has not begun may be the library's own, which
+     * queries a temperature and would mistake the end of the connection for an empty answer.
      */
     bool stays_open() const override;
 

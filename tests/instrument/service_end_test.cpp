@@ -28,7 +28,7 @@ void expect_end_in_the_midst_of_a_command(Instrument& instrument)
     EXPECT_NE(instrument.output().find("the service has ended in order, as by its power button\n"),
               std::string::npos)
         << instrument.output();
-    EXPECT_NE(instrument.service_log().find("ended in the midst of a command\n"), std::string::npos);
+    EXPECT_NE(instrument.service_log().find("ended during a command\n"), std::string::npos);
 }
 
 } // namespace

@@ -191,7 +191,7 @@ TEST_F(FrontPanelTest, AConnectionThatDoesNotEndKeepsTheOthersWaitingForItsPatie
     start(std::chrono::seconds(1));
     const UniqueFd silent = connect();
     type(kPreset);
-    EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: a connection that does not end"));
+    EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: connection not closed in time"));
     ASSERT_TRUE(commands.wait_for(1));
     EXPECT_TRUE(read_until(silent.get(), "\n").empty());
 }

@@ -164,14 +164,14 @@ TEST_F(HangWatchTest, ReportsThatItGoesOn)
     manager.take();
     ++g_progress;
     check_at(12s);
-    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_NOTICE, who() + " goes on after 12 s"}}));
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_NOTICE, who() + " resumed after 12 s"}}));
     EXPECT_EQ(manager.take(), (Texts{"STATUS=", "WATCHDOG=1"}));
     // And hangs again.
     check_at(14s);
     EXPECT_EQ(log.count(LOG_ERR, hang), 1u);
     finish();
     check_at(15s);
-    EXPECT_EQ(log.count(LOG_NOTICE, who() + " goes on after 3 s"), 1u);
+    EXPECT_EQ(log.count(LOG_NOTICE, who() + " resumed after 3 s"), 1u);
     EXPECT_EQ(manager.take(), (Texts{"STATUS=" + hang, "STATUS=", "WATCHDOG=1"}));
 }
 
@@ -291,7 +291,7 @@ TEST_F(HangWatchTest, IsCheckedByTheAttendantWhenItIsDueAndWhenAHangIsOver)
     finish();
     EXPECT_TRUE(eventually([&] {
         const auto lines = log.lines();
-        return lines.back().text.starts_with(who() + " goes on after ");
+        return lines.back().text.starts_with(who() + " resumed after ");
     }));
 }
 

@@ -391,7 +391,7 @@ TEST(HostileClients, AMessageThatTricklesIsClosedInTime)
     }));
     EXPECT_EQ(line, "-ERR -365, \"Time out error\";+OK\r\n");
     EXPECT_TRUE(trickling.sees_end());
-    EXPECT_TRUE(logged(log, "closed, its message did not arrive whole in time"));
+    EXPECT_TRUE(logged(log, "closed, its message did not arrive completely in time"));
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
     EXPECT_EQ(idle.ask("a\n"), "a;+OK\r\n");
 }

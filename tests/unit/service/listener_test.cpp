@@ -134,8 +134,8 @@ TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsUsed)
 TEST_F(ListenersOfSettings, TheUsualPortReplacesPortZero)
 {
     EXPECT_EQ(local_address(open_listeners_of_settings(address, 0).at(0).get()), address + ":5025");
-    EXPECT_EQ(log.lines(),
-              (std::vector<LogLine>{{LOG_ERR, "SCPI port 0 of the settings is none; 5025 instead"}}));
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{
+                               {LOG_ERR, "SCPI port 0 of the settings is not set; using 5025 instead"}}));
 }
 
 TEST_F(ListenersOfSettings, TheUsualPortReplacesAPortInUse)
@@ -145,10 +145,11 @@ TEST_F(ListenersOfSettings, TheUsualPortReplacesAPortInUse)
     EXPECT_EQ(local_address(
                   open_listeners_of_settings(address, static_cast<uint16_t>(std::stoi(port))).at(0).get()),
               address + ":5025");
-    EXPECT_EQ(log.lines(),
-              (std::vector<LogLine>{
-                  {LOG_ERR, "SCPI port " + port + " of the settings is of no use: cannot listen on " +
-                                address + " port " + port + ": Address already in use; 5025 instead"}}));
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<LogLine>{
+            {LOG_ERR, "SCPI port " + port + " of the settings cannot be used: cannot listen on " + address +
+                          " port " + port + ": Address already in use; using 5025 instead"}}));
 }
 
 TEST_F(ListenersOfSettings, FailsWhenTheUsualPortIsInUseToo)
