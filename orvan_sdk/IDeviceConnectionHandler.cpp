@@ -104,7 +104,7 @@ int IDeviceConnectionHandler::SpiOpenPort(uint32_t chNo, uint32_t csNo)
     static constexpr const char* kNodes[2][2] = {{"/dev/spidev0.0", "/dev/spidev0.1"},
                                                  {"/dev/spidev1.0", "/dev/spidev1.1"}};
 
-    // Bus 0 has the slot named after select 1: the slot goes by the bus, whatever the chip select.
+    // Bus 0 uses the slot named after select 1: the slot depends on the bus, not on the chip select.
     spi_cs_fd = chNo == 0 ? &spi_cs1_fd : &spi_cs0_fd;
     const int fd = *spi_cs_fd = hw_spi_open(kNodes[chNo != 0][csNo != 0], O_RDWR);
     if (fd < 0) {

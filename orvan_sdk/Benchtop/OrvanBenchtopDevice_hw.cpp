@@ -1,5 +1,5 @@
-// The board's start, access by access. Its two expanders are driven through three handles: the one at 0x20
-// has two, and messages call the second of them 0x21.
+// Board start-up, access by access. The two expanders are driven through three handles: the one at 0x20 has
+// two, the second of which messages call 0x21.
 
 #include <wiringPi.h>
 
@@ -20,7 +20,8 @@ constexpr uint64_t kMultiplexerStepUs = 50000;
 constexpr uint64_t kStartPulseUs = 300;
 constexpr uint64_t kStartUs = 3'000'000;
 
-// The power button's interrupt is armed on bit 0x20 of port B, though its wait watches bit 0x40.
+// The power button's interrupt is armed on bit 0x20 of port B, although the wait for its release polls bit
+// 0x40.
 constexpr uint8_t kButtonInterrupt = 0x20;
 
 constexpr RegisterStep kSetUp0[] = {
@@ -38,7 +39,7 @@ constexpr RegisterStep kSetUp1[] = {
     read_or(GPIOA, 0x04),
     write_back(GPIOB),
 };
-// The expander at 0x24: up to the pulse on the start pins, after it, and once what it starts is running.
+// The expander at 0x24: before the pulse on the start pins, after it, and once the started parts are running.
 constexpr RegisterStep kSetUp2[] = {
     write_value(IOCONA, 0x00), write_value(IOCONB, 0x00), write_value(IODIRA, 0x00),
     write_value(IODIRB, 0x00), read_and(GPIOA, 0xF7),

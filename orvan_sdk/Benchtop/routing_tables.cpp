@@ -50,11 +50,11 @@ constexpr Seq seq(const Phase (&phases)[kCount])
 }
 
 // Relay group one has the strobe 0x80 in port B and the address lines 0x40 in port A and 0x20 in port B, and
-// 0x20 of port A chooses the position. Group two has the strobe 0x08 in port B, the address lines 0x10 in
+// 0x20 of port A selects the position. Group two has the strobe 0x08 in port B, the address lines 0x10 in
 // port A and 0x02 in port B, and 0x08 of port A as its second position line.
 //
 // The second step of DISABLE_MOD_CH4 and the first of ENABLE_AM_CH4 drive group two where the other channels
-// drive group one. It is meant so.
+// drive group one. This is intentional.
 
 // clang-format off
 //    ga clr  set  gb clr  set strobe  extra wait

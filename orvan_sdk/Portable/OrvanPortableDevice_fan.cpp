@@ -17,7 +17,7 @@ constexpr double kSlowBelow = 52.0;
 constexpr uint64_t kCycleUs = 5'000'000;
 constexpr uint64_t kCycleAfterErrorUs = 1'000'000;
 
-// Between the two temperatures the fans go on as they are.
+// Between the two temperatures the fans keep their speed.
 uint8_t fan_port(uint8_t port, double temperature, bool fixed)
 {
     if (fixed || temperature >= kFastFrom) {
@@ -33,7 +33,7 @@ uint8_t fan_port(uint8_t port, double temperature, bool fixed)
 
 void OrvanPortableDevice::fan_control(IDeviceConnectionHandler*)
 {
-    I2CFd exp(kExpanderAddress); // open as long as the thread lives
+    I2CFd exp(kExpanderAddress); // open for the life of the thread
     if (!exp.isOpen()) {
         ::syslog(LOG_ERR, "%s: failed to open i2c, addr: %xh", __func__, unsigned{kExpanderAddress});
         return;
@@ -56,7 +56,7 @@ void OrvanPortableDevice::fan_control(IDeviceConnectionHandler*)
         }
         const bool failed = exp.status != 0;
         test.count(failed);
-        exp.status = 0; // the handle goes on
+        exp.status = 0; // the handle stays in use
         hw_delay_us(failed ? kCycleAfterErrorUs : kCycleUs);
     }
 }

@@ -18,11 +18,11 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr int P_SAFE = 30;    // percent of charge at which the instrument counts as empty
-constexpr int P_DEBOUNCE = 5; // percent shown from which the module comes back
+constexpr int P_SAFE = 30;    // percent of charge that counts as empty
+constexpr int P_DEBOUNCE = 5; // displayed percent from which the module is switched on again
 constexpr uint64_t kButtonPollUs = 50'000;
 
-// What is shown of a charge: P_SAFE as 0 and a full battery as 100.
+// The displayed charge: P_SAFE is 0 and a full battery 100.
 uint16_t usable_charge(uint16_t percentage)
 {
     const auto usable = static_cast<float>(std::max(0, percentage - P_SAFE));
@@ -38,7 +38,7 @@ int OrvanPortableDevice::GetBatteryCharge(uint16_t& percentage)
 
 void OrvanPortableDevice::ChargeMonitor()
 {
-    static bool orvanx_on = true; // the module has power, whatever device object is there
+    static bool orvanx_on = true; // the module has power; shared by all device objects
     int retry = 0;
     for (;;) {
         charge_cycle(retry, orvanx_on);
@@ -57,7 +57,7 @@ void OrvanPortableDevice::charge_cycle(int& retry, bool& orvanx_on)
             modules->update_battery_status(dispPercent, reading.status);
         }
 
-        // A switch that failed is tried again by the next cycle.
+        // A failed switch is retried in the next cycle.
         if (dispPercent == 0 && orvanx_on) {
             if (turn_orvanx_on(false) == 0) {
                 orvanx_on = false;

@@ -1,5 +1,5 @@
 /**
- * How the portable's controller board is wired.
+ * Wiring of the portable's controller board.
  */
 #ifndef ORVAN_SDK_PORTABLE_PORTABLE_BOARD_H
 #define ORVAN_SDK_PORTABLE_PORTABLE_BOARD_H
@@ -11,7 +11,7 @@
 
 namespace HaldeElec::Orvan {
 
-// wiringPi's numbers.
+// wiringPi pin numbers.
 inline constexpr int USB_INT_PIN = 15;
 inline constexpr int I2C_RST_PIN = kExpanderResetPin;
 inline constexpr int SPIEN_PIN = kSpiEnablePin;
@@ -20,7 +20,7 @@ inline constexpr int BTN_KILL_CPU_PIN = 0;
 inline constexpr int SPI_CS = 11;
 inline constexpr int EEPROM_CS = 16; /**< active low */
 
-/** What has to be outputs before the settings EEPROM can be selected. */
+/** Pins that must be outputs before the settings EEPROM can be selected. */
 inline constexpr int kEepromSelectPins[] = {SPI_CS, SPIEN_PIN, EEPROM_CS};
 
 // Port A of the expander at 0x20. Bits 0 and 1 and bits 3 to 7 of port B are inputs.

@@ -52,7 +52,7 @@ rndis_device_t describe_link(const char* ifname, const std::string& device)
     return link;
 }
 
-// In host order; nothing for a text that is no address, the empty one included.
+// In host order; nothing if the text, which may be empty, is not an address.
 std::optional<uint32_t> subnet_of(const char* ip)
 {
     in_addr address = {};
@@ -70,7 +70,7 @@ int register_bit_tests(BITManager* manager, void* device)
         ::syslog(LOG_ERR, "Failed regitering bit tests");
         return -1;
     }
-    // No functions: the owner of each check tells its outcome.
+    // No functions: the owner of each check reports its outcome.
     const Test_t eeprom = {kEepromTest, {}, device, false};
     const Test_t modules = {kModulesTest, {}, device, false};
     const Test_t fan = {kFanTest, {}, device, false};

@@ -12,28 +12,27 @@
 
 namespace HaldeElec::Orvan {
 
-/** What a cycle has read. */
+/** The readings of a cycle. */
 struct ChargeReading {
     uint16_t percentage = 0;
     int status = 0; /**< charge_status of the current */
 };
 
-/** What a platform adds to a cycle. */
+/** Platform-specific parts of a cycle. */
 struct ChargeHooks {
-    /** Reads more of the battery, with the bus held; a failure is one of the cycle. May be empty. */
+    /** Reads more of the battery, with the bus held; a failure fails the cycle. May be empty. */
     std::function<void(I2CFd& battery)> read_more;
-    /** Is called with a reading that went well, without the bus. */
+    /** Called with a successful reading, without the bus. */
     std::function<void(const ChargeReading&)> use;
 };
 
 /**
- * One cycle: a reading of charge and current, before which the charge controller is written to, and the wait
- * until the next one. That is a period of five seconds; after a reading that failed a tenth of a second for
- * the first five in a row, and then, with a line in the log, a whole period, from where the count begins
- * anew.
+ * One cycle: writes to the charge controller, reads charge and current, and waits for the next cycle. The
+ * wait is five seconds. After a failed reading it is a tenth of a second for the first five failures in a
+ * row; then, with a line in the log, a whole period, after which the count starts again.
  *
  * @param bus   held while battery and charge controller are accessed
- * @param retry readings that have failed in a row; 0 at first
+ * @param retry consecutive failed readings; initially 0
  */
 void run_charge_cycle(std::mutex& bus, int& retry, const ChargeHooks& hooks);
 

@@ -1,5 +1,5 @@
 /**
- * The port expanders of the controller boards, MCP23017 each, by where they are.
+ * The port expanders of the controller boards, all MCP23017.
  */
 #ifndef ORVAN_SDK_EXPANDERS_H
 #define ORVAN_SDK_EXPANDERS_H
@@ -12,7 +12,7 @@ inline constexpr int kSecondExpanderAddress = 0x24; /**< on the benchtop and the
 /** Reset input of all of them, active low. */
 inline constexpr int kExpanderResetPin = 26;
 
-/** Pulses the reset, whose pin is an output already. */
+/** Pulses the reset pin, which must be an output. */
 void reset_expanders();
 
 } // namespace HaldeElec::Orvan

@@ -8,13 +8,13 @@ class BITManager;
 
 namespace HaldeElec::Orvan {
 
-/** Fails while the cycles that failed are ten more than those that went well. */
+/** Fails while failed cycles outnumber successful ones by ten. */
 class FanTest {
 public:
     /** Counts a cycle; the count stays between 0 and ten. */
     void count(bool failed);
 
-    /** Reports the count as it stands. */
+    /** Reports the result for the current count. */
     void report(BITManager& manager) const;
 
 private:

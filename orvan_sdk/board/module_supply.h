@@ -1,5 +1,5 @@
 /**
- * The supply that an expander switches on, as portable and third platform have it.
+ * The module supply switched by an expander, on the portable and the third platform.
  */
 #ifndef ORVAN_SDK_MODULE_SUPPLY_H
 #define ORVAN_SDK_MODULE_SUPPLY_H
@@ -14,10 +14,10 @@ namespace HaldeElec::Orvan {
 inline constexpr int kSpiEnablePin = 27;
 
 /**
- * Takes the steps that set the expander up, lets the supply rise for 2 seconds and drives the SPI enable low.
- * An expander that can't be opened is not fitted: nothing of this is done, and nothing has failed.
+ * Takes the steps that set up the expander, waits 2 seconds for the supply and drives the SPI enable low.
+ * If the expander can't be opened it is not fitted: nothing is done, which is not a failure.
  *
- * @return false when an access failed; then there is neither wait nor pin
+ * @return false if an access failed; then there is no wait and the pin is not driven
  */
 bool set_up_module_supply(int address, std::span<const RegisterStep> steps, uint8_t& val);
 

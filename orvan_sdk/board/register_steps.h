@@ -1,5 +1,5 @@
 /**
- * Set-up of an I2C chip's registers as tables.
+ * Table-driven set-up of an I2C chip's registers.
  */
 #ifndef ORVAN_SDK_REGISTER_STEPS_H
 #define ORVAN_SDK_REGISTER_STEPS_H
@@ -11,13 +11,13 @@
 
 namespace HaldeElec::Orvan {
 
-/** One register written, or read, changed and written back. */
+/** One register write, or read-modify-write. */
 template <class Value>
 struct BasicRegisterStep {
     uint8_t reg;
     bool reads;
-    Value keep; /**< bits that are kept of what was read */
-    Value set;  /**< bits that are set then, or the value of one that is only written */
+    Value keep; /**< bits kept of the value read */
+    Value set;  /**< bits then set, or the value of a plain write */
 };
 using RegisterStep = BasicRegisterStep<uint8_t>; /**< read8 and write8 */
 using WordStep = BasicRegisterStep<uint16_t>;    /**< read16 and write16 */
@@ -57,18 +57,18 @@ constexpr WordStep read_and_word(uint8_t reg, uint16_t bits)
 }
 
 /**
- * Takes a step. One that fails shows in the handle's `status` alone.
+ * Takes a step. A failure shows only in the handle's `status`.
  *
- * @param val what was last read and changed: a read that fails leaves it, and it is what is changed then
+ * @param val the last value read and modified: a failed read leaves it, and the step then modifies it
  */
 void take_step(I2CFd& chip, const RegisterStep& step, uint8_t& val);
 
-/** Takes all steps, also those after one that fails. */
+/** Takes all steps, even after a failed one. */
 void take_steps(I2CFd& chip, std::span<const RegisterStep> steps, uint8_t& val);
 
 /**
- * Opens a chip, takes all steps and closes it. One that can't be opened is not fitted, and nothing has
- * failed.
+ * Opens a chip, takes all steps and closes it. A chip that can't be opened is not fitted, which is not a
+ * failure.
  *
  * @return false when an access failed
  */

@@ -14,10 +14,10 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-constexpr double HIGH_TEMP = 100; // while the module service gives none
+constexpr double HIGH_TEMP = 100; // without a module service
 constexpr uint64_t kPeriodUs = 120'000'000;
 
-// The smaller the value, the more cooling.
+// Smaller values mean more cooling.
 constexpr uint8_t kFixedDrive = 0x19;
 constexpr uint8_t kFullDrive = 0x00;
 constexpr struct {
@@ -42,7 +42,7 @@ uint8_t drive_value(double temp)
 
 int send_fan_speed(IOrvanDeviceManager& device, double temp)
 {
-    // The third platform logs the benchtop's name, too.
+    // The third platform also logs the benchtop's name.
     OrvanDebug::Log("OrvanBenchtopDevice::fanSpeed start", true);
     uint32_t lastChannel = 0;
     device.GetSelectChannel(lastChannel);
@@ -69,7 +69,7 @@ void control_spi_fan(const std::atomic<bool>& run, std::mutex& bus, BITManager* 
         bus.unlock();
 
         if (manager != nullptr) {
-            // The count as it stood before this cycle: a failure shows two minutes later.
+            // The count before this cycle: a failure shows two minutes later.
             test.report(*manager);
             test.count(err != 0);
         }

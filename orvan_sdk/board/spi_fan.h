@@ -1,5 +1,5 @@
 /**
- * The fan drive on SPI, as the benchtop and the third platform have it.
+ * The SPI fan drive of the benchtop and the third platform.
  */
 #ifndef ORVAN_SDK_SPI_FAN_H
 #define ORVAN_SDK_SPI_FAN_H
@@ -16,7 +16,7 @@ class IOrvanDeviceManager;
 
 /**
  * Sends the drive value for a temperature, or the fixed one in FIXED mode, to the fan drive. The selected
- * channel is selected again behind it. The caller holds the bus lock.
+ * channel is restored afterwards. The caller holds the bus lock.
  *
  * @param temp degrees Celsius
  * @return result of the transfer: 0 or -1
@@ -24,15 +24,15 @@ class IOrvanDeviceManager;
 int send_fan_speed(IOrvanDeviceManager& device, double temp);
 
 /**
- * Body of the fan thread: every two minutes hands the modules' highest temperature to `update` and reports
- * the "FAN test" (FanTest), by the cycles before.
+ * Body of the fan thread: every two minutes passes the modules' highest temperature to `update` and reports
+ * the "FAN test" (FanTest) of the previous cycles.
  *
- * An end that is asked for takes effect after the two minutes.
+ * A request to end takes effect after the two minutes.
  *
  * @param run     cleared to end it
  * @param bus     held during `update`
- * @param manager of the test; in a cycle that finds it null nothing is reported or counted
- * @param update  sets the fan; anything but 0 is a failure
+ * @param manager of the test; in a cycle where it is null nothing is reported or counted
+ * @param update  sets the fan; a non-zero result is a failure
  */
 void control_spi_fan(const std::atomic<bool>& run, std::mutex& bus, BITManager* const& manager,
                      const std::function<int(double temp)>& update);

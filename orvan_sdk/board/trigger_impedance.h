@@ -1,5 +1,5 @@
 /**
- * The trigger input impedance of the selected channel, as a device hands it to its connection handler.
+ * The trigger input impedance of the selected channel, as a device passes it to its connection handler.
  */
 #ifndef ORVAN_SDK_TRIGGER_IMPEDANCE_H
 #define ORVAN_SDK_TRIGGER_IMPEDANCE_H
@@ -8,7 +8,7 @@
 
 namespace HaldeElec::Orvan {
 
-/** @return what IDeviceConnectionHandler's setTrgImp and getTrgImp give */
+/** @return that of IDeviceConnectionHandler's setTrgImp and getTrgImp */
 int set_trigger_impedance(IDeviceConnectionHandler& handler, IOrvanDeviceManager::OnOff value);
 int get_trigger_impedance(IDeviceConnectionHandler& handler, IOrvanDeviceManager::OnOff& value);
 

@@ -1,5 +1,5 @@
 /**
- * What the platforms differ in as they start, and what a new instrument is made of.
+ * Platform-specific data for start-up and for the production of new instruments.
  */
 #ifndef ORVAN_SDK_DEVICE_PLATFORM_H
 #define ORVAN_SDK_DEVICE_PLATFORM_H
@@ -16,16 +16,16 @@ namespace HaldeElec::Orvan {
 inline constexpr uint32_t kSpiBus = 0;
 inline constexpr uint32_t kSpiSelect = 1;
 
-/** A row stands beside its device class. */
+/** Each row is defined next to its device class. */
 struct DevicePlatform {
-    const char* class_name; /**< in messages */
+    const char* class_name; /**< as in messages */
     DeviceProductType type;
     const sDevArch_t* models;
     const sDevDefaults_t& defaults;
     optEntry_t* options; /**< kOptionRows rows */
     const char* sw_version;
-    std::span<const int> select_pins;            /**< outputs by which the settings EEPROM is selected */
-    IDeviceConnectionHandler* (*make_handler)(); /**< owned by the caller; null without memory */
+    std::span<const int> select_pins;            /**< outputs that select the settings EEPROM */
+    IDeviceConnectionHandler* (*make_handler)(); /**< owned by the caller; null when out of memory */
 };
 
 extern const DevicePlatform kPortablePlatform;

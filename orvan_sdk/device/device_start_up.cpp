@@ -147,7 +147,7 @@ void IOrvanDeviceManager::start_modules()
     for (int ch = 1; ch <= installedChannels; ++ch) {
         modules.getModuleData(ch);
     }
-    modules.sync_db_to_orvanx(const_cast<sDevArch_t*>(m_devArch)); // it only reads it
+    modules.sync_db_to_orvanx(const_cast<sDevArch_t*>(m_devArch)); // only read
     modules.startTempratureThread();
 }
 

@@ -10,22 +10,22 @@
 
 namespace HaldeElec::Orvan {
 
-/** A thread that the instrument can be without. */
+/** A thread that the instrument can do without. */
 struct DeviceThread {
     std::function<void()> body;
-    std::atomic<bool>& run; /**< the body runs while it is set */
+    std::atomic<bool>& run; /**< the body runs while set */
     std::thread& thread;
 };
 
 /**
- * Sets its flag and starts it. One that can't be had is logged and passed over.
+ * Sets its flag and starts it. Failure to create it is only logged.
  *
  * @param class_name of the device
  * @param name       of the thread, for the log
  */
 void start_thread(const char* class_name, const char* name, const DeviceThread& thread);
 
-/** Clears its flag and waits for its end, where it runs. */
+/** Clears its flag and, if it runs, waits for its end. */
 void end_thread(std::thread& thread, std::atomic<bool>& run);
 
 } // namespace HaldeElec::Orvan

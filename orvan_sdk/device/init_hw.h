@@ -1,5 +1,5 @@
 /**
- * What the platforms' InitHW have in common.
+ * Helpers shared by the platforms' InitHW.
  */
 #ifndef ORVAN_SDK_DEVICE_INIT_HW_H
 #define ORVAN_SDK_DEVICE_INIT_HW_H

@@ -54,7 +54,7 @@ void set_text(char (&field)[kSettingsTextSize], const std::string& text)
     field[sizeof field - 1] = '\0';
 }
 
-// Whether both stores hold the record, as one and the same image: what could not be stored is only logged.
+// Whether both stores hold the record, as the same image: failures to store are only logged.
 bool stored(IDeviceConnectionHandler& bus, const EEPROM_DEVICE_SETTINGS& settings)
 {
     uint8_t in_eeprom[TOTAL_BLOB_SIZE] = {};

@@ -121,7 +121,7 @@ size_t EEPROM_CAT25::writeBlock(uint32_t address, size_t length, void* buffer)
     while (left > pageSize) {
         write(pageSize);
     }
-    write(left); // of length 0 when the first page took everything; it is refused
+    write(left); // length 0, which is refused, if everything fit into the first page
     return length;
 }
 

@@ -41,7 +41,7 @@ constexpr int kQueueLock = 1;
 constexpr uint64_t kSenderPauseUs = 200;
 constexpr suseconds_t kSocketLimitUs = 30000;
 
-// First in, first out. All but empty() under kQueueLock. It has no destructor to run: the sender outlives
+// First in, first out. All but empty() require kQueueLock. Trivially destructible: the sender outlives
 // main.
 class CodeQueue {
 public:
@@ -129,7 +129,7 @@ void send_remote_code()
 void kb_sender(int)
 {
     for (;;) {
-        // Nobody else takes codes, so one that is seen here stays.
+        // This is the only consumer, so the queue stays non-empty.
         if (!cmds.empty()) {
             piLock(kQueueLock);
             uint8_t code = cmds.pop();
@@ -142,7 +142,7 @@ void kb_sender(int)
 
 int kb_socket_sender(const char* address, uint8_t* message, uint32_t sz)
 {
-    // A command started meanwhile must not keep the connection open: its end is what makes the code count.
+    // A command started meanwhile must not keep the connection open: closing it completes the code.
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval limit = {0, kSocketLimitUs};
     if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) < 0 ||

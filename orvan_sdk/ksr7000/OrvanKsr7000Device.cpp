@@ -84,7 +84,7 @@ int OrvanKsr7000Device::SetRFOutput(OnOff value)
     if (settings == nullptr || settings->numDevices < ch) {
         return ERR_FAILED;
     }
-    // Settings of an unknown model may tell of more channels than this platform has.
+    // Settings of an unknown model may specify more channels than this platform has.
     if (ch < 1 || ch > std::size(ledArry)) {
         return ERR_FAILED;
     }

@@ -1,4 +1,4 @@
-// The board's start, access by access. As on the benchtop the expander at 0x20 is set up through two handles,
+// Board start-up, access by access. As on the benchtop, the expander at 0x20 is set up through two handles,
 // and messages call the second of them 0x21 and the one at 0x24 0x22.
 
 #include <cstdint>

@@ -21,7 +21,7 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-// The stored format, as the instrument's little-endian 32-bit processor lays it out.
+// The stored format, as laid out on the instrument's little-endian 32-bit processor.
 #define ORVAN_AT(field, offset) static_assert(offsetof(EEPROM_DEVICE_SETTINGS, field) == (offset))
 ORVAN_AT(options, 0);
 ORVAN_AT(modelName, 2);
@@ -73,7 +73,7 @@ void set_header(uint8_t* blob, const SigningHeader& header)
     std::memcpy(blob + SIGNING_HEADER_OFFSET, &header, sizeof header);
 }
 
-// Selects the EEPROM's channel while it lives.
+// Selects the EEPROM's channel for its lifetime.
 class ChannelScope {
 public:
     ChannelScope(IDeviceConnectionHandler& handler, uint32_t channel) : m_handler(handler)

@@ -23,7 +23,7 @@ using Serial = char[kSettingsTextSize];
 constexpr uint8_t kMaxDevices = 4;
 constexpr uint16_t kFactoryFrequencyCode = 8;
 
-// What both stores gave; a store that could not be read gave zeros.
+// The contents of both stores; zeros for a store that could not be read.
 struct Copies {
     BlobBytes eeprom = {};
     BlobBytes file = {};
@@ -103,7 +103,7 @@ void restoring(const Copies&)
 
 enum class Source { kEeprom, kFile, kFactory };
 
-// What becomes of the source's blob: nothing, or it is built anew with this generation.
+// What happens to the source's blob: nothing, or it is rebuilt with this generation.
 enum class Stamp { kAsItStands, kNext, kFirst };
 
 enum class Repair { kNo, kYes };
@@ -116,7 +116,7 @@ constexpr unsigned kAny = bit(INVALID) | bit(LEGACY_VALID) | bit(VERIFIED);
 
 struct Decision {
     DataState eeprom;
-    unsigned file; // bit() of each state that is meant
+    unsigned file; // bit() of each matching state
     bool (*holds)(const Copies&);
     Source source;
     Stamp stamp;
@@ -129,7 +129,7 @@ using enum Source;
 using enum Stamp;
 using enum Repair;
 
-// The first row that holds decides. There is one for every pair of states.
+// The first matching row decides. There is one for every pair of states.
 // clang-format off
 constexpr Decision kDecisions[] = {
     // EEPROM      file                             further test      source    blob        EEPROM file  log

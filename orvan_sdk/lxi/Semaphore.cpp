@@ -5,7 +5,7 @@
 
 #include <sys/time.h>
 
-// The simple pair is not chosen all the same: see the header.
+// The simple pair is nevertheless not used: see the header.
 #define IMPL_AS_SIMPLE_MUTEX_IF_POSSIBLE TRUE
 
 namespace HaldeElec::Orvan {
@@ -25,7 +25,7 @@ timespec span_of(u32 Timeout)
     return span;
 }
 
-// The wall clock's, as the condition has default attributes.
+// Wall clock time, as the condition has default attributes.
 timespec deadline_after(u32 Timeout)
 {
     timeval now = {};
@@ -64,7 +64,7 @@ void COSSemaphore::AcquireN(u32 Timeout, tOSStatus& rStatus)
     } else if (m_Count == 0 && Timeout != kOSTimeoutNone) {
         wait_for_unit(Timeout);
     }
-    // Also behind a time-out: a unit that came at the last moment is taken.
+    // Even after a timeout: a unit released at the last moment is taken.
     if (m_Count != 0) {
         --m_Count;
         rStatus = kOSStatusSuccess;

@@ -80,7 +80,7 @@ CUdpServer::CUdpServer(const char* eth_name, int port, IDeviceConnectionHandler*
     } catch (const std::system_error& error) {
         ::syslog(LOG_ERR, "[CUdpServer] no thread: %s", error.what());
     }
-    // The thread does without these until a transfer of firmware.
+    // The thread does not need these until a firmware transfer.
     m_recvFW_file_download_status = -1;
     m_pSharedDataAccess = new (std::nothrow) COSSemaphore(1, 1);
 }
@@ -136,7 +136,7 @@ uint32_t CUdpServer::Init(const char* ip_addr, const char* port, const char* eth
     ::setsockopt(m_hSocket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     const int on = 1;
     ::setsockopt(m_hSocket, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-    // Refused, as no time value is that short: the socket stays blocking, and must.
+    // Rejected, as the value is too short for a timeval: the socket stays blocking, as it must.
     const int32_t timeout = TIMEOUT_MS;
     ::setsockopt(m_hSocket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
 
@@ -259,12 +259,11 @@ void CUdpServer::open_module_sockets(Event& event)
         if (event.sockFd[i] < 0) {
             const int cause = errno;
             ::syslog(LOG_INFO, "[CUdpServer]::WaitForEvent socket creation failed");
-            ::syslog(
-                LOG_ERR,
-                "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
-                "leaves one open",
-                i + 1, std::strerror(cause));
-            // Past the static objects, some of which wait for threads of theirs.
+            ::syslog(LOG_ERR,
+                   "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
+                   "leaves one open",
+                   i + 1, std::strerror(cause));
+            // Skips the static destructors, some of which wait for threads.
             std::fflush(stdout);
             std::_Exit(EXIT_FAILURE);
         }

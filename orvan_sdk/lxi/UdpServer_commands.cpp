@@ -16,12 +16,12 @@
 namespace HaldeElec::Orvan {
 namespace {
 
-// For the reply to leave ahead of a change of the interface.
+// Lets the reply leave before the interface changes.
 constexpr uint64_t kReplyLeavesUs = 500'000;
 
 struct Row {
     char letter;
-    char value[FP_MAX_DATA_LEN]; // not terminated when it is as long as this
+    char value[FP_MAX_DATA_LEN]; // not terminated if it fills the field
 };
 static_assert(sizeof(Row) == FP_MAX_ENTRY_LEN && sizeof Row::value == kSettingsTextSize);
 using Rows = Row[FP_MAX_LINE];
@@ -37,7 +37,7 @@ using TextField = char (EEPROM_DEVICE_SETTINGS::*)[kSettingsTextSize];
 struct NetworkText {
     char letter;
     TextField field;
-    bool set_network; // the interface gets it at once; otherwise the reply shows the rows
+    bool set_network; // applied to the interface at once; otherwise the reply shows the rows
 };
 constexpr NetworkText kNetworkTexts[] = {
     {FLASH_IPADDR,    &EEPROM_DEVICE_SETTINGS::fixIp,    true},
@@ -51,7 +51,7 @@ constexpr NetworkText kNetworkTexts[] = {
 struct FactoryText {
     char letter;
     TextField field;
-    const char* name; // as it is printed
+    const char* name; // as printed
     const char* log;  // null for none
 };
 constexpr FactoryText kFactoryTexts[] = {
@@ -76,7 +76,7 @@ void store(CPersistentData& persistent, TextField field, const Row& row)
     put_text(persistent.getSettings()->*field, text_of(row.value));
 }
 
-// The frequency code is sent as it is, the other bits of each byte the other way round.
+// The frequency code is sent unchanged, the other bits of each byte in reverse order.
 uint16_t options_of(const Row& row)
 {
     const auto byte = [&row](size_t i) { return static_cast<unsigned>(static_cast<uint8_t>(row.value[i])); };
@@ -240,9 +240,9 @@ int64_t CUdpServer::set_factory_parameters(Event& event)
 {
     std::printf("HEOT: update option");
     if (buff.size != 0) {
-        ::syslog(LOG_INFO, "%d", int{buff.size}); // as it is on the wire
+        ::syslog(LOG_INFO, "%d", int{buff.size}); // in wire byte order
         ::syslog(LOG_INFO, "%.*s", static_cast<int>(sizeof buff.data),
-                 reinterpret_cast<const char*>(buff.data));
+               reinterpret_cast<const char*>(buff.data));
         CPersistentData* const persistent = CPersistentData::GetInstance();
         for (const Row& row : rows_of(buff)) {
             if (row.letter != 0) {

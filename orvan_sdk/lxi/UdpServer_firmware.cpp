@@ -40,7 +40,7 @@ constexpr struct {
 };
 
 constexpr int kBlockTimeoutS = 2;
-constexpr int kBurnTimeoutS = 10; // from the end of the image on
+constexpr int kBurnTimeoutS = 10; // from the end of the image
 constexpr uint16_t kFinalMode = 0xFFFF;
 
 void set_receive_timeout(int fd, int seconds)
@@ -49,7 +49,7 @@ void set_receive_timeout(int fd, int seconds)
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
 }
 
-// What a frame claims beyond its end is zero.
+// Bytes announced beyond the end of the frame are zero.
 void write_block(FILE* file, const HALDE_PACKET& frame, size_t size)
 {
     std::fwrite(frame.data, 1, std::min(size, sizeof frame.data), file);
@@ -121,7 +121,7 @@ void CUdpServer::send_error(const Event& event, uint32_t code)
 int CUdpServer::RecvFirmwareFileFromHEUpdateTool(const char* filePathToSave)
 {
     ::syslog(LOG_INFO, "RecvFirmwareFileFromHEUpdateTool start");
-    set_receive_timeout(m_hSocket, RECV_TIMEOUT_S); // and so it stays
+    set_receive_timeout(m_hSocket, RECV_TIMEOUT_S); // never reset
     uint16_t next_block = 1;
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(filePathToSave, "wb"), std::fclose);
     if (file == nullptr) {
@@ -139,7 +139,7 @@ int CUdpServer::RecvFirmwareFileFromHEUpdateTool(const char* filePathToSave)
         }
         const uint16_t blk = ntohs(buff.block);
         const uint16_t size = ntohs(buff.size);
-        if (blk == 0) { // the tool starts again
+        if (blk == 0) { // the tool starts over
             next_block = 1;
             std::rewind(file.get());
         } else if (blk != next_block) {
@@ -259,7 +259,7 @@ bool CUdpServer::stream_image(Event& event, HALDE_PACKET& answer)
     };
     set_module_timeouts(kBlockTimeoutS);
     HALDE_PACKET acknowledgement = {};
-    // When nothing comes in time, as the socket waits from a download of software on, the frame goes out
+    // If nothing arrives in time (the socket has a timeout after a software download), the frame is sent
     // again.
     for (;; receive_frame(event)) {
         if (std::string_view(buff.opcode, sizeof buff.opcode) != kOpcodeModule) {

@@ -18,7 +18,7 @@ void CUdpServer::createNewParent(std::string filePathScript)
 
 void CUdpServer::launch_upgrade_service()
 {
-    // Not run_system_cmd, which does not tell an exit code from a signal.
+    // Not run_system_cmd, which does not distinguish an exit code from a signal.
     const int status = std::system("systemctl start orvan-upgrade.service");
     if (status == -1) {
         ::syslog(LOG_ERR, "Failed to fork for upgrade service");

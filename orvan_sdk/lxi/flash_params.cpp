@@ -84,7 +84,7 @@ void CPersistentData::setFlashParams(optEntry_t* optTable, size_t tblSize)
         text_of(settings.modelName),
         text_of(settings.serialNum),
         text_of(settings.fwVersion),
-        options.c_str(), // ends before the length of the string does
+        options.c_str(), // as a C string, which is shorter than the string
         text_of(settings.calibrationDate),
         text_of(settings.scpiPort),
         {settings.hardwareVersion},

@@ -1,5 +1,5 @@
 /**
- * Texts in fields of fixed size, which need not be terminated: what is stored can be damaged.
+ * Texts in fields of fixed size, possibly unterminated, as stored data can be damaged.
  */
 #ifndef ORVAN_SDK_LXI_SETTINGS_TEXT_H
 #define ORVAN_SDK_LXI_SETTINGS_TEXT_H
@@ -12,14 +12,14 @@
 
 namespace HaldeElec::Orvan {
 
-/** The text of a field, which ends with the field at the latest. */
+/** The text of a field, ending at the latest with the field. */
 template <size_t size>
 std::string text_of(const char (&field)[size])
 {
     return {field, strnlen(field, size)};
 }
 
-/** strncpy: as much as fits, zeros behind it, no terminator when it fills the field. */
+/** strncpy: as much as fits, zero-padded, no terminator if it fills the field. */
 template <size_t size>
 void put_text(char (&field)[size], std::string_view text)
 {

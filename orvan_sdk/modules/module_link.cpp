@@ -20,10 +20,10 @@ constexpr time_t CONNECT_TIMEOUT = 5; // seconds
 constexpr time_t RECV_TIMEOUT = 10;   // seconds
 constexpr size_t kReplySize = 4096;
 
-// Closes its descriptor on every way out, which is where a request ends.
+// Closes its descriptor, and so ends the request, on every return path.
 class Socket {
 public:
-    // Not blocking, for the connect() that has a time-out.
+    // Non-blocking, for connect() with a timeout.
     Socket() : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
     ~Socket()
     {
@@ -40,8 +40,8 @@ private:
     int m_fd;
 };
 
-// An fd_set ends at descriptor 1023, and the service process holds more than that. select() itself takes a
-// set of any length, so the set is as many fd_set in a row as the descriptor needs.
+// An fd_set ends at descriptor 1023, but the service process has more. select() itself accepts sets of any
+// length, so the set consists of as many consecutive fd_set as the descriptor needs.
 bool becomes_writable(int fd, time_t seconds)
 {
     std::vector<fd_set> writable(static_cast<size_t>(fd / FD_SETSIZE) + 1);
@@ -89,7 +89,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
             return failure("Unable to connect (timeout or error)\n", "-ERR Unable to connect");
         }
     }
-    ::fcntl(module.fd(), F_SETFL, O_RDWR); // blocking from here on
+    ::fcntl(module.fd(), F_SETFL, O_RDWR); // blocking from now on
 
     const timeval timeout{RECV_TIMEOUT, 0};
     if (::setsockopt(module.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
@@ -100,7 +100,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
         return failure("Unable to send message\n", "-ERR Unable to send message");
     }
 
-    // One read and no more: a module answers in one piece.
+    // A single read: a module answers in one piece.
     if (::recv(module.fd(), server_message, sizeof server_message, 0) < 0) {
         if (errno == EAGAIN) {
             return failure("Receive timeout occurred\n", "-ERR Receive timeout");

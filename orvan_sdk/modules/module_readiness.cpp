@@ -34,7 +34,7 @@ void Scpi_Orvanx::wait_for_channels_ready(int numChannels, int max_wait_sec)
                 return;
             }
             std::this_thread::sleep_for(delay_ms);
-            // 1000 bounds the doubling, not the delay: from 800 it goes on to 1600 and stays there.
+            // 1000 limits the doubling, not the delay: from 800 it increases to 1600 and stays there.
             if (delay_ms < milliseconds(1000)) {
                 delay_ms *= 2;
             }

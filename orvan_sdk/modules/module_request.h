@@ -1,9 +1,9 @@
 /**
- * The one door to the channel modules: one request to one of them, one to all.
+ * Requests to the channel modules: to one of them or to all.
  *
  * A request is a program message ended by CR LF. Its answer is the module's reply or the link's error, and
- * the request costs what Scpi_Orvanx::SendSCPIOrvanX says of time; whether the module is live is not looked
- * at. Safe on any number of threads.
+ * the request takes as long as Scpi_Orvanx::SendSCPIOrvanX documents; whether the module is live is not
+ * checked. Safe on any number of threads.
  */
 #ifndef ORVAN_SDK_MODULE_REQUEST_H
 #define ORVAN_SDK_MODULE_REQUEST_H
@@ -19,29 +19,28 @@ namespace HaldeElec::Orvan {
 
 /**
  * One request to one module.
- * @param channel one outside 1 to 4 is a module that cannot be reached: "-ERR Unable to connect"
+ * @param channel outside 1 to 4 it counts as unreachable: "-ERR Unable to connect"
  */
 std::string request_module(Scpi_Orvanx& orvanx, int channel, std::string_view command);
 
 /**
- * The same on a thread of its own, so that several modules work at the same time. Without a thread to be had
- * the request is made before this returns.
+ * The same on a separate thread, so that several modules work in parallel. If no thread can be created, the
+ * request is made before this returns.
  *
- * @param command a copy of the request's own
+ * @param command copied for the request
  * @return the reply; its destructor waits for the request to end
  */
 std::future<std::string> start_request(Scpi_Orvanx& orvanx, int channel, std::string command);
 
-/** The same request to the instrument's own SCPI server, which hands it to the selected module. Never from
- *  within a command: the server takes one at a time. */
+/** The same request to the instrument's own SCPI server, which hands it to the selected module. Never call
+ *  it from within a command: the server executes one at a time. */
 std::string request_own_server(Scpi_Orvanx& orvanx, int port, std::string_view command);
 
 /**
- * One request to every installed module, the first four at most, one after the other. None keeps the others
- * from theirs.
+ * One request to every installed module in turn, at most the first four. A failure does not stop the others.
  *
  * @param announce called with a module's index, its channel minus 1, before its request
- * @param take     called with the index and the reply after it
+ * @param take     called with the index and the reply afterwards
  */
 template <typename Announce, typename Take>
 void request_every_module(Scpi_Orvanx& orvanx, std::string_view command, Announce announce, Take take)

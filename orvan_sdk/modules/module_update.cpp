@@ -29,14 +29,14 @@ constexpr const char* kSoftwareCommand = ":SYST:UPD:SOFT";
 constexpr std::string_view kRestartCommand = ":SYST:REST\r\n";
 constexpr std::string_view kEnd = "\r\n";
 
-// What stands ahead of the image: the command and the head of a definite length block.
+// What precedes the image: the command and the header of a definite length block.
 std::string update_header(const char* command, long long size)
 {
     const std::string length = std::to_string(size);
     return std::string(command) + " #" + std::to_string(length.size()) + length;
 }
 
-// Without an image the folder's own path. Every match extends it, so that two lead nowhere.
+// Without an image this is the folder's path. Every match is appended, so two yield an invalid path.
 std::string find_fpga_image()
 {
     std::string path = SW_UPDATE_PATH_ORVANX;
@@ -70,7 +70,7 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     const std::string path = find_fpga_image();
     std::ifstream file;
     std::error_code ignored;
-    // Some file systems let a folder be opened and give it a length; modules must not get that as an image.
+    // On some file systems a folder can be opened and has a length; it must not be sent as an image.
     if (!std::filesystem::is_directory(path, ignored)) {
         file.open(path, std::ios::binary | std::ios::ate);
     }
@@ -79,7 +79,7 @@ bool Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX()
     }
     const std::streamoff size = file.tellg();
     file.seekg(0, std::ios::beg);
-    std::vector<char> image(static_cast<size_t>(size)); // of a file that is not open, -1, this throws
+    std::vector<char> image(static_cast<size_t>(size)); // throws for -1, a file that is not open
     if (!file.read(image.data(), static_cast<std::streamsize>(size))) {
         std::cerr << "Error: Could not read file!" << std::endl;
         ::syslog(LOG_INFO, "sendFPGAUpdateSCPICommandtoOrvanX file not read ");

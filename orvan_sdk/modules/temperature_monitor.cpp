@@ -21,7 +21,7 @@ namespace {
 
 constexpr uint64_t TIME_INTERVAL_TEMP = 30000; // milliseconds
 constexpr double kAlarmTemperature = 65.0;
-// Of a module that gave none: the fans take a failed poll for a hot instrument.
+// For a module that returned none: the fans treat a failed poll as a hot instrument.
 constexpr double kSubstituteTemperature = 100.0;
 constexpr std::string_view kQuery = ":SYST:TEMP?\r\n";
 
@@ -90,8 +90,8 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
     }
 
     if (BITManager* const manager = BITManager::getInstance(kCbitPeriod)) {
-        // Of the modules nothing is reported when all have answered: their last failure stands until the
-        // next time that one is down.
+        // If all have answered, the "MODULES test" is not reported: its last failure remains until a module
+        // is down again.
         if (deviceIsDown) {
             modules_bit(num, CBIT);
         } else {

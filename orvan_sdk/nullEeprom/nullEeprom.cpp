@@ -94,7 +94,7 @@ bool NullEeprom::_ensure_directory()
     for (const char* name = strtok_r(directory, "/", &rest); name != nullptr;
          name = strtok_r(nullptr, "/", &rest)) {
         length += static_cast<size_t>(std::snprintf(path + length, sizeof path - length, "/%s", name));
-        // Another process may be making the same path.
+        // Another process may be creating the same path.
         if (::stat(path, &info) != 0 && ::mkdir(path, 0755) != 0 && errno != EEXIST) {
             std::perror("NullEeprom mkdir");
             return false;

@@ -22,7 +22,7 @@ constexpr size_t kTextSize = 32;
 
 constexpr int kLowPowerLimit = -80; // dBm
 
-// The elements that one limit is kept in.
+// The elements that hold one limit.
 using Group = std::array<int, 4>;
 constexpr Group kMaxFrequency = {ODT_FREQ_MAX, ODT_LIST_FREQ_MAX, ODT_FRS_START_MAX, ODT_FRS_STOP_MAX};
 constexpr Group kMinPower = {ODT_PWR_MIN, ODT_LIST_PWR_MIN, ODT_PRS_START_MIN, ODT_PRS_STOP_MIN};
@@ -34,7 +34,7 @@ void write_limit(Scpi_Orvanx& orvanx, uint8_t* base, Group tags, char (&text)[kT
 
 struct OptionEntry {
     const char* name;
-    int tag; // what the option acts on
+    int tag; // affected by the option
 };
 
 constexpr OptionEntry options_table[] = {
@@ -52,7 +52,7 @@ void Scpi_Orvanx::sync_db_to_orvanx(void* arch)
         static_cast<IOrvanDeviceManager*>(p_devicePtr)
             ->GetOption(reinterpret_cast<uint8_t*>(options), sizeof options);
     }
-    // The options come last: they may overrule what the settings say.
+    // The options come last: they may override the settings.
     for (int ch = 1; ch <= m_modules; ++ch) {
         apply_dev_arch(ch, arch);
         apply_eeprom(ch, settings);

@@ -15,8 +15,7 @@ namespace {
 
 // ---- the field
 
-// Calls `use` with a value of the type that a field is held in. A text, which is no value, and an unknown
-// type have none.
+// Calls `use` with a value of the field's type. Texts, which are not values, and unknown types have none.
 template <typename Use>
 bool with_value_of(ValueTypes type, Use use)
 {
@@ -65,7 +64,7 @@ void store_text(uint8_t* place, const char* text, size_t size)
     if (size == 0) {
         return;
     }
-    // A damaged text of the settings may have no end.
+    // A damaged text of the settings may be unterminated.
     const size_t len = strnlen(text, size - 1);
     std::memcpy(place, text, len);
     place[len] = '\0';
@@ -85,7 +84,7 @@ void read(std::string_view word, double, OnOff& value)
     value = word == "ON" || word == "On" || word == "1" ? On : Off;
 }
 
-// The factor is cut to the integer type. Unsigned arithmetic: what is past the type's range wraps.
+// The factor is truncated to the integer type. Unsigned arithmetic: out-of-range values wrap.
 template <std::integral Integer>
 void read(const char* text, double factor, Integer& value)
 {

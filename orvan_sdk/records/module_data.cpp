@@ -22,7 +22,7 @@ bool Scpi_Orvanx::getModuleData(int ch)
     const struct {
         const char* query;
         int tag;
-        uint8_t* nvInfo; // field of the settings that module 1's answer goes to, or null
+        uint8_t* nvInfo; // field of the settings for module 1's answer, or null
         size_t len;
     } queries[] = {
         {":SYST:INF:CAL?\r\n", ODT_CALIB_DATE, field(&EEPROM_DEVICE_SETTINGS::calibrationDate),
@@ -40,7 +40,7 @@ bool Scpi_Orvanx::getModuleData(int ch)
             all_answered = false;
             continue;
         }
-        // The length stays: update_db ends the text at it, behind the value.
+        // The length is kept: update_db terminates the text there, after the value.
         if (const size_t end = reply.find(';'); end != std::string::npos) {
             reply[end] = '\0';
         }

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kFactoryFolder = "/home/orvan/halde/json";
 constexpr const char* kPresetFolder = "/home/orvan/halde/preset";
 constexpr int kFactorySetup = 0;
-constexpr int kSetups = 6; // with the factory's
+constexpr int kSetups = 6; // including the factory's
 constexpr size_t kPathSize = 256;
 
 } // namespace
@@ -131,7 +131,7 @@ int Scpi_Orvanx::get_bootDBConfig()
 
 void Scpi_Orvanx::get_json_db_path(int ovx_idx, int cfg_idx, char* buff, size_t size)
 {
-    // The factory's one file serves every channel; the number in its name is the setup's.
+    // The factory setup has one file for all channels; the number in its name is the setup's.
     if (cfg_idx == kFactorySetup) {
         std::snprintf(buff, size, "%s/ch%d.json", kFactoryFolder, cfg_idx);
     } else {

@@ -89,7 +89,7 @@ bool reply_text(scpi_t* context, const char* handler, const char* text)
 
 bool read_text(scpi_t* context, char (&text)[kHandlerTextSize])
 {
-    size_t size = 0; // not every parser library can do without a place for it
+    size_t size = 0; // not every parser library accepts null
     return SCPI_ParamCopyText(context, text, sizeof text, &size, true);
 }
 

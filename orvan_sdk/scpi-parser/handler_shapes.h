@@ -1,6 +1,6 @@
 /**
- * What the row handlers have in common: the way to the device and the module service, the words of their
- * failures, and the shapes of a set and of a get handler. What a handler does otherwise stands at its call.
+ * What the row handlers have in common: access to the device and the module service, the texts of their
+ * failures, and the shapes of set and get handlers. Deviations are given as arguments.
  *
  * `handler` is the handler's name, which its log lines begin with. All of it runs inside SCPI_Input.
  */
@@ -18,29 +18,29 @@ class Scpi_Orvanx;
 
 namespace HaldeElec::Orvan {
 
-/** Room for a text parameter and its NUL, and for the text of a getter. */
+/** Size of a text parameter with its NUL, and of a getter's text. */
 inline constexpr size_t kHandlerTextSize = 256;
 
 /** Reads a mandatory text parameter. @return false with the reader's error queued, -223 for one that is too
  * long */
 bool read_text(scpi_t* context, char (&text)[kHandlerTextSize]);
 
-/** A getter's text. The byte behind its room ends a text that fills it. */
+/** A getter's text. The extra byte terminates a text that fills it. */
 using GetterText = char[kHandlerTextSize + 1];
 
-/** The selected channel's record; null where there is none, for a channel that is not installed as well: any
- * may be selected, and the mapping ends behind the last installed one. */
+/** The selected channel's record; null if there is none, also for a channel that is not installed: any may be
+ * selected, but the mapping ends after the last installed one. */
 uint8_t* selected_record(Scpi_Orvanx& orvanx);
 
-/** What the user record leads to; both are null when there is none. To ask for it counts as progress of the
- * message, as every handler without a module or a result of its own does. */
+/** The objects that the user record refers to; null if there is none. Constructing it counts as progress of
+ * the message, since handlers without a module request or a result do so too. */
 struct Target {
     explicit Target(const scpi_t* context);
 
     /** Channel that forwarded commands go to; 0 without a service. */
     int selected_channel() const;
 
-    /** Writes an element of the selected channel's record; nothing happens where there is none. */
+    /** Writes an element of the selected channel's record; nothing happens if there is none. */
     void mirror(int tag, const char* text) const;
 
     bool initialized; /**< there is a user record */
@@ -58,7 +58,7 @@ scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* i
 scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* info);
 
 /**
- * To be called when the reader of a mandatory parameter gave false, and so has queued the error.
+ * To be called when the reader of a mandatory parameter returned false and has queued the error.
  *
  * @param position of the parameter, 0 for the first
  * @param what     the parameter in the log, "parameter 0" when null
@@ -67,8 +67,8 @@ scpi_result_t fail(scpi_t* context, const char* handler, int code, const char* i
 scpi_result_t missing_parameter(scpi_t* context, const char* handler, int position = 0,
                                 const char* what = nullptr);
 
-/** What a handler makes of the bytes that a result function took. @return false, with -223 queued and logged,
- * when there are none */
+/** Checks the number of bytes that a result function accepted. @return false, with -223 queued and logged,
+ * if there are none */
 bool result_taken(scpi_t* context, const char* handler, size_t taken);
 
 /** Replies with a text. @return as result_taken; the empty text never is */
@@ -80,23 +80,23 @@ inline scpi_result_t result_of(bool success)
     return success ? SCPI_RES_OK : SCPI_RES_ERR;
 }
 
-/** The bytes that the device's operations take a text as. */
+/** A text as the bytes that the device's operations take. */
 inline uint8_t* as_bytes(char* text)
 {
     return reinterpret_cast<uint8_t*>(text);
 }
 
-/** When a set handler writes the mirror. */
+/** When a set handler mirrors its value. */
 enum class MirrorsSet {
     kAlways,
     kOnceCalled, /**< only with a device to call */
 };
 
 /**
- * A set handler once it has its parameter: tells the device and mirrors the value. What the device makes of
- * it is not looked at: a refused value is mirrored too, and the client learns of it by asking.
+ * A set handler once it has its parameter: passes the value to the device and mirrors it. The device's result
+ * is ignored: a refused value is mirrored too, and the client can detect it only with a query.
  *
- * @param set called with the device, when there is one
+ * @param set called with the device, if there is one
  * @return SCPI_RES_OK
  */
 template <typename Setter>
@@ -117,18 +117,18 @@ scpi_result_t apply_setting(scpi_t* context, int tag, const char* text, Setter s
 scpi_result_t set_text(scpi_t* context, const char* handler, int (IOrvanDeviceManager::*set)(uint8_t*),
                        int tag);
 
-/** How a get handler takes a device that fails, and when it writes the mirror. */
+/** How a get handler treats a failing device, and when it mirrors the text. */
 enum class GetShape {
-    kUsual,         /**< no reply and no error of its own then; the mirror behind the reply */
-    kMirrorsFirst,  /**< as usual, but the mirror ahead of the reply */
-    kRepliesAnyway, /**< replies all the same, and fails behind that */
-    kNeverRefused,  /**< does not notice; without a text the reply is what fails */
+    kUsual,         /**< no reply and no error of its own; mirrors after the reply */
+    kMirrorsFirst,  /**< as usual, but mirrors before the reply */
+    kRepliesAnyway, /**< replies nevertheless, then fails */
+    kNeverRefused,  /**< ignores the failure; without a text the reply fails */
 };
 
 /**
- * A get handler: asks the device, replies, mirrors the text.
+ * A get handler: queries the device, replies, mirrors the text.
  *
- * @param get called with the device and a zeroed text, when there is a device; 0 is success
+ * @param get called with the device, if there is one, and a zeroed text; 0 is success
  */
 template <typename Getter>
 scpi_result_t get_value(scpi_t* context, const char* handler, int tag, Getter get,
@@ -157,15 +157,15 @@ scpi_result_t get_text(scpi_t* context, const char* handler, int (IOrvanDeviceMa
                        int tag, GetShape shape = GetShape::kUsual);
 
 /**
- * Asks a module on behalf of a handler (modules/module_request.h).
+ * Queries a module for a handler (modules/module_request.h).
  *
  * @param reply the module's reply with its success word
- * @return false, with -360 queued and the reply logged, when "-ERR" stands in it
+ * @return false, with -360 queued and the reply logged, if it contains "-ERR"
  */
 bool ask_module(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, int channel,
                 const std::string& command, std::string& reply);
 
-/** Replies with what a module said ahead of its last ";+OK"; false as reply_text. */
+/** Replies with the part of a module's reply before its last ";+OK"; result as of reply_text. */
 bool reply_of_module(scpi_t* context, const char* handler, std::string reply);
 
 } // namespace HaldeElec::Orvan

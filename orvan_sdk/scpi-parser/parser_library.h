@@ -1,6 +1,6 @@
 /**
- * The calls of the parser library that the open one of the same interface takes otherwise, or does not have.
- * With these the sources compile against either; nothing else names an extension of the one in this tree.
+ * Calls of the parser library that the open one of the same interface declares differently or lacks. With
+ * these the sources compile against either; no other file uses an extension of the one in this tree.
  */
 #ifndef ORVAN_SDK_PARSER_LIBRARY_H
 #define ORVAN_SDK_PARSER_LIBRARY_H
@@ -19,7 +19,7 @@
 
 namespace HaldeElec::Orvan {
 
-/** SCPI_Input, whatever integer type the library counts its bytes with. */
+/** SCPI_Input, whatever integer type the library uses for the length. */
 template <typename Length>
 scpi_bool_t hand_in(scpi_bool_t (*input)(scpi_t*, const char*, Length), scpi_t* context, const char* data,
                     int len)
@@ -35,8 +35,8 @@ inline void queue_error(scpi_t* context, int_fast16_t code, const char* info)
 }
 
 /**
- * Puts a text on the error that the reader of a parameter has just queued. Without the extension the error
- * stays without a text, which no client notices: error lines show none, and no row reads this queue.
+ * Adds a text to the error that a parameter reader has just queued. Without the extension the error has no
+ * text, which no client notices: error lines do not show it, and no command reads this queue.
  */
 inline void explain_error([[maybe_unused]] scpi_t* context, [[maybe_unused]] const char* info)
 {
@@ -45,7 +45,7 @@ inline void explain_error([[maybe_unused]] scpi_t* context, [[maybe_unused]] con
 #endif
 }
 
-/** First row of the context's table that the header matches, null when none does; tries row after row. */
+/** First row of the context's table that the header matches, null if none does; tries row by row. */
 inline const scpi_command_t* match_rows(const scpi_t* context, const char* header, size_t len)
 {
     for (const scpi_command_t* row = context->cmdlist; row->pattern != nullptr; ++row) {
@@ -56,7 +56,7 @@ inline const scpi_command_t* match_rows(const scpi_t* context, const char* heade
     return nullptr;
 }
 
-/** The same row, by the library's index where it has one. */
+/** The same, using the library's index if it has one. */
 inline const scpi_command_t* find_row(const scpi_t* context, const char* header, size_t len)
 {
 #if ORVAN_PARSER_EXTENSIONS

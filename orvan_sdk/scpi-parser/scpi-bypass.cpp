@@ -118,7 +118,7 @@ bool append_current_subcmd(scpi_t* ctx, userContext_t* u)
     const char* const hdr = ctx->param_list.cmd_raw.data;
     const char* const pbuf = ctx->param_list.lex_state.buffer;
     const auto plen = static_cast<size_t>(ctx->param_list.lex_state.len);
-    // The byte behind the header is the separator that the client wrote; further ones are dropped.
+    // The byte after the header is the client's separator; further ones are dropped.
     const size_t hlen = ctx->param_list.cmd_raw.length + (plen > 0 ? 1 : 0);
     if (u->bypass_accum_active == 0 || u->bypass_accum_len + hlen + plen + 1 > u->bypass_accum_cap) {
         return false;

@@ -6,7 +6,7 @@
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
 #include <scpi/scpi.h>
 
-// The order counts: a look-up by tag takes the first row with the tag.
+// The order matters: a look-up by tag takes the first row with the tag.
 // clang-format off
 const scpi_command_t scpi_commands[] = {
     // Channel selector

@@ -13,7 +13,7 @@ using Device = IOrvanDeviceManager;
 
 namespace {
 
-// Notes in every installed channel's record whether it is the selected one.
+// Records in every installed channel's record whether it is selected.
 void mirror_selection(Scpi_Orvanx& orvanx)
 {
     for (int ch = 1; ch <= orvanx.getNumberofChannels(); ++ch) {
@@ -145,7 +145,7 @@ scpi_result_t OrvanX_getPortNumber(scpi_t* context)
 {
     return get_value(context, __func__, ODT_IF_PORT, [](Device& device, GetterText& text) {
         uint16_t port = 0;
-        device.GetScpiPort(&port); // the value alone tells whether there is one
+        device.GetScpiPort(&port); // only the value shows whether there is one
         print_number(text, port);
         return port != 0 ? 0 : ERR_FAILED;
     });

@@ -12,8 +12,8 @@ using Device = IOrvanDeviceManager;
 
 namespace {
 
-// Asks the selected channel's module, and mirrors what it has agreed to. Without a service there is nobody to
-// ask, and that is no failure.
+// Sends to the selected channel's module and mirrors the value if accepted. Without a service nothing is
+// sent, which is not a failure.
 bool set_in_module(scpi_t* context, const char* handler, const Target& target, const std::string& command,
                    int tag, const char* mirrored)
 {
@@ -28,7 +28,7 @@ bool set_in_module(scpi_t* context, const char* handler, const Target& target, c
     return true;
 }
 
-// Makes the controller's own routing follow the module. The module is not switched back when that fails.
+// Switches the controller's routing like the module. The module is not switched back if that fails.
 scpi_result_t route(const Target& target, int (Device::*operation)(Device::OnOff), bool on)
 {
     const int channel = target.selected_channel();
@@ -39,7 +39,7 @@ scpi_result_t route(const Target& target, int (Device::*operation)(Device::OnOff
     return result_of((target.device->*operation)(on ? Device::On : Device::Off) == 0);
 }
 
-// Reads a source's name out of the handler's list; the module and the mirror get the list's own spelling.
+// Reads a source's name from the handler's list; the module and the mirror get the list's spelling.
 bool read_source(scpi_t* context, const char* handler, const scpi_choice_def_t* sources, int32_t& source,
                  const char*& name)
 {
@@ -81,7 +81,7 @@ scpi_result_t OrvanX_getOutputOnOff(scpi_t* context)
         if (!ask_module(context, __func__, *target.orvanx, target.selected_channel(), ":OUTP?\r\n", reply)) {
             return SCPI_RES_ERR;
         }
-        // The whole reply: with its success word it never reads as on.
+        // The whole reply: because of its success word it never reads as on.
         target.mirror(ODT_RF_OUT, reply.c_str());
     }
     const bool on = reply.starts_with('1');
@@ -144,7 +144,7 @@ scpi_result_t OrvanX_setTriggerSource(scpi_t* context)
 
 namespace {
 
-// The two handlers of a modulation's source are one but for their names.
+// The two handlers of a modulation's source differ only in their names.
 scpi_result_t set_modulation_source(scpi_t* context, const char* handler, const scpi_choice_def_t* sources,
                                     const char* header, int tag, int (Device::*operation)(Device::OnOff))
 {

@@ -18,11 +18,11 @@ namespace {
 
 constexpr uint32_t CONFIG_SETUP_NO = 5; // setups of the user, 1 to 5; setup 0 is the factory's
 
-// An operation on a stored setup, and the words of its failures.
+// An operation on a stored setup, and its error texts.
 struct SetupOperation {
-    uint32_t first; // setup that may be named, up to CONFIG_SETUP_NO
+    uint32_t first; // lowest valid setup; the highest is CONFIG_SETUP_NO
     int (Scpi_Orvanx::*run)(int setup);
-    const char* out_of_range; // ahead of the number
+    const char* out_of_range; // before the number
     const char* failed;
     const char* missing; // the parameter in the log
 };
@@ -158,7 +158,7 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
         }
         char info[64];
         std::snprintf(info, sizeof info, "Module %d communication error", module.ch + 1);
-        // Only when the requests of the modules left have ended, too: their futures wait.
+        // Returns only when the remaining modules' requests have ended, too: their futures wait.
         return fail(context, __func__, SCPI_ERROR_COMMUNICATION, info, reply.c_str());
     }
     restore_power_up_state(*target.orvanx, *target.device);

@@ -30,8 +30,8 @@ const char* status_word(int status)
     return status >= 0 && status < std::ssize(bitStatus) ? bitStatus[status] : "Unknown";
 }
 
-// The tests that failed, a line each, and their number. A kind's tests end where the report is full, and the
-// next kind meets that at its first failure, which counts.
+// The failed tests, one per line, and their number. When the report is full, the current kind ends, and each
+// later kind ends at its first failure, which is still counted.
 void write_report(BITManager& manager, char (&report)[kReportSize])
 {
     size_t position = 0;

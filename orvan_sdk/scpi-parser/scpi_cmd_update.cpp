@@ -15,9 +15,9 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-// An image for the modules, and the words of a failure.
+// An image for the modules, and its error text.
 struct ModuleImage {
-    const char* file; // in the upgrade folder, whatever the content is; the update finds it by its key word
+    const char* file; // in the upgrade folder, regardless of the content; the update finds it by its keyword
     bool (Scpi_Orvanx::*send)();
     const char* failed;
     const char* logged;
@@ -28,7 +28,7 @@ constexpr ModuleImage kSoftware = {"ovx_module_1.2.3.tar.gz", &Scpi_Orvanx::send
 constexpr ModuleImage kFpga = {"fpga_image.bin", &Scpi_Orvanx::sendFPGAUpdateSCPICommandtoOrvanX,
                                "Failed to update fpga", "Failed to update orvanx fpga"};
 
-// Sends an image that is in place. An update that throws has failed: nothing may leave a handler that way.
+// Sends a stored image. An update that throws has failed: exceptions must not leave a handler.
 scpi_result_t send_image(scpi_t* context, const char* handler, Scpi_Orvanx& orvanx, const ModuleImage& image)
 {
     bool sent = false;
@@ -39,7 +39,7 @@ scpi_result_t send_image(scpi_t* context, const char* handler, Scpi_Orvanx& orva
     return sent ? SCPI_RES_OK : fail(context, handler, SCPI_ERROR_TOO_MUCH_DATA, image.failed, image.logged);
 }
 
-// Takes the image out of the message, stores and sends it.
+// Extracts the image from the message, stores and sends it.
 scpi_result_t update_modules(scpi_t* context, const char* handler, const ModuleImage& image)
 {
     const char* data = nullptr;

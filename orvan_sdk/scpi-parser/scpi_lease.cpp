@@ -10,11 +10,11 @@
 
 namespace {
 
-pthread_mutex_t g_mtx = PTHREAD_MUTEX_INITIALIZER; // guards all below; never held across a handler
+pthread_mutex_t g_mtx = PTHREAD_MUTEX_INITIALIZER; // guards everything below; never held across a handler
 pthread_cond_t g_cv = PTHREAD_COND_INITIALIZER;    // the lease has become free
 int g_owner_fd = -1;
 bool g_owned = false;
-timer_t g_wd_timer{}; // made at its first use, never deleted
+timer_t g_wd_timer{}; // created at first use, never deleted
 int g_wd_armed = 0;
 
 class Lock {

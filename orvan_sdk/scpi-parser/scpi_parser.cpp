@@ -27,7 +27,7 @@ using Identity = std::array<const char*, 4>;
 // Without a settings record: as the portable leaves the factory.
 constexpr Identity kFactoryIdentity = {"Halde Electronics Ltd.", "OVX3651P", "230000", "01.0.001"};
 
-// Pointers into the live record, so that a change shows at the next query.
+// Pointers into the live record, so that a change shows in the next query.
 Identity live_identity()
 {
     using HaldeElec::Orvan::CPersistentData;
@@ -86,7 +86,7 @@ int ScpiParser::setCallerSocket(int socket, int deviceArch)
 
 scpi_bool_t ScpiParser::sendCommandToNewScpiParser(char* buffer, int valread)
 {
-    // Read before the lease is held: it is this caller's, whoever holds the lease now.
+    // Read before acquiring the lease: it is this caller's socket, whoever holds the lease now.
     const int fd = user_record(scpi_context)->socket;
     log_send(buffer, static_cast<size_t>(valread), fd);
     scpi_lease_acquire(fd);

@@ -54,7 +54,7 @@ void put_if_it_fits(std::string_view word)
     }
 }
 
-// Gives the bytes sent.
+// Returns the number of bytes sent.
 size_t write_buffer(int fd)
 {
     size_t sent = 0;
@@ -105,7 +105,7 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
         u->binary_block_active = 1;
     }
 
-    // Text that leaves no byte for its separator is text that does not fit.
+    // Text without room for its separator does not fit.
     if (g_txOffset != 0 && room() != 0 && u->binary_block_active == 0 && data[0] != ',' &&
         txBuffer[g_txOffset - 1] != ',') {
         put(";", 1);
@@ -120,8 +120,8 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
                 break;
             }
         } else if (n == 0) {
-            // Nothing may leave ahead of the success word, so a full text reply stays here for good. The
-            // call keeps the loop one that the compiler may not take for finite.
+            // Nothing may be sent before the success word, so a full text reply blocks here forever. The call
+            // keeps the compiler from assuming that the loop ends.
             std::this_thread::yield();
         }
     }
