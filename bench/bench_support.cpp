@@ -57,7 +57,7 @@ Pair interleaved(int rounds, const std::function<double()>& floor, const std::fu
     floor();
     candidate();
     for (int round = 0; round < rounds; ++round) {
-        // The order changes, so that neither always runs behind the other.
+        // The order alternates, so that neither always runs second.
         if (round % 2 == 0) {
             floors.push_back(floor());
             candidates.push_back(candidate());
@@ -125,7 +125,7 @@ ChildServer::ChildServer(const std::vector<std::string>& command, const std::str
         }
         ::setenv("LISTEN_FDS", "1", 1);
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
-        // The library reports every reply that a vanished client did not take.
+        // The library reports every reply that a vanished client did not receive.
         const int errors = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kPassedSocket + 1);
         ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
         ::execv(program.c_str(), argv.data());

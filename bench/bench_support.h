@@ -1,5 +1,5 @@
 /**
- * What the benchmark programs share: pinning, child programs on a passed socket, medians, the table.
+ * Helpers shared by the benchmark programs: pinning, child programs on a passed socket, medians, the table.
  */
 #ifndef ORVAN_BENCH_SUPPORT_H
 #define ORVAN_BENCH_SUPPORT_H
@@ -21,7 +21,7 @@ double median(std::vector<double> values);
 /**
  * Runs candidate and floor in turn, `rounds` times each, so that whatever slows the machine slows both.
  *
- * @param floor, candidate measure one round and give a rate, or a time.
+ * @param floor, candidate measure one round and return a rate or a time.
  */
 struct Pair {
     double floor;     /**< median */
@@ -35,14 +35,15 @@ enum class Better { kHigher, kLower };
 /** One line: name, ratio, target, whether it was reached, and the two medians. */
 void print_ratio(const std::string& name, const Pair& pair, Better better, double target, const char* unit);
 
-/** A TCP socket that listens on a loopback address; port 0 takes a free one. Throws on failure. */
+/** A TCP socket that listens on a loopback address; port 0 selects a free one. Throws on failure. */
 int listen_on(const std::string& address, int port);
 int port_of(int socket);
 
-/** A server program as a child; its listening socket is descriptor 3, told by LISTEN_FDS. */
+/** A server program as a child; its listening socket is descriptor 3, announced in LISTEN_FDS. */
 class ChildServer {
 public:
-    /** Listens on `address` and `port` for the child. The program stands beside this one, or is a path. */
+    /** Listens on `address` and `port` for the child. The program is a path, or a name next to this
+     * program. */
     ChildServer(const std::vector<std::string>& command, const std::string& address = "127.0.0.1",
                 int port = 0);
     /** Ends the child. */

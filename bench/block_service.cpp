@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kInputBuffer = 0x300000;
 
 int g_socket = -1;
-size_t g_taken = 0; // by the handler, of the message at work
+size_t g_taken = 0; // bytes of the current message taken by the handler
 
 scpi_result_t take_block(scpi_t* context)
 {

@@ -1,5 +1,5 @@
 // usage: orvan-floor-echo [--mutex]
-// Echoes what each recv gave; with --mutex one mutex is held over the write, for all clients.
+// Echoes what each recv returns; with --mutex one mutex is held over the write, for all clients.
 #include <cstring>
 #include <mutex>
 

@@ -1,5 +1,5 @@
 // usage: orvan-floor-epoll
-// Echoes what each recv gave, all clients on one thread that waits for them with epoll.
+// Echoes what each recv returns, all clients on one thread that waits for them with epoll.
 #include <sys/epoll.h>
 
 #include "floor_server.h"

@@ -1,7 +1,7 @@
 /**
- * The bare server under every floor: a thread for each client, no delay, one corked write a reply.
+ * The bare server under every floor: a thread for each client, no delay, one corked write per reply.
  *
- * It stands for what the socket work alone costs: nothing is checked, nothing bounded.
+ * It measures the cost of the socket work alone: there are no checks and no limits.
  */
 #ifndef ORVAN_BENCH_FLOOR_SERVER_H
 #define ORVAN_BENCH_FLOOR_SERVER_H
@@ -28,7 +28,7 @@ inline void reply_corked(int socket, const char* data, size_t size)
     ::setsockopt(socket, IPPROTO_TCP, TCP_CORK, &off, sizeof off);
 }
 
-/** Calls `serve(socket)` on a thread of its own for each client; ends with the process. */
+/** Calls `serve(socket)` on a separate thread for each client; ends with the process. */
 template <typename Serve>
 void serve_forever(Serve serve)
 {

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// One reply line into `line`, which is as long as any that the benchmarks get.
+// Receives one reply line into `line`, which is large enough for all benchmarks.
 size_t receive_line(int socket, char* line, size_t size)
 {
     size_t used = 0;
@@ -110,7 +110,7 @@ Load round_trips(int port, int clients, const std::string& request, std::chrono:
                 if (counted) {
                     uint64_t number = 0;
                     std::from_chars(line, line + length, number);
-                    // The first reply has nothing to be compared with.
+                    // The first reply has nothing to compare with.
                     if (seen > 0 && number > seen) {
                         longest_here = std::max(longest_here, number - seen - 1);
                     }

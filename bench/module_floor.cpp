@@ -1,5 +1,5 @@
 // usage: orvan-floor-module [DELAY_US]
-// The bare module behind candidate and floor alike: one request a connection, answered with the number of
+// The bare module used by both candidate and floor: one request per connection, answered with the number of
 // requests served so far, after a delay.
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // usage: orvan-bench [options]
-// The service against bare floors over loopback TCP. Ratios of medians, candidate and floor by turns.
+// The service against bare floors over loopback TCP. Ratios of medians, candidate and floor in turn.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -41,11 +41,11 @@ std::unique_ptr<ChildServer> start_service(const Settings& settings)
 {
     auto service = std::make_unique<ChildServer>(std::vector<std::string>{
         settings.service, "--modules-on-loopback", "--channels", "1", "--module-wait", "5"});
-    round_trips(service->port(), 1, kLocalQuery, 10ms); // returns when it is ready
+    round_trips(service->port(), 1, kLocalQuery, 10ms); // returns when the service is ready
     return service;
 }
 
-// Targets differ with the number of processors: on one of its own, the service runs beside its clients.
+// Targets depend on the number of processors: with several, the service runs in parallel with its clients.
 struct Target {
     double pinned;
     double unpinned;
@@ -118,7 +118,7 @@ void forwarded_queries(const Settings& settings)
                 (settings.prefix() + "bare pair, a connection for each request").c_str(), bare);
 }
 
-// With a module slow enough that turns, and not the scheduler's time slices, are what clients wait for.
+// With a module slow enough that clients wait for turns and not for the scheduler's time slices.
 void waits(const Settings& settings)
 {
     const ChildServer module({"orvan-floor-module", "2000"}, kModuleAddress, kModulePort);
@@ -141,8 +141,8 @@ void blocks(const Settings& settings)
     const std::string message = ":SYST:UPD:SOFT #72900000" + std::string(kBlock, '\n') + "\r\n";
     const ChildServer reader({"orvan-floor-block", std::to_string(message.size())});
     const ChildServer service({"orvan-block-service"});
-    // On a fresh connection each time: how far the kernel opens a connection's window is settled in its
-    // first messages, and differs by a factor of two from one to the next.
+    // On a new connection each time: a connection's receive window is determined by its first messages, and
+    // differs by a factor of two between connections.
     const auto microseconds = [&](const ChildServer& server) {
         constexpr int kWarmUp = 3;
         constexpr int kMeasured = 5;
@@ -205,7 +205,7 @@ struct WakeUps {
     double library = 0;
 };
 
-// A thread that sleeps has to be woken once for each time.
+// Each voluntary context switch of a thread is one wake-up.
 WakeUps wake_ups(const ChildServer& server)
 {
     WakeUps result;
@@ -230,7 +230,7 @@ void idle(const Settings& settings)
 {
     constexpr auto kTime = 5s;
     const auto service = start_service(settings);
-    std::this_thread::sleep_for(500ms); // what the start set going is over then
+    std::this_thread::sleep_for(500ms); // start-up activity is over by then
     const WakeUps before = wake_ups(*service);
     std::this_thread::sleep_for(kTime);
     const WakeUps after = wake_ups(*service);

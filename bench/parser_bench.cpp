@@ -1,5 +1,5 @@
 // usage: orvan-bench-parser [options]
-// The parser over the instrument's command table with empty handlers. Ratios of medians, by turns.
+// The parser over the instrument's command table with empty handlers. Ratios of medians, in turn.
 //
 // With --case NAME --count N it runs that one case N times and prints nothing, for an instruction counter.
 #include <algorithm>
@@ -30,7 +30,7 @@ scpi_result_t take_nothing(scpi_t*)
     return SCPI_RES_OK;
 }
 
-// As a forwarded row does: the text goes on as it stands.
+// As a forwarded row does: the text is passed on unchanged.
 scpi_result_t take_text(scpi_t* context)
 {
     lex_state_t& parameters = context->param_list.lex_state;
@@ -46,7 +46,7 @@ scpi_result_t take_numbers(scpi_t* context)
     return SCPI_RES_OK;
 }
 
-// The shortest header that matches a pattern: short forms, optional nodes left out.
+// The shortest header that matches a pattern: short forms, optional nodes omitted.
 std::string shortest_header(const char* pattern)
 {
     std::string header;
@@ -139,7 +139,7 @@ std::string numbers(const std::string& header, size_t size)
 
 volatile const void* g_found;
 
-// Nanoseconds of one call, over enough of them to be measured.
+// Nanoseconds per call, averaged over `calls` calls.
 double nanoseconds(const std::function<void()>& call, int calls)
 {
     const auto begin = std::chrono::steady_clock::now();
@@ -170,7 +170,7 @@ int main(int argc, char** argv)
     const std::string spread = message_of(headers);
     const std::string first = headers.front();
     const std::string last = headers.back();
-    // As long as the others and alike up to its last node.
+    // As long as the others and equal up to its last node.
     const std::string unknown = last.substr(0, last.size() - 1) + "Q";
     const auto repeated = [](const std::string& header) { return message_of(std::vector(kUnits, header)); };
     const std::string first_64 = repeated(first);

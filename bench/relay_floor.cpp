@@ -1,5 +1,5 @@
 // usage: orvan-floor-relay ADDRESS PORT [--lease]
-// Passes each request to a module over a connection of its own and the reply back; with --lease one mutex
+// Passes each request to a module over a new connection and the reply back; with --lease one mutex
 // is held from the request to the end of its reply.
 #include <cstdlib>
 #include <cstring>

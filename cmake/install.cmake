@@ -1,8 +1,8 @@
-# What `cmake --install` puts down: the libraries with their headers, the programs, and the two
-# ways to find the library (find_package and pkg-config).
+# What `cmake --install` installs: the libraries with their headers, the programs, and the files for finding
+# the library with find_package and pkg-config.
 include(CMakePackageConfigHelpers)
 
-# What the library runs on, away from the instrument.
+# The hardware layer for use without an instrument.
 if(NOT ORVAN_TARGET_PI)
     set(machine orvan_board orvan_hw)
 endif()
@@ -10,7 +10,7 @@ install(TARGETS orvan_sdk orvan_data orvan_utils sys_cmd scpi orvan_common ${mac
     EXPORT orvan_sdkTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/orvan_sdk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# Of the common headers those of the shared libraries' interfaces, and what public headers include.
+# Only the common headers of the shared libraries' interfaces, and those that public headers include.
 set(common_headers
     crc32_utils.h dataorvan.h flash_params.h maintenance_frame.h option_entry.h orvan_fs_utils.h sys_cmd.h)
 list(TRANSFORM common_headers PREPEND ${PROJECT_SOURCE_DIR}/common/include/)

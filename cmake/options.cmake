@@ -9,20 +9,20 @@ set(ORVAN_SANITIZE "" CACHE STRING "Sanitizers for everything, as -fsanitize tak
 # systems that use them. Times stay as Debian 12's libraries have them in their interfaces there, of 32 bits.
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 
-# Warnings are set on our own targets through this interface library.
+# Our targets get their warnings from this interface library.
 add_library(orvan_warnings INTERFACE)
 target_compile_options(orvan_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${ORVAN_WERROR}>:-Werror>)
-# GCC 12 takes std::string's own copying for overlapping, too long or out of bounds when it optimises (GCC bugs
-# 105329 and 105651); the debug builds do not look for these.
+# When optimising, GCC 12 falsely warns that std::string's copying overlaps, is too long or out of bounds (GCC bugs
+# 105329 and 105651); debug builds are not affected.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     foreach(warning IN ITEMS restrict stringop-overflow stringop-overread array-bounds)
         target_compile_options(orvan_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-${warning}>)
     endforeach()
 endif()
 
-# So that libFuzzer sees which way an input takes through the libraries.
+# So that libFuzzer sees an input's path through the libraries.
 if(ORVAN_LIBFUZZER)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
@@ -32,7 +32,7 @@ if(ORVAN_SANITIZE)
     add_link_options(-fsanitize=${ORVAN_SANITIZE})
 endif()
 
-# What a precompiled header holds, ccache cannot look into; told so, it goes by the header's own contents.
+# ccache cannot look inside a precompiled header; with this setting it uses the header's source instead.
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})

@@ -1,10 +1,10 @@
-# The standard headers that most of the sources use, compiled once: half of the time of a short source. The
-# sources include what they use all the same: the release preset builds them without.
+# The standard headers that most sources use, compiled once: they take half the time of a short source. The
+# sources still include what they use: the release preset builds without precompiled headers.
 
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/standard_headers.cpp CONTENT "// A target needs a source.\n")
 add_library(orvan_standard_headers STATIC EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/standard_headers.cpp)
-# A precompiled header only fits what is compiled with the same options. ccache, which may preprocess first, would
-# lose it without its option.
+# A precompiled header is only valid for sources compiled with the same options. ccache, which may preprocess first,
+# would lose it without this option.
 target_link_libraries(orvan_standard_headers PRIVATE orvan_warnings)
 set(headers
     algorithm array atomic chrono filesystem functional map memory mutex optional string string_view thread vector)

@@ -24,8 +24,8 @@ struct ServerLimits {
 };
 
 /**
- * Accepts clients of the raw socket on the calling thread and hands them to the executor. So clients are
- * accepted or refused while a command runs, and a hanging command is noticed.
+ * Accepts clients of the raw socket on the calling thread, the attendant, and hands them to the executor. So
+ * clients are accepted or refused while a command runs, and a hanging command is noticed.
  *
  * A client above the limit receives `-ERR Too many clients;+OK` CR LF and is closed. Connections whose other
  * end is a socket of this process, those of the front panel and of the temperature poll, have separate
