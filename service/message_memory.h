@@ -69,7 +69,7 @@ public:
     MessagePiece borrow();
 
     /**
-     * Gives `piece` room for `bytes`, at most longest(). A long piece keeps its contents and its place; a
+     * Makes room for `bytes` in `piece`, at most longest(). A long piece keeps its contents and its place; a
      * short one is replaced, and `first` to `last` of its contents are moved to the front of the new one.
      */
     Answer reserve(const void* owner, MessagePiece& piece, size_t bytes, size_t first, size_t last);

@@ -93,7 +93,7 @@ public:
 
     /**
      * Stores the mode and applies it to the system: 0 the static address of the settings, else DHCP. A script
-     * that fails is logged. @return 0 all the same
+     * that fails is logged. @return 0 in any case
      */
     virtual int SetDHCP(uint8_t value);
     /** Sets `value` to 0 or 1. */

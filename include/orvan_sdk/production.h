@@ -17,7 +17,7 @@ enum class ProductionResult {
 };
 
 /**
- * Gives a controller the settings of a new instrument, in its EEPROM and in its backup file. Usable
+ * Writes the settings of a new instrument to a controller's EEPROM and backup file. Usable
  * settings that they held are kept, except for model and serial number. Both are read back.
  *
  * Call it once, in a process without a device; on any thread. Failures are reported in the system log. The

@@ -32,7 +32,7 @@ void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string
             update_orvan_DB(base, e, seg.c_str());
             roff = behind_seg;
         } else if (item.is_query == 0 && item.param_len > 0) {
-            // A set has no segment of its own in the reply.
+            // A set has no segment in the reply.
             update_orvan_DB(base, e, item.param);
         }
     }

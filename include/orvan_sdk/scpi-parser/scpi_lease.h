@@ -23,7 +23,7 @@ inline constexpr int SCPI_WATCHDOG_MS = 3000;
  */
 ORVAN_API void scpi_lease_acquire(int fd);
 
-/** Gives the lease up and lets the next client in. Nothing happens when `fd` does not hold it. */
+/** Releases the lease and lets the next client in. Does nothing when `fd` does not hold it. */
 ORVAN_API void scpi_lease_release(int fd);
 
 /** As scpi_lease_release, and drops the contents of the input buffer (SCPI_Reset). */

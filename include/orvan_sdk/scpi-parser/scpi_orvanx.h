@@ -306,7 +306,7 @@ public:
     // ---- synchronisation of records, modules and settings
 
     /**
-     * Sends the elements of one pass to a channel's module, each as a request of its own, in the order of
+     * Sends the elements of one pass to a channel's module, each in a separate request, in the order of
      * their tags: "<header> <value>\r\n". An element without a header in the language is skipped.
      *
      * Every outcome is logged and none stops the pass: without answers each element costs a timeout.
