@@ -13,8 +13,8 @@
  * `init` reads the whole file and every `write` rewrites it. The store never shrinks.
  *
  * An object belongs to one thread and serves one read or one write. flock serialises writers in all threads
- * and processes; a reader takes no lock, and since the file is truncated
- * before it is locked, a reader, or the next start after a power cut, may find it empty or short.
+ * and processes; a reader takes no lock, and since the file is truncated before it is locked, a reader, or
+ * the next start after a power cut, may find it empty or short.
  *
  * A failure returns false and is described on standard error. One failure goes unnoticed: an image that fits
  * into the buffer of a stdio stream, as that of the settings does, is written only when the stream is

@@ -194,8 +194,8 @@ public:
      * The same for the module software, the first file with ORVANXFILEKEYWORD in its name, as
      * ":SYST:UPD:SOFT". The file is deleted once it has been sent, even if refused.
      *
-     * @return true if every module accepted it; false, logged and with nothing sent, also if there is no file
-     *         or it is empty, cannot be read or does not fit into memory twice
+     * @return true if every module accepted it; otherwise false, and logged. Nothing is sent if there is no
+     *         file, or it is empty, cannot be read or does not fit into memory twice
      */
     bool sendSoftwareUpdate();
 
@@ -336,8 +336,7 @@ public:
 
     /**
      * Writes the option text to a channel's record and applies the options in it: "LP" lowers the lower power
-     * limit to -80 dBm. A word must match exactly, except for leading blanks; unknown words are
-     * ignored.
+     * limit to -80 dBm. A word must match exactly, apart from leading blanks; others are ignored.
      *
      * @param e2pr    an EEPROM_DEVICE_SETTINGS
      * @param options words separated by ","; its last byte becomes zero
