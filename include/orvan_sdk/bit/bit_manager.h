@@ -112,7 +112,7 @@ public:
     /** Sets the result of the first row of that name, unchecked. @return whether there is such a row */
     bool setTestResult(eBitType type, const char* name, int status, int errorCode);
 
-    /** Sets whether the manager runs the function of the first row of that name; no such row is ignored. */
+    /** Sets whether the manager runs the function of the first row of that name; a missing row is ignored. */
     void setRunningMode(eBitType type, const char* name, bool autoMode);
 
     /** Rows in use; 0 for a bad kind. */

@@ -37,8 +37,8 @@ inline constexpr uint8_t KB_REMOTE_CODE = 0xFF;
 ORVAN_API int kb_setup();
 
 /**
- * Takes one event from the keypad controller and queues its code. Runs on the interrupt thread, and is called
- * once directly after kb_setup: an event from before the interrupt was set up holds its line low, and no edge
+ * Takes one event from the keypad controller and queues its code. Runs on the interrupt thread. Also call
+ * it once after kb_setup: an event from before the interrupt was set up holds its line low, and no edge
  * follows.
  */
 ORVAN_API void i2cIRQhandler();
