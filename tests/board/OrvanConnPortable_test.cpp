@@ -34,7 +34,7 @@ protected:
     std::optional<OrvanConnPortable> handler;
 };
 
-TEST_F(PortableBus, TheConstructorSaysSoInTheDebugLogAndTouchesNothing)
+TEST_F(PortableBus, TheConstructorLogsItselfAndAccessesNoHardware)
 {
     ASSERT_EQ(g_debug.size(), 1u);
     EXPECT_TRUE(g_debug[0].ends_with("]OrvanConnPortable::OrvanConnPortable constructor is start @@"))
@@ -108,7 +108,7 @@ TEST_F(PortableBus, TheDestructorClosesThePort)
     EXPECT_TRUE(g_debug.empty());
 }
 
-TEST_F(PortableBus, WithoutAPortTheDestructorTellsTheDebugLog)
+TEST_F(PortableBus, WithoutAPortTheDestructorWritesToTheDebugLog)
 {
     g_debug.clear();
     handler.reset();

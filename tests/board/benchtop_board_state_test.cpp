@@ -112,7 +112,7 @@ protected:
     OrvanConnBenchtop handler;
 };
 
-TEST_F(BenchtopStarted, EachSlotsModulationIsRoutedAllTheSame)
+TEST_F(BenchtopStarted, EachSlotsModulationIsStillRouted)
 {
     static constexpr const char* kExternal[] = {"external AM", "external FM", "external pulse"};
     for (uint32_t channel = 1; channel <= 4; ++channel) {
@@ -127,7 +127,7 @@ TEST_F(BenchtopStarted, EachSlotsModulationIsRoutedAllTheSame)
     }
 }
 
-TEST_F(BenchtopStarted, TheOutputOfSlotFourIsAskedForButItsPinIsAnInput)
+TEST_F(BenchtopStarted, TheOutputOfSlotFourIsSetButItsPinIsAnInput)
 {
     uint32_t channel = 4;
     handler.SetCommChannel(channel);

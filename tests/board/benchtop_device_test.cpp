@@ -63,7 +63,7 @@ protected:
 
 // ---- routing
 
-TEST_F(BenchtopDeviceTest, TriggerCoupleGoesThroughTheChannelsAndSelectsTheFormerAgain)
+TEST_F(BenchtopDeviceTest, TriggerCoupleVisitsEachChannelAndRestoresTheSelection)
 {
     record_calls();
     device->SetSelectChannel(7);
@@ -73,7 +73,7 @@ TEST_F(BenchtopDeviceTest, TriggerCoupleGoesThroughTheChannelsAndSelectsTheForme
     EXPECT_EQ(selected(), 7u);
 }
 
-TEST_F(BenchtopDeviceTest, TriggerCoupleGivesTheFailureOfTheLastChannelThatFailed)
+TEST_F(BenchtopDeviceTest, TriggerCoupleReturnsTheFailureOfTheLastChannelThatFailed)
 {
     record_calls();
     device->SetSelectChannel(2);
@@ -149,7 +149,7 @@ TEST_F(BenchtopDeviceTest, RfOutputAndModulationSourcesReachTheHandler)
                                                          "2 rf 1", "2 modulation 11", "2 modulation 21"}));
 }
 
-TEST_F(BenchtopDeviceTest, AmNeedsSettingsAndTellsOfItselfWithNoLineEnd)
+TEST_F(BenchtopDeviceTest, AmNeedsSettingsAndPrintsItsLineWithoutALineEnd)
 {
     record_calls();
     device->SetSelectChannel(1);

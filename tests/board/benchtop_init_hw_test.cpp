@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Failure{0x24, 16, "InitHW: GPIO expander 0x24 initialization failed"},
                     Failure{0x24, 17, ""}));
 
-TEST_P(BenchtopInitHwFailure, IsToldOfThePartInWhichItHappens)
+TEST_P(BenchtopInitHwFailure, IsReportedByThePartInWhichItHappens)
 {
     const auto& [address, transfers, message] = GetParam();
     fault(address)->refuse_after(transfers);
@@ -320,7 +320,7 @@ TEST_F(BenchtopInitHw, FailedPartIsTakenToItsEndAndTheNextOneNotBegun)
     )"));
 }
 
-TEST_F(BenchtopInitHw, FailedTriggerExpanderTakesItsTimeAllTheSame)
+TEST_F(BenchtopInitHw, FailedTriggerExpanderTakesTheSameTime)
 {
     fault(0x24)->not_acknowledging(true);
     EXPECT_FALSE(device->InitHW());

@@ -140,7 +140,7 @@ TEST_F(BenchtopRouting, AmOnChannelThreeIsTheseAccesses)
     )"));
 }
 
-TEST_F(BenchtopRouting, ModulationTellsItsBeginningAndEndInTheDebugLog)
+TEST_F(BenchtopRouting, ModulationLogsItsBeginningAndEndInTheDebugLog)
 {
     select(1);
     s_debug.clear();
@@ -182,7 +182,7 @@ TEST_F(BenchtopRouting, ModulationRunsOnToItsEndAfterAFailedAccess)
     )"));
 }
 
-TEST_F(BenchtopRouting, ModulationWithoutItsExpanderFailsAndTakesItsTime)
+TEST_F(BenchtopRouting, ModulationWithoutItsExpanderFailsAfterItsUsualTime)
 {
     handler.SetNumDevices(4);
     select(1);

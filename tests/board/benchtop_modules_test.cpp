@@ -16,7 +16,7 @@ INSTANTIATE_TEST_SUITE_P(Modules, BenchtopWithout,
                          testing::Values(std::set{1}, std::set{2}, std::set{3}, std::set{4},
                                          std::set{1, 2, 3, 4}));
 
-TEST_P(BenchtopWithout, ModulesGoesOnWhenTheirMinuteIsOver)
+TEST_P(BenchtopWithout, ModulesContinuesAfterAMinute)
 {
     store(settled_settings());
     int error_word = 0;
@@ -50,7 +50,7 @@ TEST_P(BenchtopWithout, ModulesGoesOnWhenTheirMinuteIsOver)
     EXPECT_EQ(count("spi fan: 00 00 7f -> ff ff ff"), 1u);
 }
 
-TEST_F(BenchtopStart, GoesOnWithNothingButItsSpiPort)
+TEST_F(BenchtopStart, ContinuesWithNothingButItsSpiPort)
 {
     for (auto& each : modules) {
         each.reset();

@@ -300,7 +300,7 @@ TEST_F(BenchtopRouting, CouplingFailsWithEitherHandleOnTheSameExpander)
     EXPECT_EQ(handler.setTrgSrc(0), 0);
 }
 
-TEST_F(BenchtopRouting, CouplingGoesOnWithTheTerminationAfterAFailedSwitch)
+TEST_F(BenchtopRouting, CouplingSetsTheTerminationAfterAFailedSwitch)
 {
     handler.SetNumDevices(4);
     select(1);
@@ -319,7 +319,7 @@ TEST_F(BenchtopRouting, CouplingGoesOnWithTheTerminationAfterAFailedSwitch)
 
 // ---- the SPI multiplexer
 
-TEST_F(BenchtopRouting, SetUpMakesTheAddressLinesOutputsAtZeroAheadOfThePort)
+TEST_F(BenchtopRouting, SetUpDrivesTheAddressLinesToZeroBeforeItOpensThePort)
 {
     EXPECT_EQ(handler.ConfigChannelSPI(0, 1), 0);
     EXPECT_TRUE(expect_trace(trace(), R"(
@@ -353,7 +353,7 @@ INSTANTIATE_TEST_SUITE_P(Channels, BenchtopMultiplexer,
                                          Target{5, "1 0 1", "eeprom"}, Target{6, "1 1 1", "none"},
                                          Target{0xffffffff, "1 1 1", "none"}));
 
-TEST_P(BenchtopMultiplexer, SelectsTheTargetOfTheChannelAndSettlesAheadOfTheMessage)
+TEST_P(BenchtopMultiplexer, SelectsTheTargetOfTheChannelAndSettlesBeforeTheMessage)
 {
     const auto& [channel, lines, target] = GetParam();
     ASSERT_EQ(handler.ConfigChannelSPI(0, 1), 0);
@@ -371,7 +371,7 @@ TEST_P(BenchtopMultiplexer, SelectsTheTargetOfTheChannelAndSettlesAheadOfTheMess
 
 // ---- the object
 
-TEST_F(BenchtopRouting, TheConstructorSaysSoInTheDebugLogAndTouchesNothing)
+TEST_F(BenchtopRouting, TheConstructorLogsItselfAndAccessesNoHardware)
 {
     s_debug.clear();
     const HaldeElec::Orvan::OrvanConnBenchtop another;
@@ -391,7 +391,7 @@ TEST_F(BenchtopRouting, TheDestructorClosesThePort)
     EXPECT_TRUE(expect_trace(trace(), "spi close"));
 }
 
-TEST_F(BenchtopRouting, ConverterGivesTheTextAtItsPointer)
+TEST_F(BenchtopRouting, ConverterReturnsTheTextAtItsPointer)
 {
     int characters[4] = {};
     std::snprintf(reinterpret_cast<char*>(characters), sizeof characters, "AM external");

@@ -313,7 +313,7 @@ TEST_F(BenchtopStart, StoresANewSoftwareVersionOnce)
     EXPECT_EQ(settings().fwVersion, std::string("1.19.145"));
 }
 
-TEST_F(BenchtopStart, StoresWhatModuleOneTellsAnew)
+TEST_F(BenchtopStart, StoresWhatModuleOneReportsAgain)
 {
     EEPROM_DEVICE_SETTINGS old = settled_settings();
     std::strcpy(old.fpgaVersion, "0.9");
@@ -453,7 +453,7 @@ TEST_F(BenchtopStart, EmptiesItsDebugLogAndTakesItsMode)
 
 // ---- what does not
 
-TEST_F(BenchtopStart, GoesOnWithoutAnyExpander)
+TEST_F(BenchtopStart, ContinuesWithoutAnyExpander)
 {
     store(settled_settings());
     i2c_fault(0x20)->absent(true);
@@ -472,7 +472,7 @@ TEST_F(BenchtopStart, GoesOnWithoutAnyExpander)
     EXPECT_EQ(count("spi fan: 00 00 7f -> ff ff ff"), 1u);
 }
 
-TEST_F(BenchtopStart, GoesOnWithAnExpanderThatFails)
+TEST_F(BenchtopStart, ContinuesWithAnExpanderThatFails)
 {
     store(settled_settings());
     i2c_fault(0x24)->not_acknowledging(true);
@@ -482,7 +482,7 @@ TEST_F(BenchtopStart, GoesOnWithAnExpanderThatFails)
     EXPECT_EQ(logs.count(LOG_ERR, "HW initialization failure"), 1u);
 }
 
-TEST_F(BenchtopStart, GoesOnWithoutAnEepromOnItsBackup)
+TEST_F(BenchtopStart, ContinuesFromItsBackupWithoutAnEeprom)
 {
     store_in_file(settled_settings());
     board->spi().attach("eeprom", nullptr);
@@ -492,7 +492,7 @@ TEST_F(BenchtopStart, GoesOnWithoutAnEepromOnItsBackup)
     EXPECT_EQ(file_image(), signed_image(settled_settings(), 57));
 }
 
-TEST_F(BenchtopStart, GoesOnWithoutAFactorySetup)
+TEST_F(BenchtopStart, ContinuesWithoutAFactorySetup)
 {
     store(settled_settings());
     std::filesystem::remove(files.halde() / "json/ch0.json");
@@ -502,7 +502,7 @@ TEST_F(BenchtopStart, GoesOnWithoutAFactorySetup)
     EXPECT_STREQ(record(1).SYSTEM.Model, "OVX3654B") << "the records stand all the same";
 }
 
-TEST_F(BenchtopStart, GoesOnWithoutSharedMemoryForItsRecords)
+TEST_F(BenchtopStart, ContinuesWithoutSharedMemoryForItsRecords)
 {
     store(settled_settings());
     files.set_fault(orvan_test::InstrumentFiles::Fault::kOpen);
@@ -513,7 +513,7 @@ TEST_F(BenchtopStart, GoesOnWithoutSharedMemoryForItsRecords)
     EXPECT_EQ(module(4).requests().back(), ":ROSC:OUTP:FREQ?\r\n") << "all have been asked";
 }
 
-TEST_F(BenchtopStart, FallsBackToTheFactorySetupWhenItsBootSetupIsGone)
+TEST_F(BenchtopStart, FallsBackToTheFactorySetupWithoutItsBootSetup)
 {
     EEPROM_DEVICE_SETTINGS with_setup = settled_settings();
     with_setup.bootDBConfig = 3;

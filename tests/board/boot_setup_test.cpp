@@ -20,7 +20,7 @@ protected:
 };
 
 // One case: the process has one owner of the settings, and that one keeps this board for good.
-TEST_F(BootSetup, IsStoredOnlyWhenThatIsAskedForAndThereIsADevice)
+TEST_F(BootSetup, IsStoredOnlyOnRequestAndWithADevice)
 {
     const Blob before = blob_with(0, 57);
     program(before);

@@ -160,7 +160,7 @@ TEST_F(ConnectionHandler, ATransferOfNoByteOrTooManyFailsAndTouchesNoPin)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(ConnectionHandler, ATransferOf1And1040BytesGoesOut)
+TEST_F(ConnectionHandler, ATransferOf1And1040BytesIsSent)
 {
     EXPECT_EQ(MAX_SPI_BUF_LEN, 1040u);
     connect();
@@ -172,7 +172,7 @@ TEST_F(ConnectionHandler, ATransferOf1And1040BytesGoesOut)
     EXPECT_NE(lines[1].find("1040 bytes"), std::string::npos) << lines[1];
 }
 
-TEST_F(ConnectionHandler, AMessageIsSelectedBeforeAndReleasedBehind)
+TEST_F(ConnectionHandler, AMessageIsSelectedBeforeAndReleasedAfter)
 {
     connect();
     EXPECT_EQ(transfer(2), 0);
@@ -229,7 +229,7 @@ TEST_F(ConnectionHandler, MessagesGoInMode0At3MegahertzInBothDirections)
     EXPECT_EQ(chip->seen_hertz, 3'000'000u);
 }
 
-TEST_F(ConnectionHandler, TheChannelIsKeptAsGiven)
+TEST_F(ConnectionHandler, TheChannelIsStoredUnchanged)
 {
     for (uint32_t value : {1u, 5u, 0u, 4000000000u}) {
         uint32_t channel = value;
@@ -250,7 +250,7 @@ TEST_F(ConnectionHandler, ClosingThePortClosesItsDescriptor)
     EXPECT_TRUE(g_debug.empty());
 }
 
-TEST_F(ConnectionHandler, AFailedCloseIsToldToTheDebugLog)
+TEST_F(ConnectionHandler, AFailedCloseIsLoggedInTheDebugLog)
 {
     connect();
     ::close(handler.slot_value());
@@ -259,7 +259,7 @@ TEST_F(ConnectionHandler, AFailedCloseIsToldToTheDebugLog)
     EXPECT_TRUE(g_debug[0].ends_with("]Error - Could not close SPI device")) << g_debug[0];
 }
 
-TEST_F(ConnectionHandler, ClosingAPortThatNeverOpenedFailsLikewise)
+TEST_F(ConnectionHandler, ClosingAPortThatNeverOpenedAlsoFails)
 {
     EXPECT_EQ(handler.SpiClosePort(), -1);
     EXPECT_EQ(g_debug.size(), 1u);
@@ -311,7 +311,7 @@ TEST_F(ConnectionHandler, TheBusLockIsTheCallers)
     EXPECT_EQ(transfer(2), 0) << "a transfer takes no lock of its own";
 }
 
-TEST_F(ConnectionHandler, WhatIsReadBackReplacesWhatWasAskedFor)
+TEST_F(ConnectionHandler, WhatIsReadBackReplacesWhatWasRequested)
 {
     // No word size asks for the port's own; no clock is refused, behind it.
     EXPECT_EQ(handler.SpiOpenPort(0, 1), -1);

@@ -60,7 +60,7 @@ TEST_F(ScpiPort, OfZeroAndOfTheHighestNumberAreStoredAsTheyAre)
     EXPECT_EQ(stand_ins.calls().size(), 2u);
 }
 
-TEST_F(ScpiPort, AShorterTextEndsAtItsTerminatorAndTheRestOfTheFieldStays)
+TEST_F(ScpiPort, AShorterTextEndsAtItsTerminatorAndKeepsTheRestOfTheField)
 {
     EXPECT_EQ(device->SetScpiPort(65000), 0);
     EXPECT_EQ(device->SetScpiPort(80), 0);
@@ -70,7 +70,7 @@ TEST_F(ScpiPort, AShorterTextEndsAtItsTerminatorAndTheRestOfTheFieldStays)
     EXPECT_EQ(cells(), bytes_of(peer->build(&record, 1, 59)));
 }
 
-TEST_F(ScpiPort, ThatStandsAlreadyIsNotWrittenButRebootsAllTheSame)
+TEST_F(ScpiPort, ThatIsAlreadySetIsNotWrittenButStillReboots)
 {
     EXPECT_EQ(device->SetScpiPort(5026), 0);
     const size_t cycles = board->eeprom().write_cycles();

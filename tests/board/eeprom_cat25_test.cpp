@@ -212,7 +212,7 @@ TEST_F(Cat25640Driver, AMessageHolds1040BytesWithCommandAndAddress)
     EXPECT_EQ(messages().size(), 1u) << "the poll alone";
 }
 
-TEST_F(Cat25640Driver, ALongerReadIsNotEvenAskedFor)
+TEST_F(Cat25640Driver, ALongerReadIsNotSent)
 {
     struct Counting : MuxHandler {
         int DataTransfer(const uint8_t*, uint8_t* received, size_t length) override
@@ -310,7 +310,7 @@ TEST_F(Cat25640Driver, AnAbsentChipReadsBusy)
     EXPECT_EQ(err.text(), "[EEPROM] Busy timeout waiting for RDY\n");
 }
 
-TEST_F(Cat25640Driver, AFailedReadMessageGivesNothing)
+TEST_F(Cat25640Driver, AFailedReadMessageReturnsNothing)
 {
     insert_fault(board->spi(), "eeprom")->refuse_after(1); // the poll goes out
     EXPECT_EQ(read(0, 4), Bytes{});
@@ -324,14 +324,14 @@ TEST_F(Cat25640Driver, AFailedWriteEnableEndsThePageWrite)
     EXPECT_EQ(chip->write_cycles(), 0u);
 }
 
-TEST_F(Cat25640Driver, AFailedWriteMessageGivesNothing)
+TEST_F(Cat25640Driver, AFailedWriteMessageReturnsNothing)
 {
     insert_fault(board->spi(), "eeprom")->refuse_after(2);
     EXPECT_EQ(write_page(0, counting(4)), 0u);
     EXPECT_EQ(chip->write_cycles(), 0u);
 }
 
-TEST_F(Cat25640Driver, ABlockWriteThatFailsInAPageStillGivesItsLength)
+TEST_F(Cat25640Driver, ABlockWriteThatFailsInAPageStillReturnsItsLength)
 {
     insert_fault(board->spi(), "eeprom")->refuse_after(2);
     OutputCapture err(STDERR_FILENO);
@@ -351,7 +351,7 @@ TEST_F(Cat25640Driver, AWriteProtectedChipIsNotNoticed)
     EXPECT_EQ(cells(0, 64), Bytes(64, 0xff));
 }
 
-TEST_F(Cat25640Driver, APowerCutInAPageLeavesTheFirstBytesOfItAndNothingBehind)
+TEST_F(Cat25640Driver, APowerCutInAPageWritesTheFirstBytesOfItAndNothingAfter)
 {
     const auto fault = insert_fault(board->spi(), "eeprom");
     fault->cut_power_in(EEPROM_CAT25_COMMAND_WRITE, 3 + 10);

@@ -136,7 +136,7 @@ TEST_F(I2cHandle, BitsAreSetAndClearedAmongTheOthers)
     )"));
 }
 
-TEST_F(I2cHandle, AFailedReadCountsAsZeroAndTheWriteGoesOut)
+TEST_F(I2cHandle, AFailedReadCountsAsZeroAndTheWriteIsSent)
 {
     const auto write_after_failed_read = [&](auto change) {
         board->expander(kExpander);

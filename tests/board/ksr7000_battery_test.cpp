@@ -154,7 +154,7 @@ TEST_F(Ksr7000Charge, AnyAccessThatFailsFailsTheCycle)
     }
 }
 
-TEST_F(Ksr7000Charge, SixFailedCyclesGiveOneLineAndAGoodOneBeginsTheCountAnew)
+TEST_F(Ksr7000Charge, SixFailedCyclesLogOneLineAndAGoodOneRestartsTheCount)
 {
     const auto chip = fault(kBattery);
     chip->not_acknowledging(true);

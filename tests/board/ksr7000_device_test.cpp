@@ -68,7 +68,7 @@ TEST_F(Ksr7000Operations, WithoutRoutingSucceedAndCallNothing)
     EXPECT_TRUE(trace().empty());
 }
 
-TEST_F(Ksr7000Operations, TriggerImpedanceReachesTheHandlerWhoseResultIsNotLookedAt)
+TEST_F(Ksr7000Operations, TriggerImpedanceReachesTheHandlerAndIgnoresItsResult)
 {
     recording.results = {{1, -5}};
     D::OnOff value = D::Off;
@@ -244,7 +244,7 @@ protected:
     std::optional<OrvanConnKsr7000> handler;
 };
 
-TEST_F(Ksr7000Bus, ConstructorSaysSoInTheDebugLogAndTouchesNothing)
+TEST_F(Ksr7000Bus, ConstructorLogsItselfAndAccessesNoHardware)
 {
     ASSERT_EQ(g_debug.size(), 1u);
     EXPECT_TRUE(g_debug[0].ends_with("]OrvanConnKsr7000::OrvanConnKsr7000 constructor is start @@"))
@@ -325,7 +325,7 @@ TEST_F(Ksr7000Bus, DestructorClosesThePort)
     EXPECT_TRUE(expect_trace(trace(), "spi close"));
 }
 
-TEST_F(Ksr7000Bus, ConverterReadsATextBehindItsPointer)
+TEST_F(Ksr7000Bus, ConverterReadsTheTextAtItsPointer)
 {
     int characters[2] = {};
     std::memcpy(characters, "trace", 6);

@@ -172,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(Transfers, Ksr7000InitHwFailure,
                                          Failure{0x09, 0, kChargerFailed}, Failure{0x09, 6, kChargerFailed},
                                          Failure{0x09, 7, ""}));
 
-TEST_P(Ksr7000InitHwFailure, EndsTheSetUpBehindThePartInWhichItHappens)
+TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartInWhichItHappens)
 {
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(inside().battery_is_alive());

@@ -136,7 +136,7 @@ TEST_F(Ksr7000Start, EndsInitializedAndOnChannelOne)
     EXPECT_EQ(module(2).connections(), 0u);
 }
 
-TEST_F(Ksr7000Start, TellsTheMaintenanceToolItsIdentity)
+TEST_F(Ksr7000Start, ReportsItsIdentityToTheMaintenanceTool)
 {
     start_without_battery();
     const orvan_test::MaintenanceClient client;
@@ -216,7 +216,7 @@ TEST_F(Ksr7000Start, TakesItsLogModeAndNeedsNoLogFile)
     EXPECT_EQ(HaldeElec::OrvanDebug::GetLogMode(), 4);
 }
 
-TEST_F(Ksr7000Start, GoesOnWithAnExpanderThatFailsAndLeavesTheBatteryAlone)
+TEST_F(Ksr7000Start, ContinuesWithAnExpanderThatFailsAndLeavesTheBatteryAlone)
 {
     i2c_fault(0x20)->refuse_after(10);
     store(settled_settings());
@@ -231,7 +231,7 @@ TEST_F(Ksr7000Start, GoesOnWithAnExpanderThatFailsAndLeavesTheBatteryAlone)
     EXPECT_EQ(board->clock().sleepers(), 2u);
 }
 
-TEST_F(Ksr7000Start, GoesOnWithoutItsI2cChips)
+TEST_F(Ksr7000Start, ContinuesWithoutItsI2cChips)
 {
     for (const uint8_t chip : std::initializer_list<uint8_t>{0x20, 0x24, 0x09, 0x0b}) {
         i2c_fault(chip)->absent(true);
@@ -316,7 +316,7 @@ TEST_F(Ksr7000Start, ChargeIsFollowedAsItIsAndNothingSwitched)
     EXPECT_EQ(shown_status(), 1);
 }
 
-TEST_F(Ksr7000Start, BatteryThatGoesAwayLeavesItsLastCharge)
+TEST_F(Ksr7000Start, RemovedBatteryLeavesItsLastCharge)
 {
     board->battery()->set_charge(80);
     board->battery()->set_flow(SmartBattery::Flow::kRest);
@@ -485,7 +485,7 @@ TEST_F(Ksr7000Start, EndStopsTheChargeMonitorThenTheFanThenClosesTheBus)
     EXPECT_TRUE(board->trace().lines_with({"i2c"}).empty()) << "no further reading";
 }
 
-TEST_F(Ksr7000Start, EndsItsBusAheadOfItsMaintenanceServer)
+TEST_F(Ksr7000Start, EndsItsBusBeforeItsMaintenanceServer)
 {
     start_without_battery();
     board->trace().clear();

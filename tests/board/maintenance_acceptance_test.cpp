@@ -9,7 +9,7 @@ namespace {
 
 using MaintenanceAcceptance = MaintenanceTest;
 
-TEST_F(MaintenanceAcceptance, GoesByTheMacUnlessTheFrameIsFromTheInstrumentItself)
+TEST_F(MaintenanceAcceptance, ChecksTheMacUnlessTheFrameIsFromTheInstrumentItself)
 {
     const MaintenanceClient elsewhere("127.0.0.2");
     const struct {

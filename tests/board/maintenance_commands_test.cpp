@@ -178,7 +178,7 @@ TEST_F(MaintenanceCommands, NetworkTextsGoIntoTheirFields)
     }
 }
 
-TEST_F(MaintenanceCommands, NetworkRequestOf54BytesComesBackWith76)
+TEST_F(MaintenanceCommands, NetworkRequestOf54BytesIsAnsweredWith76)
 {
     const std::string asked = FrameHeader({"HEIP", 0, 32}).bytes() + request_row('A', "192.168.1.77");
     ASSERT_EQ(asked.size(), 54u);
@@ -190,7 +190,7 @@ TEST_F(MaintenanceCommands, NetworkRequestOf54BytesComesBackWith76)
     EXPECT_STREQ(settings().fixIp, "192.168.1.77");
 }
 
-TEST_F(MaintenanceCommands, NetworkReplyIsAsLongAsTheDatagramWhateverItsSizeSays)
+TEST_F(MaintenanceCommands, NetworkReplyIsAsLongAsTheDatagramWhateverItsSizeField)
 {
     for (const uint16_t size : {uint16_t{1}, uint16_t{32}, uint16_t{1024}, EOD}) {
         clear_buffer();
@@ -248,7 +248,7 @@ TEST_F(MaintenanceCommands, NetworkDhcpIsOnWithTheLetterYAlone)
     }
 }
 
-TEST_F(MaintenanceCommands, NetworkAppliesTheModeThatStandsInTheSettings)
+TEST_F(MaintenanceCommands, NetworkAppliesTheModeInTheSettings)
 {
     settings().dhcpEnabled = 0;
     reply_to(request({"HEIP"}, {request_row('A', "10.1.1.1")}));
@@ -277,7 +277,7 @@ TEST_F(MaintenanceCommands, NetworkPassesOverLettersThatAreNotItsOwn)
     EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), 0u);
 }
 
-TEST_F(MaintenanceCommands, NetworkTakesAll17RowsInTheirOrder)
+TEST_F(MaintenanceCommands, NetworkTakesAll17RowsInOrder)
 {
     std::vector<std::string> rows(17, request_row('Z', "")); // a letter of no row
     rows[0] = request_row('A', "10.1.1.1");
@@ -327,7 +327,7 @@ public:
     std::function<void()> at_change;
 };
 
-TEST_F(MaintenanceCommands, NetworkReplyLeavesHalfASecondAheadOfTheChange)
+TEST_F(MaintenanceCommands, NetworkReplyIsSentHalfASecondBeforeTheChange)
 {
     WatchedDevice watched;
     peer.set_device(&watched);
@@ -429,7 +429,7 @@ TEST_F(MaintenanceCommands, FactoryOptionsComeMirroredButForTheFrequencyCode)
     }
 }
 
-TEST_F(MaintenanceCommands, ATextEndsWithItsTerminatorWhateverIsBehindIt)
+TEST_F(MaintenanceCommands, ATextEndsAtItsTerminatorWhateverFollows)
 {
     // Both are shorter than what has been there.
     reply_to(request({"HEIP"}, {request_row('A', "10.1.1.1\0and more"s)}));
@@ -502,7 +502,7 @@ TEST_F(MaintenanceCommands, AFailedWriteDoesNotShow)
 
 // ---- HECT
 
-TEST_F(MaintenanceCommands, OptionTableIsSentAsItStandsInMemory)
+TEST_F(MaintenanceCommands, OptionTableIsSentAsItIsInMemory)
 {
     device.option_table = std::string(reinterpret_cast<const char*>(optPortable_Tbl), sizeof optPortable_Tbl);
     const FrameHeader asked{"HECT", 5, 77, kForeignMac, 6, 7};
@@ -527,7 +527,7 @@ TEST_F(MaintenanceCommands, OptionTableNeedsADevice)
                                     {LOG_ERR, "UdpServer: HETO - failed to get device object"}}));
 }
 
-TEST_F(MaintenanceCommands, OptionTableOfADeviceThatRefusesIsSentAllTheSame)
+TEST_F(MaintenanceCommands, OptionTableOfADeviceThatRefusesIsStillSent)
 {
     device.refused.insert("GetOptionsTable");
     device.option_table = "12345678";

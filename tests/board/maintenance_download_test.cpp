@@ -68,7 +68,7 @@ TEST_F(MaintenanceDownload, AnAcknowledgementIsAHeaderThatEchoesOpcodeAndMac)
     EXPECT_EQ(read_file(kReceived), "a");
 }
 
-TEST_F(MaintenanceDownload, ARepeatedBlockIsIgnoredAndTheTransferGoesOn)
+TEST_F(MaintenanceDownload, ARepeatedBlockIsIgnoredAndTheTransferContinues)
 {
     begin_download();
     EXPECT_EQ(reply_in_transfer(block(1, "one,")), acknowledgement(2));
@@ -78,7 +78,7 @@ TEST_F(MaintenanceDownload, ARepeatedBlockIsIgnoredAndTheTransferGoesOn)
     EXPECT_EQ(read_file(kReceived), "one,two");
 }
 
-TEST_F(MaintenanceDownload, ABlockAheadIsIgnoredAndSoIsAnEndAhead)
+TEST_F(MaintenanceDownload, ABlockThatIsEarlyIsIgnoredAndSoIsAnEarlyEnd)
 {
     begin_download();
     expect_ignored(block(2, "two"));
@@ -88,7 +88,7 @@ TEST_F(MaintenanceDownload, ABlockAheadIsIgnoredAndSoIsAnEndAhead)
     EXPECT_EQ(read_file(kReceived), "one");
 }
 
-TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailBehindAShorterFile)
+TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailAfterAShorterFile)
 {
     begin_download();
     for (uint16_t number = 1; number <= 3; ++number) {
@@ -111,7 +111,7 @@ TEST_F(MaintenanceDownload, BlockZeroWithTheSizeOfTheEndIsARestartToo)
     EXPECT_EQ(read_file(kReceived), "one");
 }
 
-TEST_F(MaintenanceDownload, SoManyBytesAreWrittenAsTheFrameClaimsAndZerosStandForWhatIsPastItsEnd)
+TEST_F(MaintenanceDownload, AsManyBytesAreWrittenAsTheFrameClaimsPaddedWithZeros)
 {
     begin_download();
     std::string expected;
@@ -162,7 +162,7 @@ TEST_F(MaintenanceDownload, PastBlock65535OnlyARestartMatches)
     EXPECT_EQ(read_file(kReceived), "z" + std::string(65534, 'x'));
 }
 
-TEST_F(MaintenanceDownload, TheEndBehindBlock65534IsAcknowledgedWithBlockZero)
+TEST_F(MaintenanceDownload, TheEndAfterBlock65534IsAcknowledgedWithBlockZero)
 {
     begin_download();
     for (uint32_t number = 1; number <= 65534 && !HasFailure(); ++number) {
@@ -173,7 +173,7 @@ TEST_F(MaintenanceDownload, TheEndBehindBlock65534IsAcknowledgedWithBlockZero)
     EXPECT_EQ(logs.count(LOG_INFO, "firmware download complete (65535 blocks)"), 1U);
 }
 
-TEST_F(MaintenanceDownload, AnySenderFeedsItAndGetsTheAcknowledgement)
+TEST_F(MaintenanceDownload, AnySenderMaySendBlocksAndGetsTheAcknowledgement)
 {
     begin_download();
     const MaintenanceClient other("127.0.0.2"); // whose frames would have to carry the address
@@ -196,7 +196,7 @@ TEST_F(MaintenanceDownload, OtherRequestsWaitUntilItHasEnded)
     EXPECT_EQ(client.ready().substr(0, 4), "HEID");
 }
 
-TEST_F(MaintenanceDownload, TheFileOfTheDownloadBeforeIsGone)
+TEST_F(MaintenanceDownload, TheFileOfThePreviousDownloadIsRemoved)
 {
     EXPECT_EQ(download(file_of(3000)), IF_FAILED);
     EXPECT_EQ(download("short"), IF_FAILED);
@@ -240,7 +240,7 @@ TEST_F(MaintenanceDownload, ASocketThatFailsEndsItWithTheReason)
     EXPECT_TRUE(fs::exists(kReceived));
 }
 
-TEST_F(MaintenanceDownload, AFileThatDoesNotOpenIsToldInTheLogAlone)
+TEST_F(MaintenanceDownload, AFileThatDoesNotOpenIsOnlyLogged)
 {
     write_file(kUpgrade, "no folder");
     EXPECT_EQ(reply_to_failure(), acknowledgement(1));
@@ -296,7 +296,7 @@ TEST_F(MaintenanceDownload, ItsStatusIsThatOfTheLastOneThatArrived)
     EXPECT_EQ(peer.download_status(), -1);
 }
 
-TEST_F(MaintenanceDownload, WhateverFramesComeTheFileIsTheOneThatTheyMake)
+TEST_F(MaintenanceDownload, AnySequenceOfFramesWritesTheExpectedFile)
 {
     begin_download();
     std::mt19937 random(1);

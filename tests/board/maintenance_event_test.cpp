@@ -42,7 +42,7 @@ TEST_F(MaintenanceServer, EventLeavesItsDescriptorsWhateverCame)
     }
 }
 
-TEST_F(MaintenanceServer, EventWithoutASocketTellsThatItIsGone)
+TEST_F(MaintenanceServer, EventWithoutASocketReportsThatItIsClosed)
 {
     EXPECT_EQ(server.WaitForEvent(), LXI_ERROR_INV_RSRC);
 }
@@ -113,7 +113,7 @@ TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
         "every frame leaves one open\n");
 }
 
-TEST_F(MaintenanceServer, EventTakesNoMoreOfADatagramThanAFrame)
+TEST_F(MaintenanceServer, EventReadsNoMoreOfADatagramThanAFrame)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     const MaintenanceClient client;

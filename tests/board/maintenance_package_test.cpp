@@ -208,7 +208,7 @@ class MaintenancePackageOf : public MaintenancePackage, public testing::WithPara
 
 } // namespace
 
-TEST_P(MaintenancePackageOf, ItsPlatformGoesToTheModulesAndIsLeftToTheUpdateUnit)
+TEST_P(MaintenancePackageOf, ItsPlatformIsSentToTheModulesAndLeftToTheUpdateUnit)
 {
     device.device_type_product = GetParam().type;
     const std::string& folder = GetParam().folder;
@@ -242,7 +242,7 @@ TEST_F(MaintenancePackage, MayBeAPlainArchive)
               until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
 }
 
-TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreGivenToTheUserOrvan)
+TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreOwnedByTheUserOrvan)
 {
     g_has_owner = true;
     const std::string file = archive(package());
@@ -383,7 +383,7 @@ TEST_F(MaintenancePackage, AControllersArchiveThatIsNoneIsLogged)
     expect_failure(archive(files), until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", false));
 }
 
-TEST_F(MaintenancePackage, NobodyLooksWhetherThereIsAPatch)
+TEST_F(MaintenancePackage, APatchIsNotLookedFor)
 {
     Files files = package();
     files[kPackage + "/benchtop_fw_2.1.tar.gz"] = archive({{"other/install.sh", "exit 0\n"}});

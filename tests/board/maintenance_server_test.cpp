@@ -186,7 +186,7 @@ TEST_F(MaintenanceServer, TakesTheHardwareAddressOfItsInterface)
 
 // ---- construction and end
 
-TEST_F(MaintenanceServer, WithoutAnInterfaceHasAnAddressOfItsOwn)
+TEST_F(MaintenanceServer, WithoutAnInterfaceUsesADefaultHardwareAddress)
 {
     EXPECT_EQ(peer.own_mac(), "\x02\x00\x5e\x00\x00\x00"s);
     CUdpServer with_name("no-such-link", 0, 0, true);
@@ -209,7 +209,7 @@ TEST_F(MaintenanceServer, ShortFormOpensNothingUnlessItIsToStart)
     started.Close();
 }
 
-TEST_F(MaintenanceServer, ServesOnAThreadOfItsOwnAndEndsWithOneMoreFrame)
+TEST_F(MaintenanceServer, ServesOnItsOwnThreadAndEndsWithOneMoreFrame)
 {
     orvan_test::RecordingDevice device;
     MuxHandler handler;

@@ -49,7 +49,7 @@ TEST_F(BenchtopStart, OpensItsMaintenancePortLast)
     EXPECT_TRUE(device->Initialized());
 }
 
-TEST_F(BenchtopStart, TellsTheMaintenanceToolItsIdentityAndOptions)
+TEST_F(BenchtopStart, ReportsItsIdentityAndOptionsToTheMaintenanceTool)
 {
     store(settled_settings());
     start_and_settle();
@@ -82,7 +82,7 @@ TEST_F(BenchtopStart, TakesAParameterFromTheMaintenanceTool)
     EXPECT_EQ(eeprom_image(), file_image());
 }
 
-TEST_F(BenchtopStart, GoesOnWhenItsMaintenancePortIsTaken)
+TEST_F(BenchtopStart, ContinuesWhenItsMaintenancePortIsTaken)
 {
     store(settled_settings());
     const UniqueFd taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -109,7 +109,7 @@ TEST_F(BenchtopStart, WithoutMemoryForItsMaintenanceServerHasFailed)
     EXPECT_TRUE(port_is_free());
 }
 
-TEST_F(BenchtopStart, EndsItsBusAheadOfItsMaintenanceServer)
+TEST_F(BenchtopStart, EndsItsBusBeforeItsMaintenanceServer)
 {
     store(settled_settings());
     start_and_settle();

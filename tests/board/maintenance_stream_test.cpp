@@ -141,7 +141,7 @@ protected:
 
 } // namespace
 
-TEST_F(MaintenanceStream, FramesGoWholeToEveryModuleAndTheHighestOnesAnswerComesBack)
+TEST_F(MaintenanceStream, FramesReachEveryModuleAndTheHighestOnesAnswerIsReturned)
 {
     const std::string first = image(1, file_of(1024));
     const std::string second = image(2, "the rest");
@@ -185,7 +185,7 @@ TEST_F(MaintenanceStream, ItsEndClosesTheModulesSockets)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(MaintenanceStream, AnswersAreTakenInTheOrderOfTheChannelsWhoeverIsFirst)
+TEST_F(MaintenanceStream, AnswersAreReadInChannelOrderWhicheverArrivesFirst)
 {
     stream();
     module(2).send(answer(2, 10));
@@ -308,7 +308,7 @@ TEST_F(MaintenanceStream, AModuleThatIsSilentForTwoSecondsEndsItWithAnErrorFrame
 
 // A module's datagram without a byte counts as none, and at once.
 
-TEST_F(MaintenanceStream, EveryModuleThatFailsIsLoggedAndTheServiceGoesOn)
+TEST_F(MaintenanceStream, EveryModuleThatFailsIsLoggedAndTheServiceContinues)
 {
     begin(image(1));
     EXPECT_EQ(pass_on(image(1), 2), answer(2, 2));
@@ -382,7 +382,7 @@ TEST_F(MaintenanceStream, EachModuleThatFailsToBurnIsAnErrorFrameAndNoneSucceeds
                             }));
 }
 
-TEST_F(MaintenanceStream, AToolThatCannotBeReachedIsLoggedAndTheStreamGoesOn)
+TEST_F(MaintenanceStream, AToolThatCannotBeReachedIsLoggedAndTheStreamContinues)
 {
     sockaddr_in nowhere = client.address();
     nowhere.sin_port = 0;

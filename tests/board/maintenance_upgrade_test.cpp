@@ -143,7 +143,7 @@ TEST_F(MaintenanceUpgrade, TheInitMarkerIsOneLine)
     EXPECT_EQ(read_file(kInit), "/home/orvan/halde/upgrade/host_sw/b/patch\n");
 }
 
-TEST_F(MaintenanceUpgrade, TheStartBehindAnUpdateClearsItsFilesOnce)
+TEST_F(MaintenanceUpgrade, TheStartAfterAnUpdateClearsItsFilesOnce)
 {
     write_file(kDelete, "done");
     write_file(kInit, "path\n");
@@ -193,7 +193,7 @@ TEST_F(MaintenanceUpgrade, TheShortFormClearsNothing)
     ::close(UdpServerTestPeer{const_cast<CUdpServer&>(other)}.socket());
 }
 
-TEST_F(MaintenanceUpgrade, AMarkerThatResistsIsToldAtEveryStart)
+TEST_F(MaintenanceUpgrade, AMarkerThatCannotBeRemovedIsLoggedAtEveryStart)
 {
     Mount disk(kUpgrade);
     ASSERT_TRUE(disk.mounted());
@@ -206,7 +206,7 @@ TEST_F(MaintenanceUpgrade, AMarkerThatResistsIsToldAtEveryStart)
     }
 }
 
-TEST_F(MaintenanceUpgrade, AFileThatResistsIsAFailureAndTheMarkerGoes)
+TEST_F(MaintenanceUpgrade, AFileThatCannotBeRemovedIsAFailureAndTheMarkerIsRemoved)
 {
     const Mount busy(kUpgrade / "busy");
     ASSERT_TRUE(busy.mounted());
@@ -216,7 +216,7 @@ TEST_F(MaintenanceUpgrade, AFileThatResistsIsAFailureAndTheMarkerGoes)
     EXPECT_FALSE(fs::exists(kDelete));
 }
 
-TEST_F(MaintenanceUpgrade, TheThreadStartsTheUnitBehindADownloadAndServesOn)
+TEST_F(MaintenanceUpgrade, TheThreadStartsTheUnitAfterADownloadAndKeepsServing)
 {
     put_systemctl("exit 3");
     ServerOfOneUpdate updated;

@@ -171,7 +171,7 @@ TEST_F(PortableOperations, WithoutRoutingSucceedAndTouchNothing)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(PortableOperations, TriggerOperationsAloneReachTheHandlerWhoseResultIsNotLookedAt)
+TEST_F(PortableOperations, OnlyTriggerOperationsReachTheHandlerAndIgnoreItsResult)
 {
     using D = IOrvanDeviceManager;
     RecordingHandler recording;
@@ -253,7 +253,7 @@ TEST_F(PortableOperations, OptionsNeedSettings)
     EXPECT_EQ(value[0], 0xa5);
 }
 
-TEST_F(PortableOperations, OptionsFillExactlyTheSizeAskedFor)
+TEST_F(PortableOperations, OptionsFillExactlyTheRequestedSize)
 {
     PersistentDataTestPeer settings(*device->GetSPIhandler(), g_portableModelsTable);
     settings->getSettings()->options = 0x081e; // 20 GHz, MOD, BAT

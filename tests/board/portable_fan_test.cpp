@@ -186,7 +186,7 @@ TEST_F(PortableFans, WithoutAnExpanderTheThreadEndsWithALine)
     EXPECT_EQ(fan_test(), BIT_NOT_PERFORMED);
 }
 
-TEST_F(PortableFans, ThatStayInResetAreLoggedAndTheLoopRunsAllTheSame)
+TEST_F(PortableFans, ThatStayInResetAreLoggedAndTheLoopStillRuns)
 {
     const auto fault = insert_fault(board->i2c(), kExpander);
     fault->refuse_after(2);

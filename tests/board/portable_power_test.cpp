@@ -401,7 +401,7 @@ TEST_F(PortableCharge, FiveQuickRetriesAreFollowedByALineAndALongWaitOverAndOver
     }
 }
 
-TEST_F(PortableCharge, AGoodCycleBeginsTheCountOfRetriesAnew)
+TEST_F(PortableCharge, AGoodCycleRestartsTheCountOfRetries)
 {
     const auto fault = insert_fault(board->i2c(), kBattery);
     fault->not_acknowledging(true);

@@ -282,7 +282,7 @@ TEST_F(PortableStart, BeginsAsAPortableOnAnyMachine)
     EXPECT_EQ(fs::file_size(files->halde() / "debug.txt"), 0u);
 }
 
-TEST_F(PortableStart, WithoutALogFileBeginsAllTheSame)
+TEST_F(PortableStart, WithoutALogFileStillStarts)
 {
     board->spi().set_node_present(kSettingsNode, false);
     device.reset(CreateDevice(nullptr, 1));
@@ -318,7 +318,7 @@ TEST_F(PortableStart, WithoutMemoryForItsBusEndsThere)
     EXPECT_TRUE(board->trace().lines().empty());
 }
 
-TEST_F(PortableStart, GoesOnWhenTheHardwareFails)
+TEST_F(PortableStart, ContinuesWhenTheHardwareFails)
 {
     insert_fault(board->i2c(), kCharger)->not_acknowledging(true);
     start();
@@ -332,7 +332,7 @@ TEST_F(PortableStart, GoesOnWhenTheHardwareFails)
         << "port A keeps its reset state";
 }
 
-TEST_F(PortableStart, GoesOnWithoutAnEepromAndOnItsBackup)
+TEST_F(PortableStart, ContinuesWithoutAnEepromAndFromItsBackup)
 {
     without_battery();
     start();
@@ -400,7 +400,7 @@ TEST_F(PortableStart, WritesSettingsOnlyWhenItHasChangedThem)
     EXPECT_TRUE(std::equal(image.begin(), image.end(), cells.begin()));
 }
 
-TEST_F(PortableStart, TellsTheMaintenanceToolItsIdentity)
+TEST_F(PortableStart, ReportsItsIdentityToTheMaintenanceTool)
 {
     without_battery();
     start();
@@ -504,7 +504,7 @@ TEST_F(PortableStart, ABatteryIsFollowedFromFullToEmptyAndBack)
     });
 }
 
-TEST_F(PortableStart, ABatteryThatGoesAwayLeavesItsLastCharge)
+TEST_F(PortableStart, ARemovedBatteryLeavesItsLastCharge)
 {
     in_a_process_that_ends([this] {
         board->battery()->set_charge(80);
@@ -549,7 +549,7 @@ TEST_F(PortableStart, EveryChargeMonitorOfTheProcessKnowsWhetherTheModuleIsOff)
     });
 }
 
-TEST_F(PortableStart, TheEndDoesNotComeBackFromARunningChargeMonitor)
+TEST_F(PortableStart, TheEndDoesNotReturnWhileAChargeMonitorRuns)
 {
     in_a_process_that_ends([this] {
         start();

@@ -140,7 +140,7 @@ protected:
     NewController controller{GetParam().wiring};
 };
 
-TEST_P(Production, GivesANewControllerModelAndSerialNumberInBothStores)
+TEST_P(Production, StoresModelAndSerialNumberOfANewControllerInBothStores)
 {
     const Platform& platform = GetParam();
     EXPECT_EQ(controller.produce(platform.model, "240001"), ProductionResult::kMade);

@@ -292,7 +292,7 @@ private:
     std::optional<Bytes> file_at_cut;
 };
 
-TEST_F(PowerCut, AChangeComesBackAsItWasBeforeOrAfter)
+TEST_F(PowerCut, AChangeIsReadBackAsItWasBeforeOrAfter)
 {
     eeprom = signed_identity("230042");
     backup = eeprom;

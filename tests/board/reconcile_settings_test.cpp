@@ -121,7 +121,7 @@ TEST_F(ReadingSettings, AModelTableWithNoRowsKnowsNoCopy)
     EXPECT_EQ(read_data(), nullptr);
 }
 
-TEST_F(ReadingSettings, ADefaultModelOfNoRowGivesNull)
+TEST_F(ReadingSettings, ADefaultModelWithoutARowReturnsNull)
 {
     const sDevDefaults_t defaults{"OVX3651B", "", "230000", "D"};
     EXPECT_EQ((*peer)->readData(&defaults, optPortable_Tbl, kOptionRows), nullptr);
@@ -129,7 +129,7 @@ TEST_F(ReadingSettings, ADefaultModelOfNoRowGivesNull)
     EXPECT_EQ(logs.lines().back(), (LogLine{LOG_INFO, "OVX3651B"}));
 }
 
-TEST_F(ReadingSettings, OneToFourModulesRunAsTheyStandAndAnyOtherNumberAsOne)
+TEST_F(ReadingSettings, OneToFourModulesAreKeptAndAnyOtherNumberCountsAsOne)
 {
     for (unsigned devices = 0; devices <= 255; ++devices) {
         EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
@@ -158,7 +158,7 @@ TEST_F(ReadingSettings, AForcedNumberOfModulesIsWrittenByTheNextWrite)
     EXPECT_EQ(file(), cells());
 }
 
-TEST_F(ReadingSettings, TextsWithoutTerminatorAndNumbersOutOfRangeComeThroughAsTheyStand)
+TEST_F(ReadingSettings, TextsWithoutTerminatorAndNumbersOutOfRangeAreReadUnchanged)
 {
     for (const char fill : {'x', '\xff', '\x01'}) {
         const EEPROM_DEVICE_SETTINGS record = filled(fill);
@@ -173,7 +173,7 @@ TEST_F(ReadingSettings, TextsWithoutTerminatorAndNumbersOutOfRangeComeThroughAsT
     }
 }
 
-TEST_F(ReadingSettings, ExtremeNumbersComeThrough)
+TEST_F(ReadingSettings, ExtremeNumbersAreReadUnchanged)
 {
     EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
     record.options = 0xffff;
@@ -188,7 +188,7 @@ TEST_F(ReadingSettings, ExtremeNumbersComeThrough)
     EXPECT_EQ(peer->generation(), 0xffffffffu);
 }
 
-TEST_F(ReadingSettings, SerialsWithoutTerminatorAreLoggedAsFarAsTheirFieldGoes)
+TEST_F(ReadingSettings, SerialsWithoutTerminatorAreLoggedToTheEndOfTheirField)
 {
     Blob eeprom = legacy("");
     Blob backup = legacy("");
@@ -237,7 +237,7 @@ TEST_F(ReadingSettings, TheHighestVersionIsDowngradedToo)
               1u);
 }
 
-TEST_F(ReadingSettings, ABackupOfANewerLayoutIsRestoredAsItStandsAndDowngradedByTheNextStart)
+TEST_F(ReadingSettings, ABackupOfANewerLayoutIsRestoredUnchangedAndDowngradedByTheNextStart)
 {
     put_file(blob("230042", 57, 2));
     read_data();
@@ -249,7 +249,7 @@ TEST_F(ReadingSettings, ABackupOfANewerLayoutIsRestoredAsItStandsAndDowngradedBy
     EXPECT_EQ(file(), cells());
 }
 
-TEST_F(ReadingSettings, SerialsThatDifferBehindTheirTerminatorDiffer)
+TEST_F(ReadingSettings, SerialsThatDifferAfterTheirTerminatorDiffer)
 {
     Blob backup = legacy("230042");
     backup[60] = 'x';
@@ -284,7 +284,7 @@ TEST_F(ReadingSettings, ASignedBackupWinsOverAnUnsignedEepromEvenWithTheDefaultS
     EXPECT_EQ(file(), cells());
 }
 
-TEST_F(ReadingSettings, ACopyThatIsTakenAsItStandsKeepsWhatLiesBehindItsRecord)
+TEST_F(ReadingSettings, ACopyThatIsTakenUnchangedKeepsWhatFollowsItsRecord)
 {
     const auto with_more = [this](uint16_t version) {
         Blob image = blob("230042", 57, version);
@@ -329,7 +329,7 @@ TEST_F(ReadingSettings, ARepairThatFailedIsNotMadeUpForByAWriteWithoutAChange)
     EXPECT_EQ(cells(), bytes_of(blob("230042"))) << "the next start repairs it";
 }
 
-TEST_F(ReadingSettings, ARepairThatTheChipDoesNotTakeIsLoggedAndTheSettingsStand)
+TEST_F(ReadingSettings, ARepairThatTheChipRefusesIsLoggedAndTheSettingsAreKept)
 {
     put_file(blob("230042"));
     fault->flip_reply_bits(0x03, 3 + 500, 0x01); // what is read back is not what was written
@@ -369,7 +369,7 @@ TEST_F(ReadingSettings, FactoryDefaultWithANullArgumentOrNoOptionLeavesTheRecord
     EXPECT_EQ(logs.lines(), (std::vector{kNoDefaults, kNoDefaults, kNoDefaults}));
 }
 
-TEST_F(ReadingSettings, FactoryOptionsAreCode8AndTheDefaultsOfTheRowsBehindIt)
+TEST_F(ReadingSettings, FactoryOptionsAreCode8AndTheDefaultsOfTheRowsAfterIt)
 {
     const auto options = [this](std::vector<optEntry_t> table) {
         (*peer)->setFactoryDefault(&kDefaults, table.data(), table.size());

@@ -52,7 +52,7 @@ protected:
     size_t cycles = 0;
 };
 
-TEST_F(WritingSettings, AChangeGoesToBothStoresWithTheNextGeneration)
+TEST_F(WritingSettings, AChangeIsWrittenToBothStoresWithTheNextGeneration)
 {
     change("230050");
     write();
@@ -120,7 +120,7 @@ TEST_F(WritingSettings, AChangeTakenBackIsNone)
     EXPECT_EQ(logs.lines(), (std::vector{kUnchanged}));
 }
 
-TEST_F(WritingSettings, ForTheEepromAloneTheFileStaysBehind)
+TEST_F(WritingSettings, ForTheEepromAloneTheFileKeepsTheOldGeneration)
 {
     change("230050");
     write(true, false);
@@ -144,7 +144,7 @@ TEST_F(WritingSettings, ForTheFileAloneTheChangeStaysNew)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(WritingSettings, AFailedEepromIsLoggedTheFileRunsAheadAndTheNextWriteTriesAgain)
+TEST_F(WritingSettings, AFailedEepromIsLoggedTheFileIsNewerAndTheNextWriteRetries)
 {
     change("230050");
     fault->absent(true);
@@ -162,7 +162,7 @@ TEST_F(WritingSettings, AFailedEepromIsLoggedTheFileRunsAheadAndTheNextWriteTrie
     EXPECT_EQ(file(), cells());
 }
 
-TEST_F(WritingSettings, AFileThatRanAheadIsTakenBackByTheNextStart)
+TEST_F(WritingSettings, AFileNewerThanTheEepromIsRevertedByTheNextStart)
 {
     change("230050");
     fault->absent(true);
@@ -273,7 +273,7 @@ TEST_F(WritingSettings, ALongFileKeepsItsTail)
     EXPECT_EQ(file(), expected);
 }
 
-TEST_F(WritingSettings, FilledTextsGoOutAsTheyStand)
+TEST_F(WritingSettings, FilledTextsAreWrittenUnchanged)
 {
     EEPROM_DEVICE_SETTINGS& record = *(*peer)->getSettings();
     std::memset(&record, 'x', sizeof record);

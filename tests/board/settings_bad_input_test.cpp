@@ -106,7 +106,7 @@ protected:
     }
 };
 
-TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverStandsBehind)
+TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverFollows)
 {
     const std::string filled(kSettingsTextSize, 'x');
     for (const Field& field : kFields) {
@@ -145,7 +145,7 @@ TEST_F(BadSettings, AModelWithoutTerminatorMakesItsCopyVoid)
     expect_stored(2);
 }
 
-TEST_F(BadSettings, AModelWithMoreBehindItsTerminatorCounts)
+TEST_F(BadSettings, AModelWithMoreAfterItsTerminatorIsKnown)
 {
     EEPROM_DEVICE_SETTINGS record = settings("", "230042");
     std::memset(record.modelName, 'x', sizeof record.modelName);
@@ -180,7 +180,7 @@ TEST_F(BadSettings, ASerialWithoutTerminatorIsRealThoughItBeginsAsTheDefaultOne)
               1u);
 }
 
-TEST_F(BadSettings, NumbersThatTheModelDecidesAreMadeRightAndOthersStand)
+TEST_F(BadSettings, NumbersThatTheModelDecidesAreCorrectedAndOthersKept)
 {
     EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
     record.options = 0xffff;
@@ -207,7 +207,7 @@ TEST_F(BadSettings, NumbersThatTheModelDecidesAreMadeRightAndOthersStand)
     expect_stored(58);
 }
 
-TEST_F(BadSettings, AScpiPortThatIsNoPortIsWhatItsDigitsGive)
+TEST_F(BadSettings, AScpiPortThatIsNoPortIsReadAsItsDigits)
 {
     const std::pair<const char*, uint16_t> ports[] = {{"", 0},         {"none", 0},  {"5025x", 5025},
                                                       {" 5025", 5025}, {"65536", 0}, {"-1", 65535}};
@@ -223,7 +223,7 @@ TEST_F(BadSettings, AScpiPortThatIsNoPortIsWhatItsDigitsGive)
     }
 }
 
-TEST_F(BadSettings, WithAModelTableOfNoRowsEveryStartSignsTheFactorysSettingsAnew)
+TEST_F(BadSettings, WithAnEmptyModelTableEveryStartSignsTheFactorySettingsAgain)
 {
     const sDevArch_t closing_row[] = {{}};
     for (const sDevArch_t* const table : {closing_row, static_cast<const sDevArch_t*>(nullptr)}) {

@@ -109,7 +109,7 @@ TEST_F(SettingsFaults, AReadWhosePollIsRefusedPollsAgain)
     expect_only_the_refusal_shows();
 }
 
-TEST_F(SettingsFaults, AReadWhoseMessageIsRefusedFailsAndLeavesTheBuffer)
+TEST_F(SettingsFaults, AReadWhoseMessageIsRefusedFailsAndKeepsTheBuffer)
 {
     begin(blob("230042"), 1);
     Blob image;

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 using SettingsStores = SettingsTest;
 
-TEST_F(SettingsStores, TheBlobGoesToTheBeginningOfTheEepromIn16Pages)
+TEST_F(SettingsStores, TheBlobIsWrittenToTheStartOfTheEepromIn16Pages)
 {
     const Blob image = blob("230042");
     EXPECT_TRUE(peer->write_eeprom(image));
@@ -25,7 +25,7 @@ TEST_F(SettingsStores, TheBlobGoesToTheBeginningOfTheEepromIn16Pages)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(SettingsStores, TheEepromGivesTheBlobInOneMessage)
+TEST_F(SettingsStores, TheBlobIsReadFromTheEepromInOneMessage)
 {
     program(blob("230042"));
     Blob image = {};

@@ -22,7 +22,7 @@ void expect_answers(const Instrument& instrument)
 
 } // namespace
 
-TEST(BadInput, RandomBytesHurtNobody)
+TEST(BadInput, RandomBytesDoNoHarm)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
@@ -78,7 +78,7 @@ TEST(BadInput, NulBytesInALineAreAnError)
     expect_answers(instrument);
 }
 
-TEST(BadInput, ABlockHeaderThatLiesAboutItsLengthHoldsOnlyItsOwnClient)
+TEST(BadInput, AWrongBlockLengthBlocksOnlyItsOwnClient)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
@@ -109,7 +109,7 @@ TEST(BadInput, TwoHundredClientsAtOnceAreServedAndSoIsTheNext)
     expect_answers(instrument);
 }
 
-TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
+TEST(BadInput, ClientsThatConnectAndVanishLeakNoDescriptor)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
@@ -138,7 +138,7 @@ TEST(BadInput, ClientsThatConnectAndVanishLeaveNoDescriptorBehind)
     EXPECT_LE(descriptors(), before + 2);
 }
 
-TEST(BadInput, AClientThatDoesNotReadHarmsNobody)
+TEST(BadInput, AClientThatDoesNotReadDoesNoHarm)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;

@@ -18,7 +18,7 @@ TEST(BoardControl, TheStateOfTheBoardIsShown)
         << board.output;
 }
 
-TEST(BoardControl, AChipFailsUntilItIsWellAgainOrTheServiceIsRestarted)
+TEST(BoardControl, AChipFailsUntilItIsRepairedOrTheServiceIsRestarted)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", "OVX3651P"});
@@ -34,7 +34,7 @@ TEST(BoardControl, AChipFailsUntilItIsWellAgainOrTheServiceIsRestarted)
     EXPECT_NE(instrument.ctl({"i2c"}).output.find("0x20  ok\n"), std::string::npos);
 }
 
-TEST(BoardControl, BadWordsAreToldAndRefused)
+TEST(BoardControl, BadWordsAreRefusedWithAMessage)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", "OVX3651P"});
@@ -49,7 +49,7 @@ TEST(BoardControl, BadWordsAreToldAndRefused)
     EXPECT_EQ(refused({"power-button", "smash"}), "orvan-sim: 'press' or 'release' expected, not 'smash'\n");
 }
 
-TEST(ModuleTemperature, IsHeldAndLetGoFromOutside)
+TEST(ModuleTemperature, IsHeldAndReleasedFromOutside)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", "OVX3652B"});
@@ -67,7 +67,7 @@ TEST(ModuleTemperature, IsHeldAndLetGoFromOutside)
     EXPECT_NE(client.ask(":SYST:TEMP?"), "71.5;+OK\r\n");
 }
 
-TEST(ModuleTemperature, IsNotAskedForBeforeTheInstrumentServes)
+TEST(ModuleTemperature, IsNotPolledBeforeTheInstrumentServes)
 {
     ORVAN_NEEDS_SANDBOX();
     // A failed poll of the own channel would stand in the built-in test for good; at this rate the half

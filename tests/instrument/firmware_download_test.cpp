@@ -42,7 +42,7 @@ fs::path make_package(const Instrument& instrument, const std::string& image)
 
 } // namespace
 
-TEST(FirmwareDownload, APackageFromTheLanIsInstalledEverywhereAndLeavesNothingBehind)
+TEST(FirmwareDownload, APackageFromTheLanIsInstalledEverywhereAndLeavesNoFiles)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);
@@ -116,7 +116,7 @@ TEST(FirmwareDownload, OfAnImageIsBurntByEveryModuleAndEndsTheMaintenanceUntilAR
     EXPECT_EQ(tool(instrument, {"HEID", "10.0.0.2"}).output, "534\n");
 }
 
-TEST(FirmwareDownload, OfAnImageWithAModuleThatIsGoneEndsWithAnErrorFrame)
+TEST(FirmwareDownload, OfAnImageWithAMissingModuleEndsWithAnErrorFrame)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);

@@ -112,7 +112,7 @@ TEST(FirmwareUpdate, OfTheFpgaFailsOnlyWithTheLastModuleAndKeepsTheFile)
     EXPECT_EQ(contents(file), image_of(4000));
 }
 
-TEST(FirmwareUpdate, OfAClientThatGoesInTheMidstOfItsImageIsNoUpdate)
+TEST(FirmwareUpdate, OfAClientThatDisconnectsDuringItsImageIsNotStarted)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

@@ -83,7 +83,7 @@ TEST_F(Keys, PresetResetsTheInstrument)
     EXPECT_TRUE(eventually([&] { return client.ask(":FREQ?") == preset; })) << preset;
 }
 
-TEST_F(Keys, OnesOfNoUseAreToldAndHeldOnesAreNotRepeated)
+TEST_F(Keys, InvalidOnesAreReportedAndHeldOnesAreNotRepeated)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3652B", "--log-level", "info"});
@@ -123,7 +123,7 @@ class PowerButtonOf : public testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(Models, PowerButtonOf, testing::Values("OVX3651P", "OVX3652B", "KSR-7036"),
                          platform_of);
 
-TEST_P(PowerButtonOf, EndsTheServiceInOrderOnceItIsLetGo)
+TEST_P(PowerButtonOf, EndsTheServiceCleanlyOnceItIsReleased)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument({"--model", GetParam()});
@@ -138,7 +138,7 @@ TEST_P(PowerButtonOf, EndsTheServiceInOrderOnceItIsLetGo)
     EXPECT_NE(instrument.service_log().find("ending with 1 clients\n"), std::string::npos);
 }
 
-TEST(PowerButton, ThatIsNotLetGoHoldsTheEndUpForTwentySecondsAtMost)
+TEST(PowerButton, ThatIsNotReleasedDelaysTheEndByTwentySecondsAtMost)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument({"--model", "OVX3651P"});

@@ -241,7 +241,7 @@ TEST(Settings, DamagedWhileTheInstrumentRunsAreHealedByTheNextStart)
     expect_same(read_backup(instrument.state()), bytes_of(eeprom57()), "backup");
 }
 
-TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentServesAllTheSame)
+TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentStillServes)
 {
     ORVAN_NEEDS_SANDBOX();
     SettingsRecord record;
@@ -276,7 +276,7 @@ TEST(Settings, ThatTheHostNameScriptRefusesLeaveTheHostNameAndAreLogged)
     EXPECT_EQ(instrument.client().ask("*IDN?"), kBench.reply());
 }
 
-TEST(Settings, GiveTheSystemItsHostName)
+TEST(Settings, SetTheHostName)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({}, eeprom(eeprom57));

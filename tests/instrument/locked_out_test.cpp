@@ -119,7 +119,7 @@ TEST_F(LockedOut, ByACommandThatHangsTheServiceIsStartedAgain)
 }
 
 // A module that is silent for longer, for as long as the status is looked at.
-TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoMeanwhile)
+TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoUntilItReturns)
 {
     ORVAN_NEEDS_SANDBOX();
     ::setenv("ORVAN_HANG_LIMIT", "2", 1);

@@ -216,7 +216,7 @@ TEST(MaintenanceTool, UpdatesAnInstrumentThatIsInABrokenOffTransfer)
     expect_updated(instrument, updated, image);
 }
 
-TEST(MaintenanceTool, TellsOfAnUpdateThatTheInstrumentRefuses)
+TEST(MaintenanceTool, ReportsAnUpdateThatTheInstrumentRefuses)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);
@@ -229,7 +229,7 @@ TEST(MaintenanceTool, TellsOfAnUpdateThatTheInstrumentRefuses)
     EXPECT_FALSE(fs::exists(instrument.state() / "installed"));
 }
 
-TEST(MaintenanceTool, TellsOfAModuleThatIsSilentInTheBurningAndOfTheOtherOnes)
+TEST(MaintenanceTool, ReportsAModuleThatIsSilentWhileBurningAndTheOtherOnes)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);
@@ -255,7 +255,7 @@ TEST(MaintenanceTool, RefusesAPackageForAnotherPlatformBeforeItSendsAny)
     EXPECT_FALSE(fs::exists(instrument.state() / "halde/upgrade/host_sw"));
 }
 
-TEST(MaintenanceTool, ProgramsAllModulesAndTellsWhichFailed)
+TEST(MaintenanceTool, ProgramsAllModulesAndReportsWhichFailed)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);

@@ -37,7 +37,7 @@ TEST(Records, StartFromTheFactorySetupForEveryChannelOfTheModel)
     EXPECT_EQ(third.output, "orvan-db: channel 3 is not fitted: the instrument has 2\n");
 }
 
-TEST(Records, HoldWhatEachModuleTellsOfItself)
+TEST(Records, HoldWhatEachModuleReports)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

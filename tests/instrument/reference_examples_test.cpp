@@ -6,7 +6,7 @@
 
 using namespace orvan_test;
 
-TEST(ScpiReference, ShowsRepliesThatTheInstrumentGives)
+TEST(ScpiReference, ShowsRepliesThatTheInstrumentSends)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

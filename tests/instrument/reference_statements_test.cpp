@@ -55,7 +55,7 @@ TEST(Statements, AResetSwitchesTheOutputPathLastRoutedAndTheOthersFollowAtTheirQ
     EXPECT_EQ(output_path(instrument, 3), "off");
 }
 
-TEST(Statements, AResetGivesTheOutputPathLastRoutedTheStateOfTheLastChannel)
+TEST(Statements, AResetSetsTheOutputPathLastRoutedToTheStateOfTheLastChannel)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -98,7 +98,7 @@ TEST(Statements, AResetAndARecallLeaveTheModulationRelays)
     }
 }
 
-TEST(Statements, ARestartTakesSelectionCouplingFanAndRestoreModeBack)
+TEST(Statements, ARestartResetsSelectionCouplingFanAndRestoreMode)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

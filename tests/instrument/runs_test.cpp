@@ -35,13 +35,13 @@ TEST(Runs, ALibraryRowBetweenForwardedOnesSplitsTheRun)
     EXPECT_EQ(requests_of(":FREQ?;*IDN?;:POW?"), (Requests{":FREQ?;\\r\\n", ":POW?;\\r\\n"}));
 }
 
-TEST(Runs, ARelativeHeaderStartsARunOfItsOwnWithItsWholePath)
+TEST(Runs, ARelativeHeaderStartsItsOwnRunWithItsWholePath)
 {
     ORVAN_NEEDS_SANDBOX();
     EXPECT_EQ(requests_of(":SOUR:FREQ 1e6;POW 2"), (Requests{":SOUR:FREQ 1e6;\\r\\n", ":SOUR:POW 2;\\r\\n"}));
 }
 
-TEST(Runs, AnUndefinedRelativeHeaderSendsTheRunAheadOfIt)
+TEST(Runs, AnUndefinedRelativeHeaderSendsTheRunBeforeIt)
 {
     ORVAN_NEEDS_SANDBOX();
     std::string reply;

@@ -82,7 +82,7 @@ void expect_no_records(const std::string& told, const std::string& reason)
 
 } // namespace
 
-TEST(StartUp, AFactorySetupThatIsNoneIsLoggedAndTheRecordsStandEmpty)
+TEST(StartUp, AnInvalidFactorySetupIsLoggedAndTheRecordsAreEmpty)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

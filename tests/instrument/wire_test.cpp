@@ -84,7 +84,7 @@ TEST(Wire, ASilentModuleIsAReceiveTimeout)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9900));
 }
 
-TEST(Wire, AModuleThatClosesWithoutAWordGivesAnEmptyResult)
+TEST(Wire, AModuleThatClosesWithoutReplyingYieldsAnEmptyResult)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;
@@ -105,7 +105,7 @@ TEST(Wire, AReplyInTwoSegmentsIsCutAtTheFirst)
     EXPECT_EQ(std::string("123456789;+OK\r\n").rfind(reply.substr(0, reply.find(";+OK")), 0), 0U) << reply;
 }
 
-TEST(Wire, OnlyTheSelectedModuleIsAsked)
+TEST(Wire, OnlyTheSelectedModuleIsQueried)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument;

@@ -17,12 +17,12 @@ uint32_t crc_of(std::string_view text)
     return crc32->crc32_signoff(crc32->calculate_crc32(crc32->crc32_init(), bytes, text.size()));
 }
 
-TEST(Crc32Utils, GivesThePublishedCheckValue)
+TEST(Crc32Utils, MatchesThePublishedCheckValue)
 {
     EXPECT_EQ(crc_of("123456789"), 0xCBF43926u);
 }
 
-TEST(Crc32Utils, GivesKnownValuesOfOtherTexts)
+TEST(Crc32Utils, MatchesKnownValuesOfOtherTexts)
 {
     EXPECT_EQ(crc_of(""), 0x00000000u);
     EXPECT_EQ(crc_of("a"), 0xE8B7BE43u);
@@ -42,7 +42,7 @@ TEST(Crc32Utils, NoBytesLeaveTheRunningValueAsItWas)
     EXPECT_EQ(Crc32Utils::getInstance()->calculate_crc32(0x12345678, nullptr, 0), 0x12345678u);
 }
 
-TEST(Crc32Utils, PiecesGiveTheValueOfTheWhole)
+TEST(Crc32Utils, PiecesYieldTheValueOfTheWhole)
 {
     const Crc32Utils* crc32 = Crc32Utils::getInstance();
     const std::string_view text = "123456789";

@@ -73,7 +73,7 @@ TEST(ElementJson, SwitchThatIsNeitherOnNorOffIsItsNumber)
     EXPECT_EQ(through_json(TYPE_BOOL, INT32_MIN), INT32_MIN);
 }
 
-TEST(ElementJson, SwitchTakesNothingElse)
+TEST(ElementJson, SwitchRejectsAnythingElse)
 {
     for (const char* text : {"null", "\"ON\"", "\"true\"", "[]", "{}", "0.5", "2147483648", "1e999"}) {
         expect_refused<int>(TYPE_BOOL, text);
@@ -273,7 +273,7 @@ TEST(ElementJson, TextWithoutItsZeroLosesItsLastByte)
     EXPECT_EQ(printed(TYPE_STRING, text_of(std::string(32, 'x'))), '"' + std::string(31, 'x') + '"');
 }
 
-TEST(ElementJson, TextTakesNothingElse)
+TEST(ElementJson, TextRejectsAnythingElse)
 {
     for (const char* text :
          {"null", "true", "1", "[]", "{}", "\"\xE2\x84\xA6\"", "\"\\u2126\"", "\"\\u0100\"", "\"\xFF\"",

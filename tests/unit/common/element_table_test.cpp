@@ -193,7 +193,7 @@ TEST(ElementTable, NothingIsScaled)
     }
 }
 
-TEST(ElementTable, EndsBehindTheLastTagWithAllBitsSet)
+TEST(ElementTable, EndsAfterTheLastTagWithAllBitsSet)
 {
     EXPECT_EQ(std::size(OrvanData::orvanMap), 145u);
     EXPECT_EQ(OrvanData::orvanMap[144].pos, 0xFFFFFFFFu);

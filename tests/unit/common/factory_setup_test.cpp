@@ -92,7 +92,7 @@ TEST_F(FactorySetup, HasTheDefaultsOfAnUnprogrammedInstrument)
     EXPECT_EQ(config.ANALOGOUTPUT.PowerMax, 15);
 }
 
-TEST_F(FactorySetup, EachValueLiesWithinItsLimits)
+TEST_F(FactorySetup, EachValueIsWithinItsLimits)
 {
     struct Range {
         const char* name;

@@ -55,7 +55,7 @@ protected:
     TempFolder folder;
 };
 
-TEST_F(FindFile, GivesTheFullPathOfAnEntryWithTheWordAnywhereInItsName)
+TEST_F(FindFile, ReturnsTheFullPathOfAnEntryWithTheWordAnywhereInItsName)
 {
     write_file(folder / "xx_ovx_module_1.2.3.tar.gz", "");
     for (const char* word : {"ovx_module", "xx", ".gz", "xx_ovx_module_1.2.3.tar.gz", ""}) {

@@ -86,7 +86,7 @@ TEST_F(FsUtils, LengthStopsAtItsLargestNumber)
 
 // --- reading ---------------------------------------------------------------------------------
 
-TEST_F(FsUtils, ReadsTheBytesAskedFor)
+TEST_F(FsUtils, ReadsTheRequestedBytes)
 {
     const std::string contents("a\0b\r\n\xFF", 6);
     write_file(path, contents);
@@ -120,7 +120,7 @@ TEST_F(FsUtils, ReadingFromWhatIsNoFileFailsWithoutWaiting)
     EXPECT_FALSE(OrvanFSUtils::readBufferFromFile((folder / "other").c_str(), nullptr, 1));
 }
 
-TEST_F(FsUtils, ReadingGoesOnAfterSignalsAndShortReads)
+TEST_F(FsUtils, ReadingContinuesAfterSignalsAndShortReads)
 {
     const std::string contents(100, 'x');
     write_file(path, contents);
@@ -221,7 +221,7 @@ TEST_F(FsUtils, FolderIsMadeWithAllItsParents)
     EXPECT_EQ(mode_of(deep), 0750u);
 }
 
-TEST_F(FsUtils, FolderTakesSlashesAndRelativePathsAsTheyCome)
+TEST_F(FsUtils, FolderAcceptsSlashesAndRelativePaths)
 {
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive((folder / "a//b/./c/").c_str(), 0755), 0);
     EXPECT_TRUE(fs::is_directory(folder / "a/b/c"));
@@ -241,7 +241,7 @@ TEST_F(FsUtils, FolderIsMadeThroughALinkToAFolder)
     EXPECT_TRUE(fs::is_directory(folder / "real/below"));
 }
 
-TEST_F(FsUtils, FolderFailsWhereAFileStands)
+TEST_F(FsUtils, FolderFailsWhereThereIsAFile)
 {
     write_file(path, "");
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive(path.c_str(), 0755), -1);
@@ -251,7 +251,7 @@ TEST_F(FsUtils, FolderFailsWhereAFileStands)
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive(nullptr, 0755), -1);
 }
 
-TEST_F(FsUtils, EmptyingAFolderTakesAllThatIsInIt)
+TEST_F(FsUtils, EmptyingAFolderRemovesAllItsContents)
 {
     fs::create_directories(folder / "host_sw/Orvan_FW/patch");
     write_file(folder / "host_sw/Orvan_FW/patch/file", "x");
@@ -263,7 +263,7 @@ TEST_F(FsUtils, EmptyingAFolderTakesAllThatIsInIt)
     EXPECT_EQ(OrvanFSUtils::delete_files_in_dir((folder.path() + "/").c_str()), 0) << "empty is well";
 }
 
-TEST_F(FsUtils, EmptyingAFolderTakesTheFoldersInItBeforeTheFiles)
+TEST_F(FsUtils, EmptyingAFolderRemovesItsFoldersBeforeItsFiles)
 {
     // Names in both orders, so that neither theirs nor that on the disk is right by chance.
     for (int i = 0; i < 40; ++i) {

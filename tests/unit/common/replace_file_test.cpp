@@ -64,7 +64,7 @@ TEST_F(ReplaceFile, NameChangesOnlyWhenTheContentsAreOnTheDisk)
     EXPECT_THAT(calls.calls, ElementsAre("write", "fsync file", "rename", "fsync folder"));
 }
 
-TEST_F(ReplaceFile, GoesOnAfterSignalsAndShortWrites)
+TEST_F(ReplaceFile, ContinuesAfterSignalsAndShortWrites)
 {
     {
         InterposedCalls calls;

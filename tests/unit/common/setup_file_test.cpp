@@ -78,7 +78,7 @@ protected:
     OrvanData data;
 };
 
-TEST_F(SetupFile, RandomRecordsComeBackBitForBit)
+TEST_F(SetupFile, RandomRecordsAreReadBackBitForBit)
 {
     std::mt19937_64 random(5);
     for (int round = 0; round < 100; ++round) {
@@ -99,7 +99,7 @@ TEST_F(SetupFile, SavingLeavesTheRecordAsItWas)
     EXPECT_TRUE(same_bytes(config, before));
 }
 
-TEST_F(SetupFile, TheSameRecordGivesTheSameFile)
+TEST_F(SetupFile, TheSameRecordMakesTheSameFile)
 {
     std::mt19937_64 random(7);
     ORVAN_CONFIG config = random_record(random);
@@ -215,7 +215,7 @@ TEST_F(SetupFile, EachFieldRefusesAnotherTypeAndTheWholeFileWithIt)
     }
 }
 
-TEST_F(SetupFile, AWrongValueAtTheEndUndoesWhatStandsBeforeIt)
+TEST_F(SetupFile, AWrongValueAtTheEndUndoesTheValuesBeforeIt)
 {
     expect_refused(R"({"CHANNEL": {"SetupNo": 1}, "SYSTEM": {"LowLevelBatAlarm": "10"}})");
 }

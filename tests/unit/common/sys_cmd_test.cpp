@@ -51,18 +51,18 @@ TEST(SysCmd, ResultIsTheExitCode)
     }
 }
 
-TEST(SysCmd, CommandThatIsNotFoundGives127)
+TEST(SysCmd, CommandThatIsNotFoundReturns127)
 {
     EXPECT_EQ(run_system_cmd("/nonexistent/he_get_net_config.sh 2>/dev/null"), 127);
     EXPECT_EQ(read_command("no-such-command-anywhere 2>/dev/null").code, 127);
 }
 
-TEST(SysCmd, FileThatIsNotExecutableGives126)
+TEST(SysCmd, FileThatIsNotExecutableReturns126)
 {
     EXPECT_EQ(run_system_cmd("/dev/null 2>/dev/null"), 126);
 }
 
-TEST(SysCmd, DeathBySignalGives128AndItsNumber)
+TEST(SysCmd, DeathBySignalReturns128PlusItsNumber)
 {
     EXPECT_EQ(run_system_cmd("kill -KILL $$"), 128 + SIGKILL);
     EXPECT_EQ(read_command("echo before; kill -TERM $$").code, 128 + SIGTERM);
@@ -103,7 +103,7 @@ TEST(SysCmd, CommandsAreFoundAlongThePathOfTheCaller)
 
 // --- output ----------------------------------------------------------------------------------
 
-TEST(SysCmd, OutputComesAsItIs)
+TEST(SysCmd, OutputIsReturnedUnchanged)
 {
     EXPECT_EQ(read_command("printf 'Dynamic eth0\\n a\\r\\n'").output, "Dynamic eth0\n a\r\n");
     EXPECT_EQ(read_command("exit 0").output, "");
@@ -117,7 +117,7 @@ TEST(SysCmd, OutputIsCutAtTheBuffer)
     EXPECT_EQ(read_command("printf 12345678", 1).output, "");
 }
 
-TEST(SysCmd, BytesBehindTheBufferAreNotTouched)
+TEST(SysCmd, BytesAfterTheBufferAreNotTouched)
 {
     char buffer[12];
     std::memset(buffer, '?', sizeof buffer);
@@ -133,7 +133,7 @@ TEST(SysCmd, OutputPastTheBufferIsDrainedSoThatTheCommandEnds)
     EXPECT_EQ(result.output, std::string(255, 'x'));
 }
 
-TEST(SysCmd, LongOutputComesWhole)
+TEST(SysCmd, LongOutputIsReturnedWhole)
 {
     const Result result = read_command("head -c 300000 /dev/zero | tr '\\0' x", 300001);
     EXPECT_EQ(result.code, 0);

@@ -80,7 +80,7 @@ protected:
     PanelProgram panel;
 };
 
-TEST_F(KeyboardBridge, Row3Column2PressedGivesByte0x23)
+TEST_F(KeyboardBridge, Row3Column2PressedSendsByte0x23)
 {
     start();
     press(3, 2);
@@ -109,7 +109,7 @@ TEST_F(KeyboardBridge, ReleasesOfColumn9AreQueuedAndThoseOfColumn7AreNot)
     EXPECT_EQ(drain(3), (std::vector<std::string>{"\x75", "\x95", "\x95"}));
 }
 
-TEST_F(KeyboardBridge, KeysOutsideTheMatrixOfSixRowsGiveNothing)
+TEST_F(KeyboardBridge, KeysOutsideTheMatrixOfSixRowsSendNothing)
 {
     start();
     for (int col = 0; col < 10; ++col) {
@@ -272,7 +272,7 @@ TEST_F(KeyboardBridge, EachCodeHasItsConnectionWithLimitsOf30Milliseconds)
               (std::vector<std::string>{"receive limit 30000", "send limit 30000", "connect 127.0.0.1"}));
 }
 
-TEST_F(KeyboardBridge, WithNobodyListeningTheQueueEmptiesAndTheCodesAreLost)
+TEST_F(KeyboardBridge, WithoutAListenerTheQueueEmptiesAndTheCodesAreLost)
 {
     start();
     const int port = 1; // where nobody listens
@@ -287,7 +287,7 @@ TEST_F(KeyboardBridge, WithNobodyListeningTheQueueEmptiesAndTheCodesAreLost)
     EXPECT_TRUE(panel.connections().empty());
 }
 
-TEST_F(KeyboardBridge, AListenerThatComesLaterGetsWhatIsTypedFromThenOn)
+TEST_F(KeyboardBridge, ALateListenerGetsWhatIsTypedFromThenOn)
 {
     start();
     redirect_panel_port(1);
@@ -357,7 +357,7 @@ TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
     }
 }
 
-TEST_F(KeyboardBridge, AKeypadThatDoesNotTakeItsSetUpGetsNoInterrupt)
+TEST_F(KeyboardBridge, AKeypadThatFailsItsSetUpGetsNoInterrupt)
 {
     refuse_one(board->i2c(), 0x34, 3);
     wiringPiSetup();
@@ -383,7 +383,7 @@ TEST(KeyboardBridgeEnd, AnInterruptThatCannotBeSetUpEndsTheProcess)
     EXPECT_EXIT(set_up(), testing::KilledBySignal(SIGABRT), "^Unable to setup ISR: Input/output error\n");
 }
 
-TEST_F(KeyboardBridge, ItSaysNothing)
+TEST_F(KeyboardBridge, ItPrintsNothing)
 {
     OutputCapture out(STDOUT_FILENO);
     OutputCapture errors(STDERR_FILENO);
@@ -455,7 +455,7 @@ TEST(KeyboardSocket, FailsForBytesThatCannotBeSentAndCloses)
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-TEST(KeyboardSocket, FailsWhereNobodyListensAndCloses)
+TEST(KeyboardSocket, FailsWithoutAListenerAndCloses)
 {
     uint8_t code = 1;
     const size_t descriptors = open_descriptors();

@@ -241,7 +241,7 @@ TEST_F(BareDevice, IsDeletedThroughTheBase)
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST_F(DeviceWithSettings, IdentificationHasNoBlankBehindACommaAndFills128Bytes)
+TEST_F(DeviceWithSettings, IdentificationHasNoBlankAfterACommaAndFills128Bytes)
 {
     put(settings->modelName, "OVX3651P");
     put(settings->serialNum, "230042");

@@ -184,7 +184,7 @@ TEST_F(DebugLog, StatusZeroSilencesLogThoughItIsForcedAndLeavesErrAlone)
     EXPECT_EQ(read_file(log()), "[ORVAN.ERR] y\n");
 }
 
-TEST_F(DebugLog, AnyStatusButZeroLetsLogSpeak)
+TEST_F(DebugLog, LogPrintsAtAnyStatusButZero)
 {
     EXPECT_EQ(OrvanDebug::SetLogStatus(-7), 0);
     EXPECT_EQ(OrvanDebug::GetLogStatus(), -7);

@@ -115,7 +115,7 @@ TEST_F(SettingsBlob, SizesAndAddresses)
     EXPECT_EQ(VERIFIED, 2);
 }
 
-TEST_F(SettingsBlob, FieldsStandLittleEndianAtTheirPlaces)
+TEST_F(SettingsBlob, FieldsAreLittleEndianAtTheirOffsets)
 {
     const Blob blob = legacy();
     const auto text_at = [&](size_t offset) { return reinterpret_cast<const char*>(&blob[offset]); };
@@ -175,7 +175,7 @@ TEST_F(SettingsBlob, ASignedBlobOfAKnownModelIsVerified)
     EXPECT_EQ(peer->classify(verified()), VERIFIED);
 }
 
-TEST_F(SettingsBlob, ANewerLayoutIsClassifiedAlike)
+TEST_F(SettingsBlob, ANewerLayoutIsClassifiedTheSameWay)
 {
     EXPECT_EQ(peer->classify(peer->build(&settings, 2, 57)), VERIFIED);
     EXPECT_EQ(peer->classify(peer->build(&settings, 0xffff, 0xffffffff)), VERIFIED);
@@ -295,7 +295,7 @@ TEST_F(SettingsBlob, SerialsAreComparedIn31Characters)
     EXPECT_TRUE(peer->has_real_serial((same.substr(1) + "1").c_str(), (same.substr(1) + "2").c_str()));
 }
 
-TEST_F(SettingsBlob, FindModelGivesTheRow)
+TEST_F(SettingsBlob, FindModelReturnsTheRow)
 {
     EXPECT_EQ((*peer)->findModel("OVX2751P"), &g_portableModelsTable[0]);
     EXPECT_EQ((*peer)->findModel("OVX6131P"), &g_portableModelsTable[3]);

@@ -124,7 +124,7 @@ TEST(Semaphore, ReleaseCountsUpToTheLimit)
     }
 }
 
-TEST(Semaphore, CountAboveTheLimitStands)
+TEST(Semaphore, CountAboveTheLimitIsKept)
 {
     COSSemaphore semaphore(3, 1);
     semaphore.Release();
@@ -135,7 +135,7 @@ TEST(Semaphore, CountAboveTheLimitStands)
     EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusOperationTimedOut);
 }
 
-TEST(Semaphore, MutexIsFreeBehindEveryWay)
+TEST(Semaphore, MutexIsFreeOnEveryReturn)
 {
     const ConditionTap tap;
     COSSemaphore semaphore(1, 1);
@@ -261,7 +261,7 @@ TEST(SemaphoreWait, WithoutAnEndItIsOnlyOverWithAUnit)
     EXPECT_TRUE(tap.deadlines.empty());
 }
 
-TEST(SemaphoreWait, InterruptedWaitGoesOnAlsoWhenAUnitIsThere)
+TEST(SemaphoreWait, InterruptedWaitContinuesEvenWhenAUnitIsThere)
 {
     ConditionTap tap;
     COSSemaphore semaphore(0, 1);
@@ -322,7 +322,7 @@ TEST(SemaphoreThreads, WithOneUnitOneThreadIsInside)
     EXPECT_EQ(count_of(semaphore), 1u);
 }
 
-TEST(SemaphoreThreads, EachReleaseLetsOneWaiterGo)
+TEST(SemaphoreThreads, EachReleaseWakesOneWaiter)
 {
     COSSemaphore semaphore(0, 10);
     std::atomic<int> gone = 0;

@@ -96,7 +96,7 @@ TEST_F(TestTable, FreshRowIsNotPerformedAndWithoutError)
     EXPECT_EQ(report.errorCode, ERR_NONE);
 }
 
-TEST_F(TestTable, EleventhTestOfAKindIsRefusedAndTheTenBeforeStand)
+TEST_F(TestTable, EleventhTestOfAKindIsRefusedAndTheFirstTenAreKept)
 {
     static const char* const kNames[] = {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9"};
     const struct {
@@ -228,7 +228,7 @@ TEST_F(TestTable, KindsHaveTheirNames)
     EXPECT_STREQ(manager->getBitTypeName(kAbove), "Unknown");
 }
 
-TEST_F(TestTable, RecordTellsTheNameOfItsTest)
+TEST_F(TestTable, RecordReportsTheNameOfItsTest)
 {
     manager->registerTest(CBIT, noting("a"));
     manager->registerTest(CBIT, noting("b"));
@@ -470,7 +470,7 @@ TEST_F(TestTable, RowThatJoinsDuringARunIsLeftForTheNextOne)
     }
 }
 
-TEST_F(TestTable, ModeSetDuringARunHoldsForTheRowsBehind)
+TEST_F(TestTable, ModeSetDuringARunAppliesToTheRemainingRows)
 {
     for (const eBitType type : {PBIT, IBIT}) {
         ran.clear();

@@ -92,7 +92,7 @@ TEST_F(PeriodicTest, OneStepComesEachPeriod)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(PeriodicTest, FirstStepComesAheadOfTheFirstWait)
+TEST_F(PeriodicTest, FirstStepComesBeforeTheFirstWait)
 {
     start(0); // no thread: the loop runs on this one, with a row that is there from its first step on
     size_t waits_before = 99;

@@ -142,7 +142,7 @@ TEST_F(LoadDatabase, RecallsTheBootSetupAndSendsItToLiveModules)
     EXPECT_EQ(orvanx->get_bootDBConfig(), 3);
 }
 
-TEST_F(LoadDatabase, ABootSetupThatMissesAFileGivesWayToTheFactorys)
+TEST_F(LoadDatabase, ABootSetupWithAMissingFileFallsBackToTheFactorySetup)
 {
     settings_in_memory().bootDBConfig = 3;
     files.write_preset(1, 3, R"({"ANALOGOUTPUT": {"Frequency": 3}})");
@@ -157,7 +157,7 @@ TEST_F(LoadDatabase, ABootSetupThatMissesAFileGivesWayToTheFactorys)
               (std::vector<LogLine>{{LOG_WARNING, "Validation Failed: Config 3 missing for Module 2"}}));
 }
 
-TEST_F(LoadDatabase, ABootSetupThatNoneCanHaveGivesWayWithoutALine)
+TEST_F(LoadDatabase, AnImpossibleBootSetupFallsBackWithoutALogLine)
 {
     settings_in_memory().bootDBConfig = 9;
     orvanx->setNumberofChannels(1);
@@ -166,7 +166,7 @@ TEST_F(LoadDatabase, ABootSetupThatNoneCanHaveGivesWayWithoutALine)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(LoadDatabase, WithoutTheFactorysFileTheRecordsStandEmpty)
+TEST_F(LoadDatabase, WithoutTheFactoryFileTheRecordsAreEmpty)
 {
     std::filesystem::remove(files.halde() / "json/ch0.json");
     orvanx->setNumberofChannels(1);
@@ -283,7 +283,7 @@ TEST(ChannelDbBeforeLoad, ThereAreNoElementsAndNoRecords)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(ChannelDb, ATagGivesItsRowOfTheTable)
+TEST_F(ChannelDb, ATagSelectsItsRowOfTheTable)
 {
     EXPECT_EQ(orvanx->get_ElemByTag(ODT_NO_TAG), nullptr);
     EXPECT_EQ(orvanx->get_ElemByTag(-7), nullptr);

@@ -127,7 +127,7 @@ TEST_F(DatabaseSync, TheLowPowerOptionLowersFourLimits)
     EXPECT_EQ(logs.lines(), (Lines{{LOG_INFO, "option LP applied"}}));
 }
 
-TEST_F(DatabaseSync, AnOptionIsAWordBetweenCommasBehindBlanks)
+TEST_F(DatabaseSync, AnOptionIsAWordBetweenCommasAfterBlanks)
 {
     const struct {
         const char* options;

@@ -287,7 +287,7 @@ TEST(FormatElement, FloatsHaveSixAndDoublesTwelveDigits)
     EXPECT_EQ(formatted(TYPE_DOUBLE, 1.0, 0.001), "1000");
 }
 
-TEST(FormatElement, TextsStandAsTheyAre)
+TEST(FormatElement, TextsAreUnchanged)
 {
     struct Text {
         char bytes[32];

@@ -508,7 +508,7 @@ TEST_F(FlashParams, AHostNameScriptWhoseEndIsNotToBeLearnedIsLogged)
               (std::vector<LogLine>{{LOG_INFO, "setHostname: failed setting host name to bench-3"}}));
 }
 
-TEST_F(FlashParams, TheHostNameReachesTheShellAsItStands)
+TEST_F(FlashParams, TheHostNameReachesTheShellUnquoted)
 {
     (*peer)->setHostname("two  words; exit 0");
     (*peer)->setHostname("");

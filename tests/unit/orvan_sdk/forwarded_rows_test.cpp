@@ -231,7 +231,7 @@ TEST_P(ForwardedRows, LeaveTheirParametersToTheModule)
     }
 }
 
-TEST_P(ForwardedRows, FormsWithoutARowReachNobody)
+TEST_P(ForwardedRows, FormsWithoutARowReachNoModule)
 {
     for (const ForwardedHeader& header : headers()) {
         for (const std::string& form : header_forms(header.pattern)) {

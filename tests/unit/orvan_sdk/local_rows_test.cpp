@@ -239,7 +239,7 @@ TEST_P(LocalRows, AnswerInEveryForm)
     }
 }
 
-TEST_P(LocalRows, RefuseAParameterTooManyBehindTheFact)
+TEST_P(LocalRows, RefuseAnExtraParameterAfterExecuting)
 {
     for (const LocalRow& row : rows()) {
         module.always(ModuleAnswer::reply(row.answer));

@@ -74,7 +74,7 @@ TEST(ModelTables, ThirdPlatform)
                                              }));
 }
 
-TEST(ModelTables, ABenchtopModelsDigitTellsItsChannels)
+TEST(ModelTables, ABenchtopModelsDigitIsItsNumberOfChannels)
 {
     for (const sDevArch_t* row = g_benchtopModelsTable; row->model != nullptr; ++row) {
         EXPECT_EQ(row->model[6] - '0', row->channelsNo) << row->model;

@@ -90,7 +90,7 @@ TEST_F(ModuleData, AnyOtherWordIsAFixedAddress)
     }
 }
 
-TEST_F(ModuleData, NoLinkIsASuccessWithALineOfItsOwn)
+TEST_F(ModuleData, NoLinkIsASuccessWithItsOwnLine)
 {
     script_prints("NoLink eth0 0.0.0.0 0.0.0.0 0.0.0.0 02:00:00:00:00:01");
     EXPECT_EQ(orvanx->network_if_detect(), 0);
@@ -176,7 +176,7 @@ TEST_F(ModuleData, LoadingTheDatabaseDetectsTheNetwork)
 
 // ---- getModuleData
 
-TEST_F(ModuleData, AModuleIsAskedFourThings)
+TEST_F(ModuleData, AModuleGetsFourQueries)
 {
     module.then(ModuleAnswer::reply("20260131;+OK\r\n"));
     module.then(ModuleAnswer::reply("1.0.7;+OK\r\n"));
@@ -258,7 +258,7 @@ TEST_F(ModuleData, LivenessIsNotLookedAt)
     EXPECT_EQ(module.connections(), 4u);
 }
 
-TEST_F(FrontEndBench, WithoutRecordsAndSettingsAModuleIsAskedAllTheSame)
+TEST_F(FrontEndBench, WithoutRecordsAndSettingsAModuleIsStillQueried)
 {
     module.always(ModuleAnswer::reply("1;+OK\r\n"));
     EXPECT_TRUE(orvanx->getModuleData(1));

@@ -129,7 +129,7 @@ TEST_F(ModuleLink, EveryRequestIsAConnectionOfItsOwn)
     EXPECT_EQ(module.connections(), 3u);
 }
 
-TEST_F(ModuleLink, RequestGoesAsItStandsWithItsZeros)
+TEST_F(ModuleLink, RequestIsSentUnchangedWithItsZeros)
 {
     const std::string request("a\0b\r\n", 5);
     ask_module(request);
@@ -178,7 +178,7 @@ TEST_F(ModuleLink, ReplyOf4096BytesIsWholeAndOneMoreIsLost)
     module_done(2);
 }
 
-TEST_F(ModuleLink, ModuleThatClosesWithoutAWordGivesTheEmptyTextWhichIsGood)
+TEST_F(ModuleLink, ModuleThatClosesWithoutReplyingYieldsAnEmptyTextAsSuccess)
 {
     module.always(ModuleAnswer::close_mute());
     EXPECT_EQ(ask_module("x\r\n"), "");
@@ -369,7 +369,7 @@ TEST_F(ModuleLink, AReplyIsRefusedForTheErrorWordAnywhere)
 
 // ---- the relays
 
-TEST_F(ModuleLink, DirectRelayPassesTheReplyAsItStands)
+TEST_F(ModuleLink, DirectRelayPassesTheReplyUnchanged)
 {
     module.always(ModuleAnswer::reply("5.0;+OK\r\n"));
     orvanx->setSelectedChannel(2);
@@ -437,7 +437,7 @@ TEST_F(ModuleLink, CallerSocketIsOneWhateverTheParserSays)
     scpi_context.user_context = record;
 }
 
-TEST_F(ModuleLink, RelayGivesTheParsersResult)
+TEST_F(ModuleLink, RelayReturnsTheParsersResult)
 {
     char good[] = "*IDN?\n";
     char bad[] = ":FOO\n";

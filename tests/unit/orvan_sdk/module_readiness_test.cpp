@@ -32,7 +32,7 @@ TEST_F(ModuleReadiness, EveryModuleThatAnswersIsLive)
     EXPECT_EQ(module.requests(), std::vector<std::string>(4, "*TST?\r\n"));
 }
 
-TEST_F(ModuleReadiness, OnlyTheChannelsAskedForArePolled)
+TEST_F(ModuleReadiness, OnlyTheRequestedChannelsArePolled)
 {
     orvanx->wait_for_channels_ready(2, 5);
     EXPECT_EQ(live(), (std::vector<bool>{true, true, false, false}));
@@ -79,7 +79,7 @@ TEST_F(ModuleReadiness, WithoutTimeNoQueryIsSent)
     EXPECT_EQ(live(), (std::vector<bool>{false, false, false, false}));
 }
 
-TEST_F(ModuleReadiness, AModuleThatRefusesStaysNotLiveAndIsAskedWithGrowingWaits)
+TEST_F(ModuleReadiness, AModuleThatRefusesStaysNotLiveAndIsPolledWithGrowingWaits)
 {
     // Asked at 0, 100, 300, 700, 1500, 3100 and 4700 ms: the waits double to 1600 and stay there. A sleep is
     // never shorter than asked for, and the last one runs on past the deadline.

@@ -115,7 +115,7 @@ TEST_F(ModuleUpdate, FpgaImageGoesToEveryModuleAsOneBlockAndStaysInPlace)
     EXPECT_THAT(lines(LOG_ERR), IsEmpty());
 }
 
-TEST_F(ModuleUpdate, AHeaderTellsHowManyDigitsTheSizeHas)
+TEST_F(ModuleUpdate, AHeaderSaysHowManyDigitsTheSizeHas)
 {
     for (const size_t size : {0u, 1u, 9u, 10u, 99u, 100u, 1234567u}) {
         const std::string image = image_of(size);
@@ -163,7 +163,7 @@ TEST_F(ModuleUpdate, AModuleThatClosesWithoutAWordHasTakenTheImage)
     expect_sent(request);
 }
 
-TEST_F(ModuleUpdate, AnFpgaImageIsToldByAWordAnywhereInItsName)
+TEST_F(ModuleUpdate, AnFpgaImageIsRecognisedByAWordAnywhereInItsName)
 {
     put_image("new-fpga_image-7.rbf", "abc");
     put_image("fpga-image.bin", "no");
@@ -196,7 +196,7 @@ TEST_F(ModuleUpdate, AnUpgradeFolderThatCannotBeReadIsLogged)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereTheFileSystemGivesItALength)
+TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereItHasALength)
 {
     // A file system in memory refuses to go to a folder's end; that of the processes does not.
     fs::create_directory_symlink("/proc/self/task", kUpgradeFolder / "fpga_image.d");
@@ -232,7 +232,7 @@ TEST_F(ModuleUpdate, TwoFpgaImagesMakeAPathThatDoesNotExist)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, AnFpgaImageThatCannotBeReadIsSentAllTheSameAndForgottenWithTheNextVerdict)
+TEST_F(ModuleUpdate, AnUnreadableFpgaImageIsStillSentAndForgottenAtTheNextVerdict)
 {
     const ShortFile file(kFpgaName);
     const OutputCapture errors(STDERR_FILENO);
@@ -391,7 +391,7 @@ TEST_F(ModuleUpdate, RestartGoesToEveryModuleWhateverItAnswers)
     EXPECT_THAT(lines(LOG_ERR), IsEmpty());
 }
 
-TEST_F(ModuleUpdate, NoMoreThanFourModulesAreAskedHoweverManyAreClaimed)
+TEST_F(ModuleUpdate, AtMostFourModulesAreQueriedHoweverManyAreClaimed)
 {
     orvanx->setNumberofChannels(kMaxChannels + 1);
     put_image(kSoftwareName, "abc");

@@ -370,7 +370,7 @@ TEST_F(FileStore, ReadingUpToTheEndSucceeds)
     EXPECT_TRUE(store->read(10, bytes.data(), 0));
 }
 
-TEST_F(FileStore, AnEmptyStoreGivesNothingAndOnlyNothing)
+TEST_F(FileStore, AnEmptyStoreReadsZeroBytesOnly)
 {
     ASSERT_TRUE(store->init());
     uint8_t byte = 0;
@@ -391,7 +391,7 @@ TEST_F(FileStore, NullPointersFailSilently)
     EXPECT_EQ(file(), counting(10));
 }
 
-TEST_F(FileStore, WritingBehindTheEndFillsTheGapWithZeros)
+TEST_F(FileStore, WritingPastTheEndFillsTheGapWithZeros)
 {
     ASSERT_TRUE(store->init());
     EXPECT_TRUE(store->write(100, counting(20).data(), 20));

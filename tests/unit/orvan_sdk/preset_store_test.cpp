@@ -80,7 +80,7 @@ TEST_F(PresetStore, APathThatDoesNotFitIsCut)
 
 // ---- store
 
-TEST_F(PresetStore, EveryChannelHasAFileOfItsOwnThatReadsBackWhole)
+TEST_F(PresetStore, EveryChannelHasItsOwnFileThatReadsBackWhole)
 {
     orvanx->set_powerOnRestore(true);
     for (int channel = 1; channel <= 4; ++channel) {
@@ -256,7 +256,7 @@ TEST_F(PresetStore, AChannelThatIsNotLiveIsLoadedAndMarkedAndNothingSent)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_F(PresetStore, StateTellsLivenessWithAFileAndWithout)
+TEST_F(PresetStore, StateReportsLivenessWithAndWithoutAFile)
 {
     files.write_preset(1, 4, "{}");
     files.write_preset(2, 4, "{}");
@@ -465,7 +465,7 @@ TEST_F(PresetStoreBeforeLoad, NothingIsStoredOrRecalled)
     EXPECT_EQ(logs.lines(), Lines{});
 }
 
-TEST_F(PresetStoreBeforeLoad, FilesAreValidatedAndClearedAllTheSame)
+TEST_F(PresetStoreBeforeLoad, FilesAreStillValidatedAndCleared)
 {
     orvanx->setNumberofChannels(1);
     files.write_preset(1, 3, "{}");
@@ -495,7 +495,7 @@ TEST_F(PresetStore, TheBootSetupIsAByteOfTheSettings)
 }
 
 // The settings have neither bus nor folder here: a write would end the process.
-TEST_F(PresetStore, TheBootSetupIsWrittenOutOnlyWhenAskedAndWithADevice)
+TEST_F(PresetStore, TheBootSetupIsWrittenOnlyOnRequestAndWithADevice)
 {
     settings_in_memory();
     orvanx->set_bootDBConfig(3, true);

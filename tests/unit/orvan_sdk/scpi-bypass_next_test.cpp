@@ -68,7 +68,7 @@ protected:
     size_t compared = 0;
 };
 
-TEST_F(NextIsBypass, GoesByTheFirstRowThatMatches)
+TEST_F(NextIsBypass, UsesTheFirstRowThatMatches)
 {
     const scpi_command_t table[] = {
         {":POWer?", SCPI_StatusPreset, 0},   {":POWer?", OrvanX_cmdBypass, 0},

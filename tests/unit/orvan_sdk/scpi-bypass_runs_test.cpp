@@ -52,7 +52,7 @@ TEST_F(BypassRuns, ALocalSetCutsTheRun)
     EXPECT_EQ(reply, "+OK\r\n");
 }
 
-TEST_F(BypassRuns, ARelativeHeaderStartsARunOfItsOwn)
+TEST_F(BypassRuns, ARelativeHeaderStartsItsOwnRun)
 {
     EXPECT_EQ(requests_of(":SOUR:FREQ 1;POW 2"), (Requests{":SOUR:FREQ 1;\r\n", ":SOUR:POW 2;\r\n"}));
 }
@@ -78,7 +78,7 @@ TEST_F(BypassRuns, BlanksBetweenSubCommandsAreSkippedAndOneSeparatorIsKept)
     EXPECT_EQ(requests_of("  :FREQ   1  ; \t :POW\t\t2 "), Requests{":FREQ 1;:POW\t2;\r\n"});
 }
 
-TEST_F(BypassRuns, ACarriageReturnAheadOfTheSeparatorEndsTheRun)
+TEST_F(BypassRuns, ACarriageReturnBeforeTheSeparatorEndsTheRun)
 {
     EXPECT_EQ(requests_of(":FREQ?\r;:POW?"), (Requests{":FREQ?;\r\n", ":POW?;\r\n"}));
 }
@@ -130,7 +130,7 @@ TEST_F(BypassRuns, AnArbitraryBlockReachesTheModuleWhole)
     EXPECT_TRUE(module.requests()[0] == command + ";\r\n");
 }
 
-TEST_F(BypassRuns, SelectedChannelsModuleIsAsked)
+TEST_F(BypassRuns, SelectedChannelsModuleIsQueried)
 {
     const ScriptedModule third("127.0.9.1");
     put_module_behind(3, third);
@@ -142,13 +142,13 @@ TEST_F(BypassRuns, SelectedChannelsModuleIsAsked)
 
 // ---- what is rejected in the middle of a line
 
-TEST_F(BypassRuns, AnUndefinedRelativeHeaderFailsBehindTheSentRun)
+TEST_F(BypassRuns, AnUndefinedRelativeHeaderFailsAfterTheSentRun)
 {
     EXPECT_EQ(requests_of(":FREQ 1;FOO"), Requests{":FREQ 1;\r\n"});
     EXPECT_EQ(reply, error_line(-113) + ";+OK\r\n");
 }
 
-TEST_F(BypassRuns, AnUndefinedAbsoluteHeaderFailsBehindTheSentRun)
+TEST_F(BypassRuns, AnUndefinedAbsoluteHeaderFailsAfterTheSentRun)
 {
     EXPECT_EQ(requests_of(":FREQ 1;:FOO 2"), Requests{":FREQ 1;\r\n"});
     EXPECT_EQ(reply, error_line(-113) + ";+OK\r\n");
@@ -230,7 +230,7 @@ TEST_F(BypassRuns, TheSixtyFifthSubCommandLosesTheRun)
     EXPECT_EQ(SCPI_ErrorCount(&scpi_context), 1);
 }
 
-TEST_F(BypassRuns, BehindALostRunANewOneStarts)
+TEST_F(BypassRuns, AfterALostRunANewOneStarts)
 {
     EXPECT_EQ(requests_of(repeated(":FREQ 1;", 65) + ":POW 2;:PHAS 3"), Requests{":POW 2;:PHAS 3;\r\n"});
     EXPECT_EQ(reply, error_line(-223) + ";+OK\r\n");
@@ -344,7 +344,7 @@ TEST_F(BypassRuns, ARefusalWithoutASuccessWordKeepsItsLineEnd)
     EXPECT_EQ(ask(":FREQ 1"), "-ERR x\r\n;+OK\r\n");
 }
 
-TEST_F(BypassRuns, AModuleThatClosesWithoutAWordGivesNoResult)
+TEST_F(BypassRuns, AModuleThatClosesWithoutReplyingYieldsNoResult)
 {
     module.always(ModuleAnswer::close_mute());
     EXPECT_EQ(ask(":FREQ?"), "+OK\r\n");

@@ -185,7 +185,7 @@ TEST_F(RunText, HeaderOneSeparatorAndParametersAreAppended)
     EXPECT_EQ(text(), ":FREQ 10;:POW?;");
 }
 
-TEST_F(RunText, SeparatorIsTheByteBehindTheHeader)
+TEST_F(RunText, SeparatorIsTheByteAfterTheHeader)
 {
     input[5] = '\t';
     stand_at(0, 5, 8, 2);

@@ -344,7 +344,7 @@ TEST(CommandTable, RowsStandInTheirOrderWithTheirHandlersAndTags)
     }
 }
 
-TEST(CommandTable, SetRowStandsRightAheadOfItsQueryRowWithTheSameTag)
+TEST(CommandTable, SetRowIsRightBeforeItsQueryRowWithTheSameTag)
 {
     const auto all = rows();
     std::map<std::string, size_t> place;

@@ -160,7 +160,7 @@ protected:
     }
 };
 
-TEST_P(SetHandler, TellsTheDeviceAndMirrorsInTheSelectedChannel)
+TEST_P(SetHandler, SetsTheDeviceAndMirrorsInTheSelectedChannel)
 {
     const std::string before = all_bytes();
     EXPECT_EQ(ask(command()), "+OK\r\n");
@@ -181,7 +181,7 @@ TEST_P(SetHandler, ARefusedValueIsASuccessAndMirrored)
     EXPECT_THAT(take_errors(), IsEmpty());
 }
 
-TEST_P(SetHandler, WithoutAServiceOnlyTheDeviceIsTold)
+TEST_P(SetHandler, WithoutAServiceOnlyTheDeviceIsSet)
 {
     const std::string before = all_bytes();
     take_service_away();
@@ -201,7 +201,7 @@ TEST_P(SetHandler, AMissingParameterChangesNothing)
     EXPECT_EQ(all_bytes(), before);
 }
 
-TEST_P(SetHandler, WithoutADeviceTheValueIsMirroredAllTheSame)
+TEST_P(SetHandler, WithoutADeviceTheValueIsStillMirrored)
 {
     const std::string before = all_bytes();
     put_device(nullptr);
@@ -249,7 +249,7 @@ TEST_F(LanSettings, ATextOf255BytesIsTakenAndOneMoreIsNot)
     EXPECT_THAT(device.calls, IsEmpty());
 }
 
-TEST_F(LanSettings, ASecondParameterTooManyIsRefusedBehindTheFact)
+TEST_F(LanSettings, ASecondExtraParameterIsRefusedAfterExecuting)
 {
     EXPECT_EQ(ask(kLan + "HOST a,b"), "-ERR -108, \"Parameter not allowed\";+OK\r\n");
     EXPECT_EQ(device.calls, Lines{"SetHostname a"});
@@ -357,7 +357,7 @@ TEST_P(GetHandler, RepliesAndMirrorsInTheSelectedChannel)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_P(GetHandler, WithoutAServiceRepliesAllTheSame)
+TEST_P(GetHandler, WithoutAServiceStillReplies)
 {
     take_service_away();
     EXPECT_EQ(ask(GetParam().query), std::string(GetParam().reply) + ";+OK\r\n");
@@ -398,7 +398,7 @@ TEST_P(GetHandler, ADeviceThatFailsWithoutAWordIsAFailure)
     EXPECT_EQ(all_bytes(), m_marked);
 }
 
-TEST_P(GetHandler, ADeviceThatFailsBehindAValueIsHeardAsItsShapeSays)
+TEST_P(GetHandler, ADeviceThatFailsAfterAValueIsHandledByItsShape)
 {
     device.refused.insert(operation());
     const std::string reply = GetParam().reply;
@@ -487,7 +487,7 @@ TEST_F(Identity, TheBatteryChargeIsANumberOfTheParserLibraryAndMirroredFirst)
     EXPECT_EQ(text(1, ODT_BATT), "41");
 }
 
-TEST_F(Identity, AResultStandsBesideOthersOfItsLine)
+TEST_F(Identity, AResultSharesItsLineWithOthers)
 {
     device.texts["GetSerial"] = "1234";
     device.texts["GetModel"] = "OVX3654B";

@@ -123,7 +123,7 @@ TEST_P(RoutedSetting, TheResultOfSelectingTheChannelDoesNotCount)
     EXPECT_EQ(device.calls, device_calls());
 }
 
-TEST_P(RoutedSetting, WithoutADeviceTheModuleIsAskedAllTheSame)
+TEST_P(RoutedSetting, WithoutADeviceTheModuleIsStillQueried)
 {
     put_device(nullptr);
     EXPECT_EQ(ask(GetParam().command), "+OK\r\n");
@@ -131,7 +131,7 @@ TEST_P(RoutedSetting, WithoutADeviceTheModuleIsAskedAllTheSame)
     expect_mirrored_in_third();
 }
 
-TEST_P(RoutedSetting, WithoutAServiceNothingIsAskedNorRouted)
+TEST_P(RoutedSetting, WithoutAServiceNothingIsQueriedOrRouted)
 {
     take_service_away();
     EXPECT_EQ(ask(GetParam().command), "+OK\r\n");
@@ -140,7 +140,7 @@ TEST_P(RoutedSetting, WithoutAServiceNothingIsAskedNorRouted)
     EXPECT_EQ(all_bytes(), before);
 }
 
-TEST_P(RoutedSetting, AMissingParameterReachesNobody)
+TEST_P(RoutedSetting, AMissingParameterReachesNeitherDeviceNorModule)
 {
     const std::string command = GetParam().command;
     EXPECT_EQ(ask(command.substr(0, command.find(' '))), kMissingParameter);

@@ -136,7 +136,7 @@ TEST_F(TestHandlers, ReportNamesOnlyTestsThatFailed)
     EXPECT_EQ(ask("*TST?"), "PBIT,MODULES,Fail,5;1 Failures;+OK\r\n");
 }
 
-TEST_F(TestHandlers, ReportStandsInTheOrderOfKindsAndRegistration)
+TEST_F(TestHandlers, ReportIsInTheOrderOfKindsAndRegistration)
 {
     add_test(IBIT, "i", BIT_FAIL, -1);
     add_test(CBIT, "c2", BIT_FAIL, 0xC0);

@@ -136,7 +136,7 @@ TEST_P(ImageUpdate, TakesABlockThatComesByteByByte)
     EXPECT_EQ(modules[2].requests(), Lines{request_of(image)});
 }
 
-TEST_P(ImageUpdate, WithoutABlockGetsTheReadersErrorWithATextOfItsOwn)
+TEST_P(ImageUpdate, WithoutABlockGetsTheReadersErrorWithItsOwnText)
 {
     put_image(GetParam().file.filename(), "as it was");
     EXPECT_EQ(ask(GetParam().header), kMissingParameter);
@@ -159,7 +159,7 @@ TEST_P(ImageUpdate, RefusesAnEmptyBlockAndLeavesTheFileAsItWas)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_P(ImageUpdate, FailsWithoutAnErrorOfItsOwnWhenTheFileCannotBeStored)
+TEST_P(ImageUpdate, FailsWithoutItsOwnErrorWhenTheFileCannotBeStored)
 {
     fs::remove_all("/home/orvan/halde/upgrade");
     std::ofstream("/home/orvan/halde/upgrade") << "no folder";
@@ -169,7 +169,7 @@ TEST_P(ImageUpdate, FailsWithoutAnErrorOfItsOwnWhenTheFileCannotBeStored)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_P(ImageUpdate, TellsWhenTheUpdateHasFailed)
+TEST_P(ImageUpdate, ReportsAFailedUpdate)
 {
     EXPECT_EQ(update("abc", {kAccepted, kAccepted, kRefused}), kTooMuchData);
     EXPECT_EQ(take_errors(), Lines{GetParam().failed});

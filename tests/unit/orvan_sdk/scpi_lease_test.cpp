@@ -205,7 +205,7 @@ TEST_F(Lease, TheFirstPetMakesAOneShotTimerOfThreeSeconds)
     scpi_lease_release(kFirst);
 }
 
-TEST_F(Lease, EachPetStartsTheTimeAnewOnTheSameTimer)
+TEST_F(Lease, EachPetRestartsTheTimeOnTheSameTimer)
 {
     scpi_lease_acquire(kFirst);
     scpi_watchdog_pet_owner(kFirst);
@@ -372,7 +372,7 @@ protected:
     TimerTap timer;
 };
 
-TEST_F(MessageLease, ACompleteLineGivesItBackAndMakesNoTimer)
+TEST_F(MessageLease, ACompleteLineReleasesItAndMakesNoTimer)
 {
     EXPECT_EQ(ask(":SYST:VERS?"), "1999.0;+OK\r\n");
     const Waiter other(kSecond);
@@ -400,7 +400,7 @@ TEST_F(MessageLease, AnIncompleteLineKeepsItAndArmsTheWatchdog)
     EXPECT_FALSE(timer.armed());
 }
 
-TEST_F(MessageLease, EachFurtherPieceStartsTheTimeAnew)
+TEST_F(MessageLease, EachFurtherPieceRestartsTheTime)
 {
     feed(":SY");
     feed("ST:");
@@ -411,7 +411,7 @@ TEST_F(MessageLease, EachFurtherPieceStartsTheTimeAnew)
     EXPECT_EQ(read_ready(client.client()), "1999.0;+OK\r\n");
 }
 
-TEST_F(MessageLease, AClientThatStopsIsToldNothingAndItsMessageIsGone)
+TEST_F(MessageLease, AClientThatStopsGetsNoReplyAndLosesItsMessage)
 {
     const OutputCapture errors(STDERR_FILENO);
     feed(":SYST:VERS?;:FOO");
@@ -434,7 +434,7 @@ TEST_F(MessageLease, AStoppedBlockIsDroppedAsAWhole)
     EXPECT_EQ(ask(":SYST:VERS?"), "1999.0;+OK\r\n");
 }
 
-TEST_F(MessageLease, ALostClientGivesItBack)
+TEST_F(MessageLease, ALostClientReleasesIt)
 {
     const OutputCapture errors(STDERR_FILENO);
     feed(":FOO;");
@@ -457,7 +457,7 @@ TEST_F(MessageLease, ALostClientWithoutAMessageResetsNothing)
     EXPECT_EQ(ask(":SYST:VERS?"), "-ERR -113, \"Undefined header\";1999.0;+OK\r\n");
 }
 
-TEST_F(MessageLease, ASocketThatClosedAheadOfTheReplyGivesItBackAndACleanBuffer)
+TEST_F(MessageLease, ASocketClosedBeforeTheReplyReleasesItAndClearsTheBuffer)
 {
     const OutputCapture errors(STDERR_FILENO);
     const TcpPair gone;
@@ -547,7 +547,7 @@ TEST_F(MessageLease, NamingAnotherClientDuringACommandSendsTheReplyThereAndLeave
 
 // ---- the time itself
 
-TEST_F(FrontEndBench, ThreeSecondsOfSilenceBehindTheLastPieceEndAMessage)
+TEST_F(FrontEndBench, ThreeSecondsOfSilenceAfterTheLastPieceEndAMessage)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "ThreadSanitizer crashes in the threads on which POSIX timers expire";

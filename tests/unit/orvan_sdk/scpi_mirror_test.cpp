@@ -87,7 +87,7 @@ TEST_F(Mirror, AnErrorIsChargedToTheFirstItemThatMeetsIt)
     EXPECT_EQ(text(1, ODT_PWR), "99"); // though it is what the module refused
 }
 
-TEST_F(Mirror, AnErrorInTheMidstSkipsOneItem)
+TEST_F(Mirror, AnErrorInTheMiddleSkipsOneItem)
 {
     run(":FREQ?;:POW?;:PHAS?", "1;-ERR -200;3;+OK\r\n");
     EXPECT_EQ(text(1, ODT_FREQ), "1");
@@ -141,7 +141,7 @@ TEST_F(Mirror, AnEmptySegmentIsAnAnswer)
     EXPECT_EQ(text(1, ODT_PWR), "3");
 }
 
-TEST_F(Mirror, QueriesBehindTheRepliesEndKeepTheirValues)
+TEST_F(Mirror, QueriesPastTheReplysEndKeepTheirValues)
 {
     run(":FREQ?;:POW?", "9;+OK\r\n");
     EXPECT_EQ(text(1, ODT_FREQ), "9");
@@ -203,7 +203,7 @@ TEST_F(Mirror, EachRunOfALineGoesToTheChannelSelectedThen)
     EXPECT_EQ(text(4, ODT_FREQ), "4");
 }
 
-TEST_F(FrontEndBench, WithoutRecordsTheReplyIsSentAllTheSame)
+TEST_F(FrontEndBench, WithoutRecordsTheReplyIsStillSent)
 {
     module.then(ModuleAnswer::reply("1;+OK\r\n"));
     EXPECT_EQ(ask(":FREQ?"), "1;+OK\r\n");

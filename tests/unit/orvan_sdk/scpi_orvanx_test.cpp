@@ -59,7 +59,7 @@ TEST(ModuleServiceTable, FieldsAfterConstruction)
     SCPI_Deinit(&scpi_context);
 }
 
-TEST_F(ModuleService, AccessorsKeepWhatTheyAreGivenUnchecked)
+TEST_F(ModuleService, AccessorsStoreAnyValueUnchecked)
 {
     orvanx->setSelectedChannel(77);
     EXPECT_EQ(orvanx->getSelectedChannel(), 77);

@@ -197,7 +197,7 @@ TEST_F(SessionFront, ALineOfQueriesClearsTheExternalMark)
     EXPECT_FALSE(external(":FREQ?;:POW?\n", "127.0.0.2"));
 }
 
-TEST_F(SessionFront, ASetAheadOfAQueryIsExternal)
+TEST_F(SessionFront, ASetBeforeAQueryIsExternal)
 {
     EXPECT_TRUE(external(":FREQ 1;:FREQ?\n", "127.0.0.2"));
 }

@@ -34,7 +34,7 @@ protected:
 
 // ---- what a client sees
 
-TEST_F(ReplyPath, EmptyBufferAtFlushGivesOnlyOk)
+TEST_F(ReplyPath, EmptyBufferAtFlushSendsOnlyOk)
 {
     EXPECT_EQ(flush(), "+OK\r\n");
 }
@@ -105,7 +105,7 @@ TEST_F(ReplyPath, WithoutARecordFlushLeavesTheReplyAlone)
     EXPECT_EQ(flush(), "kept;+OK\r\n");
 }
 
-TEST_F(ReplyPath, SuccessWordStandsBehindAnErrorLine)
+TEST_F(ReplyPath, SuccessWordFollowsAnErrorLine)
 {
     EXPECT_EQ(ask(":FOO"), "-ERR -113, \"Undefined header\";+OK\r\n");
 }
@@ -143,13 +143,13 @@ TEST_F(ReplyPath, SuccessWordCanBeSwitchedOff)
     EXPECT_EQ(flush(), "\r\n");
 }
 
-TEST_F(ReplyPath, ForwardedSetGivesTheSuccessWordAlone)
+TEST_F(ReplyPath, ForwardedSetRepliesTheSuccessWordAlone)
 {
     module.always(ModuleAnswer::reply("+OK\r\n"));
     EXPECT_EQ(ask(":FREQ 1000000000"), "+OK\r\n");
 }
 
-TEST_F(ReplyPath, ForwardedQueryGivesTheModulesValue)
+TEST_F(ReplyPath, ForwardedQueryRepliesTheModulesValue)
 {
     module.always(ModuleAnswer::reply("1000000000;+OK\r\n"));
     EXPECT_EQ(ask(":FREQ?"), "1000000000;+OK\r\n");
@@ -174,7 +174,7 @@ TEST_F(ReplyPath, QueryThenBadHeader)
     EXPECT_EQ(ask(":FREQ?;:FOO"), "1000000000;-ERR -113, \"Undefined header\";+OK\r\n");
 }
 
-TEST_F(ReplyPath, UnreachableModuleGivesItsErrorTextAndTheSuccessWord)
+TEST_F(ReplyPath, UnreachableModuleYieldsItsErrorTextAndTheSuccessWord)
 {
     const int listener = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(listener));
@@ -263,7 +263,7 @@ TEST_F(ReplyPath, AfterABlockNoSeparatorIsAddedOrTakenBack)
     EXPECT_EQ(user().binary_block_active, 0);
 }
 
-TEST_F(ReplyPath, BlockBehindTextHasNoSeparatorOfItsOwn)
+TEST_F(ReplyPath, BlockAfterTextHasNoSeparator)
 {
     put("a");
     put_block("1");
@@ -373,7 +373,7 @@ TEST_F(ReplyPath, InterruptedAndPartialWritesGoOn)
                                                      "write 9", "TCP_CORK=0"}));
 }
 
-TEST_F(ReplyPath, ClosedSocketIsToldOnStandardErrorAndTheNextClientGetsACleanBuffer)
+TEST_F(ReplyPath, ClosedSocketIsReportedOnStandardErrorAndTheNextClientGetsACleanBuffer)
 {
     put("lost");
     user().binary_block_active = 1;
@@ -419,7 +419,7 @@ TEST_F(ReplyPath, SocketThatCannotBeCorkedStillGetsTheReply)
 
 // ---- tokens and logs
 
-TEST(HasToken, StandsAnywhere)
+TEST(HasToken, IsFoundAnywhere)
 {
     EXPECT_NE(has_token("-ERR", 4, "-ERR", 4), 0);
     EXPECT_NE(has_token("abc-ERR", 7, "-ERR", 4), 0);

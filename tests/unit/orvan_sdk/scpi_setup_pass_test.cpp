@@ -90,7 +90,7 @@ TEST(CommandPasses, HoldTheElementsThatTheElementTableMarks)
     EXPECT_EQ(marked[eSendPri2], tags(kSentStates));
 }
 
-TEST_F(CommandPass, EachElementIsARequestOfItsOwnInTheOrderOfTheTags)
+TEST_F(CommandPass, EachElementIsItsOwnRequestInTagOrder)
 {
     set_sent_setup(1);
     orvanx->scpi_cmds_pass(1, eSendPri1);

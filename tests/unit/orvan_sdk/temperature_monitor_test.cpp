@@ -11,7 +11,7 @@ const LogLine kRefused = {LOG_WARNING, "Failed to get temperature: -ERR -200, \"
 
 // ---- a poll
 
-TEST_F(TemperatureMonitor, EveryChannelIsAskedOnceAtItsOwnModule)
+TEST_F(TemperatureMonitor, EveryChannelIsPolledOnceAtItsOwnModule)
 {
     poll();
     for (int ch = 1; ch <= kMaxChannels; ++ch) {
@@ -20,7 +20,7 @@ TEST_F(TemperatureMonitor, EveryChannelIsAskedOnceAtItsOwnModule)
     EXPECT_EQ(own_server.connections(), 0u);
 }
 
-TEST_F(TemperatureMonitor, TheSelectedChannelIsAskedThroughTheInstrumentsOwnServer)
+TEST_F(TemperatureMonitor, TheSelectedChannelIsPolledThroughTheInstrumentsOwnServer)
 {
     orvanx->setSelectedChannel(3);
     own_server.always(ModuleAnswer::reply("51.25;+OK\r\n"));
@@ -33,7 +33,7 @@ TEST_F(TemperatureMonitor, TheSelectedChannelIsAskedThroughTheInstrumentsOwnServ
     EXPECT_TRUE(orvanx->m_isLive[2]);
 }
 
-TEST_F(TemperatureMonitor, OnlyTheChannelsNamedAreAsked)
+TEST_F(TemperatureMonitor, OnlyTheChannelsNamedArePolled)
 {
     answers(3, "99");
     poll(2);
@@ -47,7 +47,7 @@ TEST_F(TemperatureMonitor, OnlyTheChannelsNamedAreAsked)
     EXPECT_EQ(greatest(), 30.0) << "the former value of a channel that is not asked";
 }
 
-TEST_F(TemperatureMonitor, NoChannelsAreNotAskedAndLeaveTheMaximum)
+TEST_F(TemperatureMonitor, WithNoChannelsNothingIsPolledAndTheMaximumIsKept)
 {
     poll();
     for (const int channels : {0, -1}) {
@@ -64,7 +64,7 @@ TEST_F(TemperatureMonitor, BeyondFourChannelsThereAreNone)
     EXPECT_EQ(behind(4).connections(), 1u);
 }
 
-TEST_F(TemperatureMonitor, TheValueIsWhatStandsBeforeTheFirstSemicolon)
+TEST_F(TemperatureMonitor, TheValueIsTheTextBeforeTheFirstSemicolon)
 {
     struct Row {
         const char* reply;
@@ -227,7 +227,7 @@ TEST_F(TemperatureMonitor, WhenTheOwnServerDoesNotAnswerTheSelectedChannelIsNotL
     EXPECT_EQ(behind(1).connections(), 0u);
 }
 
-TEST_F(TemperatureMonitor, WithoutRecordsThePollWorksAllTheSame)
+TEST_F(TemperatureMonitor, WithoutRecordsThePollStillWorks)
 {
     poll(0);
     const Scpi_Orvanx* const before = orvanx;
@@ -277,7 +277,7 @@ TEST_F(TemperatureMonitor, APollThatThrowsLeavesLivenessAndMaximumAsTheyWere)
 
 // ---- the answer for the service
 
-TEST_F(TemperatureMonitor, TheResponseIsTheMaximumOfAPollOfItsOwn)
+TEST_F(TemperatureMonitor, TheResponseIsTheMaximumOfItsOwnPoll)
 {
     answers(4, "48.25");
     logs.clear();

@@ -99,7 +99,7 @@ TEST_F(TemperatureThread, TheThreadAsksTheInstalledChannels)
     orvanx->setNumberofChannels(kMaxChannels);
 }
 
-TEST_F(TemperatureThread, AnEndIsSeenAfterTheSleepAndThePollBehindIt)
+TEST_F(TemperatureThread, AnEndIsSeenAfterTheSleepAndTheFollowingPoll)
 {
     start();
     run_flag(*orvanx) = false;

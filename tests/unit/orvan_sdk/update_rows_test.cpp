@@ -82,7 +82,7 @@ TEST_F(UpdateRows, RefuseAnImageThatIsNoneAndSendNothing)
     EXPECT_TRUE(std::filesystem::is_empty(kUpgradeFolder));
 }
 
-TEST_F(UpdateRows, RefuseAParameterTooManyBehindTheFact)
+TEST_F(UpdateRows, RefuseAnExtraParameterAfterExecuting)
 {
     for (const ImageRow& row : kImageRows) {
         EXPECT_EQ(ask(short_header(row.pattern) + " #13abc,1"), kNotAllowed) << row.pattern;

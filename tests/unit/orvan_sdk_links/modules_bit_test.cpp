@@ -100,21 +100,21 @@ TEST_F(ModulesBit, InstrumentOfOneModulePassesWithItsOne)
     EXPECT_EQ(test(1), (Verdict{BIT_PASS, 0}));
 }
 
-TEST_F(ModulesBit, SecondOfThreeThatDoesNotAnswerOnItsLinkGivesC0)
+TEST_F(ModulesBit, SecondOfThreeThatDoesNotAnswerOnItsLinkReportsC0)
 {
     add_modules({1, 2, 3});
     set_live({1, 3});
     EXPECT_EQ(test(3), (Verdict{BIT_FAIL, 0xC0}));
 }
 
-TEST_F(ModulesBit, MissingLinkOfTheSecondOfTwoGivesD0)
+TEST_F(ModulesBit, MissingLinkOfTheSecondOfTwoReportsD0)
 {
     add_modules({1});
     set_live({1});
     EXPECT_EQ(test(2), (Verdict{BIT_FAIL, 0xD0}));
 }
 
-TEST_F(ModulesBit, LinkOffTheSubnetThoughTheirNumberIsRightGivesA)
+TEST_F(ModulesBit, LinkOffTheSubnetThoughTheirNumberIsRightReportsA)
 {
     add_modules({1, 4});
     set_live({1});
@@ -194,7 +194,7 @@ TEST_F(ModulesBit, ListThatCannotBeReadFailsTheTest)
     EXPECT_EQ(live, (Verdict{BIT_FAIL, 0}));
 }
 
-TEST_F(ModulesBit, ReportsTheKindItIsTold)
+TEST_F(ModulesBit, ReportsTheKindItWasGiven)
 {
     add_modules({1});
     orvanx->modules_bit(1, CBIT);

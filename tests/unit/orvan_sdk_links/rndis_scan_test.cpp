@@ -192,7 +192,7 @@ TEST_F(RndisScanOfTree, StopsWhenItsRoomIsFull)
     EXPECT_EQ(scan_rndis_devices(nullptr, -1), 0);
 }
 
-TEST_F(RndisScanOfTree, RowsBehindTheLinksFoundStayAsTheyAre)
+TEST_F(RndisScanOfTree, RowsAfterTheLinksFoundAreUnchanged)
 {
     add_modules({2});
     const Scan scan;
@@ -251,7 +251,7 @@ TEST_F(RndisScanOfTree, DeviceWithoutARealPathCountsWithoutAUsbId)
     EXPECT_STREQ(scan.rows[0].ipv4, "192.168.8.2");
 }
 
-TEST_F(RndisScanOfTree, DirectoryThatIsNotThereIsToldOnStandardError)
+TEST_F(RndisScanOfTree, MissingDirectoryIsReportedOnStandardError)
 {
     ASSERT_EQ(mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr), 0);
     OutputCapture errors(STDERR_FILENO);
@@ -261,7 +261,7 @@ TEST_F(RndisScanOfTree, DirectoryThatIsNotThereIsToldOnStandardError)
     EXPECT_EQ(errors.text(), "opendir(/sys/class/net): No such file or directory\n");
 }
 
-TEST_F(RndisScanOfTree, DirectoryThatMayNotBeReadIsToldOnStandardError)
+TEST_F(RndisScanOfTree, UnreadableDirectoryIsReportedOnStandardError)
 {
     add_modules({1});
     fs::permissions(net, fs::perms::none);

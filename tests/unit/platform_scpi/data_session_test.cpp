@@ -172,7 +172,7 @@ TEST_F(DataSession, NumbersHaveUnitsAndWords)
     EXPECT_EQ(error_of(":FREQ FAST"), "-224,\"Illegal parameter value\"");
 }
 
-TEST_F(DataSession, OptionalParameterIsToldFromAMistake)
+TEST_F(DataSession, AbsentOptionalParameterIsDistinguishedFromAMistake)
 {
     EXPECT_EQ(reply(":OPT 7"), "7");
     EXPECT_EQ(reply(":OPT"), "-2");

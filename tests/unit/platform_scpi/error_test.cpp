@@ -29,7 +29,7 @@ struct ErrorQueue : ScpiData {
     }
 };
 
-TEST_F(ErrorQueue, GivesItsEntriesOldestFirst)
+TEST_F(ErrorQueue, ReturnsItsEntriesOldestFirst)
 {
     SCPI_ErrorPush(&context, -101);
     push(-222, "frequency");
@@ -41,7 +41,7 @@ TEST_F(ErrorQueue, GivesItsEntriesOldestFirst)
     EXPECT_EQ(SCPI_ErrorCount(&context), 0);
 }
 
-TEST_F(ErrorQueue, PopOfAnEmptyQueueGivesNoErrorAndNoText)
+TEST_F(ErrorQueue, PopOfAnEmptyQueueReturnsNoErrorAndNoText)
 {
     char text[] = "x";
     scpi_error_t entry{5, text};
@@ -78,7 +78,7 @@ TEST_F(ErrorQueue, LastEntryOfAFullQueueBecomesTheOverflowMarkAndLosesItsText)
     EXPECT_EQ(pop(), "");
 }
 
-TEST_F(ErrorQueue, TakesErrorsAgainBehindTheOverflowMarkOnceThereIsRoom)
+TEST_F(ErrorQueue, TakesErrorsAgainAfterTheOverflowMarkOnceThereIsRoom)
 {
     for (int i = 0; i < 6; ++i) {
         SCPI_ErrorPush(&context, -101);
@@ -162,7 +162,7 @@ TEST_F(ErrorQueue, CallbackFindsTheEntryInTheQueue)
     EXPECT_THAT(counts_at_error, ElementsAre(1, 2));
 }
 
-TEST_F(ErrorQueue, CallbackGetsTheNumberAsItWasGiven)
+TEST_F(ErrorQueue, CallbackGetsTheNumberUnchanged)
 {
     SCPI_ErrorPush(&context, 0x10000 + 5);
     EXPECT_THAT(errors, ElementsAre(0x10000 + 5));

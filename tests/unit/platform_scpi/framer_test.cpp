@@ -77,7 +77,7 @@ TEST(Framer, LineFeedInADefiniteBlockIsData)
     expect_one_message("DATA #210\n\n\n\n\n\n\n\n\n\n\n");
 }
 
-TEST(Framer, BlockBehindACommaIsABlock)
+TEST(Framer, BlockAfterACommaIsABlock)
 {
     expect_one_message("DATA 1,#13\n\n\n\n");
     expect_one_message("DATA 1 , \t#13\n\n\n\n");
@@ -136,7 +136,7 @@ TEST(Framer, NumberSignInAnExpressionOpensNoBlock)
     expect_ends("A (1,(2,#15),#15\nB\n", {17, 19});
 }
 
-TEST(Framer, BlockBehindAnExpressionIsABlock)
+TEST(Framer, BlockAfterAnExpressionIsABlock)
 {
     expect_one_message("A (1;2),#12\n\n\n");
     expect_one_message("A \")\",(@\"(\"),#12\n\n\n");

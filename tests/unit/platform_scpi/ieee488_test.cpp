@@ -167,7 +167,7 @@ TEST_F(CommonCommand, WaitIsDoneAtOnce)
     EXPECT_EQ(output(), "");
 }
 
-TEST_F(CommonCommand, ResetCallsTheResetCallbackAndGivesItsResult)
+TEST_F(CommonCommand, ResetCallsTheResetCallbackAndReturnsItsResult)
 {
     EXPECT_EQ(run(SCPI_CoreRst, ""), SCPI_RES_OK);
     EXPECT_EQ(resets, 1);

@@ -88,7 +88,7 @@ TEST(Input, MessageWithoutOutputHasItsLineEndAndFlush)
     EXPECT_THAT(events_however_cut("\r\n;\n"), ElementsAre(kLineEnd, "flush", kLineEnd, "flush"));
 }
 
-TEST(Input, LineEndIsAWriteOfItsOwnJustAheadOfTheFlush)
+TEST(Input, LineEndIsItsOwnWriteJustBeforeTheFlush)
 {
     EXPECT_THAT(events_however_cut(":ANSW?;ANSW?\n"),
                 ElementsAre("write \"42\"", "write \"42\"", kLineEnd, "flush"));
@@ -180,7 +180,7 @@ TEST(Input, EndOnNothingIsAnEmptyMessage)
     EXPECT_THAT(context.take_events(), ElementsAre(kLineEnd, "flush"));
 }
 
-TEST(Input, EndInsideABlockGives161AndNothingOfItStays)
+TEST(Input, EndInsideABlockReports161AndDiscardsIt)
 {
     RecordingContext context(kCommands);
     context.input(":A 1;:DATA #15\n\n");
@@ -208,7 +208,7 @@ TEST(Input, MessageOfExactlyTheBufferRuns)
                 ElementsAre("call :DATA [#12\\n\\n]", kLineEnd, "flush"));
 }
 
-TEST(Input, MessageOneByteLongerThanTheBufferGives363)
+TEST(Input, MessageOneByteLongerThanTheBufferReports363)
 {
     EXPECT_THAT(events_however_cut(":A 123456789\n", 12), ElementsAre("error -363", kLineEnd, "flush"));
 }
@@ -302,7 +302,7 @@ TEST(Input, BufferIsEmptyAtTheFlush)
     EXPECT_EQ(flushes, 4);
 }
 
-TEST(Input, NothingOfTheContextIsTouchedBehindTheLastFlush)
+TEST(Input, NothingOfTheContextIsTouchedAfterTheLastFlush)
 {
     // The context lives on pages of its own, which the flush takes away.
     const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));

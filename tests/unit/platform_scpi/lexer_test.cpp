@@ -159,7 +159,7 @@ void PrintTo(const Mistake& m, std::ostream* os)
 
 class LexerMistake : public ::testing::TestWithParam<Mistake> {};
 
-TEST_P(LexerMistake, GivesItsNumberAndPlace)
+TEST_P(LexerMistake, ReportsItsNumberAndPlace)
 {
     const Lexed lexed = lex(GetParam().text);
     EXPECT_EQ(lexed.error, GetParam().error);

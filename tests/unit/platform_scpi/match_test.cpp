@@ -29,7 +29,7 @@ TEST(Match, FormsBetweenShortAndLongDoNotMatch)
     EXPECT_FALSE(matches(":TRIGger", ":TRIGGERS"));
 }
 
-TEST(Match, CaseDoesNotMatter)
+TEST(Match, IgnoresCase)
 {
     EXPECT_TRUE(matches(":TRIGger:SOURce", ":trig:source"));
     EXPECT_TRUE(matches(":TRIGger:SOURce", ":tRiGgEr:SoUr"));
@@ -65,7 +65,7 @@ TEST(Match, OptionalNodeThatEqualsTheNextIsTriedBothWays)
     EXPECT_TRUE(matches("[:INTernal]:AM[:INTernal]:FREQ", "am:int:freq"));
 }
 
-TEST(Match, OptionalNodeAheadOfAnother)
+TEST(Match, OptionalNodeBeforeAnother)
 {
     EXPECT_TRUE(matches(":A[:B][:C]:D", "A:D"));
     EXPECT_TRUE(matches(":A[:B][:C]:D", "A:B:D"));

@@ -221,7 +221,7 @@ struct NumberInALocale : Number {
     }
 };
 
-TEST_F(NumberInALocale, OfTheStreamsHasItsDecimalPointAllTheSame)
+TEST_F(NumberInALocale, OfTheStreamsStillHasItsDecimalPoint)
 {
     struct Comma : std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
@@ -368,7 +368,7 @@ TEST_F(Number, OptionalWithUnitThatIsAbsentIsNoError)
     EXPECT_EQ(number.value, 0);
 }
 
-TEST(Decimal, ExactnessTellsWhetherSomethingWasRoundedAway)
+TEST(Decimal, ExactnessReportsWhetherDigitsWereRoundedAway)
 {
     const std::pair<std::string, bool> rows[] = {
         {"12", true},   {"12.000", true}, {"12.5", false}, {"12.0001", false}, {"0", true},

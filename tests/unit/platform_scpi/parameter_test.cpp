@@ -32,7 +32,7 @@ TEST_F(Parameter, AreReadInOrderWithWhiteSpaceAroundTheCommas)
     EXPECT_EQ(error(), 0);
 }
 
-TEST_F(Parameter, PositionIsMovedBehindWhatWasRead)
+TEST_F(Parameter, PositionIsMovedPastWhatWasRead)
 {
     parameters("ABC, 12");
     ASSERT_TRUE(next());
@@ -106,7 +106,7 @@ TEST_F(Parameter, NoCommaBetweenTwoIsMinus103)
     EXPECT_EQ(context.input_count, 1);
 }
 
-TEST_F(Parameter, NoCommaBehindAStringIsMinus103)
+TEST_F(Parameter, NoCommaAfterAStringIsMinus103)
 {
     parameters("'a'b");
     EXPECT_TRUE(next());
@@ -134,7 +134,7 @@ struct Mistake {
 
 class ParameterMistake : public ScpiData, public ::testing::WithParamInterface<Mistake> {};
 
-TEST_P(ParameterMistake, GivesItsNumber)
+TEST_P(ParameterMistake, ReportsItsNumber)
 {
     parameters(GetParam().text);
     scpi_parameter_t element;
@@ -158,7 +158,7 @@ TEST_F(Parameter, CharacterDataAndSuffixMayHaveTwelveCharacters)
     EXPECT_TRUE(next());
 }
 
-TEST_F(Parameter, IsNumberTellsTheKinds)
+TEST_F(Parameter, IsNumberDistinguishesTheKinds)
 {
     parameters("1,#HA,#Q7,#B1,1V,A,'1',#11A,(1)");
     for (const bool expected : {true, true, true, true, false, false, false, false, false}) {
@@ -264,7 +264,7 @@ TEST_F(Parameter, OptionalChoiceThatIsAbsentIsNoError)
     EXPECT_EQ(error(), 0);
 }
 
-TEST(ChoiceToName, GivesTheFirstEntryWithTheTagAsTheListSpellsIt)
+TEST(ChoiceToName, ReturnsTheFirstEntryWithTheTagAsTheListSpellsIt)
 {
     const char* name = nullptr;
     EXPECT_TRUE(SCPI_ChoiceToName(kSources, 1, &name));
@@ -453,7 +453,7 @@ TEST_F(Parameter, EmptyBlockIsABlock)
 
 struct NotABlock : ScpiData, ::testing::WithParamInterface<Mistake> {};
 
-TEST_P(NotABlock, GivesTheNumberOfItsKindAndNothingElse)
+TEST_P(NotABlock, ReportsTheNumberOfItsKindAndNothingElse)
 {
     parameters(GetParam().text);
     const char* data = "x";

@@ -32,7 +32,7 @@ TEST_F(ParseCall, EndsAtTheLineFeed)
     EXPECT_THAT(m_context.take_events(), ElementsAre("call :A [1]"));
 }
 
-TEST_F(ParseCall, Gives161ForABlockThatHoldsLessThanItSays)
+TEST_F(ParseCall, Reports161ForABlockShorterThanItsHeaderSays)
 {
     for (string text : {":DATA #15abc", ":DATA #3", ":DATA #3100abc", ":DATA 1,#15\n\n", ":DATA #15;;;;"}) {
         EXPECT_FALSE(SCPI_Parse(&context(), text.data(), text.size()));
@@ -53,7 +53,7 @@ TEST_F(ParseCall, LeavesThePartialMessageAlone)
                 ElementsAre("call :B []", "call :A [1]", "call :DATA [#14\\nabc]", kLineEnd, "flush"));
 }
 
-TEST_F(ParseCall, GivesHandlersTheEndOfItsOwnText)
+TEST_F(ParseCall, PassesHandlersTheEndOfItsOwnText)
 {
     m_context.in_handler = [](scpi_t* c) {
         const lex_state_t& lex = c->param_list.lex_state;

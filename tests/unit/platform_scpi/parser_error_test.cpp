@@ -6,7 +6,7 @@ using testing::ElementsAre;
 
 class ParserErrors : public ParserFixture {};
 
-TEST_F(ParserErrors, UndefinedHeaderGives113)
+TEST_F(ParserErrors, UndefinedHeaderReports113)
 {
     expect_error(":FOO", -113);
     expect_error("FOO 1", -113);
@@ -22,7 +22,7 @@ TEST_F(ParserErrors, LaterUnitsRunAfterAnUndefinedHeader)
     EXPECT_THAT(run(":A 1;:FOO;:B 2"), ElementsAre("call :A [1]", "error -113", "call :B [2]"));
 }
 
-TEST_F(ParserErrors, CharacterThatHasNoPlaceInAHeaderGives101)
+TEST_F(ParserErrors, InvalidCharacterInAHeaderReports101)
 {
     expect_error(":FR&EQ 1", -101);
     expect_error("!A", -101);
@@ -33,7 +33,7 @@ TEST_F(ParserErrors, CharacterThatHasNoPlaceInAHeaderGives101)
     expect_error("\x7f", -101);
 }
 
-TEST_F(ParserErrors, DataInPlaceOfAHeaderGives102)
+TEST_F(ParserErrors, DataInPlaceOfAHeaderReports102)
 {
     expect_error("123", -102);
     expect_error("\"A\"", -102);
@@ -45,7 +45,7 @@ TEST_F(ParserErrors, DataInPlaceOfAHeaderGives102)
     expect_error(".5", -102);
 }
 
-TEST_F(ParserErrors, HeaderWithAnEmptyOrMisbegunMnemonicGives110)
+TEST_F(ParserErrors, HeaderWithAnEmptyOrInvalidMnemonicReports110)
 {
     expect_error(":", -110);
     expect_error("*", -110);
@@ -64,7 +64,7 @@ TEST_F(ParserErrors, HeaderWithAnEmptyOrMisbegunMnemonicGives110)
     expect_error(":'A'", -110);
 }
 
-TEST_F(ParserErrors, NoWhiteSpaceBehindTheHeaderGives111)
+TEST_F(ParserErrors, NoWhiteSpaceAfterTheHeaderReports111)
 {
     expect_error(":A#15", -111);
     expect_error(":A,1", -111);
@@ -80,7 +80,7 @@ TEST_F(ParserErrors, NoWhiteSpaceBehindTheHeaderGives111)
     expect_error(":A*", -111);
 }
 
-TEST_F(ParserErrors, MnemonicOfMoreThanTwelveCharactersGives112)
+TEST_F(ParserErrors, MnemonicOfMoreThanTwelveCharactersReports112)
 {
     expect_error(":ABCDEFGHIJKLM", -112);
     expect_error(":SOUR:ABCDEFGHIJKLM:B?", -112);
@@ -93,7 +93,7 @@ TEST_F(ParserErrors, LongMnemonicOfTheTableIsNoError)
     EXPECT_THAT(run(":LONGMNEMONIC13 1"), ElementsAre("call :LONGMNEMONIC13 [1]"));
 }
 
-TEST_F(ParserErrors, UnreadParametersGive108)
+TEST_F(ParserErrors, UnreadParametersReport108)
 {
     EXPECT_THAT(run(":LEAV 1"), ElementsAre("call :LEAV", "error -108"));
     EXPECT_THAT(run(":LEAV"), ElementsAre("call :LEAV"));
@@ -101,7 +101,7 @@ TEST_F(ParserErrors, UnreadParametersGive108)
     EXPECT_THAT(run(":LEAV ,"), ElementsAre("call :LEAV", "error -108"));
 }
 
-TEST_F(ParserErrors, WhiteSpaceBehindTheReadParametersIsNotUnread)
+TEST_F(ParserErrors, WhiteSpaceAfterTheReadParametersIsNotUnread)
 {
     scpi_command_t commands[] = {{":X",
                                   [](scpi_t* c) {
@@ -117,14 +117,14 @@ TEST_F(ParserErrors, WhiteSpaceBehindTheReadParametersIsNotUnread)
     EXPECT_THAT(context.take_events(), ElementsAre("error -108", kLineEnd, "flush"));
 }
 
-TEST_F(ParserErrors, FailureWithoutAnErrorGives200)
+TEST_F(ParserErrors, FailureWithoutAnErrorReports200)
 {
     EXPECT_THAT(run(":FAIL"), ElementsAre("call :FAIL", "error -200"));
     EXPECT_THAT(run(":FAIL 1"), ElementsAre("call :FAIL", "error -200"));
     EXPECT_THAT(run(":FAIL;:B"), ElementsAre("call :FAIL", "error -200", "call :B []"));
 }
 
-TEST_F(ParserErrors, ErrorOfTheHandlersOwnStandsAlone)
+TEST_F(ParserErrors, ErrorOfTheHandlerIsTheOnlyOne)
 {
     expect_error(":FAIL:ERR 1", -222);
     expect_error(":FAIL:OK 1", -222);
@@ -136,12 +136,12 @@ TEST_F(ParserErrors, ErrorOfOneUnitDoesNotHideThatOfTheNext)
                                                                  "call :LEAV", "error -108", "error -113"));
 }
 
-TEST_F(ParserErrors, RowWithoutAHandlerGives200)
+TEST_F(ParserErrors, RowWithoutAHandlerReports200)
 {
     expect_error(":NOB", -200);
 }
 
-TEST_F(ParserErrors, OpenStringGives151AndRunsNothing)
+TEST_F(ParserErrors, OpenStringReports151AndRunsNothing)
 {
     expect_error(":A \"open", -151);
     expect_error(":A 'open;:B", -151);
@@ -150,13 +150,13 @@ TEST_F(ParserErrors, OpenStringGives151AndRunsNothing)
     EXPECT_THAT(run(":B;:A \"open;:B"), ElementsAre("call :B []", "error -151"));
 }
 
-TEST_F(ParserErrors, OpenExpressionGives171AndRunsNothing)
+TEST_F(ParserErrors, OpenExpressionReports171AndRunsNothing)
 {
     expect_error(":A (1,2", -171);
     expect_error(":A ((1);:B", -171);
 }
 
-TEST_F(ParserErrors, UndefinedHeaderCountsAheadOfBrokenData)
+TEST_F(ParserErrors, UndefinedHeaderIsReportedBeforeBrokenData)
 {
     expect_error(":FOO \"open", -113);
     expect_error(":! \"open", -101);

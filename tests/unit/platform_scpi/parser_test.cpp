@@ -20,7 +20,7 @@ TEST_F(Parser, HeaderAndParametersReachTheHandler)
     EXPECT_THAT(run("*IDN?"), ElementsAre("call *IDN? []"));
 }
 
-TEST_F(Parser, HeaderIsGivenAsTheClientWroteIt)
+TEST_F(Parser, HeaderIsPassedAsTheClientWroteIt)
 {
     EXPECT_THAT(run(":sOuRcE:freq 1"), ElementsAre("call :sOuRcE:freq [1]"));
 }
@@ -64,7 +64,7 @@ TEST_F(Parser, EveryControlCharacterButLineFeedIsWhiteSpace)
     }
 }
 
-TEST_F(Parser, CarriageReturnAheadOfTheLineFeedIsNoParameter)
+TEST_F(Parser, CarriageReturnBeforeTheLineFeedIsNoParameter)
 {
     EXPECT_THAT(run(":A 1\r"), ElementsAre("call :A [1]"));
     EXPECT_THAT(run("*IDN?\r"), ElementsAre("call *IDN? []"));
@@ -142,7 +142,7 @@ TEST_F(Parser, PathEndsWithItsMessage)
                 ElementsAre("call :SOUR:FREQ [1]", kLineEnd, "flush", "error -113", kLineEnd, "flush"));
 }
 
-TEST_F(Parser, HeaderIsPutTogetherJustAheadOfTheClientsSeparatorAndParameters)
+TEST_F(Parser, HeaderIsComposedJustBeforeTheClientsSeparatorAndParameters)
 {
     std::vector<string> seen;
     m_context.in_handler = [&](scpi_t* c) {
@@ -187,7 +187,7 @@ TEST_F(Parser, LaterUnitsAreWholeWhileAnEarlierOneRuns)
 
 // What a handler finds
 
-TEST_F(Parser, ParametersStartBehindTheHeaderWhenThereAreNone)
+TEST_F(Parser, ParametersStartAfterTheHeaderWhenThereAreNone)
 {
     m_context.in_handler = [](scpi_t* c) {
         EXPECT_EQ(c->param_list.lex_state.buffer, c->param_list.cmd_raw.data + c->param_list.cmd_raw.length);
@@ -212,7 +212,7 @@ TEST_F(Parser, ReadingStartsAtTheFirstParameter)
     EXPECT_EQ(context.count("checked"), 3u);
 }
 
-TEST_F(Parser, CountsOfTheCommandStartAnew)
+TEST_F(Parser, CountsOfTheCommandAreReset)
 {
     m_context.in_handler = [](scpi_t* c) {
         EXPECT_EQ(c->input_count, 0);

@@ -29,7 +29,7 @@ TEST_F(Result, CharactersGoOutInOneWrite)
     EXPECT_THAT(writes, ElementsAre("a;b\"\0c"s));
 }
 
-TEST_F(Result, SecondHasACommaAheadAsAWriteOfItsOwn)
+TEST_F(Result, SecondHasACommaBeforeItAsItsOwnWrite)
 {
     EXPECT_EQ(SCPI_ResultCharacters(&context, "abc", 3), 3u);
     EXPECT_EQ(SCPI_ResultInt32(&context, -5), 3u);
@@ -214,7 +214,7 @@ TEST_F(Result, InfinityAndNotANumberAreTheirAgreedNumbers)
 
 /* Blocks */
 
-TEST_F(Result, BlockHeaderIsAWriteOfItsOwnWithTheRemainingBytesAlreadyKnown)
+TEST_F(Result, BlockHeaderIsItsOwnWriteWithTheRemainingBytesAlreadyKnown)
 {
     EXPECT_EQ(SCPI_ResultArbitraryBlock(&context, "a\n#;\0", 5), 8u);
     EXPECT_THAT(writes, ElementsAre("#15", "a\n#;\0"s));
@@ -230,7 +230,7 @@ TEST_F(Result, BlockOf300BytesHasThreeDigits)
     EXPECT_EQ(output(), "#3300" + data);
 }
 
-TEST_F(Result, BlockBehindAnotherResultHasItsComma)
+TEST_F(Result, BlockAfterAnotherResultHasItsComma)
 {
     SCPI_ResultInt32(&context, 1);
     EXPECT_EQ(SCPI_ResultArbitraryBlock(&context, "ab", 2), 6u);
@@ -315,7 +315,7 @@ TEST_F(Result, ErrorIsItsNumberAndItsTextInQuotes)
     EXPECT_THAT(writes, ElementsAre("-113", ",", "\"Undefined header\""));
 }
 
-TEST_F(Result, ErrorHasItsInfoBehindASemicolonWithQuotesDoubled)
+TEST_F(Result, ErrorHasItsInfoAfterASemicolonWithQuotesDoubled)
 {
     char info[] = "the \"x\"";
     const scpi_error_t error{-200, info};

@@ -230,7 +230,7 @@ TEST_F(FrontPanelTest, ItsEndWaitsForTheKeyAtWork)
     EXPECT_EQ(commands.messages().size(), 1u) << "the second was still in the queue";
 }
 
-TEST_F(FrontPanelTest, LeavesNoDescriptorsBehind)
+TEST_F(FrontPanelTest, LeaksNoDescriptors)
 {
     panel.reset();
     const size_t before = open_descriptors();
@@ -243,7 +243,7 @@ TEST_F(FrontPanelTest, LeavesNoDescriptorsBehind)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(FrontPanelTest, OutOfDescriptorsItLogsThatAndGoesOnLater)
+TEST_F(FrontPanelTest, OutOfDescriptorsItLogsThatAndContinuesLater)
 {
     const UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};

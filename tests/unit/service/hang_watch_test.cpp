@@ -152,7 +152,7 @@ TEST_F(HangWatchTest, ReportsAMessageWithoutProgressOnceAndFeedsTheWatchdogNoMor
     EXPECT_EQ(log.lines().size(), 1u);
 }
 
-TEST_F(HangWatchTest, ReportsThatItGoesOn)
+TEST_F(HangWatchTest, ReportsThatItHasRecovered)
 {
     watch_for(1500ms);
     hold("*IDN?\n");
@@ -175,7 +175,7 @@ TEST_F(HangWatchTest, ReportsThatItGoesOn)
     EXPECT_EQ(manager.take(), (Texts{"STATUS=" + hang, "STATUS=", "WATCHDOG=1"}));
 }
 
-TEST_F(HangWatchTest, WakesWhoeverWatchesWhenAMessageThatHungIsDone)
+TEST_F(HangWatchTest, WakesTheWatcherWhenAMessageThatHungIsDone)
 {
     watch_for(1s);
     hold("*IDN?\n");

@@ -133,7 +133,7 @@ TEST(HostileClients, ManyThatConnectAndVanishLeaveNothing)
     expect_good_service(server.port());
 }
 
-TEST(HostileClients, AHangUpInMidMessageHarmsNobody)
+TEST(HostileClients, AHangUpInMidMessageDoesNoHarm)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -166,7 +166,7 @@ TEST(HostileClients, OneThatLeavesBeforeItsReplyHasItsMessageExecuted)
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
 }
 
-TEST(HostileClients, OneThatNeverEndsItsLineHoldsNobodyUp)
+TEST(HostileClients, OneThatNeverEndsItsLineDelaysNoOther)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -430,7 +430,7 @@ TEST(HostileClients, TheClockOfAHalfMessageStopsWhileACommandRuns)
     EXPECT_EQ(half.ask("Q?\n"), ":FREQ?;+OK\r\n");
 }
 
-TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndHoldNobodyElseUp)
+TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndDelayNoOther)
 {
     RecordingSink sink;
     RunningServer server(sink, {.message_budget = 7'000'000});
@@ -458,7 +458,7 @@ TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndHoldNobodyElseUp)
 }
 
 // Two clients that ask and wait, with commands of some time, leave their turns to a third with several lines.
-TEST(HostileClients, ThoseThatAskAgainAtOnceKeepNobodyFromTheirNextTurn)
+TEST(HostileClients, ThoseThatAskAgainAtOnceCostNoOtherItsTurn)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the command's own time

@@ -80,7 +80,7 @@ TEST_F(IdleCostTest, TwoHundredAndFiftySixClientsCostLessThanAMegabyteAndNoThrea
     EXPECT_EQ(number("Threads"), threads);
 }
 
-TEST_F(IdleCostTest, IdleClientsWakeNobody)
+TEST_F(IdleCostTest, IdleClientsWakeNoThread)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer has a thread of its own that wakes all the time";

@@ -89,7 +89,7 @@ TEST_F(InstrumentTest, ModulesThatAnswerAreLoggedAndThoseThatDoNot)
     EXPECT_EQ(log.count(LOG_WARNING, "module 3 at " + at + " does not answer"), 0u);
 }
 
-TEST_F(InstrumentTest, RepliesGoToTheClientThatAsked)
+TEST_F(InstrumentTest, RepliesGoToTheRequestingClient)
 {
     RunningServer server(instrument);
     TestClient first(server.port());
@@ -235,7 +235,7 @@ TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
 }
 
 // A client's turn ends with its lease given back, however the client ends.
-TEST_F(InstrumentTest, LostClientsLeaveNoLeaseBehind)
+TEST_F(InstrumentTest, LostClientsLeakNoLease)
 {
     OutputCapture errors(STDERR_FILENO);
     RunningServer server(instrument);

@@ -112,7 +112,7 @@ TEST_F(BoardControlTest, TheSeamOpensItByTheEnvironmentAndClosesIt)
     hw_control_close();
 }
 
-TEST_F(BoardControlTest, APathOfNoUseIsToldAndTheProcessGoesOnWithout)
+TEST_F(BoardControlTest, AnInvalidPathIsReportedAndTheProcessContinues)
 {
     ::setenv("ORVAN_BOARD_CONTROL", (m_folder / "none" / "s").c_str(), 1);
     testing::internal::CaptureStderr();

@@ -87,7 +87,7 @@ TEST_P(StateOf, LookingChangesNothing)
     EXPECT_TRUE(board.trace().lines().empty());
 }
 
-TEST_P(StateOf, TellsThePowerButton)
+TEST_P(StateOf, ReportsThePowerButton)
 {
     EXPECT_EQ(state_of(board, "power button"), "released");
     board.power_button(true);
@@ -96,7 +96,7 @@ TEST_P(StateOf, TellsThePowerButton)
     EXPECT_EQ(state_of(board, "power button"), "released");
 }
 
-TEST_P(StateOf, TellsAChipThatIsMadeToFail)
+TEST_P(StateOf, ReportsAChipThatIsMadeToFail)
 {
     EXPECT_EQ(state_of(board, "i2c 0x20"), "(no such line)");
     const auto fault = insert_fault(board.i2c(), 0x20);
@@ -151,14 +151,14 @@ expander 0x20                     latch A 0x00 B 0x00, inputs A 0xff B 0xff, pin
 )");
 }
 
-TEST(BoardState, TellsWhatTheFanGets)
+TEST(BoardState, ReportsTheFanDrive)
 {
     Board board(kKsr7000Wiring, Clock::Mode::kManual);
     spi_exchange(*board.fan(), {0, 0, 0x3f});
     EXPECT_EQ(state_of(board, "fan"), "75 % of full speed, drive value 0x3f");
 }
 
-TEST(BoardState, TellsTheRoutingOfASlot)
+TEST(BoardState, ReportsTheRoutingOfASlot)
 {
     Board board(kBenchtopWiring, Clock::Mode::kManual);
     ModulationRelays& relays = *board.relays();
@@ -177,7 +177,7 @@ TEST(BoardState, TellsTheRoutingOfASlot)
     EXPECT_EQ(state_of(board, "modulation, slot 1"), "external AM: path relay at 1, input relay set");
 }
 
-TEST(BoardState, TellsTheBattery)
+TEST(BoardState, ReportsTheBattery)
 {
     Board board(kPortableWiring, Clock::Mode::kManual);
     board.battery()->set_charge(35);
@@ -191,7 +191,7 @@ TEST(BoardState, TellsTheBattery)
     EXPECT_EQ(state_of(board, "battery"), "taken out");
 }
 
-TEST(BoardState, TellsWhichKeysAreHeld)
+TEST(BoardState, ReportsTheKeysHeld)
 {
     Board board(kKsr7000Wiring, Clock::Mode::kManual);
     EXPECT_EQ(state_of(board, "keys held, row and column"), "none");

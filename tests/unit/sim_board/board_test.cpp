@@ -426,7 +426,7 @@ TEST(Board, ManyThreadsMayUseEverythingAtOnce)
     EXPECT_EQ(board->trace().lines_with({"delay 1"}).size(), 200u);
 }
 
-TEST(BoardWaits, AThreadThatOnlyPollsStandsOnceInTheTraceOfABoardThatRuns)
+TEST(BoardWaits, AThreadThatOnlyPollsAppearsOnceInTheTraceOfARunningBoard)
 {
     InstalledBoard board(kBenchtopWiring, Clock::Mode::kRealTime);
     const auto before = std::chrono::steady_clock::now();
@@ -464,7 +464,7 @@ TEST(BoardWaits, AnAccessOrAnotherWaitInBetweenIsNoPolling)
     )"));
 }
 
-TEST(BoardWaits, OnAManualClockEachWaitOfAPollingThreadStandsInTheTrace)
+TEST(BoardWaits, OnAManualClockEachWaitOfAPollingThreadIsTraced)
 {
     InstalledBoard board(kBenchtopWiring);
     const SelfAdvancing self(board->clock());

@@ -80,7 +80,7 @@ TEST_F(Verbs, BadAddressesAndFaultsAreRefused)
     EXPECT_EQ(access(0x20), "read");
 }
 
-TEST_F(Verbs, ThePowerButtonIsPushedHeldAndLetGo)
+TEST_F(Verbs, ThePowerButtonIsPushedHeldAndReleased)
 {
     EXPECT_EQ(run("power-button press"), "ok\n");
     EXPECT_TRUE(board.power_button_pressed());
@@ -196,7 +196,7 @@ TEST_F(Verbs, ABenchtopHasNoBattery)
     EXPECT_EQ(run("help").find("\nbattery "), std::string::npos);
 }
 
-TEST_F(Verbs, AKeyIsPushedHeldAndLetGo)
+TEST_F(Verbs, AKeyIsPushedHeldAndReleased)
 {
     Tca8418& keypad = *board.keypad();
     // As the controller sets it up: all keys in the matrix, events enabled.
@@ -240,7 +240,7 @@ TEST_F(Verbs, AKeyOutsideTheFrontPanelIsRefused)
     EXPECT_FALSE(board.keypad()->is_held(0, 0));
 }
 
-TEST(VerbTables, NoNameStandsTwice)
+TEST(VerbTables, NamesAreUnique)
 {
     std::set<std::string_view> names;
     for (const auto table : all_verbs()) {

@@ -82,7 +82,7 @@ TEST(ManualClock, APollIsAWaitLikeAnyOther)
     EXPECT_EQ(clock.poll_us(200), 200u);
 }
 
-TEST(ManualClock, StandsStillUntilAdvanced)
+TEST(ManualClock, IsStoppedUntilAdvanced)
 {
     Clock clock(Clock::Mode::kManual);
     EXPECT_EQ(clock.now_us(), 0u);

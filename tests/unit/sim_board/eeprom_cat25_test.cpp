@@ -169,7 +169,7 @@ TEST_F(Cat25640, WrenSetsWelAndWrdiClearsIt)
     EXPECT_EQ(bench.read(0, 1), Bytes{0xff});
 }
 
-TEST_F(Cat25640, ClocksBehindWrenDoNotMatter)
+TEST_F(Cat25640, ClocksAfterWrenAreIgnored)
 {
     spi_exchange(bench.chip, {Cat25Eeprom::kWren, 0x00});
     EXPECT_EQ(bench.status(), Cat25Eeprom::kWel);
@@ -241,7 +241,7 @@ TEST_F(Cat25640, WriteWithoutDataDoesNothing)
     EXPECT_EQ(bench.chip.write_cycles(), 0u);
 }
 
-TEST_F(Cat25640, UpperAddressBitsDoNotMatter)
+TEST_F(Cat25640, UpperAddressBitsAreIgnored)
 {
     bench.write_and_wait(0x2003, {0x5a});
     EXPECT_EQ(bench.chip.contents()[3], 0x5a);
@@ -288,7 +288,7 @@ TEST(Cat25040, AddressBit8IsBit3OfTheOpcode)
     EXPECT_EQ(spi_exchange(bench.chip, {0x03, 0x10, 0}).back(), 0xff);
 }
 
-TEST(Cat25020, Bit3OfTheOpcodeDoesNotMatter)
+TEST(Cat25020, Bit3OfTheOpcodeIsIgnored)
 {
     Bench bench(cat25_type("CAT25020"));
     bench.write_and_wait(0x10, {0x77});
@@ -311,7 +311,7 @@ struct Cat25Image : testing::Test {
     }
 };
 
-TEST_F(Cat25Image, ANewImageIsErasedWithItsStatusByteBehindTheCells)
+TEST_F(Cat25Image, ANewImageIsErasedWithItsStatusByteAfterTheCells)
 {
     Bench bench(cat25_type("CAT25010"), path);
     Bytes expected(0x80, 0xff);

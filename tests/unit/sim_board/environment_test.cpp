@@ -46,7 +46,7 @@ TEST_F(BoardEnvironmentTest, EachPlatformIsKnownByItsName)
     }
 }
 
-TEST_F(BoardEnvironmentTest, AnUnknownPlatformIsToldAndCountsAsNotSet)
+TEST_F(BoardEnvironmentTest, AnUnknownPlatformIsReportedAndCountsAsNotSet)
 {
     ::setenv("ORVAN_BOARD", "rack", 1);
     testing::internal::CaptureStderr();
@@ -55,7 +55,7 @@ TEST_F(BoardEnvironmentTest, AnUnknownPlatformIsToldAndCountsAsNotSet)
               "sim_board: ORVAN_BOARD=rack is none of benchtop, portable, ksr7000\n");
 }
 
-TEST_F(BoardEnvironmentTest, ARateOutsideOneToTenThousandIsToldAndCountsAsNotSet)
+TEST_F(BoardEnvironmentTest, ARateOutsideOneToTenThousandIsReportedAndCountsAsNotSet)
 {
     for (const char* rate : {"0", "10001", "-1", "2.5", "10x", "", "99999999999"}) {
         ::setenv("ORVAN_BOARD_CLOCK_RATE", rate, 1);
@@ -68,7 +68,7 @@ TEST_F(BoardEnvironmentTest, ARateOutsideOneToTenThousandIsToldAndCountsAsNotSet
     EXPECT_EQ(board_environment().clock_rate, 10000u);
 }
 
-TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeAsItTells)
+TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeFromIt)
 {
     ::setenv("ORVAN_BOARD", "benchtop", 1);
     ::setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);

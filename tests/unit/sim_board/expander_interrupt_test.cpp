@@ -157,7 +157,7 @@ TEST_F(Mcp23017Interrupt, IntpolTurnsTheOutputsAndOpenDrainOverridesIt)
     EXPECT_EQ(chip.interrupt_level(kB), 0);
 }
 
-TEST_F(Mcp23017Interrupt, TheListenerIsToldEachNewLevelOnce)
+TEST_F(Mcp23017Interrupt, TheListenerIsCalledOnceForEachNewLevel)
 {
     std::vector<std::pair<int, int>> levels;
     chip.on_interrupt([&](Mcp23017::Port port, int level) { levels.emplace_back(port, level); });

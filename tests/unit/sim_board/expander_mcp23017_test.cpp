@@ -181,7 +181,7 @@ TEST_F(Mcp23017Test, InByteModeOfBankModeThePointerStays)
     EXPECT_EQ(get(0x0a, 3), (Bytes{0x11, 0x11, 0x11}));
 }
 
-TEST_F(Mcp23017Test, AddressesBehindTheLastRegisterReadZeroAndTakeNothing)
+TEST_F(Mcp23017Test, AddressesPastTheLastRegisterReadZeroAndIgnoreWrites)
 {
     set(0x16, 0xff);
     set(0xff, 0xff);

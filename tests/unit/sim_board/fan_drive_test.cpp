@@ -15,7 +15,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-TEST(FanDrive, RunsAtFullSpeedUntilItIsTold)
+TEST(FanDrive, RunsAtFullSpeedUntilItIsSet)
 {
     const FanDrive fan;
     EXPECT_FALSE(fan.value());

@@ -46,7 +46,7 @@ TEST_F(FaultyEeprom, WithoutAFaultEverythingReachesTheChip)
     EXPECT_EQ(faulty.refuse_message(), 0);
 }
 
-TEST_F(FaultyEeprom, AnAbsentChipGivesOnesAndTakesNothing)
+TEST_F(FaultyEeprom, AnAbsentChipReadsOnesAndIgnoresWrites)
 {
     faulty.absent(true);
     write_page(0, {1});
@@ -75,7 +75,7 @@ TEST_F(FaultyEeprom, StuckBusySetsOnlyTheBusyBitOfTheStatus)
     EXPECT_EQ(spi_exchange(faulty, {0x05, 0}).back(), 0x02);
 }
 
-TEST_F(FaultyEeprom, MessagesBehindTheFirstKAreRefused)
+TEST_F(FaultyEeprom, MessagesAfterTheFirstKAreRefused)
 {
     faulty.refuse_after(2);
     EXPECT_EQ(faulty.refuse_message(), 0);
@@ -210,7 +210,7 @@ TEST_F(FaultyI2c, AChipThatDoesNotAcknowledgeOpensAndFails)
     ::close(second);
 }
 
-TEST_F(FaultyI2c, TransfersBehindTheFirstKAreRefused)
+TEST_F(FaultyI2c, TransfersAfterTheFirstKAreRefused)
 {
     faulty->refuse_after(3);
     EXPECT_EQ(bus.write_register8(fd, 0, 1), 0);

@@ -92,7 +92,7 @@ TEST_F(GpioTest, EveryAccessIsRecordedInOrder)
         pin 99 = 1 -> no such pin)"));
 }
 
-TEST_F(GpioTest, TheHandlerIsCalledOnAThreadOfItsOwnForEachEdgeOfItsKind)
+TEST_F(GpioTest, TheHandlerIsCalledOnItsOwnThreadForEachEdgeOfItsKind)
 {
     gpio.setup();
     ASSERT_EQ(gpio.isr(2, INT_EDGE_RISING, count_call), 0);
@@ -129,7 +129,7 @@ TEST_F(GpioTest, ASecondHandlerReplacesTheFirst)
     EXPECT_EQ(g_other_calls, 1);
 }
 
-TEST_F(GpioTest, ARefusedOrMeaninglessIsrGivesMinusOne)
+TEST_F(GpioTest, ARefusedOrMeaninglessIsrReturnsMinusOne)
 {
     gpio.setup();
     gpio.refuse_isr(true);

@@ -93,7 +93,7 @@ TEST_F(I2cBusTest, EveryAccessIsRecorded)
         i2c 0x0b -> 0x51)"));
 }
 
-TEST_F(I2cBusTest, AMissingAcknowledgeGivesMinusOne)
+TEST_F(I2cBusTest, AMissingAcknowledgeReturnsMinusOne)
 {
     trace.clear();
     device->acknowledges = false;

@@ -152,7 +152,7 @@ TEST_F(Tca8418Test, EventsWaitInTheirOrderAndAreCounted)
     EXPECT_EQ(get(Chip::kKeyLckEc), 0);
 }
 
-TEST_F(Tca8418Test, TheCountStandsBesideTheLockBit)
+TEST_F(Tca8418Test, TheCountSharesItsRegisterWithTheLockBit)
 {
     enable(0);
     set(Chip::kKeyLckEc, 0xff);

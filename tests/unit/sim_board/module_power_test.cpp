@@ -46,7 +46,7 @@ protected:
     Board board{kPortableWiring, Clock::Mode::kManual};
 };
 
-TEST_F(ModulePowerReport, WhatHoldsIsToldAtOnceAndThenEverySwitch)
+TEST_F(ModulePowerReport, TheStateIsReportedAtOnceAndThenEverySwitch)
 {
     report_module_power(board, path);
     EXPECT_EQ(told(), "1");
@@ -61,7 +61,7 @@ TEST_F(ModulePowerReport, WhatHoldsIsToldAtOnceAndThenEverySwitch)
     EXPECT_EQ(told(), "10");
 }
 
-TEST_F(ModulePowerReport, PowerThatIsOffAlreadyIsToldSo)
+TEST_F(ModulePowerReport, PowerThatIsAlreadyOffIsReported)
 {
     latch(0x00);
     report_module_power(board, path);
@@ -84,7 +84,7 @@ TEST_F(ModulePowerReport, APathOfNoUseIsAnError)
     EXPECT_THROW(report_module_power(board, path), std::system_error);
 }
 
-TEST_F(ModulePowerReport, AFullPipeHoldsNobodyUp)
+TEST_F(ModulePowerReport, AFullPipeBlocksNoOne)
 {
     report_module_power(board, path);
     const UniqueFd writer(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));

@@ -94,7 +94,7 @@ struct SpiBusTest : testing::Test {
     }
 };
 
-TEST_F(SpiBusTest, AMessageIsFullDuplexAndGivesItsLength)
+TEST_F(SpiBusTest, AMessageIsFullDuplexAndReturnsItsLength)
 {
     Bytes received;
     EXPECT_EQ(message({0x06, 0x00, 0xf0}, received), 3);
@@ -133,7 +133,7 @@ TEST_F(SpiBusTest, SettingsBelongToTheNodeAndOutliveItsDescriptor)
     bus.close(other);
 }
 
-TEST_F(SpiBusTest, AWordSizeOfZeroStandsForEight)
+TEST_F(SpiBusTest, AWordSizeOfZeroMeansEight)
 {
     EXPECT_EQ(ioctl<uint8_t>(SPI_IOC_WR_BITS_PER_WORD, 0), 0);
     EXPECT_EQ(read_back<uint8_t>(SPI_IOC_RD_BITS_PER_WORD), 8);
@@ -203,7 +203,7 @@ TEST_F(SpiBusTest, CsChangeLiftsChipSelectBetweenTransfersAndTheMessageEndsSelec
     EXPECT_EQ(device->events, "[x][x]");
 }
 
-TEST_F(SpiBusTest, ADelayBehindATransferIsAWaitOfTheClock)
+TEST_F(SpiBusTest, ADelayAfterATransferIsAWaitOfTheClock)
 {
     Bytes received(1);
     const Bytes sent{0x05};

@@ -18,7 +18,7 @@ TEST(Trace, KeepsLinesInOrder)
     EXPECT_TRUE(trace.lines().empty());
 }
 
-TEST(Trace, MakesALinesTextWhenItIsAskedForIt)
+TEST(Trace, MakesALinesTextOnRequest)
 {
     Trace trace(1);
     int made = 0;
@@ -33,7 +33,7 @@ TEST(Trace, MakesALinesTextWhenItIsAskedForIt)
     EXPECT_EQ(made, 2);
 }
 
-TEST(Trace, GivesLinesByPrefixInOrder)
+TEST(Trace, ReturnsLinesByPrefixInOrder)
 {
     Trace trace;
     for (const char* line : {"pin 1 = 0", "i2c 0x20 open", "delay 5", "pin 2 = 1"}) {

@@ -46,7 +46,7 @@ private:
 
 } // namespace
 
-TEST(EventLoop, AStopAheadOfTheRunEndsItAtOnce)
+TEST(EventLoop, AStopBeforeTheRunEndsItAtOnce)
 {
     EventLoop loop;
     loop.stop();
@@ -131,7 +131,7 @@ TEST(EventLoop, ASinkMayWatchOthersAndLeave)
     EXPECT_EQ(calls, 20);
 }
 
-TEST(EventLoop, NoEventsMeansNoCallsUntilTheyAreAskedForAgain)
+TEST(EventLoop, NoEventsMeansNoCallsUntilTheyAreRequestedAgain)
 {
     EventLoop loop;
     Pair pair;

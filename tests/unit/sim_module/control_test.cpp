@@ -27,7 +27,7 @@ int connect_to(const std::string& path)
 
 } // namespace
 
-TEST_F(Control, StatusTellsWhatTheModuleIsDoing)
+TEST_F(Control, StatusReportsWhatTheModuleIsDoing)
 {
     EXPECT_EQ(control("temp 31.25"), "ok");
     ask(":TRIG:SOUR BUS;*TRG;:SYST:CLOC 2026,11,20,10,49,43;:SYST:UPD:FPGA #19123456789\r\n");
@@ -127,7 +127,7 @@ TEST_F(Control, DelaysHaveDefaults)
     EXPECT_NE(control("status").find("\"mode\":\"split\",\"delay_ms\":50"), std::string::npos);
 }
 
-TEST_F(Control, TheUpdateFaultIsSetAndTold)
+TEST_F(Control, TheUpdateFaultIsSetAndReported)
 {
     EXPECT_EQ(control("update"), "ok up");
     for (const char* fault :
@@ -183,7 +183,7 @@ TEST_F(Control, ALineWithoutEndEndsTheConnectionAndNotTheModule)
     EXPECT_EQ(control("requests"), "ok 0");
 }
 
-TEST_F(Control, APortTakenWhileItWasClosedIsToldAndTheModuleStaysClosed)
+TEST_F(Control, APortTakenWhileItWasClosedIsReportedAndTheModuleStaysClosed)
 {
     EXPECT_EQ(control("refuse"), "ok");
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -28,7 +28,7 @@ TEST(Faults, AModuleThatIsUpSendsTheReplyAsOnePieceAtOnce)
     EXPECT_EQ(pieces[0].delay, 0ms);
 }
 
-TEST(Faults, EachModeHasANameAndTheNameGivesTheMode)
+TEST(Faults, EachModeHasANameAndIsFoundByIt)
 {
     for (const FaultMode mode : {FaultMode::kUp, FaultMode::kSilent, FaultMode::kRefuse, FaultMode::kClose,
                                  FaultMode::kSlow, FaultMode::kSplit, FaultMode::kLong}) {
@@ -142,7 +142,7 @@ TEST_F(FaultyModule, SplitSendsTwoSegmentsWithAPause)
     EXPECT_EQ(client.ask(":POW?\r\n"), "5;+OK\r\n");
 }
 
-TEST_F(FaultyModule, LongGivesMoreThanOneReadOfAController)
+TEST_F(FaultyModule, LongRepliesMoreThanOneReadOfAController)
 {
     EXPECT_EQ(control("long"), "ok");
     const std::string reply = ask(":FREQ?\r\n");

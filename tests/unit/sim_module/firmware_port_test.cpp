@@ -170,7 +170,7 @@ TEST_F(FirmwarePort, TakesShortFramesAsWell)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, StoresARepeatedBlockOnceAndNoneBehindAGap)
+TEST_F(FirmwarePort, StoresARepeatedBlockOnceAndNoneAfterAGap)
 {
     EXPECT_EQ(sender->ask(data_frame(1, "123")), acknowledgement(2));
     EXPECT_EQ(sender->ask(data_frame(2, "456")), acknowledgement(3));
@@ -194,7 +194,7 @@ TEST_F(FirmwarePort, AsksAgainForABlockWhoseDataHaveNotComeWhole)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, BeginsAnewWithBlockZeroAndWithBlockOne)
+TEST_F(FirmwarePort, StartsOverWithBlockZeroAndWithBlockOne)
 {
     sender->ask(data_frame(1, "abc"));
     sender->ask(data_frame(2, "def"));
@@ -265,7 +265,7 @@ TEST_F(FirmwarePort, LeavesABurningWhenANewStreamBegins)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, AnswersWhoeverSentTheFrame)
+TEST_F(FirmwarePort, AnswersTheSenderOfTheFrame)
 {
     const Sender other(module());
     EXPECT_EQ(sender->ask(data_frame(1, "1234")), acknowledgement(2));
@@ -333,7 +333,7 @@ TEST_F(FirmwarePort, TakesAStreamOfManyBlocks)
     EXPECT_NE(stored().find("\"size\":2048000,"), std::string::npos);
 }
 
-TEST_F(FirmwarePort, ForgetsAStreamInARestartAndAnswersBehindIt)
+TEST_F(FirmwarePort, ForgetsAStreamInARestartAndAnswersAfterIt)
 {
     sender->ask(data_frame(1, "123"));
     ask(":SYST:REST\r\n");
@@ -344,7 +344,7 @@ TEST_F(FirmwarePort, ForgetsAStreamInARestartAndAnswersBehindIt)
     }));
 }
 
-TEST(FirmwarePortOfAModule, IsThereOnlyWhenAskedFor)
+TEST(FirmwarePortOfAModule, IsOpenOnlyOnRequest)
 {
     sim_module::Options options;
     options.address = "127.0.0.1";

@@ -158,7 +158,7 @@ TEST_F(ForwardedHeaders, EverySetFormIsTakenInBothSpellings)
     }
 }
 
-TEST_F(ForwardedHeaders, EveryQueryGivesOneFieldInBothSpellings)
+TEST_F(ForwardedHeaders, EveryQueryReturnsOneFieldInBothSpellings)
 {
     for (const ForwardedHeader& header : kForwarded) {
         if (header.query_parameters != nullptr) {
@@ -266,7 +266,7 @@ TEST_F(ForwardedHeaders, ASetupThatTheControllerSendsIsTaken)
     }
 }
 
-TEST_F(ForwardedHeaders, TheIdentityIsTold)
+TEST_F(ForwardedHeaders, TheIdentityIsReported)
 {
     EXPECT_EQ(value("*IDN?"), "Halde Electronics Ltd.,OVX3654B,230000,1.2.3");
     EXPECT_EQ(value(":SYST:INF:MOD?"), "OVX3654B");

@@ -14,7 +14,7 @@ using Actions = InstrumentTest;
 
 } // namespace
 
-TEST_F(Reply, ResultsAndErrorsStandInTheirOrderWithTheSuccessWordBehind)
+TEST_F(Reply, ResultsAndErrorsComeInOrderFollowedByTheSuccessWord)
 {
     EXPECT_EQ(instrument.execute(":FREQ 2GHz\r\n"), "+OK\r\n");
     EXPECT_EQ(instrument.execute(":FREQ?\r\n"), "2000000000;+OK\r\n");
@@ -25,7 +25,7 @@ TEST_F(Reply, ResultsAndErrorsStandInTheirOrderWithTheSuccessWordBehind)
               "-ERR -113, \"Undefined header\";-ERR -113, \"Undefined header\";+OK\r\n");
 }
 
-TEST_F(Reply, ASeparatorAheadOfTheLineEndIsTaken)
+TEST_F(Reply, ASeparatorBeforeTheLineEndIsAccepted)
 {
     EXPECT_EQ(instrument.execute(":FREQ 1GHz;:POW 2;\r\n"), "+OK\r\n");
     EXPECT_EQ(instrument.execute(":FREQ?;\r\n"), "1000000000;+OK\r\n");
@@ -42,7 +42,7 @@ TEST_F(Reply, EveryLineEndIsTaken)
     EXPECT_EQ(instrument.execute(""), "+OK\r\n");
 }
 
-TEST_F(Reply, ARelativeHeaderFollowsThePathOfTheOneAheadOfIt)
+TEST_F(Reply, ARelativeHeaderFollowsThePathOfTheOneBeforeIt)
 {
     EXPECT_EQ(instrument.execute(":SOUR:FREQ 2GHz;POW -5;:FREQ?;POW?\r\n"), "2000000000;-5;+OK\r\n");
     EXPECT_EQ(instrument.execute(":AM:DEPT 10;STAT ON;STAT?;DEPT?\r\n"), "1;10;+OK\r\n");
@@ -65,7 +65,7 @@ TEST_F(Reply, SixtyFourUnitsFit)
     EXPECT_EQ(instrument.execute(request + "\r\n"), expected + "+OK\r\n");
 }
 
-TEST_F(Reply, OneThatIsTooLongGivesWayToAnError)
+TEST_F(Reply, OneThatIsTooLongIsReplacedByAnError)
 {
     // "5;" is two bytes, the success word and the line end are five.
     const size_t most = (Instrument::kMaxReply - 5) / 2;
@@ -144,7 +144,7 @@ TEST_F(Status, RegistersFollowTheErrors)
     EXPECT_EQ(ask("*ESE 256"), "-ERR -222, \"Data out of range\";+OK");
 }
 
-TEST_F(Status, OperationCompleteIsTold)
+TEST_F(Status, OperationCompleteIsReported)
 {
     EXPECT_EQ(value("*OPC?"), "1");
     EXPECT_EQ(ask("*OPC;*WAI"), "+OK");

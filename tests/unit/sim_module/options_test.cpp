@@ -40,7 +40,7 @@ TEST(ModuleOptions, TheChannelDecidesTheLoopbackAddressAndThePort)
     }
 }
 
-TEST(ModuleOptions, EverythingCanBeGiven)
+TEST(ModuleOptions, EveryOptionIsAccepted)
 {
     int exit_code = -1;
     const auto options =

@@ -110,7 +110,7 @@ const std::vector<std::string> kAnyPort = {"--channel=3", "--address=127.0.0.1",
 
 } // namespace
 
-TEST(ModuleProgram, TellsWhereItListensAndAnswersThere)
+TEST(ModuleProgram, PrintsWhereItListensAndAnswersThere)
 {
     Process process(kAnyPort);
     const std::string ready = process.line();

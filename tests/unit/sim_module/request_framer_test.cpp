@@ -22,7 +22,7 @@ std::vector<std::string> requests_of(RequestFramer& framer)
 
 } // namespace
 
-TEST(RequestFramer, GivesARequestOnlyWhenItsLineEndHasCome)
+TEST(RequestFramer, ReturnsARequestOnlyWhenItsLineEndHasArrived)
 {
     RequestFramer framer;
     const std::string text = ":FREQ 1;:POW 2;\r\n";
@@ -35,7 +35,7 @@ TEST(RequestFramer, GivesARequestOnlyWhenItsLineEndHasCome)
     EXPECT_TRUE(requests_of(framer).empty());
 }
 
-TEST(RequestFramer, GivesSeveralRequestsOfOnePieceInOrderAndKeepsTheRest)
+TEST(RequestFramer, ReturnsSeveralRequestsOfOnePieceInOrderAndKeepsTheRest)
 {
     RequestFramer framer;
     framer.add("a\nb\r\n\nc");

@@ -16,7 +16,7 @@ using ScpiServer = ModuleTest;
 
 } // namespace
 
-TEST_F(ScpiServer, AnswersARequestOnAConnectionOfItsOwn)
+TEST_F(ScpiServer, AnswersARequestOnItsOwnConnection)
 {
     EXPECT_EQ(ask(":FREQ 2GHz\r\n"), "+OK\r\n");
     EXPECT_EQ(ask(":FREQ?\r\n"), "2000000000;+OK\r\n");
@@ -127,7 +127,7 @@ TEST_F(ScpiServer, RefusesARequestThatIsTooLongAndGoesOn)
     EXPECT_EQ(client.reply(), "1000000000;+OK\r\n");
 }
 
-TEST_F(ScpiServer, AClientThatReadsNoReplyHoldsUpNobodyElse)
+TEST_F(ScpiServer, AClientThatReadsNoReplyDelaysNoOther)
 {
     for (int i = 0; i < 50; ++i) {
         ask(":SYST:FILE:STOR:LIST \"a-name-of-27-characters----" + std::to_string(i) + "\"\r\n");
@@ -159,7 +159,7 @@ TEST_F(ScpiServer, AClientThatReadsNoReplyHoldsUpNobodyElse)
     EXPECT_TRUE(client.ended_by_peer());
 }
 
-TEST_F(ScpiServer, AClientThatLeavesAheadOfItsReplyDoesNoHarm)
+TEST_F(ScpiServer, AClientThatLeavesBeforeItsReplyDoesNoHarm)
 {
     for (int i = 0; i < 50; ++i) {
         const Client client(module());

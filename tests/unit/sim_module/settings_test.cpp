@@ -113,7 +113,7 @@ TEST_F(SettingsTest, ValuesOfTheTableLieInTheirRange)
     }
 }
 
-TEST_F(SettingsTest, BooleansTakeWordsAndNumbersAndGiveOneOrZero)
+TEST_F(SettingsTest, BooleansTakeWordsAndNumbersAndReturnOneOrZero)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kBoolean && has_query(setting)) {
@@ -133,7 +133,7 @@ TEST_F(SettingsTest, BooleansTakeWordsAndNumbersAndGiveOneOrZero)
     }
 }
 
-TEST_F(SettingsTest, ChoicesTakeBothFormsAndGiveTheShortOne)
+TEST_F(SettingsTest, ChoicesTakeBothFormsAndReturnTheShortOne)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kChoice && setting.rows == SettingRows::kSetAndQuery) {
@@ -152,7 +152,7 @@ TEST_F(SettingsTest, ChoicesTakeBothFormsAndGiveTheShortOne)
     }
 }
 
-TEST_F(SettingsTest, ResetGivesEveryValueOfTheTable)
+TEST_F(SettingsTest, ResetSetsEveryValueOfTheTable)
 {
     for (const Setting& setting : settings_table()) {
         if (is_quantity(setting)) {

@@ -72,7 +72,7 @@ TEST_F(Lists, ReverseTurnsTheRowsRound)
     EXPECT_EQ(instrument.store().table(TableKind::kList), expected);
 }
 
-TEST_F(Lists, ADeletedListIsGoneAndNoLongerSelected)
+TEST_F(Lists, ADeletedListIsRemovedAndNoLongerSelected)
 {
     ask(":LIST:DEF \"a\";:LIST:DATA 1GHz,0,1;:LIST:DEF \"b\"");
     EXPECT_EQ(ask(":LIST:DEL \"a\""), "+OK");

@@ -26,7 +26,7 @@ std::vector<double> day_of(const Temperature& temperature)
 
 } // namespace
 
-TEST(ModuleTemperature, TheSameSeedGivesTheSameDrift)
+TEST(ModuleTemperature, TheSameSeedMakesTheSameDrift)
 {
     for (const uint64_t seed : {UINT64_C(0), UINT64_C(1), UINT64_MAX}) {
         EXPECT_EQ(day_of(Temperature(42, seed)), day_of(Temperature(42, seed))) << seed;
@@ -82,7 +82,7 @@ TEST(ModuleTemperature, AReadingHasHundredths)
     }
 }
 
-TEST(ModuleTemperature, AHeldValueStandsUntilItIsReleased)
+TEST(ModuleTemperature, AHeldValueLastsUntilItIsReleased)
 {
     Temperature temperature(42, 3);
     const double before = temperature.read_at(seconds(100));

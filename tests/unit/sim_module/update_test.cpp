@@ -125,7 +125,7 @@ TEST_F(Update, AModuleThatRefusesImagesKeepsNoneAndServesTheRest)
     EXPECT_EQ(ask(request(":SYST:UPD:SOFT", "abc")), kOk);
 }
 
-TEST_F(Update, ASilentUpdateIsNotAnsweredAndHoldsUpNobody)
+TEST_F(Update, ASilentUpdateIsNotAnsweredAndDelaysNoOther)
 {
     for (const char* fault : {"update silent-stream", "update silent-burn"}) {
         EXPECT_EQ(control(fault), "ok");
@@ -183,7 +183,7 @@ TEST_F(Restart, TakesNoParameter)
     EXPECT_TRUE(status_has("\"restarts\":0,\"away\":false"));
 }
 
-TEST_F(Restart, APortThatIsClosedStaysClosedBehindIt)
+TEST_F(Restart, APortThatIsClosedStaysClosedAfterIt)
 {
     const Client client(module());
     EXPECT_EQ(client.ask(":POW?\r\n"), "5;+OK\r\n");
@@ -196,7 +196,7 @@ TEST_F(Restart, APortThatIsClosedStaysClosedBehindIt)
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 
-TEST_F(Restart, StaysAwayWhileSomebodyHasThePort)
+TEST_F(Restart, StaysAwayWhileThePortIsInUse)
 {
     const sockaddr_in name = sim_module::socket_name(module().address(), module().port());
     int taker = -1;

@@ -106,7 +106,7 @@ TEST(SandboxLife, KilledMakerTakesEverythingAlong)
     EXPECT_TRUE(eventually([&] { return kill(init, 0) != 0; }));
 }
 
-TEST(SandboxLife, ChildrenThatNobodyWaitedForAreReapedByStop)
+TEST(SandboxLife, ChildrenNotWaitedForAreReapedByStop)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -147,7 +147,7 @@ TEST(SandboxMounts, TemporaryFilesArePrivateBothWays)
     EXPECT_FALSE(fs::exists(other.path() / "inside"));
 }
 
-TEST(SandboxMounts, TheCallersHomeIsHiddenWhereverItLies)
+TEST(SandboxMounts, TheCallersHomeIsHiddenWhereverItIs)
 {
     const TemporaryDirectory home("/var/tmp");
     std::ofstream(home.path() / "secret") << "x";

@@ -147,7 +147,7 @@ TEST(NetworkScript, DynamicLeasesAnAddressOfThePoolAndAlwaysTheSame)
     }
 }
 
-TEST(NetworkScript, TheLeaseGoesByTheHardwareAddress)
+TEST(NetworkScript, TheLeaseDependsOnTheHardwareAddress)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

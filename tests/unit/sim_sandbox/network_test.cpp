@@ -212,7 +212,7 @@ TEST(SandboxNetwork, InterfacesOfTheMachineAreUntouched)
     EXPECT_EQ(names(), names_before);
 }
 
-TEST(SandboxNetwork, DescriptorThatCannotBeMadeGivesItsErrno)
+TEST(SandboxNetwork, DescriptorThatCannotBeMadeReportsItsErrno)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -88,7 +88,7 @@ TEST(StandIns, NetworkScriptPrintsSixWordsOfEth0)
     EXPECT_TRUE(std::regex_match(mac, std::regex("([0-9a-f]{2}:){5}[0-9a-f]{2}\n"))) << mac;
 }
 
-TEST(StandIns, NetworkScriptTellsALeasedAddressAndOtherMasks)
+TEST(StandIns, NetworkScriptReportsALeasedAddressAndOtherMasks)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -105,7 +105,7 @@ TEST(StandIns, NetworkScriptTellsALeasedAddressAndOtherMasks)
         "Static eth0 10.1.2.3 255.0.0.0 0.0.0.0 0");
 }
 
-TEST(StandIns, NetworkScriptTellsALostLinkInSixWordsToo)
+TEST(StandIns, NetworkScriptReportsALostLinkInSixWordsToo)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -115,7 +115,7 @@ TEST(StandIns, NetworkScriptTellsALostLinkInSixWordsToo)
               "NoLink eth0 10.0.0.2 255.255.255.0\n6\n");
 }
 
-TEST(StandIns, RebootTellsTheOneWhoReadsThePipe)
+TEST(StandIns, RebootWritesToThePipe)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -146,7 +146,7 @@ TEST_F(SetupFile, EveryElementIsFoundByItsNameAndByNoOther)
     }
 }
 
-TEST_F(SetupFile, EntriesThatNoRecordHasAreToldAndTheRestIsShown)
+TEST_F(SetupFile, UnknownEntriesAreReportedAndTheRestIsShown)
 {
     with(R"({"EXTRA": 1, "SYSTEM": {"Foo": 2, "Model": "M", "Bar": {}}, "ANALOGOUTPUT": {"frequency": 1}})");
     const Outcome outcome = show({});
@@ -269,7 +269,7 @@ TEST_F(SetupFile, DiffIsAJsonDocumentOnDemand)
               "\t\t\t\t\"setup\":\t-12.5\n\t\t\t}\n\t\t}]\n}\n");
 }
 
-TEST_F(SetupFile, DiffLeavesOutWhatARecallTakesFromTheInstrument)
+TEST_F(SetupFile, DiffOmitsWhatARecallTakesFromTheInstrument)
 {
     const SharedRecords records(1);
     with(R"({"CHANNEL": {"Enabled": true, "State": true},
@@ -282,7 +282,7 @@ TEST_F(SetupFile, DiffLeavesOutWhatARecallTakesFromTheInstrument)
     EXPECT_EQ(lines_of(show({}).out).size(), 13u) << "the file has them all the same";
 }
 
-TEST_F(SetupFile, WhatStandsBehindATextsEndIsNoDifference)
+TEST_F(SetupFile, BytesAfterATextsEndAreNoDifference)
 {
     SharedRecords records(1);
     records.put(1, ODT_TRG_SRC, Text{"BUS\0rnal"});
@@ -320,7 +320,7 @@ TEST_F(SetupFile, OptionsThatDoNotGoTogetherEndWithTwo)
     }
 }
 
-TEST_F(SetupFile, TheHelpTellsOfSetups)
+TEST_F(SetupFile, TheHelpDescribesSetups)
 {
     const Outcome help = run_on("/orvan-db-test-none", {"--help"});
     for (const char* word : {"--setup FILE", "--diff", "3 a setup file that cannot be used"}) {
@@ -328,7 +328,7 @@ TEST_F(SetupFile, TheHelpTellsOfSetups)
     }
 }
 
-TEST_F(SetupFile, TheProgramEndsWithTheExitCodeThatItsHelpTells)
+TEST_F(SetupFile, TheProgramExitsWithTheCodeInItsHelp)
 {
     const int status = std::system((ORVAN_DB_PROGRAM " --setup " + with("{") + " 2>/dev/null").c_str());
     EXPECT_EQ(WEXITSTATUS(status), 3);

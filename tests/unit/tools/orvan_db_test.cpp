@@ -153,7 +153,7 @@ TEST(OrvanDb, ATagAloneIsShownForAllChannels)
               "2  ODT_RF_OUT              ANALOGOUTPUT.RfOutput             ON\n");
 }
 
-TEST(OrvanDb, TheColumnsStandBelowOneAnother)
+TEST(OrvanDb, TheColumnsAreAligned)
 {
     const SharedRecords records(1);
     for (const std::string& row : lines_of(run_on(records.name(), {}).out)) {
@@ -339,7 +339,7 @@ TEST(OrvanDbWatch, ShowsEveryChosenElementOnceAndThenWhatChanges)
     EXPECT_EQ(watch.end(), 0);
 }
 
-TEST(OrvanDbWatch, WhatStandsBehindATextsEndIsNoChange)
+TEST(OrvanDbWatch, BytesAfterATextsEndAreNoChange)
 {
     SharedRecords records(1);
     records.put(1, ODT_TRG_SRC, Text{"EXTernal"});
@@ -359,7 +359,7 @@ TEST(OrvanDbWatch, InJsonEachLineIsAnObject)
     EXPECT_EQ(watch.line(), "{\"channel\":1,\"tag\":\"ODT_FREQ\",\"value\":1000000000}\n");
 }
 
-TEST(OrvanDbWatch, AnObjectThatGoesEndsIt)
+TEST(OrvanDbWatch, ARemovedObjectEndsIt)
 {
     SharedRecords records(1);
     const OutputCapture errors(STDERR_FILENO);
@@ -384,7 +384,7 @@ TEST(OrvanDbWatch, AnObjectThatShrinksUnderItIsRead)
 
 // ---- the program
 
-TEST(OrvanDbProgram, EndsWithTheExitCodeThatItsHelpTells)
+TEST(OrvanDbProgram, ExitsWithTheCodeInItsHelp)
 {
     int status = std::system(ORVAN_DB_PROGRAM " --version >/dev/null");
     EXPECT_EQ(WEXITSTATUS(status), 0);

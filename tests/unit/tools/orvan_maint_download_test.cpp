@@ -118,7 +118,7 @@ TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
         << outcome.err;
 }
 
-TEST(Maint, UpdateThatIsInterruptedBehindItsEndSaysThatAllWasSent)
+TEST(Maint, UpdateInterruptedAfterItsEndSaysThatAllWasSent)
 {
     const TestFolder folder;
     Scene scene;
@@ -189,7 +189,7 @@ TEST(Maint, UpdateWarnsOfANameThatIsNotTheUsualOneBeforeItAsks)
     EXPECT_FALSE(has(outcome.err, "warning")) << outcome.err;
 }
 
-TEST(Maint, UpdateGoesByThePackageWhereTheModelTellsNoPlatform)
+TEST(Maint, UpdateUsesThePackagesPlatformWhereTheModelHasNone)
 {
     const TestFolder folder;
     Scene scene;
@@ -250,7 +250,7 @@ TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
         has(outcome.err, "silent: the package was sent whole, and the instrument has not answered since"));
 }
 
-TEST(Maint, ProgramTellsOfEveryModule)
+TEST(Maint, ProgramReportsEveryModule)
 {
     const TestFolder folder;
     const std::string image(5000, 'i');
@@ -264,7 +264,7 @@ TEST(Maint, ProgramTellsOfEveryModule)
         has(outcome.out, "all modules have taken the image; frames sent again: 0\nrestart the instrument\n"));
 }
 
-TEST(Maint, ProgramTellsWhichModuleFailed)
+TEST(Maint, ProgramReportsWhichModuleFailed)
 {
     const TestFolder folder;
     Scene scene;

@@ -90,7 +90,7 @@ TEST(MaintRows, ARequestHoldsAllRowsAndNothingOfAnotherOne)
     EXPECT_EQ(Bytes(sent.begin() + FRMHEADERLEN, sent.end()), expected);
 }
 
-TEST(MaintRows, AReplyIsReadAsFarAsItGoes)
+TEST(MaintRows, AShortReplyIsReadToItsEnd)
 {
     HALDE_PACKET frame{};
     put_size(frame, 96);
@@ -148,7 +148,7 @@ TEST(MaintOptions, EveryWordReachesTheInstrumentAsItIs)
     }
 }
 
-TEST(MaintOptions, ATableHoldsWhatHasAnOptionBehindIt)
+TEST(MaintOptions, ATableHoldsTheRowsBackedByAnOption)
 {
     const auto rows = options_of(InstrumentModel());
     ASSERT_EQ(rows.size(), 6U);
@@ -272,7 +272,7 @@ TEST(MaintNetwork, AddressMaskAndGatewayHaveToGoTogether)
     EXPECT_NE(check_network("10.0.0.9", "", "10.0.0.9"), "");
 }
 
-TEST(MaintModels, AModelTellsPlatformAndChannels)
+TEST(MaintModels, AModelImpliesPlatformAndChannels)
 {
     const auto name = [](const std::string& model) {
         const Platform* const platform = platform_of_model(model);
@@ -291,7 +291,7 @@ TEST(MaintModels, AModelTellsPlatformAndChannels)
 
 // ---- a download
 
-TEST(MaintBlocks, CountFromOneToTheOneBehindTheLast)
+TEST(MaintBlocks, CountFromOneToOnePastTheLast)
 {
     const auto end = [](size_t bytes) { return Blocks(std::string(bytes, 'x')).end(); };
     EXPECT_EQ(end(1), 2U);
@@ -300,7 +300,7 @@ TEST(MaintBlocks, CountFromOneToTheOneBehindTheLast)
     EXPECT_EQ(end(kLargestDownload), 65535U);
 }
 
-TEST(MaintBlocks, TheLastIsShortAndTheOneBehindItTheEnd)
+TEST(MaintBlocks, TheLastIsShortAndTheNextIsTheEnd)
 {
     const std::string bytes(1030, 'x');
     const Blocks blocks(bytes);
@@ -318,7 +318,7 @@ TEST(MaintBlocks, TheLastIsShortAndTheOneBehindItTheEnd)
     EXPECT_EQ(frame.data[0], 0);
 }
 
-TEST(MaintProgress, TellsPartRateAndWhatIsLeft)
+TEST(MaintProgress, ReportsPartRateAndRemainder)
 {
     using std::chrono::seconds;
     EXPECT_EQ(progress_line(2'500'000, 10'000'000, seconds(2)),

@@ -107,7 +107,7 @@ TEST(MaintPack, RefusesWhatIsMissingEmptyOrLeadsOut)
     EXPECT_NE(complaint(parts.module, patch).find("pipe is no file, folder or link"), std::string::npos);
 }
 
-TEST(MaintPack, APlaceThatTakesNoFileIsTold)
+TEST(MaintPack, AnUnwritablePlaceIsReported)
 {
     Parts parts;
     const MaintOutcome outcome =

@@ -113,7 +113,7 @@ TEST(MaintTar, WhatGnuTarMakesIsRead)
     EXPECT_EQ(names_in(folder.get("archive")), split);
 }
 
-TEST(MaintTar, NamesOfAnyBytesAreReadAsTheyStand)
+TEST(MaintTar, NamesOfAnyBytesAreReadUnchanged)
 {
     const TestFolder folder;
     const std::string name = "\xC3\xBC \xFF";
@@ -212,7 +212,7 @@ TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
     }
 }
 
-TEST(MaintTar, AGzipGoesOnInASecondOne)
+TEST(MaintTar, AGzipContinuesInASecondOne)
 {
     const std::string plain = archive_of(kGood);
     const std::string two = gzip(plain.substr(0, 700)) + gzip(plain.substr(700));
@@ -231,7 +231,7 @@ TEST(MaintTar, AGzipIsUnpackedToNoMoreThanItsLimit)
     EXPECT_EQ(cut.bytes, std::string(199'999, 'x'));
 }
 
-TEST(MaintPackage, OfTheRightFormIsTold)
+TEST(MaintPackage, OfTheRightFormIsDescribed)
 {
     for (const std::string& bytes : {archive_of(kGood), gzip(archive_of(kGood))}) {
         const Package package = check_package(bytes, "p", benchtop());

@@ -142,7 +142,7 @@ TEST(MaintWatch, OneThatDoesNotAnswerIsSilent)
     EXPECT_LE(watch.link.sent.size(), 30U);
 }
 
-TEST(MaintWatch, OneThatGoesAwayIsWaitedForUntilTheEnd)
+TEST(MaintWatch, OneThatDisappearsIsWaitedForUntilTheEnd)
 {
     Watch watch(kPatient);
     watch.model.restarts = true;
@@ -155,7 +155,7 @@ TEST(MaintWatch, OneThatGoesAwayIsWaitedForUntilTheEnd)
     EXPECT_EQ(watch.answers, 1);
 }
 
-TEST(MaintWatch, OneThatIsAwayWhenItsTimeIsOverIsWaitedForUntilItComesBack)
+TEST(MaintWatch, OneThatIsAwayWhenItsTimeIsOverIsWaitedForUntilItReturns)
 {
     Watch watch({2ms, 1s});
     watch.model.restarts = true;

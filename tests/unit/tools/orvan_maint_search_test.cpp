@@ -92,7 +92,7 @@ TEST_F(MaintSearch, OfOneOnSeveralNetworksListsItOnce)
     EXPECT_EQ(one.requests.size(), 6U) << "three on each";
 }
 
-TEST_F(MaintSearch, SeveralHaveToBeToldApart)
+TEST_F(MaintSearch, SeveralNeedASelection)
 {
     const MaintenancePeer one(first, {}, kPort);
     const MaintenancePeer two(second, {}, kPort);
@@ -117,7 +117,7 @@ TEST_F(MaintSearch, StaysOnTheInterfaceThatIsNamed)
     EXPECT_EQ(one.requests.size(), 3U);
 }
 
-TEST_F(MaintSearch, AnInterfaceThatIsOfNoUseIsToldFromOneThatIsNot)
+TEST_F(MaintSearch, AnUnusableInterfaceIsDistinguishedFromAMissingOne)
 {
     add_interface("dark", "10.9.8.1/24");
     ASSERT_EQ(std::system("ip link set dark down"), 0);

@@ -13,7 +13,7 @@ using namespace orvan_test;
 
 // ---- looking
 
-TEST(Maint, DiscoverListsWhoAnswers)
+TEST(Maint, DiscoverListsTheInstrumentsThatAnswer)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run({"discover"});
@@ -24,7 +24,7 @@ TEST(Maint, DiscoverListsWhoAnswers)
     EXPECT_EQ(scene.peer->requests[0].size(), 22U);
 }
 
-TEST(Maint, DiscoverGivesJson)
+TEST(Maint, DiscoverPrintsJson)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run({"discover", "--json"});
@@ -45,7 +45,7 @@ TEST(Maint, DiscoverGivesJson)
     EXPECT_EQ(scene.run({"discover", "--json"}).out, "[]\n");
 }
 
-TEST(Maint, ShowTellsEveryRowInOrder)
+TEST(Maint, ShowPrintsEveryRowInOrder)
 {
     Scene scene;
     scene.model.rows['C'] = "\x1b[31m";
@@ -96,7 +96,7 @@ TEST(Maint, AnotherInstrumentThanTheNamedOneIsLeftAlone)
         has(other.err, "no instrument with the hardware address 02:00:0a:00:00:03 answers at 127.0.0.1"));
 }
 
-TEST(Maint, WhatIsWrongWithTheCommandLineIsTold)
+TEST(Maint, ErrorsInTheCommandLineAreReported)
 {
     const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
         {{}, "subcommand is required"},
@@ -176,7 +176,7 @@ TEST(Maint, SetNetworkTakesBothFormsOfTheAnswer)
     EXPECT_EQ(scene.model.written.at('E'), padded("02:00:5e:10:00:01"));
 }
 
-TEST(Maint, DhcpIsALetterAndItsConsequencesAreTold)
+TEST(Maint, DhcpIsALetterAndItsConsequencesAreExplained)
 {
     Scene scene;
     EXPECT_EQ(scene.run({"set-network", "--yes", "--dhcp", "on"}).status, 0);

@@ -156,7 +156,7 @@ TEST(MaintTransfer, IsAHeaderBlocksAndAnEnd)
     EXPECT_EQ(transfer.resent, 0U);
 }
 
-TEST(MaintTransfer, GoesOnWhateverSingleFrameIsLost)
+TEST(MaintTransfer, SurvivesTheLossOfAnySingleFrame)
 {
     for (size_t lost = 0; lost < 6; ++lost) {
         for (const bool request : {true, false}) {
@@ -169,7 +169,7 @@ TEST(MaintTransfer, GoesOnWhateverSingleFrameIsLost)
     }
 }
 
-TEST(MaintTransfer, GoesOnHoweverManyAcknowledgementsInARowAreLost)
+TEST(MaintTransfer, SurvivesTheLossOfManyAcknowledgementsInARow)
 {
     for (const size_t lost : {2U, 5U, 8U, 9U, 13U}) {
         for (const size_t size : {4'000U, 40'000U}) {
@@ -188,7 +188,7 @@ TEST(MaintTransfer, GoesOnHoweverManyAcknowledgementsInARowAreLost)
     }
 }
 
-TEST(MaintTransfer, GoesOnWhateverFrameIsDoubled)
+TEST(MaintTransfer, SurvivesTheDoublingOfAnyFrame)
 {
     for (const bool request : {true, false}) {
         Transfer transfer(4000);
@@ -200,7 +200,7 @@ TEST(MaintTransfer, GoesOnWhateverFrameIsDoubled)
     }
 }
 
-TEST(MaintTransfer, ALostHeaderIsToldFromALostAcknowledgementOfIt)
+TEST(MaintTransfer, ALostHeaderIsDistinguishedFromItsLostAcknowledgement)
 {
     Transfer header(1000);
     header.link.requests = lose_first([](const HALDE_PACKET& frame) { return frame.opcode[2] == 'S'; });
@@ -212,7 +212,7 @@ TEST(MaintTransfer, ALostHeaderIsToldFromALostAcknowledgementOfIt)
     EXPECT_EQ(acknowledgement.sent(), "HESU0 HEID1 HEID2");
 }
 
-TEST(MaintTransfer, AnotherOnesSearchTakesItBackAndItStillArrivesWhole)
+TEST(MaintTransfer, AnotherClientsSearchSetsItBackAndItStillArrivesWhole)
 {
     Transfer transfer(20'000);
     transfer.link.meanwhile = [&transfer](size_t number) {
@@ -239,7 +239,7 @@ TEST(MaintTransfer, EndsWhenItIsTakenBackAgainAndAgain)
     EXPECT_LT(transfer.link.sent.size(), 1000U);
 }
 
-TEST(MaintTransfer, AnOutageIsSatOutAndTheTransferGoesOnWhereItWas)
+TEST(MaintTransfer, AnOutageIsWaitedOutAndTheTransferContinues)
 {
     Transfer transfer(5000);
     transfer.link.requests = [](const HALDE_PACKET&, size_t nth) { return nth >= 4 && nth < 20 ? 0 : 1; };
@@ -248,7 +248,7 @@ TEST(MaintTransfer, AnOutageIsSatOutAndTheTransferGoesOnWhereItWas)
     EXPECT_TRUE(std::is_sorted(transfer.progress.begin(), transfer.progress.end()));
 }
 
-TEST(MaintTransfer, ATransferThatWasBrokenOffIsBegunAnew)
+TEST(MaintTransfer, AnAbortedTransferIsStartedAgain)
 {
     Transfer transfer(3000);
     transfer.model.wait_for_block(500);
@@ -326,7 +326,7 @@ TEST(MaintTransfer, AnInstrumentThatLeavesItIsNotFedOn)
     EXPECT_EQ(near_end.run(), kExitRefused);
 }
 
-TEST(MaintTransfer, GivesUpInTheEnd)
+TEST(MaintTransfer, GivesUpEventually)
 {
     Transfer silent(1000);
     silent.model.is_silent = true;
@@ -377,7 +377,7 @@ TEST(MaintTransfer, OneThatWasBrokenOffIsEndedWithAPackageThatDoesNotUnpack)
     EXPECT_EQ(model.file, std::string(1024, '\xA5'));
 }
 
-TEST(MaintTransfer, EndingNoneAtAllIsButAskingWhoIsThere)
+TEST(MaintTransfer, EndingWithoutATransferOnlyIdentifies)
 {
     InstrumentModel model;
     DirectLink link(model);
@@ -463,7 +463,7 @@ TEST(MaintStream, ADoubledFinalFrameDoesNotHideAModuleThatRefuses)
               1);
 }
 
-TEST(MaintStream, BringsTheImageAndTellsOfEachModule)
+TEST(MaintStream, SendsTheImageAndReportsEachModule)
 {
     Stream stream(3000);
     EXPECT_EQ(stream.run(), kExitDone);
@@ -560,7 +560,7 @@ TEST(MaintStream, AModuleThatIsSilentInBurningLeavesTheOthersTheirWord)
     EXPECT_EQ(stream.result.modules, (std::vector<uint32_t>{0, LXI_ERROR_TIMEOUT, 0, 0}));
 }
 
-TEST(MaintStream, AModuleThatRefusesIsToldThoughTheInstrumentIsContent)
+TEST(MaintStream, AModuleThatRefusesIsReportedEvenIfTheInstrumentSucceeds)
 {
     Stream stream(1000);
     stream.model.module_ends = {0, 0, 0, IF_ERROR_INV_BIN_HEADER_FORMAT};
@@ -583,7 +583,7 @@ TEST(MaintStream, AModulesOwnFinalFrameIsNotTheWholesFinalFrame)
     EXPECT_FALSE(cut.result.confirmed);
 }
 
-TEST(MaintStream, GivesUpInTheEnd)
+TEST(MaintStream, GivesUpEventually)
 {
     Stream stream(1000);
     stream.model.is_silent = true;
@@ -594,7 +594,7 @@ TEST(MaintStream, GivesUpInTheEnd)
     EXPECT_EQ(end.run(), kExitUnconfirmed);
 }
 
-TEST(MaintStream, ErrorsAreTold)
+TEST(MaintStream, ErrorsHaveTexts)
 {
     EXPECT_EQ(error_text(IF_ERROR_INV_LENGTH), "wrong length, or blocks are missing (0x80000020)");
     EXPECT_EQ(error_text(7), "unknown error (0x00000007)");

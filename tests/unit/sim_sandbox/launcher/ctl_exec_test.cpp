@@ -308,7 +308,7 @@ TEST_F(OrvanSim, OfSeveralInstancesOneHasToBeNamed)
     m_launcher = first;
 }
 
-TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathBehindTheStandIns)
+TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathAfterTheStandIns)
 {
     if (!start_ready({"--modules", "none"})) {
         return;
@@ -326,7 +326,7 @@ TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathBehindTheStandIns)
     ::setenv("PATH", before.c_str(), 1);
 }
 
-TEST_F(OrvanSim, HelpAndVersionAreGivenAndAWrongLineIsStatus2)
+TEST_F(OrvanSim, HelpAndVersionArePrintedAndAWrongLineIsStatus2)
 {
     EXPECT_TRUE(
         std::regex_match(sim({"--version"}).output, std::regex("orvan-sim [0-9]+\\.[0-9]+\\.[0-9]+\n")));

@@ -79,7 +79,7 @@ TEST_F(InstanceRecordFile, MissingOrDamagedFileIsNoRecord)
 
 using StateLock = RegistryTest;
 
-TEST_F(StateLock, OneHolderAtATimeAndItsDeathLetsGo)
+TEST_F(StateLock, OneHolderAtATimeAndItsDeathReleasesIt)
 {
     const fs::path state = make_state("state");
     EXPECT_FALSE(is_running(state));

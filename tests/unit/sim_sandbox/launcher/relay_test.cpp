@@ -70,7 +70,7 @@ void answer(int fd, const std::string& text, const sockaddr_in& to)
 
 } // namespace
 
-TEST(UdpRelay, RepliesFindTheClientThatAsked)
+TEST(UdpRelay, RepliesReachTheRequestingClient)
 {
     Bench bench;
     const UniqueFd first = bench.client();
@@ -106,7 +106,7 @@ TEST(UdpRelay, ClientKeepsItsWayFromDatagramToDatagram)
     EXPECT_EQ(bench.connections, 1);
 }
 
-TEST(UdpRelay, TheClientThatWasQuietTheLongestGivesItsPlaceUp)
+TEST(UdpRelay, TheClientIdleTheLongestLosesItsPlace)
 {
     Bench bench;
     sockaddr_in way = {};

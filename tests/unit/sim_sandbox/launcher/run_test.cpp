@@ -38,7 +38,7 @@ protected:
     TemporaryDirectory m_outer;
 };
 
-TEST_F(OrvanSimRun, TellsWhatIsReadyAndHowToStopIt)
+TEST_F(OrvanSimRun, PrintsWhatIsReadyAndHowToStopIt)
 {
     if (!start_ready()) {
         return;
@@ -416,7 +416,7 @@ TEST_F(OrvanSimRun, TheWatchdogIsThatOfTheUnitAndCanBeSwitchedOff)
     EXPECT_EQ(ask("env WATCHDOG_USEC"), "(none)\n");
 }
 
-TEST_F(OrvanSimRun, ServicesThatEndWithBadOptionsOrAreToldToEndAreNotStartedAgain)
+TEST_F(OrvanSimRun, ServicesThatEndWithBadOptionsOrOnRequestAreNotRestarted)
 {
     if (!start_ready({"--modules", "none"})) {
         return;
@@ -441,7 +441,7 @@ TEST_F(OrvanSimRun, ServiceThatEndsInOrderEndsTheRunInOrder)
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSimRun, ServiceThatEndsAheadOfBeingReadyIsAnErrorWhateverItsStatus)
+TEST_F(OrvanSimRun, ServiceThatEndsBeforeItIsReadyIsAnErrorWhateverItsStatus)
 {
     start({"--modules", "none"}, {{"ORVAN_DOUBLE_EXIT", "0"}});
     EXPECT_EQ(wait(), 1);
