@@ -1,7 +1,7 @@
-// Runs each case of a suite in a fork of this process: as separate as in a process of its own, without the
-// half second that starting one under an emulator takes. GTEST_TOTAL_SHARDS and GTEST_SHARD_INDEX share the
-// cases out. With --gtest_shuffle the cases share a process, as they do on other machines; with a filter, as
-// a death test has it or who looks into a failure, this is a suite like any other.
+// Runs each case of a suite in a fork of this process: as separate as in a new process, without the
+// half second that starting one under an emulator takes. GTEST_TOTAL_SHARDS and GTEST_SHARD_INDEX divide the
+// cases. With --gtest_shuffle the cases share a process, as they do on other machines; with a filter, as
+// used by a death test or to investigate a failure, this is a suite like any other.
 //
 // ORVAN_NOT_RUN names the file of the cases that cannot run here: the suite's program, a pattern of names,
 // the reason. They are reported, and a row that fits no case is a failure.
@@ -135,7 +135,7 @@ int run_each(const std::vector<std::string>& cases)
     // The fork that runs one case must not leave it to another shard.
     unsetenv("GTEST_TOTAL_SHARDS");
     unsetenv("GTEST_SHARD_INDEX");
-    // What an emulator has translated once, the forks have.
+    // The forks inherit the code the emulator has already translated.
     GTEST_FLAG_SET(filter, "-*");
     [[maybe_unused]] const int of_none = RUN_ALL_TESTS();
     std::vector<std::string> failed;

@@ -1,6 +1,6 @@
 /**
- * The records that leave the program as they stand in memory, on whatever platform this is built for:
- * where each field lies, and files of them that another platform reads.
+ * The records that leave the program as they are in memory, on any platform this is built for:
+ * the offset of each field, and files of them that another platform reads.
  *
  *   record_layout_test [--write DIR] [--read DIR]
  *
@@ -147,8 +147,8 @@ void check_crc()
     check_number("CRC of the nine digits", crc_of(digits, sizeof digits), 0xCBF43926);
 }
 
-// A value that no other field has, and no two bytes of it alike where the type has room for that. A plain
-// char goes beyond 127, where its value depends on the platform and its byte must not.
+// A value that no other field has, with no two bytes equal where the type has room for that. A plain
+// char exceeds 127, where its value depends on the platform and its byte must not.
 template <typename Field>
 void set_sample(Field& field, size_t offset)
 {
@@ -184,7 +184,7 @@ void put_number(Bytes& image, size_t offset, size_t size, uint64_t number)
     }
 }
 
-// Lays the sample value down byte by byte, low byte first, whatever the platform's own order is.
+// Stores the sample value byte by byte, low byte first, whatever the platform's byte order.
 template <typename Field>
 void put_sample(Bytes& image, size_t offset, size_t size)
 {
@@ -199,7 +199,7 @@ void put_sample(Bytes& image, size_t offset, size_t size)
     }
 }
 
-// The bytes both files have to have, made from the tables alone and not from the records' declarations.
+// The expected bytes of both files, made from the tables alone and not from the records' declarations.
 Bytes channel_record_image()
 {
     Bytes image(kRecordSize);

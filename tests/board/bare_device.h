@@ -1,5 +1,5 @@
 /**
- * A device with what a platform has to add, and nothing more.
+ * A device that implements only the pure virtual functions.
  */
 #ifndef ORVAN_TESTS_BOARD_BARE_DEVICE_H
 #define ORVAN_TESTS_BOARD_BARE_DEVICE_H
@@ -9,7 +9,7 @@
 
 namespace board_test {
 
-/** It cannot be made without the stand-ins. */
+/** Requires the stand-ins to construct. */
 class BareDevice : public HaldeElec::Orvan::IOrvanDeviceManager {
 public:
     BareDevice(const orvan_test::StandIns&, HaldeElec::Orvan::CPersistentData* data)

@@ -1,4 +1,4 @@
-// What the benchtop's classes ask for, as it then stands on the board.
+// The effect of the benchtop's classes on the simulated board.
 #include <sstream>
 
 #include "benchtop_routing_bench.h"
@@ -10,7 +10,7 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-/** What stands behind a name in the board's state. */
+/** The value of a name in the board's state. */
 std::string state_of(sim_board::Board& board, const std::string& name)
 {
     std::istringstream lines(sim_board::board_state(board));
@@ -25,7 +25,7 @@ std::string state_of(sim_board::Board& board, const std::string& name)
 // The board's slot by installed row and channel; only installed channels.
 constexpr int kSlotOf[3][4] = {{4, 0, 0, 0}, {3, 4, 0, 0}, {1, 2, 3, 4}};
 
-/** The routing of an instrument with so many channels, on expanders whose pins are all outputs. */
+/** The routing of an instrument with `channels` channels, on expanders whose pins are all outputs. */
 class BenchtopBoardState : public BenchtopInstalled {
 protected:
     uint32_t channels() const { return static_cast<uint32_t>(GetParam()); }
@@ -99,7 +99,7 @@ class BenchtopStarted : public testing::Test {
 protected:
     void SetUp() override
     {
-        board->spi().set_node_present("/dev/spidev0.1", false); // the start goes no further than to its bus
+        board->spi().set_node_present("/dev/spidev0.1", false); // the start ends at its bus
         OrvanBenchtopDevice device("/dev/null", 4);
         ASSERT_TRUE(device.InitHW());
         handler.SetNumDevices(4);

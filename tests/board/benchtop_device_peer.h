@@ -1,5 +1,5 @@
 /**
- * What of the benchtop no program gets at.
+ * Access to private members of the benchtop.
  */
 #ifndef ORVAN_TESTS_BENCHTOP_DEVICE_PEER_H
 #define ORVAN_TESTS_BENCHTOP_DEVICE_PEER_H

@@ -29,7 +29,7 @@ using sim_board::Mcp23017;
 
 namespace {
 
-/** On a device that went no further than to its bus. */
+/** On a device whose start ended at its bus. */
 class BenchtopDeviceTest : public testing::Test {
 protected:
     void SetUp() override
@@ -260,7 +260,7 @@ TEST_F(BenchtopDeviceTest, PowerButtonWithoutItsInterruptIsLogged)
 
 TEST_F(BenchtopDeviceTest, ReleaseIsAwaitedByBit40EveryFiftyMilliseconds)
 {
-    // Let go at the third look: the two reads ahead of the loop take no part.
+    // Released at the third read of the loop; the two reads before the loop do not count.
     expander().drive(Mcp23017::kB, 0x40, 0x40);
     std::thread waiter([&] { device->WaitPowerButtonRelease(); });
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
@@ -328,7 +328,7 @@ TEST_F(BenchtopDeviceTest, ReadsThatOnlyClearTheInterruptMayFail)
     const auto fault = sim_board::insert_fault(board->i2c(), 0x20);
     fault->not_acknowledging(true);
     device->WaitPowerButtonRelease();
-    EXPECT_EQ(trace().size(), 4u); // it is the loop's own read that ends the wait
+    EXPECT_EQ(trace().size(), 4u); // the loop's read ends the wait
     EXPECT_EQ(logs.lines().size(), 1u);
 }
 

@@ -28,7 +28,7 @@ protected:
         store(settled_settings());
         drive = sim_board::insert_fault(board->spi(), "fan");
     }
-    /** The first cycle has run, and every module is asked at its own address. */
+    /** The first cycle has run, and every module is polled at its own address. */
     void start_fan()
     {
         start_and_settle();
@@ -42,7 +42,7 @@ protected:
         }
     }
     void cycle() { pass(kCycleUs); }
-    /** Lines of the trace since the last call that tell of the fan. */
+    /** Lines about the fan in the trace since the last call. */
     Lines fan_lines()
     {
         Lines lines;
@@ -154,7 +154,7 @@ TEST_F(BenchtopFan, TestFailsFromTheEleventhCycleAndPassesBelowTenFailures)
     EXPECT_EQ(fan_test(), kFail);
     cycle();
     EXPECT_EQ(fan_test(), kPass);
-    // Nine are left, less the two good cycles: three failures reach ten again, and the next cycle tells.
+    // Nine are left, less the two good cycles: three failures reach ten again, and the next cycle reports it.
     drive->refuse_after(0);
     cycle();
     cycle();

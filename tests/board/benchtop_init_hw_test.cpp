@@ -24,7 +24,7 @@ class BenchtopInitHw : public testing::Test {
 protected:
     void SetUp() override
     {
-        board->spi().set_node_present("/dev/spidev0.1", false); // it went no further than to its bus
+        board->spi().set_node_present("/dev/spidev0.1", false); // it ended at its bus
         device.emplace("/dev/null", 4);
         logs.clear();
         board->trace().clear();
@@ -253,7 +253,7 @@ TEST_F(BenchtopInitHw, MissingTriggerExpanderIsNotReported)
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "pin 22 = 1"), 0);
 }
 
-/** A start in which one chip acknowledges no more transfers behind so many. */
+/** A start in which one chip stops acknowledging after this many transfers. */
 struct Failure {
     uint8_t address;
     size_t transfers;

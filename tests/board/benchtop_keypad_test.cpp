@@ -13,7 +13,7 @@ TEST_F(BenchtopStart, KeypadThatHasAnEventIsReadOnceByHand)
 {
     store(settled_settings());
     start_and_settle();
-    ASSERT_TRUE(board->keypad()->press(3, 2)); // ahead of the interrupt
+    ASSERT_TRUE(board->keypad()->press(3, 2)); // before the interrupt
     board->trace().clear();
     device->RunKbdServer();
     ASSERT_TRUE(board->clock().wait_for_sleepers(threads + 1));

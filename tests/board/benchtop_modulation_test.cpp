@@ -41,7 +41,7 @@ constexpr int kSlot[3][4] = {{4, 4, 4, 4}, {3, 4, 3, 4}, {1, 2, 3, 4}};
 
 class BenchtopModulation : public BenchtopInstalled {
 protected:
-    /** The accesses of a sequence behind the opening of both handles. */
+    /** The accesses of a sequence after both handles are open. */
     std::string accesses(const std::string& sequence)
     {
         expected.open(0x20);

@@ -25,7 +25,7 @@ TEST_P(BenchtopWithout, ModulesContinuesAfterAMinute)
         error_word |= kModuleLinkMissing << 4 * (channel - 1);
     }
     {
-        // The modules that are there have had their first question.
+        // The modules present have had their first query.
         const SkippedWaits no_minute([this] {
             return std::all_of(modules.begin(), modules.end(),
                                [](const auto& each) { return each == nullptr || each->finished() > 0; });
@@ -33,7 +33,7 @@ TEST_P(BenchtopWithout, ModulesContinuesAfterAMinute)
         start();
     }
     pass(kSettlingUs);
-    // A worker's last wait can begin just ahead of the deadline.
+    // A worker's last wait can begin just before the deadline.
     EXPECT_GE(SkippedWaits::skipped_ms(), 55'000);
     EXPECT_LE(SkippedWaits::skipped_ms(), 62'000 * static_cast<long>(GetParam().size()));
     EXPECT_TRUE(device->Initialized());

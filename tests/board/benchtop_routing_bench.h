@@ -51,7 +51,7 @@ public:
     }
     void clear(unsigned address, unsigned reg, unsigned mask) { change(address, reg, mask, 0); }
     void set(unsigned address, unsigned reg, unsigned mask) { change(address, reg, 0, mask); }
-    /** The text so far, which is removed. */
+    /** Returns the text so far and clears it. */
     std::string take() { return std::exchange(m_text, {}); }
 
     std::map<std::pair<unsigned, unsigned>, unsigned> ports;
@@ -64,7 +64,7 @@ private:
 
 class BenchtopRouting : public testing::Test {
 protected:
-    /** Ahead of the handler, which logs at once. */
+    /** Declared before the handler, which logs on construction. */
     static void SetUpTestSuite()
     {
         HaldeElec::OrvanDebug::SetLogMode(2);

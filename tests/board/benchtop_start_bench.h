@@ -1,5 +1,5 @@
 /**
- * A benchtop that starts as a whole.
+ * A benchtop that runs its complete start.
  */
 #ifndef ORVAN_TESTS_BENCHTOP_START_BENCH_H
 #define ORVAN_TESTS_BENCHTOP_START_BENCH_H
@@ -20,7 +20,7 @@ protected:
         return std::make_unique<HaldeElec::Orvan::OrvanBenchtopDevice>("/dev/null", kLogToCallback);
     }
 
-    /** Settings of a four-channel instrument that a start finds as it would leave them. */
+    /** Settings of a four-channel instrument that a start leaves unchanged. */
     static EEPROM_DEVICE_SETTINGS settled_settings()
     {
         EEPROM_DEVICE_SETTINGS record = settings_of_modules();

@@ -34,7 +34,7 @@ struct MonitorInside {
 bool temperature_thread_runs(Scpi_Orvanx& service);
 template struct MonitorInside<&Scpi_Orvanx::m_runTemperatureThread>;
 
-/** What is allocated while it lives is not looked for at the end. */
+/** Allocations made while it lives are not reported as leaks. */
 struct KnownLeak {
 #ifdef __SANITIZE_ADDRESS__
     KnownLeak() { __lsan_disable(); }
@@ -154,7 +154,7 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     }
     EXPECT_EQ(names, (Lines{"EEPROM test", "MODULES test", "FAN test", "TEMP test", "MODULES test"}));
     EXPECT_EQ(test_result(PBIT, kEepromTest), (TestResult{BIT_PASS, 0}));
-    // This machine has no USB links to modules; that all of them answer is told by the error word.
+    // This machine has no USB links to modules; the error word shows that all of them answer.
     EXPECT_EQ(test_result(PBIT, kModulesTest), (TestResult{BIT_FAIL, 0}));
     EXPECT_EQ(test_result(CBIT, kFanTest), (TestResult{BIT_PASS, 0}));
     for (const eBitType type : {PBIT, CBIT}) {
@@ -171,7 +171,7 @@ TEST_F(BenchtopStart, BringsTheModulesUpOneStepAfterTheOther)
     Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
     service->setNumberofChannels(2); // neither is what the start sets
     service->setSelectedChannel(3);
-    // What each step finds that the ones before it have done.
+    // What each step finds of the steps before it.
     module(1).on_request([&](const std::string& request) {
         const char* const step = request == "*TST?\r\n" ? "wait"
                                  : request.starts_with(":SYST:INF:") || request.starts_with(":ROSC:")
@@ -204,7 +204,7 @@ TEST_F(BenchtopStart, BringsTheModulesUpOneStepAfterTheOther)
     EXPECT_TRUE(temperature_thread_runs(*service));
 }
 
-/** An instrument of so many channels, and what its start does to take each out of coupling. */
+/** An instrument with this many channels, and how its start takes each out of coupling. */
 struct Uncoupling {
     const char* model;
     uint8_t channels;
@@ -221,7 +221,7 @@ TEST_P(BenchtopStartOf, TakesEveryChannelOutOfCoupling)
     start_and_settle();
     Lines lines = board->trace().lines_with({"i2c "});
     const auto opened = [](const std::string& line) { return line == "i2c 0x24 open"; };
-    // The first one is the hardware's set-up; ahead of the second are the handles on 0x20.
+    // The first is the hardware set-up; the handles on 0x20 come before the second.
     const auto set_up = std::find_if(lines.begin(), lines.end(), opened);
     const auto second = std::find_if(set_up + 1, lines.end(), opened);
     ASSERT_NE(second, lines.end());
@@ -230,7 +230,7 @@ TEST_P(BenchtopStartOf, TakesEveryChannelOutOfCoupling)
     EXPECT_EQ(selected(), 1u);
 }
 
-// From what the set-up has left: 0x88 at 0x24 and 0x24 at 0x20.
+// Starting from the state after set-up: 0x88 at 0x24 and 0x24 at 0x20.
 INSTANTIATE_TEST_SUITE_P(Models, BenchtopStartOf,
                          testing::Values(Uncoupling{"OVX3651B", 1, R"(
         i2c 0x20 open
@@ -347,7 +347,7 @@ TEST_F(BenchtopStart, HoldsTheBusAsItReadsAndStoresItsSettingsAndNotInBetween)
     EEPROM_DEVICE_SETTINGS old = settled_settings();
     std::strcpy(old.fwVersion, "1.19.144");
     store_in_file(old);
-    board->spi().attach("eeprom", nullptr); // so that storing says something
+    board->spi().attach("eeprom", nullptr); // so that storing logs an error
     std::vector<std::string> found;
     logs.on_line([&found](const orvan_test::LogLine& line) {
         const char* const step = line.text == "CPersistentData::readData"                        ? "read"
@@ -385,7 +385,7 @@ TEST_F(BenchtopStart, BeginsAnInstrumentWithoutSettingsAsTheFactorysModel)
     EXPECT_EQ(settings().product_id, 0x3601);
     EXPECT_EQ(settings().hardwareVersion, 'D');
     EXPECT_STREQ(settings().description, "Halde Electronics Ltd.");
-    // MOD and LP are the factory's options, and the model gives the frequency code.
+    // MOD and LP are the factory's options; the frequency code comes from the model.
     EXPECT_EQ(settings().options, 0x009E);
     EXPECT_EQ(file_image(), eeprom_image());
     EXPECT_EQ(module(2).connections(), 0u);

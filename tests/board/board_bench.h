@@ -1,5 +1,5 @@
 /**
- * A simulated board with time that tests advance, and a connection handler that drives its multiplexer.
+ * A simulated board on a manual clock, and a connection handler that drives its multiplexer.
  */
 #ifndef ORVAN_TESTS_BOARD_BENCH_H
 #define ORVAN_TESTS_BOARD_BENCH_H
@@ -82,7 +82,7 @@ protected:
     sim_board::SelfAdvancing self{board->clock()};
     MuxHandler handler;
 
-    /** A port that is set up, on the EEPROM's channel, with the trace of that forgotten. */
+    /** A port set up on the EEPROM's channel; the trace of the set-up is cleared. */
     void connect()
     {
         ASSERT_EQ(handler.ConfigChannelSPI(0, 1), 0);

@@ -19,7 +19,7 @@ protected:
     Bytes eeprom() { return cells(0, TOTAL_BLOB_SIZE); }
 };
 
-// One case: the process has one owner of the settings, and that one keeps this board for good.
+// A single case: the process has one owner of the settings, which keeps this board to the end.
 TEST_F(BootSetup, IsStoredOnlyOnRequestAndWithADevice)
 {
     const Blob before = blob_with(0, 57);

@@ -313,7 +313,7 @@ TEST_F(ConnectionHandler, TheBusLockIsTheCallers)
 
 TEST_F(ConnectionHandler, WhatIsReadBackReplacesWhatWasRequested)
 {
-    // No word size asks for the port's own; no clock is refused, behind it.
+    // No word size selects the port's; no clock is refused, and is checked after it.
     EXPECT_EQ(handler.SpiOpenPort(0, 1), -1);
     EXPECT_EQ(handler.bits(), 8u);
     EXPECT_TRUE(expect_trace(trace(), R"(
@@ -335,7 +335,7 @@ TEST_F(ConnectionHandler, AMessageBringsItsOwnClock)
     board->spi().attach("fan", chip);
     uint32_t channel = 4;
     handler.SetCommChannel(channel);
-    uint32_t slower = 500'000; // the node's, as another of its users may leave it
+    uint32_t slower = 500'000; // of the node, as another user may leave it
     ASSERT_EQ(hw_spi_ioctl(handler.slot_value(), SPI_IOC_WR_MAX_SPEED_HZ, &slower), 0);
     const Bytes sent = counting(2);
     Bytes received(2);
@@ -346,7 +346,7 @@ TEST_F(ConnectionHandler, AMessageBringsItsOwnClock)
 TEST_F(ConnectionHandler, AMessageBringsItsOwnWordSize)
 {
     connect();
-    handler.set_bits(9); // which the port refuses; none would stand for the port's own
+    handler.set_bits(9); // which the port refuses; 0 would select the port's
     EXPECT_EQ(transfer(2), -1);
     EXPECT_TRUE(expect_trace(messages(), "spi message -> EINVAL"));
     handler.set_bits(8);

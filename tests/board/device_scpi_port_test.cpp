@@ -1,4 +1,4 @@
-// The SCPI port, which is stored in both stores and taken by a new start.
+// The SCPI port, which is written to both stores and takes effect at the next start.
 
 #include <limits>
 #include <ostream>

@@ -79,7 +79,7 @@ protected:
     {
         return driver->writePage(static_cast<uint32_t>(address), data.size(), data.data());
     }
-    /** What a read of that many bytes gives; empty when it is refused. */
+    /** The result of a read of this many bytes; empty when it is refused. */
     Bytes read(size_t address, size_t length)
     {
         Bytes data(length);

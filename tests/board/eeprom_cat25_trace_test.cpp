@@ -8,7 +8,7 @@ using sim_board::expect_trace;
 
 namespace {
 
-/** The last page of a chip and what stands two bytes ahead of it, as they go out. */
+/** Address bytes of the last page of a chip and of two bytes before it, as sent. */
 struct AddressRow {
     Bytes before_last_page, last_page;
 };

@@ -10,7 +10,7 @@
 
 namespace board_test {
 
-/** Also ends the parser's context behind it; the next getInstance begins anew. */
+/** Also ends the parser's context; the next getInstance() starts afresh. */
 inline void end_module_service()
 {
     delete Scpi_Orvanx::getInstance();

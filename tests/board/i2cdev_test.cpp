@@ -143,7 +143,7 @@ TEST_F(I2cHandle, AFailedReadCountsAsZeroAndTheWriteIsSent)
         const auto fault = insert_fault(board->i2c(), kExpander);
         I2CFd fd(kExpander);
         fd.write8(kLatch, 0xff);
-        // The first transfer of a read fails, and from then on all is well.
+        // The first transfer of a read fails; all later ones succeed.
         struct Once : sim_board::I2cDevice {
             explicit Once(std::shared_ptr<sim_board::I2cDevice> device) : chip(std::move(device)) {}
             bool write(std::span<const uint8_t> bytes) override { return chip->write(bytes); }

@@ -1,5 +1,5 @@
 /**
- * A third platform's board, and a device on it whose start-up ended at the SPI port: its operations are
+ * A third platform's board, and a device whose start-up ended at the SPI port: its operations work
  * there, and no thread runs.
  */
 #ifndef ORVAN_TESTS_BOARD_KSR7000_BENCH_H

@@ -1,5 +1,5 @@
 /**
- * What of the third platform no program gets at.
+ * Access to private members of the third platform.
  */
 #ifndef ORVAN_TESTS_KSR7000_DEVICE_PEER_H
 #define ORVAN_TESTS_KSR7000_DEVICE_PEER_H

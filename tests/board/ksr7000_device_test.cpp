@@ -20,7 +20,7 @@ using D = IOrvanDeviceManager;
 
 namespace {
 
-/** With settings, and a handler that tells of its calls. */
+/** With settings, and a handler that records its calls. */
 class Ksr7000Operations : public Ksr7000Test {
 protected:
     void SetUp() override

@@ -150,7 +150,7 @@ TEST_F(Ksr7000InitHw, WhatIsNotFittedIsPassedOver)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-/** A start in which one chip acknowledges no more transfers behind so many. */
+/** A start in which one chip stops acknowledging after this many transfers. */
 struct Failure {
     uint8_t address;
     size_t transfers;

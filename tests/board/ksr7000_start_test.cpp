@@ -33,7 +33,7 @@ protected:
         return std::make_unique<OrvanKsr7000Device>("/dev/null", kLogToCallback);
     }
 
-    /** Settings with the battery's option that a start finds as it would leave them. */
+    /** Settings with the battery option that a start leaves unchanged. */
     static EEPROM_DEVICE_SETTINGS settled_settings()
     {
         EEPROM_DEVICE_SETTINGS record = settings_of_modules();
@@ -72,7 +72,7 @@ protected:
         ASSERT_TRUE(board->clock().wait_for_sleepers(threads));
         pass(kSettlingUs); // the fan may have come second
     }
-    /** The module is asked at its own address. */
+    /** The module is polled at its own address. */
     void module_tells(const std::string& celsius)
     {
         Scpi_Orvanx::getInstance()->setSelectedChannel(0);
@@ -270,7 +270,7 @@ TEST_F(Ksr7000Start, BatteryOptionWithoutABatteryRunsNoChargeMonitor)
     EXPECT_EQ(charge, 0);
     EXPECT_EQ(shown_charge(), -1);
     EXPECT_EQ(shown_status(), 0);
-    // One that comes later is not noticed.
+    // One inserted later is not noticed.
     board->battery()->set_fitted(true);
     board->trace().clear();
     pass(60 * kSecond);
@@ -281,7 +281,7 @@ TEST_F(Ksr7000Start, BatteryOptionWithoutABatteryRunsNoChargeMonitor)
 TEST_F(Ksr7000Start, BatteryWithoutItsOptionRunsNoChargeMonitor)
 {
     EEPROM_DEVICE_SETTINGS without = settled_settings();
-    without.options = 0x081E; // the portable's bit says nothing here
+    without.options = 0x081E; // the portable's bit means nothing here
     store(without);
     start_and_settle();
     EXPECT_TRUE(inside().battery_is_alive());
@@ -422,7 +422,7 @@ TEST_F(Ksr7000Start, FanModeIsPutBackToAuto)
 TEST_F(Ksr7000Start, KeypadIsReadOnceByHandAndThenAtItsInterrupt)
 {
     start_without_battery();
-    ASSERT_TRUE(board->keypad()->press(3, 2)); // ahead of the interrupt
+    ASSERT_TRUE(board->keypad()->press(3, 2)); // before the interrupt
     board->trace().clear();
     device->RunKbdServer();
     ASSERT_TRUE(board->clock().wait_for_sleepers(threads + 1));
@@ -458,7 +458,7 @@ TEST_F(Ksr7000Start, EndStopsTheChargeMonitorThenTheFanThenClosesTheBus)
 {
     start_with_battery();
     module_tells("20.0");
-    // One failed reading puts the monitor's cycles 0.1 s behind the fan's.
+    // One failed reading delays the monitor's cycles by 0.1 s against the fan's.
     board->battery()->set_fitted(false);
     pass(5 * kSecond);
     board->battery()->set_fitted(true);
@@ -470,7 +470,7 @@ TEST_F(Ksr7000Start, EndStopsTheChargeMonitorThenTheFanThenClosesTheBus)
     while (peer.charge_monitor_runs()) {
         std::this_thread::yield();
     }
-    // The fan goes on as long as the monitor sleeps.
+    // The fan keeps running while the monitor sleeps.
     pass(kSecond + 50'000);
     EXPECT_EQ(count("spi fan: 00 00 7f -> ff ff ff"), 1u);
     EXPECT_TRUE(peer.fan_runs());

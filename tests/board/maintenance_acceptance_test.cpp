@@ -1,4 +1,4 @@
-// Which frames the maintenance server takes.
+// Which frames the maintenance server accepts.
 
 #include "maintenance_bench.h"
 

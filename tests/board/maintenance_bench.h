@@ -59,7 +59,7 @@ protected:
         logs.clear();
         printed();
     }
-    /** GoogleTest tells of failures on standard output. */
+    /** GoogleTest reports failures on standard output. */
     void TearDown() override
     {
         const std::string told = HasFailure() ? out->text() : "";
@@ -69,7 +69,7 @@ protected:
         HaldeElec::Orvan::PersistentDataTestPeer::forget_instance();
     }
 
-    /** Serves a datagram of the tool at 127.0.0.1, and gives the reply, or nothing. */
+    /** Serves a datagram from the tool at 127.0.0.1. @return the reply, empty for none */
     std::string reply_to(const std::string& datagram)
     {
         EXPECT_EQ(serve(datagram), HaldeElec::Orvan::IF_SUCCESS);
@@ -105,17 +105,17 @@ protected:
     }
 
     Settings& settings() { return *HaldeElec::Orvan::CPersistentData::GetInstance()->getSettings(); }
-    /** What stands in the EEPROM. */
+    /** The contents of the EEPROM. */
     Settings stored()
     {
         Settings record;
         std::memcpy(static_cast<void*>(&record), board->eeprom().contents().data(), sizeof record);
         return record;
     }
-    /** Writes that the EEPROM has seen: one each time that settings are stored. */
+    /** Writes to the EEPROM so far: one each time settings are stored. */
     size_t writes() { return board->eeprom().write_cycles() / 16; }
 
-    /** What the server put on standard output since the last call, without what the EEPROM's driver did. */
+    /** The server's standard output since the last call, without the EEPROM driver's lines. */
     std::string printed()
     {
         std::fflush(stdout);
@@ -127,7 +127,7 @@ protected:
         }
         return told;
     }
-    /** The lines of the server itself, and forgets all of them. */
+    /** The server's own log lines; clears the log. */
     std::vector<std::string> take_logs()
     {
         std::vector<std::string> texts;

@@ -15,7 +15,7 @@ protected:
     static constexpr const char* kNothingChanged =
         "CPersistentData::writeData() no changes detected, skipping write";
 
-    /** What HEIP prints for 17 rows with these letters ahead of empty ones. */
+    /** What HEIP prints for 17 rows: these letters, then empty rows. */
     static std::string printed_rows(std::vector<std::string> letters)
     {
         letters.resize(17, "0");
@@ -37,7 +37,7 @@ protected:
         lines.emplace_back("\n");
     }
     static std::string header_of(const std::string& frame) { return frame.substr(0, FRMHEADERLEN); }
-    /** Leaves zeros in the buffer behind the header. */
+    /** Leaves zeros in the buffer after the header. */
     void clear_buffer() { serve(FrameHeader{"NONE"}.bytes() + std::string(FRMDATALEN, '\0')); }
 };
 
@@ -49,14 +49,14 @@ struct TextRow {
     bool at_once = true; // the interface gets it
 };
 
-/** The whole field, with what is behind the text. */
+/** The whole field, including the bytes after the text. */
 std::string text_in(const EEPROM_DEVICE_SETTINGS& record, const TextRow& row)
 {
     const auto& field = record.*row.field;
     return {field, sizeof field};
 }
 
-/** A text as it stands in its field. */
+/** A text as stored in its field. */
 std::string in_field(std::string text)
 {
     text.resize(kSettingsTextSize);
@@ -160,7 +160,7 @@ TEST_F(MaintenanceCommands, NetworkTextsGoIntoTheirFields)
             const Settings in_eeprom = stored();
             EXPECT_EQ(std::memcmp(&in_eeprom, &settings(), sizeof in_eeprom), 0) << row.letter;
             if (row.at_once) {
-                // The request and 22 bytes of what has been behind it.
+                // The request and 22 bytes of what followed it in the buffer.
                 EXPECT_EQ(told, FrameHeader({"HEIP", 3, 32, kOwnMac}).bytes() + asked.substr(22) +
                                     std::string(22, '\0'));
             } else {
@@ -222,7 +222,7 @@ TEST_F(MaintenanceCommands, NetworkDhcpIsOnWithTheLetterYAlone)
 {
     const struct {
         std::string value;
-        int now; // what the device says of itself
+        int now; // as the device reports
         uint8_t stored;
         bool applied;
     } cases[] = {
@@ -316,7 +316,7 @@ TEST_F(MaintenanceCommands, RowsThatTheDatagramDoesNotReachAreThoseOfTheFrameBef
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"GetDHCP", "SetDHCP 0"}));
 }
 
-/** Looks around when the interface is about to change. */
+/** Checks the state when the interface is about to change. */
 class WatchedDevice : public orvan_test::RecordingDevice {
 public:
     int SetDHCP(uint8_t value) override

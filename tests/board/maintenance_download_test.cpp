@@ -16,7 +16,7 @@ namespace {
 
 class MaintenanceDownload : public FirmwareTest {
 protected:
-    /** Ends the download behind so many blocks; the file is no archive, and that is the end of it. */
+    /** Ends the download after this many blocks; the file is no archive, so it fails. */
     void finish(uint16_t blocks)
     {
         const auto number = static_cast<uint16_t>(blocks + 1);
@@ -24,7 +24,7 @@ protected:
                   acknowledgement(static_cast<uint16_t>(number + 1)));
         EXPECT_EQ(end(), IF_FAILED);
     }
-    /** A request that fails before a block is asked for, and its reply. */
+    /** A request that fails before a block is requested, and its reply. */
     std::string reply_to_failure()
     {
         EXPECT_EQ(serve(FrameHeader{"HESU"}.bytes()), IF_FAILED);
@@ -95,7 +95,7 @@ TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailAfterAShorterF
         EXPECT_EQ(reply_in_transfer(block(number, full_block(static_cast<char>('a' + number)))),
                   acknowledgement(static_cast<uint16_t>(number + 1)));
     }
-    expect_ignored(block(0, full_block('z'))); // its data count for nothing
+    expect_ignored(block(0, full_block('z'))); // its data is ignored
     expect_ignored(block(4, full_block('y')));
     EXPECT_EQ(reply_in_transfer(block(1, "short")), acknowledgement(2));
     finish(1);
@@ -176,7 +176,7 @@ TEST_F(MaintenanceDownload, TheEndAfterBlock65534IsAcknowledgedWithBlockZero)
 TEST_F(MaintenanceDownload, AnySenderMaySendBlocksAndGetsTheAcknowledgement)
 {
     begin_download();
-    const MaintenanceClient other("127.0.0.2"); // whose frames would have to carry the address
+    const MaintenanceClient other("127.0.0.2"); // whose frames would normally need the MAC address
     other.send(block(1, "one,"), port);
     EXPECT_EQ(other.receive(), acknowledgement(2));
     EXPECT_EQ(reply_in_transfer(block(2, "two")), acknowledgement(3));
@@ -205,7 +205,7 @@ TEST_F(MaintenanceDownload, TheFileOfThePreviousDownloadIsRemoved)
 
 TEST_F(MaintenanceDownload, AToolThatIsSilentForLongerThanTheTimeOutIsWaitedFor)
 {
-    // Every reading of the socket then is one that has come to its time-out.
+    // Every read of the socket then times out.
     ::fcntl(peer.socket(), F_SETFL, O_NONBLOCK);
     begin_download();
     EXPECT_EQ(event.wait_for(milliseconds(50)), std::future_status::timeout);
@@ -289,7 +289,7 @@ TEST_F(MaintenanceDownload, ADeviceOfNoKnownProductGetsNoAcknowledgement)
 TEST_F(MaintenanceDownload, ItsStatusIsThatOfTheLastOneThatArrived)
 {
     EXPECT_EQ(download("no archive"), IF_FAILED);
-    EXPECT_EQ(peer.download_status(), 0); // it has arrived, whatever it is
+    EXPECT_EQ(peer.download_status(), 0); // it has arrived, whatever its contents
     fs::remove_all(kUpgrade);
     write_file(kUpgrade, "no folder");
     EXPECT_EQ(reply_to_failure(), acknowledgement(1));
@@ -300,7 +300,7 @@ TEST_F(MaintenanceDownload, AnySequenceOfFramesWritesTheExpectedFile)
 {
     begin_download();
     std::mt19937 random(1);
-    std::string frame = acknowledgement(1) + full_block('\0'); // as the server's own stands
+    std::string frame = acknowledgement(1) + full_block('\0'); // as in the server's own buffer
     const auto number_at = [&frame](size_t at) {
         return static_cast<uint16_t>(static_cast<uint8_t>(frame[at]) << 8 |
                                      static_cast<uint8_t>(frame[at + 1]));
@@ -310,7 +310,7 @@ TEST_F(MaintenanceDownload, AnySequenceOfFramesWritesTheExpectedFile)
     uint16_t next = 1;
     bool unanswered = false;
     for (int i = 0; i < 500 && !HasFailure(); ++i) {
-        // Behind a frame without an answer comes one that gets its: the socket has room for few.
+        // A frame that is answered follows one that is not: the socket buffers only a few.
         const bool fits = unanswered || random() % 2 == 0;
         const uint16_t others[] = {0, static_cast<uint16_t>(next - 1), static_cast<uint16_t>(next + 1),
                                    static_cast<uint16_t>(random())};

@@ -1,4 +1,4 @@
-// What the maintenance server does for each frame, whatever is in it.
+// What the maintenance server does with each frame, whatever its contents.
 
 #include <atomic>
 #include <cstdlib>
@@ -101,7 +101,7 @@ TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // What is printed still gets out, and shows what has been logged by then.
+            // Output is still flushed, and shows what has been logged by then.
             stdout = fopencookie(&logs, "w", {nullptr, tell_of_the_log, nullptr, nullptr});
             std::fputs("printed\n", stdout);
             const FewDescriptors three(3);

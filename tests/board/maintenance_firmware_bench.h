@@ -37,7 +37,7 @@ inline std::string file_of(size_t size)
     return bytes;
 }
 
-/** Ahead of the bench among the bases: its sockets belong into the network, and it covers PATH. */
+/** A base before the bench: the bench's sockets belong in this network, and it replaces PATH. */
 struct FirmwareGround {
     FirmwareGround()
     {
@@ -76,7 +76,7 @@ private:
     bool m_mounted = false;
 };
 
-/** Nothing but tar, gzip and cp is in PATH, beside the stand-ins. */
+/** Only tar, gzip and cp are in PATH besides the stand-ins. */
 class FirmwareTest : protected FirmwareGround, public MaintenanceTest {
 protected:
     void SetUp() override
@@ -104,7 +104,7 @@ protected:
         MaintenanceTest::TearDown();
     }
 
-    /** A frame of a transfer; its size is that of the data unless another one is given. */
+    /** A frame of a transfer; its size field is the size of the data unless given. */
     static std::string block(uint16_t number, const std::string& data)
     {
         return block(number, data, static_cast<uint16_t>(data.size()));
@@ -115,13 +115,13 @@ protected:
     }
     static std::string acknowledgement(uint16_t number) { return FrameHeader{"HESU", number}.bytes(); }
 
-    /** Sends a frame and lets the server serve it on a thread of its own. */
+    /** Sends a frame and serves it on a separate thread. */
     void begin(const std::string& frame)
     {
         client.send(frame, port);
         event = std::async(std::launch::async, [this] { return server.WaitForEvent(); });
     }
-    /** What the event comes to. */
+    /** The result of the event. */
     int64_t end()
     {
         if (event.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
@@ -130,7 +130,7 @@ protected:
         }
         return event.get();
     }
-    /** Ends a transfer: a download looks at no opcode, and a stream gives up as no module answers. */
+    /** Ends a transfer: a download ignores the opcode, and a stream gives up when no module answers. */
     void break_off()
     {
         while (event.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
@@ -150,13 +150,13 @@ protected:
         client.send(frame, port);
         return client.receive();
     }
-    /** A frame without a reply: what is asked next is the next thing that is answered. */
+    /** Sends a frame that must not be answered: the next reply is to the next request. */
     void expect_ignored(const std::string& frame)
     {
         client.send(frame, port);
         EXPECT_EQ(client.receive(std::chrono::milliseconds(20)), "");
     }
-    /** The whole of a download; what the event comes to. */
+    /** A complete download. @return the result of the event */
     int64_t download(const std::string& file)
     {
         begin_download();
@@ -180,7 +180,7 @@ protected:
     static LogLine info(const std::string& text) { return {LOG_INFO, text}; }
     static LogLine error(const std::string& text) { return {LOG_ERR, text}; }
 
-    /** The lines of a download of so many blocks, and these behind them. */
+    /** The log lines of a download of this many blocks, followed by these. */
     static std::vector<LogLine> download_lines(int blocks, const std::vector<LogLine>& more)
     {
         std::vector<LogLine> lines = {

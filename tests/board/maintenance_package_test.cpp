@@ -1,4 +1,4 @@
-// What becomes of a software package once it is in the instrument.
+// What the instrument does with a software package it has received.
 
 #include <algorithm>
 #include <chrono>
@@ -21,7 +21,7 @@ using namespace HaldeElec::Orvan;
 using orvan_test::ModuleAnswer;
 using orvan_test::ScriptedModule;
 
-// A user "orvan" that the machine does not have, and what is given to whom.
+// A user "orvan" that the machine does not have, and a record of who was made owner of what.
 namespace {
 
 bool g_has_owner = false;
@@ -56,7 +56,7 @@ const std::string kImage = "the modules' software";
 const std::string kImageRequest = ":SYST:UPD:SOFT #221" + kImage + "\r\n";
 const std::string kRestart = ":SYST:REST\r\n";
 
-/** An archive of these files, made with tar and options of it. */
+/** An archive of these files, made by tar with these options. */
 std::string archive(const Files& files, const std::string& options = "-z")
 {
     const fs::path folder = kWork / "content";
@@ -75,7 +75,7 @@ std::string controller_archive()
     return archive({{"patch/install.sh", "exit 0\n"}});
 }
 
-/** The files of a package that is as it ought to be. */
+/** The files of a valid package. */
 Files package(const std::string& folder = kPackage, const std::string& controller = "benchtop_fw_2.1.tar.gz")
 {
     return {{folder + "/" + kModuleFile, kImage}, {folder + "/" + controller, controller_archive()}};
@@ -94,7 +94,7 @@ std::pair<time_t, long> changed(const fs::path& path)
     return {info.st_ctim.tv_sec, info.st_ctim.tv_nsec};
 }
 
-/** Until what is made from now on is newer. */
+/** Waits until files created from now on have a newer time. */
 void wait_until_later_than(const fs::path& path)
 {
     const fs::path clock = kWork / "clock";
@@ -129,7 +129,7 @@ protected:
         FirmwareTest::TearDown();
     }
 
-    /** A download, and the lines behind those of the download itself. */
+    /** A download, and the lines after those of the download itself. */
     std::vector<LogLine> lines_behind_download(const std::string& file, int64_t expected)
     {
         logs.clear();
@@ -145,13 +145,13 @@ protected:
         lines.erase(lines.begin(), complete + 1);
         return lines;
     }
-    /** One that fails once these lines are written. */
+    /** One that fails after logging these lines. */
     void expect_failure(const std::string& file, const std::vector<LogLine>& lines)
     {
         EXPECT_EQ(lines_behind_download(file, IF_FAILED), lines);
         EXPECT_FALSE(fs::exists(kMarker));
         EXPECT_TRUE(fs::exists(kReceived));
-        EXPECT_EQ(reply_to(FrameHeader{"HEID"}.bytes()).substr(0, 4), "HEID"); // it serves all the same
+        EXPECT_EQ(reply_to(FrameHeader{"HEID"}.bytes()).substr(0, 4), "HEID"); // it still serves
     }
     std::vector<std::string> requests() const { return modules[0].requests(); }
 
@@ -228,7 +228,7 @@ TEST_P(MaintenancePackageOf, ItsPlatformIsSentToTheModulesAndLeftToTheUpdateUnit
     EXPECT_EQ(read_file(kMarker), (kHostSw / folder / "patch").string() + "\n");
     EXPECT_EQ(read_file(kHostSw / folder / "patch/install.sh"), "exit 0\n");
     EXPECT_TRUE(fs::is_empty(kModuleFolder)); // the modules have it
-    EXPECT_EQ(client.ready(), "");            // no word of how it ended
+    EXPECT_EQ(client.ready(), "");            // no report of how it ended
     EXPECT_EQ(peer.download_status(), 0);
 }
 INSTANTIATE_TEST_SUITE_P(Products, MaintenancePackageOf,
@@ -246,7 +246,7 @@ TEST_F(MaintenancePackage, TheFoldersOfAnUpdateAreOwnedByTheUserOrvan)
 {
     g_has_owner = true;
     const std::string file = archive(package());
-    const mode_t mask = ::umask(0); // or it would make them what they ought to be
+    const mode_t mask = ::umask(0); // or it would correct the modes
     EXPECT_EQ(download(file), IF_SUCCESS_RECV_FIRMWARE);
     ::umask(mask);
     EXPECT_EQ(g_given, (std::vector<std::string>{"/home/orvan/halde/upgrade/host_sw 1234 5678",
@@ -269,7 +269,7 @@ TEST_F(MaintenancePackage, ThatArrivesAndDoesNotFitOnTheDiskUnpackedFails)
         GTEST_SKIP() << "no file system in memory";
     }
     Files files = package();
-    files[kPackage + "/filler"] = std::string(300'000, 'x'); // next to nothing in the archive
+    files[kPackage + "/filler"] = std::string(300'000, 'x'); // compresses to almost nothing
     const std::string file = archive(files);
     expect_failure(file, {extraction(false)});
     EXPECT_TRUE(read_file(kReceived) == file);

@@ -1,5 +1,5 @@
 /**
- * The maintenance server in a network of its own: its ports are free, and names lead nowhere.
+ * The maintenance server in a private network: its ports are free, and names do not resolve.
  */
 #ifndef ORVAN_TESTS_MAINTENANCE_SERVER_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_SERVER_BENCH_H
@@ -56,7 +56,7 @@ protected:
     HaldeElec::Orvan::UdpServerTestPeer peer{server};
 };
 
-/** While it lives, the process gets so many more descriptors and not one beyond them. */
+/** While it lives, the process can open exactly this many more descriptors. */
 class FewDescriptors {
 public:
     explicit FewDescriptors(size_t more)

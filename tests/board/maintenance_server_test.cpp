@@ -61,7 +61,7 @@ TEST_F(MaintenanceServer, TakesAPortInCNotation)
     const struct {
         const char* text;
         int port;
-        long told; // what the first five characters come to in decimal
+        long told; // the first five characters read as decimal
     } cases[] = {{"7502", 7502, 7502}, {"0x1d4e", 7502, 0}, {"016516", 7502, 1651}, {" 7502", 7502, 7502}};
     for (const auto& [text, port, told] : cases) {
         EXPECT_EQ(server.Init("127.0.0.1", text, nullptr), IF_SUCCESS) << text;
@@ -73,7 +73,7 @@ TEST_F(MaintenanceServer, TakesAPortInCNotation)
 
 TEST_F(MaintenanceServer, FailsOnAnAddressThatItCannotResolve)
 {
-    // Labels of a name have at most 63 characters, and so nobody is asked for this one.
+    // A label has at most 63 characters, so no name server is queried for this name.
     const std::string unknown(64, 'x');
     EXPECT_EQ(server.Init(unknown.c_str(), "7502", nullptr), LXI_ERROR_INIT_SOCK_ADDR);
     EXPECT_EQ(server.Init("127.0.0.1", "no-such-service", nullptr), LXI_ERROR_INIT_SOCK_ADDR);
@@ -246,7 +246,7 @@ TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     orvan_test::RecordingDevice device;
-    // Before its destructor tells it to.
+    // Before its destructor stops it.
     const auto ends = [](CUdpServer& of) {
         const UdpServerTestPeer inside{of};
         const auto deadline = std::chrono::steady_clock::now() + seconds(5);
@@ -271,7 +271,7 @@ TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)
     EXPECT_EQ(lines[0].text, "[CUdpServer] no maintenance on port 7502 (0x80000106)");
 }
 
-/** Its events come to what a case says, and the last one ends it if nothing else has. */
+/** Its events return what a case sets, and the last one ends it if nothing else has. */
 class ScriptedServer : public CUdpServer {
 public:
     explicit ScriptedServer(std::vector<uint32_t> results)

@@ -28,7 +28,7 @@ bool port_is_free()
     return ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0;
 }
 
-/** The line behind which only the rows, the fans and the server follow. */
+/** The line after which only the rows, the fans and the server follow. */
 bool is_last_line(const LogLine& line)
 {
     return line.text.starts_with("[CPersistentData] readData hostname");

@@ -22,7 +22,7 @@ namespace {
 constexpr const char* kModuleAddresses[] = {"127.0.7.1", "127.0.8.1", "127.0.9.1", "127.0.10.1"};
 constexpr size_t kFrameSize = 1046;
 
-/** A module's maintenance port: the test says what it answers, and when. */
+/** A module's maintenance port: the test decides what it answers, and when. */
 class UdpModule {
 public:
     explicit UdpModule(const char* address) : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
@@ -30,7 +30,7 @@ public:
         const sockaddr_in own = orvan_test::ipv4(address, PORTUDP);
         EXPECT_EQ(bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
     }
-    /** The next frame of the instrument, which answers go to from then on. */
+    /** The instrument's next frame; answers go to its sender from then on. */
     std::string receive(milliseconds bound = seconds(5))
     {
         pollfd waiting = {m_socket.get(), POLLIN, 0};
@@ -73,7 +73,7 @@ protected:
         install(3);
     }
 
-    /** The instrument has so many modules. */
+    /** Sets the instrument's number of modules. */
     void install(int count)
     {
         settings().numDevices = static_cast<decltype(settings().numDevices)>(count);
@@ -88,7 +88,7 @@ protected:
     {
         return FrameHeader{"HEPD", number, 0xFFFF, kOwnMac}.bytes();
     }
-    /** What a module answers: itself in `mac`, and a header only. */
+    /** A module's answer: a header only, with its number in `mac`. */
     static std::string answer(int module, uint16_t number, uint16_t size = 0)
     {
         return FrameHeader{"HEPD", number, size, std::string(6, static_cast<char>('a' + module))}.bytes();
@@ -119,7 +119,7 @@ protected:
         client.send(last_frame(2), port);
         ASSERT_EQ(pass_on(last_frame(2), 3), answer(installed - 1, 3));
     }
-    /** The success frame behind an acknowledgement of the highest module. */
+    /** The success frame after an acknowledgement of the highest module. */
     std::string success_frame() const
     {
         return FrameHeader{"HEPD", 0, 0xFFFF, std::string(6, static_cast<char>('a' + installed - 1)),
@@ -148,7 +148,7 @@ TEST_F(MaintenanceStream, FramesReachEveryModuleAndTheHighestOnesAnswerIsReturne
     begin(first);
     EXPECT_EQ(pass_on(first, 2), answer(2, 2));
     client.send(second, port);
-    EXPECT_EQ(pass_on(second + first.substr(second.size()), 3), answer(2, 3)); // behind it the one before
+    EXPECT_EQ(pass_on(second + first.substr(second.size()), 3), answer(2, 3)); // followed by the previous one
     client.send(last_frame(3), port);
     EXPECT_EQ(pass_on(last_frame(3), 4), answer(2, 4));
 
@@ -306,7 +306,7 @@ TEST_F(MaintenanceStream, AModuleThatIsSilentForTwoSecondsEndsItWithAnErrorFrame
                             }));
 }
 
-// A module's datagram without a byte counts as none, and at once.
+// An empty datagram from a module counts as no answer, at once.
 
 TEST_F(MaintenanceStream, EveryModuleThatFailsIsLoggedAndTheServiceContinues)
 {

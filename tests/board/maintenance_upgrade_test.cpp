@@ -1,4 +1,4 @@
-// The update unit: how it is started, and the files that it leaves behind.
+// The update unit: how it is started, and the files it leaves.
 
 #include <csignal>
 #include <thread>
@@ -19,7 +19,7 @@ const std::string kRemoving = "[upgrade service]: Removing installation files";
 const std::string kFailed = "[upgrade service]: software cleanup failed";
 const std::string kMarkFound = "[upgrade service]: delete mark found. failed to cleanup files";
 
-/** A file system of its own over a folder. */
+/** A private file system over a folder. */
 class Mount {
 public:
     explicit Mount(const fs::path& folder) : m_folder(folder)
@@ -88,7 +88,7 @@ protected:
     }
 };
 
-/** A server to which an update comes, and then the end. */
+/** A server that receives an update and is then ended. */
 class ServerOfOneUpdate : public CUdpServer {
 public:
     ServerOfOneUpdate() : CUdpServer(nullptr, 0, 0, false) {}
@@ -121,7 +121,7 @@ TEST_F(MaintenanceUpgrade, AMachineWithoutSystemdIsAnExitCodeToo)
 
 TEST_F(MaintenanceUpgrade, AStartThatASignalEndsCountsAsOne)
 {
-    // A shell may have become the command, and then there is none around it.
+    // A shell may exec the command, and then there is no shell around it.
     put_systemctl(
         "read -r parent </proc/$PPID/comm; [ \"$parent\" = sh ] && kill -TERM $PPID; kill -TERM $$");
     EXPECT_EQ(lines_of_launch(), std::vector{info("Upgrade service launched successfully")});

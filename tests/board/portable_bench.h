@@ -1,5 +1,5 @@
 /**
- * A portable's board, and a device on it whose start-up ended at the SPI port: its operations are there, and
+ * A portable's board, and a device whose start-up ended at the SPI port: its operations work, and
  * no thread runs.
  */
 #ifndef ORVAN_TESTS_BOARD_PORTABLE_BENCH_H
@@ -27,7 +27,7 @@
 
 namespace HaldeElec::Orvan {
 
-/** What of the device only its own threads and its start-up reach. */
+/** Access to the device's private members. */
 struct PortableDeviceTestPeer {
     OrvanPortableDevice& device;
 

@@ -318,7 +318,7 @@ TEST(CreatedDevice, IsAPortableOnTheBoardsOfTheOtherPlatformsToo)
 {
     for (const sim_board::BoardWiring* wiring : {&sim_board::kBenchtopWiring, &sim_board::kKsr7000Wiring}) {
         sim_board::InstalledBoard board{*wiring};
-        board->spi().set_node_present("/dev/spidev0.1", false); // the start goes no further than to its bus
+        board->spi().set_node_present("/dev/spidev0.1", false); // the start ends at its bus
         orvan_test::LogCapture logs;
         const std::unique_ptr<IOrvanDeviceManager> device(CreateDevice("/dev/null", 4));
         EXPECT_EQ(device->device_type_product, 0);

@@ -47,7 +47,7 @@ protected:
         end_module_service();
     }
 
-    /** Of the hottest module, from now on. */
+    /** Sets the temperature of the hottest module. */
     void temperature(const std::string& degrees)
     {
         module.always(ModuleAnswer::reply(degrees + ";+OK\r\n"));
@@ -258,7 +258,7 @@ TEST_F(PortableFans, TheTestFailsFromTheEleventhFailedCycleOnAndPassesOnceTheCou
         next_cycle(kCycleAfterError);
         EXPECT_EQ(fan_test(), failed <= 10 ? BIT_PASS : BIT_FAIL);
     }
-    // The count stands at 10, and a cycle reports what it found.
+    // The count is 10, and a cycle reports what it found.
     fault->not_acknowledging(false);
     next_cycle(kCycleAfterError);
     EXPECT_EQ(fan_test(), BIT_FAIL);

@@ -18,7 +18,7 @@ namespace {
 
 constexpr uint64_t kSecond = 1'000'000;
 
-/** Its waits advance the clock by themselves. */
+/** Its waits advance the clock automatically. */
 class PortablePower : public PortableTest {
 protected:
     PortablePower()
@@ -176,7 +176,7 @@ TEST_F(PortablePower, APressedPowerButtonIsPolledEvery50Milliseconds)
     )"));
 }
 
-/** Cycles of the charge monitor, with the channel records of one module behind them. */
+/** Cycles of the charge monitor, with the channel records of one module. */
 class PortableCharge : public PortablePower {
 protected:
     PortableCharge()

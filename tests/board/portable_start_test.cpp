@@ -48,7 +48,7 @@ protected:
         if (!refusal().empty()) {
             return;
         }
-        // A folder that leads to another one would not be one to a program that makes it.
+        // A link to a folder would not count as a folder for a program that creates it.
         fs::create_directories("/home/orvan");
         fs::create_directory_symlink(files->halde(), "/home/orvan/halde");
         files->write_factory_setup("{}");
@@ -63,7 +63,7 @@ protected:
             GTEST_SKIP() << refusal();
         }
     }
-    /** GoogleTest tells of failures on standard output. */
+    /** GoogleTest reports failures on standard output. */
     void TearDown() override
     {
         if (refusal().empty()) {
@@ -80,7 +80,7 @@ protected:
     {
         const sim_board::SelfAdvancing self{board->clock()};
         device.reset(CreateDevice("/dev/null", kDebugOff));
-        // The selected channel's temperature is asked for at the instrument's own server.
+        // The selected channel's temperature is polled through the instrument's own server.
         Scpi_Orvanx::getInstance()->setScpiPort(module->port());
     }
     /** A new start of the process, on the same machine. */
@@ -115,7 +115,7 @@ protected:
         return *reinterpret_cast<ORVAN_CONFIG*>(Scpi_Orvanx::getInstance()->get_channelDB(1));
     }
 
-    /** The body of a case whose device never ends, in a process of its own that ends with it. */
+    /** Runs the body of a case whose device never ends, in a child process that ends with it. */
     template <typename Body>
     void in_a_process_that_ends(Body body)
     {
@@ -149,7 +149,7 @@ private:
     {
         body();
         err.reset();
-        // GoogleTest itself keeps quiet in such a process.
+        // GoogleTest prints nothing in such a process.
         const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
         for (int i = 0; i < result.total_part_count(); ++i) {
             const auto& part = result.GetTestPartResult(i);
@@ -440,7 +440,7 @@ TEST_F(PortableStart, TheEndStopsTheFanThreadAndClosesTheBus)
         << "the maintenance server leaves its socket, and one to the module for each frame";
 }
 
-/** What is to become of the readings of the charge monitor. */
+/** How the charge monitor's readings change. */
 struct ChargeHistory {
     void read(unsigned percentage)
     {

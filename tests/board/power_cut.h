@@ -13,7 +13,7 @@
 namespace board_test {
 
 /**
- * Counts the bytes of data of all page writes together, and cuts the supply behind one of them: what had come
+ * Counts the data bytes of all page writes together, and cuts the supply after one of them: what had arrived
  * of that page until then is stored, and the chip is dead until the supply is back. Not thread-safe.
  */
 class PowerCutChip : public sim_board::SpiDevice {
@@ -76,7 +76,7 @@ public:
 private:
     static constexpr uint8_t kWrite = 0x02;
     static constexpr size_t kAddressBytes = 2;
-    // What it answers now, nobody will have read: the supply of the processor is gone too. Not busy, so that
+    // Its answers from now on are never read: the processor's supply is gone too. Not busy, so that
     // the operation, which can't be stopped half-way, does not wait a hundred times for each page.
     static constexpr uint8_t kDeadByte = 0;
 

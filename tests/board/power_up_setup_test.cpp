@@ -13,7 +13,7 @@ namespace {
 
 class PowerUpSetup : public SettingsTest {};
 
-// One case: the process has one owner of the settings, and that one keeps this board for good.
+// A single case: the process has one owner of the settings, which keeps this board to the end.
 TEST_F(PowerUpSetup, IsStoredAtOnce)
 {
     program(blob("230042"));

@@ -1,4 +1,4 @@
-// A power cut behind every byte that is written, and in every write cycle of a page.
+// A power cut after every byte that is written, and in every write cycle of a page.
 
 #include <algorithm>
 #include <functional>
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr size_t kPage = 64;
 
-/** "", "7" or "3-5, 9": what of a row of cuts came out wrong. */
+/** "", "7" or "3-5, 9": which cuts of a row went wrong. */
 std::string ranges(const std::vector<size_t>& numbers)
 {
     std::string text;
@@ -38,8 +38,8 @@ std::string ranges(const std::vector<size_t>& numbers)
 
 /** Where the next start does not find a whole identity. */
 struct Gaps {
-    std::string eeprom_bytes; /**< numbers of bytes behind which the supply was lost, 0 to 1024 */
-    std::string eeprom_pages; /**< pages that the cut left erased, in the midst of their write cycle */
+    std::string eeprom_bytes; /**< numbers of bytes after which the supply was lost, 0 to 1024 */
+    std::string eeprom_pages; /**< pages that the cut left erased, during their write cycle */
     std::string file_bytes;   /**< lengths at which the file was left */
 
     bool operator==(const Gaps&) const = default;
@@ -67,7 +67,7 @@ protected:
     }
 
     /**
-     * Lets `operation` run on the two stores as they stand in `eeprom` and `backup`, with a cut at every
+     * Runs `operation` on the two stores as set in `eeprom` and `backup`, with a cut at every
      * point of its writes, and starts again after each.
      */
     Gaps cuts(const std::function<void()>& operation)
@@ -134,7 +134,7 @@ protected:
         std::memcpy(image.data(), &record, sizeof record);
         return image;
     }
-    /** Of a newer layout, with fields behind the record that this one does not have. */
+    /** Of a newer layout, with fields after the record that this one does not have. */
     Blob newer_identity(const char* serial)
     {
         Blob image = signed_identity(serial, 57, 2);
@@ -146,7 +146,7 @@ protected:
 
     Blob eeprom;                 // erased
     std::optional<Blob> backup;  // none
-    bool file_writable = true;   // else a link that leads nowhere stands there
+    bool file_writable = true;   // else it is a dangling link
     size_t whole_after_cuts = 0; // how many starts found what the operation was about to write
 
 private:
@@ -227,7 +227,7 @@ private:
         file_at_cut.reset();
         operation();
         ASSERT_TRUE(chip->dead()) << "cut behind byte " << bytes;
-        // What the process did after the cut never was.
+        // What the process did after the cut is undone.
         EXPECT_EQ(file_at_cut, backup ? std::optional(bytes_of(*backup)) : std::nullopt)
             << "the EEPROM comes first";
         if (file_writable) {
@@ -357,9 +357,9 @@ TEST_F(PowerCut, ReplacingADamagedEepromByTheFactorySettingsLosesNothing)
     EXPECT_EQ(cuts_of_a_start(), kNone);
 }
 
-// From here on the gaps. In none of them does the file lose anything: it is written when the EEPROM is whole.
+// The gaps follow. The file never loses anything in them: it is written once the EEPROM is complete.
 
-// A copy without a signature can't be told from a torn one. While a page of its record is erased in the chip,
+// A copy without a signature looks like a torn one. While a page of its record is erased in the chip,
 // what is left of it still wins over the file, unless the model is gone with page 0.
 const char* const kPagesOfARecord = "1-8";
 

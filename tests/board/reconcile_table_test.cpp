@@ -30,16 +30,16 @@ constexpr const char* kFileStates[] = {
 // What is decided, a letter a column of kFileStates:
 //
 //   letter  blob                             EEPROM  file
-//   d       EEPROM's anew, next generation   x       x     "downgrading"
+//   d       EEPROM's rewritten, next gen.    x       x     "downgrading"
 //   v       EEPROM's                                 x     "both VERIFIED but differ"
 //   f       EEPROM's                                 x
 //   =       EEPROM's
-//   E e l   EEPROM's anew, generation 1      x       x
-//   F       file's anew, generation 1        x       x     "EEPROM had default serial"
-//   D       EEPROM's anew, generation 1      x       x     "both have real, DIFFERENT serials"
+//   E e l   EEPROM's rewritten, gen. 1       x       x
+//   F       file's rewritten, gen. 1         x       x     "EEPROM had default serial"
+//   D       EEPROM's rewritten, gen. 1       x       x     "both have real, DIFFERENT serials"
 //   u       file's                           x             "Unexpected"
 //   r       file's                           x             "restoring"
-//   R       file's anew, generation 1        x       x     "restoring"
+//   R       file's rewritten, gen. 1         x       x     "restoring"
 //   0       the factory's, generation 1      x       x
 struct EepromRow {
     const char* state;
@@ -304,7 +304,7 @@ protected:
     std::string_view file_state;
     char decision = 0;
     Blob eeprom = {};
-    Blob file_image = {}; // the first 1024 bytes, also of a file that was cut behind its record
+    Blob file_image = {}; // the first 1024 bytes, also of a file that was cut after its record
     Bytes before;
 };
 
@@ -345,7 +345,7 @@ TEST_P(Reconciliation, ASecondStartFindsNothingToDo)
         return; // nothing heals
     }
     read_data();
-    if (peer->version() == 2) { // a newer copy was restored as it stood; the next start is the downgrade's
+    if (peer->version() == 2) { // a newer copy was restored unchanged; the next start downgrades it
         restart();
         read_data();
     }

@@ -12,7 +12,7 @@
 
 namespace board_test {
 
-/** Tells of its calls and answers them as a case says. */
+/** Records its calls and returns what a case sets. */
 class RecordingHandler : public HaldeElec::Orvan::IDeviceConnectionHandler {
 public:
     int setTrgSrc(uint8_t coupleIdx) override { return answer("source", coupleIdx); }

@@ -1,4 +1,4 @@
-// Records and tables that hold what none should, through a whole start: what each of them leads to.
+// Invalid records and tables, and what each of them leads to through a whole start.
 
 #include <array>
 #include <cstddef>
@@ -58,7 +58,7 @@ protected:
     {
         return peer->build(&record, 1, generation);
     }
-    /** A start with the options as a new process has them: a start puts the present ones into its table. */
+    /** A start with the options of a new process: a start writes the present ones into its table. */
     const sDevArch_t* start()
     {
         static const std::vector<optEntry_t> kFactory(optPortable_Tbl, optPortable_Tbl + kOptionRows);
@@ -112,7 +112,7 @@ TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverFollows)
     for (const Field& field : kFields) {
         SCOPED_TRACE(field.name);
         EEPROM_DEVICE_SETTINGS record;
-        std::memset(&record, 'y', sizeof record); // no terminator anywhere behind it
+        std::memset(&record, 'y', sizeof record); // no terminator anywhere after it
         std::memset(record.modelName, 0, sizeof record.modelName);
         std::strcpy(record.modelName, "OVX3651P");
         std::memcpy(record.*field.text, filled.data(), filled.size());

@@ -1,6 +1,6 @@
 /**
  * The two stores of the settings, an EEPROM on a simulated board and a backup file in a home of the test's
- * own, and an owner of settings that starts on them as often as a test wants.
+ * own, and an owner of settings that a test can start any number of times.
  */
 #ifndef ORVAN_TESTS_SETTINGS_BENCH_H
 #define ORVAN_TESTS_SETTINGS_BENCH_H
@@ -60,7 +60,7 @@ protected:
         logs.clear();
     }
 
-    /** GoogleTest tells of failures on standard output. */
+    /** GoogleTest reports failures on standard output. */
     void TearDown() override
     {
         const std::string told = HasFailure() ? out->text() : "";
@@ -80,7 +80,7 @@ protected:
                                  HaldeElec::Orvan::kOptionRows);
     }
 
-    /** Result of the power-up test that tells of the EEPROM. */
+    /** Result of the EEPROM's power-up test. */
     static int eeprom_test()
     {
         bitReport_t report = {};
@@ -145,7 +145,7 @@ protected:
         std::strcpy(record.scpiRevision, "01.0.00");
         return record;
     }
-    /** What the record of an image is when it is signed anew. */
+    /** The record of an image when it is signed again. */
     Blob rebuilt(const Blob& image, uint32_t generation) { return peer->build(image.data(), 1, generation); }
 
     void program(const Blob& image) { board->eeprom().program(0, image); }

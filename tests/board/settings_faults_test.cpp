@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** Refuses one message alone, by its number, and counts them all. */
+/** Refuses a single message, given by number, and counts them all. */
 struct RefusesOne : sim_board::FaultySpiDevice {
     using FaultySpiDevice::FaultySpiDevice;
     int refuse_message() override { return messages++ == refused ? EIO : FaultySpiDevice::refuse_message(); }
@@ -24,7 +24,7 @@ struct RefusesOne : sim_board::FaultySpiDevice {
     size_t messages = 0;
 };
 
-/** While it lives, the permissions of a file hold for root as well. */
+/** While it lives, file permissions apply to root as well. */
 class PermissionsCount {
 public:
     PermissionsCount()
@@ -68,7 +68,7 @@ protected:
         logs.clear();
         board->trace().clear();
     }
-    /** What the caller had stays as it was, and the refusal is told once. */
+    /** The caller's data is unchanged, and the refusal is logged once. */
     void expect_only_the_refusal_shows()
     {
         EXPECT_EQ(channel(), 2u);
@@ -76,13 +76,13 @@ protected:
         EXPECT_EQ(logs.count(LOG_INFO, "sendDataBySPI - error : -1"), 1u);
         EXPECT_EQ(cells(TOTAL_BLOB_SIZE, 0x2000), Bytes(0x2000 - TOTAL_BLOB_SIZE, 0xff));
     }
-    /** Serial of the settings that a start goes by. */
+    /** Serial number of the settings a start uses. */
     std::string chosen_serial()
     {
         read_data();
         return (*peer)->getSettings()->serialNum;
     }
-    /** Opcodes of the messages that went out. */
+    /** Opcodes of the messages sent. */
     std::vector<std::string> opcodes()
     {
         const std::string prefix = "spi eeprom: ";

@@ -23,7 +23,7 @@ int sleep_really(const timespec* wait, timespec* left)
 
 } // namespace
 
-// These stand ahead of the C library's for the whole program.
+// These override the C library's for the whole program.
 
 extern "C" int clock_gettime(clockid_t id, timespec* now)
 {

@@ -1,5 +1,5 @@
 /**
- * The process's own waits for the passing of time, left out.
+ * Skips the waits of the process.
  */
 #ifndef ORVAN_TESTS_SKIPPED_WAITS_H
 #define ORVAN_TESTS_SKIPPED_WAITS_H
@@ -10,13 +10,13 @@
 namespace board_test {
 
 /**
- * While it lives, std::this_thread::sleep_for returns once `others_done` is true, and the steady clock goes
- * on by what was to be slept, on all threads. The clock keeps what it has gained; a wait for a condition with
- * a deadline lasts longer by that. One at a time.
+ * While it lives, std::this_thread::sleep_for returns once `others_done` is true, and the steady clock
+ * advances by the skipped time, on all threads. The advance remains, so a wait for a condition with a
+ * deadline lasts that much longer. One at a time.
  */
 class SkippedWaits {
 public:
-    /** @param others_done asked on any thread: nothing is under way that would take the skip for a delay */
+    /** @param others_done called on any thread; true when nothing under way would see the skip as a delay */
     explicit SkippedWaits(std::function<bool()> others_done);
     ~SkippedWaits();
     SkippedWaits(const SkippedWaits&) = delete;

@@ -52,7 +52,7 @@ bool is_step(const std::string& line)
     return false;
 }
 
-// What of a step's line differs from run to run, or repeats, is left out.
+// Leaves out what differs from run to run in a step's line, or repeats.
 std::string step_of(const std::string& line)
 {
     if (line.starts_with("spi eeprom: 03")) {
@@ -93,7 +93,7 @@ StartBench::StartBench(const sim_board::BoardWiring& wiring) : board(wiring)
     if (!refusal().empty()) {
         return;
     }
-    // So that a path leads to one place whichever call it is handed to.
+    // So that every call resolves a path to the same place.
     fs::create_directories("/home/orvan");
     fs::create_directory_symlink(files.halde(), "/home/orvan/halde");
     fs::create_directory(files.halde() / "config");
@@ -280,7 +280,7 @@ std::vector<std::string> StartBench::steps() const
             found.push_back(step);
         }
     }
-    // The modules are asked at once.
+    // The modules are polled at once.
     const auto is_question = [](const std::string& step) { return step.ends_with(": *TST?"); };
     const auto first = std::find_if(found.begin(), found.end(), is_question);
     std::sort(first, std::find_if_not(first, found.end(), is_question));

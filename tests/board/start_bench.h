@@ -1,6 +1,6 @@
 /**
- * An instrument that starts as a whole: its board, both stores of its settings, its files, and a scripted
- * module for each channel. What it does to the board, says and asks its modules stands in one trace.
+ * An instrument that runs its complete start: board, both stores of its settings, files, and a scripted
+ * module for each channel. One trace records its accesses to the board, its log lines and its queries.
  */
 #ifndef ORVAN_TESTS_START_BENCH_H
 #define ORVAN_TESTS_START_BENCH_H
@@ -57,10 +57,10 @@ protected:
     explicit StartBench(const sim_board::BoardWiring& wiring);
     virtual std::unique_ptr<HaldeElec::Orvan::IOrvanDeviceManager> make_device() = 0;
     void SetUp() override;
-    /** Ends the device. GoogleTest tells of failures on standard output, which is given back first. */
+    /** Ends the device. Restores standard output first, where GoogleTest reports failures. */
     void TearDown() override;
 
-    /** Empty but for what the modules of this bench tell. */
+    /** Empty except for what the modules of this bench report. */
     static EEPROM_DEVICE_SETTINGS settings_of_modules();
     HaldeElec::Orvan::Blob signed_image(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation);
     void store_in_eeprom(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation = 57);
@@ -69,18 +69,18 @@ protected:
     HaldeElec::Orvan::Blob eeprom_image();
     HaldeElec::Orvan::Blob file_image();
 
-    /** Runs the constructor, whose waits pass by themselves. */
+    /** Runs the constructor; its waits advance the clock automatically. */
     void start();
-    /** The same, and lets the threads that it has started do their first work and fall asleep. */
+    /** The same, and lets the threads it started do their first work and fall asleep. */
     void start_and_settle();
-    /** Lets time pass; what sleeps in it runs on. */
+    /** Advances the clock; threads whose sleep ends run on. */
     void pass(uint64_t us) { ASSERT_TRUE(board->clock().run(us, threads)); }
     /** Runs the destructor while time passes and frames come in, and ends the module service and the owner of
      * the settings. */
     void end() { end({}); }
     /** The same, but no frame comes in until the SPI port is closed. */
     void end_without_frames_before_the_bus_ends();
-    /** Ahead of every start: the addresses of the table are real ones. */
+    /** To be called before every start: the addresses of the table are real ones. */
     void put_modules_behind_their_channels();
 
     static EEPROM_DEVICE_SETTINGS& settings();
@@ -92,11 +92,11 @@ protected:
     /** Why a case can't run here; empty when it can. */
     const std::string& refusal() const { return home.refusal().empty() ? network.refusal() : home.refusal(); }
     auto i2c_fault(uint8_t address) { return sim_board::insert_fault(board->i2c(), address); }
-    /** Words of "sudo" so far, one call a line. */
+    /** Arguments of "sudo" so far, one call per line. */
     std::string sudo_calls() const;
 
-    /** The steps of the start: runs of lines that are alike count as one, and of hardware accesses only those
-     *  stand there that tell a step. */
+    /** The steps of the start: runs of equal lines count as one, and of the hardware accesses only those
+     *  that identify a step are included. */
     std::vector<std::string> steps() const;
 
     orvan_test::PrivateHome home;

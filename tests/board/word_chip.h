@@ -15,7 +15,7 @@
 
 namespace board_test {
 
-/** Stands in for a battery or a charger with whatever words a test wants, also such as no sound chip has. */
+/** A battery or charger with any words a test wants, including invalid ones. */
 class WordChip : public sim_board::SmbusWordDevice {
 public:
     void set(uint8_t reg, uint16_t word)
@@ -23,7 +23,7 @@ public:
         std::lock_guard lock(m_mutex);
         m_words.at(reg) = word;
     }
-    /** Called in the midst of each access, on its thread; to be set before. */
+    /** Called during each access, on its thread; to be set before. */
     void on_access(std::function<void()> watcher) { m_watcher = std::move(watcher); }
 
 private:

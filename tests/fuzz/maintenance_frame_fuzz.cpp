@@ -1,8 +1,8 @@
 /**
- * Feeds datagrams to the maintenance server. Each gets exactly the reply that its opcode and its rows ask
+ * Feeds datagrams to the maintenance server. Each gets exactly the reply that its opcode and rows call
  * for, and no other field of the settings changes than those that the protocol names.
  *
- * An input is a number of datagrams: a byte whose lowest bit tells a foreign host from the instrument itself,
+ * An input is a number of datagrams: a byte whose lowest bit marks a foreign host and not the instrument,
  * two bytes of length, low byte first, and the bytes. Transfers of firmware are left out, as they wait for
  * frames of their own.
  */
@@ -48,7 +48,7 @@ void require(bool held, const char* what)
     std::abort();
 }
 
-/** What no frame may change is all that is left. */
+/** Clears what a frame may change. */
 EEPROM_DEVICE_SETTINGS without_parameters(EEPROM_DEVICE_SETTINGS settings)
 {
     settings.options = 0;
@@ -71,7 +71,7 @@ bool has_port_row(const std::string& frame)
     return false;
 }
 
-/** Bytes of the reply to a frame as it stands in the buffer; 0 for none. */
+/** Length of the reply to the frame in the buffer; 0 for none. */
 size_t reply_size(const std::string& frame, size_t received)
 {
     const std::string_view opcode = std::string_view(frame).substr(0, kOpcodeLength);
@@ -114,7 +114,7 @@ private:
     std::array<uint8_t, 0x10000> m_bytes{};
 };
 
-/** The settings live in a home of the process's own. */
+/** The settings are stored in a private home. */
 class Bench {
 public:
     Bench()
@@ -170,7 +170,7 @@ private:
     MaintenanceClient m_foreign{"127.0.0.2"};
 };
 
-// Ahead of any thread.
+// Before any thread.
 const orvan_test::PrivateHome g_home;
 
 } // namespace

@@ -1,6 +1,6 @@
 /**
  * Feeds one stream of client bytes to the parser whole, byte by byte and in random pieces. All three must
- * come to the same events, with one line end and one flush for each message of the stream.
+ * produce the same events, with one line end and one flush for each message of the stream.
  *
  * The first byte of the input chooses the size of the buffer, the second the cuts; the rest is the stream.
  */
@@ -28,7 +28,7 @@ void require(bool held, const char* what)
     std::abort();
 }
 
-/** The header and the parameters lie in the received bytes, one behind the other, and belong to the row. */
+/** The header and the parameters are in the received bytes, in this order, and belong to the row. */
 void check_command(scpi_t* c)
 {
     const char* const begin = c->buffer.data;

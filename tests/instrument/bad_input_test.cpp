@@ -10,7 +10,7 @@ using namespace orvan_test;
 
 namespace {
 
-// A sanitizer build is several times slower than the second in which an instrument answers.
+// A sanitizer build takes several times the second that an instrument needs to answer.
 constexpr std::chrono::seconds kSoon{5};
 
 void expect_answers(const Instrument& instrument)

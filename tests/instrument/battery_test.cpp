@@ -1,4 +1,4 @@
-// The battery of a portable: what the service makes of its charge, and the module that goes off with it.
+// The battery of a portable: how the service reports its charge, and when the module is switched off.
 #include <optional>
 
 #include <gtest/gtest.h>
@@ -36,8 +36,8 @@ protected:
     }
     /**
      * Puts it in so that the module's power is switched. The fans' thread writes the same port without a
-     * lock, in step with the charge monitor, and may put back what it read before the switch; then it takes
-     * another go.
+     * lock, in step with the charge monitor, and may write back what it read before the switch; then it
+     * retries.
      */
     void put_in_to_switch(const char* percent, const char* state, const char* percent_of_other_state)
     {

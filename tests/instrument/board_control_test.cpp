@@ -1,4 +1,4 @@
-// The board of the service, steered and looked at from outside.
+// The service's board, controlled and inspected from outside.
 #include <gtest/gtest.h>
 
 #include "instrument.h"
@@ -70,7 +70,7 @@ TEST(ModuleTemperature, IsHeldAndReleasedFromOutside)
 TEST(ModuleTemperature, IsNotPolledBeforeTheInstrumentServes)
 {
     ORVAN_NEEDS_SANDBOX();
-    // A failed poll of the own channel would stand in the built-in test for good; at this rate the half
+    // A failed poll of the own channel would stay in the built-in test's result; at this rate the half
     // minute between the polls is 3 ms.
     const Instrument instrument({"--clock-rate", "10000"});
     Client client = instrument.client();

@@ -24,13 +24,13 @@ public:
     /** Sends all bytes; false when the peer is gone. */
     bool send(std::string_view bytes);
 
-    /** Bytes up to and including the next LF, or what came until the end of the stream or of the wait. */
+    /** Bytes up to and including the next LF, or those received before the end of the stream or the wait. */
     std::string read_line(std::chrono::milliseconds wait = kDefaultWait);
 
     /** `line` and "\n" out, one reply line in. */
     std::string ask(std::string_view line, std::chrono::milliseconds wait = kDefaultWait);
 
-    /** No more bytes from this side; replies can still come. */
+    /** Ends the sending direction; replies can still arrive. */
     void finish_sending();
 
     /** Closes with a RST instead of a FIN. */

@@ -19,7 +19,7 @@ struct Exchange {
  */
 std::vector<Exchange> read_session(const std::string& path);
 
-/** The exchanges of a Markdown document that stand in "scpi" code blocks. */
+/** The exchanges in the "scpi" code blocks of a Markdown document. */
 std::vector<Exchange> read_examples(const std::string& path);
 
 } // namespace orvan_test

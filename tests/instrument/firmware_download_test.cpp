@@ -1,4 +1,4 @@
-// Firmware on its way from a host on the LAN to the controller and the modules, to the end of an update.
+// Firmware sent from a host on the LAN to the controller and the modules, to the end of an update.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -78,7 +78,7 @@ TEST(FirmwareDownload, OfAPackageThatOneModuleRefusesIsLeftWhereItIs)
     const fs::path package = make_package(instrument, image_of(5000));
     ASSERT_EQ(instrument.ctl({"module", "2", "update", "refuse"}).status, 0);
     const Outcome sent = tool(instrument, {"HESU", "10.0.0.2", package});
-    EXPECT_EQ(sent.status, 0) << sent.output; // nothing tells of the failure
+    EXPECT_EQ(sent.status, 0) << sent.output; // the failure is not reported
     EXPECT_TRUE(eventually([&] {
         return instrument.service_log().find("OrvanX software update failed. Skip restart.") !=
                std::string::npos;

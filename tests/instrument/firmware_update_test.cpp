@@ -1,6 +1,4 @@
-// Images on their way from a client to the modules, through the running instrument.
-#include <fstream>
-
+// Images sent from a client to the modules through the running instrument.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,9 +39,9 @@ TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWaitAndAreServedRig
     for (int i = 0; i < 3; ++i) {
         others.push_back(instrument.client());
     }
-    // The selected channel has no say in where an image goes.
+    // The selected channel does not affect where an image is sent.
     EXPECT_EQ(updater.ask(":INST 3"), kOk);
-    // The last module is late, so that there is a time in which all have the image and nobody has a reply.
+    // The last module is late, so that for a while all have the image and no client has a reply.
     ASSERT_EQ(instrument.ctl({"module", "4", "update", "late", "2000"}).status, 0);
     ASSERT_TRUE(updater.send(":SYST:UPD:SOFT" + block(image) + "\n"));
     ASSERT_TRUE(eventually(

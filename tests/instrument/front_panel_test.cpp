@@ -1,4 +1,4 @@
-// Keys and power button, from the chips of the board to what the service does.
+// Keys and power button, from the chips of the board to the service's action.
 #include <csignal>
 #include <optional>
 

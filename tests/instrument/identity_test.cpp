@@ -1,4 +1,4 @@
-// The settings that an instrument goes by, and what a start makes of the two copies of them.
+// The settings an instrument uses, and how a start reconciles their two copies.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -31,14 +31,14 @@ SettingsRecord of_file()
     return settled_record(kRack);
 }
 
-/** strncpy, so that nothing of what stood in the field is left. */
+/** strncpy, so that nothing of the field's former contents is left. */
 template <size_t size>
 void put(char (&field)[size], const char* text)
 {
     std::strncpy(field, text, size);
 }
 
-/** The factory's record once a start has followed the model and asked the modules. */
+/** The factory's record once a start has applied the model and queried the modules. */
 SettingsRecord of_factory()
 {
     SettingsRecord record = settled_record(kFactory);
@@ -76,7 +76,7 @@ SettingsRecord of_before()
 
 enum class Written { kNone, kEeprom, kFile, kBoth };
 
-/** A start, from what it finds in the two stores to what it leaves in both. */
+/** A start: the contents of both stores before and after it. */
 struct Start {
     const char* name;
     std::function<void(const std::filesystem::path&)> prepare;
@@ -163,7 +163,7 @@ const Start kStarts[] = {
 };
 // clang-format on
 
-/** Says where two images part, and not all of both. */
+/** Reports where two images differ, not all of both. */
 void expect_same(const std::string& image, const std::string& expected, const char* store)
 {
     EXPECT_EQ(image.size(), expected.size()) << store;

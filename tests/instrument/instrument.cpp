@@ -220,7 +220,7 @@ std::string Instrument::ask_module(int module, const std::string& query) const
 
 std::vector<std::string> Instrument::requests(int module) const
 {
-    // The temperature monitor's comes when it comes.
+    // The temperature monitor's may come at any time.
     static const std::string kTemperatureQuery = ":SYST:TEMP?\\r\\n";
     std::istringstream lines(ctl({"module", std::to_string(module), "log"}).output);
     std::vector<std::string> found;

@@ -1,5 +1,5 @@
 /**
- * A virtual instrument of a test's own: `orvan-sim run` as a child process, on a free port, with its state
+ * A private virtual instrument: `orvan-sim run` as a child process, on a free port, with its state
  * in a temporary folder. It ends when its service fails, unless it is given "--restart".
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
@@ -34,7 +34,7 @@ std::string why_no_sandbox();
 
 class Instrument {
 public:
-    /** Puts what the instrument is to find into its state directory, which is empty. */
+    /** Fills the instrument's state directory, which is empty. */
     using Preparation = std::function<void(const std::filesystem::path& state)>;
 
     /** Starts and waits until it is ready; throws std::runtime_error with the launcher's output when it ends
@@ -54,7 +54,7 @@ public:
 
     /** What the launcher has printed so far. */
     std::string output() const;
-    /** Waits until `text` stands in the output. */
+    /** Waits until `text` appears in the output. */
     bool wait_for_output(std::string_view text,
                          std::chrono::milliseconds wait = std::chrono::seconds(20)) const;
 
@@ -67,10 +67,10 @@ public:
     Outcome ctl(const std::vector<std::string>& arguments) const;
     Outcome exec(std::string_view role, const std::vector<std::string>& command) const;
 
-    /** A query asked of a module past the service, on the link of its own; the reply line without its end. */
+    /** Queries a module over its own link, bypassing the service. @return the reply without its line end */
     std::string ask_module(int module, const std::string& query) const;
 
-    /** The requests that a module got since its log was cleared, control characters escaped; but for the
+    /** The requests that a module got since its log was cleared, control characters escaped; without the
      *  temperature query, which the service sends by itself. */
     std::vector<std::string> requests(int module) const;
     void clear_requests(int module) const;

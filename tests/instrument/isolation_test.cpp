@@ -1,4 +1,4 @@
-// Texts of the settings reach a shell as they are. What a client puts into them runs in the sandbox, and the
+// Texts of the settings reach a shell unquoted. What a client puts into them runs in the sandbox, and the
 // files of the person who runs the instrument are out of its reach.
 #include <cstdlib>
 #include <filesystem>
@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** A folder with a home and a project, outside the folders that a sandbox has of its own anyway. */
+/** A folder with a home and a project, outside the folders that a sandbox replaces anyway. */
 class DevelopersFiles : public testing::Test {
 protected:
     void SetUp() override

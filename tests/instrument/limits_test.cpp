@@ -1,4 +1,4 @@
-// The limits of an instrument are told in three places: by its modules, in its channel records and in its
+// The limits of an instrument are kept in three places: in its modules, in its channel records and in its
 // settings.
 #include <cstdlib>
 #include <cstring>
@@ -83,7 +83,7 @@ TEST_P(Limits, AreTheSameInModulesRecordsAndSettings)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", GetParam()});
-    // Past the controller, as it would mirror a limit that it sees as the setting.
+    // Bypasses the controller, which would mirror a limit that it sees as the setting.
     const auto ask = [&](const std::string& query) {
         return std::strtod(instrument.ask_module(1, query).c_str(), nullptr);
     };

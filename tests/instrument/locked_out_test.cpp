@@ -1,4 +1,4 @@
-// What could keep the users of an instrument out, and does not.
+// What could lock the users of an instrument out, and does not.
 #include <cstdlib>
 
 #include <sys/resource.h>
@@ -37,7 +37,7 @@ TEST_P(LockedOutByAPort, ThatIsNoneTheUsualOneIsServed)
     const Outcome outcome =
         instrument->exec("lan", {"lxi", "scpi", "-a", "10.0.0.2", "-p", "5025", "-r", "*IDN?"});
     EXPECT_NE(outcome.output.find(",OVX3651P,"), std::string::npos) << outcome.output;
-    // The selected channel is asked for its temperature there, too.
+    // The selected channel's temperature is polled there, too.
     instrument->clear_requests(1);
     EXPECT_TRUE(eventually([&] {
         return instrument->ctl({"module", "1", "log"}).output.find(":SYST:TEMP?") != std::string::npos;
@@ -118,7 +118,7 @@ TEST_F(LockedOut, ByACommandThatHangsTheServiceIsStartedAgain)
     EXPECT_EQ(instrument->client().ask(":NO:SUCH:HEADER"), "-ERR -113, \"Undefined header\";+OK\r\n");
 }
 
-// A module that is silent for longer, for as long as the status is looked at.
+// A module that is silent for as long as the status is watched.
 TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoUntilItReturns)
 {
     ORVAN_NEEDS_SANDBOX();

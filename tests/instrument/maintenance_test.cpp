@@ -41,7 +41,7 @@ struct Reply {
     }
 };
 
-/** Sends from the LAN, and gives so many replies. */
+/** Sends from the LAN and returns this many replies. */
 std::vector<Reply> ask(const Instrument& instrument, const std::string& address,
                        const std::vector<std::string>& frames, size_t count)
 {

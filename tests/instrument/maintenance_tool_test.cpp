@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 const std::vector<std::string> kBenchtop = {"--model", "OVX3652B"};
 
-/** One whose start takes longer than the time between two looks of update. */
+/** One whose start takes longer than the interval at which update polls. */
 const std::vector<std::string> kSlowBenchtop = {"--model", "OVX3652B", "--clock-rate", "1"};
 
 Outcome tool(const Instrument& instrument, std::vector<std::string> arguments)
@@ -132,7 +132,7 @@ TEST(MaintenanceTool, MovesAnInstrumentToAnotherAddress)
     EXPECT_THAT(changed.output, HasSubstr("  the instrument will answer at 10.0.0.9\n"));
     EXPECT_THAT(tool(instrument, {"discover"}).output,
                 HasSubstr("10.0.0.9  02:00:0a:00:00:02  OVX3652B  100001"));
-    // The way from the host goes along.
+    // The host's relay follows the change of address.
     EXPECT_EQ(tool_through(maintenance_port(instrument), {"show"}).status, 0);
     ASSERT_TRUE(instrument.reboot());
     EXPECT_TRUE(instrument.wait_for_output("its address on the LAN is now 10.0.0.9\n"));
@@ -155,7 +155,7 @@ TEST(MaintenanceTool, WritesWhatTheFactorySets)
     EXPECT_EQ(options.status, 0);
     EXPECT_THAT(options.output, HasSubstr("MOD             4     1\n"));
     EXPECT_THAT(options.output, HasSubstr("PLS             5     0\n"));
-    // A start takes the modules' date in its place.
+    // A start replaces it with the modules' date.
     EXPECT_THAT(bytes_of(read_eeprom(instrument.state())), HasSubstr("010125"));
     const Outcome changed =
         tool_at_address(instrument, {"options", "--yes", "--set", "PLS,ELP", "--clear", "MOD"});

@@ -23,7 +23,7 @@ struct Share {
     const char* tag;
     int64_t first;
 };
-constexpr int64_t kValues = 9000; // from `first` on; the one behind them is set last
+constexpr int64_t kValues = 9000; // from `first` on; the one after them is set last
 constexpr Share kShares[] = {
     {":FREQ", "ODT_FREQ", 1'000'000'001},          {":FRSW:STAR", "ODT_FRS_START", 3'000'000'001},
     {":FRSW:STOP", "ODT_FRS_STOP", 4'000'000'001}, {":FM:DEV", "ODT_FM_DEV", 2'000'001},
@@ -31,7 +31,7 @@ constexpr Share kShares[] = {
     {":AM:INT:FREQ", "ODT_AM_FREQ", 50'001},       {":FRSW:STEP", "ODT_FRS_STEPS", 10'001},
 };
 
-/** How long the clients go on: 10 s, or what the environment's ORVAN_MANY_CLIENTS_SECONDS says. */
+/** How long the clients run: 10 s, or ORVAN_MANY_CLIENTS_SECONDS of the environment. */
 std::chrono::seconds duration()
 {
     const char* const seconds = std::getenv("ORVAN_MANY_CLIENTS_SECONDS");
@@ -90,7 +90,7 @@ Played play(const Instrument& instrument, const Share& share, Clock::time_point 
             }
         }
     }
-    // The records have this one from the set alone: no query brings them up to date behind it.
+    // The records have this one from the set alone: no later query updates them.
     played.last = std::to_string(share.first + kValues);
     if (const std::string reply = client.ask(share.header + (" " + played.last)); reply != "+OK\r\n") {
         played.wrong = "the last set got " + reply;
@@ -124,7 +124,7 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
         EXPECT_GT(one.rounds, 10U);
     }
 
-    // The records first, since a query that the service forwards would bring them up to date.
+    // The records first, since a query that the service forwards would update them.
     const std::string text = orvan_db(instrument, {"--json"}).output;
     const std::unique_ptr<cJSON, void (*)(cJSON*)> document(cJSON_Parse(text.c_str()), cJSON_Delete);
     ASSERT_NE(document, nullptr) << text;
@@ -139,7 +139,7 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
     }
 }
 
-// Both go to all modules, and the controller is at work beside them.
+// Both go to all modules, and involve the controller.
 TEST(ManyClients, WaitForAResetAndForATestOfAnother)
 {
     ORVAN_NEEDS_SANDBOX();

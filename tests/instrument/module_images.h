@@ -1,5 +1,5 @@
 /**
- * Images that are brought into an instrument and its modules, and what has arrived of them.
+ * Images sent into an instrument and its modules, and what has arrived of them.
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
 #define ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
@@ -11,10 +11,10 @@
 
 namespace orvan_test {
 
-/** That no compression makes smaller; always the same. */
+/** Incompressible, and always the same. */
 std::string image_of(size_t size);
 
-/** What a module's status tells of an image of this kind that it has got so often. */
+/** A module's status of an image of this kind that it has received this many times. */
 std::string stored(const std::string& kind, const std::string& image, int times = 1);
 
 std::string status(const Instrument& instrument, int module);

@@ -1,4 +1,4 @@
-// What the SCPI reference shows is what the instrument does.
+// The dialogues of the SCPI reference, run against the instrument.
 #include <gtest/gtest.h>
 
 #include "dialogue.h"

@@ -1,4 +1,4 @@
-// What the SCPI reference says and no dialogue of it can show.
+// Statements of the SCPI reference that no dialogue can show.
 #include <gtest/gtest.h>
 
 #include "instrument.h"

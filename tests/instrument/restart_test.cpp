@@ -1,4 +1,4 @@
-// A service that has failed comes back, as its unit brings it back on an instrument.
+// A failed service is restarted, as its unit does on an instrument.
 #include <csignal>
 #include <regex>
 #include <string>

@@ -1,4 +1,4 @@
-// The end of the service, whatever is at work: from outside, by sockets and signals.
+// The end of the service in any state, seen from outside by sockets and signals.
 #include <csignal>
 #include <regex>
 
@@ -21,7 +21,7 @@ std::string endless_reply()
     return line;
 }
 
-/** The launcher ends with 0 only when the service has ended by itself and in order. */
+/** The launcher exits with 0 only when the service has ended by itself and cleanly. */
 void expect_end_in_the_midst_of_a_command(Instrument& instrument)
 {
     EXPECT_EQ(instrument.wait_for_end(), 0) << instrument.output();

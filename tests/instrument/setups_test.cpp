@@ -1,4 +1,4 @@
-// Stored setups on the whole road: from the records to files, and back to the records and every module.
+// Stored setups end to end: from the records to files, and back to the records and every module.
 #include <fstream>
 #include <map>
 #include <regex>
@@ -107,7 +107,7 @@ Lines setup_headers(const Lines& requests)
     return headers;
 }
 
-/** What reached a module: so many recalls, each with all values ahead of all states. */
+/** What reached a module: this many recalls, each with all values before all states. */
 void expect_recalls(const Instrument& instrument, int module, int recalls)
 {
     Lines expected;
@@ -175,7 +175,7 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
                   "TIM;EXT;EXT;1;+OK");
     }
 
-    // Everything changes: to the factory's, and some to values of neither.
+    // Everything changes: to the factory's values, and some to values of neither.
     Lines change{kAllModules, "load 0"};
     for (int channel = 1; channel <= 4; ++channel) {
         change.push_back("ch " + std::to_string(channel) + " :FREQ 123456;:AM:DEPT 77;:PM ON;:INIT:CONT OFF");
@@ -190,7 +190,7 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
         const Outcome outcome =
             orvan_db(instrument, {"--setup", file, "--diff", "--channel", std::to_string(channel)});
         EXPECT_EQ(outcome.status, 0) << outcome.output;
-        // The temperature is read anew every while, whatever was recalled.
+        // The temperature is polled again and again, whatever was recalled.
         static const std::regex temperature("[^\n]* ODT_TEMP [^\n]*\n");
         return std::regex_replace(outcome.output, temperature, "");
     };
@@ -293,7 +293,7 @@ TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
     EXPECT_EQ(element(instrument, 2, "chan_stat"), "OFF");
     EXPECT_EQ(element(instrument, 2, "freq"), "5000000") << "loaded all the same";
 
-    // It comes back with its own state, and gets the setup with the next recall.
+    // It returns with its own state, and gets the setup with the next recall.
     ASSERT_EQ(instrument.ctl({"module", "2", "start"}).status, 0);
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?"), "1000000000;+OK");
     drive(instrument, {kAllModules, "load 1"});

@@ -1,4 +1,4 @@
-// What an instrument finds broken when it starts: it says so and serves all the same.
+// What an instrument finds broken when it starts is logged, and it still serves.
 #include <algorithm>
 #include <fstream>
 
@@ -28,7 +28,7 @@ void expect_served(const Instrument& instrument)
 
 /**
  * A second service on the controller, once /dev/shm/orvanData is what `preparation` made of it: its log, the
- * reply to a query and what orvan-db then says of the frequencies, the last two behind "reply: " and "db: ".
+ * reply to a query and orvan-db's output for the frequencies, the last two after "reply: " and "db: ".
  */
 std::string second_service(const Instrument& instrument, const std::string& preparation)
 {
@@ -112,7 +112,7 @@ TEST(StartUp, AnInvalidFactorySetupIsLoggedAndTheRecordsAreEmpty)
             << what;
         EXPECT_EQ(count(orvan_db(instrument, {}).output, "\n"), 4U * 144U) << what;
         EXPECT_EQ(element(instrument, 1, "freq"), "0") << what;
-        EXPECT_EQ(element(instrument, 4, "fpga"), "\"1.0.7\"") << what; // of the module, as ever
+        EXPECT_EQ(element(instrument, 4, "fpga"), "\"1.0.7\"") << what; // of the module, as always
     };
     for (const std::string& contents : broken) {
         std::ofstream(setup) << contents;
@@ -145,7 +145,7 @@ TEST(StartUp, SharedMemoryThatDoesNotOpenIsLoggedAndTheServiceDoesWithoutRecords
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
     expect_no_records(second_service(instrument, "mkdir /dev/shm/orvanData"),
-                      "Invalid argument (errno=22)"); // so libc words it of a folder
+                      "Invalid argument (errno=22)"); // as libc reports it for a folder
     expect_no_records(second_service(instrument, "rmdir /dev/shm/orvanData; ln -s none /dev/shm/orvanData"),
                       "Too many levels of symbolic links (errno=40)");
     expect_served(instrument);

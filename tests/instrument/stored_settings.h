@@ -16,7 +16,7 @@ namespace orvan_test {
 using SettingsRecord = HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 using SettingsImage = std::array<uint8_t, HaldeElec::Orvan::TOTAL_BLOB_SIZE>;
 
-/** What tells one instrument from another, with the facts of its model. */
+/** What distinguishes one instrument from another, with the properties of its model. */
 struct StoredIdentity {
     const char* description;
     const char* model;
@@ -31,15 +31,15 @@ struct StoredIdentity {
 };
 
 /**
- * A record that a start leaves as it is: it has the facts of the model and what the simulated modules tell of
- * themselves. Only models of 20 GHz.
+ * A record that a start leaves unchanged: it has the properties of the model and what the simulated modules
+ * report. Only models of 20 GHz.
  */
 SettingsRecord settled_record(const StoredIdentity& identity);
 
-/** The record and zeros behind it, as it was stored before there were signatures. */
+/** The record followed by zeros, as it was stored before there were signatures. */
 SettingsImage unsigned_image(const SettingsRecord& record);
 SettingsImage signed_image(const SettingsRecord& record, uint32_t generation, uint16_t version = 1);
-/** The same with a bit flipped behind the record, so that only the signature tells. */
+/** The same with a bit flipped after the record, so that only the signature reveals it. */
 SettingsImage damaged(SettingsImage image);
 
 void write_eeprom(const std::filesystem::path& state, const SettingsImage& image);

@@ -1,4 +1,4 @@
-// A client that keeps asking a module: each request is a connection of its own, and ports must not run out.
+// A client that keeps querying a module: each request is a new connection, and ports must not run out.
 #include <chrono>
 #include <cstdio>
 
@@ -26,7 +26,7 @@ double seconds_for(Client& client, int queries)
 
 } // namespace
 
-// More than twice as many as the controller has ports, faster than they come free by themselves.
+// More than twice as many as the controller has ports, faster than they become free.
 TEST(Sustained, SixtyThousandForwardedQueriesAreAllAnswered)
 {
     ORVAN_NEEDS_SANDBOX();

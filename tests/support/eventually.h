@@ -7,7 +7,7 @@
 
 namespace orvan_test {
 
-/** Waits for a condition that a thread or a process brings about; false when `bound` passes first. */
+/** Waits for a condition set by another thread or process; false when `bound` passes first. */
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds bound = std::chrono::seconds(20))
 {

@@ -11,9 +11,9 @@
 namespace orvan_test {
 
 /**
- * The headers that a pattern of a command table stands for: with and without each optional node, the nodes
+ * The headers that a pattern of a command table matches: with and without each optional node, the nodes
  * short, long, or long and short in turns; the long ones in small letters as well, and the short ones without
- * their first colon, which the first header of a line needs not.
+ * their first colon, which is optional in the first header of a line.
  */
 std::vector<std::string> header_forms(std::string_view pattern);
 

@@ -17,7 +17,7 @@ inline std::string hex_of(const std::string& bytes)
     return hex;
 }
 
-/** Of pairs of digits, in either case; throws std::invalid_argument at what is none. */
+/** From pairs of digits, in either case; throws std::invalid_argument on anything else. */
 inline std::string from_hex(const std::string& hex)
 {
     std::string bytes;

@@ -35,7 +35,7 @@ InstrumentFiles::Fault g_fault = InstrumentFiles::Fault::kNone;
 std::mutex g_opened_mutex;
 std::vector<std::string> g_opened;
 
-// Where the code under test finds what it names; `storage` holds the name when that is elsewhere.
+// The path that a name of the code under test leads to; `storage` holds it when it is another one.
 const char* led(const char* path, std::string& storage)
 {
     if (g_files == nullptr || !std::string_view(path).starts_with(kHalde)) {

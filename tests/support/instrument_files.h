@@ -12,10 +12,10 @@
 
 namespace orvan_test {
 
-/** While it lives, the names below lead to things of this process's own. One at a time. */
+/** While it lives, the names below lead to private files of this process. One at a time. */
 class InstrumentFiles {
 public:
-    /** What of the shared memory fails. */
+    /** Which shared memory call fails. */
     enum class Fault {
         kNone,
         kOpen,     /**< shm_open, with EACCES */
@@ -38,7 +38,7 @@ public:
     /** Puts a text into "json/ch0.json". */
     void write_factory_setup(const std::string& json);
 
-    /** Where the file of a channel's setup stands, 1 and up, and a text put into it. */
+    /** Path of the file of a channel's setup, from 1, and writing a text into it. */
     std::filesystem::path preset(int channel, int setup) const;
     void write_preset(int channel, int setup, const std::string& json);
 
@@ -50,7 +50,7 @@ public:
     /** Bytes of the shared memory object; -1 when there is none. */
     long object_size() const;
 
-    /** Stands in for sudo ahead in PATH from now on: a shell script's text. */
+    /** Puts a shell script of this text first in PATH as sudo. */
     void stand_in_for_sudo(const std::string& script);
 
 private:

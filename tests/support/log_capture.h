@@ -40,7 +40,7 @@ public:
     /** How many lines have exactly this priority and text. */
     size_t count(int priority, const std::string& text) const;
 
-    /** Waits until such a line stands there; false when `bound` passes first. */
+    /** Waits for such a line; false when `bound` passes first. */
     bool wait_for(int priority, const std::string& text,
                   std::chrono::milliseconds bound = std::chrono::seconds(5)) const;
 

@@ -1,4 +1,4 @@
-/** A time for files that no test writes at, and that fits the 32 bits some systems keep. */
+/** A file time before any test, which fits into 32 bits. */
 #ifndef ORVAN_TESTS_SUPPORT_LONG_AGO_H
 #define ORVAN_TESTS_SUPPORT_LONG_AGO_H
 

@@ -27,7 +27,7 @@ sockaddr_in socket_address(const std::string& address, int port)
     return result;
 }
 
-// Reads until `complete` says so; `room` is how much may be taken in the next read.
+// Reads until `complete` returns true; `room` is the size of the next read.
 template <typename Complete, typename Room>
 std::string read_while(int fd, std::chrono::milliseconds bound, Complete complete, Room room)
 {
@@ -97,7 +97,7 @@ int connect_to_loopback(const std::string& address, int port, const std::string&
 
 std::string read_until(int fd, const std::string& end, std::chrono::milliseconds bound)
 {
-    // One byte at a time, so that what stands behind `end` stays in the socket.
+    // One byte at a time, so that what follows `end` stays in the socket.
     return read_while(
         fd, bound, [&](const std::string& text) { return text.ends_with(end); },
         [](const std::string&) { return size_t{1}; });

@@ -1,5 +1,5 @@
 /**
- * Sockets inside the machine, and what of them a test leaves behind.
+ * Loopback sockets, and a count of open descriptors.
  */
 #ifndef ORVAN_TESTS_SUPPORT_LOOPBACK_H
 #define ORVAN_TESTS_SUPPORT_LOOPBACK_H
@@ -27,7 +27,7 @@ std::string read_until(int fd, const std::string& end,
 /** Exactly `size` bytes, or what came until the peer closed or `bound` passed. */
 std::string read_exactly(int fd, size_t size, std::chrono::milliseconds bound = std::chrono::seconds(5));
 
-/** What lies ready at once, without waiting. */
+/** What can be read without waiting. */
 std::string read_ready(int fd);
 
 /** Descriptors that the process has open. */

@@ -108,7 +108,7 @@ void end_with_frames(const std::function<void()>& end, int port, const std::func
     while (due && !ended && !due() && steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
-    // A frame that comes before the end is served, and costs descriptors.
+    // A frame that arrives before the end is served, which takes descriptors.
     while (!ended) {
         client.send(FrameHeader{"NONE"}.bytes(), port);
         client.receive(std::chrono::milliseconds(10));

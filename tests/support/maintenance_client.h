@@ -1,5 +1,5 @@
 /**
- * A PC tool on the loopback: frames as byte strings, and the socket that they leave from.
+ * A PC tool on the loopback: frames as byte strings, and the socket that sends them.
  */
 #ifndef ORVAN_TESTS_SUPPORT_MAINTENANCE_CLIENT_H
 #define ORVAN_TESTS_SUPPORT_MAINTENANCE_CLIENT_H
@@ -49,9 +49,9 @@ public:
     /** To a server on this port of 127.0.0.1. */
     void send(const std::string& datagram, int port) const;
 
-    /** The next datagram; empty when none comes. */
+    /** The next datagram; empty when none arrives. */
     std::string receive(std::chrono::milliseconds bound = std::chrono::seconds(5)) const;
-    /** What has come in: nothing is waited for. */
+    /** What has already arrived; does not wait. */
     std::string ready() const { return receive(std::chrono::milliseconds(0)); }
 
 private:

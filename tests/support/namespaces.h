@@ -1,5 +1,5 @@
 /**
- * Namespaces of the process's own.
+ * Private namespaces of the process.
  */
 #ifndef ORVAN_TESTS_SUPPORT_NAMESPACES_H
 #define ORVAN_TESTS_SUPPORT_NAMESPACES_H
@@ -13,7 +13,7 @@ namespace orvan_test {
  * errno */
 bool enter_namespace(int flag);
 
-/** What the last call failed with. */
+/** The errno of the last call. */
 std::string failure(const char* step);
 
 } // namespace orvan_test

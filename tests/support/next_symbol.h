@@ -5,7 +5,7 @@
 
 namespace orvan_test {
 
-/** The function that this program's own one of the same name covers. */
+/** The function that the program's own one of the same name overrides. */
 template <typename Function>
 Function* next_symbol(const char* name)
 {

@@ -9,7 +9,7 @@
 namespace orvan_test {
 
 /**
- * Takes a descriptor away from its terminal while it lives, and gives it back.
+ * Redirects a descriptor while it lives, then restores it.
  *
  *     OutputCapture errors(STDERR_FILENO);
  *     SCPI_Reset(&context);

@@ -13,7 +13,7 @@ namespace HaldeElec::Orvan {
 
 using Blob = std::array<uint8_t, TOTAL_BLOB_SIZE>;
 
-/** An object of its own beside the process's one, with its inside open. */
+/** A second object beside the singleton, with access to its private members. */
 struct PersistentDataTestPeer {
     PersistentDataTestPeer(IDeviceConnectionHandler& handler, const sDevArch_t* models)
         : data(new CPersistentData(&handler, models))
@@ -50,13 +50,13 @@ struct PersistentDataTestPeer {
 
     CPersistentData* operator->() { return data; }
 
-    /** The bus of the process's one object. */
+    /** The bus of the singleton. */
     static IDeviceConnectionHandler& bus_of_instance()
     {
         return *CPersistentData::m_pPersistentData->devConnHandler;
     }
 
-    /** Ends the process's one object, as a new start of the process would. */
+    /** Destroys the singleton, as a restart of the process would. */
     static void forget_instance()
     {
         delete CPersistentData::m_pPersistentData;

@@ -67,7 +67,7 @@ const std::string& enter_once()
     return refusal;
 }
 
-// The one thing that must never happen to the machine's own home.
+// The machine's own home must never be touched.
 void remove_orvan()
 {
     struct statfs info = {};

@@ -1,5 +1,5 @@
 /**
- * A /home/orvan of the test's own, for code that uses the fixed paths below it.
+ * A private /home/orvan, for code that uses the fixed paths below it.
  */
 #ifndef ORVAN_TESTS_SUPPORT_PRIVATE_HOME_H
 #define ORVAN_TESTS_SUPPORT_PRIVATE_HOME_H

@@ -1,5 +1,5 @@
 /**
- * A network of the test's own, for code that uses fixed ports or sends to fixed addresses.
+ * A private network, for code that uses fixed ports or sends to fixed addresses.
  */
 #ifndef ORVAN_TESTS_SUPPORT_PRIVATE_NETWORK_H
 #define ORVAN_TESTS_SUPPORT_PRIVATE_NETWORK_H

@@ -1,5 +1,5 @@
 /**
- * A device without hardware: it records what the handlers ask of it, and refuses what it is told to refuse.
+ * A device without hardware: it records the handlers' calls and fails those a test chooses.
  */
 #ifndef ORVAN_TESTS_SUPPORT_RECORDING_DEVICE_H
 #define ORVAN_TESTS_SUPPORT_RECORDING_DEVICE_H
@@ -16,8 +16,8 @@
 namespace orvan_test {
 
 /**
- * Every operation that a handler can call is one line of `calls`: its name, and behind a blank each value
- * that it was given. A getter gives what stands in `texts` or `numbers` under its name, also when it refuses;
+ * Each call of an operation is one line of `calls`: its name, and after a blank each value
+ * passed. A getter returns the entry of `texts` or `numbers` under its name, even when it fails;
  * without an entry it leaves its argument alone.
  */
 class RecordingDevice : public HaldeElec::Orvan::IOrvanDeviceManager {
@@ -29,7 +29,7 @@ public:
     const HaldeElec::Orvan::sDevArch_t* arch = nullptr;
     std::string option_table;
 
-    /** The calls, and forgets them. */
+    /** Returns the calls and clears them. */
     std::vector<std::string> take_calls() { return std::exchange(calls, {}); }
 
     int SetSelectChannel(uint32_t channel) override { return set("SetSelectChannel", channel); }

@@ -1,5 +1,5 @@
 /**
- * Where threads show that they run at the same time.
+ * A meeting point that shows that threads run at the same time.
  */
 #ifndef ORVAN_TESTS_SUPPORT_RENDEZVOUS_H
 #define ORVAN_TESTS_SUPPORT_RENDEZVOUS_H
@@ -15,7 +15,7 @@ class Rendezvous {
 public:
     explicit Rendezvous(int parties) : m_missing(parties) {}
 
-    /** Waits for the others; false when they do not all come within the bound. */
+    /** Waits for the others; false when they do not all arrive within the bound. */
     bool meet(std::chrono::milliseconds bound = std::chrono::seconds(5))
     {
         std::unique_lock lock(m_mutex);
@@ -27,7 +27,7 @@ public:
         return met;
     }
 
-    /** Whether every party has come, and none had to give up. */
+    /** Whether every party has arrived and none gave up. */
     bool everybody_met()
     {
         std::lock_guard lock(m_mutex);

@@ -1,5 +1,5 @@
 /**
- * A module's end of the link: a TCP server on the loopback that records requests and answers as told.
+ * A module's end of the link: a TCP server on the loopback that records requests and sends scripted answers.
  */
 #ifndef ORVAN_TESTS_SUPPORT_SCRIPTED_MODULE_H
 #define ORVAN_TESTS_SUPPORT_SCRIPTED_MODULE_H
@@ -63,7 +63,7 @@ struct ModuleAnswer {
 
 /**
  * Listens from its construction to its destruction, a thread for each connection. All calls are safe on
- * any thread. The destructor wakes and joins every thread, also one that keeps silent.
+ * any thread. The destructor wakes and joins every thread, including silent ones.
  *
  *     ScriptedModule module;                        // 127.0.0.1, a free port
  *     module.then(ModuleAnswer::reply("5.0;+OK\r\n"));
@@ -71,7 +71,7 @@ struct ModuleAnswer {
  */
 class ScriptedModule {
 public:
-    /** Answers "+OK\r\n" until told otherwise. */
+    /** Answers "+OK\r\n" by default. */
     explicit ScriptedModule(const std::string& address = "127.0.0.1");
     ~ScriptedModule();
     ScriptedModule(const ScriptedModule&) = delete;
@@ -80,11 +80,11 @@ public:
     const std::string& address() const { return m_address; }
     int port() const { return m_port; }
 
-    /** The answer to the next connection that has none yet. */
+    /** Queues an answer for one further connection. */
     void then(ModuleAnswer answer);
     /** The answer when no `then` is left. */
     void always(ModuleAnswer answer);
-    /** Calls `watcher` with each request, ahead of its answer, on the thread of its connection. */
+    /** Calls `watcher` with each request, before its answer, on the thread of its connection. */
     void on_request(std::function<void(const std::string&)> watcher);
 
     /** Requests in the order in which their connections were accepted. One is listed once it has been read

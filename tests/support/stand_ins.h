@@ -10,7 +10,7 @@
 namespace orvan_test {
 
 /**
- * While it lives, PATH names nothing but a folder with the stand-in, so that a shell finds no real command at
+ * While it lives, PATH contains only a folder with the stand-in, so that a shell finds no real command at
  * all. The constructor ends the process unless a shell does find the stand-in. One at a time, made before
  * other threads run.
  */

@@ -1,5 +1,5 @@
 /**
- * The inside of the maintenance server, for tests of it.
+ * Access to the maintenance server's private members.
  */
 #ifndef ORVAN_TESTS_SUPPORT_UDP_SERVER_PEER_H
 #define ORVAN_TESTS_SUPPORT_UDP_SERVER_PEER_H
@@ -17,7 +17,7 @@ namespace HaldeElec::Orvan {
 struct UdpServerTestPeer {
     CUdpServer& server;
 
-    /** Serves one datagram as if it had come in from there, with no module sockets; replies go there. */
+    /** Serves one datagram as if received from this address, with no module sockets; replies go there. */
     int64_t serve(const std::string& datagram, const sockaddr_in& from)
     {
         CUdpServer::Event event;
@@ -27,7 +27,7 @@ struct UdpServerTestPeer {
         return server.serve_frame(event);
     }
 
-    /** The frame buffer as it stands. */
+    /** The frame buffer. */
     std::string buffer() const { return {reinterpret_cast<const char*>(&server.buff), sizeof server.buff}; }
     void set_own_mac(const std::string& mac) { std::memcpy(server.m_bHWaddr.b, mac.data(), 6); }
     std::string own_mac() const { return {reinterpret_cast<const char*>(server.m_bHWaddr.b), 6}; }

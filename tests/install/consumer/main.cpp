@@ -1,4 +1,4 @@
-// A program that knows the library only as it is installed.
+// A program that uses only the installed library.
 #include <cstdio>
 #include <memory>
 
@@ -17,7 +17,7 @@ public:
     void disableMUX() override {}
 };
 
-// The types are the same on both sides of the library's border.
+// The types are the same inside and outside the library.
 bool tells_types_apart()
 {
     const std::unique_ptr<IDeviceConnectionHandler> own = std::make_unique<Handler>();

@@ -1,4 +1,4 @@
-// Sends datagrams from a host of an instrument's network, and tells what comes back:
+// Sends datagrams from a host of an instrument's network, and prints the replies:
 //
 //     orvan-datagram 10.0.0.255 7502 1 48454944...
 //

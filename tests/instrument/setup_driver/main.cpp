@@ -1,8 +1,8 @@
-// Works the library's stored setups beside an instrument's service, on the controller:
+// Drives the library's stored setups beside an instrument's service, on the controller:
 //
 //     orvan-setup-driver "modules 4 20" "load 0" "ch 2 :FREQ 2e9" "store 3" "recall 3"
 //
-// Each argument is a step. What it gives is a line on standard output, the library's log one on standard
+// Each argument is a step. Its result is a line on standard output, the library's log goes to standard
 // error.
 #include <csignal>
 #include <cstdio>
@@ -27,7 +27,7 @@ constexpr int kNoDebugLog = 4;
 
 Scpi_Orvanx* g_orvanx;
 
-// A line of SCPI for a channel, the way of a client's.
+// A SCPI line for a channel, as a client sends it.
 std::string ask(int channel, const std::string& line)
 {
     const orvan_test::TcpPair client;
@@ -39,7 +39,7 @@ std::string ask(int channel, const std::string& line)
     return reply.substr(0, reply.find('\r'));
 }
 
-// @return what the step gave; "?" for an unknown step
+// @return the step's result; "?" for an unknown step
 std::string run_step(const std::string& step)
 {
     std::istringstream words(step);
@@ -58,7 +58,7 @@ std::string run_step(const std::string& step)
         }
         return live;
     }
-    if (word == "believe") { // a channel is live, whatever its module says
+    if (word == "believe") { // marks a channel live whatever its module answers
         g_orvanx->m_isLive[first - 1] = true;
         return "live";
     }
@@ -97,7 +97,7 @@ int main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     ::openlog("library", LOG_PERROR, LOG_USER);
     setlogmask(LOG_UPTO(LOG_INFO));
-    HaldeElec::OrvanDebug::SetLogMode(kNoDebugLog); // its file would stand where the driver was started
+    HaldeElec::OrvanDebug::SetLogMode(kNoDebugLog); // its file would be created where the driver was started
     // Settings in memory: nothing here reaches for their EEPROM.
     OrvanConnPortable bus;
     CPersistentData::Init(&bus, g_portableModelsTable);
@@ -105,7 +105,7 @@ int main(int argc, char** argv)
     for (int i = 1; i < argc; ++i) {
         std::printf("%s: %s\n", argv[i], run_step(argv[i]).c_str());
     }
-    // The object stays: its end would take the records away from the service.
+    // Never destroyed: its end would take the records away from the service.
     std::fflush(stdout);
     std::_Exit(0);
 }

@@ -67,7 +67,7 @@ Function* next(const char* name)
 
 } // namespace
 
-// They stand ahead of the C library's for the whole program.
+// They override the C library's for the whole program.
 extern "C" int flock(int fd, int operation) noexcept
 {
     if (g_recording) {
