@@ -1,4 +1,4 @@
-// The benchtop's keyboard bridge. Each case has the process to itself: the bridge's sender runs until its
+// The benchtop's keyboard bridge. Each case needs a separate process: the bridge's sender runs until its
 // end.
 
 #include <algorithm>

@@ -11,7 +11,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// More than the 2048 bytes of a text reply, which never leaves.
+// More than the 2048 bytes of a text reply, which is never sent.
 std::string endless_reply()
 {
     std::string line = "*IDN?";

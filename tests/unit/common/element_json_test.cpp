@@ -128,7 +128,7 @@ TEST(ElementJson, LongIntegersBeyondTheExactRangeOfNumbersAreDigits)
     for (uint64_t value : {uint64_t{0}, uint64_t{1} << 53, (uint64_t{1} << 53) + 1, UINT64_MAX}) {
         EXPECT_EQ(through_json<uint64_t>(TYPE_UINT64, value), value);
     }
-    // As a number it would come out as its even neighbour.
+    // Parsed as a double it would become its even neighbour.
     expect_refused<int64_t>(TYPE_INT64, "9007199254740994");
     for (const char* text : {"\"\"", "\" 1\"", "\"1 \"", "\"0x1\"", "\"1.0\"", "true"}) {
         expect_refused<int64_t>(TYPE_INT64, text);

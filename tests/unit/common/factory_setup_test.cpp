@@ -12,7 +12,7 @@
 
 namespace {
 
-// What a setup has no say in: the selection, the module's presence, identity, readings and network
+// What a setup does not contain: the selection, the module's presence, identity, readings and network
 // belong to the instrument, and a recall must leave them alone.
 const std::set<int> kNotInTheFactorySetup = {
     ODT_CHAN_ENA,       ODT_CHAN_STAT,  ODT_INF_MODEL, ODT_INF_SERIAL, ODT_INF_TYPE, ODT_TEMP,    ODT_BATT,

@@ -31,7 +31,7 @@ protected:
     }
     std::string find(const char* word, int kind) { return find(folder.path(), word, kind); }
 
-    // Makes one entry, and the other when the file system tells the two apart.
+    // Makes one entry, and the other when the file system distinguishes them.
     void make_older(const std::string& earlier, const std::string& later,
                     const std::function<void(const std::string&)>& make)
     {

@@ -265,7 +265,7 @@ TEST_F(FsUtils, EmptyingAFolderRemovesAllItsContents)
 
 TEST_F(FsUtils, EmptyingAFolderRemovesItsFoldersBeforeItsFiles)
 {
-    // Names in both orders, so that neither theirs nor that on the disk is right by chance.
+    // Names in both orders, so that neither alphabetical nor disk order is right by chance.
     for (int i = 0; i < 40; ++i) {
         const std::string name = std::to_string(i * 7 % 40);
         if (i % 2 == 0) {

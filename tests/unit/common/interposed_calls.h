@@ -1,8 +1,8 @@
 /**
- * Watches and disturbs the system calls by which the libraries write files.
+ * Records the system calls by which the libraries write files, and injects faults.
  *
- * The program's own `write`, `read`, `fsync` and `rename` stand before the C library's, so that the
- * libraries come through here.
+ * The program's own `write`, `read`, `fsync` and `rename` override the C library's, so that the
+ * libraries call them.
  */
 #ifndef TESTS_COMMON_INTERPOSED_CALLS_H
 #define TESTS_COMMON_INTERPOSED_CALLS_H
@@ -12,7 +12,7 @@
 
 class InterposedCalls {
 public:
-    /** Begins to watch the calling thread's calls; at most one object at a time. */
+    /** Starts recording the calling thread's calls; at most one object at a time. */
     InterposedCalls();
     ~InterposedCalls();
     InterposedCalls(const InterposedCalls&) = delete;
@@ -20,7 +20,7 @@ public:
 
     /** Calls so far that were let through: "write", "fsync file", "fsync folder", "rename", "read". */
     std::vector<std::string> calls;
-    /** What the last `rename` was to move, let through or not. */
+    /** The source of the last `rename`, let through or not. */
     std::string renamed_from;
     /** Every other call fails with EINTR before anything is done, the first one too. */
     bool interrupt = false;

@@ -36,7 +36,7 @@ bool same_bytes(const ORVAN_CONFIG& a, const ORVAN_CONFIG& b)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// All that a record can hold: numbers of any bits, texts of any bytes with zeros behind them.
+// Anything a record can hold: numbers of any bits, texts of any bytes followed by zeros.
 ORVAN_CONFIG random_record(std::mt19937_64& random)
 {
     ORVAN_CONFIG config = record_filled_with(0);
@@ -258,7 +258,7 @@ TEST_F(SetupFile, NullCharactersAreRefusedAndNotCutAt)
     expect_refused(R"({"SYSTEM": {"Model": "OVX\u0000P"}})");
     expect_refused(std::string(R"({"SYSTEM": {"Model": "OVX)") + '\0' + R"("}})");
     expect_refused(std::string("{}") + '\0' + "{}");
-    // A backslash of the text itself in front of the same letters is no such character.
+    // An escaped backslash before the same letters is no such character.
     ORVAN_CONFIG config = record_filled_with(0);
     EXPECT_EQ(load(R"({"SYSTEM": {"Model": "a\\u0000b"}})", config), 0);
     EXPECT_STREQ(config.SYSTEM.Model, "a\\u0000b");

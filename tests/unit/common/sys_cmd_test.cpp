@@ -127,7 +127,7 @@ TEST(SysCmd, BytesAfterTheBufferAreNotTouched)
 
 TEST(SysCmd, OutputPastTheBufferIsDrainedSoThatTheCommandEnds)
 {
-    // More than a pipe holds: a command whose reader stopped would wait, or die of SIGPIPE.
+    // More than a pipe holds: if the reader stopped, the command would block or die of SIGPIPE.
     const Result result = read_command("head -c 1000000 /dev/zero | tr '\\0' x && exit 7");
     EXPECT_EQ(result.code, 7);
     EXPECT_EQ(result.output, std::string(255, 'x'));
@@ -169,7 +169,7 @@ TEST(SysCmd, BackgroundProcessIsNotWaitedFor)
     const Result result = read_command("cat " + pipe + " & echo started; exit 4");
     EXPECT_EQ(result.code, 4);
     EXPECT_EQ(result.output, "started\n");
-    // The background process waits for somebody to open the pipe, and ends when it is closed.
+    // The background process waits until the pipe is opened, and ends when it is closed.
     ::close(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
 }
 

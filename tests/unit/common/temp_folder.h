@@ -1,5 +1,5 @@
 /**
- * A folder that a test has to itself, and file helpers for it.
+ * A private folder for a test, and file helpers for it.
  */
 #ifndef TESTS_COMMON_TEMP_FOLDER_H
 #define TESTS_COMMON_TEMP_FOLDER_H
@@ -24,10 +24,10 @@ public:
     std::vector<std::string> names() const;
 
     /**
-     * Puts a small file system of its own over the folder, or over one in it, in a mount namespace of
+     * Mounts a small file system over the folder, or over one in it, in a mount namespace of
      * this process.
      *
-     * @return empty, or why the machine refuses it
+     * @return empty, or why the machine refuses
      */
     std::string mount_small(size_t bytes, const std::string& name = "");
     /** Makes the small file system read-only. */

@@ -1,4 +1,4 @@
-// From the key to the front-panel program's connection. Each case has the process to itself: the bridge's
+// From the key to the front-panel program's connection. Each case needs a separate process: the bridge's
 // sender runs until its end.
 
 #include <algorithm>
@@ -36,7 +36,7 @@ std::string code_of(int row, int col)
     return {static_cast<char>(col * 16 + row)};
 }
 
-/** The sender sleeps on the board's clock, which stands: it takes one code for each of its pauses. */
+/** The sender sleeps on the board's stopped clock: it sends one code after each of its pauses. */
 class KeyboardBridge : public testing::Test {
 protected:
     static constexpr uint64_t kPauseUs = 200;
@@ -48,7 +48,7 @@ protected:
         ASSERT_TRUE(board->clock().wait_for_sleepers(1));
         board->trace().clear();
     }
-    /** Every edge so far has had its handler's call. */
+    /** Waits until the handler has run for every edge so far. */
     void settle() { ASSERT_TRUE(board->gpio().wait_for_handlers()); }
     void press(int row, int col)
     {
@@ -65,9 +65,9 @@ protected:
         press(row, col);
         release(row, col);
     }
-    /** Lets the sender look at the queue so often. */
+    /** Lets the sender check the queue this many times. */
     void send(size_t times) { ASSERT_TRUE(board->clock().run(kPauseUs * times, 1)); }
-    /** What has arrived once the queue is surely empty. */
+    /** What has arrived once the queue is certainly empty. */
     std::vector<std::string> drain(size_t expected)
     {
         send(MAX_CMD_QUEUE_SIZE + 1);
@@ -250,7 +250,7 @@ TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
     EXPECT_EQ(board->gpio().level(15), 0) << "an edge will not come by itself";
     i2cIRQhandler();
     settle();
-    // The locks are never held together, so the interrupt's thread may queue its code ahead of this one's.
+    // The locks are never held together, so the interrupt's thread may queue its code before this one's.
     EXPECT_THAT(drain(3), testing::UnorderedElementsAre("\x01", "\x11", "\x21"));
 }
 
@@ -275,7 +275,7 @@ TEST_F(KeyboardBridge, EachCodeHasItsConnectionWithLimitsOf30Milliseconds)
 TEST_F(KeyboardBridge, WithoutAListenerTheQueueEmptiesAndTheCodesAreLost)
 {
     start();
-    const int port = 1; // where nobody listens
+    const int port = 1; // which refuses connections
     redirect_panel_port(port);
     const size_t descriptors = open_descriptors();
     for (int number = 0; number < 20; ++number) {

@@ -25,7 +25,7 @@ struct Attempts {
     int refused_option = 0;
 };
 
-// Never destroyed: the bridge's sender is at work as long as the process.
+// Never destroyed: the bridge's sender runs as long as the process.
 Attempts& attempts()
 {
     static Attempts* const instance = new Attempts;

@@ -1,9 +1,9 @@
 /**
- * The front-panel program as the keyboard bridge meets it: what arrives in each connection.
+ * A stand-in for the front-panel program: records what arrives in each connection.
  *
  * The bridge knows one port only, and tests run side by side. Linking this replaces connect() of the whole
  * program: a connection to that port goes to the port of the PanelProgram that lives, or, without one, to a
- * port where nobody listens. It watches setsockopt() too.
+ * port that refuses connections. It records setsockopt() calls too.
  */
 #ifndef ORVAN_TESTS_PANEL_PROGRAM_H
 #define ORVAN_TESTS_PANEL_PROGRAM_H
@@ -46,7 +46,7 @@ void redirect_panel_port(int port);
 /** How often the process has tried to connect to the front panel's port. */
 size_t panel_attempts();
 /** "connect 127.0.0.1" and, with the time in microseconds, "receive limit 30000" and "send limit 30000": the
- *  calls so far, in their order; ", inherited" behind a connect whose socket a child process would get.
+ *  calls so far, in their order; ", inherited" after a connect whose socket a child process would get.
  *  The kernel itself only knows such limits in its own ticks. */
 std::vector<std::string> panel_calls();
 /** From now on setting this socket option, SO_RCVTIMEO or SO_SNDTIMEO, fails; 0 ends that. */

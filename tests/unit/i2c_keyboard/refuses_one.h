@@ -16,7 +16,7 @@ class RefusesOne : public sim_board::I2cDevice {
 public:
     explicit RefusesOne(std::shared_ptr<sim_board::I2cDevice> chip) : m_chip(std::move(chip)) {}
 
-    /** The transfers behind `number` more are well again. A register read is two transfers, a write one. */
+    /** Refuses one transfer after `number` more; later ones succeed. A register read is two, a write one. */
     void refuse_after(size_t number) { m_left = number; }
 
     bool write(std::span<const uint8_t> bytes) override { return m_left-- != 0 && m_chip->write(bytes); }

@@ -1,4 +1,4 @@
-// The driver on the simulated controller, and on one that gives any byte.
+// The driver on the simulated controller, and on one that returns arbitrary bytes.
 
 #include <algorithm>
 #include <memory>
@@ -36,7 +36,7 @@ void PrintTo(const Event& event, std::ostream* out)
 }
 constexpr Event kNothing{-1};
 
-/** Gives its bytes one after the other, whatever is asked, and 0 when there are no more. */
+/** Returns its bytes in turn, whatever register is read, and 0 when there are no more. */
 struct ByteArray : sim_board::I2cDevice {
     explicit ByteArray(std::vector<uint8_t> values) : bytes(std::move(values)) {}
     bool write(std::span<const uint8_t>) override { return true; }

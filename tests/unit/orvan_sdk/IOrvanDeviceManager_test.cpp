@@ -27,7 +27,7 @@ public:
     void disableMUX() override {}
 };
 
-/** What a platform adds, and nothing more. It cannot be made without the stand-ins. */
+/** Implements only the pure virtual functions. Requires the stand-ins to construct. */
 class Device : public IOrvanDeviceManager {
 public:
     explicit Device(const StandIns&) {}
@@ -90,7 +90,7 @@ struct Buffer {
     Buffer() { bytes.fill(kUntouched); }
     operator uint8_t*() { return bytes.data(); }
 
-    /** How many bytes were written, from the first on. */
+    /** Number of bytes written, counted from the first. */
     size_t written() const
     {
         const auto last =

@@ -26,7 +26,7 @@ bool g_crc_unavailable = false;
 
 } // namespace
 
-// Stands ahead of the utility library's.
+// Overrides the utility library's.
 Crc32Utils* Crc32Utils::getInstance()
 {
     if (g_crc_unavailable) {
@@ -79,7 +79,7 @@ protected:
         std::memcpy(blob.data(), &settings, sizeof settings);
         return blob;
     }
-    /** Signs a blob as it stands. */
+    /** Signs a blob without other changes. */
     void sign(Blob& blob) const
     {
         std::memcpy(&blob[1010], "HESH", 4);

@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 
 namespace {
 
-// The simple pair is called by nobody else, and what a wait finds at its end is set in its midst.
+// Nothing else calls the simple pair, and the state at the end of a wait is set during the wait.
 template <void (COSSemaphore::*kAcquire)(u32, tOSStatus&), void (COSSemaphore::*kRelease)(),
           pthread_mutex_t COSSemaphore::*kMutex, u32 COSSemaphore::*kCount>
 struct SemaphoreInside {
@@ -303,7 +303,7 @@ TEST(SemaphoreWait, AnyOtherResultEndsItAsATimeOut)
 TEST(SemaphoreThreads, WithOneUnitOneThreadIsInside)
 {
     COSSemaphore semaphore(1, 1);
-    int guarded = 0; // no lock of its own
+    int guarded = 0; // not locked separately
     std::vector<std::thread> threads;
     for (int index = 0; index < 4; ++index) {
         threads.emplace_back([&semaphore, &guarded, index] {
@@ -348,7 +348,7 @@ TEST(SemaphoreThreads, EachReleaseWakesOneWaiter)
     EXPECT_EQ(acquire(semaphore, kOSTimeoutNone), kOSStatusOperationTimedOut);
 }
 
-// ---- the simple pair, which nobody uses
+// ---- the simple pair, which is unused
 
 tOSStatus acquire_simply(COSSemaphore& semaphore, u32 timeout)
 {
@@ -385,7 +385,7 @@ TEST(SimpleSemaphore, TimeOutIsReadAsATimeOfDayLongPast)
     const auto start = steady_clock::now();
     EXPECT_EQ(acquire_simply(semaphore, 600000), kOSStatusSoftwareFault);
     EXPECT_LT(steady_clock::now() - start,
-              std::chrono::seconds(300)); // half of what it was asked for
+              std::chrono::seconds(300)); // half of the requested time
     pthread_mutex_unlock(&mutex_of(semaphore));
 }
 

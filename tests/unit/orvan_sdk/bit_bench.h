@@ -1,5 +1,5 @@
 /**
- * The way into the private part of the test table.
+ * Access to private members of the test table.
  */
 #ifndef ORVAN_TESTS_BIT_BENCH_H
 #define ORVAN_TESTS_BIT_BENCH_H
@@ -10,8 +10,8 @@
 
 namespace orvan_test {
 
-// A step of the round, the periodic thread's own loop and the rows as they were registered are the manager's
-// own affair; only through them can a test take a step on its own thread and leave no thread behind.
+// A step of the round, the periodic thread's loop and the registered rows are private to the
+// manager; only through them can a test take a step on its own thread and leave no thread running.
 template <void (BITManager::*kStep)(), void (BITManager::*kStop)(), void (BITManager::*kRun)(),
           std::atomic<bool> BITManager::*kStopping, bool BITManager::*kStarted,
           BITType_t (BITManager::*kKinds)[BIT_TYPE_COUNT]>

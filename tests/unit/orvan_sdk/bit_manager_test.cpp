@@ -446,10 +446,10 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
     EXPECT_THROW(take_cbit_step(*manager), std::runtime_error);
     EXPECT_TRUE(ran.empty());
     for (const eBitType type : kKinds) {
-        EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock was left behind
+        EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock is still held
     }
     take_steps(1);
-    EXPECT_EQ(ran, std::vector<std::string>{"behind it"}); // the round had gone on
+    EXPECT_EQ(ran, std::vector<std::string>{"behind it"}); // the round continued
 }
 
 TEST_F(TestTable, RowThatJoinsDuringARunIsLeftForTheNextOne)

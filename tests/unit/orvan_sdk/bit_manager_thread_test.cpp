@@ -26,7 +26,7 @@ namespace {
 
 constexpr uint64_t kSecond = 1000000;
 
-/** The periodic thread on a clock that stands still until it is advanced. */
+/** The periodic thread on a clock that is stopped until it is advanced. */
 class PeriodicTest : public ::testing::Test {
 protected:
     void SetUp() override { run_in_own_process(); } // there is one thread for a process
@@ -35,7 +35,7 @@ protected:
         if (manager == nullptr) {
             return;
         }
-        // A thread that is told to stop before its wait ends takes no further step.
+        // A thread stopped before its wait ends takes no further step.
         auto stopped = begin_to_stop();
         clock().release();
         stopped.wait();
@@ -45,7 +45,7 @@ protected:
 
     void start(int period) { manager = BITManager::getInstance(period); }
 
-    /** Stops the thread on another one, which has come to wait for it, or is done without one to wait for. */
+    /** Stops the thread from another one; returns when that one waits for it, or is done without waiting. */
     std::future<void> begin_to_stop()
     {
         auto stopped = std::async(std::launch::async, [this] { stop_periodic_thread(*manager); });
@@ -175,9 +175,9 @@ TEST_F(PeriodicTest, StopWaitsForThePeriodToEnd)
     clock().advance(1);
     ASSERT_EQ(stopped.wait_for(10s), std::future_status::ready);
     EXPECT_EQ(clock().sleepers(), 0u);
-    EXPECT_EQ(first, 0); // no step behind the end
+    EXPECT_EQ(first, 0); // no step after the end
     EXPECT_FALSE(has_thread(*manager));
-    stop_periodic_thread(*manager); // and nothing to end any more
+    stop_periodic_thread(*manager); // there is nothing left to end
 }
 
 TEST_F(PeriodicTest, PeriodBelowOneStartsNoThread)
@@ -234,7 +234,7 @@ TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto live_and_end = [] {
-        // Runs behind the manager's own end, as it was registered first.
+        // Runs after the manager's end, as it was registered first.
         std::atexit([] { ::_exit(sim_board::current_board()->clock().sleepers() == 0 ? 23 : 24); });
         sim_board::set_current_board(
             std::make_shared<sim_board::Board>(sim_board::kPortableWiring, Clock::Mode::kRealTime));

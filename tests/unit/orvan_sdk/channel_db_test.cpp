@@ -194,7 +194,7 @@ TEST_F(LoadDatabase, ItsDescriptorIsClosedOnlyOnSuccess)
     EXPECT_EQ(open_descriptors(), before + 1);
 }
 
-/** Whether the process has the object's bytes, also when its name has gone. */
+/** Whether the process maps the object, even after its name is removed. */
 bool is_mapped()
 {
     std::ifstream maps("/proc/self/maps");
@@ -219,7 +219,7 @@ TEST_F(LoadDatabase, TheDestructorUnmapsAndRemovesTheObject)
     speak_as(client);
 }
 
-// The object stays, as the data library's object goes only with a mapping.
+// The object stays: the data library removes it only with a mapping.
 class LoadDatabaseFault : public testing::Test {
 protected:
     LoadDatabaseFault()

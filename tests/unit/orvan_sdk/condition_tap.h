@@ -1,8 +1,8 @@
 /**
- * The wall clock and the waits for a condition, as a test wants them.
+ * Fake wall clock and condition waits.
  *
- * The program's own `gettimeofday`, `pthread_cond_wait` and `pthread_cond_timedwait` stand before the C
- * library's; without a ConditionTap they hand on to those.
+ * The program's own `gettimeofday`, `pthread_cond_wait` and `pthread_cond_timedwait` override the C
+ * library's; without a ConditionTap they call those.
  */
 #ifndef ORVAN_TESTS_CONDITION_TAP_H
 #define ORVAN_TESTS_CONDITION_TAP_H
@@ -25,7 +25,7 @@ public:
     ConditionTap& operator=(const ConditionTap&) = delete;
 
     timeval now = {};
-    /** What each wait does and gives in turn. Behind the last one a wait gives ETIMEDOUT, and one without a
+    /** What each wait does and returns in turn. After the last one a wait returns ETIMEDOUT; one without a
      *  deadline ends the process. */
     std::deque<std::function<int()>> waits;
     /** Deadlines of the waits so far that had one. */

@@ -1,4 +1,4 @@
-// What only the controller knows into the records.
+// Copying what only the controller knows into the records.
 #include "orvan_sdk/IOrvanDeviceManager.h"
 #include "setup_bench.h"
 
@@ -198,7 +198,7 @@ TEST_F(DatabaseSync, TheBatteryReachesInstalledChannelsOnly)
     const ORVAN_CONFIG before = record(2);
     orvanx->setNumberofChannels(1);
     orvanx->update_battery_status(50, 1);
-    orvanx->setNumberofChannels(2); // as many as there are records to be unmapped
+    orvanx->setNumberofChannels(2); // as many as the records to be unmapped
     EXPECT_EQ(text(1, ODT_BATT), "50");
     EXPECT_EQ(changed(before, 2), Elements{});
 }

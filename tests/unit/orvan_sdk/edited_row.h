@@ -1,5 +1,5 @@
 /**
- * A row of one of the library's constant tables, other than it is while this object lives.
+ * Changes a row of one of the library's constant tables while it lives.
  */
 #ifndef ORVAN_TESTS_EDITED_ROW_H
 #define ORVAN_TESTS_EDITED_ROW_H

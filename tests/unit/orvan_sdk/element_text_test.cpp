@@ -18,7 +18,7 @@ namespace {
 constexpr uint32_t kPos = 16; // of the element in the record below
 constexpr uint8_t kUntouched = 0xA5;
 
-// What a text leaves of a record of 80 bytes, and that nothing outside the element's bytes changed.
+// A record of 80 bytes after a text was stored; checks that nothing outside the element's bytes changed.
 class Stored {
 public:
     Stored(ValueTypes type, const char* text, double factor, uint32_t size)
@@ -317,7 +317,7 @@ TEST(FormatElement, NullsAndUnknownTypesLeaveTheBuffer)
 
 // ---- each the other's inverse
 
-// A text that a field of this type is rendered as, drawn from all of its range.
+// The rendering of a random value over the whole range of this type.
 std::string drawn_text(std::mt19937_64& random, ValueTypes type, int64_t factor)
 {
     const auto integer = [&](auto least, auto most) {
@@ -376,7 +376,7 @@ TEST(ElementText, OfEveryTypeAndFactorComesBackFromTheField)
             const uint32_t size = type == TYPE_STRING                        ? kOrvanTextSize
                                   : type >= TYPE_INT64 && type != TYPE_FLOAT ? 8
                                                                              : 4;
-            // At no multiple of its alignment, which a field need not have.
+            // Misaligned, as a field may be.
             const OrvanElementData element{13, static_cast<double>(factor), type, size, eSendNone};
             for (int i = 0; i < 1000; ++i) {
                 const std::string text = drawn_text(random, type, factor);

@@ -49,7 +49,7 @@ protected:
         std::memset(field, 0, size);
         std::copy_n(text.begin(), std::min(text.size(), size), field);
     }
-    /** An instrument with a text in every field. */
+    /** Settings with a text in every field. */
     void fill()
     {
         put(net->addr, "10.0.0.7");
@@ -500,7 +500,7 @@ TEST_F(FlashParams, AFailedHostNameScriptIsLogged)
 
 TEST_F(FlashParams, AHostNameScriptWhoseEndIsNotToBeLearnedIsLogged)
 {
-    // With its children reaped by the kernel there is no status for system() to give.
+    // With its children reaped by the kernel, system() has no status to return.
     const auto before = std::signal(SIGCHLD, SIG_IGN);
     (*peer)->setHostname("bench-3");
     std::signal(SIGCHLD, before);

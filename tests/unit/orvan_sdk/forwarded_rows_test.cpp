@@ -122,7 +122,7 @@ const ForwardedHeader kHeaders[] = {
 
 constexpr size_t kForwardedRows = 142;
 
-// What a client may put behind a header: the module is asked all the same, and finds the fault.
+// What a client may put after a header: it is still sent to the module, which reports the error.
 const char* const kWrongParameters[] = {"",     "1,2,3,4,5,6,7,8,9", "\"text\"", "NO_SUCH_WORD", "#H1F",
                                         "(@1)", "1furlong"};
 

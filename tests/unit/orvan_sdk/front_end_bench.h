@@ -1,6 +1,6 @@
 /**
- * The front end as a service process holds it: the module service, one client on the loopback, and one
- * scripted module that stands behind every channel.
+ * The front end as in a service process: the module service, one client on the loopback, and one
+ * scripted module for all channels.
  */
 #ifndef ORVAN_TESTS_FRONT_END_BENCH_H
 #define ORVAN_TESTS_FRONT_END_BENCH_H
@@ -45,7 +45,7 @@ protected:
     ~FrontEndBench() override
     {
         speak_as(client);
-        SCPI_Flush(&scpi_context); // output that a case left behind must not reach the next one
+        SCPI_Flush(&scpi_context); // output left by a case must not reach the next one
         delete orvanx;
         SCPI_Deinit(&scpi_context);
     }
@@ -60,13 +60,13 @@ protected:
 
     userContext_t& user() { return *static_cast<userContext_t*>(scpi_context.user_context); }
 
-    /** Hands bytes in as the service process does. @return what the parser gave */
+    /** Passes bytes in as the service process does. @return the parser's result */
     bool feed(std::string bytes)
     {
         return orvanx->sendScpiToNewParser(bytes.data(), static_cast<int>(bytes.size())) != 0;
     }
 
-    /** Sends a line and gives everything that came back; a reply leaves before the call returns. */
+    /** Sends a line and returns everything received; a reply is sent before the call returns. */
     std::string ask(const std::string& line)
     {
         feed(line + "\r\n");
@@ -75,7 +75,7 @@ protected:
 
     void take_service_away() { user().ptrParser = nullptr; }
 
-    /** Calls a handler where no user record is. Its reply and the text of its errors have nowhere to go. */
+    /** Calls a handler without a user record. Its reply and its error texts are discarded. */
     scpi_result_t call_without_user_record(scpi_command_callback_t handler)
     {
         void* const record = std::exchange(scpi_context.user_context, nullptr);
@@ -84,7 +84,7 @@ protected:
         return result;
     }
 
-    /** The queue's errors as "<number> <info>", and empties it. */
+    /** Empties the error queue. @return its errors as "<number> <info>" */
     std::vector<std::string> take_errors()
     {
         std::vector<std::string> errors;
@@ -95,7 +95,7 @@ protected:
         return errors;
     }
 
-    /** The lines logged at LOG_ERR, and forgets all. */
+    /** The lines logged at LOG_ERR; clears the log. */
     std::vector<std::string> take_error_lines()
     {
         std::vector<std::string> texts;

@@ -1,4 +1,4 @@
-// Every row that the controller answers: its reply, byte for byte, and what it asks of modules and device.
+// Every row that the controller answers: its reply, byte for byte, and its calls of modules and device.
 #include <mutex>
 #include <set>
 #include <utility>
@@ -18,18 +18,18 @@ using testing::IsEmpty;
 
 namespace {
 
-// What a row reads first; the texts that are none, and what comes of them, are below.
+// What a row reads first; invalid texts and their results are below.
 enum class Kind { kNothing, kBoolean, kWord, kCount, kText, kRegister };
 
 struct LocalRow {
     const char* group;
     const char* pattern;
     Kind kind;
-    const char* parameters; // that are right; empty: it takes none
+    const char* parameters; // valid ones; empty: it takes none
     const char* result;     // without the success word; empty: there is none
-    const char* asked = ""; // what modules get of it, without the line end; empty: nothing
+    const char* asked = ""; // what modules receive, without the line end; empty: nothing
     const char* answer = "+OK\r\n";
-    int modules = 1; // that get it; one: the selected channel's
+    int modules = 1; // that receive it; one: the selected channel's
 };
 
 // clang-format off
@@ -125,7 +125,7 @@ const WrongText kWrongTexts[] = {
 };
 // clang-format on
 
-// They need an upgrade folder, and are asked for in update_rows_test.cpp.
+// They need an upgrade folder, and are tested in update_rows_test.cpp.
 const std::set<std::string> kUpdateRows = {":SYSTem:UPDate:SOFTware", ":SYSTem:UPDate:FPGA",
                                            "[:INTernal]:GUI:UPDate:SOFTware"};
 
@@ -179,7 +179,7 @@ protected:
         return of_group;
     }
 
-    /** What modules got, up to the row's own; what a reset sends behind that is not the question here. */
+    /** What modules received, up to the row's own; what a reset sends after it is not tested here. */
     std::vector<std::string> take_asked(const LocalRow& row)
     {
         const std::lock_guard lock(m_mutex);

@@ -1,5 +1,5 @@
 /**
- * The front end with a scripted module of its own behind every channel.
+ * The front end with a separate scripted module for every channel.
  */
 #ifndef ORVAN_TESTS_MANY_MODULES_BENCH_H
 #define ORVAN_TESTS_MANY_MODULES_BENCH_H
@@ -19,7 +19,7 @@ protected:
         }
     }
 
-    /** Nobody listens behind this channel from now on. */
+    /** Connections to this channel are refused from now on. */
     void kill_module(int channel)
     {
         const int closed = listen_on_loopback();

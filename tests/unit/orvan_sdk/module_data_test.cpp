@@ -1,4 +1,4 @@
-// What the module service learns of the network and of its modules.
+// What the module service reads from the network and from its modules.
 #include <fstream>
 #include <sstream>
 
@@ -109,7 +109,7 @@ TEST_F(ModuleData, FiveWordsClearTheNetworkAndFail)
     std::strcpy(settings->scpiPort, "6025");
     EXPECT_EQ(orvanx->network_if_detect(), -1);
     EXPECT_TRUE(network_is_cleared());
-    EXPECT_EQ(orvanx->getScpiPort(), 6025); // taken over ahead of the script
+    EXPECT_EQ(orvanx->getScpiPort(), 6025); // applied before the script
     EXPECT_EQ(text(1, ODT_IF_NAME), "");
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{
                                 {LOG_ERR, "[Orvan Service]: Invalid network configuration response: Static "
@@ -244,7 +244,7 @@ TEST_F(ModuleData, ALongAnswerFillsItsFieldsAndStaysEnded)
 {
     module.always(ModuleAnswer::reply(std::string(60, 'v') + ";+OK\r\n"));
     std::memset(settings->fpgaVersion, 'x', sizeof settings->fpgaVersion);
-    settings->bootDBConfig = 3; // stands right behind the field
+    settings->bootDBConfig = 3; // directly after the field
     EXPECT_TRUE(orvanx->getModuleData(1));
     EXPECT_EQ(settings->fpgaVersion, std::string(30, 'v'));
     EXPECT_EQ(settings->bootDBConfig, 3);

@@ -95,7 +95,7 @@ protected:
     }
     std::string ask_module(const std::string& request) { return ask_module(request, module.port()); }
 
-    /** A module's own connection may still be open in this process when the reply is here. */
+    /** A module's end of a connection may still be open in this process when the reply has arrived. */
     void module_done(size_t conversations) { ASSERT_TRUE(module.wait_finished(conversations)); }
 
     std::vector<LogLine> info(std::initializer_list<const char*> texts)
@@ -203,7 +203,7 @@ TEST_F(ModuleLink, ClosedPortIsUnableToConnectAtOnce)
     const int port = local_port(listener);
     ::close(listener);
     EXPECT_EQ(ask_module("x\r\n", port), "-ERR Unable to connect");
-    // Kernels differ in whether a non-blocking connect reports the refusal itself or behind the wait.
+    // Kernels differ in whether a non-blocking connect reports the refusal at once or after the wait.
     EXPECT_THAT(logs.lines(), testing::AnyOf(info({"Unable to connect\n"}),
                                              info({"Unable to connect (timeout or error)\n"})));
 }

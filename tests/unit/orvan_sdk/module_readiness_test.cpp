@@ -81,8 +81,8 @@ TEST_F(ModuleReadiness, WithoutTimeNoQueryIsSent)
 
 TEST_F(ModuleReadiness, AModuleThatRefusesStaysNotLiveAndIsPolledWithGrowingWaits)
 {
-    // Asked at 0, 100, 300, 700, 1500, 3100 and 4700 ms: the waits double to 1600 and stay there. A sleep is
-    // never shorter than asked for, and the last one runs on past the deadline.
+    // Polled at 0, 100, 300, 700, 1500, 3100 and 4700 ms: the waits double to 1600 and stay there. A sleep is
+    // never shorter than requested, and the last one runs past the deadline.
     module.always(ModuleAnswer::reply("-ERR -330, \"Self-test failed\"\r\n"));
     const milliseconds taken = time_of([&] { orvanx->wait_for_channels_ready(1, 6); });
     EXPECT_FALSE(orvanx->m_isLive[0]);

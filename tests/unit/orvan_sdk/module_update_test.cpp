@@ -36,7 +36,7 @@ std::string software_request(const std::string& image)
     return ":SYST:UPD:SOFT #" + std::to_string(size.size()) + size + image + "\r\n";
 }
 
-/** A name in the upgrade folder that tells a length of 80 bytes and gives 60 of them. */
+/** A file in the upgrade folder that reports a length of 80 bytes and reads 60. */
 class ShortFile {
 public:
     explicit ShortFile(const std::string& name)
@@ -198,19 +198,19 @@ TEST_F(ModuleUpdate, AnUpgradeFolderThatCannotBeReadIsLogged)
 
 TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereItHasALength)
 {
-    // A file system in memory refuses to go to a folder's end; that of the processes does not.
+    // A tmpfs refuses to seek to a folder's end; procfs does not.
     fs::create_directory_symlink("/proc/self/task", kUpgradeFolder / "fpga_image.d");
     EXPECT_ANY_THROW(orvanx->sendFPGAUpdateSCPICommandtoOrvanX());
     EXPECT_EQ(lines(LOG_INFO).back(), "sendFPGAUpdateSCPICommandtoOrvanX file not open ");
     EXPECT_EQ(connections(), 0u);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // a gigabyte, and what they keep of it
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // a gigabyte, and the sanitizers' copies
 TEST_F(ModuleUpdate, NothingKeepsALengthOfTenDigitsFromAHeaderWithTwoForTheirCount)
 {
     const fs::path path = put_image(kSoftwareName, "");
     fs::resize_file(path, 1'000'000'000);
-    // Told by the request's length; nothing that long need be sent for it.
+    // Decided by the request's length, without sending anything that long.
     refuse_array_of(std::string(":SYST:UPD:SOFT #101000000000\r\n").size() + 1'000'000'000);
     EXPECT_FALSE(orvanx->sendSoftwareUpdate());
     refuse_array_of(0);

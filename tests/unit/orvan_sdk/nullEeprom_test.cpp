@@ -31,7 +31,7 @@
 using orvan_test::OutputCapture;
 using orvan_test::PrivateHome;
 
-// Reaches what no path of the fixed folder can make go wrong.
+// Injects failures that no path of the fixed folder can cause.
 struct NullEepromTestPeer {
     static void set_path(NullEeprom& store, const char* path)
     {
@@ -44,7 +44,7 @@ struct NullEepromTestPeer {
 
 namespace {
 
-// The one call that a test lets fail ("longer ftell": tells more than there is), and the order of the locking
+// The one call that a test makes fail ("longer ftell": reports too much), and the order of the locking
 // calls.
 std::string g_failing;
 std::vector<std::string> g_calls;
@@ -137,7 +137,7 @@ protected:
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     }
 
-    /** What was said, without the lines that a sanitizer's malloc adds when it has no memory. */
+    /** What was printed, without the lines that a sanitizer's malloc adds when it has no memory. */
     static std::string said(const OutputCapture& err)
     {
         std::istringstream text(err.text());
@@ -149,7 +149,7 @@ protected:
         }
         return own;
     }
-    /** init of a store in which something is amiss. */
+    /** init() of a store with a fault. */
     std::string failed_init()
     {
         OutputCapture err(STDERR_FILENO);
@@ -291,7 +291,7 @@ TEST_F(FileStore, AnUnknownLengthFails)
     EXPECT_EQ(failed_init(), "NullEeprom ftell: Input/output error\n");
 }
 
-// Takes what room there is for large allocations. Only a 32-bit process runs out of it.
+// Exhausts the room for large allocations. Only a 32-bit process runs out of it.
 class LargeAddresses {
 public:
     LargeAddresses()
@@ -406,7 +406,7 @@ TEST_F(FileStore, WritingIntoTheMiddleKeepsTheLengthAndRewritesTheFile)
 {
     put_file(counting(50));
     ASSERT_TRUE(store->init());
-    put_file(Bytes(80, 0xcc)); // what another wrote since is gone: the image goes out whole
+    put_file(Bytes(80, 0xcc)); // later changes by others are lost: the whole image is written
     EXPECT_TRUE(store->write(10, Bytes(3, 0).data(), 3));
     Bytes expected = counting(50);
     std::fill_n(expected.begin() + 10, 3, uint8_t{0});

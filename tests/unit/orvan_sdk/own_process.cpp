@@ -27,7 +27,7 @@ std::string running_case()
     return std::string(info.test_suite_name()) + "." + info.name();
 }
 
-// This process's own, without the variables that choose cases, as those of shards.
+// This process's environment, without the variables that select cases, such as those of shards.
 std::vector<char*> environment()
 {
     std::vector<char*> kept;

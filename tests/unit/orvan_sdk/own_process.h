@@ -1,7 +1,7 @@
 /**
- * Cases that need a process of their own.
+ * Cases that need a separate process.
  *
- * Under CTest each case has one. The suite as one process also passes: what the library keeps for its process
+ * Under CTest each case has one. The suite as one process also passes: what the library keeps per process
  * is put back after each case (shared_process.cpp). What it makes only once, at its first use, as a thread or
  * a timer, cannot be; a case about that runs in a new process.
  */

@@ -394,7 +394,7 @@ TEST_F(PresetStore, OnlyInstalledChannelsAreRecalledAndCleared)
     EXPECT_EQ(files_below("preset"), 2u);
     EXPECT_TRUE(fs::exists(files.preset(3, 3)));
     EXPECT_TRUE(fs::exists(files.preset(4, 3)));
-    orvanx->setNumberofChannels(kMaxChannels); // as many as there are records to be unmapped
+    orvanx->setNumberofChannels(kMaxChannels); // as many as the records to be unmapped
 }
 
 // ---- validate

@@ -1,7 +1,7 @@
 /**
- * Folders that can be opened and not read.
+ * Folders that can be opened but not read.
  *
- * Linking it replaces readdir() of the whole program; it goes straight through until it is told to fail.
+ * Linking it replaces readdir() of the whole program; calls pass through until it is set to fail.
  */
 #ifndef ORVAN_TESTS_READDIR_TAP_H
 #define ORVAN_TESTS_READDIR_TAP_H

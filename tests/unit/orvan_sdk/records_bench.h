@@ -1,5 +1,5 @@
 /**
- * The front end with channel records behind it: the factory setup in a folder of the test's own, loaded for
+ * The front end with channel records: the factory setup in a private folder, loaded for
  * four channels.
  */
 #ifndef ORVAN_TESTS_RECORDS_BENCH_H
@@ -13,7 +13,7 @@
 
 namespace orvan_test {
 
-/** Stands ahead of the bench among the bases, so that the records go while their names still lead here. */
+/** A base before the bench, so that the records are removed while their names still lead here. */
 struct WithInstrumentFiles {
     InstrumentFiles files;
 };

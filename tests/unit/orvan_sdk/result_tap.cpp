@@ -9,7 +9,7 @@ namespace {
 
 orvan_test::ResultTap* active = nullptr;
 
-// True when the call ends here.
+// True when the call is not passed on.
 bool refused(const std::string& call)
 {
     if (active == nullptr) {

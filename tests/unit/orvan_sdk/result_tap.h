@@ -1,5 +1,5 @@
 /**
- * Stands between the handlers and the parser library's typed results: notes which one a reply came from. The
+ * Intercepts the parser library's typed results: records which one a reply came from. The
  * bytes of a reply do not show it, and another parser library may write a boolean or a number its own way.
  */
 #ifndef ORVAN_TESTS_RESULT_TAP_H
@@ -21,7 +21,7 @@ public:
     /** Calls in order: "SCPI_ResultBool 1", "SCPI_ResultUInt32Base 87 to the base 10". */
     std::vector<std::string> calls;
 
-    /** The results are not taken: nothing is written. */
+    /** The results fail: nothing is written. */
     bool refuses = false;
 };
 

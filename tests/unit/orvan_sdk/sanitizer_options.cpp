@@ -1,5 +1,5 @@
-// The library asks malloc for what a line needs and answers when there is none; so must the sanitizers'
-// malloc.
+// The library handles a failed malloc for a line; so malloc must return null in the sanitizers'
+// builds as well.
 extern "C" const char* __asan_default_options()
 {
     return "allocator_may_return_null=1";

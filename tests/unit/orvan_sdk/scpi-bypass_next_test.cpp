@@ -51,7 +51,7 @@ protected:
         return next_is_bypass(&context, rest.data(), rest.data() + rest.size(), OrvanX_cmdBypass);
     }
 
-    /** Both ways to look a header up give the same row, and the next sub-command goes by it. */
+    /** Both ways to look a header up return the same row, which decides the next sub-command. */
     void expect_same_row(const std::string& header)
     {
         const scpi_command_t* const row = match_rows(&context, header.data(), header.size());

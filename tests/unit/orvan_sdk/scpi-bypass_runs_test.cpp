@@ -1,4 +1,4 @@
-// How a line is cut into conversations with the module, seen from the module and from the client.
+// How a line is split into exchanges with the module, seen from the module and from the client.
 
 #include <algorithm>
 #include <cstdint>
@@ -15,7 +15,7 @@ namespace {
 
 class BypassRuns : public FrontEndBench {
 protected:
-    /** Sends a line and gives what the module was asked. */
+    /** Sends a line and returns what the module received. */
     vector<std::string> requests_of(const std::string& line)
     {
         const size_t before = module.requests().size();
@@ -167,7 +167,7 @@ TEST_F(BypassRuns, ARunWhoseNextSubCommandNeverArrivesIsLostAtTheFlush)
 TEST_F(BypassRuns, ItemsKeepTagKindAndParameter)
 {
     // The faulty last sub-command keeps the run open until the flush, and the second of the two errors is
-    // the moment to look: the error callback runs while the run stands.
+    // the moment to look: the error callback runs while the run is open.
     static userContext_t seen;
     static scpi_interface_t watching;
     watching = scpi_interface;

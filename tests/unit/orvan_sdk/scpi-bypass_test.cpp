@@ -29,7 +29,7 @@ struct ScanCase {
     const char* name;
     const char* text;
     const char* header; // null: none
-    size_t behind;      // position behind the header
+    size_t behind;      // position after the header
 
     friend void PrintTo(const ScanCase& tested, std::ostream* out) { *out << tested.name; }
 };

@@ -358,7 +358,7 @@ TEST(CommandTable, SetRowIsRightBeforeItsQueryRowWithTheSameTag)
             continue;
         }
         if (pattern == "*TST") {
-            EXPECT_EQ(query->second, index - 1); // the one query that stands ahead
+            EXPECT_EQ(query->second, index - 1); // the one query that comes first
         } else {
             EXPECT_EQ(query->second, index + 1) << pattern;
         }

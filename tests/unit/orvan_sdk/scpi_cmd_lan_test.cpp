@@ -106,7 +106,7 @@ TEST_F(ChannelSelectorOfOne, AChannelThatIsNotInstalledIsAcceptedAndNotMarked)
 
 TEST_F(ChannelSelectorOfOne, AChannelThatIsNotInstalledHasNoMirror)
 {
-    const std::string before = bytes(1).substr(sizeof(int)); // behind the mark of the selection
+    const std::string before = bytes(1).substr(sizeof(int)); // after the mark of the selection
     for (const char* channel : {"2", "3", "4"}) {
         EXPECT_EQ(ask(std::string(":INST ") + channel), "+OK\r\n");
         EXPECT_EQ(ask(kLan + "HOST box"), "+OK\r\n");
@@ -282,7 +282,7 @@ TEST_F(LanSettings, TheQueryOfANameServerNeedsItsNumber)
 
 // ---- get handlers
 
-// What a device that refuses, or none, comes to: of a get handler as they all are, and of the three others.
+// The effect of a failing or missing device: for the usual get handler, and for the three others.
 enum class OnFailure { kOwnError, kEmptyReply, kReplyThenOwnError };
 
 struct GetRow {
@@ -325,7 +325,7 @@ protected:
         return std::string(GetParam().call).substr(0, std::string(GetParam().call).find(' '));
     }
 
-    // Something else than the value stands in the mirror before.
+    // The mirror holds another value before.
     void update_marker()
     {
         char marker[] = "7";
@@ -424,7 +424,7 @@ TEST_P(GetHandler, AnEmptyTextIsNoReply)
     EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
     EXPECT_EQ(take_error_lines(), Lines{not_copied(GetParam().handler)});
     if (GetParam().tag == ODT_FPGA) {
-        EXPECT_EQ(text(2, ODT_FPGA), ""); // mirrored ahead of the reply
+        EXPECT_EQ(text(2, ODT_FPGA), ""); // mirrored before the reply
     } else {
         EXPECT_EQ(all_bytes(), m_marked);
     }

@@ -21,7 +21,7 @@ struct RoutedRow {
     const char* to_module; // without its line end
     int tag;
     const char* mirrored;
-    const char* on_device; // with its value; empty when the device is not told
+    const char* on_device; // with its value; empty when the device is not called
 };
 
 void PrintTo(const RoutedRow& row, std::ostream* out)
@@ -35,7 +35,7 @@ protected:
     {
         orvanx->setSelectedChannel(3);
         put_module_behind(3, third);
-        char other[] = "7"; // is nobody's value, and reads as off
+        char other[] = "7"; // is no valid value, and reads as off
         orvanx->update_db(3, GetParam().tag, other, sizeof other);
         if (std::string(GetParam().mirrored) == "OFF") {
             record(3).ANALOGOUTPUT.RfOutput = On;
@@ -99,7 +99,7 @@ TEST_P(RoutedSetting, ARefusalOfTheModuleChangesNothing)
 
 TEST_P(RoutedSetting, ADeadModuleChangesNothing)
 {
-    orvanx->m_OrvanXport[2] = 1; // nobody listens there
+    orvanx->m_OrvanXport[2] = 1; // refuses connections
     expect_communication_error("-ERR Unable to connect");
 }
 

@@ -209,7 +209,7 @@ TEST_F(SetupHandlers, ThePowerUpSetupWithoutAServiceIsNeitherSetNorKnown)
 
 // ---- reset
 
-/** Notes with each RF output the channel that was selected for it. */
+/** Records with each RF output the channel that was selected for it. */
 class SelectionNotingDevice : public RecordingDevice {
 public:
     explicit SelectionNotingDevice(Scpi_Orvanx& orvanx) : m_orvanx(orvanx) {}

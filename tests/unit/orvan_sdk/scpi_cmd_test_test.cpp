@@ -157,7 +157,7 @@ TEST_F(TestHandlers, ReportHoldsTenFailuresOfAKind)
     EXPECT_EQ(ask("*TST?"), expected + "10 Failures;+OK\r\n");
 }
 
-/** Name of a test whose line in the report has so many bytes; the number keeps the names of a kind apart. */
+/** Name of a test whose line in the report has this many bytes; the number makes the name unique. */
 std::string name_for_line(size_t length, size_t number)
 {
     return std::to_string(number) + std::string(length - 1 - std::string("PBIT,,Fail,0;").size(), 'n');

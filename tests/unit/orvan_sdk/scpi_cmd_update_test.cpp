@@ -30,7 +30,7 @@ std::string block(const std::string& image)
     return " #" + std::to_string(size.size()) + size + image;
 }
 
-/** A public row, which brings its image along. */
+/** A public row, whose image is a parameter. */
 struct Row {
     const char* header;
     const char* handler;
@@ -61,7 +61,7 @@ protected:
         return GetParam().module_header + block(image) + "\r\n";
     }
 
-    /** Sends the row with this image to modules that answer so. */
+    /** Sends the row with this image to modules with these answers. */
     std::string update(const std::string& image, const std::string (&answers)[3] = kAllAccept)
     {
         expect_request(request_of(image), answers);
@@ -106,7 +106,7 @@ TEST_P(ImageUpdate, SendsTheMessagesBlockToEveryModule)
 TEST_P(ImageUpdate, MakesTheFolderAndStoresTheImageUnderItsOneName)
 {
     fs::remove_all("/home/orvan");
-    take_service_away(); // nobody takes the file up then
+    take_service_away(); // then the file is not picked up
     EXPECT_EQ(ask(GetParam().header + block("a longer one")), "+OK\r\n");
     EXPECT_EQ(contents(GetParam().file), "a longer one");
     EXPECT_EQ(ask(GetParam().header + block(image_of(5))), "+OK\r\n");

@@ -25,13 +25,13 @@ constexpr int kFirst = 1001; // no descriptors of this process: the lease knows 
 constexpr int kSecond = 1002;
 constexpr int kThird = 1003;
 
-// Long enough for a thread that is let in to be seen in.
+// Long enough to see that a thread has entered.
 constexpr auto kStaysOut = 100ms;
 constexpr auto kBound = 10s;
 
 const std::vector<std::string> kFirstArming = {"create CLOCK_MONOTONIC SIGEV_THREAD", "set 3.000000000"};
 
-// A client's thread that asks for the lease when it is made and keeps what it gets.
+// A client's thread that requests the lease on construction and keeps it.
 class Waiter {
 public:
     explicit Waiter(int fd) : m_entered(std::async(std::launch::async, scpi_lease_acquire, fd)) {}
@@ -138,7 +138,7 @@ TEST_F(Lease, EveryWayToFreeItWakesAllThatWait)
 
 TEST_F(Lease, AReleaseByAnotherChangesNothing)
 {
-    scpi_lease_release(kSecond); // nobody holds it
+    scpi_lease_release(kSecond); // it is not held
     scpi_lease_acquire(kFirst);
     scpi_lease_release(kSecond);
     const Waiter third(kThird);
@@ -168,7 +168,7 @@ TEST_F(Lease, ALostOwnerResetsTheInputAndLetsTheNextIn)
 
 TEST_F(Lease, ALostClientThatDoesNotHoldItChangesNothing)
 {
-    scpi_lease_abort_if_owner(kFirst); // nobody holds it
+    scpi_lease_abort_if_owner(kFirst); // it is not held
     scpi_lease_acquire(kFirst);
     scpi_lease_abort_if_owner(kSecond);
     const Waiter third(kThird);
@@ -353,7 +353,7 @@ protected:
         explicit Waiter(int fd) : m_fd(fd), m_entered(std::async(std::launch::async, scpi_lease_acquire, fd))
         {
         }
-        // Gives back what it gets; a case must not end while this still waits.
+        // Releases what it gets; a case must not end while this still waits.
         ~Waiter()
         {
             m_entered.wait();
@@ -558,7 +558,7 @@ TEST_F(FrontEndBench, ThreeSecondsOfSilenceAfterTheLastPieceEndAMessage)
     const auto last_piece = steady_clock::now();
     feed("O;:FO");
     const TcpPair second;
-    // Named ahead of the wait, as the reply goes to the client that was named last.
+    // Set before the wait, as the reply goes to the client that was set last.
     speak_as(second);
     EXPECT_TRUE(feed(":SYST:VERS?\n"));
     EXPECT_GE(steady_clock::now() - last_piece, 3s);

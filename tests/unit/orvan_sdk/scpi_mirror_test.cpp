@@ -97,7 +97,7 @@ TEST_F(Mirror, AnErrorInTheMiddleSkipsOneItem)
 
 TEST_F(Mirror, AFailedConversationSkipsTheFirstItemAlone)
 {
-    orvanx->m_OrvanXport[0] = 1; // nobody listens
+    orvanx->m_OrvanXport[0] = 1; // refuses connections
     EXPECT_EQ(ask(":FREQ 1;:POW 7;:PHAS 8"), "-ERR Unable to connect;+OK\r\n");
     EXPECT_EQ(text(1, ODT_FREQ), "1000000000");
     EXPECT_EQ(text(1, ODT_PWR), "7");

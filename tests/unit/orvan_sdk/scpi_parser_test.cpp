@@ -15,7 +15,7 @@ using namespace orvan_test;
 
 namespace {
 
-// The service process and the handlers are built against these shapes.
+// The service process and the handlers are built against these signatures.
 static_assert(!std::is_polymorphic_v<ScpiParser>);
 static_assert(sizeof(ScpiParser) == sizeof(bool));
 static_assert(std::is_standard_layout_v<userContext_t>);
@@ -308,7 +308,7 @@ INSTANTIATE_TEST_SUITE_P(Lines, IsCommand, testing::Values(
 
 TEST(IsCommandBounds, TheUnitAtTheEndIsReadBeyondTheSize)
 {
-    // The size tells whether another unit follows, not where a unit ends.
+    // The size shows whether another unit follows, not where a unit ends.
     EXPECT_FALSE(ScpiParser().isCommand(":FREQ?", 3));
     EXPECT_FALSE(ScpiParser().isCommand(":FREQ?;:POW 1", 6));
     EXPECT_TRUE(ScpiParser().isCommand(":FREQ?;:POW 1", 7));

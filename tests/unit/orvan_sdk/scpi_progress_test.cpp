@@ -9,14 +9,14 @@ namespace {
 
 class Progress : public HandlerBench {
 protected:
-    /** By how much a line moves the count. */
+    /** How far a line advances the count. */
     uint32_t of(const std::string& line)
     {
         const uint32_t before = scpi_progress();
         ask(line);
         return scpi_progress() - before;
     }
-    /** By how much each further unit moves it. */
+    /** How far each further unit advances it. */
     uint32_t of_unit(const std::string& unit)
     {
         const uint32_t of_two = of(unit + ";" + unit);

@@ -17,7 +17,7 @@ class ReplyPath : public FrontEndBench {
 protected:
     size_t put(const std::string& piece) { return SCPI_Write(&scpi_context, piece.data(), piece.size()); }
 
-    /** Tells the transmit path that a block of `size` bytes comes, and writes header and data. */
+    /** Announces a block of `size` bytes to the transmit path, and writes header and data. */
     size_t put_block(const std::string& data)
     {
         const size_t n = SCPI_ResultArbitraryBlock(&scpi_context, data.data(), data.size());

@@ -1,4 +1,4 @@
-// What goes from the records to a module.
+// What is sent from the records to a module.
 #include <algorithm>
 
 #include "edited_row.h"

@@ -25,7 +25,7 @@ inline std::vector<std::string> requests_of(std::span<const SentElement> pass)
     return requests;
 }
 
-/** Those of a whole setup: every value ahead of every state. */
+/** Those of a whole setup: every value before every state. */
 inline std::vector<std::string> requests_of_setup()
 {
     std::vector<std::string> requests = requests_of(kSentValues);
@@ -35,7 +35,7 @@ inline std::vector<std::string> requests_of_setup()
     return requests;
 }
 
-/** The settings, as far as they are in memory: their bus is never looked at. */
+/** The settings in memory: their bus is never accessed. */
 inline HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS& settings_in_memory()
 {
     static char no_handler;

@@ -32,7 +32,7 @@ void empty(BITManager& manager)
 class SharedProcess : public testing::EmptyTestEventListener {
     void OnTestProgramStart(const testing::UnitTest& all) override
     {
-        // An ordinary user gets a home of the process's own only while it has a single thread.
+        // An ordinary user can get a private home only while the process has a single thread.
         if (all.test_to_run_count() > 1) {
             const orvan_test::PrivateHome home;
         }

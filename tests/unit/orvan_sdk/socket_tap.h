@@ -1,7 +1,7 @@
 /**
- * Watches the write() and setsockopt() calls of the process on one descriptor, and bends the next ones.
+ * Records the write() and setsockopt() calls of the process on one descriptor, and injects faults.
  *
- * Linking it replaces both functions of the whole program; without a tap alive they go straight through.
+ * Linking it replaces both functions of the whole program; without a live tap calls pass through.
  */
 #ifndef ORVAN_TESTS_SOCKET_TAP_H
 #define ORVAN_TESTS_SOCKET_TAP_H
@@ -24,7 +24,7 @@ public:
     /** The calls in their order: "write 5", "write -1", "TCP_CORK=1", "TCP_CORK=0". */
     std::vector<std::string> calls() const;
 
-    /** A later write() takes at most `bytes`. Bends queue up, one for each write. */
+    /** A later write() takes at most `bytes`. Faults queue up, one for each write. */
     void shorten_write(size_t bytes);
     /** A later write() fails with this errno and takes nothing. */
     void fail_write(int error);

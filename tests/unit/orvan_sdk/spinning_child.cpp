@@ -32,7 +32,7 @@ milliseconds processor_time(pid_t child)
     return milliseconds(used.tv_sec * 1000 + used.tv_nsec / 1000000);
 }
 
-// Runs or waits for a processor, where one that is blocked sleeps.
+// Runs or waits for a processor; a blocked thread sleeps.
 bool is_ready_to_run(pid_t child)
 {
     std::ifstream stat("/proc/" + std::to_string(child) + "/stat");
@@ -62,7 +62,7 @@ bool spins(const std::function<void()>& call)
         if (!is_ready_to_run(child)) {
             slept_last = now;
         }
-        // A loop that yields gets next to no time from a machine that is busy with something else.
+        // A yielding loop gets hardly any time on a busy machine.
         const bool spun =
             processor_time(child) - at_start >= kEnoughProcessorTime || now - slept_last >= kEnoughTimeReady;
         if (spun || now >= deadline) {

@@ -1,5 +1,5 @@
 /**
- * The temperature monitor over a scripted module for each channel, with time that a case advances.
+ * The temperature monitor over a scripted module for each channel, on a manual clock.
  */
 #ifndef ORVAN_TESTS_TEMPERATURE_BENCH_H
 #define ORVAN_TESTS_TEMPERATURE_BENCH_H
@@ -39,7 +39,7 @@ inline void PrintTo(const Verdict& verdict, std::ostream* out)
 inline constexpr Verdict kUntouched = {BIT_NOT_PERFORMED, -77};
 inline constexpr Verdict kPassed = {BIT_PASS, 0};
 
-/** A module for each channel, the selected one's behind the instrument's own SCPI port. */
+/** A module for each channel; the selected one's is reached through the instrument's own SCPI port. */
 class TemperatureMonitor : public RecordsBench {
 protected:
     TemperatureMonitor()

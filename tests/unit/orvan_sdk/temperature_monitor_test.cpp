@@ -293,7 +293,7 @@ TEST_F(TemperatureMonitor, TheResponseAsksOnlyInstalledChannels)
     orvanx->setNumberofChannels(2);
     answers(3, "90");
     EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "30.000000");
-    orvanx->setNumberofChannels(kMaxChannels); // as many as there are records to be unmapped
+    orvanx->setNumberofChannels(kMaxChannels); // as many as the records to be unmapped
 }
 
 TEST_F(TemperatureMonitor, TheResponseAfterAnAnswerThatIsNoNumberIsTheMaximumBefore)

@@ -18,8 +18,8 @@ std::atomic<bool> g_delay_throws = false;
 
 } // namespace
 
-// Stands before the board's: nothing in a poll throws anything but the conversion's exceptions, and the
-// thread has an answer to everything else, too.
+// Overrides the board's: a poll throws only the conversion's exceptions, and the
+// thread has to handle any other as well.
 extern "C" void hw_delay_us(uint64_t us)
 {
     if (g_delay_throws) {
@@ -44,7 +44,7 @@ protected:
         orvanx->startTempratureThread();
         ASSERT_TRUE(board->clock().wait_for_sleepers(1));
     }
-    /** The clock a pause on, and the poll behind it done. */
+    /** Advances the clock by a pause, and waits for the poll after it. */
     void next_poll()
     {
         board->clock().advance(kPause);
@@ -194,7 +194,7 @@ TEST_F(TemperatureThread, TheServiceAndTheThreadMayPollAtTheSameTime)
     EXPECT_EQ(behind(1).connections(), 40u);
 }
 
-/** What one poll has to leave behind, worked out from what each module answers. */
+/** The expected state after one poll, computed from each module's answer. */
 struct Expected {
     std::array<bool, kMaxChannels> live{};
     double greatest = -1e9;
@@ -218,7 +218,7 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
             ScriptedModule* const asked = ch == 2 ? &own_server : modules[index(ch)].get();
             const unsigned fate = dice() % 16;
             if (asked != &own_server && (asked == nullptr || fate == 0)) {
-                // A module is away for some polls and comes back at an address of its own, with another port.
+                // A module is away for some polls and returns at another address and port.
                 if (asked == nullptr && fate < 8) {
                     modules[index(ch)] =
                         std::make_unique<ScriptedModule>("127.0." + std::to_string(6 + ch) + ".1");
@@ -268,7 +268,7 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
     EXPECT_EQ(warnings, failures);
     EXPECT_GT(failures, 250u);
     EXPECT_TRUE(run_flag(*orvanx));
-    orvanx->setNumberofChannels(kMaxChannels); // as many as there are records to be unmapped
+    orvanx->setNumberofChannels(kMaxChannels); // as many as the records to be unmapped
 }
 
 } // namespace

@@ -29,7 +29,7 @@ Tap& tap()
     return *instance;
 }
 
-// What a tapped timer is called by.
+// Identifies a tapped timer.
 timer_t tapped_timer()
 {
     return &tap();

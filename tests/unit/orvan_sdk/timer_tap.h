@@ -1,6 +1,6 @@
 /**
- * Stands between the code under test and POSIX timers: records what is asked for and lets them expire when
- * the test says so, and not by themselves.
+ * Intercepts POSIX timers: records the calls and lets timers expire when
+ * the test says so, never by themselves.
  */
 #ifndef ORVAN_TESTS_TIMER_TAP_H
 #define ORVAN_TESTS_TIMER_TAP_H
@@ -31,7 +31,7 @@ public:
     /** True while a timer runs. */
     bool armed() const;
 
-    /** Calls the notification on a thread of its own, whether or not the timer runs, and waits for its end.
+    /** Calls the notification on a new thread, whether or not the timer runs, and waits for its end.
      */
     void fire();
 };

@@ -1,5 +1,5 @@
 /**
- * The front end with a scripted module behind every channel and an upgrade folder of its own.
+ * The front end with a scripted module for every channel and a private upgrade folder.
  */
 #ifndef ORVAN_TESTS_UPDATE_BENCH_H
 #define ORVAN_TESTS_UPDATE_BENCH_H
@@ -20,7 +20,7 @@ using Lines = std::vector<std::string>;
 
 inline const std::filesystem::path kUpgradeFolder = "/home/orvan/halde/upgrade/orvanx";
 
-/** Stands ahead of the bench among the bases: a home of the process's own needs it to have one thread. */
+/** A base before the bench: a private home needs the process to have one thread. */
 struct WithHomeAndStandIns {
     PrivateHome home;
     StandIns stand_ins;
@@ -69,7 +69,7 @@ protected:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    /** Lets modules 1 to 3 wait for this request, which ends as its count of bytes says, and answer these. */
+    /** Makes modules 1 to 3 wait for this request, whose end is given by its size, and send these answers. */
     void expect_request(const std::string& request, const std::string (&answers)[3])
     {
         for (int index = 0; index < 3; ++index) {

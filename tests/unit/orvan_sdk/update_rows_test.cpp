@@ -39,7 +39,7 @@ const WrongImage kWrongImages[] = {
 
 class UpdateRows : public UpdateBench {
 protected:
-    /** What each of the three modules got since it was asked last, one behind the other. */
+    /** What the three modules received since the last call, concatenated. */
     std::vector<Lines> take_requests()
     {
         std::vector<Lines> all;

@@ -28,7 +28,7 @@ std::vector<size_t> slots_of(Members... members)
     return {slot_of(members)...};
 }
 
-/** One slot behind the other, the first one behind the two of the destructor. */
+/** Consecutive slots, the first one after the two of the destructor. */
 std::vector<size_t> consecutive(size_t count)
 {
     std::vector<size_t> slots;

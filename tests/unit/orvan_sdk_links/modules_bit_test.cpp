@@ -25,7 +25,7 @@ void PrintTo(const Verdict& verdict, std::ostream* out)
 }
 constexpr Verdict kUntouched = {BIT_NOT_PERFORMED, -77};
 
-/** The module service over links that a case lays; its modules are live or not as the case says. */
+/** The module service over links that a case creates; the case sets which modules are live. */
 class ModulesBit : public LaidLinks {
 protected:
     void SetUp() override
@@ -52,7 +52,7 @@ protected:
         LaidLinks::TearDown();
     }
 
-    /** The modules named, 1 to 4, have answered and no others. */
+    /** Only the modules named, 1 to 4, have answered. */
     void set_live(const std::vector<int>& modules)
     {
         for (bool& live : orvanx->m_isLive) {
@@ -250,7 +250,7 @@ TEST_F(ModulesBit, RepairedInstrumentPassesAgain)
 
 // ---- from the temperature poll
 
-/** Modules 1 and 3 answer on the loopback, module 2 does not: nobody listens at its address in the sandbox.
+/** Modules 1 and 3 answer on the loopback; module 2's address in the sandbox refuses connections.
  */
 TEST_F(ModulesBit, APollWithAModuleDownReportsItAndItsRecoveryDoesNot)
 {

@@ -42,7 +42,7 @@ bool rename_interface(const char* from, const char* to)
                            [to](ifreq& change) { std::strncpy(change.ifr_newname, to, IFNAMSIZ - 1); });
 }
 
-/** Takes what lets root read files that are closed to everybody, for this thread. */
+/** Drops this thread's capabilities to read files without permission. */
 class PlainPermissions {
 public:
     PlainPermissions()
@@ -61,7 +61,7 @@ private:
     __user_cap_data_struct m_before[_LINUX_CAPABILITY_U32S_3] = {};
 };
 
-/** Lets nothing more be opened. */
+/** Makes every further open fail. */
 class NoDescriptors {
 public:
     NoDescriptors()
@@ -185,7 +185,7 @@ TEST_F(RndisScanOfTree, StopsWhenItsRoomIsFull)
     for (int room = 0; room <= 3; ++room) {
         const Scan scan(room);
         EXPECT_EQ(scan.count, room);
-        EXPECT_EQ(scan.rows.back().ifname[0], '#'); // and writes nothing behind it
+        EXPECT_EQ(scan.rows.back().ifname[0], '#'); // and writes nothing after it
     }
     EXPECT_EQ(Scan(5).count, 4);
     EXPECT_EQ(scan_rndis_devices(nullptr, 0), 0);

@@ -1,5 +1,5 @@
 /**
- * A controller's network interfaces: those of a sandbox with four modules, and trees that a test lays.
+ * A controller's network interfaces: those of a sandbox with four modules, and trees that a test creates.
  */
 #ifndef ORVAN_TESTS_USB_LINKS_BENCH_H
 #define ORVAN_TESTS_USB_LINKS_BENCH_H
@@ -47,11 +47,11 @@ private:
     bool m_mounted = false;
 };
 
-/** What a scan with room for `room` links gives. */
+/** The result of a scan with room for `room` links. */
 struct Scan {
     explicit Scan(int room = 4);
     int count;
-    std::vector<rndis_device_t> rows; // with one behind the room
+    std::vector<rndis_device_t> rows; // with one past the room
     /** The row of an interface, or null. */
     const rndis_device_t* find(const std::string& ifname) const;
 };

@@ -1,5 +1,5 @@
 /**
- * What the parser takes from the heap. The counter replaces operator new of the whole program.
+ * The parser's heap allocations. The counter replaces operator new of the whole program.
  */
 #include <cstdlib>
 #include <new>

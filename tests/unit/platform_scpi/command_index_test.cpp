@@ -39,7 +39,7 @@ public:
         return row != nullptr ? static_cast<int>(row - m_rows.data()) : -1;
     }
 
-    /** The same by asking SCPI_Match of row after row. */
+    /** The same by calling SCPI_Match for each row. */
     int first_match(string_view header) const
     {
         for (size_t i = 0; m_rows[i].pattern != nullptr; ++i) {
@@ -188,7 +188,7 @@ TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
 
 TEST(CommandIndex, RandomTablesAgreeWithMatchingRowAfterRow)
 {
-    // Few short names under many shared and optional nodes: forms of different nodes fall together.
+    // Few short names under many shared and optional nodes: forms of different nodes coincide.
     static constexpr std::array<const char*, 8> kNames = {"A", "Ab", "AB", "ABc", "AbC", "aB", "B", "STATe"};
     std::mt19937 random(7);
     for (int round = 0; round < 300; ++round) {

@@ -1,5 +1,5 @@
 /**
- * A context without a parser: the parameters stand in it as text, and what goes out is kept.
+ * A context without a parser: it holds the parameters as text and keeps the output.
  */
 #ifndef TESTS_UNIT_PLATFORM_SCPI_DATA_FIXTURE_H
 #define TESTS_UNIT_PLATFORM_SCPI_DATA_FIXTURE_H
@@ -32,7 +32,7 @@ protected:
 
     ~ScpiData() override { SCPI_ErrorClear(&context); }
 
-    /** Starts a command with these parameters. The copy ends at its last byte, so that a reader that goes
+    /** Starts a command with these parameters. The copy ends at its last byte, so that a reader that runs
      *  past it is caught by the address sanitizer. */
     void parameters(std::string_view text)
     {

@@ -186,7 +186,7 @@ TEST(Framer, BlockLongerThanMemoryKeepsItsCount)
     EXPECT_EQ(SCPI_FramerScan(&framer, megabyte.data(), megabyte.size()), 1000000u);
 }
 
-/** Straight reading of the rules, a byte at a time, over the whole stream. */
+/** A direct implementation of the rules, a byte at a time, over the whole stream. */
 std::vector<size_t> expected_ends(string_view s)
 {
     std::vector<size_t> ends;

@@ -43,7 +43,7 @@ std::vector<string> events_of(string_view bytes, size_t piece, size_t buffer_siz
     return context.take_events();
 }
 
-/** Feeds the bytes whole, and then in pieces of every size, which must come to the same. */
+/** Feeds the bytes whole, and then in pieces of every size, which must have the same result. */
 std::vector<string> events_however_cut(string_view bytes, size_t buffer_size = 4096)
 {
     const std::vector<string> whole = events_of(bytes, bytes.size(), buffer_size);
@@ -276,7 +276,7 @@ TEST(Input, FillOfTheBufferLeavesRoomForANulBetweenCalls)
     }
 }
 
-// What handlers and the application see of the buffer
+// The buffer as handlers and the application see it
 
 TEST(Input, BufferEndsWithTheMessageWhileItRuns)
 {
@@ -304,7 +304,7 @@ TEST(Input, BufferIsEmptyAtTheFlush)
 
 TEST(Input, NothingOfTheContextIsTouchedAfterTheLastFlush)
 {
-    // The context lives on pages of its own, which the flush takes away.
+    // The context is on separate pages, which the flush unmaps.
     const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
     const size_t size = (sizeof(RecordingContext) + page - 1) / page * page;
     void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -1,5 +1,5 @@
 /**
- * The patterns of the instrument's command table, in its order: what the look-up has to be exact and fast on.
+ * The patterns of the instrument's command table, in its order: the look-up has to be exact and fast on them.
  */
 #ifndef TESTS_UNIT_PLATFORM_SCPI_INSTRUMENT_PATTERNS_H
 #define TESTS_UNIT_PLATFORM_SCPI_INSTRUMENT_PATTERNS_H

@@ -1,5 +1,5 @@
 /**
- * The meaning of a command pattern written down the long way: every header that it stands for, as a list.
+ * The meaning of a command pattern spelled out: every header that it matches, as a list.
  */
 #ifndef TESTS_UNIT_PLATFORM_SCPI_NAIVE_MATCHER_H
 #define TESTS_UNIT_PLATFORM_SCPI_NAIVE_MATCHER_H

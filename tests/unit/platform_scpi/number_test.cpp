@@ -203,7 +203,7 @@ INSTANTIATE_TEST_SUITE_P(Each, Double,
 TEST_F(Number, FloatIsRoundedOnceFromTheText)
 {
     EXPECT_EQ(read(SCPI_ParamFloat, "0.1"), 0.1f);
-    // Just above the middle of 1 and its neighbour: by way of a double it would fall back to 1.
+    // Just above the middle of 1 and its neighbour: via a double it would round to 1.
     EXPECT_EQ(read(SCPI_ParamFloat, "1.00000005960464477540"), std::nextafter(1.0f, 2.0f));
     EXPECT_EQ(read(SCPI_ParamFloat, "3.4028235E38"), std::numeric_limits<float>::max());
     read(SCPI_ParamFloat, "1E39");

@@ -1,5 +1,5 @@
 /**
- * A parser context whose handlers and callbacks write down what happens to them, one line of text an event:
+ * A parser context whose handlers and callbacks record their calls, one line of text per event:
  *
  *     call :SOUR:POW [2]      a handler, with its header and its parameter text
  *     error -113              the error callback
@@ -84,7 +84,7 @@ public:
         return out;
     }
 
-    /** Writes itself down and takes its parameters as read. */
+    /** Records itself and counts its parameters as read. */
     static scpi_result_t handle(scpi_t* c)
     {
         lex_state_t& lex = c->param_list.lex_state;
@@ -95,7 +95,7 @@ public:
         }
         return SCPI_RES_OK;
     }
-    /** Writes itself down and leaves its parameters. */
+    /** Records itself and leaves its parameters unread. */
     static scpi_result_t leave_parameters(scpi_t* c)
     {
         of(c).note("call " + header(c));
@@ -113,7 +113,7 @@ public:
         SCPI_ErrorPush(c, -222);
         return SCPI_RES_ERR;
     }
-    /** Queues its own error, and claims to have worked, with parameters left. */
+    /** Queues its own error, and returns success, with parameters left. */
     static scpi_result_t succeed_with_error(scpi_t* c)
     {
         SCPI_ErrorPush(c, -222);
@@ -158,7 +158,7 @@ private:
     std::array<scpi_error_t, 8> m_errors{};
 };
 
-/** What stands at the end of each message. */
+/** What ends each message. */
 inline const std::string kLineEnd = "write \"\\r\\n\"";
 
 #endif

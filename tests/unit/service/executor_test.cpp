@@ -1,4 +1,4 @@
-// What the executor waits for; the rules of its turns are those of the server's tests.
+// What the executor waits for; its turns are tested with the server.
 #include <filesystem>
 #include <fstream>
 #include <signal.h>
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/** Descriptors that the process's epoll instances wait for. */
+/** Descriptors watched by the process's epoll instances. */
 int waited_for()
 {
     int count = 0;
@@ -37,7 +37,7 @@ int waited_for()
 
 } // namespace
 
-// A program that the library starts has copies of the descriptors until it is executed.
+// A program that the library starts has copies of the descriptors until exec.
 TEST(Executor, WaitsNoMoreForASessionThatIsOverWhileAChildHasACopyOfItsDescriptor)
 {
     RecordingSink sink;

@@ -24,7 +24,7 @@ namespace {
 
 constexpr uint8_t kPreset = key_code(2, 0);
 
-/** What the panel has executed; messages wait inside while it is shut. */
+/** Messages the panel has executed; while it is shut they wait inside. */
 class Commands {
 public:
     std::string execute(const std::string& message)
@@ -181,7 +181,7 @@ TEST_F(FrontPanelTest, ACodeCountsWhenItsConnectionEndsAndNotBefore)
     const UniqueFd connection = connect();
     const char code = static_cast<char>(kPreset);
     ASSERT_EQ(::send(connection.get(), &code, 1, 0), 1);
-    ::shutdown(connection.get(), SHUT_WR); // half closed is ended
+    ::shutdown(connection.get(), SHUT_WR); // half closed counts as ended
     ASSERT_TRUE(commands.wait_for(1));
     EXPECT_EQ(read_until(connection.get(), "\n"), "") << "nothing is sent back, and it is closed";
 }

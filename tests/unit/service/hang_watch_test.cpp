@@ -286,7 +286,7 @@ TEST_F(HangWatchTest, IsCheckedByTheAttendantWhenItIsDueAndWhenAHangIsOver)
     hold("*IDN?\n");
     begin = HangWatch::Clock::now();
     check_at(0s);
-    check_at(24h); // and so not due for a day
+    check_at(24h); // so it is not due for a day
     RunningServer server(*watch, {}, &*watch);
     finish();
     EXPECT_TRUE(eventually([&] {

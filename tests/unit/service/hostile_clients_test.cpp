@@ -1,4 +1,4 @@
-// Clients that vanish, stall or do not listen must cost the others nothing.
+// Clients that vanish, stall or do not read must not affect the others.
 #include <atomic>
 #include <cerrno>
 
@@ -16,7 +16,7 @@ using namespace orvan_test;
 
 namespace {
 
-// What the library does with a reply: blocking writes until all is sent or one fails.
+// As the library sends a reply: blocking writes until all is sent or one fails.
 bool write_all(int socket, const std::string& reply)
 {
     for (size_t sent = 0; sent < reply.size();) {
@@ -45,7 +45,7 @@ void expect_good_service(int port)
     EXPECT_EQ(good.ask("*IDN?\n"), "*IDN?;+OK\r\n");
 }
 
-// What a page makes a browser send: ":OUTP ON" is the body.
+// As a web page makes a browser send: ":OUTP ON" is the body.
 constexpr const char* kPost = "POST / HTTP/1.1\r\n"
                               "Host: 127.0.0.1:5025\r\n"
                               "User-Agent: page\r\n"
@@ -174,7 +174,7 @@ TEST(HostileClients, OneThatNeverEndsItsLineDelaysNoOther)
     endless.send(std::string(200'000, 'x'));
     TestClient silent(server.port());
     expect_good_service(server.port());
-    // Nor does one that has passed the limit and goes on.
+    // Nor does one that has passed the limit and continues.
     endless.send(std::string(0x300000, 'x'));
     EXPECT_EQ(endless.line(), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
     endless.send(std::string(0x300000, 'x'));
@@ -268,7 +268,7 @@ TEST(HostileClients, AReplyThatBlocksItsTurnHoldsTheNextClientForItsSendTimeouts
 TEST(HostileClients, ALongCommandDoesNotCountAsABlockedReply)
 {
     RecordingSink sink([](int socket, const std::string& message) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the command's own time
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the duration of the command
         RecordingSink::answer(socket, message);
     });
     ServerLimits limits;
@@ -306,7 +306,7 @@ TEST(HostileClients, MemoryOfLargeMessagesIsReturned)
             clients.emplace_back(server.port());
             clients.back().send(unfinished);
         }
-        // 64 MB stand in the buffers of messages that go on.
+        // 64 MB are in the buffers of unfinished messages.
         EXPECT_TRUE(eventually([&] { return resident_pages() - before > 32L * 1'900'000 / 4096; }));
     }
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
@@ -349,7 +349,7 @@ TEST(HostileClients, OneThatResetsWhileAnotherIsAtWorkHasNothingExecuted)
     EXPECT_EQ(sink.messages(), (std::vector<std::string>{"first\n", "second\n"}));
 }
 
-// A script that sends its settings and leaves: its end is orderly, whatever our replies meet.
+// A script that sends its settings and leaves: its end is orderly, even if our replies fail.
 TEST(HostileClients, OneThatSendsAndClosesHasAllOfItExecuted)
 {
     RecordingSink sink;
@@ -416,7 +416,7 @@ TEST(HostileClients, TheClockOfAHalfMessageStopsWhileACommandRuns)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         if (message == "long\n") {
-            std::this_thread::sleep_for(std::chrono::seconds(6)); // the command's own time
+            std::this_thread::sleep_for(std::chrono::seconds(6)); // the duration of the command
         }
         RecordingSink::answer(socket, message);
     });
@@ -457,11 +457,11 @@ TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndDelayNoOther)
     EXPECT_EQ(holders.back().ask(block('h').substr(100'000)).size(), block('h').size() + 5);
 }
 
-// Two clients that ask and wait, with commands of some time, leave their turns to a third with several lines.
+// Two clients with slow queries yield turns to a third with several lines.
 TEST(HostileClients, ThoseThatAskAgainAtOnceCostNoOtherItsTurn)
 {
     RecordingSink sink([](int socket, const std::string& message) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the command's own time
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the duration of the command
         RecordingSink::answer(socket, message);
     });
     RunningServer server(sink);
@@ -491,7 +491,7 @@ TEST(HostileClients, OneThatSendsMoreThanIsReceivedAtOnceAndClosesHasAllOfItExec
         RecordingSink::answer(socket, message); // the first is answered by a reset, the second fails
     });
     RunningServer server(sink);
-    // Its end comes while another's message is at work, and before its first reply: closed with replies
+    // Its end comes while another's message is executing, and before its first reply: closed with replies
     // unread, a client sends a reset and not an end.
     sink.shut();
     TestClient busy(server.port());
@@ -518,7 +518,7 @@ TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotDeadlock)
     limits.message_budget = 100'000;
     limits.raw.message_patience = std::chrono::seconds(1);
     RunningServer server(sink, limits);
-    // Each has its block and goes on beyond it, where there is room for one only.
+    // Each has its block and continues after it, where there is room for only one.
     std::vector<TestClient> holders;
     for (int i = 0; i < 2; ++i) {
         holders.emplace_back(server.port());

@@ -90,7 +90,7 @@ TEST(HttpRequestLine, IsNoProgramMessage)
     EXPECT_EQ(verdict_on(with_nul), Verdict::kNo);
 }
 
-// With the leading colon that may be left out, and without what may be, too.
+// With the optional leading colon, and also without what is optional.
 TEST(HttpRequestLine, IsNoRowOfTheInstrument)
 {
     for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {

@@ -1,4 +1,4 @@
-// What clients that ask nothing cost the program: measured from outside.
+// The cost of idle clients, measured from outside.
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -88,8 +88,8 @@ TEST_F(IdleCostTest, IdleClientsWakeNoThread)
     TestClient idle(port);
     ASSERT_EQ(idle.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
     TestClient silent(port);
-    // What the client's coming set going is over when nothing has happened for a while; that is what is
-    // claimed.
+    // The activity caused by the client's connection is over when nothing has happened for a while; that is
+    // what is tested.
     EXPECT_TRUE(eventually([&] {
         const auto before = sleeps(service.pid());
         std::this_thread::sleep_for(std::chrono::milliseconds(500));

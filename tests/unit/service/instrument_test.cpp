@@ -1,4 +1,4 @@
-// The server with the real library behind it; the modules are scripted ones on the loopback.
+// The server with the real library; the modules are scripted ones on the loopback.
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -41,7 +41,7 @@ protected:
     }
 
     InstrumentFiles files;
-    LogCapture log; // keeps the library's lines away from the machine's log
+    LogCapture log; // keeps the library's lines out of the machine's log
     ScriptedModule module;
     Instrument instrument;
     Scpi_Orvanx* library = Scpi_Orvanx::getInstance();
@@ -135,7 +135,7 @@ TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsEachComeBackToTheirOwn)
 
 TEST_F(InstrumentTest, AClientLostDuringItsCommandLeavesTheParserFree)
 {
-    OutputCapture errors(STDERR_FILENO); // the library says there that the reply could not be sent
+    OutputCapture errors(STDERR_FILENO); // the library reports there that the reply could not be sent
     module.then(ModuleAnswer::slow("1;+OK\r\n", std::chrono::milliseconds(200)));
     module.always(ModuleAnswer::reply("2;+OK\r\n"));
     RunningServer server(instrument);
@@ -189,7 +189,7 @@ TEST_F(InstrumentTest, RecordsFollowTheClientsTraffic)
 }
 
 // Every client writes a number of its own into one register and reads it back within the line, between lines
-// of other kinds; some leave in the midst of a line, of a block or of a reply.
+// of other kinds; some leave in the middle of a line, a block or a reply.
 TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
 {
     constexpr int kClients = 16;
@@ -263,7 +263,7 @@ TEST_F(InstrumentTest, AnEndWhileTheTemperaturePollWaitsIsNoErrorOfThePoll)
     std::thread poll([&] {
         try {
             library->getTempOrvanXForAlltheChannel(1);
-        } catch (const std::exception&) { // of the end of the connection, when the server goes
+        } catch (const std::exception&) { // when the server ends the connection
         }
     });
     ASSERT_TRUE(eventually([&] { return server->server().clients() == 2; }));

@@ -115,7 +115,7 @@ TEST(Listeners, AHostNameIsRefused)
     EXPECT_THROW(open_listeners("127.0.0", 0), std::runtime_error);
 }
 
-// An address of the process's own: the usual port of 127.0.0.1 may be an instrument's.
+// A private address: an instrument may use the usual port of 127.0.0.1.
 class ListenersOfSettings : public ::testing::Test {
 protected:
     const std::string address =
@@ -184,7 +184,7 @@ TEST(InheritedListeners, VariablesThatAreNotNumbersAreRefused)
     }
 }
 
-// Each case is a process of its own, so descriptors 3 and 4 can be made what the parent would pass.
+// Each case is a separate process, so descriptors 3 and 4 can be set up as the parent would pass them.
 TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
 {
     const auto made = open_listeners("127.0.0.1", 0);

@@ -17,7 +17,7 @@ constexpr size_t kLimit = 100'000;
 
 class MessageBufferTest : public ::testing::Test {
 protected:
-    // Receives `bytes` in pieces of at most `piece` bytes; "<overrun>" stands for an overrun.
+    // Receives `bytes` in pieces of at most `piece` bytes; "<overrun>" marks an overrun.
     void feed(const std::string& bytes, size_t piece = SIZE_MAX)
     {
         for (size_t at = 0; at < bytes.size();) {
@@ -212,7 +212,7 @@ TEST_F(MessageBufferTest, TheLengthIsWhatCameAndWhatWasAnnounced)
     feed(message.substr(0, 20'000));
     EXPECT_EQ(buffer.length(), message.size() - 1);
     feed(message.substr(20'000));
-    // Of one that is dropped, too.
+    // Also of one that is dropped.
     const std::string dropped = block_message(3 * kLimit);
     feed(dropped.substr(0, 150'000), 1000);
     EXPECT_TRUE(buffer.unfinished());

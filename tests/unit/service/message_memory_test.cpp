@@ -97,7 +97,7 @@ TEST_F(MessageMemoryTest, APieceThatDoesNotFitIntoTheBudgetWaitsForThoseBeforeIt
     ASSERT_EQ(reserve(&b, b, 60'000), Answer::kGranted);
     EXPECT_EQ(reserve(&c, c, 50'000), Answer::kWait);
     EXPECT_FALSE(c.is_long());
-    // This one would fit, but somebody waits.
+    // This one would fit, but another is waiting.
     EXPECT_EQ(reserve(&d, d, 20'000), Answer::kWait);
     b = {};
     EXPECT_EQ(reserve(&d, d, 20'000), Answer::kWait);

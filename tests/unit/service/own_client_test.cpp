@@ -61,7 +61,7 @@ TEST_F(OwnClientTest, ReturnsWhatCameWhenTheServerClosesEarly)
 
 TEST_F(OwnClientTest, GivesUpOnASilentServerInTime)
 {
-    EXPECT_EQ(client.ask("*RST", 20ms), ""); // nobody accepts
+    EXPECT_EQ(client.ask("*RST", 20ms), ""); // the connection is never accepted
 }
 
 TEST_F(OwnClientTest, WithoutAServerThereIsNoReply)
@@ -74,7 +74,7 @@ TEST_F(OwnClientTest, WithoutAServerThereIsNoReply)
 
 TEST_F(OwnClientTest, SkipsUnreachableListenersAndReachesOneForAllAddresses)
 {
-    // Bound, as one in another network looks from here, but nobody is there.
+    // Bound but not listening, as one in another network appears from here.
     std::vector<UniqueFd> several;
     several.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};

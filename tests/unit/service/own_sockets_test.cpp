@@ -37,7 +37,7 @@ TEST(OwnSockets, AConnectionOfAnotherProcessIsNotFound)
     const auto listeners = open_listeners("127.0.0.1", 0);
     const int port = local_port(listeners.front().get());
     UniqueFd client(connect_to_loopback("127.0.0.1", port));
-    const pid_t other = ::fork(); // has the client's end from now on, and nothing else to do
+    const pid_t other = ::fork(); // only holds the client's end open
     if (other == 0) {
         ::pause();
         ::_exit(0);
@@ -64,7 +64,7 @@ TEST(OwnSockets, AnUnconnectedSocketIsNotFound)
     EXPECT_FALSE(own.at_other_end_of(-1));
 }
 
-// The front panel and the temperature poll come for one message each.
+// The front panel and the temperature poll send one message each.
 TEST(OwnSockets, OwnConnectionsThatComeAndGoAreNeverRefusedAndTakeNoPlaceOfOthers)
 {
     LogCapture log;

@@ -66,7 +66,7 @@ struct Manager {
     const UniqueFd socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
-// More than the 2048 bytes of a text reply, which never leaves: the command goes on for ever.
+// More than the 2048 bytes of a text reply, which is never sent: the command runs for ever.
 std::string endless_reply()
 {
     std::string line = "*IDN?";
@@ -166,7 +166,7 @@ TEST_F(ProgramTest, EndsAtOnceWhenStoppedDuringTheDevicesStartUp)
     ServiceProcess service({.arguments = {"--platform", "benchtop", "--foreground"},
                             .environment = {{"ORVAN_BOARD", "benchtop"}, {"ORVAN_BOARD_CLOCK_RATE", "100"}},
                             .in_own_namespaces = true});
-    // From then on it waits a minute for modules that are not there.
+    // From then on it waits a minute for missing modules.
     const std::string log = service.errors_until("Scpi_Orvanx :: getInstance");
     if (log.empty() && service.exit_code() == ServiceProcess::kNoNamespace) {
         GTEST_SKIP() << "the kernel refuses user, network and mount namespaces";
@@ -254,7 +254,7 @@ TEST_F(ProgramTest, FeedsTheWatchdogUntilACommandHangsAndReportsThat)
 
 TEST_F(ProgramTest, EndsAtOnceWhenStoppedWhileItWaitsForModules)
 {
-    // The module table is set to the loopback, where nobody listens on the modules' ports but, perhaps,
+    // The module table is set to the loopback, where nothing listens on the modules' ports except, perhaps,
     // another test: either way the log line that this test waits for comes first.
     auto begin = start({"--log-level", "debug"});
     begin.arguments[2] = "60";
@@ -319,7 +319,7 @@ TEST_F(ProgramTest, BadInheritedSocketsEndItWithTheReason)
     EXPECT_EQ(service.errors(), "orvan-service: descriptor 3 of LISTEN_FDS is not a listening socket\n");
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they map a lot for themselves
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they map a lot of memory themselves
 TEST_F(ProgramTest, NoThreadTakesTheAddressSpaceOfADefaultStack)
 {
     ServiceProcess service(start());

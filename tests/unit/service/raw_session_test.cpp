@@ -1,4 +1,4 @@
-// A session by itself, with times that the test says.
+// A session alone, at times set by the test.
 #include <optional>
 
 #include <poll.h>

@@ -1,5 +1,5 @@
 /**
- * A server on the loopback with a recording sink behind it, and clients for it.
+ * A server on the loopback with a recording sink, and clients for it.
  */
 #ifndef ORVAN_TESTS_SERVICE_FIXTURE_H
 #define ORVAN_TESTS_SERVICE_FIXTURE_H
@@ -17,7 +17,7 @@
 
 namespace orvan_test {
 
-/** Records messages and answers them as told: by default with the message's text, then ";+OK" CR LF. */
+/** Records messages and answers them: by default with the message's text, then ";+OK" CR LF. */
 class RecordingSink : public orvan_service::MessageSink {
 public:
     /** Runs inside execute, instead of the default answer. */
@@ -101,7 +101,7 @@ private:
     std::string m_received;
 };
 
-/** A child process with connections that send nothing: for the server those of a stranger. */
+/** A child process with idle connections: to the server they are those of another program. */
 class OtherProcess {
 public:
     OtherProcess(int port, int connections);

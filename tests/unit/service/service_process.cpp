@@ -22,13 +22,13 @@ namespace orvan_test {
 
 namespace {
 
-// A network without any link, a host name, a home and shared memory that nobody else sees.
+// A network without any link, and a private host name, home and shared memory.
 bool enter_own_namespaces()
 {
     return enter_namespace(CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) &&
            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            ::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "") == 0 &&
-           (new PrivateHome)->refusal().empty(); // it lasts as long as the program that runs here next
+           (new PrivateHome)->refusal().empty(); // it lasts as long as the program that is executed next
 }
 
 } // namespace

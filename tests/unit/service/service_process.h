@@ -1,5 +1,5 @@
 /**
- * The service program as a child, with the stand-ins of privileged commands ahead in its PATH.
+ * The service program as a child, with the stand-ins of privileged commands first in its PATH.
  */
 #ifndef ORVAN_TESTS_SERVICE_PROCESS_H
 #define ORVAN_TESTS_SERVICE_PROCESS_H
@@ -20,7 +20,7 @@ public:
     struct Start {
         std::vector<std::string> arguments;
         std::vector<std::pair<std::string, std::string>> environment = {};
-        /** Listening socket that becomes the child's descriptor 3, told by LISTEN_FDS; -1 for none. */
+        /** Listening socket that becomes the child's descriptor 3, announced by LISTEN_FDS; -1 for none. */
         int listener = -1;
         /** In a network without any link, that ORVAN_SANDBOX names, and with a host name, a /home/orvan and a
          *  /dev/shm of its own. */

@@ -374,7 +374,7 @@ TEST(Board, AChipHeldForLongerThanItsBoardStaysUsable)
     board.reset();
     const Bytes enable{0x05, 0x01};
     expander->write(enable);
-    expander->drive(Mcp23017::kB, 0x01, 0x01); // its interrupt output leads nowhere now
+    expander->drive(Mcp23017::kB, 0x01, 0x01); // its interrupt output is unconnected now
     EXPECT_EQ(expander->interrupt_level(Mcp23017::kB), 0);
     EXPECT_EQ(eeprom->status(), 0);
 }

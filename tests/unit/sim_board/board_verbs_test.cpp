@@ -159,7 +159,7 @@ TEST_F(PortableVerbs, TheChargerFillsTheBatteryAndWithoutItTheBatteryDrains)
 {
     run("battery 50");
     EXPECT_EQ(run("charger off"), "ok\n");
-    board.clock().advance(400'000'000); // at 1500 of 6600 mA h a percent goes in 158.4 s
+    board.clock().advance(400'000'000); // at 1500 of 6600 mA h a percent is drained in 158.4 s
     EXPECT_EQ(charge(), 47);
     EXPECT_EQ(run("charger on"), "ok\n");
     EXPECT_GT(current(), 0);

@@ -19,7 +19,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-/** A chip on a clock that stands still. */
+/** A chip on a stopped clock. */
 struct Bench {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
     Cat25Eeprom chip;

@@ -143,7 +143,7 @@ TEST_F(Mcp23017Test, ThePointerRunsOnAndFromTheLastRegisterToTheFirst)
     set(0x15, 0x77);
     EXPECT_EQ(get(0x15, 2), (Bytes{0x77, 0xff}));
     Bytes next(1);
-    chip.read(next); // no new pointer: goes on behind what was read
+    chip.read(next); // no new pointer: continues after what was read
     EXPECT_EQ(next[0], 0xff);
     chip.read(next);
     EXPECT_EQ(next[0], 0x00);

@@ -14,7 +14,7 @@
 namespace sim_board {
 namespace {
 
-/** Keeps what is written and answers with bytes that count up. */
+/** Records what is written and answers with bytes that count up. */
 struct RecordingDevice : I2cDevice {
     std::vector<std::vector<uint8_t>> written;
     bool acknowledges = true;

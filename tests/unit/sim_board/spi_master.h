@@ -9,7 +9,7 @@
 
 namespace sim_board {
 
-/** One chip select cycle: sends the bytes and gives what comes back. */
+/** One chip select cycle: sends the bytes and returns those received. */
 inline std::vector<uint8_t> spi_exchange(SpiDevice& device, const std::vector<uint8_t>& sent)
 {
     std::vector<uint8_t> received;

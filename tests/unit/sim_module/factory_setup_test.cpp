@@ -71,7 +71,7 @@ constexpr ColumnRow kColumnRows[] = {
 };
 // clang-format on
 
-/** Not limits of a quantity but of a number of rows. */
+/** Limits of a number of rows, not of a quantity. */
 constexpr const char* kPatternRows = "PatternSteps";
 
 class FactorySetup : public testing::Test {
@@ -165,7 +165,7 @@ TEST_F(FactorySetup, HasNoLimitBesidesTheModules)
 
 TEST_F(FactorySetup, EveryModuleSettingThatASetupHoldsIsCompared)
 {
-    // Two frequencies and no range; and a number that is the module's own.
+    // Two frequencies that are not a range, and a number private to the module.
     std::set<std::string> compared{"[:SOURce]:ROSCillator:OUTP:FREQuency", ":SYSTem:SETup:TARGet"};
     for (const SettingRow& row : kSettingRows) {
         compared.insert(row.pattern);

@@ -125,7 +125,7 @@ TEST_F(FaultyModule, AClientThatLeavesWhileItsReplyIsLateIsForgotten)
         ::setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
     EXPECT_TRUE(eventually([&] { return control("status").find("\"connections\":0") != std::string::npos; }));
-    // This reply's time comes behind that of the one that nobody waits for.
+    // This reply is due after the one whose client has left.
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 

@@ -25,7 +25,7 @@ std::string big_endian(unsigned value)
     return {static_cast<char>(value >> 8), static_cast<char>(value)};
 }
 
-/** A frame with this header, and no more data than these. */
+/** A frame with this header and exactly this data. */
 std::string frame(unsigned block, unsigned size, const std::string& data = "",
                   const std::string& opcode = "HEPD")
 {
@@ -63,7 +63,7 @@ const std::string kStored = final_frame("\0\0\0\0"s, "image stored");
 const std::string kIncomplete = final_frame("\x20\0\0\x80"s, "image incomplete");
 const std::string kRefusedImage = final_frame("\x22\0\0\x80"s, "image refused");
 
-/** Somebody who sends frames to a module. */
+/** A sender of frames to a module. */
 class Sender {
 public:
     explicit Sender(const sim_module::Module& module) : m_fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
@@ -118,7 +118,7 @@ protected:
         ModuleTest::TearDown();
     }
 
-    /** What the status tells of the image: how often one was stored, and the last one's length. */
+    /** The image's status: how often one was stored, and the last one's length. */
     std::string stored()
     {
         const std::string status = control("status");
@@ -227,7 +227,7 @@ TEST_F(FirmwarePort, RefusesAnImageThatIsEmptyOrHasAGap)
     EXPECT_EQ(sender->receive(), kIncomplete);
     EXPECT_TRUE(sender->stays_silent());
     EXPECT_EQ(stored(), kNothing);
-    // And a stream behind it is taken as if nothing had been.
+    // And a later stream is accepted as if nothing had happened.
     sender->ask(data_frame(1, "123456789"));
     sender->ask(frame(2, EOD));
     expect_burning();

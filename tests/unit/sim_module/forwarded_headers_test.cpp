@@ -1,4 +1,4 @@
-// What a controller forwards as it stands, and what its own commands make of a client's: a module has to
+// What a controller forwards unchanged, and what its own commands make of a client's: a module has to
 // know all of it.
 
 #include <set>
@@ -123,7 +123,7 @@ std::string with_parameters(std::string header, std::string_view parameters)
 
 class ForwardedHeaders : public InstrumentTest {
 protected:
-    /** State in which every forwarded header has something to work on. */
+    /** A state in which every forwarded header is valid. */
     void prepare()
     {
         ask(":TRIG:SOUR BUS;:LIST:DEL:ALL;:PATT:DEL:ALL;:CORR:FLAT:DATA 1GHz,0.5,2GHz,1");
@@ -174,7 +174,7 @@ TEST_F(ForwardedHeaders, EveryQueryReturnsOneFieldInBothSpellings)
 
 TEST_F(ForwardedHeaders, AHeaderWithOnlyOneFormDoesNotHaveTheOther)
 {
-    // What the controller sends by itself has a set form here, although a client's never comes through.
+    // What the controller sends by itself has a set form here, although a client's is never forwarded.
     const std::set<std::string> sent_by_handlers = {":TRIGger:SOURce", "[:SOURce]:AM:SOURce",
                                                     "[:SOURce]:FM:SOURce", "*OPC"};
     for (const ForwardedHeader& header : kForwarded) {

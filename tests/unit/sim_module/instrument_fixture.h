@@ -20,7 +20,7 @@ protected:
         return reply.substr(0, reply.size() - 2);
     }
 
-    /** The value that a query gives. */
+    /** The value that a query returns. */
     std::string value(std::string_view query)
     {
         const std::string reply = ask(query);

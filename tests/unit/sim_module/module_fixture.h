@@ -1,4 +1,4 @@
-/** A module on a thread of its own, on a free port of the loopback, and what tests speak to it with. */
+/** A module on its own thread and a free loopback port, and clients for it. */
 #ifndef ORVAN_TESTS_UNIT_SIM_MODULE_MODULE_FIXTURE_H
 #define ORVAN_TESTS_UNIT_SIM_MODULE_MODULE_FIXTURE_H
 
@@ -50,7 +50,7 @@ protected:
 
     sim_module::Module& module() { return *m_module; }
 
-    /** A request on a connection of its own, as a controller makes it. */
+    /** A request on a new connection, as a controller sends it. */
     std::string ask(std::string_view request);
 
     /** The reply line to a control command, without its LF. */

@@ -142,7 +142,7 @@ TEST_F(ScpiServer, AClientThatReadsNoReplyDelaysNoOther)
     ASSERT_EQ(setsockopt(client.fd(), SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound), 0);
     constexpr size_t kFarTooMuch = 200'000'000;
     size_t sent = 0;
-    // The module stops reading requests when its replies are not taken.
+    // The module stops reading requests when its replies are not read.
     for (bool whole = true; whole && sent < kFarTooMuch;) {
         const ssize_t n = ::send(client.fd(), request.data(), request.size(), MSG_NOSIGNAL);
         sent += n > 0 ? static_cast<size_t>(n) : 0;

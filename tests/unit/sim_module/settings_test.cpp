@@ -9,7 +9,7 @@ using namespace sim_module;
 
 namespace {
 
-/** The limits that the fixture's model gives. */
+/** The limits of the fixture's model. */
 Range range_of(const Setting& setting)
 {
     static const Settings settings(*model_limits(Identity().model));

@@ -1,4 +1,4 @@
-// Images that come in a request, and the restart.
+// Images sent in a request, and the restart.
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -24,7 +24,7 @@ protected:
         return header + " #" + std::to_string(size.size()) + size + image + "\r\n";
     }
 
-    /** What the status tells of an image. */
+    /** The status of an image. */
     std::string image(const std::string& kind)
     {
         const std::string status = control("status");
@@ -213,7 +213,7 @@ TEST_F(Restart, StaysAwayWhileThePortIsInUse)
         asked = std::chrono::steady_clock::now();
         EXPECT_EQ(client.ask(":SYST:REST\r\n"), kOk);
         EXPECT_TRUE(client.ended_by_peer());
-        // While it is away this opens no port yet; said too late, it is refused.
+        // While it is away this opens no port yet; sent too late, it is refused.
         if (control("up") == "ok") {
             taker = fd;
         } else {

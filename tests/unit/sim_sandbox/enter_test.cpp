@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kRefused = 77;
 
-/** Enters a sandbox in a child and runs `body` there. The child's wait status. */
+/** Enters a sandbox in a child and runs `body` there. @return the child's wait status */
 int entered(const Options& options, const std::function<int(const Inside&)>& body)
 {
     const pid_t child = ::fork();
@@ -116,7 +116,7 @@ TEST(Enter, SandboxEndsWithTheProgram)
     SKIP_IF_REFUSED(status);
     writing.reset();
     char byte = 0;
-    // The end of the pipe: the process left behind held it, too.
+    // The end of the pipe: the remaining process held it, too.
     EXPECT_EQ(read(reading.get(), &byte, 1), 0);
 }
 

@@ -21,7 +21,7 @@ std::string machine_name()
     return name;
 }
 
-/** What a call says, with its exit status behind it. */
+/** The output of a call, followed by its exit status. */
 std::string outcome(Sandbox& sandbox, const std::string& call, Role role = Role::controller())
 {
     return shell(sandbox, role, call + "; echo $?");

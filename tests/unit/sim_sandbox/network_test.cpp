@@ -37,7 +37,7 @@ UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int por
     return fd ? std::move(*fd) : UniqueFd();
 }
 
-/** errno of a connection made in a role within a second; 0 when it stands, ETIMEDOUT without an answer. */
+/** errno of a connection made in a role within a second; 0 on success, ETIMEDOUT without an answer. */
 int connect_from(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     const Result<int> code = sandbox.run(role, [&] {
@@ -98,7 +98,7 @@ TEST(SandboxNetwork, InterfacesHaveTheInstrumentsAddresses)
     }
 }
 
-// A link whose ends have the same number comes up to a second late.
+// A link whose ends have the same number comes up as much as a second late.
 TEST(SandboxNetwork, TheTwoEndsOfALinkHaveDifferentNumbers)
 {
     const TemporaryDirectory state;
@@ -176,7 +176,7 @@ TEST(SandboxNetwork, NothingLeavesForTheOutside)
     START_SANDBOX(sandbox, (Options{state.path(), 1}));
     EXPECT_EQ(connect_from(sandbox, Role::lan(), "198.51.100.1", 80), ENETUNREACH);
     EXPECT_EQ(connect_from(sandbox, Role::module(1), "198.51.100.1", 80), ENETUNREACH);
-    // The controller has a way to the LAN, which passes nothing on.
+    // The controller has a route to the LAN, which forwards nothing.
     EXPECT_EQ(connect_from(sandbox, Role::controller(), "198.51.100.1", 80), ETIMEDOUT);
 }
 

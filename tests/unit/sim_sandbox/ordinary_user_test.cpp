@@ -13,7 +13,7 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-/** Runs the suites of this program as another user and gives what they print. */
+/** Runs the suites of this program as another user and returns their output. */
 std::string run_as_nobody(const fs::path& program, const char* filter, int& status)
 {
     const UniqueFd output(::memfd_create("output", MFD_CLOEXEC));

@@ -12,7 +12,7 @@
 
 namespace sandbox_test {
 
-/** A directory of a test's own, removed with the object. */
+/** A temporary directory, removed with the object. */
 class TemporaryDirectory {
 public:
     /** \param parent  where it is made; /var/tmp for one that a sandbox shows */

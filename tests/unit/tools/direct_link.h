@@ -1,6 +1,6 @@
 /**
- * A link to an instrument's model in the same process, which loses, doubles and holds back what it is told
- * to.
+ * A link to an instrument's model in the same process, which loses, doubles and delays frames on
+ * request.
  */
 #ifndef ORVAN_TESTS_DIRECT_LINK_H
 #define ORVAN_TESTS_DIRECT_LINK_H
@@ -24,9 +24,9 @@ public:
     /** How often a frame arrives; by its number, from 0 on, of those sent. Once when there is none. */
     std::function<int(const HaldeElec::Orvan::HALDE_PACKET&, size_t)> requests;
     std::function<int(const HaldeElec::Orvan::HALDE_PACKET&, size_t)> replies;
-    /** Called ahead of each request: what else happens to the instrument then. */
+    /** Called before each request, for other events at the instrument. */
     std::function<void(size_t)> meanwhile;
-    /** The number of the frame after which the user wants an end. */
+    /** The number of the frame after which the user interrupts. */
     size_t stop_after = SIZE_MAX;
 
     std::vector<Bytes> sent;
@@ -54,7 +54,7 @@ public:
             throw orvan_maint::Interrupted();
         }
         if (waiting.empty()) {
-            std::this_thread::sleep_until(deadline); // the time that passes in vain
+            std::this_thread::sleep_until(deadline); // waits in vain
             return false;
         }
         received = {};

@@ -1,5 +1,5 @@
 /**
- * An instrument as its maintenance port shows it, frame by frame and with no network.
+ * A model of an instrument's maintenance port, frame by frame and without a network.
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_MODEL_H
 #define ORVAN_TESTS_INSTRUMENT_MODEL_H
@@ -20,7 +20,7 @@ class InstrumentModel {
 public:
     InstrumentModel();
 
-    /** What it answers to a datagram, and to those that waited. */
+    /** Its replies to a datagram, and to those that waited. */
     std::vector<Bytes> serve(std::span<const uint8_t> datagram);
 
     // ---- how it is

@@ -1,5 +1,5 @@
 /**
- * An instrument's model behind a UDP port.
+ * An instrument's model on a UDP port.
  */
 #ifndef ORVAN_TESTS_MAINTENANCE_PEER_H
 #define ORVAN_TESTS_MAINTENANCE_PEER_H
@@ -25,7 +25,7 @@ public:
 
     int port() const { return m_port; }
 
-    /** Ends serving; what came is then in requests. */
+    /** Ends serving; the frames received are then in requests. */
     void stop();
     std::vector<Bytes> requests;
 

@@ -1,5 +1,5 @@
 /**
- * orvan-db run in the test's own process, on a shared memory object of its own.
+ * orvan-db run in the test's process, on a private shared memory object.
  */
 #ifndef ORVAN_TESTS_ORVAN_DB_BENCH_H
 #define ORVAN_TESTS_ORVAN_DB_BENCH_H

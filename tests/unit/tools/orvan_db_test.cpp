@@ -1,4 +1,4 @@
-// orvan-db on a shared memory object of the test's own.
+// orvan-db on a private shared memory object.
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -272,7 +272,7 @@ TEST(OrvanDb, TheDocumentHoldsOnlyWhatIsChosen)
 
 namespace {
 
-// orvan-db --watch on a thread of its own, its output in a socket.
+// orvan-db --watch on its own thread, with its output to a socket.
 class Watch {
 public:
     Watch(const SharedRecords& records, std::vector<std::string> arguments)

@@ -1,5 +1,5 @@
 /**
- * orvan-maint run in the test's own process, with words on its standard input.
+ * orvan-maint run in the test's process, with text on its standard input.
  */
 #ifndef ORVAN_TESTS_ORVAN_MAINT_BENCH_H
 #define ORVAN_TESTS_ORVAN_MAINT_BENCH_H

@@ -1,4 +1,4 @@
-// The commands of orvan-maint that bring files into an instrument, on the network of the machine itself.
+// The commands of orvan-maint that send files to an instrument, on the machine's own network.
 #include <cstdlib>
 #include <filesystem>
 
@@ -45,7 +45,7 @@ TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(has(outcome.out, "  " + std::to_string(scene.model.file.size()) + " bytes are sent\n"))
         << outcome.out;
-    // What an instrument makes of it: nothing, or the modules' software.
+    // The instrument's result: nothing, or the modules' software.
     const auto unpacked = [&folder](const std::string& bytes) {
         std::filesystem::create_directory(folder.path("out"));
         const std::string file = folder.put("arrived", bytes);
@@ -338,7 +338,7 @@ TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
     scene.model.confirms = false;
     const int stop = ::eventfd(0, EFD_CLOEXEC);
     scene.answers = [stop](size_t number) {
-        if (number == 2) { // behind the search and the only block
+        if (number == 2) { // after the search and the only block
             ::eventfd_write(stop, 1);
         }
         return 1;

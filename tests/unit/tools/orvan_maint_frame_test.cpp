@@ -1,4 +1,4 @@
-// What orvan-maint puts on the wire and reads from it, and what it lets pass.
+// The frames orvan-maint sends and reads, and what it accepts.
 #include <cstring>
 
 #include <gtest/gtest.h>
@@ -116,7 +116,7 @@ TEST(MaintRows, AShortReplyIsReadToItsEnd)
 
 namespace {
 
-// As an instrument takes them.
+// As an instrument decodes them.
 uint16_t options_at_instrument(const std::string& sent)
 {
     const unsigned v = static_cast<uint8_t>(sent[0]) | static_cast<unsigned>(static_cast<uint8_t>(sent[1]))

@@ -1,4 +1,4 @@
-// The downloads of orvan-maint over UDP through a relay that loses and doubles.
+// The downloads of orvan-maint over UDP through a relay that loses and doubles datagrams.
 #include <random>
 
 #include <gtest/gtest.h>

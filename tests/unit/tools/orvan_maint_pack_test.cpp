@@ -1,4 +1,4 @@
-// orvan-maint pack: what it makes, GNU tar unpacks as an instrument does.
+// orvan-maint pack: GNU tar unpacks its output as an instrument does.
 #include <cstdlib>
 
 #include <sys/stat.h>

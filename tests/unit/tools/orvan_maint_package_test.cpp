@@ -1,4 +1,4 @@
-// Packages: what orvan-maint makes, GNU tar unpacks; what an instrument could not use is refused.
+// Packages: GNU tar unpacks those orvan-maint makes; those an instrument could not use are refused.
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -395,7 +395,7 @@ TEST(MaintPackage, HardLinksAndPipesAreRefused)
 
 namespace {
 
-/** The archive with other bytes in a header, and the sum that goes with them. */
+/** The archive with other bytes in a header, and the matching checksum. */
 std::string with_field(std::string bytes, size_t header, size_t at, const std::string& field)
 {
     bytes.replace(header + at, field.size(), field);
@@ -445,7 +445,7 @@ TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
     }
 }
 
-// A reader that goes by the first digits takes them for other sizes.
+// A reader that uses only the first digits takes them for other sizes.
 TEST(MaintPackage, NumbersWithOtherThanOctalDigitsAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", "x"}});

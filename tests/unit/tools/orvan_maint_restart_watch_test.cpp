@@ -1,4 +1,4 @@
-// What orvan-maint makes of an instrument that has a package.
+// How orvan-maint follows an instrument that has received a package.
 #include <gtest/gtest.h>
 
 #include "direct_link.h"
@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr WatchTiming kQuick{2ms, 30ms};
-/** It never takes one that answers for one that stayed. */
+/** It never takes an instrument that answers for one that did not restart. */
 constexpr WatchTiming kPatient{2ms, 10min};
 
 /** An instrument that gets a package's end, and the watch. */

@@ -1,5 +1,5 @@
 /**
- * An instrument's model on loopback, and orvan-maint that is told where it is.
+ * An instrument's model on loopback, and orvan-maint called with its address.
  */
 #ifndef ORVAN_TESTS_ORVAN_MAINT_SCENE_H
 #define ORVAN_TESTS_ORVAN_MAINT_SCENE_H
@@ -16,7 +16,7 @@
 
 namespace orvan_test {
 
-/** An instrument and the program, which is told where it is. */
+/** An instrument and the program, which is called with its address. */
 struct Scene {
     MaintOutcome run(std::vector<std::string> arguments, const std::string& input = {}, int stop = -1)
     {
@@ -29,7 +29,7 @@ struct Scene {
         return outcome;
     }
 
-    /** The opcodes of the frames that came: "HEID HEIP". */
+    /** The opcodes of the frames received: "HEID HEIP". */
     std::string came() const
     {
         std::string opcodes;
@@ -55,7 +55,7 @@ inline std::string padded(const std::string& text)
     return text + std::string(HaldeElec::Orvan::FP_MAX_DATA_LEN - text.size(), '\0');
 }
 
-/** What gzip makes no smaller. */
+/** Incompressible data. */
 inline std::string module_software()
 {
     std::mt19937 random(1);

@@ -1,4 +1,4 @@
-// The search of orvan-maint on networks of the test's own.
+// The search of orvan-maint on private networks.
 #include <cstdlib>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The commands of orvan-maint that look and change, on the network of the machine itself.
+// The commands of orvan-maint that show and change settings, on the machine's own network.
 #include <sys/eventfd.h>
 
 #include <cjson/cJSON.h>
@@ -101,7 +101,7 @@ TEST(Maint, ErrorsInTheCommandLineAreReported)
     const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
         {{}, "subcommand is required"},
         {{"nope"}, "subcommand is required"},
-        // Too long to be asked of any server of names.
+        // Too long for a name server query.
         {{"show", "--address", std::string(300, 'x')}, "there is no address xxx"},
         {{"show", "--address", "127.0.0.1", "--interface", "lo"}, "--interface"},
         {{"show", "--mac", "2:3"}, "2:3 is no hardware address"},

@@ -37,7 +37,7 @@ struct Transfer {
     explicit Transfer(size_t size) : Transfer(random_bytes(size)) {}
     explicit Transfer(std::string bytes) : package(std::move(bytes)) {}
 
-    /** What it ended with. */
+    /** Its result. */
     int run(const Timing& timing = kQuick)
     {
         SoftwareTransfer transfer(link, model.mac, package, timing,
@@ -91,7 +91,7 @@ uint16_t number(const HALDE_PACKET& frame)
     return ntohs(frame.block);
 }
 
-// Loses the first of the frames that are meant.
+// Loses the first matching frame.
 auto lose_first(std::function<bool(const HALDE_PACKET&)> meant)
 {
     return [meant = std::move(meant), lost = false](const HALDE_PACKET& frame, size_t) mutable {
@@ -173,7 +173,7 @@ TEST(MaintTransfer, SurvivesTheLossOfManyAcknowledgementsInARow)
 {
     for (const size_t lost : {2U, 5U, 8U, 9U, 13U}) {
         for (const size_t size : {4'000U, 40'000U}) {
-            // With more than eight it has to go back to its start, when half of the patience is gone.
+            // With more than eight it has to start over, when half of the time limit has passed.
             const bool goes_on = lost <= 8;
             Transfer transfer(size);
             transfer.link.replies = [lost](const HALDE_PACKET&, size_t nth) {
@@ -299,7 +299,7 @@ TEST(MaintTransfer, ABlockOfSomeoneElseWhoseAcknowledgementComesHereIsDamage)
 
 TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotTakenForItsOwn)
 {
-    // As many as would bring it to its end.
+    // As many as would end it.
     Transfer transfer(3000);
     transfer.link.requests = [](const HALDE_PACKET& frame, size_t) { return number(frame) < 2 ? 1 : 0; };
     transfer.link.meanwhile = [&transfer](size_t) {
@@ -445,7 +445,7 @@ TEST(MaintStream, ItsWaitsAreLongerThanTheInstrumentsOwn)
         EXPECT_GT(timing.block.least_wait, std::chrono::seconds(2 * channels));
         EXPECT_GT(timing.end_wait, std::chrono::seconds(10 * channels));
         EXPECT_GT(timing.burn_silence, std::chrono::seconds(10));
-        // Of ten thousand blocks over a link that loses a tenth each way, every one comes through.
+        // Ten thousand blocks over a link that loses a tenth each way all arrive.
         EXPECT_GE(timing.block.give_up, 20 * timing.block.longest_wait);
     }
 }
@@ -551,7 +551,7 @@ TEST(MaintStream, AModuleThatIsSilentInBurningLeavesTheOthersTheirWord)
 {
     Stream stream(1000);
     stream.model.module_ends = {0, LXI_ERROR_TIMEOUT, 0, 0};
-    // Behind the last module nothing more is waited for.
+    // After the last module there is nothing left to wait for.
     StreamTiming timing = kQuickStream;
     timing.burn_silence = 10min;
     EXPECT_EQ(stream.run(4, timing), kExitDone);

@@ -65,7 +65,7 @@ std::string rendered(const std::string& text)
     return render(parse_descriptions(text), {kRows, forwarded});
 }
 
-/** What is wrong with it; empty for nothing. */
+/** The error message; empty for none. */
 std::string complaint(const std::string& text)
 {
     try {

@@ -9,7 +9,7 @@
 
 namespace orvan_test {
 
-/** A folder of the test's own. */
+/** A temporary folder. */
 class TestFolder {
 public:
     TestFolder()

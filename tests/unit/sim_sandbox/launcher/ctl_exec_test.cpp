@@ -106,7 +106,7 @@ TEST_F(OrvanSimCtl, WithoutPowerTheModulesAreGoneAndComeBackWithIt)
     const std::vector<std::string> reach = {
         "exec", "--", "timeout", "1", "bash", "-c", "exec 3<>/dev/tcp/192.168.8.1/6002"};
     const std::string before = sim({"ctl", "status"}).output;
-    ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // what holds already
+    ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // the present state
     ask("run printf 0 >$ORVAN_BOARD_MODULE_POWER");
     EXPECT_TRUE(eventually([&] { return output().find("module power off\n") != std::string::npos; }));
     EXPECT_TRUE(

@@ -76,7 +76,7 @@ bool LauncherTest::start_ready(const std::vector<std::string>& options, const En
     });
     if (ended) {
         m_launcher = -1;
-        // Only a sandbox of the same kind tells refusal from failure.
+        // Only a sandbox of the same kind distinguishes refusal from failure.
         const TemporaryDirectory folder;
         const auto probe = Sandbox::start({folder.path(), 0});
         if (!probe && probe.error().refused) {
@@ -95,7 +95,7 @@ int LauncherTest::wait()
 
 int LauncherTest::stop(int signal)
 {
-    // Below 1 stand for whole groups of processes, -1 for all that there are.
+    // Numbers below 1 are process groups, -1 all processes.
     if (m_launcher < 1) {
         ADD_FAILURE() << "no launcher to stop";
         return -1;

@@ -18,7 +18,7 @@ struct Outcome {
 };
 
 /**
- * The launcher in a folder of its own, laid out as an installation, beside doubles of service and module.
+ * The launcher in a private folder, laid out as an installation, beside doubles of service and module.
  * Its registry and its temporary files are in that folder, too.
  */
 class LauncherTest : public ::testing::Test {
@@ -30,7 +30,7 @@ protected:
     void start(const std::vector<std::string>& options = {},
                const orvan_sandbox::Environment& environment = {});
     /**
-     * The same, until it says that it is ready. Skips the test where the kernel refuses a sandbox, so the
+     * The same, and waits until it is ready. Skips the test where the kernel refuses a sandbox, so the
      * caller has to return when it is false.
      */
     bool start_ready(const std::vector<std::string>& options = {},

@@ -23,7 +23,7 @@ TEST(ModuleControl, ALogIsReadToItsEndAlsoWhenItsFirstPartEndsWithALine)
         char command[64];
         EXPECT_EQ(recv(client, command, sizeof command, 0), 4);
         EXPECT_EQ(send(client, "ok 2\nfirst\n", 11, MSG_NOSIGNAL), 11);
-        EXPECT_EQ(recv(client, command, sizeof command, 0), 0); // its side is at an end
+        EXPECT_EQ(recv(client, command, sizeof command, 0), 0); // its side is closed
         EXPECT_EQ(send(client, "second\n", 7, MSG_NOSIGNAL), 7);
         ::close(client);
     });

@@ -20,7 +20,7 @@ using sandbox_test::read_file;
 class OrvanSimRun : public LauncherTest {};
 
 /**
- * Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself goes
+ * Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself moves
  * into a sandbox first, where that loopback is its own.
  */
 class OrvanSimRunOnHost : public LauncherTest {
@@ -333,7 +333,7 @@ TEST_F(OrvanSimRun, AServiceThatFailsIsStartedAgainOnTheSamePortWhileClientsWait
 
 TEST_F(OrvanSimRun, AServiceThatWaitsForItsRestartIsSeenAndARebootDoesNotWait)
 {
-    // Five seconds, in which both commands have long come through.
+    // Five seconds, long after both commands.
     if (!start_ready({"--modules", "none"})) {
         return;
     }
@@ -376,7 +376,7 @@ TEST_F(OrvanSimRun, AServiceThatStopsFeedingItsWatchdogIsAbortedAndStartedAgain)
         return;
     }
     EXPECT_EQ(ask("env WATCHDOG_USEC"), "3000000\n");
-    // Fed for longer than the three seconds, it goes on.
+    // Fed for longer than the three seconds, it keeps running.
     const std::string before = output();
     EXPECT_TRUE(eventually([&] { return std::stoi(ask("fed")) >= 3; }));
     EXPECT_EQ(output(), before);
@@ -615,12 +615,12 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
             std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
             ::dup2(text.get(), 1);
             ::dup2(text.get(), 2);
-            // The service ends at once: that it came so far is what is looked for.
+            // The service ends at once: the test is that it started.
             ::setenv("ORVAN_DOUBLE_EXIT", "6", 1);
             ::setenv("TMPDIR", "/dev/shm", 1);
             ::setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
             return ::execl(program.c_str(), program.c_str(), "run", "--modules", "1", "--state",
-                           "/home/orvan/halde/inner", option, nullptr);
+                         "/home/orvan/halde/inner", option, nullptr);
         });
         char part[4096] = {};
         EXPECT_GE(pread(text.get(), part, sizeof part - 1, 0), 0);

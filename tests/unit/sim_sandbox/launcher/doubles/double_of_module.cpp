@@ -1,5 +1,5 @@
-// Stands for a module: listens at its TCP address, closing each connection, and on its control socket echoes
-// each command behind "ok ", but for "silence", which it never answers, and "log", answered by "ok 2" and two
+// Replaces a module: listens at its TCP address, closing each connection, and on its control socket echoes
+// each command after "ok ", except "silence", which it never answers, and "log", answered by "ok 2" and two
 // lines. With ORVAN_DOUBLE_MODULE_EXIT=N it ends at once with N.
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Stands for the service: takes listening sockets over, in a sandbox listens at TCP port 5025 too, reports
+// Replaces the service: takes listening sockets over, in a sandbox listens at TCP port 5025 too, reports
 // that it is ready, and answers each line of a client.
 //   env NAME     value of an environment variable          fds      number of listening sockets
 //   args         command line                              pid      process id
@@ -6,7 +6,7 @@
 //   abort        ends by a signal                          hide     from now on SIGTERM is ignored
 //   fed          how often it has fed its watchdog
 // With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
-// there is a file `fails` in the state directory with 1. Asked to produce it prints its command line and
+// there is a file `fails` in the state directory with 1. In production mode it prints its command line and
 // ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
 
 #include <csignal>
