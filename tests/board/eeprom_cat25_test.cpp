@@ -312,7 +312,7 @@ TEST_F(Cat25640Driver, AnAbsentChipReadsBusy)
 
 TEST_F(Cat25640Driver, AFailedReadMessageReturnsNothing)
 {
-    insert_fault(board->spi(), "eeprom")->refuse_after(1); // the poll goes out
+    insert_fault(board->spi(), "eeprom")->refuse_after(1); // the poll is sent
     EXPECT_EQ(read(0, 4), Bytes{});
 }
 

@@ -376,7 +376,7 @@ TEST_F(MaintenancePackage, WithoutAnArchiveForTheControllerIsLoggedOnceTheModule
     EXPECT_EQ(requests(), (std::vector{kImageRequest, kRestart, kImageRequest, kRestart}));
 }
 
-TEST_F(MaintenancePackage, AControllersArchiveThatIsNoneIsLogged)
+TEST_F(MaintenancePackage, AnInvalidControllerArchiveIsLogged)
 {
     Files files = package();
     files[kPackage + "/benchtop_fw_2.1.tar.gz"] = "no archive";

@@ -259,7 +259,7 @@ TEST_F(PortableCharge, TheStatusIsTheSignOfTheCurrent)
     }
 }
 
-TEST_F(PortableCharge, TheModuleGoesOffAt30PercentAndComesBackAt34)
+TEST_F(PortableCharge, TheModuleIsSwitchedOffAt30PercentAndOnAt34)
 {
     const struct {
         uint16_t percentage;

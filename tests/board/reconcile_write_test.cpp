@@ -88,7 +88,7 @@ TEST_F(WritingSettings, TheSecondOfTwoWritesDoesNothing)
     EXPECT_EQ(logs.lines(), (std::vector{kUnchanged}));
 }
 
-TEST_F(WritingSettings, ForNeitherStoreNothingHappensAtAll)
+TEST_F(WritingSettings, ForNeitherStoreDoesNothing)
 {
     change("230050");
     write(false, false);
@@ -112,7 +112,7 @@ TEST_F(WritingSettings, EveryByteOfTheRecordCountsAsAChange)
     EXPECT_EQ(peer->generation(), ++generation);
 }
 
-TEST_F(WritingSettings, AChangeTakenBackIsNone)
+TEST_F(WritingSettings, ARevertedChangeIsNoChange)
 {
     change("230050");
     change("230042");

@@ -67,7 +67,7 @@ protected:
     std::optional<Instrument> instrument;
 };
 
-TEST_F(PortableBattery, TheModuleGoesOffAtThirtyPercentAndComesBackAtThirtyFour)
+TEST_F(PortableBattery, TheModuleIsSwitchedOffAtThirtyPercentAndOnAtThirtyFour)
 {
     ORVAN_NEEDS_SANDBOX();
     start("10"); // a percent is charged in twelve seconds
@@ -89,7 +89,7 @@ TEST_F(PortableBattery, TheModuleGoesOffAtThirtyPercentAndComesBackAtThirtyFour)
     EXPECT_EQ(instrument->client().ask(":SYST:BAT?"), "34;+OK\r\n");
 }
 
-TEST_F(PortableBattery, ItDrainsUntilTheModuleGoesOffAndFillsUntilItComesBack)
+TEST_F(PortableBattery, ItDrainsUntilTheModuleIsSwitchedOffAndChargesUntilItIsOn)
 {
     ORVAN_NEEDS_SANDBOX();
     start("500"); // a percent is drained in a third of a second

@@ -101,7 +101,7 @@ TEST_F(Keys, InvalidOnesAreReportedAndHeldOnesAreNotRepeated)
     EXPECT_TRUE(eventually([&] { return instrument->service_log().rfind(held) > log.size(); }));
 }
 
-TEST_F(Keys, ThoseOfChannelsThatAreNotInstalledAreOfNoUse)
+TEST_F(Keys, ThoseOfMissingChannelsAreIgnored)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3652B", "--log-level", "info"});

@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(Ports, LockedOutByAPort, testing::Values("0", "65536"))
 
 } // namespace
 
-TEST_P(LockedOutByAPort, ThatIsNoneTheUsualOneIsServed)
+TEST_P(LockedOutByAPort, ThatIsInvalidTheUsualOneIsServed)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});
@@ -59,7 +59,7 @@ TEST_F(LockedOut, ByNoWebPageThatSpeaksScpi)
 }
 
 // Each frame of the maintenance protocol takes a descriptor for each module and keeps it.
-TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)
+TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndLogsWhy)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace();
@@ -80,7 +80,7 @@ TEST_F(LockedOut, WithoutDescriptorsTheServiceEndsAndItsLogSaysWhy)
     EXPECT_TRUE(instrument->wait_for_output("ended with status 1"));
 }
 
-TEST_F(LockedOut, ByACommandThatHangsTheStatusSaysSo)
+TEST_F(LockedOut, ByACommandThatHangsIsShownInTheStatus)
 {
     ORVAN_NEEDS_SANDBOX();
     ::setenv("ORVAN_HANG_LIMIT", "2", 1);
@@ -119,7 +119,7 @@ TEST_F(LockedOut, ByACommandThatHangsTheServiceIsStartedAgain)
 }
 
 // A module that is silent for as long as the status is watched.
-TEST_F(LockedOut, ByACommandThatHangsForAWhileTheStatusSaysSoUntilItReturns)
+TEST_F(LockedOut, ByACommandThatHangsForAWhileIsShownInTheStatusUntilItReturns)
 {
     ORVAN_NEEDS_SANDBOX();
     ::setenv("ORVAN_HANG_LIMIT", "2", 1);

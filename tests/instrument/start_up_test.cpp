@@ -161,7 +161,7 @@ TEST(StartUp, WithAnExpanderMissingItIsLoggedAndTheInstrumentServes)
     expect_served(instrument);
 }
 
-TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndSaysWhy)
+TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndLogsWhy)
 {
     ORVAN_NEEDS_SANDBOX();
     std::string folder = (fs::temp_directory_path() / "orvan-test-XXXXXX").string();

@@ -267,7 +267,7 @@ TEST_F(Tca8418Driver, AnEventThatCannotBeReadBringsTheNextCall)
     chip.on_interrupt({});
 }
 
-TEST_F(Tca8418Driver, ABusThatFailsForLongIsAFailureInTheEnd)
+TEST_F(Tca8418Driver, ABusThatKeepsFailingIsReportedEventually)
 {
     tca8418_configure(fd, 6, 10);
     chip.press(4, 5);

@@ -358,7 +358,7 @@ TEST_F(SettingsBlob, ANewObjectIsAllZero)
     EXPECT_EQ(peer->version(), 0);
 }
 
-TEST(SettingsOwner, ThereIsNoneBeforeInitAndThenOneForGood)
+TEST(SettingsOwner, ThereIsNoneBeforeInitAndThenAlwaysTheSame)
 {
     OutputCapture out(STDOUT_FILENO);
     EXPECT_EQ(CPersistentData::GetInstance(), nullptr);

@@ -77,7 +77,7 @@ protected:
     std::atomic<int> second = 0;
 };
 
-TEST_F(PeriodicTest, OneStepComesEachPeriod)
+TEST_F(PeriodicTest, RunsOneStepPerPeriod)
 {
     start(30);
     ASSERT_TRUE(step_done()); // the table was empty
@@ -92,7 +92,7 @@ TEST_F(PeriodicTest, OneStepComesEachPeriod)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(PeriodicTest, FirstStepComesBeforeTheFirstWait)
+TEST_F(PeriodicTest, RunsTheFirstStepBeforeTheFirstWait)
 {
     start(0); // no thread: the loop runs on this one, with a row that is there from its first step on
     size_t waits_before = 99;

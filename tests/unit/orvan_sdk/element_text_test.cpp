@@ -367,7 +367,7 @@ std::string through_the_field(const OrvanElementData& element, const std::string
     return shown;
 }
 
-TEST(ElementText, OfEveryTypeAndFactorComesBackFromTheField)
+TEST(ElementText, OfEveryTypeAndFactorIsReadBackFromTheField)
 {
     std::mt19937_64 random(20);
     for (const ValueTypes type : {TYPE_BOOL, TYPE_INT32, TYPE_UINT32, TYPE_INT64, TYPE_UINT64, TYPE_FLOAT,
@@ -386,7 +386,7 @@ TEST(ElementText, OfEveryTypeAndFactorComesBackFromTheField)
     }
 }
 
-TEST(ElementText, OfEveryElementComesBackFromTheRecord)
+TEST(ElementText, OfEveryElementIsReadBackFromTheRecord)
 {
     std::mt19937_64 random(21);
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {

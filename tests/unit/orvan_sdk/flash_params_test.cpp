@@ -478,7 +478,7 @@ TEST_F(FlashParams, TheSoftwareVersionIsStoredAndZeroFilled)
     EXPECT_STREQ(settings->scpiRevision, "next");
 }
 
-TEST_F(FlashParams, ANullHostNameChangesNothingAndSaysSo)
+TEST_F(FlashParams, ANullHostNameChangesNothingAndIsLogged)
 {
     (*peer)->setHostname(nullptr);
     EXPECT_TRUE(stand_ins.calls().empty());

@@ -111,7 +111,7 @@ private:
     size_t m_open_before = 0;
 };
 
-TEST_F(ModuleLink, ReplyComesBackWhole)
+TEST_F(ModuleLink, ReplyIsReturnedWhole)
 {
     module.always(ModuleAnswer::reply("abc;+OK\r\n"));
     EXPECT_EQ(ask_module(":X?\r\n"), "abc;+OK\r\n");
@@ -429,7 +429,7 @@ TEST_F(ModuleLink, CallerSocketReachesTheUserRecord)
     EXPECT_EQ(user().deviceType, 2);
 }
 
-TEST_F(ModuleLink, CallerSocketIsOneWhateverTheParserSays)
+TEST_F(ModuleLink, CallerSocketIsOneWhateverTheParserReturns)
 {
     void* const record = scpi_context.user_context;
     scpi_context.user_context = nullptr;

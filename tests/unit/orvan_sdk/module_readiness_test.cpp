@@ -90,7 +90,7 @@ TEST_F(ModuleReadiness, AModuleThatRefusesStaysNotLiveAndIsPolledWithGrowingWait
     EXPECT_GE(taken, milliseconds(6300));
 }
 
-TEST_F(ModuleReadiness, AModuleThatComesUpLaterBecomesLive)
+TEST_F(ModuleReadiness, AModuleThatStartsLaterBecomesLive)
 {
     module.then(ModuleAnswer::reply("-ERR\r\n"));
     module.then(ModuleAnswer::reset());

@@ -95,7 +95,7 @@ protected:
 
 // ---- FPGA image
 
-TEST_F(ModuleUpdate, FpgaImageGoesToEveryModuleAsOneBlockAndStaysInPlace)
+TEST_F(ModuleUpdate, FpgaImageIsSentToEveryModuleAsOneBlockAndKept)
 {
     const std::string image = image_of(70000);
     const fs::path path = put_image(kFpgaName, image);
@@ -253,7 +253,7 @@ TEST_F(ModuleUpdate, AnUnreadableFpgaImageIsStillSentAndForgottenAtTheNextVerdic
 
 // ---- module software
 
-TEST_F(ModuleUpdate, SoftwareGoesToEveryModuleAsOneBlockAndItsFileGoes)
+TEST_F(ModuleUpdate, SoftwareIsSentToEveryModuleAsOneBlockAndItsFileRemoved)
 {
     const std::string image = image_of(1234567);
     const fs::path path = put_image(kSoftwareName, image);
@@ -270,7 +270,7 @@ TEST_F(ModuleUpdate, SoftwareGoesToEveryModuleAsOneBlockAndItsFileGoes)
     EXPECT_THAT(lines(LOG_ERR), IsEmpty());
 }
 
-TEST_F(ModuleUpdate, SoftwareGoesOnToTheOthersWhenAModuleRefusesAndHasFailed)
+TEST_F(ModuleUpdate, SoftwareIsSentToTheOthersWhenAModuleRefusesAndFails)
 {
     const fs::path path = put_image(kSoftwareName, "abc");
     expect_request(software_request("abc"), {kAccepted, kRefused, kAccepted});
@@ -375,7 +375,7 @@ TEST_F(ModuleUpdate, SoftwareThatCannotBeRemovedIsLoggedAndDoesNotCount)
 
 // ---- restart
 
-TEST_F(ModuleUpdate, RestartGoesToEveryModuleWhateverItAnswers)
+TEST_F(ModuleUpdate, RestartIsSentToEveryModuleWhateverItAnswers)
 {
     modules[0].then(ModuleAnswer::reply(kRefused));
     modules[1].then(ModuleAnswer::close_at_once());

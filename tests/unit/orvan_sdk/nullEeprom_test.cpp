@@ -210,7 +210,7 @@ TEST_F(FileStore, AFileInPlaceOfAParentFailsInMkdir)
     EXPECT_EQ(failed_init(), "NullEeprom mkdir: Not a directory\n");
 }
 
-TEST_F(FileStore, AFolderThatAppearsMeanwhileIsNoFailure)
+TEST_F(FileStore, AFolderCreatedMeanwhileIsNoFailure)
 {
     // stat follows the link to nothing and fails, mkdir finds the link and says EEXIST.
     fs::create_directories("/home/orvan/halde");

@@ -200,7 +200,7 @@ TEST_F(BypassRuns, ItemsKeepTagKindAndParameter)
     EXPECT_STREQ(item[3].param, "ON");
 }
 
-TEST_F(BypassRuns, ALongParameterGoesWholeToTheModule)
+TEST_F(BypassRuns, ALongParameterIsSentWholeToTheModule)
 {
     const std::string longest(200, '7');
     EXPECT_EQ(requests_of(":FREQ " + longest), Requests{":FREQ " + longest + ";\r\n"});

@@ -80,7 +80,7 @@ protected:
     std::string before;
 };
 
-TEST_P(RoutedSetting, GoesToModuleMirrorAndDevice)
+TEST_P(RoutedSetting, SetsModuleMirrorAndDevice)
 {
     EXPECT_EQ(ask(GetParam().command), "+OK\r\n");
     EXPECT_EQ(third.requests(), Lines{std::string(GetParam().to_module) + "\r\n"});
@@ -103,7 +103,7 @@ TEST_P(RoutedSetting, ADeadModuleChangesNothing)
     expect_communication_error("-ERR Unable to connect");
 }
 
-TEST_P(RoutedSetting, ARefusalOfTheDeviceComesAfterTheFact)
+TEST_P(RoutedSetting, ARefusalOfTheDeviceIsReportedAfterTheModuleIsSet)
 {
     if (operation().empty()) {
         return;
@@ -287,7 +287,7 @@ TEST_F(OutputHandlers, AReplyWithNowhereToGoIsAFailure)
 
 // ---- trigger coupling
 
-TEST_F(OutputHandlers, TriggerCouplingGoesToTheDeviceAndReadsBack)
+TEST_F(OutputHandlers, TriggerCouplingSetsTheDeviceAndReadsBack)
 {
     const struct {
         const char* choice;
@@ -336,7 +336,7 @@ TEST_F(OutputHandlers, TriggerCouplingNeedsItsParameter)
               Lines{line("OrvanX_setTriggerCoupling", "Failed to retrieve a mandatory channel parameter")});
 }
 
-TEST_F(OutputHandlers, ATriggerCouplingThatIsNoneOfTheListIsNotSet)
+TEST_F(OutputHandlers, ATriggerCouplingNotInTheListIsNotSet)
 {
     const std::string not_set = "-ERR -220, \"Parameter error\";+OK\r\n";
     orvanx->setTrigSourceCouple(5);
@@ -353,7 +353,7 @@ TEST_F(OutputHandlers, ATriggerCouplingThatIsNoneOfTheListIsNotSet)
 
 // ---- modulation mask
 
-TEST_F(OutputHandlers, TheModulationMaskGoesToTheRecordOnly)
+TEST_F(OutputHandlers, TheModulationMaskIsStoredInTheRecordOnly)
 {
     orvanx->setSelectedChannel(2);
     EXPECT_EQ(ask(":INT:MOD:ENAB:MASK 4294967295"), "+OK\r\n");
@@ -390,7 +390,7 @@ TEST_F(OutputHandlers, TheModulationMaskWithoutAUserRecordIsNotInitialized)
 
 // ---- the module's firmware version
 
-TEST_F(OutputHandlers, TheModulesVersionComesWithoutItsSuccessWord)
+TEST_F(OutputHandlers, TheModulesVersionIsRepliedWithoutItsSuccessWord)
 {
     for (const char* query : {":INT:INF:SLAV?", ":INF:SLAV?"}) {
         module.then(ModuleAnswer::reply("2.14;+OK\r\n"));

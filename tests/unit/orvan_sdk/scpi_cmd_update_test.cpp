@@ -125,7 +125,7 @@ TEST_P(ImageUpdate, IsOneCommandOfAMessageLikeAnyOther)
     EXPECT_EQ(modules[2].requests(), Lines{request_of(image)});
 }
 
-TEST_P(ImageUpdate, TakesABlockThatComesByteByByte)
+TEST_P(ImageUpdate, TakesABlockByteByByte)
 {
     const std::string image = image_of(300);
     expect_request(request_of(image), kAllAccept);

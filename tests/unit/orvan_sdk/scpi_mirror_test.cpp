@@ -193,7 +193,7 @@ TEST_F(Mirror, WithoutAUserRecordOrAParserNothingHappens)
     EXPECT_EQ(text(1, ODT_FREQ), "1000000000");
 }
 
-TEST_F(Mirror, EachRunOfALineGoesToTheChannelSelectedThen)
+TEST_F(Mirror, EachRunOfALineIsSentToTheChannelSelectedThen)
 {
     module.always(ModuleAnswer::reply("+OK\r\n"));
     ask(":FREQ 3");

@@ -342,7 +342,7 @@ TEST_F(SessionFront, InfoTextOfAnErrorStaysOutOfTheReply)
     EXPECT_EQ(write_and_flush({}), std::string("-ERR -200, \"") + SCPI_ErrorTranslate(-200) + "\";+OK\r\n");
 }
 
-TEST_F(SessionFront, ServiceRequestGoesStraightToTheSocket)
+TEST_F(SessionFront, ServiceRequestIsWrittenStraightToTheSocket)
 {
     SCPI_Write(&scpi_context, "later", 5);
     EXPECT_EQ(SCPI_Control(&scpi_context, SCPI_CTRL_SRQ, 0x60), SCPI_RES_OK);
@@ -367,7 +367,7 @@ TEST_F(SessionFront, AControlThatCannotBeWrittenIsNoFailure)
     speak_as(client);
 }
 
-TEST_F(SessionFront, ResetDropsPartialInputAndSaysSo)
+TEST_F(SessionFront, ResetDropsPartialInputAndLogsIt)
 {
     EXPECT_FALSE(feed(":FOO;"));
     OutputCapture errors(STDERR_FILENO);
@@ -389,7 +389,7 @@ TEST_F(SessionFront, ResetOfAFullInputBufferStaysInside)
     EXPECT_EQ(context.buffer.position, 0u);
 }
 
-// ---- a client that goes away
+// ---- a client that disconnects
 
 TEST_F(SessionFront, LosingTheCallerDropsItsPartialLine)
 {

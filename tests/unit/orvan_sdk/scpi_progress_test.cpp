@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(Progress, IsMadeByEachHandlerThatSaysNothingAndAsksNoModule)
+TEST_F(Progress, IsCountedForHandlersWithoutReplyOrModule)
 {
     EXPECT_EQ(of_unit(":INST 2"), 1u);
     EXPECT_EQ(of_unit(":SYST:COMM:LAN:HOST \"a\""), 1u);

@@ -54,7 +54,7 @@ TEST_F(ReplyPath, ResultsOfOneCommandStayTogether)
     EXPECT_EQ(write_and_flush({"a", ",", "b"}), "a,b;+OK\r\n");
 }
 
-TEST_F(ReplyPath, AWriteThatStartsWithACommaGoesInUnchanged)
+TEST_F(ReplyPath, AWriteThatStartsWithACommaIsUnchanged)
 {
     EXPECT_EQ(write_and_flush({"a", ",b", "c"}), "a,b;c;+OK\r\n");
 }
@@ -72,7 +72,7 @@ TEST_F(ReplyPath, TwoLineEndsInOneWriteAreStored)
     EXPECT_EQ(flush(), "\r\n\r\n;+OK\r\n");
 }
 
-TEST_F(ReplyPath, OneSeparatorAtTheEndGoesAndASecondStays)
+TEST_F(ReplyPath, OneTrailingSeparatorIsRemovedAndASecondKept)
 {
     EXPECT_EQ(write_and_flush({"a;"}), "a;+OK\r\n");
     EXPECT_EQ(write_and_flush({"a;;"}), "a;;+OK\r\n");
@@ -328,7 +328,7 @@ TEST_F(ReplyPath, BlockOnADeadSocketIsTakenOnlyAsFarAsTheBuffer)
     speak_as(client);
 }
 
-TEST_F(ReplyPath, RawFlushSendsWhatIsThereAndAddsNothing)
+TEST_F(ReplyPath, RawFlushSendsTheBufferAndAddsNothing)
 {
     EXPECT_EQ(SCPI_FlushRaw(&scpi_context), 0u);
     put("a;");
@@ -389,7 +389,7 @@ TEST_F(ReplyPath, ClosedSocketIsReportedOnStandardErrorAndTheNextClientGetsAClea
     speak_as(client);
 }
 
-TEST_F(ReplyPath, EveryFailureOfTheSocketIsNamedAndTheFlushGoesOn)
+TEST_F(ReplyPath, EveryFailureOfTheSocketIsReportedAndTheFlushContinues)
 {
     put("lost");
     orvanx->setCallerSocket(-1, 0);
@@ -450,7 +450,7 @@ struct SendLogCase {
 
 class LogSend : public testing::TestWithParam<SendLogCase> {};
 
-TEST_P(LogSend, SaysWhatLeavesTheSocket)
+TEST_P(LogSend, LogsWhatIsSent)
 {
     LogCapture logs;
     log_send(GetParam().bytes.data(), GetParam().bytes.size(), GetParam().socket);

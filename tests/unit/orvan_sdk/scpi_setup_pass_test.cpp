@@ -104,7 +104,7 @@ TEST_F(CommandPass, TheSecondPassHasTheStates)
     EXPECT_EQ(module.requests(), requests_of(kSentStates));
 }
 
-TEST_F(CommandPass, GoesToTheChannelsModuleWithItsRecordAndAsksNothingOfLiveness)
+TEST_F(CommandPass, IsSentToTheChannelsModuleWithItsRecordWhetherLiveOrNot)
 {
     const ScriptedModule second("127.0.8.1");
     put_module_behind(2, second);
@@ -221,7 +221,7 @@ TEST_F(CommandPass, ACommandOf512BytesIsPassedOverAndOneOf511IsSent)
         1);
 }
 
-TEST_F(CommandPass, ATextThatFillsItsFieldGoesOutWhole)
+TEST_F(CommandPass, ATextThatFillsItsFieldIsSentWhole)
 {
     set(1, ODT_LIST_DEF, std::string(31, 'n'));
     orvanx->scpi_cmds_pass(1, eSendPri1);

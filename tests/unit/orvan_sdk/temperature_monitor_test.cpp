@@ -100,7 +100,7 @@ TEST_F(TemperatureMonitor, EachChannelsRecordGetsItsOwnTemperature)
     }
 }
 
-TEST_F(TemperatureMonitor, TheMaximumIsThatOfAllChannelsAndGoesDownAgain)
+TEST_F(TemperatureMonitor, TheMaximumIsThatOfAllChannelsAndCanFall)
 {
     EXPECT_EQ(greatest(), 0.0);
     answers(2, "47.5");
@@ -204,7 +204,7 @@ TEST_F(TemperatureMonitor, AModuleHotterThanTheSubstituteIsTheMaximum)
     EXPECT_EQ(verdict(kModulesTest).result, BIT_FAIL);
 }
 
-TEST_F(TemperatureMonitor, AModuleThatComesBackIsLiveAtTheNextPoll)
+TEST_F(TemperatureMonitor, AModuleThatReturnsIsLiveAtTheNextPoll)
 {
     refuses(2);
     poll();

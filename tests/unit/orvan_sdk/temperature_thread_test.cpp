@@ -52,7 +52,7 @@ protected:
     }
 };
 
-TEST_F(TemperatureThread, TheFirstPollComesThirtySecondsAfterTheStart)
+TEST_F(TemperatureThread, TheFirstPollIsThirtySecondsAfterTheStart)
 {
     logs.clear();
     start();

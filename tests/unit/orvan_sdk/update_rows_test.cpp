@@ -70,7 +70,7 @@ TEST_F(UpdateRows, TakeAnImageInEveryForm)
     EXPECT_THAT(stand_ins.calls(), IsEmpty());
 }
 
-TEST_F(UpdateRows, RefuseAnImageThatIsNoneAndSendNothing)
+TEST_F(UpdateRows, RefuseAnInvalidImageAndSendNothing)
 {
     for (const ImageRow& row : kImageRows) {
         for (const WrongImage& wrong : kWrongImages) {

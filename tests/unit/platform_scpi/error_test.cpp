@@ -100,7 +100,7 @@ TEST_F(ErrorQueue, OfOneEntryOverflowsAtTheSecondError)
     EXPECT_EQ(pop(), "-350");
 }
 
-TEST_F(ErrorQueue, WithoutRoomAtAllStillReportsTheError)
+TEST_F(ErrorQueue, WithoutAnyRoomStillReportsTheError)
 {
     context.error_queue_size = 0;
     push(-222, "text");

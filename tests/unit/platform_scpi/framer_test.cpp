@@ -49,7 +49,7 @@ TEST(Framer, LineFeedEndsAMessage)
     expect_one_message("*IDN?\r\n");
 }
 
-TEST(Framer, TextWithoutLineFeedGoesOn)
+TEST(Framer, TextWithoutLineFeedIsIncomplete)
 {
     expect_ends("*IDN?", {});
     expect_ends("*IDN?\r", {});

@@ -53,7 +53,7 @@ std::vector<string> events_however_cut(string_view bytes, size_t buffer_size = 4
     return whole;
 }
 
-TEST(Input, MessageRunsWhenItsLineFeedComes)
+TEST(Input, MessageRunsWhenItsLineFeedArrives)
 {
     RecordingContext context(kCommands);
     for (const char c : string_view(":A 1\r")) {

@@ -115,7 +115,7 @@ TEST_F(InstrumentTest, TheTemperaturePollReachesTheSelectedModuleThroughTheServe
     EXPECT_EQ(client.ask(":FREQ?\n"), "44.5;+OK\r\n");
 }
 
-TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsEachComeBackToTheirOwn)
+TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsAreEachAnsweredToTheirOwn)
 {
     module.always(ModuleAnswer::reply("1000000000;+OK\r\n"));
     RunningServer server(instrument);

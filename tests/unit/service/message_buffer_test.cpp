@@ -60,7 +60,7 @@ TEST_F(MessageBufferTest, OneByteAtATimeMakesAWholeMessage)
     EXPECT_EQ(messages, (Texts{":FREQ 1\r\n", "*IDN?\n"}));
 }
 
-TEST_F(MessageBufferTest, TenMessagesInOnePieceComeOneByOneInOrder)
+TEST_F(MessageBufferTest, TenMessagesInOnePieceAreReturnedOneByOneInOrder)
 {
     std::string bytes;
     Texts expected;
@@ -96,7 +96,7 @@ TEST_F(MessageBufferTest, LineFeedsInADefiniteBlockDoNotEndTheMessage)
     }
 }
 
-TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeComesWhole)
+TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeIsWhole)
 {
     for (size_t size = MessageMemory::kShort - 2; size <= MessageMemory::kShort + 2; ++size) {
         for (const size_t piece : {size_t{1}, size_t{1460}, SIZE_MAX}) {
@@ -108,7 +108,7 @@ TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeComesWhole)
     }
 }
 
-TEST_F(MessageBufferTest, ABlockAroundTheSmallBuffersSizeComesWhole)
+TEST_F(MessageBufferTest, ABlockAroundTheSmallBuffersSizeIsWhole)
 {
     for (size_t size = MessageMemory::kShort - 20; size <= MessageMemory::kShort + 2; ++size) {
         messages.clear();
@@ -219,7 +219,7 @@ TEST_F(MessageBufferTest, TheLengthIsWhatCameAndWhatWasAnnounced)
     EXPECT_EQ(buffer.length(), dropped.size() - 1);
 }
 
-TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryGoesOnWhenThereIsSome)
+TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryContinuesWhenThereIsSome)
 {
     MessagePiece taken = memory.borrow();
     ASSERT_EQ(memory.reserve(this, taken, kLimit, 0, 0), MessageMemory::Answer::kGranted);
@@ -271,7 +271,7 @@ TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeAfterALargeMessageIsKept
     }
 }
 
-TEST_F(MessageBufferTest, LargeMessagesInARowComeWhole)
+TEST_F(MessageBufferTest, LargeMessagesInARowAreWhole)
 {
     Texts expected;
     std::string bytes;

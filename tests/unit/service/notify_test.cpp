@@ -68,7 +68,7 @@ TEST(Notify, WithoutAServiceManagerItDoesNothing)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(Notify, ANameTooLongOrASocketGoneIsLogged)
+TEST(Notify, ANameTooLongOrAMissingSocketIsLogged)
 {
     orvan_test::LogCapture log;
     ::setenv("NOTIFY_SOCKET", ("/" + std::string(200, 'x')).c_str(), 1);

@@ -65,7 +65,7 @@ TEST(OwnSockets, AnUnconnectedSocketIsNotFound)
 }
 
 // The front panel and the temperature poll send one message each.
-TEST(OwnSockets, OwnConnectionsThatComeAndGoAreNeverRefusedAndTakeNoPlaceOfOthers)
+TEST(OwnSockets, ShortOwnConnectionsAreNeverRefusedAndTakeNoPlaceOfOthers)
 {
     LogCapture log;
     RecordingSink sink;

@@ -78,7 +78,7 @@ TEST(Server, ABlockWithLineFeedsIsOneMessage)
     EXPECT_EQ(sink.messages(), (Texts{message, "*IDN?\n"}));
 }
 
-TEST(Server, ABlockComesWholeHoweverItsPiecesAreCut)
+TEST(Server, ABlockIsWholeHoweverItIsSplit)
 {
     RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
     RunningServer server(sink);
@@ -184,7 +184,7 @@ TEST(Server, ALostClientIsNotReportedDuringAnothersTurn)
     EXPECT_TRUE(eventually([&] { return sink.lost().size() == 1; }));
 }
 
-TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndThoseGoneNeedNoPlace)
+TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndLostOnesTakeNoPlace)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 0});
@@ -509,7 +509,7 @@ TEST(ServerEnd, AConnectionNotYetAcceptedStaysOpenAndUnansweredUntilDestruction)
     EXPECT_EQ(sink.messages(), Texts{});
 }
 
-TEST(Server, WithoutADescriptorLeftItGoesOnAndServesTheClientLater)
+TEST(Server, WithoutADescriptorLeftItContinuesAndServesTheClientLater)
 {
     LogCapture log;
     RecordingSink sink;

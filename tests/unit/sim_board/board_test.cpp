@@ -135,7 +135,7 @@ TEST(CurrentBoard, IsAPortableInRealTimeAtFirst)
     ::close(fd);
 }
 
-TEST(CurrentBoard, TheOneBeforeComesBackAndTheInstalledOneIsStopped)
+TEST(CurrentBoard, ThePreviousOneIsRestoredAndTheInstalledOneIsStopped)
 {
     const auto first = current_board();
     const auto mine = std::make_shared<Board>(kBenchtopWiring, Clock::Mode::kManual);

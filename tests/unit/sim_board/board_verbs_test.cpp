@@ -34,7 +34,7 @@ TEST_F(Verbs, BoardPrintsItsState)
     EXPECT_EQ(run("board now"), "error 'board' expected\n");
 }
 
-TEST_F(Verbs, AChipCanBeAbsentSilentAndWellAgain)
+TEST_F(Verbs, AChipCanBeAbsentSilentAndRepaired)
 {
     EXPECT_EQ(access(0x20), "read");
     EXPECT_EQ(run("i2c 0x20 nack"), "ok\n");
@@ -132,7 +132,7 @@ protected:
     mutable Board board{kPortableWiring, Clock::Mode::kManual};
 };
 
-TEST_F(PortableVerbs, ABatteryOfAChargeGoesOnFillingOrDraining)
+TEST_F(PortableVerbs, ABatteryOfAChargeKeepsChargingOrDraining)
 {
     EXPECT_EQ(run("battery 35"), "ok\n");
     EXPECT_EQ(charge(), 35);

@@ -114,7 +114,7 @@ TEST_P(Cat25EveryType, AReadRunsOnFromTheLastCellToTheFirst)
     EXPECT_EQ(bench.read(capacity - 1, 2), (Bytes{0x34, 0x12}));
 }
 
-TEST_P(Cat25EveryType, AWholePageGoesInOneWrite)
+TEST_P(Cat25EveryType, AWholePageTakesOneWrite)
 {
     const Bytes data = counting(page);
     bench.write_and_wait(page, data);
@@ -221,7 +221,7 @@ TEST_F(Cat25640, OnlyRdsrIsTakenWhileBusy)
     EXPECT_EQ(bench.chip.write_cycles(), 1u);
 }
 
-TEST_F(Cat25640, RdsrGoesOnAndShowsTheEndOfTheCycle)
+TEST_F(Cat25640, RdsrContinuesAndShowsTheEndOfTheCycle)
 {
     bench.write(0, {1});
     bench.chip.select();

@@ -124,7 +124,7 @@ TEST_F(Mcp23017Interrupt, AgainstDefvalTheOtherLevelInterrupts)
     EXPECT_EQ(chip.interrupt_level(kB), 1);
 }
 
-TEST_F(Mcp23017Interrupt, AgainstDefvalItComesBackAtOnceWhileThePinDiffers)
+TEST_F(Mcp23017Interrupt, AgainstDefvalItRecursAtOnceWhileThePinDiffers)
 {
     std::vector<std::pair<int, int>> levels;
     set(kDefvalB, 0x20);

@@ -143,7 +143,7 @@ TEST(ModulePower, AnOutputWithoutItsLatchSetSwitchesOff)
     EXPECT_FALSE(board->module_power());
 }
 
-TEST(ModulePower, ComesBackWhenTheExpanderIsReset)
+TEST(ModulePower, ReturnsWhenTheExpanderIsReset)
 {
     InstalledBoard board(kPortableWiring);
     {

@@ -47,13 +47,13 @@ struct I2cBusTest : testing::Test {
     void TearDown() override { ::close(fd); }
 };
 
-TEST_F(I2cBusTest, AWordGoesOutLowByteFirst)
+TEST_F(I2cBusTest, AWordIsSentLowByteFirst)
 {
     EXPECT_EQ(bus.write_register16(fd, 0x3f, 0x7f01), 0);
     EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x3f, 0x01, 0x7f}));
 }
 
-TEST_F(I2cBusTest, AWordComesInLowByteFirst)
+TEST_F(I2cBusTest, AWordIsReceivedLowByteFirst)
 {
     EXPECT_EQ(bus.read_register16(fd, 0x0d), 0x5251);
     EXPECT_EQ(device->written.back(), (std::vector<uint8_t>{0x0d}));

@@ -279,7 +279,7 @@ TEST_F(Tca8418Test, ResetForgetsSettingsAndEventsAndAcknowledgesNothingWhileItLa
     EXPECT_EQ(get(Chip::kKeyLckEc), 0);
 }
 
-TEST_F(Tca8418Test, AListenerThatIsTakenAwayHearsNothing)
+TEST_F(Tca8418Test, ARemovedListenerIsNotCalled)
 {
     enable(Chip::kKeIen);
     chip.on_interrupt({});

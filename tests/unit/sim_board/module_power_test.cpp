@@ -77,7 +77,7 @@ TEST_F(ModulePowerReport, ABoardThatCanNotSwitchItAlwaysHasIt)
     EXPECT_EQ(told(), "1");
 }
 
-TEST_F(ModulePowerReport, APathOfNoUseIsAnError)
+TEST_F(ModulePowerReport, AnInvalidPathIsAnError)
 {
     EXPECT_THROW(report_module_power(board, m_folder / "none"), std::system_error);
     m_reader.reset();

@@ -63,7 +63,7 @@ TEST_F(Control, TheLogHasTheExactBytesOfEachRequest)
     EXPECT_EQ(control("requests"), "ok 0");
 }
 
-TEST_F(Control, ALogOfAThousandLongRequestsComesWhole)
+TEST_F(Control, ALogOfAThousandLongRequestsIsWhole)
 {
     const std::string request = ":FREQ " + std::string(3000, '1') + "\n";
     {

@@ -182,7 +182,7 @@ TEST_F(FirmwarePort, StoresARepeatedBlockOnceAndNoneAfterAGap)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, AsksAgainForABlockWhoseDataHaveNotComeWhole)
+TEST_F(FirmwarePort, RequestsABlockAgainWhoseDataIsIncomplete)
 {
     EXPECT_EQ(sender->ask(frame(1, 10, "123456789")), acknowledgement(1));
     EXPECT_EQ(sender->ask(full(frame(1, 1025))), acknowledgement(1));
@@ -298,7 +298,7 @@ TEST_F(FirmwarePort, SilentInTheBurningAcknowledgesTheEndAndNoMore)
     EXPECT_EQ(stored(), kNothing);
 }
 
-TEST_F(FirmwarePort, LateAnswersComeAllInTheirOrder)
+TEST_F(FirmwarePort, LateAnswersAllArriveInOrder)
 {
     EXPECT_EQ(control("update late 200"), "ok");
     const auto start = std::chrono::steady_clock::now();

@@ -57,7 +57,7 @@ TEST_F(ScpiServer, SendsEachReplyInOneSegment)
     }
 }
 
-TEST_F(ScpiServer, WaitsForARequestThatComesByteByByte)
+TEST_F(ScpiServer, WaitsForARequestSentByteByByte)
 {
     const Client client(module());
     const std::string request = ":FREQ 2GHz;:FREQ?;\r\n";
@@ -71,7 +71,7 @@ TEST_F(ScpiServer, WaitsForARequestThatComesByteByByte)
     EXPECT_EQ(client.reply(), "2000000000;+OK\r\n");
 }
 
-TEST_F(ScpiServer, AnswersEachOfSeveralRequestsThatComeAtOnce)
+TEST_F(ScpiServer, AnswersEachOfSeveralRequestsSentAtOnce)
 {
     const Client client(module());
     client.send(":FREQ 2GHz\r\n:FREQ?\r\n:POW?\r\n:PHA");
@@ -116,7 +116,7 @@ TEST_F(ScpiServer, ServesOthersWhileClientsHang)
     EXPECT_EQ(ask(":FREQ?\r\n"), "3000000000;+OK\r\n");
 }
 
-TEST_F(ScpiServer, RefusesARequestThatIsTooLongAndGoesOn)
+TEST_F(ScpiServer, RefusesARequestThatIsTooLongAndContinues)
 {
     const Client client(module());
     const std::string too_long(sim_module::RequestFramer::kMaxRequest + 65536, 'x');

@@ -280,7 +280,7 @@ TEST_F(SettingsTest, TheReferenceOutputHasTwoFrequenciesOnly)
     EXPECT_EQ(value(":ROSC:OUTP:FREQ?"), "100000000");
 }
 
-TEST_F(SettingsTest, NumbersThatAreNoneAreRefused)
+TEST_F(SettingsTest, InvalidNumbersAreRefused)
 {
     for (const char* text : {"NAN", "INF", "NINF", "UP", "AUTO", "SOON"}) {
         EXPECT_EQ(ask(std::string(":FREQ ") + text), "-ERR -224, \"Illegal parameter value\";+OK") << text;

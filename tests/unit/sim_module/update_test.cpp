@@ -72,7 +72,7 @@ TEST_F(Update, ABlockIsKeptByTheKindOfItsHeader)
     EXPECT_EQ(image("software"), stored("software", "second", 2));
 }
 
-TEST_F(Update, AnImageOfMegabytesComesWhole)
+TEST_F(Update, AnImageOfMegabytesArrivesWhole)
 {
     std::string image_bytes(3'000'000, '\0');
     for (size_t i = 0; i < image_bytes.size(); ++i) {
@@ -83,7 +83,7 @@ TEST_F(Update, AnImageOfMegabytesComesWhole)
     EXPECT_TRUE(control("log 1").ends_with("bytes)")) << "only its head is kept";
 }
 
-TEST_F(Update, AnImageMayComeByteByByte)
+TEST_F(Update, AnImageMayArriveByteByByte)
 {
     const Client client(module());
     for (const char byte : request(":SYST:UPD:SOFT", "a\n;b")) {
@@ -99,7 +99,7 @@ TEST_F(Update, WhatIsNoImageIsRefusedAndNotKept)
     EXPECT_EQ(ask(":SYST:UPD:SOFT 12\r\n").substr(0, 9), "-ERR -128");
     EXPECT_EQ(ask(":SYST:UPD:SOFT #10\r\n"), "-ERR -161, \"Invalid block data\";+OK\r\n");
     EXPECT_EQ(ask(":SYST:UPD:SOFT #13abc,1\r\n").substr(0, 9), "-ERR -108");
-    EXPECT_NE(ask(":SYST:UPD:SOFT #12abc\r\n").find("-ERR -1"), std::string::npos) << "longer than told";
+    EXPECT_NE(ask(":SYST:UPD:SOFT #12abc\r\n").find("-ERR -1"), std::string::npos) << "longer than announced";
     EXPECT_EQ(ask(":SYST:UPD:SOFT? #13abc\r\n").substr(0, 9), "-ERR -113");
     EXPECT_EQ(image("software"), nothing("software"));
 }
@@ -151,7 +151,7 @@ TEST_F(Update, ALateUpdateIsKeptAtOnceAndAnsweredLateAndNothingElseIsLate)
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 
-TEST_F(Restart, AnswersGoesAwayAndComesBackAsAfterPowerUp)
+TEST_F(Restart, AnswersDisconnectsAndReturnsAsAfterPowerUp)
 {
     ask(":POW 7\r\n");
     ask(request(":SYST:UPD:SOFT", "abc"));

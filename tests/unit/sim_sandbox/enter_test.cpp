@@ -67,7 +67,7 @@ bool connects(const std::string& text, int port)
 
 } // namespace
 
-TEST(Enter, ProgramGoesOnInTheControllersRole)
+TEST(Enter, ProgramContinuesInTheControllersRole)
 {
     const TemporaryDirectory state;
     const int status = entered({state.path(), 2}, [](const Inside& inside) {
@@ -120,7 +120,7 @@ TEST(Enter, SandboxEndsWithTheProgram)
     EXPECT_EQ(read(reading.get(), &byte, 1), 0);
 }
 
-TEST(Enter, RoleScopePutsSocketsIntoAnotherRoleAndComesBack)
+TEST(Enter, RoleScopePutsSocketsIntoAnotherRoleAndReturns)
 {
     const TemporaryDirectory state;
     const int status = entered({state.path(), 2}, [](const Inside& inside) {

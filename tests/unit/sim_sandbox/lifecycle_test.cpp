@@ -62,7 +62,7 @@ TEST(SandboxLife, StopEndsWhatRunsInAnyRoleDaemonsToo)
     sandbox.stop();
 }
 
-TEST(SandboxLife, KilledMakerTakesEverythingAlong)
+TEST(SandboxLife, KilledMakerEndsEverything)
 {
     const TemporaryDirectory state;
     {
@@ -130,7 +130,7 @@ TEST(SandboxLife, WaitingForNoProcessLeavesAnotherChildAlone)
     EXPECT_EQ(wait_for(other), 7);
 }
 
-TEST(SandboxLife, ExitStatusAndSignalComeThrough)
+TEST(SandboxLife, ExitStatusAndSignalArePassedOn)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -203,7 +203,7 @@ TEST(SandboxLife, OrphansAreReaped)
     }));
 }
 
-TEST(SandboxLife, MovedSandboxGoesOnAndEndsOnce)
+TEST(SandboxLife, MovedSandboxContinuesAndEndsOnce)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -181,7 +181,7 @@ TEST(SandboxMounts, TheProgramsFolderIsSeenInAHomeAndCannotBeWritten)
 }
 
 // A sandbox in a sandbox, as there a test may make any /home it likes.
-TEST(SandboxMounts, HomesAreHiddenAndWhatIsWrittenThereStaysInside)
+TEST(SandboxMounts, HomesAreHiddenAndFilesWrittenThereStayInside)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

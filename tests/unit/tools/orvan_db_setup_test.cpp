@@ -201,7 +201,7 @@ TEST_F(SetupFile, ThatARecallWouldRefuseEndsWithThreeAndAReason)
     }
 }
 
-TEST_F(SetupFile, ThatIsNoneEndsWithThreeAndAReason)
+TEST_F(SetupFile, ThatIsInvalidEndsWithThreeAndAReason)
 {
     const auto complaint = [&](const std::string& file) {
         const Outcome outcome = run_on("/orvan-db-test-none", {"--setup", file});

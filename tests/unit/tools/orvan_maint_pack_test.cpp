@@ -70,7 +70,7 @@ TEST(MaintPack, MakesTheSameOfTheSame)
     EXPECT_TRUE(parts.folder.get("package") == first);
 }
 
-TEST(MaintPack, LeavesAFileThatIsThere)
+TEST(MaintPack, LeavesAnExistingFile)
 {
     Parts parts;
     parts.folder.put("package", "precious");

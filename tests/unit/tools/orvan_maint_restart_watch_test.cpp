@@ -93,7 +93,7 @@ TEST(MaintWatch, AnotherVersionIsARestartHoweverShort)
     EXPECT_EQ(text_of(watch.watch.rows(), FLASH_CSCIVER), "1.20.3");
 }
 
-TEST(MaintWatch, ARestartBetweenTwoAnswersIsNotTakenForOneThatStayed)
+TEST(MaintWatch, ARestartBetweenTwoAnswersIsNotMissed)
 {
     Watch watch;
     watch.model.restarts = true;

@@ -285,7 +285,7 @@ TEST(MaintTransfer, LateAcknowledgementsAreNotTakenForOthers)
     transfer.expect_whole();
 }
 
-TEST(MaintTransfer, ABlockOfSomeoneElseWhoseAcknowledgementComesHereIsDamage)
+TEST(MaintTransfer, AnotherClientsBlockAcknowledgedHereIsDamage)
 {
     for (const uint32_t info : {0U, 4U, 1'000U, UINT32_MAX}) {
         Transfer transfer(10'000);

@@ -52,7 +52,7 @@ TEST_F(OrvanSimCtl, CommandsReachTheModuleWordForWord)
     EXPECT_EQ(sim({"ctl", "module", "1", "log"}).output, "ok 2\nfirst\nsecond\n");
 }
 
-TEST_F(OrvanSimCtl, DropTakesTheLinkDownAndUpBringsItBack)
+TEST_F(OrvanSimCtl, DropTakesTheLinkDownAndUpRestoresIt)
 {
     if (!start_ready({"--modules", "2"})) {
         return;
@@ -68,7 +68,7 @@ TEST_F(OrvanSimCtl, DropTakesTheLinkDownAndUpBringsItBack)
     EXPECT_EQ(sim(reach).status, 0);
 }
 
-TEST_F(OrvanSimCtl, KilledModuleIsReportedAndComesBackByStart)
+TEST_F(OrvanSimCtl, KilledModuleIsReportedAndRestartedByStart)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
@@ -83,7 +83,7 @@ TEST_F(OrvanSimCtl, KilledModuleIsReportedAndComesBackByStart)
     EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
 }
 
-TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentGoesOn)
+TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentContinues)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
@@ -98,7 +98,7 @@ TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentGoesOn)
     EXPECT_EQ(ask("fds"), "1\n");
 }
 
-TEST_F(OrvanSimCtl, WithoutPowerTheModulesAreGoneAndComeBackWithIt)
+TEST_F(OrvanSimCtl, WithoutPowerTheModulesStopAndReturnWithIt)
 {
     if (!start_ready({"--modules", "2"})) {
         return;

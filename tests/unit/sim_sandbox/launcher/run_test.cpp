@@ -528,7 +528,7 @@ TEST_F(OrvanSimRun, StateDirectoryInUseIsRefusedAndLeftAlone)
     EXPECT_EQ(sim({"ctl", "status"}).status, 0);
 }
 
-TEST_F(OrvanSimRun, KilledLauncherTakesAllProcessesAlongAndTheNextRunCleansUp)
+TEST_F(OrvanSimRun, KilledLauncherEndsAllProcessesAndTheNextRunCleansUp)
 {
     if (!start_ready({"--modules", "2"})) {
         return;
@@ -569,7 +569,7 @@ TEST_F(OrvanSimRun, AStateDirectoryOfAKilledLauncherIsTheOnlyInstanceOnceItRunsA
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatIsMissing)
+TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndALineNamesWhatIsMissing)
 {
     if (!start_ready({"--no-sandbox", "--modules", "1"})) {
         return;
@@ -593,7 +593,7 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndOneLineSaysWhatI
     EXPECT_EQ(sim({"exec", "--", "true"}).output, "orvan-sim: this instance has no sandbox\n");
 }
 
-TEST_F(OrvanSimRunOnHost, WithoutASandboxAKilledLauncherTakesAllProcessesAlongToo)
+TEST_F(OrvanSimRunOnHost, WithoutASandboxAKilledLauncherEndsAllProcessesToo)
 {
     if (!start_ready({"--no-sandbox", "--modules", "1"})) {
         return;
