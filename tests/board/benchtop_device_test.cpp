@@ -189,7 +189,7 @@ TEST_F(BenchtopDeviceTest, ConstantsOfTheClass)
     EXPECT_EQ(device->tempSensorReadConvert(0x0c90), 25.03125);
 }
 
-TEST_F(BenchtopDeviceTest, OptionTableIsHandedOutAlsoToACallerThatHasOne)
+TEST_F(BenchtopDeviceTest, OptionTableIsReturnedEvenToACallerThatHasOne)
 {
     void* table = nullptr;
     size_t size = 0;

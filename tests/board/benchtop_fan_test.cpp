@@ -120,7 +120,7 @@ TEST_F(BenchtopFan, RunsEveryTwoMinutes)
     EXPECT_EQ(fan_lines(), (Lines{"spi fan: 00 00 7f -> ff ff ff"}));
 }
 
-TEST_F(BenchtopFan, HoldsTheBusAndItsChannelDuringTheTransferAndSelectsTheFormerAgain)
+TEST_F(BenchtopFan, HoldsTheBusAndItsChannelDuringTheTransferAndRestoresTheChannel)
 {
     start_fan();
     device->SetSelectChannel(3);

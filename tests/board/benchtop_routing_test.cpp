@@ -228,7 +228,7 @@ TEST_F(BenchtopRouting, CouplingOfAllOnChannelOneClearsItsSwitchAndWritesItsTerm
     )"));
 }
 
-TEST_F(BenchtopRouting, InstalledNumberOfNoInstrumentCountsAsTheFullBoard)
+TEST_F(BenchtopRouting, InvalidInstalledNumberCountsAsTheFullBoard)
 {
     for (const int installed : {0, 5, -1}) {
         handler.SetNumDevices(installed);

@@ -165,7 +165,7 @@ TEST_F(BenchtopStart, RegistersItsTestsAndReportsThoseOfPowerUp)
     }
 }
 
-TEST_F(BenchtopStart, BringsTheModulesUpOneStepAfterTheOther)
+TEST_F(BenchtopStart, BringsTheModulesUpStepByStep)
 {
     store(settled_settings());
     Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
@@ -342,7 +342,7 @@ TEST_F(BenchtopStart, FollowsTheModelOfItsSettings)
     EXPECT_EQ(board->trace().lines_with({"i2c 0x20 [0x13] ="}).size(), 1u);
 }
 
-TEST_F(BenchtopStart, HoldsTheBusAsItReadsAndStoresItsSettingsAndNotInBetween)
+TEST_F(BenchtopStart, HoldsTheBusOnlyWhileItReadsOrStoresItsSettings)
 {
     EEPROM_DEVICE_SETTINGS old = settled_settings();
     std::strcpy(old.fwVersion, "1.19.144");
@@ -391,7 +391,7 @@ TEST_F(BenchtopStart, BeginsAnInstrumentWithoutSettingsAsTheFactorysModel)
     EXPECT_EQ(module(2).connections(), 0u);
 }
 
-TEST_F(BenchtopStart, HealsTheStoreThatIsMissing)
+TEST_F(BenchtopStart, RestoresTheMissingStore)
 {
     store_in_file(settled_settings());
     start_and_settle();
@@ -399,7 +399,7 @@ TEST_F(BenchtopStart, HealsTheStoreThatIsMissing)
     EXPECT_EQ(eeprom_image(), file_image());
 }
 
-TEST_F(BenchtopStart, HealsABackupThatIsMissing)
+TEST_F(BenchtopStart, RestoresAMissingBackup)
 {
     store_in_eeprom(settled_settings());
     start_and_settle();

@@ -178,7 +178,7 @@ TEST_F(Ksr7000Operations, ConstantsOfTheClass)
     EXPECT_EQ(device->tempSensorReadConvert(0x0c90), 25.03125);
 }
 
-TEST_F(Ksr7000Operations, OptionTableIsHandedOutAlsoToACallerThatHasOne)
+TEST_F(Ksr7000Operations, OptionTableIsReturnedEvenToACallerThatHasOne)
 {
     void* table = nullptr;
     size_t size = 0;

@@ -370,7 +370,7 @@ TEST_F(Ksr7000Start, FanIsDrivenByTheTemperatureOfTheModule)
     }
 }
 
-TEST_F(Ksr7000Start, FanHoldsTheBusDuringItsTransferAndSelectsTheFormerChannelAgain)
+TEST_F(Ksr7000Start, FanHoldsTheBusDuringItsTransferAndRestoresTheChannel)
 {
     start_without_battery();
     device->SetSelectChannel(3);

@@ -258,7 +258,7 @@ TEST_F(MaintenanceCommands, NetworkAppliesTheModeInTheSettings)
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"SetDHCP 1"}));
 }
 
-TEST_F(MaintenanceCommands, NetworkPassesOverLettersThatAreNotItsOwn)
+TEST_F(MaintenanceCommands, NetworkSkipsForeignLetters)
 {
     const Settings before = settings();
     for (int letter = 0; letter < 256; ++letter) {
@@ -400,7 +400,7 @@ TEST_F(MaintenanceCommands, FactoryTextsGoIntoTheirFields)
     EXPECT_TRUE(device.calls.empty());
 }
 
-TEST_F(MaintenanceCommands, FactoryOptionsComeMirroredButForTheFrequencyCode)
+TEST_F(MaintenanceCommands, FactoryOptionsAreMirroredExceptTheFrequencyCode)
 {
     const struct {
         std::string sent;
@@ -440,7 +440,7 @@ TEST_F(MaintenanceCommands, ATextEndsAtItsTerminatorWhateverFollows)
     EXPECT_EQ(printed(), "HEOT: update optionboardSN:7 \n");
 }
 
-TEST_F(MaintenanceCommands, FactoryPassesOverLettersThatAreNotItsOwn)
+TEST_F(MaintenanceCommands, FactorySkipsForeignLetters)
 {
     const Settings before = settings();
     for (int letter = 1; letter < 256; ++letter) {

@@ -16,7 +16,7 @@ using std::chrono::seconds;
 
 namespace {
 
-TEST_F(MaintenanceServer, EventLeavesItsDescriptorsWhateverCame)
+TEST_F(MaintenanceServer, EventKeepsItsDescriptorsOpenWhateverTheFrame)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     sim_board::InstalledBoard board{sim_board::kPortableWiring};

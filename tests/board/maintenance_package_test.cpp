@@ -338,7 +338,7 @@ TEST_F(MaintenancePackage, AModuleThatRefusesEndsItAndNoneIsRestarted)
     EXPECT_TRUE(fs::exists(kHostSw / kPackage)); // the files stay
 }
 
-TEST_F(MaintenancePackage, WhatARefusedOneLeftDoesNotComeBeforeTheNextWhateverTheirNames)
+TEST_F(MaintenancePackage, RemainsOfARefusedOneAreNotUsedForTheNextWhateverTheirNames)
 {
     for (const std::string next : {"Orvan_Benchtop_FW_2.2", "Orvan_Benchtop_FW_10.0"}) {
         modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
@@ -351,7 +351,7 @@ TEST_F(MaintenancePackage, WhatARefusedOneLeftDoesNotComeBeforeTheNextWhateverTh
     }
 }
 
-TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderDoNotComeBeforeTheNextOnes)
+TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderAreNotUsedForTheNext)
 {
     Files refused = {{kPackage + "/ovx_module_2.0", "old"}, {kPackage + "/benchtop_fw_2.0.tar.gz", "old"}};
     modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));

@@ -314,7 +314,7 @@ TEST_F(PortableOperations, WithoutATestManagerNothingIsRegistered)
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "Failed regitering bit tests"}}));
 }
 
-TEST(CreatedDevice, IsAPortableOnTheBoardsOfTheOtherPlatformsToo)
+TEST(CreatedDevice, IsAPortableEvenOnTheBoardsOfTheOtherPlatforms)
 {
     for (const sim_board::BoardWiring* wiring : {&sim_board::kBenchtopWiring, &sim_board::kKsr7000Wiring}) {
         sim_board::InstalledBoard board{*wiring};

@@ -231,7 +231,7 @@ TEST_F(PortableStart, SetsUpBusThenHardwareThenReadsTheSettings)
     EXPECT_NE(out->text().find("OrvanPortableDevice::read eeprom data done\n"), std::string::npos);
 }
 
-TEST_F(PortableStart, AsksItsModuleAndThenForWhatItIs)
+TEST_F(PortableStart, QueriesItsModuleAndThenItsIdentity)
 {
     without_battery();
     start();

@@ -186,7 +186,7 @@ TEST_P(Production, AnEepromThatHoldsNothingIsAFailureThatIsLogged)
     EXPECT_EQ(controller.last_line(), (LogLine{LOG_ERR, kNotStored}));
 }
 
-TEST_P(Production, ABackupThatCannotBeWrittenIsAFailureThatIsLogged)
+TEST_P(Production, ABackupThatCannotBeWrittenIsLoggedAsAFailure)
 {
     fs::create_directory(kFile);
     EXPECT_EQ(controller.produce(GetParam().model, "240001"), ProductionResult::kFailed);

@@ -321,7 +321,7 @@ TEST_F(PowerCut, ReplacingADamagedEepromBySignedBackupLosesNothing)
     EXPECT_EQ(cuts_of_a_start(), kNone);
 }
 
-TEST_F(PowerCut, BringingBackTheBackupLosesNothing)
+TEST_F(PowerCut, RestoringTheBackupLosesNothing)
 {
     eeprom = signed_identity("230042");
     EXPECT_EQ(cuts_of_a_start(), kNone);

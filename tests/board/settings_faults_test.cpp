@@ -211,7 +211,7 @@ TEST_F(SettingsFaults, AnUnreadableBackupFileIsNoBackup)
     EXPECT_EQ(file(), bytes_of(blob("230043")));
 }
 
-TEST_F(SettingsFaults, ABackupFileThatMayOnlyBeReadIsReadAndKept)
+TEST_F(SettingsFaults, AReadOnlyBackupFileIsReadAndKept)
 {
     put_file(blob("230043"));
     fs::permissions(kFile, fs::perms::owner_read);

@@ -71,7 +71,7 @@ TEST(FirmwareDownload, APackageFromTheLanIsInstalledEverywhereAndLeavesNoFiles)
     EXPECT_EQ(instrument.client().ask(":FREQ 3e9;:FREQ?"), "3000000000;+OK\r\n");
 }
 
-TEST(FirmwareDownload, OfAPackageThatOneModuleRefusesIsLeftWhereItIs)
+TEST(FirmwareDownload, OfAPackageThatOneModuleRefusesIsKept)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);

@@ -29,7 +29,7 @@ fs::path upgrade_folder(const Instrument& instrument)
 
 } // namespace
 
-TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWaitAndAreServedRightAfter)
+TEST(FirmwareUpdate, OfMegabytesReachesEveryModuleWhileOthersWait)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -167,7 +167,7 @@ TEST(FirmwareUpdate, EveryModuleHasItsFirmwarePort)
     }
 }
 
-TEST(FirmwareUpdate, OfAModuleThatAnswersTooLateHasFailedThoughItHasTheImageAndHoldsOthersOffUntilThen)
+TEST(FirmwareUpdate, OfAModuleThatAnswersTooLateFailsAndDelaysOthersUntilThen)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

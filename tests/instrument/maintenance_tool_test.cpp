@@ -170,7 +170,7 @@ TEST(MaintenanceTool, WritesWhatTheFactorySets)
     EXPECT_THAT(shown.output, HasSubstr("options           20G,PLS,LP,ELP\n"));
 }
 
-TEST(MaintenanceTool, PacksAndBringsAnUpdateToItsEnd)
+TEST(MaintenanceTool, PacksAndCompletesAnUpdate)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kSlowBenchtop);
@@ -180,7 +180,7 @@ TEST(MaintenanceTool, PacksAndBringsAnUpdateToItsEnd)
     expect_updated(instrument, updated, image);
 }
 
-TEST(MaintenanceTool, BringsAnUpdateOverALinkThatLosesAndDoubles)
+TEST(MaintenanceTool, SendsAnUpdateOverALinkThatLosesAndDoubles)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kSlowBenchtop);

@@ -240,7 +240,7 @@ TEST(Setups, AreStoredRecalledAndClearedByClients)
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?"), "5000000;+OK");
 }
 
-TEST(Setups, AreTakenOverAtTheStartAndTheFactorysWhenAFileIsMissing)
+TEST(Setups, AreLoadedAtTheStartOrTheFactorysWhenAFileIsMissing)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -451,7 +451,7 @@ TEST(Setups, FilesThatAreNoSetupAreReportedAndLeaveRecordAndModule)
     }
 }
 
-TEST(Setups, OfAnotherModelAreTakenAndWhatItsModuleCannotIsRefusedByIt)
+TEST(Setups, OfAnotherModelAreLoadedAndRefusedOnlyByItsModule)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

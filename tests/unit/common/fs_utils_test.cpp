@@ -313,7 +313,7 @@ TEST_F(FsUtils, EmptyingFailsWithoutAFolder)
     EXPECT_THAT(folder.names(), ElementsAre("file"));
 }
 
-TEST_F(FsUtils, OneEntryThatResistsDoesNotKeepTheOthers)
+TEST_F(FsUtils, OneEntryThatCannotBeRemovedDoesNotProtectTheOthers)
 {
     for (const char* name : {"a", "b", "c"}) {
         fs::create_directory(folder / name);

@@ -47,7 +47,7 @@ TEST_F(ReplaceFile, MakesOrReplacesTheWholeFile)
     EXPECT_THAT(folder.names(), ElementsAre("fpga_image.bin"));
 }
 
-TEST_F(ReplaceFile, FileIsForAllToReadWhateverTheMask)
+TEST_F(ReplaceFile, FileIsReadableByAllWhateverTheMask)
 {
     const mode_t mask = ::umask(077);
     EXPECT_TRUE(replace(path, "x"));

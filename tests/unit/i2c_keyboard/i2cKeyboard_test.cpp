@@ -339,7 +339,7 @@ TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing
     EXPECT_EQ(drain(1), std::vector<std::string>{"\xff"}) << "the sender is at work all the same";
 }
 
-TEST_F(KeyboardBridge, DescriptorZeroCountsAsNoKeypad)
+TEST_F(KeyboardBridge, DescriptorZeroMeansNoKeypad)
 {
     const int standard_input = ::dup(STDIN_FILENO);
     wiringPiSetup();

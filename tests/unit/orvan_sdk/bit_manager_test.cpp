@@ -177,7 +177,7 @@ TEST_F(TestTable, SameNameOfTwoKindsIsTwoRecords)
     EXPECT_EQ(result(CBIT, 0).errorCode, 12);
 }
 
-TEST_F(TestTable, FirstOfTwoRowsOfOneNameIsMeant)
+TEST_F(TestTable, FirstOfTwoRowsWithTheSameNameIsUsed)
 {
     manager->registerTest(IBIT, noting("twin", false));
     manager->registerTest(IBIT, noting("twin", false));
@@ -189,7 +189,7 @@ TEST_F(TestTable, FirstOfTwoRowsOfOneNameIsMeant)
     EXPECT_EQ(ran.size(), 1u);
 }
 
-TEST_F(TestTable, NoStateMachineHoldsAResultToAnOrder)
+TEST_F(TestTable, ResultsMayBeSetInAnyOrder)
 {
     manager->registerTest(PBIT, noting("a"));
     for (const int status : {1, 0, 3, 2, 77, -5}) {

@@ -246,7 +246,7 @@ TEST_P(ForwardedRows, FormsWithoutARowReachNoModule)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_P(ForwardedRows, AnswerForAModuleThatIsNotThere)
+TEST_P(ForwardedRows, AnswerForAMissingModule)
 {
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[0] = static_cast<uint32_t>(local_port(closed));

@@ -304,7 +304,7 @@ TEST_P(LocalRows, FormsWithoutARowAreUndefined)
     }
 }
 
-TEST_P(LocalRows, AnswerForAModuleThatIsNotThere)
+TEST_P(LocalRows, AnswerForAMissingModule)
 {
     const int closed = listen_on_loopback();
     for (uint32_t& port : orvanx->m_OrvanXport) {

@@ -426,7 +426,7 @@ TEST_F(ModuleUpdate, ModulesAreRestartedOnceAllHaveTheSoftware)
     EXPECT_EQ(all[6], "sendDeviceRestart start");
 }
 
-TEST_F(ModuleUpdate, OneModuleThatRefusesTheSoftwareKeepsAllFromTheRestart)
+TEST_F(ModuleUpdate, OneModuleThatRefusesTheSoftwarePreventsTheRestart)
 {
     const fs::path path = put_image(kSoftwareName, "abc");
     expect_request(software_request("abc"), {kAccepted, kRefused, kAccepted});

@@ -245,7 +245,7 @@ TEST_F(PresetStore, AllValuesThenAllStatesGoToALiveChannelAndThenToTheNext)
     EXPECT_EQ(module.requests(), expected);
 }
 
-TEST_F(PresetStore, AChannelThatIsNotLiveIsLoadedAndMarkedAndNothingSent)
+TEST_F(PresetStore, AChannelThatIsNotLiveIsLoadedAndMarkedWithoutSending)
 {
     write_all(4, R"({"CHANNEL": {"State": true}, "ANALOGOUTPUT": {"Frequency": 5}})");
     EXPECT_EQ(orvanx->database_recall(4), 0);

@@ -530,7 +530,7 @@ TEST_F(Identity, TheOptionsTableIsABlock)
     EXPECT_EQ(device.calls, Lines{"GetOptionsTable"});
 }
 
-TEST_F(Identity, AnOptionsTableThatCannotBeHadIsAFailure)
+TEST_F(Identity, AnUnavailableOptionsTableIsAFailure)
 {
     device.option_table = "table";
     device.refused.insert("GetOptionsTable");

@@ -288,7 +288,7 @@ TEST_F(Reset, SendsTheSetupToModulesThatAreLive)
     EXPECT_EQ(record(2).CHANNEL.State, On);
 }
 
-TEST_F(Reset, CompletesTheRecordsWhenTheModelIsKnown)
+TEST_F(Reset, CompletesTheRecordsOnceTheModelIsKnown)
 {
     EXPECT_EQ(ask("*RST"), "+OK\r\n");
     EXPECT_EQ(text(2, ODT_INF_MODEL), "");
@@ -401,7 +401,7 @@ TEST_F(ResetOfThree, ARefusalCountsAsADeadModule)
     EXPECT_EQ(take_error_lines(), Lines{line("OrvanX_Reset", "-ERR -300, \"Device error\"\r\n")});
 }
 
-TEST_F(ResetOfThree, MakesTheInstalledOutputsFollowAndNoOther)
+TEST_F(ResetOfThree, SwitchesTheInstalledOutputsAndNoOther)
 {
     orvanx->setSelectedChannel(2);
     EXPECT_EQ(ask("*RST"), "+OK\r\n");

@@ -32,7 +32,7 @@ TEST_F(Progress, IsCountedForHandlersWithoutReplyOrModule)
     EXPECT_EQ(of_unit(":SYST:POW:REST AUTO"), 1u);
 }
 
-TEST_F(Progress, IsMadeByEachResultAndEachError)
+TEST_F(Progress, IsCountedForEachResultAndEachError)
 {
     EXPECT_GE(of_unit("*IDN?"), 1u);
     EXPECT_GE(of_unit(":SYST:VERS?"), 1u);
@@ -40,14 +40,14 @@ TEST_F(Progress, IsMadeByEachResultAndEachError)
     EXPECT_GE(of_unit(":INST 7"), 1u);
 }
 
-TEST_F(Progress, IsMadeByBytesThatLeave)
+TEST_F(Progress, IsCountedForBytesSent)
 {
     const uint32_t before = scpi_progress();
     SCPI_Flush(&scpi_context);
     EXPECT_EQ(scpi_progress() - before, 1u);
 }
 
-TEST_F(Progress, IsMadeByEachRequestToAModuleWhateverItsOutcome)
+TEST_F(Progress, IsCountedForEachRequestToAModuleWhateverItsOutcome)
 {
     const auto request = [&](const std::string& address, int port) {
         const uint32_t before = scpi_progress();
@@ -63,7 +63,7 @@ TEST_F(Progress, IsMadeByEachRequestToAModuleWhateverItsOutcome)
     EXPECT_EQ(request("127.0.0.1", port), 1u);
 }
 
-TEST_F(Progress, IsNotMadeByAThreadThatIsToBeIgnored)
+TEST_F(Progress, IsNotCountedForAnIgnoredThread)
 {
     const uint32_t before = scpi_progress();
     std::thread([&] {

@@ -202,7 +202,7 @@ TEST_F(CommandPass, AnElementThatCannotBeRenderedIsPassedOver)
               0);
 }
 
-TEST_F(CommandPass, ACommandOf512BytesIsPassedOverAndOneOf511IsSent)
+TEST_F(CommandPass, ACommandOf512BytesIsSkippedAndOneOf511IsSent)
 {
     const scpi_command_t* row = scpi_commands;
     while (row->tag != ODT_PWR) {

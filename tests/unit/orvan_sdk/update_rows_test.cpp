@@ -116,7 +116,7 @@ TEST_F(UpdateRows, HaveNoQueries)
     EXPECT_THAT(stand_ins.calls(), IsEmpty());
 }
 
-TEST_F(UpdateRows, AnswerForAModuleThatIsNotThere)
+TEST_F(UpdateRows, AnswerForAMissingModule)
 {
     const int closed = listen_on_loopback();
     orvanx->m_OrvanXport[2] = static_cast<uint32_t>(local_port(closed));

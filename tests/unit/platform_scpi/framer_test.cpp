@@ -274,7 +274,7 @@ std::vector<size_t> expected_ends(string_view s)
     return ends;
 }
 
-TEST(Framer, RandomStreamsEndWhereTheRulesSayHoweverCut)
+TEST(Framer, RandomStreamsEndByTheRulesHoweverSplit)
 {
     static constexpr string_view kAlphabet = "A1: \t,;#\"'()\n\r23405?*";
     std::mt19937 random(20240611);

@@ -64,7 +64,7 @@ TEST(Input, MessageRunsWhenItsLineFeedArrives)
     EXPECT_THAT(context.events, ElementsAre("call :A [1]", kLineEnd, "flush"));
 }
 
-TEST(Input, EachMessageIsFlushedOnceHoweverTheBytesCome)
+TEST(Input, EachMessageIsFlushedOnceHoweverTheBytesArrive)
 {
     EXPECT_THAT(events_however_cut(":A 1\n:B 2;:A\r\n*IDN?\n"),
                 ElementsAre("call :A [1]", kLineEnd, "flush", "call :B [2]", "call :A []", kLineEnd, "flush",
@@ -395,7 +395,7 @@ TEST(Input, DropWhileAHandlerRunsLetsTheMessageEnd)
 
 // Random streams
 
-TEST(Input, RandomStreamsComeToTheSameHoweverCut)
+TEST(Input, RandomStreamsHaveTheSameResultHoweverSplit)
 {
     static const std::vector<string> kParts = {":A",     "A",           ":B",     ":S:A",
                                                "B",      "*IDN?",       ":DATA",  ":FOO",

@@ -233,7 +233,7 @@ TEST_F(NumberInALocale, OfTheStreamsStillHasItsDecimalPoint)
     std::locale::global(old);
 }
 
-TEST_F(Number, ConvertersTakeAnElementThatWasReadBefore)
+TEST_F(Number, ConvertersAcceptAnElementReadEarlier)
 {
     parameters("12.5");
     scpi_parameter_t element;

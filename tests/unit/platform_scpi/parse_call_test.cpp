@@ -64,7 +64,7 @@ TEST_F(ParseCall, PassesHandlersTheEndOfItsOwnText)
     EXPECT_THAT(m_context.take_events(), ElementsAre("call :A [1]"));
 }
 
-TEST_F(ParseCall, HandlerMayParseAndGoOnWithItsOwnCommand)
+TEST_F(ParseCall, HandlerMayParseAndContinueItsOwnCommand)
 {
     bool nested = false;
     m_context.in_handler = [&](scpi_t* c) {

@@ -79,7 +79,7 @@ TEST(WithoutADevice, TheModuleTableIsTheLoopbackAndTheFirstChannelIsSelected)
     }
 }
 
-TEST_F(InstrumentTest, ModulesThatAnswerAreLoggedAndThoseThatDoNot)
+TEST_F(InstrumentTest, BothAnsweringAndSilentModulesAreLogged)
 {
     const std::string at = module.address() + ":" + std::to_string(module.port());
     library->m_isLive[0] = true;

@@ -110,7 +110,7 @@ protected:
 };
 
 // As syslog() does with the one in which it composes a line.
-TEST_F(LeaveDeathTest, LeavesAStreamThatAnotherThreadHoldsAlone)
+TEST_F(LeaveDeathTest, LeavesAStreamLockedByAnotherThreadAlone)
 {
     EXPECT_EXIT(
         {

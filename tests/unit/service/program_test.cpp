@@ -364,7 +364,7 @@ TEST_F(ProgramTest, VanishingClientsLeaveNoDescriptor)
     EXPECT_TRUE(eventually([&] { return descriptors() <= before; }));
 }
 
-TEST_F(ProgramTest, EndsDuringAnEndlessReplyOnceItsPatienceIsOver)
+TEST_F(ProgramTest, EndsDuringAnEndlessReplyAfterItsTimeLimit)
 {
     ServiceProcess service(start({"--log-level", "info"}));
     TestClient client(port());

@@ -309,7 +309,7 @@ TEST(Server, TwoHundredClientsAtOnceEachGetTheirOwnReplies)
     EXPECT_EQ(sink.messages().size(), size_t{kClients * kMessages});
 }
 
-TEST(Server, OwnConnectionsHavePlacesWhenOthersHaveTakenAll)
+TEST(Server, OwnConnectionsArePlacedWhenOthersFillTheServer)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 1});
@@ -335,7 +335,7 @@ TEST(Server, OwnConnectionsTakeNoPlaceOfOthers)
     EXPECT_EQ(refused.first_line(), "-ERR Too many clients;+OK\r\n");
 }
 
-TEST(Server, AClientWithAThousandLinesHoldsTheOthersUpByOneMessageEach)
+TEST(Server, AClientWithAThousandLinesDelaysTheOthersByOneMessageEach)
 {
     RecordingSink sink;
     sink.shut();
@@ -389,7 +389,7 @@ TEST(Server, AClientsSocketSendsAtOnceAndBoundsItsWrites)
     EXPECT_NEAR(static_cast<double>(send_timeout.tv_usec), 300'000, 10'000);
 }
 
-TEST(Server, AClientsSocketIsNotInheritedByProgramsThatAreStarted)
+TEST(Server, AClientsSocketIsNotInheritedByStartedPrograms)
 {
     int flags = 0;
     RecordingSink sink([&](int socket, const std::string& message) {

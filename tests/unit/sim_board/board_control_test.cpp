@@ -59,7 +59,7 @@ TEST_F(BoardControlTest, LinesAreExecutedInOrder)
               "ok\nok\n0x20  ok\n0x24  nack\n0x34  ok\nerror unknown verb 'nonsense'; 'help' lists them\n");
 }
 
-TEST_F(BoardControlTest, ItWorksOnTheBoardThatIsTheCurrentOneThen)
+TEST_F(BoardControlTest, ItUsesTheBoardThatIsCurrentAtThatTime)
 {
     const BoardControl control(path);
     EXPECT_TRUE(ask("board\n").starts_with("ok\nboard                             benchtop\n"));

@@ -188,7 +188,7 @@ TEST(Locks, FourNumberedOnesExcludeEachOther)
     EXPECT_EQ(counter, 2000);
 }
 
-TEST(Locks, OneThatIsHeldKeepsAnotherThreadOut)
+TEST(Locks, OneThatIsHeldBlocksAnotherThread)
 {
     InstalledBoard board(kPortableWiring);
     for (int round = 0; round < 20; ++round) {

@@ -44,7 +44,7 @@ TEST(RealTimeClock, ReleaseEndsAPoll)
     clock.release();
 }
 
-TEST(RealTimeClock, InAStartUpAPeriodIsShortenedOnceItIsOver)
+TEST(RealTimeClock, APeriodBegunInAStartUpIsShortenedOnceItIsOver)
 {
     constexpr uint64_t kWaitUs = 60'000'000; // 6 ms at that rate
     Clock clock(Clock::Mode::kRealTime, 10000);

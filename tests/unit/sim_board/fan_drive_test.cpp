@@ -39,7 +39,7 @@ TEST(FanDrive, ASmallerValueIsMoreSpeed)
     }
 }
 
-TEST(FanDrive, KeepsItsValueThroughWhatIsNoMessage)
+TEST(FanDrive, KeepsItsValueOnInvalidMessages)
 {
     FanDrive fan;
     spi_exchange(fan, {0, 0, 0x3f});

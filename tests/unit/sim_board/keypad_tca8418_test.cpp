@@ -68,7 +68,7 @@ TEST_F(Tca8418Test, EveryRegisterIsZeroAtPowerOn)
     EXPECT_EQ(levels, std::vector<int>{1});
 }
 
-TEST_F(Tca8418Test, EachRegisterKeepsTheBitsThatItHas)
+TEST_F(Tca8418Test, EachRegisterKeepsItsImplementedBits)
 {
     for (int address = 0; address < 0x40; ++address) {
         const bool event = address >= 0x04 && address <= 0x0d;

@@ -92,7 +92,7 @@ TEST_F(BatteryTest, FillsOnTheBoardsClockUntilItIsFull)
     EXPECT_EQ(milliamperes(), 0);
 }
 
-TEST_F(BatteryTest, AChangeOfFlowKeepsWhatFlewBefore)
+TEST_F(BatteryTest, AChangeOfCurrentKeepsTheChargeSoFar)
 {
     battery.set_charge(50);
     battery.set_flow(Flow::kDrain);
@@ -126,7 +126,7 @@ TEST_F(BatteryTest, TakenOutItIsNotFittedAndKeepsItsCharge)
     EXPECT_EQ(percent(), 27);
 }
 
-TEST_F(BatteryTest, ItsModeIsTheOnlyWordThatCanBeWritten)
+TEST_F(BatteryTest, OnlyItsModeCanBeWritten)
 {
     for (int command = 0; command < 0x40; ++command) {
         const Bytes sent{static_cast<uint8_t>(command), 0x81, 0x60};
@@ -153,7 +153,7 @@ TEST_F(BatteryTest, OnlyWordsAreWritten)
     EXPECT_EQ(get(0x03), 0);
 }
 
-TEST(ChargeController, KeepsItsFiveWordsWhichAreZeroAtFirst)
+TEST(ChargeController, KeepsItsFiveWordsInitiallyZero)
 {
     ChargeController chip;
     for (int reg = 0; reg < 0x100; ++reg) {

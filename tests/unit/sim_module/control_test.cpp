@@ -139,7 +139,7 @@ TEST_F(Control, TheUpdateFaultIsSetAndReported)
     }
 }
 
-TEST_F(Control, AnUpdateFaultThatIsNotUnderstoodChangesNothing)
+TEST_F(Control, AnUnknownUpdateFaultChangesNothing)
 {
     EXPECT_EQ(control("update refuse"), "ok");
     EXPECT_EQ(control("update never"),

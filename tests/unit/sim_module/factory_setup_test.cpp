@@ -118,7 +118,7 @@ TEST_F(FactorySetup, HasTheLimitsOfEveryModuleSetting)
     }
 }
 
-TEST_F(FactorySetup, HasTheValuesOfAModuleThatWasReset)
+TEST_F(FactorySetup, HasTheValuesOfAResetModule)
 {
     for (const SettingRow& row : kSettingRows) {
         const bool has_value = find(row.section, row.field) != nullptr;

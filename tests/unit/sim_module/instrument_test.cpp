@@ -90,7 +90,7 @@ TEST_F(Reply, ARequestThatIsTooLongIsAnOverrun)
     EXPECT_EQ(value(":SYST:ERR?"), "-363,\"Input buffer overrun\"");
 }
 
-TEST_F(Reply, BytesThatAreNoTextAreRefusedAndDoNoHarm)
+TEST_F(Reply, BinaryBytesAreRefusedAndDoNoHarm)
 {
     using namespace std::string_literals;
     for (const std::string& request : {":FR\0EQ?\r\n"s, "\xff\xfe\n"s, ":FREQ \x01\n"s, "#15abc\n"s}) {

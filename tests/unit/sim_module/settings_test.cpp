@@ -325,7 +325,7 @@ TEST(Model, DecidesTheHighestFrequencyAndTheLowestPower)
     EXPECT_FALSE(model_limits(""));
 }
 
-TEST(Model, ItsHighestFrequencyIsTheLimitOfEverythingThatIsSuchAFrequency)
+TEST(Model, ItsHighestFrequencyLimitsAllSuchFrequencies)
 {
     Identity identity;
     identity.model = "OVX6131B";
@@ -339,7 +339,7 @@ TEST(Model, ItsHighestFrequencyIsTheLimitOfEverythingThatIsSuchAFrequency)
               "-ERR -222, \"Data out of range\";+OK\r\n");
 }
 
-TEST(Model, ItsLowestPowerIsTheLimitOfEverythingThatIsAPower)
+TEST(Model, ItsLowestPowerLimitsAllPowers)
 {
     Identity identity;
     identity.model = "OVX6131P";
@@ -349,7 +349,7 @@ TEST(Model, ItsLowestPowerIsTheLimitOfEverythingThatIsAPower)
     EXPECT_EQ(instrument.execute(":LIST:DATA 1GHz,-30.1,1\r\n"), "-ERR -222, \"Data out of range\";+OK\r\n");
 }
 
-TEST(Model, OneOfNoFamilyMakesNoInstrument)
+TEST(Model, OneWithoutAFamilyIsRejected)
 {
     Identity identity;
     identity.model = "X";

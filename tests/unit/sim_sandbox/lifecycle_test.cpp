@@ -141,7 +141,7 @@ TEST(SandboxLife, ExitStatusAndSignalArePassedOn)
     EXPECT_EQ(sandbox.run(Role::lan(), command).value(), 128 + SIGTERM);
 }
 
-TEST(SandboxLife, ProgramThatCannotBeRunIsAnErrorOfItsName)
+TEST(SandboxLife, ProgramThatCannotBeRunIsAnErrorThatNamesIt)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

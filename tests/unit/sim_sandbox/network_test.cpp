@@ -170,7 +170,7 @@ TEST(SandboxNetwork, ModulesAreReachedFromTheControllerOnly)
     EXPECT_EQ(connect_from(sandbox, Role::module(2), module_address(1), 6001), ENETUNREACH);
 }
 
-TEST(SandboxNetwork, NothingLeavesForTheOutside)
+TEST(SandboxNetwork, NothingReachesTheOutside)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 1}));

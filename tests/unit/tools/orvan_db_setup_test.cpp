@@ -304,7 +304,7 @@ TEST_F(SetupFile, DiffNeedsAnInstrumentThatHasTheChannel)
 
 // ---- the options
 
-TEST_F(SetupFile, OptionsThatDoNotGoTogetherEndWithTwo)
+TEST_F(SetupFile, ConflictingOptionsExitWithTwo)
 {
     with("{}");
     const std::vector<std::vector<std::string>> mistakes = {{"--diff"},

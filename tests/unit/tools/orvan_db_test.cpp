@@ -96,7 +96,7 @@ TEST(OrvanDb, AnObjectWithoutAWholeRecordIsNoInstrument)
     EXPECT_EQ(run_on(records.name(), {}).status, 0);
 }
 
-TEST(OrvanDb, AChannelThatIsNotFittedIsSaidPlainly)
+TEST(OrvanDb, AChannelThatIsNotInstalledIsReportedClearly)
 {
     const SharedRecords records(2);
     const Outcome outcome = run_on(records.name(), {"--channel", "3"});

@@ -312,7 +312,7 @@ TEST(Maint, ProgramCanGoWithoutAnIdentification)
     EXPECT_EQ(scene.peer->requests[0][8], 0xFF);
 }
 
-TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
+TEST(Maint, ProgramThatIsInterruptedReportsTheInstrumentsState)
 {
     const TestFolder folder;
     Scene scene;
@@ -330,7 +330,7 @@ TEST(Maint, ProgramThatIsInterruptedSaysHowTheInstrumentIsLeft)
     ::close(stop);
 }
 
-TEST(Maint, ProgramThatIsInterruptedInTheBurningDoesNotAskForARestartAtOnce)
+TEST(Maint, ProgramInterruptedWhileBurningDoesNotSuggestARestartAtOnce)
 {
     const TestFolder folder;
     Scene scene;

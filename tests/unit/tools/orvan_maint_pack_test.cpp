@@ -40,7 +40,7 @@ struct Parts {
 
 } // namespace
 
-TEST(MaintPack, MakesWhatAnInstrumentUnpacks)
+TEST(MaintPack, MakesAPackageThatAnInstrumentUnpacks)
 {
     Parts parts;
     const MaintOutcome outcome = parts.pack();
@@ -61,7 +61,7 @@ TEST(MaintPack, MakesWhatAnInstrumentUnpacks)
               std::filesystem::perms::owner_all);
 }
 
-TEST(MaintPack, MakesTheSameOfTheSame)
+TEST(MaintPack, SameInputMakesTheSameOutput)
 {
     Parts parts;
     ASSERT_EQ(parts.pack().status, 0);

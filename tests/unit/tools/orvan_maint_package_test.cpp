@@ -243,7 +243,7 @@ TEST(MaintPackage, OfTheRightFormIsDescribed)
     }
 }
 
-TEST(MaintPackage, NamesThatAreNotTheUsualOnesAreWarnedOf)
+TEST(MaintPackage, UnusualNamesCauseAWarning)
 {
     const std::string taken = ": next to what a refused update has left on the instrument, which of them it "
                               "takes depends on its clock";

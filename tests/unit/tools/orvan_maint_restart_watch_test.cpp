@@ -165,7 +165,7 @@ TEST(MaintWatch, OneThatIsAwayWhenItsTimeIsOverIsWaitedForUntilItReturns)
     EXPECT_EQ(watch.follow(30s), Aftermath::kRestarted);
 }
 
-TEST(MaintWatch, IsNotCertainBeforeItsTime)
+TEST(MaintWatch, IsNotCertainBeforeTheDeadline)
 {
     Watch watch(kPatient);
     watch.update();

@@ -291,7 +291,7 @@ TEST(Maint, OptionsAreChangedInOneWord)
     EXPECT_EQ(scene.model.written.at('O').substr(0, 3), (std::string{'\xE5', '\x08', '\0'}));
 }
 
-TEST(Maint, AnOptionThatTheInstrumentHasNotIsRefusedBeforeAnythingIsSent)
+TEST(Maint, AnOptionMissingInTheInstrumentIsRefusedBeforeAnythingIsSent)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run({"options", "--yes", "--set", "BAT"});

@@ -367,7 +367,7 @@ TEST(MaintTransfer, TheLargestPackageHasAnEndWithTheHighestNumber)
     EXPECT_EQ(transfer.link.sent.back()[5], 0xFF);
 }
 
-TEST(MaintTransfer, OneThatWasBrokenOffIsEndedWithAPackageThatDoesNotUnpack)
+TEST(MaintTransfer, AnAbortedOneIsEndedWithAPackageThatDoesNotUnpack)
 {
     InstrumentModel model;
     model.wait_for_block(7);

@@ -93,7 +93,7 @@ TEST(UdpRelay, RepliesReachTheRequestingClient)
     EXPECT_EQ(ntohs(from.sin_port), bench.port);
 }
 
-TEST(UdpRelay, ClientKeepsItsWayFromDatagramToDatagram)
+TEST(UdpRelay, ClientKeepsItsRouteAcrossDatagrams)
 {
     Bench bench;
     const UniqueFd client = bench.client();
@@ -133,7 +133,7 @@ TEST(UdpRelay, TheClientIdleTheLongestLosesItsPlace)
     EXPECT_EQ(bench.connections, static_cast<int>(UdpRelay::kMaxClients) + 2);
 }
 
-TEST(UdpRelay, ClientsFindAServerThatHasGotAnotherAddress)
+TEST(UdpRelay, ClientsFindAServerThatChangedItsAddress)
 {
     Bench bench;
     const UniqueFd client = bench.client();
