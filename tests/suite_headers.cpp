@@ -1,2 +1,2 @@
-// Nothing but the precompiled header of the suites is wanted of this program.
+// This program exists only for the precompiled header of the suites.
 int main() {}

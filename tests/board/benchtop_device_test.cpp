@@ -306,7 +306,7 @@ TEST_F(BenchtopDeviceTest, ReleaseIsNotAwaitedWithoutTheExpander)
 TEST_F(BenchtopDeviceTest, ReadThatFailsEndsTheWaitForTheRelease)
 {
     expander().drive(Mcp23017::kB, 0x40, 0x40);
-    // Three reads, of two transfers each, are well.
+    // Three reads, of two transfers each, succeed.
     sim_board::insert_fault(board->i2c(), 0x20)->refuse_after(6);
     device->WaitPowerButtonRelease();
     EXPECT_TRUE(expect_trace(trace(), R"(

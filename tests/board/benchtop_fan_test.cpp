@@ -144,7 +144,7 @@ TEST_F(BenchtopFan, TestFailsFromTheEleventhCycleAndPassesBelowTenFailures)
     }
     EXPECT_EQ(failed, (std::vector<bool>{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1}));
     EXPECT_EQ(logs.count(LOG_INFO, "sendDataBySPI - error : -1"), 14u);
-    EXPECT_EQ(selected(), 1u) << "the former one, also behind a failure";
+    EXPECT_EQ(selected(), 1u) << "the former one, even after a failure";
     ASSERT_TRUE(device->GetSPIhandler()->mtx.try_lock());
     device->GetSPIhandler()->mtx.unlock();
 

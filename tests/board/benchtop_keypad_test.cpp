@@ -20,7 +20,7 @@ TEST_F(BenchtopStart, KeypadThatHasAnEventIsReadOnceByHand)
     const auto lines = board->trace().lines_with({"pin 15", "i2c 0x34", "lock 0", "unlock 0"});
     const auto armed = std::find(lines.begin(), lines.end(), "pin 15 isr falling");
     ASSERT_NE(armed, lines.end());
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "lock 0"), 1) << "one call, and it is behind the set-up";
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "lock 0"), 1) << "one call, after the set-up";
     EXPECT_NE(std::find(armed, lines.end(), "lock 0"), lines.end());
     EXPECT_EQ(logs.count(LOG_ERR, "RunKbdServer: unable to setup I2C ISR"), 0u);
 }

@@ -499,7 +499,7 @@ TEST_F(BenchtopStart, ContinuesWithoutAFactorySetup)
     start_and_settle();
     EXPECT_TRUE(device->Initialized());
     EXPECT_EQ(logs.count(LOG_ERR, "Failed to load default database on boot"), 1u);
-    EXPECT_STREQ(record(1).SYSTEM.Model, "OVX3654B") << "the records stand all the same";
+    EXPECT_STREQ(record(1).SYSTEM.Model, "OVX3654B") << "the records are still set";
 }
 
 TEST_F(BenchtopStart, ContinuesWithoutSharedMemoryForItsRecords)
@@ -510,7 +510,7 @@ TEST_F(BenchtopStart, ContinuesWithoutSharedMemoryForItsRecords)
     start_and_settle();
     EXPECT_TRUE(device->Initialized());
     EXPECT_EQ(Scpi_Orvanx::getInstance()->get_channelDB(1), nullptr);
-    EXPECT_EQ(module(4).requests().back(), ":ROSC:OUTP:FREQ?\r\n") << "all have been asked";
+    EXPECT_EQ(module(4).requests().back(), ":ROSC:OUTP:FREQ?\r\n") << "all have been queried";
 }
 
 TEST_F(BenchtopStart, FallsBackToTheFactorySetupWithoutItsBootSetup)

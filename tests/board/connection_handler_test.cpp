@@ -196,7 +196,7 @@ TEST_F(ConnectionHandler, AFailedMessageIsReleasedAndThenLogged)
     EXPECT_EQ(board->trace().lines().back(), "pin 11 = 1");
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "sendDataBySPI - error : -1"}}));
     board->spi().refuse_request(SPI_IOC_MESSAGE(0), 0);
-    EXPECT_EQ(transfer(2), 0) << "the handler works on";
+    EXPECT_EQ(transfer(2), 0) << "the handler still works";
 }
 
 /** Notes in what mode and at what clock it is addressed. */

@@ -252,7 +252,7 @@ TEST_F(Cat25640Driver, APageWriteBeyondItsPageSendsNothingNotEvenWriteEnable)
     EXPECT_EQ(write_page(0x2000, counting(1)), 0u);
     EXPECT_TRUE(messages().empty());
     EXPECT_EQ(out.text(), page_line(60) + page_line(0) + page_line(0) + page_line(0x2000))
-        << "each call is told";
+        << "each call is logged";
     EXPECT_EQ(chip->status(), 0);
 }
 

@@ -93,7 +93,7 @@ TEST_P(EepromTrace, AWholePageAccessByAccess)
     const Bytes data = counting(type.page, 0x40);
     EXPECT_EQ(write(last_page(), data), type.page);
     EXPECT_TRUE(expect_trace(trace(), ready() + page_write(addresses().last_page, data)))
-        << "the refused write of nothing behind it sends nothing";
+        << "the refused empty write after it sends nothing";
     EXPECT_EQ(read(last_page(), type.page), data);
     EXPECT_TRUE(expect_trace(trace(), ready_behind_a_write() + block_read(addresses().last_page, data)));
 }

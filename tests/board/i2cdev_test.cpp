@@ -98,7 +98,7 @@ TEST_F(I2cHandle, AFailureSticksThroughLaterSuccess)
     EXPECT_EQ(byte, 2);
     EXPECT_EQ(fd.status, -1);
     I2CFd other(kExpander);
-    EXPECT_EQ(other.status, 0) << "another handle begins anew";
+    EXPECT_EQ(other.status, 0) << "another handle starts afresh";
 }
 
 TEST_F(I2cHandle, AFailedReadOfAPresentChipLeavesTheValue)
@@ -279,7 +279,7 @@ TEST_F(I2cHandle, DescriptorZeroIsNotOpenButGetsClosed)
     {
         I2CFd fd(kExpander);
         EXPECT_FALSE(fd.isOpen());
-        EXPECT_EQ(fd.write8(kLatch, 1), 0) << "it works all the same";
+        EXPECT_EQ(fd.write8(kLatch, 1), 0) << "it still works";
         EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD) < 0, false);
     }
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);

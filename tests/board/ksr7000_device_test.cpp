@@ -113,7 +113,7 @@ TEST_F(Ksr7000Operations, RfOutputIsOneBitOfPortA)
         i2c 0x20 [0x12] -> 0x5a
         i2c 0x20 [0x12] = 0x5a
     )"));
-    EXPECT_TRUE(recording.calls.empty()) << "the handler has no part in it";
+    EXPECT_TRUE(recording.calls.empty()) << "the handler is not involved";
     EXPECT_TRUE(logs.lines().empty());
 }
 

@@ -183,7 +183,7 @@ TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartInWhichItHappens)
     const bool well = std::string(message).empty();
     EXPECT_EQ(device->InitHW(), well);
     EXPECT_EQ(logs.lines(), well ? std::vector<LogLine>{} : (std::vector<LogLine>{{LOG_ERR, message}}));
-    EXPECT_EQ(inside().battery_is_alive(), well) << "of a former set-up nothing is left";
+    EXPECT_EQ(inside().battery_is_alive(), well) << "nothing is left of the former set-up";
     bool reached = true;
     for (const uint8_t chip : {kPorts, kSupply, kCharger, kBattery}) {
         char open[32];

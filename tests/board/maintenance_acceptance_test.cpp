@@ -83,7 +83,7 @@ TEST_F(MaintenanceAcceptance, FrameWithoutAMacHasThatOfTheFrameBefore)
 {
     const MaintenanceClient elsewhere("127.0.0.2");
     peer.serve("HEID"s, elsewhere.address());
-    EXPECT_EQ(elsewhere.ready(), "") << "no frame has come before: the address is zero";
+    EXPECT_EQ(elsewhere.ready(), "") << "no earlier frame: the address is zero";
 
     peer.serve(FrameHeader{"NONE", 0, 0, kBroadcast}.bytes(), elsewhere.address());
     peer.serve("HEID\0\0\0\0"s, elsewhere.address());
@@ -111,7 +111,7 @@ TEST_F(MaintenanceAcceptance, OpcodeThatIsCutShortEndsAsTheOneBefore)
 
 TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsTheFrameBefore)
 {
-    EXPECT_EQ(reply_to(""), "") << "no frame has come before";
+    EXPECT_EQ(reply_to(""), "") << "no earlier frame";
     reply_to(FrameHeader{"HEID", 7}.bytes());
     const std::string again = reply_to("");
     EXPECT_EQ(again.size(), 534u);
@@ -121,7 +121,7 @@ TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsTheFrameBefore)
 TEST_F(MaintenanceAcceptance, ForeignDownloadDoesNotBegin)
 {
     const MaintenanceClient elsewhere("127.0.0.2");
-    device.device_type_product = InvalidDevice; // one that does begin fails at once
+    device.device_type_product = InvalidDevice; // a transfer that begins fails at once
     for (const char* opcode : {"HESU", "HEPD"}) {
         logs.clear();
         EXPECT_EQ(peer.serve(FrameHeader{opcode, 1, 0xFFFF, kForeignMac}.bytes(), elsewhere.address()),

@@ -287,7 +287,7 @@ TEST_F(MaintenanceCommands, NetworkTakesAll17RowsInOrder)
     const size_t writes_before = writes();
     const std::string asked = request({"HEIP", 0, 0, kOwnMac}, rows);
     EXPECT_EQ(reply_to(asked + std::string(100, 'A')), asked + std::string(100, 'A') + std::string(22, '\0'))
-        << "what is behind the rows is none";
+        << "what follows the rows is not a row";
     EXPECT_STREQ(settings().fixIp, "10.1.1.2");
     EXPECT_STREQ(settings().fixMask, "255.0.0.0");
     EXPECT_STREQ(settings().fixGw, "10.1.1.254");

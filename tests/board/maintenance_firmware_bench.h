@@ -54,7 +54,7 @@ struct FirmwareGround {
     std::map<std::string, fs::path> programs;
 };
 
-/** A file system that holds no more than a few blocks, over the upgrade folder. */
+/** A file system that holds only a few blocks, over the upgrade folder. */
 class SmallDisk {
 public:
     SmallDisk()

@@ -139,7 +139,7 @@ protected:
             return line.text.starts_with("firmware download complete");
         });
         if (complete == lines.end()) {
-            ADD_FAILURE() << "no end of the download";
+            ADD_FAILURE() << "the download has not ended";
             return lines;
         }
         lines.erase(lines.begin(), complete + 1);

@@ -41,7 +41,7 @@ TEST_F(MaintenanceServer, OpensItsPortOnTheAddress)
     EXPECT_EQ(option<int>(SO_RCVBUF), 2 * 2880) << "as the kernel counts";
     EXPECT_EQ(option<int>(SO_REUSEADDR), 0);
     const auto timeout = option<timeval>(SO_RCVTIMEO);
-    EXPECT_EQ(timeout.tv_sec, 0) << "the frame is waited for without an end";
+    EXPECT_EQ(timeout.tv_sec, 0) << "the wait for the frame is unbounded";
     EXPECT_EQ(timeout.tv_usec, 0);
 }
 
@@ -181,7 +181,7 @@ TEST_F(MaintenanceServer, TakesTheHardwareAddressOfItsInterface)
     peer.set_own_mac(kOwnMac);
     server.Close();
     server.GetHWaddr("lo");
-    EXPECT_EQ(peer.own_mac(), kOwnMac) << "without a socket nobody can be asked";
+    EXPECT_EQ(peer.own_mac(), kOwnMac) << "without a socket nothing can be queried";
 }
 
 // ---- construction and end
@@ -315,7 +315,7 @@ TEST_F(MaintenanceServer, ThreadServesOnUnlessAnEventEndsIt)
         EXPECT_EQ(scripted.GetState(), state) << result;
         EXPECT_TRUE(UdpServerTestPeer{scripted}.time_to_exit());
         scripted.ThreadMain();
-        EXPECT_EQ(scripted.calls, ends ? 1u : 3u) << "its end is for good";
+        EXPECT_EQ(scripted.calls, ends ? 1u : 3u) << "it stays ended";
     }
 }
 
@@ -325,7 +325,7 @@ TEST_F(MaintenanceServer, StateIsThatOfTheLastStart)
     scripted.ThreadMain();
     EXPECT_EQ(scripted.GetState(), 0x20u);
     EXPECT_EQ(scripted.Init("127.0.0.1", "no-such-service", nullptr), LXI_ERROR_INIT_SOCK_ADDR);
-    EXPECT_EQ(scripted.GetState(), 0u) << "also of one that fails";
+    EXPECT_EQ(scripted.GetState(), 0u) << "even of one that fails";
     EXPECT_TRUE(UdpServerTestPeer{scripted}.time_to_exit());
     ASSERT_EQ(scripted.Init("127.0.0.1", "0", nullptr), IF_SUCCESS);
     EXPECT_EQ(scripted.GetState(), 0u);

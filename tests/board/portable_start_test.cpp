@@ -227,7 +227,7 @@ TEST_F(PortableStart, SetsUpBusThenHardwareThenReadsTheSettings)
         pin 27 = 1
         pin 16 = 0
     )"));
-    EXPECT_EQ(board->gpio().level(27), 1) << "the first access of the EEPROM has raised it for good";
+    EXPECT_EQ(board->gpio().level(27), 1) << "the first access to the EEPROM has raised it permanently";
     EXPECT_NE(out->text().find("OrvanPortableDevice::read eeprom data done\n"), std::string::npos);
 }
 
@@ -561,7 +561,7 @@ TEST_F(PortableStart, TheEndDoesNotReturnWhileAChargeMonitorRuns)
         }).detach();
         board->trace().clear();
         for (int seconds = 0; seconds < 60; ++seconds) {
-            ASSERT_TRUE(board->clock().run(kSecond, 3)) << "all three threads go on";
+            ASSERT_TRUE(board->clock().run(kSecond, 3)) << "all three threads keep running";
         }
         EXPECT_FALSE(ended);
         EXPECT_EQ(board->trace().lines_with({"i2c 0x0b open"}).size(), 12u);

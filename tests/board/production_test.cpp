@@ -80,7 +80,7 @@ struct NewController {
         std::memcpy(&record, in_eeprom().data(), sizeof record);
         return record;
     }
-    /** Of the trace, what comes before the first message to the EEPROM. */
+    /** The trace before the first message to the EEPROM. */
     std::vector<std::string> until_the_eeprom()
     {
         std::vector<std::string> lines = board->trace().take();

@@ -47,7 +47,7 @@ struct Gaps {
 
 void PrintTo(const Gaps& gaps, std::ostream* out)
 {
-    *out << "EEPROM behind bytes {" << gaps.eeprom_bytes << "}, pages {" << gaps.eeprom_pages
+    *out << "EEPROM after bytes {" << gaps.eeprom_bytes << "}, pages {" << gaps.eeprom_pages
          << "}, file of length {" << gaps.file_bytes << "}";
 }
 
@@ -226,7 +226,7 @@ private:
         cut_at = bytes;
         file_at_cut.reset();
         operation();
-        ASSERT_TRUE(chip->dead()) << "cut behind byte " << bytes;
+        ASSERT_TRUE(chip->dead()) << "cut after byte " << bytes;
         // What the process did after the cut is undone.
         EXPECT_EQ(file_at_cut, backup ? std::optional(bytes_of(*backup)) : std::nullopt)
             << "the EEPROM comes first";
@@ -297,7 +297,7 @@ TEST_F(PowerCut, AChangeIsReadBackAsItWasBeforeOrAfter)
     eeprom = signed_identity("230042");
     backup = eeprom;
     EXPECT_EQ(cuts_of_a_write(), kNone);
-    EXPECT_GT(whole_after_cuts, 1024u) << "every cut in the file, and the ones behind the last byte";
+    EXPECT_GT(whole_after_cuts, 1024u) << "every cut in the file, and those after the last byte";
 }
 
 TEST_F(PowerCut, RestoringASignedBackupLosesNothing)
@@ -408,7 +408,7 @@ TEST_F(PowerCut, ANewerCopyAloneWithoutNewFieldsIsLostBetweenItsVersionAndTheEnd
     EXPECT_EQ(cuts_of_a_start(), (Gaps{"1015-1023", "0-14", ""}));
 }
 
-// As soon as the model is there, a piece of a record counts as a legacy copy with a serial of its own, and
+// As soon as the model is there, a piece of a record counts as a legacy copy with a real serial, and
 // wins over the file: from there to the end of the record.
 TEST_F(PowerCut, ALegacyBackupOfABlankEepromIsTornFromItsModelToTheEndOfItsRecord)
 {

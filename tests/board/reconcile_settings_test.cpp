@@ -30,7 +30,7 @@ protected:
     {
         return peer->build(&record, 1, generation);
     }
-    /** Every byte of the record, but for the model's, without a terminator anywhere. */
+    /** Every byte of the record except the model's, without a terminator anywhere. */
     static EEPROM_DEVICE_SETTINGS filled(char fill)
     {
         EEPROM_DEVICE_SETTINGS record;
@@ -64,7 +64,7 @@ TEST_F(ReadingSettings, WithoutDefaultsANewBoardIsSignedAsNothing)
     EXPECT_EQ(file(), cells());
 
     restart();
-    EXPECT_EQ(read_data(), &g_portableModelsTable[1]) << "such a copy is void, and the factory's follows";
+    EXPECT_EQ(read_data(), &g_portableModelsTable[1]) << "such a copy is invalid, and the factory's is used";
     EXPECT_TRUE(equal(live(), factory_settings()));
 }
 
@@ -113,7 +113,7 @@ TEST_F(ReadingSettings, AModelTableWithNoRowsKnowsNoCopy)
     peer.emplace(handler, closing_row);
     (*peer)->setEEPROMch(kEepromChannel);
     EXPECT_EQ(read_data(), nullptr);
-    EXPECT_TRUE(equal(live(), factory_settings())) << "and the instrument runs on with the factory's";
+    EXPECT_TRUE(equal(live(), factory_settings())) << "and the instrument runs with the factory's";
     EXPECT_EQ(logs.lines().back(), (LogLine{LOG_INFO, "OVX3651P"}));
 
     peer.emplace(handler, nullptr);
@@ -381,7 +381,7 @@ TEST_F(ReadingSettings, FactoryOptionsAreCode8AndTheDefaultsOfTheRowsAfterIt)
     EXPECT_EQ(options({{}, {4, 0, 1, 1, "A"}}), 8) << "no width, no option";
     EXPECT_EQ(options({{}, {4, 2, 0, 3, ""}}), 0x38) << "of any width, changeable or not, with a word or not";
     EXPECT_EQ(options({{}, {14, 4, 1, 0xff, "A"}, {16, 1, 1, 1, "B"}, {255, 1, 1, 1, "C"}}), 0xc008)
-        << "what lies beyond the word is lost";
+        << "what exceeds the word is lost";
     (*peer)->setFactoryDefault(&kDefaults, optBenchtop_Tbl, kOptionRows);
     EXPECT_EQ(live().options, 0x0098);
     (*peer)->setFactoryDefault(&kDefaults, optKsr7000_Tbl, kOptionRows);

@@ -128,8 +128,7 @@ TEST_F(WritingSettings, ForTheEepromAloneTheFileKeepsTheOldGeneration)
     EXPECT_EQ(file(), bytes_of(blob("230042")));
     logs.clear();
     write(false, true);
-    EXPECT_EQ(logs.lines(), (std::vector{kUnchanged}))
-        << "the EEPROM's copy is what counts, for the file too";
+    EXPECT_EQ(logs.lines(), (std::vector{kUnchanged})) << "the EEPROM's copy decides, for the file too";
 }
 
 TEST_F(WritingSettings, ForTheFileAloneTheChangeStaysNew)
@@ -219,7 +218,7 @@ TEST_F(WritingSettings, AFailedFileIsLoggedAndTheChangeCountsAsStored)
     fs::remove(kFile);
     restart();
     read_data();
-    EXPECT_EQ(file(), cells()) << "the next start brings the file back";
+    EXPECT_EQ(file(), cells()) << "the next start restores the file";
 }
 
 TEST_F(WritingSettings, BothStoresFailingIsLoggedTwice)

@@ -1,4 +1,4 @@
-// Invalid records and tables, and what each of them leads to through a whole start.
+// Invalid records and tables, and the effect of each on a complete start.
 
 #include <array>
 #include <cstddef>
@@ -235,7 +235,7 @@ TEST_F(BadSettings, WithAnEmptyModelTableEveryStartSignsTheFactorySettingsAgain)
             const size_t cycles = board->eeprom().write_cycles();
             EXPECT_EQ(start(), nullptr);
             const EEPROM_DEVICE_SETTINGS factory = factory_settings();
-            EXPECT_EQ(std::memcmp(&live(), &factory, sizeof factory), 0) << "no model's facts are put in";
+            EXPECT_EQ(std::memcmp(&live(), &factory, sizeof factory), 0) << "no model data is entered";
             EXPECT_EQ(row(7), row_of('I', "OVX3651P"));
             EXPECT_EQ(row(10), row_of('O', "8G,MOD,BAT")) << "the factory's frequency code";
             expect_stored(1);

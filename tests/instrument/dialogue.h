@@ -1,5 +1,5 @@
 /**
- * Dialogues with the instrument as they are written down: "> " and a line, "< " and its reply without its
+ * Dialogues with the instrument as text: "> " and a line, "< " and its reply without its
  * end.
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_DIALOGUE_H

@@ -90,7 +90,7 @@ TEST(Maintenance, AToolOnTheLanFindsTheInstrumentByBroadcastAndReadsItsIdentity)
     Client client = instrument.client();
     EXPECT_EQ(client.ask("*IDN?"), found[0].row('D') + "," + found[0].row('I') + "," + found[0].row('S') +
                                        "," + found[0].row('F') + ";+OK\r\n")
-        << "as a client is told";
+        << "as the client receives it";
 }
 
 TEST(Maintenance, AFrameForAnotherInstrumentIsNotAnswered)

@@ -188,7 +188,7 @@ TEST(MaintenanceTool, SendsAnUpdateOverALinkThatLosesAndDoubles)
     LossyRelay relay(maintenance_port(instrument), 0.1, 0.1);
     const Outcome updated = tool_through(relay.port(), update(pack(instrument, image)));
     EXPECT_GT(relay.lost(), 20U);
-    // The datagrams that show the restart may be among the lost; the tool then says that it does not know.
+    // The datagrams that show the restart may be among the lost; the tool then reports an unknown result.
     if (updated.status == 5) {
         EXPECT_THAT(updated.output, HasSubstr("orvan-maint: not known: ")) << updated.output;
     } else {

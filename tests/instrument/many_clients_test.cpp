@@ -17,7 +17,7 @@ namespace {
 const std::string kIdentity = "Halde Electronics Ltd.,OVX3654B,100001,1.19.145";
 const std::string kUndefinedHeader = "-ERR -113, \"Undefined header\"";
 
-// Each client has a setting of its own, and no two of them share a value.
+// Each client has its own setting, and no two of them share a value.
 struct Share {
     const char* header;
     const char* tag;

@@ -86,5 +86,5 @@ TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)
     const auto begin = Clock::now();
     ASSERT_EQ(::kill(service, SIGTERM), 0);
     expect_end_in_the_midst_of_a_command(instrument);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(45)) << "its patience is 15 s";
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(45)) << "its time limit is 15 s";
 }

@@ -291,7 +291,7 @@ TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
     }
     EXPECT_EQ(count(told, "sent: -ERR Unable to connect"), 0u) << told;
     EXPECT_EQ(element(instrument, 2, "chan_stat"), "OFF");
-    EXPECT_EQ(element(instrument, 2, "freq"), "5000000") << "loaded all the same";
+    EXPECT_EQ(element(instrument, 2, "freq"), "5000000") << "still loaded";
 
     // It returns with its own state, and gets the setup with the next recall.
     ASSERT_EQ(instrument.ctl({"module", "2", "start"}).status, 0);
@@ -463,7 +463,7 @@ TEST(Setups, OfAnotherModelAreLoadedAndRefusedOnlyByItsModule)
     const std::string told = drive(instrument, {kAllModules, "load 0", "recall 1"});
     expect_result(told, "recall 1: 0");
     EXPECT_EQ(count(told, "command :FREQuency sent: -ERR -222, \"Data out of range\""), 4u) << told;
-    EXPECT_EQ(element(instrument, 2, "freq"), "40000000000") << "the record tells what the file says";
+    EXPECT_EQ(element(instrument, 2, "freq"), "40000000000") << "the record holds the file's value";
     EXPECT_EQ(element(instrument, 2, "freq_max"), "40000000000");
     EXPECT_EQ(element(instrument, 2, "inf_model"), "\"OVX5354B\"");
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?;:POW?"), "1000000000;7;+OK");

@@ -176,7 +176,7 @@ TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndLogsWhy)
     EXPECT_NE(logged.find("the device did not start; the messages before this one say why\n"),
               std::string::npos)
         << logged;
-    EXPECT_TRUE(fs::exists(fs::path(folder) / "board/model")) << "it has been produced all the same";
+    EXPECT_TRUE(fs::exists(fs::path(folder) / "board/model")) << "it has still been produced";
     fs::remove_all(folder);
 }
 

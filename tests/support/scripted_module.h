@@ -24,7 +24,7 @@ struct ModuleAnswer {
         kCloseAtOnce, /**< ends its direction on accept, whatever the peer sends */
         kCloseMute,   /**< reads the request, closes without a word */
         kReset,       /**< reads the request, then aborts the connection with a RST */
-        kSilence,     /**< reads the request, says nothing until the peer closes */
+        kSilence,     /**< reads the request, sends nothing until the peer closes */
         kTwoSegments, /**< sends `text`; sends `second` when the peer has closed or 500 ms have passed */
         kSlow,        /**< sends `text` after `delay` */
     };

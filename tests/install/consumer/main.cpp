@@ -10,7 +10,7 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-// A platform of its own, by the base class's table of functions.
+// A custom platform, through the base class's virtual functions.
 class Handler : public IDeviceConnectionHandler {
 public:
     void enableMUX() override {}

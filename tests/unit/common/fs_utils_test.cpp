@@ -259,8 +259,8 @@ TEST_F(FsUtils, EmptyingAFolderRemovesAllItsContents)
     write_file(folder / ".hidden", "x");
     EXPECT_EQ(OrvanFSUtils::delete_files_in_dir(folder.path().c_str()), 0);
     EXPECT_THAT(folder.names(), IsEmpty());
-    EXPECT_TRUE(fs::is_directory(folder.path())) << "the folder itself stays";
-    EXPECT_EQ(OrvanFSUtils::delete_files_in_dir((folder.path() + "/").c_str()), 0) << "empty is well";
+    EXPECT_TRUE(fs::is_directory(folder.path())) << "the folder itself remains";
+    EXPECT_EQ(OrvanFSUtils::delete_files_in_dir((folder.path() + "/").c_str()), 0) << "empty is valid";
 }
 
 TEST_F(FsUtils, EmptyingAFolderRemovesItsFoldersBeforeItsFiles)

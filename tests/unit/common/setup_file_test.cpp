@@ -334,7 +334,7 @@ TEST_F(SetupFile, AReadOnlyFolderKeepsTheFormerSetup)
     ASSERT_TRUE(folder.make_read_only());
     ORVAN_CONFIG config = record_filled_with(0);
     EXPECT_EQ(data.save_cmd_config(path.c_str(), &config), -1);
-    EXPECT_EQ(data.init_cmd_config(path.c_str(), &config), 0) << "reading goes on";
+    EXPECT_EQ(data.init_cmd_config(path.c_str(), &config), 0) << "reading continues";
     EXPECT_EQ(read_file(path), "{}");
     EXPECT_THAT(folder.names(), ElementsAre("preset-1.json"));
 }

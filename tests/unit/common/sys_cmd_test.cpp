@@ -246,7 +246,7 @@ TEST(SysCmd, SignalsOfTheCommandAreAtTheirDefaults)
     EXPECT_EQ(run_system_cmd("kill -PIPE $$"), 128 + SIGPIPE);
     EXPECT_EQ(run_system_cmd("kill -TERM $$"), 128 + SIGTERM);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN) << "the caller's own are as they were";
+    EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN) << "the caller's are unchanged";
 }
 
 TEST(SysCmd, LeavesNoChildAndNoDescriptor)

@@ -247,7 +247,7 @@ TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
     }
     start();
     settle();
-    EXPECT_EQ(board->gpio().level(15), 0) << "an edge will not come by itself";
+    EXPECT_EQ(board->gpio().level(15), 0) << "no edge will follow";
     i2cIRQhandler();
     settle();
     // The locks are never held together, so the interrupt's thread may queue its code before this one's.
@@ -336,7 +336,7 @@ TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing
     )"));
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
     send_remote_code();
-    EXPECT_EQ(drain(1), std::vector<std::string>{"\xff"}) << "the sender is at work all the same";
+    EXPECT_EQ(drain(1), std::vector<std::string>{"\xff"}) << "the sender still runs";
 }
 
 TEST_F(KeyboardBridge, DescriptorZeroMeansNoKeypad)

@@ -262,7 +262,7 @@ TEST_F(Tca8418Driver, AnEventThatCannotBeReadBringsTheNextCall)
     chip.on_interrupt([&](int level) { levels.push_back(level); });
     fail_for(60'000);
     EXPECT_EQ(take(), kNothing);
-    EXPECT_EQ(levels, (std::vector<int>{0, 1, 0})) << "the edge that brings the next call";
+    EXPECT_EQ(levels, (std::vector<int>{0, 1, 0})) << "the edge that triggers the next call";
     EXPECT_EQ(take(), (Event{0, 4, 5, 0x80}));
     chip.on_interrupt({});
 }

@@ -152,7 +152,7 @@ TEST_F(LoadDatabase, ABootSetupWithAMissingFileFallsBackToTheFactorySetup)
         const auto& record = *reinterpret_cast<ORVAN_CONFIG*>(orvanx->get_channelDB(channel));
         EXPECT_EQ(record.ANALOGOUTPUT.Frequency, 1234567.0);
     }
-    EXPECT_EQ(orvanx->get_bootDBConfig(), 0) << "in memory; the settings' bus is never looked at";
+    EXPECT_EQ(orvanx->get_bootDBConfig(), 0) << "in memory; the settings' bus is never accessed";
     EXPECT_EQ(logs.lines(),
               (std::vector<LogLine>{{LOG_WARNING, "Validation Failed: Config 3 missing for Module 2"}}));
 }

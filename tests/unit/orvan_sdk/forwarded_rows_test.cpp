@@ -1,4 +1,4 @@
-// Every row that a module answers: what reaches the module, and what comes back, byte for byte.
+// Every row that a module answers: what reaches the module, and its reply, byte for byte.
 #include <mutex>
 #include <set>
 #include <utility>

@@ -248,7 +248,7 @@ TEST_F(ModuleUpdate, AnUnreadableFpgaImageIsStillSentAndForgottenAtTheNextVerdic
     EXPECT_EQ(modules[0].requests().at(0).substr(79), std::string(20, '\0') + "\r\n");
 
     orvanx->setNumberofChannels(0);
-    EXPECT_FALSE(orvanx->sendFPGAUpdateSCPICommandtoOrvanX()) << "nobody says otherwise";
+    EXPECT_FALSE(orvanx->sendFPGAUpdateSCPICommandtoOrvanX()) << "nothing says otherwise";
 }
 
 // ---- module software

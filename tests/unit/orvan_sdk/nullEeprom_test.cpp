@@ -212,7 +212,7 @@ TEST_F(FileStore, AFileInPlaceOfAParentFailsInMkdir)
 
 TEST_F(FileStore, AFolderCreatedMeanwhileIsNoFailure)
 {
-    // stat follows the link to nothing and fails, mkdir finds the link and says EEXIST.
+    // stat follows the dangling link and fails, mkdir finds the link and returns EEXIST.
     fs::create_directories("/home/orvan/halde");
     fs::create_symlink("/nowhere", kFolder);
     EXPECT_TRUE(store->init());

@@ -70,9 +70,9 @@ void run_in_own_process()
         printed = out.text() + err.text();
     }
     if (status != 0) {
-        FAIL() << "in a process of its own, with wait status " << status << ":\n" << printed;
+        FAIL() << "in a separate process, with wait status " << status << ":\n" << printed;
     }
-    GTEST_SKIP() << "has passed in a process of its own";
+    GTEST_SKIP() << "passed in a separate process";
 }
 
 } // namespace orvan_test

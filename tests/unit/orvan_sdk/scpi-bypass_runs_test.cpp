@@ -328,7 +328,7 @@ TEST_F(BypassRuns, BatchTextGetsItsLineEnd)
     EXPECT_EQ(module.requests(), (Requests{":FREQ 1;\r\n", ":FREQ 1;\r\n", ":FREQ 1;\r\n", ":FREQ 1;\n"}));
 }
 
-// ---- what the module says
+// ---- the module's replies
 
 TEST_F(BypassRuns, AModulesRefusalIsAResultAndNoErrorOfTheController)
 {

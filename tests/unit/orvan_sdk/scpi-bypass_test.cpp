@@ -123,7 +123,7 @@ TEST(SegmentError, StartsWithTheErrorWord)
     EXPECT_FALSE(is_seg_error(""));
 }
 
-// ---- the run's text, on a context of its own
+// ---- the run's text, on a separate context
 
 class RunText : public testing::Test {
 protected:

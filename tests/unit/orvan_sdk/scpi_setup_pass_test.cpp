@@ -38,7 +38,7 @@ TEST(ScpiPattern, IsThatOfTheFirstRowWithTheTag)
     };
     EXPECT_EQ(get_scpi_pattern(commands, 7), ":SET");
     EXPECT_EQ(get_scpi_pattern(commands, 8), ":ASK?");
-    EXPECT_EQ(get_scpi_pattern(commands, 9), "") << "the end row is none";
+    EXPECT_EQ(get_scpi_pattern(commands, 9), "") << "the end row does not count";
 }
 
 TEST(ScpiPattern, IsEmptyForATagThatNoRowHas)

@@ -44,7 +44,7 @@ TEST_F(TemperatureMonitor, OnlyTheChannelsNamedArePolled)
     poll();
     EXPECT_EQ(greatest(), 99.0);
     poll(2);
-    EXPECT_EQ(greatest(), 30.0) << "the former value of a channel that is not asked";
+    EXPECT_EQ(greatest(), 30.0) << "the former value of a channel that is not polled";
 }
 
 TEST_F(TemperatureMonitor, WithNoChannelsNothingIsPolledAndTheMaximumIsKept)
@@ -215,7 +215,7 @@ TEST_F(TemperatureMonitor, AModuleThatReturnsIsLiveAtTheNextPoll)
     EXPECT_EQ(greatest(), 33.5);
     EXPECT_EQ(text(2, ODT_TEMP), "33.5");
     EXPECT_EQ(verdict(kTempTest), kPassed);
-    EXPECT_EQ(verdict(kModulesTest), failure) << "its last failure stands";
+    EXPECT_EQ(verdict(kModulesTest), failure) << "its last failure is kept";
 }
 
 TEST_F(TemperatureMonitor, WhenTheOwnServerDoesNotAnswerTheSelectedChannelIsNotLive)

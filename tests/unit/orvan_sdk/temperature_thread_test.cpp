@@ -162,7 +162,7 @@ TEST_F(TemperatureThread, AnAnswerWithoutANumberEndsTheThreadForGood)
     EXPECT_TRUE(run_flag(*orvanx));
     EXPECT_EQ(logs.count(kExit.priority, kExit.text), 0u);
     EXPECT_EQ(behind(1).connections(), 2u);
-    EXPECT_EQ(behind(3).connections(), 1u) << "the channels behind it are not asked";
+    EXPECT_EQ(behind(3).connections(), 1u) << "the channels after it are not polled";
     EXPECT_EQ(board->clock().sleepers(), 0u);
     EXPECT_EQ(greatest(), 30.0);
 }

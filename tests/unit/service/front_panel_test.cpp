@@ -104,7 +104,7 @@ TEST_F(FrontPanelTest, EachKeyInUseIsNamedInTheLogAndItsMessageExecuted)
         EXPECT_TRUE(log.wait_for(LOG_NOTICE, std::string("front panel: ") + key.name));
     }
     panel.reset();
-    EXPECT_EQ(log.lines().size(), key_map().size()) << "a good reply is not worth a line";
+    EXPECT_EQ(log.lines().size(), key_map().size()) << "a good reply is not logged";
 }
 
 TEST_F(FrontPanelTest, KeysArriveInTheirOrder)

@@ -64,7 +64,7 @@ protected:
 TEST_F(IdleCostTest, TwoHundredAndFiftySixClientsCostLessThanAMegabyteAndNoThread)
 {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer keeps memory of its own for each descriptor";
+    GTEST_SKIP() << "the thread sanitizer keeps memory for each descriptor";
 #endif
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "AddressSanitizer keeps freed memory for a while, so nothing can be measured";
@@ -83,7 +83,7 @@ TEST_F(IdleCostTest, TwoHundredAndFiftySixClientsCostLessThanAMegabyteAndNoThrea
 TEST_F(IdleCostTest, IdleClientsWakeNoThread)
 {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer has a thread of its own that wakes all the time";
+    GTEST_SKIP() << "the thread sanitizer has its own thread, which wakes all the time";
 #endif
     TestClient idle(port);
     ASSERT_EQ(idle.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);

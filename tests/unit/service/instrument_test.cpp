@@ -188,7 +188,7 @@ TEST_F(InstrumentTest, RecordsFollowTheClientsTraffic)
     EXPECT_EQ(record.ANALOGOUTPUT.Power, -3.0);
 }
 
-// Every client writes a number of its own into one register and reads it back within the line, between lines
+// Every client writes its own number into one register and reads it back within the line, between lines
 // of other kinds; some leave in the middle of a line, a block or a reply.
 TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
 {

@@ -51,7 +51,7 @@ TEST(FanDrive, KeepsItsValueOnInvalidMessages)
     EXPECT_EQ(fan.messages(), 1u);
     EXPECT_EQ(fan.refused(), std::size(wrong));
     spi_exchange(fan, {});
-    EXPECT_EQ(fan.refused(), std::size(wrong)) << "a select without a byte is no message";
+    EXPECT_EQ(fan.refused(), std::size(wrong)) << "chip select without a byte is no message";
     spi_exchange(fan, {0, 0, 0x7f});
     EXPECT_EQ(fan.value(), 0x7f) << "one bad message does not spoil the next";
 }

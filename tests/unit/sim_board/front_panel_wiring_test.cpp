@@ -63,7 +63,7 @@ TEST(FrontPanelWiring, TheKeypadPullsPin15Down)
     EXPECT_EQ(wiringPiI2CReadReg8(keypad.fd, 0x04), 0x81);
     wiringPiI2CWriteReg8(keypad.fd, 0x02, 0x01);
     ASSERT_TRUE(board->gpio().wait_for_handlers());
-    EXPECT_EQ(g_calls, 2) << "an event is left, so the line falls again";
+    EXPECT_EQ(g_calls, 2) << "an event remains, so the line falls again";
     EXPECT_EQ(wiringPiI2CReadReg8(keypad.fd, 0x04), 0x01);
     wiringPiI2CWriteReg8(keypad.fd, 0x02, 0x01);
     EXPECT_EQ(digitalRead(15), 1);

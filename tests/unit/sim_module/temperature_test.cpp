@@ -96,5 +96,5 @@ TEST(ModuleTemperature, AHeldValueLastsUntilItIsReleased)
     EXPECT_EQ(temperature.read_at(seconds(100)), -5.126) << "as it was set";
     temperature.release();
     EXPECT_FALSE(temperature.is_held());
-    EXPECT_EQ(temperature.read_at(seconds(100)), before) << "the drift has gone on unseen";
+    EXPECT_EQ(temperature.read_at(seconds(100)), before) << "the drift has continued unseen";
 }

@@ -41,7 +41,7 @@ int entered(const Options& options, const std::function<int(const Inside&)>& bod
 
 #define SKIP_IF_REFUSED(status)                                                                              \
     if (WIFEXITED(status) && WEXITSTATUS(status) == kRefused) {                                              \
-        GTEST_SKIP() << "the kernel refuses a sandbox; the reason stands above";                             \
+        GTEST_SKIP() << "the kernel refuses a sandbox; the reason is above";                                 \
     }
 
 int open_listener(const std::string& text, int port)

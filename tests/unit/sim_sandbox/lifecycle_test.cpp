@@ -20,7 +20,7 @@ bool all_gone(int reading)
     return ::poll(&waiting, 1, 10'000) == 1 && (waiting.revents & POLLHUP) != 0;
 }
 
-/** Starts a process that outlives its parent, in a session of its own, and holds `fd`. */
+/** Starts a process that outlives its parent, in a new session, and holds `fd`. */
 int run_daemon(int fd)
 {
     if (::fork() == 0) {

@@ -15,7 +15,7 @@ namespace sandbox_test {
 /** A temporary directory, removed with the object. */
 class TemporaryDirectory {
 public:
-    /** \param parent  where it is made; /var/tmp for one that a sandbox shows */
+    /** \param parent  where it is created; /var/tmp for one that is visible in a sandbox */
     explicit TemporaryDirectory(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

@@ -279,7 +279,7 @@ TEST_F(SetupFile, DiffOmitsWhatARecallTakesFromTheInstrument)
               "1  ODT_CHAN_ENA            CHANNEL.Enabled                   OFF -> ON\n"
               "1  ODT_BOOT_P              SYSTEM.BOOTp                      OFF -> ON\n"
               "1  ODT_HOST                SYSTEM.HOSTname                   \"\" -> \"e\"\n");
-    EXPECT_EQ(lines_of(show({}).out).size(), 13u) << "the file has them all the same";
+    EXPECT_EQ(lines_of(show({}).out).size(), 13u) << "the file still has them";
 }
 
 TEST_F(SetupFile, BytesAfterATextsEndAreNoDifference)

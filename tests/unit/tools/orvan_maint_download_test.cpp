@@ -58,7 +58,7 @@ TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
         damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
         EXPECT_EQ(unpacked(damaged), "") << at;
     }
-    // Of a longer one that was begun before.
+    // Of an earlier, longer one.
     EXPECT_EQ(unpacked(scene.model.file + std::string(500, 'x')), "");
 }
 

@@ -111,7 +111,7 @@ TEST_F(OrvanSimCtl, WithoutPowerTheModulesStopAndReturnWithIt)
     EXPECT_TRUE(eventually([&] { return output().find("module power off\n") != std::string::npos; }));
     EXPECT_TRUE(
         sim({"ctl", "status"}).output.ends_with("module 1  without power\nmodule 2  without power\n"));
-    EXPECT_EQ(sim(reach).status, 124) << "nothing answers, not even to refuse";
+    EXPECT_EQ(sim(reach).status, 124) << "nothing answers, not even with a refusal";
     for (const char* command : {"start", "up", "hello"}) {
         EXPECT_EQ(sim({"ctl", "module", "2", command}).output, "orvan-sim: it is without power\n");
     }
