@@ -1,6 +1,6 @@
 /**
- * A third platform's board, and a device whose start-up ended at the SPI port: its operations work
- * there, and no thread runs.
+ * A third platform's board, and a device whose start-up ended at the SPI port: its operations work,
+ * and no thread runs.
  */
 #ifndef ORVAN_TESTS_BOARD_KSR7000_BENCH_H
 #define ORVAN_TESTS_BOARD_KSR7000_BENCH_H
