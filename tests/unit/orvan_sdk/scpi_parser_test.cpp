@@ -294,14 +294,14 @@ INSTANTIATE_TEST_SUITE_P(Lines, IsCommand, testing::Values(
     CommandCase{"Set",                  ":FREQ 1\r\n",             true },
     CommandCase{"Query",                ":FREQ?\r\n",              false},
     CommandCase{"Queries",              ":FREQ?;:POW?\n",          false},
-    CommandCase{"SetBehindQuery",       ":FREQ?;:POW 1\n",         true },
-    CommandCase{"SetAheadOfQuery",      ":OUTP ON;:OUTP?\n",       true },
+    CommandCase{"SetAfterQuery",        ":FREQ?;:POW 1\n",         true },
+    CommandCase{"SetBeforeQuery",       ":OUTP ON;:OUTP?\n",       true },
     CommandCase{"QuestionInParameter",  ":LIST:DEF \"what?\"\n",   false},
     CommandCase{"OneBlank",             " \n",                     true },
     CommandCase{"OneBlankAmongQueries", ":FREQ?; ;:POW?\n",        true },
     CommandCase{"OnlySeparators",       ";;;\n",                   false},
     CommandCase{"SeparatorAtTheEnd",    ":FREQ?;",                 false},
-    CommandCase{"BehindCarriageReturn", ":FREQ?\r:POW 1\n",        false},
+    CommandCase{"AfterCarriageReturn",  ":FREQ?\r:POW 1\n",        false},
     CommandCase{"SecondLine",           ":FREQ?\n:POW 1\n",        false}),
     [](const auto& tested) { return std::string(tested.param.name); });
 // clang-format on
