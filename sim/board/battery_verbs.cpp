@@ -10,7 +10,7 @@ bool has_battery(Board& board)
     return board.battery() != nullptr;
 }
 
-// The flow first, so that none of the new charge has gone by the old one.
+// The flow first, so that the old flow does not change the new charge.
 std::string set_battery(Board& board, Words words)
 {
     const auto percent = verb_number(words[0], 100);

@@ -26,18 +26,18 @@
 namespace sim_board {
 
 /**
- * A controller board of one platform at power-on: its pins, its buses as its wiring tells, its settings
- * EEPROM (CAT25640), its port expanders with what hangs on them, fan drive, keypad, battery and power
- * button. It does nothing by itself. Thread-safe.
+ * A controller board of one platform at power-on: pins, buses as its wiring defines them, settings EEPROM
+ * (CAT25640), port expanders and what is connected to them, fan drive, keypad, battery and power button. It
+ * is passive. Thread-safe.
  *
- * Further chips are put on with i2c().attach and spi().attach; faults stand before a chip, see insert_fault.
+ * Further chips are added with i2c().attach and spi().attach; faults are put in front of a chip, see
+ * insert_fault.
  */
 class Board {
 public:
     /**
-     * wiring: stays in use, so it must outlive the board. eeprom_image: path of the EEPROM's image file,
-     * empty for an erased chip that is kept nowhere. Throws std::system_error if it can't be used.
-     * clock_rate: see Clock.
+     * wiring: must outlive the board. eeprom_image: path of the EEPROM's image file; empty for an erased chip
+     * that is not saved. Throws std::system_error if the file can't be used. clock_rate: see Clock.
      */
     explicit Board(const BoardWiring& wiring, Clock::Mode mode = Clock::Mode::kRealTime,
                    const std::string& eeprom_image = {}, unsigned clock_rate = 1);
@@ -48,7 +48,7 @@ public:
     const BoardWiring& wiring() const { return m_wiring; }
     Trace& trace() { return m_trace; }
     Clock& clock() { return *m_clock; }
-    /** For a chip that is added and needs the time. */
+    /** For an added chip that needs the time. */
     std::shared_ptr<const Clock> shared_clock() const { return m_clock; }
     Gpio& gpio() { return m_gpio; }
     SpiBus& spi() { return m_spi; }
@@ -67,15 +67,15 @@ public:
     const std::shared_ptr<FanDrive>& fan() { return m_fan; }
     const std::shared_ptr<ModulationRelays>& relays() { return m_relays; }
 
-    /** Holds the power button or lets it go. */
+    /** Presses or releases the power button. */
     void power_button(bool pressed);
     bool power_button_pressed() const { return m_button_pressed; }
 
-    /** Whether the channel modules have power; on a board that can't switch it, always. */
+    /** Whether the channel modules have power; always true on a board that can't switch it. */
     bool module_power() const { return m_module_power; }
     /**
-     * Calls `watcher` when the power is switched, on the thread that does it and with the expander locked,
-     * so it must not come back here. Once, before use.
+     * Calls `watcher` when the power is switched, on the switching thread and with the expander locked, so it
+     * must not call the board. Call it once, before use.
      */
     void watch_module_power(std::function<void(bool on)> watcher);
 

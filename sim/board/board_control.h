@@ -11,8 +11,8 @@
 namespace sim_board {
 
 /**
- * The control socket of a process's board: verbs by line (board_verbs.h), each executed on the board that is
- * the current one then, on a thread of its own.
+ * The control socket of a process's board: one verb per line (board_verbs.h), executed on the current board
+ * by a separate thread.
  */
 class BoardControl {
 public:
@@ -30,8 +30,8 @@ private:
 };
 
 /**
- * The control of the path that the environment names. Null when it names none, and, told on standard error,
- * when the path is of no use.
+ * The control socket at the path set in the environment. Null when none is set, or, with a message on
+ * standard error, when the path can't be used.
  */
 std::unique_ptr<BoardControl> board_control_of_environment();
 

@@ -10,7 +10,7 @@
 namespace sim_board {
 namespace {
 
-/** Lines of a name and what stands there. */
+/** Lines of a name and a state. */
 class StateText {
 public:
     void add(std::string_view name, const char* format, ...) __attribute__((format(printf, 3, 4)))

@@ -8,7 +8,7 @@
 namespace sim_board {
 
 /**
- * Where everything on the board stands, in a user's words, a line each:
+ * The state of everything on the board, in a user's words, one line each:
  *
  *     board                             benchtop
  *     RF output, slot 1                 on
@@ -18,9 +18,8 @@ namespace sim_board {
  *     power button                      released
  *     expander 0x20                     latch A 0x20 B 0x00, inputs A 0x00 B 0x6e, pins A 0x20 B 0x20
  *
- * It only looks: no access is made that a chip would notice. A function stands as its output latch says,
- * which is what the controller asked for; where the pin is an input, the chip drives nothing, and that is
- * told.
+ * No access is made that a chip would notice. A function is shown as its output latch has it, which is what
+ * the controller set; a pin that is an input, and so not driven, is marked.
  */
 std::string board_state(Board& board);
 

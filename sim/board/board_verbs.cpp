@@ -68,7 +68,7 @@ std::string note_serving(Board& board, Words)
 }
 
 constexpr BoardVerb kState[] = {
-    {"board", "", "where relays, outputs, fan and lines stand", 0, 0, nullptr, show_state},
+    {"board", "", "the state of relays, outputs, fan and lines", 0, 0, nullptr, show_state},
     {"serving", "", "the instrument serves: from now on the clock shortens periods, too", 0, 0, nullptr,
      note_serving},
 };

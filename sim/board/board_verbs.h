@@ -10,12 +10,12 @@
 
 namespace sim_board {
 
-/** The words behind a verb. */
+/** The words after a verb. */
 using Words = std::span<const std::string_view>;
 
 /**
- * Something that can be asked of a board or done to it from outside. The reply is of lines, each with its
- * LF: "ok" and, where there is something to tell, lines behind it, or one "error <text>".
+ * A query or an action on a board from outside. The reply is lines, each ending in LF: "ok" and possibly more
+ * lines after it, or a single "error <text>".
  */
 struct BoardVerb {
     std::string_view name;
@@ -23,14 +23,14 @@ struct BoardVerb {
     std::string_view help;
     size_t least_words;
     size_t most_words;
-    /** Whether the board has what the verb is about; null where every board has. */
+    /** Whether the board has what the verb needs; null where every board has. */
     bool (*fits)(Board& board);
     std::string (*run)(Board& board, Words words);
 };
 
 /**
  * @name The verbs of a part of the board
- * Each table stands beside its functions; all_verbs lists the tables.
+ * Each table is next to its functions; all_verbs lists the tables.
  * @{
  */
 extern const std::span<const BoardVerb> kStateVerbs;
@@ -43,10 +43,10 @@ extern const std::span<const BoardVerb> kKeypadVerbs;
 
 std::span<const std::span<const BoardVerb>> all_verbs();
 
-/** Executes one line on the board, given without its line end. "help" lists the verbs that the board has. */
+/** Executes one line, without its line end, on the board. "help" lists the board's verbs. */
 std::string execute_on_board(Board& board, std::string_view line);
 
-/** A word as a decimal number from 0 to `most`; empty when it is none. */
+/** A word as a decimal number from 0 to `most`; empty when it is not one. */
 std::optional<int> verb_number(std::string_view word, int most);
 
 /** What verbs reply. */

@@ -10,13 +10,13 @@ namespace sim_board {
 
 /**
  * The battery charge controller: the word registers that the controller writes, which keep their value and
- * are 0 at power-on. What their bits do is not modelled. Thread-safe.
+ * are 0 at power-on. The effect of their bits is not modelled. Thread-safe.
  */
 class ChargeController : public SmbusWordDevice {
 public:
     static constexpr uint8_t kRegisters[] = {0x12, 0x14, 0x31, 0x3e, 0x3f};
 
-    /** The bench side: a register's value; throws std::out_of_range for one that it does not have. */
+    /** For tests: a register's value; throws std::out_of_range for a register that does not exist. */
     uint16_t word(uint8_t reg) const;
 
 private:

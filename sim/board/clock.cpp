@@ -32,7 +32,7 @@ uint64_t Clock::sleep_us(uint64_t us)
         if (m_starting_up && us >= kPeriodUs) {
             us = sleep_start_up(lock, us);
         }
-        const unsigned rate = us < kShortUs ? 1 : m_rate; // short ones at rate would only burn the CPU
+        const unsigned rate = us < kShortUs ? 1 : m_rate; // scaling short waits would only burn CPU time
         sleep_real(lock, std::chrono::nanoseconds(std::min(us, kLongestUs) * 1000 / rate));
     } else if (m_released) {
         m_now_us += us;
@@ -56,7 +56,7 @@ uint64_t Clock::poll_us(uint64_t us)
     return now_locked();
 }
 
-// Result: what is left.
+// Returns the time left.
 uint64_t Clock::sleep_start_up(std::unique_lock<std::mutex>& lock, uint64_t us)
 {
     const auto begin = steady_clock::now();

@@ -12,11 +12,11 @@
 namespace sim_board {
 
 /**
- * The board's time, in microseconds since the board was made. It runs by itself, as fast as the world's or a
- * whole number of times faster, or stands still until a test advances it; then a thread in sleep_us wakes
- * only when the time has been advanced to the end of its wait.
+ * The board's time, in microseconds since the board was made. It runs in real time or an integer number of
+ * times faster, or is manual: then it only moves when a test advances it, and a thread in sleep_us wakes when
+ * the time has been advanced to the end of its wait.
  *
- * Thread-safe. A test of a background thread waits for it to fall asleep, advances, and waits again:
+ * Thread-safe. A test of a background thread waits until it sleeps, advances, and waits again:
  *
  *     clock.wait_for_sleepers(1);
  *     clock.advance(120'000'000);
@@ -28,8 +28,8 @@ public:
     static constexpr std::chrono::milliseconds kBound{10000};
 
     /**
-     * rate: how many times faster than the world's a clock in real time runs, at least 1. Waits below a
-     * millisecond are waited as they are all the same.
+     * rate: how many times faster than real time a running clock is, at least 1. Waits below a millisecond
+     * are not shortened.
      */
     explicit Clock(Mode mode, unsigned rate = 1) : m_mode(mode), m_rate(rate) {}
     Clock(const Clock&) = delete;
@@ -38,23 +38,23 @@ public:
     Mode mode() const { return m_mode; }
     uint64_t now_us() const;
 
-    /** Waits `us` microseconds of this clock, or until release(). Result: the time at which it woke. */
+    /** Waits `us` microseconds of this clock, or until release(). Returns the time at which it woke. */
     uint64_t sleep_us(uint64_t us);
 
     /**
-     * The same for one more round of a loop that polls what is not on the board. On a clock that runs it
-     * takes at least kPollUs of the world's time, so that such a loop costs next to nothing.
+     * The same for one round of a loop that polls something other than the board. On a running clock it takes
+     * at least kPollUs of real time, so that such a loop costs next to nothing.
      */
     uint64_t poll_us(uint64_t us);
     static constexpr uint64_t kPollUs = 10'000;
 
-    /** From this on a wait is a period of something that runs all the time. */
+    /** A wait of at least this is the period of a background task. */
     static constexpr uint64_t kPeriodUs = 10'000'000;
 
     /**
-     * Between these a period takes as long as in the world; at the end what is left of it is shortened. The
-     * rate does not make an instrument compute faster, so its first periods would end before its start does,
-     * which they do not on a real one.
+     * Between these calls a period takes real time; at the end the rest of it is shortened. The rate does not
+     * make an instrument compute faster, so its first periods would otherwise end before its start-up does,
+     * unlike on a real one.
      */
     void start_up_begins();
     void start_up_ends();
@@ -63,17 +63,16 @@ public:
     static constexpr uint64_t kShortUs = 1000;
 
     /**
-     * Moves a manual clock on. The threads whose wait ends in that time wake in the order of their ends,
-     * each at its own time and only after the one before has left its wait. Does not wait for what they do
-     * next: a thread that sleeps again within the span may find the span over. Call it from a thread that is
-     * not itself asleep on the clock.
+     * Advances a manual clock. Threads whose wait ends in the span wake in order, each at its own time and
+     * only after the previous one has left its wait. Does not wait for what they do next: a thread that
+     * sleeps again within the span may find it over. Not for a thread that sleeps on the clock.
      */
     void advance(uint64_t us);
 
     /**
      * As advance, but lets `threads` threads fall asleep before every step and after the last one, so that a
      * loop of 5 seconds runs 24 times in a span of two minutes. False if they do not within `bound` of real
-     * time; the time then stands where it got to.
+     * time; the clock then stays where it is.
      */
     bool run(uint64_t us, size_t threads, std::chrono::milliseconds bound = kBound);
 
@@ -85,8 +84,8 @@ public:
     bool wait_for_sleepers(size_t count, std::chrono::milliseconds bound = kBound);
 
     /**
-     * Ends all waits, now and from now on. A manual clock still counts the waits that are asked for, so that
-     * a poll of a busy chip comes to its end. For the end of a test.
+     * Ends all present and future waits. A manual clock still counts the waits requested, so that polling a
+     * busy chip terminates. For the end of a test.
      */
     void release();
 
@@ -110,7 +109,7 @@ private:
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     std::mutex m_advancing; // one advance at a time; taken before m_mutex
     mutable std::mutex m_mutex;
-    std::condition_variable m_changed; // a thread fell asleep, or one that was woken has left
+    std::condition_variable m_changed; // a thread fell asleep, or a woken one has left
     std::list<Sleeper*> m_sleepers;    // by end, then by arrival
     size_t m_leaving = 0;
     uint64_t m_now_us = 0; // manual clock only
@@ -120,9 +119,9 @@ private:
 };
 
 /**
- * While it lives, the waits of the thread that made it do not sleep: they advance a manual clock by
- * themselves. For a test that calls on its own thread what waits for hardware, while background threads
- * sleep. One at a time on a clock.
+ * During its lifetime the waits of the thread that made it advance a manual clock instead of sleeping. For a
+ * test that itself calls code that waits for hardware, while background threads sleep. One at a time on a
+ * clock.
  */
 class SelfAdvancing {
 public:

@@ -13,7 +13,7 @@
 namespace sim_board {
 namespace {
 
-// wiringPi's functions cannot throw, so an image that is of no use leaves a board that forgets.
+// wiringPi's functions cannot throw, so an unusable image leaves a board that does not save.
 std::shared_ptr<Board> make_board(const BoardEnvironment& environment)
 {
     try {
@@ -61,7 +61,7 @@ struct Current {
     std::shared_ptr<Board> board = first_board();
 };
 
-// Never destroyed: threads of the library live as long as the process and may be on the board at its end.
+// Never destroyed: the library's threads live as long as the process and may use the board at exit.
 Current& current()
 {
     static Current* const instance = new Current;

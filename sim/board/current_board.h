@@ -8,17 +8,17 @@
 namespace sim_board {
 
 /**
- * The board on which hw_* and wiringPi's functions work, in the whole process. Never null: at first the
- * board that the environment tells, see environment.h. Thread-safe; the caller's pointer keeps the board
- * alive, also when another one takes its place.
+ * The board on which hw_* and wiringPi's functions work, process-wide. Never null: at first the board that
+ * the environment describes, see environment.h. Thread-safe; the caller's pointer keeps the board alive even
+ * when it is replaced.
  */
 std::shared_ptr<Board> current_board();
 
-/** Makes a board the current one and gives back the one before. */
+/** Makes a board the current one and returns the previous one. */
 std::shared_ptr<Board> set_current_board(std::shared_ptr<Board> board);
 
 /**
- * A board that is the current one as long as this lives. At the end the board before is current again and
+ * Makes a board the current one for its own lifetime. On destruction the previous board is current again and
  * this one is stopped: its waits end and its interrupt threads are joined.
  */
 class InstalledBoard {

@@ -20,11 +20,11 @@ const Cat25Type& cat25_type(std::string_view name)
 Cat25Eeprom::Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clock, const std::string& image)
     : m_type(type), m_clock(std::move(clock)), m_image(image), m_cells(m_image.load(type.capacity + 1, 0xff))
 {
-    // An image of the cells alone, and a new one, has no status byte yet; 0xFF is no value of it.
+    // A new image, or one of the cells alone, has no status byte; 0xFF is not a valid one.
     const uint8_t kept = m_cells.back();
     m_kept_status = kept == 0xff ? 0 : kept & status_bits_written();
     m_cells.pop_back();
-    // A whole image stays untouched, so that its file's time tells of writes to the chip.
+    // A complete image is not touched, so that its modification time is that of the last chip write.
     if (kept != m_kept_status) {
         m_image.store(0, m_cells);
         m_image.store(m_type.capacity, {&m_kept_status, 1});
@@ -186,8 +186,8 @@ bool Cat25Eeprom::cell_locked(size_t address) const
     return address >= first_locked[(m_kept_status & (kBp1 | kBp0)) / kBp0];
 }
 
-// More data than a page roll over to its first cell and overwrite what came before. A refused write leaves
-// the write enable latch as it is.
+// Data beyond a page wraps to its first cell and overwrites what came before. A refused write leaves the
+// write enable latch unchanged.
 void Cat25Eeprom::write_page()
 {
     if (!m_write_enabled || m_data.empty() || cell_locked(m_address)) {
@@ -220,7 +220,7 @@ void Cat25Eeprom::begin_cycle()
     ++m_write_cycles;
 }
 
-// Bus accesses come in through C functions, which no exception may leave.
+// Bus accesses arrive through C functions, which must not throw.
 void Cat25Eeprom::store(size_t offset, std::span<const uint8_t> bytes)
 {
     try {

@@ -49,13 +49,13 @@ const Cat25Type& cat25_type(std::string_view name);
 
 /**
  * A CAT25 chip: WREN, WRDI, RDSR, WRSR, READ, WRITE; the status register with RDY, WEL, BP0, BP1 and WPEN;
- * page writes that roll over within their page; a write cycle of 5 ms on the board's clock, during which
- * only RDSR is taken. The identification page (IPL, LIP) is not there: these bits read 0.
+ * page writes that wrap within their page; a write cycle of 5 ms on the board's clock, during which only RDSR
+ * is accepted. The identification page (IPL, LIP) is not modelled: these bits read 0.
  *
- * Clocks behind the opcode of WREN and WRDI do not matter; they take effect when chip select rises.
+ * Clocks after the opcode of WREN and WRDI are ignored; these take effect when chip select rises.
  *
- * The image file holds the cells and behind them one byte, the non-volatile bits of the status register. A
- * new chip is erased: all cells 0xFF, status 0. The steering part is thread-safe.
+ * The image file holds the cells and then one byte, the non-volatile bits of the status register. A new chip
+ * is erased: all cells 0xFF, status 0. The functions for tests are thread-safe.
  */
 class Cat25Eeprom : public SpiDevice {
 public:
@@ -77,17 +77,17 @@ public:
     };
     static constexpr uint64_t kWriteCycleUs = 5000;
 
-    /** image: path of the image file, empty for none. Throws std::system_error if it can't be used. */
+    /** image: path of the image file, empty for none. Throws std::system_error if the file can't be used. */
     Cat25Eeprom(const Cat25Type& type, std::shared_ptr<const Clock> clock, const std::string& image = {});
 
     const Cat25Type& type() const { return m_type; }
     std::vector<uint8_t> contents() const;
     uint8_t status() const;
-    /** How many write cycles were begun, of pages and of the status register. */
+    /** Write cycles begun, of pages and of the status register. */
     size_t write_cycles() const;
-    /** Programs cells from outside, with no write cycle. */
+    /** Programs cells directly, without a write cycle. */
     void program(size_t address, std::span<const uint8_t> bytes);
-    /** The level of the WP input; it is active low and high at first. */
+    /** The level of the WP input; active low, initially high. */
     void set_write_protect_pin(int level);
 
     bool follows(uint8_t mode, uint32_t hertz) const override;
@@ -121,8 +121,8 @@ private:
     mutable bool m_cycle_runs = false;
     uint64_t m_cycle_end_us = 0;
 
-    // The instruction under way, from one fall of chip select to its rise.
-    uint8_t m_opcode = 0; // 0: none, or one that is not taken
+    // The instruction in progress, while chip select is low.
+    uint8_t m_opcode = 0; // 0: none, or one that is not accepted
     size_t m_received = 0;
     size_t m_address = 0;
     std::vector<uint8_t> m_data;

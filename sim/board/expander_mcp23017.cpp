@@ -135,7 +135,7 @@ Mcp23017::Location Mcp23017::locate(uint8_t address) const
             in_port <= kLastOfPort && address <= kLastOfBank1};
 }
 
-// In byte mode the pointer stays; with BANK = 0 it swings between the two registers of the pair.
+// In byte mode the pointer stays; with BANK = 0 it toggles between the two registers of the pair.
 uint8_t Mcp23017::following(uint8_t address) const
 {
     const uint8_t iocon = at(kIocon, kA);
@@ -198,11 +198,11 @@ void Mcp23017::end_interrupt(Port port)
     }
     at(kIntf, port) = 0;
     m_compared[port] = pin_levels(port);
-    report_outputs(); // the output goes idle for a moment even if the cause lasts
+    report_outputs(); // the output goes idle briefly even if the cause persists
     check_interrupt(port);
 }
 
-// The first cause is kept until GPIO or INTCAP is read; what comes in between causes nothing.
+// The first cause is kept until GPIO or INTCAP is read; until then further changes have no effect.
 void Mcp23017::check_interrupt(Port port)
 {
     if (at(kIntf, port) != 0) {

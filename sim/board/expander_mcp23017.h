@@ -16,7 +16,7 @@ namespace sim_board {
  * and byte mode, pull-ups, interrupt on change with its INTA and INTB outputs, reset input. Not modelled:
  * DISSLW and HAEN of IOCON, which only keep their value.
  *
- * An input that nothing drives reads 1 with its GPPU bit set, else 0. Thread-safe.
+ * An undriven input reads 1 with its GPPU bit set, else 0. Thread-safe.
  */
 class Mcp23017 : public I2cDevice {
 public:
@@ -40,49 +40,47 @@ public:
     enum Iocon : uint8_t {
         kIntpol = 0x02, // INT outputs are active high
         kOdr = 0x04,    // INT outputs are open drain, active low; overrides INTPOL
-        kSeqop = 0x20,  // 1: the address pointer does not run on
+        kSeqop = 0x20,  // 1: the address pointer does not increment
         kMirror = 0x40, // both INT outputs show both ports
-        kBank = 0x80,   // registers of a port lie side by side, port B from 0x10
+        kBank = 0x80,   // registers of a port are contiguous, port B from 0x10
     };
 
     Mcp23017();
 
     /**
-     * @name The bench side
+     * @name For tests
      * @{
      */
     uint8_t reg(Register which, Port port) const;
     /** The levels on the pins of a port: outputs as OLAT, inputs as driven or pulled. */
     uint8_t pins(Port port) const;
     /**
-     * Drives the pins of `mask` from outside with the bits of `levels`; where the expander drives too, it
-     * wins.
+     * Drives the pins of `mask` from outside with the bits of `levels`; the expander wins on its outputs.
      */
     void drive(Port port, uint8_t mask, uint8_t levels);
-    /** Lets go of the pins of `mask`. */
+    /** Stops driving the pins of `mask`. */
     void release(Port port, uint8_t mask);
     /**
-     * Calls `listener` with the output latch of a port whenever it has been written, or cleared by a reset,
-     * under the rules of on_interrupt.
+     * Calls `listener` with the output latch of a port whenever it is written, or cleared by a reset, under
+     * the rules of on_interrupt.
      */
     void on_latch(std::function<void(Port port, uint8_t latch)> listener);
     /** Whether INTA or INTB is at 1; an open drain output has a pull-up on the board. */
     int interrupt_level(Port output) const;
     /**
      * Calls `listener` with each new level of INTA and INTB, on the thread of the access that changed it and
-     * with the chip locked, so it must not come back here. An empty one ends that.
+     * with the chip locked, so it must not call the chip. An empty one removes the listener.
      */
     void on_interrupt(std::function<void(Port output, int level)> listener);
     /**
-     * Calls `listener` with the levels of a port whenever a pin has changed, under the rules of
-     * on_interrupt.
+     * Calls `listener` with the levels of a port whenever a pin changes, under the rules of on_interrupt.
      */
     void on_pins(std::function<void(Port port, uint8_t levels)> listener);
     /** @} */
 
     bool write(std::span<const uint8_t> bytes) override;
     bool read(std::span<uint8_t> bytes) override;
-    /** Sets all registers to their power-on values; until it is released the chip acknowledges nothing. */
+    /** Resets all registers to their power-on values; the chip acknowledges nothing until released. */
     void set_reset(bool asserted) override;
 
 private:
@@ -113,9 +111,9 @@ private:
     std::array<std::array<uint8_t, 2>, kRegisters> m_registers{};
     uint8_t m_pointer = 0;
     bool m_in_reset = false;
-    std::array<uint8_t, 2> m_driven{};   // mask of the pins that something outside drives
-    std::array<uint8_t, 2> m_levels{};   // with which level
-    std::array<uint8_t, 2> m_compared{}; // the pins as a change is measured against
+    std::array<uint8_t, 2> m_driven{};   // mask of the pins driven from outside
+    std::array<uint8_t, 2> m_levels{};   // their levels
+    std::array<uint8_t, 2> m_compared{}; // reference for detecting a change
     std::array<int, 2> m_reported{1, 1};
     std::function<void(Port, int)> m_listener;
     std::array<uint8_t, 2> m_reported_pins{};

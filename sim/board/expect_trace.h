@@ -9,8 +9,8 @@
 namespace sim_board {
 
 /**
- * The first line in which a trace differs from the expected text, told in a few lines, or an empty text.
- * In `expected` the indentation of a line and blank lines do not count, so it can be a raw string literal.
+ * Describes, in a few lines, the first line in which a trace differs from the expected text; empty if none.
+ * Indentation and blank lines in `expected` are ignored, so it can be a raw string literal.
  */
 std::string first_difference(const std::vector<std::string>& actual, std::string_view expected);
 

@@ -1,4 +1,4 @@
-// The functions of the seam and of wiringPi, on the current board.
+// The functions of hw.h and wiringPi, on the current board.
 
 #include <array>
 #include <memory>
@@ -18,22 +18,22 @@ using sim_board::Trace;
 
 namespace {
 
-// The locks belong to the process and not to a board: one that is held while the board changes stays held.
+// The locks belong to the process, not to a board: they stay held when the board changes.
 std::mutex* numbered_lock(int key)
 {
     static auto* const locks = new std::array<std::mutex, 4>;
     return key >= 0 && key < 4 ? &(*locks)[static_cast<size_t>(key)] : nullptr;
 }
 
-// A thread that asks for the same short wait again, with no access of its own to the board in between, polls
-// what is not on it: thousands of waits a second for hours.
+// A thread that repeats a short wait without accessing the board in between polls something else, thousands
+// of times a second for hours.
 class PollingThread {
 public:
     bool polls(uint64_t us) const
     {
         return us < Clock::kShortUs && us == m_us && Trace::added_by_this_thread() == m_lines;
     }
-    /** Once the wait stands in the trace. */
+    /** After the wait is in the trace. */
     void waits(uint64_t us)
     {
         m_us = us;

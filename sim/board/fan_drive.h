@@ -11,20 +11,20 @@
 namespace sim_board {
 
 /**
- * The fan drive: takes messages of three bytes, two zeros and the drive value, and keeps the value when chip
- * select rises. Its data output is not connected. What is no such message changes nothing. Thread-safe.
+ * The fan drive: takes messages of three bytes, two zeros and the drive value, and latches the value when
+ * chip select rises. Its data output is not connected. Any other message is ignored. Thread-safe.
  */
 class FanDrive : public SpiDevice {
 public:
     /**
-     * @name The bench side
+     * @name For tests
      * @{
      * The drive value; empty until the first message, when the fan runs at full speed.
      */
     std::optional<uint8_t> value() const;
-    /** Fan speed in percent: 255 is standstill, 0 full speed. */
+    /** Fan speed in percent; a drive value of 255 is standstill, 0 full speed. */
     int speed() const;
-    /** Messages taken, and those that were none. */
+    /** Messages accepted, and messages ignored. */
     size_t messages() const;
     size_t refused() const;
     /** @} */

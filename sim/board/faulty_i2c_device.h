@@ -12,20 +12,20 @@ namespace sim_board {
 
 enum class I2cFault { kNone, kAbsent, kNotAcknowledging };
 
-/** Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe. */
+/** Injects faults in front of a chip; everything else is passed through. Thread-safe. */
 class FaultyI2cDevice : public I2cDevice {
 public:
-    /** `chip` may be null: nothing is fitted, whatever the faults say. */
+    /** `chip` may be null: not fitted, whatever the faults. */
     explicit FaultyI2cDevice(std::shared_ptr<I2cDevice> chip) : m_chip(std::move(chip)) {}
 
     /** Not fitted: the address can't be opened. */
     void absent(bool on);
-    /** The address opens, and no access is acknowledged. */
+    /** The address can be opened, but no access is acknowledged. */
     void not_acknowledging(bool on);
-    /** Which of the two is on; a chip that is absent can't refuse either. */
+    /** Which of the two is active; absent takes precedence. */
     I2cFault fault() const;
     /**
-     * `count` more transfers are acknowledged and the ones behind them are not; nullopt ends that. A
+     * `count` more transfers are acknowledged, later ones are not; nullopt removes the limit. A
      * register read is two transfers, a write one.
      */
     void refuse_after(std::optional<size_t> count);
@@ -49,7 +49,7 @@ private:
     uint8_t m_flip_mask = 0;
 };
 
-/** Puts a faulty device before what is at the address of the bus now. */
+/** Puts a faulty device in front of what is at that address of the bus now. */
 std::shared_ptr<FaultyI2cDevice> insert_fault(I2cBus& bus, uint8_t address);
 
 } // namespace sim_board

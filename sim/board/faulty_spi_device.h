@@ -12,17 +12,17 @@
 
 namespace sim_board {
 
-/** Stands before a chip and does it harm. Everything that is not spoilt reaches the chip. Thread-safe. */
+/** Injects faults in front of a chip; everything else is passed through. Thread-safe. */
 class FaultySpiDevice : public SpiDevice {
 public:
-    /** `chip` may be null: nothing is fitted, whatever the faults say. */
+    /** `chip` may be null: not fitted, whatever the faults. */
     explicit FaultySpiDevice(std::shared_ptr<SpiDevice> chip) : m_chip(std::move(chip)) {}
 
     /** Nothing answers: all bytes received are 0xFF. */
     void absent(bool on);
     /** The busy bit of an EEPROM sticks at 1: bit 0 of every reply to RDSR (0x05). */
     void stuck_busy(bool on);
-    /** `count` more messages go out, the ones behind them fail with EIO; nullopt ends that. */
+    /** `count` more messages are sent, later ones fail with EIO; nullopt removes the limit. */
     void refuse_after(std::optional<size_t> count);
     /**
      * Flips the bits of `mask` in the byte received at `index` (0 is received with the opcode) in messages
@@ -30,10 +30,10 @@ public:
      */
     void flip_reply_bits(uint8_t opcode, size_t index, uint8_t mask);
     /**
-     * In the next message that begins with `opcode` and is that long the supply is lost behind `bytes`
-     * bytes, the opcode's own included. What had come until then is stored as if chip select had risen
-     * there, and the chip is dead until power_on(). A page write cut behind its first k bytes: opcode 0x02,
-     * 1 + address bytes + k.
+     * In the next message that begins with `opcode` and is long enough, power is lost after `bytes` bytes,
+     * the opcode included. What was received until then is stored as if chip select had risen there, and the
+     * chip is dead until power_on(). To cut a page write after its first k bytes: opcode 0x02, 1 + address
+     * bytes + k.
      */
     void cut_power_in(uint8_t opcode, size_t bytes);
     bool dead() const;
@@ -70,7 +70,7 @@ private:
     size_t m_position = 0;
 };
 
-/** Puts a faulty device before what hangs on the target of the bus now; see SpiBus::attach. */
+/** Puts a faulty device in front of what is at that target of the bus now; see SpiBus::attach. */
 std::shared_ptr<FaultySpiDevice> insert_fault(SpiBus& bus, std::string_view target);
 
 } // namespace sim_board

@@ -4,8 +4,8 @@
 namespace sim_board {
 
 /**
- * Which lines of the keypad controller the front panel's keys are on: rows from 0 and columns from 0. Its
- * other lines lead nowhere.
+ * Which lines of the keypad controller the front panel's keys are on; rows and columns count from 0. The
+ * other lines are not connected.
  */
 inline constexpr int kKeyRows = 6;
 inline constexpr int kKeyColumns = 10;

@@ -24,7 +24,7 @@ const char* Gpio::obstacle(int pin) const
     return m_set_up ? " -> no such pin" : " -> before setup";
 }
 
-// The watcher runs outside the lock: it may reach a chip, and chips reach pins.
+// The watcher runs outside the lock: it may access a chip, and chips access pins.
 void Gpio::change(int pin, const std::function<void(Pin&)>& apply)
 {
     std::function<void(int)> watcher;

@@ -13,9 +13,8 @@
 namespace sim_board {
 
 /**
- * The pins 0 to 31 by wiringPi's numbers. At power-on all are inputs. Accesses before setup() have no
- * effect, as they would have none on the instrument; the trace shows them with "-> before setup".
- * Thread-safe.
+ * The pins 0 to 31 by wiringPi's numbers. At power-on all are inputs. Accesses before setup() have no effect,
+ * as on the instrument; the trace shows them with "-> before setup". Thread-safe.
  */
 class Gpio {
 public:
@@ -24,7 +23,7 @@ public:
     explicit Gpio(Trace& trace) : m_trace(trace) {}
 
     /**
-     * @name What wiringPi does
+     * @name As wiringPi
      * @{
      */
     int setup();
@@ -36,23 +35,23 @@ public:
     /** @} */
 
     /**
-     * @name What the bench does
+     * @name For tests and wiring
      * @{
-     * The level from outside, which an input shows. An edge calls the handler of the pin on its thread.
+     * Sets the level that an input reads. An edge calls the pin's handler on its thread.
      */
     void drive(int pin, int level);
-    /** The level of the pin now: what is driven into an input, what an output drives. */
+    /** The present level of the pin, driven from outside or by the output. */
     int level(int pin) const;
     /**
-     * Calls `watcher` with every new level of the pin, on the thread that changes it. For wiring, before
-     * use.
+     * Calls `watcher` with every new level of the pin, on the thread that changes it. For wiring; call it
+     * before use.
      */
     void watch(int pin, std::function<void(int level)> watcher);
     /** While true, isr() fails with EIO. */
     void refuse_isr(bool refuse);
     /** Waits until every handler called so far has returned. */
     bool wait_for_handlers(std::chrono::milliseconds bound = std::chrono::milliseconds(10000));
-    /** Ends the interrupt threads; edges call nothing any more. Not from a handler. */
+    /** Ends the interrupt threads; edges are ignored from then on. Not from a handler. */
     void stop();
     /** @} */
 

@@ -31,8 +31,8 @@ std::string hex(const char* format, unsigned value)
     return text;
 }
 
-// "[0x12] = 0x0004" for what was written, "[0x12] -> 0x04" for what was read, without brackets where the
-// access has no register. A word is shown as the number it is, low byte first on the wire.
+// "[0x12] = 0x0004" for a write, "[0x12] -> 0x04" for a read, without brackets where the access has no
+// register. A word is shown as a number; its low byte comes first on the wire.
 std::string access_text(std::span<const uint8_t> sent, std::span<const uint8_t> received, bool done)
 {
     const auto number = [](std::span<const uint8_t> data) {

@@ -15,17 +15,16 @@
 namespace sim_board {
 
 /**
- * The I2C bus with its chips by 7-bit address, as wiringPi's calls use it. Thread-safe: one access at a
- * time.
+ * The I2C bus and its chips by 7-bit address, as wiringPi's calls use it. Thread-safe: one access at a time.
  */
 class I2cBus {
 public:
     explicit I2cBus(Trace& trace) : m_trace(trace) {}
 
     /**
-     * @name What wiringPi does
-     * All give -1 with errno set on failure: ENXIO where no chip is fitted, EREMOTEIO for a missing
-     * acknowledge, EBADF for a handle that is not one. Register numbers and data are cut to their width.
+     * @name As wiringPi
+     * All return -1 with errno set on failure: ENXIO where no chip is fitted, EREMOTEIO for a missing
+     * acknowledge, EBADF for an invalid handle. Register numbers and data are truncated to their width.
      * @{
      */
     int open(int address);
@@ -37,20 +36,20 @@ public:
     int write_register16(int fd, int reg, int value);
     /** @} */
 
-    /** Puts a chip at an address, in place of what is there; null takes it away. */
+    /** Puts a chip at an address, replacing what is there; null removes it. */
     void attach(uint8_t address, std::shared_ptr<I2cDevice> device);
     std::shared_ptr<I2cDevice> device(uint8_t address) const;
-    /** Where something is attached, in ascending order. */
+    /** The addresses in use, in ascending order. */
     std::vector<uint8_t> addresses() const;
 
     /**
-     * Whether the address of a chip that is not fitted can be opened all the same, so that only the accesses
-     * fail. False at first.
+     * Whether the address of a chip that is not fitted can be opened, so that only accesses fail. Default
+     * false.
      */
     void open_without_device(bool allowed);
     /**
-     * The next successful open() returns this descriptor number, whatever it stood for before: a process
-     * that was started without a standard input gets 0.
+     * The next successful open() returns this descriptor number, replacing what it was: a process started
+     * without standard input gets 0.
      */
     void open_next_as(int fd);
 

@@ -18,7 +18,7 @@ constexpr FaultName kFaults[] = {
     {"nack", I2cFault::kNotAcknowledging},
 };
 
-// "0x20", as data sheets and the trace have it, or decimal.
+// "0x20", as in data sheets and the trace, or decimal.
 std::optional<uint8_t> address_of(std::string_view text)
 {
     const bool is_hex = text.starts_with("0x") || text.starts_with("0X");

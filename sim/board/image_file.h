@@ -10,8 +10,8 @@
 namespace sim_board {
 
 /**
- * The file in which a memory chip keeps its cells, written through at every change: a process that is killed
- * at any moment leaves in the file what it had stored until then. Without a path nothing is kept.
+ * The file with the cells of a memory chip, written through at every change: when the process is killed, the
+ * file has everything stored until then. Without a path nothing is saved.
  */
 class ImageFile {
 public:
@@ -21,7 +21,7 @@ public:
     ImageFile(const ImageFile&) = delete;
     ImageFile& operator=(const ImageFile&) = delete;
 
-    /** The first `size` bytes of the file; `fill` stands for those it does not have. */
+    /** The first `size` bytes of the file, padded with `fill`. */
     std::vector<uint8_t> load(size_t size, uint8_t fill) const;
     /** Throws std::system_error if the bytes can't be written. */
     void store(size_t offset, std::span<const uint8_t> bytes);

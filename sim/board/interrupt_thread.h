@@ -9,7 +9,7 @@
 
 namespace sim_board {
 
-/** The thread on which the interrupt handler of one pin is called, once for each edge, one after the other.
+/** The thread that calls the interrupt handler of one pin, once for each edge, one after the other.
  */
 class InterruptThread {
 public:
@@ -19,9 +19,9 @@ public:
     InterruptThread& operator=(const InterruptThread&) = delete;
 
     void set_handler(void (*handler)());
-    /** One more call. */
+    /** Queues one call. */
     void notify();
-    /** Waits until every call so far has returned. False at `deadline`. */
+    /** Waits until all calls so far have returned. False at `deadline`. */
     bool wait_idle(std::chrono::steady_clock::time_point deadline);
 
 private:

@@ -7,10 +7,10 @@ namespace {
 
 constexpr uint8_t kPressed = 0x80;
 constexpr uint8_t kInterrupts = 0x1f;
-constexpr uint8_t kLockEnable = 0x40; // of KEY_LCK_EC, its only bit that can be written
+constexpr uint8_t kLockEnable = 0x40; // of KEY_LCK_EC, its only writable bit
 constexpr int kCtrlAltDel[] = {1, 11, 21};
 
-// Every third register stands for COL8 and COL9 alone.
+// Every third register is for COL8 and COL9 only.
 constexpr bool is_third_of_lines(uint8_t address)
 {
     return address >= Tca8418::kGpioIntStat1 && (address - Tca8418::kGpioIntStat1) % 3 == 2;
@@ -87,7 +87,7 @@ void Tca8418::add_event(uint8_t event)
     }
 }
 
-// K_INT stays while events are left; the output shows that anew only with INT_CFG set.
+// K_INT stays set while events are left; the output is asserted again only with INT_CFG set.
 void Tca8418::clear_interrupts(uint8_t bits)
 {
     const bool key_events_left = (m_registers[kIntStat] & kKInt) != 0 && !m_fifo.empty();

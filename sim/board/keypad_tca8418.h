@@ -15,8 +15,8 @@ namespace sim_board {
 /**
  * The keypad controller TCA8418: key matrix, FIFO of ten events, interrupt status (write 1 to clear) and its
  * output, overflow in both modes, Ctrl-Alt-Del on keys 1, 11 and 21, address auto-increment. Not modelled:
- * keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for
- * which the output rests with INT_CFG set have no length here.
+ * keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for which
+ * INT_CFG deasserts the output take no time here.
  *
  * Thread-safe.
  */
@@ -30,12 +30,12 @@ public:
         kCfg = 0x01,
         kIntStat = 0x02,      // write 1 to clear
         kKeyLckEc = 0x03,     // bits 0 to 3: events in the FIFO
-        kKeyEventA = 0x04,    // reading takes the oldest event: 0x80 press, bits 0 to 6 the key; 0 for none
-        kKeyEventJ = 0x0d,    // B to J: the younger ones, which reading leaves there
+        kKeyEventA = 0x04,    // reading removes the oldest event: 0x80 press, bits 0 to 6 the key; 0 for none
+        kKeyEventJ = 0x0d,    // B to J: the newer ones, which reading does not remove
         kKpLckTimer = 0x0e,   // to UNLOCK2
         kGpioIntStat1 = 0x11, // to GPIO_INT_STAT3; read only
         kGpioDatStat1 = 0x14, // to GPIO_DAT_STAT3; read only
-        kGpioDatOut1 = 0x17,  // from here on in threes: ROW0 to 7, COL0 to 7, COL8 and 9
+        kGpioDatOut1 = 0x17,  // from here in groups of three: ROW0 to 7, COL0 to 7, COL8 and 9
         kKpGpio1 = 0x1d,      // 1: the line belongs to the matrix
         kGpioPull3 = 0x2e,
         kRegisters = 0x2f,
@@ -43,35 +43,35 @@ public:
     enum Cfg : uint8_t {
         kKeIen = 0x01,      // a key event sets K_INT and asserts the output
         kOvrFlowIen = 0x08, // an overflow asserts the output
-        kIntCfg = 0x10,     // 1: clearing lets the output rest for a moment though events are left
-        kOvrFlowM = 0x20,   // 0: an event too many is lost, 1: it pushes the oldest out
-        kAi = 0x80,         // the register address runs on
+        kIntCfg = 0x10,     // 1: clearing deasserts the output briefly although events are left
+        kOvrFlowM = 0x20,   // on overflow 0: the new event is lost, 1: the oldest
+        kAi = 0x80,         // the register address increments
     };
     enum IntStat : uint8_t { kKInt = 0x01, kOvrFlowInt = 0x08, kCadInt = 0x10 };
 
     /**
-     * @name The bench side
+     * @name For tests
      * @{
-     * Presses or releases a key. False if there is no such key or it is so already. Keys on lines that do
-     * not belong to the matrix cause no event.
+     * Presses or releases a key. False if there is no such key or its state does not change. Keys on lines
+     * outside the matrix cause no event.
      */
     bool press(int row, int column) { return move(row, column, true); }
     bool release(int row, int column) { return move(row, column, false); }
     bool is_held(int row, int column) const;
-    /** A register as it is; reading it here takes no event. */
+    /** A register's value; reading it here removes no event. */
     uint8_t reg(uint8_t address) const;
     /** The level of the INT output: open drain, active low, pulled up. */
     int interrupt_level() const;
     /**
      * Calls `listener` with each new level of INT, on the thread that changed it and with the chip locked,
-     * so it must not come back here. An empty one ends that.
+     * so it must not call the chip. An empty one removes the listener.
      */
     void on_interrupt(std::function<void(int level)> listener);
     /** @} */
 
     bool write(std::span<const uint8_t> bytes) override;
     bool read(std::span<uint8_t> bytes) override;
-    /** Power-on values; the keys stay as they are held. Until it is released the chip acknowledges nothing.
+    /** Power-on values; keys held stay held. The chip acknowledges nothing until released.
      */
     void set_reset(bool asserted) override;
 

@@ -9,7 +9,7 @@ bool has_keypad(Board& board)
     return board.keypad() != nullptr;
 }
 
-// A line of the matrix; what is wrong, if anything, goes into `complaint`.
+// A line of the matrix; sets `complaint` if it is invalid.
 std::optional<int> line_of(std::string_view word, int lines, const char* what, std::string& complaint)
 {
     const auto line = verb_number(word, lines - 1);
@@ -20,7 +20,7 @@ std::optional<int> line_of(std::string_view word, int lines, const char* what, s
     return line;
 }
 
-// A key that is held already, or is not, stays so.
+// No change if the key is already in that state.
 std::string push_key(Board& board, Words words)
 {
     std::string complaint;

@@ -10,7 +10,7 @@
 
 namespace sim_board {
 
-/** What the board hangs on an output line of a port expander, in a user's words. */
+/** What an output line of a port expander controls, in a user's words. */
 struct LineFunction {
     std::string_view name;
     uint8_t address;
@@ -18,13 +18,13 @@ struct LineFunction {
     uint8_t bit;
     std::string_view at_0;
     std::string_view at_1;
-    /** What holds while the pin is an input, as after a reset; empty where that is what the latch says. */
+    /** The state while the pin is an input, as after a reset; empty where the latch decides. */
     std::string_view as_input;
 };
 
 /**
- * The functions of a platform's board, in the order in which a user looks for them. Slots are those of the
- * board; with one or two modules the last ones are in use.
+ * The functions of a platform's board, in the order a user would look for them. Slots are those of the board;
+ * with one or two modules the last ones are used.
  */
 std::span<const LineFunction> line_functions(const BoardWiring& wiring);
 

@@ -13,9 +13,9 @@ namespace sim_board {
 /**
  * The latching relays that connect the external modulation inputs to the four slots of the benchtop's board.
  *
- * A slot has two. The path relay stands at 0, for the external pulse input and for FM, or at 1, for the
- * slot's own modulator and for AM. The input relay, once set, puts the external analog input on that path;
- * whatever throws the path relay releases it. So each of the four combinations is a routing of its own.
+ * Each slot has two. The path relay is at 0, for the external pulse input and for FM, or at 1, for the slot's
+ * own modulator and for AM. The input relay, when set, connects the external analog input to that path;
+ * switching the path relay releases it. So each of the four combinations is a different routing.
  *
  * The coils are on two decoders of eight outputs. A decoder is addressed by three port lines, and when its
  * strobe line rises it throws the coil at the address that the lines had before:
@@ -24,9 +24,9 @@ namespace sim_board {
  *     one      B 0x80  A 0x20, B 0x20, A 0x40   path of slots 1 to 4 to 0     path of slots 1 to 3 to 1
  *     two      B 0x08  A 0x08, B 0x02, A 0x10   input of slots 1 to 4 set     4: path of slot 4 to 1
  *
- * The lines are those of the output latches, also where a pin is set as an input: the controller drives the
- * relays by way of pins that it has made inputs for the power button. A relay keeps its position when its
- * lines change and when the expander is reset. Thread-safe.
+ * The lines are those of the output latches, even where a pin is an input: the controller drives the relays
+ * through pins that it has made inputs for the power button. A relay keeps its position when its lines change
+ * and when the expander is reset. Thread-safe.
  */
 class ModulationRelays {
 public:
@@ -46,7 +46,7 @@ public:
 
     /** slot: from 1. */
     Slot slot(size_t number) const;
-    /** Coils thrown so far; a strobe at an address without a coil is none. */
+    /** Coils energised so far; a strobe at an address without a coil does not count. */
     size_t throws() const;
 
 private:

@@ -8,9 +8,9 @@
 namespace sim_board {
 
 /**
- * Tells whoever reads a pipe whether the channel modules have power: "1" or "0" for what holds now, and
- * another one for every switch from then on. It never waits for the reader. Throws std::system_error when
- * the path can't be opened for that, as a pipe that nobody reads.
+ * Reports to a pipe whether the channel modules have power: "1" or "0" for the present state, and another one
+ * for every later switch. It never waits for the reader. Throws std::system_error when the path can't be
+ * opened, as for a pipe without a reader.
  */
 void report_module_power(Board& board, const std::string& path);
 

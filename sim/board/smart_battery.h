@@ -10,14 +10,14 @@
 namespace sim_board {
 
 /**
- * A battery by SBData 1.1, three lithium cells with 6600 mAh, whose charge
- * drains and fills on the board's clock at a constant current. Of its functions it has those below; it
- * counts in mA and mAh whatever CAPACITY_MODE says. Thread-safe.
+ * A battery by SBData 1.1, three lithium cells with 6600 mAh, whose charge drains and fills on the board's
+ * clock at a constant current. It has the functions below and counts in mA and mAh whatever CAPACITY_MODE
+ * says. Thread-safe.
  */
 class SmartBattery : public SmbusWordDevice {
 public:
     enum Command : uint8_t {
-        kBatteryMode = 0x03,           // the only one that can be written; keeps its value
+        kBatteryMode = 0x03,           // the only writable one; keeps its value
         kTemperature = 0x08,           // 0.1 K
         kVoltage = 0x09,               // mV, from 9000 when empty to 12600 when full
         kCurrent = 0x0a,               // mA, signed: positive while it charges
@@ -41,21 +41,21 @@ public:
     static constexpr int kDrainMa = 1500;
     static constexpr int kFillMa = 2000;
 
-    /** At first full and filling: with nothing left to take, its current is 0. */
+    /** Initially full and charging, so its current is 0. */
     explicit SmartBattery(std::shared_ptr<const Clock> clock);
 
     /**
-     * @name The bench side
+     * @name For tests
      * @{
-     * percent: 0 to 100, cut to that; RelativeStateOfCharge shows it as given.
+     * percent: clamped to 0 to 100; RelativeStateOfCharge shows it as given.
      */
     void set_charge(int percent);
-    /** A battery that is empty or full gives or takes nothing more; its current is then 0. */
+    /** The current is 0 when the battery is empty or full. */
     void set_flow(Flow flow);
     Flow flow() const;
-    /** Taken out, its address can't be opened; its charge stands still. */
+    /** When removed, its address can't be opened and its charge does not change. */
     void set_fitted(bool fitted);
-    /** What a read of that word gives; throws std::out_of_range for a function that it does not have. */
+    /** What a read of that word returns; throws std::out_of_range for an unknown function. */
     uint16_t word(Command command) const;
     /** @} */
 

@@ -21,7 +21,7 @@ bool SmbusWordDevice::read(std::span<uint8_t> bytes)
     if (!word) {
         return false;
     }
-    for (size_t i = 0; i < bytes.size(); ++i) { // behind the word the bus rests high
+    for (size_t i = 0; i < bytes.size(); ++i) { // after the word the bus stays high
         bytes[i] = i == 0   ? static_cast<uint8_t>(*word & 0xff)
                    : i == 1 ? static_cast<uint8_t>(*word >> 8)
                             : uint8_t{0xff};

@@ -9,8 +9,8 @@
 namespace sim_board {
 
 /**
- * A chip whose registers are words, low byte first, each with a command code of its own (SMBus read word and
- * write word). A command code that it does not have is not acknowledged.
+ * A chip whose registers are words, low byte first, each with its own command code (SMBus read word and write
+ * word). Unknown command codes are not acknowledged.
  */
 class SmbusWordDevice : public I2cDevice {
 public:
@@ -18,7 +18,7 @@ public:
     bool read(std::span<uint8_t> bytes) final;
 
 protected:
-    /** Both with m_mutex held. Empty, or false, where there is nothing to read or to write. */
+    /** Both with m_mutex held. Empty, or false, where the register can't be read or written. */
     virtual std::optional<uint16_t> word_at(uint8_t command) const = 0;
     virtual bool set_word(uint8_t command, uint16_t value) = 0;
 

@@ -15,8 +15,8 @@
 namespace sim_board {
 namespace {
 
-// The _IOC fields of a message tell its size, so its request number is a range of values: SPI_IOC_MESSAGE(0),
-// which in the header's form has an array of no elements, and those above.
+// The size of a message is part of its request number, so a message is any request like SPI_IOC_MESSAGE(0)
+// whatever its size; the macro itself would need an array of no elements.
 constexpr unsigned long kMessage = _IOC(_IOC_WRITE, SPI_IOC_MAGIC, 0, 0);
 
 bool is_message(unsigned long request)

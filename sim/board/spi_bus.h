@@ -20,22 +20,21 @@ struct spi_ioc_transfer;
 namespace sim_board {
 
 /**
- * The spidev nodes and the chips behind them, selected by the pins of the wiring. Thread-safe: one message
- * at a time.
+ * The spidev nodes and their chips, selected by the pins of the wiring. Thread-safe: one message at a time.
  *
- * As the kernel does it: mode, word size and clock belong to a node and outlive its descriptors; a transfer
- * may set its own clock and word size (0: the node's); cs_change between two transfers lifts chip select.
- * The words have 8 bits. cs_change at the last transfer is a hint that is not followed: chip select rises.
+ * As in the kernel, mode, word size and clock belong to a node and outlive its descriptors; a transfer may
+ * set its own clock and word size (0: the node's); cs_change between two transfers deasserts chip select.
+ * Words have 8 bits. cs_change on the last transfer is ignored: chip select rises.
  */
 class SpiBus {
 public:
-    /** Bytes sent, or received, in one message; more is refused with EMSGSIZE. */
+    /** Most bytes sent, or received, in one message; more is refused with EMSGSIZE. */
     static constexpr size_t kMessageLimit = 4096;
 
     SpiBus(const BoardWiring& wiring, Gpio& gpio, Clock& clock, Trace& trace);
 
     /**
-     * @name What the seam does; -1 with errno set on failure
+     * @name As hw.h; -1 with errno set on failure
      * @{
      */
     int open(const char* path, int flags);
@@ -44,8 +43,8 @@ public:
     /** @} */
 
     /**
-     * Hangs a chip on a target of the wiring ("eeprom", "fan"), in place of what is there; null takes it
-     * away. Throws std::out_of_range for a target that the wiring does not have.
+     * Connects a chip to a target of the wiring ("eeprom", "fan"), replacing what is there; null removes it.
+     * Throws std::out_of_range for an unknown target.
      */
     void attach(std::string_view target, std::shared_ptr<SpiDevice> device);
     std::shared_ptr<SpiDevice> device(std::string_view target) const;
@@ -53,8 +52,8 @@ public:
     /** Makes a node appear or disappear; a node that is gone can't be opened (ENOENT). */
     void set_node_present(const std::string& path, bool present);
     /**
-     * Lets a request (SPI_IOC_WR_MODE ...) fail with the errno value, at every node; 0 ends that. A message
-     * is known as SPI_IOC_MESSAGE(0), whatever its count.
+     * Makes a request (SPI_IOC_WR_MODE ...) fail with the errno value, on every node; 0 ends that.
+     * SPI_IOC_MESSAGE(0) means messages of any count.
      */
     void refuse_request(unsigned long request, int error);
 

@@ -6,30 +6,30 @@
 namespace sim_board {
 
 /**
- * A chip on the SPI bus. The bus makes one call at a time; a chip that is also steered by a test guards its
- * own state.
+ * A chip on the SPI bus. The bus makes one call at a time; a chip that tests also control guards its own
+ * state.
  */
 class SpiDevice {
 public:
     virtual ~SpiDevice() = default;
 
     /**
-     * Whether the chip can follow a transfer in this SPI mode (0 to 3) at this clock. If not, it takes
-     * nothing of it and its output line stays at 1.
+     * Whether the chip can follow a transfer in this SPI mode (0 to 3) at this clock. If not, it ignores it
+     * and its output line stays at 1.
      */
     virtual bool follows(uint8_t mode, uint32_t hertz) const = 0;
 
-    /** An errno value if the controller refuses the message that is about to begin, 0 if it goes out. */
+    /** An errno value if the controller refuses the next message, 0 if it is sent. */
     virtual int refuse_message() { return 0; }
 
     /** Chip select falls. */
     virtual void select() {}
-    /** Eight clocks: takes a byte and gives one at the same time. */
+    /** Eight clocks: receives a byte and returns the one sent at the same time. */
     virtual uint8_t exchange(uint8_t sent) = 0;
     /** Chip select rises. */
     virtual void deselect() {}
 
-    /** The supply comes back after a loss. */
+    /** Power returns after a loss. */
     virtual void power_on() {}
 };
 

@@ -14,7 +14,7 @@
 namespace sim_board {
 
 /**
- * Every access to the board and every wait, in the order in which they took place, one line of text each:
+ * Every access to the board and every wait, in order, one line of text each:
  *
  *     pins setup
  *     pin 26 output
@@ -37,12 +37,12 @@ namespace sim_board {
  */
 class Trace {
 public:
-    /** Beyond `limit` lines the oldest are dropped, so that a board that runs for weeks stays small. */
+    /** Beyond `limit` lines the oldest are dropped, so that memory stays bounded over weeks. */
     explicit Trace(size_t limit = 65536) : m_limit(limit) {}
 
     /**
-     * Makes the text of a line. It is called when somebody asks for the line, on any thread and as often as
-     * one asks, so it holds what it needs by value. Few of the lines that are kept are ever read.
+     * Makes the text of a line. Called each time the line is read, on any thread, so it holds what it needs
+     * by value. Few of the lines kept are ever read.
      */
     using Line = std::function<std::string()>;
     void add(Line line);
@@ -54,10 +54,10 @@ public:
     std::vector<std::string> lines() const;
     /** The lines that begin with one of the prefixes, in order. */
     std::vector<std::string> lines_with(std::initializer_list<std::string_view> prefixes) const;
-    /** The lines so far, which are removed. */
+    /** Removes and returns the lines so far. */
     std::vector<std::string> take();
     void clear();
-    /** How many lines were dropped since the last clear or take. */
+    /** Lines dropped since the last clear or take. */
     size_t dropped() const;
 
 private:
@@ -67,10 +67,10 @@ private:
     size_t m_dropped = 0;
 };
 
-/** What printf would print, cut behind 255 characters. */
+/** What printf would print, truncated to 255 characters. */
 std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/** "00 7f ff", the first 16 bytes and "... 1027 bytes" when there are more, which are not looked at. */
+/** "00 7f ff", the first 16 bytes and "... 1027 bytes" when there are more, which are not read. */
 constexpr size_t kShownBytes = 16;
 std::string hex_bytes(const unsigned char* bytes, size_t count);
 

@@ -22,7 +22,7 @@ constexpr SpiTargetWiring kPortableTargets[] = {
     {"eeprom", 5, kNode, kPortableEeprom},
 };
 
-// The benchtop's interrupt is armed on port B 0x20 against a compare value of 1, so that line rests high.
+// The benchtop's interrupt is armed on port B 0x20 against a compare value of 1, so that line idles high.
 constexpr ExpanderWiring kBenchtopExpanders[] = {
     {0x20, 0x00, 0x20},
     {0x24, 0x00, 0x00},
@@ -31,18 +31,18 @@ constexpr ExpanderWiring kKsr7000Expanders[] = {
     {0x20, 0x00, 0x00},
     {0x24, 0x00, 0x00},
 };
-// The module has power as long as nothing switches it off.
+// The module has power unless it is switched off.
 constexpr uint8_t kModulePower = 0x80;
 constexpr ExpanderWiring kPortableExpanders[] = {
     {0x20, kModulePower, 0x00},
 };
 
-// INTB is active low, and the power button is awaited as a rising edge of pin 2.
+// INTB is active low, and the power button is expected as a rising edge of pin 2.
 constexpr InterruptWiring kPowerButtonInterrupt[] = {
     {0x20, Mcp23017::kB, 2, true},
 };
 
-// The benchtop's interrupt watches one line of the button and the wait for its release another.
+// The benchtop's interrupt uses one line of the button, the wait for its release another.
 constexpr PowerButtonWiring kBenchtopPowerButton{-1, 0x20, 0x40, 0x20};
 constexpr PowerButtonWiring kKsr7000PowerButton{-1, 0x20, 0x40, 0x00};
 constexpr PowerButtonWiring kPortablePowerButton{22, 0, 0, 0};

@@ -14,23 +14,23 @@ struct PinLevel {
     int level;
 };
 
-/** A chip select: the chip named so is selected while its node's own select is low and all pins are as given.
+/** A chip select: selects the chip of this name while its node's own select is low and all pins match.
  */
 struct SpiTargetWiring {
     std::string_view name;
-    unsigned multiplexer_number; // the channel number by which the multiplexer knows it
+    unsigned multiplexer_number; // its channel number on the multiplexer
     std::string_view node;
     std::span<const PinLevel> selected_by;
 };
 
-/** A port expander and what the board drives into the pins of its ports when nothing happens. */
+/** A port expander and the idle levels that the board drives into the pins of its ports. */
 struct ExpanderWiring {
     uint8_t address;
     uint8_t idle_high_a;
     uint8_t idle_high_b;
 };
 
-/** An interrupt output of an expander that reaches a pin, through an inverter or not. */
+/** An interrupt output of an expander that is connected to a pin, possibly through an inverter. */
 struct InterruptWiring {
     uint8_t address;
     Mcp23017::Port output;
@@ -38,7 +38,7 @@ struct InterruptWiring {
     bool inverted;
 };
 
-/** The power button: a pin that it pulls to 0, or lines of port B of an expander. */
+/** The power button: a pin that it pulls low, or lines of port B of an expander. */
 struct PowerButtonWiring {
     int pin; // -1 where it reaches an expander
     uint8_t address;
@@ -46,7 +46,7 @@ struct PowerButtonWiring {
     uint8_t low_while_pressed;
 };
 
-/** What of the controller board differs between the platforms. Pins have wiringPi's numbers. */
+/** How the controller boards of the platforms differ. Pins have wiringPi's numbers. */
 struct BoardWiring {
     std::string_view name;
     std::span<const std::string_view> spi_nodes;

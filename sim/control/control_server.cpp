@@ -29,7 +29,7 @@ public:
 private:
     void on_ready(short revents) override
     {
-        // A peer that has hung up may have left commands behind; they are executed all the same.
+        // A peer that has hung up may have left commands; they are still executed.
         const bool readable = (revents & POLLIN) != 0;
         const bool open = readable ? receive() : (revents & (POLLERR | POLLHUP)) == 0;
         if (!open || !send_replies()) {
@@ -82,7 +82,7 @@ namespace {
     throw std::system_error(number, std::generic_category(), what);
 }
 
-/** True for a socket that nobody listens on any more. Other files are not ours to remove. */
+/** True for a socket without a listener. Other files are not ours to remove. */
 bool is_left_over(const sockaddr_un& name)
 {
     struct stat status = {};

@@ -1,4 +1,4 @@
-/** A control socket: any number of connections on a path, commands by line. */
+/** A control socket: any number of connections on a path, one command per line. */
 #ifndef ORVAN_SIM_CONTROL_CONTROL_SERVER_H
 #define ORVAN_SIM_CONTROL_CONTROL_SERVER_H
 
@@ -18,15 +18,15 @@ class ControlConnection;
 
 class ControlServer : private EventSink {
 public:
-    /** Executes one line, given without its line end. Each line of the reply ends in LF. */
+    /** Executes one line, without its line end. Each line of the reply ends in LF. */
     using Execute = std::function<std::string(std::string_view line)>;
 
-    /** Longest command line in bytes; a connection that sends a longer one is ended. */
+    /** Longest command line in bytes; a connection that sends a longer one is closed. */
     static constexpr size_t kMaxLine = 1024;
 
     /**
-     * Listens on the path; commands are executed on the loop's thread. A socket that a dead process left
-     * there is replaced; one that answers is not.
+     * Listens on the path; commands are executed on the loop's thread. A stale socket of a dead process is
+     * replaced; one that answers is not.
      *
      * @throws std::system_error when the path cannot be listened on
      */

@@ -31,7 +31,7 @@ void EventLoop::change(int fd, short events)
         std::find_if(m_polls.begin(), m_polls.end(), [fd](const pollfd& p) { return p.fd == fd; });
     if (entry != m_polls.end()) {
         entry->events = events;
-        // What poll saw under the old events says nothing about the new ones.
+        // What poll() reported for the old events does not apply to the new ones.
         entry->revents = 0;
     }
 }
@@ -121,7 +121,7 @@ void EventLoop::stop() noexcept
 {
     const int saved = errno;
     const uint64_t one = 1;
-    // The counter can only be full when a stop is already waiting to be read.
+    // The counter can only be full when a stop is already pending.
     [[maybe_unused]] const ssize_t written = ::write(m_stop.get(), &one, sizeof one);
     errno = saved;
 }

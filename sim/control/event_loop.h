@@ -1,7 +1,7 @@
 /**
- * The one loop that everything in a simulator process runs on: descriptors, timers, and the request to stop.
+ * The event loop of a simulator process: descriptors, timers, and the request to stop.
  *
- * All calls but `stop` belong to the loop's own thread, so nothing that runs on it needs a lock.
+ * All calls but `stop` must come from the loop's own thread, so nothing that runs on it needs a lock.
  */
 #ifndef ORVAN_SIM_CONTROL_EVENT_LOOP_H
 #define ORVAN_SIM_CONTROL_EVENT_LOOP_H
@@ -24,7 +24,7 @@ class EventSink {
 public:
     virtual ~EventSink() = default;
 
-    /** `revents` as poll(2) gives them. */
+    /** `revents` as returned by poll(2). */
     virtual void on_ready(short revents) = 0;
 };
 
@@ -35,22 +35,22 @@ public:
 
     EventLoop();
 
-    /** Calls the sink whenever one of `events` (POLLIN, POLLOUT) holds. One watch for a descriptor. */
+    /** Calls the sink whenever one of `events` (POLLIN, POLLOUT) holds. One watch per descriptor. */
     void watch(int fd, short events, EventSink& sink);
 
     /** Replaces the events of a watched descriptor; with 0 only hang-up and error are reported. */
     void change(int fd, short events);
 
-    /** Has to come ahead of the descriptor's close. Nothing is called for the descriptor behind it. */
+    /** Call it before the descriptor is closed. No sink is called for the descriptor after it. */
     void unwatch(int fd);
 
     /** Calls the action once, `delay` from now. */
     TimerId after(std::chrono::milliseconds delay, std::function<void()> action);
 
-    /** Forgets a timer; one that has fired, or was never there, is ignored. */
+    /** Cancels a timer; no effect if it has fired or never existed. */
     void cancel(TimerId id);
 
-    /** Works until `stop`; a stop that came ahead of it ends it at once. */
+    /** Runs until `stop`; returns at once if that was called before. */
     void run();
 
     /** Ends `run`. From any thread and from a signal handler. */
