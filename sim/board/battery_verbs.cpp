@@ -38,9 +38,9 @@ std::string set_charger(Board& board, Words words)
 }
 
 constexpr BoardVerb kBattery[] = {
-    {"battery", "PERCENT [charging|discharging|absent]", "puts in a battery of that charge, or takes it out",
+    {"battery", "PERCENT [charging|discharging|absent]", "inserts a battery with that charge, or removes it",
      1, 2, has_battery, set_battery},
-    {"charger", "on|off", "plugs the charger in, or out: the battery fills or drains", 1, 1, has_battery,
+    {"charger", "on|off", "plugs the charger in or out: the battery charges or discharges", 1, 1, has_battery,
      set_charger},
 };
 

@@ -69,7 +69,7 @@ std::string note_serving(Board& board, Words)
 
 constexpr BoardVerb kState[] = {
     {"board", "", "the state of relays, outputs, fan and lines", 0, 0, nullptr, show_state},
-    {"serving", "", "the instrument serves: from now on the clock shortens periods, too", 0, 0, nullptr,
+    {"serving", "", "the instrument is ready: from now on the clock shortens periods too", 0, 0, nullptr,
      note_serving},
 };
 

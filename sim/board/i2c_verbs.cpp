@@ -86,7 +86,7 @@ std::string set_fault(Board& board, Words words)
 }
 
 constexpr BoardVerb kI2c[] = {
-    {"i2c", "[ADDRESS absent|nack|ok]", "lets a chip fail, or work again; lists the chips", 0, 2, nullptr,
+    {"i2c", "[ADDRESS absent|nack|ok]", "makes a chip fail, or work again; lists the chips", 0, 2, nullptr,
      set_fault},
 };
 

@@ -43,8 +43,8 @@ std::string push_key(Board& board, Words words)
 }
 
 constexpr BoardVerb kKeypad[] = {
-    {"key", "ROW COLUMN [press|release]", "pushes a key of the front panel, or holds it or lets it go", 2, 3,
-     has_keypad, push_key},
+    {"key", "ROW COLUMN [press|release]", "presses a key of the front panel, or holds it down or releases it",
+     2, 3, has_keypad, push_key},
 };
 
 } // namespace

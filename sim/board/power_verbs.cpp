@@ -19,8 +19,8 @@ std::string push_button(Board& board, Words words)
 }
 
 constexpr BoardVerb kPower[] = {
-    {"power-button", "[press|release]", "pushes the power button, or holds it or lets it go", 0, 1, nullptr,
-     push_button},
+    {"power-button", "[press|release]", "presses the power button, or holds it down or releases it", 0, 1,
+     nullptr, push_button},
 };
 
 } // namespace

@@ -16,7 +16,7 @@ std::string set_nodes(Board& board, Words words)
 }
 
 constexpr BoardVerb kSpi[] = {
-    {"spi", "absent|ok", "make the SPI ports fail to open, or work again", 1, 1, nullptr, set_nodes},
+    {"spi", "absent|ok", "makes the SPI ports fail to open, or work again", 1, 1, nullptr, set_nodes},
 };
 
 } // namespace

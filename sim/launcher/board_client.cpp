@@ -22,7 +22,7 @@ std::string ask_board(const std::filesystem::path& socket, const std::string& ve
     if (::send(fd.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
         return "";
     }
-    // How many lines the reply has stands nowhere; the socket's end marks that of the last.
+    // The reply does not say how many lines it has; closing the socket marks its end.
     ::shutdown(fd.get(), SHUT_WR);
     return exchange(fd.get(), "", "", kPatience);
 }

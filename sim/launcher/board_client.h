@@ -7,8 +7,8 @@
 namespace orvan_launcher {
 
 /**
- * One verb to the control socket of the service's board. The reply is "ok" and lines behind it, or one
- * "error TEXT"; empty when nobody answers within two seconds.
+ * Sends one verb to the control socket of the service's board. The reply is "ok" and possibly more lines, or
+ * one "error TEXT"; empty when there is no answer within two seconds.
  */
 std::string ask_board(const std::filesystem::path& socket, const std::string& verb);
 

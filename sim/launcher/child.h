@@ -28,10 +28,10 @@ public:
     /** Waits at most that long. True when the process has ended; status() is then valid. */
     bool reap(std::chrono::milliseconds patience);
 
-    /** Asks with SIGTERM, waits, and then kills. */
+    /** Sends SIGTERM, waits, then SIGKILL. */
     void end(std::chrono::milliseconds patience);
 
-    /** Of the last process, as waitpid gives it. */
+    /** Wait status of the last process, as from waitpid(). */
     int status() const { return m_status; }
     /** "status 3" or "signal 9 (Killed)". */
     std::string how_it_ended() const;

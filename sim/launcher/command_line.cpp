@@ -15,71 +15,68 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
 {
     CLI::App* run = app.add_subcommand("run", "Start a virtual instrument and serve it until Ctrl-C");
     run->add_option("--model", options.model,
-                    "Model, which tells platform and channels: that of the state directory, and in a new one "
-                    "OVX3654B, when not given");
+                    "Model, which decides platform and channels; default: that of the state directory, or "
+                    "OVX3654B for a new one");
     run->add_option("--state", options.state,
-                    "State directory, kept; a temporary one, removed at the end, when not given");
+                    "State directory, kept; default: a temporary one, removed at the end");
     run->add_option("--scpi-port", options.scpi_port, "TCP port on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     run->add_option("--maint-port", options.maintenance_port, "UDP port on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
-    run->add_option("--modules", modules,
-                    "Modules fitted, 0 to 4 or 'none'; one for each channel when not given")
+    run->add_option("--modules", modules, "Modules fitted, 0 to 4 or 'none'; default: one for each channel")
         ->check(CLI::IsMember({kNoModules, "0", "1", "2", "3", "4"}));
-    run->add_option(
-           "--clock-rate", options.clock_rate,
-           "How many times faster than the world's the board's clock runs: its waits, the periods of "
-           "fans and temperatures, the battery")
+    run->add_option("--clock-rate", options.clock_rate,
+                    "How many times faster than real time the board's clock runs: waits, fan and temperature "
+                    "periods, the battery")
         ->check(CLI::Range(1, 10000))
         ->take_last()
         ->capture_default_str();
     run->add_option(
            "--board", options.board,
-           "A verb of 'ctl' for the board at every power-on, as \"i2c 0x20 absent\"; may be given more "
-           "than once. A new instrument is produced on a sound board")
+           "A board verb of 'ctl' executed at every power-on, such as \"i2c 0x20 absent\"; may be repeated. "
+           "A new instrument is produced without it")
         ->allow_extra_args(false);
     run->add_option("--log-level", options.log_level, "Log level of the service: err to debug")
         ->check(CLI::IsMember({"err", "warning", "notice", "info", "debug"}));
     run->add_flag(
         "--restart,!--no-restart", options.restart,
-        "Start a service that has failed again after 5 s of the board's time, as its unit does on an "
-        "instrument; without it the program ends with the service's status");
+        "Restart a service that has failed after 5 s of board time, as systemd does on an instrument; "
+        "otherwise the program ends with the service's status");
     run->add_option(
            "--watchdog", options.watchdog,
-           "Seconds, whatever the clock rate, without a sign of life from a service that was ready, after "
-           "which it is ended with SIGABRT and counts as one that has failed, as in its unit; 0: it is not "
-           "watched")
+           "Seconds of real time without a sign of life after which a service that was ready is ended "
+           "with SIGABRT and counts as failed, as on an instrument; 0: no watchdog")
         ->check(CLI::Range(0.0, 86400.0))
         ->capture_default_str();
-    run->add_flag("--no-sandbox", no_sandbox, "Run on the host itself, with modules on 127.0.(6+n).1");
+    run->add_flag("--no-sandbox", no_sandbox, "Run directly on the host, with modules on 127.0.(6+n).1");
     run->add_flag("--fallback", options.fallback,
-                  "As --no-sandbox, but only where the kernel refuses a sandbox");
+                  "Like --no-sandbox, but only where the kernel refuses a sandbox");
     return run;
 }
 
-/** What the service's board is asked; it judges the words by itself. */
+/** Verbs that are passed to the service's board, which checks their arguments. */
 struct BoardVerb {
     const char* name;
     const char* help;
     const char* words;
 };
 constexpr BoardVerb kBoardVerbs[] = {
-    {"board", "Show where relays, outputs, fan and lines of the board stand", nullptr},
-    {"i2c", "Let a chip of the board fail, or work again; without words, list the chips",
+    {"board", "Show the state of the board's relays, outputs, fan and lines", nullptr},
+    {"i2c", "Make a chip of the board fail, or work again; without arguments, list the chips",
      "ADDRESS absent: it is not fitted\n"
      "ADDRESS nack: it acknowledges nothing\n"
      "ADDRESS ok: it works again"},
-    {"spi", "Take the SPI ports away, for who opens them next, or bring them back", "absent or ok"},
-    {"power-button", "Push the power button", "press: hold it; release: let it go"},
-    {"battery", "Put in a battery of a charge, or take it out",
-     "PERCENT: it goes on filling or draining\n"
-     "PERCENT charging, PERCENT discharging: from now on it does\n"
-     "PERCENT absent: it is taken out"},
-    {"charger", "Plug the charger in, or out: the battery fills or drains", "on or off"},
-    {"key", "Push a key of the front panel",
-     "ROW COLUMN, both from 0; behind them press: hold it; release: let it go"},
+    {"spi", "Make the SPI ports fail to open, or work again", "absent or ok"},
+    {"power-button", "Press the power button", "press: hold it down; release: let go"},
+    {"battery", "Insert a battery with a charge, or remove it",
+     "PERCENT: it continues to charge or discharge\n"
+     "PERCENT charging, PERCENT discharging: it starts to\n"
+     "PERCENT absent: it is removed"},
+    {"charger", "Plug the charger in or out: the battery charges or discharges", "on or off"},
+    {"key", "Press a key of the front panel",
+     "ROW COLUMN, both from 0, then optionally press: hold it down; release: let go"},
 };
 
 void add_board_verbs(CLI::App& ctl, std::vector<std::string>& words)
@@ -99,7 +96,7 @@ void add_board_verbs(CLI::App& ctl, std::vector<std::string>& words)
 
 CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& words)
 {
-    CLI::App* ctl = app.add_subcommand("ctl", "Steer a running virtual instrument");
+    CLI::App* ctl = app.add_subcommand("ctl", "Control a running virtual instrument");
     ctl->add_option("--state", state, "State directory of the instrument; not needed when only one runs");
     ctl->require_subcommand(1);
     ctl->footer("Examples:\n"
@@ -111,20 +108,21 @@ CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& w
                 "  orvan-sim ctl battery 32 discharging\n"
                 "  orvan-sim ctl key 1 0             RF on");
 
-    CLI::App* status = ctl->add_subcommand("status", "Show what runs");
+    CLI::App* status = ctl->add_subcommand("status", "Show what is running");
     status->callback([&words] { words = {"status"}; });
 
     auto number = std::make_shared<std::string>();
     auto command = std::make_shared<std::vector<std::string>>();
-    CLI::App* module = ctl->add_subcommand("module", "Make a module fail, or well again");
+    CLI::App* module = ctl->add_subcommand("module", "Make a module fail, or work again");
     module->add_option("N", *number, "Module, from 1")->required()->check(CLI::Range(1, 4));
     module
-        ->add_option("COMMAND", *command,
-                     "silent | refuse | close | slow MS | split [MS] | long: faults of its server\n"
-                     "drop: its link goes down; up: link and server are well again\n"
-                     "update [up | silent-stream [BLOCK] | silent-burn | late [MS] | refuse]: of firmware\n"
-                     "kill: its process ends at once; start: a new one\n"
-                     "temp [C | auto]; status; requests; log [N]; clear")
+        ->add_option(
+            "COMMAND", *command,
+            "silent | refuse | close | slow MS | split [MS] | long: faults of its server\n"
+            "drop: its link goes down; up: link and server work again\n"
+            "update [up | silent-stream [BLOCK] | silent-burn | late [MS] | refuse]: firmware faults\n"
+            "kill: ends its process at once; start: starts a new one\n"
+            "temp [C | auto]; status; requests; log [N]; clear")
         ->required();
     module->callback([&words, number, command] {
         words = {"module", *number};
@@ -135,8 +133,8 @@ CLI::App* add_ctl(CLI::App& app, std::string& state, std::vector<std::string>& w
     CLI::App* temperature = ctl->add_subcommand("temp", "Show or set a module's temperature");
     temperature->add_option("N", *number, "Module, from 1")->required()->check(CLI::Range(1, 4));
     temperature->add_option("C", *degrees,
-                            "Degrees Celsius, held from now on, or 'auto': it drifts again\n"
-                            "Without it, shows the temperature");
+                            "Degrees Celsius, held from now on, or 'auto' to let it drift again\n"
+                            "Without it, show the temperature");
     temperature->callback([&words, number, degrees] {
         words = {"module", *number, "temp"};
         if (!degrees->empty()) {
@@ -159,7 +157,7 @@ CLI::App* add_exec(CLI::App& app, std::string& state, std::string& role, std::ve
     exec->add_option("COMMAND", command, "Command and its arguments, after --")->required();
     exec->positionals_at_end();
     exec->footer(
-        "The command sees this machine's files read-only, but for the state directory, and no homes;\n"
+        "The command sees this machine's files read-only, except the state directory, and no homes;\n"
         "on the LAN it can write to the current folder.\n\n"
         "Example:\n  orvan-sim exec --in lan -- nc 10.0.0.2 5025");
     return exec;
@@ -170,7 +168,7 @@ CLI::App* add_exec(CLI::App& app, std::string& state, std::string& role, std::ve
 int run_command_line(int argc, const char* const* argv)
 {
     CLI::App app("A virtual RF signal generator: the instrument's own service with simulated modules, in a "
-                 "sandbox that needs no privilege.",
+                 "sandbox that needs no privileges.",
                  "orvan-sim");
     app.set_version_flag("--version", "orvan-sim " ORVAN_VERSION);
     app.require_subcommand(1);

@@ -3,7 +3,7 @@
 
 namespace orvan_launcher {
 
-/** Reads the command line and runs the verb. The exit status of the program; 2 when the line is wrong. */
+/** Parses the command line and runs the verb. Returns the exit status; 2 on a usage error. */
 int run_command_line(int argc, const char* const* argv);
 
 } // namespace orvan_launcher

@@ -66,7 +66,7 @@ Result<bool> Ground::set_link(int module, bool up)
         return socket.error();
     }
     if (!wait_for_link(socket.value().get(), module_interface(module), up)) {
-        return Error{step, 0, "the controller's side does not follow", "", false};
+        return Error{step, 0, "the controller's end did not follow", "", false};
     }
     return true;
 }
@@ -76,7 +76,7 @@ void Ground::clear_shared_memory()
     if (!m_sandbox) {
         return;
     }
-    // A failure shows as the old content, which the service overwrites.
+    // On failure the old content stays, which the service overwrites.
     static_cast<void>(m_sandbox->run(Role::controller(), [] {
         std::error_code code;
         for (const auto& entry : std::filesystem::directory_iterator("/dev/shm", code)) {

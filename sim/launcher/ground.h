@@ -10,7 +10,7 @@
 
 namespace orvan_launcher {
 
-/** Where the processes of an instrument run: in the roles of a sandbox, or, without one, all on the host. */
+/** Where the processes of an instrument run: in the roles of a sandbox, or all on the host. */
 class Ground {
 public:
     static orvan_sandbox::Result<Ground> sandboxed(const std::filesystem::path& state, int modules);
@@ -26,18 +26,18 @@ public:
     std::string module_address(int module) const;
 
     /**
-     * Takes the module's end of its link down or up, and waits until the controller's end has noticed, a
-     * second at most as a rule. An error without a sandbox.
+     * Takes the module's end of its link down or up, and waits until the controller's end has noticed,
+     * usually within a second. An error without a sandbox.
      */
     orvan_sandbox::Result<bool> set_link(int module, bool up);
 
     /**
-     * Removes what is in the sandbox's shared memory, as switching the controller off and on does. Nothing
-     * happens without a sandbox, where that memory is the host's.
+     * Clears the sandbox's shared memory, as a power cycle of the controller does. No effect without a
+     * sandbox, where that memory is the host's.
      */
     void clear_shared_memory();
 
-    /** Ends the sandbox and all that is left in it. */
+    /** Ends the sandbox and everything left in it. */
     void end() { m_sandbox.reset(); }
 
 private:

@@ -79,7 +79,7 @@ void Instance::announce_new_address()
 {
     const std::string address = m_ground->has_sandbox() ? lan_address() : m_lan_address;
     if (std::exchange(m_lan_address, address) != address) {
-        std::printf("its address on the LAN is now %s\n", address.c_str());
+        std::printf("address on the LAN is now %s\n", address.c_str());
     }
 }
 
@@ -100,7 +100,7 @@ void Instance::read_notifications()
             m_ready = true;
             m_fed = Clock::now();
             m_deadline = Clock::time_point::max();
-            // Before the announcement, since whoever waits for it may rely on the clock.
+            // Before the announcement, since a client that waits for it may rely on the clock.
             ask_board(board_socket(), "serving");
             if (std::exchange(m_announced, true)) {
                 std::puts("the service is ready again");
@@ -127,7 +127,7 @@ void Instance::reboot()
     }
 }
 
-/** Sees which processes have ended. The result is there when the program is to end. */
+/** Handles processes that have ended. Returns an exit status when the program is to end. */
 std::optional<int> Instance::note_ended()
 {
     for (size_t index = 0; index < m_modules.size(); ++index) {
@@ -145,7 +145,7 @@ std::optional<int> Instance::note_ended()
     if (!m_service.reap(0ms)) {
         return std::nullopt;
     }
-    // The request may have been written just before the end.
+    // The request may have been written just before the process ended.
     reboot();
     if (m_rebooting) {
         m_rebooting = false;
@@ -163,7 +163,7 @@ std::optional<int> Instance::note_ended()
         std::puts("the service has ended in order, as by its power button");
         return 0;
     }
-    // One that has never been ready is no better the next time.
+    // A service that was never ready will not be the next time either.
     if (m_options.restart && m_announced && is_restarted_after(m_service.status())) {
         restart_service_later();
         return std::nullopt;
@@ -190,7 +190,7 @@ void Instance::restart_service_later()
               (m_state / "log/service.log").string() + "; starting it again in " + seconds);
 }
 
-/** As the service manager does with a service that does not feed its watchdog. */
+/** What the service manager does with a service that does not feed its watchdog. */
 void Instance::abort_service()
 {
     char seconds[32];
@@ -200,10 +200,10 @@ void Instance::abort_service()
     m_aborted = true;
     m_deadline = Clock::now() + kServiceEnd;
     m_service.signal(SIGABRT);
-    m_service.signal(SIGCONT); // or one that is stopped would not notice
+    m_service.signal(SIGCONT); // or a stopped process would not notice
 }
 
-/** Only a service that is ready and has not been asked to end has to feed it. */
+/** Only a service that is ready and not being stopped has to feed it. */
 Instance::Clock::time_point Instance::watchdog_deadline() const
 {
     if (m_options.watchdog <= 0 || !m_ready || m_ending || m_rebooting || m_aborted) {
@@ -219,7 +219,7 @@ Result<bool> Instance::restart_service()
     return start_service();
 }
 
-/** Of poll, in milliseconds: until the next thing that this program does by itself. */
+/** Time-out for poll() in milliseconds: until the next deadline. */
 int Instance::timeout() const
 {
     const Clock::time_point next = std::min({m_deadline, m_restart, watchdog_deadline()});
@@ -310,7 +310,7 @@ Instance::~Instance()
     if (m_temporary) {
         fs::remove_all(m_state, code);
     } else if (m_lock) {
-        // Also what killed modules have left; the lock's file goes last.
+        // Also what killed modules have left; the lock file is removed last.
         fs::remove_all(m_state / "run", code);
     }
 }

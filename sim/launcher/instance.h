@@ -18,28 +18,26 @@
 namespace orvan_launcher {
 
 struct RunOptions {
-    std::string model;           /**< empty: that of the state directory, and kNewModel in a new one */
+    std::string model;           /**< empty: that of the state directory, or kNewModel for a new one */
     std::string state;           /**< empty: a temporary directory */
     int scpi_port = 5025;        /**< on the host's loopback, 0 takes a free one */
     int maintenance_port = 7502; /**< the same */
-    std::optional<int>
-        modules; /**< number of modules fitted; as many as the model has channels when not set */
+    std::optional<int> modules;  /**< number of modules fitted; default: one for each channel */
     bool use_sandbox = true;
     bool fallback = false;          /**< go on without a sandbox where the kernel refuses one */
-    std::string log_level;          /**< handed to the service when not empty */
+    std::string log_level;          /**< passed to the service when not empty */
     std::vector<std::string> board; /**< verbs for the board at power-on */
-    bool restart = true;            /**< start a service again that has failed */
-    double watchdog = 30; /**< of the service, seconds of the world's time as in its unit; 0: none */
-    int clock_rate = 1;   /**< how many times faster than the world's the board's clock runs */
+    bool restart = true;            /**< restart a service that has failed */
+    double watchdog = 30;           /**< of the service, seconds of real time; 0: none */
+    int clock_rate = 1;             /**< how many times faster than real time the board's clock runs */
 };
 
 inline constexpr const char* kNewModel = "OVX3654B";
 
 /**
- * One running virtual instrument: the sandbox, a process for each module, the service, and the sockets by
- * which they are reached and steered. Runs on one thread, which must not end before it does. SIGINT,
- * SIGTERM, SIGHUP and SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a
- * signalfd.
+ * One running virtual instrument: the sandbox, a process for each module, the service, and the sockets to
+ * reach and control them. Runs on one thread, which must outlive it. SIGINT, SIGTERM, SIGHUP and SIGPIPE have
+ * to be blocked or ignored; the first three arrive through `signals`, a signalfd.
  */
 class Instance {
 public:
@@ -47,8 +45,8 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
     /**
-     * Ends everything in order: service, modules, sandbox, and then the files. Nothing stays behind but a
-     * state directory that was named.
+     * Ends everything in order: service, modules, sandbox, then removes the files. Only a state directory
+     * given by the user is left.
      */
     ~Instance();
 
@@ -56,7 +54,7 @@ public:
     orvan_sandbox::Result<bool> start();
 
     /**
-     * Works until it is asked to end, or the service ends in order, or fails and is not started again. The
+     * Runs until it is told to end, or the service ends cleanly, or fails and is not restarted. Returns the
      * exit status of the program.
      */
     int loop();
@@ -81,7 +79,7 @@ private:
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
     // instance.cpp: life
-    /** A temporary state takes its logs along; what they tell is shown. */
+    /** The logs of a temporary state directory are lost with it, so they are shown. */
     void show_log_that_goes(const std::string& name) const;
     void announce_ready();
     void announce_new_address();
@@ -105,7 +103,7 @@ private:
     void follow_module_power();
     void power_modules(bool on);
 
-    // instance_control.cpp: what `ctl` asks
+    // instance_control.cpp: requests of `ctl`
     void serve_control();
     std::string obey(const std::string& line);
     std::string obey_for_module(int number, const std::string& command);
@@ -127,7 +125,7 @@ private:
     UniqueFd m_power_switches;
     UniqueFd m_control;
     UniqueFd m_controller_network; /**< a socket in it, to look at its interfaces */
-    std::string m_lan_address;     /**< as it was announced last */
+    std::string m_lan_address;     /**< as last announced */
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;
@@ -135,14 +133,15 @@ private:
     bool m_ready = false;
     bool m_announced = false;
     bool m_rebooting = false;
-    bool m_ending = false;   /**< the service, by its own word */
-    bool m_aborted = false;  /**< the service, since it did not feed its watchdog */
-    std::string m_status;    /**< the service's, by its own word */
-    Clock::time_point m_fed; /**< the service's watchdog, last */
+    bool m_ending = false;   /**< the service reported that it ends */
+    bool m_aborted = false;  /**< the service was ended by its watchdog */
+    std::string m_status;    /**< last reported by the service */
+    Clock::time_point m_fed; /**< when the service last fed its watchdog */
     int m_restarts = 0;      /**< of services that failed */
     Clock::time_point m_deadline =
-        Clock::time_point::max(); /**< of the service: to be ready, or to have ended */
-    Clock::time_point m_restart = Clock::time_point::max(); /**< of a service that has failed */
+        Clock::time_point::max(); /**< deadline for the service to be ready, or to have ended */
+    Clock::time_point m_restart =
+        Clock::time_point::max(); /**< when a service that has failed is restarted */
 };
 
 } // namespace orvan_launcher

@@ -25,8 +25,8 @@ std::string error_reply(const std::string& text)
 } // namespace
 
 /**
- * One connection carries one request, a line, and its reply, which ends with the connection. A client that
- * is slow to ask is given up, as all else waits meanwhile.
+ * One connection carries one request, a line, and its reply, which ends with the connection. A slow client is
+ * dropped, as everything else waits meanwhile.
  */
 void Instance::serve_control()
 {
@@ -72,17 +72,17 @@ std::string Instance::obey_for_module(int number, const std::string& command)
 {
     Module& module = m_modules[static_cast<size_t>(number) - 1];
     if (!m_module_power) {
-        return error_reply("it is without power");
+        return error_reply("it has no power");
     }
     if (command == "start") {
         if (module.process.is_running()) {
-            return error_reply("it runs");
+            return error_reply("it is running");
         }
         const Result<bool> done = start_module(number);
         return done ? "ok\n" : error_reply(done.error().text());
     }
     if (!module.process.is_running()) {
-        return error_reply("it does not run; 'start' brings it back");
+        return error_reply("it is not running; 'start' starts it");
     }
     if (command == "kill") {
         module.process.signal(SIGKILL);
@@ -114,7 +114,7 @@ std::string Instance::obey_for_board(const std::string& verb) const
 std::string Instance::service_state() const
 {
     if (!m_service.is_running()) {
-        return "failed, starts again";
+        return "failed, restarting";
     }
     const char* const state = m_rebooting ? "rebooting"
                               : m_ending  ? "ending"
@@ -141,7 +141,7 @@ std::string Instance::status() const
             text << "running, process " << module.process.pid() << ", link "
                  << (module.linked ? "up" : "down");
         } else {
-            text << (m_module_power ? "ended" : "without power");
+            text << (m_module_power ? "ended" : "no power");
         }
         text << '\n';
     }

@@ -20,7 +20,7 @@ void Instance::follow_module_power()
     }
 }
 
-/** A module without power is gone from one moment to the next, with its link, and starts anew with power. */
+/** A module without power is gone at once, with its link, and starts again when power returns. */
 void Instance::power_modules(bool on)
 {
     if (on == m_module_power) {

@@ -13,8 +13,8 @@
 namespace orvan_launcher {
 
 /**
- * What a running virtual instrument tells other processes of the same user, in run/instance.json of its
- * state directory.
+ * What a running virtual instrument publishes for other processes of the same user, in run/instance.json of
+ * its state directory.
  */
 struct InstanceRecord {
     pid_t launcher = -1;
@@ -24,7 +24,7 @@ struct InstanceRecord {
     int modules = 0;
     int scpi_port = 0;                      /**< on the host's loopback */
     int maintenance_port = 0;               /**< on the host's loopback, 0 when it is not served */
-    bool temporary = false;                 /**< the state directory goes when the launcher ends */
+    bool temporary = false;                 /**< the state directory is removed when the launcher ends */
     orvan_sandbox::Environment environment; /**< of every process of the instrument */
     std::map<std::string, std::string>
         networks; /**< nsfs path of each role's network namespace, by role name */
@@ -33,7 +33,7 @@ struct InstanceRecord {
 /** False when the file could not be written. It appears whole or not at all. */
 bool write_record(const std::filesystem::path& state, const InstanceRecord& record);
 
-/** Nothing when there is no file or it is damaged. */
+/** Empty when there is no file or it is damaged. */
 std::optional<InstanceRecord> read_record(const std::filesystem::path& state);
 
 } // namespace orvan_launcher

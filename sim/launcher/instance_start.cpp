@@ -26,14 +26,14 @@ namespace {
 
 constexpr auto kModuleStart = 10s; /**< until a module's control socket answers */
 /**
- * Until the service is ready, as in its unit: it waits a minute for its modules, and then asks each for four
- * things, which costs 40 s for a silent one.
+ * Until the service is ready, as in its unit: it waits a minute for its modules, then sends each four
+ * queries, which takes 40 s for a silent one.
  */
 constexpr auto kServiceStart = 300s;
 constexpr auto kPollStep = 10ms;
 
 constexpr const char* kTypePlate = "board/model"; /**< of the state directory */
-constexpr const char* kSerial = "100001"; /**< of a new instrument; the factory's own default is none */
+constexpr const char* kSerial = "100001";         /**< of a new instrument; the factory default is empty */
 
 constexpr const char* kLoopback = "127.0.0.1";
 constexpr size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path);
@@ -50,7 +50,7 @@ Error system_error(std::string step)
     return Error{std::move(step), errno, "", "", false};
 }
 
-/** A named pipe that is open for writing, too, so that it never comes to its end; none when it can't be made.
+/** A named pipe, also open for writing so that it never reaches end of file; none if it can't be made.
  */
 UniqueFd make_pipe(const fs::path& path)
 {
@@ -101,8 +101,8 @@ Result<bool> Instance::prepare_state()
     m_lock = lock_state(*state);
     if (!m_lock) {
         if (errno == EWOULDBLOCK) {
-            return Error{"using " + state->string() + " as state directory", 0, "another instance runs in it",
-                         "", false};
+            return Error{"using " + state->string() + " as state directory", 0,
+                         "another instance is running in it", "", false};
         }
         return system_error("locking " + state->string());
     }
@@ -116,7 +116,7 @@ Result<bool> Instance::prepare_state()
     return true;
 }
 
-/** An instrument keeps the model that it was made with: its type plate is the file board/model. */
+/** An instrument keeps the model it was made with, in the file board/model. */
 Result<bool> Instance::choose_model()
 {
     std::string made;
@@ -129,8 +129,8 @@ Result<bool> Instance::choose_model()
         return Error{"unknown model " + m_options.model, 0, "known models:\n" + list_of_models(), "", false};
     }
     if (!made.empty() && made != m_options.model) {
-        return Error{"using " + m_state.string() + " as state directory", 0, "it holds a model " + made,
-                     "leave --model out, or name another directory", false};
+        return Error{"using " + m_state.string() + " as state directory", 0, "it belongs to a model " + made,
+                     "omit --model, or use another directory", false};
     }
     m_model = *model;
     if (Result<bool> good = check_power_on_verbs(m_model.platform, m_options.board); !good) {
@@ -141,8 +141,8 @@ Result<bool> Instance::choose_model()
 }
 
 /**
- * What production does to a new controller, by the same means: settings with its model and a serial number.
- * One that has settings already, of whatever kind, is not new.
+ * Produces a new controller in the same way as the factory: settings with its model and a serial number. A
+ * controller that has any settings is not new.
  */
 Result<bool> Instance::produce()
 {
@@ -173,7 +173,7 @@ Result<bool> Instance::produce()
 
 Result<bool> Instance::open_ground()
 {
-    // First of all the port, as a busy one is the likeliest reason to fail.
+    // The port first, as a busy one is the most likely failure.
     m_listener.reset(listen_tcp(kLoopback, m_options.scpi_port));
     if (!m_listener) {
         Error error = system_error("listening on " + std::string(kLoopback) + " port " +
@@ -287,7 +287,7 @@ Result<bool> Instance::start_module(int number)
                     module_socket(number).string(),
                     "--model",
                     m_options.model};
-    // On the host the port is one for all: the service has it on every address.
+    // On the host there is only one such port: the service binds it on every address.
     if (m_ground->has_sandbox()) {
         command.argv.insert(command.argv.end(), {"--firmware-port", std::to_string(kMaintenancePort)});
     }
@@ -315,7 +315,7 @@ Result<bool> Instance::start_module(int number)
     return true;
 }
 
-/** The service on this instrument's board, which is sound, as yet with no options. */
+/** The command of the service on this instrument's board, without faults or options. */
 Command Instance::service_command() const
 {
     Command command;
@@ -351,7 +351,7 @@ Result<bool> Instance::start_service()
     command.environment["ORVAN_BOARD_START_UP"] = "1";
     command.environment["ORVAN_BOARD_CONTROL"] = board_socket().string();
     command.environment["ORVAN_BOARD_MODULE_POWER"] = module_power_pipe().string();
-    // Beside its own port, which is that of the settings and stands in the controller's network.
+    // In addition to its own port, which is set in the settings and lies in the controller's network.
     command.listen_fds = {m_listener.get()};
     command.input = null.get();
     command.output = log.get();

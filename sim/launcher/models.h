@@ -12,10 +12,10 @@ struct Model {
     const char* platform; /**< "benchtop", "portable" or "ksr7000" */
 };
 
-/** Nothing when there is no such model. */
+/** Empty when there is no such model. */
 std::optional<Model> find_model(std::string_view name);
 
-/** All model names, in lines of a terminal's width. */
+/** All model names, wrapped to a terminal's width. */
 std::string list_of_models();
 
 } // namespace orvan_launcher

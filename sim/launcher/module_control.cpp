@@ -20,7 +20,7 @@ std::string ask_module(const std::filesystem::path& socket, const std::string& c
     }
     std::string reply = exchange(fd.get(), command + "\n", "\n", kPatience);
     if (command == "log" || command.starts_with("log ")) {
-        // How many lines there are stands in the first; the socket's end marks that of the last.
+        // The first line has the number of lines; closing the socket marks the end.
         ::shutdown(fd.get(), SHUT_WR);
         reply += exchange(fd.get(), "", "", kPatience);
     }

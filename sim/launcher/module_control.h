@@ -7,9 +7,9 @@
 namespace orvan_launcher {
 
 /**
- * One command to a module's control socket. The reply is one line, "ok", "ok VALUE", "error TEXT" or text;
- * after the command `log` "ok N" and N lines. The result has the reply's lines; empty when nobody answers
- * within a second.
+ * Sends one command to a module's control socket. The reply is one line, "ok", "ok VALUE", "error TEXT" or
+ * text; to the command `log` "ok N" and N lines. Returns the lines of the reply; empty when there is no
+ * answer within a second.
  */
 std::string ask_module(const std::filesystem::path& socket, const std::string& command);
 

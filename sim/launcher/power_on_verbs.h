@@ -9,7 +9,7 @@
 
 namespace orvan_launcher {
 
-/** Tries the verbs on a board of that platform, one after another. An error for the first that it refuses. */
+/** Tries the verbs on a board of that platform in order. Returns an error for the first one refused. */
 orvan_sandbox::Result<bool> check_power_on_verbs(std::string_view platform,
                                                  const std::vector<std::string>& verbs);
 

@@ -23,7 +23,7 @@ fs::path folder_from(const char* variable)
     return value != nullptr && *value == '/' ? fs::path(value) : fs::path("/tmp");
 }
 
-/** A temporary directory is removed only when its record and its name both say that it is one. */
+/** A temporary directory is removed only when both its record and its name say so. */
 bool is_left_over_temporary(const fs::path& state)
 {
     const auto record = read_record(state);
@@ -113,7 +113,7 @@ Result<fs::path> choose_instance(const std::string& named)
         std::error_code code;
         const fs::path state = fs::canonical(named, code);
         if (code || !is_running(state)) {
-            return Error{"looking for an instance in " + named, 0, "none runs there", "", false};
+            return Error{"looking for an instance in " + named, 0, "none is running there", "", false};
         }
         return state;
     }
@@ -125,10 +125,10 @@ Result<fs::path> choose_instance(const std::string& named)
     if (states.size() == 1) {
         return states.front();
     }
-    Error error{"looking for the instance that runs", 0, "none does", "start one with 'orvan-sim run'",
+    Error error{"looking for a running instance", 0, "there is none", "start one with 'orvan-sim run'",
                 false};
     if (!states.empty()) {
-        error.detail = "several do:";
+        error.detail = "there are several:";
         for (const fs::path& state : states) {
             error.detail += " " + state.string();
         }

@@ -10,28 +10,28 @@
 namespace orvan_launcher {
 
 /**
- * The instances of a user: a folder with one link for each, named by the launcher's process id, to its state
+ * A user's instances: a folder with one link each, named after the launcher's process id, to the state
  * directory. `${XDG_RUNTIME_DIR}/orvan-sim-UID`, or below /tmp when that variable is not set.
  */
 class Registry {
 public:
     /**
-     * The user's registry; its folder is made by the first add(). An error when the folder is another
-     * user's.
+     * The user's registry; its folder is made by the first add(). An error when the folder belongs to another
+     * user.
      */
     static orvan_sandbox::Result<Registry> open();
 
-    /** Enters this process with its state directory. False when the link could not be made. */
+    /** Registers this process with its state directory. False when the link could not be made. */
     bool add(const std::filesystem::path& state) const;
-    /** Takes that back. */
+    /** Undoes add(). */
     void remove() const;
 
-    /** State directories of the instances that run. */
+    /** State directories of the running instances. */
     std::vector<std::filesystem::path> running() const;
 
     /**
-     * Removes what launchers that were killed have left: their links, and their temporary state directories.
-     * \param own  state directory that the caller holds the lock of and has not yet added: it is kept, and
+     * Cleans up after killed launchers: removes their links and their temporary state directories.
+     * \param own  state directory whose lock the caller holds and that is not yet added: it is kept, and
      *             links to it are a killed launcher's
      */
     void sweep(const std::filesystem::path& own) const;
@@ -47,8 +47,8 @@ std::filesystem::path temporary_folder();
 inline constexpr const char* kTemporaryPrefix = "orvan-sim-state-";
 
 /**
- * The state directory that a verb works on: the named one, which must be running, or else the only one that
- * runs.
+ * The state directory that a verb works on: the given one, which must be running, or else the only running
+ * one.
  */
 orvan_sandbox::Result<std::filesystem::path> choose_instance(const std::string& named);
 

@@ -28,7 +28,7 @@ sockaddr_in inet_address(const std::string& address, int port)
     return result;
 }
 
-/** The descriptor when the step succeeded, or else a negative value with the step's errno. */
+/** The descriptor when the step succeeded, otherwise a negative value with the step's errno. */
 int keep_if(UniqueFd fd, bool success)
 {
     const int code = errno;
@@ -146,7 +146,7 @@ std::string exchange(int fd, const std::string& request, const std::string& end,
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
     std::string reply;
-    // Nothing is no request: a peer that was told of the end is sent no more.
+    // An empty request is not sent: the socket may be shut down for writing already.
     if (!request.empty() &&
         ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
         return reply;

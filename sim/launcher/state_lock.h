@@ -8,9 +8,9 @@
 namespace orvan_launcher {
 
 /**
- * Takes the lock of a state directory for as long as the descriptor is open. The kernel lets go of it when
- * the launcher dies in whatever way, so that the lock alone tells a running instance. Negative with errno
- * EWOULDBLOCK when another process has it.
+ * Locks a state directory for as long as the descriptor is open. The kernel releases the lock however the
+ * launcher dies, so the lock alone identifies a running instance. Negative with errno EWOULDBLOCK when
+ * another process holds it.
  */
 UniqueFd lock_state(const std::filesystem::path& state);
 

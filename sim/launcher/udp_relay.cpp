@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kLargestDatagram = 65536;
 
-/** What is moved in one go from one socket, so that a flood does not keep the caller from its other work. */
+/** Most datagrams moved from one socket at a time, so that a flood does not starve the caller. */
 constexpr int kDatagramsInOneGo = 32;
 
 } // namespace

@@ -13,10 +13,10 @@
 namespace orvan_launcher {
 
 /**
- * Carries datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
- * a socket of its own towards the server, so that replies find their way back; of too many clients, the one
- * that has been quiet the longest gives its place up. When the server has got another address, clients find
- * it there with their next datagram.
+ * Relays datagrams between clients of a socket on the host and a server inside the sandbox. Each client has
+ * its own socket to the server, so that replies can be returned to it; when there are too many clients, the
+ * one idle longest is dropped. When the server's address changes, the clients' next datagrams go to the new
+ * one.
  */
 class UdpRelay {
 public:
@@ -25,7 +25,7 @@ public:
     /**
      * \param outer    bound socket on the host
      * \param where    the server's address; empty while it has none
-     * \param connect  makes a socket that is connected to the server there; negative when it cannot
+     * \param connect  makes a socket connected to the server there; negative on failure
      */
     UdpRelay(UniqueFd outer, std::function<std::string()> where,
              std::function<int(const std::string&)> connect);

@@ -8,7 +8,7 @@ namespace orvan_launcher {
 
 namespace {
 
-/** Long enough for a module to start. */
+/** Long enough for a module to start up. */
 constexpr int kPatience = 15;
 
 } // namespace

@@ -48,11 +48,11 @@ int execute_inside(const std::string& named_state, const std::string& role,
     Command command;
     command.argv = words;
     command.environment = record->environment;
-    // The stand-ins stay first; behind them, what the caller has, for its own programs.
+    // The stand-ins stay first; then the caller's PATH, for its own programs.
     if (const char* own = std::getenv("PATH"); own != nullptr && *own != '\0') {
         command.environment["PATH"] += std::string(":") + own;
     }
-    // On the LAN stand the caller's own tools, with the files that they read and write.
+    // The caller's own tools run on the LAN, with the files that they read and write.
     std::error_code code;
     const std::filesystem::path folder = std::filesystem::current_path(code);
     if (role == Role::lan().name() && !code && folder != "/") {
@@ -62,7 +62,7 @@ int execute_inside(const std::string& named_state, const std::string& role,
     if (!pid) {
         return complain(pid.error().text());
     }
-    // The terminal sends these to the command as well, and it decides.
+    // The terminal sends these to the command as well, which decides what to do.
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
     return wait_for(pid.value());

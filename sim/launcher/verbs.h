@@ -8,7 +8,7 @@
 
 namespace orvan_launcher {
 
-/** The verbs of the program; each result is the exit status. Complaints go to standard error. */
+/** The verbs of the program; each returns the exit status. Error messages go to standard error. */
 
 int run_instance(const RunOptions& options);
 

@@ -61,7 +61,7 @@ protected:
     }
     bool module_is_without_power() const
     {
-        return instrument->ctl({"status"}).output.ends_with("module 1  without power\n");
+        return instrument->ctl({"status"}).output.ends_with("module 1  no power\n");
     }
 
     std::optional<Instrument> instrument;

@@ -135,7 +135,7 @@ TEST(MaintenanceTool, MovesAnInstrumentToAnotherAddress)
     // The host's relay follows the change of address.
     EXPECT_EQ(tool_through(maintenance_port(instrument), {"show"}).status, 0);
     ASSERT_TRUE(instrument.reboot());
-    EXPECT_TRUE(instrument.wait_for_output("its address on the LAN is now 10.0.0.9\n"));
+    EXPECT_TRUE(instrument.wait_for_output("address on the LAN is now 10.0.0.9\n"));
     const Outcome shown = tool(instrument, {"show", "--address", "10.0.0.9"});
     EXPECT_THAT(shown.output, HasSubstr("IP address        10.0.0.9\n"));
     EXPECT_THAT(shown.output, HasSubstr("DHCP              OFF\n"));

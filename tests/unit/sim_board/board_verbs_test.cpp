@@ -117,9 +117,9 @@ TEST_F(Verbs, HelpListsEachWithItsArguments)
 {
     const std::string help = run("help");
     EXPECT_TRUE(help.starts_with("ok\n"));
-    for (const char* line :
-         {"board                             where relays",
-          "i2c [ADDRESS absent|nack|ok]      lets a chip fail", "power-button [press|release]      pushes"}) {
+    for (const char* line : {"board                             the state of relays",
+                             "i2c [ADDRESS absent|nack|ok]      makes a chip fail",
+                             "power-button [press|release]      presses"}) {
         EXPECT_NE(help.find(std::string("\n") + line), std::string::npos) << help;
     }
 }

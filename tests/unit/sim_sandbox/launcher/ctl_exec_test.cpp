@@ -73,12 +73,12 @@ TEST_F(OrvanSimCtl, KilledModuleIsReportedAndRestartedByStart)
     if (!start_ready({"--modules", "1"})) {
         return;
     }
-    EXPECT_EQ(sim({"ctl", "module", "1", "start"}).output, "orvan-sim: it runs\n");
+    EXPECT_EQ(sim({"ctl", "module", "1", "start"}).output, "orvan-sim: it is running\n");
     EXPECT_EQ(sim({"ctl", "module", "1", "kill"}).status, 0);
     EXPECT_NE(sim({"ctl", "status"}).output.find("module 1  ended\n"), std::string::npos);
     const Outcome silent = sim({"ctl", "module", "1", "hello"});
     EXPECT_EQ(silent.status, 1);
-    EXPECT_EQ(silent.output, "orvan-sim: it does not run; 'start' brings it back\n");
+    EXPECT_EQ(silent.output, "orvan-sim: it is not running; 'start' starts it\n");
     EXPECT_EQ(sim({"ctl", "module", "1", "start"}).status, 0);
     EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
 }
@@ -109,11 +109,10 @@ TEST_F(OrvanSimCtl, WithoutPowerTheModulesStopAndReturnWithIt)
     ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // the present state
     ask("run printf 0 >$ORVAN_BOARD_MODULE_POWER");
     EXPECT_TRUE(eventually([&] { return output().find("module power off\n") != std::string::npos; }));
-    EXPECT_TRUE(
-        sim({"ctl", "status"}).output.ends_with("module 1  without power\nmodule 2  without power\n"));
-    EXPECT_EQ(sim(reach).status, 124) << "nothing answers, not even with a refusal";
+    EXPECT_TRUE(sim({"ctl", "status"}).output.ends_with("module 1  no power\nmodule 2  no power\n"));
+    EXPECT_EQ(sim(reach).status, 124) << "nothing answers, not even to refuse";
     for (const char* command : {"start", "up", "hello"}) {
-        EXPECT_EQ(sim({"ctl", "module", "2", command}).output, "orvan-sim: it is without power\n");
+        EXPECT_EQ(sim({"ctl", "module", "2", command}).output, "orvan-sim: it has no power\n");
     }
     ask("run printf 1 >$ORVAN_BOARD_MODULE_POWER");
     EXPECT_TRUE(eventually([&] { return sim({"ctl", "module", "2", "hello"}).output == "ok hello\n"; }));
@@ -280,9 +279,9 @@ TEST_F(OrvanSimExec, RolesThatAreNotThereAreRefused)
 TEST_F(OrvanSim, VerbsNeedAnInstanceThatRuns)
 {
     EXPECT_EQ(sim({"ctl", "status"}).output,
-              "orvan-sim: looking for the instance that runs: none does (start one with 'orvan-sim run')\n");
+              "orvan-sim: looking for a running instance: there is none (start one with 'orvan-sim run')\n");
     EXPECT_EQ(sim({"exec", "--state", "/nowhere", "--", "true"}).output,
-              "orvan-sim: looking for an instance in /nowhere: none runs there\n");
+              "orvan-sim: looking for an instance in /nowhere: none is running there\n");
     EXPECT_EQ(left_over(), "");
 }
 
@@ -299,7 +298,7 @@ TEST_F(OrvanSim, OfSeveralInstancesOneHasToBeNamed)
     }
     const Outcome unclear = sim({"ctl", "status"});
     EXPECT_EQ(unclear.status, 1);
-    EXPECT_NE(unclear.output.find("several do:"), std::string::npos) << unclear.output;
+    EXPECT_NE(unclear.output.find("there are several:"), std::string::npos) << unclear.output;
     EXPECT_NE(unclear.output.find("(choose one with --state)"), std::string::npos) << unclear.output;
     EXPECT_EQ(sim({"exec", "--state", state(), "--", "ls", "/sys/class/net"}).output, "eth0\nlo\n");
     EXPECT_EQ(sim({"exec", "--state", other, "--", "ls", "/sys/class/net"}).output, "eth0\nlo\nusb0\n");

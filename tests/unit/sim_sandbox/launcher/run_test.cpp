@@ -85,7 +85,7 @@ TEST_F(OrvanSimRun, ANewInstrumentIsProducedOnceAndKeepsItsModel)
     EXPECT_EQ(wait(), 1);
     EXPECT_EQ(output(),
               "orvan-sim: using " + fs::canonical(state()).string() +
-                  " as state directory: it holds a model KSR-7036 (leave --model out, or name another "
+                  " as state directory: it belongs to a model KSR-7036 (omit --model, or use another "
                   "directory)\n");
 }
 
@@ -340,7 +340,7 @@ TEST_F(OrvanSimRun, AServiceThatWaitsForItsRestartIsSeenAndARebootDoesNotWait)
     ask("exit 3");
     EXPECT_TRUE(
         eventually([&] { return output().find("; starting it again in 5 s\n") != std::string::npos; }));
-    EXPECT_NE(sim({"ctl", "status"}).output.find("service   failed, starts again\n"), std::string::npos);
+    EXPECT_NE(sim({"ctl", "status"}).output.find("service   failed, restarting\n"), std::string::npos);
     EXPECT_EQ(sim({"exec", "--", "sudo", "reboot"}).status, 0);
     EXPECT_TRUE(eventually([&] {
         return output().ends_with("starting it again in 5 s\nreboot requested, restarting the service\n"
@@ -524,7 +524,8 @@ TEST_F(OrvanSimRun, StateDirectoryInUseIsRefusedAndLeftAlone)
         return;
     }
     EXPECT_EQ(sim({"run", "--scpi-port", "0", "--state", state()}).output,
-              "orvan-sim: using " + state().string() + " as state directory: another instance runs in it\n");
+              "orvan-sim: using " + state().string() +
+                  " as state directory: another instance is running in it\n");
     EXPECT_EQ(sim({"ctl", "status"}).status, 0);
 }
 
