@@ -100,7 +100,7 @@ constexpr scpi_command_t kCommands[] = {
 // clang-format on
 
 struct Table {
-    std::deque<std::string> queries; // patterns that no row of a table spells out
+    std::deque<std::string> queries; // patterns that are not literally in a table
     std::vector<scpi_command_t> rows;
 };
 

@@ -117,7 +117,7 @@ std::string ControlCommands::set_fault(FaultMode mode, std::string_view argument
     try {
         m_server.apply_faults();
     } catch (const std::system_error& failure) {
-        // Somebody took the port while it was closed.
+        // Another process took the port while it was closed.
         m_faults.set(old_mode, old_delay);
         return error(failure.what());
     }
@@ -172,7 +172,7 @@ std::string ControlCommands::set_temperature(std::string_view argument)
         return kOk;
     }
     const auto celsius = parse<double>(argument);
-    // Written so that a value that is not a number is refused too.
+    // Written so that NaN is refused too.
     if (!celsius || !(*celsius >= Temperature::kLowest && *celsius <= Temperature::kHighest)) {
         return error("degrees Celsius, -273.15 to 1000, or \"auto\" expected");
     }

@@ -1,21 +1,21 @@
 /**
- * What a test or a launcher asks of a running module, one command a line.
+ * Control commands for a running module, one per line.
  *
  *   up | silent | refuse | close | long     fault mode ("drop" and "drop-connection" are "close")
- *   slow [MS]                               each reply MS milliseconds late, 1000 without a number
- *   split [MS]                              each reply in two pieces, MS milliseconds apart, 50 without
- *   update                                  the update fault
+ *   slow [MS]                               delays each reply by MS milliseconds, default 1000
+ *   split [MS]                              sends each reply in two pieces, MS milliseconds apart, default 50
+ *   update                                  shows the update fault
  *   update up | silent-burn | refuse        sets it (firmware.h)
- *   update silent-stream [N]                from block N on, 1 without a number
- *   update late [MS]                        MS milliseconds, 2500 without a number
+ *   update silent-stream [N]                from block N on, default 1
+ *   update late [MS]                        MS milliseconds, default 2500
  *   temp                                    the temperature, "ok 71.5 held" or "ok 42.13 drifting"
- *   temp C | temp auto                      holds it, degrees Celsius; auto: lets it drift again
+ *   temp C | temp auto                      holds it at C degrees Celsius; auto: lets it drift again
  *   status                                  one line of JSON
  *   requests                                number of requests since the start or `clear`
- *   log [N]                                 the last requests, all that are kept or N of them
- *   clear                                   forgets the requests
+ *   log [N]                                 the last N requests, default all that are kept
+ *   clear                                   clears the requests
  *
- * Replies: "ok", "ok <value>", "error <text>"; `log` gives "ok <n>" and n lines behind it, oldest first.
+ * Replies: "ok", "ok <value>", "error <text>"; `log` returns "ok <n>" and then n lines, oldest first.
  */
 #ifndef ORVAN_SIM_MODULE_CONTROL_COMMANDS_H
 #define ORVAN_SIM_MODULE_CONTROL_COMMANDS_H
@@ -41,7 +41,7 @@ public:
     {
     }
 
-    /** Executes one line, given without its line end. Each line of the reply ends in LF. */
+    /** Executes one line, without its line end. Each line of the reply ends in LF. */
     std::string execute(std::string_view line);
 
 private:

@@ -1,4 +1,4 @@
-/** Shapes of the tabular data: the columns of a list, of a pattern and of a user correction. */
+/** Columns of the tabular data: lists, patterns and user corrections. */
 #ifndef ORVAN_SIM_MODULE_DATA_TABLES_H
 #define ORVAN_SIM_MODULE_DATA_TABLES_H
 

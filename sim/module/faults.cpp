@@ -12,7 +12,7 @@ struct FaultName {
     FaultMode mode;
 };
 
-// The first name of a mode is the one it is reported by.
+// A mode is reported by its first name.
 constexpr std::array kFaultNames = {
     FaultName{"up", FaultMode::kUp},         FaultName{"silent", FaultMode::kSilent},
     FaultName{"refuse", FaultMode::kRefuse}, FaultName{"close", FaultMode::kClose},
@@ -21,7 +21,7 @@ constexpr std::array kFaultNames = {
     FaultName{"long", FaultMode::kLong},
 };
 
-// Filler goes ahead of the reply's end, so that the reply still ends as one.
+// The filler goes before the end of the reply, so that the reply still ends as it should.
 std::string lengthen(std::string reply)
 {
     static constexpr std::string_view kEnd = "+OK\r\n";

@@ -1,6 +1,6 @@
 /**
- * How the module misbehaves on its connections. It stands between the SCPI server's transport and the
- * instrument; the instrument knows nothing of it.
+ * Injectable faults of the module's connections, between the SCPI server's transport and the instrument,
+ * which is not aware of them.
  */
 #ifndef ORVAN_SIM_MODULE_FAULTS_H
 #define ORVAN_SIM_MODULE_FAULTS_H
@@ -16,15 +16,15 @@ namespace sim_module {
 
 enum class FaultMode {
     kUp,     /**< none: a reply is one write, at once */
-    kSilent, /**< requests are taken, and neither executed nor answered */
+    kSilent, /**< requests are read, but neither executed nor answered */
     kRefuse, /**< the port is closed */
-    kClose,  /**< connections are accepted and ended without a word; nothing is executed */
-    kSlow,   /**< each reply comes late */
-    kSplit,  /**< each reply comes in two pieces with a pause between them */
+    kClose,  /**< connections are accepted and closed at once; nothing is executed */
+    kSlow,   /**< each reply is delayed */
+    kSplit,  /**< each reply is sent in two pieces with a pause between them */
     kLong,   /**< each reply is longer than a controller's buffer */
 };
 
-/** A piece of a reply: sent in one write, `delay` after the piece ahead of it. */
+/** A piece of a reply: sent in one write, `delay` after the previous one. */
 struct ReplyPiece {
     std::chrono::milliseconds delay;
     std::string bytes;
@@ -48,7 +48,7 @@ public:
     bool ends_connections() const { return m_mode == FaultMode::kClose; }
     bool executes() const { return m_mode != FaultMode::kSilent && m_mode != FaultMode::kClose; }
 
-    /** How a reply goes out. Every mode that executes gives at least one piece. */
+    /** Splits a reply for sending. Every mode that executes requests returns at least one piece. */
     std::vector<ReplyPiece> shape(std::string reply) const;
 
 private:
@@ -59,7 +59,7 @@ private:
 /** "up", "silent", "refuse", "close", "slow", "split", "long". */
 std::string_view fault_name(FaultMode mode);
 
-/** The mode of a name, "drop" and "drop-connection" being kClose as well; nothing for any other word. */
+/** The mode of a name; "drop" and "drop-connection" also mean kClose. Empty for any other word. */
 std::optional<FaultMode> fault_by_name(std::string_view name);
 
 } // namespace sim_module

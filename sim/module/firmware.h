@@ -1,6 +1,6 @@
 /**
- * The images that a module was updated with, and how it misbehaves when one comes. An image is kept as its
- * length and checksum; nothing looks into it.
+ * The images that a module was updated with, and injectable faults of updates. Of an image, only length and
+ * checksum are kept.
  */
 #ifndef ORVAN_SIM_MODULE_FIRMWARE_H
 #define ORVAN_SIM_MODULE_FIRMWARE_H
@@ -22,10 +22,10 @@ enum class ImageKind {
 
 enum class UpdateFault {
     kUp,           /**< none */
-    kSilentStream, /**< frames from a block on are neither taken nor acknowledged */
-    kSilentBurn,   /**< a stream is acknowledged and never burnt */
-    kLate,         /**< each acknowledgement, frame of the burning and reply comes late */
-    kRefuse,       /**< no image is taken: error -250, or a final frame with an error code */
+    kSilentStream, /**< frames from a given block on are ignored */
+    kSilentBurn,   /**< a stream is acknowledged, but never programmed */
+    kLate,         /**< each acknowledgement, progress frame and reply is delayed */
+    kRefuse,       /**< every image is refused: error -250, or a final frame with an error code */
 };
 
 class Firmware {
@@ -37,7 +37,7 @@ public:
     struct Image {
         size_t size = 0;
         uint32_t crc32 = 0;
-        unsigned stored = 0; /**< how often one was */
+        unsigned stored = 0; /**< how many were */
     };
 
     void store(ImageKind kind, std::string_view bytes);
@@ -52,13 +52,13 @@ public:
     bool burns() const { return m_fault != UpdateFault::kSilentBurn; }
     bool takes_block(uint16_t block) const { return m_fault != UpdateFault::kSilentStream || block < m_from; }
 
-    /** Whether an image in a request is taken and answered at all. */
+    /** Whether an image in a request is answered at all. */
     bool takes_request() const
     {
         return m_fault != UpdateFault::kSilentStream && m_fault != UpdateFault::kSilentBurn;
     }
 
-    /** How late an answer is. */
+    /** Delay of an answer. */
     std::chrono::milliseconds lateness() const { return m_late; }
 
 private:

@@ -82,7 +82,7 @@ void FirmwarePort::on_ready(short)
 void FirmwarePort::answer(const Frame& frame, size_t length)
 {
     const auto send = [this, frame, length, peer = m_peer] {
-        // What does not get through is lost, as on any network.
+        // A datagram that cannot be sent is lost, as on any network.
         if (!m_away) {
             ::sendto(m_socket.get(), &frame, length, 0, reinterpret_cast<const sockaddr*>(&peer),
                      sizeof peer);

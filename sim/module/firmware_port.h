@@ -1,6 +1,6 @@
 /**
- * The module's firmware port (UDP): a stream of frames in, an acknowledgement of each out, and behind the
- * last one frames of the burning and a final frame, all to where the frame came from.
+ * The module's firmware port (UDP): receives a stream of frames, acknowledges each, and after the last one
+ * sends progress frames of the programming and a final frame, all to the sender.
  *
  * | Answer          | block             | size | stateMode | info       | data                         |
  * |-----------------|-------------------|------|-----------|------------|------------------------------|
@@ -8,7 +8,7 @@
  * | progress        | percent, 10 a time| 0    | 0         | 0          | none                         |
  * | final           | 0                 | EOD  | 0xFFFF    | 0 or error | what became of it, with a NUL|
  *
- * `opcode` and `mac` are those of the frame that is answered. The errors: IF_ERROR_INV_LENGTH for an image
+ * `opcode` and `mac` are those of the frame answered. The errors: IF_ERROR_INV_LENGTH for an image
  * that is empty or has gaps, IF_ERROR_INV_BIN_HEADER_FORMAT for one that is refused.
  */
 #ifndef ORVAN_SIM_MODULE_FIRMWARE_PORT_H
@@ -32,13 +32,13 @@ namespace sim_module {
 
 class FirmwarePort : private sim_control::EventSink {
 public:
-    /** Between two frames of the burning. */
+    /** Between two progress frames. */
     static constexpr std::chrono::milliseconds kBurnStep{20};
 
     /**
      * @param address dotted IPv4
-     * @param port    0 for one that the system chooses
-     * @throws std::system_error when the address cannot be had
+     * @param port    0 for a free one
+     * @throws std::system_error when the address cannot be bound
      */
     FirmwarePort(sim_control::EventLoop& loop, const std::string& address, uint16_t port, Firmware& firmware);
     ~FirmwarePort() override;
@@ -48,7 +48,7 @@ public:
 
     uint16_t port() const { return m_port; }
 
-    /** While away nobody is answered; what was under way is forgotten. */
+    /** While away no frame is answered; a stream in progress is dropped. */
     void set_away(bool away);
 
 private:
@@ -66,7 +66,7 @@ private:
     UniqueFd m_socket;
     uint16_t m_port;
     FirmwareStream m_stream;
-    Frame m_frame{};      // the one at work; behind the last one of a stream, that
+    Frame m_frame{};      // the current one; after a stream, its last
     sockaddr_in m_peer{}; // where it came from
     sim_control::EventLoop::TimerId m_burning = 0;
     bool m_away = false;

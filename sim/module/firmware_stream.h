@@ -1,4 +1,4 @@
-/** An image that comes block by block in frames of the maintenance protocol. No socket, no clock. */
+/** Receives an image block by block in frames of the maintenance protocol. No socket, no clock. */
 #ifndef ORVAN_SIM_MODULE_FIRMWARE_STREAM_H
 #define ORVAN_SIM_MODULE_FIRMWARE_STREAM_H
 
@@ -14,25 +14,25 @@ namespace sim_module {
 class FirmwareStream {
 public:
     enum class Step {
-        kIgnored,    /**< no frame of a stream: not even acknowledged */
-        kTaken,      /**< to be acknowledged, whatever became of it */
+        kIgnored,    /**< not a frame of a stream: not acknowledged */
+        kTaken,      /**< to be acknowledged, whether or not it was stored */
         kComplete,   /**< the end of an image without a gap */
         kIncomplete, /**< the end of one that is empty or has gaps */
     };
 
     /**
-     * Takes a frame of which `length` bytes have come.
+     * Handles a frame of which `length` bytes were received.
      *
-     * Blocks count from 1. Block 0 holds nothing and begins anew; so does block 1, since a sender that waits
-     * for each acknowledgement repeats only its last block. A block that is not the next one, and one whose
-     * data have not come whole, is not stored: its acknowledgement asks for the next one again.
+     * Blocks count from 1. Block 0 has no data and restarts the stream; so does block 1, since a sender that
+     * waits for each acknowledgement repeats only its last block. A block that is not the next one, or whose
+     * data is incomplete, is not stored: its acknowledgement requests the next one again.
      */
     Step take(const HaldeElec::Orvan::HALDE_PACKET& frame, size_t length);
 
     /** The block that an acknowledgement names. */
     uint16_t expected_block() const { return m_next; }
 
-    /** The end has come, and nothing has begun anew since. */
+    /** The end was received, and no new stream has begun since. */
     bool has_ended() const { return m_ended; }
 
     std::string_view image() const { return m_image; }

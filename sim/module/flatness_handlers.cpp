@@ -17,7 +17,7 @@ DataStore::Table& pairs_of(scpi_t* context)
     return instrument_of(context).store().table(kKind);
 }
 
-/** In the order of their frequency, the later of two with the same frequency. */
+/** Sorted by frequency; of two with the same frequency the later one. */
 DataStore::Table in_order(const DataStore::Table& pairs)
 {
     std::map<double, double> by_frequency;

@@ -1,6 +1,6 @@
 /**
- * The handlers of the command table. Each takes the parser's context and gives SCPI_RES_OK or SCPI_RES_ERR;
- * an error is in the queue when it gives the latter. A refused command changes nothing.
+ * The handlers of the command table. Each takes the parser's context and returns SCPI_RES_OK, or SCPI_RES_ERR
+ * with an error queued. A refused command changes nothing.
  */
 #ifndef ORVAN_SIM_MODULE_HANDLERS_H
 #define ORVAN_SIM_MODULE_HANDLERS_H
@@ -16,7 +16,7 @@ namespace sim_module {
 
 scpi_result_t set_setting(scpi_t* context);
 
-/** A quantity takes MINimum, MAXimum or DEFault, and then tells that value in place of the present one. */
+/** With MINimum, MAXimum or DEFault, a quantity returns that value instead of the present one. */
 scpi_result_t query_setting(scpi_t* context);
 
 // Tag: a TableKind.
@@ -35,19 +35,19 @@ scpi_result_t delete_file(scpi_t* context);   /**< "name" */
 
 // Tag: an ImageKind.
 
-/** A block with the image. An empty one is error -161, one that the module will not have -250. */
+/** A block with the image. Error -161 for an empty one, -250 for one that the module refuses. */
 scpi_result_t take_image(scpi_t* context);
 
 // Without a tag.
 
-scpi_result_t restart(scpi_t* context); /**< the module answers, and is gone for a while */
+scpi_result_t restart(scpi_t* context); /**< the module answers, then is away for a while */
 
 scpi_result_t delete_file_of_any_kind(scpi_t* context); /**< "name" */
 scpi_result_t delete_all_files(scpi_t* context);
 scpi_result_t query_file_size(scpi_t* context); /**< "name" */
 
 scpi_result_t set_flatness_pair(scpi_t* context);   /**< frequency, correction; replaces that frequency's */
-scpi_result_t query_flatness_pair(scpi_t* context); /**< number of the pair from 1, the last without one */
+scpi_result_t query_flatness_pair(scpi_t* context); /**< number of the pair from 1, default the last */
 scpi_result_t set_flatness_points(scpi_t* context); /**< keeps that many pairs, the lowest frequencies */
 scpi_result_t query_flatness_points(scpi_t* context);
 scpi_result_t set_flatness_data(scpi_t* context); /**< all pairs: frequency, correction, frequency, ... */
@@ -57,8 +57,6 @@ scpi_result_t set_clock(scpi_t* context); /**< year, month, day, hour, minute, s
 scpi_result_t query_temperature(scpi_t* context);
 scpi_result_t trigger(scpi_t* context); /**< -211 unless the trigger source is BUS */
 scpi_result_t self_test(scpi_t* context);
-
-// The texts of the identity.
 
 /** A text of the module's identity. */
 template <std::string Identity::*field>

@@ -108,9 +108,9 @@ void Instrument::reset()
 void Instrument::add_field(std::string_view field)
 {
     if (m_reply.size() > kMaxReply) {
-        return; // too long already; no need to gather the rest
+        return; // too long already; no need to collect the rest
     }
-    // A "," joins the results of one command; whatever else comes behind a result is the next field.
+    // A "," joins the results of one command; anything else after a result begins the next field.
     if (!m_reply.empty() && field != "," && m_reply.back() != ',') {
         m_reply += ';';
     }

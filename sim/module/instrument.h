@@ -1,6 +1,6 @@
 /**
  * The instrument behind the SCPI port: one set of settings, one error queue, one set of status registers,
- * whichever connection a request comes on.
+ * shared by all connections.
  */
 #ifndef ORVAN_SIM_MODULE_INSTRUMENT_H
 #define ORVAN_SIM_MODULE_INSTRUMENT_H
@@ -26,12 +26,12 @@ namespace sim_module {
 
 class Instrument : public RequestExecutor {
 public:
-    /** Longest reply in bytes, line end included: what a controller reads of one. */
+    /** Longest reply in bytes, line end included: as much as a controller reads. */
     static constexpr size_t kMaxReply = 4096;
 
     static constexpr size_t kErrorQueueLength = 32;
 
-    /** @throws std::invalid_argument for a model that is none of the family */
+    /** @throws std::invalid_argument for an unknown model */
     explicit Instrument(Identity identity, const Temperature& temperature = Temperature());
     ~Instrument() override;
 
@@ -39,12 +39,11 @@ public:
     Instrument& operator=(const Instrument&) = delete;
 
     /**
-     * The results and errors of the request in their order, ";" between them, then ";+OK" ("+OK" alone
+     * Returns the results and errors of the request in order, separated by ";", then ";+OK" ("+OK" alone
      * when there are none) and CR LF. An error is `-ERR <number>, "<text>"`.
      *
-     * The "+OK" says that the reply is complete, and a refused request has it too: it keeps a reply one
-     * line for a controller that takes off everything from the last "+OK" on. A reply past kMaxReply
-     * gives way to error -223.
+     * "+OK" marks the reply as complete, and a refused request has it too: a controller cuts the reply at the
+     * last "+OK". A reply longer than kMaxReply is replaced by error -223.
      */
     std::string execute(std::string_view request) override;
 
@@ -53,7 +52,7 @@ public:
 
     std::optional<std::chrono::milliseconds> reply_delay() const override;
 
-    /** "*RST": settings and tables in memory; files, registers and the error queue stay. */
+    /** "*RST": resets settings and tables in memory; files, registers and the error queue are kept. */
     void reset();
 
     const Identity& identity() const { return m_identity; }
@@ -64,13 +63,13 @@ public:
 
     Firmware& firmware() { return m_firmware; }
 
-    /** Takes an image of a request, or leaves it, as the update faults say. @return false to refuse it */
+    /** Stores the image of a request, unless an update fault prevents it. @return false to refuse it */
     bool take_image(ImageKind kind, std::string_view bytes);
 
-    /** What a restart does beyond the instrument; called within the request that asks for it. */
+    /** Called for a restart, within the request, to do what lies outside the instrument. */
     void set_restart_action(std::function<void()> action) { m_restart_action = std::move(action); }
 
-    /** Of ":SYSTem:RESTart". The reply still goes out. */
+    /** Of ":SYSTem:RESTart". The reply is still sent. */
     void restart();
     uint64_t restarts() const { return m_restarts; }
 
@@ -97,7 +96,7 @@ private:
     DataStore m_store;
     Temperature m_temperature;
     Firmware m_firmware;
-    bool m_brought_image = false; // the request at work
+    bool m_brought_image = false; // in the current request
     std::function<void()> m_restart_action;
     uint64_t m_restarts = 0;
     uint64_t m_triggers = 0;
@@ -105,8 +104,8 @@ private:
 
     scpi_t m_context;
     std::array<scpi_error_t, kErrorQueueLength> m_error_queue{};
-    std::string m_request; // the request at work; the parser writes in it
-    std::string m_reply;   // what the request has given so far
+    std::string m_request; // the current request; the parser modifies it
+    std::string m_reply;   // its reply so far
 };
 
 /** The instrument whose command the handler is. */

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Null while there is no module that could be stopped.
+// Null while there is no module to stop.
 std::atomic<sim_module::Module*> g_module = nullptr;
 static_assert(std::atomic<sim_module::Module*>::is_always_lock_free);
 
@@ -43,7 +43,7 @@ int main(int argc, char** argv)
         sim_module::Module module(*options);
         g_module = &module;
         catch_signals();
-        // Whoever started the module waits for this line; the ports are open behind it.
+        // The parent process waits for this line; the ports are open by then.
         std::printf("orvan-module: channel %d, %s, %s:%u\n", options->channel,
                     options->identity.model.c_str(), module.address().c_str(),
                     static_cast<unsigned>(module.port()));

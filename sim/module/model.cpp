@@ -6,7 +6,7 @@ namespace {
 
 constexpr double kHertz = 1e9; // of a gigahertz
 
-// dBm; a benchtop leaves the factory with option LP, the other platforms without.
+// dBm; a benchtop is shipped with option LP, the other platforms without.
 constexpr double kLowestPowerOfPortable = -30;
 constexpr double kLowestPowerOfBenchtop = -80;
 constexpr double kLowestPowerOfKsr7000 = -30;

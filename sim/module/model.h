@@ -1,4 +1,4 @@
-/** What a module tells of itself, and what its model decides. */
+/** A module's identity, and what depends on its model. */
 #ifndef ORVAN_SIM_MODULE_MODEL_H
 #define ORVAN_SIM_MODULE_MODEL_H
 
@@ -21,13 +21,13 @@ struct Identity {
     std::string digital_revision = "D2";
 };
 
-/** What the model decides of a module's ranges. */
+/** Ranges that depend on the model. */
 struct ModelLimits {
     double highest_frequency; /**< Hz */
     double lowest_power;      /**< dBm */
 };
 
-/** Nothing for a model that is none of the family. */
+/** Empty for an unknown model. */
 std::optional<ModelLimits> model_limits(std::string_view model);
 
 } // namespace sim_module

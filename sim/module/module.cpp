@@ -17,7 +17,7 @@ Module::Module(const Options& options)
         m_control.emplace(m_loop, options.control_path,
                           [this](std::string_view line) { return m_commands.execute(line); });
     }
-    // The request that asks for it is still at work then, and is to get its reply.
+    // The request is still being executed, and must get its reply.
     m_instrument.set_restart_action([this] { m_loop.after({}, [this] { go_away(); }); });
 }
 
@@ -35,7 +35,7 @@ void Module::come_back()
     try {
         m_server.set_away(false);
     } catch (const std::system_error&) {
-        // Somebody took the port while it was closed.
+        // Another process took the port while it was closed.
         m_loop.after(m_restart_time, [this] { come_back(); });
         return;
     }

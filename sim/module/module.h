@@ -21,7 +21,7 @@ namespace sim_module {
 
 class Module {
 public:
-    /** Opens the ports; clients can connect from here on, and are served while `run` works.
+    /** Opens the ports; clients can connect from then on, and are served while `run` runs.
      *
      * @throws std::system_error when one of the addresses cannot be listened on
      * @throws std::invalid_argument for an unknown model

@@ -13,7 +13,7 @@ std::string check_model(const std::string& model)
     return model_limits(model) ? "" : "unknown model " + model;
 }
 
-// A ";" ends a value in a reply, and what cannot be printed has no place in one.
+// A ";" ends a value in a reply, and unprintable characters are not allowed in one.
 std::string check_text(const std::string& text)
 {
     const bool good = !text.empty() && std::all_of(text.begin(), text.end(),
@@ -38,7 +38,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     Options options;
     Identity& identity = options.identity;
     CLI::App app(
-        "A simulated RF channel module: SCPI over TCP and a firmware port over UDP, with faults to order.",
+        "A simulated RF channel module: SCPI over TCP and a firmware port over UDP, with injectable faults.",
         "orvan-module");
     app.set_version_flag("--version", "orvan-module " ORVAN_VERSION);
     app.add_option("--channel", options.channel, "Channel number, 1 to 4")
@@ -48,9 +48,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->check(CLI::ValidIPV4);
     auto* port = app.add_option("--port", options.port, "TCP port, 0 for a free one; default 6000+channel");
     app.add_option("--firmware-port", options.firmware_port,
-                   "UDP port that takes streams of firmware, 0 for a free one; default: none");
+                   "UDP port for firmware streams, 0 for a free one; default: none");
     int restart_time = static_cast<int>(options.restart_time.count());
-    app.add_option("--restart-time", restart_time, "Milliseconds for which a restart takes it away")
+    app.add_option("--restart-time", restart_time, "Milliseconds that a restart takes")
         ->check(CLI::Range(0, 600'000))
         ->capture_default_str();
     app.add_option("--control", options.control_path, "Path of the control socket; default: none");

@@ -68,7 +68,7 @@ std::string quantity_text(double value)
     // Adding zero turns a negative zero into zero.
     std::snprintf(text, sizeof text, "%.15G", value + 0.0);
     std::string number = text;
-    // What has an exponent has a point as well.
+    // A number with an exponent also has a point.
     if (const size_t exponent = number.find('E');
         exponent != std::string::npos && number.find('.') == std::string::npos) {
         number.insert(exponent, ".0");
@@ -90,7 +90,7 @@ bool read_text(scpi_t* context, std::string& text, size_t max_length)
         return false;
     }
     buffer.resize(length);
-    // What cannot be printed, or would cut a reply into fields, has no place in a name.
+    // Unprintable characters, and those that split a reply into fields, are not allowed in a name.
     for (const char c : buffer) {
         if (c < 0x20 || c > 0x7E || c == ';') {
             SCPI_ErrorPush(context, SCPI_ERROR_ILLEGAL_PARAMETER_VALUE);

@@ -1,4 +1,4 @@
-/** Parameters and results as the module's commands have them. */
+/** Parameters and results of the module's commands. */
 #ifndef ORVAN_SIM_MODULE_PARAMETERS_H
 #define ORVAN_SIM_MODULE_PARAMETERS_H
 
@@ -13,9 +13,9 @@ namespace sim_module {
 /**
  * Reads the next parameter as a quantity in the range's unit.
  *
- * MINimum, MAXimum and DEFault stand for the limits and `initial`. Radians and degrees are turned into
- * each other. An error is queued when the result is false: -131 for a suffix of another unit, -222 outside
- * the range, -224 for another mnemonic, and those of SCPI_ParamNumber.
+ * MINimum, MAXimum and DEFault mean the limits and `initial`. Radians and degrees are converted. An error is
+ * queued when the result is false: -131 for a suffix of another unit, -222 outside the range, -224 for
+ * another mnemonic, and those of SCPI_ParamNumber.
  */
 bool read_quantity(scpi_t* context, const Range& range, double initial, double& value);
 
@@ -28,12 +28,12 @@ std::string quantity_text(double value);
 /** Reads the next parameter as a name or text of at most `max_length` characters, quoted or not. */
 bool read_text(scpi_t* context, std::string& text, size_t max_length);
 
-/** Gives the text of the quantity as a result. */
+/** Writes the quantity as a result. */
 void result_quantity(scpi_t* context, double value);
 
 /**
- * True when the command has no parameter left to read; else -108 is queued. A handler asks ahead of its
- * first change, since the parser itself would notice only behind it.
+ * True when the command has no parameters left; otherwise -108 is queued. A handler calls it before its first
+ * change, since the parser itself would notice too late.
  */
 bool end_of_parameters(scpi_t* context);
 

@@ -1,4 +1,4 @@
-/** The last requests that reached the module, as the exact bytes, so that a test can compare them. */
+/** The last requests that reached the module, byte for byte, so that a test can compare them. */
 #ifndef ORVAN_SIM_MODULE_REQUEST_LOG_H
 #define ORVAN_SIM_MODULE_REQUEST_LOG_H
 
@@ -10,7 +10,7 @@
 
 namespace sim_module {
 
-/** Printable text as it stands; CR, LF, TAB and "\" as "\r", "\n", "\t", "\\"; any other byte as "\xNN". */
+/** Printable text unchanged; CR, LF, TAB and "\" as "\r", "\n", "\t", "\\"; any other byte as "\xNN". */
 std::string escape_bytes(std::string_view bytes);
 
 class RequestLog {
@@ -18,21 +18,21 @@ public:
     /** Requests kept. */
     static constexpr size_t kCapacity = 1000;
 
-    /** Bytes kept of one request; an image of many megabytes is to leave no more than its head. */
+    /** Bytes kept of one request; of an image of many megabytes only the head. */
     static constexpr size_t kBytesKept = 4096;
 
     void add(std::string_view request);
 
-    /** Forgets the requests and starts the count again. */
+    /** Removes all requests and resets the count. */
     void clear();
 
-    /** Requests since the start or the last `clear`, those that have left the ring included. */
+    /** Requests since the start or the last `clear`, including those no longer in the ring. */
     uint64_t count() const { return m_count; }
 
     /** Requests in the ring. */
     size_t size() const { return m_entries.size(); }
 
-    /** Entry `index`, 0 the oldest, as one line: escaped, with "...(+n bytes)" behind one that was cut. */
+    /** Entry `index`, 0 the oldest, as one line: escaped, with "...(+n bytes)" after a truncated one. */
     std::string line(size_t index) const;
 
     /** The newest entry as one line, empty when there is none. */

@@ -24,10 +24,10 @@ ScpiConnection::~ScpiConnection()
 void ScpiConnection::start()
 {
     if (m_server.m_faults.ends_connections()) {
-        // Closing with bytes unread would reset the connection; this way the peer sees a plain end.
+        // Closing with unread bytes would reset the connection; this way the peer sees an orderly close.
         ::shutdown(m_socket.get(), SHUT_WR);
     }
-    // As a rule the request has come with the connection.
+    // Usually the request has arrived with the connection.
     settle(receive());
 }
 
@@ -48,8 +48,8 @@ void ScpiConnection::settle(State state)
         m_server.remove(*this);
         return;
     }
-    // No request is read while a reply is on its way: a client that does not read its replies is
-    // slowed down by its own socket, and nothing piles up here.
+    // No request is read while a reply is being sent: a client that does not read its replies is slowed down
+    // by its own socket, and nothing accumulates here.
     short events = 0;
     if (!replying()) {
         events = POLLIN;

@@ -22,7 +22,7 @@ public:
     ScpiConnection(const ScpiConnection&) = delete;
     ScpiConnection& operator=(const ScpiConnection&) = delete;
 
-    /** Serves what has come already. The connection may be gone when this returns. */
+    /** Serves what has already arrived. The connection may be gone when this returns. */
     void start();
 
 private:
@@ -39,10 +39,10 @@ private:
     ScpiServer& m_server;
     UniqueFd m_socket;
     RequestFramer m_framer;
-    std::vector<ReplyPiece> m_pieces;            // of the reply at work
-    size_t m_piece = 0;                          // the first of them that has not been sent whole
-    sim_control::EventLoop::TimerId m_timer = 0; // not 0 while that piece waits for its time
-    short m_events;                              // what the loop watches for
+    std::vector<ReplyPiece> m_pieces;            // of the current reply
+    size_t m_piece = 0;                          // the first one not completely sent
+    sim_control::EventLoop::TimerId m_timer = 0; // not 0 while that piece is delayed
+    short m_events;                              // watched by the loop
     bool m_peer_ended = false;
 };
 

@@ -16,7 +16,7 @@ namespace sim_module {
 
 namespace {
 
-// Descriptors are short when accept fails for good; connections that end meanwhile give some back.
+// accept() keeps failing when descriptors run out; connections that end meanwhile free some.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
 } // namespace

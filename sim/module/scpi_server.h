@@ -21,18 +21,18 @@
 
 namespace sim_module {
 
-/** What requests are handed to. */
+/** Executes requests. */
 class RequestExecutor {
 public:
     virtual ~RequestExecutor() = default;
 
-    /** Executes a request, line end included, and gives the whole reply, line end included. */
+    /** Executes a request and returns the whole reply, both including the line end. */
     virtual std::string execute(std::string_view request) = 0;
 
-    /** The reply to a request that was longer than the module takes. */
+    /** The reply to a request that is too long. */
     virtual std::string refuse_overrun() = 0;
 
-    /** How long the reply to the last request is held back; nothing when there is to be none. */
+    /** How long the reply to the last request is delayed; empty when it is not to be sent. */
     virtual std::optional<std::chrono::milliseconds> reply_delay() const = 0;
 };
 
@@ -44,7 +44,7 @@ public:
      * Opens the port, unless the faults keep it closed.
      *
      * @param address dotted IPv4
-     * @param port 0 for one that the system chooses
+     * @param port 0 for a free one
      * @throws std::system_error when the address cannot be listened on
      */
     ScpiServer(sim_control::EventLoop& loop, const std::string& address, uint16_t port,
@@ -56,15 +56,15 @@ public:
 
     const std::string& address() const { return m_address; }
 
-    /** The port listened on; stays the same while the faults have it closed. */
+    /** The port listened on; unchanged while a fault keeps it closed. */
     uint16_t port() const { return m_port; }
 
     size_t connections() const { return m_connections.size(); }
 
-    /** Opens or closes the port as the faults now say. Throws as the constructor does. */
+    /** Opens or closes the port according to the faults. Throws as the constructor does. */
     void apply_faults();
 
-    /** While away the port is closed, and the connections are ended. Throws as the constructor does. */
+    /** While away the port and all connections are closed. Throws as the constructor does. */
     void set_away(bool away);
     bool is_away() const { return m_away; }
 
@@ -86,7 +86,7 @@ private:
     bool m_away = false;
     sim_control::EventLoop::TimerId m_accept_pause = 0;
     std::unordered_map<const ScpiConnection*, std::unique_ptr<ScpiConnection>> m_connections;
-    std::array<char, 65536> m_receive_buffer; // of the connection at work
+    std::array<char, 65536> m_receive_buffer; // of the current connection
 };
 
 } // namespace sim_module

@@ -18,7 +18,7 @@ namespace {
 constexpr scpi_choice_def_t kLimits[] = {
     {"MINimum", SCPI_NUM_MIN}, {"MAXimum", SCPI_NUM_MAX}, {"DEFault", SCPI_NUM_DEF}, {nullptr, -1}};
 
-/** The setting at work. */
+/** The setting of the current command. */
 struct Target {
     explicit Target(scpi_t* context)
         : settings(instrument_of(context).settings()), index(static_cast<size_t>(SCPI_CmdTag(context))),

@@ -16,13 +16,13 @@ public:
     /** Longest text value in characters. */
     static constexpr size_t kMaxText = 31;
 
-    /** @param limits what kModelMaximum and kModelMinimum stand for */
+    /** @param limits values for kModelMaximum and kModelMinimum */
     explicit Settings(const ModelLimits& limits);
 
     /** Every value as after "*RST". */
     void reset();
 
-    /** The range with the model's own figures in it. */
+    /** The range with the model's own limits. */
     Range resolve(Range range) const;
 
     /** Value of a number, an integer, a boolean (1 or 0) or a choice (its tag). */

@@ -31,19 +31,18 @@ struct Range {
     double maximum;
 };
 
-/** Of every setting and column that is such a quantity. */
 inline constexpr Range kFrequencyRange = {SCPI_UNIT_HERTZ, 50e3, kModelMaximum};
 inline constexpr Range kPowerRange = {SCPI_UNIT_DBM, kModelMinimum, 15};
 inline constexpr Range kStepTimeRange = {SCPI_UNIT_SECOND, 100e-6, 1000};
 
 struct Setting {
-    const char* pattern; /**< header of the set form; the query's has a "?" behind it */
+    const char* pattern; /**< header of the set form; the query adds a "?" */
     SettingRows rows;
     SettingForm form;
     Range range;
     double initial;                   /**< value after "*RST"; a choice's tag; 1 or 0 of a boolean */
     const scpi_choice_def_t* choices; /**< kChoice: its list; else null */
-    std::span<const double> allowed;  /**< kNumber: the only values there are; empty: all in the range */
+    std::span<const double> allowed;  /**< kNumber: the only values allowed; empty: all in the range */
 };
 
 std::span<const Setting> settings_table();

@@ -1,4 +1,4 @@
-/** What the module's sockets have in common. */
+/** Helpers for the module's sockets. */
 #ifndef ORVAN_SIM_MODULE_SOCKET_NAME_H
 #define ORVAN_SIM_MODULE_SOCKET_NAME_H
 
@@ -9,13 +9,13 @@
 
 namespace sim_module {
 
-/** Throws what `errno` says as std::system_error. */
+/** Throws `errno` as std::system_error. */
 [[noreturn]] void throw_errno(const char* what);
 
 /** @param address dotted IPv4; std::system_error for anything else */
 sockaddr_in socket_name(const std::string& address, uint16_t port);
 
-/** Binds the socket, and gives the port that it has then. Throws std::system_error. */
+/** Binds the socket and returns its port. Throws std::system_error. */
 uint16_t bind_socket(int fd, const std::string& address, uint16_t port);
 
 } // namespace sim_module

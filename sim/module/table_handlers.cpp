@@ -58,7 +58,7 @@ scpi_result_t reverse_list(scpi_t* context)
     }
     DataStore::Table& rows = instrument_of(context).store().table(TableKind::kList);
     const size_t columns = table_shape(TableKind::kList).columns.size();
-    // Reversing the values reverses the rows and what is in them; the second step puts each row right.
+    // Reversing the values reverses the rows and their columns; the second step restores the columns.
     std::reverse(rows.begin(), rows.end());
     for (auto row = rows.begin(); row != rows.end(); row += static_cast<std::ptrdiff_t>(columns)) {
         std::reverse(row, row + static_cast<std::ptrdiff_t>(columns));

@@ -1,4 +1,4 @@
-/** What the handlers of tabular data have in common. */
+/** Helpers for the handlers of tabular data. */
 #ifndef ORVAN_SIM_MODULE_TABLE_PARAMETERS_H
 #define ORVAN_SIM_MODULE_TABLE_PARAMETERS_H
 
@@ -11,7 +11,7 @@
 
 namespace sim_module {
 
-/** The command's tag as the kind that it is. */
+/** The command's tag as a TableKind. */
 inline TableKind table_kind(scpi_t* context)
 {
     return static_cast<TableKind>(SCPI_CmdTag(context));
@@ -19,11 +19,11 @@ inline TableKind table_kind(scpi_t* context)
 
 /**
  * Reads all parameters as rows of the kind's columns. An error is queued when the result is false: those of
- * read_quantity, -109 for a row that is not whole, -223 for more rows than the kind may have.
+ * read_quantity, -109 for an incomplete row, -223 for more rows than the kind may have.
  */
 bool read_rows(scpi_t* context, TableKind kind, DataStore::Table& rows);
 
-/** Ends a handler: the result of an operation of the store, its error queued. */
+/** Ends a handler with the result of a store operation; an error is queued. */
 inline scpi_result_t finish(scpi_t* context, int error)
 {
     if (error == 0) {
@@ -33,7 +33,7 @@ inline scpi_result_t finish(scpi_t* context, int error)
     return SCPI_RES_ERR;
 }
 
-/** A handler whose one parameter is a name: `operation(store, kind, name)` gives 0 or an error. */
+/** A handler whose one parameter is a name: `operation(store, kind, name)` returns 0 or an error. */
 template <typename Operation>
 scpi_result_t with_name(scpi_t* context, Operation operation)
 {

@@ -8,7 +8,7 @@ namespace sim_module {
 
 namespace {
 
-// Seconds; far from a common multiple, so that the sum does not look like one wave.
+// Seconds; without a small common multiple, so that the sum does not look like one wave.
 constexpr double kPeriods[] = {611, 1607, 4201};
 constexpr double kShares[] = {0.3, 0.3, 0.4};
 
@@ -16,7 +16,7 @@ constexpr double kShares[] = {0.3, 0.3, 0.4};
 
 Temperature::Temperature(double base, uint64_t seed) : m_base(base), m_waves()
 {
-    // The generator is the same everywhere, the library's distributions are not.
+    // The standard defines the generator's output, but not that of the distributions.
     std::mt19937_64 generator(seed);
     const auto fraction = [&generator] { return static_cast<double>(generator() >> 11) * 0x1p-53; };
     for (size_t i = 0; i < m_waves.size(); ++i) {

@@ -14,19 +14,19 @@ public:
     static constexpr double kLowest = -273.15;
     static constexpr double kHighest = 1000;
     static constexpr double kDefaultBase = 42.0;
-    /** The drift stays within that many degrees of the base. */
+    /** The drift stays within this many degrees of the base. */
     static constexpr double kSwing = 1.5;
 
-    /** @param seed the same one gives the same drift, counted from the construction */
+    /** @param seed the same seed gives the same drift, from construction on */
     explicit Temperature(double base = kDefaultBase, uint64_t seed = 0);
 
-    /** Degrees Celsius: the drift to the hundredth, or what is held. */
+    /** Degrees Celsius: the drift, rounded to hundredths, or the held value. */
     double read() const { return read_at(std::chrono::steady_clock::now() - m_start); }
 
-    /** What `read` gives that long after the construction. */
+    /** What `read` returns that long after construction. */
     double read_at(std::chrono::duration<double> age) const;
 
-    /** Holds the temperature at that value until `release`; the drift goes on unseen. */
+    /** Holds the temperature at that value until `release`; the drift continues in the background. */
     void hold(double celsius) { m_held = celsius; }
     void release() { m_held.reset(); }
     bool is_held() const { return m_held.has_value(); }
