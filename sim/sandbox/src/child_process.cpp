@@ -24,7 +24,7 @@ namespace {
 
 constexpr int kFirstListenFd = 3;
 
-/** \param folder_mount  of `own_folder`; none when the process gets none */
+/** \param folder_mount  of `own_folder`; empty for none */
 Failure join(const Membership& membership, const UniqueFd& folder_mount, const std::string& own_folder)
 {
     if (!membership.init) {
@@ -65,7 +65,7 @@ Result<pid_t> fork_into(const Membership& membership, const std::string& own_fol
                                      [&] { return join(membership, folder_mount, own_folder); });
     if (pid && pid.value() == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        // In a sandbox the parent is not to be seen, but there the first process dies with it.
+        // In a sandbox the parent is not visible, but there the first process dies with it.
         if (!membership.init && ::getppid() != parent) {
             ::_exit(1);
         }
@@ -84,8 +84,8 @@ void reset_signals()
 }
 
 /**
- * Puts the descriptors where the program expects them and leaves the others to be closed by exec. The
- * sources are first copied out of the way, since one may stand at another's place.
+ * Puts the descriptors where the program expects them; exec closes the others. The sources are copied first,
+ * since one may have the number of another's target.
  */
 bool arrange_descriptors(const Command& command)
 {
@@ -132,7 +132,7 @@ bool arrange_descriptors(const Command& command)
         words.push_back(const_cast<char*>(word.c_str()));
     }
     words.push_back(nullptr);
-    // Out of the way of the descriptors that are passed on.
+    // Above the descriptors that are passed on.
     report.reset(
         ::fcntl(report.get(), F_DUPFD_CLOEXEC, kFirstListenFd + static_cast<int>(command.listen_fds.size())));
     if (arrange_descriptors(command)) {

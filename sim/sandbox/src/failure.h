@@ -7,15 +7,15 @@
 
 namespace orvan_sandbox {
 
-/** Result of a step that has no value: nothing when it succeeded. */
+/** Result of a step without a value: empty on success. */
 using Failure = std::optional<Error>;
 
-/** The failure of a system call, with errno as it stands. */
+/** The failure of a system call, with the present errno. */
 Error system_failure(std::string step);
 
 /**
- * The failure of a call that needs a namespace or a capability in one: where errno says that the kernel does
- * not allow or does not have it, the failure is marked as refused, with a hint from the kernel's settings.
+ * The failure of a call that needs a namespace or a capability in one: when errno means that the kernel does
+ * not allow or support it, the failure is marked as refused, with a hint based on the kernel's settings.
  */
 Error namespace_failure(std::string step);
 

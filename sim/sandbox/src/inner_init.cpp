@@ -27,7 +27,7 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     char folder[PATH_MAX];
     const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
 
-    // That of the machine's mount namespace: in our own nothing of it can be written soon.
+    // That of the machine's mount namespace: in our own it will soon be read-only.
     const UniqueFd settings(::open("/proc/sys", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (Failure failure = unshare_namespace(CLONE_NEWNS, "mount")) {
         return *failure;
@@ -42,14 +42,14 @@ Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
     if (failure) {
         return *failure;
     }
-    // The working folder may lie below what has just been mounted over.
+    // The working directory may be below what has just been mounted over.
     if (has_folder && ::chdir(folder) != 0 && ::chdir("/") != 0) {
         return system_failure("changing to /");
     }
     return build_network(modules, settings);
 }
 
-/** Lets go of everything that was inherited, so that nothing waits for this process to close it. */
+/** Closes all inherited descriptors, so that nothing waits for this process to close them. */
 void close_all_but(std::vector<int> kept)
 {
     std::sort(kept.begin(), kept.end());
@@ -82,7 +82,7 @@ void reset_signals()
     ::sigprocmask(SIG_SETMASK, &set, nullptr);
 }
 
-/** Reaps until the inner process ends, or for good when there is none. */
+/** Reaps until the inner process ends, or for ever when there is none. */
 [[noreturn]] void reap(int link, pid_t inner)
 {
     sigset_t set;
@@ -101,11 +101,11 @@ void reset_signals()
     }
 }
 
-/** The first process, from its beginning. Returns only in the process that goes on inside. */
+/** Main function of the first process. Returns only in the process that continues inside. */
 Begun first_process(UniqueFd link, const View& view, int modules, bool go_on_inside)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // The parent writes the id maps now, and its answer shows that it lived when the death signal was set.
+    // The parent now writes the id maps; its reply shows that it was alive when the death signal was set.
     SetupReport report;
     if (!send_report(link.get(), report) || !receive_report(link.get(), report)) {
         ::_exit(1);

@@ -11,9 +11,9 @@
 
 namespace orvan_sandbox {
 
-/** What is told of a sandbox that has been set up. */
+/** A sandbox that has been set up. */
 struct Begun {
-    bool inside = false;            /**< true in the process that goes on inside */
+    bool inside = false;            /**< true in the process that continues inside */
     pid_t init = -1;                /**< first process, as its parent sees it (outside only) */
     UniqueFd link;                  /**< to that process (outside only) */
     ino_t network_id = 0;           /**< controller's network namespace */
@@ -22,9 +22,9 @@ struct Begun {
 };
 
 /**
- * Makes the first process of a new sandbox, which sets up everything, reaps orphans and, by being the first
- * of its PID namespace, takes all others along when it ends. \param go_on_inside  the call returns a second
- * time, in a child of the first process; the sandbox ends with that
+ * Makes the first process of a new sandbox, which sets up everything, reaps orphans and, as the first of its
+ * PID namespace, ends all others when it ends. \param go_on_inside  the call returns a second time, in a
+ * child of the first process; the sandbox ends with that
  *                      child, and its wait status is written to `link` as an int.
  */
 Result<Begun> begin_sandbox(const View& view, int modules, bool go_on_inside);

@@ -9,8 +9,8 @@
 namespace orvan_sandbox {
 
 /**
- * Runs a batch of `ip` commands, one a line, up to the first that fails, in another network namespace.
- * Descriptors without close-on-exec can be named in it as /proc/self/fd/N.
+ * Runs a batch of `ip` commands, one per line, up to the first that fails, in another network namespace. It
+ * can refer to descriptors without close-on-exec as /proc/self/fd/N.
  */
 Failure run_ip_batch(const std::string& batch, int network_fd);
 

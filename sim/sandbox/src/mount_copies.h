@@ -9,15 +9,15 @@
 namespace orvan_sandbox {
 
 /**
- * A copy of what is mounted at a folder, with all below it as it is now; it belongs to no mount namespace.
- * Takes a privilege in that of the calling process.
+ * A detached copy of the mounts at and below a folder, as they are now. Needs privileges in the mount
+ * namespace of the calling process.
  */
 Result<UniqueFd> copy_mounts(const std::filesystem::path& folder);
 
-/** The same without a privilege, by a child process. */
+/** The same without privileges, in a child process. */
 Result<UniqueFd> copy_mounts_unprivileged(const std::filesystem::path& folder);
 
-/** Mounts a copy at a folder, which is made if necessary. Once for each copy. */
+/** Mounts a copy at a folder, which is made if necessary. Once per copy. */
 Failure attach_copy(const UniqueFd& copy, const std::filesystem::path& folder);
 
 } // namespace orvan_sandbox

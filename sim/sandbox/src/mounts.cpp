@@ -33,11 +33,11 @@ constexpr const char* kHalde = "/home/orvan/halde";
 constexpr const char* kDevices[] = {"/dev/null",   "/dev/zero",    "/dev/full",
                                     "/dev/random", "/dev/urandom", "/dev/tty"};
 
-/** Of the machine rather than of a process; root could write them from any namespace. */
+/** These belong to the machine, not to a process; root could write them from any namespace. */
 constexpr const char* kMachineInProc[] = {"/proc/sys", "/proc/sysrq-trigger", "/proc/irq", "/proc/bus",
                                           "/proc/fs",  "/proc/acpi",          "/proc/scsi"};
 
-/** Each user namespace has its own. */
+/** These exist per user namespace. */
 constexpr const char* kLimits = "/proc/sys/user";
 
 bool is_there(const fs::path& path)
@@ -54,7 +54,7 @@ Failure bind_mount(const fs::path& from, const fs::path& to)
     return std::nullopt;
 }
 
-/** Unlike a remount this leaves all other flags as they are, which a user namespace has locked. */
+/** Unlike a remount this keeps all other flags, which a user namespace has locked. */
 Failure change_mount(const fs::path& path, unsigned flags, uint64_t set, uint64_t clear)
 {
     mount_attr attributes = {};
@@ -136,7 +136,7 @@ Failure mount_view(const View& view)
     if (Failure failure = protect_machine()) {
         return failure;
     }
-    // As the folders are before anything is mounted over them.
+    // Copies of the folders, before anything is mounted over them.
     Result<UniqueFd> state = copy_mounts(view.state);
     Result<UniqueFd> halde = copy_mounts(view.state / "halde");
     if (!state || !halde) {
@@ -144,7 +144,7 @@ Failure mount_view(const View& view)
     }
     std::vector<std::pair<fs::path, UniqueFd>> shown;
     for (const fs::path& folder : view.shown) {
-        // One that the caller cannot open is of no use inside either.
+        // A folder that the caller cannot open is of no use inside either.
         if (Result<UniqueFd> copy = copy_mounts(folder)) {
             shown.emplace_back(folder, std::move(*copy));
         }
@@ -165,7 +165,7 @@ Failure mount_proc()
         if (errno != EPERM) {
             return namespace_failure("mounting /proc");
         }
-        // Of use to a sandbox in the sandbox alone, which writes its id maps there.
+        // Needed only by a sandbox within the sandbox, which writes its id maps there.
         static_cast<void>(change_mount("/proc", 0, 0, MOUNT_ATTR_RDONLY));
     }
     for (const char* path : kMachineInProc) {

@@ -43,7 +43,7 @@ std::string identity_map(const char* own_map)
     return text.str();
 }
 
-/** A kernel that was built without a kind of namespace answers EINVAL. */
+/** A kernel built without a kind of namespace returns EINVAL. */
 Error creation_failure(const std::string& step)
 {
     Error error = namespace_failure(step);
@@ -55,8 +55,8 @@ Error creation_failure(const std::string& step)
 }
 
 /**
- * ThreadSanitizer starts a thread of its own in a forked child, and only a process with a single thread can
- * join a user namespace; its handler is left out in such a build.
+ * ThreadSanitizer starts a thread in a forked child, but only a single-threaded process can join a user
+ * namespace; its handler is skipped in such a build.
  */
 pid_t fork_with_one_thread()
 {

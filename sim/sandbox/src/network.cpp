@@ -17,8 +17,8 @@ namespace orvan_sandbox {
 namespace {
 
 /**
- * The controller's ends are numbered from here, the far ones from 2. The kernel tells a link's state at once
- * when its ends differ in number, and otherwise up to a second later.
+ * The controller's ends are numbered from here, the far ones from 2. The kernel reports a link's state at
+ * once when the numbers of its ends differ, otherwise up to a second later.
  */
 constexpr int kControllerIndex = 10;
 
@@ -27,7 +27,7 @@ Result<UniqueFd> new_network()
     if (Failure failure = unshare_namespace(CLONE_NEWNET, "network")) {
         return *failure;
     }
-    // Inherited by `ip`, which moves the far ends of the links through these descriptors.
+    // Inherited by `ip`, which uses these descriptors to move the far ends of the links.
     UniqueFd network(::open("/proc/self/ns/net", O_RDONLY));
     if (!network) {
         return system_failure("opening the network namespace");
@@ -35,7 +35,7 @@ Result<UniqueFd> new_network()
     return network;
 }
 
-/** The MAC addresses are the same in each run, locally administered, with the IPv4 address in them. */
+/** The MAC addresses are the same in each run: locally administered, containing the IPv4 address. */
 std::string mac(int third, int fourth)
 {
     char text[18];
@@ -76,13 +76,12 @@ std::string controller_commands(const std::vector<UniqueFd>& networks, int modul
 }
 
 /**
- * What deploy/sysctl.d sets on an instrument: requests to the modules do not run out of ports. In a
- * container /proc/sys may be read-only; everything works then, only slower once a client has kept asking for
- * a while.
+ * What deploy/sysctl.d sets on an instrument, so that requests to the modules do not run out of ports. In a
+ * container /proc/sys may be read-only; then everything works, but gets slower after many requests.
  */
 Failure reuse_ports(int network_fd, const UniqueFd& settings)
 {
-    // The settings that are found below /proc/sys/net are those of the process's network.
+    // /proc/sys/net shows the settings of the process's network namespace.
     if (::setns(network_fd, CLONE_NEWNET) != 0) {
         return system_failure("entering a network namespace");
     }

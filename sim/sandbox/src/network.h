@@ -10,9 +10,9 @@ namespace orvan_sandbox {
 
 /**
  * Makes the network namespaces of all roles, in the order of Role::index(), joins them by links and sets
- * addresses. The calling process ends up in the controller's.
+ * addresses. The calling process is then in the controller's.
  *
- * settings: a /proc/sys that can be written.
+ * settings: a writable /proc/sys.
  */
 Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& settings);
 

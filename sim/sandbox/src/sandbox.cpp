@@ -32,12 +32,11 @@ Error unknown_role(Role role)
 }
 
 /**
- * The part of the original process when another goes on inside: it stands for that one towards its own
- * parent.
+ * The part of the original process when another continues inside: it represents that one to its own parent.
  */
 [[noreturn]] void stand_for(const Begun& begun)
 {
-    // The terminal sends these to the inner process as well, and it decides.
+    // The terminal sends these to the inner process as well, which decides what to do.
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
     int status = 0;
@@ -67,7 +66,7 @@ Result<Sandbox> Sandbox::start(const Options& options)
     if (!state) {
         return state.error();
     }
-    // Found out before anything is set up; the variable of the namespace joins it below.
+    // Checked before anything is set up; the variable of the namespace is added below.
     if (Result<Environment> environment = sandbox_environment(*state, 0); !environment) {
         return environment.error();
     }
@@ -118,7 +117,7 @@ void Sandbox::stop()
         return;
     }
     ::kill(m_init, SIGKILL);
-    // The first process is gone only when its namespace is empty, and our own children in there count until
+    // The first process ends only when its namespace is empty, and our own children in there count until
     // reaped.
     for (const UniqueFd& child : m_children) {
         while (waitid(P_PIDFD, static_cast<id_t>(child.get()), nullptr, WEXITED) != 0 && errno == EINTR) {
@@ -210,7 +209,7 @@ Result<Inside> enter(const Options& options)
     if (const Result<Environment> environment = sandbox_environment(state.value(), 0); !environment) {
         return environment.error();
     }
-    // Else text waiting in a buffer would be written by both processes.
+    // Otherwise both processes would write the buffered text.
     std::fflush(nullptr);
     Result<Begun> begun = begin_sandbox(view_for_caller(state.value()), options.modules, true);
     if (!begun) {

@@ -9,8 +9,8 @@
 namespace orvan_sandbox {
 
 /**
- * What a helper process says to its maker over a pipe or socket pair: plain data, smaller than PIPE_BUF, so
- * that it is written and read in one piece.
+ * What a helper process reports to its parent over a pipe or socket pair: plain data, smaller than PIPE_BUF,
+ * so that it is written and read in one piece.
  */
 struct SetupReport {
     bool failed = false;
@@ -28,7 +28,7 @@ struct SetupReport {
     Error error() const;
 };
 
-/** False when the other end is gone or the report did not pass whole. */
+/** False when the other end is gone or the report was incomplete. */
 bool send_report(int fd, const SetupReport& report);
 bool receive_report(int fd, SetupReport& report);
 

@@ -28,7 +28,7 @@ fs::path find_shared(const fs::path& name)
 
 std::vector<fs::path> program_folders()
 {
-    // Not the whole prefix of an installation, which may be a home.
+    // Not the whole installation prefix, which may be a home.
     const fs::path programs = folder_of_program();
     const fs::path prefix = programs.parent_path();
     return {ORVAN_SOURCE_TREE, ORVAN_BUILD_TREE, programs, prefix / "lib", prefix / "share/orvan"};

@@ -7,14 +7,14 @@
 namespace orvan_sandbox {
 
 /**
- * A file or folder of share/orvan: beside the folder of the running program, where an installation has it,
- * or else the build tree's. Empty when there is neither.
+ * A file or folder in share/orvan: of the installation, next to the folder of the running program, or else of
+ * the build tree. Empty if neither exists.
  */
 std::filesystem::path find_shared(const std::filesystem::path& name);
 
 /**
- * Folders that hold the running program and what it needs: those of an installation, the build tree and the
- * source tree. Some may not exist.
+ * Folders with the running program and what it needs: those of an installation, the build tree and the source
+ * tree. Some may not exist.
  */
 std::vector<std::filesystem::path> program_folders();
 

@@ -6,8 +6,8 @@
 namespace orvan_sandbox {
 
 /**
- * Folder of the stand-ins: share/orvan/stand-ins beside the folder of the running program, where an
- * installation has it, or else the build tree's. Empty when there is neither.
+ * Folder of the stand-ins: share/orvan/stand-ins of the installation, next to the folder of the running
+ * program, or else of the build tree. Empty if neither exists.
  */
 std::filesystem::path find_stand_ins();
 

@@ -22,7 +22,7 @@ constexpr const char* kFolders[] = {
 
 constexpr const char* kFactorySetup = "json/ch0.json"; /**< of halde, and of the factory's files */
 
-/** As an instrument leaves the factory. A file that is there is kept. */
+/** Installs the factory setup. An existing file is kept. */
 Result<bool> install_factory_setup(const fs::path& state)
 {
     const fs::path source = find_shared(fs::path("factory") / kFactorySetup);

@@ -14,7 +14,7 @@ namespace {
 
 const fs::path kClassNet = "/sys/class/net";
 
-/** Devices and drivers stand in hidden folders of the same tree, as the rest of /sys stays the machine's own.
+/** Devices and drivers are in hidden folders of the same tree, as the rest of /sys is the machine's.
  */
 void add_adapter(const std::string& interface, const std::string& device, const std::string& driver,
                  std::error_code& code)

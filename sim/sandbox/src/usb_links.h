@@ -6,8 +6,8 @@
 namespace orvan_sandbox {
 
 /**
- * Puts a tree in the place of /sys/class/net: lo, eth0 and one "usbN" for each module, where "device" and
- * "device/driver" are links as the kernel makes them for network adapters on USB.
+ * Mounts a tree over /sys/class/net: lo, eth0 and one "usbN" for each module, with the "device" and
+ * "device/driver" links that the kernel makes for USB network adapters.
  */
 Failure mount_usb_links(int modules);
 

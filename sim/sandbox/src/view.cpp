@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/** System accounts have homes such as /usr/sbin, which are not their own. */
+/** System accounts have homes such as /usr/sbin, which do not belong to them. */
 bool is_own_home(const fs::path& home)
 {
     struct stat status = {};

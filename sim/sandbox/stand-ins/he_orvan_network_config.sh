@@ -3,7 +3,7 @@
 #   he_orvan_network_config.sh static -a ADDRESS -n MASK -g GATEWAY    (gateway 0.0.0.0: none)
 #   he_orvan_network_config.sh dynamic
 # "dynamic" is answered as by a DHCP server on the LAN, 10.0.0.1, with the pool 10.0.0.100 to 10.0.0.199: a
-# hardware address always gets the same lease, for a year, as nobody renews it here.
+# hardware address always gets the same lease, for a year, as it is never renewed.
 . "$(dirname "$0")/lib/record.sh"
 . "$(dirname "$0")/lib/refuse.sh"
 record "$@"
@@ -30,7 +30,7 @@ is_host() {
     is_ipv4 "$1" && [ "${1%%.*}" -ge 1 ] && [ "${1%%.*}" -le 223 ] && [ "${1%%.*}" -ne 127 ]
 }
 
-# Length of the prefix; fails for a mask with a one behind a zero, and for one without any.
+# Length of the prefix; fails for a non-contiguous or empty mask.
 prefix_of() {
     is_ipv4 "$1" || return 1
     zeros=0

@@ -28,7 +28,7 @@ constexpr int module_port(int module)
     return 6000 + module;
 }
 
-/** Name of a link on the controller's side, "usb0" for module 1. The module's side is always "usb0". */
+/** Interface of a link on the controller's side, "usb0" for module 1; always "usb0" on the module's. */
 std::string module_interface(int module);
 inline constexpr const char* kModuleOwnInterface = "usb0";
 

@@ -15,7 +15,7 @@ namespace orvan_sandbox {
 
 using Environment = std::map<std::string, std::string>;
 
-/** A program to be run. */
+/** A program to run. */
 struct Command {
     std::vector<std::string> argv; /**< argv[0] is looked up in PATH of the changed environment */
     Environment environment;       /**< set over the caller's own */
@@ -24,10 +24,10 @@ struct Command {
     int output = -1;               /**< the same for standard output and */
     int error = -1;                /**< standard error */
     std::string own_folder; /**< folder of the caller that a program in a sandbox can write to; empty: none */
-    bool own_group = false; /**< process group of its own, so that Ctrl-C reaches only the caller */
+    bool own_group = false; /**< own process group, so that Ctrl-C reaches only the caller */
 };
 
-/** The namespaces a child is put into; both descriptors empty: those of the caller. */
+/** The namespaces for a child; those of the caller if both descriptors are empty. */
 struct Membership {
     UniqueFd init;    /**< pidfd of the sandbox's first process: user, mount, IPC, UTS and PID namespace */
     UniqueFd network; /**< network namespace of the role */
@@ -41,29 +41,29 @@ struct Membership {
 Result<Membership> open_membership(pid_t init_pid, const std::string& network_path);
 
 /**
- * Starts a program in the namespaces of `membership`; it is a direct child of the caller, with a process id
+ * Starts a program in the namespaces of `membership`. It is a direct child of the caller, with a process id
  * valid for the caller, no blocked signals, default handlers, and no descriptors but 0 to 2 and listen_fds.
- * It is killed when the calling thread ends. An error when the namespaces cannot be entered or the program
- * cannot be executed. The caller reaps it.
+ * It is killed when the calling thread ends, and reaped by the caller. An error when the namespaces cannot be
+ * entered or the program cannot be executed.
  */
 Result<pid_t> spawn(const Membership& membership, const Command& command);
 
-/** Runs `body` in a child in the same way; its result is the exit status. The child leaves by _exit. */
+/** Runs `body` in such a child; its result is the exit status. The child ends with _exit. */
 Result<pid_t> spawn_function(const Membership& membership, const std::function<int()>& body);
 
 /**
- * Runs `make` in such a child and hands the descriptor it returns to the caller, e.g. a socket of that
+ * Runs `make` in such a child and passes the descriptor it returns to the caller, e.g. a socket in that
  * network namespace. A negative result of `make` is an error with the child's errno.
  */
 Result<UniqueFd> make_descriptor(const Membership& membership, const std::function<int()>& make);
 
 /**
- * Waits for a child. The shell's convention: exit status, or 128 + signal number; -1 when there is no such
- * child, and for a number below 1, which is no process.
+ * Waits for a child. Returns as the shell does: exit status, or 128 + signal number; -1 when there is no such
+ * child, and for a pid below 1.
  */
 int wait_for(pid_t pid);
 
-/** The same convention for a status as waitpid gives it. */
+/** The same for a wait status from waitpid(). */
 int exit_code_of(int wait_status);
 
 } // namespace orvan_sandbox

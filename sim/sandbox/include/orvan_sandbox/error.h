@@ -7,19 +7,19 @@
 
 namespace orvan_sandbox {
 
-/** Why something of the sandbox could not be done. */
+/** Why an operation of the sandbox failed. */
 struct Error {
     std::string step;     /**< what was being done, e.g. "creating the user namespace" */
     int code = 0;         /**< errno, 0 when no system call failed */
-    std::string detail;   /**< what a helper program said, may be empty */
-    std::string hint;     /**< what the reader can do about it, may be empty */
-    bool refused = false; /**< the kernel or its set-up refuses namespaces: a test may be skipped for this */
+    std::string detail;   /**< output of a helper program, may be empty */
+    std::string hint;     /**< what the user can do about it, may be empty */
+    bool refused = false; /**< the kernel or its configuration refuses namespaces: tests may be skipped */
 
-    /** All of it in one line: "STEP: ERRNO TEXT: DETAIL (HINT)". */
+    /** One line: "STEP: ERRNO TEXT: DETAIL (HINT)". */
     std::string text() const;
 };
 
-/** A value or the reason there is none. value() may be called only when ok(), error() only when not. */
+/** A value or an error. value() may be called only when ok(), error() only when not. */
 template <typename T>
 class [[nodiscard]] Result {
 public:

@@ -17,10 +17,10 @@ inline constexpr const char* kSandboxVariable = "ORVAN_SANDBOX";
 /**
  * True only when the calling process is in the controller's network namespace of a sandbox.
  *
- * The variable alone proves nothing, because an environment is inherited and namespaces are left: it has to
- * agree with the namespace the process really is in. False in the roles of modules and LAN, too, as module
- * addresses mean something else there. Needs nothing but this header. Any thread that does not run beside a
- * setenv; the answer is that of the process's main thread.
+ * The variable alone proves nothing, because it is inherited by processes that leave the namespace: it must
+ * match the namespace the process is actually in. Also false in the roles of modules and LAN, where module
+ * addresses mean something else. Needs only this header. Any thread, unless another one calls setenv; answers
+ * for the process's main thread.
  */
 inline bool in_sandbox()
 {

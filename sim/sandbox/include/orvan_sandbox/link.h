@@ -6,14 +6,13 @@
 
 namespace orvan_sandbox {
 
-/** Time within which the kernel's side of a link follows a change; by itself it may take a second. */
+/** Time-out for the kernel to notice a change of a link, which may take a second. */
 inline constexpr std::chrono::seconds kLinkPatience{5};
 
 /**
- * Waits until the interface carries packets, or carries none. The kernel learns of a change at the other end
- * late, and drops what is sent until then.
- * \param socket  any datagram socket of the network namespace
- * \return false when kLinkPatience has passed first
+ * Waits until the interface carries packets, or does not. The kernel notices a change at the other end late,
+ * and drops what is sent until then. \param socket  any datagram socket of the network namespace \return
+ * false when kLinkPatience expires first
  */
 bool wait_for_link(int socket, const std::string& interface, bool up);
 

@@ -7,10 +7,10 @@
 
 namespace orvan_sandbox {
 
-/** Most modules an instrument has. */
+/** Most modules in an instrument. */
 inline constexpr int kMaxModules = 4;
 
-/** One of the machines of a virtual instrument; each has a network namespace of its own and shares all else.
+/** One of the machines of a virtual instrument; each has its own network namespace and shares all else.
  */
 class Role {
 public:
@@ -19,7 +19,7 @@ public:
     /** \param number  1 to kMaxModules. */
     static constexpr Role module(int number) { return Role(1 + number); }
 
-    /** Reads "controller", "lan" or "module-N" with N from 1 to kMaxModules; nothing for any other text. */
+    /** Reads "controller", "lan" or "module-N" with N from 1 to kMaxModules; empty for any other text. */
     static std::optional<Role> parse(std::string_view name);
 
     /** The text that parse() reads. */

@@ -18,14 +18,13 @@
 namespace orvan_sandbox {
 
 /**
- * A sandbox is a set of private user, PID, mount, IPC, UTS and network namespaces; none of it needs
- * privilege. In it:
- *  - nothing of the machine's files can be written but the state directory, and no process in it can change
- *    that;
- *  - homes are empty, and so are /tmp, /run and /dev/shm; what is written there is private and goes with the
- *    sandbox. The state directory, the program's own folders, its build tree and its source tree are seen
- *    wherever they lie;
- *  - of the devices there are null, zero, full, random, urandom and tty;
+ * A sandbox is a set of private user, PID, mount, IPC, UTS and network namespaces; it needs no privileges. In
+ * it:
+ *  - the machine's files are read-only except the state directory, and no process in it can change that;
+ *  - homes are empty, and so are /tmp, /run and /dev/shm; what is written there is private and lost with the
+ *    sandbox. The state directory, the program's own folders, its build tree and its source tree stay
+ *    visible wherever they are;
+ *  - the only devices are null, zero, full, random, urandom and tty;
  *  - /home/orvan/halde is the folder `halde` of the state directory;
  *  - /sys/class/net lists lo, eth0 and usb0.. with `device/driver` links, "rndis_host" for the latter;
  *  - the stand-ins for sudo, reboot, systemctl and the he_*.sh scripts come first in PATH, and record their
@@ -34,8 +33,8 @@ namespace orvan_sandbox {
  *    to 10.0.0.199;
  *  - each role (controller, LAN, modules) has a network namespace; controller and module N are joined by
  *    192.168.(6+N).2/24 and 192.168.(6+N).1/24, controller and LAN by eth0 with 10.0.0.2/24 and 10.0.0.1/24;
- *  - the user is root, as far as the sandbox goes, and stays the caller to the rest of the system.
- * Nothing outlives it: its first process dies with the thread that made it, and takes everything else along.
+ *  - the user is root inside the sandbox, and still the caller to the rest of the system.
+ * Nothing outlives it: its first process dies with the thread that made it, and everything else with it.
  */
 struct Options {
     std::filesystem::path state; /**< state directory; made with `halde`, `log` and `run` when missing */
@@ -44,10 +43,9 @@ struct Options {
 
 /**
  * Environment of every process of a sandbox: PATH, TMPDIR, ORVAN_SANDBOX, ORVAN_STATE and
- * ORVAN_BOARD_EEPROM. \param network_id  inode of the controller's network namespace; 0 leaves ORVAN_SANDBOX
- * and TMPDIR out, for a virtual
- *                    instrument without a sandbox, which uses the stand-ins all the same.
- * An error when the stand-ins are not found.
+ * ORVAN_BOARD_EEPROM. An error when the stand-ins are not found.
+ * \param network_id  inode of the controller's network namespace; 0 omits ORVAN_SANDBOX and TMPDIR, for a
+ *                    virtual instrument without a sandbox, which still uses the stand-ins
  */
 Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_t network_id);
 
@@ -59,32 +57,31 @@ Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_
 Result<std::filesystem::path> make_state_directory(const std::filesystem::path& state);
 
 /**
- * Path of the `ip` program of iproute2; it is looked for in the folders of system programs, too, which are
- * not in an ordinary user's PATH. Empty when there is none.
+ * Path of the `ip` program of iproute2, also searched in the system programs' folders, which are not in an
+ * ordinary user's PATH. Empty if not found.
  */
 std::string find_ip_program();
 
 /**
- * A sandbox seen from outside; the caller stays where it is and starts processes in it. One thread at a
- * time.
+ * A sandbox seen from outside: the caller stays outside and starts processes in it. One thread at a time.
  */
 class Sandbox {
 public:
-    /** Sets one up. Error::refused tells a kernel that does not allow it from a mistake. */
+    /** Sets one up. Error::refused means that the kernel does not allow it. */
     static Result<Sandbox> start(const Options& options);
 
     Sandbox(Sandbox&&) noexcept = default;
     Sandbox& operator=(Sandbox&& other) noexcept;
-    /** As stop(). */
+    /** Calls stop(). */
     ~Sandbox();
 
     /**
-     * Kills every process in the sandbox and waits until the last one is gone. Children started through this
-     * object that were not waited for are reaped.
+     * Kills every process in the sandbox and waits until the last one is gone. Reaps children started through
+     * this object.
      */
     void stop();
 
-    /** See child_process.h; the sandbox's environment is set below the command's own. */
+    /** See child_process.h; the command's environment takes precedence over the sandbox's. */
     Result<pid_t> spawn(Role role, Command command);
     Result<pid_t> spawn(Role role, const std::function<int()>& body);
     Result<UniqueFd> make_descriptor(Role role, const std::function<int()>& make);
@@ -128,7 +125,7 @@ private:
     std::vector<UniqueFd> m_children;
 };
 
-/** What a process that has entered a sandbox holds of it. */
+/** The sandbox as held by a process that has entered it. */
 class Inside {
 public:
     int modules() const { return static_cast<int>(m_networks.size()) - role_count(0); }
@@ -141,16 +138,15 @@ private:
 
 /**
  * Moves the calling program into a new sandbox, into the controller's role: when this returns without an
- * error, it runs in a child, and the original process only waits for that child and ends as it ends (same
- * exit status or signal). To be called while the program has one thread, as others do not come along.
- * Environment variables are set as in sandbox_environment(). On an error the caller is the original process,
- * unchanged.
+ * error, it runs in a child, and the original process only waits for that child and ends in the same way
+ * (exit status or signal). Call it while the program has one thread, as others are not moved. Environment
+ * variables are set as in sandbox_environment(). On an error the caller is the original process, unchanged.
  */
 Result<Inside> enter(const Options& options);
 
 /**
- * While it lives, the calling thread is in the role's network namespace; sockets made meanwhile stay there.
- * For a process that has entered a sandbox.
+ * Puts the calling thread into the role's network namespace for its lifetime; sockets made meanwhile stay
+ * there. For a process that has entered a sandbox.
  */
 class RoleScope {
 public:
@@ -158,7 +154,7 @@ public:
     RoleScope(const RoleScope&) = delete;
     RoleScope& operator=(const RoleScope&) = delete;
     ~RoleScope();
-    /** False when there is no such role or the kernel refused the change; the thread is then where it was. */
+    /** False when there is no such role or the kernel refused; the thread is then not moved. */
     bool entered() const { return m_entered; }
 
 private:

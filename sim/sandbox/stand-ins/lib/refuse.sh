@@ -7,8 +7,8 @@ refuse() {
     exit 1
 }
 
-# The test suites and the instrument without a sandbox have the stand-ins in their PATH too; what these change
-# there would be the real machine's.
+# The stand-ins are also in the PATH of the test suites and of an instrument without a sandbox, where they
+# would change the real machine.
 need_controller() {
     if [ -z "$ORVAN_SANDBOX" ] || [ "$(stat -Lc %i /proc/self/ns/net)" != "$ORVAN_SANDBOX" ]; then
         refuse "not on the controller of a sandbox, nothing is changed"
