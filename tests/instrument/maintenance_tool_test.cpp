@@ -86,7 +86,7 @@ void expect_installed(const Outcome& updated)
 
 void expect_updated(const Instrument& instrument, const Outcome& updated, const std::string& image)
 {
-    EXPECT_THAT(updated.output, HasSubstr("the package has arrived whole"));
+    EXPECT_THAT(updated.output, HasSubstr("the whole package has arrived"));
     EXPECT_TRUE(instrument.wait_for_output("reboot requested, restarting the service"));
     EXPECT_TRUE(instrument.wait_for_output("the service is ready again"));
     EXPECT_EQ(contents(instrument.state() / "installed/bin/orvan-service"), "the new program\n");
@@ -118,7 +118,7 @@ TEST(MaintenanceTool, FindsAnInstrumentOnTheLanAndThroughTheRelay)
     EXPECT_EQ(other.status, 1);
     EXPECT_THAT(other.output, HasSubstr("no instrument with the hardware address 02:00:0a:00:00:03 answers"));
     EXPECT_THAT(tool(instrument, {"discover", "--interface", "usb9"}).output,
-                HasSubstr("there is no interface usb9; usable are: eth0"));
+                HasSubstr("there is no interface usb9; usable: eth0"));
 }
 
 TEST(MaintenanceTool, MovesAnInstrumentToAnotherAddress)
@@ -211,7 +211,7 @@ TEST(MaintenanceTool, UpdatesAnInstrumentThatIsInABrokenOffTransfer)
     std::vector<std::string> arguments = update(pack(instrument, image));
     arguments.insert(arguments.end(), {"--address", "10.0.0.2", "--wait", "500"});
     const Outcome updated = tool(instrument, arguments);
-    EXPECT_THAT(updated.output, HasSubstr("it may be in a download that was broken off"));
+    EXPECT_THAT(updated.output, HasSubstr("it may be in an interrupted download"));
     expect_installed(updated);
     expect_updated(instrument, updated, image);
 }
@@ -223,7 +223,7 @@ TEST(MaintenanceTool, ReportsAnUpdateThatTheInstrumentRefuses)
     ASSERT_EQ(instrument.ctl({"module", "2", "update", "refuse"}).status, 0);
     const Outcome refused = tool_at_address(instrument, update(pack(instrument, image_of(5'000))));
     EXPECT_EQ(refused.status, 4) << refused.output;
-    EXPECT_THAT(refused.output, HasSubstr("refused: the instrument has dealt with the package and has not "
+    EXPECT_THAT(refused.output, HasSubstr("refused: the instrument has processed the package and has not "
                                           "restarted, as it does to install one; its log has the reason\n"));
     EXPECT_THAT(instrument.service_log(), HasSubstr("OrvanX software update failed. Skip restart."));
     EXPECT_FALSE(fs::exists(instrument.state() / "installed"));
@@ -239,7 +239,7 @@ TEST(MaintenanceTool, ReportsAModuleThatIsSilentWhileBurningAndTheOtherOnes)
     EXPECT_EQ(silent.status, 4) << silent.output;
     EXPECT_THAT(silent.output, HasSubstr("module 1: failed, a module did not answer in time (0x8000010A)\n"));
     EXPECT_THAT(silent.output, HasSubstr("module 2: done\n"));
-    EXPECT_THAT(silent.output, testing::Not(HasSubstr("all modules have taken the image")));
+    EXPECT_THAT(silent.output, testing::Not(HasSubstr("all modules have accepted the image")));
     EXPECT_THAT(status(instrument, 2), HasSubstr(stored("program", image)));
     EXPECT_THAT(instrument.service_log(), HasSubstr("[CUdpServer] Channel 1 burn timeout."));
     EXPECT_EQ(tool_at_address(instrument, {"discover", "--wait", "200"}).status, 1); // until a restart
@@ -265,7 +265,7 @@ TEST(MaintenanceTool, ProgramsAllModulesAndReportsWhichFailed)
     const Outcome silent = tool_at_address(instrument, {"program", "--yes", file});
     EXPECT_EQ(silent.status, 4) << silent.output;
     EXPECT_THAT(silent.output,
-                HasSubstr("the instrument gave the stream up at block 20: a module did not answer"));
+                HasSubstr("the instrument abandoned the stream at block 20: a module did not answer"));
 
     ASSERT_EQ(instrument.ctl({"module", "2", "update", "refuse"}).status, 0);
     const Outcome refused = tool_at_address(instrument, {"program", "--yes", file});
@@ -278,6 +278,6 @@ TEST(MaintenanceTool, ProgramsAllModulesAndReportsWhichFailed)
     ASSERT_EQ(instrument.ctl({"module", "2", "update", "up"}).status, 0);
     const Outcome programmed = tool_at_address(instrument, {"program", "--yes", file});
     EXPECT_EQ(programmed.status, 0) << programmed.output;
-    EXPECT_THAT(programmed.output, HasSubstr("module 2: done\nall modules have taken the image"));
+    EXPECT_THAT(programmed.output, HasSubstr("module 2: done\nall modules have accepted the image"));
     EXPECT_THAT(status(instrument, 2), HasSubstr(stored("program", image)));
 }

@@ -34,7 +34,7 @@ void print(const Options& options, const Items& items)
     }
 }
 
-/** What of the records was printed last. */
+/** What was last printed of the records. */
 using Printed = std::map<std::pair<int, int>, std::string>;
 
 void print_changes(const Options& options, const Items& items, Printed& printed)
@@ -57,7 +57,7 @@ bool pause(std::chrono::milliseconds interval, int stop)
     return ::poll(&end, 1, static_cast<int>(interval.count())) == 0;
 }
 
-// The records of an instrument that has the chosen channel; empty, with the reason told, when there is none.
+// The records of an instrument that has the chosen channel; empty, with a message, when there is none.
 Records chosen_records(const Options& options, const char* object, const char* when_gone)
 {
     Records records = read_records(object);
@@ -101,7 +101,7 @@ int show_setup(const Options& options, const char* object)
         return complain(kExitBadSetup, options.setup + ": " + complaint);
     }
     if (!setup->passed_over.empty()) {
-        complain(kExitDone, options.setup + ": passed over: " + setup->passed_over);
+        complain(kExitDone, options.setup + ": ignored: " + setup->passed_over);
     }
     if (!options.diff) {
         print(options, setup_items(options, *setup));

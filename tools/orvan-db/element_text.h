@@ -9,18 +9,18 @@
 
 namespace orvan_db {
 
-/** The bytes of an element; what tells two values apart. Of a text those up to its end. */
+/** The bytes of an element, for comparison; of a text, those up to its end. */
 std::string stored_bytes(const OrvanElementData& element, const ORVAN_CONFIG& record);
 
 /**
- * An element for people: ON or OFF, a number in the unit that SCPI uses, a text in quotes with C escapes
- * for what is no printable ASCII.
+ * An element in readable form: ON or OFF, a number in SCPI's unit, a text in quotes with C escapes for all
+ * but printable ASCII.
  */
 std::string element_text(const OrvanElementData& element, const ORVAN_CONFIG& record);
 
 /**
- * An element as a JSON value: true or false, a number in the unit that SCPI uses (null for one that JSON
- * does not have), a string in which each byte stands as the character of its code.
+ * An element as a JSON value: true or false, a number in SCPI's unit (null if JSON cannot represent it), a
+ * string with one character per byte (Latin-1).
  *
  * @return a new value that the caller owns
  */

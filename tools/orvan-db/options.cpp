@@ -31,32 +31,32 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     app.set_version_flag("--version", std::string("orvan-db ") + ORVAN_VERSION);
     app.add_option("--channel", options.channel, "This channel only")->check(CLI::Range(1, 4));
     app.add_option("--tag", tag, "This element only: ODT_FREQ, or freq for short");
-    app.add_flag("--json", options.json, "JSON instead of a table; with --watch, one object a line");
+    app.add_flag("--json", options.json, "JSON instead of a table; with --watch, one object per line");
     CLI::Option* const watch =
-        app.add_flag("--watch", options.watch, "Go on, and print each element again when it changes");
-    app.add_option("--interval", interval, "Milliseconds between two looks of --watch")
+        app.add_flag("--watch", options.watch, "Keep running and print each element when it changes");
+    app.add_option("--interval", interval, "Milliseconds between two polls of --watch")
         ->check(CLI::Range(1, 60'000))
         ->capture_default_str();
     CLI::Option* const setup =
         app.add_option("--setup", options.setup, "Print this stored setup of a channel, preset-3.json")
             ->type_name("FILE")
             ->check([](const std::string& name) {
-                return name.empty() ? std::string("no file is named") : std::string();
+                return name.empty() ? std::string("no file is given") : std::string();
             })
             ->excludes(watch);
     app.add_flag("--diff", options.diff, "Print what a recall of the setup would change: live -> setup")
         ->needs(setup);
     app.footer("A row of the table: channel, tag, the field's name in a setup file, value.\n"
                "Of a setup, the elements that the file has; their channel is - unless --channel names it.\n"
-               "Of a difference, what the file has and a recall keeps: not State, which tells whether the\n"
+               "A difference has what a recall takes from the file: not State, which says whether the\n"
                "module is live, and not the network's elements, which show the present network.\n"
-               "Values are copied with no lock: one that is being written may be seen half-written.\n"
-               "Exit codes: 0 printed, 1 no instrument, or it has not this channel, 2 bad options,\n"
-               "3 a setup file that cannot be used, by a recall neither.");
+               "Values are copied without a lock: one that is being written may appear half-written.\n"
+               "Exit codes: 0 printed, 1 no instrument, or it does not have the channel, 2 bad options,\n"
+               "3 a setup file that cannot be used, nor recalled.");
     try {
         app.parse(argc, argv);
         if (!tag.empty() && (options.tag = tag_of_name(tag)) < 0) {
-            throw CLI::ValidationError("--tag", "no element is called " + tag);
+            throw CLI::ValidationError("--tag", "there is no element " + tag);
         }
     } catch (const CLI::ParseError& error) {
         exit_code = app.exit(error) == 0 ? kExitDone : kExitBadOptions;

@@ -10,16 +10,15 @@
 
 namespace orvan_db {
 
-/** One element to be printed. */
+/** One element to print. */
 struct Item {
-    int channel; /**< 0 for that of a file that belongs to none */
+    int channel; /**< 0 for a file without a channel */
     int tag;
     const ORVAN_CONFIG* record;
-    const ORVAN_CONFIG* setup =
-        nullptr; /**< what a recall would put in the record's place, if there is that */
+    const ORVAN_CONFIG* setup = nullptr; /**< for a difference: the value after a recall */
 };
 
-/** In the order of the channels, and in each of the tags. */
+/** Sorted by channel, then by tag. */
 using Items = std::vector<Item>;
 
 /** The chosen elements of the chosen channels. They refer to `records`. */
@@ -28,7 +27,7 @@ Items live_items(const Options& options, const Records& records);
 /** The chosen elements that a setup has, under the chosen channel. They refer to `setup`. */
 Items setup_items(const Options& options, const Setup& setup);
 
-/** Of the live items those that a recall of the setup would change. They refer to both. */
+/** The live items that a recall of the setup would change. They refer to both. */
 Items differing_items(const Options& options, const Records& records, const Setup& setup);
 
 /**

@@ -8,16 +8,16 @@
 
 namespace orvan_db {
 
-/** A copy of all channels' records, that of channel n at n - 1. */
+/** A copy of all channels' records; channel n at index n - 1. */
 using Records = std::vector<ORVAN_CONFIG>;
 
 /**
  * Copies the records out of a shared memory object.
  *
- * The object is read and not mapped: a service that starts again may cut it shorter at any moment.
+ * The object is read, not mapped: a restarted service may truncate it at any moment.
  *
  * @param object name of the object, g_shmemName on an instrument
- * @return empty when there is no object or it holds no whole record
+ * @return empty when there is no object or it has no complete record
  */
 Records read_records(const char* object);
 

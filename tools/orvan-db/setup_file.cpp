@@ -27,20 +27,20 @@ using JsonText = std::unique_ptr<char, JsonDeleter>;
 // The file's text; false with the reason in `complaint`.
 bool read_text(const std::string& path, std::string& text, std::string& complaint)
 {
-    // A pipe in the place of a file would hold an ordinary open until somebody writes to it.
+    // Opening a pipe would otherwise block until there is a writer.
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat info = {};
     if (fd < 0 || ::fstat(fd, &info) != 0) {
         complaint = std::strerror(errno);
     } else if (!S_ISREG(info.st_mode)) {
-        complaint = "is no file";
+        complaint = "is not a file";
     } else if (static_cast<uintmax_t>(info.st_size) > kMostBytes) {
         complaint = "is larger than a setup can be";
     } else {
         text.resize(static_cast<size_t>(info.st_size));
         const ssize_t count = ::read(fd, text.data(), text.size());
         if (count != info.st_size) {
-            complaint = count < 0 ? std::strerror(errno) : "ends while it is read";
+            complaint = count < 0 ? std::strerror(errno) : "was truncated while it was read";
         }
     }
     if (fd >= 0) {
@@ -62,17 +62,17 @@ std::string reason_of_refusal(const std::string& text)
 {
     const Json root(cJSON_ParseWithLengthOpts(text.c_str(), text.size() + 1, nullptr, true));
     if (!root) {
-        return "is no JSON";
+        return "is not JSON";
     }
     if (!cJSON_IsObject(root.get())) {
-        return "is no JSON object";
+        return "is not a JSON object";
     }
     ORVAN_CONFIG trial{};
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const ElementName& name = kElementNames[tag];
         const cJSON* const section = cJSON_GetObjectItemCaseSensitive(root.get(), name.section);
         if (section != nullptr && !cJSON_IsObject(section)) {
-            return std::string(name.section) + " is no JSON object: " + shown(section);
+            return std::string(name.section) + " is not a JSON object: " + shown(section);
         }
         const cJSON* const value = cJSON_GetObjectItemCaseSensitive(section, name.field);
         if (value != nullptr &&
@@ -80,7 +80,7 @@ std::string reason_of_refusal(const std::string& text)
             return std::string(name.section) + "." + name.field + " does not fit: " + shown(value);
         }
     }
-    return "holds a NUL character";
+    return "contains a NUL character";
 }
 
 bool is_known(const char* section, const char* field)
@@ -121,7 +121,7 @@ std::optional<Setup> read_setup(const std::string& path, std::string& complaint)
     if (!read_text(path, text, complaint)) {
         return std::nullopt;
     }
-    // What the file does not have stays as it was, so its elements are those that come out equal of both.
+    // Elements that are not in the file keep their value; so the file's are those equal in both results.
     Setup setup;
     ORVAN_CONFIG other;
     std::memset(&setup.record, 0, sizeof setup.record);

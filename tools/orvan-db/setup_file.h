@@ -13,20 +13,20 @@ namespace orvan_db {
 struct Setup {
     ORVAN_CONFIG record{};
     std::bitset<kOrvanElementCount> present; /**< elements that the file has, by tag */
-    std::string passed_over;                 /**< entries that no record has: "SYSTEM.Foo, EXTRA"; or empty */
+    std::string passed_over;                 /**< unknown entries: "SYSTEM.Foo, EXTRA"; or empty */
 };
 
 /**
- * Reads a setup as a recall reads it: what this accepts, a recall accepts.
+ * Reads a setup in the same way as a recall, which accepts the same files.
  *
- * @param complaint gets the reason of a refusal, "RUNMODE.TriggerCount does not fit: 0.5"
+ * @param complaint set to the reason of a refusal, "RUNMODE.TriggerCount does not fit: 0.5"
  * @return empty when a recall would refuse the file
  */
 std::optional<Setup> read_setup(const std::string& path, std::string& complaint);
 
 /**
- * Whether the element is still the file's after a recall: State tells whether the module is live, and the
- * network's elements show the present network.
+ * Whether a recall keeps the file's element. It does not for State, which says whether the module is live,
+ * and the network's elements, which show the present network.
  */
 bool is_recalled(int tag);
 

@@ -44,7 +44,7 @@ std::string read_download(const std::string& path)
         throw refuse(std::strerror(errno));
     }
     if (!S_ISREG(info.st_mode)) {
-        throw refuse("is no file");
+        throw refuse("is not a file");
     }
     if (info.st_size == 0) {
         throw refuse("is empty");
@@ -57,7 +57,7 @@ std::string read_download(const std::string& path)
     for (size_t done = 0; done < bytes.size();) {
         const ssize_t count = ::read(fd.get(), bytes.data() + done, bytes.size() - done);
         if (count <= 0) {
-            throw refuse(count < 0 ? std::strerror(errno) : "has become shorter while it was read");
+            throw refuse(count < 0 ? std::strerror(errno) : "was truncated while it was read");
         }
         done += static_cast<size_t>(count);
     }

@@ -8,11 +8,11 @@
 
 namespace orvan_maint {
 
-/** Blocks have numbers of 16 bits from 1 on; the one behind the last marks the end. */
+/** Block numbers have 16 bits and start at 1; the one after the last marks the end. */
 inline constexpr size_t kMostBlocks = 0xFFFE;
 inline constexpr size_t kLargestDownload = kMostBlocks * HaldeElec::Orvan::FRMDATALEN;
 
-/** The bytes of a download, cut into blocks. They stay the caller's. */
+/** The bytes of a download, split into blocks. The caller keeps owning them. */
 class Blocks {
 public:
     /** @param bytes 1 to kLargestDownload of them */
@@ -21,12 +21,12 @@ public:
     /** The number of the block that marks the end. */
     size_t end() const;
     size_t bytes() const { return m_bytes.size(); }
-    /** Bytes ahead of a block. */
+    /** Bytes before a block. */
     size_t bytes_ahead(size_t block) const;
 
     /** Puts a block into a frame.
      *  @param block 1 to end()
-     *  @return bytes of `data` that it needs */
+     *  @return bytes of `data` used */
     size_t put(size_t block, HALDE_PACKET& frame) const;
 
 private:

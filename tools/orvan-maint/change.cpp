@@ -25,9 +25,10 @@ void send_rows(const Target& target, std::string_view opcode, const std::vector<
     HALDE_PACKET request = make_frame(opcode, target.identity.mac);
     put_rows(request, rows);
     if (!ask(*target.link, request, kRequestRowsSize, wait)) {
-        throw Failure(kExitUnconfirmed, "the instrument did not answer" + target.link->problem() +
-                                            "; it may have taken the change or not: look with show after its "
-                                            "next start");
+        throw Failure(kExitUnconfirmed,
+                      "the instrument did not answer" + target.link->problem() +
+                          "; it may have taken the change or not: check with show after its "
+                          "next start");
     }
 }
 

@@ -9,8 +9,8 @@
 
 namespace orvan_maint {
 
-/** The lines that tell what is going to change: the instrument, and each setting with what it had at the
- *  instrument's start. */
+/** The lines that announce a change: the instrument, and each setting with its value at the instrument's
+ * start. */
 std::vector<std::string> change_plan(const Identity& identity, const std::vector<Setting>& settings,
                                      const SettingValues& values);
 

@@ -42,11 +42,11 @@ std::string check_host_address(const std::string& text)
 {
     const auto address = number_of(text);
     if (!address) {
-        return printable(text) + " is no IPv4 address";
+        return printable(text) + " is not an IPv4 address";
     }
     const uint32_t first = *address >> 24;
     if (first == 0 || first == 127 || first >= 224) {
-        return text + " is no address of a host on a network";
+        return text + " is not the address of a host on a network";
     }
     if (*address >> 8 >= kFirstModuleNetwork && *address >> 8 <= kLastModuleNetwork) {
         return text + " is in a network of the instrument's own modules, 192.168.7.0 to 192.168.10.255";
@@ -58,7 +58,7 @@ std::string check_mask(const std::string& text)
 {
     const auto mask = number_of(text);
     if (!mask || !is_mask(*mask) || *mask == 0 || (*mask & 3) != 0) {
-        return printable(text) + " is no network mask, as 255.255.255.0 is one";
+        return printable(text) + " is not a network mask such as 255.255.255.0";
     }
     return {};
 }
@@ -72,11 +72,11 @@ std::string check_hardware_address(const std::string& text)
 {
     const auto mac = parse_mac(text);
     if (!mac) {
-        return printable(text) + " is no hardware address, as 02:00:5e:10:00:01 is one";
+        return printable(text) + " is not a hardware address such as 02:00:5e:10:00:01";
     }
     if ((mac->b[0] & 1) != 0 ||
         std::all_of(mac->b, mac->b + sizeof mac->b, [](uint8_t b) { return b == 0; })) {
-        return text + " is no hardware address of one host";
+        return text + " is not the hardware address of one host";
     }
     return {};
 }
@@ -87,7 +87,7 @@ std::string check_host_name(const std::string& text)
         return c < 0x80 && (std::isalnum(c) != 0 || c == '-');
     });
     if (text.empty() || !plain || text.front() == '-' || text.back() == '-') {
-        return "'" + printable(text) + "' is no host name: letters, digits and hyphens inside";
+        return "'" + printable(text) + "' is not a host name: letters, digits and hyphens inside";
     }
     return check_text(text);
 }
@@ -104,13 +104,13 @@ std::string check_port(const std::string& text)
     const bool whole = error == std::errc() && end == text.data() + text.size();
     return whole && port >= 1 && port <= 65535 && text.front() != '0'
                ? std::string()
-               : "'" + printable(text) + "' is no port, which is 1 to 65535";
+               : "'" + printable(text) + "' is not a port, 1 to 65535";
 }
 
 std::string check_text(const std::string& text)
 {
     if (text.empty() || text.front() == ' ' || text.back() == ' ' || printable(text) != text) {
-        return "'" + printable(text) + "' is no text of printable ASCII";
+        return "'" + printable(text) + "' is not printable ASCII text";
     }
     return text.size() > kLongestText
                ? "'" + text + "' is longer than " + std::to_string(kLongestText) + " characters"
@@ -123,7 +123,7 @@ std::string check_network(const std::string& address, const std::string& mask, c
     const auto bits = number_of(mask);
     const auto router = number_of(gateway);
     if (host && bits && ((*host & ~*bits) == 0 || (*host & ~*bits) == ~*bits)) {
-        return address + " is no host's address in a network with the mask " + mask;
+        return address + " is not a host's address in a network with the mask " + mask;
     }
     if (host && bits && router && *router != 0 && ((*host ^ *router) & *bits) != 0) {
         return "the gateway " + gateway + " is not in the network of " + address + " with the mask " + mask;

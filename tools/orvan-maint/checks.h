@@ -1,8 +1,8 @@
 /**
- * What may be written into an instrument. Each gives the complaint, or an empty text for a value that will
- * do.
+ * Values that may be written to an instrument. Each function returns an error message, or an empty text for a
+ * valid value.
  *
- * The instrument looks at none of it, and hands some of it to a shell.
+ * The instrument checks none of them, and passes some to a shell.
  */
 #ifndef ORVAN_MAINT_CHECKS_H
 #define ORVAN_MAINT_CHECKS_H
@@ -24,10 +24,10 @@ std::string check_host_name(const std::string& text);
 std::string check_on_off(const std::string& text);
 /** 1 to 65535. */
 std::string check_port(const std::string& text);
-/** Printable ASCII that says something and is short enough for a row. */
+/** Printable ASCII, not blank and short enough for a row. */
 std::string check_text(const std::string& text);
 
-/** Whether the three go together; an empty one is not looked at. Each by itself will do. */
+/** Whether the three, each valid by itself, are consistent; an empty one is ignored. */
 std::string check_network(const std::string& address, const std::string& mask, const std::string& gateway);
 
 } // namespace orvan_maint

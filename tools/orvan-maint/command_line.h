@@ -6,7 +6,7 @@ namespace orvan_maint {
 /**
  * The whole program.
  *
- * @param stop a descriptor that becomes readable when the user wants an end; negative for none
+ * @param stop a descriptor that becomes readable when the user interrupts; negative for none
  * @return an ExitCode
  */
 int run(int argc, const char* const* argv, int stop);

@@ -26,7 +26,7 @@ void show_or_change_options(const Options& options, int stop)
     const auto reply =
         ask(*target.link, make_frame(kOpcodeOptions, target.identity.mac), 0, options.reach.wait);
     if (!reply) {
-        throw Failure(kExitNoAnswer, "the instrument gives no table of options" + target.link->problem());
+        throw Failure(kExitNoAnswer, "the instrument sends no table of options" + target.link->problem());
     }
     const std::vector<OptionRow> rows = read_options(reply->frame, reply->length);
     if (options.set.empty() && options.clear.empty()) {
@@ -45,7 +45,7 @@ void show_or_change_options(const Options& options, int stop)
     agree(plan, options.yes, stop);
     send_rows(target, kOpcodeFactory, {{FLASH_OPTION, wire_options(option_word(changed))}},
               options.reach.wait);
-    say("stored; the instrument goes by it after its next start");
+    say("stored; it takes effect at the instrument's next start");
 }
 
 } // namespace orvan_maint

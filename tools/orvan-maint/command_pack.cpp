@@ -12,7 +12,7 @@ namespace orvan_maint {
 
 void pack_software(const Options& options, int)
 {
-    // It asks nobody and touches nothing until it writes: an end may come at any time.
+    // It sends and changes nothing until it writes, so it may be interrupted at any time.
     sigset_t ends;
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
@@ -21,11 +21,11 @@ void pack_software(const Options& options, int)
 
     const Platform& platform = *find_platform(options.platform);
     if (!options.force && OrvanFSUtils::ifFileExists(options.file.c_str())) {
-        throw Failure(kExitBadFile, printable(options.file) + " is there already; --force replaces it");
+        throw Failure(kExitBadFile, printable(options.file) + " already exists; --force replaces it");
     }
     const std::string bytes = build_package(platform, options.module, options.patch);
     const Package package = check_package(bytes, options.file, platform);
-    ::sigprocmask(SIG_BLOCK, &ends, nullptr); // no draft is left behind
+    ::sigprocmask(SIG_BLOCK, &ends, nullptr); // leave no temporary file
     if (!OrvanFSUtils::replaceFile(options.file.c_str(), bytes.data(), bytes.size())) {
         throw Failure(kExitBadFile, printable(options.file) + " cannot be written: " + std::strerror(errno));
     }

@@ -36,23 +36,24 @@ size_t channels_of(const Options& options, const std::string& model)
     }
     if (given == 0 && told == 0) {
         throw Failure(kExitBadOptions,
-                      "the model " + model + " does not tell how many modules it has; --channels does");
+                      "the model " + model + " does not say how many modules it has; use --channels");
     }
     return std::max(given, told);
 }
 
-// Throws unless all is well.
+// Throws if a module has failed.
 void judge(const StreamResult& result, size_t channels)
 {
     const bool failed =
         std::any_of(result.modules.begin(), result.modules.end(), [](uint32_t code) { return code != 0; });
     if (failed) {
-        throw Failure(kExitRefused, "not every module has taken the image; restart the instrument, and see "
-                                    "what the modules run");
+        throw Failure(kExitRefused,
+                      "not every module has accepted the image; restart the instrument, and see "
+                      "what the modules run");
     }
     if (!result.confirmed) {
         throw Failure(kExitUnconfirmed,
-                      "the image was sent whole, and of " + std::to_string(channels) + " modules " +
+                      "the whole image was sent, and of " + std::to_string(channels) + " modules " +
                           std::to_string(result.modules.size()) +
                           " have reported; the instrument's final word is missing. Restart it, and see what "
                           "the modules run");
@@ -70,7 +71,7 @@ void program_modules(const Options& options, int stop)
     agree({options.no_identify ? "the instrument at " + options.reach.address : name_of(target.identity),
            "  modules: all " + std::to_string(channels) + " are programmed with " + options.file + ", " +
                std::to_string(image.size()) + " bytes",
-           "  afterwards the instrument answers no search until it is restarted"},
+           "  afterwards the instrument does not answer a search until it is restarted"},
           options.yes, stop);
 
     Progress progress(image.size());
@@ -83,7 +84,7 @@ void program_modules(const Options& options, int stop)
             if (ended) {
                 say(module + (*ended == 0 ? "done" : "failed, " + error_text(*ended)));
             } else if (std::exchange(burning, channel) != channel) {
-                say(module + "is at work on the image");
+                say(module + "is processing the image");
             }
         });
     try {
@@ -95,14 +96,14 @@ void program_modules(const Options& options, int stop)
         if (stream.end_sent()) {
             throw Failure(
                 kExitUnconfirmed,
-                "interrupted; the image was sent whole, and the modules may be at work on it: do not "
+                "interrupted; the whole image was sent, and the modules may be processing it: do not "
                 "switch off yet; restart the instrument later, and see what the modules run");
         }
         throw Failure(kExitNotDone,
                       "interrupted; the instrument waits for the rest of the image, and answers "
                       "nothing else: restart it, or send the image whole with --no-identify");
     }
-    say("all modules have taken the image; frames sent again: " + std::to_string(stream.resent()) +
+    say("all modules have accepted the image; frames resent: " + std::to_string(stream.resent()) +
         "\nrestart the instrument");
 }
 

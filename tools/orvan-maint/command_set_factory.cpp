@@ -24,7 +24,7 @@ void set_factory(const Options& options, int stop)
         rows.push_back({letter, value});
     }
     send_rows(target, kOpcodeFactory, rows, options.reach.wait);
-    say("stored; the instrument goes by it after its next start");
+    say("stored; it takes effect at the instrument's next start");
 }
 
 } // namespace orvan_maint

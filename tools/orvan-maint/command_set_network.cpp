@@ -15,7 +15,7 @@ std::string value_of(const SettingValues& values, char letter)
     return found != values.end() ? found->second : std::string();
 }
 
-// What the instrument is going to do, where that is not plain.
+// What the instrument is going to do, where that is not obvious.
 std::vector<std::string> notes(const SettingValues& values, const Rows& rows)
 {
     std::vector<std::string> lines;
@@ -30,9 +30,9 @@ std::vector<std::string> notes(const SettingValues& values, const Rows& rows)
     if (dhcp == "off" && !(values.contains(FLASH_IPADDR) && values.contains(FLASH_MASK))) {
         lines.push_back("  what is not given of address, mask and gateway stays as it was stored before");
     }
-    // All but the port makes it take its network up anew.
+    // Every change but the port makes it reconfigure its network.
     if (is_on && values.size() > values.count(FLASH_SCPI_PORT)) {
-        lines.push_back("  DHCP gives the address anew: discover tells it");
+        lines.push_back("  DHCP assigns the address again: discover shows it");
     }
     if (!is_on && values.contains(FLASH_IPADDR)) {
         lines.push_back("  the instrument will answer at " + value_of(values, FLASH_IPADDR));
@@ -63,11 +63,11 @@ void set_network(const Options& options, int stop)
 
     std::vector<RequestRow> rows;
     for (const auto& [letter, value] : options.settings) {
-        // The instrument looks at the first letter alone.
+        // The instrument only looks at the first letter.
         rows.push_back({letter, letter != FLASH_DHCPSTAT ? value : value == "on" ? "Y" : "N"});
     }
     send_rows(target, kOpcodeNetwork, rows, options.reach.wait);
-    say("stored; show tells it after the instrument's next start");
+    say("stored; show reports it after the instrument's next start");
 }
 
 } // namespace orvan_maint

@@ -14,15 +14,15 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-// For an instrument to get out of a transfer that was broken off.
+// For an instrument to leave an interrupted transfer.
 constexpr auto kToEnd = std::chrono::seconds(4);
 
 constexpr const char* kInterruptedAtWork =
-    "interrupted; the package was sent whole, and the instrument may be at work on it: look with show later";
+    "interrupted; the whole package was sent, and the instrument may be processing it: check with show later";
 
 constexpr const char* kDamaged =
     "damaged: the instrument took blocks from someone else as well, whose acknowledgements came here; it "
-    "installs nothing that is damaged. Begin again when nobody else sends to it";
+    "installs nothing that is damaged. Start again when no other PC sends to it";
 
 Target find_target(const Options& options, int stop)
 {
@@ -32,7 +32,7 @@ Target find_target(const Options& options, int stop)
         return choose_instrument(reach, stop);
     }
     complain("no answer from " + printable(reach.address) + problem +
-             "; it may be in a download that was broken off");
+             "; it may be in an interrupted download");
     agree({"the instrument at " + printable(reach.address),
            "  a download that it is in, be it another PC's, is ended, and what has arrived of it is dropped"},
           options.yes, stop);
@@ -48,7 +48,7 @@ const Platform& platform_for(const std::string& model, const std::string& bytes,
     }
     const std::vector<const Platform*> found = platforms_in(bytes, file);
     if (found.size() != 1) {
-        throw Failure(kExitBadFile, "the model " + model + " does not tell its platform, and " +
+        throw Failure(kExitBadFile, "the model " + model + " does not say its platform, and " +
                                         printable(file) + " is for " + std::to_string(found.size()) +
                                         " of them");
     }
@@ -83,15 +83,15 @@ bool transfer(const Target& target, const std::string& bytes, bool looks_after_i
                                 "nothing else until it has it or is restarted");
         }
         if (failure.code == kExitUnconfirmed && looks_after_it) {
-            // It answers nothing while it is at work on the package.
+            // It does not answer while it processes the package.
             complain(failure.what());
             return false;
         }
         throw;
     }
     leave();
-    say(std::string(software.damaged() ? "all of the package was sent" : "the package has arrived whole") +
-        "; frames sent again: " + std::to_string(software.resent()));
+    say(std::string(software.damaged() ? "all of the package was sent" : "the whole package has arrived") +
+        "; frames resent: " + std::to_string(software.resent()));
     return true;
 }
 
@@ -100,14 +100,14 @@ std::string version_of(const Rows& rows)
     return text_of(rows, FLASH_CSCIVER);
 }
 
-// The instrument unpacks, and hands the modules theirs, before it answers again. It reports no failure; but
-// only to install a package does it restart.
+// The instrument unpacks, and updates the modules, before it answers again. It reports no failure, but
+// restarts only to install a package.
 void wait_for_end(RestartWatch& watch, const UdpLink& link, std::chrono::seconds time)
 {
-    say("the instrument is at work on it");
+    say("the instrument is processing it");
     const std::string was = version_of(watch.rows());
     const Aftermath aftermath = watch.follow(Clock::now() + time, [] {
-        say("the instrument has dealt with the package and answers again; whether it restarts shows within " +
+        say("the instrument has processed the package and answers again; whether it restarts shows within " +
             std::to_string(std::chrono::floor<std::chrono::seconds>(kWatchTiming.settled).count()) + " s");
     });
     const std::string is = version_of(watch.rows());
@@ -117,20 +117,20 @@ void wait_for_end(RestartWatch& watch, const UdpLink& link, std::chrono::seconds
             (is != was ? "was " + was + " and is " + is : "is " + is + ", as before"));
         return;
     case Aftermath::kStayed:
-        throw Failure(kExitRefused, "refused: the instrument has dealt with the package and has not "
+        throw Failure(kExitRefused, "refused: the instrument has processed the package and has not "
                                     "restarted, as it does to install one; its log has the reason");
     case Aftermath::kSilent:
-        throw Failure(kExitUnconfirmed, "silent: the package was sent whole, and the instrument has not "
+        throw Failure(kExitUnconfirmed, "silent: the whole package was sent, and the instrument has not "
                                         "answered since" +
-                                            link.problem() + "; look with show later");
+                                            link.problem() + "; check with show later");
     case Aftermath::kWentAway:
         throw Failure(kExitUnconfirmed, "silent: the instrument went away, and has not come back yet" +
-                                            link.problem() + "; look with show later");
+                                            link.problem() + "; check with show later");
     case Aftermath::kUnknown:
         break;
     }
     throw Failure(kExitUnconfirmed, "not known: the instrument answers, and whether it has been restarted "
-                                    "cannot be told, or its restart is still to come; look with show later");
+                                    "cannot be told, or its restart is still to come; check with show later");
 }
 
 } // namespace
@@ -138,7 +138,7 @@ void wait_for_end(RestartWatch& watch, const UdpLink& link, std::chrono::seconds
 void update_software(const Options& options, int stop)
 {
     std::string file = read_download(options.file);
-    platforms_in(file, options.file); // looks through it, whatever it is for
+    platforms_in(file, options.file); // checks it, whatever its platform
     const std::string bytes = packed(std::move(file));
     const Target target = find_target(options, stop);
     const std::string model = text_of(target.identity.rows, FLASH_MODELNAME);
@@ -164,8 +164,9 @@ void update_software(const Options& options, int stop)
     }
     const bool acknowledged = transfer(target, bytes, looks_after_it);
     if (!looks_after_it) {
-        throw Failure(kExitUnconfirmed,
-                      "not known: whether the instrument installs the package, show tells after its restart");
+        throw Failure(
+            kExitUnconfirmed,
+            "not known: whether the instrument installs the package, show reports after its restart");
     }
     try {
         if (acknowledged) {

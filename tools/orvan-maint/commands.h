@@ -1,5 +1,5 @@
 /**
- * The commands, each in a file of its own. All throw Failure.
+ * The commands, one file each. All throw Failure.
  */
 #ifndef ORVAN_MAINT_COMMANDS_H
 #define ORVAN_MAINT_COMMANDS_H
@@ -8,7 +8,7 @@
 
 namespace orvan_maint {
 
-/** @param stop a descriptor that becomes readable when the user wants an end; negative for none */
+/** @param stop a descriptor that becomes readable when the user interrupts; negative for none */
 using Command = void (*)(const Options& options, int stop);
 
 void discover_instruments(const Options& options, int stop);

@@ -11,7 +11,7 @@
 namespace orvan_maint {
 namespace {
 
-// A line of standard input; what ends without one is no answer.
+// A line of standard input; end of file without one is not an answer.
 std::string read_answer(int stop)
 {
     std::string answer;
@@ -59,14 +59,14 @@ void agree(const std::vector<std::string>& plan, bool yes, int stop)
     if (yes) {
         return;
     }
-    std::fputs("Go on? [y/N] ", stdout);
+    std::fputs("Continue? [y/N] ", stdout);
     std::fflush(stdout);
     const std::string answer = read_answer(stop);
     if (::isatty(STDIN_FILENO) == 0) {
         say("");
     }
     if (answer != "y" && answer != "Y" && answer != "yes") {
-        throw Failure(kExitNotDone, "not agreed to, and nothing is sent; --yes agrees in advance");
+        throw Failure(kExitNotDone, "not confirmed, nothing was sent; --yes skips the question");
     }
 }
 

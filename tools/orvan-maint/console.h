@@ -9,17 +9,17 @@
 
 namespace orvan_maint {
 
-/** A line to standard output, at once. */
+/** Writes a line to standard output and flushes it. */
 void say(const std::string& line);
 
-/** A line to standard error. */
+/** Writes a line to standard error. */
 void complain(const std::string& text);
 
 /**
- * Says what is going to happen, and asks whether it may; with `yes` it may without a question. Throws Failure
- * when it may not, Interrupted when the user wants an end.
+ * Prints what is going to happen and asks for confirmation, unless `yes`. Throws Failure when it is denied,
+ * Interrupted when the user interrupts.
  *
- * @param stop a descriptor that becomes readable when the user wants an end; negative for none
+ * @param stop a descriptor that becomes readable when the user interrupts; negative for none
  */
 void agree(const std::vector<std::string>& plan, bool yes, int stop);
 

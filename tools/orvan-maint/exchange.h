@@ -1,5 +1,5 @@
 /**
- * A request, sent again when it seems lost, and what comes back.
+ * A request, sent again when it seems lost, and its replies.
  */
 #ifndef ORVAN_MAINT_EXCHANGE_H
 #define ORVAN_MAINT_EXCHANGE_H
@@ -12,9 +12,8 @@
 namespace orvan_maint {
 
 /**
- * Sends the request three times within the time, and gives each reply to this request on until one is
- * wanted, or the time has passed. Every request of a program has an `info` of its own, by which late
- * replies to another are told.
+ * Sends the request three times within the time, and passes each reply on until one is wanted or the time is
+ * over. Every request has a different `info`, by which late replies to others are recognised.
  *
  * @param data_length bytes of `data` that are sent
  * @param wanted      true ends it
@@ -23,7 +22,7 @@ namespace orvan_maint {
 bool ask(Link& link, HALDE_PACKET request, size_t data_length, std::chrono::milliseconds time,
          const std::function<bool(const Received&)>& wanted);
 
-/** The first reply; nothing when there is none in the time. */
+/** The first reply; empty when there is none in time. */
 std::optional<Received> ask(Link& link, const HALDE_PACKET& request, size_t data_length,
                             std::chrono::milliseconds time);
 

@@ -10,14 +10,14 @@ namespace orvan_maint {
 enum ExitCode : int {
     kExitDone = 0,        /**< done; --help and --version */
     kExitNoAnswer = 1,    /**< no instrument answers, or it stopped answering */
-    kExitBadOptions = 2,  /**< the command line is wrong, or does not fit the instrument */
+    kExitBadOptions = 2,  /**< bad options, or unsuitable for the instrument */
     kExitBadFile = 3,     /**< a package or an image that cannot be used */
-    kExitRefused = 4,     /**< the instrument has refused it, or reports a failure */
-    kExitUnconfirmed = 5, /**< all is sent, and what became of it is not known */
-    kExitNotDone = 6,     /**< not agreed to, or interrupted */
+    kExitRefused = 4,     /**< refused by the instrument, or it reports a failure */
+    kExitUnconfirmed = 5, /**< everything was sent; the outcome is not known */
+    kExitNotDone = 6,     /**< not confirmed, or interrupted */
 };
 
-/** Ends the command: the text goes to standard error, the code is the program's. */
+/** Ends the command with a text for standard error and the program's exit code. */
 class Failure : public std::runtime_error {
 public:
     Failure(ExitCode exit_code, const std::string& text) : std::runtime_error(text), code(exit_code) {}
@@ -25,7 +25,7 @@ public:
     ExitCode code;
 };
 
-/** The user wants an end. */
+/** The user has interrupted the program. */
 class Interrupted : public Failure {
 public:
     Interrupted() : Failure(kExitNotDone, "interrupted") {}

@@ -1,5 +1,5 @@
 /**
- * Frames of the maintenance protocol: built, and looked into.
+ * Builds and parses frames of the maintenance protocol.
  */
 #ifndef ORVAN_MAINT_FRAME_H
 #define ORVAN_MAINT_FRAME_H
@@ -23,7 +23,7 @@ HALDE_PACKET make_frame(std::string_view opcode, const hwaddr_t& mac);
 
 void put_block(HALDE_PACKET& frame, uint16_t block);
 void put_size(HALDE_PACKET& frame, uint16_t size);
-/** Replies to a request that is no block of a transfer have the `info` of the request. */
+/** Replies have the `info` of the request, unless it is a block of a transfer. */
 void put_info(HALDE_PACKET& frame, uint32_t info);
 
 uint16_t block_of(const HALDE_PACKET& frame);
@@ -38,10 +38,10 @@ std::span<const uint8_t> wire_bytes(const HALDE_PACKET& frame, size_t data_lengt
 
 /** "02:00:0a:00:00:02" */
 std::string mac_text(const hwaddr_t& mac);
-/** Six bytes in hexadecimal behind colons or hyphens; nothing when it is not that. */
+/** Parses six hexadecimal bytes separated by colons or hyphens; empty if malformed. */
 std::optional<hwaddr_t> parse_mac(const std::string& text);
 
-/** A text from elsewhere, fit for a terminal: what is not printable ASCII becomes \xNN. */
+/** Makes a foreign text safe for a terminal: all but printable ASCII becomes \xNN. */
 std::string printable(std::string_view text);
 
 } // namespace orvan_maint

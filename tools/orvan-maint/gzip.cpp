@@ -23,7 +23,7 @@ std::string gzip(std::string_view bytes)
 {
     z_stream stream{};
     if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipOnly, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-        throw Failure(kExitBadFile, "there is no memory to compress the package");
+        throw Failure(kExitBadFile, "out of memory compressing the package");
     }
     std::string packed(deflateBound(&stream, bytes.size()), '\0');
     set_input(stream, bytes);
@@ -47,7 +47,7 @@ Unpacked gunzip(std::string_view bytes, size_t most)
 {
     z_stream stream{};
     if (inflateInit2(&stream, kGzipOnly) != Z_OK) {
-        throw Failure(kExitBadFile, "there is no memory to unpack the package");
+        throw Failure(kExitBadFile, "out of memory unpacking the package");
     }
     set_input(stream, bytes);
     Unpacked unpacked;

@@ -7,7 +7,7 @@
 
 namespace orvan_maint {
 
-/** Throws Failure when there is no memory for it. */
+/** Throws Failure when out of memory. */
 std::string gzip(std::string_view bytes);
 
 bool is_gzip(std::string_view bytes);
@@ -15,13 +15,13 @@ bool is_gzip(std::string_view bytes);
 struct Unpacked {
     enum class End { kWhole, kDamaged, kTooLarge };
 
-    std::string bytes; /**< as far as they could be had */
+    std::string bytes; /**< as many as could be decompressed */
     End end = End::kWhole;
 };
 
-/** Checks the sums, too. As gunzip does, it goes on with a second gzip right after the first and passes over
- *  anything else there.
- *  @param most bytes to unpack to at most */
+/** Verifies the checksums. Like gunzip, it continues with a second gzip right after the first and ignores
+ * anything else there.
+ *  @param most most bytes to decompress to */
 Unpacked gunzip(std::string_view bytes, size_t most);
 
 } // namespace orvan_maint

@@ -75,7 +75,7 @@ std::vector<Identity> discover(const Reach& reach, int stop, std::string& proble
         });
         problem = link.problem();
     }
-    // What comes from its own machine, an instrument answers whatever address it was sent to.
+    // To requests from its own machine an instrument replies whatever address they were sent to.
     std::erase_if(found,
                   [&](const Identity& identity) { return !reach.mac.empty() && !same(identity.mac, mac); });
     return found;
@@ -89,7 +89,7 @@ Target choose_instrument(const Reach& reach, int stop)
         throw Failure(kExitNoAnswer, no_answer(reach, problem));
     }
     if (found.size() > 1) {
-        throw Failure(kExitBadOptions, "several instruments answer; name one of them:" + choice_of(found));
+        throw Failure(kExitBadOptions, "several instruments answer; choose one:" + choice_of(found));
     }
     auto link = std::make_unique<UdpLink>(found[0].address, stop);
     return {found[0], std::move(link)};

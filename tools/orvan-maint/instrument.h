@@ -13,7 +13,7 @@
 
 namespace orvan_maint {
 
-/** What an instrument tells of itself; the rows show its state at its start. */
+/** What an instrument reports of itself; the rows show its state at its start. */
 struct Identity {
     hwaddr_t mac{};
     sockaddr_in address{}; /**< where it answers */
@@ -26,12 +26,12 @@ struct Reach {
     std::string address;   /**< empty to look for instruments by broadcast */
     std::string mac;       /**< empty for any */
     int port = HaldeElec::Orvan::PORTUDP;
-    std::chrono::milliseconds wait{3000}; /**< for answers */
+    std::chrono::milliseconds wait{3000}; /**< how long to wait for replies */
 };
 
-/** Everyone within reach, each once: an instrument is told by its hardware address, and one that has none by
- *  where it answers. With `reach.mac` only that one.
- *  @param problem gets what the network complained of, as Link::problem() tells it */
+/** All instruments within reach, each once: identified by hardware address or, without one, by IP address.
+ * With `reach.mac` only that one.
+ *  @param problem set to the network's last error, as from Link::problem() */
 std::vector<Identity> discover(const Reach& reach, int stop, std::string& problem);
 
 /** The answer to an identification of the other end. */
@@ -43,16 +43,16 @@ struct Target {
     std::unique_ptr<UdpLink> link;
 };
 
-/** The one that is meant; throws Failure when there is none, or more than one. */
+/** The selected one; throws Failure when there is none, or more than one. */
 Target choose_instrument(const Reach& reach, int stop);
 
-/** A link to `reach.address`, without a word to what is there. */
+/** A link to `reach.address`; sends nothing. */
 std::unique_ptr<UdpLink> link_to_address(const Reach& reach, int stop);
 
 /** "OVX3654B 241107 at 10.0.0.2 (02:00:0a:00:00:02)" */
 std::string name_of(const Identity& identity);
 
-/** Nobody within reach answers, and why that may be. */
+/** A message that no instrument answers, with possible reasons. */
 std::string no_answer(const Reach& reach, const std::string& problem);
 
 } // namespace orvan_maint

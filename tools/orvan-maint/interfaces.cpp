@@ -23,7 +23,7 @@ std::vector<Interface> usable_interfaces()
         constexpr unsigned kNeeded = IFF_UP | IFF_BROADCAST;
         const bool usable = entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET &&
                             (entry->ifa_flags & kNeeded) == kNeeded;
-        // One with several addresses is listed with each.
+        // An interface with several addresses is listed once for each.
         const bool known = std::any_of(found.begin(), found.end(), [entry](const Interface& interface) {
             return interface.name == entry->ifa_name;
         });
@@ -42,7 +42,7 @@ std::vector<Interface> find_interfaces(const std::string& name)
     const std::vector<Interface> usable = usable_interfaces();
     if (usable.empty()) {
         throw Failure(kExitBadOptions, "no network interface is up and has an IPv4 address; "
-                                       "an instrument elsewhere is named with --address");
+                                       "use --address for an instrument elsewhere");
     }
     if (name.empty()) {
         return usable;
@@ -58,7 +58,7 @@ std::vector<Interface> find_interfaces(const std::string& name)
                                         ? "interface " + printable(name) +
                                               " is down, has no IPv4 address or takes no broadcasts"
                                         : "there is no interface " + printable(name)) +
-                                       "; usable are:" + names);
+                                       "; usable:" + names);
 }
 
 } // namespace orvan_maint

@@ -6,15 +6,15 @@
 
 namespace orvan_maint {
 
-/** A network interface that instruments can be looked for on: up, with broadcasts and an IPv4 address. */
+/** A network interface to search for instruments: up, with broadcast and an IPv4 address. */
 struct Interface {
     std::string name;
     int index;
 };
 
 /**
- * The interface of this name, or all of them for an empty one. Throws Failure, which tells what there is,
- * when the name is none of them or there is none.
+ * The interface of this name, or all of them for an empty one. Throws Failure, with the list of usable ones,
+ * when there is no such interface or none at all.
  */
 std::vector<Interface> find_interfaces(const std::string& name);
 

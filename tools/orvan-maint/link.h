@@ -1,5 +1,5 @@
 /**
- * The seam to the network: datagrams out, datagrams in.
+ * The interface to the network: sends and receives datagrams.
  */
 #ifndef ORVAN_MAINT_LINK_H
 #define ORVAN_MAINT_LINK_H
@@ -15,9 +15,9 @@ namespace orvan_maint {
 
 using Clock = std::chrono::steady_clock;
 
-/** A frame as it came. */
+/** A frame as received. */
 struct Received {
-    HALDE_PACKET frame{}; /**< zero behind what came */
+    HALDE_PACKET frame{}; /**< zero after the bytes received */
     size_t length = 0;    /**< of the datagram, FRMHEADERLEN or more */
     sockaddr_in from{};
 };
@@ -26,15 +26,15 @@ class Link {
 public:
     virtual ~Link() = default;
 
-    /** A datagram that the network does not take is lost; problem() tells why. */
+    /** A datagram that the network refuses is lost; problem() says why. */
     virtual void send(std::span<const uint8_t> datagram) = 0;
 
-    /** Waits for a frame; what is shorter than a header is none. Throws Interrupted when the user wants an
-     * end.
+    /** Waits for a frame; ignores datagrams shorter than a header. Throws Interrupted when the user
+     * interrupts.
      *  @return false when the deadline passed */
     virtual bool receive(Received& received, Clock::time_point deadline) = 0;
 
-    /** What the network complained of last, in brackets and behind a space; empty for nothing. */
+    /** The network's last error, in parentheses and after a space; empty for none. */
     virtual std::string problem() const = 0;
 };
 

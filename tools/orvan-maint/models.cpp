@@ -30,8 +30,8 @@ const Model* find_model(const std::string& name)
     return found != std::end(kModels) ? found : nullptr;
 }
 
-// A model that is newer than this tool is judged by how the family is named: OVX, three digits of the
-// frequency, one of the channels, a letter of the housing.
+// A model newer than this tool is judged by its name: OVX, three digits for the frequency, one for the
+// channels, a letter for the housing.
 bool is_ovx(const std::string& model)
 {
     return model.size() == 8 && model.starts_with("OVX") &&

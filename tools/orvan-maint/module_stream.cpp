@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint16_t kFinalState = 0xFFFF;
 
-// However talkative they are.
+// However many frames they send.
 constexpr auto kLongestBurning = std::chrono::minutes(30);
 
 // clang-format off
@@ -66,12 +66,12 @@ bool ModuleStream::deliver(size_t block, Received& received)
     for (int sent = 1;; ++sent, ++m_resent) {
         const Clock::time_point sent_at = Clock::now();
         m_end_sent = m_end_sent || is_end;
-        // Whole, as the instrument hands the whole of its buffer to the modules.
+        // Complete, as the instrument passes its whole buffer to the modules.
         m_link.send(wire_bytes(frame, FRMDATALEN));
         const auto wait = is_end ? std::chrono::microseconds(m_timing.end_wait) : m_round_trip.wait();
         while (m_link.receive(received, sent_at + wait)) {
             if (is_error(received.frame) && (!is_end || info_of(received.frame) == LXI_ERROR_TIMEOUT)) {
-                throw Failure(kExitRefused, "the instrument gave the stream up at block " +
+                throw Failure(kExitRefused, "the instrument abandoned the stream at block " +
                                                 std::to_string(block) + ": " +
                                                 error_text(info_of(received.frame)));
             }
@@ -90,7 +90,7 @@ bool ModuleStream::deliver(size_t block, Received& received)
         if (Clock::now() >= give_up) {
             throw Failure(is_end ? kExitUnconfirmed : kExitNoAnswer,
                           (is_end
-                               ? "the image was sent whole, but its end was not acknowledged"
+                               ? "the whole image was sent, but its end was not acknowledged"
                                : "the instrument has stopped answering at block " + std::to_string(block)) +
                               m_link.problem());
         }
@@ -103,7 +103,7 @@ bool ModuleStream::acknowledges(const HALDE_PACKET& frame, size_t block)
     if (!m_above) {
         m_above = above;
     }
-    // The next block or the same; modules that number by another rule are taken at their word.
+    // The next block or the same; modules that number differently are trusted.
     return above == *m_above || *m_above > 1;
 }
 
@@ -123,7 +123,7 @@ StreamResult ModuleStream::follow_burning(std::optional<Received> first)
         const bool is_final = size_of(frame) == EOD;
         if (result.modules.size() == m_channels) {
             if (is_final && info_of(frame) != 0) {
-                // One final frame has come twice, so that this is still a module's.
+                // One final frame was duplicated, so this is still a module's.
                 result.modules.back() = info_of(frame);
                 m_burning(m_channels, info_of(frame));
                 if (info_of(frame) == LXI_ERROR_TIMEOUT) {
@@ -143,7 +143,7 @@ StreamResult ModuleStream::follow_burning(std::optional<Received> first)
         result.modules.push_back(info_of(frame));
         silent_module = silent_module || info_of(frame) == LXI_ERROR_TIMEOUT;
         m_burning(channel, info_of(frame));
-        // There is no final frame of the whole then.
+        // Then there is no final frame of the whole download.
         if (silent_module && channel == m_channels) {
             return result;
         }

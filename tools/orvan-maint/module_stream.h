@@ -1,11 +1,11 @@
 /**
  * The stream of an image to all channel modules.
  *
- * The instrument hands each frame to every module and waits for each to acknowledge it before it takes the
- * next; the tool gets the acknowledgement of the last of them. Behind the end come, channel by channel,
- * frames of a module's progress and its final frame, or an error frame of the instrument for a module that is
- * silent; behind those of all channels, if none was silent, the final frame of the whole. A module's own
- * final frame may look the same, so they are counted.
+ * The instrument passes each frame to every module and waits for all acknowledgements before it accepts the
+ * next; the tool gets the last one. After the end follow, channel by channel, a module's progress frames and
+ * its final frame, or an error frame of the instrument for a silent module; after all channels, if none was
+ * silent, the final frame of the whole download. A module's own final frame may look the same, so they are
+ * counted.
  */
 #ifndef ORVAN_MAINT_MODULE_STREAM_H
 #define ORVAN_MAINT_MODULE_STREAM_H
@@ -23,14 +23,13 @@ namespace orvan_maint {
 struct StreamTiming {
     Timing block;
     std::chrono::milliseconds end_wait;     /**< for the acknowledgement of the end */
-    std::chrono::milliseconds burn_silence; /**< between two frames of the burning */
+    std::chrono::milliseconds burn_silence; /**< between two progress frames */
 };
 
 /**
- * A frame that is sent again while the instrument still waits for a module may meet a stream that was given
- * up, and begin one that nobody ends. So the waits are longer than the instrument's own: 2 s for each module,
- * 10 s each at the end, and 10 s for a frame of the burning. With such waits patience is all that helps on a
- * lossy link: of thousands of blocks, each has to come through.
+ * A frame that is resent while the instrument still waits for a module may arrive after the stream was
+ * abandoned, and begin one that never ends. So the waits are longer than the instrument's own: 2 s for each
+ * module, 10 s each at the end, and 10 s for a progress frame. This makes a download over a lossy link slow.
  */
 constexpr StreamTiming stream_timing(size_t channels)
 {
@@ -51,19 +50,18 @@ struct StreamResult {
 class ModuleStream {
 public:
     /** @param channels number of the instrument's modules
-     *  @param progress is told the bytes that have arrived
-     *  @param burning  is told the channel, from 1 on, of which there is news; `ended` gets what it ended
-     * with */
+     *  @param progress is called with the bytes that have arrived
+     *  @param burning  is called with the channel, from 1, that reports progress; `ended` with its result */
     ModuleStream(Link& link, const hwaddr_t& mac, std::string_view image, size_t channels,
                  const StreamTiming& timing, std::function<void(size_t)> progress,
                  std::function<void(size_t, std::optional<uint32_t>)> burning);
 
-    /** Throws Failure when the stream does not come to its end, Interrupted as the link does. */
+    /** Throws Failure when the stream is not completed, Interrupted as the link does. */
     StreamResult run();
 
-    /** Whether the image's end was sent, so that the modules may be at work on it. */
+    /** Whether the image's end was sent, so that the modules may be programming it. */
     bool end_sent() const { return m_end_sent; }
-    /** Frames that were sent again. */
+    /** Frames resent. */
     size_t resent() const { return m_resent; }
 
 private:
@@ -79,7 +77,7 @@ private:
     RoundTrip m_round_trip;
     std::function<void(size_t)> m_progress;
     std::function<void(size_t, std::optional<uint32_t>)> m_burning;
-    /** By how much an acknowledgement's number is above that of its block; the first one tells. */
+    /** Difference of an acknowledgement's number and its block's; taken from the first one. */
     std::optional<uint16_t> m_above;
     size_t m_resent = 0;
     bool m_end_sent = false;

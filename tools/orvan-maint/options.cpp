@@ -29,7 +29,7 @@ void add_reach(CLI::App& command, Reach& reach, int& wait)
     command.add_option("--mac", reach.mac, "Only the instrument with this hardware address")
         ->type_name("MAC")
         ->check([](const std::string& text) {
-            return parse_mac(text) ? std::string() : printable(text) + " is no hardware address";
+            return parse_mac(text) ? std::string() : printable(text) + " is not a hardware address";
         });
     command.add_option("--port", reach.port, "UDP port of the maintenance protocol")
         ->check(CLI::Range(1, 65535))
@@ -71,7 +71,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     Options options;
     int wait = static_cast<int>(options.reach.wait.count());
     int after = kDefaultAfterSeconds;
-    CLI::App app("Finds Orvan instruments on the network, sets them up and brings software into them.\n",
+    CLI::App app("Finds Orvan instruments on the network, configures them and updates their software.\n",
                  "orvan-maint");
     app.set_version_flag("--version", std::string("orvan-maint ") + ORVAN_VERSION);
     app.require_subcommand(1);
@@ -80,27 +80,25 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     add_reach(*discover, options.reach, wait);
     add_json(*discover, options);
 
-    CLI::App* const show = add_command(app, options, "show", "Show all that an instrument tells of itself");
+    CLI::App* const show = add_command(app, options, "show", "Show everything an instrument reports");
     add_reach(*show, options.reach, wait);
     add_json(*show, options);
-    show->footer(
-        "It is the state at the instrument's start: what was changed since then shows after the next.");
+    show->footer("This is the state at the instrument's start: later changes show after the next start.");
 
     CLI::App* const network = add_command(app, options, "set-network", "Change the network settings");
     add_reach(*network, options.reach, wait);
     add_yes(*network, options);
     add_settings(*network, options, kNetworkSettings);
-    network->footer(
-        "The instrument stores what is given, and takes its network up anew half a second later;\n"
-        "with another address it then answers there.\n"
-        "  orvan-maint set-network --mac 02:00:5e:10:00:01 --dhcp off --ip 10.0.0.9 \\\n"
-        "      --mask 255.255.255.0 --gateway 10.0.0.1");
+    network->footer("The instrument stores the values and reconfigures its network half a second later;\n"
+                    "it then answers at the new address.\n"
+                    "  orvan-maint set-network --mac 02:00:5e:10:00:01 --dhcp off --ip 10.0.0.9 \\\n"
+                    "      --mask 255.255.255.0 --gateway 10.0.0.1");
 
-    CLI::App* const factory = add_command(app, options, "set-factory", "Change what the factory sets");
+    CLI::App* const factory = add_command(app, options, "set-factory", "Change factory settings");
     add_reach(*factory, options.reach, wait);
     add_yes(*factory, options);
     add_settings(*factory, options, kFactorySettings);
-    factory->footer("The instrument stores it at once and goes by it after its next start.");
+    factory->footer("The instrument stores it at once; it takes effect at the next start.");
 
     CLI::App* const words = add_command(app, options, "options", "Show and change an instrument's options");
     add_reach(*words, options.reach, wait);
@@ -108,47 +106,47 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     add_yes(*words, options);
     words->add_option("--set", options.set, "Options to set")->type_name("WORD,...")->delimiter(',');
     words->add_option("--clear", options.clear, "Options to clear")->type_name("WORD,...")->delimiter(',');
-    words->footer("The table is that of the instrument's start, and a change is made to it as it stands\n"
-                  "there: give all words at once, and restart the instrument before you give others.");
+    words->footer("The table shows the state at the instrument's start, and changes are made to that\n"
+                  "state: give all words at once, and restart the instrument before the next change.");
 
     CLI::App* const update =
-        add_command(app, options, "update", "Bring a software package into the controller and its modules");
-    update->add_option("package", options.file, "The package: a tar archive, as pack makes it")
+        add_command(app, options, "update", "Update the software of the controller and its modules");
+    update->add_option("package", options.file, "The package: a tar archive, as made by pack")
         ->required()
         ->type_name("FILE");
     add_reach(*update, options.reach, wait);
     add_yes(*update, options);
-    update->add_option("--after", after, "Seconds for which the instrument may be at work on the package")
+    update->add_option("--after", after, "Seconds that the instrument may take to process the package")
         ->check(CLI::Range(0, 3600))
         ->capture_default_str();
     update->footer(
-        "The package is looked through before anything is sent; a plain archive is sent packed with\n"
-        "gzip. An instrument with a download that was broken off answers no search; name it with\n"
+        "The package is checked before anything is sent; a plain archive is compressed with\n"
+        "gzip. An instrument in an interrupted download does not answer a search: use\n"
         "--address.\n"
-        "The instrument does not report how it went. What update sees is one of these:\n"
-        "  installed (exit code 0)  it went away and came back, or has another version of its software\n"
-        "  refused (4)              it answers, and has not restarted within 35 seconds\n"
+        "The instrument does not report the outcome. update ends with one of:\n"
+        "  installed (exit code 0)  it restarted, or has another software version\n"
+        "  refused (4)              it answers, but has not restarted within 35 seconds\n"
         "  silent (5)               it does not answer within --after\n"
-        "Code 5 also says that it answers and nothing more is known, as when another PC asked it at the\n"
-        "same time, or when --after was over too early.");
+        "Code 5 also means that it answers and nothing more is known, as when another PC sent to it at\n"
+        "the same time, or --after was too short.");
 
     CLI::App* const program =
-        add_command(app, options, "program", "Bring an image into all channel modules at once");
-    program->add_option("image", options.file, "The image, whatever the modules take")
+        add_command(app, options, "program", "Program an image into all channel modules at once");
+    program->add_option("image", options.file, "The image, in any format that the modules accept")
         ->required()
         ->type_name("FILE");
     add_reach(*program, options.reach, wait);
     add_yes(*program, options);
-    program->add_option("--channels", options.channels, "Number of modules, where the model does not tell it")
+    program->add_option("--channels", options.channels, "Number of modules, if the model's name does not say")
         ->check(CLI::Range(1, 4));
     program
         ->add_flag("--no-identify", options.no_identify,
-                   "Send without asking who is there, after a download that was broken off")
+                   "Send without an identification, after an interrupted download")
         ->needs(program->get_option("--address"))
         ->needs(program->get_option("--channels"));
     program->footer(
         "Each block goes through all modules before the next, and a lost one costs seconds: use a\n"
-        "good cable. Afterwards the instrument answers no search until it is restarted.");
+        "good cable. Afterwards the instrument does not answer a search until it is restarted.");
 
     CLI::App* const pack = add_command(app, options, "pack", "Make a software package for update");
     pack->add_option("package", options.file, "The package to make")->required()->type_name("FILE");
@@ -162,20 +160,20 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     pack->add_option("--patch", options.patch, "Folder with the files that the controller installs")
         ->required()
         ->type_name("FOLDER");
-    pack->add_flag("--force", options.force, "Replace a file that is there");
+    pack->add_flag("--force", options.force, "Replace an existing file");
 
     app.footer(
-        "orvan-maint COMMAND --help tells the options of a command.\n"
-        "Without --address all instruments on the network are asked; with several of them, --mac\n"
-        "says which one is meant.\n"
+        "orvan-maint COMMAND --help shows the options of a command.\n"
+        "Without --address all instruments on the network are searched; if there are several, --mac\n"
+        "selects one.\n"
         "Exit codes: 0 done; 1 no answer; 2 bad options, or they do not fit the instrument;\n"
-        "3 a file that cannot be used; 4 the instrument has refused it, or reports a failure; 5 all was\n"
-        "sent, and what became of it is not known; 6 not agreed to, or interrupted.");
+        "3 a file that cannot be used; 4 the instrument refused it, or reports a failure; 5 everything\n"
+        "was sent, but the outcome is not known; 6 not confirmed, or interrupted.");
     try {
         app.parse(argc, argv);
         if (options.settings.empty() &&
             (options.command == network->get_name() || options.command == factory->get_name())) {
-            throw CLI::ValidationError("nothing to change is named");
+            throw CLI::ValidationError("nothing to change is given");
         }
         const auto value = [&options](char letter) {
             const auto found = options.settings.find(letter);

@@ -10,21 +10,21 @@
 
 namespace orvan_maint {
 
-/** The command line. A field that the command has not is as it stands here. */
+/** The command line. Fields that the command does not have keep these defaults. */
 struct Options {
     std::string command; /**< its name */
     Reach reach;
     bool json = false;
-    bool yes = false; /**< agreed to in advance */
+    bool yes = false; /**< confirmed in advance */
 
     SettingValues settings;         /**< set-network, set-factory */
     std::vector<std::string> set;   /**< options */
     std::vector<std::string> clear; /**< options */
 
     std::string file;              /**< update, program; pack: the package to make */
-    bool no_identify = false;      /**< program: to an instrument that answers nothing else */
-    int channels = 0;              /**< program: 0 to go by the model */
-    std::chrono::seconds after{0}; /**< update: for which the instrument may be at work */
+    bool no_identify = false;      /**< program: for an instrument that answers nothing else */
+    int channels = 0;              /**< program: 0 to derive it from the model */
+    std::chrono::seconds after{0}; /**< update: how long the instrument may take */
     std::string platform;          /**< pack */
     std::string module;            /**< pack */
     std::string patch;             /**< pack */
@@ -32,7 +32,7 @@ struct Options {
 };
 
 /**
- * Reads the command line. Help and version go to standard output, complaints to standard error.
+ * Parses the command line. Help and version go to standard output, errors to standard error.
  *
  * @return empty when the program is to end with `exit_code`
  */

@@ -1,5 +1,5 @@
 /**
- * Instruments and options in words and in JSON.
+ * Instruments and options as text and as JSON.
  */
 #ifndef ORVAN_MAINT_OUTPUT_H
 #define ORVAN_MAINT_OUTPUT_H
@@ -12,9 +12,9 @@
 
 namespace orvan_maint {
 
-/** A heading and a line for each, columns as wide as what is in them. */
+/** A heading and a line for each, with columns wide enough. */
 std::string instrument_table(const std::vector<Identity>& instruments);
-/** An array of objects; a row that an instrument does not send is not in its object. */
+/** An array of objects, each with the rows that the instrument sends. */
 std::string instruments_json(const std::vector<Identity>& instruments);
 
 /** A line for each row. */

@@ -23,7 +23,7 @@ struct Entry {
     uint64_t size;
 };
 
-/** By path, with no "./" ahead and no "/" behind. */
+/** By path, without leading "./" and trailing "/". */
 using Listing = std::map<std::string, Entry>;
 
 [[noreturn]] void refuse(const std::string& what, const std::string& why)
@@ -35,14 +35,14 @@ using Listing = std::map<std::string, Entry>;
 std::string plain_path(const std::string& what, const std::string& name)
 {
     if (name.starts_with('/')) {
-        refuse(what, "holds an absolute name: " + printable(name));
+        refuse(what, "has an absolute name: " + printable(name));
     }
     std::string path;
     for (size_t begin = 0; begin <= name.size();) {
         const size_t end = std::min(name.find('/', begin), name.size());
         const std::string part = name.substr(begin, end - begin);
         if (part == "..") {
-            refuse(what, "holds a name that leads out of it: " + printable(name));
+            refuse(what, "has a name that leads out of it: " + printable(name));
         }
         if (!part.empty() && part != ".") {
             path += (path.empty() ? "" : "/") + part;
@@ -52,7 +52,7 @@ std::string plain_path(const std::string& what, const std::string& name)
     return path;
 }
 
-// A link's target is meant from the folder that the link is in.
+// A link's target is relative to the folder of the link.
 bool leads_out(const std::string& link, const std::string& target)
 {
     if (target.starts_with('/')) {
@@ -82,7 +82,7 @@ void add_entry(Listing& listing, const std::string& what, const std::string& pat
             listing.try_emplace(path.substr(0, slash), Entry{TarEntry::Kind::kFolder, 0}).first->second;
         if (parent.kind != TarEntry::Kind::kFolder) {
             refuse(what,
-                   "holds something below " + printable(path.substr(0, slash)) + ", which is no folder");
+                   "has something below " + printable(path.substr(0, slash)) + ", which is not a folder");
         }
     }
     const auto [known, is_new] = listing.try_emplace(path, entry);
@@ -98,10 +98,11 @@ Listing list(std::string_view bytes, const std::string& what)
     for (TarEntry entry; reader.next(entry);) {
         const std::string path = plain_path(what, entry.name);
         if (entry.kind == TarEntry::Kind::kOther) {
-            refuse(what, "holds a thing that is no file, folder or symbolic link: " + printable(entry.name));
+            refuse(what,
+                   "has an entry that is not a file, folder or symbolic link: " + printable(entry.name));
         }
         if (entry.kind == TarEntry::Kind::kLink && leads_out(path, entry.target)) {
-            refuse(what, "holds a link that leads out of it: " + printable(entry.name) + " -> " +
+            refuse(what, "has a link that leads out of it: " + printable(entry.name) + " -> " +
                              printable(entry.target));
         }
         if (!path.empty()) {
@@ -131,7 +132,7 @@ bool is_plain_name(const std::string& name)
            });
 }
 
-/** The names right in a folder, "" for the outermost, that have the word in them. */
+/** The names directly in a folder, "" for the top level, that contain the word. */
 std::vector<std::string> names_with(const Listing& listing, const std::string& folder, const char* word)
 {
     std::vector<std::string> names;
@@ -145,7 +146,7 @@ std::vector<std::string> names_with(const Listing& listing, const std::string& f
     return names;
 }
 
-/** The one name with the word in it; its path. */
+/** The path of the only name that contains the word. */
 std::string only_one(const Listing& listing, const std::string& what, const std::string& folder,
                      const char* word, TarEntry::Kind kind)
 {

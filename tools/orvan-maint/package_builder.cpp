@@ -56,7 +56,7 @@ std::vector<fs::path> entries_of(const std::string& folder)
     if (entries.empty()) {
         throw Failure(kExitBadFile, printable(folder) + " is empty");
     }
-    // The same folder makes the same archive.
+    // The same folder always results in the same archive.
     std::sort(entries.begin(), entries.end());
     return entries;
 }
@@ -77,7 +77,7 @@ try {
         } else if (S_ISLNK(info.st_mode)) {
             archive.add_symbolic_link(name, fs::read_symlink(path).string(), info.st_mtime);
         } else {
-            throw Failure(kExitBadFile, printable(path.string()) + " is no file, folder or link");
+            throw Failure(kExitBadFile, printable(path.string()) + " is not a file, folder or link");
         }
     }
     return archive.finish();

@@ -46,7 +46,7 @@ void Progress::show(size_t done)
         if (done < m_total && now - m_shown < kBetweenShows) {
             return;
         }
-        // What an earlier, longer line leaves is cleared behind this one.
+        // Clear the rest of an earlier, longer line.
         std::fprintf(stderr, "\r%s\x1b[K", progress_line(done, m_total, now - m_start).c_str());
         m_in_line = true;
         m_shown = now;

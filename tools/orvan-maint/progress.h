@@ -1,5 +1,5 @@
 /**
- * How far a download has come.
+ * The progress of a download.
  */
 #ifndef ORVAN_MAINT_PROGRESS_H
 #define ORVAN_MAINT_PROGRESS_H
@@ -13,15 +13,15 @@ namespace orvan_maint {
 /** "[#####---------------]  25 %  2.50 of 10.00 MB  1.2 MB/s  0:06 left" */
 std::string progress_line(size_t done, size_t total, std::chrono::duration<double> taken);
 
-/** Shows it on standard error: on a terminal as a bar that grows, elsewhere as a line every ten per cent. */
+/** Shows it on standard error: a progress bar on a terminal, otherwise a line every ten per cent. */
 class Progress {
 public:
     explicit Progress(size_t total);
 
-    /** @param done bytes; may fall back */
+    /** @param done bytes; may decrease */
     void show(size_t done);
 
-    /** Leaves the bar's line, so that other words begin a line of their own. */
+    /** Ends the bar's line, so that other output begins on a new line. */
     void leave();
 
 private:

@@ -10,13 +10,13 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-// Up to the address, without which an instrument does not look at it.
+// Up to the address, without which an instrument ignores it.
 constexpr size_t kShortLength = offsetof(HALDE_PACKET, stateMode);
 
-// As one of them may get lost.
+// As one of them may be lost.
 constexpr int kMarks = 3;
 
-// No tag of a request, which count from 1 on, and not the zero of a fresh buffer.
+// Neither a request's tag, which count from 1, nor the zero of a fresh buffer.
 uint32_t random_mark()
 {
     return std::random_device()() | 0x80000000;
@@ -57,7 +57,7 @@ Aftermath RestartWatch::follow(Clock::time_point deadline, const std::function<v
     const std::string version = text_of(m_rows, FLASH_CSCIVER);
     bool certain = m_mark_stays;
     bool missed = false; // a request since the last answer
-    bool zeroed = false; // another PC's request left a zero, so that one of a fresh buffer would not show
+    bool zeroed = false; // another PC's request left a zero, like that of a fresh buffer
     bool answered = false;
     auto settled = Clock::time_point::max();
     while (Clock::now() < deadline && (!answered || Clock::now() < settled)) {

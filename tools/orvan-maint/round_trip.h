@@ -8,22 +8,22 @@ namespace orvan_maint {
 /** The times of a transfer. */
 struct Timing {
     std::chrono::microseconds first_wait;   /**< for an acknowledgement, until one has been measured */
-    std::chrono::microseconds least_wait;   /**< however fast they come */
-    std::chrono::microseconds longest_wait; /**< however often one failed to come */
+    std::chrono::microseconds least_wait;   /**< lower limit */
+    std::chrono::microseconds longest_wait; /**< upper limit */
     std::chrono::milliseconds give_up;      /**< without any acknowledgement */
 };
 
-/** How long to wait for an acknowledgement, by those that came: RFC 6298. */
+/** Time-out for an acknowledgement, from those measured (RFC 6298). */
 class RoundTrip {
 public:
     explicit RoundTrip(const Timing& timing);
 
     std::chrono::microseconds wait() const { return m_wait; }
 
-    /** One came, this long behind a frame that was sent once. */
+    /** One arrived this long after a frame that was sent once. */
     void measured(std::chrono::microseconds time);
 
-    /** None came: twice as long next time. */
+    /** None arrived: doubles the time-out. */
     void missed();
 
 private:

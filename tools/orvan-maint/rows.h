@@ -27,7 +27,7 @@ std::string title_of(char letter);
 /** The texts of a reply by letter, printable. */
 using Rows = std::map<char, std::string>;
 
-/** @param length of the datagram; what it does not hold is not read */
+/** @param length of the datagram; nothing beyond it is read */
 Rows read_rows(const HALDE_PACKET& frame, size_t length);
 
 /** The text of a row; empty when there is none. */
@@ -38,11 +38,11 @@ struct RequestRow {
     std::string value; /**< at most FP_MAX_DATA_LEN bytes of any kind */
 };
 
-/** All the room for rows is in a request, so that nothing of a frame before is taken for one. */
+/** A request contains all rows, so that none of a previous frame is used. */
 inline constexpr uint16_t kRequestRowsSize =
     HaldeElec::Orvan::FP_MAX_LINE * HaldeElec::Orvan::FP_MAX_ENTRY_LEN;
 
-/** Puts the rows, of which there are at most FP_MAX_LINE, into `data`, and `size`. */
+/** Writes the rows, at most FP_MAX_LINE, to `data` and sets `size`. */
 void put_rows(HALDE_PACKET& frame, const std::vector<RequestRow>& rows);
 
 } // namespace orvan_maint

@@ -1,5 +1,5 @@
 /**
- * What can be written into an instrument, as options of the command line.
+ * The settings that can be written to an instrument, as command line options.
  */
 #ifndef ORVAN_MAINT_SETTINGS_H
 #define ORVAN_MAINT_SETTINGS_H

@@ -15,12 +15,12 @@ namespace {
 
 constexpr std::string_view kOpcodeBlock = kOpcodeIdentify;
 
-// Acknowledgements in a row that may get lost; with more of them the transfer goes back to its start.
+// Consecutive acknowledgements that may be lost; after more, the transfer restarts.
 constexpr size_t kMostAhead = 8;
 
 constexpr int kMostRestarts = 20;
 
-// In the place of a package's first block it leaves nothing that unpacks.
+// Instead of a package's first block it results in a file that cannot be unpacked.
 constexpr uint8_t kSpoilt = 0xA5;
 
 } // namespace
@@ -43,8 +43,8 @@ void SoftwareTransfer::run()
     }
 }
 
-// The block to begin with. A header that is sent again to an instrument which has it is not acknowledged and
-// takes it to block 1; so block 1 tells whether it was the header or its acknowledgement that got lost.
+// The block to begin with. A header that is resent to an instrument which has it is not acknowledged and
+// takes it to block 1; so block 1 shows whether the header or its acknowledgement was lost.
 size_t SoftwareTransfer::open()
 {
     for (;; ++m_resent) {
@@ -66,7 +66,7 @@ size_t SoftwareTransfer::open()
     }
 }
 
-// The block to go on with.
+// The block to continue with.
 size_t SoftwareTransfer::deliver(size_t block)
 {
     size_t highest = block;
@@ -115,7 +115,7 @@ size_t SoftwareTransfer::deliver(size_t block)
     }
 }
 
-// Whether it acknowledges a frame that was sent from here; replies have the `info` of what they answer.
+// Whether it acknowledges a frame sent from here; replies have the `info` of the request.
 bool SoftwareTransfer::acknowledges(const HALDE_PACKET& frame)
 {
     if (size_of(frame) != 0) {
@@ -129,9 +129,9 @@ bool SoftwareTransfer::acknowledges(const HALDE_PACKET& frame)
     return header || block;
 }
 
-// What goes along with a block that is sent again. Either the block got lost, or its acknowledgement; then
-// the instrument answers the next block alone, and if that acknowledgement got lost as well, the one behind.
-// Or the instrument is back at block 1. Few at a time, as it has room for two or three.
+// The block to send along with a resent one. Either the block was lost, or its acknowledgement; then the
+// instrument only answers the next block, and if that acknowledgement was lost too, the one after. Or the
+// instrument is back at block 1. Few at a time, as it has room for two or three.
 size_t SoftwareTransfer::companion_of(size_t block, size_t resends) const
 {
     // 1 ahead, first | 2, 1 ahead, first | 3, 2, 1 ahead, first | ...
@@ -144,8 +144,8 @@ size_t SoftwareTransfer::companion_of(size_t block, size_t resends) const
     return ahead != 0 && block + ahead <= m_blocks.end() ? block + ahead : 1;
 }
 
-// It identifies itself in the place of an acknowledgement: it is in no transfer. That is as it should be when
-// what it answers was sent behind the end.
+// It identifies itself instead of acknowledging: it is not in a transfer. That is expected if it answers a
+// frame sent after the end.
 size_t SoftwareTransfer::left_at(size_t block, uint32_t answered)
 {
     if (end_sent() && answered >= m_end_sequence) {
@@ -156,7 +156,7 @@ size_t SoftwareTransfer::left_at(size_t block, uint32_t answered)
         return open();
     }
     throw Failure(kExitRefused, "the instrument has left the transfer at block " + std::to_string(block) +
-                                    ", as one does that is restarted; begin again");
+                                    "; it may have been restarted; start again");
 }
 
 void SoftwareTransfer::send_header()
@@ -184,8 +184,8 @@ void SoftwareTransfer::send_block(size_t block)
 void SoftwareTransfer::count_restart()
 {
     if (++m_restarts > kMostRestarts) {
-        throw Failure(kExitNoAnswer, "the transfer is taken back to its start again and again; let no other "
-                                     "PC look for instruments meanwhile, and begin again");
+        throw Failure(kExitNoAnswer, "the transfer is taken back to its start repeatedly; let no other "
+                                     "PC search for instruments meanwhile, and start again");
     }
 }
 
@@ -196,10 +196,10 @@ void SoftwareTransfer::check_patience()
     }
     if (end_sent()) {
         throw Failure(kExitUnconfirmed,
-                      "the package was sent whole, but its end was not acknowledged" + m_link.problem());
+                      "the whole package was sent, but its end was not acknowledged" + m_link.problem());
     }
     throw Failure(kExitNoAnswer, "the instrument has stopped answering" + m_link.problem() +
-                                     "; begin again, and it takes the package from its start");
+                                     "; start again; the package is sent from the beginning");
 }
 
 bool end_broken_transfer(Link& link, const hwaddr_t& mac, std::chrono::milliseconds time)
@@ -217,7 +217,7 @@ bool end_broken_transfer(Link& link, const hwaddr_t& mac, std::chrono::milliseco
         put_block(end, 2);
         put_size(end, EOD);
         link.send(wire_bytes(end, 0));
-        // Also an identification takes it to block 1, and is answered when it is in no transfer.
+        // An identification, too, takes it to block 1, and is answered when it is not in a transfer.
         if (ask(link, frame, 0, time / 4)) {
             return true;
         }

@@ -1,15 +1,14 @@
 /**
  * The transfer of a software package to the controller.
  *
- * The instrument stores blocks in their order and acknowledges each by the number that it expects next; what
- * it does not expect it neither takes nor answers, so that a block whose acknowledgement got lost is answered
- * no more. Block 0 of whatever opcode takes it back to block 1, so
- * that another PC's search for instruments is enough. It stays in the transfer until it has its end, however
- * long that takes, and answers nothing else meanwhile.
+ * The instrument stores blocks in order and acknowledges each with the number that it expects next; it
+ * ignores any other block, so a block whose acknowledgement was lost is not answered again. Block 0 of any
+ * opcode takes it back to block 1, so another PC's search for instruments is enough. It stays in the transfer
+ * until its end, however long that takes, and answers nothing else meanwhile.
  *
- * A transfer begins with an HESU frame. The frames behind it are HEID: in the transfer no opcode is looked
- * at, and outside it such a frame, late or sent once too often, does no more than identify the instrument,
- * where an HESU frame would begin another transfer. It also tells that the instrument is not in a transfer.
+ * A transfer begins with an HESU frame. The following frames are HEID: in the transfer the opcode is ignored,
+ * and outside it such a frame, late or duplicated, only identifies the instrument, whereas an HESU frame
+ * would begin another transfer. The answer also shows that the instrument is not in a transfer.
  */
 #ifndef ORVAN_MAINT_SOFTWARE_TRANSFER_H
 #define ORVAN_MAINT_SOFTWARE_TRANSFER_H
@@ -23,26 +22,26 @@
 
 namespace orvan_maint {
 
-/** The instrument may be at its disk for a while, and a frame too many does no harm. */
+/** The instrument may be busy with its disk for a while, and an extra frame does no harm. */
 inline constexpr Timing kSoftwareTiming{std::chrono::milliseconds(500), std::chrono::milliseconds(10),
                                         std::chrono::milliseconds(250), std::chrono::seconds(30)};
 
 class SoftwareTransfer {
 public:
-    /** @param progress is told the bytes that have arrived, which fall back when the instrument does */
+    /** @param progress is called with the bytes that have arrived; they decrease when it restarts */
     SoftwareTransfer(Link& link, const hwaddr_t& mac, std::string_view package, const Timing& timing,
                      std::function<void(size_t)> progress);
 
     /** Throws Failure when the instrument stops answering, has left the transfer or is taken back to its
-     * start again and again; Interrupted as the link does. */
+     * start repeatedly; Interrupted as the link does. */
     void run();
 
-    /** Whether the package's end was sent, so that the instrument may be at work on it. */
+    /** Whether the package's end was sent, so that the instrument may be processing it. */
     bool end_sent() const { return m_end_sequence != 0; }
     /** Whether the instrument acknowledged a block that it did not get from here, so that another sender's
      *  blocks are in the package. */
     bool damaged() const { return m_damaged; }
-    /** Frames that were sent again. */
+    /** Frames resent. */
     size_t resent() const { return m_resent; }
 
 private:
@@ -66,14 +65,14 @@ private:
     Clock::time_point m_last_advance;
     size_t m_resent = 0;
     int m_restarts = 0;
-    std::vector<size_t> m_sent;  /**< blocks in their order; `info` of a block is its place, from 1 on */
+    std::vector<size_t> m_sent;  /**< blocks in sending order; `info` of a block is its position, from 1 */
     uint32_t m_end_sequence = 0; /**< `info` of the end; 0 when it was not sent */
     bool m_damaged = false;
 };
 
 /**
- * Ends a transfer that was broken off, so that the instrument serves again: what has arrived of the package
- * is spoilt and its end sent. To an instrument that is in no transfer these are identifications.
+ * Ends an interrupted transfer, so that the instrument serves again: corrupts what has arrived of the package
+ * and sends its end. To an instrument that is not in a transfer these are identifications.
  *
  * @return whether the instrument answers now
  */

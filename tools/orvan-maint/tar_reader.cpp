@@ -28,8 +28,8 @@ constexpr std::string_view kPaxTypes = "xg";
 constexpr std::string_view kExtensionTypes = "xgKL";
 constexpr std::string_view kEntryTypes("\00001234567", 9);
 
-// Octal digits among spaces, up to a NUL; or, with the highest bit set, a binary number. libarchive goes by
-// the digits that it finds first.
+// Octal digits and spaces, up to a NUL; or, with the highest bit set, a binary number. libarchive uses the
+// leading digits.
 bool is_number(std::string_view field)
 {
     field = field.substr(0, field.find('\0'));
@@ -81,7 +81,7 @@ std::string text_of(const char* text)
 
 } // namespace
 
-// libarchive does not look at the sums of a gzip, and an instrument unpacks nothing that fails them.
+// libarchive does not verify the checksums of a gzip; an instrument refuses a file that fails them.
 TarReader::TarReader(std::string_view bytes, std::string what)
     : m_what(std::move(what)), m_bytes(bytes), m_archive(archive_read_new(), &archive_read_free)
 {
@@ -89,10 +89,10 @@ TarReader::TarReader(std::string_view bytes, std::string what)
         m_unpacked = gunzip(bytes, kMostBytes);
         m_bytes = m_unpacked.bytes;
     }
-    // A tar archive with nothing around it is all that libarchive is to know. What it cannot make out already
-    // here, next() refuses.
+    // libarchive is only to accept an uncompressed tar archive. What it does not recognise here, next()
+    // refuses.
     if (m_archive == nullptr || archive_read_support_format_tar(m_archive.get()) != ARCHIVE_OK) {
-        refuse("there is no memory to read it");
+        refuse("needs more memory than there is");
     }
     archive_read_open(m_archive.get(), this, nullptr, &give_bytes, nullptr);
 }
@@ -112,7 +112,7 @@ bool TarReader::next(TarEntry& entry)
 {
     archive_entry* found = nullptr;
     const int result = archive_read_next_header(m_archive.get(), &found);
-    // A name that is no UTF-8, or that the locale has no letters for, is a warning; it is taken as it stands.
+    // A name that is not UTF-8, or not representable in the locale, is only a warning; it is used unchanged.
     if (result != ARCHIVE_OK && result != ARCHIVE_WARN && result != ARCHIVE_EOF) {
         refuse_header();
     }
@@ -121,13 +121,13 @@ bool TarReader::next(TarEntry& entry)
         refuse("is damaged");
     }
     entry = {};
-    // libarchive passes over types that it knows nothing of, or makes files of them.
+    // libarchive skips unknown types, or turns them into files.
     if (!header.empty() && kEntryTypes.find(header[kTypeAt]) == std::string_view::npos) {
         entry.name = header.substr(0, std::min(header.find('\0'), kNameLength));
         entry.kind = TarEntry::Kind::kOther;
     } else if (result == ARCHIVE_EOF) {
         if (m_first) {
-            refuse("is no tar archive, or an empty one");
+            refuse("is not a tar archive, or an empty one");
         }
         if (m_unpacked.end != Unpacked::End::kWhole) {
             refuse_early_end();
@@ -158,7 +158,7 @@ std::string TarReader::contents()
     return bytes;
 }
 
-// What pax and GNU say of an entry stands before its header, which is returned; empty where the archive ends.
+// Skips the pax and GNU extension headers before an entry's header, which is returned; empty at the end.
 std::string_view TarReader::checked_header() const
 {
     auto at = static_cast<size_t>(archive_read_header_position(m_archive.get()));
@@ -191,10 +191,10 @@ std::string_view TarReader::checked_header() const
 void TarReader::refuse_header() const
 {
     if (m_bytes.empty() && m_unpacked.end == Unpacked::End::kWhole) {
-        refuse("is no tar archive, or an empty one");
+        refuse("is not a tar archive, or an empty one");
     }
     if (archive_format(m_archive.get()) == 0) {
-        refuse("is no tar archive, plain or gzip");
+        refuse("is not a tar archive, plain or gzip");
     }
     if (m_past_end) {
         refuse_early_end();
@@ -212,7 +212,7 @@ void TarReader::refuse_early_end() const
     if (m_unpacked.end == Unpacked::End::kTooLarge) {
         refuse("unpacks to more than " + std::to_string(kMostBytes) + " bytes");
     }
-    refuse("is damaged: it ends amid an entry");
+    refuse("is damaged: it ends within an entry");
 }
 
 } // namespace orvan_maint

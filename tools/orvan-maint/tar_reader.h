@@ -18,7 +18,7 @@ namespace orvan_maint {
 struct TarEntry {
     enum class Kind { kFile, kFolder, kLink, kOther }; /**< kLink: symbolic; kOther: hard links, too */
 
-    std::string name; /**< as it stands in the archive */
+    std::string name; /**< as in the archive */
     Kind kind = Kind::kFile;
     std::string target; /**< of a link */
     uint64_t size = 0;  /**< of a file's contents */
@@ -26,18 +26,18 @@ struct TarEntry {
 
 class TarReader {
 public:
-    /** What is no gzip is read as it is.
+    /** Data that is not gzip is read unchanged.
      *  @param bytes outlive the reader
-     *  @param what  names the archive in complaints */
+     *  @param what names the archive in error messages */
     TarReader(std::string_view bytes, std::string what);
     TarReader(const TarReader&) = delete;
     TarReader& operator=(const TarReader&) = delete;
 
-    /** The next entry; what was left of the contents of the one before is passed over. Throws Failure when it
-     *  is no archive, or a damaged one. False at the end. */
+    /** The next entry; skips the rest of the previous one's contents. Throws Failure when it is not an
+     * archive, or damaged. False at the end. */
     bool next(TarEntry& entry);
 
-    /** The contents of the entry that next() has given. */
+    /** The contents of the entry that next() has returned. */
     std::string contents();
 
 private:
@@ -52,7 +52,7 @@ private:
     std::string_view m_bytes; /**< of the plain archive */
     std::unique_ptr<archive, decltype(&archive_read_free)> m_archive;
     bool m_given = false;
-    bool m_past_end = false; /**< more was asked for than there is */
+    bool m_past_end = false; /**< a read went past the end */
     bool m_first = true;
     uint64_t m_size = 0; /**< of the entry's contents */
 };

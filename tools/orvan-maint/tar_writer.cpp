@@ -22,7 +22,7 @@ la_ssize_t append(archive*, void* bytes, const void* data, size_t size)
 TarWriter::TarWriter() : m_archive(archive_write_new(), &archive_write_free)
 {
     if (m_archive == nullptr) {
-        throw Failure(kExitBadFile, "there is no memory to make the package");
+        throw Failure(kExitBadFile, "out of memory making the package");
     }
     check(archive_write_set_format_gnutar(m_archive.get()));
     check(archive_write_set_bytes_in_last_block(m_archive.get(), 1));

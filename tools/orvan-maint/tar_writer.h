@@ -10,8 +10,8 @@
 
 namespace orvan_maint {
 
-/** Makes a tar archive in memory, as GNU tar does; all in it belongs to root. Throws Failure when there is no
- *  memory for it. */
+/** Makes a tar archive in memory, as GNU tar does; all entries belong to root. Throws Failure when out of
+ * memory. */
 class TarWriter {
 public:
     TarWriter();

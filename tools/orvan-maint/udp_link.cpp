@@ -38,7 +38,7 @@ int milliseconds_until(Clock::time_point deadline)
 UdpLink::UdpLink(const sockaddr_in& peer, int stop) : m_socket(udp_socket()), m_stop(stop)
 {
     if (::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
-        throw Failure(kExitNoAnswer, address_text(peer) + " is not reached: " + std::strerror(errno));
+        throw Failure(kExitNoAnswer, address_text(peer) + " cannot be reached: " + std::strerror(errno));
     }
 }
 
@@ -52,7 +52,7 @@ UdpLink::UdpLink(std::vector<Interface> interfaces, int port, int stop)
 void UdpLink::send(std::span<const uint8_t> datagram)
 {
     if (m_interfaces.empty()) {
-        // An error of the datagram before is reported here first; this one has not left then.
+        // An error of the previous datagram is reported here first; then this one has not been sent.
         if (::send(m_socket.get(), datagram.data(), datagram.size(), 0) < 0) {
             m_error = errno;
             ::send(m_socket.get(), datagram.data(), datagram.size(), 0);
@@ -64,7 +64,7 @@ void UdpLink::send(std::span<const uint8_t> datagram)
     }
 }
 
-// To all on the cable, also those whose address belongs to another network.
+// To all hosts on the cable, including those with an address in another network.
 void UdpLink::broadcast(std::span<const uint8_t> datagram, const Interface& interface)
 {
     sockaddr_in everybody{};
@@ -140,7 +140,7 @@ sockaddr_in resolve(const std::string& host, int port)
     const int error = getaddrinfo(host.c_str(), nullptr, &hints, &found);
     if (error != 0 || found == nullptr) {
         throw Failure(kExitBadOptions, "there is no address " + printable(host) + ": " +
-                                           (error != 0 ? gai_strerror(error) : "none is IPv4"));
+                                           (error != 0 ? gai_strerror(error) : "it has no IPv4 address"));
     }
     sockaddr_in address{};
     std::memcpy(&address, found->ai_addr, sizeof address);

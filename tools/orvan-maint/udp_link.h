@@ -7,11 +7,11 @@
 
 namespace orvan_maint {
 
-/** A link over UDP: to one address, or to everybody on some interfaces. */
+/** A link over UDP: to one address, or by broadcast on some interfaces. */
 class UdpLink : public Link {
 public:
-    /** What comes from elsewhere is not received.
-     *  @param stop a descriptor that becomes readable when the user wants an end; negative for none */
+    /** Datagrams from other addresses are not received.
+     *  @param stop a descriptor that becomes readable when the user interrupts; negative for none */
     UdpLink(const sockaddr_in& peer, int stop);
     /** Broadcasts; receives from anywhere. */
     UdpLink(std::vector<Interface> interfaces, int port, int stop);

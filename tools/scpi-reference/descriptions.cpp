@@ -22,7 +22,7 @@ std::string_view trim(std::string_view text)
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-/** The first word, and what stands behind it. */
+/** The first word, and the rest. */
 std::pair<std::string_view, std::string_view> cut_word(std::string_view text)
 {
     const size_t end = std::min(text.find(' '), text.size());
@@ -79,7 +79,7 @@ private:
     void begin_command(std::string_view header)
     {
         if (m_all.sections.empty()) {
-            complain("a command stands ahead of the first section");
+            complain("a command before the first section");
         }
         if (m_command != nullptr) {
             check(*m_command);
@@ -102,7 +102,7 @@ private:
         }
         if (text.starts_with("  ")) {
             if (m_go_on == nullptr) {
-                complain("there is no field to go on with");
+                complain("there is no field to continue");
             }
             *m_go_on += (m_go_on->empty() ? "" : " ") + std::string(trim(text));
             return;
@@ -137,7 +137,7 @@ private:
     {
         const size_t end = text.find('>');
         if (!text.starts_with('<') || end == std::string_view::npos) {
-            complain("a parameter's name stands in <>");
+            complain("a parameter's name must be in <>");
         }
         m_command->parameters.push_back(
             {std::string(text.substr(0, end + 1)), std::string(trim(text.substr(end + 1)))});
@@ -156,7 +156,7 @@ private:
         m_go_on = &m_command->errors.back().text;
     }
 
-    /** What every command has to say. */
+    /** What every command must have. */
     void check(const Description& command) const
     {
         const auto miss = [&command](const char* what) {
@@ -192,8 +192,8 @@ private:
     }
 
     Descriptions m_all;
-    Description* m_command = nullptr; // the one at work; it stays where it is until the next begins
-    std::string* m_go_on = nullptr;   // text of the field at work
+    Description* m_command = nullptr; // the current one; valid until the next begins
+    std::string* m_go_on = nullptr;   // text of the current field
     int m_line = 0;
 };
 

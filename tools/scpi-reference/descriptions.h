@@ -1,22 +1,22 @@
 /**
- * The hand-kept half of the SCPI reference: what the commands do, in words.
+ * The hand-written half of the SCPI reference: what the commands do, in words.
  *
- * A line at a time:
+ * The format, line by line:
  *
  *     == Title            begins a section; Markdown up to its first command follows
  *     @ :OUTPut[:STATe]   begins a command, its header as the command table spells it
  *     what     ...        what it does; the fields may be repeated and come in any order
- *     set      <state>    it has a set form; behind it the parameters, if any
- *     query               it has a query; behind it the parameters, if any
+ *     set      <state>    it has a set form; followed by the parameters, if any
+ *     query               it has a query; followed by the parameters, if any
  *     param    <state>    ...     a parameter's name, then its type, unit and range
- *     reply    ...        what the query gives
+ *     reply    ...        what the query returns
  *     error    -222 ...   a code, and when it comes
  *     example             a dialogue with the instrument, "> " its line and "< " its reply; it is held
  *                         once by a test, on an instrument of four channels
- *     sample              the same, but its reply is another each time or it disturbs what follows
+ *     sample              the same, but its reply varies or it disturbs what follows
  *
- * A line that begins with two blanks goes on with the field. What stands ahead of the first section is the
- * document's beginning. A line of the form "// ..." is a comment.
+ * A line that begins with two blanks continues the field. Text before the first section is the document's
+ * beginning. A line of the form "// ..." is a comment.
  */
 #ifndef SCPI_REFERENCE_DESCRIPTIONS_H
 #define SCPI_REFERENCE_DESCRIPTIONS_H
@@ -45,7 +45,7 @@ struct Dialogue {
 
 struct Description {
     std::string header;
-    int line; /**< of the file, for complaints */
+    int line; /**< of the file, for error messages */
     std::vector<std::string> what;
     std::optional<std::string> set; /**< the form's parameters */
     std::optional<std::string> query;

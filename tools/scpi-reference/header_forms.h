@@ -1,5 +1,5 @@
 /**
- * The texts that a pattern of the command table stands for (SCPI-99 6.2.1).
+ * The headers that match a pattern of the command table (SCPI-99 6.2.1).
  */
 #ifndef SCPI_REFERENCE_HEADER_FORMS_H
 #define SCPI_REFERENCE_HEADER_FORMS_H

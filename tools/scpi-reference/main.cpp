@@ -1,4 +1,4 @@
-// Makes the SCPI reference of the library's command table and the descriptions.
+// Generates the SCPI reference from the library's command table and the descriptions.
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -31,7 +31,7 @@ int check(const char* path, const std::string& wanted)
         return 0;
     }
     std::fprintf(stderr,
-                 "%s is stale: %s\nMake it anew: cmake --build --preset dev --target write_scpi_reference\n",
+                 "%s is stale: %s\nRegenerate it: cmake --build --preset dev --target write_scpi_reference\n",
                  path, found.c_str());
     return 1;
 }

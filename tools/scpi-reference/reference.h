@@ -1,5 +1,5 @@
 /**
- * The SCPI reference as a document: the command table and the descriptions, put together.
+ * The SCPI reference as a document: the command table combined with the descriptions.
  */
 #ifndef SCPI_REFERENCE_REFERENCE_H
 #define SCPI_REFERENCE_REFERENCE_H
@@ -23,7 +23,7 @@ struct CommandTable {
  */
 std::string render(const Descriptions& descriptions, const CommandTable& table);
 
-/** The first line in which a document is not what it should be, as a text for people; empty when it is. */
+/** Describes the first line in which a document differs from what it should be; empty if none. */
 std::string difference(const std::string& document, const std::string& wanted);
 
 } // namespace scpi_reference

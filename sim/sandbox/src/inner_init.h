@@ -23,9 +23,9 @@ struct Begun {
 
 /**
  * Makes the first process of a new sandbox, which sets up everything, reaps orphans and, as the first of its
- * PID namespace, ends all others when it ends. \param go_on_inside  the call returns a second time, in a
- * child of the first process; the sandbox ends with that
- *                      child, and its wait status is written to `link` as an int.
+ * PID namespace, ends all others when it ends.
+ * \param go_on_inside  the call returns a second time, in a child of the first process; the sandbox ends with
+ *                      that child, and its wait status is written to `link` as an int.
  */
 Result<Begun> begin_sandbox(const View& view, int modules, bool go_on_inside);
 

@@ -153,7 +153,7 @@ TEST_F(SetupFile, UnknownEntriesAreReportedAndTheRestIsShown)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "-  ODT_INF_MODEL           SYSTEM.Model                      \"M\"\n");
     EXPECT_EQ(outcome.err,
-              "orvan-db: " + path + ": passed over: EXTRA, SYSTEM.Foo, SYSTEM.Bar, ANALOGOUTPUT.frequency\n");
+              "orvan-db: " + path + ": ignored: EXTRA, SYSTEM.Foo, SYSTEM.Bar, ANALOGOUTPUT.frequency\n");
 }
 
 // ---- what cannot be used
@@ -165,17 +165,17 @@ TEST_F(SetupFile, ThatARecallWouldRefuseEndsWithThreeAndAReason)
         std::string text;
         const char* complaint;
     } cases[] = {
-        {"", "is no JSON"},
-        {"{", "is no JSON"},
-        {"no JSON", "is no JSON"},
-        {R"({"ANALOGOUTPUT": {"Frequency": 77)", "is no JSON"},
-        {R"({"ANALOGOUTPUT": {"Frequency": 77}} and more)", "is no JSON"},
-        {std::string(100'000, '['), "is no JSON"},
-        {"[]", "is no JSON object"},
-        {"null", "is no JSON object"},
-        {"\"text\"", "is no JSON object"},
-        {R"({"ANALOGOUTPUT": 77})", "ANALOGOUTPUT is no JSON object: 77"},
-        {R"({"SYSTEM": ["a"]})", "SYSTEM is no JSON object: [\"a\"]"},
+        {"", "is not JSON"},
+        {"{", "is not JSON"},
+        {"no JSON", "is not JSON"},
+        {R"({"ANALOGOUTPUT": {"Frequency": 77)", "is not JSON"},
+        {R"({"ANALOGOUTPUT": {"Frequency": 77}} and more)", "is not JSON"},
+        {std::string(100'000, '['), "is not JSON"},
+        {"[]", "is not a JSON object"},
+        {"null", "is not a JSON object"},
+        {"\"text\"", "is not a JSON object"},
+        {R"({"ANALOGOUTPUT": 77})", "ANALOGOUTPUT is not a JSON object: 77"},
+        {R"({"SYSTEM": ["a"]})", "SYSTEM is not a JSON object: [\"a\"]"},
         {R"({"ANALOGOUTPUT": {"Frequency": 77, "Power": "5"}})", "ANALOGOUTPUT.Power does not fit: \"5\""},
         {R"({"RUNMODE": {"TriggerCount": 0.5}})", "RUNMODE.TriggerCount does not fit: 0.5"},
         {R"({"RUNMODE": {"TriggerCount": 3000000000}})", "RUNMODE.TriggerCount does not fit: 3000000000"},
@@ -184,7 +184,7 @@ TEST_F(SetupFile, ThatARecallWouldRefuseEndsWithThreeAndAReason)
         {R"({"SYSTEM": {"Model": null}})", "SYSTEM.Model does not fit: null"},
         {R"({"SYSTEM": {"Model": ")" + std::string(80, 'm') + "\"}}",
          "SYSTEM.Model does not fit: \"mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm..."},
-        {R"({"SYSTEM": {"Model": "a\u0000b"}})", "holds a NUL character"},
+        {R"({"SYSTEM": {"Model": "a\u0000b"}})", "contains a NUL character"},
         {std::string(1'100'000, ' ') + "{}", "is larger than a setup can be"},
     };
     for (const auto& [text, complaint] : cases) {
@@ -210,11 +210,11 @@ TEST_F(SetupFile, ThatIsInvalidEndsWithThreeAndAReason)
         return outcome.err;
     };
     EXPECT_EQ(complaint(path), "orvan-db: " + path + ": No such file or directory\n");
-    EXPECT_EQ(complaint(folder), "orvan-db: " + folder.string() + ": is no file\n");
+    EXPECT_EQ(complaint(folder), "orvan-db: " + folder.string() + ": is not a file\n");
     EXPECT_EQ(complaint(with("{}") + "/x"), "orvan-db: " + path + "/x: Not a directory\n");
     const std::string pipe = folder / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_EQ(complaint(pipe), "orvan-db: " + pipe + ": is no file\n");
+    EXPECT_EQ(complaint(pipe), "orvan-db: " + pipe + ": is not a file\n");
 }
 
 TEST_F(SetupFile, LeavesNoDescriptorWhateverItIs)

@@ -56,7 +56,7 @@ TEST(OrvanDbOptions, MistakesEndWithTwoAndAReason)
         EXPECT_EQ(outcome.out, "") << arguments.front();
         EXPECT_NE(outcome.err, "") << arguments.front();
     }
-    EXPECT_NE(run_on(records.name(), {"--tag", "nope"}).err.find("no element is called nope"),
+    EXPECT_NE(run_on(records.name(), {"--tag", "nope"}).err.find("there is no element nope"),
               std::string::npos);
 }
 

@@ -27,8 +27,8 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
     EXPECT_EQ(scene.model.ended, 1);
     for (const char* const line :
          {"  software: 1.19.145 -> Orvan_Benchtop_FW of ", "  controller: 1 files of benchtop_fw.tar\n",
-          "  modules: 7500 bytes of ovx_module, and a restart\n", "Go on? [y/N] ",
-          "the package has arrived whole",
+          "  modules: 7500 bytes of ovx_module, and a restart\n", "Continue? [y/N] ",
+          "the whole package has arrived",
           "installed: the instrument went away and came back; its software was 1.19.145 and is 1.20.3\n"}) {
         EXPECT_TRUE(has(outcome.out, line)) << line << "\n" << outcome.out;
     }
@@ -72,7 +72,7 @@ TEST(Maint, UpdateSaysThatThePackageIsDamaged)
     EXPECT_EQ(outcome.status, 5);
     EXPECT_TRUE(has(outcome.err, "damaged: the instrument took blocks from someone else as well"))
         << outcome.err;
-    EXPECT_FALSE(has(outcome.out, "arrived whole")) << outcome.out;
+    EXPECT_FALSE(has(outcome.out, "the whole package has arrived")) << outcome.out;
 }
 
 TEST(Maint, UpdateThatLeavesTheVersionIsInstalledWhenTheInstrumentWentAwayAndCameBack)
@@ -97,7 +97,7 @@ TEST(Maint, UpdateThatIsWatchedForTooShortATimeIsNotCalledRefused)
         scene.run({"update", "--yes", "--after", "1", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 5) << outcome.out;
     EXPECT_EQ(scene.model.ended, 1);
-    EXPECT_TRUE(has(outcome.out, "dealt with the package and answers again; whether it restarts shows within "
+    EXPECT_TRUE(has(outcome.out, "processed the package and answers again; whether it restarts shows within "
                                  "35 s\n"))
         << outcome.out;
     EXPECT_TRUE(has(outcome.err, "not known: the instrument answers, and whether it has been restarted"))
@@ -114,7 +114,7 @@ TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
         scene.run({"update", "--yes", "--after", "0", folder.put("p.tar", good_package())});
     EXPECT_EQ(outcome.status, 5);
     EXPECT_EQ(scene.model.ended, 1);
-    EXPECT_TRUE(has(outcome.err, "not known: whether the instrument installs the package, show tells"))
+    EXPECT_TRUE(has(outcome.err, "not known: whether the instrument installs the package, show reports"))
         << outcome.err;
 }
 
@@ -132,7 +132,7 @@ TEST(Maint, UpdateInterruptedAfterItsEndSaysThatAllWasSent)
     const MaintOutcome outcome =
         scene.run({"update", "--yes", folder.put("p.tar", good_package())}, "", stop);
     EXPECT_EQ(outcome.status, 5) << outcome.err;
-    EXPECT_TRUE(has(outcome.err, "the package was sent whole")) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "the whole package was sent")) << outcome.err;
     EXPECT_EQ(scene.model.ended, 1);
     ::close(stop);
 }
@@ -162,7 +162,7 @@ TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
     EXPECT_EQ(scene.came(), "HEID HEID");
     outcome = scene.run({"update", "--yes", folder.put("text", "no package")});
     EXPECT_EQ(outcome.status, 3);
-    EXPECT_TRUE(has(outcome.err, "is no tar archive"));
+    EXPECT_TRUE(has(outcome.err, "is not a tar archive"));
     EXPECT_EQ(scene.came(), "");
     EXPECT_EQ(scene.run({"update", "--yes", folder.path("nowhere")}).status, 3);
     EXPECT_EQ(scene.run({"update", "--yes", folder.put("empty", "")}).status, 3);
@@ -211,7 +211,7 @@ TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
     scene.model.software_after = "1.20.3";
     const MaintOutcome outcome = scene.run({"update", "--yes", folder.put("p.tar", package)});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_TRUE(has(outcome.err, "it may be in a download that was broken off"));
+    EXPECT_TRUE(has(outcome.err, "it may be in an interrupted download"));
     EXPECT_TRUE(scene.model.file == package);
 }
 
@@ -247,7 +247,7 @@ TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
     EXPECT_EQ(outcome.status, 5) << outcome.out << outcome.err;
     EXPECT_EQ(scene.model.ended, 1);
     EXPECT_TRUE(
-        has(outcome.err, "silent: the package was sent whole, and the instrument has not answered since"));
+        has(outcome.err, "silent: the whole package was sent, and the instrument has not answered since"));
 }
 
 TEST(Maint, ProgramReportsEveryModule)
@@ -259,9 +259,10 @@ TEST(Maint, ProgramReportsEveryModule)
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(scene.model.image == image);
     EXPECT_TRUE(has(outcome.out, "  modules: all 4 are programmed with "));
-    EXPECT_TRUE(has(outcome.out, "module 1: is at work on the image\nmodule 1: done\nmodule 2: is at work"));
     EXPECT_TRUE(
-        has(outcome.out, "all modules have taken the image; frames sent again: 0\nrestart the instrument\n"));
+        has(outcome.out, "module 1: is processing the image\nmodule 1: done\nmodule 2: is processing"));
+    EXPECT_TRUE(
+        has(outcome.out, "all modules have accepted the image; frames resent: 0\nrestart the instrument\n"));
 }
 
 TEST(Maint, ProgramReportsWhichModuleFailed)
@@ -273,7 +274,7 @@ TEST(Maint, ProgramReportsWhichModuleFailed)
     EXPECT_EQ(outcome.status, 4);
     EXPECT_TRUE(
         has(outcome.out, "module 1: done\nmodule 2: failed, a module did not answer in time (0x8000010A)\n"));
-    EXPECT_TRUE(has(outcome.err, "not every module has taken the image"));
+    EXPECT_TRUE(has(outcome.err, "not every module has accepted the image"));
     Scene refused;
     refused.model.module_ends = {0, 0, 0, IF_ERROR_INV_BIN_HEADER_FORMAT};
     EXPECT_EQ(refused.run({"program", "--yes", folder.put("image", "i")}).status, 4);
@@ -281,7 +282,7 @@ TEST(Maint, ProgramReportsWhichModuleFailed)
     silent.model.module_silent_from = 1;
     const MaintOutcome aborted = silent.run({"program", "--yes", folder.put("image", "i")});
     EXPECT_EQ(aborted.status, 4);
-    EXPECT_TRUE(has(aborted.err, "the instrument gave the stream up at block 1"));
+    EXPECT_TRUE(has(aborted.err, "the instrument abandoned the stream at block 1"));
 }
 
 TEST(Maint, ProgramNeedsToKnowHowManyModulesThereAre)
@@ -292,7 +293,7 @@ TEST(Maint, ProgramNeedsToKnowHowManyModulesThereAre)
     scene.model.rows['I'] = "";
     MaintOutcome outcome = scene.run({"program", "--yes", image});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_TRUE(has(outcome.err, "does not tell how many modules it has; --channels does"));
+    EXPECT_TRUE(has(outcome.err, "does not say how many modules it has; use --channels"));
     EXPECT_EQ(scene.came(), "HEID");
     scene.model.rows['I'] = "OVX3652B";
     outcome = scene.run({"program", "--yes", "--channels", "4", image});

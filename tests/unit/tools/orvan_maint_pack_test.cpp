@@ -76,7 +76,7 @@ TEST(MaintPack, LeavesAnExistingFile)
     parts.folder.put("package", "precious");
     const MaintOutcome outcome = parts.pack();
     EXPECT_EQ(outcome.status, 3);
-    EXPECT_NE(outcome.err.find("is there already; --force replaces it"), std::string::npos);
+    EXPECT_NE(outcome.err.find("already exists; --force replaces it"), std::string::npos);
     EXPECT_EQ(parts.folder.get("package"), "precious");
 }
 
@@ -92,7 +92,7 @@ TEST(MaintPack, RefusesWhatIsMissingEmptyOrLeadsOut)
     };
     const std::string patch = parts.folder.path("patch");
     EXPECT_NE(complaint("/nowhere", patch).find("/nowhere: No such file or directory"), std::string::npos);
-    EXPECT_NE(complaint(patch, patch).find("patch: is no file"), std::string::npos);
+    EXPECT_NE(complaint(patch, patch).find("patch: is not a file"), std::string::npos);
     EXPECT_NE(complaint(parts.folder.put("empty", ""), patch).find("empty: is empty"), std::string::npos);
     EXPECT_NE(complaint(parts.module, "/nowhere").find("there is no such folder"), std::string::npos);
     EXPECT_NE(complaint(parts.module, parts.module).find("there is no such folder"), std::string::npos);
@@ -100,11 +100,11 @@ TEST(MaintPack, RefusesWhatIsMissingEmptyOrLeadsOut)
     EXPECT_NE(complaint(parts.module, parts.folder.path("bare")).find("bare is empty"), std::string::npos);
     std::filesystem::create_symlink("/etc/passwd", patch + "/passwd");
     EXPECT_NE(
-        complaint(parts.module, patch).find("holds a link that leads out of it: patch/passwd -> /etc/passwd"),
+        complaint(parts.module, patch).find("has a link that leads out of it: patch/passwd -> /etc/passwd"),
         std::string::npos);
     std::filesystem::remove(patch + "/passwd");
     ASSERT_EQ(mkfifo((patch + "/pipe").c_str(), 0600), 0);
-    EXPECT_NE(complaint(parts.module, patch).find("pipe is no file, folder or link"), std::string::npos);
+    EXPECT_NE(complaint(parts.module, patch).find("pipe is not a file, folder or link"), std::string::npos);
 }
 
 TEST(MaintPack, AnUnwritablePlaceIsReported)

@@ -191,12 +191,12 @@ TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
     other_name[512] = 'o';
     EXPECT_EQ(complaint_of([&] { names_in(other_name); }), "archive is damaged");
     EXPECT_EQ(complaint_of([&] { names_in(plain.substr(0, 700)); }),
-              "archive is damaged: it ends amid an entry");
+              "archive is damaged: it ends within an entry");
     EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() / 2)); }),
-              "archive is damaged: it ends amid an entry");
+              "archive is damaged: it ends within an entry");
     for (size_t cut = 1; cut <= 8; ++cut) {
         EXPECT_EQ(complaint_of([&] { names_in(packed.substr(0, packed.size() - cut)); }),
-                  "archive is damaged: it ends amid an entry")
+                  "archive is damaged: it ends within an entry")
             << cut;
     }
 }
@@ -207,7 +207,7 @@ TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
     for (size_t back = 1; back <= 8; ++back) {
         std::string damaged = packed;
         damaged[damaged.size() - back] = static_cast<char>(damaged[damaged.size() - back] ^ 1);
-        EXPECT_EQ(complaint_of([&] { names_in(damaged); }), "archive is damaged: it ends amid an entry")
+        EXPECT_EQ(complaint_of([&] { names_in(damaged); }), "archive is damaged: it ends within an entry")
             << back;
     }
 }
@@ -219,7 +219,7 @@ TEST(MaintTar, AGzipContinuesInASecondOne)
     EXPECT_EQ(names_in(two), names_in(plain));
     EXPECT_EQ(names_in(two + "what follows is passed over"), names_in(plain));
     EXPECT_EQ(complaint_of([&] { names_in(two.substr(0, two.size() - 1)); }),
-              "archive is damaged: it ends amid an entry");
+              "archive is damaged: it ends within an entry");
 }
 
 TEST(MaintTar, AGzipIsUnpackedToNoMoreThanItsLimit)
@@ -310,12 +310,12 @@ const std::string kController = kFolder + "/benchtop_fw_2.0.tar";
 const std::string kInner = "p: benchtop_fw_2.0.tar ";
 
 const Bad kBad[] = {
-    {"AbsoluteName", good_and({'f', "/etc/passwd", ""}), "p holds an absolute name: /etc/passwd"},
+    {"AbsoluteName", good_and({'f', "/etc/passwd", ""}), "p has an absolute name: /etc/passwd"},
     {"NameThatLeadsOut", good_and({'f', kFolder + "/../../x", ""}),
-     "p holds a name that leads out of it: " + kFolder + "/../../x"},
-    {"LinkToAnAbsoluteName", good_and({'l', "x", "/etc"}), "p holds a link that leads out of it: x -> /etc"},
+     "p has a name that leads out of it: " + kFolder + "/../../x"},
+    {"LinkToAnAbsoluteName", good_and({'l', "x", "/etc"}), "p has a link that leads out of it: x -> /etc"},
     {"LinkThatLeadsOut", good_and({'l', kFolder + "/x", "../../y"}),
-     "p holds a link that leads out of it: " + kFolder + "/x -> ../../y"},
+     "p has a link that leads out of it: " + kFolder + "/x -> ../../y"},
     {"NoFolder", {{'f', "ovx_module", "m"}}, "p has no folder with Orvan_Benchtop_FW in its name"},
     {"FileForAFolder",
      {{'f', kFolder, "m"}},
@@ -338,14 +338,15 @@ const Bad kBad[] = {
      {kGood[0], {'f', kFolder + "/ovx_module_benchtop_fw", "m"}},
      "p has one file for the modules' software and the controller's: " + kFolder + "/ovx_module_benchtop_fw"},
     {"ControllerNoArchive", good_with(2, {'f', kController, std::string(2000, 'x')}),
-     kInner + "is no tar archive, plain or gzip"},
-    {"ControllerEmpty", good_with(2, {'f', kController, ""}), kInner + "is no tar archive, or an empty one"},
+     kInner + "is not a tar archive, plain or gzip"},
+    {"ControllerEmpty", good_with(2, {'f', kController, ""}),
+     kInner + "is not a tar archive, or an empty one"},
     {"ControllerWithoutPatch", good_with(2, {'f', kController, archive_of({{'d', "other", ""}})}),
      kInner + "has no folder patch"},
     {"ControllerWithAFilePatch", good_with(2, {'f', kController, archive_of({{'f', "patch", ""}})}),
      kInner + "has no folder patch"},
     {"ControllerThatLeadsOut", good_with(2, {'f', kController, archive_of({{'f', "patch/../../x", ""}})}),
-     kInner.substr(0, kInner.size() - 1) + " holds a name that leads out of it: patch/../../x"},
+     kInner.substr(0, kInner.size() - 1) + " has a name that leads out of it: patch/../../x"},
     {"NameForAShell", good_with(1, {'f', kFolder + "/ovx_module;reboot", "m"}),
      "p has a name that the instrument cannot use, 'ovx_module;reboot'; letters, digits and . _ + - will do"},
     {"FolderWithASpace",
@@ -354,7 +355,7 @@ const Bad kBad[] = {
      "do"},
     {"SameNameTwice", good_and(kGood[1]), "p holds " + kModule + " twice"},
     {"SomethingBelowAFile", good_and({'f', kModule + "/x", ""}),
-     "p holds something below " + kModule + ", which is no folder"},
+     "p has something below " + kModule + ", which is not a folder"},
 };
 
 class MaintBadPackage : public testing::TestWithParam<Bad> {};
@@ -375,10 +376,10 @@ TEST(MaintPackage, WhatIsNoArchiveIsRefused)
     const auto complaint = [](const std::string& bytes) {
         return complaint_of([&bytes] { check_package(bytes, "p\x1b", benchtop()); });
     };
-    EXPECT_EQ(complaint("hello"), "p\\x1B is no tar archive, plain or gzip");
-    EXPECT_EQ(complaint(std::string(5000, 'x')), "p\\x1B is no tar archive, plain or gzip");
-    EXPECT_EQ(complaint(gzip(std::string(5000, 'x'))), "p\\x1B is no tar archive, plain or gzip");
-    EXPECT_EQ(complaint(std::string(10240, '\0')), "p\\x1B is no tar archive, or an empty one");
+    EXPECT_EQ(complaint("hello"), "p\\x1B is not a tar archive, plain or gzip");
+    EXPECT_EQ(complaint(std::string(5000, 'x')), "p\\x1B is not a tar archive, plain or gzip");
+    EXPECT_EQ(complaint(gzip(std::string(5000, 'x'))), "p\\x1B is not a tar archive, plain or gzip");
+    EXPECT_EQ(complaint(std::string(10240, '\0')), "p\\x1B is not a tar archive, or an empty one");
 }
 
 TEST(MaintPackage, HardLinksAndPipesAreRefused)
@@ -388,9 +389,9 @@ TEST(MaintPackage, HardLinksAndPipesAreRefused)
     ASSERT_TRUE(run_shell("cd " + folder.path("in") +
                           " && ln a b && tar -cf ../links a b && mkfifo p && tar -cf ../pipe p"));
     EXPECT_EQ(complaint_of([&] { platforms_in(folder.get("links"), "p"); }),
-              "p holds a thing that is no file, folder or symbolic link: b");
+              "p has an entry that is not a file, folder or symbolic link: b");
     EXPECT_EQ(complaint_of([&] { platforms_in(folder.get("pipe"), "p"); }),
-              "p holds a thing that is no file, folder or symbolic link: p");
+              "p has an entry that is not a file, folder or symbolic link: p");
 }
 
 namespace {
@@ -430,17 +431,17 @@ TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
     for (const char type : std::string("01234567")) {
         const bool is_refused = std::string("1346").find(type) != std::string::npos;
         EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 512, type), "p"); }),
-                  is_refused ? "p holds a thing that is no file, folder or symbolic link: b" : "")
+                  is_refused ? "p has an entry that is not a file, folder or symbolic link: b" : "")
             << type;
     }
     for (const char type : std::string("DMNSVXAz89")) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 512, type), "p"); }),
-                  "p holds a thing that is no file, folder or symbolic link: b")
+                  "p has an entry that is not a file, folder or symbolic link: b")
             << type;
     }
     for (const char type : std::string("DMNSVz89")) {
         EXPECT_EQ(complaint_of([&] { platforms_in(with_type(bytes, 1024, type), "p"); }),
-                  "p holds a thing that is no file, folder or symbolic link: c")
+                  "p has an entry that is not a file, folder or symbolic link: c")
             << type;
     }
 }

@@ -98,7 +98,7 @@ TEST_F(MaintSearch, SeveralNeedASelection)
     const MaintenancePeer two(second, {}, kPort);
     const MaintOutcome several = run_maint({"set-factory", "--yes", "--serial-number", "1", "--wait", "200"});
     EXPECT_EQ(several.status, 2);
-    EXPECT_TRUE(has(several.err, "several instruments answer; name one of them:")) << several.err;
+    EXPECT_TRUE(has(several.err, "several instruments answer; choose one:")) << several.err;
     EXPECT_TRUE(has(several.err, "  --mac 02:00:0a:00:00:03  OVX3654B 241108 at 10.9.9.1"));
     EXPECT_TRUE(first.written.empty());
     EXPECT_TRUE(second.written.empty());
@@ -124,10 +124,10 @@ TEST_F(MaintSearch, AnUnusableInterfaceIsDistinguishedFromAMissingOne)
     const MaintOutcome dark = run_maint({"discover", "--interface", "dark"});
     EXPECT_EQ(dark.status, 2);
     EXPECT_TRUE(
-        has(dark.err, "interface dark is down, has no IPv4 address or takes no broadcasts; usable are: lan0"))
+        has(dark.err, "interface dark is down, has no IPv4 address or takes no broadcasts; usable: lan0"))
         << dark.err;
-    EXPECT_TRUE(has(run_maint({"discover", "--interface", "none"}).err,
-                    "there is no interface none; usable are: lan0"));
+    EXPECT_TRUE(
+        has(run_maint({"discover", "--interface", "none"}).err, "there is no interface none; usable: lan0"));
     ASSERT_EQ(std::system("ip link set lan0 down"), 0);
     EXPECT_TRUE(has(run_maint({"discover"}).err, "no network interface is up and has an IPv4 address"));
 }

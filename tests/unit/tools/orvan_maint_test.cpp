@@ -104,17 +104,17 @@ TEST(Maint, ErrorsInTheCommandLineAreReported)
         // Too long for a name server query.
         {{"show", "--address", std::string(300, 'x')}, "there is no address xxx"},
         {{"show", "--address", "127.0.0.1", "--interface", "lo"}, "--interface"},
-        {{"show", "--mac", "2:3"}, "2:3 is no hardware address"},
+        {{"show", "--mac", "2:3"}, "2:3 is not a hardware address"},
         {{"show", "--port", "0"}, "--port"},
         {{"show", "--wait", "99"}, "--wait"},
-        {{"set-network", "--address", "127.0.0.1"}, "nothing to change is named"},
-        {{"set-factory", "--yes"}, "nothing to change is named"},
-        {{"set-network", "--ip", "10.0.0.256"}, "10.0.0.256 is no IPv4 address"},
+        {{"set-network", "--address", "127.0.0.1"}, "nothing to change is given"},
+        {{"set-factory", "--yes"}, "nothing to change is given"},
+        {{"set-network", "--ip", "10.0.0.256"}, "10.0.0.256 is not an IPv4 address"},
         {{"set-network", "--ip", "10.0.0.9", "--mask", "255.255.255.0", "--gateway", "10.0.1.1"},
          "is not in the network"},
-        {{"set-network", "--host-name", "a b"}, "is no host name"},
+        {{"set-network", "--host-name", "a b"}, "is not a host name"},
         {{"set-factory", "--serial-number", std::string(31, '1')}, "is longer than 30 characters"},
-        {{"set-factory", "--model", ""}, "is no text"},
+        {{"set-factory", "--model", ""}, "is not printable ASCII text"},
         {{"update"}, "package is required"},
         {{"program", "x", "--no-identify"}, "--no-identify"},
         {{"program", "x", "--channels", "5"}, "--channels"},
@@ -155,8 +155,8 @@ TEST(Maint, SetNetworkSaysWhatItChangesAndSendsThatAlone)
                            "  gateway:  -> 10.0.0.1\n"
                            "  host name: bench-4 -> bench-5\n"
                            "  the instrument will answer at 10.0.0.9\n"
-                           "Go on? [y/N] \n"
-                           "stored; show tells it after the instrument's next start\n");
+                           "Continue? [y/N] \n"
+                           "stored; show reports it after the instrument's next start\n");
     EXPECT_EQ(scene.came(), "HEID HEIP");
     const Bytes& request = scene.peer->requests[1];
     EXPECT_EQ(request.size(), 22U + 544U);
@@ -188,9 +188,9 @@ TEST(Maint, DhcpIsALetterAndItsConsequencesAreExplained)
     scene.model.rows['B'] = "ON";
     outcome = scene.run({"set-network", "--yes", "--ip", "10.0.0.9"});
     EXPECT_TRUE(has(outcome.out, "DHCP was on: the fixed address is stored, and not used while it is"));
-    EXPECT_TRUE(has(outcome.out, "DHCP gives the address anew: discover tells it"));
+    EXPECT_TRUE(has(outcome.out, "DHCP assigns the address again: discover shows it"));
     EXPECT_FALSE(has(outcome.out, "will answer at"));
-    EXPECT_FALSE(has(scene.run({"set-network", "--yes", "--scpi-port", "5026"}).out, "anew"));
+    EXPECT_FALSE(has(scene.run({"set-network", "--yes", "--scpi-port", "5026"}).out, "assigns the address"));
 }
 
 TEST(Maint, WithoutConsentNothingIsSent)
@@ -199,7 +199,7 @@ TEST(Maint, WithoutConsentNothingIsSent)
         Scene scene;
         const MaintOutcome outcome = scene.run({"set-network", "--host-name", "x"}, answer);
         EXPECT_EQ(outcome.status, 6) << answer;
-        EXPECT_TRUE(has(outcome.err, "not agreed to, and nothing is sent; --yes agrees in advance"));
+        EXPECT_TRUE(has(outcome.err, "not confirmed, nothing was sent; --yes skips the question"));
         EXPECT_EQ(scene.came(), "HEID");
     }
 }
@@ -252,7 +252,7 @@ TEST(Maint, SetFactorySendsItsRows)
                    "--calibration-date", "271020", "--host-name", "b", "--pld-version", "1.2"});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(has(outcome.out, "  model: OVX3654B -> OVX9999B\n"));
-    EXPECT_FALSE(has(outcome.out, "Go on?"));
+    EXPECT_FALSE(has(outcome.out, "Continue?"));
     EXPECT_EQ(scene.came(), "HEID HEOT");
     EXPECT_EQ(scene.model.written, (std::map<char, std::string>{{'I', padded("OVX9999B")},
                                                                 {'S', padded("241108")},
@@ -316,6 +316,6 @@ TEST(Maint, OptionsWithoutATableEndWithAReason)
     scene.answers = [](size_t number) { return number == 0 ? 1 : 0; };
     const MaintOutcome outcome = scene.run({"options"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_TRUE(has(outcome.err, "the instrument gives no table of options")) << outcome.err;
+    EXPECT_TRUE(has(outcome.err, "the instrument sends no table of options")) << outcome.err;
     EXPECT_EQ(scene.came(), "HEID HECT HECT HECT");
 }

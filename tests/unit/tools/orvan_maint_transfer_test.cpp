@@ -235,7 +235,7 @@ TEST(MaintTransfer, EndsWhenItIsTakenBackAgainAndAgain)
         }
     };
     EXPECT_EQ(transfer.run({1ms, 200us, 2ms, 10s}), kExitNoAnswer);
-    EXPECT_NE(transfer.complaint.find("again and again"), std::string::npos) << transfer.complaint;
+    EXPECT_NE(transfer.complaint.find("repeatedly"), std::string::npos) << transfer.complaint;
     EXPECT_LT(transfer.link.sent.size(), 1000U);
 }
 
@@ -319,7 +319,7 @@ TEST(MaintTransfer, AnInstrumentThatLeavesItIsNotFedOn)
     transfer.model.leaves_at = 5;
     EXPECT_EQ(transfer.run(), kExitRefused);
     EXPECT_EQ(transfer.complaint,
-              "the instrument has left the transfer at block 5, as one does that is restarted; begin again");
+              "the instrument has left the transfer at block 5; it may have been restarted; start again");
     EXPECT_FALSE(transfer.end_sent);
     Transfer near_end(10'000);
     near_end.model.leaves_at = 10;
@@ -332,15 +332,15 @@ TEST(MaintTransfer, GivesUpEventually)
     silent.model.is_silent = true;
     EXPECT_EQ(silent.run(), kExitNoAnswer);
     EXPECT_EQ(silent.complaint,
-              "the instrument has stopped answering (problem); begin again, and it takes the "
-              "package from its start");
+              "the instrument has stopped answering (problem); start again; the package is sent "
+              "from the beginning");
     Transfer middle(40'000);
     middle.link.requests = [](const HALDE_PACKET&, size_t nth) { return nth < 5 ? 1 : 0; };
     EXPECT_EQ(middle.run(), kExitNoAnswer);
     Transfer end(1000);
     end.link.replies = [](const HALDE_PACKET&, size_t nth) { return nth < 2 ? 1 : 0; };
     EXPECT_EQ(end.run(), kExitUnconfirmed);
-    EXPECT_EQ(end.complaint, "the package was sent whole, but its end was not acknowledged (problem)");
+    EXPECT_EQ(end.complaint, "the whole package was sent, but its end was not acknowledged (problem)");
     EXPECT_TRUE(end.end_sent);
 }
 
@@ -539,7 +539,7 @@ TEST(MaintStream, AModuleThatIsSilentInItEndsIt)
     stream.model.module_silent_from = 4;
     EXPECT_EQ(stream.run(), kExitRefused);
     EXPECT_EQ(stream.complaint,
-              "the instrument gave the stream up at block 4: a module did not answer in time "
+              "the instrument abandoned the stream at block 4: a module did not answer in time "
               "(0x8000010A)");
     EXPECT_EQ(stream.link.sent.size(), 4U);
     Stream at_end(1000);

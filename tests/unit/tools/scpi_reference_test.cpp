@@ -186,10 +186,10 @@ TEST(ReferenceDocument, ADescriptionWithoutARowIsNamed)
 {
     const std::string fan_query = kFan + "query\nreply    A word.\n";
     EXPECT_EQ(complaint(kBegin + kFrequency + fan_query + kIdn),
-              "line 18: :SYSTem:FAN:MODE? is no row of the command table");
+              "line 18: :SYSTem:FAN:MODE? is not in the command table");
     const std::string gone = "@ :OUTPut\nwhat     Gone.\nset\nexample\n> :OUTP\n< +OK\n";
     EXPECT_EQ(complaint(kBegin + kFrequency + kFan + kIdn + gone),
-              "line 31: :OUTPut is no row of the command table");
+              "line 31: :OUTPut is not in the command table");
     EXPECT_EQ(complaint(kBegin + kFrequency + kFan + kIdn + kFan),
               "line 31: :SYSTem:FAN:MODE is described twice");
 }
@@ -209,13 +209,14 @@ TEST(ReferenceDescriptions, AnIncompleteOneIsNamed)
 
 TEST(ReferenceDescriptions, ALineThatCannotBeReadIsNamed)
 {
-    EXPECT_EQ(complaint("@ *IDN?\n"), "line 1: a command stands ahead of the first section");
+    EXPECT_EQ(complaint("@ *IDN?\n"), "line 1: a command before the first section");
     EXPECT_EQ(complaint(kBegin + "@ *IDN\nreplay   A word.\n"), "line 8: there is no field \"replay\"");
-    EXPECT_EQ(complaint(kBegin + "@ *IDN\n  goes on\n"), "line 8: there is no field to go on with");
+    EXPECT_EQ(complaint(kBegin + "@ *IDN\n  goes on\n"), "line 8: there is no field to continue");
     EXPECT_EQ(complaint(kBegin + "@ *IDN\n> *IDN?\n"),
               "line 8: a dialogue begins with \"example\" or \"sample\"");
     EXPECT_EQ(complaint(kBegin + "@ *IDN\nerror    too big\n"), "line 8: an error begins with its code");
-    EXPECT_EQ(complaint(kBegin + "@ *IDN\nparam    mode  word\n"), "line 8: a parameter's name stands in <>");
+    EXPECT_EQ(complaint(kBegin + "@ *IDN\nparam    mode  word\n"),
+              "line 8: a parameter's name must be in <>");
 }
 
 TEST(ReferenceDescriptions, CommentsAreLeftOut)

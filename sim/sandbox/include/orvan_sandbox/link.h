@@ -11,8 +11,9 @@ inline constexpr std::chrono::seconds kLinkPatience{5};
 
 /**
  * Waits until the interface carries packets, or does not. The kernel notices a change at the other end late,
- * and drops what is sent until then. \param socket  any datagram socket of the network namespace \return
- * false when kLinkPatience expires first
+ * and drops what is sent until then.
+ * \param socket  any datagram socket of the network namespace
+ * \return false when kLinkPatience expires first
  */
 bool wait_for_link(int socket, const std::string& interface, bool up);
 
