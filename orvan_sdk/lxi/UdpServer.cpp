@@ -259,10 +259,11 @@ void CUdpServer::open_module_sockets(Event& event)
         if (event.sockFd[i] < 0) {
             const int cause = errno;
             ::syslog(LOG_INFO, "[CUdpServer]::WaitForEvent socket creation failed");
-            ::syslog(LOG_ERR,
-                   "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
-                   "leaves one open",
-                   i + 1, std::strerror(cause));
+            ::syslog(
+                LOG_ERR,
+                "[CUdpServer] the process ends with exit code 1: no socket to module %d: %s; every frame "
+                "leaves one open",
+                i + 1, std::strerror(cause));
             // Skips the static destructors, some of which wait for threads.
             std::fflush(stdout);
             std::_Exit(EXIT_FAILURE);

@@ -196,11 +196,11 @@ int64_t CUdpServer::receive_software(Event& event)
     return IF_SUCCESS_RECV_FIRMWARE;
 }
 
-bool CUdpServer::distribute_package(const std::string& strDirName, int deviceType)
+bool CUdpServer::distribute_package(const std::string& folder, int deviceType)
 {
     std::string file;
-    if (!find(strDirName, ORVANXFILEKEYWORD, FS_FIND_FILE, file)) {
-        ::syslog(LOG_ERR, "Could not find ovx_module file in %s", strDirName.c_str());
+    if (!find(folder, ORVANXFILEKEYWORD, FS_FIND_FILE, file)) {
+        ::syslog(LOG_ERR, "Could not find ovx_module file in %s", folder.c_str());
         return false;
     }
     make_update_folder(SW_UPDATE_PATH_ORVANX);
@@ -217,12 +217,12 @@ bool CUdpServer::distribute_package(const std::string& strDirName, int deviceTyp
     }
 
     const char* const readFolder = kPackages[deviceType].readFolder;
-    if (!find(strDirName, readFolder, FS_FIND_FILE, file)) {
-        ::syslog(LOG_ERR, "Could not find %s file in %s", readFolder, strDirName.c_str());
+    if (!find(folder, readFolder, FS_FIND_FILE, file)) {
+        ::syslog(LOG_ERR, "Could not find %s file in %s", readFolder, folder.c_str());
         return false;
     }
     ::syslog(LOG_INFO, "Found device FW file: %s", file.c_str());
-    const std::string unpack = unpack_command(file, strDirName);
+    const std::string unpack = unpack_command(file, folder);
     ::syslog(LOG_INFO, "%s", unpack.c_str());
     const bool unpacked = run_system_cmd(unpack.c_str()) == 0;
     ::syslog(LOG_INFO, "%s Extraction %s", devicePath, success_or_failure(unpacked));

@@ -10,6 +10,7 @@
 
 namespace HaldeElec::Orvan {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as the interface has it
 void CUdpServer::createNewParent(std::string filePathScript)
 {
     OrvanFSUtils::createFileName(ORVAN_SW_UPDATE_FILE_INIT);

@@ -84,7 +84,8 @@ void CPersistentData::setFlashParams(optEntry_t* optTable, size_t tblSize)
         text_of(settings.modelName),
         text_of(settings.serialNum),
         text_of(settings.fwVersion),
-        options.c_str(), // as a C string, which is shorter than the string
+        // As a C string, which is shorter than the string: NOLINTNEXTLINE(readability-redundant-string-cstr)
+        options.c_str(),
         text_of(settings.calibrationDate),
         text_of(settings.scpiPort),
         {settings.hardwareVersion},

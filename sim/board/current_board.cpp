@@ -41,7 +41,7 @@ void report_power(Board& board, const std::string& path)
 std::shared_ptr<Board> first_board()
 {
     const BoardEnvironment environment = board_environment();
-    const std::shared_ptr<Board> board = make_board(environment);
+    std::shared_ptr<Board> board = make_board(environment);
     if (environment.start_up) {
         board->clock().start_up_begins();
     }

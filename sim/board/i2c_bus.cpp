@@ -73,6 +73,7 @@ std::vector<uint8_t> I2cBus::addresses() const
 {
     std::lock_guard lock(m_mutex);
     std::vector<uint8_t> result;
+    result.reserve(m_devices.size());
     for (const auto& [address, device] : m_devices) {
         result.push_back(address);
     }

@@ -82,6 +82,7 @@ std::vector<std::string> Trace::take()
         m_dropped = 0;
     }
     std::vector<std::string> texts;
+    texts.reserve(taken.size());
     for (const Line& line : taken) {
         texts.push_back(line());
     }

@@ -16,8 +16,8 @@ int run_instance(const RunOptions& options);
 int control_instance(const std::string& state, const std::vector<std::string>& words);
 
 /** Runs a command in a role. Its exit status, 128 + signal number, 127 when it cannot be run. */
-int execute_inside(const std::string& state, const std::string& role,
-                   const std::vector<std::string>& command);
+int execute_inside(const std::string& named_state, const std::string& role,
+                   const std::vector<std::string>& words);
 
 } // namespace orvan_launcher
 

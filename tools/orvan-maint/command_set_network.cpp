@@ -28,11 +28,11 @@ std::vector<std::string> notes(const SettingValues& values, const Rows& rows)
                         " on: the fixed address is stored, and not used while it is");
     }
     if (dhcp == "off" && !(values.contains(FLASH_IPADDR) && values.contains(FLASH_MASK))) {
-        lines.push_back("  what is not given of address, mask and gateway stays as it was stored before");
+        lines.emplace_back("  what is not given of address, mask and gateway stays as it was stored before");
     }
     // Every change but the port makes it reconfigure its network.
     if (is_on && values.size() > values.count(FLASH_SCPI_PORT)) {
-        lines.push_back("  DHCP assigns the address again: discover shows it");
+        lines.emplace_back("  DHCP assigns the address again: discover shows it");
     }
     if (!is_on && values.contains(FLASH_IPADDR)) {
         lines.push_back("  the instrument will answer at " + value_of(values, FLASH_IPADDR));

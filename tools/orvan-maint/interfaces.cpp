@@ -39,7 +39,7 @@ std::vector<Interface> usable_interfaces()
 
 std::vector<Interface> find_interfaces(const std::string& name)
 {
-    const std::vector<Interface> usable = usable_interfaces();
+    std::vector<Interface> usable = usable_interfaces();
     if (usable.empty()) {
         throw Failure(kExitBadOptions, "no network interface is up and has an IPv4 address; "
                                        "use --address for an instrument elsewhere");

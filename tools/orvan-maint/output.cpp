@@ -40,7 +40,7 @@ std::string table(const Lines& lines)
 std::string printed(const cJSON* json)
 {
     char* const text = cJSON_Print(json);
-    const std::string copy = text != nullptr ? text : "";
+    std::string copy = text != nullptr ? text : "";
     cJSON_free(text);
     return copy;
 }

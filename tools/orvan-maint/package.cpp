@@ -161,7 +161,7 @@ std::string only_one(const Listing& listing, const std::string& what, const std:
         refuse(what, "has more than one name with " + std::string(word) + " in it" + where + ": " +
                          printable(names[0]) + ", " + printable(names[1]));
     }
-    const std::string path = folder.empty() ? names[0] : folder + "/" + names[0];
+    std::string path = folder.empty() ? names[0] : folder + "/" + names[0];
     if (listing.at(path).kind != kind) {
         refuse(what, "has no " + sought + where + ": " + printable(names[0]) + " is none");
     }

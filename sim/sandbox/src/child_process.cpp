@@ -128,6 +128,7 @@ bool arrange_descriptors(const Command& command)
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
     }
     std::vector<char*> words;
+    words.reserve(command.argv.size() + 1);
     for (const std::string& word : command.argv) {
         words.push_back(const_cast<char*>(word.c_str()));
     }
@@ -172,7 +173,7 @@ Result<pid_t> spawn(const Membership& membership, const Command& command)
     }
     UniqueFd reading(ends[0]);
     UniqueFd writing(ends[1]);
-    const Result<pid_t> pid = fork_into(membership, command.own_folder);
+    Result<pid_t> pid = fork_into(membership, command.own_folder);
     if (!pid) {
         return pid.error();
     }

@@ -36,7 +36,7 @@ std::string find_ip_program()
     const char* path = std::getenv("PATH");
     std::istringstream folders(std::string(path != nullptr ? path : "") + ":/usr/sbin:/sbin:/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string candidate = folder + "/ip";
+        std::string candidate = folder + "/ip";
         if (!folder.empty() && ::access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }
