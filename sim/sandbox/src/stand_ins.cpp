@@ -19,7 +19,7 @@ Result<Environment> sandbox_environment(const fs::path& state, ino_t network_id)
     const fs::path stand_ins = find_stand_ins();
     if (stand_ins.empty()) {
         return Error{"looking for the stand-ins of sudo, reboot and the network scripts", 0, "not found",
-                     "share/orvan/stand-ins has to stand beside the program's folder", false};
+                     "share/orvan/stand-ins must be next to the program's folder", false};
     }
     const char* path = std::getenv("PATH");
     const std::string usual = "/usr/local/bin:/usr/bin:/bin";

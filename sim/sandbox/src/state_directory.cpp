@@ -28,7 +28,7 @@ Result<bool> install_factory_setup(const fs::path& state)
     const fs::path source = find_shared(fs::path("factory") / kFactorySetup);
     if (source.empty()) {
         return Error{"looking for the factory setup", 0, "not found",
-                     "share/orvan/factory has to stand beside the program's folder", false};
+                     "share/orvan/factory must be next to the program's folder", false};
     }
     const fs::path target = state / "halde" / kFactorySetup;
     std::error_code code;
