@@ -242,7 +242,7 @@ int64_t CUdpServer::set_factory_parameters(Event& event)
     if (buff.size != 0) {
         ::syslog(LOG_INFO, "%d", int{buff.size}); // in wire byte order
         ::syslog(LOG_INFO, "%.*s", static_cast<int>(sizeof buff.data),
-               reinterpret_cast<const char*>(buff.data));
+                 reinterpret_cast<const char*>(buff.data));
         CPersistentData* const persistent = CPersistentData::GetInstance();
         for (const Row& row : rows_of(buff)) {
             if (row.letter != 0) {

@@ -621,7 +621,7 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
             ::setenv("TMPDIR", "/dev/shm", 1);
             ::setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
             return ::execl(program.c_str(), program.c_str(), "run", "--modules", "1", "--state",
-                         "/home/orvan/halde/inner", option, nullptr);
+                           "/home/orvan/halde/inner", option, nullptr);
         });
         char part[4096] = {};
         EXPECT_GE(pread(text.get(), part, sizeof part - 1, 0), 0);
