@@ -178,7 +178,7 @@ bool text_from_json(const cJSON* value, uint8_t* place, size_t field_size)
 
 } // namespace
 
-cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record)
+cJSON* orvan_common::element_to_json(const OrvanElementData& element, const uint8_t* record)
 {
     const uint8_t* place = record + element.pos;
     switch (element.type) {
@@ -202,7 +202,7 @@ cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record)
     return nullptr;
 }
 
-bool element_from_json(const OrvanElementData& element, const cJSON* value, uint8_t* record)
+bool orvan_common::element_from_json(const OrvanElementData& element, const cJSON* value, uint8_t* record)
 {
     uint8_t* place = record + element.pos;
     switch (element.type) {

@@ -49,15 +49,17 @@ bool apply(const cJSON* root, ORVAN_CONFIG& config)
 {
     auto* record = reinterpret_cast<uint8_t*>(&config);
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
-        const cJSON* section = cJSON_GetObjectItemCaseSensitive(root, kElementNames[tag].section);
+        const cJSON* section =
+            cJSON_GetObjectItemCaseSensitive(root, orvan_common::kElementNames[tag].section);
         if (section == nullptr) {
             continue;
         }
         if (!cJSON_IsObject(section)) {
             return false;
         }
-        const cJSON* value = cJSON_GetObjectItemCaseSensitive(section, kElementNames[tag].field);
-        if (value != nullptr && !element_from_json(OrvanData::orvanMap[tag], value, record)) {
+        const cJSON* value =
+            cJSON_GetObjectItemCaseSensitive(section, orvan_common::kElementNames[tag].field);
+        if (value != nullptr && !orvan_common::element_from_json(OrvanData::orvanMap[tag], value, record)) {
             return false;
         }
     }
@@ -71,12 +73,12 @@ JsonText print(const ORVAN_CONFIG& config)
     cJSON* section = nullptr;
     const char* section_name = "";
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
-        const ElementName& name = kElementNames[tag];
+        const orvan_common::ElementName& name = orvan_common::kElementNames[tag];
         if (std::strcmp(name.section, section_name) != 0) {
             section_name = name.section;
             section = cJSON_AddObjectToObject(root.get(), section_name);
         }
-        Json value(element_to_json(OrvanData::orvanMap[tag], record));
+        Json value(orvan_common::element_to_json(OrvanData::orvanMap[tag], record));
         if (!cJSON_AddItemToObject(section, name.field, value.get())) {
             return nullptr;
         }

@@ -57,7 +57,7 @@ const OrvanElementData OrvanData::orvanMap[kOrvanElementCount + 1] = {
     {UINT32_MAX, 0.0, TYPE_BOOL, 0, eSendNone},
 };
 
-const ElementName kElementNames[kOrvanElementCount] = {
+const orvan_common::ElementName orvan_common::kElementNames[kOrvanElementCount] = {
 #define ORVAN_ELEMENT(tag, section, field, offset, type, send) {#tag, #section, #field},
 #include "orvan_elements.def"
 #undef ORVAN_ELEMENT

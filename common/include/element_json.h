@@ -6,6 +6,8 @@
 
 #include <dataorvan.h>
 
+namespace orvan_common {
+
 /**
  * @param element the element's row; `pos`, `type` and `size` count
  * @param record  start of the record
@@ -22,5 +24,7 @@ cJSON* element_to_json(const OrvanElementData& element, const uint8_t* record);
  * @return false when the value does not fit the element; the record is then unchanged
  */
 bool element_from_json(const OrvanElementData& element, const cJSON* value, uint8_t* record);
+
+} // namespace orvan_common
 
 #endif

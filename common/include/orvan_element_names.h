@@ -6,6 +6,8 @@
 
 #include <dataorvan.h>
 
+namespace orvan_common {
+
 struct ElementName {
     const char* tag;     /**< as `OrvanElement` has it, "ODT_FREQ" */
     const char* section; /**< member of `ORVAN_CONFIG` */
@@ -14,5 +16,7 @@ struct ElementName {
 
 /** Indexed by tag; the elements of a section are contiguous. */
 extern const ElementName kElementNames[kOrvanElementCount];
+
+} // namespace orvan_common
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+namespace orvan_common {
 namespace {
 
 // Repeats a system call for as long as signals interrupt it.
@@ -54,3 +55,5 @@ bool sync_file(int fd)
 {
     return uninterrupted([&] { return ::fsync(fd); }) == 0;
 }
+
+} // namespace orvan_common

@@ -11,6 +11,8 @@
 
 #include "unique_fd.h"
 
+namespace orvan_common {
+
 /** As open(2) with O_CLOEXEC, retried after a signal. */
 UniqueFd open_file(const char* path, int flags, mode_t mode = 0);
 
@@ -22,5 +24,7 @@ bool write_all(int fd, const void* data, size_t size);
 
 /** As fsync(2), retried after a signal; false on an error. */
 bool sync_file(int fd);
+
+} // namespace orvan_common
 
 #endif

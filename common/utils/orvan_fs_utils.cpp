@@ -18,6 +18,8 @@
 
 #include "fd.h"
 
+using namespace orvan_common;
+
 namespace {
 
 constexpr mode_t kFileMode = 0644;
@@ -174,11 +176,11 @@ try {
     // The temporary name shares nothing with the file's: searches by a word in the name must not find
     // what a power failure leaves behind.
     std::string draft = folder + "/.new-XXXXXX";
-    const UniqueFd fd(mkostemp(draft.data(), O_CLOEXEC));
+    const UniqueFd fd(::mkostemp(draft.data(), O_CLOEXEC));
     if (!fd) {
         return false;
     }
-    if (fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
+    if (::fchmod(fd.get(), kFileMode) == 0 && write_all(fd.get(), data, length) && sync_file(fd.get()) &&
         ::rename(draft.c_str(), path) == 0) {
         return sync_folder(folder);
     }

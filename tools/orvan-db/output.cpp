@@ -95,7 +95,7 @@ std::string json_document(const Items& items)
             cJSON_AddItemToObject(object, "channel", channel_json(item));
             cJSON_AddItemToArray(channels, object);
         }
-        cJSON_AddItemToObject(object, kElementNames[item.tag].tag, value_json(item));
+        cJSON_AddItemToObject(object, orvan_common::kElementNames[item.tag].tag, value_json(item));
     }
     return JsonText(cJSON_Print(root.get())).get();
 }
@@ -103,7 +103,7 @@ std::string json_document(const Items& items)
 std::string item_line(const Options& options, const Item& item)
 {
     const OrvanElementData& element = OrvanData::orvanMap[item.tag];
-    const ElementName& name = kElementNames[item.tag];
+    const orvan_common::ElementName& name = orvan_common::kElementNames[item.tag];
     if (options.json) {
         const Json line(cJSON_CreateObject());
         cJSON_AddItemToObject(line.get(), "channel", channel_json(item));

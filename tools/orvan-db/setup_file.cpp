@@ -69,14 +69,14 @@ std::string reason_of_refusal(const std::string& text)
     }
     ORVAN_CONFIG trial{};
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
-        const ElementName& name = kElementNames[tag];
+        const orvan_common::ElementName& name = orvan_common::kElementNames[tag];
         const cJSON* const section = cJSON_GetObjectItemCaseSensitive(root.get(), name.section);
         if (section != nullptr && !cJSON_IsObject(section)) {
             return std::string(name.section) + " is not a JSON object: " + shown(section);
         }
         const cJSON* const value = cJSON_GetObjectItemCaseSensitive(section, name.field);
-        if (value != nullptr &&
-            !element_from_json(OrvanData::orvanMap[tag], value, reinterpret_cast<uint8_t*>(&trial))) {
+        if (value != nullptr && !orvan_common::element_from_json(OrvanData::orvanMap[tag], value,
+                                                                 reinterpret_cast<uint8_t*>(&trial))) {
             return std::string(name.section) + "." + name.field + " does not fit: " + shown(value);
         }
     }
@@ -85,7 +85,7 @@ std::string reason_of_refusal(const std::string& text)
 
 bool is_known(const char* section, const char* field)
 {
-    for (const ElementName& name : kElementNames) {
+    for (const orvan_common::ElementName& name : orvan_common::kElementNames) {
         if (std::strcmp(name.section, section) == 0 &&
             (field == nullptr || std::strcmp(name.field, field) == 0)) {
             return true;

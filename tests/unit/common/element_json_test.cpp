@@ -26,7 +26,8 @@ OrvanElementData element_of(ValueTypes type)
 template <typename T>
 std::string printed(ValueTypes type, const T& value)
 {
-    const Json json(element_to_json(element_of<T>(type), reinterpret_cast<const uint8_t*>(&value)));
+    const Json json(
+        orvan_common::element_to_json(element_of<T>(type), reinterpret_cast<const uint8_t*>(&value)));
     char* text = cJSON_PrintUnformatted(json.get());
     std::string result = text;
     cJSON_free(text);
@@ -37,7 +38,8 @@ template <typename T>
 bool parsed(ValueTypes type, const std::string& text, T& value)
 {
     const Json json(cJSON_Parse(text.c_str()));
-    return json && element_from_json(element_of<T>(type), json.get(), reinterpret_cast<uint8_t*>(&value));
+    return json && orvan_common::element_from_json(element_of<T>(type), json.get(),
+                                                   reinterpret_cast<uint8_t*>(&value));
 }
 
 template <typename T>
@@ -286,9 +288,9 @@ TEST(ElementJson, UnknownTypeHasNoForm)
 {
     const OrvanElementData element = {0, 1.0, static_cast<ValueTypes>(8), 4, eSendNone};
     uint8_t record[8] = {};
-    EXPECT_EQ(element_to_json(element, record), nullptr);
+    EXPECT_EQ(orvan_common::element_to_json(element, record), nullptr);
     const Json one(cJSON_CreateNumber(1));
-    EXPECT_FALSE(element_from_json(element, one.get(), record));
+    EXPECT_FALSE(orvan_common::element_from_json(element, one.get(), record));
 }
 
 } // namespace

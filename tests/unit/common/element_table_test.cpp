@@ -181,8 +181,8 @@ TEST(ElementTable, EachTagHasItsPlaceSizeAndType)
 TEST(ElementTable, EachTagHasItsNameInTheFiles)
 {
     for (const Row& row : kRows) {
-        EXPECT_STREQ(kElementNames[row.tag].section, row.section) << "tag " << row.tag;
-        EXPECT_STREQ(kElementNames[row.tag].field, row.field) << "tag " << row.tag;
+        EXPECT_STREQ(orvan_common::kElementNames[row.tag].section, row.section) << "tag " << row.tag;
+        EXPECT_STREQ(orvan_common::kElementNames[row.tag].field, row.field) << "tag " << row.tag;
     }
 }
 

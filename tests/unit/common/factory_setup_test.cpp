@@ -37,7 +37,8 @@ TEST_F(FactorySetup, HasEverySettableFieldAndNothingUnknown)
     std::multiset<std::string> expected;
     for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
         if (kNotInTheFactorySetup.count(tag) == 0) {
-            expected.insert(std::string(kElementNames[tag].section) + "." + kElementNames[tag].field);
+            expected.insert(std::string(orvan_common::kElementNames[tag].section) + "." +
+                            orvan_common::kElementNames[tag].field);
         } else {
             EXPECT_EQ(OrvanData::orvanMap[tag].send, eSendNone) << "tag " << tag;
         }
@@ -76,7 +77,7 @@ TEST_F(FactorySetup, SwitchesNothingOnButContinuousInitiation)
         }
         int state = -1;
         std::memcpy(&state, record + OrvanData::orvanMap[tag].pos, sizeof state);
-        EXPECT_EQ(state, tag == ODT_INIT_RUN ? On : Off) << kElementNames[tag].field;
+        EXPECT_EQ(state, tag == ODT_INIT_RUN ? On : Off) << orvan_common::kElementNames[tag].field;
     }
 }
 
@@ -197,7 +198,7 @@ TEST_F(FactorySetup, NoTextThatIsSentIsEmpty)
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
         if (element.send != eSendNone && element.type == TYPE_STRING) {
-            EXPECT_STRNE(record + element.pos, "") << kElementNames[tag].field;
+            EXPECT_STRNE(record + element.pos, "") << orvan_common::kElementNames[tag].field;
         }
     }
 }

@@ -134,7 +134,7 @@ TEST_F(SetupFile, HasAnObjectForEachSectionAndAKeyForEachField)
         sections.emplace_back(section->string);
         fields += cJSON_GetArraySize(section);
     }
-    for (const ElementName& name : kElementNames) {
+    for (const orvan_common::ElementName& name : orvan_common::kElementNames) {
         EXPECT_TRUE(cJSON_HasObjectItem(cJSON_GetObjectItem(root, name.section), name.field)) << name.field;
     }
     cJSON_Delete(root);
@@ -158,7 +158,7 @@ TEST_F(SetupFile, FileThatEndsEarlyAnywhereIsRefused)
     }
 }
 
-std::string file_with(const ElementName& name, const std::string& value)
+std::string file_with(const orvan_common::ElementName& name, const std::string& value)
 {
     return std::string("{\"") + name.section + "\": {\"" + name.field + "\": " + value + "}}";
 }
@@ -184,8 +184,9 @@ TEST_F(SetupFile, EachFieldIsReadByItsNameIntoItsPlaceAlone)
             place[0] = 7;
         }
         ORVAN_CONFIG config = record_filled_with(0x5A);
-        EXPECT_EQ(load(file_with(kElementNames[tag], value), config), 0) << kElementNames[tag].field;
-        EXPECT_TRUE(same_bytes(config, expected)) << kElementNames[tag].field;
+        EXPECT_EQ(load(file_with(orvan_common::kElementNames[tag], value), config), 0)
+            << orvan_common::kElementNames[tag].field;
+        EXPECT_TRUE(same_bytes(config, expected)) << orvan_common::kElementNames[tag].field;
     }
 }
 
@@ -210,7 +211,7 @@ TEST_F(SetupFile, EachFieldRefusesAnotherTypeAndTheWholeFileWithIt)
             wrong.insert(wrong.end(), {"true", "1"});
         }
         for (const std::string& value : wrong) {
-            expect_refused(file_with(kElementNames[tag], value));
+            expect_refused(file_with(orvan_common::kElementNames[tag], value));
         }
     }
 }

@@ -134,7 +134,7 @@ TEST_F(SetupFile, OfTheFactoryIsShown)
 TEST_F(SetupFile, EveryElementIsFoundByItsNameAndByNoOther)
 {
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
-        const ElementName& name = kElementNames[tag];
+        const orvan_common::ElementName& name = orvan_common::kElementNames[tag];
         const bool is_text = OrvanData::orvanMap[tag].type == TYPE_STRING;
         with(std::string("{\"") + name.section + "\": {\"" + name.field + "\": " + (is_text ? "\"\"" : "0") +
              "}}");

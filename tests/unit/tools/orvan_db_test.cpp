@@ -38,8 +38,8 @@ TEST(OrvanDbOptions, ATagIsNamedWithOrWithoutItsPrefixAndInAnyCase)
 TEST(OrvanDbOptions, EveryTagIsFoundByItsName)
 {
     for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
-        EXPECT_TRUE(std::string(kElementNames[tag].tag).starts_with("ODT_"));
-        EXPECT_EQ(tag_of_name(kElementNames[tag].tag), tag);
+        EXPECT_TRUE(std::string(orvan_common::kElementNames[tag].tag).starts_with("ODT_"));
+        EXPECT_EQ(tag_of_name(orvan_common::kElementNames[tag].tag), tag);
     }
 }
 
@@ -126,7 +126,7 @@ TEST(OrvanDb, TheTableHasARowForEachElementOfEachChannel)
     const auto rows = lines_of(run_on(records.name(), {}).out);
     ASSERT_EQ(rows.size(), 3 * kOrvanElementCount);
     for (size_t row = 0; row < rows.size(); ++row) {
-        const ElementName& name = kElementNames[row % kOrvanElementCount];
+        const orvan_common::ElementName& name = orvan_common::kElementNames[row % kOrvanElementCount];
         std::istringstream words(rows[row]);
         std::string channel, tag, field;
         words >> channel >> tag >> field;
@@ -249,7 +249,7 @@ TEST(OrvanDb, TheDocumentHoldsEveryElementByItsTag)
     for (int index = 0; index < 2; ++index) {
         const cJSON* const channel = cJSON_GetArrayItem(channels, index);
         EXPECT_EQ(cJSON_GetObjectItem(channel, "channel")->valueint, index + 1);
-        for (const ElementName& name : kElementNames) {
+        for (const orvan_common::ElementName& name : orvan_common::kElementNames) {
             EXPECT_NE(cJSON_GetObjectItemCaseSensitive(channel, name.tag), nullptr) << name.tag;
         }
     }
