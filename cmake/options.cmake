@@ -6,7 +6,7 @@ option(ORVAN_TARGET_PI "Build for the instrument's own controller board, against
 set(ORVAN_SANITIZE "" CACHE STRING "Sanitizers for everything, as -fsanitize takes them")
 
 # On 32-bit machines too, files have 64-bit sizes, offsets and inode numbers; without it readdir() fails on file
-# systems that use them. Times stay as Debian 12's libraries have them in their interfaces there, of 32 bits.
+# systems that use them. time_t stays 32 bits there, as in the interfaces of Debian 12's libraries.
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 
 # Our targets get their warnings from this interface library.

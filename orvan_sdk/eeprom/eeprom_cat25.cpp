@@ -86,7 +86,7 @@ size_t EEPROM_CAT25::readBlock(uint32_t address, size_t length, void* buffer)
 
     uint8_t sent[MAX_SPI_BUF_LEN] = {EEPROM_CAT25_COMMAND_READ};
     uint8_t received[MAX_SPI_BUF_LEN];
-    static_assert(EEPROM_CAT25_DUMMY_BYTE == 0, "what is clocked out behind the address");
+    static_assert(EEPROM_CAT25_DUMMY_BYTE == 0, "what is clocked out after the address");
     const size_t prefix = 1 + writeAddressBytes(sent + 1, address, capacity, device);
     if (length > MAX_SPI_BUF_LEN - prefix || spi->DataTransfer(sent, received, prefix + length) != 0) {
         return 0;

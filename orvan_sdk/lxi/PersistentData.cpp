@@ -56,7 +56,7 @@ ORVAN_AT(bootDBConfig, 549);
 #undef ORVAN_AT
 static_assert(sizeof(EEPROM_DEVICE_SETTINGS) == 552);
 static_assert(sizeof(SigningHeader) == 14 && SIGNING_HEADER_OFFSET == 0x3F2);
-static_assert(std::endian::native == std::endian::little, "records are stored as they stand in memory");
+static_assert(std::endian::native == std::endian::little, "records are stored as they are in memory");
 
 constexpr size_t kModelOffset = offsetof(EEPROM_DEVICE_SETTINGS, modelName);
 constexpr size_t kSignedSize = SIGNING_HEADER_OFFSET + offsetof(SigningHeader, crc32);

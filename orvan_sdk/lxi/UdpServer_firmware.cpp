@@ -63,7 +63,7 @@ void make_update_folder(const char* path)
     OrvanFSUtils::mkdir_recursive(path, kFolderMode);
     const passwd* const owner = getpwnam(kOwner);
     if (owner != nullptr) {
-        [[maybe_unused]] const int ignored = chown(path, owner->pw_uid, owner->pw_gid);
+        [[maybe_unused]] const int ignored = ::chown(path, owner->pw_uid, owner->pw_gid);
     }
 }
 

@@ -80,7 +80,7 @@ scpi_result_t OrvanX_internalSWUpdate(scpi_t* context)
     }
     const scpi_result_t result = send_image(context, __func__, *target.orvanx, kSoftware);
     target.orvanx->sendDeviceRestart();
-    sync();
+    ::sync();
     char output[256];
     if (read_system_cmd("sudo reboot", output, sizeof output) != 0) {
         ::syslog(LOG_ERR, "Failed rebooting the device\n");

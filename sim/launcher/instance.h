@@ -54,7 +54,7 @@ public:
     orvan_sandbox::Result<bool> start();
 
     /**
-     * Runs until it is told to end, or the service ends cleanly, or fails and is not restarted. Returns the
+     * Runs until it is asked to stop, or the service ends cleanly, or fails and is not restarted. Returns the
      * exit status of the program.
      */
     int loop();
