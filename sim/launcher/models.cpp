@@ -1,5 +1,8 @@
 #include "models.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace orvan_launcher {
 
 namespace {
@@ -24,12 +27,8 @@ constexpr int kNamesInLine = 6;
 
 std::optional<Model> find_model(std::string_view name)
 {
-    for (const Row& row : kModels) {
-        if (row.name == name) {
-            return row.model;
-        }
-    }
-    return std::nullopt;
+    const auto* const row = std::ranges::find(kModels, name, &Row::name);
+    return row == std::end(kModels) ? std::nullopt : std::optional(row->model);
 }
 
 std::string list_of_models()

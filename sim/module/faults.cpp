@@ -1,5 +1,6 @@
 #include "faults.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -72,22 +73,14 @@ std::vector<ReplyPiece> Faults::shape(std::string reply) const
 
 std::string_view fault_name(FaultMode mode)
 {
-    for (const FaultName& row : kFaultNames) {
-        if (row.mode == mode) {
-            return row.name;
-        }
-    }
-    return "";
+    const auto* const row = std::ranges::find(kFaultNames, mode, &FaultName::mode);
+    return row == kFaultNames.end() ? "" : row->name;
 }
 
 std::optional<FaultMode> fault_by_name(std::string_view name)
 {
-    for (const FaultName& row : kFaultNames) {
-        if (row.name == name) {
-            return row.mode;
-        }
-    }
-    return std::nullopt;
+    const auto* const row = std::ranges::find(kFaultNames, name, &FaultName::name);
+    return row == kFaultNames.end() ? std::nullopt : std::optional(row->mode);
 }
 
 } // namespace sim_module

@@ -1,5 +1,8 @@
 #include "model.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace sim_module {
 
 namespace {
@@ -26,12 +29,8 @@ constexpr Row kModels[] = {
 
 std::optional<ModelLimits> model_limits(std::string_view model)
 {
-    for (const Row& row : kModels) {
-        if (row.name == model) {
-            return row.limits;
-        }
-    }
-    return std::nullopt;
+    const auto* const row = std::ranges::find(kModels, model, &Row::name);
+    return row == std::end(kModels) ? std::nullopt : std::optional(row->limits);
 }
 
 } // namespace sim_module
