@@ -37,22 +37,12 @@ DataStore::Table in_order(const DataStore::Table& pairs)
 
 scpi_result_t set_flatness_pair(scpi_t* context)
 {
-    const TableShape& shape = table_shape(kKind);
-    const Settings& settings = instrument_of(context).settings();
     DataStore::Table pairs = pairs_of(context);
-    for (const Range& column : shape.columns) {
-        const Range range = settings.resolve(column);
-        double value;
-        if (!read_quantity(context, range, range.minimum, value)) {
-            return SCPI_RES_ERR;
-        }
-        pairs.push_back(value);
-    }
-    if (!end_of_parameters(context)) {
+    if (!read_row(context, kKind, pairs) || !end_of_parameters(context)) {
         return SCPI_RES_ERR;
     }
     pairs = in_order(pairs);
-    if (pairs.size() > 2 * shape.max_rows) {
+    if (pairs.size() > 2 * table_shape(kKind).max_rows) {
         return finish(context, SCPI_ERROR_TOO_MUCH_DATA);
     }
     pairs_of(context) = std::move(pairs);

@@ -16,22 +16,30 @@ bool at_end(scpi_t* context)
 
 } // namespace
 
+bool read_row(scpi_t* context, TableKind kind, DataStore::Table& rows)
+{
+    const Settings& settings = instrument_of(context).settings();
+    for (const Range& column : table_shape(kind).columns) {
+        const Range range = settings.resolve(column);
+        double value;
+        if (!read_quantity(context, range, range.minimum, value)) {
+            return false;
+        }
+        rows.push_back(value);
+    }
+    return true;
+}
+
 bool read_rows(scpi_t* context, TableKind kind, DataStore::Table& rows)
 {
     const TableShape& shape = table_shape(kind);
-    const Settings& settings = instrument_of(context).settings();
     do {
         if (rows.size() == shape.max_rows * shape.columns.size()) {
             SCPI_ErrorPush(context, SCPI_ERROR_TOO_MUCH_DATA);
             return false;
         }
-        for (const Range& column : shape.columns) {
-            const Range range = settings.resolve(column);
-            double value;
-            if (!read_quantity(context, range, range.minimum, value)) {
-                return false;
-            }
-            rows.push_back(value);
+        if (!read_row(context, kind, rows)) {
+            return false;
         }
     } while (!at_end(context));
     return true;
