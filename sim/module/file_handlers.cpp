@@ -50,11 +50,7 @@ scpi_result_t delete_file_of_any_kind(scpi_t* context)
 
 scpi_result_t delete_all_files(scpi_t* context)
 {
-    if (!end_of_parameters(context)) {
-        return SCPI_RES_ERR;
-    }
-    instrument_of(context).store().remove_all_files();
-    return SCPI_RES_OK;
+    return without_parameters(context, [context] { instrument_of(context).store().remove_all_files(); });
 }
 
 scpi_result_t query_file_size(scpi_t* context)

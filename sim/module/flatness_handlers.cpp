@@ -102,11 +102,7 @@ scpi_result_t set_flatness_data(scpi_t* context)
 
 scpi_result_t preset_flatness(scpi_t* context)
 {
-    if (!end_of_parameters(context)) {
-        return SCPI_RES_ERR;
-    }
-    pairs_of(context).clear();
-    return SCPI_RES_OK;
+    return without_parameters(context, [context] { pairs_of(context).clear(); });
 }
 
 } // namespace sim_module

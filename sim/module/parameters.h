@@ -37,6 +37,17 @@ void result_quantity(scpi_t* context, double value);
  */
 bool end_of_parameters(scpi_t* context);
 
+/** A handler without parameters: `action()` is called if there are none. */
+template <typename Action>
+scpi_result_t without_parameters(scpi_t* context, Action action)
+{
+    if (!end_of_parameters(context)) {
+        return SCPI_RES_ERR;
+    }
+    action();
+    return SCPI_RES_OK;
+}
+
 } // namespace sim_module
 
 #endif

@@ -44,11 +44,8 @@ scpi_result_t delete_table(scpi_t* context)
 
 scpi_result_t delete_all_tables(scpi_t* context)
 {
-    if (!end_of_parameters(context)) {
-        return SCPI_RES_ERR;
-    }
-    instrument_of(context).store().erase_all(table_kind(context));
-    return SCPI_RES_OK;
+    return without_parameters(context,
+                              [context] { instrument_of(context).store().erase_all(table_kind(context)); });
 }
 
 scpi_result_t reverse_list(scpi_t* context)

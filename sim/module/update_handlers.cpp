@@ -28,11 +28,7 @@ scpi_result_t take_image(scpi_t* context)
 
 scpi_result_t restart(scpi_t* context)
 {
-    if (!end_of_parameters(context)) {
-        return SCPI_RES_ERR;
-    }
-    instrument_of(context).restart();
-    return SCPI_RES_OK;
+    return without_parameters(context, [context] { instrument_of(context).restart(); });
 }
 
 } // namespace sim_module
