@@ -49,6 +49,12 @@ void add_yes(CLI::App& command, Options& options)
     command.add_flag("--yes", options.yes, "Do it without a question, for scripts");
 }
 
+/** A file that the command needs. */
+void add_file(CLI::App& command, const std::string& name, std::string& file, const std::string& help)
+{
+    command.add_option(name, file, help)->required()->type_name("FILE");
+}
+
 void add_settings(CLI::App& command, Options& options, const std::vector<Setting>& settings)
 {
     for (const Setting& setting : settings) {
@@ -111,9 +117,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
 
     CLI::App* const update =
         add_command(app, options, "update", "Update the software of the controller and its modules");
-    update->add_option("package", options.file, "The package: a tar archive, as made by pack")
-        ->required()
-        ->type_name("FILE");
+    add_file(*update, "package", options.file, "The package: a tar archive, as made by pack");
     add_reach(*update, options.reach, wait);
     add_yes(*update, options);
     update->add_option("--after", after, "Seconds that the instrument may take to process the package")
@@ -132,9 +136,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
 
     CLI::App* const program =
         add_command(app, options, "program", "Program an image into all channel modules at once");
-    program->add_option("image", options.file, "The image, in any format that the modules accept")
-        ->required()
-        ->type_name("FILE");
+    add_file(*program, "image", options.file, "The image, in any format that the modules accept");
     add_reach(*program, options.reach, wait);
     add_yes(*program, options);
     program->add_option("--channels", options.channels, "Number of modules, if the model's name does not say")
@@ -149,14 +151,14 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "good cable. Afterwards the instrument does not answer a search until it is restarted.");
 
     CLI::App* const pack = add_command(app, options, "pack", "Make a software package for update");
-    pack->add_option("package", options.file, "The package to make")->required()->type_name("FILE");
+    add_file(*pack, "package", options.file, "The package to make");
     pack->add_option("--platform", options.platform, "Kind of controller: " + platform_names())
         ->required()
         ->type_name("NAME")
         ->check([](const std::string& name) {
             return find_platform(name) != nullptr ? std::string() : "there are " + platform_names();
         });
-    pack->add_option("--module", options.module, "The modules' software")->required()->type_name("FILE");
+    add_file(*pack, "--module", options.module, "The modules' software");
     pack->add_option("--patch", options.patch, "Folder with the files that the controller installs")
         ->required()
         ->type_name("FOLDER");
