@@ -44,27 +44,27 @@ void add_line(StateText& text, Board& board, const LineFunction& line)
              is_input ? " (its pin is an input)" : "");
 }
 
+const char* routing_text(ModulationRelays::Routing routing)
+{
+    switch (routing) {
+    case ModulationRelays::Routing::kNone:
+        return "internal";
+    case ModulationRelays::Routing::kPulse:
+        return "external pulse";
+    case ModulationRelays::Routing::kFm:
+        return "external FM";
+    case ModulationRelays::Routing::kAm:
+        return "external AM";
+    }
+    return "?";
+}
+
 void add_relays(StateText& text, const ModulationRelays& relays)
 {
     for (size_t number = 1; number <= ModulationRelays::kSlots; ++number) {
         const ModulationRelays::Slot slot = relays.slot(number);
-        const char* routing = "?";
-        switch (slot.routing()) {
-        case ModulationRelays::Routing::kNone:
-            routing = "internal";
-            break;
-        case ModulationRelays::Routing::kPulse:
-            routing = "external pulse";
-            break;
-        case ModulationRelays::Routing::kFm:
-            routing = "external FM";
-            break;
-        case ModulationRelays::Routing::kAm:
-            routing = "external AM";
-            break;
-        }
         text.add("modulation, slot " + std::to_string(number), "%s: path relay at %d, input relay %s",
-                 routing, slot.path, slot.input ? "set" : "released");
+                 routing_text(slot.routing()), slot.path, slot.input ? "set" : "released");
     }
 }
 
