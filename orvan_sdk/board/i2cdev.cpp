@@ -5,6 +5,20 @@
 #include <wiringPiI2C.h>
 
 namespace HaldeElec::Orvan {
+namespace {
+
+// Stores what a read returned, if it is not negative; else marks the failure.
+template <class Value>
+int take(int result, Value& value, int& status)
+{
+    if (result < 0) {
+        return status = -1;
+    }
+    value = static_cast<Value>(result);
+    return 0;
+}
+
+} // namespace
 
 I2CFd::I2CFd(int addr) : status(0), m_fd(wiringPiI2CSetup(addr)) {}
 
@@ -22,22 +36,12 @@ bool I2CFd::isOpen() const
 
 int I2CFd::read8(int reg, uint8_t& val)
 {
-    const int result = wiringPiI2CReadReg8(m_fd, reg);
-    if (result < 0) {
-        return status = -1;
-    }
-    val = static_cast<uint8_t>(result);
-    return 0;
+    return take(wiringPiI2CReadReg8(m_fd, reg), val, status);
 }
 
 int I2CFd::read16(int reg, uint16_t& val)
 {
-    const int result = wiringPiI2CReadReg16(m_fd, reg);
-    if (result < 0) {
-        return status = -1;
-    }
-    val = static_cast<uint16_t>(result);
-    return 0;
+    return take(wiringPiI2CReadReg16(m_fd, reg), val, status);
 }
 
 int I2CFd::write8(int reg, uint8_t val)
