@@ -1,7 +1,6 @@
 #include "board/charge_controller.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace sim_board {
 namespace {
@@ -17,16 +16,6 @@ std::optional<size_t> index_of(uint8_t reg)
 }
 
 } // namespace
-
-uint16_t ChargeController::word(uint8_t reg) const
-{
-    std::lock_guard lock(m_mutex);
-    const auto value = word_at(reg);
-    if (!value) {
-        throw std::out_of_range("ChargeController::word");
-    }
-    return *value;
-}
 
 std::optional<uint16_t> ChargeController::word_at(uint8_t command) const
 {

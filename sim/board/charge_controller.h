@@ -16,9 +16,6 @@ class ChargeController : public SmbusWordDevice {
 public:
     static constexpr uint8_t kRegisters[] = {0x12, 0x14, 0x31, 0x3e, 0x3f};
 
-    /** For tests: a register's value; throws std::out_of_range for a register that does not exist. */
-    uint16_t word(uint8_t reg) const;
-
 private:
     std::optional<uint16_t> word_at(uint8_t command) const override;
     bool set_word(uint8_t command, uint16_t value) override;

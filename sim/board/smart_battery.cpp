@@ -1,7 +1,6 @@
 #include "board/smart_battery.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace sim_board {
 namespace {
@@ -78,16 +77,6 @@ bool SmartBattery::fitted() const
 {
     std::lock_guard lock(m_mutex);
     return m_fitted;
-}
-
-uint16_t SmartBattery::word(Command command) const
-{
-    std::lock_guard lock(m_mutex);
-    const auto value = word_at(command);
-    if (!value) {
-        throw std::out_of_range("SmartBattery::word");
-    }
-    return *value;
 }
 
 std::optional<uint16_t> SmartBattery::word_at(uint8_t command) const

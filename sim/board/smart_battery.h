@@ -55,8 +55,6 @@ public:
     Flow flow() const;
     /** When removed, its address can't be opened and its charge does not change. */
     void set_fitted(bool fitted);
-    /** What a read of that word returns; throws std::out_of_range for an unknown function. */
-    uint16_t word(Command command) const;
     /** @} */
 
     bool fitted() const override;

@@ -1,5 +1,7 @@
 #include "board/smbus_word_device.h"
 
+#include <stdexcept>
+
 namespace sim_board {
 
 bool SmbusWordDevice::write(std::span<const uint8_t> bytes)
@@ -27,6 +29,16 @@ bool SmbusWordDevice::read(std::span<uint8_t> bytes)
                             : uint8_t{0xff};
     }
     return true;
+}
+
+uint16_t SmbusWordDevice::word(uint8_t command) const
+{
+    std::lock_guard lock(m_mutex);
+    const auto value = word_at(command);
+    if (!value) {
+        throw std::out_of_range("SmbusWordDevice::word");
+    }
+    return *value;
 }
 
 } // namespace sim_board

@@ -17,6 +17,9 @@ public:
     bool write(std::span<const uint8_t> bytes) final;
     bool read(std::span<uint8_t> bytes) final;
 
+    /** For tests: what a read of that word returns; throws std::out_of_range for an unknown command code. */
+    uint16_t word(uint8_t command) const;
+
 protected:
     /** Both with m_mutex held. Empty, or false, where the register can't be read or written. */
     virtual std::optional<uint16_t> word_at(uint8_t command) const = 0;
