@@ -1,16 +1,8 @@
-#include <signal.h>
-
-#include <sys/signalfd.h>
-
 #include "command_line.h"
+#include "end_signals.h"
 #include <dataorvan.h>
 
 int main(int argc, char** argv)
 {
-    sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
-    ::sigprocmask(SIG_BLOCK, &ends, nullptr);
-    return orvan_db::run(argc, argv, g_shmemName, ::signalfd(-1, &ends, SFD_CLOEXEC));
+    return orvan_db::run(argc, argv, g_shmemName, block_end_signals());
 }
