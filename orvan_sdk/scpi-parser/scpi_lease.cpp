@@ -87,6 +87,17 @@ void scpi_watchdog_disarm_unlocked()
     g_wd_armed = 0;
 }
 
+// False if `fd` does not own the lease.
+bool give_up_lease(int fd)
+{
+    if (!owned_by(fd)) {
+        return false;
+    }
+    scpi_watchdog_disarm_unlocked();
+    set_free();
+    return true;
+}
+
 } // namespace
 
 void scpi_lease_acquire(int fd)
@@ -106,24 +117,18 @@ void scpi_lease_acquire(int fd)
 void scpi_lease_release(int fd)
 {
     const Lock lock;
-    if (!owned_by(fd)) {
-        return;
+    if (give_up_lease(fd)) {
+        pthread_cond_broadcast(&g_cv);
     }
-    scpi_watchdog_disarm_unlocked();
-    set_free();
-    pthread_cond_broadcast(&g_cv);
 }
 
 void scpi_lease_abort_if_owner(int fd)
 {
     const Lock lock;
-    if (!owned_by(fd)) {
-        return;
+    if (give_up_lease(fd)) {
+        SCPI_Reset(&scpi_context);
+        pthread_cond_broadcast(&g_cv);
     }
-    scpi_watchdog_disarm_unlocked();
-    set_free();
-    SCPI_Reset(&scpi_context);
-    pthread_cond_broadcast(&g_cv);
 }
 
 void scpi_watchdog_pet_owner(int fd)
