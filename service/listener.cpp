@@ -27,23 +27,18 @@ struct Address {
 
 Address make_address(const std::string& text, uint16_t port)
 {
+    const bool is_v6 = text.find(':') != std::string::npos;
     Address address;
-    if (auto& v4 = reinterpret_cast<sockaddr_in&>(address.storage);
-        ::inet_pton(AF_INET, text.c_str(), &v4.sin_addr) == 1) {
-        v4.sin_family = AF_INET;
-        v4.sin_port = htons(port);
-        address.length = sizeof v4;
-        return address;
+    auto& v4 = reinterpret_cast<sockaddr_in&>(address.storage);
+    auto& v6 = reinterpret_cast<sockaddr_in6&>(address.storage);
+    address.storage.ss_family = is_v6 ? AF_INET6 : AF_INET;
+    address.length = is_v6 ? sizeof v6 : sizeof v4;
+    void* const host = is_v6 ? static_cast<void*>(&v6.sin6_addr) : &v4.sin_addr;
+    if (::inet_pton(address.storage.ss_family, text.c_str(), host) != 1) {
+        throw std::runtime_error("not an IPv4 or IPv6 address: " + text);
     }
-    address = {};
-    if (auto& v6 = reinterpret_cast<sockaddr_in6&>(address.storage);
-        ::inet_pton(AF_INET6, text.c_str(), &v6.sin6_addr) == 1) {
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(port);
-        address.length = sizeof v6;
-        return address;
-    }
-    throw std::runtime_error("not an IPv4 or IPv6 address: " + text);
+    v4.sin_port = htons(port); // at the same offset for both families
+    return address;
 }
 
 [[noreturn]] void fail(const std::string& what)
