@@ -38,6 +38,16 @@ std::future<std::string> start_request(Scpi_Orvanx& orvanx, int channel, std::st
     }
 }
 
+ModuleRequests::ModuleRequests(Scpi_Orvanx& orvanx, const std::string& command)
+    : m_count(static_cast<size_t>(orvanx.getNumberofChannels())),
+      m_pending(std::make_unique<Pending[]>(m_count))
+{
+    for (int index = 0; Pending & module : *this) {
+        module = {index, start_request(orvanx, index + 1, command)};
+        ++index;
+    }
+}
+
 std::string request_own_server(Scpi_Orvanx& orvanx, int port, std::string_view command)
 {
     return request(orvanx, kOwnAddress, port, command);

@@ -9,7 +9,9 @@
 #define ORVAN_SDK_MODULE_REQUEST_H
 
 #include <algorithm>
+#include <cstddef>
 #include <future>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -31,6 +33,25 @@ std::string request_module(Scpi_Orvanx& orvanx, int channel, std::string_view co
  * @return the reply; its destructor waits for the request to end
  */
 std::future<std::string> start_request(Scpi_Orvanx& orvanx, int channel, std::string command);
+
+/** One such request to every installed module, all at once. Its destructor waits for those not yet taken. */
+class ModuleRequests {
+public:
+    struct Pending {
+        int index; /**< of the module: its channel minus 1 */
+        std::future<std::string> reply;
+    };
+
+    ModuleRequests(Scpi_Orvanx& orvanx, const std::string& command);
+
+    /** In the order of the channels. */
+    Pending* begin() const { return m_pending.get(); }
+    Pending* end() const { return m_pending.get() + m_count; }
+
+private:
+    const size_t m_count;
+    const std::unique_ptr<Pending[]> m_pending;
+};
 
 /** The same request to the instrument's own SCPI server, which hands it to the selected module. Never call
  *  it from within a command: the server executes one at a time. */

@@ -1,7 +1,4 @@
 #include <cstdio>
-#include <future>
-#include <memory>
-#include <span>
 
 #include "dataorvan.h"
 #include "handler_shapes.h"
@@ -131,10 +128,6 @@ scpi_result_t OrvanX_getPowerupDB(scpi_t* context)
 
 scpi_result_t OrvanX_Reset(scpi_t* context)
 {
-    struct Pending {
-        int ch;
-        std::future<std::string> fut;
-    };
     const Target target(context);
     if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
@@ -143,21 +136,14 @@ scpi_result_t OrvanX_Reset(scpi_t* context)
         return SCPI_RES_ERR;
     }
 
-    const int n = target.orvanx->getNumberofChannels();
-    const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
-    const std::span modules(pending.get(), static_cast<size_t>(n));
-    for (int ch = 0; Pending & module : modules) {
-        module = {ch, start_request(*target.orvanx, ch + 1, "*RST\r\n")};
-        ++ch;
-    }
-
-    for (Pending& module : modules) {
-        const std::string reply = module.fut.get();
+    const ModuleRequests requests(*target.orvanx, "*RST\r\n");
+    for (auto& [index, pending] : requests) {
+        const std::string reply = pending.get();
         if (target.orvanx->checkOrvanReply(reply)) {
             continue;
         }
         char info[64];
-        std::snprintf(info, sizeof info, "Module %d communication error", module.ch + 1);
+        std::snprintf(info, sizeof info, "Module %d communication error", index + 1);
         // Returns only when the remaining modules' requests have ended, too: their futures wait.
         return fail(context, __func__, SCPI_ERROR_COMMUNICATION, info, reply.c_str());
     }

@@ -1,9 +1,6 @@
 #include <cstdio>
 #include <cstring>
-#include <future>
 #include <iterator>
-#include <memory>
-#include <span>
 
 #include <syslog.h>
 
@@ -69,10 +66,6 @@ void write_report(BITManager& manager, char (&report)[kReportSize])
 
 scpi_result_t OrvanX_runRPIbit(scpi_t* context)
 {
-    struct Pending {
-        int ch;
-        std::future<std::string> fut;
-    };
     const Target target(context);
     if (!target.initialized) {
         return fail(context, __func__, SCPI_ERROR_SYSTEM, "Target is not initialized");
@@ -81,20 +74,13 @@ scpi_result_t OrvanX_runRPIbit(scpi_t* context)
         return SCPI_RES_OK;
     }
 
-    const int n = target.orvanx->getNumberofChannels();
-    const auto pending = std::make_unique<Pending[]>(static_cast<size_t>(n));
-    const std::span modules(pending.get(), static_cast<size_t>(n));
-    for (int ch = 0; Pending & module : modules) {
-        module = {ch, start_request(*target.orvanx, ch + 1, "*TST\r\n")};
-        ++ch;
-    }
-
+    const ModuleRequests requests(*target.orvanx, "*TST\r\n");
     BITManager::getInstance(kCbitPeriod)->runIBITs();
 
-    for (Pending& module : modules) {
-        const std::string reply = module.fut.get();
+    for (auto& [index, pending] : requests) {
+        const std::string reply = pending.get();
         if (!target.orvanx->checkOrvanReply(reply)) {
-            ::syslog(LOG_ERR, "%s: module %d: %s\n", __func__, module.ch, reply.c_str());
+            ::syslog(LOG_ERR, "%s: module %d: %s\n", __func__, index, reply.c_str());
         }
     }
     return SCPI_RES_OK;
