@@ -28,7 +28,6 @@ void Mcp23017::power_on_values()
         pair.fill(0);
     }
     m_registers[kIodir].fill(0xff);
-    m_pointer = 0;
     for (const Port port : {kA, kB}) {
         m_compared[port] = pin_levels(port);
     }
@@ -80,48 +79,11 @@ void Mcp23017::on_interrupt(std::function<void(Port, int)> listener)
     }
 }
 
-bool Mcp23017::write(std::span<const uint8_t> bytes)
+void Mcp23017::reset_registers()
 {
-    std::lock_guard lock(m_mutex);
-    if (m_in_reset) {
-        return false;
-    }
-    if (bytes.empty()) {
-        return true;
-    }
-    m_pointer = bytes.front();
-    for (const uint8_t value : bytes.subspan(1)) {
-        write_register(m_pointer, value);
-        m_pointer = following(m_pointer);
-        report_outputs();
-    }
-    return true;
-}
-
-bool Mcp23017::read(std::span<uint8_t> bytes)
-{
-    std::lock_guard lock(m_mutex);
-    if (m_in_reset) {
-        return false;
-    }
-    for (uint8_t& value : bytes) {
-        value = read_register(m_pointer);
-        m_pointer = following(m_pointer);
-        report_outputs();
-    }
-    return true;
-}
-
-void Mcp23017::set_reset(bool asserted)
-{
-    std::lock_guard lock(m_mutex);
-    m_in_reset = asserted;
-    if (asserted) {
-        power_on_values();
-        report_latch(kA);
-        report_latch(kB);
-        report_outputs();
-    }
+    power_on_values();
+    report_latch(kA);
+    report_latch(kB);
 }
 
 Mcp23017::Location Mcp23017::locate(uint8_t address) const

@@ -5,9 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 
-#include "board/i2c_device.h"
+#include "board/register_device.h"
 
 namespace sim_board {
 
@@ -18,7 +17,7 @@ namespace sim_board {
  *
  * An undriven input reads 1 with its GPPU bit set, else 0. Thread-safe.
  */
-class Mcp23017 : public I2cDevice {
+class Mcp23017 : public RegisterDevice {
 public:
     enum Port : uint8_t { kA = 0, kB = 1 };
 
@@ -78,11 +77,6 @@ public:
     void on_pins(std::function<void(Port port, uint8_t levels)> listener);
     /** @} */
 
-    bool write(std::span<const uint8_t> bytes) override;
-    bool read(std::span<uint8_t> bytes) override;
-    /** Resets all registers to their power-on values; the chip acknowledges nothing until released. */
-    void set_reset(bool asserted) override;
-
 private:
     struct Location {
         Register which;
@@ -90,27 +84,26 @@ private:
         bool exists;
     };
 
+    uint8_t read_register(uint8_t address) override;
+    void write_register(uint8_t address, uint8_t value) override;
+    uint8_t following(uint8_t address) const override;
+    void reset_registers() override;
+    void report_outputs() override;
+
     Location locate(uint8_t address) const;
-    uint8_t following(uint8_t address) const;
     void power_on_values();
     uint8_t pin_levels(Port port) const;
     uint8_t gpio(Port port) const;
-    uint8_t read_register(uint8_t address);
-    void write_register(uint8_t address, uint8_t value);
     void end_interrupt(Port port);
     void check_interrupt(Port port);
     int output_level(Port output) const;
-    void report_outputs();
     void report_pins();
     void report_latch(Port port);
 
     uint8_t& at(Register which, Port port) { return m_registers[which][port]; }
     uint8_t at(Register which, Port port) const { return m_registers[which][port]; }
 
-    mutable std::mutex m_mutex;
     std::array<std::array<uint8_t, 2>, kRegisters> m_registers{};
-    uint8_t m_pointer = 0;
-    bool m_in_reset = false;
     std::array<uint8_t, 2> m_driven{};   // mask of the pins driven from outside
     std::array<uint8_t, 2> m_levels{};   // their levels
     std::array<uint8_t, 2> m_compared{}; // reference for detecting a change

@@ -61,12 +61,12 @@ bool Tca8418::move(int row, int column, bool pressed)
         return false;
     }
     m_down[static_cast<size_t>(key)] = pressed;
-    if (!m_in_reset && in_matrix(row, column)) {
+    if (!in_reset() && in_matrix(row, column)) {
         add_event(static_cast<uint8_t>(key | (pressed ? kPressed : 0)));
         if (std::all_of(std::begin(kCtrlAltDel), std::end(kCtrlAltDel), [&](int k) { return is_down(k); })) {
             m_registers[kIntStat] |= kCadInt;
         }
-        report(output_level());
+        report_outputs();
     }
     return true;
 }
@@ -103,7 +103,7 @@ void Tca8418::clear_interrupts(uint8_t bits)
 uint8_t Tca8418::reg(uint8_t address) const
 {
     std::lock_guard lock(m_mutex);
-    return read_register(address);
+    return value_of(address);
 }
 
 int Tca8418::interrupt_level() const
@@ -121,53 +121,22 @@ void Tca8418::on_interrupt(std::function<void(int)> listener)
     }
 }
 
-bool Tca8418::write(std::span<const uint8_t> bytes)
+void Tca8418::reset_registers()
 {
-    std::lock_guard lock(m_mutex);
-    if (m_in_reset) {
-        return false;
-    }
-    if (bytes.empty()) {
-        return true;
-    }
-    m_pointer = bytes.front();
-    for (const uint8_t value : bytes.subspan(1)) {
-        write_register(m_pointer, value);
-        m_pointer = following(m_pointer);
-        report(output_level());
-    }
-    return true;
+    m_registers.fill(0);
+    m_fifo.clear();
 }
 
-bool Tca8418::read(std::span<uint8_t> bytes)
+uint8_t Tca8418::read_register(uint8_t address)
 {
-    std::lock_guard lock(m_mutex);
-    if (m_in_reset) {
-        return false;
+    const uint8_t value = value_of(address);
+    if (address == kKeyEventA && !m_fifo.empty()) {
+        m_fifo.pop_front();
     }
-    for (uint8_t& value : bytes) {
-        value = read_register(m_pointer);
-        if (m_pointer == kKeyEventA && !m_fifo.empty()) {
-            m_fifo.pop_front();
-        }
-        m_pointer = following(m_pointer);
-    }
-    return true;
+    return value;
 }
 
-void Tca8418::set_reset(bool asserted)
-{
-    std::lock_guard lock(m_mutex);
-    m_in_reset = asserted;
-    if (asserted) {
-        m_registers.fill(0);
-        m_fifo.clear();
-        m_pointer = 0;
-        report(output_level());
-    }
-}
-
-uint8_t Tca8418::read_register(uint8_t address) const
+uint8_t Tca8418::value_of(uint8_t address) const
 {
     if (address >= kRegisters) {
         return 0;
@@ -206,6 +175,11 @@ int Tca8418::output_level() const
     const bool overflow =
         (m_registers[kIntStat] & kOvrFlowInt) != 0 && (m_registers[kCfg] & kOvrFlowIen) != 0;
     return overflow || (m_registers[kIntStat] & (kKInt | kCadInt)) != 0 ? 0 : 1;
+}
+
+void Tca8418::report_outputs()
+{
+    report(output_level());
 }
 
 void Tca8418::report(int level)

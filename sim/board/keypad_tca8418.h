@@ -6,9 +6,8 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 
-#include "board/i2c_device.h"
+#include "board/register_device.h"
 
 namespace sim_board {
 
@@ -16,11 +15,11 @@ namespace sim_board {
  * The keypad controller TCA8418: key matrix, FIFO of ten events, interrupt status (write 1 to clear) and its
  * output, overflow in both modes, Ctrl-Alt-Del on keys 1, 11 and 21, address auto-increment. Not modelled:
  * keypad lock, debouncing, and lines used as GPIO; their registers only keep their value. The 50 us for which
- * INT_CFG deasserts the output take no time here.
+ * INT_CFG deasserts the output take no time here. Keys held stay held during a reset.
  *
  * Thread-safe.
  */
-class Tca8418 : public I2cDevice {
+class Tca8418 : public RegisterDevice {
 public:
     static constexpr int kRows = 8;
     static constexpr int kColumns = 10;
@@ -69,30 +68,25 @@ public:
     void on_interrupt(std::function<void(int level)> listener);
     /** @} */
 
-    bool write(std::span<const uint8_t> bytes) override;
-    bool read(std::span<uint8_t> bytes) override;
-    /** Power-on values; keys held stay held. The chip acknowledges nothing until released.
-     */
-    void set_reset(bool asserted) override;
-
 private:
+    uint8_t read_register(uint8_t address) override;
+    void write_register(uint8_t address, uint8_t value) override;
+    uint8_t following(uint8_t address) const override;
+    void reset_registers() override;
+    void report_outputs() override;
+
     bool move(int row, int column, bool pressed);
     bool in_matrix(int row, int column) const;
     bool is_down(int key) const { return m_down[static_cast<size_t>(key)]; }
     void add_event(uint8_t event);
     void clear_interrupts(uint8_t bits);
-    uint8_t read_register(uint8_t address) const;
-    void write_register(uint8_t address, uint8_t value);
-    uint8_t following(uint8_t address) const;
+    uint8_t value_of(uint8_t address) const;
     int output_level() const;
     void report(int level);
 
-    mutable std::mutex m_mutex;
     std::array<uint8_t, kRegisters> m_registers{};
     std::array<bool, kRows * kColumns + 1> m_down{}; // by key number, from 1
     std::deque<uint8_t> m_fifo;
-    uint8_t m_pointer = 0;
-    bool m_in_reset = false;
     int m_reported = 1;
     std::function<void(int)> m_listener;
 };
