@@ -2,12 +2,6 @@
 
 namespace sim_board {
 
-void FaultyI2cDevice::absent(bool on)
-{
-    std::lock_guard lock(m_mutex);
-    m_absent = on;
-}
-
 void FaultyI2cDevice::not_acknowledging(bool on)
 {
     std::lock_guard lock(m_mutex);
@@ -21,12 +15,6 @@ I2cFault FaultyI2cDevice::fault() const
         return I2cFault::kAbsent;
     }
     return m_not_acknowledging ? I2cFault::kNotAcknowledging : I2cFault::kNone;
-}
-
-void FaultyI2cDevice::refuse_after(std::optional<size_t> count)
-{
-    std::lock_guard lock(m_mutex);
-    m_left = count;
 }
 
 void FaultyI2cDevice::flip_read_bits(size_t index, uint8_t mask)
@@ -44,17 +32,7 @@ bool FaultyI2cDevice::fitted() const
 
 bool FaultyI2cDevice::acknowledged()
 {
-    if (m_chip == nullptr || m_absent || m_not_acknowledging) {
-        return false;
-    }
-    if (!m_left) {
-        return true;
-    }
-    if (*m_left == 0) {
-        return false;
-    }
-    --*m_left;
-    return true;
+    return m_chip != nullptr && !m_absent && !m_not_acknowledging && within_limit();
 }
 
 bool FaultyI2cDevice::write(std::span<const uint8_t> bytes)

@@ -2,9 +2,9 @@
 #define ORVAN_SIM_BOARD_FAULTY_I2C_DEVICE_H
 
 #include <cstddef>
-#include <mutex>
-#include <optional>
+#include <memory>
 
+#include "board/chip_faults.h"
 #include "board/i2c_bus.h"
 #include "board/i2c_device.h"
 
@@ -12,23 +12,21 @@ namespace sim_board {
 
 enum class I2cFault { kNone, kAbsent, kNotAcknowledging };
 
-/** Injects faults in front of a chip; everything else is passed through. Thread-safe. */
-class FaultyI2cDevice : public I2cDevice {
+/**
+ * Injects faults in front of a chip; everything else is passed through. Thread-safe.
+ *
+ * The address of an absent chip can't be opened. A transfer beyond the limit is not acknowledged; a register
+ * read is two transfers, a write one.
+ */
+class FaultyI2cDevice : public I2cDevice, public ChipFaults {
 public:
     /** `chip` may be null: not fitted, whatever the faults. */
     explicit FaultyI2cDevice(std::shared_ptr<I2cDevice> chip) : m_chip(std::move(chip)) {}
 
-    /** Not fitted: the address can't be opened. */
-    void absent(bool on);
     /** The address can be opened, but no access is acknowledged. */
     void not_acknowledging(bool on);
-    /** Which of the two is active; absent takes precedence. */
+    /** Which of this and absent() is active; absent takes precedence. */
     I2cFault fault() const;
-    /**
-     * `count` more transfers are acknowledged, later ones are not; nullopt removes the limit. A
-     * register read is two transfers, a write one.
-     */
-    void refuse_after(std::optional<size_t> count);
     /** Flips the bits of `mask` in byte `index` of every read; mask 0 ends that. */
     void flip_read_bits(size_t index, uint8_t mask);
 
@@ -41,10 +39,7 @@ private:
     bool acknowledged();
 
     const std::shared_ptr<I2cDevice> m_chip;
-    mutable std::mutex m_mutex;
-    bool m_absent = false;
     bool m_not_acknowledging = false;
-    std::optional<size_t> m_left{};
     size_t m_flip_index = 0;
     uint8_t m_flip_mask = 0;
 };

@@ -10,22 +10,10 @@ constexpr uint8_t kBusyBit = 0x01;
 
 } // namespace
 
-void FaultySpiDevice::absent(bool on)
-{
-    std::lock_guard lock(m_mutex);
-    m_absent = on;
-}
-
 void FaultySpiDevice::stuck_busy(bool on)
 {
     std::lock_guard lock(m_mutex);
     m_stuck_busy = on;
-}
-
-void FaultySpiDevice::refuse_after(std::optional<size_t> count)
-{
-    std::lock_guard lock(m_mutex);
-    m_left = count;
 }
 
 void FaultySpiDevice::flip_reply_bits(uint8_t opcode, size_t index, uint8_t mask)
@@ -54,11 +42,8 @@ bool FaultySpiDevice::follows(uint8_t mode, uint32_t hertz) const
 int FaultySpiDevice::refuse_message()
 {
     std::lock_guard lock(m_mutex);
-    if (m_left && *m_left == 0) {
+    if (!within_limit()) {
         return EIO;
-    }
-    if (m_left) {
-        --*m_left;
     }
     return m_chip ? m_chip->refuse_message() : 0;
 }

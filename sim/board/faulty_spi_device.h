@@ -4,26 +4,26 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "board/chip_faults.h"
 #include "board/spi_bus.h"
 #include "board/spi_device.h"
 
 namespace sim_board {
 
-/** Injects faults in front of a chip; everything else is passed through. Thread-safe. */
-class FaultySpiDevice : public SpiDevice {
+/**
+ * Injects faults in front of a chip; everything else is passed through. Thread-safe.
+ *
+ * Nothing answers for an absent chip: all bytes received are 0xFF. A message beyond the limit fails with EIO.
+ */
+class FaultySpiDevice : public SpiDevice, public ChipFaults {
 public:
     /** `chip` may be null: not fitted, whatever the faults. */
     explicit FaultySpiDevice(std::shared_ptr<SpiDevice> chip) : m_chip(std::move(chip)) {}
 
-    /** Nothing answers: all bytes received are 0xFF. */
-    void absent(bool on);
     /** The busy bit of an EEPROM sticks at 1: bit 0 of every reply to RDSR (0x05). */
     void stuck_busy(bool on);
-    /** `count` more messages are sent, later ones fail with EIO; nullopt removes the limit. */
-    void refuse_after(std::optional<size_t> count);
     /**
      * Flips the bits of `mask` in the byte received at `index` (0 is received with the opcode) in messages
      * that begin with `opcode`; mask 0 ends that.
@@ -59,11 +59,8 @@ private:
     bool answers() const { return m_chip != nullptr && !m_absent && !m_dead; }
 
     const std::shared_ptr<SpiDevice> m_chip;
-    mutable std::mutex m_mutex;
-    bool m_absent = false;
     bool m_stuck_busy = false;
     bool m_dead = false;
-    std::optional<size_t> m_left{};
     std::optional<ReplyFlip> m_flip{};
     std::optional<PowerCut> m_cut{};
     uint8_t m_opcode = 0;
