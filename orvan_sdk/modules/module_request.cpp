@@ -42,7 +42,8 @@ ModuleRequests::ModuleRequests(Scpi_Orvanx& orvanx, const std::string& command)
     : m_count(static_cast<size_t>(orvanx.getNumberofChannels())),
       m_pending(std::make_unique<Pending[]>(m_count))
 {
-    for (int index = 0; Pending & module : *this) {
+    int index = 0;
+    for (Pending& module : *this) {
         module = {index, start_request(orvanx, index + 1, command)};
         ++index;
     }
