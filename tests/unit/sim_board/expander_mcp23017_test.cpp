@@ -202,6 +202,8 @@ TEST_F(Mcp23017Test, ResetSetsThePowerOnValuesAndAcknowledgesNothing)
     EXPECT_FALSE(chip.write(pointer));
     EXPECT_FALSE(chip.read(value));
     chip.set_reset(false);
+    EXPECT_TRUE(chip.read(value));
+    EXPECT_EQ(value, Bytes{0xff}) << "the address pointer is at IODIRA";
     EXPECT_EQ(get(0x00), 0xff);
     EXPECT_EQ(get(0x14), 0x00);
 }
