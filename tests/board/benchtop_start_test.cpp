@@ -13,11 +13,8 @@
 #include "orvan_sdk/OrvanDebug.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
+#include "support/known_leak.h"
 #include "unit/orvan_sdk/bit_bench.h"
-
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
@@ -33,19 +30,6 @@ struct MonitorInside {
 };
 bool temperature_thread_runs(Scpi_Orvanx& service);
 template struct MonitorInside<&Scpi_Orvanx::m_runTemperatureThread>;
-
-/** Allocations made while it lives are not reported as leaks. */
-struct KnownLeak {
-#ifdef __SANITIZE_ADDRESS__
-    KnownLeak() { __lsan_disable(); }
-    ~KnownLeak() { __lsan_enable(); }
-#else
-    KnownLeak() {}
-    ~KnownLeak() {}
-#endif
-    KnownLeak(const KnownLeak&) = delete;
-    KnownLeak& operator=(const KnownLeak&) = delete;
-};
 
 TEST_F(BenchtopStart, TakesItsStepsInThisOrder)
 {
@@ -506,7 +490,7 @@ TEST_F(BenchtopStart, ContinuesWithoutSharedMemoryForItsRecords)
 {
     store(settled_settings());
     files.set_fault(orvan_test::InstrumentFiles::Fault::kOpen);
-    const KnownLeak data_that_goes_only_with_the_records;
+    const orvan_test::KnownLeak data_that_goes_only_with_the_records;
     start_and_settle();
     EXPECT_TRUE(device->Initialized());
     EXPECT_EQ(Scpi_Orvanx::getInstance()->get_channelDB(1), nullptr);

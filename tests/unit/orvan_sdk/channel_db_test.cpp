@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "setup_bench.h"
+#include "support/known_leak.h"
 
 using namespace orvan_test;
 
@@ -233,6 +234,7 @@ protected:
     LogCapture logs;
     InstrumentFiles files;
     Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();
+    const KnownLeak data_that_goes_only_with_the_records;
 };
 
 TEST_F(LoadDatabaseFault, OfOpeningIsLoggedWithItsReason)

@@ -70,7 +70,7 @@ TEST_F(RawSessionTest, AHalfMessageHasAMinuteFromItsBeginningHoweverItTrickles)
 
 TEST_F(RawSessionTest, AMessageThatBeganInAnothersMemoryHasADeadlineWhileItWaitsForMore)
 {
-    MessagePiece others;
+    MessagePiece others = memory.borrow();
     ASSERT_EQ(memory.reserve(&others, others, 20'000, 0, 0), MessageMemory::Answer::kGranted);
     const std::string first = ":DATA #530000" + std::string(30'000, 'x') + "\n";
     const std::string second = ":DATA #570000";
