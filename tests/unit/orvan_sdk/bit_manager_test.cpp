@@ -439,7 +439,7 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
     const auto fail = [](void*) -> int { throw std::runtime_error("broken"); };
     for (const eBitType type : kKinds) {
         manager->registerTest(type, {"broken", fail, nullptr, true});
-        manager->registerTest(type, noting("behind it"));
+        manager->registerTest(type, noting("after it"));
     }
     EXPECT_THROW(manager->runPBITs(), std::runtime_error);
     EXPECT_THROW(manager->runIBITs(), std::runtime_error);
@@ -449,7 +449,7 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
         EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock is still held
     }
     take_steps(1);
-    EXPECT_EQ(ran, std::vector<std::string>{"behind it"}); // the round continued
+    EXPECT_EQ(ran, std::vector<std::string>{"after it"}); // the round continued
 }
 
 TEST_F(TestTable, RowThatJoinsDuringARunIsLeftForTheNextOne)

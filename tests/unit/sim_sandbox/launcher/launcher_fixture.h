@@ -45,7 +45,7 @@ protected:
     /** One line to the service on the host's port, and its answer. */
     std::string ask(const std::string& line);
 
-    std::string printed(const std::string& before) const; /**< the word behind a text in the output */
+    std::string printed(const std::string& before) const; /**< the word after a text in the output */
     std::filesystem::path state() const { return m_folder.path() / "state"; }
     /** Names of what is left in the folder for temporary files and in that of the registry. */
     std::string left_over() const;
