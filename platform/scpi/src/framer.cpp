@@ -1,3 +1,4 @@
+#include "header.h"
 #include "program_text.h"
 #include "scpi/extensions.h"
 
@@ -24,4 +25,23 @@ size_t SCPI_FramerScan(scpi_framer_t* framer, const char* data, size_t len)
             break;
         }
     }
+}
+
+scpi_message_unit_t SCPI_CutUnit(const char* p, const char* end)
+{
+    const scpi::ProgramUnit cut = scpi::cut_program_unit(p, end);
+    scpi_message_unit_t unit{};
+    unit.begin = cut.begin;
+    unit.end = cut.end;
+    unit.next = cut.next;
+    unit.fault = cut.fault;
+    if (cut.begin != cut.end) {
+        const scpi::HeaderScan header = scpi::scan_header(cut.begin, cut.end);
+        unit.header_len = static_cast<size_t>(header.end - cut.begin);
+        unit.path_len = header.path_len;
+        unit.common = header.common;
+        unit.absolute = header.absolute;
+        unit.fault = header.fault != 0 ? header.fault : cut.fault;
+    }
+    return unit;
 }

@@ -35,6 +35,24 @@ void SCPI_ErrorFree(scpi_error_t* error);
 /** The entry with that name, ignoring case; null if there is none or `units` is null. */
 const scpi_unit_def_t* SCPI_FindUnit(const scpi_unit_def_t* units, const char* name, size_t len);
 
+/* Units of a message */
+
+/** A program message unit, without white space around it. */
+typedef struct {
+    const char* begin; /**< its header; `begin` == `end`: an empty unit */
+    const char* end;
+    const char* next;     /**< where the next unit starts, null after the last one */
+    size_t header_len;    /**< bytes of its header, "?" included */
+    size_t path_len;      /**< of these, through the last ':' (SCPI-99 6.2.4); 0 if none */
+    scpi_bool_t common;   /**< begins with '*' */
+    scpi_bool_t absolute; /**< begins with ':' */
+    int16_t fault;        /**< why the header is none or what is still open at the end; 0 if nothing */
+} scpi_message_unit_t;
+
+/** The unit that starts at `p` of a message that ends at its LF, or at `end` without one: as the parser cuts
+ *  it. */
+scpi_message_unit_t SCPI_CutUnit(const char* p, const char* end);
+
 /*
  * The framer finds the end of a program message in a stream of bytes (IEEE 488.2 7.5).
  *
