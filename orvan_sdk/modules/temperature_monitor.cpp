@@ -67,8 +67,10 @@ bool Scpi_Orvanx::getTempOrvanXForAlltheChannel(int num)
 
     for (int ch = 1; ch <= num; ++ch) {
         const int index = ch - 1;
+        m_polledChannel = ch == selected ? ch : 0;
         std::string reply =
             ch == selected ? request_own_server(*this, scpiPort, kQuery) : request_module(*this, ch, kQuery);
+        m_polledChannel = 0;
         double temperature = kSubstituteTemperature;
         if (checkOrvanReply(reply)) {
             reply.resize(std::min(reply.find(';'), reply.size()));

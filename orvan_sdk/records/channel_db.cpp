@@ -71,8 +71,9 @@ const OrvanElementData* Scpi_Orvanx::get_ElemByTag(int32_t tag)
 
 uint8_t* Scpi_Orvanx::get_channelDB()
 {
-    return m_orvanDB == nullptr || m_channelNo < 1 ? nullptr
-                                                   : reinterpret_cast<uint8_t*>(m_orvanDB + m_channelNo - 1);
+    const int channel = getSelectedChannel();
+    return m_orvanDB == nullptr || channel < 1 ? nullptr
+                                               : reinterpret_cast<uint8_t*>(m_orvanDB + channel - 1);
 }
 
 uint8_t* Scpi_Orvanx::get_channelDB(int ch)

@@ -5,6 +5,7 @@
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
 #include "orvan_sdk/scpi-parser/scpi_cmd_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
+#include "records/channel_selection.h"
 #include <scpi/scpi.h>
 
 using namespace HaldeElec::Orvan;
@@ -12,15 +13,6 @@ using namespace HaldeElec::Orvan;
 using Device = IOrvanDeviceManager;
 
 namespace {
-
-// Records in every installed channel's record whether it is selected.
-void mirror_selection(Scpi_Orvanx& orvanx)
-{
-    for (int ch = 1; ch <= orvanx.getNumberofChannels(); ++ch) {
-        update_orvan_DB(orvanx.get_channelDB(ch), orvanx.get_ElemByTag(ODT_CHAN_ENA),
-                        ch == orvanx.getSelectedChannel() ? "1" : "0");
-    }
-}
 
 template <size_t kSize, typename Number>
 int print_number(char (&text)[kSize], Number number)

@@ -54,10 +54,14 @@ public:
 
     // ---- selection and state
 
-    /** Channel that forwarded commands go to, 1 to 4. Not checked; the device selects 1 at start-up.
-     */
-    void setSelectedChannel(int channel) { m_channelNo = channel; }
-    int getSelectedChannel() { return m_channelNo; }
+    /** Channel that forwarded commands go to, 1 to 4. Not checked; the device selects 1 at start-up. One for
+     *  all clients, except on a thread with an OwnSelection (scpi_selection.h). */
+    void setSelectedChannel(int channel);
+    int getSelectedChannel();
+
+    /** The channel whose temperature a poll is querying through the instrument's own SCPI server; 0 if none
+     *  is. It is the one selected when the poll began, which a client may have changed since. */
+    int getPolledChannel() const { return m_polledChannel; }
 
     /** Installed channels. */
     void setNumberofChannels(int channels) { m_modules = channels; }
@@ -385,6 +389,7 @@ public:
 
 private:
     int m_channelNo = 0;
+    std::atomic<int> m_polledChannel = 0;
     bool m_pwrOnRestore = false;
     uint8_t m_trgSrcCouple = 0;
     double m_temprature[kMaxChannels] = {};
