@@ -31,6 +31,7 @@ uint32_t events_of(Session::Wait wait)
         return EPOLLIN;
     case Session::Wait::kRoom:
         return EPOLLOUT;
+    case Session::Wait::kRetry:
     case Session::Wait::kMemory:
     case Session::Wait::kOver:
         break;
@@ -89,6 +90,13 @@ bool Executor::end(std::chrono::milliseconds patience)
     return m_ended.wait_for(lock, patience, [this] { return m_done; });
 }
 
+void Executor::retry()
+{
+    m_retry = true;
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(m_wake.get(), &one, sizeof one);
+}
+
 size_t Executor::sessions() const
 {
     const std::lock_guard lock(m_mutex);
@@ -105,9 +113,12 @@ size_t Executor::count(const std::function<bool(const Session&)>& counts) const
 void Executor::run()
 {
     while (!m_ending) {
-        collect(m_turns.empty() && m_again.empty() ? timeout() : 0);
+        collect(m_turns.empty() && m_again.empty() && !m_retry ? timeout() : 0);
         m_turns.insert(m_turns.end(), m_again.begin(), m_again.end());
         m_again.clear();
+        if (m_retry.exchange(false)) {
+            advance_retrying();
+        }
         execute_round();
         if (now() >= m_next_deadline) {
             expire();
@@ -130,7 +141,9 @@ void Executor::collect(int timeout_ms)
     for (int i = 0; i < ready; ++i) {
         const epoll_event& event = m_events[static_cast<size_t>(i)];
         if (event.data.ptr == nullptr) {
-            continue; // the end, which the loop checks
+            uint64_t count;
+            [[maybe_unused]] const ssize_t read = ::read(m_wake.get(), &count, sizeof count);
+            continue; // the loop checks what happened
         }
         Session& session = *static_cast<Session*>(event.data.ptr);
         const bool hung_up = (event.events & (EPOLLHUP | EPOLLERR)) != 0;
@@ -228,6 +241,22 @@ void Executor::lend_memory()
         if (session.m_wait == Session::Wait::kMemory) {
             return;
         }
+    }
+}
+
+void Executor::advance_retrying()
+{
+    std::vector<Session*> retrying; // only this thread removes sessions
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const auto& [key, session] : m_sessions) {
+            if (session->m_wait == Session::Wait::kRetry) {
+                retrying.push_back(session.get());
+            }
+        }
+    }
+    for (Session* const session : retrying) {
+        step(*session, false);
     }
 }
 

@@ -45,6 +45,9 @@ public:
      */
     bool end(std::chrono::milliseconds patience);
 
+    /** Lets every session in Session::Wait::kRetry advance. Any thread. */
+    void retry();
+
     /** Sessions being served. Any thread. */
     size_t sessions() const;
 
@@ -61,14 +64,16 @@ private:
     static uint32_t events_of(const Session& session);
     void execute_round();
     void lend_memory();
+    void advance_retrying();
     void expire();
     void bury();
     int timeout() const;
     ServiceTime now() const;
 
     const UniqueFd m_epoll;
-    const UniqueFd m_wake; // an event descriptor: end() was called
+    const UniqueFd m_wake; // an event descriptor: end() or retry() was called
     std::atomic<bool> m_ending = false;
+    std::atomic<bool> m_retry = false;
 
     // The executor's thread only.
     std::vector<epoll_event> m_events;

@@ -20,6 +20,7 @@ public:
         kTurn,   /**< a complete message is available: execute() is next */
         kInput,  /**< bytes from the descriptor */
         kRoom,   /**< the descriptor can accept a reply again */
+        kRetry,  /**< another session or thread: a call of Executor::retry() */
         kMemory, /**< memory for a long message; the descriptor stays unread */
         kOver    /**< finished: the session is destroyed */
     };
