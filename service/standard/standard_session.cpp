@@ -1,0 +1,170 @@
+#include "standard_session.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
+#include "scpi/error.h"
+
+namespace orvan_service {
+namespace {
+
+/** Adds a result to the response. */
+void append(std::string& response, std::string_view result)
+{
+    if (!response.empty()) {
+        response += ';';
+    }
+    response += result;
+}
+
+void append(std::string& response, const StandardError& error)
+{
+    append(response, std::to_string(error.number) + ",\"" + error.text + '"');
+}
+
+bool takes_number(SessionCommand command)
+{
+    return command == SessionCommand::kEventEnable || command == SessionCommand::kServiceEnable;
+}
+
+int integer_of(const std::string& text)
+{
+    int number = 0;
+    std::from_chars(text.data() + (text.starts_with('+') ? 1 : 0), text.data() + text.size(), number);
+    return number;
+}
+
+} // namespace
+
+StandardSession::StandardSession(StandardInstrument& instrument, std::function<void(uint8_t)> request)
+    : m_instrument(instrument), m_status(std::move(request))
+{
+}
+
+std::string StandardSession::execute(std::string_view message, const std::function<bool()>& continues)
+{
+    std::string response;
+    for (MessagePart& part : cut_message(message)) {
+        if (!continues()) {
+            return {};
+        }
+        switch (part.kind) {
+        case MessagePart::Kind::kInstrument:
+            run(std::move(part.text), response);
+            break;
+        case MessagePart::Kind::kSession:
+            execute(part.command, part.text, response);
+            break;
+        case MessagePart::Kind::kError:
+            m_status.add(part.error);
+            break;
+        }
+    }
+    if (!response.empty()) {
+        response += '\n';
+    }
+    return response;
+}
+
+void StandardSession::run(std::string message, std::string& response)
+{
+    StandardReply reply = take_reply_apart(m_instrument.execute(m_channel, message));
+    for (StandardError& error : reply.errors) {
+        m_status.add(std::move(error));
+    }
+    if (!reply.results.empty()) {
+        append(response, reply.results);
+    }
+}
+
+std::string StandardSession::ask_module(std::string query)
+{
+    std::string result;
+    run(std::move(query), result);
+    return result;
+}
+
+void StandardSession::execute(SessionCommand command, const std::string& parameters, std::string& response)
+{
+    if (!takes_number(command) && !parameters.empty()) {
+        m_status.add(SCPI_ERROR_PARAMETER_NOT_ALLOWED);
+        return;
+    }
+    switch (command) {
+    case SessionCommand::kClear:
+        m_status.clear();
+        ask_module("*CLS\n");
+        break;
+    case SessionCommand::kEventEnable:
+        set_register(parameters, &StatusModel::set_event_enable);
+        break;
+    case SessionCommand::kEventEnableQ:
+        append(response, std::to_string(m_status.event_enable()));
+        break;
+    case SessionCommand::kEventStatusQ:
+        m_status.set_events(static_cast<uint8_t>(integer_of(ask_module("*ESR?\n"))));
+        append(response, std::to_string(m_status.take_events()));
+        break;
+    // The module may still be at work when it has replied: its own query waits for that.
+    case SessionCommand::kComplete:
+        ask_module("*OPC?\n");
+        m_status.set_events(kEventOperationComplete);
+        break;
+    case SessionCommand::kCompleteQ:
+        ask_module("*OPC?\n");
+        append(response, "1");
+        break;
+    case SessionCommand::kWait:
+        ask_module("*OPC?\n");
+        break;
+    case SessionCommand::kServiceEnable:
+        set_register(parameters, &StatusModel::set_service_enable);
+        break;
+    case SessionCommand::kServiceEnableQ:
+        append(response, std::to_string(m_status.service_enable()));
+        break;
+    case SessionCommand::kStatusByteQ:
+        m_status.set_module_status(static_cast<uint8_t>(integer_of(ask_module("*STB?\n"))));
+        // The response to this query is not yet available (IEEE 488.2 11.2.2.3).
+        append(response, std::to_string(m_status.status_byte()));
+        break;
+    case SessionCommand::kErrorQ: {
+        if (m_status.errors() == 0) {
+            const std::string error = ask_module(":SYST:ERR?\n");
+            if (m_status.errors() == 0 && !error.empty()) {
+                append(response, error);
+                break;
+            }
+        }
+        append(response, m_status.take_error());
+        break;
+    }
+    case SessionCommand::kErrorCountQ: {
+        const int of_module = integer_of(ask_module(":SYST:ERR:COUN?\n"));
+        append(response, std::to_string(static_cast<int>(m_status.errors()) + of_module));
+        break;
+    }
+    }
+}
+
+/** A decimal number, rounded, of 0 to 255 (IEEE 488.2 10.10.3, 10.34.3). */
+void StandardSession::set_register(const std::string& parameters, void (StatusModel::*set)(uint8_t))
+{
+    char* end = nullptr;
+    const double number = std::strtod(parameters.c_str(), &end);
+    if (parameters.empty()) {
+        m_status.add(SCPI_ERROR_MISSING_PARAMETER);
+    } else if (*end == ',') {
+        m_status.add(SCPI_ERROR_PARAMETER_NOT_ALLOWED);
+    } else if (end == parameters.c_str() || *end != '\0' || !std::isfinite(number)) {
+        m_status.add(SCPI_ERROR_DATA_TYPE);
+    } else if (number <= -0.5 || number >= 255.5) {
+        m_status.add(SCPI_ERROR_DATA_OUT_OF_RANGE);
+    } else {
+        (m_status.*set)(static_cast<uint8_t>(std::lround(number)));
+    }
+}
+
+} // namespace orvan_service
