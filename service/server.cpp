@@ -20,8 +20,6 @@ namespace {
 // Pause when the process is out of descriptors: the connection stays pending, so poll() would not block.
 constexpr std::chrono::milliseconds kOutOfDescriptorsPause{100};
 
-constexpr auto kForEver = std::chrono::milliseconds::max();
-
 /** Rounded up, so that the caller does not wake early; never negative. */
 std::chrono::milliseconds time_until(HangWatch::Clock::time_point due)
 {
@@ -29,6 +27,12 @@ std::chrono::milliseconds time_until(HangWatch::Clock::time_point due)
     constexpr std::chrono::milliseconds kLongest{INT_MAX};
     return std::clamp(std::chrono::ceil<std::chrono::milliseconds>(due - HangWatch::Clock::now()), kNone,
                       kLongest);
+}
+
+/** For poll(). */
+int poll_time_until(HangWatch::Clock::time_point due)
+{
+    return due == HangWatch::Clock::time_point::max() ? -1 : static_cast<int>(time_until(due).count());
 }
 
 // The executor notices a client that leaves during a command only afterwards; until then it needs no place.
@@ -49,36 +53,55 @@ Server::Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerL
 {
 }
 
-void Server::run(int stop, HangWatch* watch)
+void Server::run(int stop, HangWatch* watch, std::span<Attended* const> others)
 {
     // poll() ignores negative descriptors.
     std::vector<pollfd> waiting{{stop, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
-    const size_t listeners = waiting.size();
-    for (const auto& listener : m_listeners) {
-        waiting.push_back({listener.get(), POLLIN, 0});
-    }
+    const size_t first_of_others = waiting.size();
+    std::vector<size_t> ends; // in `waiting`, of each of the others
     while (true) {
-        auto pause = watch ? time_until(watch->due()) : kForEver;
-        if (m_out_of_descriptors) {
-            pause = std::min(pause, kOutOfDescriptorsPause);
+        auto due = watch ? watch->due() : Attended::Clock::time_point::max();
+        waiting.resize(first_of_others);
+        ends.clear();
+        for (Attended* const other : others) {
+            other->add_descriptors(waiting);
+            ends.push_back(waiting.size());
+            due = std::min(due, other->due());
         }
-        const nfds_t count = m_out_of_descriptors ? listeners : waiting.size();
-        const int ready =
-            ::poll(waiting.data(), count, pause == kForEver ? -1 : static_cast<int>(pause.count()));
+        const size_t listeners = waiting.size();
+        if (m_out_of_descriptors) {
+            due = std::min(due, Attended::Clock::now() + kOutOfDescriptorsPause);
+        } else {
+            for (const auto& listener : m_listeners) {
+                waiting.push_back({listener.get(), POLLIN, 0});
+            }
+        }
+        const int ready = ::poll(waiting.data(), waiting.size(), poll_time_until(due));
         if (ready < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
+        if (ready < 0) {
+            for (pollfd& descriptor : waiting) {
+                descriptor.revents = 0;
+            }
+        }
         m_out_of_descriptors = false;
-        if (ready > 0 && waiting[0].revents != 0) {
+        if (waiting[0].revents != 0) {
             return;
         }
-        if (watch && ((ready > 0 && waiting[1].revents != 0) || time_until(watch->due()).count() == 0)) {
+        if (watch && (waiting[1].revents != 0 || time_until(watch->due()).count() == 0)) {
             watch->check(HangWatch::Clock::now());
         }
-        if (ready <= 0) {
-            continue;
+        size_t begin = first_of_others;
+        for (size_t i = 0; i < others.size(); begin = ends[i++]) {
+            const std::span<const pollfd> of_other(waiting.data() + begin, ends[i] - begin);
+            const auto is_ready = [](const pollfd& descriptor) { return descriptor.revents != 0; };
+            if (std::any_of(of_other.begin(), of_other.end(), is_ready) ||
+                others[i]->due() <= Attended::Clock::now()) {
+                others[i]->serve(of_other);
+            }
         }
-        for (size_t i = listeners; i < count; ++i) {
+        for (size_t i = listeners; i < waiting.size(); ++i) {
             if (waiting[i].revents != 0) {
                 accept_client(waiting[i].fd);
             }

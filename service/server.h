@@ -2,8 +2,10 @@
 #define ORVAN_SERVICE_SERVER_H
 
 #include <chrono>
+#include <span>
 #include <vector>
 
+#include "attended.h"
 #include "executor.h"
 #include "hang_watch.h"
 #include "message_memory.h"
@@ -37,8 +39,12 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /** Accepts until `stop` becomes readable, and checks `watch`, if not null, when it is due. */
-    void run(int stop, HangWatch* watch = nullptr);
+    /**
+     * Accepts until `stop` becomes readable, and checks `watch`, if not null, when it is due.
+     *
+     * @param others served as well
+     */
+    void run(int stop, HangWatch* watch = nullptr, std::span<Attended* const> others = {});
 
     /**
      * Lets the running message finish and drops those not begun; to be called after run(). Connections that
@@ -51,7 +57,10 @@ public:
      */
     bool end(std::chrono::milliseconds patience, HangWatch* watch = nullptr);
 
-    /** Clients being served. Any thread. */
+    /** For sessions of other protocols. */
+    Executor& executor() { return m_executor; }
+
+    /** Clients being served, those of other protocols included. Any thread. */
     size_t clients() const { return m_executor.sessions(); }
 
 private:
