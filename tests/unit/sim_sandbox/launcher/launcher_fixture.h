@@ -58,6 +58,9 @@ private:
               const orvan_sandbox::Environment& environment);
 };
 
+/** `orvan-sim run`. */
+class OrvanSimRun : public LauncherTest {};
+
 } // namespace launcher_test
 
 #endif
