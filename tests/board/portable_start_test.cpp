@@ -1,34 +1,20 @@
-// The portable from its start to its end, with its threads, one module and both stores of its settings.
+// The portable from its start to its end.
 
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <optional>
-#include <thread>
+#include <string>
+#include <vector>
 
-#include <unistd.h>
+#include <syslog.h>
 
-#include "dataorvan.h"
 #include "nothrow_new.h"
 #include "orvan_sdk/OrvanDebug.h"
-#include "orvan_sdk/bit/bit_manager.h"
-#include "orvan_sdk/lxi/PersistentData.h"
-#include "orvan_sdk/orvan_sdk.h"
-#include "portable_bench.h"
-#include "support/instrument_files.h"
+#include "portable_start_bench.h"
 #include "support/loopback.h"
 #include "support/maintenance_client.h"
-#include "support/output_capture.h"
-#include "support/persistent_data_peer.h"
-#include "support/private_home.h"
-#include "support/private_network.h"
-#include "support/scripted_module.h"
-#include "support/stand_ins.h"
 
 using namespace board_test;
 
@@ -36,145 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using HaldeElec::OrvanDebug;
-using orvan_test::OutputCapture;
 using Lines = std::vector<std::string>;
-
-constexpr uint64_t kSecond = 1'000'000;
-
-class PortableStart : public testing::Test, protected PortableBoard {
-protected:
-    PortableStart()
-    {
-        if (!refusal().empty()) {
-            return;
-        }
-        // A link to a folder would not count as a folder for a program that creates it.
-        fs::create_directories("/home/orvan");
-        fs::create_directory_symlink(files->halde(), "/home/orvan/halde");
-        files->write_factory_setup("{}");
-        BITManager::getInstance(0); // with no periodic thread
-        module->always(orvan_test::ModuleAnswer::reply("25.0;+OK\r\n"));
-        put_module_behind_the_service();
-        logs.clear();
-    }
-    void SetUp() override
-    {
-        if (!refusal().empty()) {
-            GTEST_SKIP() << refusal();
-        }
-    }
-    /** GoogleTest reports failures on standard output. */
-    void TearDown() override
-    {
-        if (refusal().empty()) {
-            end();
-        }
-        const std::string told = HasFailure() ? out->text() : ""; // the library's own may hold NULs
-        out.reset();
-        std::fwrite(told.data(), 1, told.size(), stdout);
-    }
-
-    void without_battery() { board->battery()->set_fitted(false); }
-
-    void start()
-    {
-        const sim_board::SelfAdvancing self{board->clock()};
-        device.reset(CreateDevice("/dev/null", kDebugOff));
-        // The selected channel's temperature is polled through the instrument's own server.
-        Scpi_Orvanx::getInstance()->setScpiPort(module->port());
-    }
-    /** A new start of the process, on the same machine. */
-    void restart()
-    {
-        end();
-        put_module_behind_the_service();
-        start();
-    }
-    void end()
-    {
-        while_time_runs([this] {
-            orvan_test::end_with_frames([this] { device.reset(); });
-            end_module_service();
-        });
-        PersistentDataTestPeer::forget_instance();
-    }
-
-    /** The threads that a device has started, asleep. */
-    bool threads(size_t count)
-    {
-        return board->clock().wait_for_sleepers(count) && board->clock().sleepers() == count;
-    }
-    static EEPROM_DEVICE_SETTINGS& settings() { return *CPersistentData::GetInstance()->getSettings(); }
-    void store_settings()
-    {
-        const sim_board::SelfAdvancing self{board->clock()};
-        CPersistentData::GetInstance()->writeData(true, true);
-    }
-    const ORVAN_CONFIG& record()
-    {
-        return *reinterpret_cast<ORVAN_CONFIG*>(Scpi_Orvanx::getInstance()->get_channelDB(1));
-    }
-
-    /** Runs the body of a case whose device never ends, in a child process that ends with it. */
-    template <typename Body>
-    void in_a_process_that_ends(Body body)
-    {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        EXPECT_EXIT(end_process_behind(body), testing::ExitedWithCode(0), "");
-    }
-
-    /** Why a case can't run here; empty when it can. */
-    const std::string& refusal() const { return home.refusal().empty() ? network.refusal() : home.refusal(); }
-
-    orvan_test::PrivateHome home;
-    orvan_test::PrivateNetwork network;
-    std::optional<OutputCapture> out{STDOUT_FILENO};
-    std::optional<OutputCapture> err{STDERR_FILENO};
-    std::optional<orvan_test::StandIns> stand_ins{std::in_place};
-    std::optional<orvan_test::InstrumentFiles> files{std::in_place};
-    std::optional<orvan_test::ScriptedModule> module{std::in_place};
-    LogCapture logs;
-    std::unique_ptr<IOrvanDeviceManager> device;
-
-private:
-    void put_module_behind_the_service()
-    {
-        Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance();
-        modules->m_orvanXIp[0] = module->address();
-        modules->m_OrvanXport[0] = static_cast<uint32_t>(module->port());
-    }
-
-    template <typename Body>
-    [[noreturn]] void end_process_behind(Body body)
-    {
-        body();
-        err.reset();
-        // GoogleTest prints nothing in such a process.
-        const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
-        for (int i = 0; i < result.total_part_count(); ++i) {
-            const auto& part = result.GetTestPartResult(i);
-            std::fprintf(stderr, "%s:%d: %s\n", part.file_name(), part.line_number(), part.message());
-        }
-        module.reset();
-        stand_ins.reset();
-        files.reset();
-        std::_Exit(HasFailure() ? 1 : 0);
-    }
-
-    template <typename Body>
-    void while_time_runs(Body body)
-    {
-        std::atomic<bool> done = false;
-        std::thread worker([&] {
-            body();
-            done = true;
-        });
-        while (!done) {
-            board->clock().advance(kSecond);
-        }
-        worker.join();
-    }
-};
 
 TEST_F(PortableStart, SetsUpBusThenHardwareThenReadsTheSettings)
 {
@@ -344,40 +192,6 @@ TEST_F(PortableStart, ContinuesWithoutAnEepromAndFromItsBackup)
     EXPECT_STREQ(settings().serialNum, "230042");
 }
 
-TEST_F(PortableStart, TheBatteryOptionWithoutABatteryRunsNoChargeMonitor)
-{
-    without_battery();
-    start();
-    EXPECT_EQ(settings().options & 0x800, 0x800);
-    EXPECT_FALSE(device->batteryOn);
-    EXPECT_TRUE(threads(2)) << "fans and temperature";
-    uint16_t charge = 0xffff;
-    EXPECT_EQ(device->GetBatteryCharge(charge), 0);
-    EXPECT_EQ(charge, 0);
-    EXPECT_EQ(record().SYSTEM.Battery, -1);
-    EXPECT_EQ(record().SYSTEM.CurrentStatus, 0);
-    board->trace().clear();
-    EXPECT_TRUE(board->clock().run(60 * kSecond, 2));
-    EXPECT_TRUE(board->trace().lines_with({"i2c 0x0b", "i2c 0x09"}).empty());
-    EXPECT_EQ(record().SYSTEM.Battery, -1);
-}
-
-TEST_F(PortableStart, ABatteryWithoutItsOptionRunsNoChargeMonitor)
-{
-    without_battery();
-    start();
-    settings().options &= static_cast<uint16_t>(~0x800);
-    store_settings();
-    board->battery()->set_fitted(true);
-    restart();
-    EXPECT_TRUE((PortableDeviceTestPeer{static_cast<OrvanPortableDevice&>(*device)}.battery_is_alive()));
-    EXPECT_FALSE(device->batteryOn);
-    EXPECT_TRUE(threads(2));
-    uint16_t charge = 0xffff;
-    EXPECT_EQ(device->GetBatteryCharge(charge), 0);
-    EXPECT_EQ(charge, 0);
-}
-
 TEST_F(PortableStart, WritesSettingsOnlyWhenItHasChangedThem)
 {
     without_battery();
@@ -438,134 +252,6 @@ TEST_F(PortableStart, TheEndStopsTheFanThreadAndClosesTheBus)
         logs.count(LOG_INFO, "[CUdpServer]::WaitForEvent sending HEID============================");
     EXPECT_EQ(orvan_test::open_descriptors(), descriptors + 1 + frames)
         << "the maintenance server leaves its socket, and one to the module for each frame";
-}
-
-/** How the charge monitor's readings change. */
-struct ChargeHistory {
-    void read(unsigned percentage)
-    {
-        shown = percentage <= 30 ? 0 : static_cast<int>(percentage - 30) * 100 / 70;
-        power = shown == 0 ? false : shown >= 5 ? true : power;
-        last = percentage;
-    }
-
-    int shown = -1;
-    bool power = true;
-    unsigned last = 0;
-};
-
-TEST_F(PortableStart, ABatteryIsFollowedFromFullToEmptyAndBack)
-{
-    in_a_process_that_ends([this] {
-        using sim_board::SmartBattery;
-        board->battery()->set_flow(SmartBattery::Flow::kDrain);
-        start();
-        EXPECT_TRUE(device->Initialized());
-        EXPECT_TRUE(device->batteryOn);
-        ASSERT_TRUE(threads(3)) << "fans, temperature and charge";
-
-        const auto run = [this](SmartBattery::Flow flow, int status) {
-            ChargeHistory history;
-            history.power = board->module_power();
-            Lines switches;
-            board->battery()->set_flow(flow);
-            // A reading at every percent: the hours in which it would flow cost some 100,000 thread switches.
-            for (int done = 0; done <= 100; ++done) {
-                board->battery()->set_charge(flow == SmartBattery::Flow::kDrain ? 100 - done : done);
-                board->trace().clear();
-                if (!board->clock().run(5 * kSecond, 3)) {
-                    ADD_FAILURE() << "a thread hangs";
-                    return switches;
-                }
-                for (const std::string& line :
-                     board->trace().lines_with({"i2c 0x0b [0x0d]", "i2c 0x20 [0x14] ="})) {
-                    unsigned percentage = 0;
-                    if (std::sscanf(line.c_str(), "i2c 0x0b [0x0d] -> %x", &percentage) == 1) {
-                        history.read(percentage);
-                    } else {
-                        switches.push_back(std::to_string(history.last) + "%: " + line.substr(9));
-                    }
-                }
-                EXPECT_EQ(record().SYSTEM.Battery, history.shown);
-                EXPECT_EQ(board->module_power(), history.power);
-                const bool flows = history.last > 0 && history.last < 100;
-                EXPECT_TRUE(record().SYSTEM.CurrentStatus == status ||
-                            (!flows && record().SYSTEM.CurrentStatus == 0));
-            }
-            EXPECT_EQ(history.last, flow == SmartBattery::Flow::kDrain ? 0u : 100u);
-            EXPECT_EQ(record().SYSTEM.CurrentStatus, 0);
-            return switches;
-        };
-        EXPECT_EQ(run(SmartBattery::Flow::kDrain, -1), Lines{"30%: [0x14] = 0x18"});
-        EXPECT_EQ(run(SmartBattery::Flow::kFill, 1), Lines{"34%: [0x14] = 0x98"});
-        uint16_t charge = 0;
-        EXPECT_EQ(device->GetBatteryCharge(charge), 0);
-        EXPECT_EQ(charge, 100);
-    });
-}
-
-TEST_F(PortableStart, ARemovedBatteryLeavesItsLastCharge)
-{
-    in_a_process_that_ends([this] {
-        board->battery()->set_charge(80);
-        board->battery()->set_flow(sim_board::SmartBattery::Flow::kRest);
-        start();
-        ASSERT_TRUE(threads(3));
-        EXPECT_EQ(record().SYSTEM.Battery, 71);
-        board->battery()->set_fitted(false);
-        logs.clear();
-        board->trace().clear();
-        // A round is five short waits and a long one.
-        ASSERT_TRUE(board->clock().run(5 * kSecond + 2 * (5 * kSecond + 500'000), 3));
-        EXPECT_EQ(logs.count(LOG_INFO, "ChargeMonitor: Battery access failed"), 2u);
-        EXPECT_EQ(board->trace().lines_with({"i2c 0x0b open -> ENXIO"}).size(), 13u);
-        EXPECT_EQ(record().SYSTEM.Battery, 71);
-        EXPECT_TRUE(board->module_power());
-    });
-}
-
-TEST_F(PortableStart, EveryChargeMonitorOfTheProcessKnowsWhetherTheModuleIsOff)
-{
-    in_a_process_that_ends([this] {
-        board->battery()->set_charge(20);
-        board->battery()->set_flow(sim_board::SmartBattery::Flow::kRest);
-        start();
-        ASSERT_TRUE(threads(3));
-        EXPECT_FALSE(board->module_power());
-        ASSERT_TRUE(board->clock().run(kSecond, 3)); // so that the two are never awake at once
-        board->trace().clear();
-        std::thread([this] {
-            PortableDeviceTestPeer{static_cast<OrvanPortableDevice&>(*device)}.charge_monitor();
-        }).detach();
-        ASSERT_TRUE(threads(4));
-        ASSERT_TRUE(board->clock().run(10 * kSecond, 4));
-        EXPECT_EQ(board->trace().lines_with({"i2c 0x0b [0x0d]"}).size(), 5u);
-        EXPECT_TRUE(board->trace().lines_with({"i2c 0x20 [0x14]"}).empty()) << "it is off already";
-
-        board->battery()->set_charge(80);
-        ASSERT_TRUE(board->clock().run(10 * kSecond, 4));
-        EXPECT_EQ(board->trace().lines_with({"i2c 0x20 [0x14] ="}).size(), 1u) << "one has switched it on";
-        EXPECT_TRUE(board->module_power());
-    });
-}
-
-TEST_F(PortableStart, TheEndDoesNotReturnWhileAChargeMonitorRuns)
-{
-    in_a_process_that_ends([this] {
-        start();
-        ASSERT_TRUE(threads(3));
-        std::atomic<bool> ended = false;
-        std::thread([&] {
-            delete device.release();
-            ended = true;
-        }).detach();
-        board->trace().clear();
-        for (int seconds = 0; seconds < 60; ++seconds) {
-            ASSERT_TRUE(board->clock().run(kSecond, 3)) << "all three threads keep running";
-        }
-        EXPECT_FALSE(ended);
-        EXPECT_EQ(board->trace().lines_with({"i2c 0x0b open"}).size(), 12u);
-    });
 }
 
 } // namespace
