@@ -39,6 +39,17 @@ protected:
 
 using Lines = std::vector<std::string>;
 
+/** The lines that a handler logs. */
+inline std::string missing(const std::string& handler, const std::string& what)
+{
+    return handler + ": Failed to retrieve a mandatory " + what + "\n";
+}
+
+inline std::string not_copied(const std::string& handler)
+{
+    return handler + ": Failed to copy output data\n";
+}
+
 } // namespace orvan_test
 
 #endif
