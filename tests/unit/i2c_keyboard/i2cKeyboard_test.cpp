@@ -1,13 +1,11 @@
-// From the key to the front-panel program's connection. Each case needs a separate process: the bridge's
-// sender runs until its end.
+// From the key to the front-panel program's connection.
 
 #include <algorithm>
-#include <csignal>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -18,16 +16,13 @@
 #include "board/current_board.h"
 #include "board/expect_trace.h"
 #include "board/faulty_i2c_device.h"
-#include "orvan_sdk/i2cKeyboard/i2cKeyboard.h"
-#include "panel_program.h"
-#include "refuses_one.h"
+#include "keyboard_bench.h"
 #include "support/loopback.h"
 #include "support/output_capture.h"
 #include <tca8418.h>
 
 using namespace orvan_test;
 using sim_board::expect_trace;
-using sim_board::Tca8418;
 
 namespace {
 
@@ -35,50 +30,6 @@ std::string code_of(int row, int col)
 {
     return {static_cast<char>(col * 16 + row)};
 }
-
-/** The sender sleeps on the board's stopped clock: it sends one code after each of its pauses. */
-class KeyboardBridge : public testing::Test {
-protected:
-    static constexpr uint64_t kPauseUs = 200;
-
-    void start()
-    {
-        wiringPiSetup();
-        ASSERT_EQ(kb_setup(), 0);
-        ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-        board->trace().clear();
-    }
-    /** Waits until the handler has run for every edge so far. */
-    void settle() { ASSERT_TRUE(board->gpio().wait_for_handlers()); }
-    void press(int row, int col)
-    {
-        ASSERT_TRUE(chip.press(row, col));
-        settle();
-    }
-    void release(int row, int col)
-    {
-        ASSERT_TRUE(chip.release(row, col));
-        settle();
-    }
-    void type(int row, int col)
-    {
-        press(row, col);
-        release(row, col);
-    }
-    /** Lets the sender check the queue this many times. */
-    void send(size_t times) { ASSERT_TRUE(board->clock().run(kPauseUs * times, 1)); }
-    /** What has arrived once the queue is certainly empty. */
-    std::vector<std::string> drain(size_t expected)
-    {
-        send(MAX_CMD_QUEUE_SIZE + 1);
-        EXPECT_TRUE(panel.wait_for(expected));
-        return panel.connections();
-    }
-
-    sim_board::InstalledBoard board{sim_board::kBenchtopWiring};
-    Tca8418& chip = *board->keypad();
-    PanelProgram panel;
-};
 
 TEST_F(KeyboardBridge, Row3Column2PressedSendsByte0x23)
 {
@@ -118,22 +69,6 @@ TEST_F(KeyboardBridge, KeysOutsideTheMatrixOfSixRowsSendNothing)
     }
     press(0, 1);
     EXPECT_EQ(drain(1), std::vector<std::string>{"\x10"});
-}
-
-TEST_F(KeyboardBridge, TheSetUpMakesAnInputAndAsksForFallingEdges)
-{
-    wiringPiSetup();
-    board->trace().clear();
-    EXPECT_EQ(kb_setup(), 0);
-    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c "}), R"(
-        pin 15 input
-        i2c 0x34 open
-        i2c 0x34 [0x1d] = 0x3f
-        i2c 0x34 [0x1e] = 0xff
-        i2c 0x34 [0x1f] = 0x03
-        i2c 0x34 [0x01] = 0x11
-        pin 15 isr falling
-    )"));
 }
 
 TEST_F(KeyboardBridge, TheControllerAndTheQueueHaveALockEachAndNeverBoth)
@@ -321,68 +256,6 @@ TEST_F(KeyboardBridge, ABusThatFailsForAWhileLosesNoKeyAndStopsNone)
     EXPECT_EQ(drain(2), (std::vector<std::string>{"\x23", "\x24"}));
 }
 
-TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing)
-{
-    board->i2c().attach(0x34, nullptr);
-    wiringPiSetup();
-    board->trace().clear();
-    EXPECT_EQ(kb_setup(), 0);
-    i2cIRQhandler();
-    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c ", "lock ", "unlock "}), R"(
-        pin 15 input
-        i2c 0x34 open -> ENXIO
-        lock 0
-        unlock 0
-    )"));
-    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    send_remote_code();
-    EXPECT_EQ(drain(1), std::vector<std::string>{"\xff"}) << "the sender still runs";
-}
-
-TEST_F(KeyboardBridge, DescriptorZeroMeansNoKeypad)
-{
-    const int standard_input = ::dup(STDIN_FILENO);
-    wiringPiSetup();
-    board->trace().clear();
-    board->i2c().open_next_as(STDIN_FILENO);
-    EXPECT_EQ(kb_setup(), 0);
-    EXPECT_TRUE(expect_trace(board->trace().lines_with({"pin ", "i2c "}), R"(
-        pin 15 input
-        i2c 0x34 open
-    )"));
-    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    if (standard_input >= 0) {
-        ::dup2(standard_input, STDIN_FILENO);
-        ::close(standard_input);
-    }
-}
-
-TEST_F(KeyboardBridge, AKeypadThatFailsItsSetUpGetsNoInterrupt)
-{
-    refuse_one(board->i2c(), 0x34, 3);
-    wiringPiSetup();
-    board->trace().clear();
-    EXPECT_EQ(kb_setup(), 0);
-    EXPECT_TRUE(board->trace().lines_with({"pin 15 isr"}).empty());
-    ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    EXPECT_TRUE(chip.press(0, 1)) << "the matrix is set up, its interrupt is not";
-    settle();
-    i2cIRQhandler();
-    EXPECT_EQ(drain(1), std::vector<std::string>{"\x10"}) << "the call by hand has its descriptor";
-}
-
-TEST(KeyboardBridgeEnd, AnInterruptThatCannotBeSetUpEndsTheProcess)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child starts a thread
-    const auto set_up = [] {
-        sim_board::InstalledBoard board(sim_board::kBenchtopWiring);
-        wiringPiSetup();
-        board->gpio().refuse_isr(true);
-        kb_setup();
-    };
-    EXPECT_EXIT(set_up(), testing::KilledBySignal(SIGABRT), "^Unable to setup ISR: Input/output error\n");
-}
-
 TEST_F(KeyboardBridge, ItPrintsNothing)
 {
     OutputCapture out(STDOUT_FILENO);
@@ -432,74 +305,6 @@ TEST(KeyboardBridgeThreads, CodesOfManyThreadsAllArrive)
     const auto arrived = panel.connections();
     EXPECT_EQ(arrived.size(), kRounds * (kRemotes + kKeys));
     EXPECT_EQ(static_cast<size_t>(std::count(arrived.begin(), arrived.end(), "\xff")), kRounds * kRemotes);
-}
-
-TEST(KeyboardSocket, SendsAllBytesInOneConnectionAndCloses)
-{
-    PanelProgram panel;
-    uint8_t message[] = {0x23, 0x00, 0xff};
-    const size_t descriptors = open_descriptors();
-    EXPECT_EQ(kb_socket_sender(LOCALHOST, message, sizeof message), 0);
-    ASSERT_TRUE(panel.wait_for(1));
-    EXPECT_EQ(panel.connections(), std::vector<std::string>{std::string("\x23\x00\xff", 3)});
-    EXPECT_EQ(open_descriptors(), descriptors);
-}
-
-TEST(KeyboardSocket, FailsForBytesThatCannotBeSentAndCloses)
-{
-    PanelProgram panel;
-    const size_t descriptors = open_descriptors();
-    EXPECT_EQ(kb_socket_sender(LOCALHOST, nullptr, 1), 1); // EFAULT
-    ASSERT_TRUE(panel.wait_for(1));
-    EXPECT_EQ(panel.connections(), std::vector<std::string>{""});
-    EXPECT_EQ(open_descriptors(), descriptors);
-}
-
-TEST(KeyboardSocket, FailsWithoutAListenerAndCloses)
-{
-    uint8_t code = 1;
-    const size_t descriptors = open_descriptors();
-    EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
-    EXPECT_EQ(open_descriptors(), descriptors);
-}
-
-TEST(KeyboardSocket, WithoutItsLimitsItDoesNotConnectAndLeavesTheSocketOpen)
-{
-    PanelProgram panel;
-    uint8_t code = 1;
-    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
-        refuse_socket_option(option);
-        const size_t descriptors = open_descriptors();
-        EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
-        EXPECT_EQ(open_descriptors(), descriptors + 1);
-    }
-    refuse_socket_option(0);
-    EXPECT_EQ(panel_attempts(), 0u);
-}
-
-TEST(KeyboardSocket, FailsForATextThatIsNoAddressAndCloses)
-{
-    uint8_t code = 1;
-    const size_t descriptors = open_descriptors();
-    EXPECT_EQ(kb_socket_sender("localhost", &code, 1), 1);
-    EXPECT_EQ(kb_socket_sender("", &code, 1), 1);
-    EXPECT_EQ(open_descriptors(), descriptors);
-    EXPECT_EQ(panel_attempts(), 0u);
-}
-
-TEST(KeyboardSocket, GivesUpOnAListenerThatNeverAcceptsWithinItsLimit)
-{
-    const int listener = listen_on_loopback("127.0.0.1", 0);
-    redirect_panel_port(local_port(listener));
-    uint8_t code = 1;
-    int failed = 0;
-    for (int attempt = 0; attempt < 3; ++attempt) { // the first ones wait in the listener's queue
-        failed += kb_socket_sender(LOCALHOST, &code, 1);
-    }
-    EXPECT_GE(failed, 1);
-    EXPECT_EQ(kb_socket_sender(LOCALHOST, &code, 1), 1);
-    redirect_panel_port(0);
-    ::close(listener);
 }
 
 } // namespace
