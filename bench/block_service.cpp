@@ -62,7 +62,7 @@ int main()
     ignore_broken_pipes();
     const StopRequest stop;
     BlockSink sink;
-    Server server(inherited_listeners(), sink, {});
+    Server server(inherited_listeners().raw, sink, {});
     server.run(stop.descriptor());
     server.end(std::chrono::seconds(5));
 }

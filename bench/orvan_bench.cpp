@@ -39,8 +39,9 @@ const std::string kForwardedQuery = ":FREQ?\r\n";
 
 std::unique_ptr<ChildServer> start_service(const Settings& settings)
 {
-    auto service = std::make_unique<ChildServer>(std::vector<std::string>{
-        settings.service, "--modules-on-loopback", "--channels", "1", "--module-wait", "5"});
+    auto service = std::make_unique<ChildServer>(
+        std::vector<std::string>{settings.service, "--modules-on-loopback", "--hislip-port", "off",
+                                 "--channels", "1", "--module-wait", "5"});
     round_trips(service->port(), 1, kLocalQuery, 10ms); // returns when the service is ready
     return service;
 }

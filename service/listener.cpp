@@ -4,8 +4,10 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -18,6 +20,7 @@ namespace orvan_service {
 namespace {
 
 constexpr int kFirstInherited = 3;
+constexpr std::string_view kHislipName = "hislip";
 
 struct Address {
     sockaddr_storage storage{};
@@ -90,6 +93,24 @@ std::string to_text(Address address)
     return text + ':' + port;
 }
 
+/** The names in LISTEN_FDNAMES; empty if it is not set. */
+std::vector<std::string> descriptor_names(long count)
+{
+    std::vector<std::string> names;
+    const char* const text = std::getenv("LISTEN_FDNAMES");
+    if (!text || *text == '\0') {
+        return names;
+    }
+    std::istringstream list(text);
+    for (std::string name; std::getline(list, name, ':');) {
+        names.push_back(name);
+    }
+    if (std::cmp_not_equal(names.size(), count)) {
+        throw std::runtime_error("LISTEN_FDNAMES does not have " + std::to_string(count) + " names: " + text);
+    }
+    return names;
+}
+
 long number_from(const char* variable, const char* text)
 {
     long value = -1;
@@ -138,15 +159,26 @@ std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uin
     return open_listeners(address, kUsualPort);
 }
 
-std::vector<UniqueFd> inherited_listeners()
+std::vector<UniqueFd> open_usual_hislip_listeners(const std::string& address)
+{
+    try {
+        return open_listeners(address, kHislipPort);
+    } catch (const std::runtime_error& error) {
+        ::syslog(LOG_WARNING, "no HiSLIP: %s", error.what());
+        return {};
+    }
+}
+
+Listeners inherited_listeners()
 {
     const char* const pid = std::getenv("LISTEN_PID");
     const char* const fds = std::getenv("LISTEN_FDS");
-    std::vector<UniqueFd> listeners;
+    Listeners listeners;
     if (!pid || !fds || number_from("LISTEN_PID", pid) != ::getpid()) {
         return listeners;
     }
     const long count = number_from("LISTEN_FDS", fds);
+    const std::vector<std::string> names = descriptor_names(count);
     for (int fd = kFirstInherited; fd < kFirstInherited + count; ++fd) {
         int listening = 0;
         socklen_t size = sizeof listening;
@@ -154,7 +186,9 @@ std::vector<UniqueFd> inherited_listeners()
             throw std::runtime_error("descriptor " + std::to_string(fd) +
                                      " of LISTEN_FDS is not a listening socket");
         }
-        listeners.emplace_back(fd);
+        const bool is_hislip =
+            !names.empty() && names[static_cast<size_t>(fd - kFirstInherited)] == kHislipName;
+        (is_hislip ? listeners.hislip : listeners.raw).emplace_back(fd);
         ::fcntl(fd, F_SETFD, FD_CLOEXEC);
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
     }

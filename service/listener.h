@@ -33,14 +33,30 @@ inline constexpr uint16_t kUsualPort = 5025;
  */
 std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port);
 
+/** The standard port of HiSLIP (IVI-6.1). */
+inline constexpr uint16_t kHislipPort = 4880;
+
+/**
+ * As open_listeners, with kHislipPort. Returns none if that cannot be used, which is logged: another program
+ * may own it, and an instrument without HiSLIP still has its other protocols.
+ */
+std::vector<UniqueFd> open_usual_hislip_listeners(const std::string& address);
+
+/** Listening sockets by the protocol that is spoken on them. */
+struct Listeners {
+    std::vector<UniqueFd> raw;
+    std::vector<UniqueFd> hislip;
+};
+
 /**
  * Takes the listening sockets that the parent process passed as descriptors 3 and up, as counted by
  * LISTEN_FDS for the process LISTEN_PID, and clears these variables so that children do not inherit them.
+ * Those that LISTEN_FDNAMES, names separated by colons, calls "hislip" are for HiSLIP, all others raw.
  *
  * @return empty if none were passed to this process.
  * @throws std::runtime_error if the variables are invalid or a descriptor is not a listening socket.
  */
-std::vector<UniqueFd> inherited_listeners();
+Listeners inherited_listeners();
 
 /** Local port of a TCP socket. */
 uint16_t port_of(int socket);

@@ -80,23 +80,51 @@ void start_front_panel(std::optional<FrontPanel>& panel, const OwnClient& own_cl
     }
 }
 
-void log_addresses(const std::vector<UniqueFd>& listeners)
+// Logs them, too.
+void add(Listeners& listeners, Listeners more)
 {
-    for (const auto& listener : listeners) {
+    for (auto& listener : more.raw) {
         ::syslog(LOG_NOTICE, "listening on %s", local_address(listener.get()).c_str());
+        listeners.raw.push_back(std::move(listener));
+    }
+    for (auto& listener : more.hislip) {
+        ::syslog(LOG_NOTICE, "HiSLIP: listening on %s", local_address(listener.get()).c_str());
+        listeners.hislip.push_back(std::move(listener));
     }
 }
 
+std::vector<UniqueFd> open_hislip(const Options& options)
+{
+    if (!options.hislip) {
+        return {};
+    }
+    return options.hislip_port ? open_listeners(options.address, *options.hislip_port)
+                               : open_usual_hislip_listeners(options.address);
+}
+
+// What the parent process has passed is served instead.
+Listeners open_without_device(const Options& options, const Listeners& inherited)
+{
+    Listeners own;
+    if (inherited.raw.empty()) {
+        own.raw = open_listeners(options.address, options.port.value_or(kUsualPort));
+    }
+    if (inherited.hislip.empty()) {
+        own.hislip = open_hislip(options);
+    }
+    return own;
+}
+
 // The library queries the selected channel's temperature through the port set here.
-std::vector<UniqueFd> open_own(const Options& options, IOrvanDeviceManager& device)
+Listeners open_with_device(const Options& options, IOrvanDeviceManager& device)
 {
     uint16_t port = kUsualPort;
     device.GetScpiPort(&port);
-    auto listeners = options.port ? open_listeners(options.address, *options.port)
-                                  : open_listeners_of_settings(options.address, port);
-    Scpi_Orvanx::getInstance()->setScpiPort(port_of(listeners.front().get()));
-    log_addresses(listeners);
-    return listeners;
+    Listeners own{options.port ? open_listeners(options.address, *options.port)
+                               : open_listeners_of_settings(options.address, port),
+                  open_hislip(options)};
+    Scpi_Orvanx::getInstance()->setScpiPort(port_of(own.raw.front().get()));
+    return own;
 }
 
 // Exits the process on request; returns an exit code or throws if it could not start.
@@ -107,14 +135,11 @@ int serve(const Options& options)
     const StopRequest stop;
     ::syslog(LOG_DEBUG, "at most %zu descriptors", raise_descriptor_limit());
 
-    auto listeners = inherited_listeners();
-    log_addresses(listeners);
+    Listeners listeners;
+    add(listeners, inherited_listeners());
     IOrvanDeviceManager* device = nullptr;
     if (options.modules_on_loopback) {
-        if (listeners.empty()) {
-            listeners = open_listeners(options.address, options.port.value_or(kUsualPort));
-            log_addresses(listeners);
-        }
+        add(listeners, open_without_device(options, listeners));
         start_or_leave(stop.descriptor(),
                        [&] { start_without_device(options.channels, options.module_wait); });
     } else {
@@ -123,9 +148,7 @@ int serve(const Options& options)
             ::syslog(LOG_ERR, "the device did not start; the messages before this one say why");
             return kExitNotInitialized;
         }
-        for (auto& listener : open_own(options, *device)) {
-            listeners.push_back(std::move(listener));
-        }
+        add(listeners, open_with_device(options, *device));
     }
     log_modules();
     Instrument instrument;
@@ -133,11 +156,11 @@ int serve(const Options& options)
     limits.max_message = kScpiInputBufferSize;
     limits.max_clients = static_cast<size_t>(options.max_clients);
     limits.message_budget = static_cast<size_t>(options.message_memory) << 20;
-    const OwnClient own_client(listeners);
+    const OwnClient own_client(listeners.raw);
     HangWatch watch(instrument, scpi_progress,
                     std::chrono::milliseconds(static_cast<int64_t>(options.hang_limit * 1000)),
                     watchdog_period());
-    Server server(std::move(listeners), watch, limits);
+    Server server(std::move(listeners.raw), watch, limits);
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
     // From here on no exception may escape: the destructors would wait for the running command or key.

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <charconv>
 #include <cstdio>
 
 #include <syslog.h>
@@ -27,6 +28,24 @@ const std::map<std::string, int> kLogLevels{{"err", LOG_ERR},
                                             {"info", LOG_INFO},
                                             {"debug", LOG_DEBUG}};
 
+constexpr const char* kOff = "off";
+
+void set_hislip_port(const std::string& text, Options& options)
+{
+    if (text == kOff) {
+        options.hislip = false;
+        options.hislip_port.reset();
+        return;
+    }
+    uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        throw CLI::ValidationError("--hislip-port", text + " is neither a port nor off");
+    }
+    options.hislip = true;
+    options.hislip_port = port;
+}
+
 } // namespace
 
 std::optional<Options> parse_options(int argc, const char* const* argv, int& exit_code)
@@ -43,6 +62,10 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     app.add_option(
         "--port", options.port,
         "TCP port of the SCPI server, 0 selects a free one and logs it; default: the port of the settings");
+    app.add_option_function<std::string>(
+        "--hislip-port", [&](const std::string& text) { set_hislip_port(text, options); },
+        "TCP port of the HiSLIP server, 0 selects a free one and logs it, off: none; default: 4880, or none "
+        "if that is in use");
     app.add_option("--address", options.address,
                    "Listen only on this address instead of on all IPv4 and IPv6 addresses");
     app.add_option("--max-clients", options.max_clients, "Maximum number of clients; any more are refused")
@@ -92,7 +115,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->capture_default_str();
     app.footer("The parent process may pass listening sockets (LISTEN_FDS, LISTEN_PID); they are served too, "
                "and with\n"
-               "--modules-on-loopback instead.\n"
+               "--modules-on-loopback instead. Those named hislip in LISTEN_FDNAMES are for HiSLIP.\n"
                "Exit codes: 0 ended on request, 1 could not start, 2 bad options, 3 outside the sandbox,\n"
                "4 the device did not start.");
     try {

@@ -23,7 +23,9 @@ struct Options {
     std::string produce; /**< model to produce; empty: serve */
     std::string serial;
     std::string address;
-    std::optional<uint16_t> port; /**< default: that of the settings */
+    std::optional<uint16_t> port;        /**< default: that of the settings */
+    bool hislip = true;                  /**< whether to listen for HiSLIP */
+    std::optional<uint16_t> hislip_port; /**< default: the standard one, if it is free */
     int max_clients = 256;
     int message_memory = 64; /**< MB */
     int channels = 4;

@@ -53,10 +53,10 @@ protected:
 
     std::vector<UniqueFd> listener = open_listeners("127.0.0.1", 0);
     const int port = local_port(listener[0].get());
-    ServiceProcess service{
-        {{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--message-memory", "8"},
-         {},
-         listener[0].get()}};
+    ServiceProcess service{{{"--modules-on-loopback", "--module-wait", "0", "--hislip-port", "off",
+                             "--foreground", "--message-memory", "8"},
+                            {},
+                            listener[0].get()}};
 };
 
 } // namespace

@@ -41,10 +41,10 @@ void set_listen_variables(const std::string& pid, const std::string& fds)
     ::setenv("LISTEN_FDS", fds.c_str(), 1);
 }
 
-std::string complaint_of(std::vector<UniqueFd> (*action)())
+std::string complaint_of_inherited_listeners()
 {
     try {
-        action();
+        inherited_listeners();
     } catch (const std::runtime_error& error) {
         return error.what();
     }
@@ -115,15 +115,15 @@ TEST(Listeners, AHostNameIsRefused)
     EXPECT_THROW(open_listeners("127.0.0", 0), std::runtime_error);
 }
 
-// A private address: an instrument may use the usual port of 127.0.0.1.
-class ListenersOfSettings : public ::testing::Test {
+// A private address: an instrument may use the usual ports of 127.0.0.1.
+class ListenersOnUsualPorts : public ::testing::Test {
 protected:
     const std::string address =
         "127.5." + std::to_string(::getpid() / 250 % 250) + "." + std::to_string(1 + ::getpid() % 250);
     const LogCapture log;
 };
 
-TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsUsed)
+TEST_F(ListenersOnUsualPorts, ThePortOfTheSettingsIsUsed)
 {
     const int port = port_of(open_listeners(address, 0).front().get()); // free again
     EXPECT_EQ(local_address(open_listeners_of_settings(address, static_cast<uint16_t>(port)).at(0).get()),
@@ -131,14 +131,14 @@ TEST_F(ListenersOfSettings, ThePortOfTheSettingsIsUsed)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(ListenersOfSettings, TheUsualPortReplacesPortZero)
+TEST_F(ListenersOnUsualPorts, TheUsualPortReplacesPortZero)
 {
     EXPECT_EQ(local_address(open_listeners_of_settings(address, 0).at(0).get()), address + ":5025");
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{
                                {LOG_ERR, "SCPI port 0 of the settings is not set; using 5025 instead"}}));
 }
 
-TEST_F(ListenersOfSettings, TheUsualPortReplacesAPortInUse)
+TEST_F(ListenersOnUsualPorts, TheUsualPortReplacesAPortInUse)
 {
     const auto other = open_listeners(address, 0);
     const std::string port = std::to_string(port_of(other.front().get()));
@@ -152,25 +152,39 @@ TEST_F(ListenersOfSettings, TheUsualPortReplacesAPortInUse)
                           " port " + port + ": Address already in use; using 5025 instead"}}));
 }
 
-TEST_F(ListenersOfSettings, FailsWhenTheUsualPortIsInUseToo)
+TEST_F(ListenersOnUsualPorts, FailsWhenTheUsualPortIsInUseToo)
 {
     const auto other = open_listeners(address, 5025);
     EXPECT_THROW(open_listeners_of_settings(address, 0), std::runtime_error);
+}
+
+TEST_F(ListenersOnUsualPorts, HislipHasItsUsualPort)
+{
+    EXPECT_EQ(local_address(open_usual_hislip_listeners(address).at(0).get()), address + ":4880");
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(ListenersOnUsualPorts, WithHislipsUsualPortInUseThereIsNoHislipAndTheLogSaysWhy)
+{
+    const auto other = open_listeners(address, 4880);
+    EXPECT_TRUE(open_usual_hislip_listeners(address).empty());
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{{LOG_WARNING, "no HiSLIP: cannot listen on " + address +
+                                                                   " port 4880: Address already in use"}}));
 }
 
 TEST(InheritedListeners, WithoutVariablesThereAreNone)
 {
     ::unsetenv("LISTEN_PID");
     ::unsetenv("LISTEN_FDS");
-    EXPECT_TRUE(inherited_listeners().empty());
+    EXPECT_TRUE(inherited_listeners().raw.empty());
     ::setenv("LISTEN_FDS", "1", 1);
-    EXPECT_TRUE(inherited_listeners().empty());
+    EXPECT_TRUE(inherited_listeners().raw.empty());
 }
 
 TEST(InheritedListeners, ThoseOfAnotherProcessAreLeftAlone)
 {
     set_listen_variables(std::to_string(::getpid() + 1), "1");
-    EXPECT_TRUE(inherited_listeners().empty());
+    EXPECT_TRUE(inherited_listeners().raw.empty());
     EXPECT_STREQ(::getenv("LISTEN_FDS"), "1");
 }
 
@@ -178,9 +192,9 @@ TEST(InheritedListeners, VariablesThatAreNotNumbersAreRefused)
 {
     for (const char* bad : {"", "x", "1x", "-1", " 1"}) {
         set_listen_variables(std::to_string(::getpid()), bad);
-        EXPECT_EQ(complaint_of(inherited_listeners), std::string("LISTEN_FDS is not a number: ") + bad);
+        EXPECT_EQ(complaint_of_inherited_listeners(), std::string("LISTEN_FDS is not a number: ") + bad);
         set_listen_variables(bad, "1");
-        EXPECT_EQ(complaint_of(inherited_listeners), std::string("LISTEN_PID is not a number: ") + bad);
+        EXPECT_EQ(complaint_of_inherited_listeners(), std::string("LISTEN_PID is not a number: ") + bad);
     }
 }
 
@@ -194,9 +208,10 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
     ::fcntl(3, F_SETFD, 0); // it may be the very one that was made
     set_listen_variables(std::to_string(::getpid()), "2");
     const auto listeners = inherited_listeners();
-    ASSERT_EQ(listeners.size(), 2u);
-    EXPECT_EQ(listeners[0].get(), 3);
-    EXPECT_EQ(listeners[1].get(), 4);
+    ASSERT_EQ(listeners.raw.size(), 2u);
+    EXPECT_EQ(listeners.raw[0].get(), 3);
+    EXPECT_EQ(listeners.raw[1].get(), 4);
+    EXPECT_TRUE(listeners.hislip.empty());
     EXPECT_EQ(local_port(3), port);
     EXPECT_NE(::fcntl(3, F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_NE(::fcntl(4, F_GETFD) & FD_CLOEXEC, 0);
@@ -205,10 +220,39 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
     EXPECT_EQ(::getenv("LISTEN_FDS"), nullptr);
 }
 
+TEST(InheritedListeners, ThoseNamedHislipAreForHislip)
+{
+    const auto made = open_listeners("127.0.0.1", 0);
+    for (const int fd : {3, 4, 5, 6}) {
+        ASSERT_EQ(::dup2(made[0].get(), fd), fd);
+    }
+    set_listen_variables(std::to_string(::getpid()), "4");
+    ::setenv("LISTEN_FDNAMES", "orvan.socket:hislip::hislip", 1);
+    const auto listeners = inherited_listeners();
+    ASSERT_EQ(listeners.raw.size(), 2u);
+    EXPECT_EQ(listeners.raw[0].get(), 3);
+    EXPECT_EQ(listeners.raw[1].get(), 5);
+    ASSERT_EQ(listeners.hislip.size(), 2u);
+    EXPECT_EQ(listeners.hislip[0].get(), 4);
+    EXPECT_EQ(listeners.hislip[1].get(), 6);
+    EXPECT_NE(::fcntl(6, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(::getenv("LISTEN_FDNAMES"), nullptr);
+}
+
+TEST(InheritedListeners, EachDescriptorNeedsANameIfAnyHasOne)
+{
+    set_listen_variables(std::to_string(::getpid()), "2");
+    for (const char* bad : {"hislip", "hislip:raw:raw"}) {
+        ::setenv("LISTEN_FDNAMES", bad, 1);
+        EXPECT_EQ(complaint_of_inherited_listeners(),
+                  std::string("LISTEN_FDNAMES does not have 2 names: ") + bad);
+    }
+}
+
 TEST(InheritedListeners, ADescriptorThatDoesNotListenIsRefused)
 {
     const UniqueFd socket(::socket(AF_INET, SOCK_STREAM, 0));
     ASSERT_EQ(::dup2(socket.get(), 3), 3);
     set_listen_variables(std::to_string(::getpid()), "1");
-    EXPECT_EQ(complaint_of(inherited_listeners), "descriptor 3 of LISTEN_FDS is not a listening socket");
+    EXPECT_EQ(complaint_of_inherited_listeners(), "descriptor 3 of LISTEN_FDS is not a listening socket");
 }

@@ -44,6 +44,8 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_EQ(options.platform, Platform::kFactory);
     EXPECT_EQ(options.produce, "");
     EXPECT_FALSE(options.port.has_value());
+    EXPECT_TRUE(options.hislip);
+    EXPECT_FALSE(options.hislip_port.has_value());
     EXPECT_EQ(options.max_clients, 256);
     EXPECT_EQ(options.message_memory, 64);
     EXPECT_EQ(options.channels, 4);
@@ -89,6 +91,14 @@ TEST(Options, EachIsAccepted)
     EXPECT_EQ(options.log_level, LOG_DEBUG);
 }
 
+TEST(Options, TheHislipPortIsANumberOrOff)
+{
+    EXPECT_TRUE(parsed({"--hislip-port", "4881"}).hislip);
+    EXPECT_EQ(parsed({"--hislip-port", "4881"}).hislip_port, 4881);
+    EXPECT_EQ(parsed({"--hislip-port", "0"}).hislip_port, 0);
+    EXPECT_FALSE(parsed({"--hislip-port", "off"}).hislip);
+}
+
 TEST(Options, EachPlatformIsAccepted)
 {
     EXPECT_EQ(parsed({"--platform", "factory"}).platform, Platform::kFactory);
@@ -131,6 +141,11 @@ TEST(Options, BadOnesAreNamedAndExitWithCodeTwo)
         {{"--port", "-1"}, "-1"},
         {{"--port", "x"}, "--port"},
         {{"--port"}, "--port"},
+        {{"--hislip-port", "65536"}, "65536 is neither a port nor off"},
+        {{"--hislip-port", "-1"}, "-1 is neither a port nor off"},
+        {{"--hislip-port", "48 80"}, "48 80 is neither a port nor off"},
+        {{"--hislip-port", ""}, "--hislip-port"},
+        {{"--hislip-port"}, "--hislip-port"},
         {{"--max-clients", "0"}, "0"},
         {{"--max-clients", "513"}, "513"},
         {{"--message-memory", "2"}, "2"},
@@ -174,9 +189,10 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     exit_code = -1;
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
-    for (const char* option : {"--platform", "--produce", "--serial", "--port", "--address", "--max-clients",
-                               "--message-memory", "--channels", "--module-wait", "--modules-on-loopback",
-                               "--hang-limit", "--foreground", "--log-level", "--version"}) {
+    for (const char* option :
+         {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--address", "--max-clients",
+          "--message-memory", "--channels", "--module-wait", "--modules-on-loopback", "--hang-limit",
+          "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }

@@ -30,7 +30,8 @@ class ProgramTest : public ::testing::Test {
 protected:
     ServiceProcess::Start start(std::vector<std::string> more = {})
     {
-        std::vector<std::string> arguments{"--modules-on-loopback", "--module-wait", "0", "--foreground"};
+        std::vector<std::string> arguments{"--modules-on-loopback", "--module-wait", "0",
+                                           "--foreground",          "--hislip-port", "off"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return {std::move(arguments), {}, listener[0].get()};
     }
@@ -110,7 +111,7 @@ TEST_F(ProgramTest, EndsOnSigintToo)
 TEST_F(ProgramTest, OpensItsOwnPortWithoutAnInheritedSocketAndNamesIt)
 {
     ServiceProcess service({{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--address",
-                             "127.0.0.1", "--port", "0"}});
+                             "127.0.0.1", "--port", "0", "--hislip-port", "off"}});
     const std::string log = service.errors_until("ready");
     const std::string lead = "listening on 127.0.0.1:";
     ASSERT_NE(log.find(lead), std::string::npos) << log;
@@ -125,6 +126,52 @@ TEST_F(ProgramTest, APortInUseEndsItWithTheReasonAndExitCodeOne)
     EXPECT_EQ(service.exit_code(), kExitFailed);
     EXPECT_EQ(service.errors(), "orvan-service: cannot listen on 127.0.0.1 port " + std::to_string(port()) +
                                     ": Address already in use\n");
+}
+
+TEST_F(ProgramTest, ListensForHislipOnTheSameAddressAndNamesThePort)
+{
+    ServiceProcess service({{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--address",
+                             "127.0.0.1", "--port", "0", "--hislip-port", "0"}});
+    const std::string log = service.errors_until("ready");
+    const std::string lead = "HiSLIP: listening on 127.0.0.1:";
+    ASSERT_NE(log.find(lead), std::string::npos) << log;
+    const TestClient client(std::atoi(log.c_str() + log.find(lead) + lead.size()));
+}
+
+TEST_F(ProgramTest, AnInheritedSocketNamedHislipIsServedInsteadOfItsOwn)
+{
+    ServiceProcess service({{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--address",
+                             "127.0.0.1", "--port", "0"},
+                            {{"LISTEN_FDNAMES", "hislip"}},
+                            listener[0].get()});
+    const std::string log = service.errors_until("ready");
+    const std::string lead = "HiSLIP: listening on ";
+    EXPECT_NE(log.find(lead + "127.0.0.1:" + std::to_string(port()) + "\n"), std::string::npos) << log;
+    EXPECT_EQ(log.find(lead), log.rfind(lead)) << log;
+}
+
+TEST_F(ProgramTest, AHislipPortInUseEndsItWhenItWasAskedFor)
+{
+    ServiceProcess service({{"--modules-on-loopback", "--address", "127.0.0.1", "--port", "0",
+                             "--hislip-port", std::to_string(port())}});
+    EXPECT_EQ(service.exit_code(), kExitFailed);
+    EXPECT_EQ(service.errors(), "orvan-service: cannot listen on 127.0.0.1 port " + std::to_string(port()) +
+                                    ": Address already in use\n");
+}
+
+TEST_F(ProgramTest, TheUsualHislipPortInUseLeavesTheOtherProtocols)
+{
+    // Of its own, as an instrument may use the port on 127.0.0.1.
+    const std::string address =
+        "127.6." + std::to_string(::getpid() / 250 % 250) + "." + std::to_string(1 + ::getpid() % 250);
+    const auto other = open_listeners(address, kHislipPort);
+    ServiceProcess service({{"--modules-on-loopback", "--module-wait", "0", "--foreground", "--address",
+                             address, "--port", "0"}});
+    const std::string log = service.errors_until(": ready");
+    EXPECT_NE(log.find("no HiSLIP: cannot listen on " + address + " port 4880: Address already in use\n"),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find(": ready"), std::string::npos) << log;
 }
 
 TEST_F(ProgramTest, RefusesToStartOutsideASandboxWithRealModuleAddresses)
