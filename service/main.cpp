@@ -10,6 +10,7 @@
 
 #include "front_panel.h"
 #include "hang_watch.h"
+#include "hislip/hislip_server.h"
 #include "hw/hw.h"
 #include "instrument.h"
 #include "listener.h"
@@ -25,6 +26,7 @@
 #include "power_button.h"
 #include "process.h"
 #include "server.h"
+#include "standard/library_instrument.h"
 
 using namespace orvan_service;
 using HaldeElec::Orvan::IOrvanDeviceManager;
@@ -160,7 +162,15 @@ int serve(const Options& options)
     HangWatch watch(instrument, scpi_progress,
                     std::chrono::milliseconds(static_cast<int64_t>(options.hang_limit * 1000)),
                     watchdog_period());
+    LibraryInstrument standard_instrument(watch);
+    Locks locks;
     Server server(std::move(listeners.raw), watch, limits);
+    HislipServer hislip(std::move(listeners.hislip), server.executor(), standard_instrument, locks);
+    locks.on_change([&] {
+        server.executor().retry();
+        hislip.wake();
+    });
+    Attended* const others[] = {&hislip};
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
     // From here on no exception may escape: the destructors would wait for the running command or key.
@@ -173,7 +183,7 @@ int serve(const Options& options)
 
         notify("READY=1");
         ::syslog(LOG_NOTICE, "ready");
-        server.run(stop.descriptor(), &watch);
+        server.run(stop.descriptor(), &watch, others);
         notify("STOPPING=1");
         if (panel) {
             panel->end();

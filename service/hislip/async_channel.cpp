@@ -144,8 +144,8 @@ void AsyncChannel::release_lock()
         answer_lock(kInvalid);
         return;
     }
-    m_releasing = true;
-    retry(Clock::now());
+    m_releasing = Clock::now();
+    retry(*m_releasing);
 }
 
 void AsyncChannel::retry(Clock::time_point now)
@@ -159,8 +159,10 @@ void AsyncChannel::retry(Clock::time_point now)
             answer_lock(got ? kSucceeded : kFailed);
         }
     }
-    if (m_releasing && m_connection->is_idle()) {
-        m_releasing = false;
+    if (m_releasing && !m_connection->is_idle()) {
+        m_releasing = now + kReleaseStep;
+    } else if (m_releasing) {
+        m_releasing.reset();
         answer_lock(locks.unlock(m_connection.get()) == Locks::Released::kShared ? kSharedReleased
                                                                                  : kSucceeded);
     }
@@ -169,7 +171,7 @@ void AsyncChannel::retry(Clock::time_point now)
 AsyncChannel::Clock::time_point AsyncChannel::due() const
 {
     const auto request = m_request ? m_request->deadline : Clock::time_point::max();
-    return m_releasing ? std::min(request, Clock::now() + kReleaseStep) : request;
+    return m_releasing ? std::min(request, *m_releasing) : request;
 }
 
 void AsyncChannel::answer_lock(uint8_t result)

@@ -54,7 +54,7 @@ private:
     bool m_in_frame = false;
     std::string m_payload;
     std::optional<Request> m_request;
-    bool m_releasing = false; // when what was sent before has been executed
+    std::optional<Clock::time_point> m_releasing; // next attempt, once what was sent before has been executed
 };
 
 } // namespace orvan_service::hislip

@@ -228,6 +228,8 @@ bool Connection::begin_frame()
         if (m_clear != Clear::kNone) {
             return true;
         }
+        note_delivery();
+        m_message_id = m_frame.parameter;
         if ((m_frame.control & ~kDelivered) != 0) {
             refuse(Fault::kUnknownControlCode, "unrecognized control code");
         } else if (m_frame.length > kLargestPayload) {
@@ -235,8 +237,6 @@ bool Connection::begin_frame()
             refuse(Fault::kTooLarge, "message too large");
         } else {
             m_discard = m_frame.type == Type::kTrigger;
-            note_delivery();
-            m_message_id = m_frame.parameter;
         }
         return true;
     case Type::kDeviceClearComplete:
@@ -319,10 +319,9 @@ void Connection::begin_clear()
         const std::lock_guard lock(m_mutex);
         ++m_generation;
         if (!m_busy) { // otherwise execute() does this
-            m_ready = m_trigger = false;
             m_assembly.clear();
         }
-        m_ended = m_undelivered = false;
+        m_ready = m_trigger = m_ended = m_undelivered = false;
         m_discard = true;
         m_out.drop_unsent();
         m_session.status().set_message_available(false);

@@ -14,9 +14,6 @@
 
 namespace orvan_service {
 
-/** The standard port of HiSLIP. */
-inline constexpr uint16_t kHislipPort = 4880;
-
 /**
  * Accepts HiSLIP clients (IVI-6.1, revision 2 without secure connections) and serves their asynchronous
  * channels; hands their synchronous ones to the executor. On the attendant's thread.

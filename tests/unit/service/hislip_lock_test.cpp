@@ -1,0 +1,130 @@
+// HiSLIP locks, and what a lock holds back.
+#include "hislip_fixture.h"
+
+using namespace orvan_test;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kNothing = 200ms; // in which nothing may arrive
+
+class HislipLock : public HislipTest {
+protected:
+    static HislipFrame request(const std::string& name = {}, uint32_t timeout_ms = 0)
+    {
+        return {4, 1, timeout_ms, name};
+    }
+    static HislipFrame release() { return {4, 0, 0, {}}; }
+    static HislipFrame answer(int result) { return {5, result, 0, {}}; }
+
+    HislipClient first{server.port()};
+    HislipClient second{server.port()};
+};
+
+} // namespace
+
+TEST_F(HislipLock, AnExclusiveLockHoldsTheMessagesOfOthersUntilItsRelease)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    second.write(":SECOND?\n");
+    EXPECT_EQ(first.ask(":FIRST?\n"), ":FIRST?\n");
+    EXPECT_FALSE(second.sync().has_input(kNothing));
+    EXPECT_EQ(first.ask_async(release()), answer(1));
+    EXPECT_EQ(second.read(), ":SECOND?\n");
+}
+
+TEST_F(HislipLock, ARequestFailsAfterItsTimeOutAndNotBefore)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(second.ask_async(request({}, 300)), answer(0));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
+    EXPECT_EQ(second.ask_async(request()), answer(0));
+}
+
+TEST_F(HislipLock, ARequestSucceedsWhenTheLockIsReleased)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    second.async().send(request({}, 60'000));
+    EXPECT_FALSE(second.async().has_input(kNothing));
+    EXPECT_EQ(first.ask_async(release()), answer(1));
+    EXPECT_EQ(second.async().receive(), answer(1));
+}
+
+TEST_F(HislipLock, ALostClientReleasesItsLocks)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    second.write(":SECOND?\n");
+    first.async().close();
+    EXPECT_EQ(second.read(), ":SECOND?\n");
+    EXPECT_TRUE(first.sync().sees_end());
+}
+
+TEST_F(HislipLock, ASharedLockAdmitsThoseWithTheSameString)
+{
+    HislipClient third(server.port());
+    EXPECT_EQ(first.ask_async(request("key")), answer(1));
+    EXPECT_EQ(second.ask_async(request("other")), answer(0));
+    EXPECT_EQ(second.ask_async(request("key")), answer(1));
+    third.write(":THIRD?\n");
+    EXPECT_EQ(first.ask(":FIRST?\n"), ":FIRST?\n");
+    EXPECT_EQ(second.ask(":SECOND?\n"), ":SECOND?\n");
+    EXPECT_FALSE(third.sync().has_input(kNothing));
+    EXPECT_EQ(first.ask_async(release()), answer(2));
+    EXPECT_FALSE(third.sync().has_input(kNothing));
+    EXPECT_EQ(second.ask_async(release()), answer(2));
+    EXPECT_EQ(third.read(), ":THIRD?\n");
+}
+
+TEST_F(HislipLock, AHolderOfTheSharedLockCanExcludeTheOthers)
+{
+    EXPECT_EQ(first.ask_async(request("key")), answer(1));
+    EXPECT_EQ(second.ask_async(request("key")), answer(1));
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    second.write(":SECOND?\n");
+    EXPECT_FALSE(second.sync().has_input(kNothing));
+    EXPECT_EQ(first.ask_async(release()), answer(1)); // the exclusive one first
+    EXPECT_EQ(second.read(), ":SECOND?\n");
+    EXPECT_EQ(first.ask_async(release()), answer(2));
+    EXPECT_EQ(first.ask_async(release()), answer(3));
+}
+
+TEST_F(HislipLock, AskingForALockThatItHasIsAnError)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    EXPECT_EQ(first.ask_async(request()), answer(3));
+}
+
+TEST_F(HislipLock, IsReleasedAfterTheMessagesSentBefore)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    instrument.shut();
+    first.write(":FIRST 1\n");
+    ASSERT_TRUE(eventually([this] { return instrument.at_work() == 1; }));
+    first.async().send(release());
+    second.write(":SECOND?\n");
+    EXPECT_FALSE(first.async().has_input(kNothing));
+    instrument.open();
+    EXPECT_EQ(first.async().receive(), answer(1));
+    EXPECT_EQ(second.read(), ":SECOND?\n");
+}
+
+TEST_F(HislipLock, InfoReportsTheExclusiveLockAndTheNumberOfHolders)
+{
+    EXPECT_EQ(second.ask_async({24}), (HislipFrame{25, 0, 0, {}}));
+    EXPECT_EQ(first.ask_async(request("key")), answer(1));
+    EXPECT_EQ(second.ask_async(request("key")), answer(1));
+    EXPECT_EQ(second.ask_async({24}), (HislipFrame{25, 0, 2, {}}));
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    EXPECT_EQ(second.ask_async({24}), (HislipFrame{25, 1, 2, {}}));
+}
+
+TEST_F(HislipLock, AStatusQueryAndADeviceClearAreServedBehindAnothersLock)
+{
+    EXPECT_EQ(first.ask_async(request()), answer(1));
+    second.write(":SECOND?\n");
+    EXPECT_EQ(second.poll(), 0);
+    EXPECT_EQ(second.clear(), 0);
+    EXPECT_EQ(first.ask_async(release()), answer(1));
+    EXPECT_EQ(second.ask(":NEXT?\n"), ":NEXT?\n");
+}
