@@ -35,7 +35,7 @@ EEPROM_DEVICE_SETTINGS* _getSettings(CPersistentData* data)
 // strncpy from a source that has `size` bytes.
 int copy_text(void* to, size_t limit, const void* from, size_t size)
 {
-    const size_t length = strnlen(static_cast<const char*>(from), std::min(limit, size));
+    const size_t length = ::strnlen(static_cast<const char*>(from), std::min(limit, size));
     std::memcpy(to, from, length);
     std::memset(static_cast<char*>(to) + length, 0, limit - length);
     return 0;

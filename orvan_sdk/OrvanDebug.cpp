@@ -86,7 +86,7 @@ std::string OrvanDebug::currentDateTime()
 {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    localtime_r(&now, &local);
+    ::localtime_r(&now, &local);
     char text[32] = {};
     std::strftime(text, sizeof text, "%F %T", &local);
     return text;

@@ -15,9 +15,9 @@
 inline int block_end_signals()
 {
     sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
+    ::sigemptyset(&ends);
+    ::sigaddset(&ends, SIGINT);
+    ::sigaddset(&ends, SIGTERM);
     ::sigprocmask(SIG_BLOCK, &ends, nullptr);
     return ::signalfd(-1, &ends, SFD_CLOEXEC);
 }

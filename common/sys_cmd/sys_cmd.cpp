@@ -19,13 +19,13 @@ class Spawn {
 public:
     Spawn()
     {
-        posix_spawnattr_init(&m_attributes);
-        posix_spawn_file_actions_init(&m_actions);
+        ::posix_spawnattr_init(&m_attributes);
+        ::posix_spawn_file_actions_init(&m_actions);
     }
     ~Spawn()
     {
-        posix_spawn_file_actions_destroy(&m_actions);
-        posix_spawnattr_destroy(&m_attributes);
+        ::posix_spawn_file_actions_destroy(&m_actions);
+        ::posix_spawnattr_destroy(&m_attributes);
     }
     Spawn(const Spawn&) = delete;
     Spawn& operator=(const Spawn&) = delete;
@@ -35,8 +35,8 @@ public:
     {
         sigset_t none;
         sigset_t all;
-        sigemptyset(&none);
-        sigfillset(&all);
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
         char shell[] = "sh";
         char option[] = "-c";
         char* const arguments[] = {shell, option, const_cast<char*>(command), nullptr};
@@ -44,12 +44,12 @@ public:
 
         // Output before input: with low numbers free in the caller, the output descriptor may itself be 0.
         const bool ready =
-            (output < 0 || posix_spawn_file_actions_adddup2(&m_actions, output, STDOUT_FILENO) == 0) &&
-            posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
-            posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1) == 0 &&
-            posix_spawnattr_setsigmask(&m_attributes, &none) == 0 &&
-            posix_spawnattr_setsigdefault(&m_attributes, &all) == 0 &&
-            posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
+            (output < 0 || ::posix_spawn_file_actions_adddup2(&m_actions, output, STDOUT_FILENO) == 0) &&
+            ::posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+            ::posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1) == 0 &&
+            ::posix_spawnattr_setsigmask(&m_attributes, &none) == 0 &&
+            ::posix_spawnattr_setsigdefault(&m_attributes, &all) == 0 &&
+            ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
         if (!ready || ::posix_spawn(&pid, "/bin/sh", &m_actions, &m_attributes, arguments, environ) != 0) {
             return -1;
         }

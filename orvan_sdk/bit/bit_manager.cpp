@@ -44,7 +44,7 @@ BITManager::BITManager(int period) : m_cbitPeriod(period)
         static_cast<BITManager*>(manager)->runPeriodicThread();
         return nullptr;
     };
-    if (pthread_create(&m_cbitThreadId, nullptr, entry, this) == 0) {
+    if (::pthread_create(&m_cbitThreadId, nullptr, entry, this) == 0) {
         m_threadStarted = true;
     } else {
         ::syslog(LOG_ERR, "Failed to create thread");
@@ -62,7 +62,7 @@ void BITManager::stop()
         return;
     }
     m_stopThread = true;
-    pthread_join(m_cbitThreadId, nullptr);
+    ::pthread_join(m_cbitThreadId, nullptr);
     m_threadStarted = false;
 }
 

@@ -30,7 +30,7 @@ const char* last_component(const char* path)
 template <size_t kSize>
 void copy_text(char (&field)[kSize], const char* text)
 {
-    std::memcpy(field, text, strnlen(text, kSize - 1));
+    std::memcpy(field, text, ::strnlen(text, kSize - 1));
 }
 
 bool is_rndis_link(const std::string& device)
@@ -45,7 +45,7 @@ rndis_device_t describe_link(const char* ifname, const std::string& device)
     rndis_device_t link = {};
     copy_text(link.ifname, ifname);
     char path[PATH_MAX];
-    if (realpath(device.c_str(), path) != nullptr) {
+    if (::realpath(device.c_str(), path) != nullptr) {
         copy_text(link.usb_id, last_component(path));
     }
     get_ipv4(ifname, link.ipv4, sizeof link.ipv4);

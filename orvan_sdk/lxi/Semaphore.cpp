@@ -50,16 +50,16 @@ COSSemaphore::COSSemaphore(u32 InitialCount, u32 MaxCount)
 
 COSSemaphore::~COSSemaphore()
 {
-    pthread_cond_destroy(&m_Condition);
-    pthread_mutex_destroy(&m_Mutex);
+    ::pthread_cond_destroy(&m_Condition);
+    ::pthread_mutex_destroy(&m_Mutex);
 }
 
 void COSSemaphore::AcquireN(u32 Timeout, tOSStatus& rStatus)
 {
-    pthread_mutex_lock(&m_Mutex);
+    ::pthread_mutex_lock(&m_Mutex);
     if (m_Count == 0 && Timeout == kOSTimeoutInfinite) {
         while (m_Count == 0) {
-            pthread_cond_wait(&m_Condition, &m_Mutex);
+            ::pthread_cond_wait(&m_Condition, &m_Mutex);
         }
     } else if (m_Count == 0 && Timeout != kOSTimeoutNone) {
         wait_for_unit(Timeout);
@@ -71,7 +71,7 @@ void COSSemaphore::AcquireN(u32 Timeout, tOSStatus& rStatus)
     } else {
         rStatus = kOSStatusOperationTimedOut;
     }
-    pthread_mutex_unlock(&m_Mutex);
+    ::pthread_mutex_unlock(&m_Mutex);
 }
 
 void COSSemaphore::wait_for_unit(u32 Timeout)
@@ -79,30 +79,30 @@ void COSSemaphore::wait_for_unit(u32 Timeout)
     const timespec deadline = deadline_after(Timeout);
     int result = 0;
     do {
-        result = pthread_cond_timedwait(&m_Condition, &m_Mutex, &deadline);
+        result = ::pthread_cond_timedwait(&m_Condition, &m_Mutex, &deadline);
     } while (result == EINTR || (result == 0 && m_Count == 0));
 }
 
 void COSSemaphore::ReleaseN()
 {
-    pthread_mutex_lock(&m_Mutex);
+    ::pthread_mutex_lock(&m_Mutex);
     if (m_Count < m_MaxCount) {
         ++m_Count;
-        pthread_cond_signal(&m_Condition);
+        ::pthread_cond_signal(&m_Condition);
     }
-    pthread_mutex_unlock(&m_Mutex);
+    ::pthread_mutex_unlock(&m_Mutex);
 }
 
 void COSSemaphore::Acquire1(u32 Timeout, tOSStatus& rStatus)
 {
     int result = 0;
     if (Timeout == kOSTimeoutNone) {
-        result = pthread_mutex_trylock(&m_Mutex);
+        result = ::pthread_mutex_trylock(&m_Mutex);
     } else if (Timeout == kOSTimeoutInfinite) {
-        result = pthread_mutex_lock(&m_Mutex);
+        result = ::pthread_mutex_lock(&m_Mutex);
     } else {
         const timespec time_of_day = span_of(Timeout);
-        result = pthread_mutex_timedlock(&m_Mutex, &time_of_day);
+        result = ::pthread_mutex_timedlock(&m_Mutex, &time_of_day);
     }
     switch (result) {
     case 0:

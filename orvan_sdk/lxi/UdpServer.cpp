@@ -34,7 +34,7 @@ bool to_port(const char* port, const char* proto, in_port_t& sin_port)
         sin_port = htons(static_cast<uint16_t>(number));
         return true;
     }
-    const servent* const service = getservbyname(port, proto);
+    const servent* const service = ::getservbyname(port, proto);
     if (service == nullptr) {
         return false;
     }
@@ -44,10 +44,10 @@ bool to_port(const char* port, const char* proto, in_port_t& sin_port)
 
 bool to_address(const char* ip_addr, in_addr& address)
 {
-    if (inet_aton(ip_addr, &address) != 0) {
+    if (::inet_aton(ip_addr, &address) != 0) {
         return true;
     }
-    const hostent* const host = gethostbyname(ip_addr);
+    const hostent* const host = ::gethostbyname(ip_addr);
     if (host == nullptr || host->h_addrtype != AF_INET) {
         return false;
     }
@@ -272,7 +272,7 @@ void CUdpServer::open_module_sockets(Event& event)
         address = {};
         address.sin_family = AF_INET;
         address.sin_port = htons(PORTUDP);
-        address.sin_addr.s_addr = inet_addr(modulAddr[i]);
+        address.sin_addr.s_addr = ::inet_addr(modulAddr[i]);
     }
 }
 

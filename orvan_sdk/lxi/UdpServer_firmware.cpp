@@ -61,7 +61,7 @@ void write_block(FILE* file, const HALDE_PACKET& frame, size_t size)
 void make_update_folder(const char* path)
 {
     OrvanFSUtils::mkdir_recursive(path, kFolderMode);
-    const passwd* const owner = getpwnam(kOwner);
+    const passwd* const owner = ::getpwnam(kOwner);
     if (owner != nullptr) {
         [[maybe_unused]] const int ignored = ::chown(path, owner->pw_uid, owner->pw_gid);
     }

@@ -74,7 +74,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
-    peer.sin_addr.s_addr = inet_addr(ipaddress.c_str());
+    peer.sin_addr.s_addr = ::inet_addr(ipaddress.c_str());
     if (::connect(module.fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
         if (errno != EINPROGRESS) {
             return failure("Unable to connect\n", "-ERR Unable to connect");
@@ -107,7 +107,7 @@ std::string Scpi_Orvanx::SendSCPIOrvanX(const char* buffer, int length, const st
         }
         return failure("Error while receiving server's msg\n", "-ERR Error while receiving server's msg");
     }
-    return std::string(server_message, strnlen(server_message, sizeof server_message));
+    return std::string(server_message, ::strnlen(server_message, sizeof server_message));
 }
 
 bool Scpi_Orvanx::checkOrvanReply(const std::string& reply)
@@ -132,5 +132,5 @@ void Scpi_Orvanx::sendSCPICommandtoOrvanX(char* buffer, int valread, int new_soc
         HaldeElec::Orvan::request_module(*this, m_channelNo, {buffer, static_cast<size_t>(valread)});
     ::syslog(LOG_INFO, "[Orvan Service X]: send Scpi end.\n");
     [[maybe_unused]] const ssize_t ignored =
-        ::write(new_socket, reply.c_str(), strnlen(reply.c_str(), kReplySize));
+        ::write(new_socket, reply.c_str(), ::strnlen(reply.c_str(), kReplySize));
 }

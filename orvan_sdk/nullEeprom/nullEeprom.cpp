@@ -91,8 +91,8 @@ bool NullEeprom::_ensure_directory()
     char path[sizeof _fullpath] = "";
     size_t length = 0;
     char* rest = nullptr;
-    for (const char* name = strtok_r(directory, "/", &rest); name != nullptr;
-         name = strtok_r(nullptr, "/", &rest)) {
+    for (const char* name = ::strtok_r(directory, "/", &rest); name != nullptr;
+         name = ::strtok_r(nullptr, "/", &rest)) {
         length += static_cast<size_t>(std::snprintf(path + length, sizeof path - length, "/%s", name));
         // Another process may be creating the same path.
         if (::stat(path, &info) != 0 && ::mkdir(path, 0755) != 0 && errno != EEXIST) {
@@ -156,7 +156,7 @@ bool NullEeprom::_save_file()
         std::perror("NullEeprom fopen for write");
         return false;
     }
-    const int fd = fileno(file);
+    const int fd = ::fileno(file);
     if (::flock(fd, LOCK_EX) != 0) {
         std::perror("NullEeprom flock(LOCK_EX)");
         std::fclose(file);

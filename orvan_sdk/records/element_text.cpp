@@ -65,7 +65,7 @@ void store_text(uint8_t* place, const char* text, size_t size)
         return;
     }
     // A damaged text of the settings may be unterminated.
-    const size_t len = strnlen(text, size - 1);
+    const size_t len = ::strnlen(text, size - 1);
     std::memcpy(place, text, len);
     place[len] = '\0';
 }

@@ -19,8 +19,8 @@ int g_wd_armed = 0;
 
 class Lock {
 public:
-    Lock() { pthread_mutex_lock(&g_mtx); }
-    ~Lock() { pthread_mutex_unlock(&g_mtx); }
+    Lock() { ::pthread_mutex_lock(&g_mtx); }
+    ~Lock() { ::pthread_mutex_unlock(&g_mtx); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 };
@@ -46,7 +46,7 @@ void scpi_watchdog_fired(sigval)
     g_wd_armed = 0;
     set_free();
     SCPI_Reset(&scpi_context);
-    pthread_cond_broadcast(&g_cv);
+    ::pthread_cond_broadcast(&g_cv);
 }
 
 // --- the caller holds g_mtx
@@ -104,7 +104,7 @@ void scpi_lease_acquire(int fd)
 {
     const Lock lock;
     while (g_owned && g_owner_fd != fd) {
-        pthread_cond_wait(&g_cv, &g_mtx);
+        ::pthread_cond_wait(&g_cv, &g_mtx);
     }
     if (g_owned) {
         return;
@@ -118,7 +118,7 @@ void scpi_lease_release(int fd)
 {
     const Lock lock;
     if (give_up_lease(fd)) {
-        pthread_cond_broadcast(&g_cv);
+        ::pthread_cond_broadcast(&g_cv);
     }
 }
 
@@ -127,7 +127,7 @@ void scpi_lease_abort_if_owner(int fd)
     const Lock lock;
     if (give_up_lease(fd)) {
         SCPI_Reset(&scpi_context);
-        pthread_cond_broadcast(&g_cv);
+        ::pthread_cond_broadcast(&g_cv);
     }
 }
 

@@ -176,7 +176,7 @@ int has_token(const char* buf, size_t len, const char* tok, size_t toklen)
     if (buf == nullptr || tok == nullptr || toklen == 0) {
         return 0;
     }
-    return memmem(buf, len, tok, toklen) != nullptr;
+    return ::memmem(buf, len, tok, toklen) != nullptr;
 }
 
 void log_send(const char* buf, size_t len, int socket_fd)

@@ -90,7 +90,7 @@ int Gpio::isr(int pin, int edge, void (*handler)())
                             : edge == INT_EDGE_RISING ? "rising"
                                                       : "unknown";
     if (error != 0) {
-        m_trace.add("pin %d isr %s -> %s", pin, edge_name, strerrorname_np(error));
+        m_trace.add("pin %d isr %s -> %s", pin, edge_name, ::strerrorname_np(error));
         errno = error;
         return -1;
     }

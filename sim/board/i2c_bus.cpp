@@ -94,7 +94,7 @@ void I2cBus::open_next_as(int fd)
 
 int I2cBus::failed(const char* what, int error) const
 {
-    m_trace.add("%s -> %s", what, strerrorname_np(error));
+    m_trace.add("%s -> %s", what, ::strerrorname_np(error));
     errno = error;
     return -1;
 }

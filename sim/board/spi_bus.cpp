@@ -71,7 +71,7 @@ SpiBus::SpiBus(const BoardWiring& wiring, Gpio& gpio, Clock& clock, Trace& trace
 
 int SpiBus::failed(const std::string& what, int error) const
 {
-    m_trace.add("%s -> %s", what.c_str(), strerrorname_np(error));
+    m_trace.add("%s -> %s", what.c_str(), ::strerrorname_np(error));
     errno = error;
     return -1;
 }

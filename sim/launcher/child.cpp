@@ -53,7 +53,7 @@ std::string Child::how_it_ended() const
 {
     if (WIFSIGNALED(m_status)) {
         const int number = WTERMSIG(m_status);
-        return "signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+        return "signal " + std::to_string(number) + " (" + ::strsignal(number) + ")";
     }
     return "status " + std::to_string(WEXITSTATUS(m_status));
 }

@@ -85,7 +85,7 @@ Result<bool> Instance::prepare_state()
     m_temporary = m_options.state.empty();
     if (m_temporary) {
         std::string name = (temporary_folder() / (std::string(kTemporaryPrefix) + "XXXXXX")).string();
-        if (mkdtemp(name.data()) == nullptr) {
+        if (::mkdtemp(name.data()) == nullptr) {
             return system_error("making a temporary state directory " + name);
         }
         m_state = name;

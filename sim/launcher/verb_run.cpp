@@ -11,9 +11,9 @@ int run_instance(const RunOptions& options)
 {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t ending;
-    sigemptyset(&ending);
+    ::sigemptyset(&ending);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaddset(&ending, number);
+        ::sigaddset(&ending, number);
     }
     ::sigprocmask(SIG_BLOCK, &ending, nullptr);
     const UniqueFd signals(::signalfd(-1, &ending, SFD_CLOEXEC));

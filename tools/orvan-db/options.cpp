@@ -13,7 +13,7 @@ int tag_of_name(const std::string& name)
     constexpr size_t kPrefix = 4; // "ODT_"
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const char* const known = orvan_common::kElementNames[tag].tag;
-        if (strcasecmp(name.c_str(), known) == 0 || strcasecmp(name.c_str(), known + kPrefix) == 0) {
+        if (::strcasecmp(name.c_str(), known) == 0 || ::strcasecmp(name.c_str(), known + kPrefix) == 0) {
             return static_cast<int>(tag);
         }
     }

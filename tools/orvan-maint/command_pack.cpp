@@ -14,9 +14,9 @@ void pack_software(const Options& options, int)
 {
     // It sends and changes nothing until it writes, so it may be interrupted at any time.
     sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
+    ::sigemptyset(&ends);
+    ::sigaddset(&ends, SIGINT);
+    ::sigaddset(&ends, SIGTERM);
     ::sigprocmask(SIG_UNBLOCK, &ends, nullptr);
 
     const Platform& platform = *find_platform(options.platform);

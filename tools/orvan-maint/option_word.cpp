@@ -27,7 +27,7 @@ uint8_t mirrored(uint8_t byte)
 bool is_in(const std::vector<std::string>& words, const std::string& symbol)
 {
     return std::any_of(words.begin(), words.end(), [&symbol](const std::string& word) {
-        return strcasecmp(word.c_str(), symbol.c_str()) == 0;
+        return ::strcasecmp(word.c_str(), symbol.c_str()) == 0;
     });
 }
 
@@ -61,7 +61,7 @@ std::vector<OptionRow> read_options(const HALDE_PACKET& frame, size_t length)
             throw Failure(kExitRefused, "the instrument's table of options does not fit a word of 16 bits");
         }
         rows.push_back({entry.bitStart, entry.bitNum, entry.modify != 0, entry.defaults,
-                        printable({entry.symbol, strnlen(entry.symbol, sizeof entry.symbol)})});
+                        printable({entry.symbol, ::strnlen(entry.symbol, sizeof entry.symbol)})});
     }
     return rows;
 }
@@ -81,7 +81,7 @@ std::vector<OptionRow> changed_options(std::vector<OptionRow> rows, const std::v
     for (const std::vector<std::string>* const words : {&set, &clear}) {
         for (const std::string& word : *words) {
             const auto row = std::find_if(rows.begin(), rows.end(), [&word](const OptionRow& known) {
-                return !known.symbol.empty() && strcasecmp(known.symbol.c_str(), word.c_str()) == 0;
+                return !known.symbol.empty() && ::strcasecmp(known.symbol.c_str(), word.c_str()) == 0;
             });
             if (row == rows.end()) {
                 throw Failure(kExitBadOptions, "the instrument has no option " + printable(word) +

@@ -43,7 +43,7 @@ Rows read_rows(const HALDE_PACKET& frame, size_t length)
     for (size_t at = 0; at + FP_MAX_ENTRY_LEN <= size; at += FP_MAX_ENTRY_LEN) {
         const char* const row = reinterpret_cast<const char*>(frame.data) + at;
         if (row[0] != '\0') {
-            rows[row[0]] = printable({row + 1, strnlen(row + 1, FP_MAX_DATA_LEN)});
+            rows[row[0]] = printable({row + 1, ::strnlen(row + 1, FP_MAX_DATA_LEN)});
         }
     }
     return rows;

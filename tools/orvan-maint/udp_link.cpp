@@ -137,14 +137,14 @@ sockaddr_in resolve(const std::string& host, int port)
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_DGRAM;
     addrinfo* found = nullptr;
-    const int error = getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
     if (error != 0 || found == nullptr) {
         throw Failure(kExitBadOptions, "there is no address " + printable(host) + ": " +
-                                           (error != 0 ? gai_strerror(error) : "it has no IPv4 address"));
+                                           (error != 0 ? ::gai_strerror(error) : "it has no IPv4 address"));
     }
     sockaddr_in address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
-    freeaddrinfo(found);
+    ::freeaddrinfo(found);
     address.sin_port = htons(static_cast<uint16_t>(port));
     return address;
 }

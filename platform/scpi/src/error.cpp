@@ -39,7 +39,7 @@ char* copy_info(const char* info, size_t info_len)
     if (info == nullptr) {
         return nullptr;
     }
-    const size_t len = info_len == 0 ? std::strlen(info) : strnlen(info, info_len);
+    const size_t len = info_len == 0 ? std::strlen(info) : ::strnlen(info, info_len);
     if (len == 0) {
         return nullptr;
     }

@@ -31,7 +31,7 @@ Failure join(const Membership& membership, const UniqueFd& folder_mount, const s
         return std::nullopt;
     }
     char folder[PATH_MAX];
-    const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
+    const bool has_folder = ::getcwd(folder, sizeof folder) != nullptr;
     constexpr int kinds = CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS;
     if (::setns(membership.init.get(), kinds) != 0 || ::setns(membership.network.get(), CLONE_NEWNET) != 0) {
         return namespace_failure("joining the namespaces of the sandbox");
@@ -79,7 +79,7 @@ void reset_signals()
         std::signal(number, SIG_DFL);
     }
     sigset_t none;
-    sigemptyset(&none);
+    ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
@@ -111,7 +111,7 @@ bool arrange_descriptors(const Command& command)
             return false;
         }
     }
-    return close_range(static_cast<unsigned>(kFirstListenFd + count), ~0U, CLOSE_RANGE_CLOEXEC) == 0;
+    return ::close_range(static_cast<unsigned>(kFirstListenFd + count), ~0U, CLOSE_RANGE_CLOEXEC) == 0;
 }
 
 [[noreturn]] void execute(const Command& command, UniqueFd report)

@@ -25,7 +25,7 @@ namespace {
 Result<std::vector<UniqueFd>> set_up(const View& view, int modules)
 {
     char folder[PATH_MAX];
-    const bool has_folder = getcwd(folder, sizeof folder) != nullptr;
+    const bool has_folder = ::getcwd(folder, sizeof folder) != nullptr;
 
     // That of the machine's mount namespace: in our own it will soon be read-only.
     const UniqueFd settings(::open("/proc/sys", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -57,11 +57,11 @@ void close_all_but(std::vector<int> kept)
     for (const int fd : kept) {
         const unsigned number = static_cast<unsigned>(fd);
         if (number > first) {
-            close_range(first, number - 1, 0);
+            ::close_range(first, number - 1, 0);
         }
         first = number + 1;
     }
-    close_range(first, ~0U, 0);
+    ::close_range(first, ~0U, 0);
     const int null = ::open("/dev/null", O_RDWR);
     for (int fd = 0; null >= 0 && fd <= 2; ++fd) {
         ::dup2(null, fd);
@@ -77,8 +77,8 @@ void reset_signals()
         std::signal(number, SIG_DFL);
     }
     sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGCHLD);
+    ::sigemptyset(&set);
+    ::sigaddset(&set, SIGCHLD);
     ::sigprocmask(SIG_SETMASK, &set, nullptr);
 }
 
@@ -86,8 +86,8 @@ void reset_signals()
 [[noreturn]] void reap(int link, pid_t inner)
 {
     sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGCHLD);
+    ::sigemptyset(&set);
+    ::sigaddset(&set, SIGCHLD);
     while (true) {
         int status = 0;
         for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
@@ -97,7 +97,7 @@ void reset_signals()
                 ::_exit(told ? 0 : 1);
             }
         }
-        sigwaitinfo(&set, nullptr);
+        ::sigwaitinfo(&set, nullptr);
     }
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 int open_copy(const fs::path& folder)
 {
-    return open_tree(AT_FDCWD, folder.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
+    return ::open_tree(AT_FDCWD, folder.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
 }
 
 } // namespace
@@ -47,7 +47,7 @@ Failure attach_copy(const UniqueFd& copy, const fs::path& folder)
     if (code) {
         return Error{"making " + folder.string(), code.value(), "", "", false};
     }
-    if (move_mount(copy.get(), "", AT_FDCWD, folder.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0) {
+    if (::move_mount(copy.get(), "", AT_FDCWD, folder.c_str(), MOVE_MOUNT_F_EMPTY_PATH) != 0) {
         return namespace_failure("mounting " + folder.string());
     }
     return std::nullopt;

@@ -60,7 +60,7 @@ Failure change_mount(const fs::path& path, unsigned flags, uint64_t set, uint64_
     mount_attr attributes = {};
     attributes.attr_set = set;
     attributes.attr_clr = clear;
-    if (mount_setattr(AT_FDCWD, path.c_str(), flags, &attributes, sizeof attributes) != 0) {
+    if (::mount_setattr(AT_FDCWD, path.c_str(), flags, &attributes, sizeof attributes) != 0) {
         return namespace_failure("changing the mount of " + path.string());
     }
     return std::nullopt;

@@ -120,7 +120,7 @@ void Sandbox::stop()
     // The first process ends only when its namespace is empty, and our own children in there count until
     // reaped.
     for (const UniqueFd& child : m_children) {
-        while (waitid(P_PIDFD, static_cast<id_t>(child.get()), nullptr, WEXITED) != 0 && errno == EINTR) {
+        while (::waitid(P_PIDFD, static_cast<id_t>(child.get()), nullptr, WEXITED) != 0 && errno == EINTR) {
         }
     }
     wait_for(m_init);
@@ -135,7 +135,8 @@ Result<pid_t> Sandbox::keep(Result<pid_t> started)
     if (started) {
         std::erase_if(m_children, [](const UniqueFd& child) {
             siginfo_t info = {};
-            return waitid(P_PIDFD, static_cast<id_t>(child.get()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 &&
+            return ::waitid(P_PIDFD, static_cast<id_t>(child.get()), &info, WEXITED | WNOHANG | WNOWAIT) !=
+                       0 &&
                    errno == ECHILD;
         });
         m_children.emplace_back(static_cast<int>(::syscall(SYS_pidfd_open, started.value(), 0)));

@@ -24,7 +24,7 @@ bool is_own_home(const fs::path& home)
 std::vector<fs::path> own_homes()
 {
     std::vector<fs::path> homes;
-    const passwd* entry = getpwuid(::geteuid());
+    const passwd* entry = ::getpwuid(::geteuid());
     for (const char* name : {std::getenv("HOME"), entry != nullptr ? entry->pw_dir : nullptr}) {
         std::error_code code;
         const fs::path home = name != nullptr ? fs::canonical(name, code) : fs::path();
