@@ -9,6 +9,8 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 namespace {
 

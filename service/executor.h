@@ -70,8 +70,8 @@ private:
     int timeout() const;
     ServiceTime now() const;
 
-    const UniqueFd m_epoll;
-    const UniqueFd m_wake; // an event descriptor: end() or retry() was called
+    const orvan_common::UniqueFd m_epoll;
+    const orvan_common::UniqueFd m_wake; // an event descriptor: end() or retry() was called
     std::atomic<bool> m_ending = false;
     std::atomic<bool> m_retry = false;
 

@@ -12,6 +12,8 @@
 
 #include "key_map.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 namespace {
 

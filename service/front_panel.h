@@ -29,7 +29,7 @@ public:
 
     /** @param channels number of installed channels
      *  @param patience how long a connection may stay open before it is dropped */
-    FrontPanel(UniqueFd listener, int channels, Execute execute,
+    FrontPanel(orvan_common::UniqueFd listener, int channels, Execute execute,
                std::chrono::milliseconds patience = std::chrono::seconds(1));
     /** Waits for the running key action. */
     ~FrontPanel();
@@ -41,15 +41,15 @@ public:
 
 private:
     void run();
-    void serve(const UniqueFd& connection);
+    void serve(const orvan_common::UniqueFd& connection);
     void obey(uint8_t code);
     bool ended(int timeout_ms) const;
 
-    const UniqueFd m_listener;
+    const orvan_common::UniqueFd m_listener;
     const int m_channels;
     const Execute m_execute;
     const std::chrono::milliseconds m_patience;
-    const UniqueFd m_end; // an event descriptor
+    const orvan_common::UniqueFd m_end; // an event descriptor
     std::thread m_thread;
 };
 

@@ -65,7 +65,7 @@ private:
     const std::chrono::milliseconds m_limit;
     const bool m_feeds;
     const std::chrono::microseconds m_pause;
-    const UniqueFd m_hang_over; // an event descriptor
+    const orvan_common::UniqueFd m_hang_over; // an event descriptor
 
     // Watching thread only.
     Clock::time_point m_due;

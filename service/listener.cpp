@@ -16,6 +16,8 @@
 #include <sys/socket.h>
 #include <syslog.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 namespace {
 

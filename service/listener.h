@@ -20,7 +20,7 @@ namespace orvan_service {
  * @param port 0 selects a free one, the same for both.
  * @throws std::runtime_error with a text for the user.
  */
-std::vector<UniqueFd> open_listeners(const std::string& address, uint16_t port);
+std::vector<orvan_common::UniqueFd> open_listeners(const std::string& address, uint16_t port);
 
 /** The standard port of SCPI on a raw socket, used if the port of the settings is unusable. */
 inline constexpr uint16_t kUsualPort = 5025;
@@ -31,7 +31,7 @@ inline constexpr uint16_t kUsualPort = 5025;
  *
  * @throws std::runtime_error with a text for the user if that port cannot be used either.
  */
-std::vector<UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port);
+std::vector<orvan_common::UniqueFd> open_listeners_of_settings(const std::string& address, uint16_t port);
 
 /** The standard port of HiSLIP (IVI-6.1). */
 inline constexpr uint16_t kHislipPort = 4880;
@@ -40,12 +40,12 @@ inline constexpr uint16_t kHislipPort = 4880;
  * As open_listeners, with kHislipPort. Returns none if that cannot be used, which is logged: another program
  * may own it, and an instrument without HiSLIP still has its other protocols.
  */
-std::vector<UniqueFd> open_usual_hislip_listeners(const std::string& address);
+std::vector<orvan_common::UniqueFd> open_usual_hislip_listeners(const std::string& address);
 
 /** Listening sockets by the protocol that is spoken on them. */
 struct Listeners {
-    std::vector<UniqueFd> raw;
-    std::vector<UniqueFd> hislip;
+    std::vector<orvan_common::UniqueFd> raw;
+    std::vector<orvan_common::UniqueFd> hislip;
 };
 
 /**

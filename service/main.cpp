@@ -30,6 +30,7 @@
 
 using namespace orvan_service;
 using HaldeElec::Orvan::IOrvanDeviceManager;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -46,7 +46,7 @@ bool notify(const char* state)
     if (name[0] == '@') {
         address.sun_path[0] = '\0';
     }
-    const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const orvan_common::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
     if (::sendto(socket.get(), state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),

@@ -8,6 +8,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 
 OwnClient::OwnClient(std::span<const UniqueFd> listeners)

@@ -19,7 +19,7 @@ namespace orvan_service {
 class OwnClient {
 public:
     /** @param listeners those of the SCPI server; only IPv4 ones are used. They need not stay open. */
-    explicit OwnClient(std::span<const UniqueFd> listeners);
+    explicit OwnClient(std::span<const orvan_common::UniqueFd> listeners);
 
     /**
      * Sends one program message over a new connection. Blocks, at most `patience` for the reply.
@@ -31,7 +31,7 @@ public:
     std::string ask(const std::string& message, std::chrono::milliseconds patience) const;
 
 private:
-    UniqueFd connect_to_server() const;
+    orvan_common::UniqueFd connect_to_server() const;
 
     std::vector<sockaddr_in> m_addresses;
 };

@@ -61,7 +61,7 @@ public:
     static void request();
 
 private:
-    UniqueFd m_event;
+    orvan_common::UniqueFd m_event;
 };
 
 /**

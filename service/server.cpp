@@ -14,6 +14,8 @@
 #include "listener.h"
 #include "own_sockets.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 namespace {
 

@@ -35,7 +35,7 @@ struct ServerLimits {
  */
 class Server {
 public:
-    Server(std::vector<UniqueFd> listeners, MessageSink& sink, const ServerLimits& limits);
+    Server(std::vector<orvan_common::UniqueFd> listeners, MessageSink& sink, const ServerLimits& limits);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
@@ -65,13 +65,13 @@ public:
 
 private:
     void accept_client(int listener);
-    void serve(UniqueFd socket);
+    void serve(orvan_common::UniqueFd socket);
     bool has_place_for(int socket) const;
     void refuse(int socket, const char* reason);
 
     MessageSink& m_sink;
     const ServerLimits m_limits;
-    std::vector<UniqueFd> m_listeners;
+    std::vector<orvan_common::UniqueFd> m_listeners;
     bool m_out_of_descriptors = false;
     MessageMemory m_memory;
     Executor m_executor; // last: its thread uses the others

@@ -8,6 +8,8 @@
 
 #include <unistd.h>
 
+namespace orvan_common {
+
 /** Owns a file descriptor and closes it on destruction; negative means none. */
 class UniqueFd {
 public:
@@ -39,5 +41,7 @@ public:
 private:
     int m_fd = -1;
 };
+
+} // namespace orvan_common
 
 #endif

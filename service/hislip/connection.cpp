@@ -30,7 +30,8 @@ bool is_data(Type type)
 
 } // namespace
 
-Connection::Connection(const Environment& environment, uint16_t id, UniqueFd sync, UniqueFd async)
+Connection::Connection(const Environment& environment, uint16_t id, orvan_common::UniqueFd sync,
+                       orvan_common::UniqueFd async)
     : m_environment(environment), m_id(id), m_sync(std::move(sync)), m_async(std::move(async)),
       m_session(environment.instrument, [this](uint8_t status) {
           send_async({Type::kAsyncServiceRequest, status});

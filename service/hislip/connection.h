@@ -37,7 +37,8 @@ struct Environment {
 class Connection {
 public:
     /** @param id the session's number */
-    Connection(const Environment& environment, uint16_t id, UniqueFd sync, UniqueFd async);
+    Connection(const Environment& environment, uint16_t id, orvan_common::UniqueFd sync,
+               orvan_common::UniqueFd async);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -100,8 +101,8 @@ private:
 
     const Environment& m_environment;
     const uint16_t m_id;
-    const UniqueFd m_sync;
-    const UniqueFd m_async;
+    const orvan_common::UniqueFd m_sync;
+    const orvan_common::UniqueFd m_async;
     std::mutex m_async_mutex; // guards writing to m_async
     StandardSession m_session;
     std::atomic<bool> m_closed = false;

@@ -22,7 +22,8 @@ void set_option(int socket, int level, int name, int value)
 
 } // namespace
 
-Entrant::Entrant(UniqueFd socket) : m_socket(std::move(socket)), m_deadline(Clock::now() + kEntrancePatience)
+Entrant::Entrant(orvan_common::UniqueFd socket)
+    : m_socket(std::move(socket)), m_deadline(Clock::now() + kEntrancePatience)
 {
     const int fd = m_socket.get();
     set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);

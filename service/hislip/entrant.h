@@ -23,7 +23,7 @@ public:
         kBroken /**< the connection is, or what it sent is no HiSLIP message */
     };
 
-    explicit Entrant(UniqueFd socket);
+    explicit Entrant(orvan_common::UniqueFd socket);
 
     int socket() const { return m_socket.get(); }
     Clock::time_point deadline() const { return m_deadline; }
@@ -38,10 +38,10 @@ public:
     void refuse(Fatal code, const char* reason) const;
     void send(Header header) const;
 
-    UniqueFd take_socket() { return std::move(m_socket); }
+    orvan_common::UniqueFd take_socket() { return std::move(m_socket); }
 
 private:
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     Clock::time_point m_deadline;
     std::string m_header;
     Header m_frame{Type::kInitialize};

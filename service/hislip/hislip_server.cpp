@@ -46,7 +46,7 @@ bool same_host(int first, int second)
 
 } // namespace
 
-HislipServer::HislipServer(std::vector<UniqueFd> listeners, Executor& executor,
+HislipServer::HislipServer(std::vector<orvan_common::UniqueFd> listeners, Executor& executor,
                            StandardInstrument& instrument, Locks& locks)
     : m_listeners(std::move(listeners)), m_executor(executor),
       m_environment{instrument, locks, [&executor] { executor.retry(); }},
@@ -68,7 +68,7 @@ void HislipServer::wake()
 void HislipServer::add_descriptors(std::vector<pollfd>& waiting)
 {
     waiting.push_back({m_wake.get(), POLLIN, 0});
-    for (const UniqueFd& listener : m_listeners) {
+    for (const orvan_common::UniqueFd& listener : m_listeners) {
         waiting.push_back({listener.get(), POLLIN, 0});
     }
     for (const Entrant& entrant : m_entrants) {
@@ -117,7 +117,7 @@ void HislipServer::serve(std::span<const pollfd> waiting)
         }
         return now >= entrant.deadline();
     });
-    for (const UniqueFd& listener : m_listeners) {
+    for (const orvan_common::UniqueFd& listener : m_listeners) {
         if (is_ready(listener.get())) {
             accept_clients(listener.get());
         }
@@ -141,7 +141,7 @@ HislipServer::Clock::time_point HislipServer::due() const
 
 void HislipServer::accept_clients(int listener)
 {
-    UniqueFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    orvan_common::UniqueFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     if (!socket) {
         return;
     }

@@ -26,8 +26,8 @@ public:
     static constexpr size_t kMostSessions = 32;
 
     /** All arguments outlive the executor's sessions. */
-    HislipServer(std::vector<UniqueFd> listeners, Executor& executor, StandardInstrument& instrument,
-                 Locks& locks);
+    HislipServer(std::vector<orvan_common::UniqueFd> listeners, Executor& executor,
+                 StandardInstrument& instrument, Locks& locks);
     ~HislipServer() override;
 
     void add_descriptors(std::vector<pollfd>& waiting) override;
@@ -44,7 +44,7 @@ private:
     /** A session without its second channel. */
     struct HalfOpen {
         uint16_t id;
-        UniqueFd sync;
+        orvan_common::UniqueFd sync;
         Clock::time_point deadline;
     };
 
@@ -55,10 +55,10 @@ private:
     bool serve_half_open(HalfOpen& session, bool readable);
     uint16_t free_id();
 
-    const std::vector<UniqueFd> m_listeners;
+    const std::vector<orvan_common::UniqueFd> m_listeners;
     Executor& m_executor;
     const hislip::Environment m_environment;
-    const UniqueFd m_wake;
+    const orvan_common::UniqueFd m_wake;
     std::list<hislip::Entrant> m_entrants;
     std::list<HalfOpen> m_half_open;
     std::list<hislip::AsyncChannel> m_channels;

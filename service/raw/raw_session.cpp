@@ -39,7 +39,8 @@ void set_option(int socket, int level, int name, const T& value)
 
 } // namespace
 
-RawSession::RawSession(UniqueFd socket, MessageSink& sink, MessageMemory& memory, const RawLimits& limits)
+RawSession::RawSession(orvan_common::UniqueFd socket, MessageSink& sink, MessageMemory& memory,
+                       const RawLimits& limits)
     : m_socket(std::move(socket)), m_sink(sink), m_limits(limits), m_buffer(memory)
 {
     const int fd = m_socket.get();

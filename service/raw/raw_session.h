@@ -38,7 +38,8 @@ struct RawLimits {
 class RawSession : public Session {
 public:
     /** @param sink, memory outlive the session */
-    RawSession(UniqueFd socket, MessageSink& sink, MessageMemory& memory, const RawLimits& limits);
+    RawSession(orvan_common::UniqueFd socket, MessageSink& sink, MessageMemory& memory,
+               const RawLimits& limits);
     ~RawSession() override;
 
     int descriptor() const override { return m_socket.get(); }
@@ -64,7 +65,7 @@ private:
     void answer_error(int number);
     bool has_room_for_reply() const;
 
-    const UniqueFd m_socket;
+    const orvan_common::UniqueFd m_socket;
     MessageSink& m_sink;
     const RawLimits m_limits;
     MessageBuffer m_buffer;

@@ -13,6 +13,8 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_selection.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_service {
 namespace {
 
@@ -41,21 +43,22 @@ sockaddr_in name_of(int socket)
     return name;
 }
 
-UniqueFd new_socket()
+orvan_common::UniqueFd new_socket()
 {
-    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    orvan_common::UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     check(static_cast<bool>(socket), "socket");
     return socket;
 }
 
 /** The other end of `client`; connections of others are dropped. */
-UniqueFd accept_from(int listener, int client)
+orvan_common::UniqueFd accept_from(int listener, int client)
 {
     const sockaddr_in expected = name_of(client);
     while (true) {
         sockaddr_in peer{};
         socklen_t size = sizeof peer;
-        UniqueFd socket(::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+        orvan_common::UniqueFd socket(
+            ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
         check(socket || errno == EINTR || errno == ECONNABORTED, "accept");
         if (socket && peer.sin_port == expected.sin_port &&
             peer.sin_addr.s_addr == expected.sin_addr.s_addr) {
@@ -68,7 +71,7 @@ UniqueFd accept_from(int listener, int client)
 
 LibraryInstrument::LibraryInstrument(MessageSink& sink) : m_sink(sink), m_library(new_socket())
 {
-    const UniqueFd listener = new_socket();
+    const orvan_common::UniqueFd listener = new_socket();
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(kPeer);

@@ -25,8 +25,8 @@ private:
     std::string receive_reply();
 
     MessageSink& m_sink;
-    UniqueFd m_library; // what the library writes to
-    UniqueFd m_reader;
+    orvan_common::UniqueFd m_library; // what the library writes to
+    orvan_common::UniqueFd m_reader;
 };
 
 } // namespace orvan_service

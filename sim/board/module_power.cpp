@@ -12,7 +12,8 @@ namespace sim_board {
 
 void report_module_power(Board& board, const std::string& path)
 {
-    const auto pipe = std::make_shared<UniqueFd>(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const auto pipe =
+        std::make_shared<orvan_common::UniqueFd>(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     if (!*pipe) {
         throw std::system_error(errno, std::generic_category(), path);
     }

@@ -12,6 +12,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using orvan_common::UniqueFd;
+
 namespace sim_control {
 
 /** One client of the control socket. */

@@ -47,7 +47,7 @@ private:
     EventLoop& m_loop;
     std::string m_path;
     const Execute m_execute;
-    UniqueFd m_listener;
+    orvan_common::UniqueFd m_listener;
     std::unordered_map<const ControlConnection*, std::unique_ptr<ControlConnection>> m_connections;
 };
 

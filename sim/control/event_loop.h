@@ -61,7 +61,7 @@ private:
     void fire_timers();
     void dispatch();
 
-    UniqueFd m_stop;
+    orvan_common::UniqueFd m_stop;
     bool m_stopped = false;
     std::vector<pollfd> m_polls;     // first entry: m_stop; a removed entry has fd -1 until dispatch ends
     std::vector<EventSink*> m_sinks; // parallel to m_polls

@@ -14,7 +14,7 @@ constexpr int kPatience = 2;
 
 std::string ask_board(const std::filesystem::path& socket, const std::string& verb)
 {
-    const UniqueFd fd(connect_unix(socket));
+    const orvan_common::UniqueFd fd(connect_unix(socket));
     if (!fd) {
         return "";
     }

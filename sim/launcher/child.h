@@ -38,7 +38,7 @@ public:
 
 private:
     pid_t m_pid = -1;
-    UniqueFd m_pidfd;
+    orvan_common::UniqueFd m_pidfd;
     int m_status = 0;
 };
 

@@ -60,7 +60,7 @@ Result<bool> Ground::set_link(int module, bool up)
     if (status.value() != 0) {
         return Error{step, 0, "ip ended with status " + std::to_string(status.value()), "", false};
     }
-    const Result<UniqueFd> socket = m_sandbox->make_descriptor(
+    const Result<orvan_common::UniqueFd> socket = m_sandbox->make_descriptor(
         Role::controller(), [] { return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); });
     if (!socket) {
         return socket.error();

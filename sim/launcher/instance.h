@@ -97,7 +97,7 @@ private:
     std::filesystem::path module_socket(int number) const;
     std::filesystem::path board_socket() const { return run_file("board.sock"); }
     std::filesystem::path module_power_pipe() const { return run_file("module-power"); }
-    UniqueFd open_log(const std::string& name) const;
+    orvan_common::UniqueFd open_log(const std::string& name) const;
 
     // instance_power.cpp: power of the modules, which the service's board switches
     void follow_module_power();
@@ -117,15 +117,15 @@ private:
     bool m_temporary = false;
     std::filesystem::path m_state;
     std::optional<Registry> m_registry;
-    UniqueFd m_lock;
+    orvan_common::UniqueFd m_lock;
     std::optional<Ground> m_ground;
-    UniqueFd m_listener; /**< on the host's loopback */
-    UniqueFd m_notifications;
-    UniqueFd m_reboots;
-    UniqueFd m_power_switches;
-    UniqueFd m_control;
-    UniqueFd m_controller_network; /**< a socket in it, to look at its interfaces */
-    std::string m_lan_address;     /**< as last announced */
+    orvan_common::UniqueFd m_listener; /**< on the host's loopback */
+    orvan_common::UniqueFd m_notifications;
+    orvan_common::UniqueFd m_reboots;
+    orvan_common::UniqueFd m_power_switches;
+    orvan_common::UniqueFd m_control;
+    orvan_common::UniqueFd m_controller_network; /**< a socket in it, to look at its interfaces */
+    std::string m_lan_address;                   /**< as last announced */
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;

@@ -30,7 +30,7 @@ std::string error_reply(const std::string& text)
  */
 void Instance::serve_control()
 {
-    const UniqueFd client(::accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const orvan_common::UniqueFd client(::accept4(m_control.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client) {
         return;
     }

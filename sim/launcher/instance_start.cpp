@@ -16,6 +16,8 @@
 #include "sockets.h"
 #include "state_lock.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_launcher {
 
 namespace fs = std::filesystem;

@@ -12,6 +12,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_launcher {
 
 namespace {

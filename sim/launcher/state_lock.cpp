@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_launcher {
 
 namespace {

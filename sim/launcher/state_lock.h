@@ -12,7 +12,7 @@ namespace orvan_launcher {
  * launcher dies, so the lock alone identifies a running instance. Negative with errno EWOULDBLOCK when
  * another process holds it.
  */
-UniqueFd lock_state(const std::filesystem::path& state);
+orvan_common::UniqueFd lock_state(const std::filesystem::path& state);
 
 /** True while a launcher holds the lock of that state directory. */
 bool is_running(const std::filesystem::path& state);

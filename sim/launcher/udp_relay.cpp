@@ -4,6 +4,8 @@
 
 #include <sys/socket.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_launcher {
 
 namespace {

@@ -27,7 +27,7 @@ public:
      * \param where    the server's address; empty while it has none
      * \param connect  makes a socket connected to the server there; negative on failure
      */
-    UdpRelay(UniqueFd outer, std::function<std::string()> where,
+    UdpRelay(orvan_common::UniqueFd outer, std::function<std::string()> where,
              std::function<int(const std::string&)> connect);
 
     /** Adds the descriptors to wait for. */
@@ -38,13 +38,13 @@ public:
 private:
     struct Client {
         sockaddr_in address;
-        UniqueFd server;
+        orvan_common::UniqueFd server;
         std::string server_address;
         unsigned long last_used;
     };
     Client* client_at(const sockaddr_in& address);
 
-    UniqueFd m_outer;
+    orvan_common::UniqueFd m_outer;
     std::function<std::string()> m_where;
     std::function<int(const std::string&)> m_connect;
     std::vector<Client> m_clients;

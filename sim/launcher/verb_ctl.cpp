@@ -20,7 +20,7 @@ int control_instance(const std::string& named_state, const std::vector<std::stri
         std::fprintf(stderr, "orvan-sim: %s\n", state.error().text().c_str());
         return 1;
     }
-    const UniqueFd launcher(connect_unix(state.value() / "run/control"));
+    const orvan_common::UniqueFd launcher(connect_unix(state.value() / "run/control"));
     if (!launcher) {
         std::perror("orvan-sim: connecting to the launcher");
         return 1;

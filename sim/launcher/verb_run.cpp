@@ -16,7 +16,7 @@ int run_instance(const RunOptions& options)
         ::sigaddset(&ending, number);
     }
     ::sigprocmask(SIG_BLOCK, &ending, nullptr);
-    const UniqueFd signals(::signalfd(-1, &ending, SFD_CLOEXEC));
+    const orvan_common::UniqueFd signals(::signalfd(-1, &ending, SFD_CLOEXEC));
 
     Instance instance(options, signals.get());
     if (const auto started = instance.start(); !started) {

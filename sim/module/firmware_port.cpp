@@ -9,6 +9,8 @@
 
 #include "socket_name.h"
 
+using orvan_common::UniqueFd;
+
 namespace sim_module {
 
 using namespace HaldeElec::Orvan;

@@ -63,7 +63,7 @@ private:
 
     sim_control::EventLoop& m_loop;
     Firmware& m_firmware;
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     uint16_t m_port;
     FirmwareStream m_stream;
     Frame m_frame{};      // the current one; after a stream, its last

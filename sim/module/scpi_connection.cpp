@@ -9,7 +9,7 @@
 
 namespace sim_module {
 
-ScpiConnection::ScpiConnection(ScpiServer& server, UniqueFd socket)
+ScpiConnection::ScpiConnection(ScpiServer& server, orvan_common::UniqueFd socket)
     : m_server(server), m_socket(std::move(socket)), m_events(POLLIN)
 {
     m_server.m_loop.watch(m_socket.get(), m_events, *this);

@@ -16,7 +16,7 @@ class ScpiServer;
 
 class ScpiConnection : private sim_control::EventSink {
 public:
-    ScpiConnection(ScpiServer& server, UniqueFd socket);
+    ScpiConnection(ScpiServer& server, orvan_common::UniqueFd socket);
     ~ScpiConnection() override;
 
     ScpiConnection(const ScpiConnection&) = delete;
@@ -37,7 +37,7 @@ private:
     bool replying() const { return m_piece < m_pieces.size(); }
 
     ScpiServer& m_server;
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     RequestFramer m_framer;
     std::vector<ReplyPiece> m_pieces;            // of the current reply
     size_t m_piece = 0;                          // the first one not completely sent

@@ -12,6 +12,8 @@
 #include "scpi_connection.h"
 #include "socket_name.h"
 
+using orvan_common::UniqueFd;
+
 namespace sim_module {
 
 namespace {

@@ -82,7 +82,7 @@ private:
     RequestExecutor& m_executor;
     const Faults& m_faults;
     RequestLog& m_log;
-    UniqueFd m_listener;
+    orvan_common::UniqueFd m_listener;
     bool m_away = false;
     sim_control::EventLoop::TimerId m_accept_pause = 0;
     std::unordered_map<const ScpiConnection*, std::unique_ptr<ScpiConnection>> m_connections;

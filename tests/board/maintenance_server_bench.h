@@ -61,7 +61,7 @@ class FewDescriptors {
 public:
     explicit FewDescriptors(size_t more)
     {
-        std::vector<UniqueFd> next;
+        std::vector<orvan_common::UniqueFd> next;
         do {
             next.emplace_back(::dup(STDERR_FILENO));
         } while (next.size() <= more);

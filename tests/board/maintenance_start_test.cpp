@@ -13,6 +13,7 @@
 using namespace board_test;
 using namespace HaldeElec::Orvan;
 using namespace std::string_literals;
+using orvan_common::UniqueFd;
 using orvan_test::FrameHeader;
 using orvan_test::LogLine;
 using orvan_test::MaintenanceClient;

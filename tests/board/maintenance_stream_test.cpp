@@ -51,7 +51,7 @@ public:
     }
 
 private:
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     sockaddr_in m_instrument = {};
 };
 

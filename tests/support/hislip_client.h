@@ -48,7 +48,7 @@ public:
 private:
     bool fill(size_t size, std::chrono::milliseconds bound);
 
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     std::string m_buffer;
     std::string m_received;
     std::string m_sent;

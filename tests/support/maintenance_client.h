@@ -55,7 +55,7 @@ public:
     std::string ready() const { return receive(std::chrono::milliseconds(0)); }
 
 private:
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
 };
 
 /**

@@ -15,7 +15,7 @@ namespace {
 
 std::string raise_loopback()
 {
-    const UniqueFd socket_fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const orvan_common::UniqueFd socket_fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request = {};
     std::strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;

@@ -38,7 +38,7 @@ size_t Blocks::put(size_t block, HALDE_PACKET& frame) const
 std::string read_download(const std::string& path)
 {
     const auto refuse = [&path](const std::string& why) { return Failure(kExitBadFile, path + ": " + why); };
-    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const orvan_common::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
     if (!fd || ::fstat(fd.get(), &info) != 0) {
         throw refuse(std::strerror(errno));

@@ -12,6 +12,8 @@
 
 #include "failure.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_maint {
 
 using HaldeElec::Orvan::FRMHEADERLEN;

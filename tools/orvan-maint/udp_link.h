@@ -23,7 +23,7 @@ public:
 private:
     void broadcast(std::span<const uint8_t> datagram, const Interface& interface);
 
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     std::vector<Interface> m_interfaces;
     int m_port = 0;
     int m_stop;

@@ -18,6 +18,8 @@
 #include "mount_copies.h"
 #include "namespaces.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

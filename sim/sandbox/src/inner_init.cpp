@@ -18,6 +18,8 @@
 #include "setup_report.h"
 #include "usb_links.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

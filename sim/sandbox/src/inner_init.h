@@ -13,12 +13,12 @@ namespace orvan_sandbox {
 
 /** A sandbox that has been set up. */
 struct Begun {
-    bool inside = false;            /**< true in the process that continues inside */
-    pid_t init = -1;                /**< first process, as its parent sees it (outside only) */
-    UniqueFd link;                  /**< to that process (outside only) */
-    ino_t network_id = 0;           /**< controller's network namespace */
-    std::vector<int> network_fds;   /**< descriptors of the roles' networks in the first process (outside) */
-    std::vector<UniqueFd> networks; /**< the same as own descriptors (inside) */
+    bool inside = false;          /**< true in the process that continues inside */
+    pid_t init = -1;              /**< first process, as its parent sees it (outside only) */
+    orvan_common::UniqueFd link;  /**< to that process (outside only) */
+    ino_t network_id = 0;         /**< controller's network namespace */
+    std::vector<int> network_fds; /**< descriptors of the roles' networks in the first process (outside) */
+    std::vector<orvan_common::UniqueFd> networks; /**< the same as own descriptors (inside) */
 };
 
 /**

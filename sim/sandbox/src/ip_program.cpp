@@ -11,6 +11,8 @@
 
 #include <unique_fd.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

@@ -6,6 +6,8 @@
 
 #include "orvan_sandbox/child_process.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace fs = std::filesystem;

@@ -12,13 +12,13 @@ namespace orvan_sandbox {
  * A detached copy of the mounts at and below a folder, as they are now. Needs privileges in the mount
  * namespace of the calling process.
  */
-Result<UniqueFd> copy_mounts(const std::filesystem::path& folder);
+Result<orvan_common::UniqueFd> copy_mounts(const std::filesystem::path& folder);
 
 /** The same without privileges, in a child process. */
-Result<UniqueFd> copy_mounts_unprivileged(const std::filesystem::path& folder);
+Result<orvan_common::UniqueFd> copy_mounts_unprivileged(const std::filesystem::path& folder);
 
 /** Mounts a copy at a folder, which is made if necessary. Once per copy. */
-Failure attach_copy(const UniqueFd& copy, const std::filesystem::path& folder);
+Failure attach_copy(const orvan_common::UniqueFd& copy, const std::filesystem::path& folder);
 
 } // namespace orvan_sandbox
 

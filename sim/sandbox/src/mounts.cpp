@@ -10,6 +10,8 @@
 #include "mount_copies.h"
 #include <unique_fd.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace fs = std::filesystem;

@@ -16,6 +16,8 @@
 #include "setup_report.h"
 #include <unique_fd.h>
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

@@ -12,6 +12,8 @@
 #include "orvan_sandbox/link.h"
 #include "orvan_sandbox/role.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

@@ -14,7 +14,8 @@ namespace orvan_sandbox {
  *
  * settings: a writable /proc/sys.
  */
-Result<std::vector<UniqueFd>> build_network(int modules, const UniqueFd& settings);
+Result<std::vector<orvan_common::UniqueFd>> build_network(int modules,
+                                                          const orvan_common::UniqueFd& settings);
 
 } // namespace orvan_sandbox
 

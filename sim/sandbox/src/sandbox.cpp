@@ -14,6 +14,8 @@
 #include "failure.h"
 #include "inner_init.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_sandbox {
 
 namespace {

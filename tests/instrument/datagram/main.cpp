@@ -48,7 +48,7 @@ int main(int argc, char** argv)
     if (argc < 4) {
         return 2;
     }
-    const UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const orvan_common::UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     ::setsockopt(fd.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     sockaddr_in to = {};

@@ -276,7 +276,7 @@ TEST_F(FsUtils, EmptyingAFolderRemovesItsFoldersBeforeItsFiles)
             write_file(folder / name, "done");
         }
     }
-    const UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    const orvan_common::UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     ASSERT_GE(inotify_add_watch(watch.get(), folder.path().c_str(), IN_DELETE), 0);
     InterposedCalls calls;
     EXPECT_EQ(OrvanFSUtils::delete_files_in_dir(folder.path().c_str()), 0);

@@ -19,6 +19,7 @@
 
 using namespace orvan_service;
 using namespace orvan_test;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -75,7 +75,7 @@ private:
         }
     }
 
-    UniqueFd m_socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    orvan_common::UniqueFd m_socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     std::vector<std::string> m_states;
 };
 

@@ -56,7 +56,7 @@ RunningHislip::RunningHislip(StandardInstrument& instrument)
 {
 }
 
-RunningHislip::RunningHislip(StandardInstrument& instrument, std::vector<UniqueFd> listeners)
+RunningHislip::RunningHislip(StandardInstrument& instrument, std::vector<orvan_common::UniqueFd> listeners)
     : m_port(port_of(listeners.front().get())), m_server({}, m_no_sink, {}),
       m_hislip(std::move(listeners), m_server.executor(), instrument, m_locks),
       m_stop(::eventfd(0, EFD_CLOEXEC))

@@ -59,7 +59,7 @@ public:
     orvan_service::Locks& locks() { return m_locks; }
 
 private:
-    RunningHislip(orvan_service::StandardInstrument& instrument, std::vector<UniqueFd> listeners);
+    RunningHislip(orvan_service::StandardInstrument& instrument, std::vector<orvan_common::UniqueFd> listeners);
 
     struct NoSink : orvan_service::MessageSink {
         void execute(int, char*, size_t) override {}
@@ -71,7 +71,7 @@ private:
     orvan_service::Locks m_locks;
     orvan_service::Server m_server;
     orvan_service::HislipServer m_hislip;
-    UniqueFd m_stop;
+    orvan_common::UniqueFd m_stop;
     std::thread m_attendant;
 };
 

@@ -51,7 +51,7 @@ protected:
         return status_number("/proc/" + std::to_string(service.pid()) + "/status", name);
     }
 
-    std::vector<UniqueFd> listener = open_listeners("127.0.0.1", 0);
+    std::vector<orvan_common::UniqueFd> listener = open_listeners("127.0.0.1", 0);
     const int port = local_port(listener[0].get());
     ServiceProcess service{{{"--modules-on-loopback", "--module-wait", "0", "--hislip-port", "off",
                              "--foreground", "--message-memory", "8"},

@@ -15,6 +15,7 @@
 
 using namespace orvan_service;
 using namespace orvan_test;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include <unique_fd.h>
 
 using namespace orvan_service;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -13,6 +13,7 @@
 using namespace orvan_service;
 using namespace orvan_test;
 using namespace std::chrono_literals;
+using orvan_common::UniqueFd;
 
 namespace {
 

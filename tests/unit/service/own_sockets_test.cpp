@@ -16,6 +16,7 @@
 
 using namespace orvan_service;
 using namespace orvan_test;
+using orvan_common::UniqueFd;
 
 TEST(OwnSockets, BothEndsOfAConnectionWithinTheProcessAreFound)
 {

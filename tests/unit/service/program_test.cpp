@@ -22,6 +22,7 @@
 
 using namespace orvan_service;
 using namespace orvan_test;
+using orvan_common::UniqueFd;
 
 namespace {
 

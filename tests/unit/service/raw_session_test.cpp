@@ -26,7 +26,7 @@ protected:
     {
         const auto listeners = open_listeners("127.0.0.1", 0);
         client.emplace(local_port(listeners.front().get()));
-        UniqueFd socket(::accept4(listeners.front().get(), nullptr, nullptr, SOCK_CLOEXEC));
+        orvan_common::UniqueFd socket(::accept4(listeners.front().get(), nullptr, nullptr, SOCK_CLOEXEC));
         session.emplace(std::move(socket), sink, memory, RawLimits{});
     }
 

@@ -242,7 +242,7 @@ TEST(Server, WithoutADescriptorLeftItContinuesAndServesTheClientLater)
     RunningServer server(sink);
     TestClient client(server.port()); // its socket is made while descriptors are left
     EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
-    std::vector<UniqueFd> hoard;
+    std::vector<orvan_common::UniqueFd> hoard;
     const auto begin = std::chrono::steady_clock::now();
     const int late = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     rlimit limit{};

@@ -15,6 +15,8 @@
 #include "service/process.h"
 #include "support/loopback.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_test {
 
 RecordingSink::RecordingSink(Handler handler) : m_handler(handler ? std::move(handler) : answer) {}

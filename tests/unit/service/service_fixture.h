@@ -17,6 +17,8 @@
 
 namespace orvan_test {
 
+using orvan_common::UniqueFd;
+
 /** Records messages and answers them: by default with the message's text, then ";+OK" CR LF. */
 class RecordingSink : public orvan_service::MessageSink {
 public:
@@ -69,11 +71,11 @@ public:
 
 private:
     RunningServer(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
-                  orvan_service::HangWatch* watch, std::vector<UniqueFd> listeners);
+                  orvan_service::HangWatch* watch, std::vector<orvan_common::UniqueFd> listeners);
 
     int m_port;
     orvan_service::Server m_server;
-    UniqueFd m_stop;
+    orvan_common::UniqueFd m_stop;
     std::thread m_thread;
 };
 
@@ -97,7 +99,7 @@ public:
     void reset();
 
 private:
-    UniqueFd m_socket;
+    orvan_common::UniqueFd m_socket;
     std::string m_received;
 };
 
@@ -114,7 +116,7 @@ public:
 
 private:
     pid_t m_pid = -1;
-    UniqueFd m_received;
+    orvan_common::UniqueFd m_received;
 };
 
 } // namespace orvan_test

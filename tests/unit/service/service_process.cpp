@@ -18,6 +18,8 @@
 #include "support/namespaces.h"
 #include "support/private_home.h"
 
+using orvan_common::UniqueFd;
+
 namespace orvan_test {
 
 namespace {

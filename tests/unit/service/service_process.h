@@ -49,7 +49,7 @@ private:
     bool read_more();
 
     pid_t m_pid = -1;
-    UniqueFd m_errors;
+    orvan_common::UniqueFd m_errors;
     std::string m_text;
 };
 

@@ -11,6 +11,8 @@
 #include "board/module_power.h"
 #include <unique_fd.h>
 
+using orvan_common::UniqueFd;
+
 namespace sim_board {
 namespace {
 

@@ -12,6 +12,7 @@
 #include "control/event_loop.h"
 
 using namespace std::chrono_literals;
+using orvan_common::UniqueFd;
 using sim_control::EventLoop;
 using sim_control::EventSink;
 

@@ -11,6 +11,7 @@
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 using namespace orvan_sandbox;
 using namespace sandbox_test;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -16,7 +16,7 @@ constexpr uid_t kNobody = 65534;
 /** Runs the suites of this program as another user and returns their output. */
 std::string run_as_nobody(const fs::path& program, const char* filter, int& status)
 {
-    const UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
+    const orvan_common::UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
     const pid_t child = ::fork();
     if (child == 0) {
         ::dup2(output.get(), 1);

@@ -26,7 +26,7 @@ TemporaryDirectory::~TemporaryDirectory()
 
 std::string shell(Sandbox& sandbox, Role role, const std::string& text)
 {
-    const UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
+    const orvan_common::UniqueFd output(::memfd_create("output", MFD_CLOEXEC));
     Command command;
     command.argv = {"sh", "-c", text};
     command.output = output.get();

@@ -121,7 +121,7 @@ TEST(StandIns, RebootWritesToThePipe)
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     const std::filesystem::path pipe = state.path() / "run/reboot";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const UniqueFd reading(::open(pipe.c_str(), O_RDWR | O_NONBLOCK));
+    const orvan_common::UniqueFd reading(::open(pipe.c_str(), O_RDWR | O_NONBLOCK));
     EXPECT_EQ(shell(sandbox, Role::controller(), "sudo reboot; echo $?"), "0\n");
     char text[16] = {};
     EXPECT_EQ(read(reading.get(), text, sizeof text), 7);

@@ -29,8 +29,9 @@ struct Command {
 
 /** The namespaces for a child; those of the caller if both descriptors are empty. */
 struct Membership {
-    UniqueFd init;    /**< pidfd of the sandbox's first process: user, mount, IPC, UTS and PID namespace */
-    UniqueFd network; /**< network namespace of the role */
+    orvan_common::UniqueFd
+        init; /**< pidfd of the sandbox's first process: user, mount, IPC, UTS and PID namespace */
+    orvan_common::UniqueFd network; /**< network namespace of the role */
 };
 
 /**
@@ -55,7 +56,8 @@ Result<pid_t> spawn_function(const Membership& membership, const std::function<i
  * Runs `make` in such a child and passes the descriptor it returns to the caller, e.g. a socket in that
  * network namespace. A negative result of `make` is an error with the child's errno.
  */
-Result<UniqueFd> make_descriptor(const Membership& membership, const std::function<int()>& make);
+Result<orvan_common::UniqueFd> make_descriptor(const Membership& membership,
+                                               const std::function<int()>& make);
 
 /**
  * Waits for a child. Returns as the shell does: exit status, or 128 + signal number; -1 when there is no such

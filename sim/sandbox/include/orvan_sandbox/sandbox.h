@@ -84,7 +84,7 @@ public:
     /** See child_process.h; the command's environment takes precedence over the sandbox's. */
     Result<pid_t> spawn(Role role, Command command);
     Result<pid_t> spawn(Role role, const std::function<int()>& body);
-    Result<UniqueFd> make_descriptor(Role role, const std::function<int()>& make);
+    Result<orvan_common::UniqueFd> make_descriptor(Role role, const std::function<int()>& make);
     /** spawn and wait_for in one. */
     Result<int> run(Role role, Command command);
     Result<int> run(Role role, const std::function<int()>& body);
@@ -116,13 +116,13 @@ private:
     };
 
     Pid m_init;
-    UniqueFd m_link;
+    orvan_common::UniqueFd m_link;
     ino_t m_network_id = 0;
     std::filesystem::path m_state;
     Environment m_environment;
     std::vector<int> m_network_fds; /**< numbers in the first process */
     std::vector<Membership> m_roles;
-    std::vector<UniqueFd> m_children;
+    std::vector<orvan_common::UniqueFd> m_children;
 };
 
 /** The sandbox as held by a process that has entered it. */
@@ -133,7 +133,7 @@ public:
 private:
     friend Result<Inside> enter(const Options& options);
     friend class RoleScope;
-    std::vector<UniqueFd> m_networks;
+    std::vector<orvan_common::UniqueFd> m_networks;
 };
 
 /**
@@ -158,7 +158,7 @@ public:
     bool entered() const { return m_entered; }
 
 private:
-    UniqueFd m_back;
+    orvan_common::UniqueFd m_back;
     bool m_entered = false;
 };
 

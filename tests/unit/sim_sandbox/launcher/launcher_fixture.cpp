@@ -12,6 +12,8 @@
 
 #include "sockets.h"
 
+using orvan_common::UniqueFd;
+
 namespace launcher_test {
 
 namespace fs = std::filesystem;

@@ -10,6 +10,7 @@
 
 namespace launcher_test {
 
+using orvan_common::UniqueFd;
 using sandbox_test::TemporaryDirectory;
 
 struct Outcome {

@@ -8,6 +8,7 @@
 #include "udp_relay.h"
 
 using namespace orvan_launcher;
+using orvan_common::UniqueFd;
 
 namespace {
 

@@ -173,7 +173,7 @@ TEST_F(OrvanSimRun, ServiceRunsInTheSandboxWithTheStandInsFirst)
 
 TEST_F(OrvanSimRun, BusyPortIsAnErrorThatNamesTheOption)
 {
-    const UniqueFd busy(orvan_launcher::listen_tcp("127.0.0.1", 0));
+    const orvan_common::UniqueFd busy(orvan_launcher::listen_tcp("127.0.0.1", 0));
     const std::string port = std::to_string(orvan_launcher::port_of(busy.get()));
     EXPECT_EQ(sim({"run", "--scpi-port", port}).output,
               "orvan-sim: listening on 127.0.0.1 port " + port +
@@ -185,7 +185,7 @@ TEST_F(OrvanSimRun, GivenPortIsServed)
 {
     int port = 0;
     {
-        const UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
+        const orvan_common::UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
         port = orvan_launcher::port_of(free_one.get());
     }
     if (!start_ready({"--modules", "none", "--scpi-port", std::to_string(port)})) {
@@ -215,7 +215,7 @@ TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)
 
     const int port = std::stoi(printed("UDP 127.0.0.1:"));
     for (int round = 0; round < 2; ++round) {
-        const UniqueFd client(orvan_launcher::connect_udp("127.0.0.1", port));
+        const orvan_common::UniqueFd client(orvan_launcher::connect_udp("127.0.0.1", port));
         const std::string request(1046, static_cast<char>('a' + round));
         ASSERT_EQ(send(client.get(), request.data(), request.size(), 0), 1046);
         char text[2000] = {};

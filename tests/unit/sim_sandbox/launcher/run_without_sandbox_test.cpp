@@ -74,7 +74,7 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
     fs::copy(m_folder.path() / "bin", outer.path() / "bin"); // what the outer sandbox shows
     const fs::path program = outer.path() / "bin/orvan-sim";
     const auto run = [&](const char* option) {
-        const UniqueFd text(::memfd_create("output", 0));
+        const orvan_common::UniqueFd text(::memfd_create("output", 0));
         const auto status = sandbox.run(orvan_sandbox::Role::controller(), [&] {
             std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
             ::dup2(text.get(), 1);
