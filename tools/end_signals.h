@@ -6,6 +6,8 @@
 
 #include <sys/signalfd.h>
 
+namespace orvan_tools {
+
 /**
  * Blocks SIGINT and SIGTERM in the calling thread, the first one of the program.
  *
@@ -21,5 +23,7 @@ inline int block_end_signals()
     ::sigprocmask(SIG_BLOCK, &ends, nullptr);
     return ::signalfd(-1, &ends, SFD_CLOEXEC);
 }
+
+} // namespace orvan_tools
 
 #endif

@@ -4,5 +4,5 @@
 
 int main(int argc, char** argv)
 {
-    return orvan_db::run(argc, argv, g_shmemName, block_end_signals());
+    return orvan_db::run(argc, argv, g_shmemName, orvan_tools::block_end_signals());
 }

@@ -3,5 +3,5 @@
 
 int main(int argc, char** argv)
 {
-    return orvan_maint::run(argc, argv, block_end_signals());
+    return orvan_maint::run(argc, argv, orvan_tools::block_end_signals());
 }
