@@ -247,7 +247,7 @@ private:
 
 } // namespace
 
-int16_t scpi_lex_element_error(const char* p, const char* end, scpi_parameter_t* out, const char** next)
+int16_t scpi::lex_element(const char* p, const char* end, scpi_parameter_t* out, const char** next)
 {
     *out = {};
     Scanner scanner(p, end, *out);

@@ -8,6 +8,8 @@
 
 #include "scpi/types.h"
 
+namespace scpi {
+
 /**
  * Scans the element that starts at `p`, without leading white space, and never reads at or past `end`.
  *
@@ -19,12 +21,8 @@
  * @return 0, or the error number: -101 a character that cannot start an element; -102 an empty element;
  *         -120, -121 numbers; -141 character data; -151 strings; -161 blocks; -171 expressions
  */
-int16_t scpi_lex_element_error(const char* p, const char* end, scpi_parameter_t* out, const char** next);
+int16_t lex_element(const char* p, const char* end, scpi_parameter_t* out, const char** next);
 
-/** The same for callers that do not need the error number: false on an error. */
-inline bool scpi_lex_element(const char* p, const char* end, scpi_parameter_t* out, const char** next)
-{
-    return scpi_lex_element_error(p, end, out, next) == 0;
-}
+} // namespace scpi
 
 #endif

@@ -134,7 +134,7 @@ scpi_bool_t SCPI_Parameter(scpi_t* context, scpi_parameter_t* parameter, scpi_bo
     }
     scpi_parameter_t element;
     const char* next = nullptr;
-    int16_t error = scpi_lex_element_error(p, parameters_end(context), &element, &next);
+    int16_t error = lex_element(p, parameters_end(context), &element, &next);
     if (error == 0) {
         error = length_error(element);
     }
@@ -207,7 +207,7 @@ scpi_bool_t SCPI_ParamCopyText(scpi_t* context, char* buffer, size_t size, size_
     char quote = '\0';
     if (p < end && (*p == '"' || *p == '\'' || *p == '#' || *p == '(')) {
         scpi_parameter_t parameter;
-        int16_t error = scpi_lex_element_error(p, end, &parameter, &next);
+        int16_t error = lex_element(p, end, &parameter, &next);
         if (error == 0 && !is_string(parameter)) {
             error = not_allowed_error(parameter.type);
         }
