@@ -83,7 +83,7 @@ TEST_F(PortableBus, AMessageOfAnyChannelIsBracketedByTheSelectPinsWithNoWait)
     }
 }
 
-TEST_F(PortableBus, RoutingIsTheBasesAndTheImpedanceIsKept)
+TEST_F(PortableBus, RoutingIsInheritedAndTheImpedanceIsStored)
 {
     uint32_t channel = 1;
     handler->SetCommChannel(channel);

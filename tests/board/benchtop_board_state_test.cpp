@@ -34,7 +34,7 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Channels, BenchtopBoardState, testing::Values(1, 2, 3, 4));
 
-TEST_P(BenchtopBoardState, AnRfOutputIsSwitchedAtItsChannelsSlot)
+TEST_P(BenchtopBoardState, AnRfOutputIsSwitchedInItsChannelsSlot)
 {
     for (uint32_t channel = 1; channel <= channels(); ++channel) {
         select(channel);
@@ -71,7 +71,7 @@ TEST_P(BenchtopBoardState, AModulationIsRoutedToItsChannelsSlot)
     }
 }
 
-TEST_F(BenchtopRouting, ACouplingIsSeenAtTheTriggerSwitches)
+TEST_F(BenchtopRouting, ACouplingShowsAtTheTriggerSwitches)
 {
     handler.SetNumDevices(4);
     for (const uint32_t channel : {1u, 2u, 3u, 4u}) {

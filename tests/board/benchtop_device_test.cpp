@@ -94,7 +94,7 @@ TEST_F(BenchtopDeviceTest, TriggerCoupleOfNoModulesDoesNothing)
     EXPECT_EQ(selected(), 3u);
 }
 
-TEST_F(BenchtopDeviceTest, TriggerSourceIsHandedOnAsACoupling)
+TEST_F(BenchtopDeviceTest, TriggerSourceIsForwardedAsACoupling)
 {
     record_calls();
     recording.results = {{1, -5}};
@@ -110,7 +110,7 @@ TEST_F(BenchtopDeviceTest, TriggerSourceIsHandedOnAsACoupling)
                                         "2 source 1", "2 source 2", "2 source 3"}));
 }
 
-TEST_F(BenchtopDeviceTest, TriggerImpedanceIsOneOrZeroBothWays)
+TEST_F(BenchtopDeviceTest, TriggerImpedanceIsSetAndReadAsOneOrZero)
 {
     record_calls();
     device->SetSelectChannel(1);
@@ -189,7 +189,7 @@ TEST_F(BenchtopDeviceTest, ConstantsOfTheClass)
     EXPECT_EQ(device->tempSensorReadConvert(0x0c90), 25.03125);
 }
 
-TEST_F(BenchtopDeviceTest, OptionTableIsReturnedEvenToACallerThatHasOne)
+TEST_F(BenchtopDeviceTest, OptionTableIsReturnedEvenIfTheCallerHasOne)
 {
     void* table = nullptr;
     size_t size = 0;
@@ -226,7 +226,7 @@ TEST_F(BenchtopDeviceTest, OptionTextIsCopiedAtExactlyItsSize)
     inside().set_settings(nullptr);
 }
 
-TEST_F(BenchtopDeviceTest, TestsAreNotRegisteredWithoutTheirManager)
+TEST_F(BenchtopDeviceTest, TestsAreNotRegisteredWithoutATestManager)
 {
     EXPECT_EQ(inside().bit_manager(), nullptr);
     EXPECT_EQ(device->bit_register(), -1);
@@ -282,7 +282,7 @@ TEST_F(BenchtopDeviceTest, ReleaseIsAwaitedByBit40EveryFiftyMilliseconds)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(BenchtopDeviceTest, ReleasedButtonEndsTheWaitAtOnceWhateverTheArmedBitShows)
+TEST_F(BenchtopDeviceTest, ReleasedButtonEndsTheWaitAtOnceRegardlessOfTheArmedBit)
 {
     expander().drive(Mcp23017::kB, 0x40, 0x00);
     device->WaitPowerButtonRelease();
@@ -303,7 +303,7 @@ TEST_F(BenchtopDeviceTest, ReleaseIsNotAwaitedWithoutTheExpander)
                                 {LOG_USER | LOG_ERR, "WaitPowerButtonRelease: expander 20h not reachable"}}));
 }
 
-TEST_F(BenchtopDeviceTest, ReadThatFailsEndsTheWaitForTheRelease)
+TEST_F(BenchtopDeviceTest, FailedReadEndsTheWaitForTheRelease)
 {
     expander().drive(Mcp23017::kB, 0x40, 0x40);
     // Three reads, of two transfers each, succeed.

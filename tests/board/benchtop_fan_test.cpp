@@ -68,7 +68,7 @@ struct Band {
     const char* drive;
 };
 
-TEST_F(BenchtopFan, DrivesByTheTemperatureOfTheHottestModule)
+TEST_F(BenchtopFan, FollowsTheTemperatureOfTheHottestModule)
 {
     start_fan();
     for (const auto& [told, logged, value] :
@@ -85,7 +85,7 @@ TEST_F(BenchtopFan, DrivesByTheTemperatureOfTheHottestModule)
     }
 }
 
-TEST_F(BenchtopFan, ModuleThatDoesNotAnswerCountsAsHot)
+TEST_F(BenchtopFan, SilentModuleCountsAsHot)
 {
     start_fan();
     hottest_module_tells("20.0");
@@ -192,7 +192,7 @@ TEST_F(BenchtopFan, WithoutAManagerNothingIsReportedOrCounted)
     EXPECT_EQ(fan_test(), kPass) << "no failure was counted";
 }
 
-TEST_F(BenchtopFan, ModeIsNotStoredAndANewStartIsInAuto)
+TEST_F(BenchtopFan, ModeIsNotStoredAndStartsAsAuto)
 {
     start_fan();
     const Blob before = eeprom_image();

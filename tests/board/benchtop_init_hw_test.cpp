@@ -44,7 +44,7 @@ protected:
     std::optional<OrvanBenchtopDevice> device;
 };
 
-TEST_F(BenchtopInitHw, IsTheseAccesses)
+TEST_F(BenchtopInitHw, MakesTheseAccesses)
 {
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(expect_trace(trace(), R"(
@@ -214,7 +214,7 @@ TEST_F(BenchtopInitHw, ClearsTheseBitsOfWhatWasSet)
     )"));
 }
 
-TEST_F(BenchtopInitHw, ExpandersNotFittedArePassedOverUntilTheModulationReset)
+TEST_F(BenchtopInitHw, MissingExpandersAreSkippedUntilTheModulationReset)
 {
     fault(0x20)->absent(true);
     fault(0x24)->absent(true);
@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Failure{0x24, 16, "InitHW: GPIO expander 0x24 initialization failed"},
                     Failure{0x24, 17, ""}));
 
-TEST_P(BenchtopInitHwFailure, IsReportedByThePartInWhichItHappens)
+TEST_P(BenchtopInitHwFailure, IsReportedByThePartThatFailed)
 {
     const auto& [address, transfers, message] = GetParam();
     fault(address)->refuse_after(transfers);
@@ -284,7 +284,7 @@ TEST_P(BenchtopInitHwFailure, IsReportedByThePartInWhichItHappens)
     EXPECT_EQ(logs.lines(), well ? std::vector<LogLine>{} : (std::vector<LogLine>{{LOG_ERR, message}}));
 }
 
-TEST_F(BenchtopInitHw, AnyTransferOfTheModulationResetThatFailsIsReported)
+TEST_F(BenchtopInitHw, AnyFailedTransferOfTheModulationResetIsReported)
 {
     const auto chip = orvan_test::refuse_one(board->i2c(), 0x20, SIZE_MAX);
     for (size_t transfer = 29; transfer < 53; ++transfer) {
@@ -297,7 +297,7 @@ TEST_F(BenchtopInitHw, AnyTransferOfTheModulationResetThatFailsIsReported)
     EXPECT_TRUE(device->InitHW());
 }
 
-TEST_F(BenchtopInitHw, FailedPartIsTakenToItsEndAndTheNextOneNotBegun)
+TEST_F(BenchtopInitHw, FailedPartIsCompletedAndTheNextOneNotStarted)
 {
     const auto chip = fault(0x20);
     // Reads show bits that nothing sets; then the read of port B fails, and its change works on what the
@@ -343,7 +343,7 @@ TEST_F(BenchtopInitHw, ArmsThePowerButtonOnBit20)
     EXPECT_EQ(board->gpio().level(2), 1);
 }
 
-TEST_F(BenchtopInitHw, CanBeDoneAgain)
+TEST_F(BenchtopInitHw, CanBeRepeated)
 {
     EXPECT_TRUE(device->InitHW());
     const auto first = trace();

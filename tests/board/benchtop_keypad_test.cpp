@@ -9,7 +9,7 @@ using namespace board_test;
 
 namespace {
 
-TEST_F(BenchtopStart, KeypadThatHasAnEventIsReadOnceByHand)
+TEST_F(BenchtopStart, PendingKeypadEventIsReadOnceWithoutAnInterrupt)
 {
     store(settled_settings());
     start_and_settle();
@@ -25,7 +25,7 @@ TEST_F(BenchtopStart, KeypadThatHasAnEventIsReadOnceByHand)
     EXPECT_EQ(logs.count(LOG_ERR, "RunKbdServer: unable to setup I2C ISR"), 0u);
 }
 
-TEST_F(BenchtopStart, KeypadThatIsNotFittedIsNoFailure)
+TEST_F(BenchtopStart, MissingKeypadIsNoFailure)
 {
     store(settled_settings());
     start_and_settle();

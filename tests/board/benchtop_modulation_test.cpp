@@ -106,7 +106,7 @@ TEST_P(BenchtopModulation, NumbersOutOfRangeCountAsTheFirst)
     }
 }
 
-TEST_F(BenchtopRouting, AmOnChannelThreeIsTheseAccesses)
+TEST_F(BenchtopRouting, AmOnChannelThreeMakesTheseAccesses)
 {
     handler.SetNumDevices(4);
     select(3);
@@ -140,7 +140,7 @@ TEST_F(BenchtopRouting, AmOnChannelThreeIsTheseAccesses)
     )"));
 }
 
-TEST_F(BenchtopRouting, ModulationLogsItsBeginningAndEndInTheDebugLog)
+TEST_F(BenchtopRouting, ModulationLogsItsStartAndEndInTheDebugLog)
 {
     select(1);
     s_debug.clear();
@@ -150,7 +150,7 @@ TEST_F(BenchtopRouting, ModulationLogsItsBeginningAndEndInTheDebugLog)
     EXPECT_TRUE(s_debug[1].ends_with("]OrvanConnBenchtop::setModSrc end")) << s_debug[1];
 }
 
-TEST_F(BenchtopRouting, ModulationRunsOnToItsEndAfterAFailedAccess)
+TEST_F(BenchtopRouting, ModulationContinuesAfterAFailedAccess)
 {
     handler.SetNumDevices(4);
     select(2);

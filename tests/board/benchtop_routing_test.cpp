@@ -22,7 +22,7 @@ constexpr Switch kRfOutput[4][4] = {
     {{0x12, 0x20}, {0x13, 0x01}, {0x13, 0x10}, {0x13, 0x40}},
 };
 
-TEST_P(BenchtopInstalled, RfOutputSwitchesTheBitOfItsChannelAlone)
+TEST_P(BenchtopInstalled, RfOutputSwitchesOnlyTheBitOfItsChannel)
 {
     for (uint32_t channel = 1; channel <= 4; ++channel) {
         const Switch& bit = kRfOutput[GetParam() - 1][channel - 1];
@@ -67,7 +67,7 @@ TEST_F(BenchtopRouting, RfOutputThatFailsIsLoggedAndReportsSuccess)
                                 {LOG_ERR, "SetRFOutput: failed to set RF output for channel 3"}}));
 }
 
-TEST_F(BenchtopRouting, RfOutputWithoutItsExpanderDoesNothingInSilence)
+TEST_F(BenchtopRouting, RfOutputWithoutItsExpanderDoesNothingSilently)
 {
     handler.SetNumDevices(4);
     select(1);
@@ -147,7 +147,7 @@ TEST_F(BenchtopRouting, ImpedanceThatFailsIsLoggedKeptAndReportsSuccess)
     EXPECT_EQ(kept, 1u);
 }
 
-TEST_F(BenchtopRouting, ImpedanceWithoutItsExpanderIsKeptInSilence)
+TEST_F(BenchtopRouting, ImpedanceWithoutItsExpanderIsKeptSilently)
 {
     select(4);
     sim_board::insert_fault(board->i2c(), 0x20)->absent(true);
@@ -177,7 +177,7 @@ constexpr int kCoupled[3][5][4] = {
     {{0, 1, 1, 1}, {0, 0, 1, 1}, {0, 1, 0, 1}, {0, 1, 1, 0}, {0, 0, 0, 0}},
 };
 
-TEST_P(BenchtopInstalled, TriggerSourceSetsTheSwitchOfItsChannelAndPutsTheTerminationOnAgain)
+TEST_P(BenchtopInstalled, TriggerSourceSetsItsChannelsSwitchAndRestoresTheTermination)
 {
     for (uint32_t channel = 1; channel <= 4; ++channel) {
         for (uint8_t couple = 0; couple <= 4; ++couple) {

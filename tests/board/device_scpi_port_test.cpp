@@ -51,7 +51,7 @@ TEST_F(ScpiPort, IsStoredInBothStoresAndTheControllerReboots)
               (std::vector<LogLine>{{LOG_INFO, "[CPersistentData] readEeprom: read 1024 bytes, ok"}}));
 }
 
-TEST_F(ScpiPort, OfZeroAndOfTheHighestNumberAreStoredAsTheyAre)
+TEST_F(ScpiPort, ZeroAndTheHighestNumberAreStoredUnchanged)
 {
     EXPECT_EQ(device->SetScpiPort(0), 0);
     EXPECT_EQ(cells(), bytes_of(blob_with_port("0", 58)));
@@ -70,7 +70,7 @@ TEST_F(ScpiPort, AShorterTextEndsAtItsTerminatorAndKeepsTheRestOfTheField)
     EXPECT_EQ(cells(), bytes_of(peer->build(&record, 1, 59)));
 }
 
-TEST_F(ScpiPort, ThatIsAlreadySetIsNotWrittenButStillReboots)
+TEST_F(ScpiPort, AlreadySetIsNotWrittenButStillReboots)
 {
     EXPECT_EQ(device->SetScpiPort(5026), 0);
     const size_t cycles = board->eeprom().write_cycles();
@@ -79,7 +79,7 @@ TEST_F(ScpiPort, ThatIsAlreadySetIsNotWrittenButStillReboots)
     EXPECT_EQ(stand_ins.calls().size(), 2u);
 }
 
-TEST_F(ScpiPort, IsTakenByTheNextStart)
+TEST_F(ScpiPort, IsUsedByTheNextStart)
 {
     EXPECT_EQ(device->SetScpiPort(5026), 0);
     device.reset();

@@ -185,7 +185,7 @@ TEST_F(Cat25640Driver, ExactlyOnePageIsOneWriteAndARefusedOneOfNothing)
     EXPECT_EQ(lines.size(), 3u) << "the refused write sends nothing";
 }
 
-TEST_F(Cat25640Driver, TheLastWholePageIsNoRefusedOneMore)
+TEST_F(Cat25640Driver, LastWholePageIsWrittenAndOneByteMoreIsRefused)
 {
     EXPECT_EQ(write(128, counting(192)), 192u);
     EXPECT_EQ(out.text(), page_line(128) + page_line(192) + page_line(256));
@@ -231,13 +231,13 @@ TEST_F(Cat25640Driver, ALongerReadIsNotSent)
     EXPECT_EQ(bus.longest, 1040u);
 }
 
-TEST_F(Cat25640Driver, AReadOfNothingIsRefusedWithoutTraffic)
+TEST_F(Cat25640Driver, AReadOfNoBytesIsRefusedWithoutTraffic)
 {
     EXPECT_EQ(read(0, 0), Bytes{});
     EXPECT_TRUE(messages().empty());
 }
 
-TEST_F(Cat25640Driver, AWriteOfNothingIsAnInvalidAddress)
+TEST_F(Cat25640Driver, AWriteOfNoBytesIsAnInvalidAddress)
 {
     EXPECT_EQ(write(16, {}), 0u);
     EXPECT_EQ(out.text(), "Trying to write to invalid address 0x10\n");
@@ -366,7 +366,7 @@ TEST_F(Cat25640Driver, APowerCutInAPageWritesTheFirstBytesOfItAndNothingAfter)
     EXPECT_EQ(read(0, 128), counting(128)) << "it heals";
 }
 
-TEST_F(Cat25640Driver, ABitFlippedOnTheBusIsReadAsItCame)
+TEST_F(Cat25640Driver, ABitFlippedOnTheBusIsReadAsReceived)
 {
     const Bytes data = counting(64);
     write(0, data);
@@ -391,7 +391,7 @@ TEST_F(Cat25640Driver, WithoutABusEverythingIsRefused)
     EXPECT_TRUE(messages() == std::vector<std::string>(100, "delay 1000"));
 }
 
-TEST_F(Cat25640Driver, TheChannelIsLeftToTheCaller)
+TEST_F(Cat25640Driver, TheCallerSelectsTheChannel)
 {
     uint32_t channel = 4;
     handler.SetCommChannel(channel);

@@ -54,7 +54,7 @@ private:
     Scpi_Orvanx* modules = Scpi_Orvanx::getInstance();
 };
 
-TEST_F(Ksr7000Charge, IsTheBatterysOwn)
+TEST_F(Ksr7000Charge, IsReadFromTheBattery)
 {
     battery->set(0x0D, 67);
     uint16_t percentage = 0xffff;
@@ -106,7 +106,7 @@ TEST_F(Ksr7000Charge, CycleReadsChargeAndCurrentAndThenWaits5Seconds)
     EXPECT_EQ(shown_status(), -1);
 }
 
-TEST_F(Ksr7000Charge, IsShownAsItIsAndSwitchesNothing)
+TEST_F(Ksr7000Charge, IsShownUnscaledAndSwitchesNothing)
 {
     for (const int percentage : {100, 65, 34, 33, 31, 30, 29, 5, 1, 0, 4, 34, 100}) {
         battery->set(0x0D, static_cast<uint16_t>(percentage));
@@ -177,7 +177,7 @@ TEST_F(Ksr7000Charge, SixFailedCyclesLogOneLineAndAGoodOneRestartsTheCount)
     EXPECT_EQ(retry, 0);
 }
 
-TEST_F(Ksr7000Charge, BusIsHeldForTheReadingAndNotForTheWaitInWhichTheHandlesStayOpen)
+TEST_F(Ksr7000Charge, BusIsHeldForTheReadingButNotForTheWaitAndTheHandlesStayOpen)
 {
     std::mutex& bus = device->GetSPIhandler()->mtx;
     const auto bus_is_free = [&bus] {

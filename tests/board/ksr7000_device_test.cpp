@@ -117,7 +117,7 @@ TEST_F(Ksr7000Operations, RfOutputIsOneBitOfPortA)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(Ksr7000Operations, RfOutputOfAChannelThatIsNotThereTouchesNothing)
+TEST_F(Ksr7000Operations, RfOutputOfAMissingChannelTouchesNothing)
 {
     for (const uint32_t channel : {2u, 0u, 5u, 0xffffffffu}) {
         EXPECT_EQ(switch_rf(D::On, channel), -1) << channel;
@@ -178,7 +178,7 @@ TEST_F(Ksr7000Operations, ConstantsOfTheClass)
     EXPECT_EQ(device->tempSensorReadConvert(0x0c90), 25.03125);
 }
 
-TEST_F(Ksr7000Operations, OptionTableIsReturnedEvenToACallerThatHasOne)
+TEST_F(Ksr7000Operations, OptionTableIsReturnedEvenIfTheCallerHasOne)
 {
     void* table = nullptr;
     size_t size = 0;
@@ -302,7 +302,7 @@ TEST_F(Ksr7000Bus, MessageReachesTheTargetOfItsChannel)
     }
 }
 
-TEST_F(Ksr7000Bus, RoutingIsTheBases)
+TEST_F(Ksr7000Bus, RoutingIsInherited)
 {
     uint32_t channel = 1;
     handler->SetCommChannel(channel);

@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(Ksr7000InitHw, IsTheseAccesses)
+TEST_F(Ksr7000InitHw, MakesTheseAccesses)
 {
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(expect_trace(trace(), R"(
@@ -128,7 +128,7 @@ TEST_F(Ksr7000InitHw, ClearsTheseBitsOfWhatWasSet)
     )"));
 }
 
-TEST_F(Ksr7000InitHw, WhatIsNotFittedIsPassedOver)
+TEST_F(Ksr7000InitHw, MissingChipsAreSkipped)
 {
     for (const uint8_t chip : {kPorts, kSupply, kCharger, kBattery}) {
         fault(chip)->absent(true);
@@ -172,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(Transfers, Ksr7000InitHwFailure,
                                          Failure{0x09, 0, kChargerFailed}, Failure{0x09, 6, kChargerFailed},
                                          Failure{0x09, 7, ""}));
 
-TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartInWhichItHappens)
+TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartThatFailed)
 {
     EXPECT_TRUE(device->InitHW());
     EXPECT_TRUE(inside().battery_is_alive());
@@ -193,7 +193,7 @@ TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartInWhichItHappens)
     }
 }
 
-TEST_F(Ksr7000InitHw, FailedPartIsTakenToItsEndAndTheNextOneNotBegun)
+TEST_F(Ksr7000InitHw, FailedPartIsCompletedAndTheNextOneNotStarted)
 {
     const auto chip = fault(kPorts);
     // Reads show bits that nothing sets; then the read of port B fails, and its change works on what the

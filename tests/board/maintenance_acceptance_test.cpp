@@ -47,7 +47,7 @@ TEST_F(MaintenanceAcceptance, TheWholeLoopbackButItsFirstAddressIsForeign)
     }
 }
 
-TEST_F(MaintenanceAcceptance, AnyOpcodeIsLoggedAndOnlyAKnownOneAnswered)
+TEST_F(MaintenanceAcceptance, EveryOpcodeIsLoggedAndOnlyKnownOnesAreAnswered)
 {
     for (const char* opcode : {"HEIX", "heid", "HEIF", "NONE", "EHID", "HE\0\0", "\0\0\0\0"}) {
         logs.clear();
@@ -79,7 +79,7 @@ TEST_F(MaintenanceAcceptance, ForeignFrameChangesNothing)
     EXPECT_EQ(printed(), "");
 }
 
-TEST_F(MaintenanceAcceptance, FrameWithoutAMacHasThatOfTheFrameBefore)
+TEST_F(MaintenanceAcceptance, FrameWithoutAMacKeepsTheMacOfThePreviousFrame)
 {
     const MaintenanceClient elsewhere("127.0.0.2");
     peer.serve("HEID"s, elsewhere.address());
@@ -101,7 +101,7 @@ TEST_F(MaintenanceAcceptance, FrameWithoutAMacHasThatOfTheFrameBefore)
     EXPECT_EQ(elsewhere.ready().size(), 534u) << "14 bytes";
 }
 
-TEST_F(MaintenanceAcceptance, OpcodeThatIsCutShortEndsAsTheOneBefore)
+TEST_F(MaintenanceAcceptance, TruncatedOpcodeIsCompletedFromThePreviousFrame)
 {
     reply_to(FrameHeader{"NONE"}.bytes());
     EXPECT_EQ(reply_to("HEI"), "") << "HEIE";
@@ -109,7 +109,7 @@ TEST_F(MaintenanceAcceptance, OpcodeThatIsCutShortEndsAsTheOneBefore)
     EXPECT_EQ(reply_to("HEI").size(), 534u);
 }
 
-TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsTheFrameBefore)
+TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsThePreviousFrame)
 {
     EXPECT_EQ(reply_to(""), "") << "no earlier frame";
     reply_to(FrameHeader{"HEID", 7}.bytes());
@@ -118,7 +118,7 @@ TEST_F(MaintenanceAcceptance, EmptyDatagramRepeatsTheFrameBefore)
     EXPECT_EQ(again.substr(0, 6), "HEID\0\7"s);
 }
 
-TEST_F(MaintenanceAcceptance, ForeignDownloadDoesNotBegin)
+TEST_F(MaintenanceAcceptance, ForeignDownloadDoesNotStart)
 {
     const MaintenanceClient elsewhere("127.0.0.2");
     device.device_type_product = InvalidDevice; // a transfer that begins fails at once

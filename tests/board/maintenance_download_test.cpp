@@ -37,7 +37,7 @@ class MaintenanceDownloadOfSize : public MaintenanceDownload, public testing::Wi
 
 } // namespace
 
-TEST_P(MaintenanceDownloadOfSize, IsWrittenAsItWasSent)
+TEST_P(MaintenanceDownloadOfSize, IsWrittenAsSent)
 {
     const std::string file = file_of(GetParam());
     EXPECT_EQ(download(file), IF_FAILED); // no archive
@@ -88,7 +88,7 @@ TEST_F(MaintenanceDownload, ABlockThatIsEarlyIsIgnoredAndSoIsAnEarlyEnd)
     EXPECT_EQ(read_file(kReceived), "one");
 }
 
-TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailAfterAShorterFile)
+TEST_F(MaintenanceDownload, BlockZeroStartsOverAndKeepsTheTailOfALongerFile)
 {
     begin_download();
     for (uint16_t number = 1; number <= 3; ++number) {
@@ -102,7 +102,7 @@ TEST_F(MaintenanceDownload, BlockZeroStartsOverAndLeavesTheOldTailAfterAShorterF
     EXPECT_EQ(read_file(kReceived), "short" + full_block('b').substr(5) + full_block('c') + full_block('d'));
 }
 
-TEST_F(MaintenanceDownload, BlockZeroWithTheSizeOfTheEndIsARestartToo)
+TEST_F(MaintenanceDownload, BlockZeroWithTheEndSizeIsAlsoARestart)
 {
     begin_download();
     EXPECT_EQ(reply_in_transfer(block(1, "one")), acknowledgement(2));
@@ -128,7 +128,7 @@ TEST_F(MaintenanceDownload, AsManyBytesAreWrittenAsTheFrameClaimsPaddedWithZeros
     EXPECT_EQ(read_file(kReceived), expected);
 }
 
-TEST_F(MaintenanceDownload, WhatADatagramLeavesOutIsAsTheOneBeforeHasLeftIt)
+TEST_F(MaintenanceDownload, AShortDatagramKeepsTheRestOfThePreviousFrame)
 {
     begin_download();
     EXPECT_EQ(reply_in_transfer(block(1, full_block('x'))), acknowledgement(2));
@@ -173,7 +173,7 @@ TEST_F(MaintenanceDownload, TheEndAfterBlock65534IsAcknowledgedWithBlockZero)
     EXPECT_EQ(logs.count(LOG_INFO, "firmware download complete (65535 blocks)"), 1U);
 }
 
-TEST_F(MaintenanceDownload, AnySenderMaySendBlocksAndGetsTheAcknowledgement)
+TEST_F(MaintenanceDownload, AnySenderMaySendBlocksAndIsAcknowledged)
 {
     begin_download();
     const MaintenanceClient other("127.0.0.2"); // whose frames would normally need the MAC address
@@ -203,7 +203,7 @@ TEST_F(MaintenanceDownload, TheFileOfThePreviousDownloadIsRemoved)
     EXPECT_EQ(read_file(kReceived), "short");
 }
 
-TEST_F(MaintenanceDownload, AToolThatIsSilentForLongerThanTheTimeOutIsWaitedFor)
+TEST_F(MaintenanceDownload, WaitsForAToolSilentForLongerThanTheTimeOut)
 {
     // Every read of the socket then times out.
     ::fcntl(peer.socket(), F_SETFL, O_NONBLOCK);
@@ -214,7 +214,7 @@ TEST_F(MaintenanceDownload, AToolThatIsSilentForLongerThanTheTimeOutIsWaitedFor)
     EXPECT_EQ(read_file(kReceived), "one");
 }
 
-TEST_F(MaintenanceDownload, FromThenOnAnEventWithoutAFrameFailsAfterFiveSeconds)
+TEST_F(MaintenanceDownload, LaterEventsWithoutAFrameFailAfterFiveSeconds)
 {
     EXPECT_EQ(download("no archive"), IF_FAILED);
     const auto begun = std::chrono::steady_clock::now();
@@ -286,7 +286,7 @@ TEST_F(MaintenanceDownload, ADeviceOfNoKnownProductGetsNoAcknowledgement)
     EXPECT_FALSE(fs::exists(kUpgrade));
 }
 
-TEST_F(MaintenanceDownload, ItsStatusIsThatOfTheLastOneThatArrived)
+TEST_F(MaintenanceDownload, ItsStatusIsThatOfTheLastDownload)
 {
     EXPECT_EQ(download("no archive"), IF_FAILED);
     EXPECT_EQ(peer.download_status(), 0); // it has arrived, whatever its contents

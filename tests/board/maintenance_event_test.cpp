@@ -16,7 +16,7 @@ using std::chrono::seconds;
 
 namespace {
 
-TEST_F(MaintenanceServer, EventKeepsItsDescriptorsOpenWhateverTheFrame)
+TEST_F(MaintenanceServer, EventKeepsItsDescriptorsOpenForEveryFrame)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     sim_board::InstalledBoard board{sim_board::kPortableWiring};
@@ -47,7 +47,7 @@ TEST_F(MaintenanceServer, EventWithoutASocketReportsThatItIsClosed)
     EXPECT_EQ(server.WaitForEvent(), LXI_ERROR_INV_RSRC);
 }
 
-TEST_F(MaintenanceServer, EventThatFailsForAnotherReasonIsOneThatFailed)
+TEST_F(MaintenanceServer, EventReportsAnyOtherFailureAsAFailure)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "0", nullptr), IF_SUCCESS);
     const timeval soon = {0, 1000};
@@ -144,7 +144,7 @@ TEST_F(MaintenanceServer, NetworkRepliesAndThenWaitsHalfASecond)
     EXPECT_EQ(event.get(), IF_SUCCESS);
 }
 
-TEST_F(MaintenanceServer, EventsAreServedOneAfterTheOtherInTheirOrder)
+TEST_F(MaintenanceServer, EventsAreServedOneByOneInOrder)
 {
     ASSERT_EQ(server.Init("127.0.0.1", "7502", nullptr), IF_SUCCESS);
     const MaintenanceClient first;

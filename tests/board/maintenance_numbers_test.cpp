@@ -9,7 +9,7 @@
 using namespace HaldeElec::Orvan;
 
 // Programs and tools have these values compiled in.
-TEST(MaintenanceNumbers, AreWhatOthersKnow)
+TEST(MaintenanceNumbers, HaveTheirPublishedValues)
 {
     const std::pair<int64_t, int64_t> numbers[] = {
         {IF_SUCCESS, 0},

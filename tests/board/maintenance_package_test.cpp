@@ -208,7 +208,7 @@ class MaintenancePackageOf : public MaintenancePackage, public testing::WithPara
 
 } // namespace
 
-TEST_P(MaintenancePackageOf, ItsPlatformIsSentToTheModulesAndLeftToTheUpdateUnit)
+TEST_P(MaintenancePackageOf, ItsPlatformIsSentToTheModulesAndLeftForTheUpdateUnit)
 {
     device.device_type_product = GetParam().type;
     const std::string& folder = GetParam().folder;
@@ -262,7 +262,7 @@ TEST_F(MaintenancePackage, WithoutSuchAUserTheyKeepTheirOwner)
     EXPECT_TRUE(g_given.empty());
 }
 
-TEST_F(MaintenancePackage, ThatArrivesAndDoesNotFitOnTheDiskUnpackedFails)
+TEST_F(MaintenancePackage, FailsWhenItDoesNotFitOnTheDiskUnpacked)
 {
     const SmallDisk disk;
     if (!disk.mounted()) {
@@ -276,7 +276,7 @@ TEST_F(MaintenancePackage, ThatArrivesAndDoesNotFitOnTheDiskUnpackedFails)
     EXPECT_TRUE(requests().empty());
 }
 
-TEST_F(MaintenancePackage, ThatIsNoArchiveFailsToUnpack)
+TEST_F(MaintenancePackage, FailsToUnpackWhenItIsNoArchive)
 {
     expect_failure("no archive", {extraction(false)});
     expect_failure("", {extraction(false)});
@@ -285,7 +285,7 @@ TEST_F(MaintenancePackage, ThatIsNoArchiveFailsToUnpack)
     EXPECT_TRUE(requests().empty());
 }
 
-TEST_F(MaintenancePackage, WithoutAFolderOfThePlatformIsLoggedWithTheWord)
+TEST_F(MaintenancePackage, WithoutAPlatformFolderIsLoggedWithThePlatformsWord)
 {
     const std::vector<LogLine> lines = {
         extraction(true),
@@ -321,7 +321,7 @@ TEST_F(MaintenancePackage, ThatCannotBeCopiedIsLoggedWithTheCommand)
     EXPECT_TRUE(requests().empty());
 }
 
-TEST_F(MaintenancePackage, AModuleThatRefusesEndsItAndNoneIsRestarted)
+TEST_F(MaintenancePackage, AModuleThatRefusesStopsItAndNoneIsRestarted)
 {
     modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
     const std::vector<LogLine> lines = lines_behind_download(archive(package()), IF_FAILED);
@@ -338,7 +338,7 @@ TEST_F(MaintenancePackage, AModuleThatRefusesEndsItAndNoneIsRestarted)
     EXPECT_TRUE(fs::exists(kHostSw / kPackage)); // the files stay
 }
 
-TEST_F(MaintenancePackage, RemainsOfARefusedOneAreNotUsedForTheNextWhateverTheirNames)
+TEST_F(MaintenancePackage, RemainsOfARefusedPackageAreNotUsedForTheNext)
 {
     for (const std::string next : {"Orvan_Benchtop_FW_2.2", "Orvan_Benchtop_FW_10.0"}) {
         modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
@@ -351,7 +351,7 @@ TEST_F(MaintenancePackage, RemainsOfARefusedOneAreNotUsedForTheNextWhateverTheir
     }
 }
 
-TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderAreNotUsedForTheNext)
+TEST_F(MaintenancePackage, FilesOfARefusedPackageInTheSameFolderAreNotUsedForTheNext)
 {
     Files refused = {{kPackage + "/ovx_module_2.0", "old"}, {kPackage + "/benchtop_fw_2.0.tar.gz", "old"}};
     modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
@@ -364,7 +364,7 @@ TEST_F(MaintenancePackage, FilesOfARefusedOneInTheSameFolderAreNotUsedForTheNext
     EXPECT_EQ(modules[1].requests().at(1), kImageRequest);
 }
 
-TEST_F(MaintenancePackage, WithoutAnArchiveForTheControllerIsLoggedOnceTheModulesHaveTheirs)
+TEST_F(MaintenancePackage, WithoutAControllerArchiveIsLoggedOnceTheModulesAreUpdated)
 {
     const std::vector<LogLine> lines =
         until_restart() +
@@ -383,7 +383,7 @@ TEST_F(MaintenancePackage, AnInvalidControllerArchiveIsLogged)
     expect_failure(archive(files), until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", false));
 }
 
-TEST_F(MaintenancePackage, APatchIsNotLookedFor)
+TEST_F(MaintenancePackage, APatchIsIgnored)
 {
     Files files = package();
     files[kPackage + "/benchtop_fw_2.1.tar.gz"] = archive({{"other/install.sh", "exit 0\n"}});
@@ -393,7 +393,7 @@ TEST_F(MaintenancePackage, APatchIsNotLookedFor)
     EXPECT_FALSE(fs::exists(kHostSw / kPackage / "patch"));
 }
 
-TEST_F(MaintenancePackage, WhatAFailedUpdateHasLeftIsFoundWhereTheNextHasNoSuchFolder)
+TEST_F(MaintenancePackage, RemainsOfAFailedUpdateAreFoundWhenTheNextHasNoSuchFolder)
 {
     fs::create_directories(kHostSw / "Orvan_Benchtop_FW_1");
     expect_failure(
@@ -402,7 +402,7 @@ TEST_F(MaintenancePackage, WhatAFailedUpdateHasLeftIsFoundWhereTheNextHasNoSuchF
          error("Could not find ovx_module file in /home/orvan/halde/upgrade/host_sw/Orvan_Benchtop_FW_1")});
 }
 
-TEST_F(MaintenancePackage, OfAbsoluteNamesTheFirstSlashIsLost)
+TEST_F(MaintenancePackage, AbsoluteNamesLoseTheirFirstSlash)
 {
     const std::string file = archive(package(), "-P --transform 's,^[.]/,/home/orvan/outside/,'");
     expect_failure(file, {extraction(true),
@@ -419,7 +419,7 @@ TEST_F(MaintenancePackage, NamesThatLeaveTheFolderAreRefused)
     EXPECT_TRUE(requests().empty());
 }
 
-TEST_F(MaintenancePackage, ABlankInANameBreaksTheCommand)
+TEST_F(MaintenancePackage, ASpaceInANameBreaksTheCommand)
 {
     Files files = package();
     files[kPackage + "/a ovx_module"] = kImage;

@@ -45,7 +45,7 @@ TEST_F(MaintenanceServer, OpensItsPortOnTheAddress)
     EXPECT_EQ(timeout.tv_usec, 0);
 }
 
-TEST_F(MaintenanceServer, TakesAnAddressAsANumberFirstByteLowest)
+TEST_F(MaintenanceServer, TakesAnAddressAsALittleEndianNumber)
 {
     EXPECT_EQ(server.Init(0x0902007fUL, 7502, nullptr), IF_SUCCESS);
     EXPECT_EQ(address_of(peer.socket()), "127.0.2.9:7502");
@@ -116,7 +116,7 @@ TEST_F(MaintenanceServer, ClosesASocketOnce)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(MaintenanceServer, KeepsTheSignalOfSocketsFromEndingTheProcess)
+TEST_F(MaintenanceServer, IgnoresTheBrokenPipeSignal)
 {
     std::signal(SIGIO, SIG_DFL);
     ASSERT_EQ(server.Init("127.0.0.1", "0", nullptr), IF_SUCCESS);
@@ -126,7 +126,7 @@ TEST_F(MaintenanceServer, KeepsTheSignalOfSocketsFromEndingTheProcess)
 
 // ---- addresses
 
-TEST_F(MaintenanceServer, MakesAnAddressOfTexts)
+TEST_F(MaintenanceServer, ParsesAddressTexts)
 {
     sockaddr_in address;
     std::memset(&address, 0xA5, sizeof address);
@@ -143,7 +143,7 @@ TEST_F(MaintenanceServer, MakesAnAddressOfTexts)
     EXPECT_EQ(std::memcmp(&address, &expected, sizeof address), 0);
 }
 
-TEST_F(MaintenanceServer, MakesNoAddressOfNothing)
+TEST_F(MaintenanceServer, RefusesEmptyAddressTexts)
 {
     sockaddr_in address;
     EXPECT_EQ(server.InitSocketAddrStruct("127.0.0.1", nullptr, &address, "udp"), -1);
@@ -155,7 +155,7 @@ TEST_F(MaintenanceServer, MakesNoAddressOfNothing)
     EXPECT_EQ(server.InitSocketAddrStruct(std::string(64, 'x').c_str(), "7502", &address, "udp"), -1);
 }
 
-TEST_F(MaintenanceServer, TakesThePortOfAServicesName)
+TEST_F(MaintenanceServer, TakesAPortByServiceName)
 {
     if (getservbyname("domain", "udp") == nullptr) {
         GTEST_SKIP() << "no services in /etc/services";
@@ -194,7 +194,7 @@ TEST_F(MaintenanceServer, WithoutAnInterfaceUsesADefaultHardwareAddress)
     with_name.Close();
 }
 
-TEST_F(MaintenanceServer, ShortFormOpensNothingUnlessItIsToStart)
+TEST_F(MaintenanceServer, ShortFormOpensNothingUnlessStartIsRequested)
 {
     EXPECT_EQ(peer.socket(), -1);
     EXPECT_FALSE(peer.has_thread());
@@ -291,7 +291,7 @@ private:
     const std::vector<uint32_t> m_results;
 };
 
-TEST_F(MaintenanceServer, ThreadServesOnUnlessAnEventEndsIt)
+TEST_F(MaintenanceServer, ThreadServesUntilAnEventEndsIt)
 {
     const struct {
         uint32_t result;
@@ -319,7 +319,7 @@ TEST_F(MaintenanceServer, ThreadServesOnUnlessAnEventEndsIt)
     }
 }
 
-TEST_F(MaintenanceServer, StateIsThatOfTheLastStart)
+TEST_F(MaintenanceServer, StateIsThatOfTheLastInit)
 {
     ScriptedServer scripted({IF_SUCCESS_FPGA_UPDATED, IF_SUCCESS_NET_CONFIG});
     scripted.ThreadMain();

@@ -141,7 +141,7 @@ protected:
 
 } // namespace
 
-TEST_F(MaintenanceStream, FramesReachEveryModuleAndTheHighestOnesAnswerIsReturned)
+TEST_F(MaintenanceStream, FramesReachEveryModuleAndTheHighestModulesAnswerIsReturned)
 {
     const std::string first = image(1, file_of(1024));
     const std::string second = image(2, "the rest");
@@ -174,7 +174,7 @@ TEST_F(MaintenanceStream, FramesReachEveryModuleAndTheHighestOnesAnswerIsReturne
               }));
 }
 
-TEST_F(MaintenanceStream, ItsEndClosesTheModulesSockets)
+TEST_F(MaintenanceStream, EndClosesTheModuleSockets)
 {
     const size_t before = open_descriptors();
     stream();
@@ -247,7 +247,7 @@ TEST_F(MaintenanceStream, AFrameOfAnotherOpcodeIsDroppedWithNoReply)
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
 }
 
-TEST_F(MaintenanceStream, TheLastSenderGetsTheAnswersWhateverItsMac)
+TEST_F(MaintenanceStream, TheLastSenderGetsTheAnswersRegardlessOfItsMac)
 {
     install(1);
     begin(image(1));
@@ -265,7 +265,7 @@ TEST_F(MaintenanceStream, TheLastSenderGetsTheAnswersWhateverItsMac)
     EXPECT_EQ(client.ready(), "");
 }
 
-TEST_F(MaintenanceStream, AnAnswerShorterThanAHeaderEndsAsTheOneBefore)
+TEST_F(MaintenanceStream, AnAnswerShorterThanAHeaderIsCompletedFromThePreviousOne)
 {
     install(2);
     begin(image(1));
@@ -342,7 +342,7 @@ TEST_F(MaintenanceStream, AtTheEndOfTheImageAModuleHasTenSeconds)
     EXPECT_EQ(end(), IF_FAILED);
 }
 
-TEST_F(MaintenanceStream, AModuleThatIsSilentForTenSecondsInTheBurnPhaseLeavesTheOthersTheirs)
+TEST_F(MaintenanceStream, AModuleSilentForTenSecondsWhileBurningLeavesTheOthersTheirTime)
 {
     stream();
     module(0).send(final_answer(0));
@@ -418,7 +418,7 @@ TEST_F(MaintenanceStream, ASocketWithATimeOutSendsTheFrameAgainEachTimeItPasses)
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
 }
 
-TEST_F(MaintenanceStream, ItsEndIsTheEndOfTheThread)
+TEST_F(MaintenanceStream, EndOfTheStreamEndsTheThread)
 {
     install(1);
     client.send(last_frame(1), port);
@@ -431,7 +431,7 @@ TEST_F(MaintenanceStream, ItsEndIsTheEndOfTheThread)
     EXPECT_TRUE(peer.time_to_exit());
 }
 
-TEST_F(MaintenanceStream, TheSuccessFrameIsMadeOfTheLastAcknowledgementAndNotOfAFrameOfTheBurning)
+TEST_F(MaintenanceStream, TheSuccessFrameIsBuiltFromTheLastAcknowledgementNotABurnFrame)
 {
     install(1);
     begin(last_frame(1));
@@ -447,7 +447,7 @@ TEST_F(MaintenanceStream, TheSuccessFrameIsMadeOfTheLastAcknowledgementAndNotOfA
     EXPECT_EQ(end(), IF_SUCCESS_FPGA_UPDATED);
 }
 
-TEST_F(MaintenanceStream, AToolThatIsSilentForLongerThanAModuleMayBeIsWaitedFor)
+TEST_F(MaintenanceStream, WaitsForAToolSilentForLongerThanAModuleMayBe)
 {
     install(1);
     begin(image(1));

@@ -114,12 +114,12 @@ TEST_F(MaintenanceUpgrade, AnExitCodeIsLogged)
     }
 }
 
-TEST_F(MaintenanceUpgrade, AMachineWithoutSystemdIsAnExitCodeToo)
+TEST_F(MaintenanceUpgrade, AMissingSystemctlIsAnExitCodeToo)
 {
     EXPECT_EQ(lines_of_launch(), std::vector{error("Upgrade service exited with code 127")});
 }
 
-TEST_F(MaintenanceUpgrade, AStartThatASignalEndsCountsAsOne)
+TEST_F(MaintenanceUpgrade, AStartEndedByASignalCountsAsASuccess)
 {
     // A shell may exec the command, and then there is no shell around it.
     put_systemctl(
@@ -127,7 +127,7 @@ TEST_F(MaintenanceUpgrade, AStartThatASignalEndsCountsAsOne)
     EXPECT_EQ(lines_of_launch(), std::vector{info("Upgrade service launched successfully")});
 }
 
-TEST_F(MaintenanceUpgrade, AStartWithoutAResultIsOneThatCouldNotFork)
+TEST_F(MaintenanceUpgrade, AStartWithoutAResultCountsAsAFailedFork)
 {
     put_systemctl("exit 0");
     std::signal(SIGCHLD, SIG_IGN);

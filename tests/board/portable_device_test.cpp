@@ -72,7 +72,7 @@ TEST_F(PortableHardware, IsSetUpInThisOrder)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(PortableHardware, ThatIsNotFittedIsPassedOver)
+TEST_F(PortableHardware, ThatIsNotFittedIsSkipped)
 {
     for (const uint8_t chip : {kCharger, kExpander, kBattery}) {
         insert_fault(board->i2c(), chip)->absent(true);
@@ -224,7 +224,7 @@ TEST_F(PortableOperations, TheHardwareIsOneLetterWithoutATerminator)
     EXPECT_EQ(device->detectDevicePin(), 0);
 }
 
-TEST_F(PortableOperations, TheOptionsTableIsHandedOutWhateverTheResult)
+TEST_F(PortableOperations, TheOptionsTableIsReturnedWhateverTheResult)
 {
     void* table = nullptr;
     size_t size = 0;

@@ -94,7 +94,7 @@ protected:
     std::thread fans;
 };
 
-TEST_F(PortableFans, AreTakenOutOfResetAtLowSpeedAndLookedAtEvery5Seconds)
+TEST_F(PortableFans, LeaveResetAtLowSpeedAndAreCheckedEvery5Seconds)
 {
     put_port_a(0xe7); // with both reset bits
     trace();
@@ -156,7 +156,7 @@ TEST_F(PortableFans, RunFastInFixedModeAtAnyTemperature)
     EXPECT_EQ(port_a() & kFans, kFans);
 }
 
-TEST_F(PortableFans, OfAModuleThatDoesNotAnswerRunFast)
+TEST_F(PortableFans, RunFastWhenTheModuleDoesNotAnswer)
 {
     start();
     module.always(ModuleAnswer::reply("-ERR\r\n"));
@@ -165,7 +165,7 @@ TEST_F(PortableFans, OfAModuleThatDoesNotAnswerRunFast)
     EXPECT_EQ(port_a() & kFans, 0);
 }
 
-TEST_F(PortableFans, BitsInBetweenStayAsTheyWereRead)
+TEST_F(PortableFans, KeepTheBitsBetweenThem)
 {
     start();
     temperature("53.0");
@@ -176,7 +176,7 @@ TEST_F(PortableFans, BitsInBetweenStayAsTheyWereRead)
     }
 }
 
-TEST_F(PortableFans, WithoutAnExpanderTheThreadEndsWithALine)
+TEST_F(PortableFans, WithoutAnExpanderTheThreadLogsThatAndEnds)
 {
     insert_fault(board->i2c(), kExpander)->absent(true);
     peer.run_fan_thread(true);
@@ -298,7 +298,7 @@ TEST_F(PortableFans, WorkWithoutATestManager)
     EXPECT_EQ(fan_test(), BIT_NOT_PERFORMED);
 }
 
-TEST_F(PortableFans, FailuresCountAlsoWithoutATestManager)
+TEST_F(PortableFans, FailuresAlsoCountWithoutATestManager)
 {
     peer.set_bit_manager(nullptr);
     start();

@@ -32,7 +32,7 @@ protected:
     sim_board::SelfAdvancing self{board->clock()};
 };
 
-TEST_F(PortablePower, TheChargeIsTheBatterysOwn)
+TEST_F(PortablePower, TheChargeIsReadFromTheBattery)
 {
     battery->set(0x0D, 67);
     uint16_t percentage = 0xffff;
@@ -145,7 +145,7 @@ TEST_F(PortablePower, APowerButtonWithoutItsInterruptIsLogged)
                                 {LOG_USER | LOG_ERR, "SetupPowerButtonIrq: unable to setup ISR on pin 22"}}));
 }
 
-TEST_F(PortablePower, AReleasedPowerButtonIsNotWaitedFor)
+TEST_F(PortablePower, AReleasedPowerButtonCausesNoWait)
 {
     device->WaitPowerButtonRelease();
     EXPECT_TRUE(expect_trace(trace(), "pin 22 -> 1"));
@@ -234,7 +234,7 @@ TEST_F(PortableCharge, ACycleReadsTheBatteryAndThenWaits5Seconds)
     EXPECT_EQ(shown_status(), -1);
 }
 
-TEST_F(PortableCharge, OfTheBatterys30To100PercentTheRecordShows0To100)
+TEST_F(PortableCharge, BatteryCharge30To100PercentIsShownAs0To100)
 {
     for (int percentage = 0; percentage <= 100; ++percentage) {
         SCOPED_TRACE(percentage);
@@ -368,7 +368,7 @@ TEST_F(PortableCharge, AnyAccessThatFailsFailsTheCycle)
     }
 }
 
-TEST_F(PortableCharge, AFailedAccessDoesNotKeepTheOthersFromBeingMade)
+TEST_F(PortableCharge, AFailedAccessDoesNotPreventTheOthers)
 {
     insert_fault(board->i2c(), kCharger)->not_acknowledging(true);
     insert_fault(board->i2c(), kBattery)->refuse_after(0);
@@ -384,7 +384,7 @@ TEST_F(PortableCharge, AFailedAccessDoesNotKeepTheOthersFromBeingMade)
     )"));
 }
 
-TEST_F(PortableCharge, FiveQuickRetriesAreFollowedByALineAndALongWaitOverAndOver)
+TEST_F(PortableCharge, FiveQuickRetriesAreFollowedByALogLineAndALongWaitRepeatedly)
 {
     const auto fault = insert_fault(board->i2c(), kBattery);
     fault->not_acknowledging(true);
@@ -421,7 +421,7 @@ TEST_F(PortableCharge, AGoodCycleRestartsTheCountOfRetries)
     EXPECT_EQ(logs.count(LOG_INFO, "ChargeMonitor: Battery access failed"), 0u);
 }
 
-TEST_F(PortableCharge, TheBusIsHeldForTheReadingAndNotForTheWait)
+TEST_F(PortableCharge, TheBusIsHeldForTheReadingButNotForTheWait)
 {
     std::mutex& bus = device->GetSPIhandler()->mtx;
     const auto bus_is_free = [&bus] {

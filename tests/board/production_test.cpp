@@ -159,7 +159,7 @@ TEST_P(Production, StoresModelAndSerialNumberOfANewControllerInBothStores)
     EXPECT_EQ(controller.in_eeprom(), controller.in_file());
 }
 
-TEST_P(Production, KeepsWhatTheStoresHeldButForTheSerialNumber)
+TEST_P(Production, KeepsAllOfTheStoresButTheSerialNumber)
 {
     ASSERT_EQ(controller.produce(GetParam().model, "240001"), ProductionResult::kMade);
     EEPROM_DEVICE_SETTINGS expected = controller.settings();
@@ -178,7 +178,7 @@ TEST_P(Production, KeepsWhatTheStoresHeldButForTheSerialNumber)
     EXPECT_EQ(controller.in_eeprom(), controller.in_file());
 }
 
-TEST_P(Production, AnEepromThatHoldsNothingIsAFailureThatIsLogged)
+TEST_P(Production, AnEepromThatStoresNothingIsLoggedAsAFailure)
 {
     const auto fault = sim_board::insert_fault(controller.board->spi(), "eeprom");
     fault->absent(true);

@@ -52,7 +52,7 @@ TEST_F(ReadingSettings, TheFirstStartOfANewBoardStoresTheFactorySettings)
     EXPECT_EQ(eeprom_test(), BIT_PASS);
 }
 
-TEST_F(ReadingSettings, WithoutDefaultsANewBoardIsSignedAsNothing)
+TEST_F(ReadingSettings, WithoutDefaultsANewBoardIsSignedEmpty)
 {
     const EEPROM_DEVICE_SETTINGS nothing = {};
     EXPECT_EQ((*peer)->readData(nullptr, optPortable_Tbl, kOptionRows), nullptr);
@@ -68,7 +68,7 @@ TEST_F(ReadingSettings, WithoutDefaultsANewBoardIsSignedAsNothing)
     EXPECT_TRUE(equal(live(), factory_settings()));
 }
 
-TEST_F(ReadingSettings, WithoutAnOptionTableANewBoardIsSignedAsNothing)
+TEST_F(ReadingSettings, WithoutAnOptionTableANewBoardIsSignedEmpty)
 {
     EXPECT_EQ((*peer)->readData(&kDefaults, nullptr, kOptionRows), nullptr);
     restart();
@@ -144,7 +144,7 @@ TEST_F(ReadingSettings, OneToFourModulesAreKeptAndAnyOtherNumberCountsAsOne)
     EXPECT_EQ(board->eeprom().write_cycles(), 0u);
 }
 
-TEST_F(ReadingSettings, AForcedNumberOfModulesIsWrittenByTheNextWrite)
+TEST_F(ReadingSettings, ACorrectedNumberOfModulesIsStoredByTheNextWrite)
 {
     EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
     record.numDevices = 7;
@@ -261,7 +261,7 @@ TEST_F(ReadingSettings, SerialsThatDifferAfterTheirTerminatorDiffer)
               1u);
 }
 
-TEST_F(ReadingSettings, OfTwoUnsignedCopiesWithTheDefaultSerialTheEepromsIsTaken)
+TEST_F(ReadingSettings, OfTwoUnsignedCopiesWithTheDefaultSerialTheEepromIsUsed)
 {
     const Blob eeprom = legacy("230000");
     Blob backup = eeprom;
@@ -284,7 +284,7 @@ TEST_F(ReadingSettings, ASignedBackupWinsOverAnUnsignedEepromEvenWithTheDefaultS
     EXPECT_EQ(file(), cells());
 }
 
-TEST_F(ReadingSettings, ACopyThatIsTakenUnchangedKeepsWhatFollowsItsRecord)
+TEST_F(ReadingSettings, ACopyUsedUnchangedKeepsTheBytesAfterItsRecord)
 {
     const auto with_more = [this](uint16_t version) {
         Blob image = blob("230042", 57, version);
@@ -313,7 +313,7 @@ TEST_F(ReadingSettings, ACopyThatIsTakenUnchangedKeepsWhatFollowsItsRecord)
     }
 }
 
-TEST_F(ReadingSettings, ARepairThatFailedIsNotMadeUpForByAWriteWithoutAChange)
+TEST_F(ReadingSettings, AFailedRepairIsNotRetriedByAWriteWithoutAChange)
 {
     put_file(blob("230042"));
     fault->absent(true);
@@ -388,7 +388,7 @@ TEST_F(ReadingSettings, FactoryOptionsAreCode8AndTheDefaultsOfTheRowsAfterIt)
     EXPECT_EQ(live().options, 0x0118);
 }
 
-TEST_F(ReadingSettings, FactoryTextsAreCutAtTheirFieldsAndMayBeMissing)
+TEST_F(ReadingSettings, FactoryTextsAreCutToTheirFieldsAndMayBeMissing)
 {
     const std::string model(60, 'm');
     const std::string serial(60, 's');

@@ -177,7 +177,7 @@ TEST_F(WritingSettings, AFileNewerThanTheEepromIsRevertedByTheNextStart)
               1u);
 }
 
-TEST_F(WritingSettings, AnEepromThatReadsBackOtherwiseIsAFailure)
+TEST_F(WritingSettings, AReadBackMismatchIsAFailure)
 {
     for (const size_t position : {0u, 500u, 1023u}) {
         change(("2301" + std::to_string(position)).c_str());
@@ -194,7 +194,7 @@ TEST_F(WritingSettings, AnEepromThatReadsBackOtherwiseIsAFailure)
                                                    "1023");
 }
 
-TEST_F(WritingSettings, APageThatIsNotTakenIsAFailure)
+TEST_F(WritingSettings, APageThatIsNotWrittenIsAFailure)
 {
     change("230050");
     fault->refuse_after(8);
@@ -241,7 +241,7 @@ TEST_F(WritingSettings, ABusyEepromIsAFailure)
     EXPECT_EQ(logs.lines(), (std::vector{kReadFailed, kEepromFailed}));
 }
 
-TEST_F(WritingSettings, AnotherLayoutIsLeftForTheCurrentOneWithTheFirstChange)
+TEST_F(WritingSettings, TheFirstChangeMovesAnotherLayoutToTheCurrentOne)
 {
     start_with(blob("230042", 57, 0));
     EXPECT_EQ(peer->version(), 0);

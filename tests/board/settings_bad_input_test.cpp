@@ -106,7 +106,7 @@ protected:
     }
 };
 
-TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverFollows)
+TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsField)
 {
     const std::string filled(kSettingsTextSize, 'x');
     for (const Field& field : kFields) {
@@ -136,7 +136,7 @@ TEST_F(BadSettings, ATextWithoutTerminatorEndsWithItsFieldWhateverFollows)
     }
 }
 
-TEST_F(BadSettings, AModelWithoutTerminatorMakesItsCopyVoid)
+TEST_F(BadSettings, AModelWithoutTerminatorInvalidatesItsCopy)
 {
     EEPROM_DEVICE_SETTINGS record = settings("", "230042");
     std::memset(record.modelName, 'x', sizeof record.modelName);
@@ -180,7 +180,7 @@ TEST_F(BadSettings, ASerialWithoutTerminatorIsRealThoughItBeginsAsTheDefaultOne)
               1u);
 }
 
-TEST_F(BadSettings, NumbersThatTheModelDecidesAreCorrectedAndOthersKept)
+TEST_F(BadSettings, NumbersImpliedByTheModelAreCorrectedAndOthersKept)
 {
     EEPROM_DEVICE_SETTINGS record = settings("OVX3651P", "230042");
     record.options = 0xffff;
@@ -244,7 +244,7 @@ TEST_F(BadSettings, WithAnEmptyModelTableEveryStartSignsTheFactorySettingsAgain)
     }
 }
 
-TEST_F(BadSettings, WithoutOptionsAGoodCopyServesAndTheRowsStayEmpty)
+TEST_F(BadSettings, WithoutOptionsAGoodCopyIsUsedAndTheRowsStayEmpty)
 {
     const std::pair<optEntry_t*, size_t> tables[] = {
         {nullptr, 0}, {nullptr, kOptionRows}, {optPortable_Tbl, 0}};
@@ -265,7 +265,7 @@ TEST_F(BadSettings, WithoutOptionsAGoodCopyServesAndTheRowsStayEmpty)
     EXPECT_TRUE(stand_ins.calls().empty()) << "the host name stays";
 }
 
-TEST_F(BadSettings, WithoutOptionsANewBoardRunsOnNothingAndIsHealedByTheFirstGoodStart)
+TEST_F(BadSettings, WithoutOptionsANewBoardHasEmptySettingsUntilTheNextGoodStart)
 {
     EXPECT_EQ(start(nullptr, 0), nullptr);
     EXPECT_EQ(identification(), "Halde Electronics,,,");

@@ -135,7 +135,7 @@ TEST_F(SettingsStores, ABackupThatCannotBeWrittenFails)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(SettingsStores, AShortFileLeavesTheRestOfTheBufferAlone)
+TEST_F(SettingsStores, AShortFileLeavesTheRestOfTheBufferUnchanged)
 {
     put_file(legacy("230042"), 552);
     Blob image;
@@ -154,7 +154,7 @@ TEST_F(SettingsStores, AFileOf552BytesWithAKnownModelIsLegacy)
     EXPECT_EQ(peer->classify(image), LEGACY_VALID);
 }
 
-TEST_F(SettingsStores, ASignedFileThatLostItsEndIsLegacyAtBest)
+TEST_F(SettingsStores, ATruncatedSignedFileIsAtBestLegacy)
 {
     put_file(blob("230042"), 1010);
     Blob image = {};
