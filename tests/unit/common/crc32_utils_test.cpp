@@ -37,12 +37,12 @@ TEST(Crc32Utils, IsTheSameObjectEachTime)
     EXPECT_EQ(Crc32Utils::getInstance(), Crc32Utils::getInstance());
 }
 
-TEST(Crc32Utils, NoBytesLeaveTheRunningValueAsItWas)
+TEST(Crc32Utils, NoBytesLeaveTheRunningValueUnchanged)
 {
     EXPECT_EQ(Crc32Utils::getInstance()->calculate_crc32(0x12345678, nullptr, 0), 0x12345678u);
 }
 
-TEST(Crc32Utils, PiecesYieldTheValueOfTheWhole)
+TEST(Crc32Utils, PiecesAddUpToTheValueOfTheWhole)
 {
     const Crc32Utils* crc32 = Crc32Utils::getInstance();
     const std::string_view text = "123456789";

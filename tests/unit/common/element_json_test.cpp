@@ -95,7 +95,7 @@ TEST(ElementJson, IntegersKeepTheirLimits)
     EXPECT_EQ(printed<uint32_t>(TYPE_UINT32, UINT32_MAX), "4294967295");
 }
 
-TEST(ElementJson, IntegersPastTheirRangeAreRefused)
+TEST(ElementJson, IntegersOutOfRangeAreRefused)
 {
     expect_refused<int32_t>(TYPE_INT32, "2147483648");
     expect_refused<int32_t>(TYPE_INT32, "-2147483649");
@@ -144,7 +144,7 @@ uint64_t bits(double value)
     return std::bit_cast<uint64_t>(value);
 }
 
-TEST(ElementJson, NumbersReadAsAPersonWritesThem)
+TEST(ElementJson, NumbersAreAcceptedAsPeopleWriteThem)
 {
     EXPECT_EQ(printed(TYPE_DOUBLE, 1e9), "1000000000");
     EXPECT_EQ(printed(TYPE_DOUBLE, 20e9), "20000000000");
@@ -190,7 +190,7 @@ TEST(ElementJson, ShortNumbersKeepEveryBit)
     expect_refused<float>(TYPE_FLOAT, "true");
 }
 
-TEST(ElementJson, WhatIsNoNumberIsItsBits)
+TEST(ElementJson, NotANumberIsStoredAsItsBits)
 {
     EXPECT_EQ(printed(TYPE_DOUBLE, std::numeric_limits<double>::infinity()), "\"0x7ff0000000000000\"");
     EXPECT_EQ(printed(TYPE_DOUBLE, -std::numeric_limits<double>::infinity()), "\"0xfff0000000000000\"");
@@ -198,7 +198,7 @@ TEST(ElementJson, WhatIsNoNumberIsItsBits)
     EXPECT_EQ(bits(through_json(TYPE_DOUBLE, marked)), bits(marked));
 }
 
-TEST(ElementJson, NumbersTakeNothingElse)
+TEST(ElementJson, NumbersRejectAnythingElse)
 {
     for (const char* text : {"null", "true", "[]", "{}", "\"1\"", "\"\"", "1e999", "-1e999", "\"inf\"",
                              "\"0x7ff000000000000\"", "\"0x07ff0000000000000\"", "\"0x3ff0000000000000\"",
@@ -229,7 +229,7 @@ TEST(ElementJson, EachByteOfATextSurvives)
     }
 }
 
-TEST(ElementJson, TextIsSoundUtf8WhateverItsBytes)
+TEST(ElementJson, TextIsValidUtf8WhateverItsBytes)
 {
     EXPECT_EQ(printed(TYPE_STRING, text_of("a\xFF\x80")), "\"a\xC3\xBF\xC2\x80\"");
     EXPECT_EQ(printed(TYPE_STRING, text_of("\"\\\n\x01")), "\"\\\"\\\\\\n\\u0001\"");
@@ -284,7 +284,7 @@ TEST(ElementJson, TextRejectsAnythingElse)
     }
 }
 
-TEST(ElementJson, UnknownTypeHasNoForm)
+TEST(ElementJson, UnknownTypeHasNoJsonForm)
 {
     const OrvanElementData element = {0, 1.0, static_cast<ValueTypes>(8), 4, eSendNone};
     uint8_t record[8] = {};

@@ -257,7 +257,7 @@ TEST(ElementTable, WhatNoCommandSetsIsNeverSent)
     EXPECT_TRUE(unsent.count(ODT_TRG_TIMER) && unsent.count(ODT_PM_SRC) && unsent.count(ODT_REF_OSC_MODE));
 }
 
-TEST(ElementTable, WordsStandInTheirOrder)
+TEST(ElementTable, WordsAreInEnumerationOrder)
 {
     using ::testing::ElementsAre;
     using ::testing::StrEq;
@@ -286,7 +286,7 @@ TEST(ElementTable, NumbersOfTheEnumerationsAreFixed)
     EXPECT_EQ(eSendPri2, 2);
 }
 
-TEST(ElementTable, TheRecordCanLieInSharedMemory)
+TEST(ElementTable, TheRecordCanBePlacedInSharedMemory)
 {
     EXPECT_EQ(sizeof(ORVAN_CONFIG), 1816u);
     EXPECT_EQ(offsetof(ORVAN_CONFIG, RUNMODE), 16u);

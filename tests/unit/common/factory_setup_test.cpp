@@ -58,7 +58,7 @@ TEST_F(FactorySetup, HasEverySettableFieldAndNothingUnknown)
     EXPECT_EQ(present, expected);
 }
 
-TEST_F(FactorySetup, LeavesWhatIsTheInstrumentsOwn)
+TEST_F(FactorySetup, LeavesTheInstrumentsOwnFieldsAlone)
 {
     const auto* record = reinterpret_cast<const uint8_t*>(&config);
     for (int tag : kNotInTheFactorySetup) {
@@ -149,7 +149,7 @@ TEST_F(FactorySetup, EachValueIsWithinItsLimits)
 }
 
 // The controller writes one limit to each of these groups at start-up.
-TEST_F(FactorySetup, LimitsThatBelongTogetherAreEqual)
+TEST_F(FactorySetup, RelatedLimitsAreEqual)
 {
     const auto& out = config.ANALOGOUTPUT;
     const auto& list = config.LIST;
@@ -179,7 +179,7 @@ bool is_word_of(const char* const (&words)[N], const char* text)
     return false;
 }
 
-TEST_F(FactorySetup, WordsAreThoseOfTheirTables)
+TEST_F(FactorySetup, WordsAreInTheirTables)
 {
     EXPECT_TRUE(is_word_of(TriggerSourceToString, config.RUNMODE.TriggerSrc));
     EXPECT_TRUE(is_word_of(TriggerEdgeToString, config.RUNMODE.TrigEdge));
@@ -192,7 +192,7 @@ TEST_F(FactorySetup, WordsAreThoseOfTheirTables)
     EXPECT_TRUE(is_word_of(SweepDirectionToString, config.MODULATIONS.PRSWeepDir));
 }
 
-TEST_F(FactorySetup, NoTextThatIsSentIsEmpty)
+TEST_F(FactorySetup, NoSentTextIsEmpty)
 {
     const auto* record = reinterpret_cast<const char*>(&config);
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {

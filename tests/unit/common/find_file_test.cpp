@@ -78,7 +78,7 @@ TEST_F(FindFile, KindChoosesAmongFilesAndFolders)
     EXPECT_EQ(FS_FIND_DIR, 2);
 }
 
-TEST_F(FindFile, LinkCountsAsWhatItLeadsTo)
+TEST_F(FindFile, LinkCountsAsItsTarget)
 {
     write_file(folder / "target", "");
     fs::create_symlink(folder / "target", folder / "link_to_file");
@@ -101,7 +101,7 @@ TEST_F(FindFile, OfSeveralTheLatestIsTaken)
     }
 }
 
-TEST_F(FindFile, TheTimesThatAnArchiveRestoresDoNotCount)
+TEST_F(FindFile, TimesRestoredFromAnArchiveDoNotCount)
 {
     make_older("a_word", "b_word", [this](const std::string& name) {
         write_file(folder / name, "");
@@ -112,7 +112,7 @@ TEST_F(FindFile, TheTimesThatAnArchiveRestoresDoNotCount)
     EXPECT_EQ(find("word", FS_FIND_FILE), folder / "b_word");
 }
 
-TEST_F(FindFile, ALinkIsAsOldAsItIsItself)
+TEST_F(FindFile, ALinkHasItsOwnAge)
 {
     write_file(folder / "target", "");
     make_older("a_link", "b_link",
@@ -120,7 +120,7 @@ TEST_F(FindFile, ALinkIsAsOldAsItIsItself)
     EXPECT_EQ(find("link", FS_FIND_FILE), folder / "b_link");
 }
 
-TEST_F(FindFile, OfThoseEquallyNewTheFirstByNameIsTaken)
+TEST_F(FindFile, AmongEquallyNewFilesTheFirstByNameIsTaken)
 {
     // One file has one age, whatever it is called.
     write_file(folder / "word99", "");
@@ -137,7 +137,7 @@ TEST_F(FindFile, FoldersBelowAreNotSearched)
     EXPECT_EQ(find("word", FS_FIND_ANY), "-");
 }
 
-TEST_F(FindFile, TheEntriesForTheFolderItselfDoNotCount)
+TEST_F(FindFile, DotAndDotDotDoNotCount)
 {
     EXPECT_EQ(find(".", FS_FIND_ANY), "-");
     EXPECT_EQ(find("", FS_FIND_DIR), "-");

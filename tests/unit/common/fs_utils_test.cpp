@@ -75,7 +75,7 @@ TEST_F(FsUtils, LengthIsZeroWithoutAFileOrContents)
     EXPECT_EQ(OrvanFSUtils::getFileLen(nullptr), 0u);
 }
 
-TEST_F(FsUtils, LengthStopsAtItsLargestNumber)
+TEST_F(FsUtils, LengthSaturatesAtItsMaximum)
 {
     write_file(path, "");
     ASSERT_EQ(truncate(path.c_str(), (off_t{1} << 32) - 1), 0);
@@ -106,7 +106,7 @@ TEST_F(FsUtils, ReadingMoreThanThereIsFails)
     EXPECT_FALSE(OrvanFSUtils::readBufferFromFile(path.c_str(), buffer, 4));
 }
 
-TEST_F(FsUtils, ReadingFromWhatIsNoFileFailsWithoutWaiting)
+TEST_F(FsUtils, ReadingFromANonFileFailsWithoutBlocking)
 {
     char buffer[8];
     EXPECT_FALSE(OrvanFSUtils::readBufferFromFile(path.c_str(), buffer, 1));
@@ -152,7 +152,7 @@ TEST_F(FsUtils, WholeFileIsReadUpToItsLimit)
 
 // --- marker files ----------------------------------------------------------------------------
 
-TEST_F(FsUtils, MadeFileIsEmptyAndLosesItsFormerContents)
+TEST_F(FsUtils, CreatedFileIsEmptyAndLosesItsFormerContents)
 {
     EXPECT_TRUE(OrvanFSUtils::createFileName(path.c_str()));
     EXPECT_EQ(mode_of(path), 0644u);
@@ -161,7 +161,7 @@ TEST_F(FsUtils, MadeFileIsEmptyAndLosesItsFormerContents)
     EXPECT_EQ(read_file(path), "");
 }
 
-TEST_F(FsUtils, LinesAreAddedAtTheEnd)
+TEST_F(FsUtils, LinesAreAppended)
 {
     EXPECT_TRUE(OrvanFSUtils::writeTxtLineToFile(path.c_str(), "/upgrade/patch"));
     EXPECT_EQ(read_file(path), "/upgrade/patch\n");
@@ -197,7 +197,7 @@ TEST_F(FsUtils, ALineIsWholeAfterSignalsAndShortWrites)
     EXPECT_EQ(read_file(path), "a line\n");
 }
 
-TEST_F(FsUtils, MarkersFailWhereNoFileCanBe)
+TEST_F(FsUtils, MarkersFailWhereNoFileCanBeCreated)
 {
     EXPECT_FALSE(OrvanFSUtils::createFileName((folder / "none/file").c_str()));
     EXPECT_FALSE(OrvanFSUtils::writeTxtLineToFile((folder / "none/file").c_str(), "x"));
@@ -210,7 +210,7 @@ TEST_F(FsUtils, MarkersFailWhereNoFileCanBe)
 
 // --- folders ---------------------------------------------------------------------------------
 
-TEST_F(FsUtils, FolderIsMadeWithAllItsParents)
+TEST_F(FsUtils, FolderIsCreatedWithAllItsParents)
 {
     const std::string deep = folder / "a/b/c";
     EXPECT_EQ(OrvanFSUtils::mkdir_recursive(deep.c_str(), 0750), 0);
@@ -233,7 +233,7 @@ TEST_F(FsUtils, FolderAcceptsSlashesAndRelativePaths)
     EXPECT_TRUE(fs::is_directory(folder / "x/y"));
 }
 
-TEST_F(FsUtils, FolderIsMadeThroughALinkToAFolder)
+TEST_F(FsUtils, FolderIsCreatedThroughALinkToAFolder)
 {
     fs::create_directory(folder / "real");
     fs::create_directory_symlink(folder / "real", folder / "link");

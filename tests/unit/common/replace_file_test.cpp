@@ -35,7 +35,7 @@ protected:
     std::string path = folder / "fpga_image.bin";
 };
 
-TEST_F(ReplaceFile, MakesOrReplacesTheWholeFile)
+TEST_F(ReplaceFile, CreatesOrReplacesTheWholeFile)
 {
     const std::string image("\0\r\n\xFF image", 10);
     EXPECT_TRUE(replace(path, image));
@@ -57,7 +57,7 @@ TEST_F(ReplaceFile, FileIsReadableByAllWhateverTheMask)
     EXPECT_EQ(info.st_mode & 07777, 0644u);
 }
 
-TEST_F(ReplaceFile, NameChangesOnlyWhenTheContentsAreOnTheDisk)
+TEST_F(ReplaceFile, RenamesOnlyOnceTheContentsAreOnTheDisk)
 {
     InterposedCalls calls;
     EXPECT_TRUE(replace(path, "x"));
@@ -84,7 +84,7 @@ TEST_F(ReplaceFile, ContinuesAfterSignalsAndShortWrites)
     EXPECT_THAT(folder.names(), ElementsAre("fpga_image.bin"));
 }
 
-TEST_F(ReplaceFile, AFailureAtAnyStepKeepsTheFormerFileAndLeavesNothing)
+TEST_F(ReplaceFile, AFailureAtAnyStepKeepsTheFormerFileAndLeavesNoDraft)
 {
     ASSERT_TRUE(replace(path, "former"));
     for (const char* step : {"write", "fsync file", "rename"}) {
@@ -110,7 +110,7 @@ TEST_F(ReplaceFile, AFolderThatCannotBeSyncedIsNoFailureOnlyWhereItNeverCan)
     EXPECT_FALSE(replace(path, "x"));
 }
 
-TEST_F(ReplaceFile, UnfinishedFileHasNothingOfTheNameThatASearchCouldMeet)
+TEST_F(ReplaceFile, UnfinishedFilesNameMatchesNoSearch)
 {
     InterposedCalls calls;
     EXPECT_TRUE(replace(path, "x"));
@@ -139,7 +139,7 @@ TEST_F(ReplaceFile, TakesAPathWithoutAFolder)
     EXPECT_EQ(read_file(path), "y");
 }
 
-TEST_F(ReplaceFile, FailsWhereNoFileCanBe)
+TEST_F(ReplaceFile, FailsWhereNoFileCanBeCreated)
 {
     fs::create_directory(path);
     EXPECT_FALSE(replace(path, "x"));
@@ -163,13 +163,13 @@ TEST_F(ReplaceFile, AFullDiskKeepsTheFormerFile)
     EXPECT_TRUE(save(path, std::string(2 * 4096, 'x'))) << "no room was lost";
 }
 
-TEST_F(ReplaceFile, SavingMakesTheMissingFolders)
+TEST_F(ReplaceFile, SavingCreatesMissingFolders)
 {
     EXPECT_TRUE(save(folder / "upgrade/orvanx/ovx_module_1.2.3.tar.gz", "image"));
     EXPECT_EQ(read_file(folder / "upgrade/orvanx/ovx_module_1.2.3.tar.gz"), "image");
 }
 
-TEST_F(ReplaceFile, SavingFailsWhereAFolderCannotBe)
+TEST_F(ReplaceFile, SavingFailsWhereAFolderCannotBeCreated)
 {
     write_file(folder / "orvanx", "a file");
     EXPECT_FALSE(save(folder / "orvanx/image", "x"));

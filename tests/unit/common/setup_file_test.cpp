@@ -90,7 +90,7 @@ TEST_F(SetupFile, RandomRecordsAreReadBackBitForBit)
     }
 }
 
-TEST_F(SetupFile, SavingLeavesTheRecordAsItWas)
+TEST_F(SetupFile, SavingLeavesTheRecordUnchanged)
 {
     std::mt19937_64 random(6);
     ORVAN_CONFIG config = random_record(random);
@@ -163,7 +163,7 @@ std::string file_with(const orvan_common::ElementName& name, const std::string& 
     return std::string("{\"") + name.section + "\": {\"" + name.field + "\": " + value + "}}";
 }
 
-TEST_F(SetupFile, EachFieldIsReadByItsNameIntoItsPlaceAlone)
+TEST_F(SetupFile, EachFieldIsReadByNameAndIntoItsOwnPlaceOnly)
 {
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const OrvanElementData& element = OrvanData::orvanMap[tag];
@@ -216,7 +216,7 @@ TEST_F(SetupFile, EachFieldRefusesAnotherTypeAndTheWholeFileWithIt)
     }
 }
 
-TEST_F(SetupFile, AWrongValueAtTheEndUndoesTheValuesBeforeIt)
+TEST_F(SetupFile, AWrongLastValueDiscardsTheValuesBeforeIt)
 {
     expect_refused(R"({"CHANNEL": {"SetupNo": 1}, "SYSTEM": {"LowLevelBatAlarm": "10"}})");
 }
@@ -229,21 +229,21 @@ TEST_F(SetupFile, MissingKeysKeepTheValuesOfTheRecord)
     EXPECT_TRUE(same_bytes(config, record_filled_with(0x5A)));
 }
 
-TEST_F(SetupFile, UnknownKeysArePassedOver)
+TEST_F(SetupFile, UnknownKeysAreIgnored)
 {
     ORVAN_CONFIG config = record_filled_with(0);
     EXPECT_EQ(load(R"({"version": 9, "NEWS": [1], "CHANNEL": {"Colour": null, "SetupNo": 4}})", config), 0);
     EXPECT_EQ(config.CHANNEL.SetupNo, 4);
 }
 
-TEST_F(SetupFile, CaseOfAKeyCounts)
+TEST_F(SetupFile, KeysAreCaseSensitive)
 {
     ORVAN_CONFIG config = record_filled_with(0);
     EXPECT_EQ(load(R"({"channel": {"SetupNo": 1}, "CHANNEL": {"setupno": 2}})", config), 0);
     EXPECT_TRUE(same_bytes(config, record_filled_with(0)));
 }
 
-TEST_F(SetupFile, WhatIsNoObjectIsRefused)
+TEST_F(SetupFile, NonObjectsAreRefused)
 {
     for (const char* text :
          {"", " ", "null", "[]", "1", "\"x\"", "true", "{", "nonsense", "{} x", "{}{}", "{},"}) {
@@ -273,7 +273,7 @@ TEST_F(SetupFile, DeepNestingAndOversizeAreRefused)
     EXPECT_EQ(load("{}" + std::string((1 << 20) - 2, ' '), config), 0);
 }
 
-TEST_F(SetupFile, NothingIsReadFromWhatIsNoFile)
+TEST_F(SetupFile, NothingIsReadFromNonFiles)
 {
     ORVAN_CONFIG config = record_filled_with(0x5A);
     EXPECT_EQ(data.init_cmd_config((folder / "none.json").c_str(), &config), -1);
@@ -295,14 +295,14 @@ TEST_F(SetupFile, NullArgumentsAreRefused)
     EXPECT_TRUE(folder.names().empty());
 }
 
-TEST_F(SetupFile, AMissingFolderIsAFailureAndIsNotMade)
+TEST_F(SetupFile, AMissingFolderIsAFailureAndIsNotCreated)
 {
     ORVAN_CONFIG config = record_filled_with(0);
     EXPECT_EQ(data.save_cmd_config((folder / "3/preset-1.json").c_str(), &config), -1);
     EXPECT_TRUE(folder.names().empty());
 }
 
-TEST_F(SetupFile, SavingReplacesTheFileAndLeavesNothingBesideIt)
+TEST_F(SetupFile, SavingReplacesTheFileAndLeavesNoDraft)
 {
     write_file(path, std::string(100000, 'x'));
     ORVAN_CONFIG config = record_filled_with(0);
@@ -340,7 +340,7 @@ TEST_F(SetupFile, AReadOnlyFolderKeepsTheFormerSetup)
     EXPECT_THAT(folder.names(), ElementsAre("preset-1.json"));
 }
 
-TEST_F(SetupFile, AReaderBesideWritersSeesOnlyWholeSetups)
+TEST_F(SetupFile, AReaderAmongWritersSeesOnlyWholeSetups)
 {
     ORVAN_CONFIG first = record_filled_with(0);
     ORVAN_CONFIG second = record_filled_with(0);

@@ -87,7 +87,7 @@ TEST(SysCmd, IgnoredChildrenHaveNoKnownResult)
     std::signal(SIGCHLD, SIG_DFL);
 }
 
-TEST(SysCmd, LineIsRunByTheShell)
+TEST(SysCmd, LineIsRunByAShell)
 {
     EXPECT_EQ(read_command("for i in 1 2; do printf %s- \"$i\"; done | tr 1 3 && echo x").output, "3-2-x\n");
 }
@@ -140,21 +140,21 @@ TEST(SysCmd, LongOutputIsReturnedWhole)
     EXPECT_EQ(result.output, std::string(300000, 'x'));
 }
 
-TEST(SysCmd, LastWordsOfTheCommandAreNotLost)
+TEST(SysCmd, OutputWrittenJustBeforeTheEndIsNotLost)
 {
     for (int round = 0; round < 50; ++round) {
         ASSERT_EQ(read_command("printf end").output, "end") << round;
     }
 }
 
-TEST(SysCmd, ErrorOutputIsNotTaken)
+TEST(SysCmd, ErrorOutputIsNotCaptured)
 {
     testing::internal::CaptureStderr();
     EXPECT_EQ(read_command("echo out; echo err >&2").output, "out\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "err\n");
 }
 
-TEST(SysCmd, RunLeavesOutputTheCallers)
+TEST(SysCmd, RunInheritsTheCallersOutput)
 {
     testing::internal::CaptureStdout();
     EXPECT_EQ(run_system_cmd("echo out"), 0);
@@ -262,7 +262,7 @@ TEST(SysCmd, LeavesNoChildAndNoDescriptor)
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST(SysCmd, NoDescriptorsLeftMeansNothingRun)
+TEST(SysCmd, NothingRunsWithoutDescriptorsLeft)
 {
     std::vector<int> taken;
     int descriptor = -1;

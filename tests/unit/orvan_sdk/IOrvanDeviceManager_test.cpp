@@ -112,7 +112,7 @@ TEST_F(BareDevice, EveryFieldIsZeroAndTheKindIsInvalid)
     EXPECT_EQ(device.GetSPIhandler(), nullptr);
 }
 
-TEST_F(BareDevice, EveryOperationOnSettingsFailsWithoutARecordAndWritesNothing)
+TEST_F(BareDevice, SettingsOperationsFailWithoutARecordAndWriteNothing)
 {
     using D = IOrvanDeviceManager;
     Buffer buffer;
@@ -160,7 +160,7 @@ TEST_F(BareDevice, TheChannelIsTheHandlersCommChannel)
     EXPECT_EQ(channel, 3u);
 }
 
-TEST_F(BareDevice, RoutingDoesNothingAndLeavesItsArgumentAlone)
+TEST_F(BareDevice, RoutingDoesNothingAndLeavesItsArgumentUnchanged)
 {
     using D = IOrvanDeviceManager;
     EXPECT_EQ(device.SetTriggerCouple(4, 4), 0);
@@ -241,7 +241,7 @@ TEST_F(BareDevice, IsDeletedThroughTheBase)
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST_F(DeviceWithSettings, IdentificationHasNoBlankAfterACommaAndFills128Bytes)
+TEST_F(DeviceWithSettings, IdentificationHasNoSpaceAfterACommaAndFills128Bytes)
 {
     put(settings->modelName, "OVX3651P");
     put(settings->serialNum, "230042");
@@ -254,7 +254,7 @@ TEST_F(DeviceWithSettings, IdentificationHasNoBlankAfterACommaAndFills128Bytes)
     EXPECT_EQ(buffer.written(), 128u);
 }
 
-TEST_F(DeviceWithSettings, IdentificationOfFullFieldsStaysInItsBuffer)
+TEST_F(DeviceWithSettings, IdentificationOfFullFieldsFitsItsBuffer)
 {
     put(settings->modelName, std::string(31, 'm'));
     put(settings->serialNum, std::string(31, 's'));
@@ -307,7 +307,7 @@ TEST_F(DeviceWithSettings, SerialIsCutTo15CharactersWithNoTerminator)
     EXPECT_EQ(buffer.written(), 15u);
 }
 
-TEST_F(DeviceWithSettings, AShortSerialIsFilledUpTo15Bytes)
+TEST_F(DeviceWithSettings, AShortSerialIsPaddedTo15Bytes)
 {
     put(settings->serialNum, "230000");
     Buffer buffer;
@@ -381,7 +381,7 @@ TEST_F(DeviceWithSettings, ALanTextOf31BytesOrMoreIsCutAndHasNoTerminator)
     EXPECT_EQ(buffer.written(), 31u);
 }
 
-TEST_F(DeviceWithSettings, AShorterLanTextLeavesNothingOfTheOldOne)
+TEST_F(DeviceWithSettings, AShorterLanTextClearsTheRestOfTheOldOne)
 {
     put(settings->dns1, "192.168.100.200");
     uint8_t text[] = "1.1.1.1";
@@ -398,7 +398,7 @@ TEST_F(DeviceWithSettings, DhcpRunsTheScriptWithDynamic)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(DeviceWithSettings, AnyDhcpValueButZeroIsDynamicAndKept)
+TEST_F(DeviceWithSettings, AnyNonzeroDhcpValueIsDynamicAndKept)
 {
     EXPECT_EQ(device.SetDHCP(200), 0);
     EXPECT_EQ(settings->dhcpEnabled, 200);
@@ -472,7 +472,7 @@ TEST_F(DeviceWithSettings, AScpiPortTextWithoutTerminatorEndsWithItsField)
     EXPECT_EQ(port, 12345);
 }
 
-TEST_F(DeviceWithSettings, HidParametersGoWhereAPointerIs)
+TEST_F(DeviceWithSettings, HidParametersAreStoredWhereThePointersAreNotNull)
 {
     settings->vendor_id = 0x168c;
     settings->product_id = 0x3651;

@@ -234,7 +234,7 @@ TEST_F(SettingsBlob, ARecordWithoutMarkerIsLegacyWhenItsModelIsKnown)
     EXPECT_EQ(peer->classify(foreign), INVALID);
 }
 
-TEST_F(SettingsBlob, ASignatureWhoseMarkerIsWipedIsLegacy)
+TEST_F(SettingsBlob, ASignedBlobWithoutItsMarkerIsLegacy)
 {
     Blob blob = verified();
     std::fill_n(&blob[1010], 4, uint8_t{0});
@@ -266,7 +266,7 @@ TEST_F(SettingsBlob, AModelNameWithoutTerminatorIsUnknown)
     EXPECT_EQ(peer->classify(blob), INVALID);
 }
 
-TEST_F(SettingsBlob, WithoutTheCrcUtilityTheCrcIsZeroAndSaidSo)
+TEST_F(SettingsBlob, WithoutTheCrcUtilityTheCrcIsZeroAndThatIsLogged)
 {
     const Blob signed_before = verified();
     g_crc_unavailable = true;
@@ -358,7 +358,7 @@ TEST_F(SettingsBlob, ANewObjectIsAllZero)
     EXPECT_EQ(peer->version(), 0);
 }
 
-TEST(SettingsOwner, ThereIsNoneBeforeInitAndThenAlwaysTheSame)
+TEST(SettingsOwner, IsNullBeforeInitAndThenAlwaysTheSame)
 {
     OutputCapture out(STDOUT_FILENO);
     EXPECT_EQ(CPersistentData::GetInstance(), nullptr);

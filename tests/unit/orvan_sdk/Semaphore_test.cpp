@@ -49,7 +49,7 @@ tOSStatus acquire(COSSemaphore& semaphore, u32 timeout)
     return status;
 }
 
-TEST(SemaphoreValues, StatusesHaveTheirNumbers)
+TEST(SemaphoreValues, StatusesHaveFixedNumbers)
 {
     EXPECT_EQ((std::vector<int>{kOSStatusSuccess, kOSStatusHardwareNotFound, kOSStatusHardwareInUse,
                                 kOSStatusHardwareFault, kOSStatusResourceUnavailable, kOSStatusMemoryFull,
@@ -77,7 +77,7 @@ TEST(Semaphore, HasNoVirtualOperationsAndNoException)
     EXPECT_FALSE(semaphore.IsException());
 }
 
-TEST(Semaphore, AsManyUnitsAsItBeganWithAreThere)
+TEST(Semaphore, InitialCountIsAvailable)
 {
     COSSemaphore semaphore(3, 5);
     for (int unit = 0; unit < 3; ++unit) {
@@ -97,7 +97,7 @@ TEST(Semaphore, FreeUnitIsTakenWithEveryTimeOut)
     EXPECT_TRUE(tap.deadlines.empty()); // without a wait
 }
 
-TEST(Semaphore, WithoutATimeOutAZeroCountGivesUpAtOnce)
+TEST(Semaphore, WithoutATimeOutAZeroCountReturnsAtOnce)
 {
     const ConditionTap tap;
     COSSemaphore semaphore(0, 1);
@@ -157,7 +157,7 @@ TEST(Semaphore, MutexIsFreeOnEveryReturn)
 
 // ---- timed waits
 
-TEST(SemaphoreWait, GivesUpAfterItsTime)
+TEST(SemaphoreWait, EndsAfterItsTimeOut)
 {
     COSSemaphore semaphore(0, 1);
     const auto start = steady_clock::now();
@@ -183,7 +183,7 @@ bool falls_asleep(const std::atomic<pid_t>& thread)
     return false;
 }
 
-TEST(SemaphoreWait, ReleaseInBetweenWakesItWithSuccess)
+TEST(SemaphoreWait, ReleaseWhileWaitingWakesItWithSuccess)
 {
     for (const u32 timeout : {u32{600000}, kOSTimeoutInfinite}) {
         COSSemaphore semaphore(0, 1);
@@ -228,7 +228,7 @@ TEST(SemaphoreWait, DeadlineIsTheWallClockPlusTheTimeOut)
     }
 }
 
-TEST(SemaphoreWait, WaitsAgainForTheSameDeadlineWhenInterruptedOrWokenForNothing)
+TEST(SemaphoreWait, KeepsItsDeadlineWhenInterruptedOrSpuriouslyWoken)
 {
     ConditionTap tap;
     COSSemaphore semaphore(0, 1);
@@ -247,7 +247,7 @@ TEST(SemaphoreWait, WaitsAgainForTheSameDeadlineWhenInterruptedOrWokenForNothing
     }
 }
 
-TEST(SemaphoreWait, WithoutAnEndItIsOnlyOverWithAUnit)
+TEST(SemaphoreWait, WithoutATimeOutItEndsOnlyWithAUnit)
 {
     ConditionTap tap;
     COSSemaphore semaphore(0, 1);
@@ -261,7 +261,7 @@ TEST(SemaphoreWait, WithoutAnEndItIsOnlyOverWithAUnit)
     EXPECT_TRUE(tap.deadlines.empty());
 }
 
-TEST(SemaphoreWait, InterruptedWaitContinuesEvenWhenAUnitIsThere)
+TEST(SemaphoreWait, InterruptedWaitContinuesEvenIfAUnitIsFree)
 {
     ConditionTap tap;
     COSSemaphore semaphore(0, 1);
@@ -274,7 +274,7 @@ TEST(SemaphoreWait, InterruptedWaitContinuesEvenWhenAUnitIsThere)
     EXPECT_EQ(tap.deadlines.size(), 2u);
 }
 
-TEST(SemaphoreWait, UnitThatCameWithTheTimeOutIsTaken)
+TEST(SemaphoreWait, UnitReleasedAtTheTimeOutIsTaken)
 {
     for (const int result : {ETIMEDOUT, EINVAL, 0}) {
         ConditionTap tap;
@@ -300,7 +300,7 @@ TEST(SemaphoreWait, AnyOtherResultEndsItAsATimeOut)
 
 // ---- threads
 
-TEST(SemaphoreThreads, WithOneUnitOneThreadIsInside)
+TEST(SemaphoreThreads, WithOneUnitOnlyOneThreadEnters)
 {
     COSSemaphore semaphore(1, 1);
     int guarded = 0; // not locked separately
@@ -357,7 +357,7 @@ tOSStatus acquire_simply(COSSemaphore& semaphore, u32 timeout)
     return status;
 }
 
-TEST(SimpleSemaphore, IsNotChosenForOneUnit)
+TEST(SimpleSemaphore, IsNotUsedForOneUnit)
 {
     COSSemaphore semaphore(1, 1);
     acquire(semaphore, kOSTimeoutNone);
@@ -378,7 +378,7 @@ TEST(SimpleSemaphore, TakesTheMutexWithEveryTimeOutAndNotTheCount)
     }
 }
 
-TEST(SimpleSemaphore, TimeOutIsReadAsATimeOfDayLongPast)
+TEST(SimpleSemaphore, TimeOutIsTakenAsATimeInThePast)
 {
     COSSemaphore semaphore(1, 1);
     ASSERT_EQ(acquire_simply(semaphore, kOSTimeoutNone), kOSStatusSuccess);

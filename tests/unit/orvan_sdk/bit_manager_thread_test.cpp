@@ -107,7 +107,7 @@ TEST_F(PeriodicTest, RunsTheFirstStepBeforeTheFirstWait)
     EXPECT_EQ(delays(), std::vector<std::string>{"delay 0"});
 }
 
-TEST_F(PeriodicTest, OneTestRunsEachPeriodAndNotAllOfThem)
+TEST_F(PeriodicTest, OnlyOneTestRunsEachPeriod)
 {
     start(5);
     ASSERT_TRUE(step_done());
@@ -121,7 +121,7 @@ TEST_F(PeriodicTest, OneTestRunsEachPeriodAndNotAllOfThem)
     EXPECT_EQ(second, 2);
 }
 
-TEST_F(PeriodicTest, PeriodIsInSecondsAlsoWhereMicrosecondsDoNotFitAnInt)
+TEST_F(PeriodicTest, PeriodIsInSecondsEvenIfMicrosecondsOverflowAnInt)
 {
     start(100000);
     ASSERT_TRUE(step_done());
@@ -197,7 +197,7 @@ TEST_F(PeriodicTest, NegativePeriodStartsNoThread)
     EXPECT_FALSE(clock().wait_for_sleepers(1, 50ms));
 }
 
-TEST_F(PeriodicTest, RefusedThreadIsLoggedAndTheTableServes)
+TEST_F(PeriodicTest, FailedThreadStartIsLoggedAndTheTableStaysUsable)
 {
     pthread_attr_t attributes;
     ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
@@ -230,7 +230,7 @@ TEST_F(PeriodicTest, ExceptionOfATestEndsTheProcess)
     EXPECT_EXIT(live(), ::testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST_F(PeriodicTest, EndOfTheProcessWaitsForTheThread)
+TEST_F(PeriodicTest, ProcessExitWaitsForTheThread)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto live_and_end = [] {

@@ -20,7 +20,7 @@ namespace {
 
 // ---- what a device registers
 
-TEST(DeviceTests, FiveRowsAreRegisteredInTheirOrder)
+TEST(DeviceTests, FiveRowsAreRegisteredInOrder)
 {
     LogCapture logs;
     BITManager* const manager = BITManager::getInstance(0);
@@ -64,7 +64,7 @@ TEST(DeviceTests, FullTableIsNoFailure)
     EXPECT_EQ(manager->getTestsNumber(CBIT), 3);
 }
 
-TEST(DeviceTests, ModuleFailuresHaveTheirNumbers)
+TEST(DeviceTests, ModuleFailuresHaveFixedNumbers)
 {
     EXPECT_EQ(kModuleOffSubnet, 10);
     EXPECT_EQ(kModuleSilent, 12);
@@ -125,7 +125,7 @@ TEST(DeviceSubnet, LinkWithoutAnAddressMatchesNothing)
     EXPECT_EQ(find_device_subnet(links, 1, ""), -1);
 }
 
-TEST(DeviceSubnet, OnlyTheRowsCountedAreLookedAt)
+TEST(DeviceSubnet, OnlyTheCountedRowsAreSearched)
 {
     const rndis_device_t links[] = {link_with("192.168.7.2"), link_with("192.168.8.2")};
     EXPECT_EQ(find_device_subnet(links, 1, "192.168.8.1"), -1);
@@ -141,7 +141,7 @@ TEST(DeviceSubnet, BadArgumentsFindNothing)
     EXPECT_EQ(find_device_subnet(links, 1, "module 1"), -1);
 }
 
-TEST(DeviceTests, EveryRowIsTheDevicesAndNotForTheManagerToRun)
+TEST(DeviceTests, EveryRowIsRunByTheDeviceAndNotByTheManager)
 {
     LogCapture logs;
     BITManager* const manager = BITManager::getInstance(0);

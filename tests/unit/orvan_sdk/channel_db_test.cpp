@@ -63,7 +63,7 @@ TEST_F(LoadDatabase, FillsEveryChannelFromTheFactorySetup)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(LoadDatabase, AnotherProcessSeesTheRecordsSideBySide)
+TEST_F(LoadDatabase, AnotherProcessSeesTheRecords)
 {
     orvanx->setNumberofChannels(2);
     ASSERT_EQ(orvanx->load_database(0), 0);
@@ -77,7 +77,7 @@ TEST_F(LoadDatabase, AnotherProcessSeesTheRecordsSideBySide)
     ::close(fd);
 }
 
-TEST_F(LoadDatabase, TheObjectIsOpenToAllButWhatTheUmaskTakes)
+TEST_F(LoadDatabase, TheObjectsModeIsLimitedOnlyByTheUmask)
 {
     for (const mode_t mask : {0, 027}) {
         ASSERT_TRUE(shm_unlink(g_shmemName) == 0 || errno == ENOENT);
@@ -95,7 +95,7 @@ TEST_F(LoadDatabase, TheObjectIsOpenToAllButWhatTheUmaskTakes)
     }
 }
 
-TEST_F(LoadDatabase, ALeftOverObjectIsTakenOverAndCutToSize)
+TEST_F(LoadDatabase, ALeftOverObjectIsReusedAndCutToSize)
 {
     const int fd = ::shm_open(g_shmemName, O_RDWR | O_CREAT, 0600);
     ASSERT_GE(fd, 0);
@@ -237,7 +237,7 @@ protected:
     const KnownLeak data_that_goes_only_with_the_records;
 };
 
-TEST_F(LoadDatabaseFault, OfOpeningIsLoggedWithItsReason)
+TEST_F(LoadDatabaseFault, InOpeningIsLoggedWithItsReason)
 {
     files.set_fault(InstrumentFiles::Fault::kOpen);
     EXPECT_EQ(orvanx->load_database(0), -1);
@@ -246,7 +246,7 @@ TEST_F(LoadDatabaseFault, OfOpeningIsLoggedWithItsReason)
     EXPECT_EQ(orvanx->get_channelDB(), nullptr);
 }
 
-TEST_F(LoadDatabaseFault, OfAllocatingRemovesTheObject)
+TEST_F(LoadDatabaseFault, InAllocatingRemovesTheObject)
 {
     files.set_fault(InstrumentFiles::Fault::kAllocate);
     EXPECT_EQ(orvanx->load_database(0), -1);
@@ -256,7 +256,7 @@ TEST_F(LoadDatabaseFault, OfAllocatingRemovesTheObject)
     EXPECT_EQ(orvanx->get_channelDB(), nullptr);
 }
 
-TEST_F(LoadDatabaseFault, OfMappingRemovesTheObjectAndKeepsTheFailureValue)
+TEST_F(LoadDatabaseFault, InMappingRemovesTheObjectAndKeepsTheFailureValue)
 {
     files.set_fault(InstrumentFiles::Fault::kMap);
     EXPECT_EQ(orvanx->load_database(0), -1);
@@ -295,7 +295,7 @@ TEST_F(ChannelDb, ATagSelectsItsRowOfTheTable)
     EXPECT_EQ(orvanx->get_ElemByTag(144)->pos, UINT32_MAX); // no upper bound: the end row
 }
 
-TEST_F(ChannelDb, ChannelsLieSideBySide)
+TEST_F(ChannelDb, ChannelsAreContiguous)
 {
     for (int channel = 2; channel <= 4; ++channel) {
         EXPECT_EQ(orvanx->get_channelDB(channel), orvanx->get_channelDB(1) + (channel - 1) * 1816);
@@ -319,7 +319,7 @@ TEST_F(OneChannelDb, TheBoundIsFourAndNotTheInstalledChannels)
     EXPECT_EQ(orvanx->get_channelDB(4), orvanx->get_channelDB(1) + 3 * 1816);
 }
 
-TEST_F(ChannelDb, WithoutANumberTheSelectedChannelCounts)
+TEST_F(ChannelDb, WithoutANumberTheSelectedChannelIsUsed)
 {
     for (int channel = 1; channel <= 4; ++channel) {
         orvanx->setSelectedChannel(channel);
@@ -333,7 +333,7 @@ TEST_F(ChannelDb, WithoutANumberTheSelectedChannelCounts)
 
 // ---- update_db
 
-TEST_F(ChannelDb, UpdateOfAChannelWritesThatChannelAlone)
+TEST_F(ChannelDb, UpdateOfAChannelWritesOnlyThatChannel)
 {
     char value[] = "2500000000";
     EXPECT_EQ(orvanx->update_db(3, ODT_FREQ, value, sizeof value), 0);
@@ -343,7 +343,7 @@ TEST_F(ChannelDb, UpdateOfAChannelWritesThatChannelAlone)
     }
 }
 
-TEST_F(ChannelDb, UpdateOfAChannelRefusesNoTextAndNoSize)
+TEST_F(ChannelDb, UpdateOfAChannelRefusesANullTextAndSizeZero)
 {
     char value[] = "x";
     EXPECT_EQ(orvanx->update_db(1, ODT_INF_MODEL, value, 0), -1);
@@ -362,7 +362,7 @@ TEST_F(ChannelDb, UpdateOfAChannelWithoutARecordFailsSilently)
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(ChannelDb, UpdateOfAChannelLeavesTheCallersText)
+TEST_F(ChannelDb, UpdateOfAChannelLeavesTheCallersTextUnchanged)
 {
     char value[] = "1.2.3";
     EXPECT_EQ(orvanx->update_db(1, ODT_FIRM, value, 4), 0);
@@ -370,7 +370,7 @@ TEST_F(ChannelDb, UpdateOfAChannelLeavesTheCallersText)
     EXPECT_STREQ(record(1).SYSTEM.Firmware, "1.2.3");
 }
 
-TEST_F(ChannelDb, UpdateOfARecordEndsTheCallersTextAtItsSize)
+TEST_F(ChannelDb, UpdateOfARecordTerminatesTheCallersText)
 {
     char value[] = "1.2.3";
     EXPECT_EQ(orvanx->update_db(orvanx->get_channelDB(2), ODT_FIRM, value, 4), 0);
@@ -378,7 +378,7 @@ TEST_F(ChannelDb, UpdateOfARecordEndsTheCallersTextAtItsSize)
     EXPECT_STREQ(record(2).SYSTEM.Firmware, "1.2");
 }
 
-TEST_F(ChannelDb, UpdateOfARecordRefusesEachNullAndNoSize)
+TEST_F(ChannelDb, UpdateOfARecordRefusesEachNullAndSizeZero)
 {
     char value[] = "x";
     uint8_t* const base = orvanx->get_channelDB(1);
@@ -411,7 +411,7 @@ TEST_F(ChannelDb, AGroupOfElementsGetsOneValue)
     EXPECT_EQ(text(2, ODT_FREQ_MAX), "0");
 }
 
-TEST_F(ChannelDb, OnlyAsManyOfTheGroupAsAreCounted)
+TEST_F(ChannelDb, OnlyTheCountedElementsOfAGroupAreWritten)
 {
     int tags[] = {ODT_FREQ_MAX, ODT_LIST_FREQ_MAX};
     char value[32] = "6";
@@ -420,7 +420,7 @@ TEST_F(ChannelDb, OnlyAsManyOfTheGroupAsAreCounted)
     EXPECT_EQ(text(1, ODT_LIST_FREQ_MAX), "0");
 }
 
-TEST_F(ChannelDb, AGroupWithAnythingMissingIsPassedOverSilently)
+TEST_F(ChannelDb, AGroupWithAnythingMissingIsSilentlyIgnored)
 {
     int tags[] = {ODT_FREQ};
     char value[4] = "9";

@@ -203,7 +203,7 @@ TEST_F(DatabaseSync, TheBatteryReachesInstalledChannelsOnly)
     EXPECT_EQ(changed(before, 2), Elements{});
 }
 
-TEST_F(FrontEndBench, WithoutRecordsTheBatteryHasNowhereToGo)
+TEST_F(FrontEndBench, WithoutRecordsTheBatteryIsNotStored)
 {
     orvanx->setNumberofChannels(4);
     logs.clear();
@@ -265,7 +265,7 @@ TEST_F(SyncWithDevice, EveryRecordGetsModelSettingsAndOptions)
     EXPECT_EQ(logs.lines(), Lines{});
 }
 
-TEST_F(SyncWithDevice, TheOptionsOverruleTheSettings)
+TEST_F(SyncWithDevice, TheOptionsOverrideTheSettings)
 {
     filled_settings();
     std::strcpy(device.text, "40G,LP");
@@ -314,7 +314,7 @@ TEST_F(DatabaseSync, WithoutADeviceThereAreNoOptions)
     expect_limit(1, "-40");
 }
 
-TEST_F(DatabaseSync, ARecallPutsTheFilesValuesInTheirPlace)
+TEST_F(DatabaseSync, ARecallReplacesThemByTheFilesValues)
 {
     filled_settings();
     orvanx->sync_db_to_orvanx(&arch);

@@ -118,7 +118,7 @@ TEST(UpdateElement, AFractionalFactorMakesAnIntegerZero)
     EXPECT_EQ(uint64_of("1000", 0.5), 0u);
 }
 
-TEST(UpdateElement, APastTheRangeProductIsNoTrap)
+TEST(UpdateElement, AProductOutOfRangeIsNoTrap)
 {
     EXPECT_EQ(int32_of("2147483647", 2.0), -2);
     EXPECT_EQ(int64_of("9223372036854775807", 2.0), -2);
@@ -163,7 +163,7 @@ TEST(UpdateElement, ATextThatIsNoNumberIsZero)
     EXPECT_EQ(double_of("\"5\""), 0.0);
 }
 
-TEST(UpdateElement, ASmallerElementGetsAsManyBytesAsItHas)
+TEST(UpdateElement, ASmallerElementGetsAsManyBytesAsItHolds)
 {
     EXPECT_EQ(Stored(TYPE_INT32, "16909060", 1.0, 2).byte(0), 4); // 0x01020304
     EXPECT_EQ(Stored(TYPE_INT32, "16909060", 1.0, 2).byte(1), 3);
@@ -185,7 +185,7 @@ TEST(UpdateElement, ALargerElementGetsTheValuesWidth)
     }
 }
 
-TEST(UpdateElement, ATextIsStoredWithItsQuotesAndItsEnd)
+TEST(UpdateElement, ATextIsStoredWithQuotesAndTerminator)
 {
     const Stored stored(TYPE_STRING, "\"list one\"", 1.0, 32);
     EXPECT_STREQ(stored.text(), "\"list one\"");
@@ -202,7 +202,7 @@ TEST(UpdateElement, ATextKeepsOneByteLessThanItsField)
     EXPECT_STREQ(Stored(TYPE_STRING, "x", 1.0, 1).text(), "");
 }
 
-TEST(UpdateElement, ATextIsReadNoFurtherThanItsFieldTakes)
+TEST(UpdateElement, ATextIsReadNoFurtherThanItsFieldHolds)
 {
     constexpr size_t kPage = 4096;
     void* const pages =
@@ -297,7 +297,7 @@ TEST(FormatElement, TextsAreUnchanged)
     EXPECT_EQ(formatted(TYPE_STRING, Text{"a %s \"b\""}), "a %s \"b\"");
 }
 
-TEST(FormatElement, WhatDoesNotFitIsCut)
+TEST(FormatElement, LongTextsAreCut)
 {
     EXPECT_EQ(formatted(TYPE_DOUBLE, 1000000000.0, 1.0, 4), "100");
     EXPECT_EQ(formatted(TYPE_BOOL, 1, 1.0, 1), "");

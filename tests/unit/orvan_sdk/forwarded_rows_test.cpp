@@ -179,7 +179,7 @@ private:
     std::vector<std::string> m_requests;
 };
 
-TEST(ForwardedRowsOfTheTable, AreTheseAndNoOthers)
+TEST(ForwardedRowsOfTheTable, AreExactlyThese)
 {
     std::set<std::string> expected;
     for (const ForwardedHeader& header : kHeaders) {

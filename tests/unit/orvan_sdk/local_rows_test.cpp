@@ -211,7 +211,7 @@ private:
     std::vector<std::string> m_requests;
 };
 
-TEST(LocalRowsOfTheTable, AreTheseAndNoOthers)
+TEST(LocalRowsOfTheTable, AreExactlyThese)
 {
     std::set<std::string> expected = kUpdateRows;
     for (const LocalRow& row : kRows) {
@@ -254,7 +254,7 @@ TEST_P(LocalRows, RefuseAnExtraParameterAfterExecuting)
     }
 }
 
-TEST_P(LocalRows, RefuseAParameterTooFewAndDoNothing)
+TEST_P(LocalRows, RefuseAMissingParameterAndDoNothing)
 {
     for (const LocalRow& row : rows()) {
         if (row.kind == Kind::kNothing) {

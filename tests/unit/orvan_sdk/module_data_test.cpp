@@ -90,7 +90,7 @@ TEST_F(ModuleData, AnyOtherWordIsAFixedAddress)
     }
 }
 
-TEST_F(ModuleData, NoLinkIsASuccessWithItsOwnLine)
+TEST_F(ModuleData, NoLinkIsASuccessWithItsOwnLogLine)
 {
     script_prints("NoLink eth0 0.0.0.0 0.0.0.0 0.0.0.0 02:00:00:00:00:01");
     EXPECT_EQ(orvanx->network_if_detect(), 0);
@@ -154,7 +154,7 @@ TEST_F(ModuleData, APortThatIsNoNumberIsZero)
     EXPECT_EQ(text(1, ODT_IF_PORT), "none");
 }
 
-TEST_F(ModuleData, LoadingTheDatabaseDetectsTheNetwork)
+TEST_F(ModuleData, LoadingTheDatabaseQueriesTheNetwork)
 {
     delete orvanx;
     SCPI_Deinit(&scpi_context);
@@ -206,7 +206,7 @@ TEST_F(ModuleData, OnlyTheFirstModuleReachesTheSettings)
     EXPECT_STREQ(settings->fpgaVersion, "kept");
 }
 
-TEST_F(ModuleData, ARefusedQueryIsLoggedAndTheOthersGoOn)
+TEST_F(ModuleData, ARefusedQueryIsLoggedAndTheOthersContinue)
 {
     module.then(ModuleAnswer::reply("-ERR -113, \"Undefined header\";+OK\r\n"));
     module.always(ModuleAnswer::reply("1;+OK\r\n"));
@@ -231,7 +231,7 @@ TEST_F(ModuleData, AValueWithoutASeparatorLosesItsLastByte)
     EXPECT_STREQ(settings->fpgaVersion, "1.2.");
 }
 
-TEST_F(ModuleData, AModuleThatClosesWithoutAWordAnswersWithNothing)
+TEST_F(ModuleData, AModuleThatClosesWithoutAReplyYieldsAnEmptyAnswer)
 {
     std::strcpy(settings->fpgaVersion, "old");
     module.always(ModuleAnswer::close_mute());
@@ -240,7 +240,7 @@ TEST_F(ModuleData, AModuleThatClosesWithoutAWordAnswersWithNothing)
     EXPECT_STREQ(settings->fpgaVersion, "");
 }
 
-TEST_F(ModuleData, ALongAnswerFillsItsFieldsAndStaysEnded)
+TEST_F(ModuleData, ALongAnswerFillsItsFieldsAndIsTerminated)
 {
     module.always(ModuleAnswer::reply(std::string(60, 'v') + ";+OK\r\n"));
     std::memset(settings->fpgaVersion, 'x', sizeof settings->fpgaVersion);
@@ -251,7 +251,7 @@ TEST_F(ModuleData, ALongAnswerFillsItsFieldsAndStaysEnded)
     EXPECT_EQ(text(1, ODT_FPGA), std::string(31, 'v'));
 }
 
-TEST_F(ModuleData, LivenessIsNotLookedAt)
+TEST_F(ModuleData, LivenessIsIgnored)
 {
     orvanx->m_isLive[0] = false;
     EXPECT_TRUE(orvanx->getModuleData(1));
@@ -265,7 +265,7 @@ TEST_F(FrontEndBench, WithoutRecordsAndSettingsAModuleIsStillQueried)
     EXPECT_EQ(module.connections(), 4u);
 }
 
-TEST_F(FrontEndBench, WithoutSettingsThereIsNoNetworkToDetect)
+TEST_F(FrontEndBench, WithoutSettingsTheNetworkIsNotQueried)
 {
     EXPECT_EQ(CPersistentData::GetInstance(), nullptr);
     EXPECT_EQ(orvanx->network_if_detect(), -1);

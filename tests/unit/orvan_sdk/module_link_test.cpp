@@ -120,7 +120,7 @@ TEST_F(ModuleLink, ReplyIsReturnedWhole)
     module_done(1);
 }
 
-TEST_F(ModuleLink, EveryRequestIsAConnectionOfItsOwn)
+TEST_F(ModuleLink, EveryRequestUsesItsOwnConnection)
 {
     for (int i = 0; i < 3; ++i) {
         ask_module("*OPC?\r\n");
@@ -129,7 +129,7 @@ TEST_F(ModuleLink, EveryRequestIsAConnectionOfItsOwn)
     EXPECT_EQ(module.connections(), 3u);
 }
 
-TEST_F(ModuleLink, RequestIsSentUnchangedWithItsZeros)
+TEST_F(ModuleLink, RequestIsSentUnchangedIncludingItsZeros)
 {
     const std::string request("a\0b\r\n", 5);
     ask_module(request);
@@ -208,7 +208,7 @@ TEST_F(ModuleLink, ClosedPortIsUnableToConnectAtOnce)
                                              info({"Unable to connect (timeout or error)\n"})));
 }
 
-TEST_F(ModuleLink, TextThatIsNoAddressIsUnableToConnect)
+TEST_F(ModuleLink, InvalidAddressIsUnableToConnect)
 {
     // It converts to the broadcast address, which the kernel refuses for TCP without a packet.
     EXPECT_EQ(orvanx->SendSCPIOrvanX("x\r\n", 3, "no address", 6001), "-ERR Unable to connect");
@@ -323,7 +323,7 @@ private:
     std::vector<int> m_fillers;
 };
 
-TEST_F(HighDescriptor, WaitsForTheConnectionLikeAnyOther)
+TEST_F(HighDescriptor, IsWaitedForLikeAnyOther)
 {
     if (!reach()) {
         GTEST_SKIP() << "this machine allows no descriptor above 1023";
@@ -338,7 +338,7 @@ TEST_F(HighDescriptor, WaitsForTheConnectionLikeAnyOther)
 
 // ---- many at once
 
-TEST_F(ModuleLink, ConversationsRunSideBySideTowardsOneModule)
+TEST_F(ModuleLink, ConversationsWithOneModuleRunConcurrently)
 {
     Rendezvous all(8);
     module.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
@@ -357,7 +357,7 @@ TEST_F(ModuleLink, ConversationsRunSideBySideTowardsOneModule)
 
 // ---- the test of a reply
 
-TEST_F(ModuleLink, AReplyIsRefusedForTheErrorWordAnywhere)
+TEST_F(ModuleLink, AReplyWithTheErrorWordAnywhereIsRefused)
 {
     EXPECT_TRUE(orvanx->checkOrvanReply("abc;+OK\r\n"));
     EXPECT_TRUE(orvanx->checkOrvanReply("ERR -113"));
@@ -393,7 +393,7 @@ TEST_F(ModuleLink, DirectRelayWithoutAChannelTakesTheFirstAndKeepsIt)
     module_done(1);
 }
 
-TEST_F(ModuleLink, DirectRelayTalksToTheSelectedChannel)
+TEST_F(ModuleLink, DirectRelayQueriesTheSelectedChannel)
 {
     const ScriptedModule fourth("127.0.10.1");
     put_module_behind(4, fourth);
@@ -429,7 +429,7 @@ TEST_F(ModuleLink, CallerSocketReachesTheUserRecord)
     EXPECT_EQ(user().deviceType, 2);
 }
 
-TEST_F(ModuleLink, CallerSocketIsOneWhateverTheParserReturns)
+TEST_F(ModuleLink, SettingTheCallerSocketReturnsOneWhateverTheParserReturns)
 {
     void* const record = scpi_context.user_context;
     scpi_context.user_context = nullptr;

@@ -39,7 +39,7 @@ TEST_F(ModuleReadiness, OnlyTheRequestedChannelsArePolled)
     EXPECT_EQ(module.connections(), 2u);
 }
 
-TEST_F(ModuleReadiness, AChannelIsPolledAtItsOwnModule)
+TEST_F(ModuleReadiness, AChannelsOwnModuleIsPolled)
 {
     const ScriptedModule second("127.0.8.1");
     put_module_behind(2, second);
@@ -99,7 +99,7 @@ TEST_F(ModuleReadiness, AModuleThatStartsLaterBecomesLive)
     EXPECT_EQ(module.connections(), 3u);
 }
 
-TEST_F(ModuleReadiness, ADeadModuleDoesNotHoldTheOthersUp)
+TEST_F(ModuleReadiness, ADeadModuleDoesNotDelayTheOthers)
 {
     ScriptedModule dead;
     dead.always(ModuleAnswer::reply("-ERR\r\n"));

@@ -115,7 +115,7 @@ TEST_F(ModuleUpdate, FpgaImageIsSentToEveryModuleAsOneBlockAndKept)
     EXPECT_THAT(lines(LOG_ERR), IsEmpty());
 }
 
-TEST_F(ModuleUpdate, AHeaderSaysHowManyDigitsTheSizeHas)
+TEST_F(ModuleUpdate, AHeaderHoldsTheNumberOfDigitsOfTheSize)
 {
     for (const size_t size : {0u, 1u, 9u, 10u, 99u, 100u, 1234567u}) {
         const std::string image = image_of(size);
@@ -129,7 +129,7 @@ TEST_F(ModuleUpdate, AHeaderSaysHowManyDigitsTheSizeHas)
     EXPECT_TRUE(modules[0].requests().front() == ":SYST:UPD:FPGA #10\r\n");
 }
 
-TEST_F(ModuleUpdate, FpgaVerdictIsThatOfTheLastModule)
+TEST_F(ModuleUpdate, FpgaResultIsThatOfTheLastModule)
 {
     const struct {
         std::string answers[3];
@@ -150,7 +150,7 @@ TEST_F(ModuleUpdate, FpgaVerdictIsThatOfTheLastModule)
     }
 }
 
-TEST_F(ModuleUpdate, AModuleThatClosesWithoutAWordHasTakenTheImage)
+TEST_F(ModuleUpdate, AModuleThatClosesWithoutAReplyHasTakenTheImage)
 {
     put_image(kFpgaName, "abc");
     const std::string request = fpga_request("abc", "3");
@@ -196,7 +196,7 @@ TEST_F(ModuleUpdate, AnUpgradeFolderThatCannotBeReadIsLogged)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereItHasALength)
+TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenIfItHasALength)
 {
     // A tmpfs refuses to seek to a folder's end; procfs does not.
     fs::create_directory_symlink("/proc/self/task", kUpgradeFolder / "fpga_image.d");
@@ -206,7 +206,7 @@ TEST_F(ModuleUpdate, AFolderIsNoFpgaImageEvenWhereItHasALength)
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // a gigabyte, and the sanitizers' copies
-TEST_F(ModuleUpdate, NothingKeepsALengthOfTenDigitsFromAHeaderWithTwoForTheirCount)
+TEST_F(ModuleUpdate, ALengthOfTenDigitsMakesAHeaderWithATwoDigitCount)
 {
     const fs::path path = put_image(kSoftwareName, "");
     fs::resize_file(path, 1'000'000'000);
@@ -232,7 +232,7 @@ TEST_F(ModuleUpdate, TwoFpgaImagesMakeAPathThatDoesNotExist)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, AnUnreadableFpgaImageIsStillSentAndForgottenAtTheNextVerdict)
+TEST_F(ModuleUpdate, AnUnreadableFpgaImageIsStillSentAndItsErrorIsLost)
 {
     const ShortFile file(kFpgaName);
     const OutputCapture errors(STDERR_FILENO);
@@ -329,7 +329,7 @@ TEST_F(ModuleUpdate, WithoutSoftwareTheFolderIsLoggedAndNothingSent)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, SoftwareThatCannotBeHadIsLoggedAndStaysAndNothingIsSent)
+TEST_F(ModuleUpdate, SoftwareThatCannotBeOpenedIsLoggedAndKeptAndNothingIsSent)
 {
     const std::string at = kUpgradeFolder / kSoftwareName;
     put_image(kSoftwareName, "");
@@ -352,7 +352,7 @@ TEST_F(ModuleUpdate, SoftwareThatCannotBeHadIsLoggedAndStaysAndNothingIsSent)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, SoftwareThatCannotBeReadIsLoggedAndStays)
+TEST_F(ModuleUpdate, SoftwareThatCannotBeReadIsLoggedAndKept)
 {
     const ShortFile file(kSoftwareName);
     EXPECT_FALSE(orvanx->sendSoftwareUpdate());
@@ -362,7 +362,7 @@ TEST_F(ModuleUpdate, SoftwareThatCannotBeReadIsLoggedAndStays)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(ModuleUpdate, SoftwareThatCannotBeRemovedIsLoggedAndDoesNotCount)
+TEST_F(ModuleUpdate, SoftwareThatCannotBeRemovedIsLoggedAndNoFailure)
 {
     const fs::path path = put_image(kSoftwareName, "abc");
     ModuleAnswer thief = ModuleAnswer::reply_to_block(software_request("abc").size(), kAccepted);
@@ -375,7 +375,7 @@ TEST_F(ModuleUpdate, SoftwareThatCannotBeRemovedIsLoggedAndDoesNotCount)
 
 // ---- restart
 
-TEST_F(ModuleUpdate, RestartIsSentToEveryModuleWhateverItAnswers)
+TEST_F(ModuleUpdate, RestartIsSentToEveryModuleWhateverTheAnswers)
 {
     modules[0].then(ModuleAnswer::reply(kRefused));
     modules[1].then(ModuleAnswer::close_at_once());

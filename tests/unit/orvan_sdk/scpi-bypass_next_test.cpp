@@ -86,7 +86,7 @@ TEST_F(NextIsBypass, UsesTheFirstRowThatMatches)
     EXPECT_FALSE(forwarded(""));
 }
 
-TEST_F(NextIsBypass, KnowsEachSpellingOfEachRowAsMatchingRowAfterRowDoes)
+TEST_F(NextIsBypass, AgreesWithMatchingRowByRowForEachSpelling)
 {
     use(scpi_commands);
     std::map<std::string, const scpi_command_t*> headers; // with the first row of each

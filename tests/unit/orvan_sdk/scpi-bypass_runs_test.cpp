@@ -73,7 +73,7 @@ TEST_F(BypassRuns, CommonCommandsShareTheRun)
     EXPECT_EQ(requests_of("*CLS;:FREQ 1;*OPC?"), Requests{"*CLS;:FREQ 1;*OPC?;\r\n"});
 }
 
-TEST_F(BypassRuns, BlanksBetweenSubCommandsAreSkippedAndOneSeparatorIsKept)
+TEST_F(BypassRuns, SpacesBetweenSubCommandsAreSkippedAndOneSeparatorIsKept)
 {
     EXPECT_EQ(requests_of("  :FREQ   1  ; \t :POW\t\t2 "), Requests{":FREQ 1;:POW\t2;\r\n"});
 }
@@ -90,7 +90,7 @@ TEST_F(BypassRuns, ASubCommandWithoutParametersCopiesNoSeparator)
     EXPECT_EQ(requests_of(":LIST:DEL:ALL"), Requests{":LIST:DEL:ALL;\r\n"});
 }
 
-TEST_F(BypassRuns, ParametersGoAsText)
+TEST_F(BypassRuns, ParametersAreForwardedAsText)
 {
     EXPECT_EQ(requests_of(":FREQ 1GHz;:LIST:DEF \"a;b?\" , 2"),
               Requests{":FREQ 1GHz;:LIST:DEF \"a;b?\" , 2;\r\n"});
@@ -103,7 +103,7 @@ TEST_F(BypassRuns, EveryParameterCountsAsRead)
     EXPECT_EQ(SCPI_ErrorCount(&scpi_context), 0);
 }
 
-TEST_F(BypassRuns, AnEndWithoutCarriageReturnIsTheSame)
+TEST_F(BypassRuns, TheCarriageReturnIsOptional)
 {
     feed(":FREQ 1\n");
     EXPECT_EQ(module.requests(), Requests{":FREQ 1;\r\n"});
@@ -338,7 +338,7 @@ TEST_F(BypassRuns, AModulesRefusalIsAResultAndNoErrorOfTheController)
     EXPECT_EQ(SCPI_ErrorCount(&scpi_context), 0);
 }
 
-TEST_F(BypassRuns, ARefusalWithoutASuccessWordKeepsItsLineEnd)
+TEST_F(BypassRuns, AnErrorReplyWithoutASuccessWordKeepsItsLineEnd)
 {
     module.always(ModuleAnswer::reply("-ERR x\r\n"));
     EXPECT_EQ(ask(":FREQ 1"), "-ERR x\r\n;+OK\r\n");
@@ -350,7 +350,7 @@ TEST_F(BypassRuns, AModuleThatClosesWithoutReplyingYieldsNoResult)
     EXPECT_EQ(ask(":FREQ?"), "+OK\r\n");
 }
 
-TEST_F(BypassRuns, ResultsOfARunEnterAsTheModuleSeparatedThem)
+TEST_F(BypassRuns, ResultsOfARunKeepTheModulesSeparators)
 {
     module.then(ModuleAnswer::reply("1;2,3;+OK\r\n"));
     module.then(ModuleAnswer::reply("4;+OK\r\n"));

@@ -200,7 +200,7 @@ TEST_F(RunText, WithoutARunNothingIsAppended)
     EXPECT_FALSE(append_current_subcmd(&context, &user));
 }
 
-TEST_F(RunText, AppendFitsToTheLastByteAndNotBeyond)
+TEST_F(RunText, AppendFillsUpToTheLastByteAndNotBeyond)
 {
     stand_at(11, 5, 16, 0); // six bytes left for the six of ":POW?;"
     ASSERT_TRUE(start_bypass_run(&context, &user));

@@ -333,7 +333,7 @@ TEST(CommandTable, HoldsEveryForwardedRow)
     EXPECT_EQ(rows_with(OrvanX_cmdBypass), 142u);
 }
 
-TEST(CommandTable, RowsStandInTheirOrderWithTheirHandlersAndTags)
+TEST(CommandTable, RowsAreInOrderWithTheirHandlersAndTags)
 {
     const auto all = rows();
     ASSERT_EQ(all.size(), std::size(kExpected));
@@ -344,7 +344,7 @@ TEST(CommandTable, RowsStandInTheirOrderWithTheirHandlersAndTags)
     }
 }
 
-TEST(CommandTable, SetRowIsRightBeforeItsQueryRowWithTheSameTag)
+TEST(CommandTable, SetRowPrecedesItsQueryRowAndSharesItsTag)
 {
     const auto all = rows();
     std::map<std::string, size_t> place;
@@ -397,7 +397,7 @@ TEST(CommandTable, OptionalFirstNodeMayBeLeftOut)
     EXPECT_NE(row_of(":INF:RFR?"), nullptr);
 }
 
-TEST(CommandTable, ATagLeadsToItsSetRowFirstAndToAQueryOnlyWhenThereIsNoOther)
+TEST(CommandTable, ATagSelectsItsSetRowOrElseItsQueryRow)
 {
     const auto first_with = [](int tag) {
         for (const scpi_command_t* row : rows()) {
@@ -442,7 +442,7 @@ TEST_F(Language, AQueryWithoutARowIsAnUndefinedHeader)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_F(Language, StatusRegistersAreTheControllersOwn)
+TEST_F(Language, StatusRegistersBelongToTheController)
 {
     EXPECT_EQ(ask(":STAT:QUES:ENAB 5"), "+OK\r\n");
     EXPECT_EQ(ask(":STAT:OPER:ENAB 6"), "+OK\r\n");
@@ -453,7 +453,7 @@ TEST_F(Language, StatusRegistersAreTheControllersOwn)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_F(Language, EventRegistersAndErrorsAreTheModules)
+TEST_F(Language, EventRegistersAndErrorsBelongToTheModules)
 {
     for (const char* line : {"*CLS", "*ESE 1", "*ESE?", "*ESR?", "*OPC?", "*SRE 1", "*SRE?", "*STB?", "*WAI",
                              "*TRG", ":SYST:ERR?", ":SYST:ERR:COUN?"}) {

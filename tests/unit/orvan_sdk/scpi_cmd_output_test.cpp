@@ -91,7 +91,7 @@ TEST_P(RoutedSetting, SetsModuleMirrorAndDevice)
     EXPECT_THAT(take_error_lines(), IsEmpty());
 }
 
-TEST_P(RoutedSetting, ARefusalOfTheModuleChangesNothing)
+TEST_P(RoutedSetting, ARefusalByTheModuleChangesNothing)
 {
     third.always(ModuleAnswer::reply(kRefusal));
     expect_communication_error(kRefusal);
@@ -103,7 +103,7 @@ TEST_P(RoutedSetting, ADeadModuleChangesNothing)
     expect_communication_error("-ERR Unable to connect");
 }
 
-TEST_P(RoutedSetting, ARefusalOfTheDeviceIsReportedAfterTheModuleIsSet)
+TEST_P(RoutedSetting, ARefusalByTheDeviceIsReportedAfterTheModuleIsSet)
 {
     if (operation().empty()) {
         return;
@@ -116,7 +116,7 @@ TEST_P(RoutedSetting, ARefusalOfTheDeviceIsReportedAfterTheModuleIsSet)
     EXPECT_THAT(take_error_lines(), IsEmpty());
 }
 
-TEST_P(RoutedSetting, TheResultOfSelectingTheChannelDoesNotCount)
+TEST_P(RoutedSetting, TheResultOfSelectingTheChannelIsIgnored)
 {
     device.refused.insert("SetSelectChannel");
     EXPECT_EQ(ask(GetParam().command), "+OK\r\n");
@@ -175,7 +175,7 @@ protected:
     }
 };
 
-TEST_F(OutputHandlers, ChoicesThatAListDoesNotHoldAreRefusedLocally)
+TEST_F(OutputHandlers, ChoicesNotInTheListAreRefusedLocally)
 {
     for (const char* command :
          {":TRIG:SOUR IMM", ":AM:SOUR BUS", ":FM:SOUR 1", ":TRIG:COUP 1", ":TRIG:COUP 5"}) {
@@ -234,7 +234,7 @@ TEST_F(OutputHandlers, TheOutputQueryMakesTheDeviceFollowTheModule)
     EXPECT_EQ(module.requests().front(), ":OUTP?\r\n");
 }
 
-TEST_F(OutputHandlers, TheOutputQueryRepliesWithABooleanOfTheParserLibrary)
+TEST_F(OutputHandlers, TheOutputQueryRepliesWithTheParserLibrarysBoolean)
 {
     module.then(ModuleAnswer::reply("1;+OK\r\n"));
     module.then(ModuleAnswer::reply("0;+OK\r\n"));
@@ -260,7 +260,7 @@ TEST_F(OutputHandlers, TheOutputQueryWithoutItsModuleChangesNothing)
     EXPECT_EQ(all_bytes(), before);
 }
 
-TEST_F(OutputHandlers, ARefusalOfTheDeviceFollowsTheOutputQuerysReply)
+TEST_F(OutputHandlers, ARefusalByTheDeviceFollowsTheOutputQuerysReply)
 {
     module.always(ModuleAnswer::reply("1;+OK\r\n"));
     device.refused.insert("SetRFOutput");
@@ -277,7 +277,7 @@ TEST_F(OutputHandlers, TheOutputQueryWithoutAServiceIsOff)
     EXPECT_EQ(module.connections(), 0u);
 }
 
-TEST_F(OutputHandlers, AReplyWithNowhereToGoIsAFailure)
+TEST_F(OutputHandlers, AReplyThatCannotBeStoredIsAFailure)
 {
     EXPECT_EQ(call_without_user_record(OrvanX_getOutputOnOff), SCPI_RES_ERR);
     EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
@@ -390,7 +390,7 @@ TEST_F(OutputHandlers, TheModulationMaskWithoutAUserRecordIsNotInitialized)
 
 // ---- the module's firmware version
 
-TEST_F(OutputHandlers, TheModulesVersionIsRepliedWithoutItsSuccessWord)
+TEST_F(OutputHandlers, TheModulesVersionIsReturnedWithoutItsSuccessWord)
 {
     for (const char* query : {":INT:INF:SLAV?", ":INF:SLAV?"}) {
         module.then(ModuleAnswer::reply("2.14;+OK\r\n"));

@@ -67,7 +67,7 @@ protected:
     std::string ask_for(const std::string& setup) { return ask(GetParam().header + (" " + setup)); }
 };
 
-TEST_P(StoredSetup, TakesTheNumbersOfItsRange)
+TEST_P(StoredSetup, AcceptsTheNumbersInItsRange)
 {
     for (int setup = GetParam().first; setup <= 5; ++setup) {
         if (setup > 0) {
@@ -178,7 +178,7 @@ TEST_F(SetupHandlers, ThePowerUpSetupReadsBack)
     EXPECT_EQ(ask(":SYST:POW:SET?"), "0;+OK\r\n");
 }
 
-TEST_F(SetupHandlers, ThePowerUpSetupIsANumberOfTheParserLibrary)
+TEST_F(SetupHandlers, ThePowerUpSetupIsFormattedByTheParserLibrary)
 {
     settings_in_memory().bootDBConfig = 255;
     ResultTap results;
@@ -300,7 +300,7 @@ TEST_F(Reset, CompletesTheRecordsOnceTheModelIsKnown)
     }
 }
 
-TEST_F(Reset, WhatTheModelIsOverrulesTheSetupThatIsLoaded)
+TEST_F(Reset, TheModelOverridesTheLoadedSetup)
 {
     write_setup(2); // makes the folders
     char other[] = "other";
@@ -337,7 +337,7 @@ TEST_F(Reset, DoesNotResetTheParser)
     EXPECT_EQ(errors.text().find("**Reset"), std::string::npos) << errors.text();
 }
 
-TEST_F(Reset, WithAllModulesDeadNamesTheFirst)
+TEST_F(Reset, WithAllModulesDeadReportsTheFirst)
 {
     const std::string before = all_bytes();
     for (int channel = 1; channel <= 4; ++channel) {
@@ -444,7 +444,7 @@ TEST_F(SetupHandlers, ThePowerOnRestoreModeIsOneOfTwoWords)
 
 // ---- fans
 
-TEST_F(SetupHandlers, TheFanModeIsTheDevices)
+TEST_F(SetupHandlers, TheFanModeIsKeptByTheDevice)
 {
     EXPECT_EQ(ask(":SYST:FAN:MODE AUTO"), "+OK\r\n");
     EXPECT_EQ(ask(":SYST:FAN:MODE fixed"), "+OK\r\n");

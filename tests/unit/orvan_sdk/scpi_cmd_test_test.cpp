@@ -34,7 +34,7 @@ protected:
 
 // ---- *TST
 
-TEST_F(TestHandlers, TestAsksEveryModuleAndRunsTheTestsOnRequest)
+TEST_F(TestHandlers, TestQueriesEveryModuleAndRunsTheOnRequestTests)
 {
     int runs = 0;
     manager->registerTest(IBIT, {"own", [&](void*) { return ++runs; }, nullptr, true});
@@ -80,14 +80,14 @@ TEST_F(TestHandlers, TestLogsEveryDeadModuleInOrder)
               (Lines{no_answer_of(0), no_answer_of(1), no_answer_of(2), no_answer_of(3)}));
 }
 
-TEST_F(TestHandlers, TestLogsWhatAModuleRefusesWith)
+TEST_F(TestHandlers, TestLogsTheTextOfARefusal)
 {
     modules[3].always(ModuleAnswer::reply("-ERR -300, \"Device error\"\r\n"));
     EXPECT_EQ(ask("*TST"), "+OK\r\n");
     EXPECT_EQ(take_error_lines(), Lines{"OrvanX_runRPIbit: module 3: -ERR -300, \"Device error\"\r\n\n"});
 }
 
-TEST_F(TestHandlers, TestAsksOnlyInstalledModules)
+TEST_F(TestHandlers, TestQueriesOnlyInstalledModules)
 {
     orvanx->setNumberofChannels(2);
     EXPECT_EQ(ask("*TST"), "+OK\r\n");
@@ -179,7 +179,7 @@ protected:
     }
 };
 
-TEST_F(LongReport, OfWhich1023BytesFitEndsInItsTail)
+TEST_F(LongReport, Of1023BytesEndsInItsTail)
 {
     const std::string tail = "10 Failures";
     const std::string lines = fill(1023 - tail.size());
@@ -198,7 +198,7 @@ TEST_F(LongReport, WhoseLinesFill1023HoldsThemAll)
     EXPECT_EQ(ask("*TST?"), lines + "+OK\r\n"); // the flush takes back the last ";" and adds its own
 }
 
-TEST_F(LongReport, WhoseLineReaches1024OverflowsInTheRoomThatIsLeft)
+TEST_F(LongReport, WhoseLineReaches1024OverflowsInTheRemainingRoom)
 {
     const std::string lines = fill(1024);
     const size_t kept = lines.size() - lines.size() / 10;
@@ -230,7 +230,7 @@ TEST_F(LongReport, CutsALineAt127Bytes)
     EXPECT_EQ(ask("*TST?"), "PBIT," + std::string(122, 'n') + "1 Failures;+OK\r\n");
 }
 
-TEST_F(TestHandlers, ReportWithNowhereToGoIsAFailure)
+TEST_F(TestHandlers, ReportThatCannotBeStoredIsAFailure)
 {
     EXPECT_EQ(call_without_user_record(OrvanX_bitRPResults), SCPI_RES_ERR);
     EXPECT_EQ(take_errors(), Lines{"-223 copy data out failed"});
@@ -239,7 +239,7 @@ TEST_F(TestHandlers, ReportWithNowhereToGoIsAFailure)
 
 // ---- a module's own report
 
-TEST_F(TestHandlers, ModuleReportComesFromTheModuleNamed)
+TEST_F(TestHandlers, ModuleReportComesFromTheRequestedModule)
 {
     modules[2].always(ModuleAnswer::reply("PBIT,RF,Fail,7;1 Failures;+OK\r\n"));
     EXPECT_EQ(ask(":SYST:MOD:TEST? 3"), "PBIT,RF,Fail,7;1 Failures;+OK\r\n");
@@ -293,7 +293,7 @@ TEST_F(TestHandlers, ModuleReportOfAModuleThatIsNotInstalledIsRefused)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_F(TestHandlers, ModuleReportOfModule0IsOfOneThatCannotBeReached)
+TEST_F(TestHandlers, ModuleReportOfModule0IsOfAnUnreachableModule)
 {
     EXPECT_EQ(ask(":SYST:MOD:TEST? 0"), kCommunicationError);
     EXPECT_EQ(take_error_lines(), Lines{"OrvanX_getModuleBitResult: -ERR Unable to connect\n"});

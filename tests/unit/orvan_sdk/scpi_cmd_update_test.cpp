@@ -103,7 +103,7 @@ TEST_P(ImageUpdate, SendsTheMessagesBlockToEveryModule)
     EXPECT_THAT(stand_ins.calls(), IsEmpty());
 }
 
-TEST_P(ImageUpdate, MakesTheFolderAndStoresTheImageUnderItsOneName)
+TEST_P(ImageUpdate, CreatesTheFolderAndStoresTheImageUnderItsFixedName)
 {
     fs::remove_all("/home/orvan");
     take_service_away(); // then the file is not picked up
@@ -116,7 +116,7 @@ TEST_P(ImageUpdate, MakesTheFolderAndStoresTheImageUnderItsOneName)
     EXPECT_THAT(take_error_lines(), IsEmpty());
 }
 
-TEST_P(ImageUpdate, IsOneCommandOfAMessageLikeAnyOther)
+TEST_P(ImageUpdate, IsOneCommandOfItsMessageLikeAnyOther)
 {
     const std::string image = "a\n;*IDN?\r\n#9";
     expect_request(request_of(image), kAllAccept);
@@ -136,7 +136,7 @@ TEST_P(ImageUpdate, TakesABlockByteByByte)
     EXPECT_EQ(modules[2].requests(), Lines{request_of(image)});
 }
 
-TEST_P(ImageUpdate, WithoutABlockGetsTheReadersErrorWithItsOwnText)
+TEST_P(ImageUpdate, WithoutABlockQueuesTheReadersErrorWithItsOwnText)
 {
     put_image(GetParam().file.filename(), "as it was");
     EXPECT_EQ(ask(GetParam().header), kMissingParameter);
@@ -149,7 +149,7 @@ TEST_P(ImageUpdate, WithoutABlockGetsTheReadersErrorWithItsOwnText)
     EXPECT_EQ(connections(), 0u);
 }
 
-TEST_P(ImageUpdate, RefusesAnEmptyBlockAndLeavesTheFileAsItWas)
+TEST_P(ImageUpdate, RefusesAnEmptyBlockAndLeavesTheFileUnchanged)
 {
     put_image(GetParam().file.filename(), "as it was");
     EXPECT_EQ(ask(GetParam().header + std::string(" #10")), kExecutionError);
@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, ImageUpdateInTime, testing::ValuesIn(kRows),
 
 using ImagesUpdate = UpdateBench;
 
-TEST_F(ImagesUpdate, FpgaImageBesideAnotherFailsAndNothingLeavesTheHandler)
+TEST_F(ImagesUpdate, FpgaImageBesideAnotherFailsWithoutAnException)
 {
     put_image("old_fpga_image.bin", "old");
     EXPECT_EQ(ask(":SYST:UPD:FPGA #13abc"), kTooMuchData);
@@ -235,7 +235,7 @@ TEST_F(ImagesUpdate, FpgaImageBesideAnotherFailsAndNothingLeavesTheHandler)
 
 // ---- the user interface's row
 
-TEST_F(InternalUpdate, SendsWhatIsInPlaceRestartsTheModulesAndRebootsTheController)
+TEST_F(InternalUpdate, SendsTheStoredImageRestartsTheModulesAndRebootsTheController)
 {
     put_image("ovx_module_7.tar.gz", "abc");
     const std::string request = ":SYST:UPD:SOFT #13abc\r\n";
@@ -249,7 +249,7 @@ TEST_F(InternalUpdate, SendsWhatIsInPlaceRestartsTheModulesAndRebootsTheControll
     EXPECT_THAT(take_error_lines(), IsEmpty());
 }
 
-TEST_F(InternalUpdate, RestartsAndRebootsAlsoWhenTheUpdateHasFailed)
+TEST_F(InternalUpdate, RestartsAndRebootsEvenIfTheUpdateFailed)
 {
     EXPECT_EQ(ask(":GUI:UPDATE:SOFTWARE"), kTooMuchData);
     EXPECT_EQ(take_errors(), Lines{"-223 Failed to update software"});
@@ -260,7 +260,7 @@ TEST_F(InternalUpdate, RestartsAndRebootsAlsoWhenTheUpdateHasFailed)
     EXPECT_EQ(stand_ins.calls(), rebooted);
 }
 
-TEST_F(InternalUpdate, RebootsOnceTheModulesHaveTheirRestart)
+TEST_F(InternalUpdate, RebootsOnceTheModulesAreRestarting)
 {
     Lines calls_at_restart{"none yet"};
     modules[2].then(ModuleAnswer::reply_behind([&] { calls_at_restart = stand_ins.calls(); }, kAccepted));
@@ -269,7 +269,7 @@ TEST_F(InternalUpdate, RebootsOnceTheModulesHaveTheirRestart)
     EXPECT_EQ(stand_ins.calls(), rebooted);
 }
 
-TEST_F(InternalUpdate, WritesTheDisksOutBetweenTheRestartAndTheReboot)
+TEST_F(InternalUpdate, SyncsTheDisksBetweenTheRestartAndTheReboot)
 {
     std::vector<std::pair<size_t, size_t>> seen; // requests to the last module, reboots
     g_at_sync = [&] { seen.emplace_back(modules[2].requests().size(), stand_ins.calls().size()); };
@@ -278,7 +278,7 @@ TEST_F(InternalUpdate, WritesTheDisksOutBetweenTheRestartAndTheReboot)
     EXPECT_EQ(seen, (std::vector<std::pair<size_t, size_t>>{{1, 0}}));
 }
 
-TEST_F(InternalUpdate, AFailedRebootIsLoggedAndTheUpdatesResultStands)
+TEST_F(InternalUpdate, AFailedRebootIsLoggedAndKeepsTheUpdatesResult)
 {
     stand_ins.exit_with(1);
     put_image("ovx_module_7.tar.gz", "abc");

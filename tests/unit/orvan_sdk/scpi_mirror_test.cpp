@@ -79,7 +79,7 @@ TEST_F(Mirror, ASetWithoutAParameterUpdatesNothing)
     EXPECT_EQ(text(1, ODT_FREQ), "1000000000");
 }
 
-TEST_F(Mirror, AnErrorIsChargedToTheFirstItemThatMeetsIt)
+TEST_F(Mirror, AnErrorIsAssignedToTheFirstItemThatFindsIt)
 {
     EXPECT_EQ(run(":FREQ 1;:POW 99", "-ERR -222, \"Data out of range\";+OK\r\n"),
               "-ERR -222, \"Data out of range\";+OK\r\n");
@@ -118,7 +118,7 @@ TEST_F(Mirror, AnErrorInsideASegmentIsNoError)
     EXPECT_EQ(text(1, ODT_TRG_EDGE), "x-ERR");
 }
 
-TEST_F(Mirror, AResultWithASeparatorMovesTheOthersByOne)
+TEST_F(Mirror, AResultWithASeparatorShiftsTheOthersByOne)
 {
     run(":TRIG:EDG?;:FREQ?;:POW?", "a;b;17;18;+OK\r\n");
     EXPECT_EQ(text(1, ODT_TRG_EDGE), "a");
@@ -162,7 +162,7 @@ TEST_F(Mirror, QuotesOfATextParameterAreKept)
     EXPECT_EQ(text(1, ODT_LIST_DEF), "\"one\"");
 }
 
-TEST_F(Mirror, TheReplyIsTheModulesWhateverTheMirrorDid)
+TEST_F(Mirror, TheReplyIsTheModulesWhateverTheMirrorDoes)
 {
     EXPECT_EQ(run(":FREQ?;:POW?", "abc;-ERR 5;+OK\r\n"), "abc;-ERR 5;+OK\r\n");
 }

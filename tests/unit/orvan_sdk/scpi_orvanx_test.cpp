@@ -31,7 +31,7 @@ TEST_F(ModuleService, BuildingTheObjectIsLoggedInOrder)
                                                   {LOG_DEBUG, "Singleton instance created"}}));
 }
 
-TEST(ModuleServiceTable, ModuleNListensAtItsOwnAddressAndPort)
+TEST(ModuleServiceTable, EachModuleHasItsOwnAddressAndPort)
 {
     LogCapture logs;
     Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();

@@ -30,7 +30,7 @@ bool ascending(const size_t (&offsets)[kCount])
     return std::is_sorted(std::begin(offsets), std::end(offsets));
 }
 
-TEST(UserRecord, FieldsStandInTheirOrder)
+TEST(UserRecord, FieldsAreInTheirPublicOrder)
 {
     using U = userContext_t;
     EXPECT_EQ(offsetof(U, socket), 0u);
@@ -71,7 +71,7 @@ TEST_F(SessionFront, ContextHoldsTheInstrumentsObjects)
     EXPECT_EQ(scpi_context.error_queue_size, 20);
 }
 
-TEST_F(SessionFront, CallbacksStandInTheirPlaces)
+TEST_F(SessionFront, CallbacksAreInTheirSlots)
 {
     EXPECT_EQ(scpi_interface.error, SCPI_Error);
     EXPECT_EQ(scpi_interface.write, SCPI_Write);
@@ -137,7 +137,7 @@ TEST_F(SessionFront, ReceivedBytesAreLoggedAsSent)
     EXPECT_EQ(logs.count(LOG_INFO, "sending \":FOO\" soc:" + shown + " len:6"), 1u);
 }
 
-TEST_F(SessionFront, ALineInSinglesBytesIsOneMessage)
+TEST_F(SessionFront, ALineInSingleBytesIsOneMessage)
 {
     const std::string line = "*IDN?\r\n";
     for (size_t i = 0; i + 1 < line.size(); ++i) {
@@ -226,7 +226,7 @@ TEST(InternalMessage, OnlyOneIPv4AddressIsTheInstrumentItself)
     EXPECT_FALSE(parser.isInternalMessage(TcpPair("127.1.0.1").server()));
 }
 
-TEST(InternalMessage, APeerThatCannotBeHadIsInternal)
+TEST(InternalMessage, AnUnknownPeerIsInternal)
 {
     ScpiParser parser;
     EXPECT_TRUE(parser.isInternalMessage(-1));
@@ -277,7 +277,7 @@ struct CommandCase {
 
 class IsCommand : public testing::TestWithParam<CommandCase> {};
 
-TEST_P(IsCommand, LooksForAUnitWithoutAQuestionMark)
+TEST_P(IsCommand, FindsAUnitWithoutAQuestionMark)
 {
     const std::string line = GetParam().line;
     EXPECT_EQ(ScpiParser().isCommand(line.c_str(), static_cast<int>(line.size())), GetParam().command)

@@ -73,7 +73,7 @@ protected:
     CommandPass() : SetupBench(2) {}
 };
 
-TEST(CommandPasses, HoldTheElementsThatTheElementTableMarks)
+TEST(CommandPasses, HoldTheElementsMarkedInTheElementTable)
 {
     std::vector<int> marked[3];
     for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
@@ -141,7 +141,7 @@ TEST_F(CommandPass, ARefusedCommandIsLoggedWithItsReplyAndTheNextOneFollows)
     EXPECT_TRUE(lines[3].text.ends_with(" sent: OK"));
 }
 
-TEST_F(CommandPass, WithAModuleDownEveryElementIsTriedAndLogged)
+TEST_F(CommandPass, WithTheModuleDownEveryElementIsTriedAndLogged)
 {
     {
         const ScriptedModule gone;
@@ -156,14 +156,14 @@ TEST_F(CommandPass, WithAModuleDownEveryElementIsTriedAndLogged)
     EXPECT_EQ(logs.count(LOG_INFO, "checkOrvanReply: -ERR Unable to connect"), std::size(kSentValues));
 }
 
-TEST_F(CommandPass, AModuleThatClosesWithoutAWordHasAccepted)
+TEST_F(CommandPass, AModuleThatClosesWithoutAReplyHasAccepted)
 {
     module.always(ModuleAnswer::close_mute());
     orvanx->scpi_cmds_pass(1, eSendPri2);
     EXPECT_EQ(logs.count(LOG_INFO, "command :AM sent: OK"), 1u);
 }
 
-TEST_F(CommandPass, AnEmptyTextIsSentAsNothing)
+TEST_F(CommandPass, AnEmptyTextIsSentAsNoParameter)
 {
     set(1, ODT_LIST_DEF, "");
     orvanx->scpi_cmds_pass(1, eSendPri1);
@@ -171,7 +171,7 @@ TEST_F(CommandPass, AnEmptyTextIsSentAsNothing)
     EXPECT_EQ(std::count(sent.begin(), sent.end(), ":LIST:DEFine \r\n"), 1);
 }
 
-TEST_F(CommandPass, AnElementWithoutARowInTheLanguageIsNotSentWhateverItsMark)
+TEST_F(CommandPass, AnElementWithoutACommandIsNotSentWhateverItsMark)
 {
     OrvanElementData marked = OrvanData::orvanMap[ODT_PM_SRC];
     marked.send = eSendPri1;
@@ -180,7 +180,7 @@ TEST_F(CommandPass, AnElementWithoutARowInTheLanguageIsNotSentWhateverItsMark)
     EXPECT_EQ(module.connections(), std::size(kSentValues));
 }
 
-TEST_F(CommandPass, AnElementThatIsMarkedAndHasARowIsSent)
+TEST_F(CommandPass, AMarkedElementWithACommandIsSent)
 {
     OrvanElementData marked = OrvanData::orvanMap[ODT_TEMP];
     marked.send = eSendPri2;
@@ -189,7 +189,7 @@ TEST_F(CommandPass, AnElementThatIsMarkedAndHasARowIsSent)
     EXPECT_EQ(module.requests().back(), ":SYSTem:TEMPerature? 0\r\n");
 }
 
-TEST_F(CommandPass, AnElementThatCannotBeRenderedIsPassedOver)
+TEST_F(CommandPass, AnElementThatCannotBeRenderedIsSkipped)
 {
     OrvanElementData unknown = OrvanData::orvanMap[ODT_FREQ];
     unknown.type = static_cast<ValueTypes>(8);

@@ -11,7 +11,7 @@ const LogLine kRefused = {LOG_WARNING, "Failed to get temperature: -ERR -200, \"
 
 // ---- a poll
 
-TEST_F(TemperatureMonitor, EveryChannelIsPolledOnceAtItsOwnModule)
+TEST_F(TemperatureMonitor, EveryChannelsOwnModuleIsPolledOnce)
 {
     poll();
     for (int ch = 1; ch <= kMaxChannels; ++ch) {
@@ -33,7 +33,7 @@ TEST_F(TemperatureMonitor, TheSelectedChannelIsPolledThroughTheInstrumentsOwnSer
     EXPECT_TRUE(orvanx->m_isLive[2]);
 }
 
-TEST_F(TemperatureMonitor, OnlyTheChannelsNamedArePolled)
+TEST_F(TemperatureMonitor, OnlyTheNamedChannelsArePolled)
 {
     answers(3, "99");
     poll(2);
@@ -137,7 +137,7 @@ TEST_F(TemperatureMonitor, TheErrorWordHasABitForEachChannelThatIsTooHot)
     }
 }
 
-TEST_F(TemperatureMonitor, AGoodPollLeavesTheModulesTestAlone)
+TEST_F(TemperatureMonitor, AGoodPollDoesNotReportToTheModulesTest)
 {
     poll();
     EXPECT_EQ(verdict(kModulesTest), kUntouched);
@@ -171,7 +171,7 @@ TEST_F(TemperatureMonitor, AModuleThatRefusesCountsAsHotAndIsNotLive)
         (std::vector<LogLine>{{LOG_INFO, "checkOrvanReply: -ERR -200, \"Execution error\"\r\n"}, kRefused}));
 }
 
-TEST_F(TemperatureMonitor, AFailureIsReportedForTheChannelsNamedAlone)
+TEST_F(TemperatureMonitor, AFailureIsReportedForTheNamedChannelsOnly)
 {
     refuses(2);
     poll(2);
@@ -194,7 +194,7 @@ TEST_F(TemperatureMonitor, ADeadModuleDoesNotEndThePollOfTheOthers)
     EXPECT_EQ(verdict(kModulesTest).result, BIT_FAIL);
 }
 
-TEST_F(TemperatureMonitor, AModuleHotterThanTheSubstituteIsTheMaximum)
+TEST_F(TemperatureMonitor, AModuleHotterThanTheSubstituteSetsTheMaximum)
 {
     refuses(1);
     answers(2, "120");
@@ -243,7 +243,7 @@ TEST_F(TemperatureMonitor, WithoutRecordsThePollStillWorks)
     EXPECT_EQ(live(), (std::array{true, true, true, true}));
 }
 
-TEST_F(TemperatureMonitor, AGoodReplyThatBeginsWithNoNumberThrows)
+TEST_F(TemperatureMonitor, AGoodReplyThatDoesNotStartWithANumberThrows)
 {
     for (const char* text : {"", "+OK\r\n", "warm;+OK\r\n", ";+OK\r\n"}) {
         behind(1).always(ModuleAnswer::reply(text));
@@ -288,7 +288,7 @@ TEST_F(TemperatureMonitor, TheResponseIsTheMaximumOfItsOwnPoll)
     EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "100.000000");
 }
 
-TEST_F(TemperatureMonitor, TheResponseAsksOnlyInstalledChannels)
+TEST_F(TemperatureMonitor, TheResponsePollsOnlyInstalledChannels)
 {
     orvanx->setNumberofChannels(2);
     answers(3, "90");
@@ -296,7 +296,7 @@ TEST_F(TemperatureMonitor, TheResponseAsksOnlyInstalledChannels)
     orvanx->setNumberofChannels(kMaxChannels); // as many as the records to be unmapped
 }
 
-TEST_F(TemperatureMonitor, TheResponseAfterAnAnswerThatIsNoNumberIsTheMaximumBefore)
+TEST_F(TemperatureMonitor, TheResponseAfterANonNumericAnswerIsThePreviousMaximum)
 {
     poll();
     behind(1).always(ModuleAnswer::close_mute());

@@ -67,7 +67,7 @@ TEST_F(TemperatureThread, TheFirstPollIsThirtySecondsAfterTheStart)
     EXPECT_EQ(greatest(), 30.0);
 }
 
-TEST_F(TemperatureThread, ThirtySecondsArePausedAfterEachPoll)
+TEST_F(TemperatureThread, ThirtySecondsPassAfterEachPoll)
 {
     start();
     for (size_t polls = 1; polls <= 3; ++polls) {
@@ -78,7 +78,7 @@ TEST_F(TemperatureThread, ThirtySecondsArePausedAfterEachPoll)
 }
 
 // They would hide that a message hangs.
-TEST_F(TemperatureThread, ThePollsOfTheThreadAreNoProgressOfAMessage)
+TEST_F(TemperatureThread, ThePollsOfTheThreadDoNotCountAsProgress)
 {
     start();
     const uint32_t before = scpi_progress();
@@ -89,7 +89,7 @@ TEST_F(TemperatureThread, ThePollsOfTheThreadAreNoProgressOfAMessage)
     EXPECT_NE(scpi_progress(), before) << "one that a caller makes is the caller's";
 }
 
-TEST_F(TemperatureThread, TheThreadAsksTheInstalledChannels)
+TEST_F(TemperatureThread, TheThreadPollsTheInstalledChannels)
 {
     orvanx->setNumberofChannels(2);
     start();
@@ -99,7 +99,7 @@ TEST_F(TemperatureThread, TheThreadAsksTheInstalledChannels)
     orvanx->setNumberofChannels(kMaxChannels);
 }
 
-TEST_F(TemperatureThread, AnEndIsSeenAfterTheSleepAndTheFollowingPoll)
+TEST_F(TemperatureThread, AStopTakesEffectAfterTheSleepAndTheFollowingPoll)
 {
     start();
     run_flag(*orvanx) = false;
@@ -167,7 +167,7 @@ TEST_F(TemperatureThread, AnAnswerWithoutANumberEndsTheThreadForGood)
     EXPECT_EQ(greatest(), 30.0);
 }
 
-TEST_F(TemperatureThread, AThrowThatIsNoExceptionEndsTheThreadToo)
+TEST_F(TemperatureThread, AThrownNonExceptionEndsTheThreadToo)
 {
     logs.clear();
     g_delay_throws = true;

@@ -100,7 +100,7 @@ TEST_F(ModulesBit, InstrumentOfOneModulePassesWithItsOne)
     EXPECT_EQ(test(1), (Verdict{BIT_PASS, 0}));
 }
 
-TEST_F(ModulesBit, SecondOfThreeThatDoesNotAnswerOnItsLinkReportsC0)
+TEST_F(ModulesBit, SilentSecondOfThreeReportsC0)
 {
     add_modules({1, 2, 3});
     set_live({1, 3});
@@ -121,7 +121,7 @@ TEST_F(ModulesBit, LinkOffTheSubnetThoughTheirNumberIsRightReportsA)
     EXPECT_EQ(test(2), (Verdict{BIT_FAIL, 0xA0}));
 }
 
-TEST_F(ModulesBit, LinkWithoutAnAddressIsOnNoSubnet)
+TEST_F(ModulesBit, LinkWithoutAnAddressMatchesNoSubnet)
 {
     add_modules({1});
     add("usb7", "1-1.7:1.0");
@@ -148,7 +148,7 @@ TEST_F(ModulesBit, WrongNumberOfLinksWithAllModulesLiveFailsWithoutAnErrorWord)
     EXPECT_EQ(test(3), (Verdict{BIT_PASS, 0}));
 }
 
-TEST_F(ModulesBit, OnlyInstalledModulesAreLookedAt)
+TEST_F(ModulesBit, OnlyInstalledModulesAreChecked)
 {
     add_modules({1, 2});
     set_live({1, 2});
@@ -160,7 +160,7 @@ TEST_F(ModulesBit, NoModulesAndNoLinksPass)
     EXPECT_EQ(test(0), (Verdict{BIT_PASS, 0}));
 }
 
-TEST_F(ModulesBit, AtMostFourModulesAreLookedAt)
+TEST_F(ModulesBit, AtMostFourModulesAreChecked)
 {
     add_modules({1, 2, 3, 4});
     EXPECT_EQ(test(5), (Verdict{BIT_FAIL, 0xCCCC}));
@@ -174,7 +174,7 @@ TEST_F(ModulesBit, FifthLinkIsNotSeen)
     EXPECT_EQ(test(4), (Verdict{BIT_PASS, 0}));
 }
 
-TEST_F(ModulesBit, ModuleIsSoughtAtItsAddressInTheTable)
+TEST_F(ModulesBit, ModuleIsQueriedAtItsAddressInTheTable)
 {
     add_modules({1, 3});
     set_live({1});
@@ -194,7 +194,7 @@ TEST_F(ModulesBit, ListThatCannotBeReadFailsTheTest)
     EXPECT_EQ(live, (Verdict{BIT_FAIL, 0}));
 }
 
-TEST_F(ModulesBit, ReportsTheKindItWasGiven)
+TEST_F(ModulesBit, ReportsTheRequestedKind)
 {
     add_modules({1});
     orvanx->modules_bit(1, CBIT);

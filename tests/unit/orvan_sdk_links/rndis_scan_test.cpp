@@ -92,7 +92,7 @@ TEST_F(RndisScan, EveryModuleLinkIsFoundWithItsDeviceAndAddress)
     }
 }
 
-TEST_F(RndisScan, EveryModuleAddressLiesOnTheSubnetOfItsLink)
+TEST_F(RndisScan, EveryModuleAddressIsOnTheSubnetOfItsLink)
 {
     const Scan scan;
     for (int module = 1; module <= 4; ++module) {
@@ -151,7 +151,7 @@ TEST_F(RndisScanOfTree, DriverThatIsAFileOrFolderIsNoLink)
     EXPECT_EQ(Scan().count, 0);
 }
 
-TEST_F(RndisScanOfTree, LastPathComponentOfTheDriverCounts)
+TEST_F(RndisScanOfTree, LastPathComponentOfTheDriverIsUsed)
 {
     add("usb0", "1-1.1:1.0", "rndis_host2");
     add("usb1", "1-1.2:1.0", "a_rndis_host");
@@ -200,7 +200,7 @@ TEST_F(RndisScanOfTree, RowsAfterTheLinksFoundAreUnchanged)
     EXPECT_EQ(scan.rows[1].ifname[0], '#');
 }
 
-TEST_F(RndisScanOfTree, LinkWithoutAnAddressCountsAndIsOnNoSubnet)
+TEST_F(RndisScanOfTree, LinkWithoutAnAddressIsListedAndMatchesNoSubnet)
 {
     add("usb7"); // the kernel knows no such interface
     add("usb1", "1-1.2:1.0");
@@ -232,7 +232,7 @@ TEST_F(RndisScanOfTree, LongNamesAreCut)
     EXPECT_EQ(scan.rows[0].usb_id, device.substr(0, 63));
 }
 
-TEST_F(RndisScanOfTree, DeviceWithoutARealPathCountsWithoutAUsbId)
+TEST_F(RndisScanOfTree, DeviceWithoutARealPathIsListedWithoutAUsbId)
 {
     // Reached over links, but with a whole path longer than any path may be.
     fs::path half;
@@ -273,7 +273,7 @@ TEST_F(RndisScanOfTree, UnreadableDirectoryIsReportedOnStandardError)
 
 // ---- the address of an interface
 
-TEST_F(LinkAddress, IsTheInterfacesOwn)
+TEST_F(LinkAddress, IsThatOfTheInterface)
 {
     char text[16] = "";
     EXPECT_EQ(get_ipv4("usb1", text, sizeof text), 0);
@@ -323,7 +323,7 @@ TEST_F(LinkAddress, TextThatDoesNotFitIsRefused)
     EXPECT_STREQ(text, "192.168.7.2");
 }
 
-TEST_F(LinkAddress, FifteenCharactersOfTheNameCount)
+TEST_F(LinkAddress, FifteenCharactersOfTheNameAreSignificant)
 {
     ASSERT_TRUE(rename_interface("usb3", "usb-link-name15"));
     char text[16] = "";

@@ -43,7 +43,7 @@ scpi_result_t nothing(scpi_t*)
     return SCPI_RES_OK;
 }
 
-TEST(Allocation, LookUpAndDispatchTakeNothingFromTheHeap)
+TEST(Allocation, LookUpAndDispatchUseNoHeap)
 {
     std::vector<scpi_command_t> commands;
     for (const char* pattern : kInstrumentPatterns) {

@@ -103,7 +103,7 @@ TEST(CommandIndex, FindsEachRowByEverySpelling)
     EXPECT_EQ(rows.size(), kInstrumentPatterns.size());
 }
 
-TEST(CommandIndex, QuestionMarkAddedOrTakenLeadsToTheOtherRowOrToNone)
+TEST(CommandIndex, AddingOrRemovingAQuestionMarkFindsTheOtherRowOrNone)
 {
     const Table table(instrument_patterns());
     const std::map<string, int> headers = headers_of(table);
@@ -120,7 +120,7 @@ TEST(CommandIndex, QuestionMarkAddedOrTakenLeadsToTheOtherRowOrToNone)
     }
 }
 
-TEST(CommandIndex, EachPrefixOfAHeaderIsFoundOnlyWhereThePatternsSaySo)
+TEST(CommandIndex, PrefixesOfHeadersAgreeWithThePatterns)
 {
     const Table table(instrument_patterns());
     const std::map<string, int> headers = headers_of(table);
@@ -134,7 +134,7 @@ TEST(CommandIndex, EachPrefixOfAHeaderIsFoundOnlyWhereThePatternsSaySo)
     }
 }
 
-TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
+TEST(CommandIndex, MutatedHeadersAgreeWithThePatterns)
 {
     const Table table(instrument_patterns());
     const std::map<string, int> headers = headers_of(table);
@@ -186,7 +186,7 @@ TEST(CommandIndex, MutatedHeadersAreFoundOnlyWhereThePatternsSaySo)
     EXPECT_GT(known, 1000);
 }
 
-TEST(CommandIndex, RandomTablesAgreeWithMatchingRowAfterRow)
+TEST(CommandIndex, RandomTablesAgreeWithMatchingRowByRow)
 {
     // Few short names under many shared and optional nodes: forms of different nodes coincide.
     static constexpr std::array<const char*, 8> kNames = {"A", "Ab", "AB", "ABc", "AbC", "aB", "B", "STATe"};
@@ -223,7 +223,7 @@ TEST(CommandIndex, RandomTablesAgreeWithMatchingRowAfterRow)
     }
 }
 
-TEST(CommandIndex, FirstOfSeveralRowsThatMatchIsTheAnswer)
+TEST(CommandIndex, FirstOfSeveralMatchingRowsIsFound)
 {
     const Table table({":A:B", ":A[:X]:B", "[:Z]:A:B", ":A:B?", "[:Y]:A:B?"});
     EXPECT_EQ(table.found(":A:B"), 0);
@@ -295,7 +295,7 @@ TEST(CommandIndex, NullTableHasNoCommand)
     EXPECT_EQ(SCPI_FindCommand(&context, ":A", 2), nullptr);
 }
 
-TEST(CommandIndex, HugeHeaderIsAnsweredWithoutHarm)
+TEST(CommandIndex, HugeHeaderDoesNoHarm)
 {
     const Table table(instrument_patterns());
     EXPECT_EQ(table.found(string(3000000, 'A')), -1);

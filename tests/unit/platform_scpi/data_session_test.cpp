@@ -141,7 +141,7 @@ TEST_F(DataSession, TextIsFollowedByTheNextUnit)
     EXPECT_EQ(reply(":TEXT 10.0.0.1;:TEXT \"a;b\""), "\"10.0.0.1\"\"a;b\"");
 }
 
-TEST_F(DataSession, TextErrorsCarryTheHandlersWord)
+TEST_F(DataSession, TextErrorsCarryTheHandlersText)
 {
     EXPECT_EQ(error_of(":TEXT"), "-109,\"Missing parameter;Param 0\"");
     EXPECT_EQ(error_of(":TEXT my host"), "-103,\"Invalid separator;Param 0\"");
@@ -172,7 +172,7 @@ TEST_F(DataSession, NumbersHaveUnitsAndWords)
     EXPECT_EQ(error_of(":FREQ FAST"), "-224,\"Illegal parameter value\"");
 }
 
-TEST_F(DataSession, AbsentOptionalParameterIsDistinguishedFromAMistake)
+TEST_F(DataSession, AbsentOptionalParameterIsDistinguishedFromAnError)
 {
     EXPECT_EQ(reply(":OPT 7"), "7");
     EXPECT_EQ(reply(":OPT"), "-2");

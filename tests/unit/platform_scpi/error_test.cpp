@@ -50,7 +50,7 @@ TEST_F(ErrorQueue, PopOfAnEmptyQueueReturnsNoErrorAndNoText)
     EXPECT_EQ(entry.device_dependent_info, nullptr);
 }
 
-TEST_F(ErrorQueue, GoesRoundItsArrayManyTimes)
+TEST_F(ErrorQueue, WrapsAroundItsArrayManyTimes)
 {
     for (int i = 1; i <= 50; ++i) {
         push(-i - 100, "a");
@@ -62,7 +62,7 @@ TEST_F(ErrorQueue, GoesRoundItsArrayManyTimes)
     }
 }
 
-TEST_F(ErrorQueue, LastEntryOfAFullQueueBecomesTheOverflowMarkAndLosesItsText)
+TEST_F(ErrorQueue, OverflowReplacesTheLastEntryAndItsText)
 {
     push(-101, "1");
     push(-102, "2");
@@ -78,7 +78,7 @@ TEST_F(ErrorQueue, LastEntryOfAFullQueueBecomesTheOverflowMarkAndLosesItsText)
     EXPECT_EQ(pop(), "");
 }
 
-TEST_F(ErrorQueue, TakesErrorsAgainAfterTheOverflowMarkOnceThereIsRoom)
+TEST_F(ErrorQueue, AcceptsErrorsAgainAfterTheOverflowOnceThereIsRoom)
 {
     for (int i = 0; i < 6; ++i) {
         SCPI_ErrorPush(&context, -101);
@@ -147,7 +147,7 @@ TEST_F(ErrorQueue, ZeroIsNoError)
     EXPECT_EQ(SCPI_RegGet(&context, SCPI_REG_ESR), 0);
 }
 
-TEST_F(ErrorQueue, EveryPushCallsBackWithTheErrorAlsoPastTheOverflow)
+TEST_F(ErrorQueue, EveryPushCallsBackEvenAfterAnOverflow)
 {
     for (int err = -101; err >= -106; --err) {
         SCPI_ErrorPush(&context, err);
@@ -169,7 +169,7 @@ TEST_F(ErrorQueue, CallbackGetsTheNumberUnchanged)
     EXPECT_EQ(pop(), "5");
 }
 
-TEST_F(ErrorQueue, AContextWithoutCallbacksTakesErrors)
+TEST_F(ErrorQueue, AContextWithoutCallbacksAcceptsErrors)
 {
     context.interface = nullptr;
     SCPI_ErrorPush(&context, -101);
@@ -215,7 +215,7 @@ TEST_F(ErrorQueue, InfoTextWithoutALengthIsTakenWhole)
     EXPECT_EQ(pop(), "-109:Param 0");
 }
 
-TEST_F(ErrorQueue, EmptyInfoTextIsNone)
+TEST_F(ErrorQueue, EmptyInfoTextCountsAsNone)
 {
     for (const size_t length : {0, 10}) {
         SCPI_ErrorPushEx(&context, -200, "", length);
@@ -227,7 +227,7 @@ TEST_F(ErrorQueue, EmptyInfoTextIsNone)
     EXPECT_EQ(pop(), "-200");
 }
 
-TEST_F(ErrorQueue, UpdatePutsATextOnTheNewestEntry)
+TEST_F(ErrorQueue, UpdateSetsTheTextOfTheNewestEntry)
 {
     SCPI_ErrorPush(&context, -101);
     SCPI_ErrorPush(&context, -109);
@@ -245,14 +245,14 @@ TEST_F(ErrorQueue, UpdateReplacesTheTextAndQueuesAndReportsNothing)
     EXPECT_EQ(pop(), "-109:second");
 }
 
-TEST_F(ErrorQueue, UpdateWithAPartOfTheTextItReplaces)
+TEST_F(ErrorQueue, UpdateMayUseAPartOfTheTextThatItReplaces)
 {
     push(-109, "first");
     SCPI_ErrorUpdateEx(&context, queue[0].device_dependent_info + 2, 2);
     EXPECT_EQ(pop(), "-109:rs");
 }
 
-TEST_F(ErrorQueue, UpdateWithNothingRemovesTheText)
+TEST_F(ErrorQueue, UpdateWithNoTextRemovesIt)
 {
     push(-109, "first");
     SCPI_ErrorUpdateEx(&context, nullptr, 0);
@@ -461,7 +461,7 @@ TEST(ErrorText, IsTheStandardOneForEachNumberAndUnknownForAllOthers)
     }
 }
 
-TEST(ErrorText, OfAPositiveOrAnyOtherNumberIsUnknown)
+TEST(ErrorText, OfAnyOtherNumberIsUnknown)
 {
     for (const int_fast16_t number :
          {1L, 100L, 32767L, -32768L, 65536L - 100L, long{INT32_MAX}, long{INT32_MIN}}) {

@@ -55,7 +55,7 @@ TEST(Framer, TextWithoutLineFeedIsIncomplete)
     expect_ends("*IDN?\r", {});
 }
 
-TEST(Framer, NothingToLookAtEndsNothing)
+TEST(Framer, NoBytesEndNothing)
 {
     scpi_framer_t framer{};
     EXPECT_EQ(SCPI_FramerScan(&framer, nullptr, 0), 0u);

@@ -69,7 +69,7 @@ TEST_F(CommonCommand, IdentificationIsReadAtEachQuery)
     EXPECT_EQ(ask(SCPI_CoreIdnQ), "M,N,2,V");
 }
 
-TEST_F(CommonCommand, IdentificationThatIsRefusedFails)
+TEST_F(CommonCommand, RefusedIdentificationFails)
 {
     identify("M", "N", "S", "V");
     parameters("");
@@ -178,7 +178,7 @@ TEST_F(CommonCommand, ResetCallsTheResetCallbackAndReturnsItsResult)
     EXPECT_EQ(run(SCPI_CoreRst, ""), SCPI_RES_OK);
 }
 
-TEST_F(CommonCommand, QueryThatIsRefusedFails)
+TEST_F(CommonCommand, RefusedQueryFails)
 {
     for (const Handler handler : {SCPI_CoreEseQ, SCPI_CoreEsrQ, SCPI_CoreSreQ, SCPI_CoreStbQ, SCPI_CoreOpcQ,
                                   SCPI_CoreTstQ, SCPI_SystemVersionQ, SCPI_SystemErrorCountQ}) {

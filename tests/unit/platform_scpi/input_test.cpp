@@ -124,7 +124,7 @@ TEST(Input, IndefiniteBlockEndsWithItsLine)
                 ElementsAre("call :DATA [#0;\"x]", kLineEnd, "flush", "call :A []", kLineEnd, "flush"));
 }
 
-TEST(Input, OpenStringCostsOnlyItsOwnMessage)
+TEST(Input, OpenStringSpoilsOnlyItsOwnMessage)
 {
     EXPECT_THAT(events_however_cut(":A \"open\n:B\n"),
                 ElementsAre("error -151", kLineEnd, "flush", "call :B []", kLineEnd, "flush"));
@@ -173,7 +173,7 @@ TEST(Input, EndWithoutBytesEndsTheMessage)
     EXPECT_TRUE(context.input(":B\n"));
 }
 
-TEST(Input, EndOnNothingIsAnEmptyMessage)
+TEST(Input, EndWithNothingHeldIsAnEmptyMessage)
 {
     RecordingContext context(kCommands);
     EXPECT_TRUE(context.end());
@@ -267,7 +267,7 @@ TEST(Input, BufferWithoutRoomOverrunsAndNeverWrites)
     EXPECT_THAT(events_however_cut("\n", 1), ElementsAre(kLineEnd, "flush"));
 }
 
-TEST(Input, FillOfTheBufferLeavesRoomForANulBetweenCalls)
+TEST(Input, BufferKeepsRoomForANulBetweenCalls)
 {
     RecordingContext context(kCommands, 12);
     for (int i = 0; i < 30; ++i) {
@@ -278,7 +278,7 @@ TEST(Input, FillOfTheBufferLeavesRoomForANulBetweenCalls)
 
 // The buffer as handlers and the application see it
 
-TEST(Input, BufferEndsWithTheMessageWhileItRuns)
+TEST(Input, BufferedMessageIsNulTerminatedWhileItRuns)
 {
     RecordingContext context(kCommands);
     std::vector<string> held;

@@ -155,7 +155,7 @@ void PrintTo(const Mistake& m, std::ostream* os)
 
 class LexerMistake : public ::testing::TestWithParam<Mistake> {};
 
-TEST_P(LexerMistake, ReportsItsNumberAndPlace)
+TEST_P(LexerMistake, ReportsItsNumberAndPosition)
 {
     const Lexed lexed = lex(GetParam().text);
     EXPECT_EQ(lexed.error, GetParam().error);
@@ -197,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"(", -171, 1}, Mistake{"(1", -171, 2}, Mistake{"((1)", -171, 4}, Mistake{"(1;2)", -171, 2},
         Mistake{"(\")", -171, 3}));
 
-TEST(Lexer, WhiteSpaceIsEveryControlCharacterAndTheBlank)
+TEST(Lexer, WhiteSpaceIsEveryControlCharacterAndTheSpace)
 {
     for (int c = 0; c < 256; ++c) {
         const std::string text = std::string("AB") + static_cast<char>(c) + "C";
@@ -215,7 +215,7 @@ TEST(Lexer, WhiteSpaceIsEveryControlCharacterAndTheBlank)
     }
 }
 
-TEST(Lexer, EveryPrefixOfATextStaysInsideIt)
+TEST(Lexer, NeverReadsPastAPrefixOfAText)
 {
     for (const std::string& text :
          {"-12.5 E +3 KHZ"s, "#3005a\"'(b,"s, "\"a\"\"b\" ,"s, "('a(',(\")\"))"s, "#H12AB;"s, "#0 x"s}) {

@@ -136,7 +136,7 @@ TEST_F(Number, MayHave255DigitsWithoutItsLeadingZeros)
     EXPECT_EQ(error(), -124);
 }
 
-TEST_F(Number, OptionalThatIsAbsentIsNoErrorAndZero)
+TEST_F(Number, AbsentOptionalIsNoErrorAndZero)
 {
     parameters("");
     int32_t i = 7;
@@ -221,7 +221,7 @@ struct NumberInALocale : Number {
     }
 };
 
-TEST_F(NumberInALocale, OfTheStreamsStillHasItsDecimalPoint)
+TEST_F(NumberInALocale, OfTheStreamsStillHasADecimalPoint)
 {
     struct Comma : std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
@@ -329,7 +329,7 @@ TEST_F(Number, SpecialsAreReadInShortAndLongForm)
     }
 }
 
-TEST_F(Number, SpecialsAreTheCallersOwnList)
+TEST_F(Number, SpecialsAreTheCallersList)
 {
     constexpr scpi_choice_def_t kOwn[] = {{"OVERload", 42}, {nullptr, -1}};
     parameters("over");
@@ -358,7 +358,7 @@ TEST_F(Number, WithoutUnitsASuffixIsMinus138)
     EXPECT_EQ(error(), -138);
 }
 
-TEST_F(Number, OptionalWithUnitThatIsAbsentIsNoError)
+TEST_F(Number, AbsentOptionalWithUnitIsNoError)
 {
     parameters("");
     scpi_number_t number{true, 1, 2, SCPI_UNIT_VOLT, 2};

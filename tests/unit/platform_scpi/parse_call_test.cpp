@@ -53,7 +53,7 @@ TEST_F(ParseCall, LeavesThePartialMessageAlone)
                 ElementsAre("call :B []", "call :A [1]", "call :DATA [#14\\nabc]", kLineEnd, "flush"));
 }
 
-TEST_F(ParseCall, PassesHandlersTheEndOfItsOwnText)
+TEST_F(ParseCall, BoundsHandlersByItsOwnText)
 {
     m_context.in_handler = [](scpi_t* c) {
         const lex_state_t& lex = c->param_list.lex_state;
@@ -82,7 +82,7 @@ TEST_F(ParseCall, HandlerMayParseAndContinueItsOwnCommand)
     EXPECT_THAT(run(":A 1;:B"), ElementsAre("call :A [1]", "call :B [2]", "call :OUTP? []", "call :B []"));
 }
 
-TEST_F(ParseCall, ErrorOfANestedParseIsOneOfTheMessage)
+TEST_F(ParseCall, ErrorOfANestedParseCountsForTheMessage)
 {
     bool nested = false;
     m_context.in_handler = [&](scpi_t* c) {
@@ -96,7 +96,7 @@ TEST_F(ParseCall, ErrorOfANestedParseIsOneOfTheMessage)
     EXPECT_FALSE(m_result);
 }
 
-TEST_F(ParseCall, ErrorOfANestedParseIsOneOfTheCommand)
+TEST_F(ParseCall, ErrorOfANestedParseCountsForTheCommand)
 {
     scpi_command_t commands[] = {{":OUTer",
                                   [](scpi_t* c) {
@@ -150,7 +150,7 @@ TEST(Context, MissingInterfaceDiscardsOutput)
 
 extern "C" int scpi_headers_serve_c(void);
 
-TEST(Context, HeadersServeC)
+TEST(Context, HeadersCompileAsC)
 {
     EXPECT_EQ(scpi_headers_serve_c(), 0);
 }

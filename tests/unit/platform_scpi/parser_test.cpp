@@ -38,7 +38,7 @@ TEST_F(Parser, UnitsRunInOrder)
     EXPECT_THAT(run(":A 1;:B 2;:A 3"), ElementsAre("call :A [1]", "call :B [2]", "call :A [3]"));
 }
 
-TEST_F(Parser, EmptyUnitsAreSteppedOver)
+TEST_F(Parser, EmptyUnitsAreSkipped)
 {
     EXPECT_THAT(run(""), IsEmpty());
     EXPECT_THAT(run("  \t "), IsEmpty());
@@ -142,7 +142,7 @@ TEST_F(Parser, PathEndsWithItsMessage)
                 ElementsAre("call :SOUR:FREQ [1]", kLineEnd, "flush", "error -113", kLineEnd, "flush"));
 }
 
-TEST_F(Parser, HeaderIsComposedJustBeforeTheClientsSeparatorAndParameters)
+TEST_F(Parser, HeaderIsComposedRightBeforeTheClientsSeparator)
 {
     std::vector<string> seen;
     m_context.in_handler = [&](scpi_t* c) {
@@ -172,7 +172,7 @@ TEST_F(Parser, LongChainOfRelativeHeadersKeepsItsPath)
     EXPECT_EQ(run(line), expected);
 }
 
-TEST_F(Parser, LaterUnitsAreWholeWhileAnEarlierOneRuns)
+TEST_F(Parser, LaterUnitsAreIntactWhileAnEarlierOneRuns)
 {
     std::vector<string> rest;
     m_context.in_handler = [&](scpi_t* c) {
@@ -255,7 +255,7 @@ TEST_F(Parser, IsCmdMatchesTheHeaderOfTheCommand)
     EXPECT_FALSE(SCPI_IsCmd(&context(), ":SOURce:POWer"));
 }
 
-TEST_F(Parser, ResultsGoOutWithoutASeparatorOfTheParsers)
+TEST_F(Parser, ResultsAreWrittenWithoutAUnitSeparator)
 {
     EXPECT_THAT(run(":ANSW?;ANSW?"), ElementsAre("write \"42\"", "write \"42\""));
 }
@@ -291,7 +291,7 @@ TEST_F(Parser, WhiteSpaceThatEndsABlockIsData)
     EXPECT_THAT(run(":DATA #12  , 1  "), ElementsAre("call :DATA [#12  , 1]"));
 }
 
-TEST_F(Parser, IndefiniteBlockTakesAllUpToTheLineEnd)
+TEST_F(Parser, IndefiniteBlockExtendsToTheLineEnd)
 {
     EXPECT_THAT(run(":DATA #0a;:B \t"), ElementsAre("call :DATA [#0a;:B \\x09]"));
     EXPECT_THAT(run(":DATA #0a\r"), ElementsAre("call :DATA [#0a]"));

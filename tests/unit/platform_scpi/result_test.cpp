@@ -23,13 +23,13 @@ struct Result : ScpiData {
     }
 };
 
-TEST_F(Result, CharactersGoOutInOneWrite)
+TEST_F(Result, CharactersAreOneWrite)
 {
     EXPECT_EQ(SCPI_ResultCharacters(&context, "a;b\"\0c", 6), 6u);
     EXPECT_THAT(writes, ElementsAre("a;b\"\0c"s));
 }
 
-TEST_F(Result, SecondHasACommaBeforeItAsItsOwnWrite)
+TEST_F(Result, SecondIsPrecededByACommaInItsOwnWrite)
 {
     EXPECT_EQ(SCPI_ResultCharacters(&context, "abc", 3), 3u);
     EXPECT_EQ(SCPI_ResultInt32(&context, -5), 3u);
@@ -201,7 +201,7 @@ TEST_F(Result, FloatingPointReadsBackTheSame)
     }
 }
 
-TEST_F(Result, InfinityAndNotANumberAreTheirAgreedNumbers)
+TEST_F(Result, InfinityAndNotANumberHaveStandardValues)
 {
     EXPECT_EQ(of(SCPI_ResultDouble, std::numeric_limits<double>::infinity()), "9.9E+37");
     EXPECT_EQ(of(SCPI_ResultDouble, -std::numeric_limits<double>::infinity()), "-9.9E+37");
@@ -214,7 +214,7 @@ TEST_F(Result, InfinityAndNotANumberAreTheirAgreedNumbers)
 
 /* Blocks */
 
-TEST_F(Result, BlockHeaderIsItsOwnWriteWithTheRemainingBytesAlreadyKnown)
+TEST_F(Result, BlockHeaderIsItsOwnWriteAndTheRemainingBytesAreAlreadyKnown)
 {
     EXPECT_EQ(SCPI_ResultArbitraryBlock(&context, "a\n#;\0", 5), 8u);
     EXPECT_THAT(writes, ElementsAre("#15", "a\n#;\0"s));
@@ -296,7 +296,7 @@ TEST_F(Result, BlockThatWriteRefusesIsAFailureAndEnds)
     }
 }
 
-TEST_F(Result, BlockThatIsTakenInPartIsAFailure)
+TEST_F(Result, PartiallyAcceptedBlockIsAFailure)
 {
     scpi_interface_t half{};
     half.write = [](scpi_t*, const char*, size_t len) { return len > 3 ? len / 2 : len; };

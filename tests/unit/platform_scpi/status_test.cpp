@@ -21,7 +21,7 @@ TEST_F(Status, RegisterKeepsWhatWasSet)
     }
 }
 
-TEST_F(Status, BitsAreSetAndClearedAlone)
+TEST_F(Status, BitsAreSetAndClearedIndividually)
 {
     set(SCPI_REG_QUESE, 0x0F);
     SCPI_RegSetBits(&context, SCPI_REG_QUESE, 0x30);
@@ -49,7 +49,7 @@ TEST_F(Status, ServiceRequestEnableHasNoBitForTheRequestItself)
     EXPECT_EQ(reg(SCPI_REG_SRE), 0xBF);
 }
 
-TEST_F(Status, UnknownRegisterIsZeroAndTakesNothing)
+TEST_F(Status, UnknownRegisterIsZeroAndIgnoresWrites)
 {
     for (const auto name : {static_cast<scpi_reg_name_t>(SCPI_REG_COUNT), static_cast<scpi_reg_name_t>(15)}) {
         set(name, 1);
@@ -57,7 +57,7 @@ TEST_F(Status, UnknownRegisterIsZeroAndTakesNothing)
     }
 }
 
-TEST_F(Status, StandardEventsSumUpThroughTheirEnable)
+TEST_F(Status, StandardEventsAreSummarizedThroughTheirEnable)
 {
     set(SCPI_REG_ESR, ESR_OPC);
     EXPECT_EQ(reg(SCPI_REG_STB), 0);
@@ -67,7 +67,7 @@ TEST_F(Status, StandardEventsSumUpThroughTheirEnable)
     EXPECT_EQ(reg(SCPI_REG_STB), 0);
 }
 
-TEST_F(Status, OperationAndQuestionableEventsSumUpThroughTheirEnables)
+TEST_F(Status, OperationAndQuestionableEventsAreSummarizedThroughTheirEnables)
 {
     set(SCPI_REG_OPERE, 0x10);
     set(SCPI_REG_QUESE, 0x20);
@@ -82,7 +82,7 @@ TEST_F(Status, OperationAndQuestionableEventsSumUpThroughTheirEnables)
     EXPECT_EQ(reg(SCPI_REG_STB), STB_QES);
 }
 
-TEST_F(Status, ErrorQueueSumsUpWhileItHoldsAnError)
+TEST_F(Status, ErrorQueueIsSummarizedWhileItHoldsAnError)
 {
     SCPI_ErrorPush(&context, -900);
     SCPI_ErrorPush(&context, -900);
@@ -114,7 +114,7 @@ TEST_F(Status, ConditionReachesTheStatusByteThroughTheEvent)
     EXPECT_EQ(reg(SCPI_REG_STB), STB_QES);
 }
 
-TEST_F(Status, StatusByteIsWrittenOnlyWhereItSumsUpNothing)
+TEST_F(Status, OnlyBitsWithoutASummaryCanBeWrittenInTheStatusByte)
 {
     set(SCPI_REG_STB, 0xFFFF);
     EXPECT_EQ(reg(SCPI_REG_STB), STB_R01 | STB_PRO | STB_MAV);
@@ -147,7 +147,7 @@ TEST_F(Status, RisingSummaryRequestsServiceOnce)
                 ElementsAre(Pair(SCPI_CTRL_SRQ, STB_ESR | STB_SRQ), Pair(SCPI_CTRL_SRQ, STB_QMA | STB_SRQ)));
 }
 
-TEST_F(Status, EnablingABitThatIsUpRequestsService)
+TEST_F(Status, EnablingASetBitRequestsService)
 {
     SCPI_ErrorPush(&context, -900);
     EXPECT_THAT(controls, IsEmpty());

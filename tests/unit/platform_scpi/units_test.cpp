@@ -56,7 +56,7 @@ TEST(Units, HaveTheirUnitAndFactor)
     }
 }
 
-TEST(Units, AreSpelledOnceEachAndInCapitals)
+TEST(Units, HaveOneSpellingInCapitals)
 {
     std::set<std::string> seen;
     for (const scpi_unit_def_t* unit = scpi_units_def; unit->name != nullptr; ++unit) {
