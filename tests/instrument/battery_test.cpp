@@ -107,7 +107,7 @@ TEST_F(PortableBattery, ItDrainsUntilTheModuleIsSwitchedOffAndChargesUntilItIsOn
     EXPECT_EQ(client.ask(":FREQ 3e9;:FREQ?"), "3000000000;+OK\r\n");
 }
 
-TEST_F(PortableBattery, TakenOutTheRecordsKeepWhatItLastWas)
+TEST_F(PortableBattery, RemovalLeavesItsLastStateInTheRecords)
 {
     ORVAN_NEEDS_SANDBOX();
     start("10");

@@ -67,7 +67,7 @@ TEST(ModuleTemperature, IsHeldAndReleasedFromOutside)
     EXPECT_NE(client.ask(":SYST:TEMP?"), "71.5;+OK\r\n");
 }
 
-TEST(ModuleTemperature, IsNotPolledBeforeTheInstrumentServes)
+TEST(ModuleTemperature, IsNotPolledBeforeTheInstrumentAcceptsClients)
 {
     ORVAN_NEEDS_SANDBOX();
     // A failed poll of the own channel would stay in the built-in test's result; at this rate the half

@@ -71,7 +71,7 @@ TEST(FirmwareDownload, APackageFromTheLanIsInstalledEverywhereAndLeavesNoFiles)
     EXPECT_EQ(instrument.client().ask(":FREQ 3e9;:FREQ?"), "3000000000;+OK\r\n");
 }
 
-TEST(FirmwareDownload, OfAPackageThatOneModuleRefusesIsKept)
+TEST(FirmwareDownload, KeepsAPackageThatOneModuleRefuses)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);
@@ -90,7 +90,7 @@ TEST(FirmwareDownload, OfAPackageThatOneModuleRefusesIsKept)
     EXPECT_FALSE(fs::exists(instrument.state() / "installed"));
 }
 
-TEST(FirmwareDownload, OfAnImageIsBurntByEveryModuleAndEndsTheMaintenanceUntilARestart)
+TEST(FirmwareDownload, OfAnImageReachesEveryModuleAndStopsMaintenanceUntilARestart)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);

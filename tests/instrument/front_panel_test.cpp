@@ -56,7 +56,7 @@ TEST_P(KeysOf, TheOutputFollowsItsKeys)
     EXPECT_TRUE(logged("RF off"));
 }
 
-TEST_F(Keys, ABenchtopsRelayFollowsTheChannelThatTheyHaveSelected)
+TEST_F(Keys, SwitchTheRelayOfTheSelectedChannel)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace();
@@ -83,7 +83,7 @@ TEST_F(Keys, PresetResetsTheInstrument)
     EXPECT_TRUE(eventually([&] { return client.ask(":FREQ?") == preset; })) << preset;
 }
 
-TEST_F(Keys, InvalidOnesAreReportedAndHeldOnesAreNotRepeated)
+TEST_F(Keys, InvalidAreReportedAndHeldAreNotRepeated)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3652B", "--log-level", "info"});
@@ -101,7 +101,7 @@ TEST_F(Keys, InvalidOnesAreReportedAndHeldOnesAreNotRepeated)
     EXPECT_TRUE(eventually([&] { return instrument->service_log().rfind(held) > log.size(); }));
 }
 
-TEST_F(Keys, ThoseOfMissingChannelsAreIgnored)
+TEST_F(Keys, OfMissingChannelsAreIgnored)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3652B", "--log-level", "info"});

@@ -175,7 +175,7 @@ class StoredSettings : public testing::TestWithParam<Start> {};
 
 } // namespace
 
-TEST_P(StoredSettings, AreChosenHealedAndThenLeftAlone)
+TEST_P(StoredSettings, AreReconciledRepairedAndThenLeftAlone)
 {
     ORVAN_NEEDS_SANDBOX();
     const Start& start = GetParam();
@@ -228,7 +228,7 @@ TEST(Settings, OfANewInstrumentAreProducedInBothStores)
     }
 }
 
-TEST(Settings, DamagedWhileTheInstrumentRunsAreHealedByTheNextStart)
+TEST(Settings, DamagedWhileTheInstrumentRunsAreRepairedByTheNextStart)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({}, eeprom(eeprom57));
@@ -241,7 +241,7 @@ TEST(Settings, DamagedWhileTheInstrumentRunsAreHealedByTheNextStart)
     expect_same(read_backup(instrument.state()), bytes_of(eeprom57()), "backup");
 }
 
-TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentStillServes)
+TEST(Settings, WithoutATerminatorInAnyTextStillServe)
 {
     ORVAN_NEEDS_SANDBOX();
     SettingsRecord record;
@@ -261,7 +261,7 @@ TEST(Settings, WithoutATerminatorInAnyTextTheInstrumentStillServes)
     EXPECT_EQ(bytes_of(read_eeprom(instrument.state())), read_backup(instrument.state()));
 }
 
-TEST(Settings, ThatTheHostNameScriptRefusesLeaveTheHostNameAndAreLogged)
+TEST(Settings, RefusedByTheHostNameScriptAreLoggedAndKeepTheHostName)
 {
     ORVAN_NEEDS_SANDBOX();
     SettingsRecord record = of_eeprom();

@@ -54,7 +54,7 @@ protected:
 
 } // namespace
 
-TEST_F(DevelopersFiles, AreNotReachedByAHostNameWithACommandInIt)
+TEST_F(DevelopersFiles, AreOutOfReachOfACommandInAHostName)
 {
     const Instrument instrument;
     Client client = instrument.client();
@@ -64,7 +64,7 @@ TEST_F(DevelopersFiles, AreNotReachedByAHostNameWithACommandInIt)
     expect_untouched(instrument);
 }
 
-TEST_F(DevelopersFiles, AreNotReachedByANetworkAddressWithACommandInIt)
+TEST_F(DevelopersFiles, AreOutOfReachOfACommandInANetworkAddress)
 {
     const Instrument instrument;
     Client client = instrument.client();
@@ -73,7 +73,7 @@ TEST_F(DevelopersFiles, AreNotReachedByANetworkAddressWithACommandInIt)
     expect_untouched(instrument);
 }
 
-TEST_F(DevelopersFiles, AreNotReachedByAHostNameOfTheMaintenanceProtocol)
+TEST_F(DevelopersFiles, AreOutOfReachOfAHostNameSetByMaintenance)
 {
     const Instrument instrument;
     std::string frame =

@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(Ports, LockedOutByAPort, testing::Values("0", "65536"))
 
 } // namespace
 
-TEST_P(LockedOutByAPort, ThatIsInvalidTheUsualOneIsServed)
+TEST_P(LockedOutByAPort, ThatIsInvalidServesTheUsualOne)
 {
     ORVAN_NEEDS_SANDBOX();
     instrument.emplace(std::vector<std::string>{"--model", "OVX3651P"});

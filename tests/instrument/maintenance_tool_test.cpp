@@ -180,7 +180,7 @@ TEST(MaintenanceTool, PacksAndCompletesAnUpdate)
     expect_updated(instrument, updated, image);
 }
 
-TEST(MaintenanceTool, SendsAnUpdateOverALinkThatLosesAndDoubles)
+TEST(MaintenanceTool, SendsAnUpdateOverALossyDuplicatingLink)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kSlowBenchtop);
@@ -197,7 +197,7 @@ TEST(MaintenanceTool, SendsAnUpdateOverALinkThatLosesAndDoubles)
     expect_updated(instrument, updated, image);
 }
 
-TEST(MaintenanceTool, UpdatesAnInstrumentThatIsInABrokenOffTransfer)
+TEST(MaintenanceTool, UpdatesAnInstrumentLeftInAnAbortedTransfer)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kSlowBenchtop);
@@ -229,7 +229,7 @@ TEST(MaintenanceTool, ReportsAnUpdateThatTheInstrumentRefuses)
     EXPECT_FALSE(fs::exists(instrument.state() / "installed"));
 }
 
-TEST(MaintenanceTool, ReportsAModuleThatIsSilentWhileBurningAndTheOtherOnes)
+TEST(MaintenanceTool, ReportsAModuleThatIsSilentWhileBurningAndTheOthers)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument(kBenchtop);

@@ -107,7 +107,7 @@ double number_in(const cJSON* document, int channel, const char* tag)
 
 } // namespace
 
-TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
+TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsMatchTheModulesInTheEnd)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -140,7 +140,7 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsEndAsTheModulesDo)
 }
 
 // Both go to all modules, and involve the controller.
-TEST(ManyClients, WaitForAResetAndForATestOfAnother)
+TEST(ManyClients, WaitForAnotherClientsResetAndSelfTest)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

@@ -72,7 +72,7 @@ using Pair = std::tuple<PublicClient, Platform>;
 
 class PublicClients : public testing::TestWithParam<Pair> {};
 
-TEST_P(PublicClients, HoldASessionOfEveryKindOfCommand)
+TEST_P(PublicClients, RunASessionOfEveryKindOfCommand)
 {
     ORVAN_NEEDS_SANDBOX();
     const auto& [client, platform] = GetParam();
@@ -90,7 +90,7 @@ INSTANTIATE_TEST_SUITE_P(Each, PublicClients,
 
 class PublicClientsWithADeadModule : public testing::TestWithParam<PublicClient> {};
 
-TEST_P(PublicClientsWithADeadModule, ResetAndTestTheOthersAndAllOnceItIsBack)
+TEST_P(PublicClientsWithADeadModule, ResetAndTestTheOthersAndThenAllOnceItReturns)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

@@ -59,7 +59,7 @@ TEST(Records, FollowTheTrafficOfTheSelectedChannel)
     EXPECT_EQ(element(instrument, 2, "freq"), "1000000000");
 }
 
-TEST(Records, AParameterWithAUnitIsMirroredRightAtTheNextQuery)
+TEST(Records, AParameterWithAUnitIsMirroredCorrectlyByTheNextQuery)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -115,7 +115,7 @@ TEST(Records, AWatchSeesEachChange)
     EXPECT_EQ(instrument.exec("controller", {"sh", "-c", "kill $(cat " + seen.string() + ".pid)"}).status, 0);
 }
 
-TEST(Records, ThereIsNoInstrumentWhereThereIsNoService)
+TEST(Records, ThereIsNoInstrumentWithoutTheService)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -125,7 +125,7 @@ TEST(Records, ThereIsNoInstrumentWhereThereIsNoService)
     EXPECT_EQ(outcome.output, "orvan-db: no instrument: no service keeps channel records here\n");
 }
 
-TEST(Records, ARebootBringsTheFactorySetupBack)
+TEST(Records, ARebootRestoresTheFactorySetup)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -135,7 +135,7 @@ TEST(Records, ARebootBringsTheFactorySetupBack)
     EXPECT_EQ(element(instrument, 1, "freq"), "1000000000");
 }
 
-TEST(Records, ASetupThatIsInTheStateFolderIsKept)
+TEST(Records, ASetupInTheStateFolderIsKept)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

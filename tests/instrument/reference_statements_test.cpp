@@ -132,7 +132,7 @@ TEST(Statements, AnOutputPathThatCannotBeSwitchedIsAnErrorOnTheThirdPlatformOnly
     }
 }
 
-TEST(Statements, ASelfTestReportsAHotModuleWhileItIsAndASilentOneFromThenOn)
+TEST(Statements, ASelfTestReportsAHotModuleWhileHotAndASilentOneFromThenOn)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--clock-rate", "30"});

@@ -47,7 +47,7 @@ TEST(Restart, OfAServiceThatWasKilledServesTheClientsThatConnectMeanwhile)
 }
 
 // Each search costs descriptors.
-TEST(Restart, RestartsAnInstrumentThatWasSearchedForTooOften)
+TEST(Restart, RecoversAnInstrumentThatWasSearchedForTooOften)
 {
     ORVAN_NEEDS_SANDBOX();
     const rlimit few = {512, 512};

@@ -46,7 +46,7 @@ TEST(ServiceEnd, APowerButtonThatIsHeldEndsAnEndlessReply)
 }
 
 // The poll asks the selected channel as a client of the service does.
-TEST(ServiceEnd, ATemperaturePollThatWaitsIsNoError)
+TEST(ServiceEnd, AWaitingTemperaturePollIsNoError)
 {
     ORVAN_NEEDS_SANDBOX();
     Instrument instrument({"--model", "OVX3651P"});

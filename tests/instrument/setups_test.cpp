@@ -240,7 +240,7 @@ TEST(Setups, AreStoredRecalledAndClearedByClients)
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?"), "5000000;+OK");
 }
 
-TEST(Setups, AreLoadedAtTheStartOrTheFactorysWhenAFileIsMissing)
+TEST(Setups, AreLoadedAtStartUpOrTheFactorySetupIfAFileIsMissing)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -259,7 +259,7 @@ TEST(Setups, AreLoadedAtTheStartOrTheFactorysWhenAFileIsMissing)
     }
 }
 
-TEST(Setups, TheServiceSendsTheFactorysToTheModulesThatAnswer)
+TEST(Setups, TheServiceSendsTheFactorySetupToTheModulesThatAnswer)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", "OVX3652B"});
@@ -273,7 +273,7 @@ TEST(Setups, TheServiceSendsTheFactorysToTheModulesThatAnswer)
     }
 }
 
-TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
+TEST(Setups, ADeadModuleIsMarkedAndSkippedAndTheOthersGetTheirs)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -301,7 +301,7 @@ TEST(Setups, ADeadModuleGetsNothingAndIsMarkedAndTheOthersGetTheirs)
     EXPECT_EQ(element(instrument, 2, "chan_stat"), "ON");
 }
 
-TEST(Setups, AModuleThatDiesUnnoticedCostsARequestForEachElementAndIsReported)
+TEST(Setups, AModuleThatDiedUnnoticedCostsARequestPerElementAndIsReported)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -351,7 +351,7 @@ TEST(Setups, AMissingFolderIsReportedAndTheOtherChannelsAreStored)
     EXPECT_FALSE(fs::exists(instrument.state() / "halde/preset/2"));
 }
 
-TEST(Setups, WhatIsReadOnlyKeepsItsFilesAndIsReported)
+TEST(Setups, AReadOnlyFolderKeepsItsFilesAndIsReported)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -398,7 +398,7 @@ TEST(Setups, AFullDiskKeepsTheFormerFileAndLeavesNoDraft)
 
 // ---- files of others
 
-TEST(Setups, FilesThatAreNoSetupAreReportedAndLeaveRecordAndModule)
+TEST(Setups, InvalidFilesAreReportedAndLeaveRecordAndModuleUnchanged)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;

@@ -130,7 +130,7 @@ TEST(StartUp, AnInvalidFactorySetupIsLoggedAndTheRecordsAreEmpty)
     EXPECT_EQ(element(instrument, 1, "freq"), "77");
 }
 
-TEST(StartUp, SharedMemoryOfAnotherSizeIsTakenOverAndCutOrStretched)
+TEST(StartUp, SharedMemoryOfAnotherSizeIsReusedAndResized)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -140,7 +140,7 @@ TEST(StartUp, SharedMemoryOfAnotherSizeIsTakenOverAndCutOrStretched)
     expect_served(instrument);
 }
 
-TEST(StartUp, SharedMemoryThatDoesNotOpenIsLoggedAndTheServiceDoesWithoutRecords)
+TEST(StartUp, SharedMemoryThatDoesNotOpenIsLoggedAndTheServiceRunsWithoutRecords)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
@@ -180,7 +180,7 @@ TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndLogsWhy)
     fs::remove_all(folder);
 }
 
-TEST(StartUp, WithoutAPlaceForTheBackupANewInstrumentIsNotMade)
+TEST(StartUp, WithoutAPlaceForTheBackupNoNewInstrumentIsProduced)
 {
     ORVAN_NEEDS_SANDBOX();
     try {

@@ -102,7 +102,7 @@ TEST_F(Tca8418Driver, SetsTheMatrixUpBeforeItEnablesTheInterrupt)
     )"));
 }
 
-TEST_F(Tca8418Driver, EveryMatrixIsMadeOfItsFirstLines)
+TEST_F(Tca8418Driver, EveryMatrixUsesTheFirstLines)
 {
     for (unsigned rows = 1; rows <= 8; ++rows) {
         for (unsigned cols = 1; cols <= 10; ++cols) {
@@ -113,7 +113,7 @@ TEST_F(Tca8418Driver, EveryMatrixIsMadeOfItsFirstLines)
     }
 }
 
-TEST_F(Tca8418Driver, AMatrixThatTheChipDoesNotHaveIsRefusedBeforeAnyAccess)
+TEST_F(Tca8418Driver, AnUnsupportedMatrixIsRefusedBeforeAnyAccess)
 {
     trace();
     EXPECT_LT(tca8418_configure(fd, 0, 10), 0);
@@ -211,7 +211,7 @@ TEST_F(Tca8418Driver, TheThreeKeysOfCtrlAltDelLeaveTheLineFree)
     EXPECT_EQ(chip.interrupt_level(), 1);
 }
 
-TEST_F(Tca8418Driver, EventsOfBeforeTheSetUpStay)
+TEST_F(Tca8418Driver, EventsFromBeforeTheSetUpAreKept)
 {
     tca8418_configure(fd, 6, 10);
     chip.press(1, 1);
@@ -219,7 +219,7 @@ TEST_F(Tca8418Driver, EventsOfBeforeTheSetUpStay)
     EXPECT_EQ(take(), (Event{0, 1, 1, 0x80}));
 }
 
-TEST_F(Tca8418Driver, AFailedAccessIsTriedAgain)
+TEST_F(Tca8418Driver, AFailedAccessIsRetried)
 {
     tca8418_configure(fd, 6, 10);
     for (const size_t refused : {0u, 1u, 2u}) {
@@ -254,7 +254,7 @@ TEST_F(Tca8418Driver, ABusThatFailsFor45MillisecondsCostsNoEvent)
     EXPECT_EQ(chip.interrupt_level(), 1) << "free for the edge of the next event";
 }
 
-TEST_F(Tca8418Driver, AnEventThatCannotBeReadBringsTheNextCall)
+TEST_F(Tca8418Driver, AnEventThatCannotBeReadTriggersAnotherCall)
 {
     tca8418_configure(fd, 6, 10);
     chip.press(4, 5);

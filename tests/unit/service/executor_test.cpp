@@ -38,7 +38,7 @@ int waited_for()
 } // namespace
 
 // A program that the library starts has copies of the descriptors until exec.
-TEST(Executor, WaitsNoMoreForASessionThatIsOverWhileAChildHasACopyOfItsDescriptor)
+TEST(Executor, StopsWaitingForAnEndedSessionWhoseDescriptorAChildHolds)
 {
     RecordingSink sink;
     RunningServer server(sink);

@@ -95,7 +95,7 @@ protected:
     std::optional<FrontPanel> panel;
 };
 
-TEST_F(FrontPanelTest, EachKeyInUseIsNamedInTheLogAndItsMessageExecuted)
+TEST_F(FrontPanelTest, EachAssignedKeyIsLoggedAndItsMessageExecuted)
 {
     for (const KeyAction& key : key_map()) {
         const size_t before = commands.messages().size();
@@ -108,7 +108,7 @@ TEST_F(FrontPanelTest, EachKeyInUseIsNamedInTheLogAndItsMessageExecuted)
     EXPECT_EQ(log.lines().size(), key_map().size()) << "a good reply is not logged";
 }
 
-TEST_F(FrontPanelTest, KeysArriveInTheirOrder)
+TEST_F(FrontPanelTest, KeysArriveInOrder)
 {
     std::vector<std::string> expected;
     for (int i = 0; i < 200; ++i) {
@@ -133,7 +133,7 @@ TEST_F(FrontPanelTest, KeysTypedDuringACommandWaitForIt)
     EXPECT_TRUE(commands.wait_for(101));
 }
 
-TEST_F(FrontPanelTest, AKeyThatIsNotInUseIsLoggedOnly)
+TEST_F(FrontPanelTest, AnUnassignedKeyIsOnlyLogged)
 {
     type(key_code(5, 9));
     EXPECT_TRUE(log.wait_for(LOG_INFO, "front panel: key 0x95 is not in use"));
@@ -142,7 +142,7 @@ TEST_F(FrontPanelTest, AKeyThatIsNotInUseIsLoggedOnly)
     EXPECT_TRUE(commands.messages().empty());
 }
 
-TEST_F(FrontPanelTest, AKeyOfAChannelThatIsNotInstalledIsNotInUse)
+TEST_F(FrontPanelTest, AKeyOfAMissingChannelIsUnassigned)
 {
     start(std::chrono::seconds(10), 2);
     type(key_code(0, 2));
@@ -163,7 +163,7 @@ TEST_F(FrontPanelTest, AnErrorOrNoReplyIsLogged)
     EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: RF off: :OUTP OFF: no reply"));
 }
 
-TEST_F(FrontPanelTest, AConnectionThatCarriesNoCodeOrTooManyIsLeftAlone)
+TEST_F(FrontPanelTest, AConnectionWithNoCodeOrTooManyIsIgnored)
 {
     deliver("");
     EXPECT_TRUE(log.wait_for(LOG_WARNING, "front panel: a connection with no code"));
@@ -187,7 +187,7 @@ TEST_F(FrontPanelTest, ACodeCountsWhenItsConnectionEndsAndNotBefore)
     EXPECT_EQ(read_until(connection.get(), "\n"), "") << "nothing is sent back, and it is closed";
 }
 
-TEST_F(FrontPanelTest, AConnectionThatDoesNotEndKeepsTheOthersWaitingForItsPatienceOnly)
+TEST_F(FrontPanelTest, AnUnfinishedConnectionDelaysOthersOnlyForItsTimeOut)
 {
     start(std::chrono::seconds(1));
     const UniqueFd silent = connect();
@@ -197,7 +197,7 @@ TEST_F(FrontPanelTest, AConnectionThatDoesNotEndKeepsTheOthersWaitingForItsPatie
     EXPECT_TRUE(read_until(silent.get(), "\n").empty());
 }
 
-TEST_F(FrontPanelTest, AConnectionThatIsResetIsLeftAlone)
+TEST_F(FrontPanelTest, AResetConnectionIsIgnored)
 {
     {
         TestClient client(port);
@@ -208,7 +208,7 @@ TEST_F(FrontPanelTest, AConnectionThatIsResetIsLeftAlone)
     EXPECT_EQ(commands.messages().size(), 1u);
 }
 
-TEST_F(FrontPanelTest, AfterItsEndItAcceptsNoMoreKeys)
+TEST_F(FrontPanelTest, AfterDestructionNoMoreKeysAreAccepted)
 {
     const UniqueFd open_at_the_end = connect();
     panel->end();
@@ -219,7 +219,7 @@ TEST_F(FrontPanelTest, AfterItsEndItAcceptsNoMoreKeys)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(FrontPanelTest, ItsEndWaitsForTheKeyAtWork)
+TEST_F(FrontPanelTest, DestructionWaitsForTheRunningKey)
 {
     commands.shut(true);
     type(kPreset);
@@ -244,7 +244,7 @@ TEST_F(FrontPanelTest, LeaksNoDescriptors)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(FrontPanelTest, OutOfDescriptorsItLogsThatAndContinuesLater)
+TEST_F(FrontPanelTest, LogsThatItIsOutOfDescriptorsAndContinuesLater)
 {
     const UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};

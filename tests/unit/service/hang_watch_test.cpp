@@ -133,7 +133,7 @@ protected:
 
 } // namespace
 
-TEST_F(HangWatchTest, ReportsAMessageWithoutProgressOnceAndFeedsTheWatchdogNoMore)
+TEST_F(HangWatchTest, ReportsAMessageWithoutProgressOnceAndStopsFeedingTheWatchdog)
 {
     watch_for(2min);
     check_at(0s);
@@ -204,7 +204,7 @@ TEST_F(HangWatchTest, ALongMessageThatMakesProgressIsNoHang)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(HangWatchTest, MessagesOneAfterTheOtherAreProgress)
+TEST_F(HangWatchTest, ConsecutiveMessagesAreProgress)
 {
     watch_for(1s);
     for (auto time = 0ms; time < 10s; time += 900ms) {
@@ -216,7 +216,7 @@ TEST_F(HangWatchTest, MessagesOneAfterTheOtherAreProgress)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(HangWatchTest, NothingAtWorkIsNoHang)
+TEST_F(HangWatchTest, IdleIsNoHang)
 {
     watch_for(1s);
     std::string text = "*IDN?\n";
@@ -230,7 +230,7 @@ TEST_F(HangWatchTest, NothingAtWorkIsNoHang)
     EXPECT_TRUE(log.lines().empty()) << "the hour before it does not count";
 }
 
-TEST_F(HangWatchTest, ALongMessageIsCutAndWhatCannotBePrintedIsADot)
+TEST_F(HangWatchTest, ALongMessageIsCutAndUnprintableBytesAreDots)
 {
     watch_for(20ms);
     hold(":DATA #15a\tb\n\x80\n" + std::string(100, 'x') + "\n");
@@ -253,7 +253,7 @@ TEST_F(HangWatchTest, WithoutAWatchdogNothingIsFed)
     EXPECT_EQ(manager.take(), (Texts{"STATUS=" + text, "STATUS="}));
 }
 
-TEST_F(HangWatchTest, IsDueTwiceInTheWatchdogsPeriodAndEightTimesWithinTheLimit)
+TEST_F(HangWatchTest, IsDueTwiceAWatchdogPeriodAndEightTimesWithinTheLimit)
 {
     const struct {
         std::chrono::milliseconds limit;
@@ -267,7 +267,7 @@ TEST_F(HangWatchTest, IsDueTwiceInTheWatchdogsPeriodAndEightTimesWithinTheLimit)
     }
 }
 
-TEST_F(HangWatchTest, AClientThatIsLostIsReportedToTheSink)
+TEST_F(HangWatchTest, ALostClientIsReportedToTheSink)
 {
     watch_for(1s);
     watch->client_lost(7);

@@ -18,7 +18,7 @@ Verdict verdict_on(const std::string& bytes)
 
 } // namespace
 
-TEST(HttpRequestLine, IsKnownByItsThreeWords)
+TEST(HttpRequestLine, IsRecognisedByItsThreeWords)
 {
     for (const char* line : {
              "GET / HTTP/1.1\r\n",
@@ -41,7 +41,7 @@ TEST(HttpRequestLine, IsKnownByItsThreeWords)
     EXPECT_EQ(verdict_on("GET /" + std::string(5'000'000, 'x') + " HTTP/1.1\r\n"), Verdict::kYes);
 }
 
-TEST(HttpRequestLine, IsKnownOneByteAtATimeAtItsLineFeedAndNotBefore)
+TEST(HttpRequestLine, IsRecognisedOneByteAtATimeAndNotBeforeItsLineFeed)
 {
     const std::string line = "POST /a HTTP/1.1\r\n";
     HttpRequestLine detector;
@@ -91,7 +91,7 @@ TEST(HttpRequestLine, IsNoProgramMessage)
 }
 
 // With the optional leading colon, and also without what is optional.
-TEST(HttpRequestLine, IsNoRowOfTheInstrument)
+TEST(HttpRequestLine, MatchesNoCommandOfTheInstrument)
 {
     for (const scpi_command_t* row = scpi_commands; row->pattern != nullptr; ++row) {
         const std::string pattern = row->pattern;

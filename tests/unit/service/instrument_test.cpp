@@ -100,7 +100,7 @@ TEST_F(InstrumentTest, RepliesGoToTheRequestingClient)
     EXPECT_EQ(first.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
 }
 
-TEST_F(InstrumentTest, TheTemperaturePollReachesTheSelectedModuleThroughTheServerBesideItsClients)
+TEST_F(InstrumentTest, TheTemperaturePollReachesTheSelectedModuleAsAnotherClient)
 {
     module.always(ModuleAnswer::reply("44.5;+OK\r\n"));
     RunningServer server(instrument);
@@ -115,7 +115,7 @@ TEST_F(InstrumentTest, TheTemperaturePollReachesTheSelectedModuleThroughTheServe
     EXPECT_EQ(client.ask(":FREQ?\n"), "44.5;+OK\r\n");
 }
 
-TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsAreEachAnsweredToTheirOwn)
+TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsAreAnsweredToTheirSenders)
 {
     module.always(ModuleAnswer::reply("1000000000;+OK\r\n"));
     RunningServer server(instrument);
@@ -160,7 +160,7 @@ TEST_F(InstrumentTest, AHalfMessageDoesNotHoldTheParser)
     EXPECT_EQ(half.ask(":HEADER\n"), kUndefinedHeader);
 }
 
-TEST_F(InstrumentTest, AMessageAroundTheInputBuffersSizeIsAnsweredOnceEitherWay)
+TEST_F(InstrumentTest, AMessageAroundTheInputBuffersSizeIsAnsweredOnce)
 {
     RunningServer server(instrument);
     TestClient client(server.port());

@@ -54,7 +54,7 @@ TEST_F(MessageBufferTest, NothingReceivedIsNoMessage)
     EXPECT_EQ(buffer.next().event, Event::kNeedMore);
 }
 
-TEST_F(MessageBufferTest, OneByteAtATimeMakesAWholeMessage)
+TEST_F(MessageBufferTest, SingleBytesMakeAWholeMessage)
 {
     feed(":FREQ 1\r\n*IDN?\n", 1);
     EXPECT_EQ(messages, (Texts{":FREQ 1\r\n", "*IDN?\n"}));
@@ -96,7 +96,7 @@ TEST_F(MessageBufferTest, LineFeedsInADefiniteBlockDoNotEndTheMessage)
     }
 }
 
-TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeIsWhole)
+TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeIsIntact)
 {
     for (size_t size = MessageMemory::kShort - 2; size <= MessageMemory::kShort + 2; ++size) {
         for (const size_t piece : {size_t{1}, size_t{1460}, SIZE_MAX}) {
@@ -108,7 +108,7 @@ TEST_F(MessageBufferTest, AMessageAroundTheSmallBuffersSizeIsWhole)
     }
 }
 
-TEST_F(MessageBufferTest, ABlockAroundTheSmallBuffersSizeIsWhole)
+TEST_F(MessageBufferTest, ABlockAroundTheSmallBuffersSizeIsIntact)
 {
     for (size_t size = MessageMemory::kShort - 20; size <= MessageMemory::kShort + 2; ++size) {
         messages.clear();
@@ -199,7 +199,7 @@ TEST_F(MessageBufferTest, ABlockReservesItsLengthAtItsHeaderAndAnEndlessTextTheL
     EXPECT_EQ(memory.reserved(), before + kLimit);
 }
 
-TEST_F(MessageBufferTest, TheLengthIsWhatCameAndWhatWasAnnounced)
+TEST_F(MessageBufferTest, TheLengthIsWhatWasReceivedOrAnnounced)
 {
     EXPECT_FALSE(buffer.unfinished());
     feed("*ID");
@@ -219,7 +219,7 @@ TEST_F(MessageBufferTest, TheLengthIsWhatCameAndWhatWasAnnounced)
     EXPECT_EQ(buffer.length(), dropped.size() - 1);
 }
 
-TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryContinuesWhenThereIsSome)
+TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryContinuesOnceThereIsSome)
 {
     MessagePiece taken = memory.borrow();
     ASSERT_EQ(memory.reserve(this, taken, kLimit, 0, 0), MessageMemory::Answer::kGranted);
@@ -239,7 +239,7 @@ TEST_F(MessageBufferTest, AMessageThatWaitsForMemoryContinuesWhenThereIsSome)
     EXPECT_EQ(messages, (Texts{message, "b\n"}));
 }
 
-TEST_F(MessageBufferTest, ADestroyedBufferLeavesTheLine)
+TEST_F(MessageBufferTest, ADestroyedBufferLeavesTheQueue)
 {
     MessagePiece pieces[3];
     for (MessagePiece& piece : pieces) {
@@ -271,7 +271,7 @@ TEST_F(MessageBufferTest, ATailAroundTheSmallBuffersSizeAfterALargeMessageIsKept
     }
 }
 
-TEST_F(MessageBufferTest, LargeMessagesInARowAreWhole)
+TEST_F(MessageBufferTest, ConsecutiveLargeMessagesAreIntact)
 {
     Texts expected;
     std::string bytes;

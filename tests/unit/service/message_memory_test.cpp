@@ -29,7 +29,7 @@ protected:
 
 } // namespace
 
-TEST_F(MessageMemoryTest, AShortPieceIsUsedAgain)
+TEST_F(MessageMemoryTest, AShortPieceIsReused)
 {
     a = memory.borrow();
     EXPECT_EQ(a.size(), MessageMemory::kShort);
@@ -41,7 +41,7 @@ TEST_F(MessageMemoryTest, AShortPieceIsUsedAgain)
     EXPECT_EQ(memory.reserved(), 0u);
 }
 
-TEST_F(MessageMemoryTest, ManyShortPiecesAreApart)
+TEST_F(MessageMemoryTest, ShortPiecesDoNotOverlap)
 {
     std::vector<MessagePiece> pieces;
     for (int i = 0; i < 40; ++i) {
@@ -91,7 +91,7 @@ TEST_F(MessageMemoryTest, ThePagesOfTheLastLongPieceAreKept)
     EXPECT_EQ(b.data()[kLongest - 1], 'x');
 }
 
-TEST_F(MessageMemoryTest, APieceThatDoesNotFitIntoTheBudgetWaitsForThoseBeforeIt)
+TEST_F(MessageMemoryTest, APieceBeyondTheBudgetWaitsItsTurn)
 {
     ASSERT_EQ(reserve(&a, a, kLongest), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, 60'000), Answer::kGranted);
@@ -106,7 +106,7 @@ TEST_F(MessageMemoryTest, APieceThatDoesNotFitIntoTheBudgetWaitsForThoseBeforeIt
     EXPECT_EQ(memory.reserved(), kLongest + 70'000);
 }
 
-TEST_F(MessageMemoryTest, APieceThatLeavesTheLineLetsTheNextOnePass)
+TEST_F(MessageMemoryTest, APieceThatLeavesTheQueueLetsTheNextOnePass)
 {
     ASSERT_EQ(reserve(&a, a, kLongest), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, kLongest), Answer::kGranted);
@@ -117,7 +117,7 @@ TEST_F(MessageMemoryTest, APieceThatLeavesTheLineLetsTheNextOnePass)
     EXPECT_EQ(reserve(&d, d, 20'000), Answer::kGranted);
 }
 
-TEST_F(MessageMemoryTest, APieceThatGrowsReservesTheRestOnly)
+TEST_F(MessageMemoryTest, AGrowingPieceReservesOnlyTheRest)
 {
     ASSERT_EQ(reserve(&a, a, 60'000), Answer::kGranted);
     ASSERT_EQ(reserve(&b, b, kLongest), Answer::kGranted);
@@ -125,7 +125,7 @@ TEST_F(MessageMemoryTest, APieceThatGrowsReservesTheRestOnly)
     EXPECT_EQ(memory.reserved(), 2 * kLongest);
 }
 
-TEST(MessageMemory, WithoutMemoryOfTheSystemNoneIsLent)
+TEST(MessageMemory, NoneIsReservedWhenTheSystemHasNone)
 {
     MessageMemory memory(SIZE_MAX / 16 * 15, SIZE_MAX);
     MessagePiece piece = memory.borrow();

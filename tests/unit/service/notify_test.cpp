@@ -80,7 +80,7 @@ TEST(Notify, ANameTooLongOrAMissingSocketIsLogged)
     EXPECT_EQ(log.count(LOG_WARNING, "notify @orvan-nobody-listens-here: Connection refused"), 1u);
 }
 
-TEST(Notify, GivesUpOnAManagerThatDoesNotListen)
+TEST(Notify, DoesNotWaitForAManagerThatDoesNotRead)
 {
     orvan_test::LogCapture log;
     const std::string name = "@orvan-notify-" + std::to_string(::getpid());

@@ -134,7 +134,7 @@ TEST(Options, TheHangLimitCanBeSetInTheEnvironment)
     EXPECT_NE(errors.text().find("never"), std::string::npos) << errors.text();
 }
 
-TEST(Options, BadOnesAreNamedAndExitWithCodeTwo)
+TEST(Options, BadOptionsAreNamedAndExitWithCodeTwo)
 {
     const BadCase cases[] = {
         {{"--port", "65536"}, "65536"},

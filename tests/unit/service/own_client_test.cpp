@@ -53,7 +53,7 @@ TEST_F(OwnClientTest, SendsALineAndReturnsTheReplyWithoutItsEnd)
     EXPECT_EQ(peer_address, "127.0.0.1") << "what makes it the instrument's own";
 }
 
-TEST_F(OwnClientTest, ReturnsWhatCameWhenTheServerClosesEarly)
+TEST_F(OwnClientTest, ReturnsWhatWasReceivedIfTheServerClosesEarly)
 {
     std::thread server = serve({"-ERR 1"});
     EXPECT_EQ(client.ask("*RST", 10s), "-ERR 1");
@@ -93,7 +93,7 @@ TEST_F(OwnClientTest, SkipsUnreachableListenersAndReachesOneForAllAddresses)
     EXPECT_EQ(peer_address, "127.0.0.1");
 }
 
-TEST_F(OwnClientTest, IsAClientOfTheServerLikeOthers)
+TEST_F(OwnClientTest, IsAnOrdinaryClientOfTheServer)
 {
     RecordingSink sink;
     const UniqueFd stop(::eventfd(0, EFD_CLOEXEC));

@@ -66,7 +66,7 @@ TEST(OwnSockets, AnUnconnectedSocketIsNotFound)
 }
 
 // The front panel and the temperature poll send one message each.
-TEST(OwnSockets, ShortOwnConnectionsAreNeverRefusedAndTakeNoPlaceOfOthers)
+TEST(OwnSockets, ShortOwnConnectionsAreNeverRefusedAndTakeNoOtherClientsPlace)
 {
     LogCapture log;
     RecordingSink sink;

@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(Platforms, PowerButtonTest, ::testing::ValuesIn(kPlatfo
 
 const LogLine kPressed{LOG_NOTICE, "power button pressed"};
 
-TEST_P(PowerButtonTest, AsksForTheEndOnceAndLogsIt)
+TEST_P(PowerButtonTest, RequestsTheEndOnceAndLogsIt)
 {
     make_button();
     EXPECT_FALSE(stop_requested());
@@ -161,7 +161,7 @@ TEST_P(PowerButtonTest, AButtonThatIsHeldDoesNotDelayStartUp)
     EXPECT_TRUE(stop_requested());
 }
 
-TEST_P(PowerButtonTest, ItsReleaseIsAwaited)
+TEST_P(PowerButtonTest, WaitsForItsRelease)
 {
     make_button();
     press(true);

@@ -27,7 +27,7 @@ bool readable(int fd)
 
 } // namespace
 
-TEST(Process, TheDescriptorLimitIsRaisedToTheHardOneAndIsBounded)
+TEST(Process, TheDescriptorLimitIsRaisedToTheHardLimitWithinABound)
 {
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
@@ -66,7 +66,7 @@ TEST(Process, ABrokenPipeIsAnErrorOfWrite)
     ::close(ends[1]);
 }
 
-TEST(Process, TheLogMaskDropsWhatIsBelowTheLevel)
+TEST(Process, TheLogMaskDropsMessagesBelowTheLevel)
 {
     open_log(LOG_NOTICE, false);
     EXPECT_EQ(::setlogmask(0), LOG_UPTO(LOG_NOTICE));
@@ -110,7 +110,7 @@ protected:
 };
 
 // As syslog() does with the one in which it composes a line.
-TEST_F(LeaveDeathTest, LeavesAStreamLockedByAnotherThreadAlone)
+TEST_F(LeaveDeathTest, DoesNotWaitForAStreamLockedByAnotherThread)
 {
     EXPECT_EXIT(
         {

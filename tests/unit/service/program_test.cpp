@@ -120,7 +120,7 @@ TEST_F(ProgramTest, OpensItsOwnPortWithoutAnInheritedSocketAndNamesIt)
     EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
 }
 
-TEST_F(ProgramTest, APortInUseEndsItWithTheReasonAndExitCodeOne)
+TEST_F(ProgramTest, APortInUseIsReportedWithExitCodeOne)
 {
     ServiceProcess service(
         {{"--modules-on-loopback", "--address", "127.0.0.1", "--port", std::to_string(port())}});
@@ -186,7 +186,7 @@ TEST_F(ProgramTest, RefusesToStartOutsideASandboxWithRealModuleAddresses)
     }
 }
 
-TEST_F(ProgramTest, ADeviceThatDoesNotStartEndsItWithTheReasonAndExitCodeFour)
+TEST_F(ProgramTest, ADeviceThatDoesNotStartIsReportedWithExitCodeFour)
 {
     for (const auto& [platform, name] : {std::pair{"factory", "OrvanPortableDevice"},
                                          {"portable", "OrvanPortableDevice"},
@@ -325,7 +325,7 @@ TEST_F(ProgramTest, IgnoresBrokenPipesAndCatchesItsStopSignals)
     EXPECT_EQ(mask("SigBlk") & (bit(SIGTERM) | bit(SIGINT)), 0u);
 }
 
-TEST_F(ProgramTest, TheClientLimitIsTheOption)
+TEST_F(ProgramTest, TheClientLimitIsThatOfTheOption)
 {
     ServiceProcess service(start({"--max-clients", "1"}));
     TestClient first(port());
@@ -352,14 +352,14 @@ TEST_F(ProgramTest, NoticeLevelLogsNoMessage)
     EXPECT_EQ(service.errors().find("sending"), std::string::npos);
 }
 
-TEST_F(ProgramTest, BadOptionsEndItWithExitCodeTwo)
+TEST_F(ProgramTest, BadOptionsExitWithCodeTwo)
 {
     ServiceProcess service({{"--port", "x"}});
     EXPECT_EQ(service.exit_code(), kExitBadOptions);
     EXPECT_NE(service.errors().find("--port"), std::string::npos);
 }
 
-TEST_F(ProgramTest, BadInheritedSocketsEndItWithTheReason)
+TEST_F(ProgramTest, BadInheritedSocketsAreReported)
 {
     const UniqueFd no_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ServiceProcess service({{"--modules-on-loopback"}, {}, no_listener.get()});

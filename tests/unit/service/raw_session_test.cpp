@@ -68,7 +68,7 @@ TEST_F(RawSessionTest, AHalfMessageHasAMinuteFromItsBeginningHoweverItTrickles)
     EXPECT_EQ(session->deadline(), 130s);
 }
 
-TEST_F(RawSessionTest, AMessageThatBeganInAnothersMemoryHasADeadlineWhileItWaitsForMore)
+TEST_F(RawSessionTest, AMessageThatFollowsALargeOneHasADeadlineWhileItWaitsForMemory)
 {
     MessagePiece others = memory.borrow();
     ASSERT_EQ(memory.reserve(&others, others, 20'000, 0, 0), MessageMemory::Answer::kGranted);
@@ -87,7 +87,7 @@ TEST_F(RawSessionTest, AMessageThatBeganInAnothersMemoryHasADeadlineWhileItWaits
     EXPECT_EQ(session->deadline(), 66s);
 }
 
-TEST_F(RawSessionTest, UnreadRepliesHaveFiveSecondsWhateverCameBefore)
+TEST_F(RawSessionTest, UnreadRepliesAlwaysHaveFiveSeconds)
 {
     for (int i = 0; i < 16; ++i) {
         ASSERT_EQ(receive(0s, "a\n"), Wait::kTurn) << i;

@@ -59,7 +59,7 @@ TEST_F(BoardControlTest, LinesAreExecutedInOrder)
               "ok\nok\n0x20  ok\n0x24  nack\n0x34  ok\nerror unknown verb 'nonsense'; 'help' lists them\n");
 }
 
-TEST_F(BoardControlTest, ItUsesTheBoardThatIsCurrentAtThatTime)
+TEST_F(BoardControlTest, UsesTheBoardCurrentAtTheTime)
 {
     const BoardControl control(path);
     EXPECT_TRUE(ask("board\n").starts_with("ok\nboard                             benchtop\n"));
@@ -67,7 +67,7 @@ TEST_F(BoardControlTest, ItUsesTheBoardThatIsCurrentAtThatTime)
     EXPECT_TRUE(ask("board\n").starts_with("ok\nboard                             portable\n"));
 }
 
-TEST_F(BoardControlTest, ItsEndLeavesNothing)
+TEST_F(BoardControlTest, DestructionLeavesNothing)
 {
     const size_t descriptors = orvan_test::open_descriptors();
     {
@@ -79,7 +79,7 @@ TEST_F(BoardControlTest, ItsEndLeavesNothing)
     EXPECT_EQ(orvan_test::open_descriptors(), descriptors);
 }
 
-TEST_F(BoardControlTest, APathThatCanNotBeListenedOnIsAnError)
+TEST_F(BoardControlTest, AnUnusablePathIsAnError)
 {
     EXPECT_THROW(BoardControl(m_folder / "none" / "board.sock"), std::system_error);
     const BoardControl first(path);
@@ -122,7 +122,7 @@ TEST_F(BoardControlTest, AnInvalidPathIsReportedAndTheProcessContinues)
                   ": No such file or directory\n");
 }
 
-TEST_F(BoardControlTest, ManyClientsAndTheControllersAccessesGoOnTogether)
+TEST_F(BoardControlTest, ManyClientsAndTheControllersAccessesRunConcurrently)
 {
     const BoardControl control(path);
     std::vector<std::thread> clients;

@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(Platforms, StateOf,
                          testing::Values(&kBenchtopWiring, &kPortableWiring, &kKsr7000Wiring),
                          [](const auto& tested) { return std::string(tested.param->name); });
 
-TEST_P(StateOf, HasALineForEachFunctionAndNamesThePlatform)
+TEST_P(StateOf, HasALineForEachFunctionAndThePlatform)
 {
     EXPECT_EQ(state_of(board, "board"), GetParam()->name);
     std::set<std::string_view> names;
@@ -49,7 +49,7 @@ TEST_P(StateOf, HasALineForEachFunctionAndNamesThePlatform)
     EXPECT_FALSE(names.empty());
 }
 
-TEST_P(StateOf, AFunctionFollowsItsLineAlone)
+TEST_P(StateOf, AFunctionFollowsOnlyItsLine)
 {
     for (const LineFunction& line : line_functions(*GetParam())) {
         for (const ExpanderWiring& expander : GetParam()->expanders) {
@@ -96,7 +96,7 @@ TEST_P(StateOf, ReportsThePowerButton)
     EXPECT_EQ(state_of(board, "power button"), "released");
 }
 
-TEST_P(StateOf, ReportsAChipThatIsMadeToFail)
+TEST_P(StateOf, ReportsAFailingChip)
 {
     EXPECT_EQ(state_of(board, "i2c 0x20"), "(no such line)");
     const auto fault = insert_fault(board.i2c(), 0x20);

@@ -36,7 +36,7 @@ Bytes spi(int fd, Bytes sent)
     return received;
 }
 
-TEST(Seam, TheWholeSeamWorksOnTheCurrentBoardAndIsRecorded)
+TEST(Seam, AllAccessesReachTheCurrentBoardAndAreRecorded)
 {
     InstalledBoard board(kPortableWiring);
     SelfAdvancing self(board->clock());
@@ -123,7 +123,7 @@ TEST(Seam, AnEepromWriteIsBusyUntilAWaitLetsTheCycleEnd)
     hw_spi_close(fd);
 }
 
-TEST(CurrentBoard, IsAPortableInRealTimeAtFirst)
+TEST(CurrentBoard, IsInitiallyAPortableInRealTime)
 {
     const auto board = current_board();
     ASSERT_NE(board, nullptr);
@@ -164,7 +164,7 @@ TEST(CurrentBoard, AHandleOfOneBoardReachesTheSameAddressOfTheNext)
     ::close(fd);
 }
 
-TEST(Locks, FourNumberedOnesExcludeEachOther)
+TEST(Locks, FourNumberedLocksExcludeThreads)
 {
     InstalledBoard board(kPortableWiring);
     for (int key = 0; key < 4; ++key) {
@@ -188,7 +188,7 @@ TEST(Locks, FourNumberedOnesExcludeEachOther)
     EXPECT_EQ(counter, 2000);
 }
 
-TEST(Locks, OneThatIsHeldBlocksAnotherThread)
+TEST(Locks, HeldLockBlocksAnotherThread)
 {
     InstalledBoard board(kPortableWiring);
     for (int round = 0; round < 20; ++round) {
@@ -243,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(Platforms, Wiring,
                                          Platform{&kKsr7000Wiring}),
                          platform_name);
 
-TEST_P(Wiring, TheEepromHangsOnNumber5OfTheSecondSelect)
+TEST_P(Wiring, TheEepromIsNumber5OfTheSecondSelect)
 {
     const auto targets = GetParam().wiring->spi_targets;
     const auto found = std::find_if(targets.begin(), targets.end(),
@@ -311,7 +311,7 @@ TEST_P(PowerButton, AnInterruptOfTheExpanderIsARisingEdgeOfPin2)
     ::close(fd);
 }
 
-TEST(BenchtopWiring, TheArmedInterruptRestsUntilItsLineFalls)
+TEST(BenchtopWiring, TheArmedInterruptIsIdleUntilItsLineFalls)
 {
     InstalledBoard board(kBenchtopWiring);
     const int fd = wiringPiI2CSetup(0x20);
@@ -347,7 +347,7 @@ TEST(InterruptHandler, MayUseTheBoardItself)
     ::close(fd);
 }
 
-TEST(Board, PinsThatRestHighReadSo)
+TEST(Board, PinsThatIdleHighReadHigh)
 {
     Board portable(kPortableWiring);
     EXPECT_EQ(portable.gpio().level(22), 1); // the power button pulls it down
@@ -439,7 +439,7 @@ TEST(BoardWaits, AThreadThatOnlyPollsAppearsOnceInTheTraceOfARunningBoard)
     EXPECT_GE(std::chrono::steady_clock::now() - before, 9 * std::chrono::microseconds(Clock::kPollUs));
 }
 
-TEST(BoardWaits, AnAccessOrAnotherWaitInBetweenIsNoPolling)
+TEST(BoardWaits, AnAccessOrAnotherWaitEndsPolling)
 {
     InstalledBoard board(kBenchtopWiring, Clock::Mode::kRealTime);
     std::jthread([] {

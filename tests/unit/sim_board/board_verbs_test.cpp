@@ -59,7 +59,7 @@ TEST_F(Verbs, AChipKeepsItsRegistersWhileItFails)
     ::close(fd);
 }
 
-TEST_F(Verbs, AloneI2cListsTheChips)
+TEST_F(Verbs, I2cWithoutArgumentsListsTheChips)
 {
     EXPECT_EQ(run("i2c"), "ok\n0x20  ok\n0x24  ok\n0x34  ok\n");
     run("i2c 0x20 absent");
@@ -105,7 +105,7 @@ TEST_F(Verbs, APushReachesTheInterruptPin)
     EXPECT_EQ(board.gpio().level(2), 1);
 }
 
-TEST_F(Verbs, WhatIsNotAVerbIsRefused)
+TEST_F(Verbs, UnknownVerbsAreRefused)
 {
     EXPECT_EQ(run(""), "error a verb expected; 'help' lists them\n");
     EXPECT_EQ(run("  "), "error a verb expected; 'help' lists them\n");
@@ -113,7 +113,7 @@ TEST_F(Verbs, WhatIsNotAVerbIsRefused)
     EXPECT_EQ(run("help me"), "error 'help' expected\n");
 }
 
-TEST_F(Verbs, HelpListsEachWithItsArguments)
+TEST_F(Verbs, HelpListsEachVerbWithItsArguments)
 {
     const std::string help = run("help");
     EXPECT_TRUE(help.starts_with("ok\n"));
@@ -132,7 +132,7 @@ protected:
     mutable Board board{kPortableWiring, Clock::Mode::kManual};
 };
 
-TEST_F(PortableVerbs, ABatteryOfAChargeKeepsChargingOrDraining)
+TEST_F(PortableVerbs, SettingTheChargeKeepsTheBatteryChargingOrDraining)
 {
     EXPECT_EQ(run("battery 35"), "ok\n");
     EXPECT_EQ(charge(), 35);

@@ -28,7 +28,7 @@ TEST(RealTimeClock, ReleaseEndsALongWait)
     clock.release();
 }
 
-TEST(RealTimeClock, APollTakesTenMillisecondsOfTheWorldWhateverTheRate)
+TEST(RealTimeClock, APollTakesTenRealMillisecondsWhateverTheRate)
 {
     Clock clock(Clock::Mode::kRealTime, 10000);
     const auto before = std::chrono::steady_clock::now();
@@ -44,7 +44,7 @@ TEST(RealTimeClock, ReleaseEndsAPoll)
     clock.release();
 }
 
-TEST(RealTimeClock, APeriodBegunInAStartUpIsShortenedOnceItIsOver)
+TEST(RealTimeClock, APeriodBegunDuringStartUpIsShortenedOnceItEnds)
 {
     constexpr uint64_t kWaitUs = 60'000'000; // 6 ms at that rate
     Clock clock(Clock::Mode::kRealTime, 10000);
@@ -66,7 +66,7 @@ TEST(RealTimeClock, APeriodBegunInAStartUpIsShortenedOnceItIsOver)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
 }
 
-TEST(RealTimeClock, ReleaseEndsAPeriodInAStartUp)
+TEST(RealTimeClock, ReleaseEndsAPeriodDuringStartUp)
 {
     Clock clock(Clock::Mode::kRealTime, 2);
     clock.start_up_begins();
@@ -97,7 +97,7 @@ TEST(ManualClock, AWaitOfZeroDoesNotSleep)
     EXPECT_EQ(clock.now_us(), 0u);
 }
 
-TEST(ManualClock, AThreadWakesWhenItsWaitIsOverAndNotBefore)
+TEST(ManualClock, AThreadWakesExactlyWhenItsWaitEnds)
 {
     Clock clock(Clock::Mode::kManual);
     std::atomic<bool> woken = false;
@@ -131,7 +131,7 @@ TEST(ManualClock, OneAdvanceWakesEachThreadAtItsOwnTime)
     EXPECT_EQ(woken_at, waits);
 }
 
-TEST(ManualClock, AdvanceLeavesThoseAsleepWhoseEndIsLater)
+TEST(ManualClock, AdvanceLeavesThreadsWithALaterEndAsleep)
 {
     Clock clock(Clock::Mode::kManual);
     std::vector<std::jthread> sleepers;
@@ -145,7 +145,7 @@ TEST(ManualClock, AdvanceLeavesThoseAsleepWhoseEndIsLater)
     EXPECT_EQ(clock.sleepers(), 0u);
 }
 
-TEST(ManualClock, RunLetsALoopDoAllItsCyclesInASpan)
+TEST(ManualClock, RunLetsALoopDoAllCyclesOfASpan)
 {
     Clock clock(Clock::Mode::kManual);
     std::atomic<bool> go_on = true;
@@ -194,7 +194,7 @@ TEST(ManualClock, RunInterleavesLoopsOfDifferentPeriodsByTime)
     clock.release();
 }
 
-TEST(ManualClock, RunGivesUpWhenTheThreadsDoNotFallAsleep)
+TEST(ManualClock, RunReturnsWhenTheThreadsDoNotFallAsleep)
 {
     Clock clock(Clock::Mode::kManual);
     EXPECT_FALSE(clock.run(1000, 1, 1ms));

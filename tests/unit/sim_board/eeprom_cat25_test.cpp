@@ -107,7 +107,7 @@ TEST_P(Cat25EveryType, EveryAddressLineCounts)
     }
 }
 
-TEST_P(Cat25EveryType, AReadRunsOnFromTheLastCellToTheFirst)
+TEST_P(Cat25EveryType, AReadWrapsFromTheLastCellToTheFirst)
 {
     bench.write_and_wait(0, {0x12});
     bench.write_and_wait(capacity - 1, {0x34});
@@ -122,7 +122,7 @@ TEST_P(Cat25EveryType, AWholePageTakesOneWrite)
     EXPECT_EQ(bench.chip.write_cycles(), 1u);
 }
 
-TEST_P(Cat25EveryType, AWriteRollsOverWithinItsPage)
+TEST_P(Cat25EveryType, AWriteWrapsWithinItsPage)
 {
     bench.write_and_wait(2 * page - 2, {1, 2, 3});
     EXPECT_EQ(bench.read(2 * page - 2, 2), (Bytes{1, 2}));
@@ -341,7 +341,7 @@ TEST_F(Cat25Image, CellsAndStatusSurviveInTheFile)
     EXPECT_EQ(bench.status(), Cat25Eeprom::kWpen | Cat25Eeprom::kBp0);
 }
 
-TEST_F(Cat25Image, AFileOfTheCellsAloneIsTaken)
+TEST_F(Cat25Image, AFileWithoutTheStatusByteIsAccepted)
 {
     std::ofstream(path, std::ios::binary) << std::string(0x2000, 'x');
     Bench bench(cat25_type("CAT25640"), path);
@@ -349,7 +349,7 @@ TEST_F(Cat25Image, AFileOfTheCellsAloneIsTaken)
     EXPECT_EQ(bench.status(), 0);
 }
 
-TEST_F(Cat25Image, AWholeFileIsNotWrittenToUntilTheChipIs)
+TEST_F(Cat25Image, ACompleteFileIsNotWrittenUntilTheChipIs)
 {
     const auto open_chip = [&] { return std::make_unique<Bench>(cat25_type("CAT25640"), path); };
     open_chip()->write(64, {1, 2, 3});
@@ -360,7 +360,7 @@ TEST_F(Cat25Image, AWholeFileIsNotWrittenToUntilTheChipIs)
     EXPECT_NE(std::filesystem::last_write_time(path), orvan_test::kLongAgo);
 }
 
-TEST_F(Cat25Image, AShortFileIsFilledUpErased)
+TEST_F(Cat25Image, AShortFileIsExtendedAsErased)
 {
     std::ofstream(path, std::ios::binary) << "abc";
     Bench bench(cat25_type("CAT25640"), path);

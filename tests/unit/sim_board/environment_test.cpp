@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(BoardEnvironmentTest, WithNothingSetItIsAPortableInTheWorldsTime)
+TEST_F(BoardEnvironmentTest, DefaultIsAPortableInRealTime)
 {
     const BoardEnvironment environment = board_environment();
     EXPECT_EQ(environment.wiring, &kPortableWiring);
@@ -68,7 +68,7 @@ TEST_F(BoardEnvironmentTest, ARateOutsideOneToTenThousandIsReportedAndCountsAsNo
     EXPECT_EQ(board_environment().clock_rate, 10000u);
 }
 
-TEST_F(BoardEnvironmentTest, TheFirstBoardIsMadeFromIt)
+TEST_F(BoardEnvironmentTest, TheFirstBoardIsCreatedFromIt)
 {
     ::setenv("ORVAN_BOARD", "benchtop", 1);
     ::setenv("ORVAN_BOARD_CLOCK_RATE", "10000", 1);

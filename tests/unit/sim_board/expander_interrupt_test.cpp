@@ -42,7 +42,7 @@ struct Mcp23017Interrupt : testing::Test {
     }
 };
 
-TEST_F(Mcp23017Interrupt, OutputsRestHighAndFallAtAChange)
+TEST_F(Mcp23017Interrupt, OutputsIdleHighAndFallOnAChange)
 {
     EXPECT_EQ(chip.interrupt_level(kB), 1);
     set(kIntenB, 0x20);
@@ -80,7 +80,7 @@ TEST_F(Mcp23017Interrupt, ReadingGpioEndsAnInterruptOnChange)
     EXPECT_EQ(chip.interrupt_level(kB), 0);
 }
 
-TEST_F(Mcp23017Interrupt, ReadingIntcapEndsItAndReadingIntfOrOlatDoesNot)
+TEST_F(Mcp23017Interrupt, ReadingIntcapEndsItButIntfOrOlatDoesNot)
 {
     set(kIntenB, 0x20);
     chip.drive(kB, 0x20, 0x20);
@@ -109,7 +109,7 @@ TEST_F(Mcp23017Interrupt, IntcapKeepsThePortAsItWasAtTheFirstCause)
     EXPECT_EQ(get(kGpioB), 0x60);
 }
 
-TEST_F(Mcp23017Interrupt, AgainstDefvalTheOtherLevelInterrupts)
+TEST_F(Mcp23017Interrupt, WithDefvalTheOtherLevelInterrupts)
 {
     chip.drive(kB, 0x20, 0x20);
     set(kDefvalB, 0x20);
@@ -124,7 +124,7 @@ TEST_F(Mcp23017Interrupt, AgainstDefvalTheOtherLevelInterrupts)
     EXPECT_EQ(chip.interrupt_level(kB), 1);
 }
 
-TEST_F(Mcp23017Interrupt, AgainstDefvalItRecursAtOnceWhileThePinDiffers)
+TEST_F(Mcp23017Interrupt, WithDefvalItRecursAtOnceWhileThePinDiffers)
 {
     std::vector<std::pair<int, int>> levels;
     set(kDefvalB, 0x20);
@@ -146,7 +146,7 @@ TEST_F(Mcp23017Interrupt, MirrorShowsBothPortsAtBothOutputs)
     EXPECT_EQ(chip.interrupt_level(kB), 0);
 }
 
-TEST_F(Mcp23017Interrupt, IntpolTurnsTheOutputsAndOpenDrainOverridesIt)
+TEST_F(Mcp23017Interrupt, IntpolInvertsTheOutputsAndOpenDrainOverridesIt)
 {
     set(kIocon, Mcp23017::kIntpol);
     EXPECT_EQ(chip.interrupt_level(kB), 0);
@@ -179,7 +179,7 @@ TEST_F(Mcp23017Interrupt, ResetEndsAnInterrupt)
     EXPECT_EQ(get(kIntfB), 0x00);
 }
 
-TEST_F(Mcp23017Interrupt, EnablingAPinDoesNotInterruptForWhatItWasBefore)
+TEST_F(Mcp23017Interrupt, EnablingAPinDoesNotInterruptForEarlierChanges)
 {
     chip.drive(kB, 0x20, 0x20);
     set(kIntenB, 0x20);

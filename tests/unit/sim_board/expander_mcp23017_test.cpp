@@ -37,7 +37,7 @@ TEST_F(Mcp23017Test, PowersOnWithAllPinsAsInputsAndEverythingElseZero)
     EXPECT_EQ(get(0x00, 0x16), expected);
 }
 
-TEST_F(Mcp23017Test, RegistersLieInPairsOfPortAAndB)
+TEST_F(Mcp23017Test, RegistersArePairsOfPortAAndB)
 {
     struct Row {
         uint8_t address;
@@ -99,7 +99,7 @@ TEST_F(Mcp23017Test, InputsShowTheLevelFromOutside)
     EXPECT_EQ(get(0x13), 0x20);
 }
 
-TEST_F(Mcp23017Test, AnOutputWinsAgainstWhatDrivesItsPin)
+TEST_F(Mcp23017Test, AnOutputOverridesWhatDrivesItsPin)
 {
     set(0x00, 0xfe);
     chip.drive(Mcp23017::kA, 0x03, 0x03);
@@ -130,7 +130,7 @@ TEST_F(Mcp23017Test, IntfAndIntcapAreReadOnly)
     }
 }
 
-TEST_F(Mcp23017Test, AWordReachesThePairLowByteAtPortA)
+TEST_F(Mcp23017Test, AWordWritesAPairLowByteToPortA)
 {
     const Bytes word{0x14, 0x34, 0x12};
     chip.write(word);
@@ -138,7 +138,7 @@ TEST_F(Mcp23017Test, AWordReachesThePairLowByteAtPortA)
     EXPECT_EQ(chip.reg(Mcp23017::kOlat, Mcp23017::kB), 0x12);
 }
 
-TEST_F(Mcp23017Test, ThePointerRunsOnAndFromTheLastRegisterToTheFirst)
+TEST_F(Mcp23017Test, ThePointerAdvancesAndWrapsToTheFirstRegister)
 {
     set(0x15, 0x77);
     EXPECT_EQ(get(0x15, 2), (Bytes{0x77, 0xff}));
@@ -149,7 +149,7 @@ TEST_F(Mcp23017Test, ThePointerRunsOnAndFromTheLastRegisterToTheFirst)
     EXPECT_EQ(next[0], 0x00);
 }
 
-TEST_F(Mcp23017Test, InByteModeThePointerSwingsWithinThePair)
+TEST_F(Mcp23017Test, InByteModeThePointerTogglesWithinThePair)
 {
     set(0x14, 0x01);
     set(0x15, 0x02);
@@ -158,7 +158,7 @@ TEST_F(Mcp23017Test, InByteModeThePointerSwingsWithinThePair)
     EXPECT_EQ(get(0x15, 2), (Bytes{2, 1}));
 }
 
-TEST_F(Mcp23017Test, BankModePutsThePortsApart)
+TEST_F(Mcp23017Test, BankModeSeparatesThePorts)
 {
     set(0x0a, Mcp23017::kBank);
     set(0x0a, 0x11); // OLATA

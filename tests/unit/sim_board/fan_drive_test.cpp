@@ -68,7 +68,7 @@ TEST(FanDrive, TakesAValueWhenChipSelectRises)
     EXPECT_EQ(fan.value(), 0x19);
 }
 
-TEST(FanDrive, ForgetsItsValueWithItsSupply)
+TEST(FanDrive, LosesItsValueWithItsSupply)
 {
     FanDrive fan;
     spi_exchange(fan, {0, 0, 0x3f});

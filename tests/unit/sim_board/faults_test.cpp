@@ -75,7 +75,7 @@ TEST_F(FaultyEeprom, StuckBusySetsOnlyTheBusyBitOfTheStatus)
     EXPECT_EQ(spi_exchange(faulty, {0x05, 0}).back(), 0x02);
 }
 
-TEST_F(FaultyEeprom, MessagesAfterTheFirstKAreRefused)
+TEST_F(FaultyEeprom, MessagesAfterTheFirstFewAreRefused)
 {
     faulty.refuse_after(2);
     EXPECT_EQ(faulty.refuse_message(), 0);
@@ -116,7 +116,7 @@ TEST_F(FaultyEeprom, APowerCutStoresTheFirstBytesOfAPageAndLeavesTheChipDead)
 struct PowerCutAfter : FaultyEeprom, testing::WithParamInterface<size_t> {};
 INSTANTIATE_TEST_SUITE_P(Bytes, PowerCutAfter, testing::Values(0u, 1u, 31u, 63u, 64u));
 
-TEST_P(PowerCutAfter, KBytesOfAPageThoseAreNewAndTheRestIsOld)
+TEST_P(PowerCutAfter, SomeBytesOfAPageLeavesThoseNewAndTheRestOld)
 {
     write_page(0, Bytes(64, 0x11));
     faulty.cut_power_in(0x02, 3 + GetParam());
@@ -127,7 +127,7 @@ TEST_P(PowerCutAfter, KBytesOfAPageThoseAreNewAndTheRestIsOld)
     EXPECT_TRUE(faulty.dead());
 }
 
-TEST(PowerCut, TheImageFileHoldsWhatTheChipHeldThen)
+TEST(PowerCut, TheImageFileHoldsTheChipsContents)
 {
     const auto path = std::filesystem::temp_directory_path() / ("power-cut-" + std::to_string(::getpid()));
     const auto clock = std::make_shared<Clock>(Clock::Mode::kManual);
@@ -210,7 +210,7 @@ TEST_F(FaultyI2c, AChipThatDoesNotAcknowledgeOpensAndFails)
     ::close(second);
 }
 
-TEST_F(FaultyI2c, TransfersAfterTheFirstKAreRefused)
+TEST_F(FaultyI2c, TransfersAfterTheFirstFewAreRefused)
 {
     faulty->refuse_after(3);
     EXPECT_EQ(bus.write_register8(fd, 0, 1), 0);
@@ -230,7 +230,7 @@ TEST_F(FaultyI2c, AFlippedBitShowsInThatByteOfEveryRead)
     EXPECT_EQ(bus.read_register16(fd, 0), 0x0f0f);
 }
 
-TEST_F(FaultyI2c, BeforeNothingThereIsNothing)
+TEST_F(FaultyI2c, AFaultWithoutAChipIsNoChip)
 {
     insert_fault(bus, 0x55);
     EXPECT_EQ(bus.open(0x55), -1);

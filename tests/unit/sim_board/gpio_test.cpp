@@ -129,7 +129,7 @@ TEST_F(GpioTest, ASecondHandlerReplacesTheFirst)
     EXPECT_EQ(g_other_calls, 1);
 }
 
-TEST_F(GpioTest, ARefusedOrMeaninglessIsrReturnsMinusOne)
+TEST_F(GpioTest, AnInvalidIsrReturnsMinusOne)
 {
     gpio.setup();
     gpio.refuse_isr(true);

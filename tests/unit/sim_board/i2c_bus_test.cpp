@@ -113,14 +113,14 @@ TEST_F(I2cBusTest, AMissingAcknowledgeReturnsMinusOne)
         i2c 0x0b = 0x03 -> EREMOTEIO)"));
 }
 
-TEST_F(I2cBusTest, AnAddressWithNoChipCanNotBeOpened)
+TEST_F(I2cBusTest, AnAddressWithoutAChipCannotBeOpened)
 {
     EXPECT_EQ(bus.open(0x34), -1);
     EXPECT_EQ(errno, ENXIO);
     EXPECT_EQ(trace.lines().back(), "i2c 0x34 open -> ENXIO");
 }
 
-TEST_F(I2cBusTest, OnRequestAnAddressWithNoChipOpensAndItsAccessesFail)
+TEST_F(I2cBusTest, OnRequestAnAddressWithoutAChipOpensAndItsAccessesFail)
 {
     bus.open_without_device(true);
     const int nobody = bus.open(0x34);
@@ -148,7 +148,7 @@ TEST_F(I2cBusTest, TwoHandlesReachTheSameChip)
     ::close(second);
 }
 
-TEST_F(I2cBusTest, AClosedHandleIsNoHandle)
+TEST_F(I2cBusTest, AClosedHandleIsInvalid)
 {
     const int second = bus.open(0x0b);
     ::close(second);
@@ -157,7 +157,7 @@ TEST_F(I2cBusTest, AClosedHandleIsNoHandle)
     EXPECT_EQ(bus.read_register8(-1, 0), -1);
 }
 
-TEST_F(I2cBusTest, AForeignDescriptorIsNoHandle)
+TEST_F(I2cBusTest, AForeignDescriptorIsInvalid)
 {
     const int foreign = ::open("/dev/null", O_RDWR);
     EXPECT_EQ(bus.write_register8(foreign, 1, 2), -1);
@@ -166,7 +166,7 @@ TEST_F(I2cBusTest, AForeignDescriptorIsNoHandle)
     ::close(foreign);
 }
 
-TEST_F(I2cBusTest, AChipThatIsTakenAwayNoLongerAnswers)
+TEST_F(I2cBusTest, ARemovedChipNoLongerAnswers)
 {
     bus.attach(0x0b, nullptr);
     EXPECT_EQ(bus.device(0x0b), nullptr);

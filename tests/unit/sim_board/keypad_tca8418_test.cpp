@@ -85,7 +85,7 @@ TEST_F(Tca8418Test, EachRegisterKeepsItsImplementedBits)
     }
 }
 
-TEST_F(Tca8418Test, TheAddressRunsOnWithAiAndStaysWithout)
+TEST_F(Tca8418Test, TheAddressAdvancesOnlyWithAi)
 {
     const Bytes sent{Chip::kKpGpio1, 0x11, 0x22, 0x33};
     EXPECT_TRUE(chip.write(sent));
@@ -109,7 +109,7 @@ TEST_F(Tca8418Test, KeysAreNumberedFromOneTenToARow)
     }
 }
 
-TEST_F(Tca8418Test, AKeyThatDoesNotExistOrIsSoAlreadyIsRefused)
+TEST_F(Tca8418Test, AnUnknownKeyOrAnUnchangedStateIsRefused)
 {
     enable(Chip::kKeIen);
     EXPECT_FALSE(chip.press(-1, 0));
@@ -137,7 +137,7 @@ TEST_F(Tca8418Test, OnlyLinesOfTheMatrixCauseEvents)
     }
 }
 
-TEST_F(Tca8418Test, EventsWaitInTheirOrderAndAreCounted)
+TEST_F(Tca8418Test, EventsAreQueuedInOrderAndCounted)
 {
     enable(Chip::kKeIen);
     type(10);
@@ -186,7 +186,7 @@ TEST_F(Tca8418Test, TheEleventhEventPushesTheFirstOutInOverflowMode)
     EXPECT_EQ(events.back(), 0xd0);
 }
 
-TEST_F(Tca8418Test, WithoutItsEnableAKeyEventSetsNoInterrupt)
+TEST_F(Tca8418Test, AKeyEventWithoutItsEnableSetsNoInterrupt)
 {
     enable(0);
     type(2);
@@ -205,7 +205,7 @@ TEST_F(Tca8418Test, WritingAZeroClearsNothing)
     EXPECT_EQ(get(Chip::kIntStat), Chip::kKInt);
 }
 
-TEST_F(Tca8418Test, TheOutputFallsWithTheFirstEventAndRisesWhenAllAreTakenAndCleared)
+TEST_F(Tca8418Test, TheOutputFallsWithTheFirstEventAndRisesWhenAllAreReadAndCleared)
 {
     enable(Chip::kKeIen);
     type(2);
@@ -263,7 +263,7 @@ TEST_F(Tca8418Test, Keys1And11And21TogetherSetTheCadInterrupt)
     EXPECT_EQ(chip.interrupt_level(), 1);
 }
 
-TEST_F(Tca8418Test, ResetForgetsSettingsAndEventsAndAcknowledgesNothingWhileItLasts)
+TEST_F(Tca8418Test, ResetClearsSettingsAndEventsAndAcknowledgesNothing)
 {
     enable(Chip::kKeIen);
     type(3);

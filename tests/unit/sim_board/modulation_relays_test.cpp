@@ -102,14 +102,14 @@ INSTANTIATE_TEST_SUITE_P(Directions, Relays, testing::Values(0x00, 0x6e), [](con
     return std::string(tested.param == 0 ? "AllOutputs" : "ButtonLinesAreInputs");
 });
 
-TEST_P(Relays, AtFirstNothingIsRoutedFromOutside)
+TEST_P(Relays, InitiallyNothingIsRoutedFromOutside)
 {
     EXPECT_EQ(slots(), (std::array{kNone, kNone, kNone, kNone}));
     EXPECT_EQ(relays().slot(1).routing(), Routing::kNone);
     EXPECT_EQ(relays().throws(), 0u);
 }
 
-TEST_P(Relays, ASequenceRoutesItsSlotAndLeavesTheOthers)
+TEST_P(Relays, ASequenceRoutesItsSlotOnly)
 {
     const struct {
         const std::vector<Step>* sequences;
@@ -142,7 +142,7 @@ TEST_P(Relays, KeepTheirPositionsThroughAResetOfTheExpander)
     EXPECT_EQ(slots(), (std::array{kNone, Slot{1, true}, kNone, kNone}));
 }
 
-TEST_P(Relays, LinesThatChangeWithoutAStrobeThrowNothing)
+TEST_P(Relays, LinesThatChangeWithoutAStrobeSwitchNothing)
 {
     change(0x13, 0x88, 0x00);
     for (int value = 0; value < 256; ++value) {
@@ -152,7 +152,7 @@ TEST_P(Relays, LinesThatChangeWithoutAStrobeThrowNothing)
     EXPECT_EQ(relays().throws(), 0u);
 }
 
-TEST_P(Relays, AStrobeThatStaysHighOrFallsThrowsNothing)
+TEST_P(Relays, AStrobeThatStaysHighOrFallsSwitchesNothing)
 {
     run(kPulse[0]);
     EXPECT_EQ(relays().throws(), 1u);
@@ -187,14 +187,14 @@ TEST_F(RelayLines, FourAddressesHaveNoCoil)
     EXPECT_EQ(relays.throws(), 1u);
 }
 
-TEST_F(RelayLines, TheAddressIsThatBeforeTheStrobe)
+TEST_F(RelayLines, TheAddressBeforeTheStrobeCounts)
 {
     relays.latch(Mcp23017::kB, 0xa0); // the address line rises with the strobe, too late
     EXPECT_EQ(relays.slot(1), (Slot{0, false}));
     EXPECT_EQ(relays.slot(3), kNone);
 }
 
-TEST_F(RelayLines, BothStrobesAtOnceThrowACoilEach)
+TEST_F(RelayLines, BothStrobesAtOnceSwitchACoilEach)
 {
     relays.latch(Mcp23017::kA, 0x50);
     relays.latch(Mcp23017::kB, 0x88);

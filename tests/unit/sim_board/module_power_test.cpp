@@ -70,7 +70,7 @@ TEST_F(ModulePowerReport, PowerThatIsAlreadyOffIsReported)
     EXPECT_EQ(told(), "0");
 }
 
-TEST_F(ModulePowerReport, ABoardThatCanNotSwitchItAlwaysHasIt)
+TEST_F(ModulePowerReport, ABoardThatCannotSwitchItIsAlwaysOn)
 {
     Board benchtop(kBenchtopWiring, Clock::Mode::kManual);
     report_module_power(benchtop, path);
@@ -86,7 +86,7 @@ TEST_F(ModulePowerReport, AnInvalidPathIsAnError)
     EXPECT_THROW(report_module_power(board, path), std::system_error);
 }
 
-TEST_F(ModulePowerReport, AFullPipeBlocksNoOne)
+TEST_F(ModulePowerReport, AFullPipeDoesNotBlock)
 {
     report_module_power(board, path);
     const UniqueFd writer(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));

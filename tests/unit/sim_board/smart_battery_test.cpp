@@ -31,7 +31,7 @@ struct BatteryTest : testing::Test {
     int milliamperes() { return static_cast<int16_t>(get(0x0a)); }
 };
 
-TEST_F(BatteryTest, IsFullAtFirstAndTakesNothing)
+TEST_F(BatteryTest, IsInitiallyFullAndDrawsNoCurrent)
 {
     EXPECT_EQ(percent(), 100);
     EXPECT_EQ(milliamperes(), 0);
@@ -44,7 +44,7 @@ TEST_F(BatteryTest, IsFullAtFirstAndTakesNothing)
     EXPECT_EQ(get(0x16), 0x00a0);
 }
 
-TEST_F(BatteryTest, ShowsEveryPercentageAsItIsSet)
+TEST_F(BatteryTest, ShowsEveryPercentageAsSet)
 {
     battery.set_flow(Flow::kRest);
     for (int set = 0; set <= 100; ++set) {
@@ -112,7 +112,7 @@ TEST_F(BatteryTest, AYearOfDrainIsNoMoreThanEmpty)
     EXPECT_EQ(percent(), 0);
 }
 
-TEST_F(BatteryTest, TakenOutItIsNotFittedAndKeepsItsCharge)
+TEST_F(BatteryTest, RemovedKeepsItsCharge)
 {
     EXPECT_TRUE(battery.fitted());
     battery.set_charge(50);
@@ -136,7 +136,7 @@ TEST_F(BatteryTest, OnlyItsModeCanBeWritten)
     EXPECT_EQ(percent(), 100);
 }
 
-TEST_F(BatteryTest, AFunctionThatItDoesNotHaveIsNotAcknowledged)
+TEST_F(BatteryTest, AnUnknownFunctionIsNotAcknowledged)
 {
     for (const uint8_t command : Bytes{0x00, 0x11, 0x20, 0xff}) {
         EXPECT_EQ(get(command), -1) << int{command};

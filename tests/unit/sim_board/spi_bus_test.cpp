@@ -192,7 +192,7 @@ TEST_F(SpiBusTest, TransfersOfOneMessageKeepTheChipSelected)
         spi eeprom: 00 01 -> ff fe)"));
 }
 
-TEST_F(SpiBusTest, CsChangeLiftsChipSelectBetweenTransfersAndTheMessageEndsSelected)
+TEST_F(SpiBusTest, CsChangeReleasesChipSelectBetweenTransfersAndTheMessageEndsSelected)
 {
     Bytes received(1);
     const Bytes sent{0x05};
@@ -215,7 +215,7 @@ TEST_F(SpiBusTest, ADelayAfterATransferIsAWaitOfTheClock)
     EXPECT_EQ(trace.lines().back(), "spi delay 25");
 }
 
-TEST_F(SpiBusTest, WithoutASendBufferZeroesGoOutWithoutAReceiveBufferNothingIsKept)
+TEST_F(SpiBusTest, WithoutASendBufferZeroesAreSentAndTheReceiveBufferIsOptional)
 {
     Bytes received(2);
     const Bytes sent{0x0f, 0xf0};
@@ -231,7 +231,7 @@ TEST_F(SpiBusTest, WithoutASendBufferZeroesGoOutWithoutAReceiveBufferNothingIsKe
         spi eeprom: 0f f0)"));
 }
 
-TEST_F(SpiBusTest, AMessageOfNothingIsNoError)
+TEST_F(SpiBusTest, AnEmptyMessageIsNoError)
 {
     EXPECT_EQ(bus.ioctl(fd, SPI_IOC_MESSAGE(0), nullptr), 0);
 }
@@ -255,7 +255,7 @@ TEST_F(SpiBusTest, ATransferWithAnotherWordSizeIsRefused)
     EXPECT_EQ(device->events, "");
 }
 
-TEST_F(SpiBusTest, AChipThatCanNotFollowTakesNothing)
+TEST_F(SpiBusTest, AChipThatIsTooSlowIgnoresTheMessage)
 {
     ioctl<uint8_t>(SPI_IOC_WR_MODE, 1);
     Bytes received;
@@ -289,7 +289,7 @@ TEST_F(SpiBusTest, OnlyTheLinesOfItsNumberSelectAChip)
     }
 }
 
-TEST_F(SpiBusTest, AnotherNodeSelectsNoChipOfThisOne)
+TEST_F(SpiBusTest, AnotherNodeSelectsNoneOfThisNodesChips)
 {
     const int other = bus.open("/dev/spidev0.0", O_RDWR);
     Bytes received(1);
@@ -301,7 +301,7 @@ TEST_F(SpiBusTest, AnotherNodeSelectsNoChipOfThisOne)
     bus.close(other);
 }
 
-TEST_F(SpiBusTest, ANodeThatIsNotThereCanNotBeOpened)
+TEST_F(SpiBusTest, AMissingNodeCannotBeOpened)
 {
     EXPECT_EQ(bus.open("/dev/spidev1.0", O_RDWR), -1);
     EXPECT_EQ(errno, ENOENT);

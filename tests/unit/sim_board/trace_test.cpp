@@ -18,7 +18,7 @@ TEST(Trace, KeepsLinesInOrder)
     EXPECT_TRUE(trace.lines().empty());
 }
 
-TEST(Trace, MakesALinesTextOnRequest)
+TEST(Trace, FormatsALineOnRequest)
 {
     Trace trace(1);
     int made = 0;

@@ -63,7 +63,7 @@ TEST(EventLoop, AStopFromAnotherThreadEndsTheRun)
     other.join();
 }
 
-TEST(EventLoop, TimersFireInTheOrderOfTheirTimesAndACancelledOneDoesNot)
+TEST(EventLoop, TimersFireInOrderAndCancelledTimersDoNot)
 {
     const auto start = EventLoop::Clock::now();
     EventLoop loop;
@@ -82,7 +82,7 @@ TEST(EventLoop, TimersFireInTheOrderOfTheirTimesAndACancelledOneDoesNot)
     EXPECT_GE(EventLoop::Clock::now() - start, 400ms);
 }
 
-TEST(EventLoop, ASinkThatAnotherHasUnwatchedIsNotCalled)
+TEST(EventLoop, AnUnwatchedSinkIsNotCalled)
 {
     EventLoop loop;
     Pair first;
@@ -104,7 +104,7 @@ TEST(EventLoop, ASinkThatAnotherHasUnwatchedIsNotCalled)
     EXPECT_EQ(calls, 1);
 }
 
-TEST(EventLoop, ASinkMayWatchOthersAndLeave)
+TEST(EventLoop, ASinkMayWatchOthersAndUnwatchItself)
 {
     EventLoop loop;
     std::array<Pair, 20> pairs;

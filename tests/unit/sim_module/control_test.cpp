@@ -104,7 +104,7 @@ TEST_F(Control, AResetOfTheInstrumentLeavesTheTemperature)
     EXPECT_EQ(control("temp"), "ok 71.5 held");
 }
 
-TEST_F(Control, WhatIsNotUnderstoodIsRefusedAndChangesNothing)
+TEST_F(Control, UnknownCommandsAreRefusedAndChangeNothing)
 {
     EXPECT_EQ(control(""), "error unknown command");
     EXPECT_EQ(control("reboot"), "error unknown command");
@@ -155,7 +155,7 @@ TEST_F(Control, AnUnknownUpdateFaultChangesNothing)
     EXPECT_EQ(control("update"), "ok refuse");
 }
 
-TEST_F(Control, AFaultOfTheServerLeavesThatOfUpdates)
+TEST_F(Control, AServerFaultLeavesTheUpdateFault)
 {
     EXPECT_EQ(control("update refuse"), "ok");
     EXPECT_EQ(control("silent"), "ok");
@@ -200,7 +200,7 @@ TEST_F(Control, APortTakenWhileItWasClosedIsReportedAndTheModuleStaysClosed)
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 
-TEST_F(Control, APathThatAModuleListensOnIsNotTaken)
+TEST_F(Control, APathThatAModuleListensOnIsRefused)
 {
     sim_module::Options options;
     options.address = "127.0.0.1";
@@ -209,7 +209,7 @@ TEST_F(Control, APathThatAModuleListensOnIsNotTaken)
     EXPECT_EQ(control("requests"), "ok 0");
 }
 
-TEST_F(Control, APathThatADeadModuleLeftIsTaken)
+TEST_F(Control, APathLeftByADeadModuleIsReused)
 {
     const std::string path = control_path() + "-left";
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -228,7 +228,7 @@ TEST_F(Control, APathThatADeadModuleLeftIsTaken)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(Control, AFileOnThePathIsLeftAlone)
+TEST_F(Control, AFileAtThePathIsLeftAlone)
 {
     const std::string path = control_path() + "-file";
     std::ofstream(path) << "kept";

@@ -138,7 +138,7 @@ TEST_F(FactorySetup, HasTheLimitsOfEveryColumnOfAModulesTables)
               number("LIST", std::string(kPatternRows) + "Max"));
 }
 
-TEST_F(FactorySetup, HasNoLimitBesidesTheModules)
+TEST_F(FactorySetup, HasOnlyTheModulesLimits)
 {
     std::set<std::string> expected{kPatternRows};
     for (const SettingRow& row : kSettingRows) {
@@ -163,7 +163,7 @@ TEST_F(FactorySetup, HasNoLimitBesidesTheModules)
     EXPECT_EQ(present, expected);
 }
 
-TEST_F(FactorySetup, EveryModuleSettingThatASetupHoldsIsCompared)
+TEST_F(FactorySetup, EveryModuleSettingInASetupIsCompared)
 {
     // Two frequencies that are not a range, and a number private to the module.
     std::set<std::string> compared{"[:SOURce]:ROSCillator:OUTP:FREQuency", ":SYSTem:SETup:TARGet"};

@@ -18,7 +18,7 @@ using FaultyModule = ModuleTest;
 
 } // namespace
 
-TEST(Faults, AModuleThatIsUpSendsTheReplyAsOnePieceAtOnce)
+TEST(Faults, UpSendsTheReplyInOnePieceAtOnce)
 {
     const Faults faults;
     EXPECT_TRUE(faults.port_open() && faults.executes() && !faults.ends_connections());
@@ -67,7 +67,7 @@ TEST_F(FaultyModule, SilentTakesRequestsAndNeitherExecutesNorAnswersThem)
     EXPECT_EQ(client.ask(":FREQ?\r\n"), "1000000000;+OK\r\n");
 }
 
-TEST_F(FaultyModule, RefuseClosesThePortAndUpOpensTheSameOne)
+TEST_F(FaultyModule, RefuseClosesThePortAndUpReopensIt)
 {
     const Client open_before(module());
     EXPECT_EQ(open_before.ask(":POW?\r\n"), "5;+OK\r\n");
@@ -83,7 +83,7 @@ TEST_F(FaultyModule, RefuseClosesThePortAndUpOpensTheSameOne)
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 
-TEST_F(FaultyModule, CloseEndsConnectionsWithoutAWord)
+TEST_F(FaultyModule, CloseEndsConnectionsWithoutAReply)
 {
     const Client open_before(module());
     EXPECT_EQ(open_before.ask(":POW?\r\n"), "5;+OK\r\n");

@@ -143,14 +143,14 @@ const std::string kOneToNine = R"("stored":1,"size":9,"crc32":"CBF43926")";
 
 } // namespace
 
-TEST_F(FirmwarePort, AcknowledgesABlockWithTheNextOnesNumberAndTheRestOfItsHeader)
+TEST_F(FirmwarePort, AcknowledgesABlockWithTheNextNumberAndTheRestOfItsHeader)
 {
     EXPECT_EQ(acknowledgement(2).size(), 22u);
     EXPECT_EQ(sender->ask(full(frame(1, 1024, std::string(1024, 'x')))), acknowledgement(2));
     EXPECT_EQ(sender->ask(data_frame(2, "abc")), acknowledgement(3));
 }
 
-TEST_F(FirmwarePort, TakesAStreamAndReportsItsBurning)
+TEST_F(FirmwarePort, AcceptsAStreamAndReportsBurning)
 {
     EXPECT_EQ(sender->ask(data_frame(1, "1234")), acknowledgement(2));
     EXPECT_EQ(sender->ask(data_frame(2, "56789")), acknowledgement(3));
@@ -161,7 +161,7 @@ TEST_F(FirmwarePort, TakesAStreamAndReportsItsBurning)
     EXPECT_TRUE(sender->stays_silent());
 }
 
-TEST_F(FirmwarePort, TakesShortFramesAsWell)
+TEST_F(FirmwarePort, AcceptsShortFrames)
 {
     EXPECT_EQ(sender->ask(frame(0, 0)), acknowledgement(1));
     EXPECT_EQ(sender->ask(frame(1, 9, "123456789")), acknowledgement(2));
@@ -170,7 +170,7 @@ TEST_F(FirmwarePort, TakesShortFramesAsWell)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, StoresARepeatedBlockOnceAndNoneAfterAGap)
+TEST_F(FirmwarePort, StoresARepeatedBlockOnceAndNoBlockAfterAGap)
 {
     EXPECT_EQ(sender->ask(data_frame(1, "123")), acknowledgement(2));
     EXPECT_EQ(sender->ask(data_frame(2, "456")), acknowledgement(3));
@@ -208,7 +208,7 @@ TEST_F(FirmwarePort, StartsOverWithBlockZeroAndWithBlockOne)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, DoesNotAnswerWhatIsNoFrameOfAStream)
+TEST_F(FirmwarePort, DoesNotAnswerForeignFrames)
 {
     for (const char* opcode : {"HEID", "HESU", "hepd", "HEPX"}) {
         sender->send(full(frame(1, 3, "abc", opcode)));
@@ -247,7 +247,7 @@ TEST_F(FirmwarePort, BurnsOnceHoweverOftenTheEndIsRepeated)
     EXPECT_EQ(stored(), kOneToNine);
 }
 
-TEST_F(FirmwarePort, LeavesABurningWhenANewStreamBegins)
+TEST_F(FirmwarePort, StopsBurningWhenANewStreamStarts)
 {
     sender->ask(data_frame(1, "abc"));
     sender->ask(frame(2, EOD));
@@ -275,7 +275,7 @@ TEST_F(FirmwarePort, AnswersTheSenderOfTheFrame)
     EXPECT_TRUE(other.stays_silent());
 }
 
-TEST_F(FirmwarePort, SilentInTheStreamTakesNothingFromThatBlockOn)
+TEST_F(FirmwarePort, SilentInTheStreamIgnoresThatBlockAndAllAfterIt)
 {
     EXPECT_EQ(control("update silent-stream 2"), "ok");
     EXPECT_EQ(sender->ask(data_frame(1, "1234")), acknowledgement(2));
@@ -289,7 +289,7 @@ TEST_F(FirmwarePort, SilentInTheStreamTakesNothingFromThatBlockOn)
     EXPECT_TRUE(sender->stays_silent());
 }
 
-TEST_F(FirmwarePort, SilentInTheBurningAcknowledgesTheEndAndNoMore)
+TEST_F(FirmwarePort, SilentInTheBurningAcknowledgesOnlyTheEnd)
 {
     EXPECT_EQ(control("update silent-burn"), "ok");
     EXPECT_EQ(sender->ask(data_frame(1, "1234")), acknowledgement(2));
@@ -321,7 +321,7 @@ TEST_F(FirmwarePort, RefusesAnImageInItsFinalFrame)
     EXPECT_EQ(stored(), kNothing);
 }
 
-TEST_F(FirmwarePort, TakesAStreamOfManyBlocks)
+TEST_F(FirmwarePort, AcceptsAStreamOfManyBlocks)
 {
     std::string image;
     for (unsigned block = 1; block <= 2000; ++block) {

@@ -172,7 +172,7 @@ TEST_F(ForwardedHeaders, EveryQueryReturnsOneFieldInBothSpellings)
     }
 }
 
-TEST_F(ForwardedHeaders, AHeaderWithOnlyOneFormDoesNotHaveTheOther)
+TEST_F(ForwardedHeaders, AHeaderWithOneFormRefusesTheOther)
 {
     // What the controller sends by itself has a set form here, although a client's is never forwarded.
     const std::set<std::string> sent_by_handlers = {":TRIGger:SOURce", "[:SOURce]:AM:SOURce",
@@ -189,7 +189,7 @@ TEST_F(ForwardedHeaders, AHeaderWithOnlyOneFormDoesNotHaveTheOther)
     }
 }
 
-TEST_F(ForwardedHeaders, EveryHeaderRefusesAParameterTooMany)
+TEST_F(ForwardedHeaders, EveryHeaderRefusesAnExtraParameter)
 {
     for (const ForwardedHeader& header : kForwarded) {
         prepare();
@@ -204,7 +204,7 @@ TEST_F(ForwardedHeaders, EveryHeaderRefusesAParameterTooMany)
     }
 }
 
-TEST_F(ForwardedHeaders, EverySetFormWithParametersRefusesNone)
+TEST_F(ForwardedHeaders, EverySetFormRefusesMissingParameters)
 {
     for (const ForwardedHeader& header : kForwarded) {
         if (header.parameters != nullptr && *header.parameters != '\0') {
@@ -236,7 +236,7 @@ TEST_F(ForwardedHeaders, TheControllersOwnRequestsAreAnswered)
     EXPECT_EQ(ask(":SYSTem:INFormation:FIRMware?"), "1.2.3;+OK");
 }
 
-TEST_F(ForwardedHeaders, ASetupThatTheControllerSendsIsTaken)
+TEST_F(ForwardedHeaders, ASetupSentByTheControllerIsAccepted)
 {
     // The forms in which a controller renders its record: 12 digits, ON and OFF, texts without quotes.
     for (const char* command : {":INITiate:CONTinuous ON",

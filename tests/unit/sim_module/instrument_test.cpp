@@ -32,7 +32,7 @@ TEST_F(Reply, ASeparatorBeforeTheLineEndIsAccepted)
     EXPECT_EQ(instrument.execute(":FREQ?; ;;\r\n"), "1000000000;+OK\r\n");
 }
 
-TEST_F(Reply, EveryLineEndIsTaken)
+TEST_F(Reply, EveryLineEndIsAccepted)
 {
     for (const char* request : {":POW?\r\n", ":POW?\n", ":POW? \r\n", "  :POW?\t\n"}) {
         EXPECT_EQ(instrument.execute(request), "5;+OK\r\n") << request;
@@ -42,7 +42,7 @@ TEST_F(Reply, EveryLineEndIsTaken)
     EXPECT_EQ(instrument.execute(""), "+OK\r\n");
 }
 
-TEST_F(Reply, ARelativeHeaderFollowsThePathOfTheOneBeforeIt)
+TEST_F(Reply, ARelativeHeaderUsesThePreviousPath)
 {
     EXPECT_EQ(instrument.execute(":SOUR:FREQ 2GHz;POW -5;:FREQ?;POW?\r\n"), "2000000000;-5;+OK\r\n");
     EXPECT_EQ(instrument.execute(":AM:DEPT 10;STAT ON;STAT?;DEPT?\r\n"), "1;10;+OK\r\n");
@@ -65,7 +65,7 @@ TEST_F(Reply, SixtyFourUnitsFit)
     EXPECT_EQ(instrument.execute(request + "\r\n"), expected + "+OK\r\n");
 }
 
-TEST_F(Reply, OneThatIsTooLongIsReplacedByAnError)
+TEST_F(Reply, ThatIsTooLongIsReplacedByAnError)
 {
     // "5;" is two bytes, the success word and the line end are five.
     const size_t most = (Instrument::kMaxReply - 5) / 2;
@@ -170,7 +170,7 @@ TEST_F(Actions, ABusTriggerIsIgnoredUnlessTheBusIsTheSource)
     EXPECT_EQ(instrument.triggers(), 2U);
 }
 
-TEST_F(Actions, TheClockTakesADateThatThereIs)
+TEST_F(Actions, TheClockAcceptsOnlyValidDates)
 {
     EXPECT_EQ(ask(":SYST:CLOC 2024,2,29,23,59,59"), "+OK");
     EXPECT_EQ(instrument.clock(), "2024-02-29T23:59:59");
@@ -183,7 +183,7 @@ TEST_F(Actions, TheClockTakesADateThatThereIs)
     EXPECT_EQ(instrument.clock(), "2024-02-29T23:59:59");
 }
 
-TEST_F(Actions, TheTemperatureIsWhatWasSetOrDriftsAroundTheWorkingPoint)
+TEST_F(Actions, TheTemperatureIsHeldOrDriftsAroundTheWorkingPoint)
 {
     const double drifting = std::stod(value(":SYST:TEMP?"));
     EXPECT_GE(drifting, 40.5);

@@ -65,7 +65,7 @@ TEST(ModuleOptions, EveryOptionIsAccepted)
               "MSHFGCRD");
 }
 
-TEST(ModuleOptions, MistakesEndTheProgramWithAnError)
+TEST(ModuleOptions, MistakesAreErrors)
 {
     const std::vector<std::vector<const char*>> mistakes = {
         {},

@@ -59,7 +59,7 @@ TEST(RequestFramer, ALineEndInABlockIsDataHoweverTheBytesCome)
     }
 }
 
-TEST(RequestFramer, TheLongestRequestIsOneAndOneByteMoreIsTooLong)
+TEST(RequestFramer, TheLongestRequestPassesAndOneByteMoreIsTooLong)
 {
     for (const size_t piece : {RequestFramer::kMaxRequest + 100, size_t{65536}, size_t{4093}}) {
         for (const size_t excess : {size_t{0}, size_t{1}}) {

@@ -16,7 +16,7 @@ using ScpiServer = ModuleTest;
 
 } // namespace
 
-TEST_F(ScpiServer, AnswersARequestOnItsOwnConnection)
+TEST_F(ScpiServer, AnswersOnTheConnectionOfTheRequest)
 {
     EXPECT_EQ(ask(":FREQ 2GHz\r\n"), "+OK\r\n");
     EXPECT_EQ(ask(":FREQ?\r\n"), "2000000000;+OK\r\n");
@@ -81,7 +81,7 @@ TEST_F(ScpiServer, AnswersEachOfSeveralRequestsSentAtOnce)
     EXPECT_EQ(client.ask("S?\r\n"), "0;+OK\r\n");
 }
 
-TEST_F(ScpiServer, AnswersAClientThatHasEndedItsSideAndThenEndsItsOwn)
+TEST_F(ScpiServer, AnswersAHalfClosedClientAndThenCloses)
 {
     const Client client(module());
     client.send(":FREQ?\r\n:POW?\r\n");
@@ -91,7 +91,7 @@ TEST_F(ScpiServer, AnswersAClientThatHasEndedItsSideAndThenEndsItsOwn)
     EXPECT_TRUE(client.ended_by_peer());
 }
 
-TEST_F(ScpiServer, DropsARequestWhoseEndNeverCame)
+TEST_F(ScpiServer, DropsAnUnfinishedRequest)
 {
     {
         const Client client(module());
@@ -127,7 +127,7 @@ TEST_F(ScpiServer, RefusesARequestThatIsTooLongAndContinues)
     EXPECT_EQ(client.reply(), "1000000000;+OK\r\n");
 }
 
-TEST_F(ScpiServer, AClientThatReadsNoReplyDelaysNoOther)
+TEST_F(ScpiServer, AClientThatDoesNotReadDelaysNoOther)
 {
     for (int i = 0; i < 50; ++i) {
         ask(":SYST:FILE:STOR:LIST \"a-name-of-27-characters----" + std::to_string(i) + "\"\r\n");

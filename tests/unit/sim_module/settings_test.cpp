@@ -54,7 +54,7 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsTest, BothLimitsAreInTheRange)
+TEST_F(SettingsTest, BothLimitsAreAccepted)
 {
     for (const Setting& setting : settings_table()) {
         if (is_quantity(setting)) {
@@ -101,7 +101,7 @@ TEST_F(SettingsTest, MinimumMaximumAndDefaultStandForTheirValues)
     }
 }
 
-TEST_F(SettingsTest, ValuesOfTheTableLieInTheirRange)
+TEST_F(SettingsTest, ValuesOfTheTableAreInRange)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kNumber || setting.form == SettingForm::kInteger) {
@@ -113,7 +113,7 @@ TEST_F(SettingsTest, ValuesOfTheTableLieInTheirRange)
     }
 }
 
-TEST_F(SettingsTest, BooleansTakeWordsAndNumbersAndReturnOneOrZero)
+TEST_F(SettingsTest, BooleansAcceptWordsAndNumbersAndReturnOneOrZero)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kBoolean && has_query(setting)) {
@@ -133,7 +133,7 @@ TEST_F(SettingsTest, BooleansTakeWordsAndNumbersAndReturnOneOrZero)
     }
 }
 
-TEST_F(SettingsTest, ChoicesTakeBothFormsAndReturnTheShortOne)
+TEST_F(SettingsTest, ChoicesAcceptBothFormsAndReturnTheShortOne)
 {
     for (const Setting& setting : settings_table()) {
         if (setting.form == SettingForm::kChoice && setting.rows == SettingRows::kSetAndQuery) {
@@ -186,7 +186,7 @@ TEST_F(SettingsTest, ANumberOfAnotherUnitIsRefusedAndChangesNothing)
     }
 }
 
-TEST_F(SettingsTest, AParameterTooManyChangesNothing)
+TEST_F(SettingsTest, AnExtraParameterChangesNothing)
 {
     const char kTooMany[] = "-ERR -108, \"Parameter not allowed\";+OK";
     for (const Setting& setting : settings_table()) {
@@ -206,7 +206,7 @@ TEST_F(SettingsTest, AParameterTooManyChangesNothing)
     EXPECT_EQ(value(":TRIG:SOUR?"), "EXT");
 }
 
-TEST_F(SettingsTest, UnitsAreTurnedIntoTheBaseUnit)
+TEST_F(SettingsTest, UnitsAreConvertedToTheBaseUnit)
 {
     struct Row {
         const char* set;
@@ -292,7 +292,7 @@ TEST_F(SettingsTest, InvalidNumbersAreRefused)
     EXPECT_EQ(ask(":FREQ? MAX,MIN"), "-ERR -108, \"Parameter not allowed\";+OK");
 }
 
-TEST_F(SettingsTest, TextsHaveALongestLengthAndNoSeparatorInThem)
+TEST_F(SettingsTest, TextsHaveAMaximumLengthAndNoSeparator)
 {
     const std::string longest(Settings::kMaxText, 'a');
     EXPECT_EQ(ask(":SYST:EMUL:MOD \"" + longest + "\""), "+OK");
@@ -304,7 +304,7 @@ TEST_F(SettingsTest, TextsHaveALongestLengthAndNoSeparatorInThem)
     EXPECT_EQ(value(":SYST:EMUL:MOD?"), "\"X-1\"");
 }
 
-TEST(Model, DecidesTheHighestFrequencyAndTheLowestPower)
+TEST(Model, SetsTheHighestFrequencyAndTheLowestPower)
 {
     struct Row {
         const char* model;
@@ -349,7 +349,7 @@ TEST(Model, ItsLowestPowerLimitsAllPowers)
     EXPECT_EQ(instrument.execute(":LIST:DATA 1GHz,-30.1,1\r\n"), "-ERR -222, \"Data out of range\";+OK\r\n");
 }
 
-TEST(Model, OneWithoutAFamilyIsRejected)
+TEST(Model, WithoutAFamilyIsRejected)
 {
     Identity identity;
     identity.model = "X";

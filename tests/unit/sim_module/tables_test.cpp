@@ -18,7 +18,7 @@ using Files = InstrumentTest;
 
 } // namespace
 
-TEST_F(Lists, DataGoToTheDefinedList)
+TEST_F(Lists, DataIsStoredInTheDefinedList)
 {
     EXPECT_EQ(value(":LIST:DEF?"), "\"\"");
     EXPECT_EQ(ask(":LIST:DEF \"first\""), "+OK");
@@ -33,14 +33,14 @@ TEST_F(Lists, DataGoToTheDefinedList)
     EXPECT_EQ(instrument.store().table(TableKind::kList), expected);
 }
 
-TEST_F(Lists, DataReplaceWhatWasThere)
+TEST_F(Lists, DataReplacesThePreviousRows)
 {
     ask(":LIST:DATA 1GHz,-10,1,2GHz,-10,1");
     EXPECT_EQ(ask(":LIST:DATA 3GHz,-10,1"), "+OK");
     EXPECT_EQ(instrument.store().rows(TableKind::kList), 1U);
 }
 
-TEST_F(Lists, RefusedDataChangeNothing)
+TEST_F(Lists, RefusedDataChangesNothing)
 {
     ask(":LIST:DATA 1GHz,-10,1");
     const DataStore::Table before = instrument.store().table(TableKind::kList);
@@ -53,7 +53,7 @@ TEST_F(Lists, RefusedDataChangeNothing)
     EXPECT_EQ(instrument.store().table(TableKind::kList), before);
 }
 
-TEST_F(Lists, TheLongestListFitsAndOneRowMoreDoesNot)
+TEST_F(Lists, TheLongestListFitsButNotOneRowMore)
 {
     std::string data = ":LIST:DATA 1GHz,0,1";
     for (int row = 1; row < kMaxListRows; ++row) {
@@ -64,7 +64,7 @@ TEST_F(Lists, TheLongestListFitsAndOneRowMoreDoesNot)
     EXPECT_EQ(ask(data + ",1GHz,0,1"), "-ERR -223, \"Too much data\";+OK");
 }
 
-TEST_F(Lists, ReverseTurnsTheRowsRound)
+TEST_F(Lists, ReverseReversesTheRows)
 {
     ask(":LIST:DATA 1GHz,-1,1,2GHz,-2,2,3GHz,-3,3");
     EXPECT_EQ(ask(":LIST:REV"), "+OK");
@@ -84,7 +84,7 @@ TEST_F(Lists, ADeletedListIsRemovedAndNoLongerSelected)
     EXPECT_EQ(instrument.store().rows(TableKind::kList), 0U);
 }
 
-TEST_F(Lists, DeleteAllAndResetForgetThemAll)
+TEST_F(Lists, DeleteAllAndResetRemoveThemAll)
 {
     for (const char* command : {":LIST:DEL:ALL", "*RST"}) {
         ask(":LIST:DEF \"a\";:LIST:DATA 1GHz,0,1");
@@ -94,7 +94,7 @@ TEST_F(Lists, DeleteAllAndResetForgetThemAll)
     }
 }
 
-TEST_F(Lists, ThereIsAMostOfThem)
+TEST_F(Lists, HaveAMaximumNumber)
 {
     for (size_t i = 0; i < DataStore::kMaxTables; ++i) {
         EXPECT_EQ(ask(":LIST:DEF \"n" + std::to_string(i) + "\""), "+OK");
@@ -104,7 +104,7 @@ TEST_F(Lists, ThereIsAMostOfThem)
     EXPECT_EQ(ask(":LIST:DEF \"n0\""), "+OK");
 }
 
-TEST_F(Lists, AParameterTooManyChangesNothing)
+TEST_F(Lists, AnExtraParameterChangesNothing)
 {
     const char kTooMany[] = "-ERR -108, \"Parameter not allowed\";+OK";
     ask(":LIST:DEF \"a\";:LIST:DATA 1GHz,0,1,2GHz,0,1;:CORR:FLAT:DATA 1GHz,1;:SYST:FILE:STOR:LIST \"f\"");
@@ -120,7 +120,7 @@ TEST_F(Lists, AParameterTooManyChangesNothing)
     EXPECT_EQ(value(":SYST:FILE:CAT:LIST?"), "\"f\"");
 }
 
-TEST_F(Patterns, AreApartFromTheLists)
+TEST_F(Patterns, AreSeparateFromTheLists)
 {
     ask(":LIST:DEF \"x\";:PATT:DEF \"x\"");
     EXPECT_EQ(ask(":PATT:DATA 1us,2us,3us,4us"), "+OK");
@@ -133,7 +133,7 @@ TEST_F(Patterns, AreApartFromTheLists)
     EXPECT_EQ(value(":LIST:DEF?"), "\"x\"");
 }
 
-TEST_F(Flatness, PairsStandInTheOrderOfTheirFrequency)
+TEST_F(Flatness, PairsAreSortedByFrequency)
 {
     EXPECT_EQ(value(":CORR:FLAT:POIN?"), "0");
     EXPECT_EQ(ask(":CORR:FLAT:PAIR 2GHz,0.5"), "+OK");
@@ -147,7 +147,7 @@ TEST_F(Flatness, PairsStandInTheOrderOfTheirFrequency)
     EXPECT_EQ(value(":CORR:FLAT:PAIR? 1"), "1000000000,3");
 }
 
-TEST_F(Flatness, APairThatIsNotThereIsOutOfRange)
+TEST_F(Flatness, AMissingPairIsOutOfRange)
 {
     EXPECT_EQ(ask(":CORR:FLAT:PAIR?"), kOutOfRange);
     ask(":CORR:FLAT:PAIR 1GHz,1");
@@ -156,7 +156,7 @@ TEST_F(Flatness, APairThatIsNotThereIsOutOfRange)
     EXPECT_EQ(ask(":CORR:FLAT:PAIR? 1,1"), "-ERR -108, \"Parameter not allowed\";+OK");
 }
 
-TEST_F(Flatness, DataReplaceAllPairs)
+TEST_F(Flatness, DataReplacesAllPairs)
 {
     ask(":CORR:FLAT:PAIR 5GHz,1");
     EXPECT_EQ(ask(":CORR:FLAT:DATA 3GHz,3,1GHz,1,3GHz,4"), "+OK");
@@ -168,7 +168,7 @@ TEST_F(Flatness, DataReplaceAllPairs)
     EXPECT_EQ(value(":CORR:FLAT:PAIR? 2"), "3000000000,4");
 }
 
-TEST_F(Flatness, PointsKeepTheFirstPairsAndPresetNone)
+TEST_F(Flatness, PointsKeepsTheFirstPairsAndPresetRemovesAll)
 {
     ask(":CORR:FLAT:DATA 1GHz,1,2GHz,2,3GHz,3");
     EXPECT_EQ(ask(":CORR:FLAT:POIN 4"), kOutOfRange);
@@ -178,7 +178,7 @@ TEST_F(Flatness, PointsKeepTheFirstPairsAndPresetNone)
     EXPECT_EQ(value(":CORR:FLAT:POIN?"), "0");
 }
 
-TEST_F(Flatness, OnePairPastTheLongestTableIsRefused)
+TEST_F(Flatness, APairBeyondTheLongestTableIsRefused)
 {
     const size_t most = table_shape(TableKind::kUserCorrection).max_rows;
     std::string data = ":CORR:FLAT:DATA 1000000,1";
@@ -215,7 +215,7 @@ TEST_F(Files, AreListedSizedLoadedAndRemoved)
     EXPECT_EQ(instrument.store().rows(TableKind::kList), 2U);
 }
 
-TEST_F(Files, HaveOneNameSpaceForEachKind)
+TEST_F(Files, HaveANameSpaceForEachKind)
 {
     ask(":LIST:DATA 1GHz,-10,1;:PATT:DATA 1us,1us,1us,1us;:CORR:FLAT:DATA 1GHz,1,2GHz,2,3GHz,3");
     EXPECT_EQ(ask(":SYST:FILE:STOR:LIST \"n\";:SYST:FILE:STOR:PATT \"n\";:SYST:FILE:STOR:UCOR \"n\""), "+OK");
@@ -232,7 +232,7 @@ TEST_F(Files, HaveOneNameSpaceForEachKind)
     EXPECT_EQ(ask(":SYST:FILE:DEL:FILE \"n\""), kNotFound);
 }
 
-TEST_F(Files, DeleteFileTakesEveryKindAndDeleteAllEveryName)
+TEST_F(Files, DeleteFileRemovesEveryKindAndDeleteAllEveryName)
 {
     const std::string store_all =
         ":SYST:FILE:STOR:LIST \"n\";:SYST:FILE:STOR:PATT \"n\";:SYST:FILE:STOR:PATT \"m\"";
@@ -244,7 +244,7 @@ TEST_F(Files, DeleteFileTakesEveryKindAndDeleteAllEveryName)
     EXPECT_EQ(value(":SYST:FILE:CAT:LIST?;:SYST:FILE:CAT:PATT?"), "\"\";\"\"");
 }
 
-TEST_F(Files, ANameHasALengthAndIsNotEmpty)
+TEST_F(Files, ANameHasAMaximumLengthAndIsNotEmpty)
 {
     const std::string longest(DataStore::kMaxName, 'n');
     EXPECT_EQ(ask(":SYST:FILE:STOR:LIST \"" + longest + "\""), "+OK");

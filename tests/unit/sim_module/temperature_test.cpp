@@ -41,7 +41,7 @@ TEST(ModuleTemperature, TheDriftOfASeedIsTheSameOnEveryMachine)
     EXPECT_EQ(temperature.read_at(seconds(36000)), 42.15);
 }
 
-TEST(ModuleTemperature, EachChannelDriftsByItself)
+TEST(ModuleTemperature, EachChannelDriftsIndependently)
 {
     for (uint64_t seed = 1; seed <= 4; ++seed) {
         for (uint64_t other = 1; other < seed; ++other) {
@@ -75,7 +75,7 @@ TEST(ModuleTemperature, TheDriftIsSlow)
     }
 }
 
-TEST(ModuleTemperature, AReadingHasHundredths)
+TEST(ModuleTemperature, AReadingHasTwoDecimals)
 {
     for (const double reading : day_of(Temperature(42, 7))) {
         EXPECT_NEAR(reading * 100, std::round(reading * 100), 1e-6);

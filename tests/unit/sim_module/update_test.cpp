@@ -93,7 +93,7 @@ TEST_F(Update, AnImageMayArriveByteByByte)
     EXPECT_EQ(image("software"), stored("software", "a\n;b"));
 }
 
-TEST_F(Update, WhatIsNoImageIsRefusedAndNotKept)
+TEST_F(Update, AnInvalidImageIsRefusedAndNotKept)
 {
     EXPECT_EQ(ask(":SYST:UPD:SOFT\r\n"), "-ERR -109, \"Missing parameter\";+OK\r\n");
     EXPECT_EQ(ask(":SYST:UPD:SOFT 12\r\n").substr(0, 9), "-ERR -128");
@@ -167,7 +167,7 @@ TEST_F(Restart, AnswersDisconnectsAndReturnsAsAfterPowerUp)
     EXPECT_TRUE(status_has("\"restarts\":1,"));
 }
 
-TEST_F(Restart, TwoInOneMessageAreOneAbsence)
+TEST_F(Restart, TwoInOneMessageAreOneRestart)
 {
     const Client client(module());
     EXPECT_EQ(client.ask(":SYST:REST;:SYST:REST;:POW?\r\n"), "5;+OK\r\n");

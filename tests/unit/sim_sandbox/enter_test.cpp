@@ -68,7 +68,7 @@ bool connects(const std::string& text, int port)
 
 } // namespace
 
-TEST(Enter, ProgramContinuesInTheControllersRole)
+TEST(Enter, ProgramContinuesInTheControllerRole)
 {
     const TemporaryDirectory state;
     const int status = entered({state.path(), 2}, [](const Inside& inside) {
@@ -121,7 +121,7 @@ TEST(Enter, SandboxEndsWithTheProgram)
     EXPECT_EQ(read(reading.get(), &byte, 1), 0);
 }
 
-TEST(Enter, RoleScopePutsSocketsIntoAnotherRoleAndReturns)
+TEST(Enter, RoleScopeOpensSocketsInAnotherRoleAndReturns)
 {
     const TemporaryDirectory state;
     const int status = entered({state.path(), 2}, [](const Inside& inside) {
@@ -146,7 +146,7 @@ TEST(Enter, RoleScopePutsSocketsIntoAnotherRoleAndReturns)
     EXPECT_EQ(status, 0);
 }
 
-TEST(Enter, MistakeLeavesTheCallerWhereItWas)
+TEST(Enter, FailureLeavesTheCallerWhereItWas)
 {
     const TemporaryDirectory state;
     const pid_t before = ::getpid();

@@ -40,7 +40,7 @@ int run_daemon(int fd)
 
 } // namespace
 
-TEST(SandboxLife, StopEndsWhatRunsInAnyRoleDaemonsToo)
+TEST(SandboxLife, StopEndsProcessesOfEveryRoleIncludingDaemons)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 2}));
@@ -63,7 +63,7 @@ TEST(SandboxLife, StopEndsWhatRunsInAnyRoleDaemonsToo)
     sandbox.stop();
 }
 
-TEST(SandboxLife, KilledMakerEndsEverything)
+TEST(SandboxLife, KilledCreatorEndsEverything)
 {
     const TemporaryDirectory state;
     {
@@ -119,7 +119,7 @@ TEST(SandboxLife, ChildrenNotWaitedForAreReapedByStop)
     EXPECT_EQ(wait_for(running.value()), -1);
 }
 
-TEST(SandboxLife, WaitingForNoProcessLeavesAnotherChildAlone)
+TEST(SandboxLife, WaitingForNoProcessLeavesOtherChildrenAlone)
 {
     const pid_t other = ::fork();
     ASSERT_GE(other, 0);
@@ -156,7 +156,7 @@ TEST(SandboxLife, ProgramThatCannotBeRunIsAnErrorThatNamesIt)
               "starting a program: no program named");
 }
 
-TEST(SandboxLife, RoleThatIsNotThereIsAnError)
+TEST(SandboxLife, MissingRoleIsAnError)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 1}));
@@ -168,7 +168,7 @@ TEST(SandboxLife, RoleThatIsNotThereIsAnError)
     }
 }
 
-TEST(SandboxLife, ListeningSocketsArePassedWithTheProcessIdThatTheProgramSees)
+TEST(SandboxLife, ListeningSocketsArePassedWithTheProgramsOwnProcessId)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -33,7 +33,7 @@ TEST(SandboxMounts, HaldeIsTheFolderOfTheStateDirectory)
     EXPECT_EQ(fs::exists("/home/orvan/halde/json/b"), false);
 }
 
-TEST(SandboxMounts, HaldeHasTheFoldersOfAnInstrument)
+TEST(SandboxMounts, HaldeHasTheFoldersOfTheInstrument)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -87,7 +87,7 @@ TEST(SandboxMounts, OnlyTheStateDirectoryAndPrivateFoldersCanBeWritten)
     EXPECT_EQ(shell(sandbox, kController, "echo x >/dev/null; head -c 2 /dev/zero | wc -c"), "2\n");
 }
 
-TEST(SandboxMounts, FilesOfTheMachineAreSeenAndCannotBeWritten)
+TEST(SandboxMounts, FilesOfTheMachineAreVisibleAndReadOnly)
 {
     const TemporaryDirectory folder("/var/tmp");
     std::ofstream(folder.path() / "file") << "as it was\n";
@@ -158,7 +158,7 @@ TEST(SandboxMounts, TheCallersHomeIsHiddenWhereverItIs)
     EXPECT_FALSE(fs::exists(home.path() / "marker"));
 }
 
-TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsSeenAndNothingBesideIt)
+TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsVisibleAndNothingElseThere)
 {
     const TemporaryDirectory home("/var/tmp");
     std::ofstream(home.path() / "secret") << "x";
@@ -169,7 +169,7 @@ TEST(SandboxMounts, AStateDirectoryInTheCallersHomeIsSeenAndNothingBesideIt)
     EXPECT_FALSE(fs::exists(home.path() / "virtual/b"));
 }
 
-TEST(SandboxMounts, TheProgramsFolderIsSeenInAHomeAndCannotBeWritten)
+TEST(SandboxMounts, TheProgramsFolderInAHomeIsVisibleAndReadOnly)
 {
     const fs::path program = fs::read_symlink("/proc/self/exe");
     ::setenv("HOME", program.parent_path().c_str(), 1);
@@ -267,7 +267,7 @@ TEST(SandboxMounts, StateDirectoryInSharedMemoryIsRefusedAsItWouldBeHidden)
                                           "/dev/shm of its own)");
 }
 
-TEST(SandboxMounts, StateDirectoryThatCannotBeMadeIsAnErrorAndNoRefusal)
+TEST(SandboxMounts, StateDirectoryThatCannotBeCreatedIsAnErrorAndNoRefusal)
 {
     const TemporaryDirectory folder;
     std::ofstream(folder.path() / "file") << "x";

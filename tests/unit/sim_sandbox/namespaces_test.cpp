@@ -20,7 +20,7 @@ int status_of(Sandbox& sandbox, Role role, const std::function<int()>& body)
 
 } // namespace
 
-TEST(Guard, TrueInTheControllersRoleOnly)
+TEST(Guard, TrueInTheControllerRoleOnly)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 1}));
@@ -31,7 +31,7 @@ TEST(Guard, TrueInTheControllersRoleOnly)
     EXPECT_FALSE(in_sandbox());
 }
 
-TEST(Guard, InheritedVariableAloneIsNotBelieved)
+TEST(Guard, InheritedVariableAloneIsNotTrusted)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -82,7 +82,7 @@ TEST(SandboxNamespaces, UserIsRootInsideAndTheCallerOutside)
     EXPECT_EQ(status.st_gid, getgid());
 }
 
-TEST(SandboxNamespaces, ProcessesOfTheMachineAreNotSeen)
+TEST(SandboxNamespaces, ProcessesOfTheMachineAreInvisible)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -42,7 +42,7 @@ std::string last_call(const TemporaryDirectory& state)
 
 } // namespace
 
-TEST(HostNameScript, SetsTheNameOfTheSandboxAndLeavesTheMachinesAlone)
+TEST(HostNameScript, SetsTheSandboxsNameAndLeavesTheMachinesAlone)
 {
     const std::string before = machine_name();
     const TemporaryDirectory state;
@@ -55,7 +55,7 @@ TEST(HostNameScript, SetsTheNameOfTheSandboxAndLeavesTheMachinesAlone)
     EXPECT_EQ(last_call(state), "he_set_hostname.sh OVX3651P-230042");
 }
 
-TEST(HostNameScript, TakesTheLongestNameAndDots)
+TEST(HostNameScript, AcceptsTheLongestNameAndDots)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -65,7 +65,7 @@ TEST(HostNameScript, TakesTheLongestNameAndDots)
     }
 }
 
-TEST(HostNameScript, RefusesWhatIsNoOneHostNameAndLeavesTheOneThatIs)
+TEST(HostNameScript, RefusesInvalidHostNamesAndKeepsTheCurrentOne)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -120,7 +120,7 @@ TEST(NetworkScript, StaticSetsAddressMaskAndGateway)
     }
 }
 
-TEST(NetworkScript, TheNewAddressIsReachedFromTheLanAndTheOldOneIsNot)
+TEST(NetworkScript, OnlyTheNewAddressIsReachableFromTheLan)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -134,7 +134,7 @@ TEST(NetworkScript, TheNewAddressIsReachedFromTheLanAndTheOldOneIsNot)
               std::string::npos);
 }
 
-TEST(NetworkScript, DynamicLeasesAnAddressOfThePoolAndAlwaysTheSame)
+TEST(NetworkScript, DynamicAlwaysLeasesTheSameAddressFromThePool)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -174,7 +174,7 @@ TEST(NetworkScript, DynamicFindsNoServerWithoutALinkAndKeepsTheAddress)
     EXPECT_EQ(network(sandbox), "NoLink eth0 10.0.0.2 255.255.255.0 10.0.0.1\n");
 }
 
-TEST(NetworkScript, RefusesBadArgumentsAndLeavesTheNetworkAsItIs)
+TEST(NetworkScript, RefusesBadArgumentsAndLeavesTheNetworkUnchanged)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -228,7 +228,7 @@ TEST(NetworkScript, RefusesBadArgumentsAndLeavesTheNetworkAsItIs)
 }
 
 // The suites and the instrument without a sandbox have the stand-ins in their PATH as well.
-TEST(NetworkScripts, ChangeNothingButOnTheControllerOfASandbox)
+TEST(NetworkScripts, ChangeNothingOutsideASandboxsController)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

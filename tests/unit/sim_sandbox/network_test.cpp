@@ -162,7 +162,7 @@ TEST(SandboxNetwork, LoopbackWorksInEachRole)
     }
 }
 
-TEST(SandboxNetwork, ModulesAreReachedFromTheControllerOnly)
+TEST(SandboxNetwork, ModulesAreReachableFromTheControllerOnly)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 2}));
@@ -181,7 +181,7 @@ TEST(SandboxNetwork, NothingReachesTheOutside)
     EXPECT_EQ(connect_from(sandbox, Role::controller(), "198.51.100.1", 80), ETIMEDOUT);
 }
 
-TEST(SandboxNetwork, TwoSandboxesAtOnceHaveTheSameAddressesAndNothingElseInCommon)
+TEST(SandboxNetwork, TwoSandboxesShareNothingButTheirAddresses)
 {
     const TemporaryDirectory first_state;
     const TemporaryDirectory second_state;
@@ -213,7 +213,7 @@ TEST(SandboxNetwork, InterfacesOfTheMachineAreUntouched)
     EXPECT_EQ(names(), names_before);
 }
 
-TEST(SandboxNetwork, DescriptorThatCannotBeMadeReportsItsErrno)
+TEST(SandboxNetwork, DescriptorThatCannotBeCreatedReportsErrno)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -35,7 +35,7 @@ TEST(Refusal, ErrorTextNamesStepErrnoDetailAndHint)
     EXPECT_EQ((Error{"doing this", 0, "", "", false}).text(), "doing this");
 }
 
-TEST(Refusal, EachNamespaceThatTheKernelRefusesIsNamed)
+TEST(Refusal, EachRefusedNamespaceIsNamed)
 {
     const std::pair<const char*, const char*> rows[] = {
         {"max_user_namespaces", "user and PID namespaces"},

@@ -15,7 +15,7 @@ TEST(Role, EachNameReadsBackAsItsRole)
     EXPECT_EQ(Role::module(3), Role::at(4));
 }
 
-TEST(Role, OtherTextIsNoRole)
+TEST(Role, OtherTextsAreNoRole)
 {
     for (const char* text : {"", "Controller", "module-0", "module-5", "module-", "module-1 ", "module1"}) {
         EXPECT_FALSE(Role::parse(text)) << text;

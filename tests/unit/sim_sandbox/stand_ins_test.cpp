@@ -60,7 +60,7 @@ TEST(StandIns, SudoRunsTheStandInOfTheSameBaseName)
                             "sudo -n -u root /usr/local/bin/he_set_hostname.sh x\nhe_set_hostname.sh x\n");
 }
 
-TEST(StandIns, SudoRefusesWhatHasNoStandIn)
+TEST(StandIns, SudoRefusesCommandsWithoutAStandIn)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -136,7 +136,7 @@ TEST(StandIns, RebootDoesNotWaitForAReader)
     EXPECT_EQ(shell(sandbox, Role::controller(), "timeout 5 reboot; echo $?"), "0\n");
 }
 
-TEST(StandIns, TheUpdateUnitInstallsLeavesWordAndRestarts)
+TEST(StandIns, TheUpdateUnitInstallsLeavesAMarkerAndRestarts)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
@@ -151,7 +151,7 @@ TEST(StandIns, TheUpdateUnitInstallsLeavesWordAndRestarts)
     EXPECT_EQ(calls(state), "systemctl start orvan-upgrade.service\norvan-upgrade.service\nreboot\n");
 }
 
-TEST(StandIns, TheUpdateUnitReplacesAProgramThatRuns)
+TEST(StandIns, TheUpdateUnitReplacesARunningProgram)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 0}));

@@ -37,7 +37,7 @@ TEST(UsbLinks, ListWithoutModulesHasNoAdapter)
     EXPECT_EQ(shell(sandbox, Role::controller(), "ls /sys/class/net"), "eth0\nlo\n");
 }
 
-TEST(UsbLinks, DriverLinkOfModulesEndsInRndisHostAndOfNothingElse)
+TEST(UsbLinks, OnlyModulesHaveTheRndisHostDriver)
 {
     const TemporaryDirectory state;
     START_SANDBOX(sandbox, (Options{state.path(), 2}));

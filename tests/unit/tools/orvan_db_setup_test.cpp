@@ -54,7 +54,7 @@ constexpr const char* kFour = R"({
 
 // ---- alone
 
-TEST_F(SetupFile, IsShownAsTheRecordsAreWithoutAChannel)
+TEST_F(SetupFile, IsShownLikeTheRecordsButWithoutAChannel)
 {
     with(kFour);
     const Outcome outcome = show({});
@@ -66,14 +66,14 @@ TEST_F(SetupFile, IsShownAsTheRecordsAreWithoutAChannel)
     EXPECT_EQ(outcome.err, "");
 }
 
-TEST_F(SetupFile, IsShownUnderAChannelThatIsNamed)
+TEST_F(SetupFile, IsShownUnderTheNamedChannel)
 {
     with(kFour);
     EXPECT_EQ(show({"--channel", "3", "--tag", "freq"}).out,
               "3  ODT_FREQ                ANALOGOUTPUT.Frequency            2500000000\n");
 }
 
-TEST_F(SetupFile, AnElementThatItDoesNotHaveIsNoRow)
+TEST_F(SetupFile, AMissingElementHasNoRow)
 {
     with(kFour);
     const Outcome outcome = show({"--tag", "pwr"});
@@ -81,7 +81,7 @@ TEST_F(SetupFile, AnElementThatItDoesNotHaveIsNoRow)
     EXPECT_EQ(outcome.out, "");
 }
 
-TEST_F(SetupFile, IsAJsonDocumentOnDemand)
+TEST_F(SetupFile, IsShownAsJsonOnRequest)
 {
     with(R"({"ANALOGOUTPUT": {"RfOutput": false, "Power": -12.5}})");
     EXPECT_EQ(show({"--json"}).out,
@@ -131,7 +131,7 @@ TEST_F(SetupFile, OfTheFactoryIsShown)
     EXPECT_EQ(outcome.out.find("ODT_INF_MODEL"), std::string::npos) << "the factory's has no model";
 }
 
-TEST_F(SetupFile, EveryElementIsFoundByItsNameAndByNoOther)
+TEST_F(SetupFile, EveryElementIsFoundByItsNameOnly)
 {
     for (size_t tag = 0; tag < kOrvanElementCount; ++tag) {
         const orvan_common::ElementName& name = orvan_common::kElementNames[tag];
@@ -217,7 +217,7 @@ TEST_F(SetupFile, ThatIsInvalidEndsWithThreeAndAReason)
     EXPECT_EQ(complaint(pipe), "orvan-db: " + pipe + ": is not a file\n");
 }
 
-TEST_F(SetupFile, LeavesNoDescriptorWhateverItIs)
+TEST_F(SetupFile, NeverLeaksADescriptor)
 {
     const size_t before = open_descriptors();
     for (const char* text : {"{}", "{", "[]"}) {
@@ -252,7 +252,7 @@ TEST_F(SetupFile, DiffShowsWhatARecallWouldChangeOfEveryChannel)
               "2  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000 -> 2500000000\n");
 }
 
-TEST_F(SetupFile, DiffOfAChannelAndOfATagShowsThoseAlone)
+TEST_F(SetupFile, DiffOfAChannelAndATagShowsOnlyThose)
 {
     SharedRecords records(2);
     with(kFour);
@@ -260,7 +260,7 @@ TEST_F(SetupFile, DiffOfAChannelAndOfATagShowsThoseAlone)
               "2  ODT_FREQ                ANALOGOUTPUT.Frequency            0 -> 2500000000\n");
 }
 
-TEST_F(SetupFile, DiffIsAJsonDocumentOnDemand)
+TEST_F(SetupFile, DiffIsShownAsJsonOnRequest)
 {
     SharedRecords records(1);
     with(R"({"ANALOGOUTPUT": {"Power": -12.5}})");
@@ -269,7 +269,7 @@ TEST_F(SetupFile, DiffIsAJsonDocumentOnDemand)
               "\t\t\t\t\"setup\":\t-12.5\n\t\t\t}\n\t\t}]\n}\n");
 }
 
-TEST_F(SetupFile, DiffOmitsWhatARecallTakesFromTheInstrument)
+TEST_F(SetupFile, DiffOmitsElementsThatARecallTakesFromTheInstrument)
 {
     const SharedRecords records(1);
     with(R"({"CHANNEL": {"Enabled": true, "State": true},

@@ -25,7 +25,7 @@ using namespace orvan_test;
 
 // ---- the options
 
-TEST(OrvanDbOptions, ATagIsNamedWithOrWithoutItsPrefixAndInAnyCase)
+TEST(OrvanDbOptions, ATagIsAcceptedWithoutItsPrefixAndInAnyCase)
 {
     for (const char* name : {"ODT_FREQ", "FREQ", "freq", "odt_freq", "Odt_Freq"}) {
         EXPECT_EQ(tag_of_name(name), ODT_FREQ) << name;
@@ -43,7 +43,7 @@ TEST(OrvanDbOptions, EveryTagIsFoundByItsName)
     }
 }
 
-TEST(OrvanDbOptions, MistakesEndWithTwoAndAReason)
+TEST(OrvanDbOptions, MistakesExitWithTwoAndAReason)
 {
     const SharedRecords records(1);
     const std::vector<std::vector<std::string>> mistakes = {
@@ -106,7 +106,7 @@ TEST(OrvanDb, AChannelThatIsNotInstalledIsReportedClearly)
     EXPECT_EQ(run_on(records.name(), {"--channel", "2"}).status, 0);
 }
 
-TEST(OrvanDb, ReadingLeavesNoDescriptorAndTheObjectAsItWas)
+TEST(OrvanDb, ReadingLeaksNoDescriptorAndChangesNothing)
 {
     SharedRecords records(4);
     records.put(4, ODT_FREQ, 5.0);
@@ -136,7 +136,7 @@ TEST(OrvanDb, TheTableHasARowForEachElementOfEachChannel)
     }
 }
 
-TEST(OrvanDb, AChannelAndATagChooseOneRow)
+TEST(OrvanDb, AChannelAndATagSelectOneRow)
 {
     SharedRecords records(4);
     records.put(3, ODT_FREQ, 2.5e9);
@@ -190,7 +190,7 @@ struct Rendered {
 
 } // namespace
 
-TEST(OrvanDbValue, ASwitchIsAWordAndATruthValue)
+TEST(OrvanDbValue, ASwitchIsAWordAndAJsonBoolean)
 {
     EXPECT_EQ(Rendered(TYPE_BOOL, 0).text, "OFF");
     EXPECT_EQ(Rendered(TYPE_BOOL, 0).json, "false");
@@ -210,14 +210,14 @@ TEST(OrvanDbValue, NumbersAreInTheUnitOfTheLanguage)
     EXPECT_EQ(Rendered(TYPE_DOUBLE, 0.000001).text, "1e-06");
 }
 
-TEST(OrvanDbValue, WhatIsNoNumberIsNullInJson)
+TEST(OrvanDbValue, NotANumberIsNullInJson)
 {
     EXPECT_EQ(Rendered(TYPE_DOUBLE, std::numeric_limits<double>::infinity()).text, "inf");
     EXPECT_EQ(Rendered(TYPE_DOUBLE, std::numeric_limits<double>::infinity()).json, "null");
     EXPECT_EQ(Rendered(TYPE_DOUBLE, std::nan("")).json, "null");
 }
 
-TEST(OrvanDbValue, ATextIsQuotedAndWhatIsNotPlainIsEscaped)
+TEST(OrvanDbValue, ATextIsQuotedAndEscaped)
 {
     EXPECT_EQ(Rendered(TYPE_STRING, Text{"EXTernal"}).text, "\"EXTernal\"");
     EXPECT_EQ(Rendered(TYPE_STRING, Text{""}).text, "\"\"");
@@ -259,7 +259,7 @@ TEST(OrvanDb, TheDocumentHoldsEveryElementByItsTag)
     EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(second, "ODT_RF_OUT")));
 }
 
-TEST(OrvanDb, TheDocumentHoldsOnlyWhatIsChosen)
+TEST(OrvanDb, TheDocumentHoldsOnlySelectedElements)
 {
     const SharedRecords records(4);
     const Outcome outcome = run_on(records.name(), {"--json", "--channel", "2", "--tag", "pwr"});
@@ -325,7 +325,7 @@ private:
 
 } // namespace
 
-TEST(OrvanDbWatch, ShowsEveryChosenElementOnceAndThenWhatChanges)
+TEST(OrvanDbWatch, ShowsEverySelectedElementOnceAndThenChanges)
 {
     SharedRecords records(2);
     Watch watch(records, {"--tag", "freq"});
@@ -370,7 +370,7 @@ TEST(OrvanDbWatch, ARemovedObjectEndsIt)
     EXPECT_EQ(errors.text(), "orvan-db: the instrument is gone\n");
 }
 
-TEST(OrvanDbWatch, AnObjectThatShrinksUnderItIsRead)
+TEST(OrvanDbWatch, AShrinkingObjectIsStillRead)
 {
     SharedRecords records(4);
     Watch watch(records, {"--tag", "freq"});

@@ -14,7 +14,7 @@ using namespace HaldeElec::Orvan;
 using namespace orvan_test;
 using orvan_maint::gzip;
 
-TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
+TEST(Maint, UpdateSendsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
 {
     const TestFolder folder;
     const std::string package = gzip(good_package());
@@ -35,7 +35,7 @@ TEST(Maint, UpdateBringsAPackageAndWaitsUntilTheInstrumentAnswersAgain)
     EXPECT_TRUE(has(outcome.err, "[####################]  100 %")) << outcome.err;
 }
 
-TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
+TEST(Maint, UpdateSendsAnUncompressedArchiveSoThatAnyDamageIsNoticed)
 {
     const TestFolder folder;
     Scene scene;
@@ -62,7 +62,7 @@ TEST(Maint, UpdateSendsAPlainArchiveSoThatDamageIsNoticedWhereverItIs)
     EXPECT_EQ(unpacked(scene.model.file + std::string(500, 'x')), "");
 }
 
-TEST(Maint, UpdateSaysThatThePackageIsDamaged)
+TEST(Maint, UpdateReportsADamagedPackage)
 {
     const TestFolder folder;
     Scene scene;
@@ -75,7 +75,7 @@ TEST(Maint, UpdateSaysThatThePackageIsDamaged)
     EXPECT_FALSE(has(outcome.out, "the whole package has arrived")) << outcome.out;
 }
 
-TEST(Maint, UpdateThatLeavesTheVersionIsInstalledWhenTheInstrumentWentAwayAndCameBack)
+TEST(Maint, UpdateToTheSameVersionIsInstalledOnceTheInstrumentRestarted)
 {
     const TestFolder folder;
     Scene scene;
@@ -89,7 +89,7 @@ TEST(Maint, UpdateThatLeavesTheVersionIsInstalledWhenTheInstrumentWentAwayAndCam
         << outcome.out;
 }
 
-TEST(Maint, UpdateThatIsWatchedForTooShortATimeIsNotCalledRefused)
+TEST(Maint, UpdateWatchedTooBrieflyIsNotReportedAsRefused)
 {
     const TestFolder folder;
     Scene scene;
@@ -104,7 +104,7 @@ TEST(Maint, UpdateThatIsWatchedForTooShortATimeIsNotCalledRefused)
         << outcome.err;
 }
 
-TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
+TEST(Maint, UpdateWithoutWaitingIsNotReportedAsDone)
 {
     const TestFolder folder;
     Scene scene;
@@ -118,7 +118,7 @@ TEST(Maint, UpdateThatIsNotWaitedForIsNotCalledDone)
         << outcome.err;
 }
 
-TEST(Maint, UpdateInterruptedAfterItsEndSaysThatAllWasSent)
+TEST(Maint, UpdateInterruptedAfterItsEndReportsThatAllWasSent)
 {
     const TestFolder folder;
     Scene scene;
@@ -176,7 +176,7 @@ TEST(Maint, UpdateSendsNothingOfAPackageThatIsNotForTheInstrument)
     EXPECT_EQ(scene.came(), "");
 }
 
-TEST(Maint, UpdateWarnsOfANameThatIsNotTheUsualOneBeforeItAsks)
+TEST(Maint, UpdateWarnsOfAnUnusualNameBeforeItAsks)
 {
     const TestFolder folder;
     Scene scene;
@@ -189,7 +189,7 @@ TEST(Maint, UpdateWarnsOfANameThatIsNotTheUsualOneBeforeItAsks)
     EXPECT_FALSE(has(outcome.err, "warning")) << outcome.err;
 }
 
-TEST(Maint, UpdateUsesThePackagesPlatformWhereTheModelHasNone)
+TEST(Maint, UpdateUsesThePackagesPlatformIfTheModelHasNone)
 {
     const TestFolder folder;
     Scene scene;
@@ -200,7 +200,7 @@ TEST(Maint, UpdateUsesThePackagesPlatformWhereTheModelHasNone)
     EXPECT_EQ(scene.model.ended, 1);
 }
 
-TEST(Maint, UpdateEndsATransferThatWasBrokenOffBefore)
+TEST(Maint, UpdateEndsAnAbortedTransferFirst)
 {
     const TestFolder folder;
     const std::string package = gzip(good_package());
@@ -237,7 +237,7 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
     ::close(stop);
 }
 
-TEST(Maint, UpdateThatIsNotAnsweredAnyMoreIsNotCalledDone)
+TEST(Maint, UpdateNoLongerAnsweredIsNotReportedAsDone)
 {
     const TestFolder folder;
     Scene scene;
@@ -302,7 +302,7 @@ TEST(Maint, ProgramNeedsToKnowHowManyModulesThereAre)
     EXPECT_EQ(scene.model.streams, 0);
 }
 
-TEST(Maint, ProgramCanGoWithoutAnIdentification)
+TEST(Maint, ProgramWorksWithoutAnIdentification)
 {
     const TestFolder folder;
     Scene scene;

@@ -39,7 +39,7 @@ TEST(MaintFrame, AnIdentificationIsAHeader)
         (Bytes{'H', 'E', 'I', 'D', 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST(MaintFrame, ItsNumbersAreInTheOrderOfTheWire)
+TEST(MaintFrame, NumbersAreInWireOrder)
 {
     HALDE_PACKET frame = make_frame(kOpcodeSoftware, kMac);
     put_block(frame, 0x0102);
@@ -56,7 +56,7 @@ TEST(MaintFrame, ItsNumbersAreInTheOrderOfTheWire)
     EXPECT_EQ(wire_bytes(frame, 5000).size(), 1046U);
 }
 
-TEST(MaintFrame, AHardwareAddressIsReadAndWritten)
+TEST(MaintFrame, AHardwareAddressIsParsedAndFormatted)
 {
     EXPECT_EQ(mac_text(kMac), "02:00:0a:0b:0c:ff");
     for (const char* const text : {"02:00:0a:0b:0c:ff", "02-00-0A-0B-0C-FF"}) {
@@ -69,13 +69,13 @@ TEST(MaintFrame, AHardwareAddressIsReadAndWritten)
     }
 }
 
-TEST(MaintFrame, WhatATerminalWouldObeyIsShownAsNumbers)
+TEST(MaintFrame, ControlCharactersAreEscaped)
 {
     EXPECT_EQ(printable("bench-4 ~"), "bench-4 ~");
     EXPECT_EQ(printable("a\x1b[2J\n\x7f\xc3"), "a\\x1B[2J\\x0A\\x7F\\xC3");
 }
 
-TEST(MaintRows, ARequestHoldsAllRowsAndNothingOfAnotherOne)
+TEST(MaintRows, ARequestHoldsAllRowsAndNoOldData)
 {
     HALDE_PACKET frame = make_frame(kOpcodeNetwork, kMac);
     std::memset(frame.data, 'x', sizeof frame.data);
@@ -138,7 +138,7 @@ std::vector<OptionRow> options_of(const InstrumentModel& model)
 
 } // namespace
 
-TEST(MaintOptions, EveryWordReachesTheInstrumentAsItIs)
+TEST(MaintOptions, EveryWordReachesTheInstrumentUnchanged)
 {
     EXPECT_EQ(wire_options(0x0008), (std::string{'\x80', '\0'}));
     EXPECT_EQ(wire_options(0x001E), (std::string{'\xE8', '\0'}));
@@ -166,7 +166,7 @@ TEST(MaintOptions, WordsAreSetAndCleared)
     EXPECT_EQ(option_word(changed_options(rows, {}, {})), 0x009E);
 }
 
-TEST(MaintOptions, WhatTheInstrumentHasNotOrKeepsIsRefused)
+TEST(MaintOptions, UnknownAndFixedOptionsAreRefused)
 {
     const auto rows = options_of(InstrumentModel());
     const auto complaint = [&rows](const std::vector<std::string>& set,
@@ -185,7 +185,7 @@ TEST(MaintOptions, WhatTheInstrumentHasNotOrKeepsIsRefused)
     EXPECT_EQ(complaint({"MOD"}, {"mod"}), "option MOD is to be set and to be cleared");
 }
 
-TEST(MaintOptions, ATableThatMakesNoSenseIsRefused)
+TEST(MaintOptions, AnInconsistentTableIsRefused)
 {
     InstrumentModel model;
     const Bytes reply = model.serve(wire_bytes(make_frame(kOpcodeOptions, kMac), 0)).at(0);
@@ -260,7 +260,7 @@ TEST_P(MaintValues, PassOrAreRefusedWithAReason)
 INSTANTIATE_TEST_SUITE_P(Of, MaintValues, testing::ValuesIn(kValues),
                          [](const auto& values) { return values.param.name; });
 
-TEST(MaintNetwork, AddressMaskAndGatewayHaveToGoTogether)
+TEST(MaintNetwork, AddressMaskAndGatewayMustMatch)
 {
     EXPECT_EQ(check_network("10.0.0.9", "255.255.255.0", "10.0.0.1"), "");
     EXPECT_EQ(check_network("10.0.0.9", "255.255.255.0", "0.0.0.0"), "");

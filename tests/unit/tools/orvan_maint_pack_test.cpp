@@ -40,7 +40,7 @@ struct Parts {
 
 } // namespace
 
-TEST(MaintPack, MakesAPackageThatAnInstrumentUnpacks)
+TEST(MaintPack, CreatesAPackageThatAnInstrumentUnpacks)
 {
     Parts parts;
     const MaintOutcome outcome = parts.pack();
@@ -70,7 +70,7 @@ TEST(MaintPack, SameInputMakesTheSameOutput)
     EXPECT_TRUE(parts.folder.get("package") == first);
 }
 
-TEST(MaintPack, LeavesAnExistingFile)
+TEST(MaintPack, KeepsAnExistingFile)
 {
     Parts parts;
     parts.folder.put("package", "precious");
@@ -80,7 +80,7 @@ TEST(MaintPack, LeavesAnExistingFile)
     EXPECT_EQ(parts.folder.get("package"), "precious");
 }
 
-TEST(MaintPack, RefusesWhatIsMissingEmptyOrLeadsOut)
+TEST(MaintPack, RefusesMissingEmptyOrEscapingFiles)
 {
     Parts parts;
     const auto complaint = [&parts](const std::string& module, const std::string& patch) {

@@ -91,7 +91,7 @@ const std::vector<Item> kGood = {
 
 } // namespace
 
-TEST(MaintTar, WhatGnuTarMakesIsRead)
+TEST(MaintTar, ReadsArchivesOfGnuTar)
 {
     const TestFolder folder;
     const std::string long_name = std::string(90, 'a') + "/" + std::string(120, 'b');
@@ -131,7 +131,7 @@ TEST(MaintTar, NamesOfAnyBytesAreReadUnchanged)
     }
 }
 
-TEST(MaintTar, ContentsAreThoseOfTheEntryThatWasFoundLast)
+TEST(MaintTar, ContentsAreThoseOfTheLastEntryFound)
 {
     const std::string bytes = archive_of({{'f', "a", "first"}, {'f', "b", ""}, {'f', "c", "third"}});
     TarReader reader(bytes, "archive");
@@ -144,7 +144,7 @@ TEST(MaintTar, ContentsAreThoseOfTheEntryThatWasFoundLast)
     EXPECT_FALSE(reader.next(entry));
 }
 
-TEST(MaintTar, WhatItMakesGnuTarUnpacks)
+TEST(MaintTar, WritesArchivesThatGnuTarUnpacks)
 {
     const TestFolder folder;
     const std::string long_name = std::string(60, 'a') + "/" + std::string(80, 'b');
@@ -165,7 +165,7 @@ TEST(MaintTar, WhatItMakesGnuTarUnpacks)
     EXPECT_EQ(info.st_mtime, 1'000'000'000);
 }
 
-TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
+TEST(MaintTar, TruncatedOrDamagedArchivesFailWithAReason)
 {
     const std::string plain = archive_of(kGood);
     const std::string packed = gzip(plain);
@@ -201,7 +201,7 @@ TEST(MaintTar, WhatIsCutOffOrDamagedEndsWithAReason)
     }
 }
 
-TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
+TEST(MaintTar, GzipChecksumErrorsAreNoticed)
 {
     const std::string packed = gzip(archive_of(kGood));
     for (size_t back = 1; back <= 8; ++back) {
@@ -212,7 +212,7 @@ TEST(MaintTar, SumsThatAGzipFailsAreNoticed)
     }
 }
 
-TEST(MaintTar, AGzipContinuesInASecondOne)
+TEST(MaintTar, AGzipMayHaveSeveralMembers)
 {
     const std::string plain = archive_of(kGood);
     const std::string two = gzip(plain.substr(0, 700)) + gzip(plain.substr(700));
@@ -231,7 +231,7 @@ TEST(MaintTar, AGzipIsUnpackedToNoMoreThanItsLimit)
     EXPECT_EQ(cut.bytes, std::string(199'999, 'x'));
 }
 
-TEST(MaintPackage, OfTheRightFormIsDescribed)
+TEST(MaintPackage, ValidPackagesAreDescribed)
 {
     for (const std::string& bytes : {archive_of(kGood), gzip(archive_of(kGood))}) {
         const Package package = check_package(bytes, "p", benchtop());
@@ -259,7 +259,7 @@ TEST(MaintPackage, UnusualNamesCauseAWarning)
     EXPECT_EQ(warnings_of(check_package(built, "p", benchtop()), benchtop()), std::vector<std::string>{});
 }
 
-TEST(MaintPackage, NamesMayBeginWithADotAndFoldersGoUntold)
+TEST(MaintPackage, NamesMayStartWithADotAndFoldersAreNotListed)
 {
     const std::string bytes = archive_of({
         {'f', "./" + kFolder + "/ovx_module", "module"},
@@ -270,7 +270,7 @@ TEST(MaintPackage, NamesMayBeginWithADotAndFoldersGoUntold)
     EXPECT_EQ(check_package(bytes, "p", benchtop()).folder, kFolder);
 }
 
-TEST(MaintPackage, MayServeSeveralPlatforms)
+TEST(MaintPackage, MayHoldSeveralPlatforms)
 {
     std::vector<Item> items = kGood;
     items.push_back({'f', "Orvan_Portable_FW/ovx_module", "other"});
@@ -371,7 +371,7 @@ TEST_P(MaintBadPackage, IsRefusedWithItsReason)
 INSTANTIATE_TEST_SUITE_P(With, MaintBadPackage, testing::ValuesIn(kBad),
                          [](const auto& bad) { return bad.param.name; });
 
-TEST(MaintPackage, WhatIsNoArchiveIsRefused)
+TEST(MaintPackage, NonArchivesAreRefused)
 {
     const auto complaint = [](const std::string& bytes) {
         return complaint_of([&bytes] { check_package(bytes, "p\x1b", benchtop()); });
@@ -425,7 +425,7 @@ std::string with_size(const std::string& bytes, size_t header, std::string size)
 
 // GNU's parts of a file, labels, lists of folders and sparse files; another maker's extensions; and what has
 // no meaning yet.
-TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
+TEST(MaintPackage, OtherEntryTypesAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", ""}, {'f', "c", ""}});
     for (const char type : std::string("01234567")) {
@@ -447,7 +447,7 @@ TEST(MaintPackage, TypesThatNoPackageNeedsAreRefused)
 }
 
 // A reader that uses only the first digits takes them for other sizes.
-TEST(MaintPackage, NumbersWithOtherThanOctalDigitsAreRefused)
+TEST(MaintPackage, NonOctalNumbersAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", "x"}});
     for (const char* const good : {"00000000001", "          1", "1", "1 garbage"}) {

@@ -59,7 +59,7 @@ struct Watch {
 
 } // namespace
 
-TEST(MaintWatch, SeesARestartThatNoAnswerCameBefore)
+TEST(MaintWatch, SeesARestartBeforeAnyAnswer)
 {
     Watch watch(kPatient);
     watch.model.busy = 20;
@@ -82,7 +82,7 @@ TEST(MaintWatch, SeesARestartAfterSomeAnswers)
     EXPECT_EQ(watch.answers, 1);
 }
 
-TEST(MaintWatch, AnotherVersionIsARestartHoweverShort)
+TEST(MaintWatch, AnotherVersionProvesARestartHoweverShort)
 {
     Watch watch(kPatient);
     watch.model.restarts = true;
@@ -102,7 +102,7 @@ TEST(MaintWatch, ARestartBetweenTwoAnswersIsNotMissed)
     EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
 }
 
-TEST(MaintWatch, SeesThatItStayed)
+TEST(MaintWatch, SeesThatItDidNotRestart)
 {
     for (const int busy : {0, 1, 20}) {
         Watch watch;
@@ -131,7 +131,7 @@ TEST(MaintWatch, LostFramesAreNoRestart)
     }
 }
 
-TEST(MaintWatch, OneThatDoesNotAnswerIsSilent)
+TEST(MaintWatch, InstrumentThatDoesNotAnswerIsSilent)
 {
     Watch watch;
     watch.update();
@@ -142,7 +142,7 @@ TEST(MaintWatch, OneThatDoesNotAnswerIsSilent)
     EXPECT_LE(watch.link.sent.size(), 30U);
 }
 
-TEST(MaintWatch, OneThatDisappearsIsWaitedForUntilTheEnd)
+TEST(MaintWatch, WaitsToTheEndForAnInstrumentThatDisappears)
 {
     Watch watch(kPatient);
     watch.model.restarts = true;
@@ -155,7 +155,7 @@ TEST(MaintWatch, OneThatDisappearsIsWaitedForUntilTheEnd)
     EXPECT_EQ(watch.answers, 1);
 }
 
-TEST(MaintWatch, OneThatIsAwayWhenItsTimeIsOverIsWaitedForUntilItReturns)
+TEST(MaintWatch, WaitsPastTheDeadlineForAnInstrumentThatIsAway)
 {
     Watch watch({2ms, 1s});
     watch.model.restarts = true;
@@ -198,7 +198,7 @@ TEST(MaintWatch, AnotherPcsRequestDoesNotHideALaterRestart)
     EXPECT_EQ(watch.follow(), Aftermath::kRestarted);
 }
 
-TEST(MaintWatch, AFrameThatIsLostAfterAnotherPcsRequestIsNoRestart)
+TEST(MaintWatch, AFrameLostAfterAnotherPcsRequestIsNoRestart)
 {
     Watch watch;
     watch.update();
@@ -210,7 +210,7 @@ TEST(MaintWatch, AFrameThatIsLostAfterAnotherPcsRequestIsNoRestart)
     EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
 }
 
-TEST(MaintWatch, AnotherPcsRequestAtWorkIsNoRestartWithoutTheMark)
+TEST(MaintWatch, AnotherPcsRunningRequestIsNoRestartWithoutTheMark)
 {
     Watch watch;
     watch.model.busy = 2;
@@ -223,7 +223,7 @@ TEST(MaintWatch, AnotherPcsRequestAtWorkIsNoRestartWithoutTheMark)
     EXPECT_EQ(watch.follow(), Aftermath::kUnknown);
 }
 
-TEST(MaintWatch, WithoutAnAcknowledgedEndItIsNeverCertainThatItStayed)
+TEST(MaintWatch, WithoutAnAcknowledgedEndItNeverRulesOutARestart)
 {
     Watch watch;
     watch.update(false);
@@ -235,7 +235,7 @@ TEST(MaintWatch, WithoutAnAcknowledgedEndItIsNeverCertainThatItStayed)
     EXPECT_EQ(restarted.follow(), Aftermath::kRestarted);
 }
 
-TEST(MaintWatch, AnInstrumentThatKeepsNoMarkIsKnownByItsVersionAlone)
+TEST(MaintWatch, AnInstrumentWithoutAMarkIsJudgedByItsVersionOnly)
 {
     Watch watch;
     watch.model.clears_buffer = true;
@@ -250,7 +250,7 @@ TEST(MaintWatch, AnInstrumentThatKeepsNoMarkIsKnownByItsVersionAlone)
     EXPECT_EQ(updated.follow(), Aftermath::kRestarted);
 }
 
-TEST(MaintWatch, ASearchFromElsewhereWhileItPreparesDoesNotKeepItFromItsMark)
+TEST(MaintWatch, AnotherPcsSearchDuringPreparationDoesNotPreventTheMark)
 {
     Watch watch;
     watch.link.meanwhile = [&watch](size_t number) {

@@ -68,7 +68,7 @@ bool has(const std::string& text, const std::string& part)
 
 } // namespace
 
-TEST_F(MaintSearch, FindsAllAndListsEachOnce)
+TEST_F(MaintSearch, FindsAllInstrumentsAndListsEachOnce)
 {
     // Each answers three requests, and each answer arrives twice.
     const MaintenancePeer one(
@@ -82,7 +82,7 @@ TEST_F(MaintSearch, FindsAllAndListsEachOnce)
     EXPECT_TRUE(has(outcome.out, "10.9.9.1  02:00:0a:00:00:03  OVX3654B  241108"));
 }
 
-TEST_F(MaintSearch, OfOneOnSeveralNetworksListsItOnce)
+TEST_F(MaintSearch, ListsAnInstrumentOnSeveralNetworksOnce)
 {
     add_interface("lan1", "10.9.8.1/24");
     MaintenancePeer one(first, {}, kPort);
@@ -92,7 +92,7 @@ TEST_F(MaintSearch, OfOneOnSeveralNetworksListsItOnce)
     EXPECT_EQ(one.requests.size(), 6U) << "three on each";
 }
 
-TEST_F(MaintSearch, SeveralNeedASelection)
+TEST_F(MaintSearch, SeveralInstrumentsNeedASelection)
 {
     const MaintenancePeer one(first, {}, kPort);
     const MaintenancePeer two(second, {}, kPort);
@@ -107,7 +107,7 @@ TEST_F(MaintSearch, SeveralNeedASelection)
     EXPECT_TRUE(has(named.out, "serial number     241108"));
 }
 
-TEST_F(MaintSearch, StaysOnTheInterfaceThatIsNamed)
+TEST_F(MaintSearch, StaysOnTheNamedInterface)
 {
     add_interface("lan1", "10.9.8.1/24");
     MaintenancePeer one(first, {}, kPort);
@@ -132,7 +132,7 @@ TEST_F(MaintSearch, AnUnusableInterfaceIsDistinguishedFromAMissingOne)
     EXPECT_TRUE(has(run_maint({"discover"}).err, "no network interface is up and has an IPv4 address"));
 }
 
-TEST_F(MaintSearch, WithoutAnAnswerEndsWithItsReasons)
+TEST_F(MaintSearch, WithoutAnAnswerListsPossibleReasons)
 {
     const MaintOutcome outcome = run_maint({"discover", "--wait", "150"});
     EXPECT_EQ(outcome.status, 1);

@@ -61,7 +61,7 @@ TEST(Maint, ShowPrintsEveryRowInOrder)
     EXPECT_TRUE(has(scene.run({"show", "--json"}).out, "\"serial_number\":\t\"241107\""));
 }
 
-TEST(Maint, ALostRequestIsSentAgain)
+TEST(Maint, ALostRequestIsRepeated)
 {
     Scene scene;
     scene.answers = [](size_t number) { return number == 0 ? 0 : 1; };
@@ -70,7 +70,7 @@ TEST(Maint, ALostRequestIsSentAgain)
     EXPECT_EQ(scene.came(), "HEID HEID");
 }
 
-TEST(Maint, NoAnswerEndsAfterThreeRequestsWithAReason)
+TEST(Maint, NoAnswerFailsAfterThreeRequestsWithAReason)
 {
     Scene scene;
     scene.model.is_silent = true;
@@ -144,7 +144,7 @@ TEST(Maint, HelpAndVersionNeedNoInstrument)
 
 // ---- changing
 
-TEST(Maint, SetNetworkSaysWhatItChangesAndSendsThatAlone)
+TEST(Maint, SetNetworkShowsWhatItChangesAndSendsOnlyThat)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run(
@@ -166,7 +166,7 @@ TEST(Maint, SetNetworkSaysWhatItChangesAndSendsThatAlone)
                   {'A', padded("10.0.0.9")}, {'G', padded("10.0.0.1")}, {'H', padded("bench-5")}}));
 }
 
-TEST(Maint, SetNetworkTakesBothFormsOfTheAnswer)
+TEST(Maint, SetNetworkAcceptsBothFormsOfTheAnswer)
 {
     Scene scene;
     EXPECT_EQ(scene.run({"set-network", "--yes", "--scpi-port", "5999"}).status, 0);
@@ -233,7 +233,7 @@ TEST(Maint, AnInterruptionAtTheQuestionIsNoConsent)
     }
 }
 
-TEST(Maint, AChangeWithoutAnAnswerIsNotCalledDone)
+TEST(Maint, AChangeWithoutAnAnswerIsNotReportedAsDone)
 {
     Scene scene;
     scene.wait = "150";
@@ -263,7 +263,7 @@ TEST(Maint, SetFactorySendsItsRows)
         has(scene.run({"set-factory", "--yes", "--model", "XYZ"}).out, "XYZ is no model that is known here"));
 }
 
-TEST(Maint, OptionsAreShownByTheInstrumentsOwnTable)
+TEST(Maint, OptionsAreShownFromTheInstrumentsOwnTable)
 {
     Scene scene;
     EXPECT_EQ(scene.run({"options"}).out, "option          bits  value\n"
@@ -279,7 +279,7 @@ TEST(Maint, OptionsAreShownByTheInstrumentsOwnTable)
     EXPECT_EQ(scene.came(), "HEID HECT");
 }
 
-TEST(Maint, OptionsAreChangedInOneWord)
+TEST(Maint, OptionsAreChangedAsOneWord)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run({"options", "--set", "PLS,ulnx", "--clear", "MOD"}, "y\n");
@@ -291,7 +291,7 @@ TEST(Maint, OptionsAreChangedInOneWord)
     EXPECT_EQ(scene.model.written.at('O').substr(0, 3), (std::string{'\xE5', '\x08', '\0'}));
 }
 
-TEST(Maint, AnOptionMissingInTheInstrumentIsRefusedBeforeAnythingIsSent)
+TEST(Maint, AnOptionUnknownToTheInstrumentIsRefusedBeforeAnythingIsSent)
 {
     Scene scene;
     const MaintOutcome outcome = scene.run({"options", "--yes", "--set", "BAT"});
@@ -300,7 +300,7 @@ TEST(Maint, AnOptionMissingInTheInstrumentIsRefusedBeforeAnythingIsSent)
     EXPECT_EQ(scene.came(), "HEID HECT");
 }
 
-TEST(Maint, SetNetworkHoldsAValueAgainstThoseThatStay)
+TEST(Maint, SetNetworkChecksAValueAgainstTheUnchangedOnes)
 {
     Scene scene;
     scene.model.rows['G'] = "10.0.0.1";
@@ -309,7 +309,7 @@ TEST(Maint, SetNetworkHoldsAValueAgainstThoseThatStay)
     EXPECT_FALSE(has(scene.run({"set-network", "--yes", "--ip", "10.0.0.9"}).out, "careful"));
 }
 
-TEST(Maint, OptionsWithoutATableEndWithAReason)
+TEST(Maint, OptionsWithoutATableFailWithAReason)
 {
     Scene scene;
     scene.wait = "150";

@@ -84,7 +84,7 @@ std::string without(const std::string& text, const std::string& part)
 
 } // namespace
 
-TEST(HeaderForms, ShortestLeavesTheOptionalNodesOut)
+TEST(HeaderForms, ShortestOmitsTheOptionalNodes)
 {
     EXPECT_EQ(shortest_form("[:SOURce]:CORRection:FLATness[:STATe]?"), ":CORR:FLAT?");
     EXPECT_EQ(shortest_form("*IDN?"), "*IDN?");
@@ -95,7 +95,7 @@ TEST(HeaderForms, LongestHasEveryNode)
     EXPECT_EQ(longest_form("[:SOURce]:CORRection:FLATness[:STATe]?"), ":SOURCE:CORRECTION:FLATNESS:STATE?");
 }
 
-TEST(ReferenceDocument, PutsTableAndDescriptionsTogether)
+TEST(ReferenceDocument, CombinesTableAndDescriptions)
 {
     EXPECT_EQ(rendered(kBegin + kFrequency + "== Second-rate things\n\n" + kFan + kIdn), R"(# Title
 
@@ -219,7 +219,7 @@ TEST(ReferenceDescriptions, ALineThatCannotBeReadIsNamed)
               "line 8: a parameter's name must be in <>");
 }
 
-TEST(ReferenceDescriptions, CommentsAreLeftOut)
+TEST(ReferenceDescriptions, CommentsAreSkipped)
 {
     const Descriptions read = parse_descriptions("// no word of this\nShown.\n== A\n// nor of this\n" + kIdn);
     EXPECT_EQ(read.beginning, "Shown.\n");

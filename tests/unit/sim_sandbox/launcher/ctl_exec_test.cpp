@@ -23,7 +23,7 @@ std::string process_of_module_1(const std::string& status)
 
 } // namespace
 
-TEST_F(OrvanSimCtl, StatusShowsWhatRuns)
+TEST_F(OrvanSimCtl, StatusShowsTheRunningInstrument)
 {
     if (!start_ready({"--model", "OVX3652B"})) {
         return;
@@ -98,7 +98,7 @@ TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentContinues)
     EXPECT_EQ(ask("fds"), "1\n");
 }
 
-TEST_F(OrvanSimCtl, WithoutPowerTheModulesStopAndReturnWithIt)
+TEST_F(OrvanSimCtl, ModulesStopWithoutPowerAndReturnWithIt)
 {
     if (!start_ready({"--modules", "2"})) {
         return;
@@ -137,7 +137,7 @@ TEST_F(OrvanSimCtl, AShortPowerCutRestartsAModuleAndLeavesADroppedLinkDown)
     EXPECT_NE(process_of_module_1(after), process_of_module_1(before));
 }
 
-TEST_F(OrvanSimCtl, WithoutABoardThatAnswersItsVerbsAreRefused)
+TEST_F(OrvanSimCtl, WithoutABoardItsVerbsAreRefused)
 {
     if (!start_ready({"--modules", "none"})) {
         return;
@@ -185,7 +185,7 @@ TEST_F(OrvanSimExec, CommandRunsInTheNamedRole)
               "lo 127.0.0.1/8\neth0 10.0.0.2/24\nusb0 192.168.7.2/24\nusb1 192.168.8.2/24\n");
 }
 
-TEST_F(OrvanSimExec, CommandSharesAllElseWithTheService)
+TEST_F(OrvanSimExec, CommandSharesEverythingElseWithTheService)
 {
     if (!start_ready({"--modules", "none", "--state", state()})) {
         return;
@@ -202,7 +202,7 @@ TEST_F(OrvanSimExec, CommandSharesAllElseWithTheService)
     EXPECT_TRUE(eventually([&] { return output().find("reboot requested") != std::string::npos; }));
 }
 
-TEST_F(OrvanSimExec, OnTheLanTheCallersFolderIsSeenAndCanBeWritten)
+TEST_F(OrvanSimExec, OnTheLanTheCallersFolderIsVisibleAndWritable)
 {
     const TemporaryDirectory shown("/var/tmp");
     for (const auto& parent : {m_folder.path() / "elsewhere/project", shown.path() / "project"}) {
@@ -241,7 +241,7 @@ TEST_F(OrvanSimExec, OnTheLanTheRootAsCurrentFolderStaysReadOnly)
     EXPECT_NE(sim({"exec", "--in", "lan", "--", "touch", shown.path() / "written"}).status, 0);
 }
 
-TEST_F(OrvanSimExec, TheProgramsAreSeenInAHiddenFolderAndCannotBeWritten)
+TEST_F(OrvanSimExec, ProgramsInAHiddenFolderAreVisibleAndReadOnly)
 {
     if (!start_ready({"--modules", "none"})) {
         return;
@@ -265,7 +265,7 @@ TEST_F(OrvanSimExec, ExitStatusIsPassedOn)
     EXPECT_EQ(missing.output, "orvan-sim: running /no/such/program: No such file or directory\n");
 }
 
-TEST_F(OrvanSimExec, RolesThatAreNotThereAreRefused)
+TEST_F(OrvanSimExec, MissingRolesAreRefused)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
@@ -276,7 +276,7 @@ TEST_F(OrvanSimExec, RolesThatAreNotThereAreRefused)
     EXPECT_EQ(sim({"exec"}).status, 2);
 }
 
-TEST_F(OrvanSim, VerbsNeedAnInstanceThatRuns)
+TEST_F(OrvanSim, VerbsNeedARunningInstance)
 {
     EXPECT_EQ(sim({"ctl", "status"}).output,
               "orvan-sim: looking for a running instance: there is none (start one with 'orvan-sim run')\n");
@@ -285,7 +285,7 @@ TEST_F(OrvanSim, VerbsNeedAnInstanceThatRuns)
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSim, OfSeveralInstancesOneHasToBeNamed)
+TEST_F(OrvanSim, OneOfSeveralInstancesMustBeNamed)
 {
     if (!start_ready({"--modules", "none", "--state", state()})) {
         return;
@@ -325,7 +325,7 @@ TEST_F(OrvanSim, ExecFindsProgramsOfTheCallersPathAfterTheStandIns)
     ::setenv("PATH", before.c_str(), 1);
 }
 
-TEST_F(OrvanSim, HelpAndVersionArePrintedAndAWrongLineIsStatus2)
+TEST_F(OrvanSim, HelpAndVersionArePrintedAndAnInvalidCommandLineIsStatus2)
 {
     EXPECT_TRUE(
         std::regex_match(sim({"--version"}).output, std::regex("orvan-sim [0-9]+\\.[0-9]+\\.[0-9]+\n")));

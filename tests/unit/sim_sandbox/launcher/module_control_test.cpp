@@ -12,7 +12,7 @@
 
 using namespace orvan_launcher;
 
-TEST(ModuleControl, ALogIsReadToItsEndAlsoWhenItsFirstPartEndsWithALine)
+TEST(ModuleControl, ALogIsReadToItsEndEvenIfItsFirstPartEndsWithALine)
 {
     const std::filesystem::path path =
         std::filesystem::temp_directory_path() / ("orvan-control-" + std::to_string(::getpid()));

@@ -96,7 +96,7 @@ TEST_F(StateLock, OneHolderAtATimeAndItsDeathReleasesIt)
 
 using InstanceRegistry = RegistryTest;
 
-TEST_F(InstanceRegistry, ListsOnlyInstancesThatRun)
+TEST_F(InstanceRegistry, ListsOnlyRunningInstances)
 {
     const auto registry = Registry::open();
     ASSERT_TRUE(registry.ok());
@@ -110,7 +110,7 @@ TEST_F(InstanceRegistry, ListsOnlyInstancesThatRun)
     EXPECT_FALSE(fs::exists(registry_folder()));
 }
 
-TEST_F(InstanceRegistry, FolderIsForItsUserAlone)
+TEST_F(InstanceRegistry, FolderIsPrivateToItsUser)
 {
     const auto registry = Registry::open();
     ASSERT_TRUE(registry.value().add(make_state("state")));
@@ -148,7 +148,7 @@ TEST_F(InstanceRegistry, SweepRemovesOnlyWhatIsDeadAndTemporary)
     EXPECT_EQ(std::distance(fs::directory_iterator(registry_folder()), fs::directory_iterator()), 1);
 }
 
-TEST_F(InstanceRegistry, SweepRemovesLinksToTheOwnStateAndKeepsTheState)
+TEST_F(InstanceRegistry, SweepRemovesLinksToAStateAndKeepsTheState)
 {
     const auto registry = Registry::open();
     const fs::path own = make_state(std::string(kTemporaryPrefix) + "named-by-its-user");

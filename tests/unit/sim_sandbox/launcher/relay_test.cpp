@@ -107,7 +107,7 @@ TEST(UdpRelay, ClientKeepsItsRouteAcrossDatagrams)
     EXPECT_EQ(bench.connections, 1);
 }
 
-TEST(UdpRelay, TheClientIdleTheLongestLosesItsPlace)
+TEST(UdpRelay, TheLongestIdleClientLosesItsPlace)
 {
     Bench bench;
     sockaddr_in way = {};
@@ -134,7 +134,7 @@ TEST(UdpRelay, TheClientIdleTheLongestLosesItsPlace)
     EXPECT_EQ(bench.connections, static_cast<int>(UdpRelay::kMaxClients) + 2);
 }
 
-TEST(UdpRelay, ClientsFindAServerThatChangedItsAddress)
+TEST(UdpRelay, ClientsReachAServerThatChangedItsAddress)
 {
     Bench bench;
     const UniqueFd client = bench.client();
@@ -171,7 +171,7 @@ TEST(UdpRelay, AServerWithoutAnAddressGetsNothingUntilItHasOneAgain)
     EXPECT_EQ(receive(bench.server.get(), way), "arrives");
 }
 
-TEST(Sockets, TellTheAddressOfAnInterface)
+TEST(Sockets, ReportTheAddressOfAnInterface)
 {
     const UniqueFd any(bind_udp("127.0.0.1", 0));
     EXPECT_EQ(interface_address(any.get(), "lo"), "127.0.0.1");
