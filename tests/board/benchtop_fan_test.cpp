@@ -28,7 +28,7 @@ protected:
         store(settled_settings());
         drive = sim_board::insert_fault(board->spi(), "fan");
     }
-    /** The first cycle has run, and every module is polled at its own address. */
+    /** Runs the first cycle, with every module polled at its own address. */
     void start_fan()
     {
         start_and_settle();
@@ -161,7 +161,7 @@ TEST_F(BenchtopFan, TestFailsFromTheEleventhCycleAndPassesBelowTenFailures)
     EXPECT_EQ(fan_test(), kPass);
     cycle();
     EXPECT_EQ(fan_test(), kFail);
-    // Good cycles take it down to none, and not below.
+    // Good cycles count down to zero, and not below.
     drive->refuse_after(std::nullopt);
     for (int number = 0; number < 12; ++number) {
         cycle();

@@ -300,8 +300,8 @@ TEST_F(BenchtopInitHw, AnyFailedTransferOfTheModulationResetIsReported)
 TEST_F(BenchtopInitHw, FailedPartIsCompletedAndTheNextOneNotStarted)
 {
     const auto chip = fault(0x20);
-    // Reads show bits that nothing sets; then the read of port B fails, and its change works on what the
-    // read of port A gave.
+    // Reads show bits that nothing sets; then the read of port B fails, and its change uses the value
+    // read from port A.
     chip->flip_read_bits(0, 0xa0);
     chip->refuse_after(7);
     EXPECT_FALSE(device->InitHW());

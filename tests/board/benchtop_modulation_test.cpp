@@ -80,7 +80,7 @@ TEST_P(BenchtopModulation, EveryChannelModulationAndStateRunsTheSequenceOfItsSlo
     for (uint32_t channel = 1; channel <= 4; ++channel) {
         for (uint32_t modulation = 0; modulation < 3; ++modulation) {
             for (const uint32_t state : {0u, 1u, 0u, 0x100u}) {
-                // From all bits set and from none, so that each access shows.
+                // Starts with all bits set and with none, so that each access shows.
                 for (const uint8_t ports : Bytes{0xff, 0x00}) {
                     const std::string name = sequence(kSlot[row()][channel - 1], modulation, state != 0);
                     SCOPED_TRACE(testing::Message() << "channel " << channel << ": " << name);
@@ -193,7 +193,7 @@ TEST_F(BenchtopRouting, ModulationWithoutItsExpanderFailsAfterItsUsualTime)
     EXPECT_EQ(logs.count(LOG_ERR, "setModSrc: failed to apply modulation source sequence for channel 1"), 1u);
 }
 
-// Port A is behind the second handle on 0x20, port B behind the first.
+// Port A uses the second handle on 0x20, port B the first.
 TEST_F(BenchtopRouting, ModulationFailsWithEitherHandleOnTheSameExpander)
 {
     handler.SetNumDevices(4);

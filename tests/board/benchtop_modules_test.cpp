@@ -1,4 +1,4 @@
-// The benchtop's start with modules that are missing.
+// The benchtop's start with missing modules.
 
 #include <algorithm>
 #include <set>
@@ -21,11 +21,11 @@ TEST_P(BenchtopWithout, ModulesContinuesAfterAMinute)
     store(settled_settings());
     int error_word = 0;
     for (const int channel : GetParam()) {
-        modules[static_cast<size_t>(channel - 1)].reset(); // nothing listens there
+        modules[static_cast<size_t>(channel - 1)].reset(); // nothing listens on it
         error_word |= kModuleLinkMissing << 4 * (channel - 1);
     }
     {
-        // The modules present have had their first query.
+        // The present modules have received their first query.
         const SkippedWaits no_minute([this] {
             return std::all_of(modules.begin(), modules.end(),
                                [](const auto& each) { return each == nullptr || each->finished() > 0; });

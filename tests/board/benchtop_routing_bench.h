@@ -1,6 +1,6 @@
 /**
- * A benchtop's connection handler on a simulated board whose expanders' pins are all outputs, and the traces
- * that read-modify-write on them leaves.
+ * A benchtop's connection handler on a simulated board whose expander pins are all outputs, and the traces of
+ * read-modify-write accesses to them.
  */
 #ifndef ORVAN_TESTS_BENCHTOP_ROUTING_BENCH_H
 #define ORVAN_TESTS_BENCHTOP_ROUTING_BENCH_H
@@ -37,7 +37,7 @@ std::string text_of(const char* format, Values... values)
     return text;
 }
 
-/** The accesses that are expected of a call, kept with the ports as they would leave them. */
+/** The expected accesses of a call, tracking the values they leave in the ports. */
 class ExpectedAccesses {
 public:
     void open(unsigned address) { add(text_of("i2c 0x%02x open", address)); }

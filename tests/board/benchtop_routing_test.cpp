@@ -162,7 +162,7 @@ TEST_F(BenchtopRouting, ImpedanceWithoutItsExpanderIsKeptSilently)
 
 struct Source {
     unsigned address;
-    unsigned mask; // 8: there is no switch
+    unsigned mask; // 8: no switch
 };
 // By installed row and channel.
 constexpr Source kSource[3][4] = {
@@ -188,7 +188,7 @@ TEST_P(BenchtopInstalled, TriggerSourceSetsItsChannelsSwitchAndRestoresTheTermin
                 set_impedance(impedance);
                 trace();
                 const unsigned termination = 1u << (channel - 1);
-                // Both at the other level, so that each access shows.
+                // Both start at the opposite level, so that each access shows.
                 put(0x20, kPortA, static_cast<uint8_t>(impedance == 0 ? 0xff : 0x00));
                 put(0x24, kPortA, static_cast<uint8_t>(kCoupled[row()][couple][channel - 1] ? 0x00 : 0xff));
 
@@ -284,7 +284,7 @@ TEST_F(BenchtopRouting, CouplingFailsWhenAnyExpanderDoes)
     EXPECT_EQ(logs.lines().size(), 4u);
 }
 
-// Channel 2 has its switch behind the second handle on 0x20, and its termination behind the first.
+// The switch of channel 2 uses the second handle on 0x20, its termination the first.
 TEST_F(BenchtopRouting, CouplingFailsWithEitherHandleOnTheSameExpander)
 {
     handler.SetNumDevices(4);

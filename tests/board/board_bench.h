@@ -31,7 +31,7 @@ inline Bytes counting(size_t count, uint8_t from = 1)
 
 constexpr uint32_t kEepromChannel = 5;
 
-/** Selects the chip whose multiplexer number is the present channel. */
+/** Selects the chip whose multiplexer number is the current channel. */
 class MuxHandler : public HaldeElec::Orvan::IDeviceConnectionHandler {
 public:
     ~MuxHandler() override
@@ -82,7 +82,7 @@ protected:
     sim_board::SelfAdvancing self{board->clock()};
     MuxHandler handler;
 
-    /** A port set up on the EEPROM's channel; the trace of the set-up is cleared. */
+    /** With the port set up on the EEPROM's channel and the trace cleared. */
     void connect()
     {
         ASSERT_EQ(handler.ConfigChannelSPI(0, 1), 0);

@@ -19,7 +19,7 @@ protected:
     Bytes eeprom() { return cells(0, TOTAL_BLOB_SIZE); }
 };
 
-// A single case: the process has one owner of the settings, which keeps this board to the end.
+// A single case: the process's only owner of the settings keeps this board until it exits.
 TEST_F(BootSetup, IsStoredOnlyOnRequestAndWithADevice)
 {
     const Blob before = blob_with(0, 57);

@@ -199,7 +199,7 @@ TEST_F(ConnectionHandler, AFailedMessageIsReleasedAndThenLogged)
     EXPECT_EQ(transfer(2), 0) << "the handler still works";
 }
 
-/** Notes in what mode and at what clock it is addressed. */
+/** Records the mode and clock of its messages. */
 class Listener : public sim_board::SpiDevice {
 public:
     bool follows(uint8_t mode, uint32_t hertz) const override
@@ -335,7 +335,7 @@ TEST_F(ConnectionHandler, AMessageBringsItsOwnClock)
     board->spi().attach("fan", chip);
     uint32_t channel = 4;
     handler.SetCommChannel(channel);
-    uint32_t slower = 500'000; // of the node, as another user may leave it
+    uint32_t slower = 500'000; // of the node, as another user may have left it
     ASSERT_EQ(hw_spi_ioctl(handler.slot_value(), SPI_IOC_WR_MAX_SPEED_HZ, &slower), 0);
     const Bytes sent = counting(2);
     Bytes received(2);

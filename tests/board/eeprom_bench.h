@@ -79,7 +79,7 @@ protected:
     {
         return driver->writePage(static_cast<uint32_t>(address), data.size(), data.data());
     }
-    /** The result of a read of this many bytes; empty when it is refused. */
+    /** Reads this many bytes; empty if refused. */
     Bytes read(size_t address, size_t length)
     {
         Bytes data(length);
@@ -99,7 +99,7 @@ protected:
     OutputCapture out{STDOUT_FILENO};
 };
 
-/** A case of it runs for each type. */
+/** Runs each case for every type. */
 class EveryEeprom : public EepromBench, public testing::WithParamInterface<TypeRow> {
 protected:
     void SetUp() override { use(GetParam()); }

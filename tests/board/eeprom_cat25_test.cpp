@@ -38,7 +38,7 @@ TEST_P(EveryEeprom, SendsItsNumberOfAddressBytesMostSignificantFirst)
 
 TEST_P(EveryEeprom, WritesAndReadsBackWhatOneMessageHolds)
 {
-    // As far as the address bytes reach: on the CAT25040 that is half the chip.
+    // The range of the address bytes: on the CAT25040, half the chip.
     const size_t length = std::min({type.capacity, size_t{1024}, size_t{1} << 8 * type.address_bytes});
     const Bytes data = counting(length, 7);
     EXPECT_EQ(write(0, data), length);

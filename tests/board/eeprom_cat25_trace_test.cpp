@@ -36,7 +36,7 @@ Bytes operator+(Bytes left, const Bytes& right)
     return left;
 }
 
-/** One message, from the address lines of the multiplexer to its release. */
+/** One message, from the multiplexer's address lines to its release. */
 std::string message(const Bytes& sent, const Bytes& received)
 {
     return "pin 7 = 1\npin 21 = 0\npin 6 = 1\npin 11 = 0\ndelay 10\n"
@@ -52,7 +52,7 @@ protected:
     uint8_t idle() const { return type.address_bytes == 1 ? 0xf0 : 0x00; }
 
     std::string ready() const { return message({0x05, 0x00}, {0xff, idle()}); }
-    /** A write cycle of 5 ms, met by the sixth poll. */
+    /** A write cycle of 5 ms, ended by the sixth poll. */
     std::string ready_behind_a_write() const
     {
         std::string text;

@@ -1,5 +1,5 @@
 /**
- * The end of the process's one module service.
+ * Destroys the process's module service.
  */
 #ifndef ORVAN_TESTS_END_MODULE_SERVICE_H
 #define ORVAN_TESTS_END_MODULE_SERVICE_H

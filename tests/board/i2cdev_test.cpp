@@ -164,7 +164,7 @@ TEST_F(I2cHandle, AFailedReadCountsAsZeroAndTheWriteIsSent)
     EXPECT_EQ(write_after_failed_read([](I2CFd& fd) { return i2c_clr_mask(fd, kLatch, 0x24); }), 0x00);
 }
 
-/** Does not acknowledge one transfer, by its number. */
+/** Does not acknowledge the transfer of this number. */
 struct RefusesOne : sim_board::FaultyI2cDevice {
     using FaultyI2cDevice::FaultyI2cDevice;
     bool write(std::span<const uint8_t> bytes) override

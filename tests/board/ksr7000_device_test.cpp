@@ -31,7 +31,7 @@ protected:
         settings->getSettings()->numDevices = 1;
         device->SetSelectChannel(1);
         for (const auto& bytes : {std::array<uint8_t, 2>{0x00, 0x00}, std::array<uint8_t, 2>{0x12, 0x5a}}) {
-            board->expander(kPorts).write(bytes); // port A are outputs
+            board->expander(kPorts).write(bytes); // port A: outputs
         }
     }
     void TearDown() override
@@ -122,7 +122,7 @@ TEST_F(Ksr7000Operations, RfOutputOfAMissingChannelTouchesNothing)
     for (const uint32_t channel : {2u, 0u, 5u, 0xffffffffu}) {
         EXPECT_EQ(switch_rf(D::On, channel), -1) << channel;
     }
-    settings->getSettings()->numDevices = 4; // of a model that is not this platform's
+    settings->getSettings()->numDevices = 4; // of another platform's model
     for (const uint32_t channel : {2u, 4u, 0u}) {
         EXPECT_EQ(switch_rf(D::On, channel), -1) << channel;
     }

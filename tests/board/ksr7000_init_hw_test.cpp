@@ -196,8 +196,8 @@ TEST_P(Ksr7000InitHwFailure, EndsTheSetUpAfterThePartThatFailed)
 TEST_F(Ksr7000InitHw, FailedPartIsCompletedAndTheNextOneNotStarted)
 {
     const auto chip = fault(kPorts);
-    // Reads show bits that nothing sets; then the read of port B fails, and its change works on what the
-    // read of port A gave.
+    // Reads show bits that nothing sets; then the read of port B fails, and its change uses the value
+    // read from port A.
     chip->flip_read_bits(0, 0xa0);
     chip->refuse_after(7);
     EXPECT_FALSE(device->InitHW());
@@ -288,7 +288,7 @@ TEST_F(Ksr7000InitHw, PowerButtonCallsItsHandlerAndItsReleaseIsAwaited)
     )"));
     EXPECT_TRUE(logs.lines().empty());
 
-    // Each look at a button that is held has ended its interrupt, and begun the next.
+    // Each read of a held button ends its interrupt and starts the next.
     ASSERT_TRUE(board->gpio().wait_for_handlers());
     const int looked_at = g_presses;
     board->power_button(true);

@@ -93,7 +93,7 @@ TEST_F(MaintenanceAcceptance, FrameWithoutAMacKeepsTheMacOfThePreviousFrame)
     peer.serve("HEID\0\0\0\0"s, elsewhere.address());
     EXPECT_EQ(elsewhere.ready(), "");
 
-    // Five bytes of the own address are there already.
+    // Five bytes of its own address are already in the buffer.
     peer.serve(FrameHeader{"NONE", 0, 0, kOwnMac.substr(0, 5) + "\x77"s}.bytes(), elsewhere.address());
     peer.serve("HEID\0\0\0\0"s + kOwnMac.substr(0, 5), elsewhere.address());
     EXPECT_EQ(elsewhere.ready(), "") << "13 bytes";

@@ -133,7 +133,7 @@ TEST_F(MaintenanceDownload, AShortDatagramKeepsTheRestOfThePreviousFrame)
     begin_download();
     EXPECT_EQ(reply_in_transfer(block(1, full_block('x'))), acknowledgement(2));
     EXPECT_EQ(reply_in_transfer(block(2, "abc", 6)), acknowledgement(3));
-    // The acknowledgement was built in the same place: a frame without a byte is the next block.
+    // The acknowledgement was built in the same buffer: an empty frame is the next block.
     EXPECT_EQ(reply_in_transfer(""), acknowledgement(4));
     finish(3);
     EXPECT_EQ(read_file(kReceived), full_block('x') + "abcxxx");

@@ -101,7 +101,7 @@ TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // Output is still flushed, and shows what has been logged by then.
+            // Output is still flushed and shows the log so far.
             stdout = fopencookie(&logs, "w", {nullptr, tell_of_the_log, nullptr, nullptr});
             std::fputs("printed\n", stdout);
             const FewDescriptors three(3);

@@ -1,5 +1,5 @@
 /**
- * The maintenance server at work on a download: a PC tool feeds it block by block.
+ * The maintenance server during a download, fed block by block by a PC tool.
  */
 #ifndef ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_FIRMWARE_BENCH_H
@@ -27,7 +27,7 @@ inline const fs::path kHostSw = kUpgrade / "host_sw";
 inline const fs::path kReceived = kHostSw / "software_update.tar.gz";
 inline constexpr uint16_t kEndOfData = 0xFFFF;
 
-/** Every byte that a file can have, over and over. */
+/** All byte values, repeated. */
 inline std::string file_of(size_t size)
 {
     std::string bytes(size, '\0');
@@ -37,7 +37,7 @@ inline std::string file_of(size_t size)
     return bytes;
 }
 
-/** A base before the bench: the bench's sockets belong in this network, and it replaces PATH. */
+/** Constructed before the bench, whose sockets belong in this network; replaces PATH. */
 struct FirmwareGround {
     FirmwareGround()
     {
@@ -130,7 +130,7 @@ protected:
         }
         return event.get();
     }
-    /** Ends a transfer: a download ignores the opcode, and a stream gives up when no module answers. */
+    /** Ends a transfer: a download ignores the opcode, and a stream fails when no module answers. */
     void break_off()
     {
         while (event.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
@@ -139,7 +139,7 @@ protected:
         }
     }
 
-    /** Begins a download of software. */
+    /** Starts a software download. */
     void begin_download()
     {
         begin(FrameHeader{"HESU"}.bytes());

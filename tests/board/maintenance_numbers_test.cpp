@@ -1,4 +1,4 @@
-// The numbers of the maintenance service's headers.
+// The constants of the maintenance service's headers.
 
 #include <utility>
 

@@ -21,7 +21,7 @@ using namespace HaldeElec::Orvan;
 using orvan_test::ModuleAnswer;
 using orvan_test::ScriptedModule;
 
-// A user "orvan" that the machine does not have, and a record of who was made owner of what.
+// Provides a user "orvan" and records changes of owner.
 namespace {
 
 bool g_has_owner = false;
@@ -56,7 +56,7 @@ const std::string kImage = "the modules' software";
 const std::string kImageRequest = ":SYST:UPD:SOFT #221" + kImage + "\r\n";
 const std::string kRestart = ":SYST:REST\r\n";
 
-/** An archive of these files, made by tar with these options. */
+/** An archive of these files, created by tar with these options. */
 std::string archive(const Files& files, const std::string& options = "-z")
 {
     const fs::path folder = kWork / "content";
@@ -94,7 +94,7 @@ std::pair<time_t, long> changed(const fs::path& path)
     return {info.st_ctim.tv_sec, info.st_ctim.tv_nsec};
 }
 
-/** Waits until files created from now on have a newer time. */
+/** Waits until new files get a newer time. */
 void wait_until_later_than(const fs::path& path)
 {
     const fs::path clock = kWork / "clock";
@@ -145,7 +145,7 @@ protected:
         lines.erase(lines.begin(), complete + 1);
         return lines;
     }
-    /** One that fails after logging these lines. */
+    /** Expects a download that fails after logging these lines. */
     void expect_failure(const std::string& file, const std::vector<LogLine>& lines)
     {
         EXPECT_EQ(lines_behind_download(file, IF_FAILED), lines);

@@ -264,14 +264,14 @@ TEST_F(MaintenanceServer, ThreadEndsAtOnceWithoutASocket)
         EXPECT_EQ(UdpServerTestPeer{unstarted}.error(), 0);
         EXPECT_EQ(UdpServerTestPeer{unstarted}.own_mac(), "\x02\x00\x5e\x00\x00\x00"s);
         EXPECT_TRUE(ends(unstarted));
-    } // their ends take no frame
+    } // their destructors need no frame
     const std::vector<orvan_test::LogLine> lines = logs.lines();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].priority, LOG_ERR);
     EXPECT_EQ(lines[0].text, "[CUdpServer] no maintenance on port 7502 (0x80000106)");
 }
 
-/** Its events return what a case sets, and the last one ends it if nothing else has. */
+/** Its events return what a case sets; the last one ends it at the latest. */
 class ScriptedServer : public CUdpServer {
 public:
     explicit ScriptedServer(std::vector<uint32_t> results)

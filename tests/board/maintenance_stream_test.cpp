@@ -30,7 +30,7 @@ public:
         const sockaddr_in own = orvan_test::ipv4(address, PORTUDP);
         EXPECT_EQ(bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
     }
-    /** The instrument's next frame; answers go to its sender from then on. */
+    /** The instrument's next frame; later answers are sent to its sender. */
     std::string receive(milliseconds bound = seconds(5))
     {
         pollfd waiting = {m_socket.get(), POLLIN, 0};
@@ -98,7 +98,7 @@ protected:
         return FrameHeader{"HEPD", 0, 0xFFFF, std::string(6, static_cast<char>('a' + module))}.bytes() + text;
     }
 
-    /** Every module gets a frame that was sent, and answers. @return what came back to the tool */
+    /** Lets every module receive a frame and answer. @return the reply to the tool */
     std::string pass_on(const std::string& frame, uint16_t number)
     {
         for (int i = 0; i < installed; ++i) {

@@ -43,7 +43,7 @@ private:
 
 class MaintenanceUpgrade : public FirmwareTest {
 protected:
-    /** What `systemctl` does from now on. */
+    /** Replaces `systemctl` by this shell text. */
     static void put_systemctl(const std::string& script)
     {
         write_file(kPrograms / "systemctl",
@@ -75,7 +75,7 @@ protected:
         orvan_test::end_with_frames([&started] { started.reset(); }, own_port);
         ::close(socket);
     }
-    /** The lines of the update, in their order. */
+    /** The log lines of the update, in order. */
     std::vector<LogLine> clean_up_lines()
     {
         std::vector<LogLine> lines;
@@ -121,7 +121,7 @@ TEST_F(MaintenanceUpgrade, AMissingSystemctlIsAnExitCodeToo)
 
 TEST_F(MaintenanceUpgrade, AStartEndedByASignalCountsAsASuccess)
 {
-    // A shell may exec the command, and then there is no shell around it.
+    // A shell may exec the command, so that there is no shell process.
     put_systemctl(
         "read -r parent </proc/$PPID/comm; [ \"$parent\" = sh ] && kill -TERM $PPID; kill -TERM $$");
     EXPECT_EQ(lines_of_launch(), std::vector{info("Upgrade service launched successfully")});

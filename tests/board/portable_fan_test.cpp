@@ -18,7 +18,7 @@ constexpr uint64_t kCycle = 5'000'000;
 constexpr uint64_t kCycleAfterError = 1'000'000;
 constexpr uint8_t kFans = 0x18;
 
-/** A fan thread that sleeps between two steps of the clock, fed by the poll of one module. */
+/** A fan thread that sleeps between steps of the clock and follows one polled module. */
 class PortableFans : public PortableTest {
 protected:
     PortableFans()

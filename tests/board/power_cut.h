@@ -1,5 +1,5 @@
 /**
- * An EEPROM that loses its supply in the middle of what is written to it.
+ * An EEPROM that loses its supply in the middle of a write.
  */
 #ifndef ORVAN_TESTS_BOARD_POWER_CUT_H
 #define ORVAN_TESTS_BOARD_POWER_CUT_H
@@ -13,14 +13,14 @@
 namespace board_test {
 
 /**
- * Counts the data bytes of all page writes together, and cuts the supply after one of them: what had arrived
- * of that page until then is stored, and the chip is dead until the supply is back. Not thread-safe.
+ * Counts the data bytes of all page writes and cuts the supply after one of them: the bytes of that page
+ * received so far are stored, and the chip is dead until the supply returns. Not thread-safe.
  */
 class PowerCutChip : public sim_board::SpiDevice {
 public:
     explicit PowerCutChip(std::shared_ptr<sim_board::SpiDevice> chip) : m_chip(std::move(chip)) {}
 
-    /** @param at_cut called at that moment, with the rest of the machine as the cut finds it */
+    /** @param at_cut called at the moment of the cut */
     void cut_behind(size_t bytes, std::function<void()> at_cut)
     {
         m_left = bytes;
@@ -76,8 +76,8 @@ public:
 private:
     static constexpr uint8_t kWrite = 0x02;
     static constexpr size_t kAddressBytes = 2;
-    // Its answers from now on are never read: the processor's supply is gone too. Not busy, so that
-    // the operation, which can't be stopped half-way, does not wait a hundred times for each page.
+    // The processor has lost its supply too, so its answers do not matter. Not busy, so that the
+    // operation, which can't be stopped, does not poll a hundred times for each page.
     static constexpr uint8_t kDeadByte = 0;
 
     void cut()

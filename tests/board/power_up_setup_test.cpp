@@ -13,7 +13,7 @@ namespace {
 
 class PowerUpSetup : public SettingsTest {};
 
-// A single case: the process has one owner of the settings, which keeps this board to the end.
+// A single case: the process's only owner of the settings keeps this board until it exits.
 TEST_F(PowerUpSetup, IsStoredAtOnce)
 {
     program(blob("230042"));
@@ -32,7 +32,7 @@ TEST_F(PowerUpSetup, IsStoredAtOnce)
     Scpi_Orvanx* const orvanx = Scpi_Orvanx::getInstance();
     orvanx->setNumberofChannels(1);
     char device;
-    orvanx->setDevicePtr(&device); // of which this command asks nothing
+    orvanx->setDevicePtr(&device); // which this command does not use
     orvanx->setCallerSocket(client.server(), 0);
     std::string command = ":SYST:POW:SET 2\n";
     orvanx->sendScpiToNewParser(command.data(), static_cast<int>(command.size()));

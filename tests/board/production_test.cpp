@@ -36,7 +36,7 @@ const fs::path kFile = kFolder / "flash.ini";
 constexpr const char* kNotStored =
     "the settings are not in both stores; the messages before this one say why";
 
-/** For settings that are only built. */
+/** Constructs settings without a bus. */
 class IdleHandler : public IDeviceConnectionHandler {
 public:
     void enableMUX() override {}
@@ -57,7 +57,7 @@ struct NewController {
 
     ProductionResult produce(const std::string& model, const std::string& serial)
     {
-        const orvan_test::OutputCapture out{STDOUT_FILENO}; // it reports each page that is written
+        const orvan_test::OutputCapture out{STDOUT_FILENO}; // the driver prints each page written
         const sim_board::SelfAdvancing self{board->clock()};
         return ProduceInstrument(model, serial);
     }
@@ -101,7 +101,7 @@ struct Platform {
     const char* company;
     uint8_t channels;
     uint16_t product;
-    uint16_t options; /**< frequency code and what the platform has from the factory */
+    uint16_t options; /**< frequency code and the platform's factory options */
     const char* accesses;
 };
 

@@ -1,4 +1,4 @@
-// A power cut after every byte that is written, and in every write cycle of a page.
+// A power cut after every written byte, and during every page write cycle.
 
 #include <algorithm>
 #include <functional>
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr size_t kPage = 64;
 
-/** "", "7" or "3-5, 9": which cuts of a row went wrong. */
+/** The cuts that lost data, as "", "7" or "3-5, 9". */
 std::string ranges(const std::vector<size_t>& numbers)
 {
     std::string text;
@@ -36,11 +36,11 @@ std::string ranges(const std::vector<size_t>& numbers)
     return text;
 }
 
-/** Where the next start does not find a whole identity. */
+/** The cuts after which the next start does not find a whole identity. */
 struct Gaps {
-    std::string eeprom_bytes; /**< numbers of bytes after which the supply was lost, 0 to 1024 */
-    std::string eeprom_pages; /**< pages that the cut left erased, during their write cycle */
-    std::string file_bytes;   /**< lengths at which the file was left */
+    std::string eeprom_bytes; /**< bytes written before the supply was lost, 0 to 1024 */
+    std::string eeprom_pages; /**< pages left erased by a cut during their write cycle */
+    std::string file_bytes;   /**< lengths of the file left by the cut */
 
     bool operator==(const Gaps&) const = default;
 };
@@ -107,7 +107,7 @@ protected:
         std::memset(field, 0, sizeof field);
         std::strcpy(field, text);
     }
-    /** An image with all of its texts in use, so that a torn one shows. */
+    /** An image with all texts filled, so that a torn image shows. */
     static EEPROM_DEVICE_SETTINGS identity(const char* serial)
     {
         EEPROM_DEVICE_SETTINGS record = factory_settings();
@@ -146,8 +146,8 @@ protected:
 
     Blob eeprom;                 // erased
     std::optional<Blob> backup;  // none
-    bool file_writable = true;   // else it is a dangling link
-    size_t whole_after_cuts = 0; // how many starts found what the operation was about to write
+    bool file_writable = true;   // otherwise it is a dangling link
+    size_t whole_after_cuts = 0; // starts that found the new image
 
 private:
     void lay()
@@ -176,7 +176,7 @@ private:
         }
     }
 
-    // What was whole in either store, and what the operation leaves.
+    // The whole identities before the operation, and the one it writes.
     void find_whole_identities(const std::function<void()>& operation)
     {
         whole.clear();
@@ -199,7 +199,7 @@ private:
     }
     static Bytes record_of(const Blob& image) { return {image.begin(), image.begin() + 552}; }
 
-    // A start on what the cut left.
+    // Starts with what the cut left.
     bool comes_back_whole()
     {
         chip->power_on();
@@ -227,7 +227,7 @@ private:
         file_at_cut.reset();
         operation();
         ASSERT_TRUE(chip->dead()) << "cut after byte " << bytes;
-        // What the process did after the cut is undone.
+        // Undoes what the process did after the cut.
         EXPECT_EQ(file_at_cut, backup ? std::optional(bytes_of(*backup)) : std::nullopt)
             << "the EEPROM comes first";
         if (file_writable) {
@@ -266,7 +266,7 @@ private:
         return ranges(wrong);
     }
 
-    // The file is written when the EEPROM is done; a cut leaves it at any length.
+    // The file is written after the EEPROM; a cut leaves it with any length.
     std::string cuts_in_the_file(const std::function<void()>&)
     {
         std::vector<size_t> wrong;
@@ -341,7 +341,7 @@ TEST_F(PowerCut, DowngradingWithABackupLosesNothing)
     EXPECT_EQ(cuts_of_a_start(), kNone);
 }
 
-// The old marker stays where it is: a torn image is a damaged one and never counts as a legacy copy.
+// The old marker stays: a torn image counts as damaged and never as a legacy copy.
 TEST_F(PowerCut, ReplacingADamagedEepromByALegacyBackupLosesNothing)
 {
     eeprom = signed_identity("230042");
@@ -357,7 +357,7 @@ TEST_F(PowerCut, ReplacingADamagedEepromByTheFactorySettingsLosesNothing)
     EXPECT_EQ(cuts_of_a_start(), kNone);
 }
 
-// The gaps follow. The file never loses anything in them: it is written once the EEPROM is complete.
+// The cuts that lose data follow. None is in the file, which is written once the EEPROM is complete.
 
 // A copy without a signature looks like a torn one. While a page of its record is erased in the chip,
 // what is left of it still wins over the file, unless the model is gone with page 0.
@@ -377,7 +377,7 @@ TEST_F(PowerCut, SigningTwoDifferentLegacyCopiesLosesNothingButAPageUnderWrite)
     EXPECT_EQ(cuts_of_a_start(), (Gaps{"", kPagesOfARecord, ""}));
 }
 
-// Between its marker and the end of its CRC it is the backup that is found: whole, with the default serial.
+// Between its marker and the end of its CRC the backup is found: whole, with the default serial.
 TEST_F(PowerCut, SigningALegacyCopyBesideABackupWithTheDefaultSerialLosesNothingButAPageUnderWrite)
 {
     eeprom = legacy_identity("230042");
@@ -395,7 +395,7 @@ TEST_F(PowerCut, ALegacyCopyAloneIsLostBetweenItsMarkerAndTheEndOfItsCrc)
     }
 }
 
-// The signature of a newer copy fits no more from the first byte that changes to the last of the CRC.
+// The signature of a newer copy is invalid from the first changed byte to the last of the CRC.
 TEST_F(PowerCut, ANewerCopyAloneIsLostBetweenItsFirstNewFieldAndTheEndOfItsCrc)
 {
     eeprom = newer_identity("230042");
@@ -421,7 +421,7 @@ TEST_F(PowerCut, TheFactorySettingsOfANewBoardAreTornFromTheirModelToTheEndOfThe
     EXPECT_EQ(cuts_of_a_start(), (Gaps{"11-551", kPagesOfARecord, ""}));
 }
 
-// From the byte at which its serial is no longer the default one to the last that differs.
+// From the byte where its serial stops being the default to the last that differs.
 TEST_F(PowerCut, ALegacyBackupOfAnEepromWithTheDefaultSerialIsTornFromItsSerialToItsLastDifference)
 {
     eeprom = legacy_identity("230000");

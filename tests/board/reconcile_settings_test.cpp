@@ -1,4 +1,4 @@
-// Reading at start-up, factory settings, and records that hold anything at all.
+// Reading at start-up, factory settings, and records with arbitrary contents.
 
 #include <cstddef>
 #include <limits>
@@ -301,7 +301,7 @@ TEST_F(ReadingSettings, ACopyUsedUnchangedKeepsTheBytesAfterItsRecord)
         EXPECT_EQ(cells(), bytes_of(with_more(version))) << version;
         EXPECT_EQ(file(), cells()) << version;
     }
-    for (const uint16_t version : {uint16_t{0}, uint16_t{1}, uint16_t{2}}) { // a downgrade is the EEPROM's
+    for (const uint16_t version : {uint16_t{0}, uint16_t{1}, uint16_t{2}}) { // only the EEPROM is downgraded
         Blob erased;
         erased.fill(0xff);
         program(erased);
@@ -332,7 +332,7 @@ TEST_F(ReadingSettings, AFailedRepairIsNotRetriedByAWriteWithoutAChange)
 TEST_F(ReadingSettings, ARepairThatTheChipRefusesIsLoggedAndTheSettingsAreKept)
 {
     put_file(blob("230042"));
-    fault->flip_reply_bits(0x03, 3 + 500, 0x01); // what is read back is not what was written
+    fault->flip_reply_bits(0x03, 3 + 500, 0x01); // the read-back differs
     EXPECT_EQ(read_data(), &g_portableModelsTable[1]);
     EXPECT_STREQ(live().serialNum, "230042");
     EXPECT_EQ(logs.count(LOG_ERR, "[CPersistentData] readData: EEPROM repair write/verify FAILED"), 1u);

@@ -27,7 +27,7 @@ constexpr const char* kFileStates[] = {
     "NineBytes",      "Garbage",     "BadCrc",          "ForeignModel", "Unreadable",
 };
 
-// What is decided, a letter a column of kFileStates:
+// The decision, one letter for each column of kFileStates:
 //
 //   letter  blob                             EEPROM  file
 //   d       EEPROM's rewritten, next gen.    x       x     "downgrading"
@@ -203,7 +203,7 @@ protected:
             fs::last_write_time(kFile, kLongAgo);
         }
     }
-    /** Also with the bytes that it had. */
+    /** Also checks that its bytes are unchanged. */
     bool file_written() const { return fs::exists(kFile) && fs::last_write_time(kFile) != kLongAgo; }
 
     static Blob garbage()
@@ -304,7 +304,7 @@ protected:
     std::string_view file_state;
     char decision = 0;
     Blob eeprom = {};
-    Blob file_image = {}; // the first 1024 bytes, also of a file that was cut after its record
+    Blob file_image = {}; // the first 1024 bytes, even of a file cut after its record
     Bytes before;
 };
 
@@ -342,7 +342,7 @@ TEST_P(Reconciliation, FollowsTheTable)
 TEST_P(Reconciliation, ASecondStartFindsNothingToDo)
 {
     if (dead() || unreadable()) {
-        return; // nothing heals
+        return; // nothing is repaired
     }
     read_data();
     if (peer->version() == 2) { // a newer copy was restored unchanged; the next start downgrades it

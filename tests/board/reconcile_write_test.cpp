@@ -1,4 +1,4 @@
-// Carrying a change to both stores.
+// Writing a change to both stores.
 
 #include <ostream>
 #include <string>

@@ -12,7 +12,7 @@
 
 namespace board_test {
 
-/** Records its calls and returns what a case sets. */
+/** Records calls and returns what a case sets. */
 class RecordingHandler : public HaldeElec::Orvan::IDeviceConnectionHandler {
 public:
     int setTrgSrc(uint8_t coupleIdx) override { return answer("source", coupleIdx); }
@@ -34,7 +34,7 @@ public:
     void enableMUX() override {}
     void disableMUX() override {}
 
-    std::map<uint32_t, int> results; // by channel; 0 where none is named
+    std::map<uint32_t, int> results; // by channel; 0 if not listed
     uint32_t impedance = 0;
     std::vector<std::string> calls;
 

@@ -23,7 +23,7 @@ using Text = char (EEPROM_DEVICE_SETTINGS::*)[kSettingsTextSize];
 
 constexpr size_t kNoRow = FP_MAX_LINE;
 
-/** A text of the record, its identification row and the operation that reads it, if there is one. */
+/** A text of the record, its identification row and the operation that reads it, if any. */
 struct Field {
     const char* name;
     Text text;
@@ -58,14 +58,14 @@ protected:
     {
         return peer->build(&record, 1, generation);
     }
-    /** A start with the options of a new process: a start writes the present ones into its table. */
+    /** Starts with the option table of a new process; a start writes the current options into it. */
     const sDevArch_t* start()
     {
         static const std::vector<optEntry_t> kFactory(optPortable_Tbl, optPortable_Tbl + kOptionRows);
         std::vector<optEntry_t> table = kFactory;
         return start(table.data(), table.size());
     }
-    /** What a device does with the settings when it starts; the model's row. */
+    /** What a device does with the settings at start-up. @return the model's row */
     const sDevArch_t* start(optEntry_t* options, size_t rows)
     {
         const sDevArch_t* const model = (*peer)->readData(&kDefaults, options, rows);
@@ -270,7 +270,7 @@ TEST_F(BadSettings, WithoutOptionsANewBoardHasEmptySettingsUntilTheNextGoodStart
     EXPECT_EQ(start(nullptr, 0), nullptr);
     EXPECT_EQ(identification(), "Halde Electronics,,,");
     EXPECT_EQ(live().numDevices, 1);
-    expect_stored(2); // the number of modules was forced
+    expect_stored(2); // the number of modules was corrected
     restart();
     EXPECT_EQ(start(), &g_portableModelsTable[1]);
     EXPECT_EQ(identification(), "Halde Electronics,OVX3651P,230000,01.0.001");

@@ -1,6 +1,6 @@
 /**
- * The two stores of the settings, an EEPROM on a simulated board and a backup file in a home of the test's
- * own, and an owner of settings that a test can start any number of times.
+ * The two stores of the settings, an EEPROM on a simulated board and a backup file in a private home, and an
+ * owner of settings that can be restarted any number of times.
  */
 #ifndef ORVAN_TESTS_SETTINGS_BENCH_H
 #define ORVAN_TESTS_SETTINGS_BENCH_H
@@ -68,7 +68,7 @@ protected:
         std::fputs(told.c_str(), stdout);
     }
 
-    /** A new owner, as after a new start of the process. */
+    /** A new owner, as after a restart of the process. */
     void restart()
     {
         peer.emplace(handler, HaldeElec::Orvan::g_portableModelsTable);
@@ -113,7 +113,7 @@ protected:
         std::memcpy(image.data(), &record, sizeof record);
         return image;
     }
-    /** What a new instrument begins with. */
+    /** The settings of a new instrument. */
     static EEPROM_DEVICE_SETTINGS factory_settings()
     {
         EEPROM_DEVICE_SETTINGS record;
@@ -145,7 +145,7 @@ protected:
         std::strcpy(record.scpiRevision, "01.0.00");
         return record;
     }
-    /** The record of an image when it is signed again. */
+    /** The image's record, signed again. */
     Blob rebuilt(const Blob& image, uint32_t generation) { return peer->build(image.data(), 1, generation); }
 
     void program(const Blob& image) { board->eeprom().program(0, image); }

@@ -58,7 +58,7 @@ protected:
         board->spi().attach("eeprom", one);
     }
 
-    /** An idle chip that holds `image`, of whose messages the one of that number will be refused. */
+    /** An idle chip that holds `image` and refuses the message of that number. */
     void begin(const Blob& image, size_t refused)
     {
         one->power_on();
@@ -130,7 +130,7 @@ TEST_F(SettingsFaults, AnyRefusedMessageOfAWriteCostsAtMostItsPage)
     const Blob before = blob("230000", 1);
     Blob after;
     for (size_t i = 0; i < after.size(); ++i) {
-        after[i] = static_cast<uint8_t>(before[i] ^ 0xff); // no byte as it was
+        after[i] = static_cast<uint8_t>(before[i] ^ 0xff); // every byte changed
     }
 
     begin(before, SIZE_MAX);
@@ -240,7 +240,7 @@ TEST_F(SettingsFaults, AFileOfEveryShortLengthIsLegacyOnceItsModelIsComplete)
         put_file(image, size);
         Blob read = {};
         ASSERT_TRUE(peer->read_file(read)) << size;
-        // With the marker there and a part of the CRC gone, it is a damaged blob.
+        // With its marker and only part of its CRC it is a damaged blob.
         const DataState expected = size < 10 || size >= 1014 ? INVALID : LEGACY_VALID;
         ASSERT_EQ(peer->classify(read), expected) << size;
     }

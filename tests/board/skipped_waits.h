@@ -16,7 +16,7 @@ namespace board_test {
  */
 class SkippedWaits {
 public:
-    /** @param others_done called on any thread; true when nothing under way would see the skip as a delay */
+    /** @param others_done called on any thread; true when the skip delays nothing in progress */
     explicit SkippedWaits(std::function<bool()> others_done);
     ~SkippedWaits();
     SkippedWaits(const SkippedWaits&) = delete;

@@ -27,14 +27,14 @@ using HaldeElec::Orvan::CPersistentData;
 
 const std::string kBackup = "/home/orvan/halde/config/flash.ini";
 
-// Shell built-ins alone.
+// Shell built-ins only.
 constexpr const char* kSudo = R"(
 printf '%s\n' "sudo $*" >>/home/orvan/halde/sudo_calls
 case "$1" in
 */he_get_net_config.sh) echo Static eth0 10.0.0.2 255.255.255.0 10.0.0.1 02:00:00:00:00:02 ;;
 esac)";
 
-/** For settings that are only built. */
+/** Constructs settings without a bus. */
 class NoBus : public HaldeElec::Orvan::IDeviceConnectionHandler {
 public:
     void enableMUX() override {}
@@ -52,7 +52,7 @@ bool is_step(const std::string& line)
     return false;
 }
 
-// Leaves out what differs from run to run in a step's line, or repeats.
+// Removes what differs between runs or repeats from a step's line.
 std::string step_of(const std::string& line)
 {
     if (line.starts_with("spi eeprom: 03")) {
@@ -62,7 +62,7 @@ std::string step_of(const std::string& line)
         return "eeprom write";
     }
     if (line.starts_with("spi eeprom: 0") || line.starts_with("log 6 command ") ||
-        line.starts_with("log 6 ThreadRun")) { // its thread takes its time
+        line.starts_with("log 6 ThreadRun")) { // logged by a thread, at any time
         return "";
     }
     if (line.starts_with("debug ")) {
@@ -93,7 +93,7 @@ StartBench::StartBench(const sim_board::BoardWiring& wiring) : board(wiring)
     if (!refusal().empty()) {
         return;
     }
-    // So that every call resolves a path to the same place.
+    // So that a path is always resolved to the same place.
     fs::create_directories("/home/orvan");
     fs::create_directory_symlink(files.halde(), "/home/orvan/halde");
     fs::create_directory(files.halde() / "config");

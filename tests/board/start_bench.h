@@ -60,7 +60,7 @@ protected:
     /** Ends the device. Restores standard output first, where GoogleTest reports failures. */
     void TearDown() override;
 
-    /** Empty except for what the modules of this bench report. */
+    /** Settings that are empty except for what the modules of this bench report. */
     static EEPROM_DEVICE_SETTINGS settings_of_modules();
     HaldeElec::Orvan::Blob signed_image(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation);
     void store_in_eeprom(const EEPROM_DEVICE_SETTINGS& settings, uint32_t generation = 57);
@@ -73,14 +73,14 @@ protected:
     void start();
     /** The same, and lets the threads it started do their first work and fall asleep. */
     void start_and_settle();
-    /** Advances the clock; threads whose sleep ends run on. */
+    /** Advances the clock and lets threads whose sleep ends continue. */
     void pass(uint64_t us) { ASSERT_TRUE(board->clock().run(us, threads)); }
-    /** Runs the destructor while time passes and frames come in, and ends the module service and the owner of
+    /** Runs the destructor while time passes and frames arrive, and ends the module service and the owner of
      * the settings. */
     void end() { end({}); }
-    /** The same, but no frame comes in until the SPI port is closed. */
+    /** The same, but no frame arrives until the SPI port is closed. */
     void end_without_frames_before_the_bus_ends();
-    /** To be called before every start: the addresses of the table are real ones. */
+    /** Call before every start: the table holds real addresses. */
     void put_modules_behind_their_channels();
 
     static EEPROM_DEVICE_SETTINGS& settings();
