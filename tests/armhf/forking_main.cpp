@@ -4,7 +4,7 @@
 // used by a death test or to investigate a failure, this is a suite like any other.
 //
 // ORVAN_NOT_RUN names the file of the cases that cannot run here: the suite's program, a pattern of names,
-// the reason. They are reported, and a row that fits no case is a failure.
+// the reason. They are reported; a row that matches no case is a failure.
 
 #include <algorithm>
 #include <csignal>
@@ -74,7 +74,7 @@ std::vector<NotRun> read_not_run(const std::string& program)
     return table;
 }
 
-// Once for all shards. False when a row fits no case.
+// Once for all shards. False if a row matches no case.
 bool report_not_run(std::vector<NotRun> table, const std::vector<std::string>& cases)
 {
     for (const std::string& name : cases) {
@@ -135,7 +135,7 @@ int run_each(const std::vector<std::string>& cases)
     // The fork that runs one case must not leave it to another shard.
     unsetenv("GTEST_TOTAL_SHARDS");
     unsetenv("GTEST_SHARD_INDEX");
-    // The forks inherit the code the emulator has already translated.
+    // The forks inherit the code that the emulator has already translated.
     GTEST_FLAG_SET(filter, "-*");
     [[maybe_unused]] const int of_none = RUN_ALL_TESTS();
     std::vector<std::string> failed;

@@ -6,7 +6,7 @@
  *
  * The layouts are always checked. --write leaves a channel's record and a signed settings image in DIR;
  * --read checks those of DIR, by this or another platform's build. Prints "N passed, M failed"; the exit
- * status is 0 when nothing failed, 1 when something did, 2 for a wrong call.
+ * status is 0 if nothing failed, 1 if something did, 2 for invalid arguments.
  *
  * A program without the test framework, so that a bare cross compiler is enough to build it.
  */
@@ -269,7 +269,7 @@ void write_settings_blob(const std::string& path)
     write_file(path, blob, sizeof blob);
 }
 
-// Empty, and counted as failed, unless the file has all the bytes of the image and no other.
+// Empty, and counted as failed, unless the file has exactly the size of the image.
 Bytes read_file(const std::string& path, const Bytes& image)
 {
     std::ifstream file(path, std::ios::binary);

@@ -1,4 +1,4 @@
-// A board on which nothing answers, in place of wiringPi where a build for the instrument is tested.
+// Replaces wiringPi in tests of a build for the instrument: a board on which nothing answers.
 
 #include "wiringPi.h"
 #include "wiringPiI2C.h"

@@ -1,6 +1,6 @@
 /**
- * Runs a fuzz target over files, each file and each directory of files that the command line names, so that
- * a corpus is a plain test where there is no libFuzzer.
+ * Runs a fuzz target over the files and directories named on the command line, so that a corpus is a plain
+ * test without libFuzzer.
  */
 #include <algorithm>
 #include <cstdint>

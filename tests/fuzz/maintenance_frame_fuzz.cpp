@@ -1,10 +1,9 @@
 /**
- * Feeds datagrams to the maintenance server. Each gets exactly the reply that its opcode and rows call
- * for, and no other field of the settings changes than those that the protocol names.
+ * Feeds datagrams to the maintenance server. Each must get exactly the reply that its opcode and rows
+ * require, and change only the settings that the protocol names.
  *
- * An input is a number of datagrams: a byte whose lowest bit marks a foreign host and not the instrument,
- * two bytes of length, low byte first, and the bytes. Transfers of firmware are left out, as they wait for
- * frames of their own.
+ * An input is a sequence of datagrams: a byte whose lowest bit marks a foreign sender, a two-byte length, low
+ * byte first, and the data. Firmware transfers are excluded, as they wait for further frames.
  */
 #include <algorithm>
 #include <array>
@@ -88,7 +87,7 @@ size_t reply_size(const std::string& frame, size_t received)
     return 0;
 }
 
-/** An EEPROM that takes no time: the chip's model would take nearly all of it. */
+/** A fast EEPROM; the simulated chip would take nearly all of the time. */
 class InstantEeprom : public IDeviceConnectionHandler {
 public:
     void enableMUX() override {}
@@ -123,7 +122,7 @@ public:
         m_device.option_table.assign(reinterpret_cast<const char*>(optPortable_Tbl), sizeof optPortable_Tbl);
     }
 
-    /** As at the start of every input. */
+    /** Restores the state for the next input. */
     void reset()
     {
         std::memset(static_cast<void*>(CPersistentData::GetInstance()->getSettings()), 0,

@@ -2,7 +2,7 @@
  * Feeds one stream of client bytes to the parser whole, byte by byte and in random pieces. All three must
  * produce the same events, with one line end and one flush for each message of the stream.
  *
- * The first byte of the input chooses the size of the buffer, the second the cuts; the rest is the stream.
+ * The first byte of the input selects the buffer size, the second the pieces; the rest is the stream.
  */
 #include <cstdint>
 #include <cstdio>
@@ -171,7 +171,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     require(feed(stream, buffer_size, [] { return size_t{1}; }) == whole, "byte by byte as whole");
     require(feed(stream, buffer_size, [&] { return 1 + random() % 20; }) == whole, "in pieces as whole");
 
-    const size_t messages = count_messages(stream) + 1; // with the one that the END message ends
+    const size_t messages = count_messages(stream) + 1; // plus the one ended by END
     size_t flushes = 0;
     for (size_t i = 0; i < whole.events.size(); ++i) {
         if (whole.events[i] != "flush") {

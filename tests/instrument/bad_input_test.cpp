@@ -1,4 +1,4 @@
-// Clients that misbehave: after each of them the next good client is answered.
+// Misbehaving clients: after each of them the next good client is answered.
 #include <random>
 #include <thread>
 
@@ -119,7 +119,7 @@ TEST(BadInput, ClientsThatConnectAndVanishLeakNoDescriptor)
                 .output);
     };
     expect_answers(instrument);
-    // The temperature monitor may be at a module then: two more, where a leak would leave hundreds.
+    // The temperature monitor may hold two more; a leak would leave hundreds.
     const int before = descriptors();
     for (int i = 0; i < 300; ++i) {
         Client client = instrument.client();

@@ -16,8 +16,7 @@ protected:
         instrument.emplace(std::vector<std::string>{"--model", "OVX3651P", "--clock-rate", clock_rate,
                                                     "--log-level", "info"});
     }
-    /** Puts it in and waits until the charge monitor has seen it twice, so that what it does has been done.
-     */
+    /** Inserts it and waits until the charge monitor has seen it twice, and so has acted on it. */
     void put_in(const char* percent)
     {
         const size_t before = instrument->service_log().size();
@@ -35,9 +34,8 @@ protected:
         return instrument->ctl({"board"}).output.find(line) != std::string::npos;
     }
     /**
-     * Puts it in so that the module's power is switched. The fans' thread writes the same port without a
-     * lock, in step with the charge monitor, and may write back what it read before the switch; then it
-     * retries.
+     * Inserts it so that the module's power is switched. The fan thread writes the same port without a lock
+     * and may write back what it read before the switch; this then retries.
      */
     void put_in_to_switch(const char* percent, const char* state, const char* percent_of_other_state)
     {

@@ -70,7 +70,7 @@ TEST(ModuleTemperature, IsHeldAndReleasedFromOutside)
 TEST(ModuleTemperature, IsNotPolledBeforeTheInstrumentAcceptsClients)
 {
     ORVAN_NEEDS_SANDBOX();
-    // A failed poll of the own channel would stay in the built-in test's result; at this rate the half
+    // A failed poll of the selected channel would stay in the built-in test's result; at this rate the half
     // minute between the polls is 3 ms.
     const Instrument instrument({"--clock-rate", "10000"});
     Client client = instrument.client();

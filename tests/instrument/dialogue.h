@@ -1,6 +1,5 @@
 /**
- * Dialogues with the instrument as text: "> " and a line, "< " and its reply without its
- * end.
+ * Dialogues with the instrument as text: "> " and a line, "< " and its reply without the line end.
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_DIALOGUE_H
 #define ORVAN_TESTS_INSTRUMENT_DIALOGUE_H
@@ -15,8 +14,7 @@ struct Exchange {
     std::string reply;
 };
 
-/** All exchanges of a session file; its other lines are remarks. Throws std::runtime_error when it has none.
- */
+/** All exchanges of a session file; other lines are remarks. Throws std::runtime_error if there are none. */
 std::vector<Exchange> read_session(const std::string& path);
 
 /** The exchanges in the "scpi" code blocks of a Markdown document. */

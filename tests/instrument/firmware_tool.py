@@ -1,9 +1,9 @@
-"""Brings a file to an instrument by the maintenance protocol, from a host on its LAN.
+"""Sends a file to an instrument by the maintenance protocol, from a host on its LAN.
 
 Usage: firmware_tool.py OPCODE ADDRESS [FILE [FRAMES]]
 
-HESU is a package for the controller, HEPD an image for its modules; for this the frames behind its end are
-printed, so many of them, as opcode, block, size, state and info. HEID only asks whether it is there.
+HESU sends a package for the controller, HEPD an image for its modules; after the image it prints FRAMES more
+frames, as opcode, block, size, state and info. HEID only checks that the instrument answers.
 """
 
 import socket

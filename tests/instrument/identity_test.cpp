@@ -31,14 +31,14 @@ SettingsRecord of_file()
     return settled_record(kRack);
 }
 
-/** strncpy, so that nothing of the field's former contents is left. */
+/** Clears the rest of the field as well. */
 template <size_t size>
 void put(char (&field)[size], const char* text)
 {
     std::strncpy(field, text, size);
 }
 
-/** The factory's record once a start has applied the model and queried the modules. */
+/** The factory record after a start has applied the model and queried the modules. */
 SettingsRecord of_factory()
 {
     SettingsRecord record = settled_record(kFactory);
@@ -61,7 +61,7 @@ SettingsRecord of_factory()
     return record;
 }
 
-/** A record of an earlier firmware: without the model's facts, and with a module that has been exchanged. */
+/** A record of an earlier firmware: without the model's properties, and with a module since replaced. */
 SettingsRecord of_before()
 {
     SettingsRecord record = of_eeprom();
@@ -129,7 +129,7 @@ SettingsImage file31()          { return signed_image(of_file(), 31); }
 SettingsImage file1()           { return signed_image(of_file(), 1); }
 SettingsImage damaged_file()    { return damaged(file31()); }
 SettingsImage legacy_file()     { return unsigned_image(of_file()); }
-// The start signs the factory's settings, then stores what it has learned of model and modules.
+// The start signs the factory settings, then stores what it has found about model and modules.
 SettingsImage factory2()        { return signed_image(of_factory(), 2); }
 
 const char* const kBothSigned = "[CPersistentData] EEPROM and file both VERIFIED but differ - keeping EEPROM, "
@@ -250,7 +250,7 @@ TEST(Settings, WithoutATerminatorInAnyTextStillServe)
     const Instrument instrument({},
                                 [&](const State& state) { write_eeprom(state, signed_image(record, 57)); });
     const std::string text(31, 'x');
-    // What the start copies into the records ends in its last byte from then on.
+    // Texts that the start copies into the records are terminated in their last byte.
     const std::string cut(30, 'x');
     EXPECT_EQ(instrument.client().ask("*IDN?"), cut + ",OVX3654B," + cut + ",1.19.145;+OK\r\n");
     EXPECT_EQ(instrument.client().ask(":FREQ 4e9;:FREQ?"), "4000000000;+OK\r\n");

@@ -1,6 +1,6 @@
 /**
  * A private virtual instrument: `orvan-sim run` as a child process, on a free port, with its state
- * in a temporary folder. It ends when its service fails, unless it is given "--restart".
+ * in a temporary folder. It ends when its service fails, unless started with "--restart".
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
 #define ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
@@ -23,13 +23,13 @@ struct Outcome {
     std::string output; /**< standard output and standard error together */
 };
 
-/** Runs a program to its end, found through PATH when its name has no slash. */
+/** Runs a program to completion, found through PATH if its name has no slash. */
 Outcome run_program(const std::vector<std::string>& arguments);
 
 /** Path of one of the project's programs. */
 std::string program(std::string_view name);
 
-/** Empty when the kernel allows what a sandbox needs; else the reason for which a test is skipped. */
+/** Empty if the kernel allows a sandbox; otherwise the reason to skip a test. */
 std::string why_no_sandbox();
 
 class Instrument {
@@ -48,20 +48,20 @@ public:
     int port() const { return m_port; }
     Client client() const { return Client(m_port); }
     pid_t launcher() const { return m_launcher; }
-    /** Process of the service, as `ctl status` has it; throws std::runtime_error without one. */
+    /** Process id of the service, from `ctl status`; throws std::runtime_error without one. */
     pid_t service() const;
     const std::filesystem::path& state() const { return m_state; }
 
-    /** What the launcher has printed so far. */
+    /** Output of the launcher so far. */
     std::string output() const;
     /** Waits until `text` appears in the output. */
     bool wait_for_output(std::string_view text,
                          std::chrono::milliseconds wait = std::chrono::seconds(20)) const;
 
-    /** What the service and the library have logged so far. */
+    /** Log of the service and the library so far. */
     std::string service_log() const;
 
-    /** Asks the controller for a reboot; true once the service is ready again. */
+    /** Reboots the controller; true once the service is ready again. */
     bool reboot() const;
 
     Outcome ctl(const std::vector<std::string>& arguments) const;
@@ -71,13 +71,13 @@ public:
     std::string ask_module(int module, const std::string& query) const;
 
     /** The requests that a module got since its log was cleared, control characters escaped; without the
-     *  temperature query, which the service sends by itself. */
+     *  temperature queries, which the service sends on its own. */
     std::vector<std::string> requests(int module) const;
     void clear_requests(int module) const;
 
-    /** Sends the signal and waits for the launcher's end. */
+    /** Sends the signal and waits for the launcher to exit. */
     int stop(int signal);
-    /** Waits until the launcher ends by itself. */
+    /** Waits for the launcher to exit by itself. */
     int wait_for_end();
 
 private:

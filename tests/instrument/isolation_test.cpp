@@ -1,5 +1,5 @@
-// Texts of the settings reach a shell unquoted. What a client puts into them runs in the sandbox, and the
-// files of the person who runs the instrument are out of its reach.
+// Texts of the settings reach a shell unquoted. Commands that a client puts into them run in the sandbox,
+// where the files of the instrument's user are out of reach.
 #include <cstdlib>
 #include <filesystem>
 #include <string>

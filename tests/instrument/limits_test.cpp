@@ -17,7 +17,7 @@ namespace {
 
 struct Row {
     const char* header;
-    const char* tag; /**< of the record's element, without "_MIN" and "_MAX" */
+    const char* tag; /**< element of the record, without "_MIN" and "_MAX" */
 };
 
 // clang-format off
@@ -83,7 +83,7 @@ TEST_P(Limits, AreTheSameInModulesRecordsAndSettings)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--model", GetParam()});
-    // Bypasses the controller, which would mirror a limit that it sees as the setting.
+    // Bypasses the controller, which would mirror a limit as the setting.
     const auto ask = [&](const std::string& query) {
         return std::strtod(instrument.ask_module(1, query).c_str(), nullptr);
     };

@@ -1,4 +1,4 @@
-// What could lock the users of an instrument out, and does not.
+// Situations that must not lock the users of an instrument out.
 #include <cstdlib>
 
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-// The maintenance protocol as a host on the instrument's LAN meets it.
+// The maintenance protocol as seen from a host on the instrument's LAN.
 #include <cstdio>
 #include <sstream>
 #include <string>

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 const std::vector<std::string> kBenchtop = {"--model", "OVX3652B"};
 
-/** One whose start takes longer than the interval at which update polls. */
+/** An instrument whose start takes longer than the polling interval of update. */
 const std::vector<std::string> kSlowBenchtop = {"--model", "OVX3652B", "--clock-rate", "1"};
 
 Outcome tool(const Instrument& instrument, std::vector<std::string> arguments)
@@ -77,7 +77,7 @@ std::vector<std::string> update(const std::string& package)
 void expect_installed(const Outcome& updated)
 {
     EXPECT_EQ(updated.status, 0) << updated.output;
-    // The version of what runs is that of the build, whatever a package holds.
+    // The running version is that of the build, whatever a package contains.
     EXPECT_THAT(
         updated.output,
         HasSubstr(
@@ -188,7 +188,7 @@ TEST(MaintenanceTool, SendsAnUpdateOverALossyDuplicatingLink)
     LossyRelay relay(maintenance_port(instrument), 0.1, 0.1);
     const Outcome updated = tool_through(relay.port(), update(pack(instrument, image)));
     EXPECT_GT(relay.lost(), 20U);
-    // The datagrams that show the restart may be among the lost; the tool then reports an unknown result.
+    // The datagrams that show the restart may be lost too; the tool then reports an unknown result.
     if (updated.status == 5) {
         EXPECT_THAT(updated.output, HasSubstr("orvan-maint: not known: ")) << updated.output;
     } else {

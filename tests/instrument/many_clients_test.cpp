@@ -1,4 +1,4 @@
-// Eight clients at once: each gets its own replies, and the records end as the modules do.
+// Eight clients at once: each gets its own replies, and in the end the records match the modules.
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -17,7 +17,7 @@ namespace {
 const std::string kIdentity = "Halde Electronics Ltd.,OVX3654B,100001,1.19.145";
 const std::string kUndefinedHeader = "-ERR -113, \"Undefined header\"";
 
-// Each client has its own setting, and no two of them share a value.
+// Each client has its own setting and its own values.
 struct Share {
     const char* header;
     const char* tag;
@@ -31,7 +31,7 @@ constexpr Share kShares[] = {
     {":AM:INT:FREQ", "ODT_AM_FREQ", 50'001},       {":FRSW:STEP", "ODT_FRS_STEPS", 10'001},
 };
 
-/** How long the clients run: 10 s, or ORVAN_MANY_CLIENTS_SECONDS of the environment. */
+/** How long the clients run: ORVAN_MANY_CLIENTS_SECONDS of the environment, 10 s by default. */
 std::chrono::seconds duration()
 {
     const char* const seconds = std::getenv("ORVAN_MANY_CLIENTS_SECONDS");
@@ -40,7 +40,7 @@ std::chrono::seconds duration()
 
 struct Round {
     std::string lines;                // sent at once
-    std::vector<std::string> replies; // a reply for each
+    std::vector<std::string> replies; // one for each line
 };
 
 Round round_of(int kind, const std::string& header, const std::string& before, const std::string& now)
@@ -64,9 +64,9 @@ Round round_of(int kind, const std::string& header, const std::string& before, c
 }
 
 struct Played {
-    std::string last; // the value that was set last
+    std::string last; // the last value set
     size_t rounds = 0;
-    std::string wrong; // what went wrong first, empty for nothing
+    std::string wrong; // the first mismatch; empty for none
 };
 
 Played play(const Instrument& instrument, const Share& share, Clock::time_point end)
@@ -90,7 +90,7 @@ Played play(const Instrument& instrument, const Share& share, Clock::time_point 
             }
         }
     }
-    // The records have this one from the set alone: no later query updates them.
+    // No later query updates the records: they get this value from the set.
     played.last = std::to_string(share.first + kValues);
     if (const std::string reply = client.ask(share.header + (" " + played.last)); reply != "+OK\r\n") {
         played.wrong = "the last set got " + reply;
@@ -98,7 +98,7 @@ Played play(const Instrument& instrument, const Share& share, Clock::time_point 
     return played;
 }
 
-/** A number of the records as the JSON document has it. */
+/** A number of the records from the JSON document. */
 double number_in(const cJSON* document, int channel, const char* tag)
 {
     const cJSON* const record = cJSON_GetArrayItem(cJSON_GetObjectItem(document, "channels"), channel - 1);
@@ -124,7 +124,7 @@ TEST(ManyClients, GetTheirOwnRepliesAndTheRecordsMatchTheModulesInTheEnd)
         EXPECT_GT(one.rounds, 10U);
     }
 
-    // The records first, since a query that the service forwards would update them.
+    // The records first: a forwarded query would update them.
     const std::string text = orvan_db(instrument, {"--json"}).output;
     const std::unique_ptr<cJSON, void (*)(cJSON*)> document(cJSON_Parse(text.c_str()), cJSON_Delete);
     ASSERT_NE(document, nullptr) << text;

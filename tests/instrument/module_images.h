@@ -1,5 +1,5 @@
 /**
- * Images sent into an instrument and its modules, and what has arrived of them.
+ * Images to send to an instrument and its modules, and a check of what has arrived.
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
 #define ORVAN_TESTS_INSTRUMENT_MODULE_IMAGES_H
@@ -14,7 +14,7 @@ namespace orvan_test {
 /** Incompressible, and always the same. */
 std::string image_of(size_t size);
 
-/** A module's status of an image of this kind that it has received this many times. */
+/** A module's status after it has received an image of this kind this many times. */
 std::string stored(const std::string& kind, const std::string& image, int times = 1);
 
 std::string status(const Instrument& instrument, int module);

@@ -17,7 +17,7 @@ std::string path_of(const std::string& session)
 
 void hold_with_visa(const Instrument& instrument, const Names& sessions)
 {
-    // Debian's own interpreter: another one that comes first in PATH may not see its packages.
+    // Debian's own interpreter: another one in PATH may not see Debian's packages.
     Names command{"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py",
                   std::to_string(instrument.port())};
     for (const std::string& session : sessions) {
@@ -27,7 +27,7 @@ void hold_with_visa(const Instrument& instrument, const Names& sessions)
     EXPECT_EQ(outcome.status, 0) << outcome.output;
 }
 
-/** It waits for a reply only to lines with a question mark, so each line gets one. */
+/** The client waits for a reply only to lines with a question mark, so each line gets one. */
 Exchange with_a_question(Exchange exchange)
 {
     if (exchange.line.find('?') != std::string::npos) {

@@ -1,4 +1,4 @@
-// The channel records in shared memory, as a program beside the service reads them.
+// The channel records in shared memory, as another program reads them.
 #include <algorithm>
 #include <chrono>
 #include <fstream>

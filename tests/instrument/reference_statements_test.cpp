@@ -7,7 +7,7 @@ using namespace orvan_test;
 
 namespace {
 
-/** What the board's picture shows for `name`. */
+/** The value of `name` in the board's state. */
 std::string on_board(const Instrument& instrument, const std::string& name)
 {
     const std::string board = instrument.ctl({"board"}).output;

@@ -1,4 +1,4 @@
-// How a line is cut into runs, seen from the module's side.
+// How a line is split into runs, as seen by the module.
 #include <gtest/gtest.h>
 
 #include "instrument.h"

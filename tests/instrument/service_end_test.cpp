@@ -1,4 +1,4 @@
-// The end of the service in any state, seen from outside by sockets and signals.
+// The end of the service in any state, as seen from outside.
 #include <csignal>
 #include <regex>
 
@@ -45,7 +45,7 @@ TEST(ServiceEnd, APowerButtonThatIsHeldEndsAnEndlessReply)
     expect_end_in_the_midst_of_a_command(instrument);
 }
 
-// The poll asks the selected channel as a client of the service does.
+// The poll queries the selected channel as a client of the service.
 TEST(ServiceEnd, AWaitingTemperaturePollIsNoError)
 {
     ORVAN_NEEDS_SANDBOX();

@@ -42,13 +42,13 @@ std::string drive(const Instrument& instrument, const Lines& steps, const std::s
 
 constexpr const char* kAllModules = "modules 4 20";
 
-/** Setting one of these switches a signal on the controller as well, for which the driver has no device. */
+/** Setting one of these also switches a signal on the controller, for which the driver has no device. */
 bool needs_a_device(int tag)
 {
     return tag == ODT_TRG_SRC || tag == ODT_AM_SRC || tag == ODT_FM_SRC || tag == ODT_RF_OUT;
 }
 
-/** A line that sets every element that needs no device; frequency and power are the channel's own. */
+/** A line that sets every element that needs no device; frequency and power differ by channel. */
 std::string setting_line(int channel)
 {
     std::string line;
@@ -71,7 +71,7 @@ std::string setting_line(int channel)
     return line;
 }
 
-/** All that a module answers to the queries of the sent elements. */
+/** A module's answers to the queries of all sent elements. */
 std::string state_of_module(const Instrument& instrument, int module)
 {
     std::string line;
@@ -107,7 +107,7 @@ Lines setup_headers(const Lines& requests)
     return headers;
 }
 
-/** What reached a module: this many recalls, each with all values before all states. */
+/** Expects this many recalls at a module, each with all values before all states. */
 void expect_recalls(const Instrument& instrument, int module, int recalls)
 {
     Lines expected;
@@ -175,7 +175,7 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
                   "TIM;EXT;EXT;1;+OK");
     }
 
-    // Everything changes: to the factory's values, and some to values of neither.
+    // Everything changes: to the factory values, and some elements to values of neither setup.
     Lines change{kAllModules, "load 0"};
     for (int channel = 1; channel <= 4; ++channel) {
         change.push_back("ch " + std::to_string(channel) + " :FREQ 123456;:AM:DEPT 77;:PM ON;:INIT:CONT OFF");
@@ -190,7 +190,7 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
         const Outcome outcome =
             orvan_db(instrument, {"--setup", file, "--diff", "--channel", std::to_string(channel)});
         EXPECT_EQ(outcome.status, 0) << outcome.output;
-        // The temperature is polled again and again, whatever was recalled.
+        // The temperature is polled repeatedly, whatever was recalled.
         static const std::regex temperature("[^\n]* ODT_TEMP [^\n]*\n");
         return std::regex_replace(outcome.output, temperature, "");
     };
@@ -324,7 +324,7 @@ TEST(Setups, AModuleThatDiedUnnoticedCostsARequestPerElementAndIsReported)
 
 namespace {
 
-/** A driver's run with a change of the mounts that no one else sees. */
+/** Runs the driver with changed mounts that only it sees. */
 std::string drive_with_mounts(const Instrument& instrument, const std::string& mounts, const Lines& steps)
 {
     return drive(instrument, steps, "unshare --mount sh -e -c '" + mounts + "\nexec \"$@\"' mounts \"$@\"");
@@ -396,7 +396,7 @@ TEST(Setups, AFullDiskKeepsTheFormerFileAndLeavesNoDraft)
     EXPECT_EQ(instrument.ask_module(1, ":FREQ?"), "1000000000;+OK");
 }
 
-// ---- files of others
+// ---- foreign files
 
 TEST(Setups, InvalidFilesAreReportedAndLeaveRecordAndModuleUnchanged)
 {
@@ -412,7 +412,7 @@ TEST(Setups, InvalidFilesAreReportedAndLeaveRecordAndModuleUnchanged)
         std::string(100'000, '['),
         "{\"ANALOGOUTPUT\": {\"Frequency\": 77}}" + std::string(2'000'000, ' '),
     };
-    // Two of them a setup, on channels 1 and 2; 3 and 4 have good ones.
+    // Two for each setup, on channels 1 and 2; channels 3 and 4 have valid files.
     Lines steps{kAllModules, "load 0"};
     int setup = 0;
     for (size_t i = 0; i < std::size(broken); i += 2) {

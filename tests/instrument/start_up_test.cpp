@@ -1,4 +1,4 @@
-// What an instrument finds broken when it starts is logged, and it still serves.
+// Faults that an instrument finds at start-up are logged, and it still serves.
 #include <algorithm>
 #include <fstream>
 
@@ -27,8 +27,8 @@ void expect_served(const Instrument& instrument)
 }
 
 /**
- * A second service on the controller, once /dev/shm/orvanData is what `preparation` made of it: its log, the
- * reply to a query and orvan-db's output for the frequencies, the last two after "reply: " and "db: ".
+ * Runs a second service on the controller after the shell text `preparation` has set /dev/shm/orvanData up.
+ * @return its log, the reply to a query after "reply: ", and orvan-db's frequencies after "db: "
  */
 std::string second_service(const Instrument& instrument, const std::string& preparation)
 {

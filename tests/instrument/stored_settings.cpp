@@ -100,7 +100,7 @@ void write_eeprom(const fs::path& state, const SettingsImage& image)
 {
     std::string cells(kEepromSize, '\xFF');
     cells.replace(0, image.size(), bytes_of(image));
-    cells += '\0'; // the status register; without it the board completes the file at its start
+    cells += '\0'; // the status register; the board would add it when it starts
     write_file(eeprom_path(state), cells);
 }
 

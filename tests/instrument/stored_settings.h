@@ -16,7 +16,7 @@ namespace orvan_test {
 using SettingsRecord = HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS;
 using SettingsImage = std::array<uint8_t, HaldeElec::Orvan::TOTAL_BLOB_SIZE>;
 
-/** What distinguishes one instrument from another, with the properties of its model. */
+/** Identity of an instrument, with the properties of its model. */
 struct StoredIdentity {
     const char* description;
     const char* model;
@@ -26,20 +26,20 @@ struct StoredIdentity {
     uint8_t channels;
     uint16_t product;
 
-    /** What "*IDN?" answers. */
+    /** Reply to "*IDN?". */
     std::string reply() const;
 };
 
 /**
- * A record that a start leaves unchanged: it has the properties of the model and what the simulated modules
+ * A record that a start leaves unchanged: it holds the properties of the model and what the simulated modules
  * report. Only models of 20 GHz.
  */
 SettingsRecord settled_record(const StoredIdentity& identity);
 
-/** The record followed by zeros, as it was stored before there were signatures. */
+/** The record followed by zeros, as stored before signatures were introduced. */
 SettingsImage unsigned_image(const SettingsRecord& record);
 SettingsImage signed_image(const SettingsRecord& record, uint32_t generation, uint16_t version = 1);
-/** The same with a bit flipped after the record, so that only the signature reveals it. */
+/** The same with a bit flipped after the record, which only the signature reveals. */
 SettingsImage damaged(SettingsImage image);
 
 void write_eeprom(const std::filesystem::path& state, const SettingsImage& image);
@@ -49,7 +49,7 @@ SettingsImage read_eeprom(const std::filesystem::path& state);
 std::string read_backup(const std::filesystem::path& state);
 std::string bytes_of(const SettingsImage& image);
 
-/** Dates both stores back, so that a write shows in their times. */
+/** Backdates both stores, so that a write shows in their times. */
 void age_stores(const std::filesystem::path& state);
 bool eeprom_was_written(const std::filesystem::path& state);
 bool backup_was_written(const std::filesystem::path& state);

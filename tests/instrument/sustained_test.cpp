@@ -1,4 +1,4 @@
-// A client that keeps querying a module: each request is a new connection, and ports must not run out.
+// A client that keeps querying a module: each request uses a new connection, and ports must not run out.
 #include <chrono>
 #include <cstdio>
 

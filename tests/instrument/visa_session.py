@@ -32,7 +32,7 @@ def hold(instrument, path: str) -> int:
 
 
 def read_block(instrument) -> int:
-    """A reply that is a binary block, past every end of line in it."""
+    """Reads a reply that is a binary block containing line ends."""
     size = len(BLOCK_HEADER) + 128 + len(BLOCK_END)
     instrument.write(":INF:DEV:OPT?")
     reply = instrument.read_bytes(size)

@@ -1,4 +1,4 @@
-// The bytes that a client receives, over real sockets, for the rows that modules and the parser answer.
+// The bytes that a client receives over real sockets, from modules and from the parser.
 #include <gtest/gtest.h>
 
 #include "instrument.h"

@@ -1,5 +1,5 @@
 /**
- * A device without hardware: it records the handlers' calls and fails those a test chooses.
+ * A device without hardware that records the handlers' calls and fails those a test selects.
  */
 #ifndef ORVAN_TESTS_SUPPORT_RECORDING_DEVICE_H
 #define ORVAN_TESTS_SUPPORT_RECORDING_DEVICE_H
@@ -16,14 +16,14 @@
 namespace orvan_test {
 
 /**
- * Each call of an operation is one line of `calls`: its name, and after a blank each value
- * passed. A getter returns the entry of `texts` or `numbers` under its name, even when it fails;
- * without an entry it leaves its argument alone.
+ * Each call of an operation adds a line to `calls`: its name and the values passed, separated by spaces. A
+ * getter returns the entry of its name in `texts` or `numbers`, even when it fails; without an entry it
+ * leaves its argument unchanged.
  */
 class RecordingDevice : public HaldeElec::Orvan::IOrvanDeviceManager {
 public:
     std::vector<std::string> calls;
-    std::set<std::string> refused; /**< names of operations that give ERR_FAILED */
+    std::set<std::string> refused; /**< names of operations that return ERR_FAILED */
     std::map<std::string, std::string> texts;
     std::map<std::string, int> numbers;
     const HaldeElec::Orvan::sDevArch_t* arch = nullptr;
@@ -84,7 +84,7 @@ public:
     }
     void SetFanMode(int mode) override { set("SetFanMode", mode); }
 
-    // What no handler calls.
+    // Not called by any handler.
     bool Initialized() override { return true; }
     bool Connected() override { return false; }
     bool InitHW() override { return true; }

@@ -2,7 +2,7 @@
 //
 //     orvan-datagram 10.0.0.255 7502 1 48454944...
 //
-// The arguments are an address, which may be one of broadcast, a port, how many replies are waited for, and
+// The arguments are an address, possibly a broadcast address, a port, the number of replies to wait for, and
 // each datagram in hexadecimal. A reply is a line "10.0.0.2:7502 48454944...".
 #include <cstdio>
 #include <cstdlib>

@@ -1,9 +1,8 @@
-// Drives the library's stored setups beside an instrument's service, on the controller:
+// Drives the library's stored setups on the controller, next to the service:
 //
 //     orvan-setup-driver "modules 4 20" "load 0" "ch 2 :FREQ 2e9" "store 3" "recall 3"
 //
-// Each argument is a step. Its result is a line on standard output, the library's log goes to standard
-// error.
+// Each argument is a step. Its result is a line on standard output; the library logs to standard error.
 #include <csignal>
 #include <cstdio>
 #include <sstream>
@@ -58,7 +57,7 @@ std::string run_step(const std::string& step)
         }
         return live;
     }
-    if (word == "believe") { // marks a channel live whatever its module answers
+    if (word == "believe") { // marks a channel live without asking its module
         g_orvanx->m_isLive[first - 1] = true;
         return "live";
     }
@@ -97,15 +96,15 @@ int main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     ::openlog("library", LOG_PERROR, LOG_USER);
     setlogmask(LOG_UPTO(LOG_INFO));
-    HaldeElec::OrvanDebug::SetLogMode(kNoDebugLog); // its file would be created where the driver was started
-    // Settings in memory: nothing here reaches for their EEPROM.
+    HaldeElec::OrvanDebug::SetLogMode(kNoDebugLog); // it would create its file in the current folder
+    // Settings in memory: their EEPROM is never accessed.
     OrvanConnPortable bus;
     CPersistentData::Init(&bus, g_portableModelsTable);
     g_orvanx = Scpi_Orvanx::getInstance();
     for (int i = 1; i < argc; ++i) {
         std::printf("%s: %s\n", argv[i], run_step(argv[i]).c_str());
     }
-    // Never destroyed: its end would take the records away from the service.
+    // Never destroyed: the destructor would remove the service's records.
     std::fflush(stdout);
     std::_Exit(0);
 }

@@ -1,4 +1,4 @@
-// What the executor waits for; its turns are tested with the server.
+// What the executor waits for; turns are tested with the server.
 #include <filesystem>
 #include <fstream>
 #include <signal.h>

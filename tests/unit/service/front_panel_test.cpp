@@ -25,7 +25,7 @@ namespace {
 
 constexpr uint8_t kPreset = key_code(2, 0);
 
-/** Messages the panel has executed; while it is shut they wait inside. */
+/** Records the panel's messages; while shut, it blocks them. */
 class Commands {
 public:
     std::string execute(const std::string& message)
@@ -125,7 +125,7 @@ TEST_F(FrontPanelTest, KeysTypedDuringACommandWaitForIt)
     commands.shut(true);
     type(kPreset);
     ASSERT_TRUE(commands.wait_for(1));
-    for (int i = 0; i < 100; ++i) { // as many as the bridge keeps
+    for (int i = 0; i < 100; ++i) { // as many as the bridge queues
         type(key_code(1, 0));
     }
     EXPECT_EQ(commands.messages().size(), 1u);

@@ -31,7 +31,7 @@ uint32_t progress()
     return g_progress;
 }
 
-/** The service manager's end: collects what is reported. */
+/** The service manager: collects the reports. */
 class Manager {
 public:
     Manager()
@@ -46,7 +46,7 @@ public:
         ::setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
     }
 
-    /** Takes what has been reported up to and including `state`; false when that does not come. */
+    /** Removes the reports up to and including `state`; false if it does not arrive. */
     bool wait_for(const std::string& state)
     {
         return eventually([&] {
@@ -59,7 +59,7 @@ public:
             return true;
         });
     }
-    /** Takes all that has been reported. */
+    /** Removes and returns all reports. */
     std::vector<std::string> take()
     {
         receive();
@@ -94,7 +94,7 @@ protected:
         watch.emplace(sink, progress, limit, watchdog);
         begin = watch->due();
     }
-    /** Until finish(). */
+    /** Executes a message until finish(). */
     void hold(const std::string& message)
     {
         sink.shut();

@@ -88,8 +88,7 @@ TEST_F(IdleCostTest, IdleClientsWakeNoThread)
     TestClient idle(port);
     ASSERT_EQ(idle.ask(":NO:SUCH:HEADER\n"), kUndefinedHeader);
     TestClient silent(port);
-    // The activity caused by the client's connection is over when nothing has happened for a while; that is
-    // what is tested.
+    // Accepting the client causes some activity; it must come to rest.
     EXPECT_TRUE(eventually([&] {
         const auto before = sleeps(service.pid());
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -111,7 +110,7 @@ TEST_F(IdleCostTest, HalfBlocksTakeNoMoreThanTheMemoryForMessages)
         clients.emplace_back(port);
         clients.back().send(half);
     }
-    // The first two hold the memory, and the rest of their blocks arrives.
+    // The first two hold the memory; the rest of their blocks arrives.
     for (size_t i = 0; i < 2; ++i) {
         clients[i].send(std::string(2'800'000, 'x'));
     }

@@ -31,7 +31,7 @@ class InstrumentTest : public ::testing::Test {
 protected:
     InstrumentTest()
     {
-        BITManager::getInstance(0); // with no periodic thread, which the process's end would wait for
+        BITManager::getInstance(0); // without its periodic thread, which process exit would wait for
         library->setNumberofChannels(2);
         library->setSelectedChannel(1);
         for (int channel = 1; channel <= kMaxChannels; ++channel) {
@@ -135,7 +135,7 @@ TEST_F(InstrumentTest, ForwardedQueriesOfManyClientsAreAnsweredToTheirSenders)
 
 TEST_F(InstrumentTest, AClientLostDuringItsCommandLeavesTheParserFree)
 {
-    OutputCapture errors(STDERR_FILENO); // the library reports there that the reply could not be sent
+    OutputCapture errors(STDERR_FILENO); // where the library reports the failed reply
     module.then(ModuleAnswer::slow("1;+OK\r\n", std::chrono::milliseconds(200)));
     module.always(ModuleAnswer::reply("2;+OK\r\n"));
     RunningServer server(instrument);
@@ -149,7 +149,7 @@ TEST_F(InstrumentTest, AClientLostDuringItsCommandLeavesTheParserFree)
     EXPECT_EQ(good.ask(":FREQ?\n"), "2;+OK\r\n");
 }
 
-// The parser is taken for whole messages only, so a half message never keeps it for its 3 seconds.
+// The parser is held for whole messages only, so a half message never holds it for 3 seconds.
 TEST_F(InstrumentTest, AHalfMessageDoesNotHoldTheParser)
 {
     RunningServer server(instrument);
@@ -196,7 +196,7 @@ TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
     constexpr int kRounds = 25;
     files.write_factory_setup("{}");
     library->load_database(0);
-    OutputCapture errors(STDERR_FILENO); // of replies to those that left
+    OutputCapture errors(STDERR_FILENO); // for replies to clients that left
     module.always(ModuleAnswer::reply("42;+OK\r\n"));
     RunningServer server(instrument);
     std::vector<std::string> wrong(kClients);
@@ -234,7 +234,7 @@ TEST_F(InstrumentTest, ManyClientsWithMixedMessagesNeverGetAnothersReply)
     }
 }
 
-// A client's turn ends with its lease given back, however the client ends.
+// A client's turn ends with its lease released, however the client ends.
 TEST_F(InstrumentTest, LostClientsLeakNoLease)
 {
     OutputCapture errors(STDERR_FILENO);
@@ -287,7 +287,7 @@ TEST_F(InstrumentTest, AnEndBeforeTheTemperaturePollIsAcceptedIsNoErrorOfThePoll
     server->stop_accepting();
     library->setScpiPort(server->port());
     std::thread poll([&] { library->getTempOrvanXForAlltheChannel(1); });
-    // Its connection has come and is in the backlog.
+    // Its connection is in the backlog.
     ASSERT_TRUE(eventually([&] { return not_accepted(server->port()) == 1; }));
     EXPECT_TRUE(server->server().end(std::chrono::seconds(20)));
     const std::string error = "Failed to get temperature: -ERR Error while receiving server's msg\n";

@@ -206,7 +206,7 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
     const int port = local_port(made[0].get());
     ASSERT_EQ(::dup2(made[0].get(), 3), 3);
     ASSERT_EQ(::dup2(made[0].get(), 4), 4);
-    ::fcntl(3, F_SETFD, 0); // it may be the very one that was made
+    ::fcntl(3, F_SETFD, 0); // it may be the descriptor just created
     set_listen_variables(std::to_string(::getpid()), "2");
     const auto listeners = inherited_listeners();
     ASSERT_EQ(listeners.raw.size(), 2u);

@@ -212,7 +212,7 @@ TEST_F(MessageBufferTest, TheLengthIsWhatWasReceivedOrAnnounced)
     feed(message.substr(0, 20'000));
     EXPECT_EQ(buffer.length(), message.size() - 1);
     feed(message.substr(20'000));
-    // Also of one that is dropped.
+    // Also of a dropped message.
     const std::string dropped = block_message(3 * kLimit);
     feed(dropped.substr(0, 150'000), 1000);
     EXPECT_TRUE(buffer.unfinished());
@@ -288,7 +288,7 @@ TEST_F(MessageBufferTest, ConsecutiveLargeMessagesAreIntact)
 
 TEST(MessageBuffer, WithoutMemoryALongMessageIsDroppedAndTheNextOneWorks)
 {
-    MessageMemory memory(SIZE_MAX / 16 * 15, SIZE_MAX); // more than there is, of 32 bits too
+    MessageMemory memory(SIZE_MAX / 16 * 15, SIZE_MAX); // more than there is, even with 32 bits
     MessageBuffer buffer(memory);
     auto space = buffer.space();
     std::memset(space.data(), 'x', space.size());

@@ -32,7 +32,7 @@ Options parsed(std::initializer_list<const char*> arguments)
 
 struct BadCase {
     std::vector<const char*> arguments;
-    const char* named; // what the error message has to name
+    const char* named; // text that the error message must contain
 };
 
 } // namespace

@@ -75,14 +75,14 @@ TEST_F(OwnClientTest, WithoutAServerThereIsNoReply)
 
 TEST_F(OwnClientTest, SkipsUnreachableListenersAndReachesOneForAllAddresses)
 {
-    // Bound but not listening, as one in another network appears from here.
+    // Bound but not listening, as a listener in another network appears from here.
     std::vector<UniqueFd> several;
     several.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     ASSERT_EQ(::bind(several[0].get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    listeners = open_listeners("", 0); // IPv6 too, where there is any
+    listeners = open_listeners("", 0); // IPv6 too, if available
     for (const UniqueFd& listener : listeners) {
         several.emplace_back(::dup(listener.get()));
     }

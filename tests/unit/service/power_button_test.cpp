@@ -27,7 +27,7 @@ using namespace orvan_test;
 
 namespace {
 
-/** The button of a device, and the waits for its release. */
+/** A device's button, and the waits for its release. */
 class Device : public IOrvanDeviceManager {
 public:
     explicit Device(std::unique_ptr<IOrvanDeviceManager> real) : m_real(std::move(real)) {}
@@ -68,7 +68,7 @@ struct Platform {
     const char* name;
     const sim_board::BoardWiring& wiring;
     std::unique_ptr<IOrvanDeviceManager> (*make_device)();
-    bool reports_release; /**< the expander's interrupt comes with either edge */
+    bool reports_release; /**< the expander interrupts on either edge */
 };
 const Platform kPlatforms[] = {
     {"Portable", sim_board::kPortableWiring, make<OrvanPortableDevice>, false},
@@ -96,7 +96,7 @@ protected:
         board->power_button(down);
         ASSERT_TRUE(board->gpio().wait_for_handlers());
     }
-    /** With the wait of its start over. */
+    /** After the wait at start-up. */
     void make_button()
     {
         button.emplace(*device);

@@ -109,7 +109,7 @@ protected:
     LeaveDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-// As syslog() does with the one in which it composes a line.
+// As syslog() does with the stream in which it composes a line.
 TEST_F(LeaveDeathTest, DoesNotWaitForAStreamLockedByAnotherThread)
 {
     EXPECT_EXIT(
@@ -132,7 +132,7 @@ TEST_F(LeaveDeathTest, FlushesStandardOutput)
 {
     EXPECT_EXIT(
         {
-            ::dup2(STDERR_FILENO, STDOUT_FILENO); // which is what the test sees
+            ::dup2(STDERR_FILENO, STDOUT_FILENO); // where the test captures
             std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
             std::fputs("printed", stdout);
             leave(3);

@@ -42,7 +42,7 @@ protected:
     std::vector<UniqueFd> listener = open_listeners("127.0.0.1", 0);
 };
 
-/** The service manager's end. */
+/** The service manager. */
 struct Manager {
     Manager()
     {
@@ -53,7 +53,7 @@ struct Manager {
                          static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
                   0);
     }
-    /** The next state that is reported; empty when none comes. */
+    /** The next reported state; empty if none arrives. */
     std::string next(std::chrono::milliseconds bound = std::chrono::seconds(20)) const
     {
         pollfd waiting{socket.get(), POLLIN, 0};
@@ -68,7 +68,7 @@ struct Manager {
     const UniqueFd socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
-// More than the 2048 bytes of a text reply, which is never sent: the command runs for ever.
+// More than the 2048 bytes of a text reply, which is never sent: the command runs forever.
 std::string endless_reply()
 {
     std::string line = "*IDN?";
@@ -417,7 +417,7 @@ TEST_F(ProgramTest, EndsDuringAnEndlessReplyAfterItsTimeLimit)
     ServiceProcess service(start({"--log-level", "info"}));
     TestClient client(port());
     client.send(endless_reply() + "\n");
-    service.errors_until("sending \"*IDN?"); // it is at work
+    service.errors_until("sending \"*IDN?"); // it is executing
     const auto begin = std::chrono::steady_clock::now();
     service.signal(SIGTERM);
     EXPECT_EQ(service.exit_code(std::chrono::seconds(25)), kExitDone);

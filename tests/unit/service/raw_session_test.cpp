@@ -1,4 +1,4 @@
-// A session alone, at times set by the test.
+// A session by itself, at times set by the test.
 #include <optional>
 
 #include <poll.h>

@@ -195,7 +195,7 @@ void TestClient::reset()
     m_socket = {};
 }
 
-// The child makes its sockets itself, so that none of them is ever this process's.
+// The child creates the sockets itself, so that they never belong to this process.
 OtherProcess::OtherProcess(int port, int connections)
 {
     int ends[2];

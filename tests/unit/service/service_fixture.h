@@ -36,9 +36,9 @@ public:
 
     std::vector<std::string> messages() const;
     std::vector<int> lost() const;
-    /** Messages that were executed while another one was. */
+    /** Number of messages executed at the same time as another. */
     size_t overlaps() const;
-    /** Messages inside execute. */
+    /** Number of messages inside execute. */
     size_t at_work() const;
 
     /** The default answer. */
@@ -79,7 +79,7 @@ private:
     std::thread m_thread;
 };
 
-/** A client's end. Receives with a bound, so that a missing reply fails and does not hang. */
+/** A client. Its receives are bounded, so that a missing reply fails instead of hanging. */
 class TestClient {
 public:
     /** @param from its own address; 127.0.0.1 is that of the instrument's own clients */
@@ -87,7 +87,7 @@ public:
 
     int fd() const { return m_socket.get(); }
     void send(const std::string& bytes);
-    /** The next line, its CR LF included; what came when the peer closed or 10 seconds passed. */
+    /** The next line with its CR LF; what was received if the peer closed or 10 seconds passed before. */
     std::string line(std::chrono::milliseconds bound = std::chrono::seconds(30));
     std::string ask(const std::string& message);
     /** Ends the sending direction. */
@@ -103,7 +103,7 @@ private:
     std::string m_received;
 };
 
-/** A child process with idle connections: to the server they are those of another program. */
+/** A child process with idle connections, which the server sees as another program's. */
 class OtherProcess {
 public:
     OtherProcess(int port, int connections);

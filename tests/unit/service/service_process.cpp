@@ -30,7 +30,7 @@ bool enter_own_namespaces()
     return enter_namespace(CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) &&
            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            ::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "") == 0 &&
-           (new PrivateHome)->refusal().empty(); // it lasts as long as the program that is executed next
+           (new PrivateHome)->refusal().empty(); // lasts as long as the program executed next
 }
 
 } // namespace

@@ -22,23 +22,23 @@ public:
         std::vector<std::pair<std::string, std::string>> environment = {};
         /** Listening socket that becomes the child's descriptor 3, announced by LISTEN_FDS; -1 for none. */
         int listener = -1;
-        /** In a network without any link, that ORVAN_SANDBOX names, and with a host name, a /home/orvan and a
-         *  /dev/shm of its own. */
+        /** In a private network without links, named by ORVAN_SANDBOX, with a private host name, /home/orvan
+         * and /dev/shm. */
         bool in_own_namespaces = false;
     };
 
     explicit ServiceProcess(const Start& start);
-    /** Kills a child that still runs. */
+    /** Kills the child if it still runs. */
     ~ServiceProcess();
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
     void signal(int number);
-    /** Its exit code; -1 when it did not exit by itself within `bound`. */
+    /** Exit code; -1 if it did not exit by itself within `bound`. */
     int exit_code(std::chrono::milliseconds bound = std::chrono::seconds(20));
-    /** What it has written to standard error up to and including `end`; all of it when it ended before. */
+    /** Its standard error up to and including `end`; all of it if it exited before. */
     std::string errors_until(const std::string& end);
-    /** All it has written by its end. */
+    /** All its standard error, once it has exited. */
     std::string errors();
     /** Exit code when the kernel refuses the namespace. */
     static constexpr int kNoNamespace = 126;

@@ -29,7 +29,7 @@ protected:
     }
     ~BoardControlTest() override { std::filesystem::remove_all(m_folder); }
 
-    /** The whole reply to some lines; the client has sent all of them when it reads. */
+    /** The whole reply to some lines, all sent before it is read. */
     std::string ask(const std::string& lines) const
     {
         sockaddr_un name{};

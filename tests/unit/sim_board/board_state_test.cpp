@@ -13,7 +13,7 @@
 namespace sim_board {
 namespace {
 
-/** The value of a name, or a text that no line has. */
+/** The value of a name; a text that no line has if it is missing. */
 std::string state_of(Board& board, const std::string& name)
 {
     std::istringstream lines(board_state(board));

@@ -1,4 +1,4 @@
-// The wiring of the platforms, and the functions of the seam on the current board.
+// The wiring of the platforms, and the hardware functions on the current board.
 
 #include <atomic>
 #include <cerrno>
@@ -350,9 +350,9 @@ TEST(InterruptHandler, MayUseTheBoardItself)
 TEST(Board, PinsThatIdleHighReadHigh)
 {
     Board portable(kPortableWiring);
-    EXPECT_EQ(portable.gpio().level(22), 1); // the power button pulls it down
+    EXPECT_EQ(portable.gpio().level(22), 1); // pulled down by the power button
     Board benchtop(kBenchtopWiring);
-    EXPECT_EQ(benchtop.gpio().level(15), 1); // so does the keypad controller
+    EXPECT_EQ(benchtop.gpio().level(15), 1); // pulled down by the keypad controller
     EXPECT_EQ(benchtop.gpio().level(2), 0);
 }
 
@@ -449,7 +449,7 @@ TEST(BoardWaits, AnAccessOrAnotherWaitEndsPolling)
         hw_delay_us(200);
         hw_delay_us(300);
         hw_delay_us(200);
-        hw_delay_us(1000); // no short ones
+        hw_delay_us(1000); // not a short wait
         hw_delay_us(1000);
     }).join();
     EXPECT_TRUE(expect_trace(board->trace().take(), R"(

@@ -13,7 +13,7 @@ namespace {
 class Verbs : public testing::Test {
 protected:
     std::string run(std::string_view line) { return execute_on_board(board, line); }
-    /** Whether the expander can be opened, and read. */
+    /** Whether the expander can be opened and read. */
     std::string access(int address)
     {
         const int fd = board.i2c().open(address);

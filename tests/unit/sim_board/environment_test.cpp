@@ -77,7 +77,7 @@ TEST_F(BoardEnvironmentTest, TheFirstBoardIsCreatedFromIt)
     ::setenv("ORVAN_BOARD_START_UP", "1", 1);
     testing::internal::CaptureStderr();
     const auto board = current_board();
-    ASSERT_EQ(&board->wiring(), &kBenchtopWiring); // made once a process
+    ASSERT_EQ(&board->wiring(), &kBenchtopWiring); // created once per process
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "sim_board: no report of the module power: /none/pipe: No such file or directory\n"
               "sim_board: ORVAN_BOARD_AT_POWER_ON: error unknown verb 'fly'; 'help' lists them\n");
@@ -97,7 +97,7 @@ TEST_F(BoardEnvironmentTest, TheFirstBoardIsCreatedFromIt)
 
     const auto start = std::chrono::steady_clock::now();
     const uint64_t before = board->clock().now_us();
-    // Ten minutes of the board's time are 60 ms of the world's; at the world's own rate the test would hang.
+    // Ten minutes of the board's time are 60 ms of real time; at rate 1 the test would hang.
     EXPECT_GE(board->clock().sleep_us(600'000'000), before + 600'000'000);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }

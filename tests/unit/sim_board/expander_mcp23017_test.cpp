@@ -83,7 +83,7 @@ TEST_F(Mcp23017Test, WritingGpioWritesOlat)
 TEST_F(Mcp23017Test, AnOutputKeepsItsLatchWhileItIsAnInput)
 {
     set(0x13, 0x0f);
-    EXPECT_EQ(get(0x13), 0x00); // still inputs, which nothing drives
+    EXPECT_EQ(get(0x13), 0x00); // still inputs, undriven
     EXPECT_EQ(get(0x15), 0x0f);
     set(0x01, 0xf3);
     EXPECT_EQ(get(0x13), 0x0c);
@@ -169,7 +169,7 @@ TEST_F(Mcp23017Test, BankModeSeparatesThePorts)
     EXPECT_EQ(chip.reg(Mcp23017::kIodir, Mcp23017::kA), 0xf0);
     EXPECT_EQ(get(0x0a, 2), (Bytes{0x11, 0xff})); // OLATA, then IODIRB
     EXPECT_EQ(get(0x1a, 2), (Bytes{0x22, 0xf0})); // OLATB, then IODIRA
-    EXPECT_EQ(get(0x0f), 0x00);                   // nothing there
+    EXPECT_EQ(get(0x0f), 0x00);                   // unimplemented
     set(0x15, 0x00);                              // IOCON by its other address: back to the default
     EXPECT_EQ(get(0x14, 2), (Bytes{0x11, 0x22}));
 }

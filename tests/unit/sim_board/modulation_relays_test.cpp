@@ -55,8 +55,8 @@ const std::vector<Step> kAm[] = {
 constexpr Slot kNone{1, false};
 
 /**
- * A benchtop's board whose ports are read, changed and written back over the bus, with the pins of port B as
- * outputs, or as the controller's start leaves them.
+ * A benchtop's board whose ports are changed by read-modify-write over the bus; the pins of port B are
+ * outputs, or set as the controller's start leaves them.
  */
 class Relays : public testing::TestWithParam<int> {
 protected:
@@ -120,7 +120,7 @@ TEST_P(Relays, ASequenceRoutesItsSlotOnly)
                 {kAm, Routing::kAm, {1, true}},
                 {kOff, Routing::kNone, {1, false}}};
     std::array<Slot, 4> expected{};
-    // Every routing follows every other, in every slot.
+    // Every routing after every other, in every slot.
     for (const auto& first : rows) {
         for (const auto& second : rows) {
             for (size_t slot = 0; slot < 4; ++slot) {
@@ -163,7 +163,7 @@ TEST_P(Relays, AStrobeThatStaysHighOrFallsSwitchesNothing)
     EXPECT_EQ(relays().throws(), 1u);
 }
 
-/** The lines themselves, without a chip. */
+/** Drives the lines directly, without a chip. */
 class RelayLines : public testing::Test {
 protected:
     void strobe(int a, int b, int bit)

@@ -20,7 +20,7 @@ struct BatteryTest : testing::Test {
     std::shared_ptr<Clock> clock = std::make_shared<Clock>(Clock::Mode::kManual);
     SmartBattery battery{clock};
 
-    /** Over the bus; -1 where it is not acknowledged. */
+    /** Reads a word over the bus; -1 if not acknowledged. */
     int get(uint8_t command)
     {
         const Bytes pointer{command};

@@ -24,7 +24,7 @@ TEST(Trace, FormatsALineOnRequest)
     int made = 0;
     const auto line = [&made] { return formatted("made %d", ++made); };
     trace.add(line);
-    trace.add(line); // the first is dropped unread
+    trace.add(line); // the first is dropped
     EXPECT_EQ(made, 0);
     EXPECT_EQ(trace.lines(), (std::vector<std::string>{"made 1"}));
     EXPECT_EQ(trace.take(), (std::vector<std::string>{"made 2"}));

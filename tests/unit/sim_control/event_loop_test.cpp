@@ -74,7 +74,7 @@ TEST(EventLoop, TimersFireInOrderAndCancelledTimersDoNot)
     });
     loop.after(0ms, [&] { order.push_back(1); });
     const auto cancelled = loop.after(5ms, [&] { order.push_back(99); });
-    loop.after(200ms, [&] { order.push_back(2); }); // far enough apart for a machine that pauses here
+    loop.after(200ms, [&] { order.push_back(2); }); // far enough apart for a busy machine
     loop.cancel(cancelled);
     loop.cancel(12345);
     loop.run();

@@ -1,5 +1,4 @@
-// A module's ranges and its values after "*RST" are those of the setup that an instrument leaves the factory
-// with.
+// A module's ranges and its values after "*RST" are those of the factory setup.
 
 #include <fstream>
 #include <iterator>

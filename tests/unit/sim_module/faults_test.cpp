@@ -125,7 +125,7 @@ TEST_F(FaultyModule, AClientThatLeavesWhileItsReplyIsLateIsForgotten)
         ::setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
     EXPECT_TRUE(eventually([&] { return control("status").find("\"connections\":0") != std::string::npos; }));
-    // This reply is due after the one whose client has left.
+    // This reply is due after that of the client that left.
     EXPECT_EQ(ask(":POW?\r\n"), "5;+OK\r\n");
 }
 

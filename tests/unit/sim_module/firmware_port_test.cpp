@@ -118,7 +118,7 @@ protected:
         ModuleTest::TearDown();
     }
 
-    /** The image's status: how often one was stored, and the last one's length. */
+    /** Status of the image: how many were stored, and the length of the last. */
     std::string stored()
     {
         const std::string status = control("status");
@@ -227,7 +227,7 @@ TEST_F(FirmwarePort, RefusesAnImageThatIsEmptyOrHasAGap)
     EXPECT_EQ(sender->receive(), kIncomplete);
     EXPECT_TRUE(sender->stays_silent());
     EXPECT_EQ(stored(), kNothing);
-    // And a later stream is accepted as if nothing had happened.
+    // A later stream is accepted normally.
     sender->ask(data_frame(1, "123456789"));
     sender->ask(frame(2, EOD));
     expect_burning();
@@ -254,7 +254,7 @@ TEST_F(FirmwarePort, StopsBurningWhenANewStreamStarts)
     EXPECT_EQ(sender->receive(), progress(10));
     sender->send(data_frame(1, "123456789"));
     std::string answer = sender->receive();
-    while (answer == progress(20) || answer == progress(30)) { // on its way already
+    while (answer == progress(20) || answer == progress(30)) { // already sent
         answer = sender->receive();
     }
     EXPECT_EQ(answer, acknowledgement(2));

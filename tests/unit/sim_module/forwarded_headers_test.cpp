@@ -1,5 +1,5 @@
-// What a controller forwards unchanged, and what its own commands make of a client's: a module has to
-// know all of it.
+// The commands that a controller forwards unchanged, and those that its own commands send: a module must
+// accept all of them.
 
 #include <set>
 #include <string>
@@ -12,8 +12,8 @@ namespace {
 
 struct ForwardedHeader {
     const char* pattern;
-    const char* parameters;       // of the set form; null: there is none
-    const char* query_parameters; // of the query; null: there is none
+    const char* parameters;       // of the set form; null if there is none
+    const char* query_parameters; // of the query; null if there is none
 };
 
 // clang-format off
@@ -174,7 +174,7 @@ TEST_F(ForwardedHeaders, EveryQueryReturnsOneFieldInBothSpellings)
 
 TEST_F(ForwardedHeaders, AHeaderWithOneFormRefusesTheOther)
 {
-    // What the controller sends by itself has a set form here, although a client's is never forwarded.
+    // Requests of the controller itself have a set form here, although a client's is never forwarded.
     const std::set<std::string> sent_by_handlers = {":TRIGger:SOURce", "[:SOURce]:AM:SOURce",
                                                     "[:SOURce]:FM:SOURce", "*OPC"};
     for (const ForwardedHeader& header : kForwarded) {
@@ -238,7 +238,7 @@ TEST_F(ForwardedHeaders, TheControllersOwnRequestsAreAnswered)
 
 TEST_F(ForwardedHeaders, ASetupSentByTheControllerIsAccepted)
 {
-    // The forms in which a controller renders its record: 12 digits, ON and OFF, texts without quotes.
+    // As a controller formats its record: 12 digits, ON and OFF, texts without quotes.
     for (const char* command : {":INITiate:CONTinuous ON",
                                 ":TRIGger:SOURce EXTernal",
                                 ":TRIGger:EDGe POSitive",

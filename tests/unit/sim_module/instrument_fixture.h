@@ -1,4 +1,4 @@
-/** An instrument without a network, and header texts out of patterns. */
+/** An instrument without a network, and headers made from patterns. */
 #ifndef ORVAN_TESTS_UNIT_SIM_MODULE_INSTRUMENT_FIXTURE_H
 #define ORVAN_TESTS_UNIT_SIM_MODULE_INSTRUMENT_FIXTURE_H
 

@@ -1,4 +1,4 @@
-// Replies, the error queue, the status registers and the commands that act.
+// Replies, the error queue, the status registers and commands with an action.
 
 #include <string>
 

@@ -109,7 +109,7 @@ std::string ModuleTest::control(const std::string& command)
     EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0) << std::strerror(errno);
     const std::string line = command + "\n";
     EXPECT_EQ(::send(fd, line.data(), line.size(), MSG_NOSIGNAL), static_cast<ssize_t>(line.size()));
-    // Half closed, so that the end of the reply shows, a reply of many lines included.
+    // Half closed, so that the end of the reply shows, even with many lines.
     ::shutdown(fd, SHUT_WR);
     std::string reply;
     char piece[4096];

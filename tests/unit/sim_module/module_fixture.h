@@ -27,14 +27,14 @@ public:
     void send(std::string_view bytes) const;
     void end_sending() const;
 
-    /** Up to and including LF; what came until then when the peer closed or 5 s passed. */
+    /** Up to and including LF; what was received if the peer closed or 5 s passed before. */
     std::string reply() const;
     std::string ask(std::string_view request) const;
 
     /** True when the peer ends the connection within 5 s, without a byte. */
     bool ended_by_peer() const;
 
-    /** TCP segments with data that have come in. */
+    /** Number of TCP segments with data received. */
     unsigned segments_received() const;
 
 private:

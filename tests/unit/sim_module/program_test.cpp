@@ -16,7 +16,7 @@
 
 namespace {
 
-/** A child process whose standard output and error come through one pipe. */
+/** A child process with standard output and error in one pipe. */
 class Process {
 public:
     explicit Process(std::vector<std::string> arguments)
@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    // One byte a time: what follows the line stays in the pipe.
+    // One byte at a time: what follows the line stays in the pipe.
     static std::string read_line(int fd)
     {
         std::string line;

@@ -132,7 +132,7 @@ TEST_F(ScpiServer, AClientThatDoesNotReadDelaysNoOther)
     for (int i = 0; i < 50; ++i) {
         ask(":SYST:FILE:STOR:LIST \"a-name-of-27-characters----" + std::to_string(i) + "\"\r\n");
     }
-    // Request and reply of about the same size, so that neither direction's buffers need many of them.
+    // Request and reply of similar size, so that a few of them fill the buffers of both directions.
     const std::string query = ":SYST:FILE:CAT:LIST?";
     const std::string reply = ask(query + "\r\n");
     const std::string request = query + std::string(1500, ' ') + "\n";

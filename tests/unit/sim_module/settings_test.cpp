@@ -27,7 +27,7 @@ bool is_quantity(const Setting& setting)
            has_query(setting);
 }
 
-// Past a limit by less than any user would notice, and by what a 15 digit text still shows.
+// Past a limit by less than a user would notice, but by enough to show in a 15-digit text.
 double just_above(double value)
 {
     return value + std::max(std::abs(value) * 1e-12, 1e-12);

@@ -69,7 +69,7 @@ TEST(ModuleTemperature, TheDriftIsSlow)
     for (uint64_t seed = 0; seed < 20; ++seed) {
         const std::vector<double> readings = day_of(Temperature(42, seed));
         for (size_t i = 1; i < readings.size(); ++i) {
-            // A tenth of a degree in 10 seconds, and what rounding adds.
+            // A tenth of a degree in 10 seconds, plus rounding.
             ASSERT_LE(std::abs(readings[i] - readings[i - 1]), 0.1 + 0.01) << seed;
         }
     }

@@ -213,7 +213,7 @@ TEST_F(Restart, StaysAwayWhileThePortIsInUse)
         asked = std::chrono::steady_clock::now();
         EXPECT_EQ(client.ask(":SYST:REST\r\n"), kOk);
         EXPECT_TRUE(client.ended_by_peer());
-        // While it is away this opens no port yet; sent too late, it is refused.
+        // During the restart this opens no port yet; if sent too late, it is refused.
         if (control("up") == "ok") {
             taker = fd;
         } else {

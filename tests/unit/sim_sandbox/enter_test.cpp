@@ -117,7 +117,7 @@ TEST(Enter, SandboxEndsWithTheProgram)
     SKIP_IF_REFUSED(status);
     writing.reset();
     char byte = 0;
-    // The end of the pipe: the remaining process held it, too.
+    // The end of the pipe: the remaining process held it as well.
     EXPECT_EQ(read(reading.get(), &byte, 1), 0);
 }
 

@@ -182,7 +182,7 @@ TEST(SandboxLife, ListeningSocketsArePassedWithTheProgramsOwnProcessId)
     command.argv = {"sh", "-c",
                     "[ $LISTEN_PID = $$ ] && readlink /proc/$$/fd/3 && basename $(readlink /proc/$$/fd/4) &&"
                     "echo $LISTEN_FDS && ls /proc/$$/fd"};
-    // Crossed on purpose: each descriptor has the number another is to get.
+    // Crossed on purpose: each descriptor has the number that another is to get.
     command.listen_fds = {second.get(), first.get()};
     command.output = writing.get();
     EXPECT_EQ(sandbox.run(Role::controller(), command).value(), 0);

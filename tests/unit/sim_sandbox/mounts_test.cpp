@@ -111,7 +111,7 @@ TEST(SandboxMounts, NoProcessInsideCanMakeTheMachinesFilesWritable)
             return 1;
         }
         if (::mount("/", "/tmp", nullptr, MS_BIND, nullptr) == 0) {
-            return 2; // without the mounts in it, so that what they hide would show
+            return 2; // without the mounts in it, so that hidden files would show
         }
         if (::mount("/", "/tmp", nullptr, MS_BIND | MS_REC, nullptr) != 0) {
             return 3;
@@ -180,7 +180,7 @@ TEST(SandboxMounts, TheProgramsFolderInAHomeIsVisibleAndReadOnly)
         "touch: cannot touch 'marker': Read-only file system\n");
 }
 
-// A sandbox in a sandbox, as there a test may make any /home it likes.
+// A sandbox in a sandbox, where the test may create any /home.
 TEST(SandboxMounts, HomesAreHiddenAndFilesWrittenThereStayInside)
 {
     const TemporaryDirectory state;

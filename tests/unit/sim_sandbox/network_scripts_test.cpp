@@ -126,7 +126,7 @@ TEST(NetworkScript, OnlyTheNewAddressIsReachableFromTheLan)
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     ASSERT_EQ(outcome(sandbox, "he_orvan_network_config.sh static -a 10.0.0.9 -n 255.255.255.0 -g 10.0.0.1"),
               "0\n");
-    // A closed port of a host that is there refuses at once.
+    // A closed port of an existing host refuses at once.
     EXPECT_NE(
         shell(sandbox, Role::lan(), "bash -c 'exec 3<>/dev/tcp/10.0.0.9/9' 2>&1").find("Connection refused"),
         std::string::npos);
@@ -227,7 +227,7 @@ TEST(NetworkScript, RefusesBadArgumentsAndLeavesTheNetworkUnchanged)
     EXPECT_EQ(network(sandbox), before);
 }
 
-// The suites and the instrument without a sandbox have the stand-ins in their PATH as well.
+// The stand-ins are also in the PATH of the suites and of an instrument without a sandbox.
 TEST(NetworkScripts, ChangeNothingOutsideASandboxsController)
 {
     const TemporaryDirectory state;

@@ -25,7 +25,7 @@ sockaddr_in address_of(const std::string& text, int port)
     return address;
 }
 
-/** A listening socket in a role; the test accepts on it from where it is. */
+/** A listening socket in a role; the test accepts on it from outside. */
 UniqueFd listen_in(Sandbox& sandbox, Role role, const std::string& text, int port)
 {
     Result<UniqueFd> fd = sandbox.make_descriptor(role, [&] {
@@ -99,7 +99,7 @@ TEST(SandboxNetwork, InterfacesHaveTheInstrumentsAddresses)
     }
 }
 
-// A link whose ends have the same number comes up as much as a second late.
+// A link whose ends have the same number may come up a second late.
 TEST(SandboxNetwork, TheTwoEndsOfALinkHaveDifferentNumbers)
 {
     const TemporaryDirectory state;
@@ -177,7 +177,7 @@ TEST(SandboxNetwork, NothingReachesTheOutside)
     START_SANDBOX(sandbox, (Options{state.path(), 1}));
     EXPECT_EQ(connect_from(sandbox, Role::lan(), "198.51.100.1", 80), ENETUNREACH);
     EXPECT_EQ(connect_from(sandbox, Role::module(1), "198.51.100.1", 80), ENETUNREACH);
-    // The controller has a route to the LAN, which forwards nothing.
+    // The controller has a route to the LAN, but the LAN forwards nothing.
     EXPECT_EQ(connect_from(sandbox, Role::controller(), "198.51.100.1", 80), ETIMEDOUT);
 }
 

@@ -42,11 +42,11 @@ std::string run_as_nobody(const fs::path& program, const char* filter, int& stat
 TEST(OrdinaryUser, AllOtherTestsPassWithoutPrivilege)
 {
     if (::geteuid() != 0) {
-        // Then they do so already.
+        // Then the tests already run without privilege.
         SUCCEED();
         return;
     }
-    // A copy where anybody can read it, laid out as an installation.
+    // A world-readable copy, laid out as an installation.
     const TemporaryDirectory folder;
     fs::permissions(folder.path(), fs::perms(0755));
     fs::create_directories(folder.path() / "bin");

@@ -10,8 +10,8 @@ using namespace sandbox_test;
 namespace {
 
 /**
- * Starts a sandbox inside a sandbox whose kernel settings have been changed by `spoil`, and returns the
- * error's text, after "refused: " where it is one.
+ * Starts a sandbox inside a sandbox after `spoil` has changed kernel settings there. Returns the text of the
+ * error, after "refused: " if it is a refusal.
  */
 std::string error_after(Sandbox& sandbox, const std::filesystem::path& state,
                         const std::function<void()>& spoil)

@@ -29,7 +29,7 @@ private:
 using orvan_test::eventually;
 using orvan_test::read_file;
 
-/** Runs a shell text in a sandbox's role; the result is what it wrote to standard output and error. */
+/** Runs a shell text in a sandbox's role; returns its standard output and error. */
 std::string shell(orvan_sandbox::Sandbox& sandbox, orvan_sandbox::Role role, const std::string& text);
 
 /** Starts a sandbox into `sandbox`; skips the test where the kernel refuses one. */

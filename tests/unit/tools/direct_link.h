@@ -1,5 +1,5 @@
 /**
- * A link to an instrument's model in the same process, which loses, doubles and delays frames on
+ * A link to an instrument's model in the same process, which loses, duplicates and delays frames on
  * request.
  */
 #ifndef ORVAN_TESTS_DIRECT_LINK_H
@@ -21,7 +21,7 @@ class DirectLink : public orvan_maint::Link {
 public:
     explicit DirectLink(InstrumentModel& model) : m_model(model) {}
 
-    /** How often a frame arrives; by its number, from 0 on, of those sent. Once when there is none. */
+    /** How often a frame arrives, by its number from 0 on; once if not listed. */
     std::function<int(const HaldeElec::Orvan::HALDE_PACKET&, size_t)> requests;
     std::function<int(const HaldeElec::Orvan::HALDE_PACKET&, size_t)> replies;
     /** Called before each request, for other events at the instrument. */

@@ -14,9 +14,9 @@ namespace orvan_test {
 
 class MaintenancePeer {
 public:
-    /** @param model is the peer's until the peer's end
-     *  @param answers how often the reply to a frame is sent, by the frame's number from 0 on; once when
-     *                 there is none
+    /** @param model is used by the peer's thread until the peer is destroyed
+     *  @param answers how often the reply to a frame is sent, by the frame's number from 0 on; once if not
+     *                 listed
      *  @param port    of all addresses, which several may share; 0 for a free one of 127.0.0.1 */
     explicit MaintenancePeer(InstrumentModel& model, std::function<int(size_t)> answers = {}, int port = 0);
     ~MaintenancePeer();
@@ -25,7 +25,7 @@ public:
 
     int port() const { return m_port; }
 
-    /** Ends serving; the frames received are then in requests. */
+    /** Stops serving; the frames received are then in requests. */
     void stop();
     std::vector<Bytes> requests;
 

@@ -45,7 +45,7 @@ TEST(Maint, UpdateSendsAnUncompressedArchiveSoThatAnyDamageIsNoticed)
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_TRUE(has(outcome.out, "  " + std::to_string(scene.model.file.size()) + " bytes are sent\n"))
         << outcome.out;
-    // The instrument's result: nothing, or the modules' software.
+    // The instrument's result: no error, or the modules' software.
     const auto unpacked = [&folder](const std::string& bytes) {
         std::filesystem::create_directory(folder.path("out"));
         const std::string file = folder.put("arrived", bytes);
@@ -58,7 +58,7 @@ TEST(Maint, UpdateSendsAnUncompressedArchiveSoThatAnyDamageIsNoticed)
         damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
         EXPECT_EQ(unpacked(damaged), "") << at;
     }
-    // Of an earlier, longer one.
+    // Left by an earlier, longer frame.
     EXPECT_EQ(unpacked(scene.model.file + std::string(500, 'x')), "");
 }
 
@@ -220,7 +220,7 @@ TEST(Maint, UpdateThatIsInterruptedLeavesAnInstrumentThatAnswers)
     const TestFolder folder;
     Scene scene;
     const int stop = ::eventfd(0, EFD_CLOEXEC);
-    // Identified three times, then the header; the wish for an end comes with the second block.
+    // Three identifications, then the header; the interruption comes with the second block.
     scene.answers = [stop](size_t number) {
         if (number == 5) {
             ::eventfd_write(stop, 1);

@@ -1,4 +1,4 @@
-// The downloads of orvan-maint over UDP through a relay that loses and doubles datagrams.
+// The downloads of orvan-maint over UDP through a relay that loses and duplicates datagrams.
 #include <random>
 
 #include <gtest/gtest.h>
@@ -60,7 +60,7 @@ TEST_P(MaintLossyLink, AnImageArrivesWhole)
     ModuleStream stream(
         link, model.mac, image, 4, {{4ms, 1ms, 4ms, 30s}, 100ms, 200ms}, [](size_t) {},
         [](size_t, std::optional<uint32_t>) {});
-    // The instrument's last words are sent once, and may be lost.
+    // The instrument's final frame is sent once, and may be lost.
     try {
         stream.run();
     } catch (const Failure& failure) {

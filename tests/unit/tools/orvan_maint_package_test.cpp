@@ -1,4 +1,4 @@
-// Packages: GNU tar unpacks those orvan-maint makes; those an instrument could not use are refused.
+// Packages: GNU tar unpacks those of orvan-maint; those an instrument could not use are refused.
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -423,8 +423,7 @@ std::string with_size(const std::string& bytes, size_t header, std::string size)
 
 } // namespace
 
-// GNU's parts of a file, labels, lists of folders and sparse files; another maker's extensions; and what has
-// no meaning yet.
+// GNU multi-volume parts, labels, directory listings and sparse files; vendor extensions; unassigned types.
 TEST(MaintPackage, OtherEntryTypesAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", ""}, {'f', "c", ""}});
@@ -446,7 +445,7 @@ TEST(MaintPackage, OtherEntryTypesAreRefused)
     }
 }
 
-// A reader that uses only the first digits takes them for other sizes.
+// A reader that stops at the first invalid digit would read other sizes.
 TEST(MaintPackage, NonOctalNumbersAreRefused)
 {
     const std::string bytes = archive_of({{'f', "a", ""}, {'f', "b", "x"}});

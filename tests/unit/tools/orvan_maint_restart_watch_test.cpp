@@ -12,16 +12,16 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr WatchTiming kQuick{2ms, 30ms};
-/** It never takes an instrument that answers for one that did not restart. */
+/** So long that an answering instrument never counts as one that did not restart. */
 constexpr WatchTiming kPatient{2ms, 10min};
 
-/** An instrument that gets a package's end, and the watch. */
+/** An instrument that receives the end of a package, and the watch. */
 struct Watch {
     explicit Watch(const WatchTiming& timing = kQuick)
         : watch(link, model.mac, {{FLASH_CSCIVER, model.rows[FLASH_CSCIVER]}}, timing)
     {
     }
-    /** Brings it there; `mark` is left out when the end was not acknowledged. */
+    /** Ends the package; without `mark` the end was not acknowledged. */
     void update(bool mark = true)
     {
         watch.prepare();
@@ -40,7 +40,7 @@ struct Watch {
     {
         return watch.follow(Clock::now() + time, [this] { ++answers; });
     }
-    /** Another PC's request, with this `info`; what waited is answered first. */
+    /** Another PC's request, with this `info`; waiting requests are answered first. */
     void ask_from_elsewhere(uint32_t info)
     {
         HALDE_PACKET frame = make_frame(kOpcodeIdentify, eth_brdcast_addr);

@@ -1,5 +1,5 @@
 /**
- * An instrument's model on loopback, and orvan-maint called with its address.
+ * An instrument's model on the loopback, and orvan-maint called with its address.
  */
 #ifndef ORVAN_TESTS_ORVAN_MAINT_SCENE_H
 #define ORVAN_TESTS_ORVAN_MAINT_SCENE_H
@@ -66,7 +66,7 @@ inline std::string module_software()
     return bytes;
 }
 
-/** A plain archive, of eight blocks once it is packed. */
+/** An uncompressed archive that packs into eight blocks. */
 inline std::string good_package(const std::string& module = "ovx_module")
 {
     orvan_maint::TarWriter controller;

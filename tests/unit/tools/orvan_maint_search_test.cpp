@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kPort = 7502;
 
-/** A network with two instruments, which have this machine's address. */
+/** A network with two instruments at this machine's address. */
 class MaintSearch : public testing::Test {
 protected:
     void SetUp() override

@@ -11,7 +11,7 @@
 using namespace HaldeElec::Orvan;
 using namespace orvan_test;
 
-// ---- looking
+// ---- showing
 
 TEST(Maint, DiscoverListsTheInstrumentsThatAnswer)
 {

@@ -13,7 +13,7 @@ class OrvanSim : public LauncherTest {};
 
 namespace {
 
-/** As 'ctl status' has it; empty when the module does not run. */
+/** From 'ctl status'; empty if the module does not run. */
 std::string process_of_module_1(const std::string& status)
 {
     std::smatch process;
@@ -106,7 +106,7 @@ TEST_F(OrvanSimCtl, ModulesStopWithoutPowerAndReturnWithIt)
     const std::vector<std::string> reach = {
         "exec", "--", "timeout", "1", "bash", "-c", "exec 3<>/dev/tcp/192.168.8.1/6002"};
     const std::string before = sim({"ctl", "status"}).output;
-    ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // the present state
+    ask("run printf 11 >$ORVAN_BOARD_MODULE_POWER"); // the current state
     ask("run printf 0 >$ORVAN_BOARD_MODULE_POWER");
     EXPECT_TRUE(eventually([&] { return output().find("module power off\n") != std::string::npos; }));
     EXPECT_TRUE(sim({"ctl", "status"}).output.ends_with("module 1  no power\nmodule 2  no power\n"));

@@ -19,8 +19,8 @@ struct Outcome {
 };
 
 /**
- * The launcher in a private folder, laid out as an installation, beside doubles of service and module.
- * Its registry and its temporary files are in that folder, too.
+ * The launcher in a private folder, laid out as an installation, with doubles of service and module. Its
+ * registry and its temporary files are in that folder as well.
  */
 class LauncherTest : public ::testing::Test {
 protected:
@@ -32,7 +32,7 @@ protected:
                const orvan_sandbox::Environment& environment = {});
     /**
      * The same, and waits until it is ready. Skips the test where the kernel refuses a sandbox, so the
-     * caller has to return when it is false.
+     * caller must return if this is false.
      */
     bool start_ready(const std::vector<std::string>& options = {},
                      const orvan_sandbox::Environment& environment = {});
@@ -41,14 +41,14 @@ protected:
     int wait();
     std::string output() const { return sandbox_test::read_file(m_folder.path() / "output"); }
 
-    /** Runs `orvan-sim` to its end. */
+    /** Runs `orvan-sim` to completion. */
     Outcome sim(const std::vector<std::string>& words);
-    /** One line to the service on the host's port, and its answer. */
+    /** Sends a line to the service on the host's port and returns its answer. */
     std::string ask(const std::string& line);
 
     std::string printed(const std::string& before) const; /**< the word after a text in the output */
     std::filesystem::path state() const { return m_folder.path() / "state"; }
-    /** Names of what is left in the folder for temporary files and in that of the registry. */
+    /** Names of the files left in the temporary and the registry folder. */
     std::string left_over() const;
 
     TemporaryDirectory m_folder;

@@ -12,7 +12,7 @@ using orvan_common::UniqueFd;
 
 namespace {
 
-/** A relay between loopback sockets: the test plays the clients and the server. */
+/** A relay between loopback sockets; the test acts as the clients and the server. */
 struct Bench {
     UniqueFd server{bind_udp("127.0.0.1", 0)};
     int port = 0;
@@ -37,7 +37,7 @@ struct Bench {
         return outer;
     }
 
-    /** Waits for traffic on the relay's side and moves it. */
+    /** Waits for traffic and relays it. */
     void work()
     {
         std::vector<pollfd> waiting;

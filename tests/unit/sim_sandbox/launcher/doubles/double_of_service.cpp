@@ -3,11 +3,11 @@
 //   env NAME     value of an environment variable          fds      number of listening sockets
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
-//   abort        ends by a signal                          hide     from now on SIGTERM is ignored
+//   abort        ends by a signal                          hide     ignores SIGTERM from now on
 //   fed          how often it has fed its watchdog
 // With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
-// there is a file `fails` in the state directory with 1. In production mode it prints its command line and
-// ends, with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
+// the state directory has a file `fails`, with 1. In production mode it prints its command line and ends,
+// with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
 
 #include <csignal>
 #include <cstdio>
