@@ -231,7 +231,7 @@ void idle(const Settings& settings)
 {
     constexpr auto kTime = 5s;
     const auto service = start_service(settings);
-    std::this_thread::sleep_for(500ms); // start-up activity is over by then
+    std::this_thread::sleep_for(500ms); // until start-up activity is over
     const WakeUps before = wake_ups(*service);
     std::this_thread::sleep_for(kTime);
     const WakeUps after = wake_ups(*service);

@@ -64,7 +64,7 @@ size_t SCPI_ResultDouble(scpi_t* context, double value);
 /* Definite length blocks (8.7.9), up to 999999999 bytes. `arbitrary_remaining` of the context is the number
  * of bytes still to come, set before the header is written, so that `write` can recognise a block's "#". */
 
-/** Header and data. Null data or too long: 0, nothing written; length 0 gives "#10". If `write`
+/** Header and data. Null data or too long: 0, nothing written; length 0 writes "#10". If `write`
  *  accepts less than all of it: 0, and the block counts as ended. */
 size_t SCPI_ResultArbitraryBlock(scpi_t* context, const void* data, size_t len);
 
