@@ -1,22 +1,22 @@
 /**
- * The hand-written half of the SCPI reference: what the commands do, in words.
+ * The hand-written half of the SCPI reference: descriptions of the commands.
  *
  * The format, line by line:
  *
  *     == Title            begins a section; Markdown up to its first command follows
  *     @ :OUTPut[:STATe]   begins a command, its header as the command table spells it
- *     what     ...        what it does; the fields may be repeated and come in any order
+ *     what     ...        what it does; fields may be repeated and in any order
  *     set      <state>    it has a set form; followed by the parameters, if any
  *     query               it has a query; followed by the parameters, if any
  *     param    <state>    ...     a parameter's name, then its type, unit and range
  *     reply    ...        what the query returns
- *     error    -222 ...   a code, and when it comes
- *     example             a dialogue with the instrument, "> " its line and "< " its reply; it is held
- *                         once by a test, on an instrument of four channels
+ *     error    -222 ...   a code and its cause
+ *     example             a dialogue with the instrument, "> " a line and "< " its reply; a test
+ *                         runs it once, on an instrument with four channels
  *     sample              the same, but its reply varies or it disturbs what follows
  *
- * A line that begins with two blanks continues the field. Text before the first section is the document's
- * beginning. A line of the form "// ..." is a comment.
+ * A line that begins with two spaces continues the field. Text before the first section is the
+ * introduction. A line of the form "// ..." is a comment.
  */
 #ifndef SCPI_REFERENCE_DESCRIPTIONS_H
 #define SCPI_REFERENCE_DESCRIPTIONS_H
