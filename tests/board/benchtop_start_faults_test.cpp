@@ -23,7 +23,7 @@ namespace {
 
 // ---- what stops it
 
-TEST_F(BenchtopStart, WithoutAnSpiPortEndsThere)
+TEST_F(BenchtopStart, StopsWithoutAnSpiPort)
 {
     board->spi().set_node_present("/dev/spidev0.1", false);
     start();
@@ -37,7 +37,7 @@ TEST_F(BenchtopStart, WithoutAnSpiPortEndsThere)
     EXPECT_TRUE(board->trace().lines_with({"i2c", "delay", "module"}).empty());
 }
 
-TEST_F(BenchtopStart, WithoutMemoryForItsBusEndsThere)
+TEST_F(BenchtopStart, StopsWithoutMemoryForItsBus)
 {
     refuse_nothrow_new(true);
     start();

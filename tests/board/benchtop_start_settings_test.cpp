@@ -16,7 +16,7 @@ using namespace HaldeElec::Orvan;
 
 namespace {
 
-TEST_F(BenchtopStart, LeavesSettingsAloneThatItDoesNotChange)
+TEST_F(BenchtopStart, LeavesOtherSettingsUnchanged)
 {
     store(settled_settings());
     const Blob before = eeprom_image();
@@ -98,7 +98,7 @@ TEST_F(BenchtopStart, HoldsTheBusOnlyWhileItReadsOrStoresItsSettings)
     EXPECT_EQ(found, (std::vector<std::string>{"read: held", "rows: free", "write: held"}));
 }
 
-TEST_F(BenchtopStart, BeginsAnInstrumentWithoutSettingsAsTheFactorysModel)
+TEST_F(BenchtopStart, TreatsAnInstrumentWithoutSettingsAsTheFactoryModel)
 {
     start_and_settle();
     EXPECT_TRUE(device->Initialized());

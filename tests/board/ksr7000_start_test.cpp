@@ -86,7 +86,7 @@ TEST_F(Ksr7000Start, ReportsItsIdentityToTheMaintenanceTool)
     }
 }
 
-TEST_F(Ksr7000Start, BeginsAnInstrumentWithoutSettingsAsTheFactorysModel)
+TEST_F(Ksr7000Start, TreatsAnInstrumentWithoutSettingsAsTheFactoryModel)
 {
     start_and_let_charge_monitor_settle(); // the factory's options have the battery
     EXPECT_TRUE(device->Initialized());
@@ -121,7 +121,7 @@ TEST_F(Ksr7000Start, StoresItsSettingsOnlyWhenItHasChangedThem)
     EXPECT_EQ(file_image(), eeprom_image());
 }
 
-TEST_F(Ksr7000Start, WithoutAnSpiPortEndsThere)
+TEST_F(Ksr7000Start, StopsWithoutAnSpiPort)
 {
     board->spi().set_node_present("/dev/spidev0.1", false);
     start();
@@ -136,7 +136,7 @@ TEST_F(Ksr7000Start, WithoutAnSpiPortEndsThere)
     EXPECT_TRUE(board->trace().lines_with({"i2c", "delay", "module"}).empty());
 }
 
-TEST_F(Ksr7000Start, WithoutMemoryForItsBusEndsThere)
+TEST_F(Ksr7000Start, StopsWithoutMemoryForItsBus)
 {
     refuse_nothrow_new(true);
     start();
@@ -199,7 +199,7 @@ TEST_F(Ksr7000Start, RfOutputOfItsOneChannelIsSwitched)
 
 // ---- the end
 
-TEST_F(Ksr7000Start, EndStopsTheChargeMonitorThenTheFanThenClosesTheBus)
+TEST_F(Ksr7000Start, DestructionStopsTheChargeMonitorThenTheFanThenClosesTheBus)
 {
     start_with_battery();
     module_tells("20.0");
@@ -241,7 +241,7 @@ TEST_F(Ksr7000Start, EndsItsBusBeforeItsMaintenanceServer)
     EXPECT_EQ(lines.back().substr(0, 5), "log 6") << "the frame that ends the server";
 }
 
-TEST_F(Ksr7000Start, EndOfAnInstrumentThatNeverStartedTakesNoTime)
+TEST_F(Ksr7000Start, DestructionOfAnUnstartedInstrumentTakesNoTime)
 {
     board->spi().set_node_present("/dev/spidev0.1", false);
     start();

@@ -49,7 +49,7 @@ TEST_F(Ksr7000Start, BatteryWithoutItsOptionRunsNoChargeMonitor)
     EXPECT_EQ(shown_charge(), -1);
 }
 
-TEST_F(Ksr7000Start, ChargeIsFollowedAsItIsAndNothingSwitched)
+TEST_F(Ksr7000Start, ChargeIsShownUnscaledAndNothingIsSwitched)
 {
     board->battery()->set_flow(SmartBattery::Flow::kRest);
     start_with_battery();
@@ -166,7 +166,7 @@ TEST_F(Ksr7000Start, FanTestFailsFromTheEleventhFailedCycle)
     EXPECT_EQ(test_result(CBIT, kFanTest), kPass) << "without a manager no failure was counted";
 }
 
-TEST_F(Ksr7000Start, FanModeIsPutBackToAuto)
+TEST_F(Ksr7000Start, FanModeIsResetToAuto)
 {
     start_without_battery();
     device->SetFanMode(1);
@@ -178,7 +178,7 @@ TEST_F(Ksr7000Start, FanModeIsPutBackToAuto)
 
 // ---- the keypad; its sender runs until the process ends
 
-TEST_F(Ksr7000Start, KeypadIsReadOnceByHandAndThenAtItsInterrupt)
+TEST_F(Ksr7000Start, KeypadIsReadOnceAtTheStartAndThenOnItsInterrupt)
 {
     start_without_battery();
     ASSERT_TRUE(board->keypad()->press(3, 2)); // before the interrupt
@@ -194,7 +194,7 @@ TEST_F(Ksr7000Start, KeypadIsReadOnceByHandAndThenAtItsInterrupt)
     EXPECT_EQ(board->trace().lines_with({"lock 0"}).size(), 2u);
 }
 
-TEST_F(Ksr7000Start, KeypadThatIsNotFittedIsNoFailure)
+TEST_F(Ksr7000Start, MissingKeypadIsNoFailure)
 {
     start_without_battery();
     board->i2c().attach(0x34, nullptr);

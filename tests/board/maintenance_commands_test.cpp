@@ -14,7 +14,7 @@ namespace {
 
 // ---- HEID
 
-TEST_F(MaintenanceCommands, IdentifySendsTheRowsWithTheOwnAddress)
+TEST_F(MaintenanceCommands, IdentifySendsTheRowsWithItsOwnAddress)
 {
     const FrameHeader asked{"HEID", 0x1234, 0x5678, kBroadcast, 0xABCD, 0x89ABCDEF, "\x12\x34"};
     FrameHeader told = asked;
@@ -49,13 +49,13 @@ TEST_F(MaintenanceCommands, IdentifyLogsEachRow)
     EXPECT_EQ(printed(), "");
 }
 
-TEST_F(MaintenanceCommands, IdentifyLeavesNothingOfARequestInTheData)
+TEST_F(MaintenanceCommands, IdentifyReplyHoldsNoRequestData)
 {
     reply_to(FrameHeader{"HEID"}.bytes() + std::string(FRMDATALEN, 'x'));
     EXPECT_EQ(peer.buffer().substr(FRMHEADERLEN), identification() + std::string(512, '\0'));
 }
 
-TEST_F(MaintenanceCommands, RowsAreThoseOfTheStart)
+TEST_F(MaintenanceCommands, RowsAreReadAtStartUp)
 {
     const std::string before = reply_to(FrameHeader{"HEID"}.bytes());
     reply_to(request({"HEOT"}, {request_row('S', "230042")}));
@@ -67,7 +67,7 @@ TEST_F(MaintenanceCommands, RowsAreThoseOfTheStart)
 
 // ---- HECT
 
-TEST_F(MaintenanceCommands, OptionTableIsSentAsItIsInMemory)
+TEST_F(MaintenanceCommands, OptionTableIsSentAsStoredInMemory)
 {
     device.option_table = std::string(reinterpret_cast<const char*>(optPortable_Tbl), sizeof optPortable_Tbl);
     const FrameHeader asked{"HECT", 5, 77, kForeignMac, 6, 7};
@@ -138,7 +138,7 @@ TEST(MaintenanceBits, AreReversed)
     EXPECT_EQ(reverse_16_bits(0x1234), 0x2C48);
 }
 
-TEST(MaintenanceRows, AreLoggedAsLongAsTheyAreWhole)
+TEST(MaintenanceRows, AreLoggedOnlyIfComplete)
 {
     orvan_test::LogCapture logs;
     const std::string rows =

@@ -25,7 +25,7 @@ TEST_F(MaintenanceCommands, FactoryWithoutRowsSendsTheIdentification)
     EXPECT_EQ(take_logs(), (std::vector<std::string>{kAccepted}));
 }
 
-TEST_F(MaintenanceCommands, FactoryTextsGoIntoTheirFields)
+TEST_F(MaintenanceCommands, FactoryTextsAreStoredInTheirFields)
 {
     const std::string kLong = "0123456789012345678901234567890";
     for (const std::string& value : {"OVX5351P"s, ""s, kLong}) {
@@ -88,7 +88,7 @@ TEST_F(MaintenanceCommands, FactoryOptionsAreMirroredExceptTheFrequencyCode)
     }
 }
 
-TEST_F(MaintenanceCommands, ATextEndsAtItsTerminatorWhateverFollows)
+TEST_F(MaintenanceCommands, ATextEndsAtItsTerminator)
 {
     // Both are shorter than what has been there.
     reply_to(request({"HEIP"}, {request_row('A', "10.1.1.1\0and more"s)}));
@@ -150,7 +150,7 @@ TEST_F(MaintenanceCommands, FactoryIsWrittenForEveryRow)
     EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), 1u) << "the last";
 }
 
-TEST_F(MaintenanceCommands, AFailedWriteDoesNotShow)
+TEST_F(MaintenanceCommands, AFailedWriteIsNotReported)
 {
     sim_board::insert_fault(board->spi(), "eeprom")->refuse_after(0);
     EXPECT_EQ(reply_to(request({"HEOT"}, {request_row('S', "230042")})),

@@ -29,7 +29,7 @@ TEST_F(MaintenanceCommands, NetworkWithoutRowsIsNotAnsweredAndChangesNothing)
     EXPECT_TRUE(board->trace().lines_with({"delay 500000"}).empty());
 }
 
-TEST_F(MaintenanceCommands, NetworkTextsGoIntoTheirFields)
+TEST_F(MaintenanceCommands, NetworkTextsAreStoredInTheirFields)
 {
     const TextRow rows[] = {
         {'A', &EEPROM_DEVICE_SETTINGS::fixIp},   {'E', &EEPROM_DEVICE_SETTINGS::mac},
@@ -79,7 +79,7 @@ TEST_F(MaintenanceCommands, NetworkRequestOf54BytesIsAnsweredWith76)
     EXPECT_STREQ(settings().fixIp, "192.168.1.77");
 }
 
-TEST_F(MaintenanceCommands, NetworkReplyIsAsLongAsTheDatagramWhateverItsSizeField)
+TEST_F(MaintenanceCommands, NetworkReplyIsAsLongAsTheDatagramRegardlessOfItsSizeField)
 {
     for (const uint16_t size : {uint16_t{1}, uint16_t{32}, uint16_t{1024}, EOD}) {
         clear_buffer();
@@ -107,7 +107,7 @@ TEST_F(MaintenanceCommands, NetworkReplyToALongRequestEndsInZeros)
     }
 }
 
-TEST_F(MaintenanceCommands, NetworkDhcpIsOnWithTheLetterYAlone)
+TEST_F(MaintenanceCommands, NetworkDhcpIsOnOnlyForTheLetterY)
 {
     const struct {
         std::string value;
@@ -193,7 +193,7 @@ TEST_F(MaintenanceCommands, NetworkWithAPortAndAnAddressShowsTheRowsAndAppliesTh
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"SetDHCP 1"}));
 }
 
-TEST_F(MaintenanceCommands, RowsThatTheDatagramDoesNotReachAreThoseOfTheFrameBefore)
+TEST_F(MaintenanceCommands, RowsMissingFromTheDatagramAreThoseOfThePreviousFrame)
 {
     reply_to(FrameHeader{"HEID"}.bytes());
     device.take_calls();
@@ -232,7 +232,7 @@ TEST_F(MaintenanceCommands, NetworkReplyIsSentHalfASecondBeforeTheChange)
     EXPECT_EQ(watched.calls, (std::vector<std::string>{"SetDHCP 1"}));
 }
 
-TEST_F(MaintenanceCommands, NetworkWaitsAlsoWhenNothingIsToChange)
+TEST_F(MaintenanceCommands, NetworkWaitsEvenWhenNothingChanges)
 {
     reply_to(request({"HEIP"}, {request_row('W', "6025")}));
     EXPECT_EQ(board->trace().lines_with({"delay 500000"}).size(), 1u);

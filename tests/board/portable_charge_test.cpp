@@ -134,7 +134,7 @@ TEST_F(PortableStart, ARemovedBatteryLeavesItsLastCharge)
     });
 }
 
-TEST_F(PortableStart, EveryChargeMonitorOfTheProcessKnowsWhetherTheModuleIsOff)
+TEST_F(PortableStart, ChargeMonitorsOfAProcessShareTheModulesState)
 {
     in_a_process_that_ends([this] {
         board->battery()->set_charge(20);
@@ -159,7 +159,7 @@ TEST_F(PortableStart, EveryChargeMonitorOfTheProcessKnowsWhetherTheModuleIsOff)
     });
 }
 
-TEST_F(PortableStart, TheEndDoesNotReturnWhileAChargeMonitorRuns)
+TEST_F(PortableStart, DestructionWaitsForARunningChargeMonitor)
 {
     in_a_process_that_ends([this] {
         start();

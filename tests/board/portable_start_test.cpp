@@ -118,7 +118,7 @@ TEST_F(PortableStart, OfANewInstrumentEndsInitialized)
     EXPECT_STREQ(record().SYSTEM.Model, "OVX3651P");
 }
 
-TEST_F(PortableStart, BeginsAsAPortableOnAnyMachine)
+TEST_F(PortableStart, StartsAsAPortableOnAnyMachine)
 {
     std::ofstream(files->halde() / "debug.txt") << "of the last run\n";
     board->spi().set_node_present(kSettingsNode, false);
@@ -137,7 +137,7 @@ TEST_F(PortableStart, WithoutALogFileStillStarts)
     EXPECT_EQ(device->device_type_product, PortableDevice);
 }
 
-TEST_F(PortableStart, WithoutAnSpiPortEndsThere)
+TEST_F(PortableStart, StopsWithoutAnSpiPort)
 {
     board->spi().set_node_present(kSettingsNode, false);
     start();
@@ -153,7 +153,7 @@ TEST_F(PortableStart, WithoutAnSpiPortEndsThere)
     EXPECT_TRUE(board->trace().lines_with({"i2c", "delay"}).empty());
 }
 
-TEST_F(PortableStart, WithoutMemoryForItsBusEndsThere)
+TEST_F(PortableStart, StopsWithoutMemoryForItsBus)
 {
     refuse_nothrow_new(true);
     device.reset(CreateDevice("/dev/null", kDebugOff));
@@ -226,7 +226,7 @@ TEST_F(PortableStart, ReportsItsIdentityToTheMaintenanceTool)
     EXPECT_NE(told.find("F1.19.140"), std::string::npos);
 }
 
-TEST_F(PortableStart, PutsTheFanModeBackToAuto)
+TEST_F(PortableStart, ResetsTheFanModeToAuto)
 {
     without_battery();
     start();
@@ -236,7 +236,7 @@ TEST_F(PortableStart, PutsTheFanModeBackToAuto)
     EXPECT_EQ(device->GetFanMode(), 0);
 }
 
-TEST_F(PortableStart, TheEndStopsTheFanThreadAndClosesTheBus)
+TEST_F(PortableStart, DestructionStopsTheFanThreadAndClosesTheBus)
 {
     without_battery();
     const size_t descriptors = orvan_test::open_descriptors();

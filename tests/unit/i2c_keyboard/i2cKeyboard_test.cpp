@@ -71,7 +71,7 @@ TEST_F(KeyboardBridge, KeysOutsideTheMatrixOfSixRowsSendNothing)
     EXPECT_EQ(drain(1), std::vector<std::string>{"\x10"});
 }
 
-TEST_F(KeyboardBridge, TheControllerAndTheQueueHaveALockEachAndNeverBoth)
+TEST_F(KeyboardBridge, ControllerAndQueueLocksAreNeverHeldTogether)
 {
     start();
     chip.press(3, 2);
@@ -91,7 +91,7 @@ TEST_F(KeyboardBridge, TheControllerAndTheQueueHaveALockEachAndNeverBoth)
     )"));
 }
 
-TEST_F(KeyboardBridge, AnEventThatDoesNotPassTakesNoQueueLock)
+TEST_F(KeyboardBridge, AnIgnoredEventTakesNoQueueLock)
 {
     start();
     press(0, 0);
@@ -110,7 +110,7 @@ TEST_F(KeyboardBridge, AnEventThatDoesNotPassTakesNoQueueLock)
     )"));
 }
 
-TEST_F(KeyboardBridge, TheHundredAndFirstCodeIsDroppedAndTheFirstHundredGoOutInOrder)
+TEST_F(KeyboardBridge, TheHundredAndFirstCodeIsDroppedAndTheFirstHundredAreSentInOrder)
 {
     start();
     std::vector<std::string> expected;
@@ -172,7 +172,7 @@ TEST_F(KeyboardBridge, EventsOfOneBurstEachGetTheirInterrupt)
     EXPECT_EQ(drain(8), expected);
 }
 
-TEST_F(KeyboardBridge, EventsOfBeforeTheInterruptFollowTheCallByHand)
+TEST_F(KeyboardBridge, EventsFromBeforeTheInterruptAreReadByADirectCall)
 {
     const int fd = wiringPiI2CSetup(0x34);
     tca8418_configure(fd, 6, 10);
@@ -222,7 +222,7 @@ TEST_F(KeyboardBridge, WithoutAListenerTheQueueEmptiesAndTheCodesAreLost)
     EXPECT_TRUE(panel.connections().empty());
 }
 
-TEST_F(KeyboardBridge, ALateListenerGetsWhatIsTypedFromThenOn)
+TEST_F(KeyboardBridge, ALateListenerGetsKeysFromThenOn)
 {
     start();
     redirect_panel_port(1);
@@ -237,7 +237,7 @@ TEST_F(KeyboardBridge, ALateListenerGetsWhatIsTypedFromThenOn)
     EXPECT_TRUE(panel.connections().empty());
 }
 
-TEST_F(KeyboardBridge, ABusThatFailsForAWhileLosesNoKeyAndStopsNone)
+TEST_F(KeyboardBridge, ATemporaryBusFailureLosesNoKey)
 {
     start();
     const auto device = sim_board::insert_fault(board->i2c(), 0x34);

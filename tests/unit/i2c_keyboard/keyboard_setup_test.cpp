@@ -19,7 +19,7 @@ using sim_board::expect_trace;
 
 namespace {
 
-TEST_F(KeyboardBridge, TheSetUpMakesAnInputAndAsksForFallingEdges)
+TEST_F(KeyboardBridge, TheSetUpConfiguresAnInputAndFallingEdges)
 {
     wiringPiSetup();
     board->trace().clear();
@@ -35,7 +35,7 @@ TEST_F(KeyboardBridge, TheSetUpMakesAnInputAndAsksForFallingEdges)
     )"));
 }
 
-TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndTheCallByHandDoesNothing)
+TEST_F(KeyboardBridge, WithoutAKeypadTheSetUpSucceedsAndADirectCallDoesNothing)
 {
     board->i2c().attach(0x34, nullptr);
     wiringPiSetup();

@@ -59,7 +59,7 @@ TEST(KeyboardSocket, WithoutItsLimitsItDoesNotConnectAndLeavesTheSocketOpen)
     EXPECT_EQ(panel_attempts(), 0u);
 }
 
-TEST(KeyboardSocket, FailsForATextThatIsNoAddressAndCloses)
+TEST(KeyboardSocket, FailsForAnInvalidAddressAndCloses)
 {
     uint8_t code = 1;
     const size_t descriptors = open_descriptors();

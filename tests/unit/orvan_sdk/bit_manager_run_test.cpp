@@ -62,7 +62,7 @@ TEST_F(TestTable, EmptyKindsRunNothing)
     EXPECT_TRUE(ran.empty());
 }
 
-TEST_F(TestTable, FunctionGetsItsRecordAndInItTheObject)
+TEST_F(TestTable, FunctionGetsItsRecordWithTheObject)
 {
     int object = 0;
     for (const eBitType type : kKinds) {
@@ -133,7 +133,7 @@ TEST_F(TestTable, ConsecutiveStepsAlternateBetweenTwoTests)
     EXPECT_EQ(ran, (std::vector<std::string>{"a", "b", "a", "b", "a"}));
 }
 
-TEST_F(TestTable, RowThatIsNotRunIsSkippedWithinTheStep)
+TEST_F(TestTable, RowNotToBeRunIsSkippedWithinTheStep)
 {
     manager->registerTest(CBIT, noting("by hand", false));
     manager->registerTest(CBIT, noting("a"));
@@ -162,7 +162,7 @@ TEST_F(TestTable, StepThatFindsNothingTriesEachRowOnceAndStaysInPlace)
     EXPECT_EQ(ran, (std::vector<std::string>{"b", "c"}));
 }
 
-TEST_F(TestTable, TestThatJoinsHasItsTurn)
+TEST_F(TestTable, AddedTestGetsItsTurn)
 {
     manager->registerTest(CBIT, noting("a"));
     take_steps(2);
@@ -198,7 +198,7 @@ TEST_F(TestTable, ManyThreadsRegisterSetAndReadAtOnce)
     EXPECT_EQ(manager->getTestsNumber(CBIT), 10);
 }
 
-TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
+TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableUsable)
 {
     const auto fail = [](void*) -> int { throw std::runtime_error("broken"); };
     for (const eBitType type : kKinds) {
@@ -216,7 +216,7 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableInService)
     EXPECT_EQ(ran, std::vector<std::string>{"after it"}); // the round continued
 }
 
-TEST_F(TestTable, RowThatJoinsDuringARunIsLeftForTheNextOne)
+TEST_F(TestTable, RowAddedDuringARunWaitsForTheNextRun)
 {
     for (const eBitType type : {PBIT, IBIT}) {
         ran.clear();
@@ -251,7 +251,7 @@ TEST_F(TestTable, ModeSetDuringARunAppliesToTheRemainingRows)
     }
 }
 
-TEST_F(TestTable, RowWithoutANameIsFoundByNoneAndHidesNoOther)
+TEST_F(TestTable, RowWithoutANameIsNeverFoundAndHidesNoOther)
 {
     EXPECT_EQ(manager->registerTest(CBIT, {}), 0);
     manager->registerTest(CBIT, noting("fan", false));

@@ -10,7 +10,7 @@ using namespace orvan_test;
 
 namespace {
 
-TEST(BitValues, KindsStatesAndErrorCodesHaveTheirNumbers)
+TEST(BitValues, KindsStatesAndErrorCodesHaveFixedNumbers)
 {
     EXPECT_EQ((std::vector<int>{PBIT, CBIT, IBIT, BIT_TYPE_COUNT}), (std::vector<int>{0, 1, 2, 3}));
     EXPECT_EQ((std::vector<int>{BIT_PASS, BIT_FAIL, BIT_IN_PROGRESS, BIT_NOT_PERFORMED}),
@@ -36,7 +36,7 @@ TEST_F(TestTable, IsEmptyAtFirst)
 
 // ---- registration
 
-TEST_F(TestTable, RowsAreNumberedInEachKindByItself)
+TEST_F(TestTable, RowsAreNumberedSeparatelyForEachKind)
 {
     EXPECT_EQ(manager->registerTest(PBIT, noting("one")), 0);
     EXPECT_EQ(manager->registerTest(PBIT, noting("two")), 1);
@@ -48,7 +48,7 @@ TEST_F(TestTable, RowsAreNumberedInEachKindByItself)
     EXPECT_EQ(manager->getTestsNumber(IBIT), 1);
 }
 
-TEST_F(TestTable, FreshRowIsNotPerformedAndWithoutError)
+TEST_F(TestTable, NewRowIsNotPerformedAndHasNoError)
 {
     manager->registerTest(CBIT, noting("fan"));
     const bitReport_t report = result(CBIT, 0);
@@ -160,7 +160,7 @@ TEST_F(TestTable, ResultsMayBeSetInAnyOrder)
     }
 }
 
-TEST_F(TestTable, ReportOutsideTheTableIsRefusedAndLeftAlone)
+TEST_F(TestTable, ReportOutsideTheTableIsRefusedAndUnchanged)
 {
     manager->registerTest(PBIT, noting("a"));
     bitReport_t report = {"before", 7, 8};

@@ -14,7 +14,7 @@ using namespace orvan_test;
 
 namespace {
 
-TEST_F(FlashParams, AModelSetsItsFactsAndLeavesTheRestAlone)
+TEST_F(FlashParams, AModelSetsItsOwnFieldsOnly)
 {
     std::memset(settings, 0x5a, sizeof *settings);
     EEPROM_DEVICE_SETTINGS expected;
@@ -101,7 +101,7 @@ TEST_F(FlashParams, AFailedHostNameScriptIsLogged)
     EXPECT_EQ(stand_ins.calls().size(), 2u);
 }
 
-TEST_F(FlashParams, AHostNameScriptWhoseEndIsNotToBeLearnedIsLogged)
+TEST_F(FlashParams, AHostNameScriptWithoutAnExitStatusIsLogged)
 {
     // With its children reaped by the kernel, system() has no status to return.
     const auto before = std::signal(SIGCHLD, SIG_IGN);

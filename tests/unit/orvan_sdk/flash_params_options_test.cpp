@@ -60,7 +60,7 @@ TEST_F(FlashParams, TheOptionTextOfEachBitOfEachPlatform)
     }
 }
 
-TEST_F(FlashParams, RowsOfATableAreFactoryRows)
+TEST_F(FlashParams, ATablesRowsAreFactoryRows)
 {
     const struct {
         const optEntry_t* table;
@@ -92,7 +92,7 @@ TEST_F(FlashParams, RowsOfATableAreFactoryRows)
     EXPECT_EQ(sizeof optKsr7000_Tbl, 128u);
 }
 
-TEST_F(FlashParams, UpdatingATablePutsThePresentValuesIntoItsDefaults)
+TEST_F(FlashParams, UpdatingATableStoresTheCurrentValuesAsItsDefaults)
 {
     std::vector<optEntry_t> odd{
         {0, 4, 1, 9, ""},   {4, 0, 1, 9, "A"},   {4, 1, 1, 9, "B"}, {6, 3, 0, 9, ""},  {8, 8, 0, 9, "C"},
@@ -151,7 +151,7 @@ TEST_F(FlashParams, CodesOfFrequencies)
     }
 }
 
-TEST_F(FlashParams, ThePortableReadsItsOptionsFromTheLowBitUp)
+TEST_F(FlashParams, ThePortableReadsItsOptionsFromTheLowestBitUp)
 {
     uOptions_portable_t options{};
     const auto alone = [&](auto set) {
@@ -171,7 +171,7 @@ TEST_F(FlashParams, ThePortableReadsItsOptionsFromTheLowBitUp)
     EXPECT_EQ(alone([&] { options.reserved2 = 0xf; }), 0xf000);
 }
 
-TEST_F(FlashParams, TheThirdPlatformReadsItsOptionsFromTheLowBitUp)
+TEST_F(FlashParams, TheThirdPlatformReadsItsOptionsFromTheLowestBitUp)
 {
     uOptions_ksr7000_t options{};
     const auto alone = [&](auto set) {

@@ -13,7 +13,7 @@ using namespace orvan_test;
 
 namespace {
 
-TEST_F(FlashParams, HaveALetterEachInThisOrder)
+TEST_F(FlashParams, HaveOneLetterEachInThisOrder)
 {
     const char letters[] = {FLASH_IPADDR,
                             FLASH_MASK,
@@ -88,7 +88,7 @@ TEST_F(FlashParams, ArePrinted)
     EXPECT_EQ(set_flash_params(), expected);
 }
 
-TEST_F(FlashParams, OfAnEmptyRecordAreLettersOnly)
+TEST_F(FlashParams, OfAnEmptyRecordAreOnlyLetters)
 {
     set_flash_params();
     for (size_t line = 0; line < FP_MAX_LINE; ++line) {
@@ -147,7 +147,7 @@ TEST_F(FlashParams, OfFullLengthArePrintedUpToTheEndOfTheirRow)
     EXPECT_NE(printed.find("[P]  [" + std::string(31, 'p') + "]\n "), std::string::npos) << printed;
 }
 
-TEST_F(FlashParams, LogsEndWithTheirField)
+TEST_F(FlashParams, LogEndsAtTheEndOfEachField)
 {
     put(settings->modelName, std::string(31, 'm'));
     put(settings->serialNum, "next");
@@ -159,7 +159,7 @@ TEST_F(FlashParams, LogsEndWithTheirField)
     EXPECT_EQ(stand_ins.calls(), (std::vector{kScript + std::string(31, 'h')}));
 }
 
-TEST_F(FlashParams, LeaveNothingOfWhatStoodThereBefore)
+TEST_F(FlashParams, OverwriteThePreviousContentsCompletely)
 {
     std::memset(peer->flash_params(), '#', sizeof peer->flash_params());
     put(settings->serialNum, "1");
@@ -168,7 +168,7 @@ TEST_F(FlashParams, LeaveNothingOfWhatStoodThereBefore)
     EXPECT_EQ(row(16), std::string(32, '\0'));
 }
 
-TEST_F(FlashParams, WithoutATableStayAsTheyAreAndNothingRuns)
+TEST_F(FlashParams, WithoutATableStayUnchangedAndNothingRuns)
 {
     std::memset(peer->flash_params(), '#', sizeof peer->flash_params());
     OutputCapture out(STDOUT_FILENO);

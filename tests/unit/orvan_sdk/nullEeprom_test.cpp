@@ -46,7 +46,7 @@ TEST_F(FileStore, InitMakesEveryMissingFolderWithMode755)
     EXPECT_FALSE(fs::exists(kFile)) << "no file is made";
 }
 
-TEST_F(FileStore, InitLeavesExistingFoldersAsTheyAre)
+TEST_F(FileStore, InitLeavesExistingFoldersUnchanged)
 {
     fs::create_directories(kFolder);
     fs::permissions("/home/orvan/halde", fs::perms::owner_all);
@@ -114,7 +114,7 @@ TEST_F(FileStore, AFileOfAnyLengthLoads)
     }
 }
 
-TEST_F(FileStore, ASecondInitTakesTheFileAsItIsThen)
+TEST_F(FileStore, ASecondInitReadsTheFileAgain)
 {
     put_file(counting(100));
     ASSERT_TRUE(store->init());
@@ -133,7 +133,7 @@ TEST_F(FileStore, AFileThatCannotBeOpenedFails)
     EXPECT_EQ(failed_init(), "NullEeprom fopen: Too many levels of symbolic links\n");
 }
 
-TEST_F(FileStore, AFileThatCannotBeSoughtFails)
+TEST_F(FileStore, AFileThatCannotSeekFails)
 {
     fs::create_directories(kFolder);
     ASSERT_EQ(mkfifo(kFile.c_str(), 0600), 0);
@@ -202,7 +202,7 @@ TEST_F(FileStore, AShortReadFailsAndKeepsTheOldImage)
     EXPECT_EQ(bytes, counting(10));
 }
 
-TEST_F(FileStore, ReadingOutsideFailsWithTheNumbers)
+TEST_F(FileStore, ReadingOutsideFailsAndLogsTheRange)
 {
     put_file(counting(10));
     ASSERT_TRUE(store->init());

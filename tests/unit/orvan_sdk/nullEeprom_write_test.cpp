@@ -62,7 +62,7 @@ TEST_F(FileStore, WritingNothingToAnEmptyStoreMakesAnEmptyFile)
     EXPECT_EQ(file(), Bytes{});
 }
 
-TEST_F(FileStore, WhatIsWrittenIsReadByTheNextObject)
+TEST_F(FileStore, WrittenDataIsReadByTheNextObject)
 {
     ASSERT_TRUE(store->init());
     ASSERT_TRUE(store->write(0, counting(1024).data(), 1024));
@@ -73,7 +73,7 @@ TEST_F(FileStore, WhatIsWrittenIsReadByTheNextObject)
     EXPECT_EQ(bytes, counting(1024));
 }
 
-TEST_F(FileStore, AWriteThatNoMemoryHoldsFails)
+TEST_F(FileStore, AWriteTooLargeForTheMemoryFails)
 {
     ASSERT_TRUE(store->init());
     const uint8_t byte = 0;
@@ -86,7 +86,7 @@ TEST_F(FileStore, AWriteThatNoMemoryHoldsFails)
     EXPECT_FALSE(fs::exists(kFile));
 }
 
-TEST_F(FileStore, AFileThatCannotBeOpenedForWritingFailsAndTheImageIsNewer)
+TEST_F(FileStore, AFailedOpenForWritingLeavesTheImageNewerThanTheFile)
 {
     ASSERT_TRUE(store->init());
     fs::create_symlink("flash.ini", kFile);
@@ -124,7 +124,7 @@ TEST_F(FileStore, AFullDiskFailsTheWrite)
     ::umount(kFolder.c_str());
 }
 
-TEST_F(FileStore, AFullDiskGoesUnnoticedForAnImageOfTheSettings)
+TEST_F(FileStore, AFullDiskGoesUnnoticedForAnImageTheSizeOfTheSettings)
 {
     fs::create_directories(kFolder);
     ASSERT_EQ(mount("tmpfs", kFolder.c_str(), "tmpfs", 0, "size=4k"), 0);

@@ -55,7 +55,7 @@ TEST_F(PresetStore, EveryChannelGetsItsOwnValuesBack)
     }
 }
 
-TEST_F(PresetStore, AllValuesThenAllStatesGoToALiveChannelAndThenToTheNext)
+TEST_F(PresetStore, AllValuesThenAllStatesAreSentToEachLiveChannelInTurn)
 {
     for (int channel : {1, 3, 4}) {
         set_sent_setup(channel);
@@ -103,7 +103,7 @@ TEST_F(PresetStore, StateReportsLivenessWithAndWithoutAFile)
     EXPECT_EQ(record(4).CHANNEL.State, Off);
 }
 
-TEST_F(PresetStore, AFailedChannelIsLoggedKeepsItsRecordAndSendsNothing)
+TEST_F(PresetStore, AFailedChannelIsLoggedAndKeepsItsRecordAndSendsNothing)
 {
     write_all(3, R"({"ANALOGOUTPUT": {"Frequency": 5}})");
     fs::remove(files.preset(1, 3));
@@ -129,7 +129,7 @@ TEST_F(PresetStore, ARefusedCommandIsNoFailureOfTheRecall)
     EXPECT_EQ(record(4).CHANNEL.State, On);
 }
 
-TEST_F(PresetStore, TheNetworkElementsAreTheControllersAndNotTheFiles)
+TEST_F(PresetStore, TheNetworkElementsComeFromTheControllerNotTheFiles)
 {
     std::strcpy(settings_in_memory().scpiPort, "5025");
     write_all(
@@ -144,7 +144,7 @@ TEST_F(PresetStore, TheNetworkElementsAreTheControllersAndNotTheFiles)
     }
 }
 
-TEST_F(PresetStore, TheNetworkIsLookedAtWhenEveryChannelFailedToo)
+TEST_F(PresetStore, TheNetworkIsReadEvenIfEveryChannelFailed)
 {
     settings_in_memory();
     files.stand_in_for_sudo("echo Static eth0 10.0.0.2 255.255.255.0 10.0.0.1 02:00:00:00:00:01");
@@ -160,7 +160,7 @@ TEST_F(PresetStore, AnUnknownNetworkIsNoFailureOfTheRecall)
     EXPECT_EQ(orvanx->database_recall(1), 0);
 }
 
-TEST_F(PresetStore, WhatTheStartFilledInIsOverwrittenAndTheSelectionIsNot)
+TEST_F(PresetStore, ValuesFromStartUpAreOverwrittenAndTheSelectionIsNot)
 {
     ASSERT_EQ(orvanx->database_store(1), 0);
     set(2, ODT_INF_MODEL, "of this start");

@@ -53,7 +53,7 @@ TEST_F(PresetStore, APathThatDoesNotFitIsCut)
 
 // ---- store
 
-TEST_F(PresetStore, EveryChannelHasItsOwnFileThatReadsBackWhole)
+TEST_F(PresetStore, EveryChannelHasItsOwnFileAndReadsBackComplete)
 {
     orvanx->set_powerOnRestore(true);
     for (int channel = 1; channel <= 4; ++channel) {
@@ -91,7 +91,7 @@ TEST_F(PresetStore, SetupZeroIsRefusedAndNothingWritten)
     EXPECT_EQ(logs.lines(), Lines{});
 }
 
-TEST_F(PresetStore, NoNumberAboveIsRefused)
+TEST_F(PresetStore, NoHighNumberIsRefused)
 {
     EXPECT_EQ(orvanx->database_store(6), 0);
     EXPECT_EQ(orvanx->database_store(INT_MAX), 0);
@@ -182,7 +182,7 @@ TEST_F(PresetStore, SetupZeroIsNotCleared)
     EXPECT_TRUE(fs::exists(files.halde() / "json/ch0.json"));
 }
 
-TEST_F(PresetStore, AFileThatResistsIsLoggedWithItsReasonAndTheOthersGo)
+TEST_F(PresetStore, AFileThatCannotBeRemovedIsLoggedAndTheOthersAreRemoved)
 {
     write_all(3);
     fs::remove(files.preset(2, 3));
@@ -197,7 +197,7 @@ TEST_F(PresetStore, AFileThatResistsIsLoggedWithItsReasonAndTheOthersGo)
                      {LOG_INFO, "Deleted: /home/orvan/halde/preset/4/preset-3.json"}}));
 }
 
-TEST_F(PresetStore, AMissingFolderIsNothingToClear)
+TEST_F(PresetStore, AMissingFolderNeedsNoClearing)
 {
     fs::remove_all(files.halde() / "preset");
     EXPECT_EQ(orvanx->database_clear(1), 0);
@@ -220,7 +220,7 @@ TEST_F(PresetStore, OnlyInstalledChannelsAreRecalledAndCleared)
 
 // ---- validate
 
-TEST_F(PresetStore, SixAndAboveAreInvalidWithoutALine)
+TEST_F(PresetStore, SixAndAboveAreInvalidWithoutALogLine)
 {
     write_all(6);
     for (int setup : {6, 7, 255, INT_MAX}) {
@@ -241,7 +241,7 @@ TEST_F(PresetStore, ASetupWithAFileForEveryInstalledChannelIsValid)
     EXPECT_EQ(logs.lines(), Lines{});
 }
 
-TEST_F(PresetStore, TheFirstMissingFileIsLoggedAndNoOther)
+TEST_F(PresetStore, OnlyTheFirstMissingFileIsLogged)
 {
     write_all(5);
     fs::remove(files.preset(2, 5));
@@ -250,7 +250,7 @@ TEST_F(PresetStore, TheFirstMissingFileIsLoggedAndNoOther)
     EXPECT_EQ(logs.lines(), (Lines{{LOG_WARNING, "Validation Failed: Config 5 missing for Module 2"}}));
 }
 
-TEST_F(PresetStore, WhatIsInAFileIsNotLookedAt)
+TEST_F(PresetStore, TheContentsOfAFileAreNotChecked)
 {
     write_all(1, "no JSON");
     fs::remove(files.preset(3, 1));

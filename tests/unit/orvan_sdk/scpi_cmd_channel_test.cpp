@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(ChannelSelector, TakesNameAndNumberOfEachChannel)
+TEST_F(ChannelSelector, TakesTheNameAndNumberOfEachChannel)
 {
     for (const char* prefix : {":INST CH", ":INST ", ":INST:SEL ch", ":INSTrument:SELect "}) {
         for (int channel = 1; channel <= 4; ++channel) {

@@ -106,7 +106,7 @@ TEST_P(GetHandler, WithoutADeviceFails)
     EXPECT_EQ(all_bytes(), m_marked);
 }
 
-TEST_P(GetHandler, ADeviceThatFailsWithoutAWordIsAFailure)
+TEST_P(GetHandler, ADeviceThatFailsWithoutATextIsAFailure)
 {
     if (operation() == "GetScpiPort") {
         device.numbers.clear(); // its result does not count
@@ -125,7 +125,7 @@ TEST_P(GetHandler, ADeviceThatFailsWithoutAWordIsAFailure)
     EXPECT_EQ(all_bytes(), m_marked);
 }
 
-TEST_P(GetHandler, ADeviceThatFailsAfterAValueIsHandledByItsShape)
+TEST_P(GetHandler, AFailureAfterAValueDependsOnTheHandlersKind)
 {
     device.refused.insert(operation());
     const std::string reply = GetParam().reply;

@@ -30,7 +30,7 @@ TEST_F(Identity, ATextThatFillsItsRoomEndsThere)
     EXPECT_EQ(text(1, ODT_OPT), std::string(31, 'o'));
 }
 
-TEST_F(Identity, TheBatteryChargeIsANumberOfTheParserLibraryAndMirroredFirst)
+TEST_F(Identity, TheBatteryChargeIsMirroredFirstAndFormattedByTheParserLibrary)
 {
     device.numbers["GetBatteryCharge"] = 65535;
     ResultTap results;
@@ -54,7 +54,7 @@ TEST_F(Identity, AResultSharesItsLineWithOthers)
 
 // ---- architecture and options table
 
-TEST_F(Identity, ArchitectureNamesWhatTheModelIs)
+TEST_F(Identity, ArchitectureNamesTheKindOfModel)
 {
     // clang-format off
     const struct { sDevArch_t arch; const char* reply; } rows[] = {
@@ -96,7 +96,7 @@ TEST_F(Identity, AnUnavailableOptionsTableIsAFailure)
     EXPECT_EQ(take_error_lines(), Lines{"OrvanX_getDeviceOptTable: Failed retrieving options table\n"});
 }
 
-TEST_F(Identity, WithoutADeviceTheNullTableIsNotTaken)
+TEST_F(Identity, WithoutADeviceTheNullTableIsNotUsed)
 {
     put_device(nullptr);
     EXPECT_EQ(ask(":INF:DEV:OPT?"), kTooMuchData);

@@ -54,7 +54,7 @@ TEST_F(Lease, AFreeParserIsTakenAtOnceWithoutATimer)
     scpi_lease_release(kFirst);
 }
 
-TEST_F(Lease, TheOwnerGetsThroughAgain)
+TEST_F(Lease, TheOwnerMayTakeItAgain)
 {
     scpi_lease_acquire(kFirst);
     scpi_lease_acquire(kFirst);
@@ -87,7 +87,7 @@ TEST_F(Lease, AWaitingClientIsWokenByTheReleaseAndTakesIt)
     scpi_lease_release(kFirst);
 }
 
-TEST_F(Lease, OfTwoThatWaitOneGetsItAndTheOtherWaitsOn)
+TEST_F(Lease, OneOfTwoWaitersGetsItAndTheOtherKeepsWaiting)
 {
     scpi_lease_acquire(kFirst);
     const Waiter second(kSecond);
@@ -108,7 +108,7 @@ TEST_F(Lease, OfTwoThatWaitOneGetsItAndTheOtherWaitsOn)
 }
 
 // Both connections have the same number, so neither waits for the other.
-TEST_F(Lease, EveryWayToFreeItWakesAllThatWait)
+TEST_F(Lease, EveryWayToFreeItWakesAllWaiters)
 {
     const auto release = [] { scpi_lease_release(kFirst); };
     const auto abort = [] { scpi_lease_abort_if_owner(kFirst); };
@@ -141,14 +141,14 @@ TEST_F(Lease, AReleaseByAnotherChangesNothing)
     scpi_lease_release(kThird);
 }
 
-TEST_F(Lease, AReleaseIsNoReset)
+TEST_F(Lease, AReleaseDoesNotReset)
 {
     scpi_lease_acquire(kFirst);
     scpi_lease_release(kFirst);
     EXPECT_TRUE(nothing_reset());
 }
 
-TEST_F(Lease, ALostOwnerResetsTheInputAndLetsTheNextIn)
+TEST_F(Lease, ALostOwnerResetsTheInputAndAdmitsTheNext)
 {
     scpi_lease_acquire(kFirst);
     const Waiter second(kSecond);
@@ -275,7 +275,7 @@ TEST_F(Lease, ExpiryFreesTheParserResetsTheInputAndWakesTheNext)
     scpi_lease_release(kThird);
 }
 
-TEST_F(Lease, AnExpiryThatLostTheRaceAgainstTheReleaseDoesNothing)
+TEST_F(Lease, AnExpiryThatLosesTheRaceWithTheReleaseDoesNothing)
 {
     scpi_lease_acquire(kFirst);
     scpi_watchdog_pet_owner(kFirst);

@@ -50,7 +50,7 @@ protected:
     TimerTap timer;
 };
 
-TEST_F(MessageLease, ACompleteLineReleasesItAndMakesNoTimer)
+TEST_F(MessageLease, ACompleteLineReleasesItWithoutATimer)
 {
     EXPECT_EQ(ask(":SYST:VERS?"), "1999.0;+OK\r\n");
     const Waiter other(kSecond);
@@ -104,7 +104,7 @@ TEST_F(MessageLease, AClientThatStopsGetsNoReplyAndLosesItsMessage)
     EXPECT_EQ(ask(":SYST:VERS?"), "1999.0;+OK\r\n"); // its next bytes start a new message
 }
 
-TEST_F(MessageLease, AStoppedBlockIsDroppedAsAWhole)
+TEST_F(MessageLease, AnUnfinishedBlockIsDroppedAsAWhole)
 {
     const OutputCapture errors(STDERR_FILENO);
     feed(":LIST:DATA #3100abc\n");
@@ -159,7 +159,7 @@ TEST_F(MessageLease, AFlushWithoutAUserRecordDoesNotTouchIt)
     scpi_lease_release(client.server());
 }
 
-TEST_F(MessageLease, ALongCommandHoldsTheOthersOffWithoutATimer)
+TEST_F(MessageLease, ALongCommandMakesTheOthersWaitWithoutATimer)
 {
     Rendezvous answer(2);
     module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
@@ -175,7 +175,7 @@ TEST_F(MessageLease, ALongCommandHoldsTheOthersOffWithoutATimer)
     EXPECT_EQ(read_ready(client.client()), "1;+OK\r\n");
 }
 
-TEST_F(MessageLease, AWatchdogLeftFromThePiecesFiresIntoTheCommand)
+TEST_F(MessageLease, AWatchdogArmedByThePiecesFiresDuringTheCommand)
 {
     const OutputCapture errors(STDERR_FILENO);
     Rendezvous answer(2);

@@ -23,7 +23,7 @@ TEST(HasToken, IsFoundAnywhere)
     EXPECT_EQ(has_token("-err", 4, "-ERR", 4), 0);
 }
 
-TEST(HasToken, NullEmptyAndLongerTokensAreNotThere)
+TEST(HasToken, NullEmptyAndLongerTokensAreNotFound)
 {
     EXPECT_EQ(has_token(nullptr, 4, "-ERR", 4), 0);
     EXPECT_EQ(has_token("-ERR", 4, nullptr, 4), 0);

@@ -23,7 +23,7 @@ TEST_F(ReplyPath, BlockIsFollowedByTheSuccessWord)
     EXPECT_EQ(flush(), "#3300" + data + ";+OK\r\n");
 }
 
-TEST_F(ReplyPath, AfterABlockNoSeparatorIsAddedOrTakenBack)
+TEST_F(ReplyPath, AfterABlockNoSeparatorIsAddedOrRemoved)
 {
     put_block("12;");
     EXPECT_EQ(user().binary_block_active, 1);
@@ -39,7 +39,7 @@ TEST_F(ReplyPath, BlockAfterTextHasNoSeparator)
     EXPECT_EQ(flush(), "a#111;+OK\r\n");
 }
 
-TEST_F(ReplyPath, TextThatStartsWithAHashIsTextWhileNoBlockIsDue)
+TEST_F(ReplyPath, TextThatStartsWithAHashIsTextUnlessABlockIsExpected)
 {
     put("a");
     put("#H1F");
@@ -47,7 +47,7 @@ TEST_F(ReplyPath, TextThatStartsWithAHashIsTextWhileNoBlockIsDue)
     EXPECT_EQ(flush(), "a;#H1F;+OK\r\n");
 }
 
-TEST_F(ReplyPath, TextWithoutAHashIsTextAlsoWhileABlockIsDue)
+TEST_F(ReplyPath, TextWithoutAHashIsTextEvenIfABlockIsExpected)
 {
     put("a");
     scpi_context.arbitrary_remaining = 5;
@@ -67,7 +67,7 @@ TEST_F(ReplyPath, BlockEndingAtTheBuffersEdgeLeavesTheSuccessWordAlone)
     EXPECT_EQ(tap.calls(), (std::vector<std::string>{"write 2048", "TCP_CORK=1", "write 5", "TCP_CORK=0"}));
 }
 
-TEST_F(ReplyPath, LongBlockLeavesInUncorkedChunksOf2048)
+TEST_F(ReplyPath, LongBlockIsSentInUncorkedChunksOf2048)
 {
     std::string data(5000, '\0');
     for (size_t i = 0; i < data.size(); ++i) {
@@ -80,7 +80,7 @@ TEST_F(ReplyPath, LongBlockLeavesInUncorkedChunksOf2048)
                                                      "TCP_CORK=0"}));
 }
 
-TEST_F(ReplyPath, BlockOnADeadSocketIsTakenOnlyAsFarAsTheBuffer)
+TEST_F(ReplyPath, BlockOnADeadSocketIsAcceptedOnlyUpToTheBuffer)
 {
     ::shutdown(client.server(), SHUT_WR);
     OutputCapture errors(STDERR_FILENO);
@@ -108,7 +108,7 @@ TEST_F(ReplyPath, RawFlushSendsTheBufferAndAddsNothing)
     EXPECT_EQ(flush(), "+OK\r\n");
 }
 
-TEST_F(ReplyPath, RawFlushKeepsTheBufferUnlessAllWentOut)
+TEST_F(ReplyPath, RawFlushKeepsTheBufferUnlessAllWasSent)
 {
     put("0123456789");
     OutputCapture errors(STDERR_FILENO);
@@ -124,14 +124,14 @@ TEST_F(ReplyPath, RawFlushKeepsTheBufferUnlessAllWentOut)
 
 // ---- the socket
 
-TEST_F(ReplyPath, ReplyLeavesInOneCorkedWrite)
+TEST_F(ReplyPath, ReplyIsSentInOneCorkedWrite)
 {
     SocketTap tap(client.server());
     write_and_flush({"a", "b"});
     EXPECT_EQ(tap.calls(), (std::vector<std::string>{"TCP_CORK=1", "write 9", "TCP_CORK=0"}));
 }
 
-TEST_F(ReplyPath, InterruptedAndPartialWritesGoOn)
+TEST_F(ReplyPath, InterruptedAndPartialWritesContinue)
 {
     SocketTap tap(client.server());
     tap.fail_write(EINTR);

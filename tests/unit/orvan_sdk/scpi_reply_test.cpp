@@ -62,7 +62,7 @@ TEST_F(ReplyPath, ALoneSeparatorLeavesAnEmptyReply)
     EXPECT_EQ(write_and_flush({";"}), "+OK\r\n");
 }
 
-TEST_F(ReplyPath, NothingIsTakenWithoutDataLengthOrRecord)
+TEST_F(ReplyPath, NothingIsStoredWithoutDataLengthOrRecord)
 {
     EXPECT_EQ(SCPI_Write(&scpi_context, nullptr, 3), 0u);
     EXPECT_EQ(SCPI_Write(&scpi_context, "abc", 0), 0u);
@@ -196,20 +196,20 @@ TEST_F(ReplyPath, SeparatedWriteMayEndWithTheBuffer)
     EXPECT_EQ(write_and_flush({first, second}), first + ";" + second);
 }
 
-TEST_F(ReplyPath, TextBeyondTheBufferKeepsItsThreadForEver)
+TEST_F(ReplyPath, TextBeyondTheBufferBlocksItsThreadForever)
 {
     EXPECT_TRUE(spins([&] { put(std::string(2049, 'x')); }));
     EXPECT_FALSE(spins([&] { put(std::string(2048, 'x')); }));
 }
 
-TEST_F(ReplyPath, TextThatLeavesNoByteForItsSeparatorKeepsItsThreadForEver)
+TEST_F(ReplyPath, TextWithoutRoomForItsSeparatorBlocksItsThreadForever)
 {
     put(std::string(2000, 'x'));
     EXPECT_TRUE(spins([&] { put(std::string(48, 'y')); }));
     EXPECT_FALSE(spins([&] { put(std::string(47, 'y')); }));
 }
 
-TEST_F(ReplyPath, AnyTextAtAFullBufferKeepsItsThreadForEver)
+TEST_F(ReplyPath, AnyTextAtAFullBufferBlocksItsThreadForever)
 {
     put(std::string(2048, 'x'));
     EXPECT_TRUE(spins([&] { put("y"); }));
@@ -217,7 +217,7 @@ TEST_F(ReplyPath, AnyTextAtAFullBufferKeepsItsThreadForEver)
     EXPECT_FALSE(spins([&] { put("\r\n"); }));
 }
 
-TEST_F(ReplyPath, ModulesAnswerBeyondTheBufferKeepsItsThreadForEver)
+TEST_F(ReplyPath, ModulesAnswerBeyondTheBufferBlocksItsThreadForever)
 {
     module.always(ModuleAnswer::reply(std::string(3000, 'x') + ";+OK\r\n"));
     EXPECT_TRUE(spins([&] { feed(":SYST:FILE:CAT:LIST?\n"); }));

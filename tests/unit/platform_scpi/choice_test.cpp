@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
                       ChoiceRow{"-2", 0, -224}, ChoiceRow{"2V", 0, -224}, ChoiceRow{"CH3", 0, -224},
                       ChoiceRow{"1E300", 0, -224}, ChoiceRow{"18446744073709551618", 0, -224}));
 
-TEST_F(Parameter, OptionalChoiceThatIsAbsentIsNoError)
+TEST_F(Parameter, AbsentOptionalChoiceIsNoError)
 {
     parameters("");
     int32_t tag = 77;

@@ -75,7 +75,7 @@ TEST_F(Parameter, MistakeInAnOptionalIsAnError)
     EXPECT_TRUE(SCPI_ParamErrorOccurred(&context));
 }
 
-TEST_F(Parameter, AllReadCountsAsTheEnd)
+TEST_F(Parameter, NothingLeftCountsAsTheEnd)
 {
     parameters("1,2,3");
     context.param_list.lex_state.pos += context.param_list.lex_state.len;
@@ -154,7 +154,7 @@ TEST_F(Parameter, IsNumberDistinguishesTheKinds)
 
 /* All readers */
 
-TEST_F(Parameter, ReadersEndAndStayInsideTheTextWhateverItHolds)
+TEST_F(Parameter, ReadersNeverLeaveTheTextWhateverItHolds)
 {
     static constexpr char kAlphabet[] = "0129AEeHQB+-.#,;'\"() \t\n/_:@\x80";
     const auto bool_reader = [](scpi_t* c) {

@@ -9,7 +9,7 @@ namespace {
 
 /* ParamCharacters */
 
-TEST_F(Parameter, CharactersPointAtWordsAndInsideOfStrings)
+TEST_F(Parameter, CharactersPointAtWordsAndInsideStrings)
 {
     parameters("ABC,'a\"b',\"a\"\"b\"");
     const char* data = nullptr;

@@ -44,7 +44,7 @@ TEST(HostileClients, AHangUpInMidMessageDoesNoHarm)
     EXPECT_EQ(sink.messages(), std::vector<std::string>{"*IDN?\n"});
 }
 
-TEST(HostileClients, OneThatLeavesBeforeItsReplyHasItsMessageExecuted)
+TEST(HostileClients, AClientThatLeavesBeforeItsReplyHasItsMessageExecuted)
 {
     RecordingSink sink;
     sink.shut();
@@ -61,7 +61,7 @@ TEST(HostileClients, OneThatLeavesBeforeItsReplyHasItsMessageExecuted)
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
 }
 
-TEST(HostileClients, OneThatResetsHasNothingMoreExecuted)
+TEST(HostileClients, AClientThatResetsHasNothingMoreExecuted)
 {
     RecordingSink sink;
     sink.shut();
@@ -79,7 +79,7 @@ TEST(HostileClients, OneThatResetsHasNothingMoreExecuted)
     EXPECT_EQ(sink.messages(), std::vector<std::string>{"line 0\n"});
 }
 
-TEST(HostileClients, OneThatResetsWhileAnotherIsAtWorkHasNothingExecuted)
+TEST(HostileClients, AClientThatResetsDuringAnothersTurnHasNothingExecuted)
 {
     RecordingSink sink;
     sink.shut();
@@ -98,7 +98,7 @@ TEST(HostileClients, OneThatResetsWhileAnotherIsAtWorkHasNothingExecuted)
 }
 
 // A script that sends its settings and leaves: its end is orderly, even if our replies fail.
-TEST(HostileClients, OneThatSendsAndClosesHasAllOfItExecuted)
+TEST(HostileClients, AClientThatSendsAndClosesHasEverythingExecuted)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -122,7 +122,7 @@ TEST(HostileClients, OneThatSendsAndClosesHasAllOfItExecuted)
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 1; }));
 }
 
-TEST(HostileClients, OneThatSendsMoreThanIsReceivedAtOnceAndClosesHasAllOfItExecuted)
+TEST(HostileClients, AClientThatSendsALotAndClosesHasEverythingExecuted)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         RecordingSink::answer(socket, message);

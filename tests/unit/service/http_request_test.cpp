@@ -43,7 +43,7 @@ TEST(HostileClients, AnHttpRequestIsNotExecutedAndItsConnectionIsClosedAndLogged
     expect_good_service(server.port());
 }
 
-TEST(HostileClients, AnHttpRequestIsNotExecutedHoweverItIsCut)
+TEST(HostileClients, AnHttpRequestIsNotExecutedHoweverItIsSplit)
 {
     const LogCapture log;
     RecordingSink sink;

@@ -51,7 +51,7 @@ TEST(Server, ALostClientIsNotReportedDuringAnothersTurn)
     EXPECT_TRUE(eventually([&] { return sink.lost().size() == 1; }));
 }
 
-TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndLostOnesTakeNoPlace)
+TEST(Server, DuringACommandClientsAreAcceptedOrRefusedAndLostClientsTakeNoPlace)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 0});
@@ -79,7 +79,7 @@ TEST(Server, DuringACommandClientsAreAcceptedAndRefusedAndLostOnesTakeNoPlace)
     EXPECT_TRUE(sink.lost().empty());
 }
 
-TEST(Server, ThoseThatComeAndGoDuringACommandDoNotUseUpTheDescriptors)
+TEST(Server, ClientsThatComeAndGoDuringACommandDoNotUseUpTheDescriptors)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 4, .own_places = 0});
@@ -142,7 +142,7 @@ TEST(Server, TwoHundredClientsAtOnceEachGetTheirOwnReplies)
     EXPECT_EQ(sink.messages().size(), size_t{kClients * kMessages});
 }
 
-TEST(Server, OwnConnectionsArePlacedWhenOthersFillTheServer)
+TEST(Server, OwnConnectionsAreAcceptedByAFullServer)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 1});
@@ -156,7 +156,7 @@ TEST(Server, OwnConnectionsArePlacedWhenOthersFillTheServer)
     EXPECT_EQ(one_too_many.line(), "-ERR Too many clients;+OK\r\n");
 }
 
-TEST(Server, OwnConnectionsTakeNoPlaceOfOthers)
+TEST(Server, OwnConnectionsTakeNoOtherClientsPlace)
 {
     RecordingSink sink;
     RunningServer server(sink, {.max_clients = 2, .own_places = 1});
@@ -235,7 +235,7 @@ TEST(Server, AClientsSocketIsNotInheritedByStartedPrograms)
     EXPECT_NE(flags & FD_CLOEXEC, 0);
 }
 
-TEST(Server, WithoutADescriptorLeftItContinuesAndServesTheClientLater)
+TEST(Server, ServesAClientLaterWhenNoDescriptorIsLeft)
 {
     LogCapture log;
     RecordingSink sink;

@@ -34,7 +34,7 @@ TEST(ServerEnd, ClientsAreClosedAndNoDescriptorIsLeft)
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
+TEST(ServerEnd, TheRunningMessageFinishesAndWaitingOnesAreDropped)
 {
     RecordingSink sink;
     sink.shut();
@@ -56,7 +56,7 @@ TEST(ServerEnd, TheMessageAtWorkFinishesAndThoseNotBegunAreDropped)
 }
 
 // The library's temperature poll takes the end of its connection for an answer.
-TEST(ServerEnd, ALocalConnectionWhoseFirstMessageIsNotBegunStaysOpenUntilDestruction)
+TEST(ServerEnd, ALocalConnectionWaitingForItsFirstTurnStaysOpenUntilDestruction)
 {
     RecordingSink sink;
     std::optional<RunningServer> server(std::in_place, sink);
@@ -89,7 +89,7 @@ TEST(ServerEnd, ALocalConnectionWhoseFirstMessageIsNotBegunStaysOpenUntilDestruc
     EXPECT_EQ(sink.messages(), (Texts{"*IDN?\n", "first\n"}));
 }
 
-TEST(ServerEnd, ReturnsFalseWhenAMessageOutlastsThePatience)
+TEST(ServerEnd, ReturnsFalseWhenAMessageOutlastsTheTimeOut)
 {
     RecordingSink sink;
     sink.shut();

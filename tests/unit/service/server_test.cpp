@@ -23,7 +23,7 @@ std::string block_message(size_t bytes)
 
 } // namespace
 
-TEST(Server, AMessageIsExecutedWholeAndAnswered)
+TEST(Server, AMessageIsExecutedAndAnswered)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -71,7 +71,7 @@ TEST(Server, ABlockWithLineFeedsIsOneMessage)
     EXPECT_EQ(sink.messages(), (Texts{message, "*IDN?\n"}));
 }
 
-TEST(Server, ABlockIsWholeHoweverItIsSplit)
+TEST(Server, ABlockIsIntactHoweverItIsSplit)
 {
     RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
     RunningServer server(sink);
@@ -105,7 +105,7 @@ TEST(Server, ABlockThatPausesAnywhereIsReceived)
     }
 }
 
-TEST(Server, AClientThatLeavesOrIsClosedWithinABlockIsNoticed)
+TEST(Server, AClientLostWithinABlockIsNoticed)
 {
     RecordingSink sink;
     RunningServer server(sink);

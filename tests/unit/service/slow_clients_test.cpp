@@ -34,7 +34,7 @@ bool write_all(int socket, const std::string& reply)
 
 } // namespace
 
-TEST(HostileClients, OneThatNeverEndsItsLineDelaysNoOther)
+TEST(HostileClients, AClientThatNeverEndsItsLineDelaysNoOther)
 {
     RecordingSink sink;
     RunningServer server(sink);
@@ -51,7 +51,7 @@ TEST(HostileClients, OneThatNeverEndsItsLineDelaysNoOther)
 }
 
 // The sink's writes must not even come close to blocking: a client without room gets no turn.
-TEST(HostileClients, OneThatReadsLateBlocksNoTurnAndGetsEveryReply)
+TEST(HostileClients, AClientThatReadsLateBlocksNoTurnAndGetsEveryReply)
 {
     constexpr int kMessages = 3000;
     const std::string filler(1990, 'r');
@@ -84,7 +84,7 @@ TEST(HostileClients, OneThatReadsLateBlocksNoTurnAndGetsEveryReply)
     EXPECT_EQ(blocked, 0);
 }
 
-TEST(HostileClients, OneThatNeverReadsIsClosed)
+TEST(HostileClients, AClientThatNeverReadsIsClosed)
 {
     const LogCapture log;
     RecordingSink sink(
@@ -203,7 +203,7 @@ TEST(HostileClients, AMessageThatTricklesIsClosedInTime)
     EXPECT_EQ(idle.ask("a\n"), "a;+OK\r\n");
 }
 
-TEST(HostileClients, ABlockHasASecondMoreForEach64KilobytesOfIt)
+TEST(HostileClients, ABlockHasAnotherSecondForEach64Kilobytes)
 {
     RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
     ServerLimits limits;
@@ -219,7 +219,7 @@ TEST(HostileClients, ABlockHasASecondMoreForEach64KilobytesOfIt)
     EXPECT_EQ(client.line(), "ok;+OK\r\n");
 }
 
-TEST(HostileClients, TheClockOfAHalfMessageStopsWhileACommandRuns)
+TEST(HostileClients, TheDeadlineOfAHalfMessageStopsWhileACommandRuns)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         if (message == "long\n") {
@@ -265,7 +265,7 @@ TEST(HostileClients, HalfBlocksBeyondTheBudgetWaitAndDelayNoOther)
 }
 
 // Two clients with slow queries yield turns to a third with several lines.
-TEST(HostileClients, ThoseThatAskAgainAtOnceCostNoOtherItsTurn)
+TEST(HostileClients, ClientsThatAskAgainAtOnceCostNoOtherItsTurn)
 {
     RecordingSink sink([](int socket, const std::string& message) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the duration of the command

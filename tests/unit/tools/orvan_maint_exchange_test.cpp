@@ -11,7 +11,7 @@ using namespace orvan_maint;
 using namespace orvan_test;
 using namespace std::chrono_literals;
 
-TEST(MaintExchange, TakesTheReplyToItsOwnRequest)
+TEST(MaintExchange, AcceptsOnlyTheReplyToItsOwnRequest)
 {
     InstrumentModel model;
     DirectLink link(model);
@@ -32,7 +32,7 @@ TEST(MaintExchange, TakesTheReplyToItsOwnRequest)
     EXPECT_TRUE(link.waiting.empty());
 }
 
-TEST(MaintExchange, SendsThreeTimesAndNoMore)
+TEST(MaintExchange, SendsThreeTimesAtMost)
 {
     InstrumentModel model;
     model.is_silent = true;

@@ -54,7 +54,7 @@ struct Stream {
 
 } // namespace
 
-TEST(MaintTransfer, ArrivesWholeAtTheEdgesOfABlock)
+TEST(MaintTransfer, ArrivesIntactAtBlockBoundaries)
 {
     for (const size_t size : {1U, 1024U, 1025U}) {
         Transfer transfer(size);
@@ -66,7 +66,7 @@ TEST(MaintTransfer, ArrivesWholeAtTheEdgesOfABlock)
     }
 }
 
-TEST(MaintStream, ItsWaitsAreLongerThanTheInstrumentsOwn)
+TEST(MaintStream, WaitsLongerThanTheInstrumentDoes)
 {
     for (const size_t channels : {1U, 2U, 4U}) {
         const StreamTiming timing = stream_timing(channels);
@@ -78,7 +78,7 @@ TEST(MaintStream, ItsWaitsAreLongerThanTheInstrumentsOwn)
     }
 }
 
-TEST(MaintStream, ADoubledFinalFrameDoesNotHideAModuleThatRefuses)
+TEST(MaintStream, ADuplicateFinalFrameDoesNotHideAModuleThatRefuses)
 {
     Stream stream(1000);
     stream.model.module_ends = {0, 0, 0, IF_ERROR_INV_BIN_HEADER_FORMAT};
@@ -116,7 +116,7 @@ TEST(MaintStream, OneModuleIsEnough)
     EXPECT_EQ(stream.result.modules, (std::vector<uint32_t>{0}));
 }
 
-TEST(MaintStream, TakesAcknowledgementsByWhateverRuleModulesNumberThem)
+TEST(MaintStream, AcceptsAcknowledgementsHoweverModulesNumberThem)
 {
     for (const int above : {0, 1, 7}) {
         Stream stream(5000);
@@ -127,7 +127,7 @@ TEST(MaintStream, TakesAcknowledgementsByWhateverRuleModulesNumberThem)
     }
 }
 
-TEST(MaintStream, SendsAgainWhatIsLost)
+TEST(MaintStream, ResendsLostBlocks)
 {
     for (size_t lost = 0; lost < 4; ++lost) {
         for (const bool request : {true, false}) {
@@ -141,7 +141,7 @@ TEST(MaintStream, SendsAgainWhatIsLost)
     }
 }
 
-TEST(MaintStream, DoubledAcknowledgementsAreNotTakenForOthers)
+TEST(MaintStream, DuplicateAcknowledgementsAreNotMistakenForOthers)
 {
     Stream stream(10'000);
     stream.link.replies = [](const HALDE_PACKET& frame, size_t) { return frame.size == 0 ? 2 : 1; };
@@ -151,7 +151,7 @@ TEST(MaintStream, DoubledAcknowledgementsAreNotTakenForOthers)
     EXPECT_EQ(stream.resent, 0U);
 }
 
-TEST(MaintStream, ADoubledAcknowledgementDoesNotCoverALostBlock)
+TEST(MaintStream, ADuplicateAcknowledgementDoesNotHideALostBlock)
 {
     Stream stream(10'000);
     stream.link.replies = [](const HALDE_PACKET& frame, size_t) { return frame.size == 0 ? 2 : 1; };
@@ -161,7 +161,7 @@ TEST(MaintStream, ADoubledAcknowledgementDoesNotCoverALostBlock)
     EXPECT_EQ(stream.resent, 1U);
 }
 
-TEST(MaintStream, AModuleThatIsSilentInItEndsIt)
+TEST(MaintStream, AModuleThatIsSilentInTheStreamEndsIt)
 {
     Stream stream(10'000);
     stream.model.module_silent_from = 4;
@@ -175,7 +175,7 @@ TEST(MaintStream, AModuleThatIsSilentInItEndsIt)
     EXPECT_EQ(at_end.run(), kExitRefused);
 }
 
-TEST(MaintStream, AModuleThatIsSilentInBurningLeavesTheOthersTheirWord)
+TEST(MaintStream, AModuleSilentWhileBurningLeavesTheOthersTheirResults)
 {
     Stream stream(1000);
     stream.model.module_ends = {0, LXI_ERROR_TIMEOUT, 0, 0};
@@ -197,7 +197,7 @@ TEST(MaintStream, AModuleThatRefusesIsReportedEvenIfTheInstrumentSucceeds)
     EXPECT_TRUE(stream.result.confirmed);
 }
 
-TEST(MaintStream, AModulesOwnFinalFrameIsNotTheWholesFinalFrame)
+TEST(MaintStream, AModulesFinalFrameIsNotThatOfTheWholeStream)
 {
     Stream stream(1000);
     stream.model.confirms = false;
@@ -211,7 +211,7 @@ TEST(MaintStream, AModulesOwnFinalFrameIsNotTheWholesFinalFrame)
     EXPECT_FALSE(cut.result.confirmed);
 }
 
-TEST(MaintStream, GivesUpEventually)
+TEST(MaintStream, FailsEventually)
 {
     Stream stream(1000);
     stream.model.is_silent = true;

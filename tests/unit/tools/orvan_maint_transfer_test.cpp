@@ -39,7 +39,7 @@ auto lose_first(std::function<bool(const HALDE_PACKET&)> meant)
 
 } // namespace
 
-TEST(MaintTransfer, IsAHeaderBlocksAndAnEnd)
+TEST(MaintTransfer, ConsistsOfAHeaderBlocksAndAnEnd)
 {
     Transfer transfer(2050);
     EXPECT_EQ(transfer.run(), kExitDone);
@@ -87,7 +87,7 @@ TEST(MaintTransfer, SurvivesTheLossOfManyAcknowledgementsInARow)
     }
 }
 
-TEST(MaintTransfer, SurvivesTheDoublingOfAnyFrame)
+TEST(MaintTransfer, SurvivesTheDuplicationOfAnyFrame)
 {
     for (const bool request : {true, false}) {
         Transfer transfer(4000);
@@ -111,7 +111,7 @@ TEST(MaintTransfer, ALostHeaderIsDistinguishedFromItsLostAcknowledgement)
     EXPECT_EQ(acknowledgement.sent(), "HESU0 HEID1 HEID2");
 }
 
-TEST(MaintTransfer, AnotherClientsSearchSetsItBackAndItStillArrivesWhole)
+TEST(MaintTransfer, SurvivesBeingSetBackByAnotherClientsSearch)
 {
     Transfer transfer(20'000);
     transfer.link.meanwhile = [&transfer](size_t number) {
@@ -125,7 +125,7 @@ TEST(MaintTransfer, AnotherClientsSearchSetsItBackAndItStillArrivesWhole)
         << transfer.sent();
 }
 
-TEST(MaintTransfer, EndsWhenItIsTakenBackAgainAndAgain)
+TEST(MaintTransfer, EndsWhenItIsSetBackAgainAndAgain)
 {
     Transfer transfer(20'000);
     transfer.link.meanwhile = [&transfer](size_t number) {
@@ -147,7 +147,7 @@ TEST(MaintTransfer, AnOutageIsWaitedOutAndTheTransferContinues)
     EXPECT_TRUE(std::is_sorted(transfer.progress.begin(), transfer.progress.end()));
 }
 
-TEST(MaintTransfer, AnAbortedTransferIsStartedAgain)
+TEST(MaintTransfer, AnAbortedTransferIsRestarted)
 {
     Transfer transfer(3000);
     transfer.model.wait_for_block(500);
@@ -156,7 +156,7 @@ TEST(MaintTransfer, AnAbortedTransferIsStartedAgain)
     EXPECT_EQ(transfer.model.ended, 1);
 }
 
-TEST(MaintTransfer, AnEndThatIsSentOnceTooOftenBeginsNoOther)
+TEST(MaintTransfer, ARepeatedEndStartsNoOtherTransfer)
 {
     Transfer transfer(1000);
     transfer.link.replies = lose_first([](const HALDE_PACKET& frame) { return number(frame) == 3; });
@@ -166,7 +166,7 @@ TEST(MaintTransfer, AnEndThatIsSentOnceTooOftenBeginsNoOther)
     transfer.expect_whole();
 }
 
-TEST(MaintTransfer, LateAcknowledgementsAreNotTakenForOthers)
+TEST(MaintTransfer, LateAcknowledgementsAreNotMistakenForOthers)
 {
     Transfer transfer(10'000);
     // Each comes again when the next block was sent.
@@ -196,7 +196,7 @@ TEST(MaintTransfer, AnotherClientsBlockAcknowledgedHereIsDamage)
     }
 }
 
-TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotTakenForItsOwn)
+TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotMistakenForItsOwn)
 {
     // As many as would end it.
     Transfer transfer(3000);
@@ -212,7 +212,7 @@ TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotTakenForItsOwn)
     EXPECT_EQ(transfer.model.ended, 0);
 }
 
-TEST(MaintTransfer, AnInstrumentThatLeavesItIsNotFedOn)
+TEST(MaintTransfer, StopsWhenTheInstrumentLeavesIt)
 {
     Transfer transfer(10'000);
     transfer.model.leaves_at = 5;
@@ -225,7 +225,7 @@ TEST(MaintTransfer, AnInstrumentThatLeavesItIsNotFedOn)
     EXPECT_EQ(near_end.run(), kExitRefused);
 }
 
-TEST(MaintTransfer, GivesUpEventually)
+TEST(MaintTransfer, FailsEventually)
 {
     Transfer silent(1000);
     silent.model.is_silent = true;
@@ -243,7 +243,7 @@ TEST(MaintTransfer, GivesUpEventually)
     EXPECT_TRUE(end.end_sent);
 }
 
-TEST(MaintTransfer, IsBoundedAlsoAgainstOneThatTalksNonsense)
+TEST(MaintTransfer, IsBoundedEvenIfTheInstrumentSendsNonsense)
 {
     Transfer transfer(3000);
     transfer.link.requests = [](const HALDE_PACKET&, size_t) { return 0; };
@@ -266,7 +266,7 @@ TEST(MaintTransfer, TheLargestPackageHasAnEndWithTheHighestNumber)
     EXPECT_EQ(transfer.link.sent.back()[5], 0xFF);
 }
 
-TEST(MaintTransfer, AnAbortedOneIsEndedWithAPackageThatDoesNotUnpack)
+TEST(MaintTransfer, AnAbortedTransferIsEndedWithAPackageThatDoesNotUnpack)
 {
     InstrumentModel model;
     model.wait_for_block(7);

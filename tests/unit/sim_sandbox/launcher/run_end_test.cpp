@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 using namespace launcher_test;
 using sandbox_test::eventually;
 
-TEST_F(OrvanSimRun, ServiceThatEndsInOrderEndsTheRunInOrder)
+TEST_F(OrvanSimRun, CleanExitOfTheServiceEndsTheRunCleanly)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
@@ -31,7 +31,7 @@ TEST_F(OrvanSimRun, ServiceThatEndsBeforeItIsReadyIsAnErrorWhateverItsStatus)
         << output();
 }
 
-TEST_F(OrvanSimRun, ServiceThatDoesNotGetReadyEndsTheRun)
+TEST_F(OrvanSimRun, ServiceThatDoesNotBecomeReadyEndsTheRun)
 {
     start({"--modules", "none"}, {{"ORVAN_DOUBLE_EXIT", "4"}});
     EXPECT_EQ(wait(), 4);
@@ -55,7 +55,7 @@ TEST_F(OrvanSimRun, MissingProgramIsNamed)
                             ": No such file or directory\n");
 }
 
-TEST_F(OrvanSimRun, EachEndingSignalEndsInOrderAndLeavesNothing)
+TEST_F(OrvanSimRun, EachTerminatingSignalEndsCleanlyAndLeavesNothing)
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         if (!start_ready({"--modules", "2"})) {
@@ -67,7 +67,7 @@ TEST_F(OrvanSimRun, EachEndingSignalEndsInOrderAndLeavesNothing)
     }
 }
 
-TEST_F(OrvanSimRun, SignalWhileStartingEndsItToo)
+TEST_F(OrvanSimRun, SignalDuringTheStartEndsItToo)
 {
     start({"--modules", "none", "--state", state()}, {{"ORVAN_DOUBLE_MUTE", "1"}});
     EXPECT_TRUE(eventually([&] { return fs::exists(state() / "log/service.log"); }));
@@ -75,7 +75,7 @@ TEST_F(OrvanSimRun, SignalWhileStartingEndsItToo)
     EXPECT_EQ(output().find("ready"), std::string::npos);
 }
 
-TEST_F(OrvanSimRun, NamedStateDirectoryStaysWithoutItsSockets)
+TEST_F(OrvanSimRun, NamedStateDirectoryIsKeptWithoutItsSockets)
 {
     if (!start_ready({"--modules", "1", "--state", state()})) {
         return;

@@ -26,7 +26,7 @@ TEST_F(OrvanSimRun, RequestedRebootRestartsTheServiceOnTheSamePort)
     EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
 }
 
-TEST_F(OrvanSimRun, ServiceThatEndsByItselfRightAfterTheRequestIsRestartedToo)
+TEST_F(OrvanSimRun, ServiceThatExitsRightAfterTheRequestIsRestartedToo)
 {
     if (!start_ready({"--modules", "none"})) {
         return;
@@ -88,7 +88,7 @@ TEST_F(OrvanSimRun, AServiceThatFailsIsStartedAgainOnTheSamePortWhileClientsWait
     EXPECT_EQ(stop(SIGTERM), 0);
 }
 
-TEST_F(OrvanSimRun, AServiceThatWaitsForItsRestartIsSeenAndARebootDoesNotWait)
+TEST_F(OrvanSimRun, AServiceWaitingForItsRestartIsReportedAndARebootDoesNotWait)
 {
     // Five seconds, long after both commands.
     if (!start_ready({"--modules", "none"})) {
@@ -106,7 +106,7 @@ TEST_F(OrvanSimRun, AServiceThatWaitsForItsRestartIsSeenAndARebootDoesNotWait)
     EXPECT_EQ(ask("fds"), "1\n");
 }
 
-TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsTriedAgain)
+TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsRestartedAgain)
 {
     if (!start_ready({"--modules", "none", "--clock-rate", "50"})) {
         return;

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 using namespace launcher_test;
 using sandbox_test::read_file;
 
-TEST_F(OrvanSimRun, PrintsWhatIsReadyAndHowToStopIt)
+TEST_F(OrvanSimRun, PrintsThatItIsReadyAndHowToStopIt)
 {
     if (!start_ready()) {
         return;
@@ -67,7 +67,7 @@ TEST_F(OrvanSimRun, ANewInstrumentIsProducedOnceAndKeepsItsModel)
                   "directory)\n");
 }
 
-TEST_F(OrvanSimRun, SettingsThatAreThereAlreadyAreNotProduced)
+TEST_F(OrvanSimRun, ExistingSettingsAreNotProducedAgain)
 {
     fs::create_directories(state() / "board");
     std::ofstream(state() / "board/eeprom.bin") << "anything";
@@ -77,7 +77,7 @@ TEST_F(OrvanSimRun, SettingsThatAreThereAlreadyAreNotProduced)
     EXPECT_FALSE(fs::exists(state() / "log/production.log"));
 }
 
-TEST_F(OrvanSimRun, AFailedProductionIsAnErrorAndIsTriedAgainNextTime)
+TEST_F(OrvanSimRun, AFailedProductionIsAnErrorAndIsRetriedNextTime)
 {
     if (!start_ready({"--modules", "none", "--state", state()})) {
         return;
@@ -106,7 +106,7 @@ TEST_F(OrvanSimRun, UnknownModelIsAnErrorThatListsTheKnownOnes)
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSimRun, AVerbThatTheBoardRefusesIsAnErrorBeforeTheStart)
+TEST_F(OrvanSimRun, AVerbRefusedByTheBoardIsAnErrorBeforeTheStart)
 {
     struct {
         const char* verb;

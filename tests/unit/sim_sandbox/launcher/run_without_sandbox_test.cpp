@@ -33,7 +33,7 @@ protected:
     TemporaryDirectory m_outer;
 };
 
-TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndALineNamesWhatIsMissing)
+TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndAMessageNamesWhatIsMissing)
 {
     if (!start_ready({"--no-sandbox", "--modules", "1"})) {
         return;
@@ -57,7 +57,7 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndALineNamesWhatIs
     EXPECT_EQ(sim({"exec", "--", "true"}).output, "orvan-sim: this instance has no sandbox\n");
 }
 
-TEST_F(OrvanSimRunOnHost, WithoutASandboxAKilledLauncherEndsAllProcessesToo)
+TEST_F(OrvanSimRunOnHost, KilledLauncherEndsAllProcessesWithoutASandboxToo)
 {
     if (!start_ready({"--no-sandbox", "--modules", "1"})) {
         return;
