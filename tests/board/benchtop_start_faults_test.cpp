@@ -1,4 +1,4 @@
-// Faults at the benchtop's start: what stops it, and what does not.
+// Faults during the benchtop's start: those that stop it and those that do not.
 
 #include <filesystem>
 #include <fstream>
@@ -21,7 +21,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// ---- what stops it
+// ---- faults that stop it
 
 TEST_F(BenchtopStart, StopsWithoutAnSpiPort)
 {
@@ -65,7 +65,7 @@ TEST_F(BenchtopStart, EmptiesItsDebugLogAndTakesItsMode)
     EXPECT_EQ(HaldeElec::OrvanDebug::GetLogMode(), 4);
 }
 
-// ---- what does not
+// ---- faults that do not
 
 TEST_F(BenchtopStart, ContinuesWithoutAnyExpander)
 {

@@ -1,4 +1,4 @@
-// The settings and setups that a benchtop starts from, and what it stores of them.
+// The settings and setups that a benchtop starts with, and what it stores.
 
 #include <cstring>
 #include <mutex>
@@ -110,7 +110,7 @@ TEST_F(BenchtopStart, TreatsAnInstrumentWithoutSettingsAsTheFactoryModel)
     EXPECT_EQ(settings().product_id, 0x3601);
     EXPECT_EQ(settings().hardwareVersion, 'D');
     EXPECT_STREQ(settings().description, "Halde Electronics Ltd.");
-    // MOD and LP are the factory's options; the frequency code comes from the model.
+    // MOD and LP are the factory options; the frequency code comes from the model.
     EXPECT_EQ(settings().options, 0x009E);
     EXPECT_EQ(file_image(), eeprom_image());
     EXPECT_EQ(module(2).connections(), 0u);

@@ -150,9 +150,9 @@ TEST_F(BenchtopStart, BringsTheModulesUpStepByStep)
 {
     store(settled_settings());
     Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
-    service->setNumberofChannels(2); // neither is what the start sets
+    service->setNumberofChannels(2); // neither is the value set by the start
     service->setSelectedChannel(3);
-    // What each step finds of the steps before it.
+    // Each step finds the results of the steps before it.
     module(1).on_request([&](const std::string& request) {
         const char* const step = request == "*TST?\r\n" ? "wait"
                                  : request.starts_with(":SYST:INF:") || request.starts_with(":ROSC:")
@@ -185,7 +185,7 @@ TEST_F(BenchtopStart, BringsTheModulesUpStepByStep)
     EXPECT_TRUE(temperature_thread_runs(*service));
 }
 
-/** An instrument with this many channels, and how its start takes each out of coupling. */
+/** An instrument with this many channels, whose start uncouples each of them. */
 struct Uncoupling {
     const char* model;
     uint8_t channels;

@@ -62,9 +62,9 @@ protected:
         pass(kSettlingUs);
         threads = 3;
         ASSERT_TRUE(board->clock().wait_for_sleepers(threads));
-        pass(kSettlingUs); // the fan may have come second
+        pass(kSettlingUs); // the fan may have been second
     }
-    /** The module is polled at its own address. */
+    /** Polls the module at its own address. */
     void module_tells(const std::string& celsius)
     {
         Scpi_Orvanx::getInstance()->setSelectedChannel(0);

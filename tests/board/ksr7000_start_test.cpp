@@ -1,4 +1,4 @@
-// The third platform from its start to its end, with its module and both stores of its settings.
+// The third platform from start to shutdown, with its module and both stores of its settings.
 
 #include <cstring>
 #include <initializer_list>
@@ -88,7 +88,7 @@ TEST_F(Ksr7000Start, ReportsItsIdentityToTheMaintenanceTool)
 
 TEST_F(Ksr7000Start, TreatsAnInstrumentWithoutSettingsAsTheFactoryModel)
 {
-    start_and_let_charge_monitor_settle(); // the factory's options have the battery
+    start_and_let_charge_monitor_settle(); // the factory options include the battery
     EXPECT_TRUE(device->Initialized());
     uint8_t identity[128];
     EXPECT_EQ(device->GetIdentification(identity), 0);

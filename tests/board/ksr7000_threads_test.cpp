@@ -29,7 +29,7 @@ TEST_F(Ksr7000Start, BatteryOptionWithoutABatteryRunsNoChargeMonitor)
     EXPECT_EQ(charge, 0);
     EXPECT_EQ(shown_charge(), -1);
     EXPECT_EQ(shown_status(), 0);
-    // One inserted later is not noticed.
+    // A battery inserted later is not noticed.
     board->battery()->set_fitted(true);
     board->trace().clear();
     pass(60 * kSecond);

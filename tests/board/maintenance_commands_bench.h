@@ -1,5 +1,5 @@
 /**
- * The commands of the maintenance protocol: what a server prints, logs and stores for them.
+ * Helpers for commands of the maintenance protocol: what a server prints, logs and stores.
  */
 #ifndef ORVAN_TESTS_MAINTENANCE_COMMANDS_BENCH_H
 #define ORVAN_TESTS_MAINTENANCE_COMMANDS_BENCH_H
@@ -56,7 +56,7 @@ struct TextRow {
     char (HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS::*field)[HaldeElec::Orvan::kSettingsTextSize];
     const char* printed = ""; // name of the value
     std::vector<std::string> logs = {};
-    bool at_once = true; // the interface gets it
+    bool at_once = true; // applied to the interface
 };
 
 /** The whole field, including the bytes after the text. */
@@ -73,7 +73,7 @@ inline std::string in_field(std::string text)
     return text;
 }
 
-/** All but one text of two records. */
+/** Compares two records except for one text. */
 inline bool rest_is_equal(HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS a,
                           const HaldeElec::Orvan::EEPROM_DEVICE_SETTINGS& b, const TextRow& row)
 {

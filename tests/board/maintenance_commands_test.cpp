@@ -1,4 +1,4 @@
-// The commands of the maintenance protocol that change nothing, byte for byte, and its helpers.
+// The maintenance commands that change nothing, byte for byte, and the protocol's helpers.
 
 #include <string>
 #include <vector>

@@ -49,7 +49,7 @@ TEST_F(MaintenanceCommands, FactoryTextsAreStoredInTheirFields)
             EXPECT_EQ(std::memcmp(&in_eeprom, &settings(), sizeof in_eeprom), 0) << row.letter;
             EXPECT_EQ(printed(), "HEOT: update option"s + row.printed + ":" + value + " \n");
 
-            // 32 in the order of the wire, then the data as a text.
+            // 32 in wire order, then the data as text.
             std::vector<std::string> lines = {kAccepted, "8192", row.letter + value};
             append_row(lines, sent);
             lines.insert(lines.end(), row.logs.begin(), row.logs.end());
@@ -90,7 +90,7 @@ TEST_F(MaintenanceCommands, FactoryOptionsAreMirroredExceptTheFrequencyCode)
 
 TEST_F(MaintenanceCommands, ATextEndsAtItsTerminator)
 {
-    // Both are shorter than what has been there.
+    // Both are shorter than the previous values.
     reply_to(request({"HEIP"}, {request_row('A', "10.1.1.1\0and more"s)}));
     EXPECT_EQ(std::string(settings().fixIp, kSettingsTextSize), in_field("10.1.1.1"));
     printed();

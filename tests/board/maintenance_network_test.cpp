@@ -49,7 +49,7 @@ TEST_F(MaintenanceCommands, NetworkTextsAreStoredInTheirFields)
             const Settings in_eeprom = stored();
             EXPECT_EQ(std::memcmp(&in_eeprom, &settings(), sizeof in_eeprom), 0) << row.letter;
             if (row.at_once) {
-                // The request and 22 bytes of what followed it in the buffer.
+                // The request and the 22 bytes after it in the buffer.
                 EXPECT_EQ(told, FrameHeader({"HEIP", 3, 32, kOwnMac}).bytes() + asked.substr(22) +
                                     std::string(22, '\0'));
             } else {
@@ -168,7 +168,7 @@ TEST_F(MaintenanceCommands, NetworkSkipsForeignLetters)
 
 TEST_F(MaintenanceCommands, NetworkTakesAll17RowsInOrder)
 {
-    std::vector<std::string> rows(17, request_row('Z', "")); // a letter of no row
+    std::vector<std::string> rows(17, request_row('Z', "")); // a letter that no row has
     rows[0] = request_row('A', "10.1.1.1");
     rows[7] = request_row('N', "255.0.0.0");
     rows[15] = request_row('A', "10.1.1.2");

@@ -1,4 +1,4 @@
-// The portable's battery and charge monitor from its start to its end.
+// The portable's battery and charge monitor from start to shutdown.
 
 #include <atomic>
 #include <cstdio>
@@ -79,7 +79,8 @@ TEST_F(PortableStart, ABatteryIsFollowedFromFullToEmptyAndBack)
             history.power = board->module_power();
             Lines switches;
             board->battery()->set_flow(flow);
-            // A reading at every percent: the hours in which it would flow cost some 100,000 thread switches.
+            // A reading at every percent: simulating the hours in between would take some 100,000 thread
+            // switches.
             for (int done = 0; done <= 100; ++done) {
                 board->battery()->set_charge(flow == SmartBattery::Flow::kDrain ? 100 - done : done);
                 board->trace().clear();
@@ -142,7 +143,7 @@ TEST_F(PortableStart, ChargeMonitorsOfAProcessShareTheModulesState)
         start();
         ASSERT_TRUE(threads(3));
         EXPECT_FALSE(board->module_power());
-        ASSERT_TRUE(board->clock().run(kSecond, 3)); // so that the two are never awake at once
+        ASSERT_TRUE(board->clock().run(kSecond, 3)); // so that the two threads are never awake at once
         board->trace().clear();
         std::thread([this] {
             PortableDeviceTestPeer{static_cast<OrvanPortableDevice&>(*device)}.charge_monitor();

@@ -40,7 +40,7 @@ protected:
         if (!refusal().empty()) {
             return;
         }
-        // A link to a folder would not count as a folder for a program that creates it.
+        // A program that creates the folder would not accept a link to one.
         std::filesystem::create_directories("/home/orvan");
         std::filesystem::create_directory_symlink(files->halde(), "/home/orvan/halde");
         files->write_factory_setup("{}");
@@ -75,7 +75,7 @@ protected:
         // The selected channel's temperature is polled through the instrument's own server.
         Scpi_Orvanx::getInstance()->setScpiPort(module->port());
     }
-    /** A new start of the process, on the same machine. */
+    /** Restarts the process on the same machine. */
     void restart()
     {
         end();
@@ -91,7 +91,7 @@ protected:
         PersistentDataTestPeer::forget_instance();
     }
 
-    /** The threads that a device has started, asleep. */
+    /** Waits until the threads started by the device are asleep. */
     bool threads(size_t count)
     {
         return board->clock().wait_for_sleepers(count) && board->clock().sleepers() == count;
@@ -115,7 +115,7 @@ protected:
         EXPECT_EXIT(end_process_behind(body), testing::ExitedWithCode(0), "");
     }
 
-    /** Why a case can't run here; empty when it can. */
+    /** Why a case can't run here; empty if it can. */
     const std::string& refusal() const { return home.refusal().empty() ? network.refusal() : home.refusal(); }
 
     orvan_test::PrivateHome home;

@@ -1,4 +1,4 @@
-// The portable from its start to its end.
+// The portable from start to shutdown.
 
 #include <algorithm>
 #include <cstring>
@@ -246,7 +246,7 @@ TEST_F(PortableStart, DestructionStopsTheFanThreadAndClosesTheBus)
     end();
     EXPECT_EQ(board->clock().sleepers(), 0u);
     EXPECT_EQ(board->trace().lines_with({"spi", "i2c", "pin"}).back(), "spi close");
-    // The module's own end of a connection may still be open in this process.
+    // The module's side of a connection may still be open in this process.
     ASSERT_TRUE(module->wait_finished(module->connections()));
     const size_t frames =
         logs.count(LOG_INFO, "[CUdpServer]::WaitForEvent sending HEID============================");

@@ -1,4 +1,4 @@
-// From the key to the front-panel program's connection.
+// From a key to the connection of the front-panel program.
 
 #include <algorithm>
 #include <optional>
@@ -97,7 +97,7 @@ TEST_F(KeyboardBridge, AnIgnoredEventTakesNoQueueLock)
     press(0, 0);
     board->trace().clear();
     release(0, 0);
-    i2cIRQhandler(); // and one where there is no event
+    i2cIRQhandler(); // and once without an event
     EXPECT_TRUE(expect_trace(board->trace().take(), R"(
         lock 0
         i2c 0x34 [0x04] -> 0x01
@@ -268,7 +268,7 @@ TEST_F(KeyboardBridge, ItPrintsNothing)
     EXPECT_EQ(errors.text(), "");
 }
 
-// In real time, for ThreadSanitizer: interrupts, the call by hand, the service's entry point and the sender.
+// In real time, for ThreadSanitizer: interrupts, direct calls, the service's entry point and the sender.
 TEST(KeyboardBridgeThreads, CodesOfManyThreadsAllArrive)
 {
     sim_board::InstalledBoard board(sim_board::kBenchtopWiring, sim_board::Clock::Mode::kRealTime);
@@ -299,7 +299,7 @@ TEST(KeyboardBridgeThreads, CodesOfManyThreadsAllArrive)
                 ASSERT_TRUE(board->gpio().wait_for_handlers());
             }
         }
-        // The queue never holds more than a round's 60.
+        // The queue never holds more than the 60 codes of a round.
         ASSERT_TRUE(panel.wait_for(static_cast<size_t>(round) * (kRemotes + kKeys)));
     }
     const auto arrived = panel.connections();

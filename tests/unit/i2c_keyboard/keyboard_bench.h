@@ -1,6 +1,6 @@
 /**
  * The bridge from a benchtop's keypad to the front-panel program. Each case needs a separate process: the
- * bridge's sender runs until its end.
+ * bridge's sender runs until the process exits.
  */
 #ifndef ORVAN_TESTS_KEYBOARD_BENCH_H
 #define ORVAN_TESTS_KEYBOARD_BENCH_H
@@ -18,7 +18,7 @@
 
 namespace orvan_test {
 
-/** The sender sleeps on the board's stopped clock: it sends one code after each of its pauses. */
+/** The sender sleeps on the board's stopped clock; it sends one code after each pause. */
 class KeyboardBridge : public testing::Test {
 protected:
     static constexpr uint64_t kPauseUs = 200;
@@ -49,7 +49,7 @@ protected:
     }
     /** Lets the sender check the queue this many times. */
     void send(size_t times) { ASSERT_TRUE(board->clock().run(kPauseUs * times, 1)); }
-    /** What has arrived once the queue is certainly empty. */
+    /** The codes received, once the queue is certainly empty. */
     std::vector<std::string> drain(size_t expected)
     {
         send(MAX_CMD_QUEUE_SIZE + 1);

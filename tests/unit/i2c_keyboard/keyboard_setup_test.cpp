@@ -1,4 +1,4 @@
-// The set-up of the keyboard bridge, and its faults.
+// The set-up of the keyboard bridge, and faults during it.
 
 #include <csignal>
 #include <string>

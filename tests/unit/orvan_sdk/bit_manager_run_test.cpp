@@ -1,4 +1,4 @@
-// The test table: how its tests are run, also by several threads.
+// The test table: running its tests, also from several threads.
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -19,7 +19,7 @@ TEST_F(TestTable, PowerUpTestsRunInOrderOnTheCallersThread)
         const auto note = [&, name](void*) {
             ran.emplace_back(name);
             threads.push_back(std::this_thread::get_id());
-            return -1; // means nothing
+            return -1; // has no meaning
         };
         manager->registerTest(PBIT, {name, note, nullptr, true});
     }
@@ -81,7 +81,7 @@ TEST_F(TestTable, FunctionGetsItsRecordWithTheObject)
         EXPECT_EQ(got->errorCode, ERR_NONE);
         EXPECT_EQ(got->object, &object);
         EXPECT_STREQ(manager->getTestName(got), "second");
-        // The table itself and no copy: the next result shows in it.
+        // The table itself, not a copy: the next result shows in it.
         manager->setTestResult(type, "second", BIT_PASS, 5);
         EXPECT_EQ(got->status, BIT_PASS);
         EXPECT_EQ(got->errorCode, 5);
@@ -210,7 +210,7 @@ TEST_F(TestTable, ExceptionOfATestReachesTheCallerAndLeavesTheTableUsable)
     EXPECT_THROW(take_cbit_step(*manager), std::runtime_error);
     EXPECT_TRUE(ran.empty());
     for (const eBitType type : kKinds) {
-        EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock is still held
+        EXPECT_TRUE(manager->setTestResult(type, "broken", BIT_FAIL, 1)); // no lock is held
     }
     take_steps(1);
     EXPECT_EQ(ran, std::vector<std::string>{"after it"}); // the round continued

@@ -1,5 +1,5 @@
 /**
- * The test table with tests that note their run.
+ * The test table with tests that record their runs.
  */
 #ifndef ORVAN_TESTS_BIT_TABLE_BENCH_H
 #define ORVAN_TESTS_BIT_TABLE_BENCH_H
@@ -21,7 +21,7 @@ inline constexpr auto kAbove = static_cast<eBitType>(3);
 /** The table without its thread. */
 class TestTable : public ::testing::Test {
 protected:
-    /** A test that notes its name. */
+    /** A test that records its name. */
     Test_t noting(const char* name, bool autoMode = true)
     {
         const auto note = [this, name](void*) {

@@ -39,7 +39,7 @@ Function* next(const char* name)
 
 } // namespace
 
-// They override the C library's for the whole program.
+// These override the C library's for the whole program.
 extern "C" int flock(int fd, int operation) noexcept
 {
     if (g_recording) {

@@ -1,5 +1,5 @@
 /**
- * Calls on files that fail, and the order of the locking calls.
+ * Makes file calls fail, and records the order of the locking calls.
  *
  * Linking it replaces flock(), ftell() and fsync() of the whole program; calls pass through.
  */
@@ -11,7 +11,7 @@
 
 namespace orvan_test {
 
-/** The one call that a test makes fail: "flock", "ftell", or "longer ftell", which reports too much. */
+/** The call that fails: "flock", "ftell", or "longer ftell", which reports too large a size. */
 extern std::string g_failing;
 /** "flock <operation>" and "fsync <size of the file>", in order, while recording. */
 extern std::vector<std::string> g_calls;

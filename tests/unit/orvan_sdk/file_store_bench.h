@@ -1,5 +1,5 @@
 /**
- * The settings' file in a private home.
+ * The settings file in a private home.
  */
 #ifndef ORVAN_TESTS_FILE_STORE_BENCH_H
 #define ORVAN_TESTS_FILE_STORE_BENCH_H
@@ -24,7 +24,7 @@
 #include "support/output_capture.h"
 #include "support/private_home.h"
 
-/** Injects failures that no path of the fixed folder can cause. */
+/** Injects failures that no path in the fixed folder can cause. */
 struct NullEepromTestPeer {
     static void set_path(NullEeprom& store, const char* path)
     {
@@ -76,7 +76,7 @@ protected:
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     }
 
-    /** What was printed, without the lines that a sanitizer's malloc adds when it has no memory. */
+    /** The output, without the lines printed by a sanitizer's malloc when out of memory. */
     static std::string said(const OutputCapture& err)
     {
         std::istringstream text(err.text());
@@ -88,7 +88,7 @@ protected:
         }
         return own;
     }
-    /** init() of a store with a fault. */
+    /** Runs init() of a store with a fault. */
     std::string failed_init()
     {
         OutputCapture err(STDERR_FILENO);

@@ -1,5 +1,5 @@
 /**
- * The settings of a portable in memory, without a bus, and the identification rows made of them.
+ * The settings of a portable in memory, without a bus, and their identification rows.
  */
 #ifndef ORVAN_TESTS_FLASH_PARAMS_BENCH_H
 #define ORVAN_TESTS_FLASH_PARAMS_BENCH_H

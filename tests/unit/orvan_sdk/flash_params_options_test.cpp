@@ -1,4 +1,4 @@
-// The options: their tables, their bits and their text.
+// The options: tables, bits and text.
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -65,7 +65,7 @@ TEST_F(FlashParams, ATablesRowsAreFactoryRows)
     const struct {
         const optEntry_t* table;
         unsigned used;     // bits with an option
-        unsigned defaults; // of them at the factory
+        unsigned defaults; // of these, set by the factory
     } platforms[] = {{optPortable_Tbl, 0x0fb0, 0x0810},
                      {optBenchtop_Tbl, 0xdff0, 0x0090},
                      {optKsr7000_Tbl, 0x07f0, 0x0110}};

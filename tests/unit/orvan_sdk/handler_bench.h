@@ -1,5 +1,5 @@
 /**
- * The front end with channel records and a recording device: what a row handler can reach.
+ * The front end with channel records and a recording device, as used by the row handlers.
  */
 #ifndef ORVAN_TESTS_HANDLER_BENCH_H
 #define ORVAN_TESTS_HANDLER_BENCH_H

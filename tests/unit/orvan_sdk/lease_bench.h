@@ -1,5 +1,5 @@
 /**
- * Clients of the parser's lease, how long they wait, and the calls of its watchdog's timer.
+ * Clients of the parser's lease, their waiting times, and the calls to the watchdog's timer.
  */
 #ifndef ORVAN_TESTS_LEASE_BENCH_H
 #define ORVAN_TESTS_LEASE_BENCH_H
@@ -10,7 +10,7 @@
 
 namespace orvan_test {
 
-inline constexpr int kFirst = 1001; // no descriptors of this process: the lease knows numbers only
+inline constexpr int kFirst = 1001; // not descriptors of this process: the lease only compares numbers
 inline constexpr int kSecond = 1002;
 inline constexpr int kThird = 1003;
 

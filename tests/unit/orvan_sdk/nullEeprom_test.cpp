@@ -1,4 +1,4 @@
-// The settings' file, loaded and read.
+// The settings file: loading and reading.
 #include <climits>
 #include <cstdint>
 #include <filesystem>
@@ -149,7 +149,7 @@ TEST_F(FileStore, AnUnknownLengthFails)
     EXPECT_EQ(failed_init(), "NullEeprom ftell: Input/output error\n");
 }
 
-// Exhausts the room for large allocations. Only a 32-bit process runs out of it.
+// Exhausts the address space for large allocations, which only a 32-bit process can run out of.
 class LargeAddresses {
 public:
     LargeAddresses()

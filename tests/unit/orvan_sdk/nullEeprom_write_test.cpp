@@ -1,4 +1,4 @@
-// The settings' file, written.
+// The settings file: writing.
 #include <algorithm>
 #include <climits>
 #include <cstdint>

@@ -1,5 +1,5 @@
 /**
- * Setups as files of every channel.
+ * Setups as one file for each channel.
  */
 #ifndef ORVAN_TESTS_PRESET_BENCH_H
 #define ORVAN_TESTS_PRESET_BENCH_H

@@ -1,4 +1,4 @@
-// Setups as files: recalled, and the one that is recalled at boot.
+// Setups as files: recall, and the boot setup.
 #include <cstring>
 #include <filesystem>
 #include <map>

@@ -1,4 +1,4 @@
-// Setups as files: stored, cleared and validated.
+// Setups as files: storing, clearing and validation.
 #include <climits>
 #include <filesystem>
 #include <fstream>

@@ -1,5 +1,5 @@
 /**
- * Pieces of a reply on their way to the client.
+ * Writes replies piece by piece and receives them as the client.
  */
 #ifndef ORVAN_TESTS_REPLY_BENCH_H
 #define ORVAN_TESTS_REPLY_BENCH_H

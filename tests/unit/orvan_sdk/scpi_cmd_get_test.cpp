@@ -9,7 +9,7 @@ using testing::IsEmpty;
 
 namespace {
 
-// The effect of a failing or missing device: for the usual get handler, and for the three others.
+// The effect of a failing or missing device on the usual get handlers, and on the three others.
 enum class OnFailure { kOwnError, kEmptyReply, kReplyThenOwnError };
 
 struct GetRow {
@@ -52,7 +52,7 @@ protected:
         return std::string(GetParam().call).substr(0, std::string(GetParam().call).find(' '));
     }
 
-    // The mirror holds another value before.
+    // The mirror holds another value first.
     void update_marker()
     {
         char marker[] = "7";
@@ -109,7 +109,7 @@ TEST_P(GetHandler, WithoutADeviceFails)
 TEST_P(GetHandler, ADeviceThatFailsWithoutATextIsAFailure)
 {
     if (operation() == "GetScpiPort") {
-        device.numbers.clear(); // its result does not count
+        device.numbers.clear(); // its result is ignored
     } else {
         device.refused.insert(operation());
     }

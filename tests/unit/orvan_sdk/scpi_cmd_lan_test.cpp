@@ -14,7 +14,7 @@ const std::string kLan = ":SYST:COMM:LAN:";
 struct SetRow {
     const char* command; // with its value
     const char* handler;
-    const char* call; // what the device sees
+    const char* call; // the call that the device receives
     int tag;          // ODT_NO_TAG: not mirrored
     const char* mirrored;
 };
@@ -101,7 +101,7 @@ TEST_P(SetHandler, WithoutADeviceTheValueIsStillMirrored)
     put_device(nullptr);
     EXPECT_EQ(ask(command()), "+OK\r\n");
     if (GetParam().tag == ODT_IF_PORT) {
-        EXPECT_EQ(all_bytes(), before); // a port counts only once the device was called
+        EXPECT_EQ(all_bytes(), before); // a port is mirrored only if the device was called
     } else {
         expect_mirrored(before);
     }

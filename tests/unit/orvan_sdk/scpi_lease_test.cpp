@@ -24,7 +24,7 @@ using std::chrono::steady_clock;
 
 namespace {
 
-// A client's thread that requests the lease on construction and keeps it.
+// A client's thread that requests the lease when constructed, and keeps it.
 class Waiter {
 public:
     explicit Waiter(int fd) : m_entered(std::async(std::launch::async, scpi_lease_acquire, fd)) {}
@@ -39,7 +39,7 @@ private:
 
 class Lease : public testing::Test {
 protected:
-    void SetUp() override { run_in_own_process(); } // the timer stays a tapped one
+    void SetUp() override { run_in_own_process(); } // the timer stays the substitute
     bool was_reset() const { return errors.text() == "**Reset\r\n"; }
     bool nothing_reset() const { return errors.text().empty(); }
 
@@ -212,7 +212,7 @@ TEST_F(Lease, EachPetRestartsTheTimeOnTheSameTimer)
 TEST_F(Lease, APetOfAClientThatDoesNotHoldItArmsNothing)
 {
     scpi_watchdog_pet_owner(kFirst);
-    scpi_watchdog_pet_owner(-1); // the owner's number while there is none
+    scpi_watchdog_pet_owner(-1); // the number that means no owner
     scpi_lease_acquire(kFirst);
     scpi_watchdog_pet_owner(kSecond);
     EXPECT_TRUE(timer.calls().empty());
@@ -306,7 +306,7 @@ TEST_F(Lease, AnExpiryCountsOnce)
     timer.fire();
     std::thread([] { scpi_lease_acquire(kSecond); }).join();
     timer.fire();
-    EXPECT_TRUE(was_reset()); // and not twice
+    EXPECT_TRUE(was_reset()); // but not twice
     const Waiter third(kThird);
     EXPECT_TRUE(third.stays_out());
     scpi_lease_release(kSecond);

@@ -24,14 +24,14 @@ namespace {
 
 class MessageLease : public FrontEndBench {
 protected:
-    void SetUp() override { run_in_own_process(); } // the timer stays a tapped one
+    void SetUp() override { run_in_own_process(); } // the timer stays the substitute
 
     class Waiter {
     public:
         explicit Waiter(int fd) : m_fd(fd), m_entered(std::async(std::launch::async, scpi_lease_acquire, fd))
         {
         }
-        // Releases what it gets; a case must not end while this still waits.
+        // Releases the lease once it has it; a case must not end while this still waits.
         ~Waiter()
         {
             m_entered.wait();
@@ -99,7 +99,7 @@ TEST_F(MessageLease, AClientThatStopsGetsNoReplyAndLosesItsMessage)
     const TcpPair second;
     speak_as(second);
     feed("\n");
-    EXPECT_EQ(read_ready(second.client()), "+OK\r\n"); // on an empty input buffer
+    EXPECT_EQ(read_ready(second.client()), "+OK\r\n"); // with an empty input buffer
     speak_as(client);
     EXPECT_EQ(ask(":SYST:VERS?"), "1999.0;+OK\r\n"); // its next bytes start a new message
 }
@@ -223,7 +223,7 @@ TEST_F(MessageLease, NamingAnotherClientDuringACommandSendsTheReplyThereAndLeave
     EXPECT_TRUE(other.enters_within(kBound));
 }
 
-// ---- the time itself
+// ---- the time-out itself
 
 TEST_F(FrontEndBench, ThreeSecondsOfSilenceAfterTheLastPieceEndAMessage)
 {
@@ -236,7 +236,7 @@ TEST_F(FrontEndBench, ThreeSecondsOfSilenceAfterTheLastPieceEndAMessage)
     const auto last_piece = steady_clock::now();
     feed("O;:FO");
     const TcpPair second;
-    // Set before the wait, as the reply goes to the client that was set last.
+    // Set before the wait, as the reply is sent to the client that was set last.
     speak_as(second);
     EXPECT_TRUE(feed(":SYST:VERS?\n"));
     EXPECT_GE(steady_clock::now() - last_piece, 3s);

@@ -1,4 +1,4 @@
-// Tokens in a reply, and how it is logged.
+// Searching a reply for tokens, and logging it.
 #include <cstdio>
 #include <ostream>
 #include <string>

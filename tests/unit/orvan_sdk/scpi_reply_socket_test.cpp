@@ -1,4 +1,4 @@
-// Blocks, and the way of a reply through the socket.
+// Blocks, and sending a reply through the socket.
 #include <cerrno>
 #include <string>
 #include <vector>

@@ -1,5 +1,5 @@
 /**
- * The next parameter of a command, and what several of its readers are tested with.
+ * Reads the next parameter of a command, for the tests of all readers.
  */
 #ifndef TESTS_UNIT_PLATFORM_SCPI_PARAMETER_FIXTURE_H
 #define TESTS_UNIT_PLATFORM_SCPI_PARAMETER_FIXTURE_H
@@ -19,7 +19,7 @@ struct Parameter : ScpiData {
     std::string text() const { return {element.ptr, element.len}; }
 };
 
-/** A text that is no such parameter, and its error. */
+/** A text that is not such a parameter, and the error it causes. */
 struct Mistake {
     const char* text;
     int error;

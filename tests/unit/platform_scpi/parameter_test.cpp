@@ -1,4 +1,4 @@
-// Parameters in general: their order, kinds and mistakes.
+// Parameters in general: order, kinds and errors.
 #include <string>
 
 #include "parameter_fixture.h"

@@ -1,5 +1,5 @@
 /**
- * What shows how the server treats a hostile client, and that it serves the others.
+ * Helpers for tests of hostile clients and of the others served meanwhile.
  */
 #ifndef ORVAN_TESTS_HOSTILE_CLIENTS_H
 #define ORVAN_TESTS_HOSTILE_CLIENTS_H

@@ -97,12 +97,12 @@ TEST(HostileClients, AClientThatResetsDuringAnothersTurnHasNothingExecuted)
     EXPECT_EQ(sink.messages(), (std::vector<std::string>{"first\n", "second\n"}));
 }
 
-// A script that sends its settings and leaves: its end is orderly, even if our replies fail.
+// A script that sends its settings and leaves: it closes in order, even if our replies fail.
 TEST(HostileClients, AClientThatSendsAndClosesHasEverythingExecuted)
 {
     RecordingSink sink;
     RunningServer server(sink);
-    sink.shut(); // a client that closes with replies unread would send a reset and not an end
+    sink.shut(); // closing with unread replies would send a reset instead
     TestClient busy(server.port());
     busy.send("busy\n");
     ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
@@ -129,8 +129,8 @@ TEST(HostileClients, AClientThatSendsALotAndClosesHasEverythingExecuted)
         RecordingSink::answer(socket, message); // the first is answered by a reset, the second fails
     });
     RunningServer server(sink);
-    // Its end comes while another's message is executing, and before its first reply: closed with replies
-    // unread, a client sends a reset and not an end.
+    // It closes while another's message is executing, before its first reply: closing with unread replies
+    // would send a reset instead.
     sink.shut();
     TestClient busy(server.port());
     busy.send("busy\n");

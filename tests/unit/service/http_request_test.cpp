@@ -14,7 +14,7 @@ using namespace orvan_test;
 
 namespace {
 
-// As a web page makes a browser send: ":OUTP ON" is the body.
+// As sent by a browser for a web page: ":OUTP ON" is the body.
 constexpr const char* kPost = "POST / HTTP/1.1\r\n"
                               "Host: 127.0.0.1:5025\r\n"
                               "User-Agent: page\r\n"

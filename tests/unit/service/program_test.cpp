@@ -162,7 +162,7 @@ TEST_F(ProgramTest, AHislipPortInUseEndsItWhenItWasAskedFor)
 
 TEST_F(ProgramTest, TheUsualHislipPortInUseLeavesTheOtherProtocols)
 {
-    // Of its own, as an instrument may use the port on 127.0.0.1.
+    // A private address, as an instrument may use the port on 127.0.0.1.
     const std::string address =
         "127.6." + std::to_string(::getpid() / 250 % 250) + "." + std::to_string(1 + ::getpid() % 250);
     const auto other = open_listeners(address, kHislipPort);

@@ -1,4 +1,4 @@
-// Clients: how they come and go, how many there may be, their turns and their sockets.
+// Clients: connecting and leaving, their maximum number, turns and sockets.
 #include <chrono>
 #include <set>
 #include <string>
@@ -66,7 +66,7 @@ TEST(Server, DuringACommandClientsAreAcceptedOrRefusedAndLostClientsTakeNoPlace)
         EXPECT_EQ(refused.line(), "-ERR Too many clients;+OK\r\n");
     }
     TestClient taking_its_place(server.port());
-    taking_its_place.send("x"); // unread as it resets
+    taking_its_place.send("x"); // still unread when it resets
     ASSERT_TRUE(eventually([&] { return server.server().clients() == 3; }));
     taking_its_place.reset();
     TestClient taking_that(server.port());
@@ -218,7 +218,7 @@ TEST(Server, AClientsSocketSendsAtOnceAndBoundsItsWrites)
     EXPECT_NE(no_delay, 0);
     EXPECT_NE(keep_alive, 0);
     EXPECT_EQ(send_timeout.tv_sec, 0);
-    // The kernel keeps it in its own ticks.
+    // The kernel rounds it to its ticks.
     EXPECT_NEAR(static_cast<double>(send_timeout.tv_usec), 300'000, 10'000);
 }
 
@@ -240,7 +240,7 @@ TEST(Server, ServesAClientLaterWhenNoDescriptorIsLeft)
     LogCapture log;
     RecordingSink sink;
     RunningServer server(sink);
-    TestClient client(server.port()); // its socket is made while descriptors are left
+    TestClient client(server.port()); // its socket is created while descriptors are left
     EXPECT_EQ(client.ask("a\n"), "a;+OK\r\n");
     std::vector<orvan_common::UniqueFd> hoard;
     const auto begin = std::chrono::steady_clock::now();

@@ -1,4 +1,4 @@
-// The end of the server, and what it does with those who wait.
+// The end of the server, and its waiting clients.
 #include <chrono>
 #include <optional>
 #include <string>
@@ -55,7 +55,7 @@ TEST(ServerEnd, TheRunningMessageFinishesAndWaitingOnesAreDropped)
     EXPECT_EQ(sink.messages(), Texts{"first\n"});
 }
 
-// The library's temperature poll takes the end of its connection for an answer.
+// The library's temperature poll takes a closed connection for an answer.
 TEST(ServerEnd, ALocalConnectionWaitingForItsFirstTurnStaysOpenUntilDestruction)
 {
     RecordingSink sink;

@@ -1,4 +1,4 @@
-// Messages: how they arrive, how long they may be, and their replies.
+// Messages: arrival, maximum length and replies.
 #include <chrono>
 #include <string>
 #include <thread>
@@ -87,7 +87,7 @@ TEST(Server, ABlockIsIntactHoweverItIsSplit)
     EXPECT_EQ(sink.messages().front(), message);
 }
 
-// Wherever the stream pauses, what is left must wake the receiver.
+// Wherever the stream pauses, the rest must wake the receiver.
 TEST(Server, ABlockThatPausesAnywhereIsReceived)
 {
     RecordingSink sink([](int socket, const std::string&) { RecordingSink::answer(socket, "ok"); });
@@ -98,7 +98,7 @@ TEST(Server, ABlockThatPausesAnywhereIsReceived)
         for (size_t first = 50'000; first < message.size(); first += 50'000) {
             client.send(message.substr(0, first));
             std::this_thread::sleep_for(
-                std::chrono::milliseconds(3)); // lets the server take it; not needed to pass
+                std::chrono::milliseconds(3)); // lets the server receive it; not needed to pass
             client.send(message.substr(first));
             ASSERT_EQ(client.line(), "ok;+OK\r\n") << size << " paused at " << first;
         }
@@ -155,7 +155,7 @@ TEST(Server, AnOversizedMessageIsRefusedOnceAndTheNextOneWorks)
     TestClient client(server.port());
     client.send("a\n" + std::string(0x300000, 'x'));
     EXPECT_EQ(client.line(), "a;+OK\r\n");
-    // Refused at once: its end has not been sent yet.
+    // Refused at once, before its end is sent.
     EXPECT_EQ(client.line(), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
     client.send(std::string(100'000, 'y') + "\nb\n");
     EXPECT_EQ(client.line(), "b;+OK\r\n");

@@ -42,7 +42,7 @@ TEST(HostileClients, AClientThatNeverEndsItsLineDelaysNoOther)
     endless.send(std::string(200'000, 'x'));
     TestClient silent(server.port());
     expect_good_service(server.port());
-    // Nor does one that has passed the limit and continues.
+    // Nor does a message beyond the limit that continues.
     endless.send(std::string(0x300000, 'x'));
     EXPECT_EQ(endless.line(), "-ERR -363, \"Input buffer overrun\";+OK\r\n");
     endless.send(std::string(0x300000, 'x'));
@@ -174,7 +174,7 @@ TEST(HostileClients, MemoryOfLargeMessagesIsReturned)
             clients.emplace_back(server.port());
             clients.back().send(unfinished);
         }
-        // 64 MB are in the buffers of unfinished messages.
+        // The buffers of unfinished messages hold 64 MB.
         EXPECT_TRUE(eventually([&] { return resident_pages() - before > 32L * 1'900'000 / 4096; }));
     }
     EXPECT_TRUE(eventually([&] { return server.server().clients() == 0; }));
@@ -299,7 +299,7 @@ TEST(HostileClients, HalfBlocksThatNeedMoreMemoryDoNotDeadlock)
     limits.message_budget = 100'000;
     limits.raw.message_patience = std::chrono::seconds(1);
     RunningServer server(sink, limits);
-    // Each has its block and continues after it, where there is room for only one.
+    // Each has its block and continues after it, where only one fits.
     std::vector<TestClient> holders;
     for (int i = 0; i < 2; ++i) {
         holders.emplace_back(server.port());

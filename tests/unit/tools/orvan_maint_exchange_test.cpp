@@ -18,7 +18,7 @@ TEST(MaintExchange, AcceptsOnlyTheReplyToItsOwnRequest)
     const HALDE_PACKET request = make_frame(kOpcodeIdentify, eth_brdcast_addr);
     const HALDE_PACKET other = make_frame(kOpcodeOptions, eth_brdcast_addr);
     ASSERT_TRUE(ask(link, request, 0, 60ms));
-    // The reply to an earlier request, and one of another opcode, come late.
+    // Late replies: to an earlier request, and with another opcode.
     Bytes late = model.serve(link.sent[0]).at(0);
     late[FRMHEADERLEN + 1] = 'x';
     link.waiting.push_back(late);

@@ -1,4 +1,4 @@
-// The download of a firmware to the modules by orvan-maint.
+// The download of module firmware by orvan-maint.
 #include <algorithm>
 #include <chrono>
 #include <optional>
@@ -179,7 +179,7 @@ TEST(MaintStream, AModuleSilentWhileBurningLeavesTheOthersTheirResults)
 {
     Stream stream(1000);
     stream.model.module_ends = {0, LXI_ERROR_TIMEOUT, 0, 0};
-    // After the last module there is nothing left to wait for.
+    // There is nothing to wait for after the last module.
     StreamTiming timing = kQuickStream;
     timing.burn_silence = 10min;
     EXPECT_EQ(stream.run(4, timing), kExitDone);
@@ -207,7 +207,7 @@ TEST(MaintStream, AModulesFinalFrameIsNotThatOfTheWholeStream)
     Stream cut(1000);
     cut.model.module_ends = {0, 0};
     EXPECT_EQ(cut.run(), kExitDone);
-    EXPECT_EQ(cut.result.modules.size(), 3U); // two, and the whole's that is taken for the third
+    EXPECT_EQ(cut.result.modules.size(), 3U); // two, and the final frame of the stream, taken for the third
     EXPECT_FALSE(cut.result.confirmed);
 }
 

@@ -1,5 +1,5 @@
 /**
- * A package on its way to an instrument's model, on a link that loses, doubles and delays.
+ * Sends a package to an instrument's model over a link that loses, duplicates and delays frames.
  */
 #ifndef ORVAN_TESTS_ORVAN_MAINT_TRANSFER_BENCH_H
 #define ORVAN_TESTS_ORVAN_MAINT_TRANSFER_BENCH_H

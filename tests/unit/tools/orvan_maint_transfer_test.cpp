@@ -72,7 +72,7 @@ TEST(MaintTransfer, SurvivesTheLossOfManyAcknowledgementsInARow)
 {
     for (const size_t lost : {2U, 5U, 8U, 9U, 13U}) {
         for (const size_t size : {4'000U, 40'000U}) {
-            // With more than eight it has to start over, when half of the time limit has passed.
+            // With more than eight it must start over after half of the time limit.
             const bool goes_on = lost <= 8;
             Transfer transfer(size);
             transfer.link.replies = [lost](const HALDE_PACKET&, size_t nth) {
@@ -169,7 +169,7 @@ TEST(MaintTransfer, ARepeatedEndStartsNoOtherTransfer)
 TEST(MaintTransfer, LateAcknowledgementsAreNotMistakenForOthers)
 {
     Transfer transfer(10'000);
-    // Each comes again when the next block was sent.
+    // Each arrives again after the next block is sent.
     std::deque<Bytes> late;
     transfer.link.meanwhile = [&](size_t) {
         transfer.link.waiting.insert(transfer.link.waiting.end(), late.begin(), late.end());
@@ -198,7 +198,7 @@ TEST(MaintTransfer, AnotherClientsBlockAcknowledgedHereIsDamage)
 
 TEST(MaintTransfer, AcknowledgementsOfAnotherTransferAreNotMistakenForItsOwn)
 {
-    // As many as would end it.
+    // As many as it would take to end it.
     Transfer transfer(3000);
     transfer.link.requests = [](const HALDE_PACKET& frame, size_t) { return number(frame) < 2 ? 1 : 0; };
     transfer.link.meanwhile = [&transfer](size_t) {

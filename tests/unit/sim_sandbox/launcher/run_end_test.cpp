@@ -1,4 +1,4 @@
-// The end of a run, and what it leaves.
+// The end of a run, and what it leaves behind.
 #include <csignal>
 #include <filesystem>
 #include <regex>

@@ -75,7 +75,7 @@ TEST_F(OrvanSimRun, AServiceThatFailsIsStartedAgainOnTheSamePortWhileClientsWait
     for (const auto& [failure, how] :
          {std::pair<std::string, std::string>{"abort", "signal 6 (Aborted)"}, {"exit 1", "status 1"}}) {
         ask(failure);
-        const std::string after = ask("pid"); // its connection is made before the service is there
+        const std::string after = ask("pid"); // connects before the service runs
         EXPECT_TRUE(std::regex_match(after, std::regex("[0-9]+\n"))) << after;
         EXPECT_NE(after, before);
         before = after;
@@ -128,12 +128,12 @@ TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsRestartedAgain)
 
 TEST_F(OrvanSimRun, AServiceThatStopsFeedingItsWatchdogIsAbortedAndStartedAgain)
 {
-    // The clock rate shortens the delay of the restart and not the watchdog.
+    // The clock rate shortens the restart delay but not the watchdog time.
     if (!start_ready({"--modules", "none", "--watchdog", "3", "--clock-rate", "50", "--state", state()})) {
         return;
     }
     EXPECT_EQ(ask("env WATCHDOG_USEC"), "3000000\n");
-    // Fed for longer than the three seconds, it keeps running.
+    // It keeps running while fed, for longer than the three seconds.
     const std::string before = output();
     EXPECT_TRUE(eventually([&] { return std::stoi(ask("fed")) >= 3; }));
     EXPECT_EQ(output(), before);

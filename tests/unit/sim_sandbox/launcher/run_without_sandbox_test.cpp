@@ -15,8 +15,8 @@ using namespace launcher_test;
 using sandbox_test::eventually;
 
 /**
- * Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself moves
- * into a sandbox first, where that loopback is its own.
+ * Modules without a sandbox have fixed addresses and ports on the host's loopback; so the test itself first
+ * enters a sandbox, which has a private loopback.
  */
 class OrvanSimRunOnHost : public LauncherTest {
 protected:
@@ -79,7 +79,7 @@ TEST_F(OrvanSimRun, FallbackIsTakenWhereTheKernelRefusesASandbox)
             std::ofstream("/proc/sys/user/max_net_namespaces") << "0\n";
             ::dup2(text.get(), 1);
             ::dup2(text.get(), 2);
-            // The service ends at once: the test is that it started.
+            // The service ends at once; the test checks that it started.
             ::setenv("ORVAN_DOUBLE_EXIT", "6", 1);
             ::setenv("TMPDIR", "/dev/shm", 1);
             ::setenv("XDG_RUNTIME_DIR", "/dev/shm", 1);
