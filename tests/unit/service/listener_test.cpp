@@ -182,7 +182,7 @@ TEST(InheritedListeners, WithoutVariablesThereAreNone)
     EXPECT_TRUE(inherited_listeners().raw.empty());
 }
 
-TEST(InheritedListeners, AnotherProcesssAreIgnored)
+TEST(InheritedListeners, OfAnotherProcessAreIgnored)
 {
     set_listen_variables(std::to_string(::getpid() + 1), "1");
     EXPECT_TRUE(inherited_listeners().raw.empty());
