@@ -1,5 +1,6 @@
 #include "header.h"
 #include "program_text.h"
+#include "scpi/error.h"
 #include "scpi/extensions.h"
 
 void SCPI_FramerReset(scpi_framer_t* framer)
@@ -35,6 +36,7 @@ scpi_message_unit_t SCPI_CutUnit(const char* p, const char* end)
     unit.end = cut.end;
     unit.next = cut.next;
     unit.fault = cut.fault;
+    unit.block_open = cut.fault == SCPI_ERROR_INVALID_BLOCK_DATA;
     if (cut.begin != cut.end) {
         const scpi::HeaderScan header = scpi::scan_header(cut.begin, cut.end);
         unit.header_len = static_cast<size_t>(header.end - cut.begin);

@@ -41,12 +41,13 @@ const scpi_unit_def_t* SCPI_FindUnit(const scpi_unit_def_t* units, const char* n
 typedef struct {
     const char* begin; /**< its header; `begin` == `end`: an empty unit */
     const char* end;
-    const char* next;     /**< where the next unit starts, null after the last one */
-    size_t header_len;    /**< bytes of its header, "?" included */
-    size_t path_len;      /**< of these, through the last ':' (SCPI-99 6.2.4); 0 if none */
-    scpi_bool_t common;   /**< begins with '*' */
-    scpi_bool_t absolute; /**< begins with ':' */
-    int16_t fault;        /**< why the header is none or what is still open at the end; 0 if nothing */
+    const char* next;       /**< where the next unit starts, null after the last one */
+    size_t header_len;      /**< bytes of its header, "?" included */
+    size_t path_len;        /**< of these, through the last ':' (SCPI-99 6.2.4); 0 if none */
+    scpi_bool_t common;     /**< begins with '*' */
+    scpi_bool_t absolute;   /**< begins with ':' */
+    int16_t fault;          /**< why the header is none or what is still open at the end; 0 if nothing */
+    scpi_bool_t block_open; /**< ends within a block, whatever `fault` is: a LF would not end the message */
 } scpi_message_unit_t;
 
 /** The unit that starts at `p` of a message that ends at its LF, or at `end` without one: as the parser cuts
