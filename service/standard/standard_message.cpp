@@ -1,5 +1,9 @@
 #include "standard_message.h"
 
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
 #include "scpi/error.h"
 #include "scpi/extensions.h"
 #include "scpi/parser.h"
@@ -27,6 +31,9 @@ constexpr Row kRows[] = {
     {":SYSTem:ERRor:COUNt?", SessionCommand::kErrorCountQ},
 };
 
+// The instrument puts no separator between the result of such a query and what follows.
+constexpr const char* kBlockQueries[] = {"[:INTernal]:INFormation:DEVice:OPTions?"};
+
 const Row* find_row(std::string_view header)
 {
     for (const Row& row : kRows) {
@@ -37,19 +44,74 @@ const Row* find_row(std::string_view header)
     return nullptr;
 }
 
-std::string_view trimmed(std::string_view text)
+bool is_block_query(std::string_view header)
 {
-    const size_t begin = text.find_first_not_of(" \t\r");
-    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
+    return std::any_of(std::begin(kBlockQueries), std::end(kBlockQueries), [&](const char* pattern) {
+        return SCPI_Match(pattern, header.data(), header.size());
+    });
 }
+
+std::string_view without_space_before(std::string_view text)
+{
+    const size_t begin =
+        std::find_if(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) > ' '; }) -
+        text.begin();
+    return text.substr(begin);
+}
+
+/** The parts of a message, with the units of each run put together again. */
+class Parts {
+public:
+    /** Adds a unit of the instrument.
+     *  @param text without white space around it
+     *  @param path what its header relies on; empty if nothing */
+    void add_unit(std::string_view text, std::string_view path)
+    {
+        if (!m_open) {
+            m_parts.push_back({MessagePart::Kind::kInstrument, {}, 0, {}});
+            m_open = true;
+            m_path.clear();
+        }
+        std::string& part = m_parts.back().text;
+        part.reserve(part.size() + path.size() + text.size() + 2);
+        if (!part.empty()) {
+            part.back() = ';';
+        }
+        if (!path.empty() && path != m_path) {
+            if (!path.starts_with(':')) {
+                part += ':';
+            }
+            part += path;
+        }
+        part += text;
+        part += '\n';
+    }
+
+    /** The path that the instrument's parser has after the last unit. */
+    void set_path(std::string_view path) { m_path = path; }
+
+    void add(MessagePart part)
+    {
+        close();
+        m_parts.push_back(std::move(part));
+    }
+
+    void close() { m_open = false; }
+
+    std::vector<MessagePart> take() { return std::move(m_parts); }
+
+private:
+    std::vector<MessagePart> m_parts;
+    bool m_open = false; // the last part takes more units
+    std::string m_path;
+};
 
 } // namespace
 
 std::vector<MessagePart> cut_message(std::string_view message)
 {
-    std::vector<MessagePart> parts;
+    Parts parts;
     std::string path;
-    bool open = false; // the last part takes more units
     const char* const end = message.data() + message.size();
     for (const char* next = message.data(); next != nullptr;) {
         const scpi_message_unit_t unit = SCPI_CutUnit(next, end);
@@ -57,42 +119,39 @@ std::vector<MessagePart> cut_message(std::string_view message)
         if (unit.begin == unit.end) {
             continue;
         }
+        if (unit.block_open) {
+            parts.add({MessagePart::Kind::kError, {}, unit.fault, {}});
+            continue;
+        }
         const std::string_view text(unit.begin, static_cast<size_t>(unit.end - unit.begin));
         std::string header(text.substr(0, unit.header_len));
-        const bool relative = !unit.common && !unit.absolute;
-        const std::string path_before = path;
-        const bool is_header = unit.fault == 0 || unit.fault <= SCPI_ERROR_INVALID_STRING_DATA;
-        if (relative) {
-            header.insert(0, path);
-        }
-        if (is_header && !unit.common) {
-            path = header.substr(0, unit.path_len + (relative ? path.size() : 0));
-        }
-        if (unit.fault == SCPI_ERROR_INVALID_BLOCK_DATA) {
-            parts.push_back({MessagePart::Kind::kError, {}, unit.fault, {}});
-            open = false;
-            continue;
+        const bool has_header = unit.fault == 0 || unit.fault <= SCPI_ERROR_INVALID_STRING_DATA;
+        std::string base; // what the header relies on
+        if (has_header && !unit.common) {
+            if (!unit.absolute) {
+                base = path;
+                header.insert(0, base);
+            }
+            path = header.substr(0, base.size() + unit.path_len);
         }
         if (const Row* const row = unit.fault == 0 ? find_row(header) : nullptr) {
-            parts.push_back({MessagePart::Kind::kSession, row->command, 0,
-                             std::string(trimmed(text.substr(unit.header_len)))});
-            open = false;
+            parts.add({MessagePart::Kind::kSession, row->command, 0,
+                       std::string(without_space_before(text.substr(unit.header_len)))});
             continue;
         }
-        if (!open) {
-            parts.push_back({MessagePart::Kind::kInstrument, {}, 0, {}});
-            open = true;
+        const bool alone = is_block_query(header);
+        if (alone) {
+            parts.close();
         }
-        std::string& part = parts.back().text;
-        if (!part.empty()) {
-            part.back() = ';';
-        } else if (relative) {
-            part = path_before;
+        parts.add_unit(text, base);
+        if (has_header && !unit.common) {
+            parts.set_path(path);
         }
-        part.append(text);
-        part += '\n';
+        if (alone) {
+            parts.close();
+        }
     }
-    return parts;
+    return parts.take();
 }
 
 } // namespace orvan_service

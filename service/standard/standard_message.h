@@ -40,7 +40,9 @@ struct MessagePart {
 /**
  * Cuts one program message into its parts (IEEE 488.2 7.3, SCPI-99 6.2).
  *
- * A unit that relies on the path of one before it gets the path written out where it begins a part.
+ * A unit that relies on the path of one before it gets the path written out if that one is in another part.
+ * A query that the instrument answers with a block is a part of its own, since the instrument puts no
+ * separator between a block and what follows it.
  *
  * @param message with or without its LF; only the last byte may be a LF that ends it
  */
