@@ -1,5 +1,6 @@
 #include "standard_reply.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -12,6 +13,7 @@ namespace {
 constexpr std::string_view kErrorWord = "-ERR";
 constexpr std::string_view kSuccessWord = "+OK";
 constexpr std::string_view kSpace = " \t\r\n";
+constexpr size_t kMaxText = 255; // of an entry of the error queue (SCPI-99 21.8.2)
 
 struct LinkError {
     std::string_view begin;
@@ -48,12 +50,12 @@ std::string plain(std::string_view text)
 StandardError error_of(std::string_view field)
 {
     field = trimmed(field.substr(kErrorWord.size()));
-    int number = 0;
+    int16_t number = 0;
     const auto [rest, code] = std::from_chars(field.data(), field.data() + field.size(), number);
     if (code == std::errc() && number != 0) {
         std::string_view text(rest, static_cast<size_t>(field.data() + field.size() - rest));
         text = trimmed(text.substr(text.starts_with(',') ? 1 : 0));
-        return {number, text.empty() ? SCPI_ErrorTranslate(static_cast<int_fast16_t>(number)) : plain(text)};
+        return {number, text.empty() ? SCPI_ErrorTranslate(number) : plain(text).substr(0, kMaxText)};
     }
     int_fast16_t kind = SCPI_ERROR_EXECUTION;
     for (const LinkError& link : kLinkErrors) {
@@ -66,108 +68,144 @@ StandardError error_of(std::string_view field)
     if (!field.empty()) {
         text += ';' + plain(field);
     }
+    text.resize(std::min(text.size(), kMaxText));
     return {static_cast<int>(kind), std::move(text)};
 }
 
-/** Length of the block at the start of `text`, 0 if there is none or it is cut short. */
-size_t block_length(std::string_view text)
+/** Bytes that the block at the start of `text` announces, its header included; 0 if there is none. */
+uint64_t block_size(std::string_view text)
 {
-    if (text.size() < 2 || text[0] != '#' || text[1] < '1' || text[1] > '9') {
+    if (text.size() < 3 || text[0] != '#' || text[1] < '1' || text[1] > '9') {
         return 0;
     }
     const size_t digits = static_cast<size_t>(text[1] - '0');
-    uint64_t length = 0;
-    const char* const begin = text.data() + 2;
     if (text.size() < 2 + digits) {
         return 0;
     }
+    uint64_t length = 0;
+    const char* const begin = text.data() + 2;
     const auto [end, code] = std::from_chars(begin, begin + digits, length);
-    const uint64_t whole = 2 + digits + length;
-    return code == std::errc() && end == begin + digits && whole <= text.size() ? static_cast<size_t>(whole)
-                                                                                : 0;
+    return code == std::errc() && end == begin + digits ? 2 + digits + length : 0;
 }
+
+/** The words at the end of `reply`. */
+std::string_view end_of(std::string_view reply)
+{
+    for (const std::string_view end : {";+OK\r\n", "+OK\r\n", "\r\n", ";+OK", "+OK"}) {
+        if (reply.ends_with(end)) {
+            return end;
+        }
+    }
+    return {};
+}
+
+/**
+ * Bytes of the block at the start of `reply`, as many of them as have come; 0 if there is none.
+ *
+ * Where one is not expected, '#' is text unless a whole block follows; and it is text where the block would
+ * be cut short although the reply is complete.
+ */
+size_t take_block(std::string_view reply, bool expected)
+{
+    const uint64_t size = block_size(reply);
+    if (size == 0) {
+        return 0;
+    }
+    const std::string_view end = end_of(reply);
+    if (size <= reply.size()) {
+        const std::string_view rest = reply.substr(static_cast<size_t>(size));
+        return rest.size() >= end.size() || rest == end_of(rest) ? static_cast<size_t>(size) : 0;
+    }
+    return expected && end.find(kSuccessWord) == std::string_view::npos ? reply.size() : 0;
+}
+
+/** Where the text at the start of `reply` ends: at a ';', or where a block begins. */
+size_t text_size(std::string_view reply)
+{
+    const bool error = reply.starts_with(kErrorWord);
+    char quote = 0;
+    int depth = 0;
+    bool start = !error; // an element may start here
+    for (size_t i = 0; i < reply.size(); ++i) {
+        const char c = reply[i];
+        if (quote != 0) {
+            quote = c == quote ? '\0' : quote;
+            start = quote == 0 && !error; // a doubled quote reopens the string
+            continue;
+        }
+        // The text of an error is no response data: "Error while receiving server's msg".
+        if (c == '"' ? start || error : c == '\'' && start) {
+            quote = c;
+        } else if (c == '(' && (start || depth != 0)) {
+            ++depth;
+        } else if (c == ')' && depth != 0) {
+            --depth;
+        } else if (depth == 0 && (c == ';' || take_block(reply.substr(i), start) != 0)) {
+            return i;
+        }
+        start = !error && (c == ',' || c == '(' || (start && kSpace.find(c) != std::string_view::npos));
+    }
+    // What is still open was cut short, or is no quote: then each ';' separates.
+    return quote != 0 || depth != 0 ? std::min(reply.find(';'), reply.size()) : reply.size();
+}
+
+struct Field {
+    std::string_view text;
+    bool block;
+    bool joined; // nothing separates it from the field before
+};
 
 class Fields {
 public:
     explicit Fields(std::string_view reply) : m_rest(reply) {}
 
-    /** The next field, empty when there are no more. */
-    std::optional<std::string_view> next()
+    /** The next field; none when only the reply's end is left. */
+    std::optional<Field> next()
     {
-        if (m_rest.empty()) {
+        const bool joined = m_any && !m_rest.starts_with(';');
+        if (m_any && !joined) {
+            m_rest.remove_prefix(1);
+        }
+        m_any = true;
+        const std::string_view last = trimmed(m_rest);
+        if (last.empty() || last == kSuccessWord) {
             return std::nullopt;
         }
-        if (const size_t block = block_length(m_rest)) {
-            return take(block);
-        }
-        char quote = 0;
-        int depth = 0;
-        for (size_t i = 0; i < m_rest.size(); ++i) {
-            const char c = m_rest[i];
-            if (quote != 0) {
-                quote = c == quote ? '\0' : quote;
-            } else if (c == '"' || c == '\'') {
-                quote = c;
-            } else if (c == '(') {
-                ++depth;
-            } else if (c == ')') {
-                depth -= depth > 0 ? 1 : 0;
-            } else if (depth == 0 && (c == ';' || block_length(m_rest.substr(i)) != 0)) {
-                return take(i);
-            }
-        }
-        // What is open at the end was cut short, or no quote: then each ';' separates.
-        return take(quote != 0 || depth != 0 ? m_rest.find(';') : m_rest.size());
+        const size_t block = take_block(m_rest, true);
+        const size_t size = block != 0 ? block : text_size(m_rest);
+        const std::string_view text = m_rest.substr(0, size);
+        m_rest.remove_prefix(size);
+        return Field{block != 0 ? text : trimmed(text), block != 0, joined};
     }
 
 private:
-    std::string_view take(size_t length)
-    {
-        const std::string_view field = m_rest.substr(0, length);
-        m_rest.remove_prefix(field.size());
-        m_rest.remove_prefix(m_rest.starts_with(';') ? 1 : 0);
-        return field;
-    }
-
     std::string_view m_rest;
+    bool m_any = false;
 };
-
-/** Without the success word and the line's end. */
-std::string_view without_end(std::string_view reply)
-{
-    if (reply.ends_with("\r\n")) {
-        reply.remove_suffix(2);
-    }
-    if (reply.ends_with(kSuccessWord)) {
-        reply.remove_suffix(kSuccessWord.size());
-        reply.remove_suffix(reply.ends_with(';') ? 1 : 0);
-    }
-    return reply;
-}
 
 } // namespace
 
 StandardReply take_reply_apart(std::string_view reply)
 {
     StandardReply result;
-    Fields fields(without_end(reply));
-    bool first = true;
+    Fields fields(reply);
+    bool comma = false; // the field before is text that ends with one
     while (const auto field = fields.next()) {
-        const bool block = block_length(*field) == field->size() && !field->empty();
-        const std::string_view text = block ? *field : trimmed(*field);
-        if (text.starts_with(kErrorWord)) {
-            result.errors.push_back(error_of(text));
+        if (!field->block && field->text.starts_with(kErrorWord)) {
+            result.errors.push_back(error_of(field->text));
+            comma = false;
             continue;
         }
-        if (text.empty()) {
+        if (field->text.empty()) {
             continue;
         }
-        // A "," joins what follows a block to it.
-        if (!first && !text.starts_with(',') && !result.results.ends_with(',')) {
+        // A block among the elements of one result.
+        const bool same_result = field->joined && (comma || (!field->block && field->text.starts_with(',')));
+        if (!result.results.empty() && !same_result) {
             result.results += ';';
         }
-        result.results += text;
-        first = false;
+        result.results += field->text;
+        comma = !field->block && field->text.ends_with(',');
     }
     return result;
 }

@@ -25,9 +25,12 @@ struct StandardReply {
 
 /**
  * Takes the reply to one message apart: its fields are separated by ';', then comes "+OK" CR LF. Both may be
- * missing, when the reply filled the instrument's buffer.
+ * missing, when the reply filled the instrument's buffer. Empty fields are dropped.
  *
- * A ';' within a string, a block (IEEE 488.2 8.7.9) or the parentheses of an expression separates nothing.
+ * A ';' within a string, a block (IEEE 488.2 8.7.8, 8.7.9) or the parentheses of an expression (8.7.12)
+ * separates nothing. A quote or a parenthesis that does not begin an element, or is never closed, is text. A
+ * block that is cut short, and not followed by "+OK", extends to the end.
+ *
  * The instrument puts no separator before and after a block; here it gets them. A field that begins with
  * "-ERR" is an error:
  *
