@@ -1,11 +1,10 @@
 #include "standard_session.h"
 
 #include <charconv>
-#include <cmath>
-#include <cstdlib>
+#include <cstdint>
 #include <utility>
 
-#include "scpi/error.h"
+#include "scpi/scpi.h"
 
 namespace orvan_service {
 namespace {
@@ -55,7 +54,7 @@ std::string StandardSession::execute(std::string_view message, const std::functi
             run(std::move(part.text), response);
             break;
         case MessagePart::Kind::kSession:
-            execute(part.command, part.text, response);
+            execute(part.command, std::move(part.text), response);
             break;
         case MessagePart::Kind::kError:
             m_status.add(part.error);
@@ -86,7 +85,14 @@ std::string StandardSession::ask_module(std::string query)
     return result;
 }
 
-void StandardSession::execute(SessionCommand command, const std::string& parameters, std::string& response)
+/** Empty from a module that cannot be asked. That is no error of its own, or a client that reads errors until
+ *  there are none would never end. */
+std::string StandardSession::errors_of_module(std::string query)
+{
+    return take_reply_apart(m_instrument.execute(m_channel, query)).results;
+}
+
+void StandardSession::execute(SessionCommand command, std::string parameters, std::string& response)
 {
     if (!takes_number(command) && !parameters.empty()) {
         m_status.add(SCPI_ERROR_PARAMETER_NOT_ALLOWED);
@@ -98,7 +104,7 @@ void StandardSession::execute(SessionCommand command, const std::string& paramet
         ask_module("*CLS\n");
         break;
     case SessionCommand::kEventEnable:
-        set_register(parameters, &StatusModel::set_event_enable);
+        set_register(std::move(parameters), &StatusModel::set_event_enable);
         break;
     case SessionCommand::kEventEnableQ:
         append(response, std::to_string(m_status.event_enable()));
@@ -120,7 +126,7 @@ void StandardSession::execute(SessionCommand command, const std::string& paramet
         ask_module("*OPC?\n");
         break;
     case SessionCommand::kServiceEnable:
-        set_register(parameters, &StatusModel::set_service_enable);
+        set_register(std::move(parameters), &StatusModel::set_service_enable);
         break;
     case SessionCommand::kServiceEnableQ:
         append(response, std::to_string(m_status.service_enable()));
@@ -131,39 +137,45 @@ void StandardSession::execute(SessionCommand command, const std::string& paramet
         append(response, std::to_string(m_status.status_byte()));
         break;
     case SessionCommand::kErrorQ: {
-        if (m_status.errors() == 0) {
-            const std::string error = ask_module(":SYST:ERR?\n");
-            if (m_status.errors() == 0 && !error.empty()) {
-                append(response, error);
-                break;
-            }
+        const std::string error = m_status.errors() == 0 ? errors_of_module(":SYST:ERR?\n") : std::string();
+        if (error.empty()) {
+            append(response, m_status.take_error());
+        } else {
+            append(response, error);
         }
-        append(response, m_status.take_error());
         break;
     }
     case SessionCommand::kErrorCountQ: {
-        const int of_module = integer_of(ask_module(":SYST:ERR:COUN?\n"));
+        const int of_module = integer_of(errors_of_module(":SYST:ERR:COUN?\n"));
         append(response, std::to_string(static_cast<int>(m_status.errors()) + of_module));
         break;
     }
     }
 }
 
-/** A decimal number, rounded, of 0 to 255 (IEEE 488.2 10.10.3, 10.34.3). */
-void StandardSession::set_register(const std::string& parameters, void (StatusModel::*set)(uint8_t))
+/** As the instrument's own registers: a number, rounded, of 0 to 255 (IEEE 488.2 10.10.3, 10.34.3). */
+void StandardSession::set_register(std::string parameters, void (StatusModel::*set)(uint8_t))
 {
-    char* end = nullptr;
-    const double number = std::strtod(parameters.c_str(), &end);
-    if (parameters.empty()) {
-        m_status.add(SCPI_ERROR_MISSING_PARAMETER);
-    } else if (*end == ',') {
+    const auto add = [](scpi_t* context, int_fast16_t error) {
+        static_cast<StatusModel*>(context->user_context)->add(static_cast<int>(error));
+        return 0;
+    };
+    const scpi_interface_t interface = {add, nullptr, nullptr, nullptr, nullptr};
+    scpi_t context{};
+    context.interface = &interface;
+    context.user_context = &m_status;
+    context.param_list.lex_state = {parameters.data(), parameters.data(), parameters.size()};
+    int32_t value = 0;
+    if (!SCPI_ParamInt32(&context, &value, true)) {
+        return;
+    }
+    const lex_state_t& read = context.param_list.lex_state;
+    if (read.pos != read.buffer + read.len) {
         m_status.add(SCPI_ERROR_PARAMETER_NOT_ALLOWED);
-    } else if (end == parameters.c_str() || *end != '\0' || !std::isfinite(number)) {
-        m_status.add(SCPI_ERROR_DATA_TYPE);
-    } else if (number <= -0.5 || number >= 255.5) {
+    } else if (value < 0 || value > UINT8_MAX) {
         m_status.add(SCPI_ERROR_DATA_OUT_OF_RANGE);
     } else {
-        (m_status.*set)(static_cast<uint8_t>(std::lround(number)));
+        (m_status.*set)(static_cast<uint8_t>(value));
     }
 }
 

@@ -47,10 +47,11 @@ public:
     StatusModel& status() { return m_status; }
 
 private:
-    void execute(SessionCommand command, const std::string& parameters, std::string& response);
+    void execute(SessionCommand command, std::string parameters, std::string& response);
     void run(std::string message, std::string& response);
     std::string ask_module(std::string query);
-    void set_register(const std::string& parameters, void (StatusModel::*set)(uint8_t));
+    std::string errors_of_module(std::string query);
+    void set_register(std::string parameters, void (StatusModel::*set)(uint8_t));
 
     StandardInstrument& m_instrument;
     StatusModel m_status;
