@@ -103,7 +103,7 @@ std::vector<std::string> descriptor_names(long count)
     if (!text || *text == '\0') {
         return names;
     }
-    std::istringstream list(text);
+    std::istringstream list(std::string(text) + ':'); // so that an empty last name counts
     for (std::string name; std::getline(list, name, ':');) {
         names.push_back(name);
     }

@@ -224,15 +224,16 @@ TEST(InheritedListeners, AreTheDescriptorsFromThreeUpAndTheVariablesAreUnset)
 TEST(InheritedListeners, ThoseNamedHislipAreForHislip)
 {
     const auto made = open_listeners("127.0.0.1", 0);
-    for (const int fd : {3, 4, 5, 6}) {
+    for (const int fd : {3, 4, 5, 6, 7}) {
         ASSERT_EQ(::dup2(made[0].get(), fd), fd);
     }
-    set_listen_variables(std::to_string(::getpid()), "4");
-    ::setenv("LISTEN_FDNAMES", "orvan.socket:hislip::hislip", 1);
+    set_listen_variables(std::to_string(::getpid()), "5");
+    ::setenv("LISTEN_FDNAMES", "orvan.socket:hislip::hislip:", 1);
     const auto listeners = inherited_listeners();
-    ASSERT_EQ(listeners.raw.size(), 2u);
+    ASSERT_EQ(listeners.raw.size(), 3u);
     EXPECT_EQ(listeners.raw[0].get(), 3);
     EXPECT_EQ(listeners.raw[1].get(), 5);
+    EXPECT_EQ(listeners.raw[2].get(), 7);
     ASSERT_EQ(listeners.hislip.size(), 2u);
     EXPECT_EQ(listeners.hislip[0].get(), 4);
     EXPECT_EQ(listeners.hislip[1].get(), 6);
