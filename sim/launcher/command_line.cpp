@@ -22,6 +22,10 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
     run->add_option("--scpi-port", options.scpi_port, "TCP port on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
+    run->add_option("--hislip-port", options.hislip_port,
+                    "TCP port of HiSLIP on 127.0.0.1; 0 takes a free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     run->add_option("--maint-port", options.maintenance_port, "UDP port on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();

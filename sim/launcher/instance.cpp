@@ -67,8 +67,12 @@ void Instance::announce_ready()
     std::printf("  SCPI         TCP %s:%d", kLoopback, port);
     if (m_ground->has_sandbox()) {
         m_lan_address = lan_address();
-        std::printf(", and %s, port of its settings, from its LAN (orvan-sim exec --in lan)\n",
+        std::printf(", and %s, port of its settings, from its LAN (orvan-sim exec --in lan)",
                     m_lan_address.c_str());
+    }
+    std::printf("\n  HiSLIP       TCP %s:%d", kLoopback, port_of(m_hislip_listener.get()));
+    if (m_ground->has_sandbox()) {
+        std::printf(", and %s:%d from its LAN\n", m_lan_address.c_str(), kHislipPort);
         std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");

@@ -18,11 +18,12 @@
 namespace orvan_launcher {
 
 struct RunOptions {
-    std::string model;           /**< empty: that of the state directory, or kNewModel for a new one */
-    std::string state;           /**< empty: a temporary directory */
-    int scpi_port = 5025;        /**< on the host's loopback, 0 takes a free one */
-    int maintenance_port = 7502; /**< the same */
-    std::optional<int> modules;  /**< number of modules fitted; default: one for each channel */
+    std::string model; /**< empty: that of the state directory, or kNewModel for a new one */
+    std::string state; /**< empty: a temporary directory */
+    int scpi_port = orvan_sandbox::kScpiPort;               /**< on the host's loopback, 0 takes a free one */
+    int hislip_port = orvan_sandbox::kHislipPort;           /**< the same */
+    int maintenance_port = orvan_sandbox::kMaintenancePort; /**< the same */
+    std::optional<int> modules; /**< number of modules fitted; default: one for each channel */
     bool use_sandbox = true;
     bool fallback = false;          /**< go on without a sandbox where the kernel refuses one */
     std::string log_level;          /**< passed to the service when not empty */
@@ -71,6 +72,7 @@ private:
     orvan_sandbox::Result<bool> prepare_state();
     orvan_sandbox::Result<bool> choose_model();
     orvan_sandbox::Result<bool> produce();
+    orvan_sandbox::Result<bool> open_listeners();
     orvan_sandbox::Result<bool> open_ground();
     orvan_sandbox::Result<bool> open_sockets();
     orvan_sandbox::Result<bool> start_relay();
@@ -119,7 +121,8 @@ private:
     std::optional<Registry> m_registry;
     orvan_common::UniqueFd m_lock;
     std::optional<Ground> m_ground;
-    orvan_common::UniqueFd m_listener; /**< on the host's loopback */
+    orvan_common::UniqueFd m_listener;        /**< on the host's loopback */
+    orvan_common::UniqueFd m_hislip_listener; /**< the same */
     orvan_common::UniqueFd m_notifications;
     orvan_common::UniqueFd m_reboots;
     orvan_common::UniqueFd m_power_switches;

@@ -132,7 +132,8 @@ std::string Instance::status() const
     std::ostringstream text;
     text << "ok\nmodel     " << m_options.model << ", " << m_model.channels
          << (m_model.channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
-         << "\nSCPI      127.0.0.1:" << port_of(m_listener.get()) << "\nsandbox   "
+         << "\nSCPI      127.0.0.1:" << port_of(m_listener.get())
+         << "\nHiSLIP    127.0.0.1:" << port_of(m_hislip_listener.get()) << "\nsandbox   "
          << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   " << service_state() << '\n';
     for (size_t index = 0; index < m_modules.size(); ++index) {
         const Module& module = m_modules[index];

@@ -65,8 +65,8 @@ UniqueFd make_pipe(const fs::path& path)
 
 Result<bool> Instance::start()
 {
-    for (const auto step : {&Instance::prepare_state, &Instance::choose_model, &Instance::open_ground,
-                            &Instance::produce, &Instance::open_sockets}) {
+    for (const auto step : {&Instance::prepare_state, &Instance::choose_model, &Instance::open_listeners,
+                            &Instance::open_ground, &Instance::produce, &Instance::open_sockets}) {
         if (Result<bool> done = (this->*step)(); !done) {
             return done;
         }
@@ -173,16 +173,29 @@ Result<bool> Instance::produce()
     return plate.good() ? Result<bool>(true) : system_error("writing " + (m_state / kTypePlate).string());
 }
 
+/** Before anything else is set up, as a busy port is the most likely failure. */
+Result<bool> Instance::open_listeners()
+{
+    struct Wanted {
+        UniqueFd& listener;
+        int port;
+        const char* option;
+    };
+    for (const Wanted& wanted : {Wanted{m_listener, m_options.scpi_port, "--scpi-port"},
+                                 Wanted{m_hislip_listener, m_options.hislip_port, "--hislip-port"}}) {
+        wanted.listener.reset(listen_tcp(kLoopback, wanted.port));
+        if (!wanted.listener) {
+            Error error = system_error("listening on " + std::string(kLoopback) + " port " +
+                                       std::to_string(wanted.port));
+            error.hint = "choose another with " + std::string(wanted.option) + "; 0 takes a free one";
+            return error;
+        }
+    }
+    return true;
+}
+
 Result<bool> Instance::open_ground()
 {
-    // The port first, as a busy one is the most likely failure.
-    m_listener.reset(listen_tcp(kLoopback, m_options.scpi_port));
-    if (!m_listener) {
-        Error error = system_error("listening on " + std::string(kLoopback) + " port " +
-                                   std::to_string(m_options.scpi_port));
-        error.hint = "choose another with --scpi-port; 0 takes a free one";
-        return error;
-    }
     if (m_options.use_sandbox) {
         Result<Ground> ground = Ground::sandboxed(m_state, static_cast<int>(m_modules.size()));
         if (ground) {
@@ -353,8 +366,8 @@ Result<bool> Instance::start_service()
     command.environment["ORVAN_BOARD_START_UP"] = "1";
     command.environment["ORVAN_BOARD_CONTROL"] = board_socket().string();
     command.environment["ORVAN_BOARD_MODULE_POWER"] = module_power_pipe().string();
-    // In addition to its own port, which is set in the settings and lies in the controller's network.
-    command.listen_fds = {m_listener.get()};
+    // In addition to its own ports, which lie in the controller's network.
+    command.listen_fds = {{m_listener.get(), "raw"}, {m_hislip_listener.get(), "hislip"}};
     command.input = null.get();
     command.output = log.get();
     command.error = log.get();
@@ -379,6 +392,7 @@ bool Instance::tell_others()
     record.channels = m_model.channels;
     record.modules = static_cast<int>(m_modules.size());
     record.scpi_port = port_of(m_listener.get());
+    record.hislip_port = port_of(m_hislip_listener.get());
     record.temporary = m_temporary;
     record.environment = m_ground->environment();
     if (const Sandbox* sandbox = m_ground->sandbox()) {

@@ -1,6 +1,7 @@
 #include "instrument.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <sstream>
@@ -60,6 +61,12 @@ int wait_for(pid_t child)
     return exit_status(status);
 }
 
+int number_after(const std::string& text, const std::string& before)
+{
+    const size_t at = text.find(before);
+    return at == std::string::npos ? 0 : std::atoi(text.c_str() + at + before.size());
+}
+
 std::filesystem::path temporary_folder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "orvan-test-XXXXXX").string();
@@ -107,7 +114,7 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
         prepare(m_state);
     }
     std::vector<std::string> arguments{
-        program("orvan-sim"), "run", "--clock-rate", "20",    "--scpi-port", "0",
+        program("orvan-sim"), "run", "--clock-rate", "20",    "--scpi-port", "0", "--hislip-port", "0",
         "--maint-port",       "0",   "--state",      m_state, "--no-restart"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     m_launcher = spawn(arguments, m_folder / "output");
@@ -127,10 +134,8 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
         std::this_thread::sleep_for(milliseconds(10));
     }
     const std::string text = output();
-    std::smatch match;
-    if (std::regex_search(text, match, std::regex("127\\.0\\.0\\.1:([0-9]+)"))) {
-        m_port = std::stoi(match[1]);
-    }
+    m_port = number_after(text, "SCPI         TCP 127.0.0.1:");
+    m_hislip_port = number_after(text, "HiSLIP       TCP 127.0.0.1:");
 }
 
 Instrument::~Instrument()

@@ -1,5 +1,5 @@
 /**
- * A private virtual instrument: `orvan-sim run` as a child process, on a free port, with its state
+ * A private virtual instrument: `orvan-sim run` as a child process, on free ports, with its state
  * in a temporary folder. It ends when its service fails, unless started with "--restart".
  */
 #ifndef ORVAN_TESTS_INSTRUMENT_INSTRUMENT_H
@@ -46,6 +46,7 @@ public:
     Instrument& operator=(const Instrument&) = delete;
 
     int port() const { return m_port; }
+    int hislip_port() const { return m_hislip_port; }
     Client client() const { return Client(m_port); }
     pid_t launcher() const { return m_launcher; }
     /** Process id of the service, from `ctl status`; throws std::runtime_error without one. */
@@ -85,6 +86,7 @@ private:
     std::filesystem::path m_state;
     pid_t m_launcher = -1;
     int m_port = 0;
+    int m_hislip_port = 0;
 };
 
 } // namespace orvan_test

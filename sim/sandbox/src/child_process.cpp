@@ -100,7 +100,7 @@ bool arrange_descriptors(const Command& command)
         }
     }
     for (int index = 0; index < count; ++index) {
-        moves.emplace_back(command.listen_fds[static_cast<size_t>(index)], kFirstListenFd + index);
+        moves.emplace_back(command.listen_fds[static_cast<size_t>(index)].fd, kFirstListenFd + index);
     }
     for (auto& [source, target] : moves) {
         source = ::fcntl(source, F_DUPFD_CLOEXEC, kFirstListenFd + count);
@@ -128,6 +128,11 @@ bool arrange_descriptors(const Command& command)
     if (!command.listen_fds.empty()) {
         ::setenv("LISTEN_FDS", std::to_string(command.listen_fds.size()).c_str(), 1);
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
+        std::string names;
+        for (const PassedFd& passed : command.listen_fds) {
+            names += (names.empty() ? "" : ":") + passed.name;
+        }
+        ::setenv("LISTEN_FDNAMES", names.c_str(), 1);
     }
     std::vector<char*> words;
     words.reserve(command.argv.size() + 1);

@@ -59,7 +59,8 @@ public:
     orvan_service::Locks& locks() { return m_locks; }
 
 private:
-    RunningHislip(orvan_service::StandardInstrument& instrument, std::vector<orvan_common::UniqueFd> listeners);
+    RunningHislip(orvan_service::StandardInstrument& instrument,
+                  std::vector<orvan_common::UniqueFd> listeners);
 
     struct NoSink : orvan_service::MessageSink {
         void execute(int, char*, size_t) override {}

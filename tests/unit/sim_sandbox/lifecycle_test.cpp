@@ -181,16 +181,16 @@ TEST(SandboxLife, ListeningSocketsArePassedWithTheProgramsOwnProcessId)
     Command command;
     command.argv = {"sh", "-c",
                     "[ $LISTEN_PID = $$ ] && readlink /proc/$$/fd/3 && basename $(readlink /proc/$$/fd/4) &&"
-                    "echo $LISTEN_FDS && ls /proc/$$/fd"};
+                    "echo $LISTEN_FDS $LISTEN_FDNAMES && ls /proc/$$/fd"};
     // Crossed on purpose: each descriptor has the number that another is to get.
-    command.listen_fds = {second.get(), first.get()};
+    command.listen_fds = {{second.get(), "second"}, {first.get(), "first"}};
     command.output = writing.get();
     EXPECT_EQ(sandbox.run(Role::controller(), command).value(), 0);
     writing.reset();
     char text[256] = {};
     EXPECT_GT(read(reading.get(), text, sizeof text - 1), 0);
     const std::string seen = text;
-    EXPECT_NE(seen.find("/status\nnull\n2\n0\n1\n2\n3\n4\n"), std::string::npos) << seen;
+    EXPECT_NE(seen.find("/status\nnull\n2 second:first\n0\n1\n2\n3\n4\n"), std::string::npos) << seen;
 }
 
 TEST(SandboxLife, OrphansAreReaped)

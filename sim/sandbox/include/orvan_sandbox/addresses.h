@@ -11,6 +11,7 @@ inline constexpr const char* kControllerLanAddress = "10.0.0.2";
 inline constexpr const char* kLanAddress = "10.0.0.1";
 inline constexpr const char* kLanInterface = "eth0";
 inline constexpr int kScpiPort = 5025;
+inline constexpr int kHislipPort = 4880;
 inline constexpr int kMaintenancePort = 7502;
 
 /** Module's end of its link, "192.168.7.1" for module 1. */

@@ -15,14 +15,20 @@ namespace orvan_sandbox {
 
 using Environment = std::map<std::string, std::string>;
 
+/** A descriptor that is passed on, and its name. */
+struct PassedFd {
+    int fd = -1;
+    std::string name; /**< without colons, not empty */
+};
+
 /** A program to run. */
 struct Command {
-    std::vector<std::string> argv; /**< argv[0] is looked up in PATH of the changed environment */
-    Environment environment;       /**< set over the caller's own */
-    std::vector<int> listen_fds;   /**< passed as descriptors 3.. with LISTEN_FDS and LISTEN_PID */
-    int input = -1;                /**< descriptor that becomes standard input; -1 keeps the caller's */
-    int output = -1;               /**< the same for standard output and */
-    int error = -1;                /**< standard error */
+    std::vector<std::string> argv;    /**< argv[0] is looked up in PATH of the changed environment */
+    Environment environment;          /**< set over the caller's own */
+    std::vector<PassedFd> listen_fds; /**< passed as descriptors 3.. with LISTEN_FDS, _FDNAMES and _PID */
+    int input = -1;                   /**< descriptor that becomes standard input; -1 keeps the caller's */
+    int output = -1;                  /**< the same for standard output and */
+    int error = -1;                   /**< standard error */
     std::string own_folder; /**< folder of the caller that a program in a sandbox can write to; empty: none */
     bool own_group = false; /**< own process group, so that Ctrl-C reaches only the caller */
 };

@@ -32,6 +32,7 @@ TEST_F(OrvanSimCtl, StatusShowsTheRunningInstrument)
                                  std::regex("model     OVX3652B, 2 channels\n"
                                             "state     [^\n]+\n"
                                             "SCPI      127\\.0\\.0\\.1:[0-9]+\n"
+                                            "HiSLIP    127\\.0\\.0\\.1:[0-9]+\n"
                                             "sandbox   yes\n"
                                             "service   ready, process [0-9]+, well\n"
                                             "module 1  running, process [0-9]+, link up\n"
@@ -95,7 +96,7 @@ TEST_F(OrvanSimCtl, ModuleThatDiesByItselfIsReportedAndTheInstrumentContinues)
         return output().find("module 1 ended with signal 9 (Killed); 'orvan-sim ctl module 1 start' brings "
                              "it back\n") != std::string::npos;
     })) << output();
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("fds"), "2\n");
 }
 
 TEST_F(OrvanSimCtl, ModulesStopWithoutPowerAndReturnWithIt)
@@ -337,6 +338,7 @@ TEST_F(OrvanSim, HelpAndVersionArePrintedAndAnInvalidCommandLineIsStatus2)
                                                   {"walk"},
                                                   {"run", "--modules", "5"},
                                                   {"run", "--scpi-port", "65536"},
+                                                  {"run", "--hislip-port", "65536"},
                                                   {"run", "--log-level", "verbose"}}) {
         EXPECT_EQ(sim(words).status, 2);
     }

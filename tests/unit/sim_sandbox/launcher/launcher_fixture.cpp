@@ -57,8 +57,10 @@ pid_t LauncherTest::run(const std::vector<std::string>& words, const fs::path& o
 void LauncherTest::start(const std::vector<std::string>& options, const Environment& environment)
 {
     std::vector<std::string> words = {"run", "--maint-port", "0"};
-    if (std::find(options.begin(), options.end(), "--scpi-port") == options.end()) {
-        words.insert(words.end(), {"--scpi-port", "0"});
+    for (const char* const port : {"--scpi-port", "--hislip-port"}) {
+        if (std::find(options.begin(), options.end(), port) == options.end()) {
+            words.insert(words.end(), {port, "0"});
+        }
     }
     words.insert(words.end(), options.begin(), options.end());
     m_launcher = run(words, m_folder.path() / "output", environment);
@@ -126,11 +128,11 @@ std::string LauncherTest::printed(const std::string& before) const
     return text.substr(begin, text.find_first_of(" ,\n", begin) - begin);
 }
 
-std::string LauncherTest::ask(const std::string& line)
+std::string LauncherTest::ask(const std::string& line, const std::string& before)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(std::atoi(printed("TCP 127.0.0.1:").c_str())));
+    address.sin_port = htons(static_cast<uint16_t>(std::atoi(printed(before).c_str())));
     ::inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
     const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

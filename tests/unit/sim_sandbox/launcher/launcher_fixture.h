@@ -43,8 +43,8 @@ protected:
 
     /** Runs `orvan-sim` to completion. */
     Outcome sim(const std::vector<std::string>& words);
-    /** Sends a line to the service on the host's port and returns its answer. */
-    std::string ask(const std::string& line);
+    /** Sends a line to the service on the host's port printed after `before` and returns its answer. */
+    std::string ask(const std::string& line, const std::string& before = "SCPI         TCP 127.0.0.1:");
 
     std::string printed(const std::string& before) const; /**< the word after a text in the output */
     std::filesystem::path state() const { return m_folder.path() / "state"; }

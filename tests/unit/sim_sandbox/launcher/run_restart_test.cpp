@@ -83,7 +83,7 @@ TEST_F(OrvanSimRun, AServiceThatFailsIsStartedAgainOnTheSamePortWhileClientsWait
         EXPECT_TRUE(eventually([&] { return output() == expected; })) << output();
     }
     EXPECT_EQ(ask("run test -e /dev/shm/orvanData"), "0\n") << "no reboot, which clears it";
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("fds"), "2\n");
     EXPECT_EQ(sim({"ctl", "module", "1", "hello"}).output, "ok hello\n");
     EXPECT_EQ(stop(SIGTERM), 0);
 }
@@ -103,7 +103,7 @@ TEST_F(OrvanSimRun, AServiceWaitingForItsRestartIsReportedAndARebootDoesNotWait)
         return output().ends_with("starting it again in 5 s\nreboot requested, restarting the service\n"
                                   "the service is ready again\n");
     })) << output();
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("fds"), "2\n");
 }
 
 TEST_F(OrvanSimRun, AServiceThatFailsAtItsRestartIsRestartedAgain)

@@ -26,6 +26,7 @@ TEST_F(OrvanSimRun, PrintsThatItIsReadyAndHowToStopIt)
         std::regex("ready: OVX3654B, 4 channels, 4 modules\n"
                    "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2, port of its settings, "
                    "from its LAN \\(orvan-sim exec --in lan\\)\n"
+                   "  HiSLIP       TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2:4880 from its LAN\n"
                    "  maintenance  UDP 127\\.0\\.0\\.1:[0-9]+\n"
                    "  state        [^\n]*/orvan-sim-state-[^\n]* \\(removed at the end\\)\n"
                    "  stop         Ctrl-C, or kill " +
@@ -150,12 +151,13 @@ TEST_F(OrvanSimRun, NoneMeansNoModules)
     EXPECT_EQ(output().substr(0, 39), "ready: OVX3654B, 4 channels, 0 modules\n");
 }
 
-TEST_F(OrvanSimRun, ServiceGetsTheHostsSocketAndOpensItsOwn)
+TEST_F(OrvanSimRun, ServiceGetsTheHostsSocketsAndOpensItsOwn)
 {
     if (!start_ready({"--modules", "1"})) {
         return;
     }
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("fds"), "2\n");
+    EXPECT_EQ(ask("env LISTEN_FDNAMES"), "raw:hislip\n");
     const std::string inside = "exec 3<>/dev/tcp/10.0.0.2/5025; echo pid >&3; head -n 1 <&3";
     EXPECT_EQ(sim({"exec", "--in", "lan", "--", "bash", "-c", inside}).output, ask("pid"));
 }
@@ -178,21 +180,29 @@ TEST_F(OrvanSimRun, BusyPortIsAnErrorThatNamesTheOption)
     EXPECT_EQ(sim({"run", "--scpi-port", port}).output,
               "orvan-sim: listening on 127.0.0.1 port " + port +
                   ": Address already in use (choose another with --scpi-port; 0 takes a free one)\n");
+    EXPECT_EQ(sim({"run", "--scpi-port", "0", "--hislip-port", port}).output,
+              "orvan-sim: listening on 127.0.0.1 port " + port +
+                  ": Address already in use (choose another with --hislip-port; 0 takes a free one)\n");
     EXPECT_EQ(left_over(), "");
 }
 
-TEST_F(OrvanSimRun, GivenPortIsServed)
+TEST_F(OrvanSimRun, GivenPortsAreServed)
 {
-    int port = 0;
+    std::string scpi;
+    std::string hislip;
     {
         const orvan_common::UniqueFd free_one(orvan_launcher::listen_tcp("127.0.0.1", 0));
-        port = orvan_launcher::port_of(free_one.get());
+        const orvan_common::UniqueFd another(orvan_launcher::listen_tcp("127.0.0.1", 0));
+        scpi = std::to_string(orvan_launcher::port_of(free_one.get()));
+        hislip = std::to_string(orvan_launcher::port_of(another.get()));
     }
-    if (!start_ready({"--modules", "none", "--scpi-port", std::to_string(port)})) {
+    if (!start_ready({"--modules", "none", "--scpi-port", scpi, "--hislip-port", hislip})) {
         return;
     }
-    EXPECT_EQ(printed("TCP 127.0.0.1:"), std::to_string(port));
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(printed("SCPI         TCP 127.0.0.1:"), scpi);
+    EXPECT_EQ(printed("HiSLIP       TCP 127.0.0.1:"), hislip);
+    EXPECT_EQ(ask("listener"), "3\n");
+    EXPECT_EQ(ask("listener", "HiSLIP       TCP 127.0.0.1:"), "4\n");
 }
 
 TEST_F(OrvanSimRun, MaintenancePortCarriesDatagramsBothWays)

@@ -46,7 +46,7 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndAMessageNamesWha
               0u)
         << output();
     EXPECT_EQ(ask("args"), "--foreground --modules-on-loopback --channels 4\n");
-    EXPECT_EQ(ask("fds"), "1\n");
+    EXPECT_EQ(ask("fds"), "2\n");
     EXPECT_EQ(ask("env ORVAN_SANDBOX"), "(none)\n");
     ask("run sudo reboot");
     EXPECT_TRUE(

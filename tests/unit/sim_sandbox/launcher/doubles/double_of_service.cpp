@@ -4,7 +4,7 @@
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
 //   abort        ends by a signal                          hide     ignores SIGTERM from now on
-//   fed          how often it has fed its watchdog
+//   fed          how often it has fed its watchdog         listener descriptor on which the client came
 // With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
 // the state directory has a file `fails`, with 1. In production mode it prints its command line and ends,
 // with N of ORVAN_DOUBLE_PRODUCE_EXIT=N.
@@ -41,7 +41,7 @@ void report(const char* text)
     ::close(fd);
 }
 
-std::string answer(const std::string& line, int fds, char** argv)
+std::string answer(const std::string& line, int fds, int listener, char** argv)
 {
     const size_t blank = line.find(' ');
     const std::string word = line.substr(0, blank);
@@ -52,6 +52,9 @@ std::string answer(const std::string& line, int fds, char** argv)
     }
     if (word == "fds") {
         return std::to_string(fds);
+    }
+    if (word == "listener") {
+        return std::to_string(listener);
     }
     if (word == "args") {
         std::string text;
@@ -83,14 +86,15 @@ std::string answer(const std::string& line, int fds, char** argv)
     return "?";
 }
 
-void serve(int client, int fds, char** argv)
+void serve(int listener, int fds, char** argv)
 {
+    const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     std::string text;
     char part[512];
     for (ssize_t count = 0; (count = ::read(client, part, sizeof part)) > 0;) {
         text.append(part, static_cast<size_t>(count));
         for (size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
-            const std::string reply = answer(text.substr(0, end), fds, argv) + "\n";
+            const std::string reply = answer(text.substr(0, end), fds, listener, argv) + "\n";
             ::send(client, reply.data(), reply.size(), MSG_NOSIGNAL);
         }
     }
@@ -111,7 +115,7 @@ int listen_at_own_port()
 
 int main(int, char** argv)
 {
-    const std::string command_line = answer("args", 0, argv);
+    const std::string command_line = answer("args", 0, -1, argv);
     if (command_line.find("--produce") != std::string::npos) {
         puts(command_line.c_str());
         const char* status = getenv("ORVAN_DOUBLE_PRODUCE_EXIT");
@@ -148,7 +152,7 @@ int main(int, char** argv)
         }
         for (const pollfd& listener : waiting) {
             if (listener.revents != 0) {
-                serve(::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC), fds, argv);
+                serve(listener.fd, fds, argv);
             }
         }
     }
