@@ -106,6 +106,8 @@ ChildServer::ChildServer(const std::vector<std::string>& command, const std::str
 {
     const int listener = listen_on(address, port);
     m_port = port_of(listener);
+    const int hislip = listen_on(address, 0);
+    m_hislip_port = port_of(hislip);
     const std::string program = beside_this_program(command[0]);
     std::vector<char*> argv;
     for (const auto& word : command) {
@@ -115,24 +117,29 @@ ChildServer::ChildServer(const std::vector<std::string>& command, const std::str
     m_pid = ::fork();
     if (m_pid < 0) {
         ::close(listener);
+        ::close(hislip);
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     if (m_pid == 0) {
-        if (listener == kPassedSocket) {
-            ::fcntl(listener, F_SETFD, 0);
-        } else {
-            ::dup2(listener, kPassedSocket);
-        }
-        ::setenv("LISTEN_FDS", "1", 1);
+        // First out of the way of both places.
+        const int raw = ::fcntl(listener, F_DUPFD, kPassedSocket + 2);
+        const int second = ::fcntl(hislip, F_DUPFD, kPassedSocket + 2);
+        ::dup2(raw, kPassedSocket);
+        ::dup2(second, kPassedSocket + 1);
+        ::close(raw);
+        ::close(second);
+        ::setenv("LISTEN_FDS", "2", 1);
+        ::setenv("LISTEN_FDNAMES", "raw:hislip", 1);
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
         // The library reports every reply that a vanished client did not receive.
-        const int errors = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kPassedSocket + 1);
+        const int errors = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kPassedSocket + 2);
         ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
         ::execv(program.c_str(), argv.data());
         ::dprintf(errors, "cannot run %s\n", program.c_str());
         std::_Exit(127);
     }
     ::close(listener);
+    ::close(hislip);
 }
 
 ChildServer::~ChildServer()

@@ -39,7 +39,8 @@ void print_ratio(const std::string& name, const Pair& pair, Better better, doubl
 int listen_on(const std::string& address, int port);
 int port_of(int socket);
 
-/** A server program as a child; its listening socket is descriptor 3, announced in LISTEN_FDS. */
+/** A server program as a child; its listening sockets are descriptors 3, raw, and 4, for HiSLIP, announced in
+ *  LISTEN_FDS. */
 class ChildServer {
 public:
     /** Listens on `address` and `port` for the child. The program is a path, or a name next to this
@@ -52,6 +53,7 @@ public:
     ChildServer& operator=(const ChildServer&) = delete;
 
     int port() const { return m_port; }
+    int hislip_port() const { return m_hislip_port; }
     pid_t pid() const { return m_pid; }
     size_t descriptors() const;
     /** Resident memory in kB. */
@@ -59,6 +61,7 @@ public:
 
 private:
     int m_port;
+    int m_hislip_port;
     pid_t m_pid;
 };
 

@@ -5,9 +5,11 @@
 
 #include "floor_server.h"
 #include "scpi/scpi.h"
+#include "service/hislip/hislip_server.h"
 #include "service/listener.h"
 #include "service/process.h"
 #include "service/server.h"
+#include "service/standard/library_instrument.h"
 
 using namespace orvan_service;
 
@@ -62,7 +64,12 @@ int main()
     ignore_broken_pipes();
     const StopRequest stop;
     BlockSink sink;
-    Server server(inherited_listeners().raw, sink, {});
-    server.run(stop.descriptor());
+    Listeners listeners = inherited_listeners();
+    LibraryInstrument instrument(sink);
+    Locks locks;
+    Server server(std::move(listeners.raw), sink, {});
+    HislipServer hislip(std::move(listeners.hislip), server.executor(), instrument, locks);
+    Attended* const others[] = {&hislip};
+    server.run(stop.descriptor(), nullptr, others);
     server.end(std::chrono::seconds(5));
 }

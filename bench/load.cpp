@@ -137,6 +137,19 @@ Load round_trips(int port, int clients, const std::string& request, std::chrono:
     return {static_cast<double>(total) / seconds, percentile_99(taken), static_cast<unsigned>(longest)};
 }
 
+double queries_per_second(int socket, const std::string& request, std::chrono::milliseconds time)
+{
+    char line[4096];
+    uint64_t count = 0;
+    const auto begin = Clock::now();
+    while (Clock::now() - begin < time) {
+        send_all(socket, request.data(), request.size());
+        receive_line(socket, line, sizeof line);
+        ++count;
+    }
+    return static_cast<double>(count) / std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
 double connections(const std::string& address, int port, const std::string& request,
                    std::chrono::milliseconds time)
 {

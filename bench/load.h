@@ -28,6 +28,10 @@ struct Load {
 Load round_trips(int port, int clients, const std::string& request, std::chrono::milliseconds time,
                  bool counted = false);
 
+/** Repeatedly sends `request` and waits for a complete line, for `time`, on an open connection; returns the
+ *  rate. */
+double queries_per_second(int socket, const std::string& request, std::chrono::milliseconds time);
+
 /** Repeatedly connects, sends `request`, receives the reply and closes, for `time`; returns the rate. */
 double connections(const std::string& address, int port, const std::string& request,
                    std::chrono::milliseconds time);

@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include "bench_support.h"
+#include "hislip_load.h"
 #include "load.h"
 
 using namespace orvan_bench;
@@ -39,9 +40,8 @@ const std::string kForwardedQuery = ":FREQ?\r\n";
 
 std::unique_ptr<ChildServer> start_service(const Settings& settings)
 {
-    auto service = std::make_unique<ChildServer>(
-        std::vector<std::string>{settings.service, "--modules-on-loopback", "--hislip-port", "off",
-                                 "--channels", "1", "--module-wait", "5"});
+    auto service = std::make_unique<ChildServer>(std::vector<std::string>{
+        settings.service, "--modules-on-loopback", "--channels", "1", "--module-wait", "5"});
     round_trips(service->port(), 1, kLocalQuery, 10ms); // returns when the service is ready
     return service;
 }
@@ -162,6 +162,36 @@ void blocks(const Settings& settings)
         Better::kLower, 1.20, "us");
 }
 
+void hislip_queries(const Settings& settings)
+{
+    const auto service = start_service(settings);
+    const HislipLoad session(service->hislip_port());
+    const int raw = connect_to("127.0.0.1", service->port());
+    print_ratio(settings.prefix() + "local query, 1 client: HiSLIP / raw socket",
+                interleaved(
+                    settings.rounds, [&] { return queries_per_second(raw, kLocalQuery, settings.round()); },
+                    [&] { return session.queries_per_second(kLocalQuery, settings.round()); }),
+                Better::kHigher, 0.60, "1/s");
+    ::close(raw);
+}
+
+// From the first byte until the answer to a query after it.
+void hislip_blocks(const Settings& settings)
+{
+    constexpr size_t kBlock = 3'145'000;
+    const std::string message = ":SYST:UPD:SOFT #73145000" + std::string(kBlock, '\n');
+    const ChildServer service({"orvan-block-service"});
+    const HislipLoad session(service.hislip_port());
+    const int raw = connect_to("127.0.0.1", service.port());
+    const std::string line = message + "\n";
+    print_ratio(settings.prefix() + "3 MiB block: HiSLIP / raw socket, blocks a second",
+                interleaved(
+                    settings.rounds, [&] { return 1 / seconds_for(raw, line); },
+                    [&] { return 1 / session.seconds_for(message); }),
+                Better::kHigher, 0.90, "1/s");
+    ::close(raw);
+}
+
 void vanish(int port, int number)
 {
     const int socket = connect_to("127.0.0.1", port);
@@ -258,7 +288,7 @@ int main(int argc, char** argv)
     app.add_option("--vanishing", settings.vanishing, "Clients that connect and vanish")
         ->capture_default_str();
     app.add_option("--service", settings.service, "The service program")->capture_default_str();
-    app.add_option("--only", only, "local, forwarded, block, idle or vanish");
+    app.add_option("--only", only, "local, forwarded, block, hislip, idle or vanish");
     CLI11_PARSE(app, argc, argv);
     try {
         if (!settings.unpinned) {
@@ -273,6 +303,10 @@ int main(int argc, char** argv)
         }
         if (only.empty() || only == "block") {
             blocks(settings);
+        }
+        if (only.empty() || only == "hislip") {
+            hislip_queries(settings);
+            hislip_blocks(settings);
         }
         if (only == "idle" || (only.empty() && !settings.unpinned)) {
             idle(settings);
