@@ -52,7 +52,7 @@ Result<bool> Ground::set_link(int module, bool up)
         return Error{step, 0, "there are no links without a sandbox", "", false};
     }
     Command command;
-    command.argv = {find_ip_program(), "link", "set", kModuleOwnInterface, up ? "up" : "down"};
+    command.argv = {find_system_program("ip"), "link", "set", kModuleOwnInterface, up ? "up" : "down"};
     const Result<int> status = m_sandbox->run(Role::module(module), command);
     if (!status) {
         return status.error();

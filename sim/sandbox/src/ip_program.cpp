@@ -33,12 +33,12 @@ std::string content(int fd)
 
 } // namespace
 
-std::string find_ip_program()
+std::string find_system_program(const std::string& name)
 {
     const char* path = std::getenv("PATH");
     std::istringstream folders(std::string(path != nullptr ? path : "") + ":/usr/sbin:/sbin:/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        std::string candidate = folder + "/ip";
+        std::string candidate = folder + '/' + name;
         if (!folder.empty() && ::access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }
@@ -48,7 +48,7 @@ std::string find_ip_program()
 
 Failure run_ip_batch(const std::string& batch, int network_fd)
 {
-    const std::string program = find_ip_program();
+    const std::string program = find_system_program("ip");
     if (program.empty()) {
         return Error{"looking for the program ip", 0, "not found", "install the package iproute2", false};
     }

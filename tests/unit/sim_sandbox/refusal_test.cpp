@@ -71,7 +71,7 @@ TEST(Refusal, MissingIpProgramIsAnErrorThatNamesThePackage)
     START_SANDBOX(sandbox, (Options{state.path(), 0}));
     EXPECT_EQ(error_after(sandbox, state.path(),
                           [] {
-                              for (std::string ip; !(ip = find_ip_program()).empty();) {
+                              for (std::string ip; !(ip = find_system_program("ip")).empty();) {
                                   if (mount("/dev/null", ip.c_str(), nullptr, MS_BIND, nullptr) != 0) {
                                       return;
                                   }

@@ -57,10 +57,10 @@ Result<Environment> sandbox_environment(const std::filesystem::path& state, ino_
 Result<std::filesystem::path> make_state_directory(const std::filesystem::path& state);
 
 /**
- * Path of the `ip` program of iproute2, also searched in the system programs' folders, which are not in an
- * ordinary user's PATH. Empty if not found.
+ * Path of a program, also searched in the system programs' folders, which are not in an ordinary user's PATH.
+ * Empty if not found.
  */
-std::string find_ip_program();
+std::string find_system_program(const std::string& name);
 
 /**
  * A sandbox seen from outside: the caller stays outside and starts processes in it. One thread at a time.
