@@ -101,7 +101,8 @@ void check_element_table()
     check_number(#tag, tag, number);                                                                         \
     check_number("row of " #tag ": pos", OrvanData::orvanMap[number].pos, offset);                           \
     check_number("row of " #tag ": size", OrvanData::orvanMap[number].size, bytes);                          \
-    check_number("row of " #tag ": type", OrvanData::orvanMap[number].type, value_type);
+    check_number("row of " #tag ": type", static_cast<uint64_t>(OrvanData::orvanMap[number].type),           \
+                 value_type);
 #include "channel_record.def"
 #undef RECORD_FIELD
     check_number("last row: pos", OrvanData::orvanMap[144].pos, UINT32_MAX);

@@ -9,7 +9,6 @@
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
-using orvan_test::LogLine;
 using Lines = std::vector<std::string>;
 
 namespace {

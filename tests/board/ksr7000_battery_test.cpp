@@ -159,7 +159,7 @@ TEST_F(Ksr7000Charge, SixFailedCyclesLogOneLineAndAGoodOneRestartsTheCount)
     const auto chip = fault(kBattery);
     chip->not_acknowledging(true);
     Lines round(5, "delay 100000");
-    round.push_back("delay 5000000");
+    round.emplace_back("delay 5000000");
     const LogLine line{LOG_INFO, "ChargeMonitor: Battery access failed"};
     for (size_t rounds = 1; rounds <= 2; ++rounds) {
         for (size_t cycles = 0; cycles < round.size(); ++cycles) {

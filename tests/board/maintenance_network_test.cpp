@@ -130,7 +130,7 @@ TEST_F(MaintenanceCommands, NetworkDhcpIsOnOnlyForTheLetterY)
         EXPECT_EQ(logs.count(LOG_INFO, kNothingChanged), changes ? 0u : 1u) << value;
         std::vector<std::string> calls = {"GetDHCP"};
         if (applied) {
-            calls.push_back(in_record != 0 ? "SetDHCP 1" : "SetDHCP 0");
+            calls.emplace_back(in_record != 0 ? "SetDHCP 1" : "SetDHCP 0");
         }
         EXPECT_EQ(device.take_calls(), calls) << value << " " << now;
         logs.clear();

@@ -389,7 +389,7 @@ TEST_F(PortableCharge, FiveQuickRetriesAreFollowedByALogLineAndALongWaitRepeated
     const auto fault = insert_fault(board->i2c(), kBattery);
     fault->not_acknowledging(true);
     std::vector<std::string> round(5, "delay 100000");
-    round.push_back("delay 5000000");
+    round.emplace_back("delay 5000000");
     const LogLine line{LOG_INFO, "ChargeMonitor: Battery access failed"};
     for (size_t rounds = 1; rounds <= 3; ++rounds) {
         for (size_t cycles = 0; cycles < round.size(); ++cycles) {

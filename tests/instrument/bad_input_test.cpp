@@ -35,8 +35,8 @@ TEST(BadInput, RandomBytesDoNoHarm)
         Client client = instrument.client();
         client.send(noise);
         client.finish_sending();
-        while (!client.read_line(kSoon).empty())
-            ;
+        while (!client.read_line(kSoon).empty()) {
+        }
     }
     expect_answers(instrument);
 }

@@ -1,4 +1,6 @@
 // Images sent from a client to the modules through the running instrument.
+#include <fstream>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

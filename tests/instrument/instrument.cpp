@@ -17,8 +17,6 @@
 
 #include "support/files.h"
 
-extern char** environ;
-
 namespace orvan_test {
 
 namespace {
@@ -56,8 +54,8 @@ int exit_status(int wait_status)
 int wait_for(pid_t child)
 {
     int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
-        ;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
     return exit_status(status);
 }
 

@@ -113,10 +113,10 @@ void expect_recalls(const Instrument& instrument, int module, int recalls)
     Lines expected;
     for (int i = 0; i < recalls; ++i) {
         for (const SentElement& element : kSentValues) {
-            expected.push_back(element.header);
+            expected.emplace_back(element.header);
         }
         for (const SentElement& element : kSentStates) {
-            expected.push_back(element.header);
+            expected.emplace_back(element.header);
         }
     }
     EXPECT_EQ(setup_headers(instrument.requests(module)), expected) << "module " << module;
@@ -157,8 +157,8 @@ TEST(Setups, AllModulesHoldTheStoredValuesAgainAfterARecall)
             steps.push_back("set " + number + " " + std::to_string(tag) + " " + value);
         }
     }
-    steps.push_back("store 3");
-    steps.push_back("recall 3");
+    steps.emplace_back("store 3");
+    steps.emplace_back("recall 3");
     const std::string stored = drive(instrument, steps);
     expect_result(stored, "modules 4 20: 1111");
     EXPECT_EQ(count(stored, ": +OK\n"), 4u) << stored;

@@ -8,13 +8,13 @@
 namespace orvan_test {
 
 /** Allocations that this thread makes while it lives are not reported as leaks. */
-struct KnownLeak {
+struct [[maybe_unused]] KnownLeak {
 #ifdef __SANITIZE_ADDRESS__
     KnownLeak() { __lsan_disable(); }
     ~KnownLeak() { __lsan_enable(); }
 #else
-    KnownLeak() {}
-    ~KnownLeak() {}
+    KnownLeak() = default;
+    ~KnownLeak() = default;
 #endif
     KnownLeak(const KnownLeak&) = delete;
     KnownLeak& operator=(const KnownLeak&) = delete;

@@ -254,7 +254,8 @@ TEST(ElementTable, WhatNoCommandSetsIsNeverSent)
     const std::set<int> unsent = tags_sent_in(eSendNone);
     EXPECT_EQ(unsent.size(), kOrvanElementCount - 33 - 10);
     // These three look settable and are not: the first two have no command, the third only a query.
-    EXPECT_TRUE(unsent.count(ODT_TRG_TIMER) && unsent.count(ODT_PM_SRC) && unsent.count(ODT_REF_OSC_MODE));
+    EXPECT_TRUE(unsent.contains(ODT_TRG_TIMER) && unsent.contains(ODT_PM_SRC) &&
+                unsent.contains(ODT_REF_OSC_MODE));
 }
 
 TEST(ElementTable, WordsAreInEnumerationOrder)

@@ -36,7 +36,7 @@ TEST_F(FactorySetup, HasEverySettableFieldAndNothingUnknown)
 {
     std::multiset<std::string> expected;
     for (int tag = 0; tag < static_cast<int>(kOrvanElementCount); ++tag) {
-        if (kNotInTheFactorySetup.count(tag) == 0) {
+        if (!kNotInTheFactorySetup.contains(tag)) {
             expected.insert(std::string(orvan_common::kElementNames[tag].section) + "." +
                             orvan_common::kElementNames[tag].field);
         } else {

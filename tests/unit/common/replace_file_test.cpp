@@ -17,7 +17,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 bool replace(const std::string& path, const std::string& contents)
 {

@@ -124,7 +124,7 @@ TEST_F(KeyboardBridge, TheHundredAndFirstCodeIsDroppedAndTheFirstHundredAreSentI
     type(0, 0);
     EXPECT_EQ(drain(100), expected);
     type(2, 2);
-    expected.push_back("\x22");
+    expected.emplace_back("\x22");
     EXPECT_EQ(drain(101), expected) << "there is room again";
 }
 

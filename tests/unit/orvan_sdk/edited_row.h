@@ -24,9 +24,9 @@ private:
     void put(const Row& row)
     {
         const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
-        const uintptr_t first = reinterpret_cast<uintptr_t>(m_row) & ~(page - 1);
-        const size_t size = reinterpret_cast<uintptr_t>(m_row + 1) - first;
-        if (::mprotect(reinterpret_cast<void*>(first), size, PROT_READ | PROT_WRITE) != 0) {
+        const size_t before = reinterpret_cast<uintptr_t>(m_row) & (page - 1);
+        char* const first = reinterpret_cast<char*>(m_row) - before;
+        if (::mprotect(first, before + sizeof row, PROT_READ | PROT_WRITE) != 0) {
             throw std::runtime_error("the table stays read-only");
         }
         // As volatile bytes: the compiler knows that a constant does not change.

@@ -30,7 +30,7 @@ public:
         peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         for (int& fd : m_fillers) {
             fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            ::connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
+            static_cast<void>(::connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer));
         }
     }
 

@@ -46,7 +46,7 @@ TEST(UserRecord, FieldsAreInTheirPublicOrder)
 class SessionFront : public FrontEndBench {
 protected:
     ScpiParser parser;
-    bool external(std::string line, const std::string& peer)
+    bool external(const std::string& line, const std::string& peer)
     {
         const TcpPair other(peer);
         speak_as(other);

@@ -19,7 +19,7 @@ using std::string_view;
 
 class Table {
 public:
-    explicit Table(std::vector<const char*> patterns)
+    explicit Table(const std::vector<const char*>& patterns)
     {
         for (const char* pattern : patterns) {
             m_rows.push_back({pattern, nullptr, static_cast<int32_t>(m_rows.size())});

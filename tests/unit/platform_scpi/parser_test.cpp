@@ -167,7 +167,7 @@ TEST_F(Parser, LongChainOfRelativeHeadersKeepsItsPath)
     std::vector<string> expected{"call :SOUR:POW:LEV:IMM []"};
     for (int i = 0; i < 500; ++i) {
         line += i % 3 == 0 ? ";LIM" : ";IMM";
-        expected.push_back(i % 3 == 0 ? "call :SOUR:POW:LEV:LIM []" : "call :SOUR:POW:LEV:IMM []");
+        expected.emplace_back(i % 3 == 0 ? "call :SOUR:POW:LEV:LIM []" : "call :SOUR:POW:LEV:IMM []");
     }
     EXPECT_EQ(run(line), expected);
 }

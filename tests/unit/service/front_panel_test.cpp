@@ -114,7 +114,7 @@ TEST_F(FrontPanelTest, KeysArriveInOrder)
     for (int i = 0; i < 200; ++i) {
         const KeyAction& key = key_map()[static_cast<size_t>(i) % key_map().size()];
         type(key.code);
-        expected.push_back(key.message);
+        expected.emplace_back(key.message);
     }
     ASSERT_TRUE(commands.wait_for(200));
     EXPECT_EQ(commands.messages(), expected);

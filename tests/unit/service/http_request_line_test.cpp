@@ -26,8 +26,7 @@ TEST(HttpRequestLine, IsRecognisedByItsThreeWords)
              "POST / HTTP/1.1\n",
              "POST / HTTP/1.0\r\nHost: 127.0.0.1:5025\r\n\r\n:OUTP ON",
              "GET /a%20b?c=d&e='f'\"#9100 HTTP/1.1\r\n",
-             "GET /gr\xc3\xb6\xc3\x9f"
-             "e HTTP/1.1\r\n",
+             "GET /gr\303\266\303\237e HTTP/1.1\r\n",
              "OPTIONS * HTTP/1.1\r\n",
              "GET http://10.0.0.2:5025/ HTTP/1.1\r\n",
              "CONNECT 10.0.0.2:5025 HTTP/1.1\r\n",

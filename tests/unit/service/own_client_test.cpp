@@ -23,7 +23,7 @@ protected:
     OwnClient client{listeners};
 
     /** Serves one connection: reads a line, sends the pieces, closes. */
-    std::thread serve(std::vector<std::string> pieces)
+    std::thread serve(const std::vector<std::string>& pieces)
     {
         return std::thread([this, pieces] {
             pollfd waiting{listeners[0].get(), POLLIN, 0}; // it does not block

@@ -211,7 +211,7 @@ OtherProcess::OtherProcess(int port, int connections)
         int first = -1;
         for (int i = 0; i < connections; ++i) {
             const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+            static_cast<void>(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
             first = first < 0 ? socket : first;
         }
         char bytes[256];
