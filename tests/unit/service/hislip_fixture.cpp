@@ -10,47 +10,6 @@ namespace orvan_test {
 
 using namespace orvan_service;
 
-std::string ScriptedInstrument::execute(int& channel, std::string& message)
-{
-    const std::string text = message.substr(0, message.find_last_not_of("\r\n") + 1);
-    {
-        std::unique_lock lock(m_mutex);
-        m_messages.emplace_back(channel, text);
-        ++m_at_work;
-        m_opened.wait(lock, [this] { return !m_shut; });
-        --m_at_work;
-    }
-    if (m_handler) {
-        return m_handler(channel, text);
-    }
-    return text.ends_with('?') ? text + ";+OK\r\n" : "+OK\r\n";
-}
-
-void ScriptedInstrument::shut()
-{
-    const std::lock_guard lock(m_mutex);
-    m_shut = true;
-}
-
-void ScriptedInstrument::open()
-{
-    const std::lock_guard lock(m_mutex);
-    m_shut = false;
-    m_opened.notify_all();
-}
-
-size_t ScriptedInstrument::at_work() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_at_work;
-}
-
-std::vector<std::pair<int, std::string>> ScriptedInstrument::messages() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_messages;
-}
-
 RunningHislip::RunningHislip(StandardInstrument& instrument)
     : RunningHislip(instrument, open_listeners("127.0.0.1", 0))
 {

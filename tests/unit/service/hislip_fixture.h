@@ -4,16 +4,12 @@
 #ifndef ORVAN_TESTS_HISLIP_FIXTURE_H
 #define ORVAN_TESTS_HISLIP_FIXTURE_H
 
-#include <condition_variable>
-#include <functional>
-#include <mutex>
-#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "scripted_instrument.h"
 #include "service/executor.h"
 #include "service/hislip/hislip_server.h"
 #include "service/server.h"
@@ -22,32 +18,6 @@
 #include "support/log_capture.h"
 
 namespace orvan_test {
-
-/** Answers a message that ends in "?" with its own text, others with nothing, and records all. */
-class ScriptedInstrument : public orvan_service::StandardInstrument {
-public:
-    using Handler = std::function<std::string(int& channel, const std::string& message)>;
-
-    explicit ScriptedInstrument(Handler handler = {}) : m_handler(std::move(handler)) {}
-
-    std::string execute(int& channel, std::string& message) override;
-
-    /** From now on messages wait inside execute until open() is called. */
-    void shut();
-    void open();
-    /** Messages inside execute. */
-    size_t at_work() const;
-    /** Channel and text of each message, without its LF. */
-    std::vector<std::pair<int, std::string>> messages() const;
-
-private:
-    const Handler m_handler;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_opened;
-    bool m_shut = false;
-    size_t m_at_work = 0;
-    std::vector<std::pair<int, std::string>> m_messages;
-};
 
 /** The whole front without raw clients, on a thread for the attendant. */
 class RunningHislip {
