@@ -39,6 +39,8 @@ public:
 
     /** Bytes after message() that do more than separate have been received. */
     bool has_more() const;
+    /** Bytes received after message(). */
+    size_t pending() const { return m_end - m_found; }
     /** Part of a message has been received. */
     bool unfinished() const { return m_end > m_found || m_dropping; }
 

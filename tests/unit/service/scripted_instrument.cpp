@@ -5,15 +5,17 @@ namespace orvan_test {
 std::string ScriptedInstrument::execute(int& channel, std::string& message)
 {
     const std::string text = message.substr(0, message.find_last_not_of("\r\n") + 1);
+    Handler handler;
     {
         std::unique_lock lock(m_mutex);
         m_messages.emplace_back(channel, text);
         ++m_at_work;
         m_opened.wait(lock, [this] { return !m_shut; });
         --m_at_work;
+        handler = m_handler;
     }
-    if (m_handler) {
-        return m_handler(channel, text);
+    if (handler) {
+        return handler(channel, text);
     }
     return text.ends_with('?') ? text + ";+OK\r\n" : "+OK\r\n";
 }
@@ -41,6 +43,21 @@ std::vector<std::pair<int, std::string>> ScriptedInstrument::messages() const
 {
     const std::lock_guard lock(m_mutex);
     return m_messages;
+}
+
+std::vector<std::string> ScriptedInstrument::texts() const
+{
+    std::vector<std::string> texts;
+    for (const auto& [channel, text] : messages()) {
+        texts.push_back(text);
+    }
+    return texts;
+}
+
+void ScriptedInstrument::answer_with(Handler handler)
+{
+    const std::lock_guard lock(m_mutex);
+    m_handler = std::move(handler);
 }
 
 } // namespace orvan_test

@@ -31,10 +31,15 @@ public:
     size_t at_work() const;
     /** Channel and text of each message, without its LF. */
     std::vector<std::pair<int, std::string>> messages() const;
+    /** Only the texts. */
+    std::vector<std::string> texts() const;
+
+    /** From now on answers so; empty: as described above. */
+    void answer_with(Handler handler);
 
 private:
-    const Handler m_handler;
     mutable std::mutex m_mutex;
+    Handler m_handler;
     std::condition_variable m_opened;
     bool m_shut = false;
     size_t m_at_work = 0;
