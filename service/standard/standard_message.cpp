@@ -53,10 +53,10 @@ bool is_block_query(std::string_view header)
 
 std::string_view without_space_before(std::string_view text)
 {
-    const size_t begin =
-        std::find_if(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) > ' '; }) -
-        text.begin();
-    return text.substr(begin);
+    while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ') {
+        text.remove_prefix(1);
+    }
+    return text;
 }
 
 /** The parts of a message, with the units of each run put together again. */
