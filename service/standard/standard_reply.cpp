@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "scpi/error.h"
 
@@ -47,6 +48,19 @@ std::string plain(std::string_view text)
     return result;
 }
 
+/** @param text empty: the standard's */
+StandardError entry(int_fast16_t number, std::string text, std::string_view information)
+{
+    if (text.empty()) {
+        text = SCPI_ErrorTranslate(number);
+    }
+    if (!information.empty()) {
+        text.append(";").append(information);
+    }
+    text.resize(std::min(text.size(), kMaxText));
+    return {static_cast<int>(number), std::move(text)};
+}
+
 StandardError error_of(std::string_view field)
 {
     field = trimmed(field.substr(kErrorWord.size()));
@@ -54,8 +68,8 @@ StandardError error_of(std::string_view field)
     const auto [rest, code] = std::from_chars(field.data(), field.data() + field.size(), number);
     if (code == std::errc() && number != 0) {
         std::string_view text(rest, static_cast<size_t>(field.data() + field.size() - rest));
-        text = trimmed(text.substr(text.starts_with(',') ? 1 : 0));
-        return {number, text.empty() ? SCPI_ErrorTranslate(number) : plain(text).substr(0, kMaxText)};
+        text.remove_prefix(text.starts_with(',') ? 1 : 0);
+        return entry(number, plain(trimmed(text)), {});
     }
     int_fast16_t kind = SCPI_ERROR_EXECUTION;
     for (const LinkError& link : kLinkErrors) {
@@ -64,12 +78,7 @@ StandardError error_of(std::string_view field)
             break;
         }
     }
-    std::string text = SCPI_ErrorTranslate(kind);
-    if (!field.empty()) {
-        text += ';' + plain(field);
-    }
-    text.resize(std::min(text.size(), kMaxText));
-    return {static_cast<int>(kind), std::move(text)};
+    return entry(kind, {}, plain(field));
 }
 
 /** Bytes that the block at the start of `text` announces, its header included; 0 if there is none. */
@@ -143,7 +152,8 @@ size_t text_size(std::string_view reply)
         } else if (depth == 0 && (c == ';' || take_block(reply.substr(i), start) != 0)) {
             return i;
         }
-        start = !error && (c == ',' || c == '(' || (start && kSpace.find(c) != std::string_view::npos));
+        start = !error &&
+                (c == ',' || c == ';' || c == '(' || (start && kSpace.find(c) != std::string_view::npos));
     }
     // What is still open was cut short, or is no quote: then each ';' separates.
     return quote != 0 || depth != 0 ? std::min(reply.find(';'), reply.size()) : reply.size();

@@ -95,6 +95,7 @@ TEST(StandardReply, ASemicolonInAStringSeparatesNothing)
 TEST(StandardReply, ASemicolonInAnExpressionSeparatesNothing)
 {
     EXPECT_EQ(results("(@1;2);3;+OK\r\n"), "(@1;2);3");
+    EXPECT_EQ(results("(1;\"a)b\";2);3;+OK\r\n"), "(1;\"a)b\";2);3");
     EXPECT_EQ(results("1,((1;-ERR 2);-ERR 3);4;+OK\r\n"), "1,((1;-ERR 2);-ERR 3);4");
 }
 
@@ -173,6 +174,7 @@ TEST(StandardReply, ANumberedErrorKeepsItsNumberAndItsText)
     EXPECT_EQ(error("-ERR -113, \"Undefined header\";+OK\r\n"), (StandardError{-113, "Undefined header"}));
     EXPECT_EQ(error("-ERR -222,\"Data out of range;above 3 GHz\";+OK\r\n"),
               (StandardError{-222, "Data out of range;above 3 GHz"}));
+    EXPECT_EQ(error("-ERR -222, \"\x01\";+OK\r\n"), (StandardError{-222, "Data out of range"}));
     EXPECT_EQ(error("-ERR -222;+OK\r\n"), (StandardError{-222, "Data out of range"}));
     EXPECT_EQ(error("-ERR 501, \"Synthesizer unlocked\";+OK\r\n"),
               (StandardError{501, "Synthesizer unlocked"}));
@@ -185,18 +187,18 @@ TEST(StandardReply, AnErrorWithoutANumberGetsOne)
         const char* text;
         StandardError error;
     };
-    for (const Row& row :
-         {Row{"Receive timeout", {-365, "Time out error;Receive timeout"}},
-          Row{"Error while receiving server's msg",
-              {-360, "Communication error;Error while receiving server's msg"}},
-          Row{"Unable to connect", {-241, "Hardware missing;Unable to connect"}},
-          Row{"Unable to create socket", {-241, "Hardware missing;Unable to create socket"}},
-          Row{"Unable to send message", {-241, "Hardware missing;Unable to send message"}},
-          Row{"Connection timeout", {-241, "Hardware missing;Connection timeout"}},
-          Row{"file not found", {-200, "Execution error;file not found"}}, Row{"", {-200, "Execution error"}},
-          Row{"0, \"nothing\"", {-200, "Execution error;0, nothing"}},
-          Row{"-99999, \"x\"", {-200, "Execution error;-99999, x"}},
-          Row{"say \"a;b\"\x01", {-200, "Execution error;say a;b"}}}) {
+    for (const Row& row : {Row{"Receive timeout", {-365, "Time out error;Receive timeout"}},
+                           Row{"Error while receiving server's msg",
+                               {-360, "Communication error;Error while receiving server's msg"}},
+                           Row{"Unable to connect", {-241, "Hardware missing;Unable to connect"}},
+                           Row{"Unable to create socket", {-241, "Hardware missing;Unable to create socket"}},
+                           Row{"Unable to send message", {-241, "Hardware missing;Unable to send message"}},
+                           Row{"Connection timeout", {-241, "Hardware missing;Connection timeout"}},
+                           Row{"file not found", {-200, "Execution error;file not found"}},
+                           Row{"", {-200, "Execution error"}}, Row{"\x01\"", {-200, "Execution error"}},
+                           Row{"0, \"nothing\"", {-200, "Execution error;0, nothing"}},
+                           Row{"-99999, \"x\"", {-200, "Execution error;-99999, x"}},
+                           Row{"say \"a;b\"\x01", {-200, "Execution error;say a;b"}}}) {
         EXPECT_EQ(error("-ERR " + std::string(row.text) + ";+OK\r\n"), row.error);
     }
 }
