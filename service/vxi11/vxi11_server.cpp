@@ -5,6 +5,7 @@
 #include <climits>
 #include <exception>
 #include <span>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -41,16 +42,15 @@ Vxi11Server::Vxi11Server(Executor& executor, StandardInstrument& instrument, Loc
 
 Vxi11Server::~Vxi11Server()
 {
-    if (m_thread.joinable()) {
-        m_ending = true;
-        m_shared->wake();
-        m_thread.join();
-    }
+    end();
 }
 
 bool Vxi11Server::start()
 {
     try {
+        if (m_options.address.find(':') != std::string::npos) {
+            throw std::runtime_error("it has no IPv6");
+        }
         m_abort = std::make_unique<Vxi11Abort>(std::move(open_listeners(m_options.address, 0).front()),
                                                m_options.max_links);
         m_core = std::make_unique<Vxi11Core>(
@@ -64,13 +64,23 @@ bool Vxi11Server::start()
         ::pthread_setname_np(m_thread.native_handle(), "vxi11");
     } catch (const std::exception& error) {
         ::syslog(LOG_WARNING, "VXI-11 is off: %s", error.what());
-        m_entry.reset();
-        m_core.reset();
-        m_abort.reset();
+        end();
         return false;
     }
-    ::syslog(LOG_NOTICE, "VXI-11 on %s:%u", m_options.address.c_str(), port());
+    ::syslog(LOG_NOTICE, "VXI-11: listening on %s:%u", m_options.address.c_str(), port());
     return true;
+}
+
+void Vxi11Server::end()
+{
+    if (m_thread.joinable()) {
+        m_ending = true;
+        m_shared->wake();
+        m_thread.join();
+    }
+    m_entry.reset();
+    m_core.reset();
+    m_abort.reset();
 }
 
 uint16_t Vxi11Server::port() const
@@ -78,7 +88,7 @@ uint16_t Vxi11Server::port() const
     return m_core ? m_core->port() : 0;
 }
 
-void Vxi11Server::locks_changed()
+void Vxi11Server::wake()
 {
     m_shared->wake();
 }

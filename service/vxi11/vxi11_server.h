@@ -27,7 +27,6 @@ public:
     /** @param executor, locks outlive this object; `instrument` also outlives the executor */
     Vxi11Server(Executor& executor, StandardInstrument& instrument, Locks& locks,
                 const Vxi11Options& options);
-    /** Closes the links and removes the entry at the rpcbind; messages taken before are still executed. */
     ~Vxi11Server();
     Vxi11Server(const Vxi11Server&) = delete;
     Vxi11Server& operator=(const Vxi11Server&) = delete;
@@ -36,11 +35,14 @@ public:
      *  would not find the port. Blocks for a few seconds at most. */
     bool start();
 
+    /** Closes the links and removes the entry at the rpcbind; messages taken before are still executed. */
+    void end();
+
     /** TCP port of the core channel; 0 unless started. */
     uint16_t port() const;
 
-    /** To be called when a lock has been released: calls may wait for it. Any thread. */
-    void locks_changed();
+    /** Wakes the thread, if there is one, when a lock has been released. Any thread. */
+    void wake();
 
 private:
     void run();

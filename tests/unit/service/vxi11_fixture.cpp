@@ -20,18 +20,18 @@ orvan_service::Vxi11Options RunningVxi11::loopback()
 }
 
 RunningVxi11::RunningVxi11(const orvan_service::Vxi11Options& options)
+    : server(executor, instrument, locks, options)
 {
     orvan_service::ignore_broken_pipes();
-    server.emplace(executor, instrument, locks, options);
-    locks.on_change([this] { server->locks_changed(); });
-    started = server->start();
+    locks.on_change([this] { server.wake(); });
+    started = server.start();
 }
 
 RunningVxi11::~RunningVxi11()
 {
     instrument.open();
     EXPECT_TRUE(executor.end(std::chrono::seconds(30)));
-    server.reset();
+    server.end();
 }
 
 RpcClient::RpcClient(uint16_t port, uint32_t program, const std::string& from)

@@ -4,7 +4,6 @@
 #ifndef ORVAN_TESTS_VXI11_FIXTURE_H
 #define ORVAN_TESTS_VXI11_FIXTURE_H
 
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -29,12 +28,12 @@ public:
 
     static orvan_service::Vxi11Options loopback();
 
-    uint16_t port() const { return server->port(); }
+    uint16_t port() const { return server.port(); }
 
     ScriptedInstrument instrument;
     orvan_service::Executor executor;
     orvan_service::Locks locks;
-    std::optional<orvan_service::Vxi11Server> server;
+    orvan_service::Vxi11Server server;
     bool started;
 };
 

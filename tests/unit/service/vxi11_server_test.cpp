@@ -357,8 +357,7 @@ TEST_F(Vxi11ServerTest, MayEndWhileACommandRuns)
     vxi11.instrument.shut();
     EXPECT_EQ(client->write("A?").error, 0);
     ASSERT_TRUE(busy());
-    vxi11.server.reset();
-    vxi11.locks.on_change({});
+    vxi11.server.end();
     EXPECT_EQ(client->read().error, -1);
     vxi11.instrument.open();
     EXPECT_TRUE(eventually([&] { return vxi11.executor.sessions() == 0; }));
@@ -375,10 +374,19 @@ TEST(Vxi11Start, FailsWithALineInTheLog)
     EXPECT_EQ(log.count(LOG_WARNING, "VXI-11 is off: not an IPv4 or IPv6 address: 127.0.0.1.5"), 1u);
 }
 
+TEST(Vxi11Start, NeedsIpv4)
+{
+    LogCapture log;
+    Vxi11Options options = RunningVxi11::loopback();
+    options.address = "::1";
+    EXPECT_FALSE(RunningVxi11(options).started);
+    EXPECT_EQ(log.count(LOG_WARNING, "VXI-11 is off: it has no IPv6"), 1u);
+}
+
 TEST(Vxi11Start, NamesItsPort)
 {
     LogCapture log;
     const RunningVxi11 vxi11;
     EXPECT_TRUE(vxi11.started);
-    EXPECT_EQ(log.count(LOG_NOTICE, "VXI-11 on 127.0.0.1:" + std::to_string(vxi11.port())), 1u);
+    EXPECT_EQ(log.count(LOG_NOTICE, "VXI-11: listening on 127.0.0.1:" + std::to_string(vxi11.port())), 1u);
 }
