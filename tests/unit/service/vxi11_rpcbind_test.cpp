@@ -57,7 +57,10 @@ public:
             if (enter_namespace(CLONE_NEWNS) &&
                 ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                 ::mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, "") == 0) {
-                ::execl(kProgram, kProgram, "-f", nullptr);
+                // In a user namespace it could not become another user, and would end.
+                const char* const environment[] = {"LD_PRELOAD=libuid_wrapper.so", "UID_WRAPPER=1",
+                                                   "UID_WRAPPER_ROOT=1", nullptr};
+                ::execle(kProgram, kProgram, "-f", nullptr, environment);
             }
             ::_exit(127);
         }
