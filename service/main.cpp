@@ -27,6 +27,7 @@
 #include "process.h"
 #include "server.h"
 #include "standard/library_instrument.h"
+#include "vxi11/vxi11_server.h"
 
 using namespace orvan_service;
 using HaldeElec::Orvan::IOrvanDeviceManager;
@@ -130,6 +131,16 @@ Listeners open_with_device(const Options& options, IOrvanDeviceManager& device)
     return own;
 }
 
+Vxi11Options vxi11_options(const Options& options)
+{
+    Vxi11Options result;
+    if (!options.address.empty()) {
+        result.address = options.address;
+    }
+    result.message_memory = static_cast<size_t>(options.message_memory) << 20;
+    return result;
+}
+
 // Exits the process on request; returns an exit code or throws if it could not start.
 int serve(const Options& options)
 {
@@ -167,9 +178,11 @@ int serve(const Options& options)
     Locks locks;
     Server server(std::move(listeners.raw), watch, limits);
     HislipServer hislip(std::move(listeners.hislip), server.executor(), standard_instrument, locks);
+    Vxi11Server vxi11(server.executor(), standard_instrument, locks, vxi11_options(options));
     locks.on_change([&] {
         server.executor().retry();
         hislip.wake();
+        vxi11.wake();
     });
     Attended* const others[] = {&hislip};
     std::optional<FrontPanel> panel;
@@ -181,11 +194,15 @@ int serve(const Options& options)
             device->RunKbdServer();
             power_button.emplace(*device);
         }
+        if (options.vxi11) {
+            vxi11.start();
+        }
 
         notify("READY=1");
         ::syslog(LOG_NOTICE, "ready");
         server.run(stop.descriptor(), &watch, others);
         notify("STOPPING=1");
+        vxi11.end();
         if (panel) {
             panel->end();
         }

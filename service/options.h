@@ -26,6 +26,7 @@ struct Options {
     std::optional<uint16_t> port;        /**< default: that of the settings */
     bool hislip = true;                  /**< whether to listen for HiSLIP */
     std::optional<uint16_t> hislip_port; /**< default: the standard one, if it is free */
+    bool vxi11 = true;                   /**< whether to serve VXI-11, if there is an rpcbind */
     int max_clients = 256;
     int message_memory = 64; /**< MB */
     int channels = 4;

@@ -46,6 +46,7 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_FALSE(options.port.has_value());
     EXPECT_TRUE(options.hislip);
     EXPECT_FALSE(options.hislip_port.has_value());
+    EXPECT_TRUE(options.vxi11);
     EXPECT_EQ(options.max_clients, 256);
     EXPECT_EQ(options.message_memory, 64);
     EXPECT_EQ(options.channels, 4);
@@ -97,6 +98,8 @@ TEST(Options, TheHislipPortIsANumberOrOff)
     EXPECT_EQ(parsed({"--hislip-port", "4881"}).hislip_port, 4881);
     EXPECT_EQ(parsed({"--hislip-port", "0"}).hislip_port, 0);
     EXPECT_FALSE(parsed({"--hislip-port", "off"}).hislip);
+    EXPECT_FALSE(parsed({"--no-vxi11"}).vxi11);
+    EXPECT_FALSE(parsed({"--modules-on-loopback"}).vxi11);
 }
 
 TEST(Options, EachPlatformIsAccepted)
@@ -190,7 +193,7 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
     for (const char* option :
-         {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--address", "--max-clients",
+         {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--no-vxi11", "--address", "--max-clients",
           "--message-memory", "--channels", "--module-wait", "--modules-on-loopback", "--hang-limit",
           "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
