@@ -48,8 +48,8 @@ std::string mac(int third, int fourth)
 
 std::string end_commands(const std::string& interface, const std::string& address)
 {
-    return "link set lo up\naddress add " + address + "/24 dev " + interface + "\nlink set " + interface +
-           " up\n";
+    return "link set lo up\naddress add " + address + "/24 broadcast + dev " + interface + "\nlink set " +
+           interface + " up\n";
 }
 
 std::string controller_commands(const std::vector<UniqueFd>& networks, int modules)

@@ -128,6 +128,18 @@ TEST(SandboxNetwork, SubnetsAre24BitsWide)
               "lo 127.0.0.1/8\neth0 10.0.0.2/24\nusb0 192.168.7.2/24\n");
 }
 
+TEST(SandboxNetwork, BothEndsOfTheLanKnowItsBroadcastAddress)
+{
+    const TemporaryDirectory state;
+    START_SANDBOX(sandbox, (Options{state.path(), 0}));
+    for (const Role role : {Role::controller(), Role::lan()}) {
+        EXPECT_EQ(shell(sandbox, role,
+                        "PATH=$PATH:/usr/sbin:/sbin; ip -o -4 addr show dev eth0 | awk '{print $5, $6}'"),
+                  "brd 10.0.0.255\n")
+            << role.name();
+    }
+}
+
 TEST(SandboxNetwork, EachModuleAnswersTheControllerAtItsAddressAndPort)
 {
     const TemporaryDirectory state;
