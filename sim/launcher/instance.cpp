@@ -27,7 +27,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kModuleEnd = 3s;   /**< from SIGTERM to SIGKILL */
+constexpr auto kHelperEnd = 3s;   /**< from SIGTERM to SIGKILL, of a module or rpcbind */
 constexpr auto kServiceEnd = 20s; /**< the same; the service may have to wait for a silent module first */
 
 /** As in the service's unit: Restart=on-failure, RestartSec and RestartPreventExitStatus. */
@@ -73,6 +73,9 @@ void Instance::announce_ready()
     std::printf("\n  HiSLIP       TCP %s:%d", kLoopback, port_of(m_hislip_listener.get()));
     if (m_ground->has_sandbox()) {
         std::printf(", and %s:%d from its LAN\n", m_lan_address.c_str(), kHislipPort);
+        if (m_rpcbind.is_running()) {
+            std::printf("  VXI-11       %s from its LAN\n", m_lan_address.c_str());
+        }
         std::printf("  maintenance  UDP %s:%d", kLoopback, m_options.maintenance_port);
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
@@ -140,6 +143,10 @@ std::optional<int> Instance::note_ended()
             std::printf("module %zu ended with %s; 'orvan-sim ctl module %zu start' brings it back\n",
                         index + 1, process.how_it_ended().c_str(), index + 1);
         }
+    }
+    if (m_rpcbind.is_running() && m_rpcbind.reap(0ms)) {
+        std::printf("rpcbind ended with %s; VXI-11 clients no longer find the instrument\n",
+                    m_rpcbind.how_it_ended().c_str());
     }
     if (m_restart <= Clock::now()) {
         if (const Result<bool> done = restart_service(); !done) {
@@ -243,7 +250,8 @@ int Instance::loop()
                                        {m_reboots.get(), POLLIN, 0},
                                        {m_control.get(), POLLIN, 0},
                                        {m_power_switches.get(), POLLIN, 0},
-                                       {m_service.descriptor(), POLLIN, 0}};
+                                       {m_service.descriptor(), POLLIN, 0},
+                                       {m_rpcbind.descriptor(), POLLIN, 0}};
         for (const Module& module : m_modules) {
             waiting.push_back({module.process.descriptor(), POLLIN, 0});
         }
@@ -298,11 +306,12 @@ int Instance::say_error(const std::string& text) const
 Instance::~Instance()
 {
     m_service.end(kServiceEnd);
+    m_rpcbind.end(kHelperEnd);
     for (const Module& module : m_modules) {
         module.process.signal(SIGTERM);
     }
     for (Module& module : m_modules) {
-        module.process.end(kModuleEnd);
+        module.process.end(kHelperEnd);
     }
     if (m_ground) {
         m_ground->end();

@@ -36,9 +36,9 @@ struct RunOptions {
 inline constexpr const char* kNewModel = "OVX3654B";
 
 /**
- * One running virtual instrument: the sandbox, a process for each module, the service, and the sockets to
- * reach and control them. Runs on one thread, which must outlive it. SIGINT, SIGTERM, SIGHUP and SIGPIPE have
- * to be blocked or ignored; the first three arrive through `signals`, a signalfd.
+ * One running virtual instrument: the sandbox, a process for each module, rpcbind, the service, and the
+ * sockets to reach and control them. Runs on one thread, which must outlive it. SIGINT, SIGTERM, SIGHUP and
+ * SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a signalfd.
  */
 class Instance {
 public:
@@ -46,8 +46,8 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
     /**
-     * Ends everything in order: service, modules, sandbox, then removes the files. Only a state directory
-     * given by the user is left.
+     * Ends everything in order: service, rpcbind, modules, sandbox, then removes the files. Only a state
+     * directory given by the user is left.
      */
     ~Instance();
 
@@ -77,6 +77,7 @@ private:
     orvan_sandbox::Result<bool> open_sockets();
     orvan_sandbox::Result<bool> start_relay();
     orvan_sandbox::Result<bool> start_module(int number);
+    void start_rpcbind();
     orvan_sandbox::Command service_command() const;
     orvan_sandbox::Result<bool> start_service();
     bool tell_others();
@@ -132,6 +133,7 @@ private:
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;
+    Child m_rpcbind; /**< only in a sandbox, and where it is installed */
     Child m_service;
     bool m_ready = false;
     bool m_announced = false;

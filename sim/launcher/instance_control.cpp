@@ -135,6 +135,12 @@ std::string Instance::status() const
          << "\nSCPI      127.0.0.1:" << port_of(m_listener.get())
          << "\nHiSLIP    127.0.0.1:" << port_of(m_hislip_listener.get()) << "\nsandbox   "
          << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   " << service_state() << '\n';
+    if (m_ground->has_sandbox()) {
+        text << "rpcbind   "
+             << (m_rpcbind.is_running() ? "running, process " + std::to_string(m_rpcbind.pid())
+                                        : "not running")
+             << '\n';
+    }
     for (size_t index = 0; index < m_modules.size(); ++index) {
         const Module& module = m_modules[index];
         text << "module " << index + 1 << "  ";

@@ -13,6 +13,7 @@
 #include "models.h"
 #include "module_control.h"
 #include "power_on_verbs.h"
+#include "rpcbind.h"
 #include "sockets.h"
 #include "state_lock.h"
 
@@ -79,6 +80,8 @@ Result<bool> Instance::start()
             return done;
         }
     }
+    // Before the service, which registers there.
+    start_rpcbind();
     return start_service();
 }
 
@@ -328,6 +331,26 @@ Result<bool> Instance::start_module(int number)
         }
     }
     return true;
+}
+
+/** Without it the instrument has its other protocols. */
+void Instance::start_rpcbind()
+{
+    if (!m_ground->has_sandbox()) {
+        return;
+    }
+    const UniqueFd log = open_log("rpcbind.log");
+    Result<Child> rpcbind = orvan_launcher::start_rpcbind(*m_ground, run_file("rpcbind"), log.get());
+    if (!rpcbind) {
+        show_log_that_goes("rpcbind.log");
+        Error error = rpcbind.error();
+        if (error.hint.empty() && !m_temporary) {
+            error.hint = "see " + (m_state / "log/rpcbind.log").string();
+        }
+        say_error("no VXI-11: " + error.text());
+        return;
+    }
+    m_rpcbind = std::move(*rpcbind);
 }
 
 /** The command of the service on this instrument's board, without faults or options. */

@@ -35,6 +35,7 @@ TEST_F(OrvanSimCtl, StatusShowsTheRunningInstrument)
                                             "HiSLIP    127\\.0\\.0\\.1:[0-9]+\n"
                                             "sandbox   yes\n"
                                             "service   ready, process [0-9]+, well\n"
+                                            "rpcbind   running, process [0-9]+\n"
                                             "module 1  running, process [0-9]+, link up\n"
                                             "module 2  running, process [0-9]+, link up\n")))
         << sim({"ctl", "status"}).output;

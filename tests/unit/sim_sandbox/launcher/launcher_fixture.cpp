@@ -42,7 +42,8 @@ pid_t LauncherTest::run(const std::vector<std::string>& words, const fs::path& o
 {
     const UniqueFd file(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     Command command;
-    command.argv = {(m_folder.path() / "bin/orvan-sim").string()};
+    command.argv = m_before;
+    command.argv.push_back(m_folder.path() / "bin/orvan-sim");
     command.argv.insert(command.argv.end(), words.begin(), words.end());
     command.environment = environment;
     command.environment["TMPDIR"] = (m_folder.path() / "tmp").string();

@@ -53,6 +53,7 @@ protected:
 
     TemporaryDirectory m_folder;
     pid_t m_launcher = -1;
+    std::vector<std::string> m_before; /**< a program that runs the launcher, and its arguments */
 
 private:
     pid_t run(const std::vector<std::string>& words, const std::filesystem::path& output,

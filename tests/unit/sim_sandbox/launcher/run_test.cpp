@@ -27,6 +27,7 @@ TEST_F(OrvanSimRun, PrintsThatItIsReadyAndHowToStopIt)
                    "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2, port of its settings, "
                    "from its LAN \\(orvan-sim exec --in lan\\)\n"
                    "  HiSLIP       TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2:4880 from its LAN\n"
+                   "  VXI-11       10\\.0\\.0\\.2 from its LAN\n"
                    "  maintenance  UDP 127\\.0\\.0\\.1:[0-9]+\n"
                    "  state        [^\n]*/orvan-sim-state-[^\n]* \\(removed at the end\\)\n"
                    "  stop         Ctrl-C, or kill " +
