@@ -71,7 +71,7 @@ void HangWatch::check(Clock::time_point now)
     lock.unlock();
     if (report) {
         ::syslog(report->priority, "%s", report->text.c_str());
-        notify(("STATUS=" + report->status).c_str());
+        notify_status(StatusPart::kHang, report->status);
     }
     if (feeds) {
         notify("WATCHDOG=1");

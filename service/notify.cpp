@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -55,6 +56,16 @@ bool notify(const char* state)
         return false;
     }
     return true;
+}
+
+void notify_status(StatusPart part, const std::string& text)
+{
+    static std::mutex mutex;
+    static std::string hang;
+    static std::string remote;
+    const std::lock_guard lock(mutex); // so that the lines arrive in the order of the changes
+    (part == StatusPart::kHang ? hang : remote) = text;
+    notify(("STATUS=" + hang + (hang.empty() || remote.empty() ? "" : "; ") + remote).c_str());
 }
 
 std::chrono::microseconds watchdog_period()

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include <sys/socket.h>
 #include <syslog.h>
+
+#include "service/standard/remote_control.h"
 
 namespace orvan_service::hislip {
 namespace {
@@ -16,7 +19,16 @@ enum LockResult : uint8_t { kFailed = 0, kSucceeded = 1, kSharedReleased = 2, kI
 
 constexpr uint8_t kReleaseLock = 0;
 constexpr uint8_t kRequestLock = 1;
-constexpr uint8_t kLastRemoteControl = 6; // AsyncRemoteLocalControl
+// By the control code of AsyncRemoteLocalControl.
+constexpr RemoteState kRemoteStates[] = {
+    RemoteState::kLocal,     // disable remote
+    RemoteState::kUnchanged, // enable remote
+    RemoteState::kLocal,     // disable remote and go to local
+    RemoteState::kRemote,    // enable remote and go to remote
+    RemoteState::kLockout,   // enable remote and lock out local
+    RemoteState::kLockout,   // the same, and go to remote
+    RemoteState::kLocal      // go to local
+};
 
 // How often a release is tried again until what was sent before it has been executed.
 constexpr std::chrono::milliseconds kReleaseStep{5};
@@ -26,6 +38,7 @@ constexpr std::chrono::milliseconds kReleaseStep{5};
 AsyncChannel::~AsyncChannel()
 {
     if (m_connection) {
+        note_remote(m_connection.get(), RemoteState::kLocal);
         m_connection->close();
     }
 }
@@ -85,9 +98,10 @@ bool AsyncChannel::answer()
                                   static_cast<uint32_t>(m_environment.locks.holders())});
         return true;
     case Type::kAsyncRemoteLocalControl:
-        if (m_frame.control > kLastRemoteControl) {
+        if (m_frame.control >= std::size(kRemoteStates)) {
             refuse(Fault::kUnknownControlCode, "unrecognized control code");
         } else {
+            note_remote(m_connection.get(), kRemoteStates[m_frame.control]);
             m_connection->send_async({Type::kAsyncRemoteLocalResponse});
         }
         return true;

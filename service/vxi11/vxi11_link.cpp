@@ -11,6 +11,7 @@
 #include <vxi11.h>
 
 #include "scpi/error.h"
+#include "service/standard/remote_control.h"
 
 namespace orvan_service {
 
@@ -27,8 +28,6 @@ constexpr size_t kPerMessage = 64;
 
 // Bytes that are searched for messages at a time: what follows one is moved.
 constexpr size_t kPiece = 1024;
-
-constexpr int kGetNotAllowed = -105; // a trigger within a message
 
 orvan_common::UniqueFd new_event()
 {
@@ -71,6 +70,7 @@ Vxi11Link::Vxi11Link(StandardInstrument& instrument, std::shared_ptr<Vxi11Shared
 
 Vxi11Link::~Vxi11Link()
 {
+    set_remote(false);
     clear();
     --m_shared->links;
 }
@@ -133,7 +133,7 @@ void Vxi11Link::trigger()
     {
         const std::lock_guard lock(m_mutex);
         if (m_input.unfinished()) {
-            status().add(kGetNotAllowed);
+            status().add(SCPI_ERROR_GET_NOT_ALLOWED);
             return;
         }
     }
@@ -164,6 +164,11 @@ std::optional<Vxi11Link::Part> Vxi11Link::read(size_t requested, std::optional<c
         drop_response();
     }
     return result;
+}
+
+void Vxi11Link::set_remote(bool remote)
+{
+    note_remote(this, remote ? RemoteState::kRemote : RemoteState::kLocal);
 }
 
 bool Vxi11Link::is_asked() const

@@ -83,9 +83,8 @@ public:
     /** Whether service was requested since the last call. */
     bool take_service_request() { return m_service_request.exchange(false); }
     StatusModel& status() { return m_session.status(); }
-    /** Noted only: the instrument's panel is never locked. */
-    void set_remote(bool remote) { m_remote = remote; }
-    bool remote() const { return m_remote; }
+    /** Only shown: the instrument's panel is never locked. */
+    void set_remote(bool remote);
 
     // The executor's thread.
 
@@ -102,7 +101,6 @@ private:
     const std::shared_ptr<Vxi11Shared> m_shared;
     const orvan_common::UniqueFd m_event; // messages to execute, or closed
     std::atomic<bool> m_service_request = false;
-    std::atomic<bool> m_remote = false;
     StandardSession m_session;
 
     mutable std::mutex m_mutex; // guards what follows; not held while a message is executed
