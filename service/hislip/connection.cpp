@@ -21,6 +21,9 @@ constexpr uint8_t kOverlap = 1;   // of the feature bitmap
 // A payload of at least this many bytes is received where it is assembled.
 constexpr uint64_t kLong = 4096;
 
+// Within a message of several megabytes the executor is not woken for less than this.
+constexpr uint64_t kBulk = 512 * 1024;
+
 constexpr uint64_t kSmallestMaximum = 256;
 
 bool is_data(Type type)
@@ -84,13 +87,15 @@ Session::Wait Connection::advance(bool readable)
     if (parsed == Parsed::kReady) {
         return m_environment.locks.admits(this) ? Session::Wait::kTurn : Session::Wait::kRetry;
     }
+    receive_in_bulk(receives_message() && m_reader.left() >= kBulk);
     return Session::Wait::kInput;
 }
 
 void Connection::execute()
 {
     uint32_t generation;
-    std::string_view message;
+    std::string trigger = "*TRG\n";
+    std::span<char> message;
     {
         const std::lock_guard lock(m_mutex);
         if (!m_ready || !m_environment.locks.admits(this)) {
@@ -98,7 +103,7 @@ void Connection::execute()
         }
         m_busy = true;
         generation = m_generation;
-        message = m_trigger ? std::string_view("*TRG") : m_assembly.message();
+        message = m_trigger ? std::span<char>(trigger) : m_assembly.message();
     }
     const std::string response =
         m_session.execute(message, [this, generation] { return m_generation == generation && !m_closed; });
@@ -135,9 +140,23 @@ void Connection::deliver(std::string_view response)
 
 // ---- receiving
 
+bool Connection::receives_message() const
+{
+    return m_in_frame && !m_discard && is_data(m_frame.type);
+}
+
+void Connection::receive_in_bulk(bool bulk)
+{
+    if (bulk != m_bulk) {
+        m_bulk = bulk;
+        const int least = bulk ? static_cast<int>(kBulk) : 1;
+        ::setsockopt(m_sync.get(), SOL_SOCKET, SO_RCVLOWAT, &least, sizeof least);
+    }
+}
+
 bool Connection::receive()
 {
-    const bool directly = m_in_frame && !m_discard && is_data(m_frame.type) && m_reader.left() >= kLong;
+    const bool directly = receives_message() && m_reader.left() >= kLong;
     const std::span<char> space =
         directly ? m_assembly.space(static_cast<size_t>(std::min<uint64_t>(m_reader.left(), kLargestPayload)))
                  : m_reader.space();
@@ -327,6 +346,7 @@ void Connection::begin_clear()
         m_out.drop_unsent();
         m_session.status().set_message_available(false);
         m_clear = Clear::kDiscarding;
+        receive_in_bulk(false);
     }
     send_async({Type::kAsyncDeviceClearAcknowledge, 0});
     m_environment.retry(); // so that the executor leaves the channel alone

@@ -88,6 +88,8 @@ private:
         kAnswering   /**< until DeviceClearAcknowledge has been sent */
     };
 
+    bool receives_message() const;
+    void receive_in_bulk(bool bulk);
     bool receive();
     Parsed parse();
     bool begin_frame();
@@ -113,6 +115,7 @@ private:
     Header m_frame{Type::kData};
     bool m_in_frame = false;
     bool m_discard = false;     // the current frame
+    bool m_bulk = false;        // the receive low water mark is set
     MessageAssembly m_assembly; // the executor's alone while m_busy
     bool m_ended = false;       // END has been received, and what precedes it is in m_assembly
     bool m_ready = false;       // a message is complete

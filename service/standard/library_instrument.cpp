@@ -26,6 +26,9 @@ constexpr timeval kSendTimeout{0, 300'000};
 // Sent after each reply. It ends no reply: the library's end with CR LF or a result.
 constexpr std::string_view kMark("\0\4end of reply\4\0", 16);
 
+// The library's buffer for replies, which it writes as a whole when it is full.
+constexpr size_t kLibraryBuffer = 2048;
+
 constexpr in_addr_t kPeer = INADDR_LOOPBACK + 1;
 
 void check(bool good, const char* what)
@@ -87,7 +90,7 @@ LibraryInstrument::LibraryInstrument(MessageSink& sink) : m_sink(sink), m_librar
     m_reader = accept_from(listener.get(), m_library.get());
 }
 
-std::string LibraryInstrument::execute(int& channel, std::string& message)
+std::string LibraryInstrument::execute(int& channel, std::span<char> message)
 {
     {
         HaldeElec::Orvan::OwnSelection selection(*Scpi_Orvanx::getInstance(), channel);
@@ -100,6 +103,10 @@ std::string LibraryInstrument::execute(int& channel, std::string& message)
 std::string LibraryInstrument::receive_reply()
 {
     std::string reply;
+    // The library writes a reply that is shorter than its buffer at once.
+    if (receive(reply, MSG_DONTWAIT) && reply.size() < kLibraryBuffer && reply.ends_with("+OK\r\n")) {
+        return reply;
+    }
     size_t marked = 0; // bytes of the mark that have been sent
     while (!reply.ends_with(kMark)) {
         if (marked < kMark.size()) {
@@ -107,17 +114,24 @@ std::string LibraryInstrument::receive_reply()
                                         MSG_DONTWAIT | MSG_NOSIGNAL);
             marked += sent > 0 ? static_cast<size_t>(sent) : 0;
         }
-        char bytes[4096];
-        const ssize_t received = ::recv(m_reader.get(), bytes, sizeof bytes, 0);
-        if (received > 0) {
-            reply.append(bytes, static_cast<size_t>(received));
-        } else if (received == 0 || errno != EINTR) {
+        if (!receive(reply, 0)) {
             ::syslog(LOG_ERR, "standard session: no reply from the library");
             return {};
         }
     }
     reply.resize(reply.size() - kMark.size());
     return reply;
+}
+
+/** Appends what has arrived. @return false without a connection, which is not expected to break */
+bool LibraryInstrument::receive(std::string& reply, int flags)
+{
+    char bytes[4096];
+    const ssize_t received = ::recv(m_reader.get(), bytes, sizeof bytes, flags);
+    if (received > 0) {
+        reply.append(bytes, static_cast<size_t>(received));
+    }
+    return received > 0 || (received < 0 && (errno == EINTR || errno == EAGAIN));
 }
 
 } // namespace orvan_service

@@ -1,6 +1,7 @@
 #ifndef ORVAN_SERVICE_LIBRARY_INSTRUMENT_H
 #define ORVAN_SERVICE_LIBRARY_INSTRUMENT_H
 
+#include <span>
 #include <string>
 
 #include "service/message_sink.h"
@@ -19,10 +20,11 @@ public:
     /** @param sink executes the messages; outlives this object. Throws std::system_error without a pair. */
     explicit LibraryInstrument(MessageSink& sink);
 
-    std::string execute(int& channel, std::string& message) override;
+    std::string execute(int& channel, std::span<char> message) override;
 
 private:
     std::string receive_reply();
+    bool receive(std::string& reply, int flags);
 
     MessageSink& m_sink;
     orvan_common::UniqueFd m_library; // what the library writes to

@@ -14,8 +14,8 @@ std::span<char> MessageAssembly::space(size_t most)
 {
     drop_found();
     most = std::min(most, kLongest + 1 - m_end); // one more than the longest message, for its LF
-    if (m_end + most > m_capacity) {
-        const size_t capacity = std::max({kSmall, m_end + most, std::min(2 * m_capacity, kLongest + 1)});
+    if (m_end + most >= m_capacity) {            // a byte remains for the LF that end() adds
+        const size_t capacity = std::max({kSmall, m_end + most + 1, std::min(2 * m_capacity, kLongest + 2)});
         auto larger = std::make_unique_for_overwrite<char[]>(capacity);
         std::copy_n(m_bytes.get(), m_end, larger.get());
         m_bytes = std::move(larger);
@@ -43,14 +43,19 @@ MessageAssembly::Found MessageAssembly::end()
 {
     drop_found();
     SCPI_FramerReset(&m_framer);
-    return m_end == 0 && !m_dropping ? Found::kNothing : found(m_end);
+    if (m_end == 0 && !m_dropping) {
+        return Found::kNothing;
+    }
+    if (m_end != 0) {
+        m_bytes[m_end++] = '\n';
+    }
+    return found(m_end);
 }
 
 MessageAssembly::Found MessageAssembly::found(size_t length)
 {
     m_found = m_scanned = length;
-    const bool has_line_feed = length != 0 && m_bytes[length - 1] == '\n';
-    if (m_dropping || length - (has_line_feed ? 1 : 0) > kLongest) {
+    if (m_dropping || length > kLongest + 1) {
         m_dropping = false;
         drop_found();
         return Found::kTooLong;

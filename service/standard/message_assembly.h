@@ -34,8 +34,8 @@ public:
     /** END has come: what is left after next() is a message, unless it is empty. */
     Found end();
 
-    /** The message found, with its LF if it has one; valid until it is dropped. */
-    std::string_view message() const { return {m_bytes.get(), m_found}; }
+    /** The message found, ended by LF; may be modified, and is valid until it is dropped. */
+    std::span<char> message() { return {m_bytes.get(), m_found}; }
 
     /** Bytes after message() that do more than separate have been received. */
     bool has_more() const;

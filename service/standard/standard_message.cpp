@@ -51,40 +51,35 @@ bool is_block_query(std::string_view header)
     });
 }
 
-std::string_view without_space_before(std::string_view text)
+std::span<char> without_space_before(std::span<char> text)
 {
     while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ') {
-        text.remove_prefix(1);
+        text = text.subspan(1);
     }
     return text;
 }
 
-/** The parts of a message, with the units of each run put together again. */
+/** The parts of a message. Units of the instrument that follow one another are one part. */
 class Parts {
 public:
     /** Adds a unit of the instrument.
-     *  @param text without white space around it
+     *  @param text in the message, without white space around it
      *  @param path what its header relies on; empty if nothing */
-    void add_unit(std::string_view text, std::string_view path)
+    void add_unit(std::span<char> text, std::string_view path)
     {
-        if (!m_open) {
-            m_parts.push_back({MessagePart::Kind::kInstrument, {}, 0, {}});
-            m_open = true;
-            m_path.clear();
-        }
-        std::string& part = m_parts.back().text;
-        part.reserve(part.size() + path.size() + text.size() + 2);
-        if (!part.empty()) {
-            part.back() = ';';
-        }
         if (!path.empty() && path != m_path) {
-            if (!path.starts_with(':')) {
-                part += ':';
-            }
-            part += path;
+            close();
         }
-        part += text;
-        part += '\n';
+        if (m_open) {
+            std::span<char>& part = m_parts.back().text;
+            part = {part.data(), text.data() + text.size()};
+            return;
+        }
+        m_parts.push_back({MessagePart::Kind::kInstrument, {}, 0, std::string(path), text});
+        if (!path.empty() && !path.starts_with(':')) {
+            m_parts.back().path.insert(0, ":");
+        }
+        m_open = true;
     }
 
     /** The path that the instrument's parser has after the last unit. */
@@ -96,19 +91,33 @@ public:
         m_parts.push_back(std::move(part));
     }
 
-    void close() { m_open = false; }
+    /** The next unit of the instrument begins a new part. */
+    void close()
+    {
+        if (m_open) {
+            std::span<char>& part = m_parts.back().text;
+            part = {part.data(), part.size() + 1};
+            part.back() = '\n';
+            m_open = false;
+            m_path.clear();
+        }
+    }
 
-    std::vector<MessagePart> take() { return std::move(m_parts); }
+    std::vector<MessagePart> take()
+    {
+        close();
+        return std::move(m_parts);
+    }
 
 private:
     std::vector<MessagePart> m_parts;
-    bool m_open = false; // the last part takes more units
-    std::string m_path;
+    bool m_open = false; // the last part takes more units, and has no LF yet
+    std::string m_path;  // of the parser within that part
 };
 
 } // namespace
 
-std::vector<MessagePart> cut_message(std::string_view message)
+std::vector<MessagePart> cut_message(std::span<char> message)
 {
     Parts parts;
     std::string path;
@@ -120,11 +129,12 @@ std::vector<MessagePart> cut_message(std::string_view message)
             continue;
         }
         if (unit.block_open) {
-            parts.add({MessagePart::Kind::kError, {}, unit.fault, {}});
+            parts.add({MessagePart::Kind::kError, {}, unit.fault, {}, {}});
             continue;
         }
-        const std::string_view text(unit.begin, static_cast<size_t>(unit.end - unit.begin));
-        std::string header(text.substr(0, unit.header_len));
+        const std::span<char> text = message.subspan(static_cast<size_t>(unit.begin - message.data()),
+                                                     static_cast<size_t>(unit.end - unit.begin));
+        std::string header(text.data(), unit.header_len);
         const bool has_header = unit.fault == 0 || unit.fault <= SCPI_ERROR_INVALID_STRING_DATA;
         std::string base; // what the header relies on
         if (has_header && !unit.common) {
@@ -135,8 +145,11 @@ std::vector<MessagePart> cut_message(std::string_view message)
             path = header.substr(0, base.size() + unit.path_len);
         }
         if (const Row* const row = unit.fault == 0 ? find_row(header) : nullptr) {
-            parts.add({MessagePart::Kind::kSession, row->command, 0,
-                       std::string(without_space_before(text.substr(unit.header_len)))});
+            parts.add({MessagePart::Kind::kSession,
+                       row->command,
+                       0,
+                       {},
+                       without_space_before(text.subspan(unit.header_len))});
             continue;
         }
         const bool alone = is_block_query(header);

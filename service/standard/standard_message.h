@@ -2,8 +2,8 @@
 #define ORVAN_SERVICE_STANDARD_MESSAGE_H
 
 #include <cstdint>
+#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace orvan_service {
@@ -27,26 +27,28 @@ enum class SessionCommand : uint8_t {
 /** A part of a message: one command of the session, or units in a row that are the instrument's. */
 struct MessagePart {
     enum class Kind : uint8_t {
-        kInstrument, /**< `text` is a message for the instrument, ended by LF */
+        kInstrument, /**< `path` and `text` are a message for the instrument, ended by LF */
         kSession,    /**< `command`; `text` is its parameters */
         kError /**< a unit that must not reach the instrument, since it would wait for its rest: `error` */
     };
     Kind kind;
     SessionCommand command{};
     int error = 0;
-    std::string text;
+    std::string path;     /**< to be written in front of `text`; usually empty */
+    std::span<char> text; /**< within the message */
 };
 
 /**
  * Cuts one program message into its parts (IEEE 488.2 7.3, SCPI-99 6.2).
  *
  * A unit that relies on the path of one before it gets the path written out if that one is in another part.
- * A query that the instrument answers with a block is a part of its own, since the instrument puts no
- * separator between a block and what follows it.
+ * The text is not copied, as it may be an update of several megabytes: the LF that ends a part is written
+ * over what separates it from the next. A query that the instrument answers with a block is a part of its
+ * own, since the instrument puts no separator between a block and what follows it.
  *
- * @param message with or without its LF; only the last byte may be a LF that ends it
+ * @param message ends with its LF; the parts refer to it
  */
-std::vector<MessagePart> cut_message(std::string_view message);
+std::vector<MessagePart> cut_message(std::span<char> message);
 
 } // namespace orvan_service
 

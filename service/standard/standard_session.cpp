@@ -42,7 +42,7 @@ StandardSession::StandardSession(StandardInstrument& instrument, std::function<v
 {
 }
 
-std::string StandardSession::execute(std::string_view message, const std::function<bool()>& continues)
+std::string StandardSession::execute(std::span<char> message, const std::function<bool()>& continues)
 {
     std::string response;
     for (MessagePart& part : cut_message(message)) {
@@ -51,10 +51,15 @@ std::string StandardSession::execute(std::string_view message, const std::functi
         }
         switch (part.kind) {
         case MessagePart::Kind::kInstrument:
-            run(std::move(part.text), response);
+            if (part.path.empty()) {
+                run(part.text, response);
+            } else {
+                std::string with_path = part.path.append(part.text.data(), part.text.size());
+                run(with_path, response);
+            }
             break;
         case MessagePart::Kind::kSession:
-            execute(part.command, std::move(part.text), response);
+            execute(part.command, {part.text.data(), part.text.size()}, response);
             break;
         case MessagePart::Kind::kError:
             m_status.add(part.error);
@@ -67,7 +72,7 @@ std::string StandardSession::execute(std::string_view message, const std::functi
     return response;
 }
 
-void StandardSession::run(std::string message, std::string& response)
+void StandardSession::run(std::span<char> message, std::string& response)
 {
     StandardReply reply = take_reply_apart(m_instrument.execute(m_channel, message));
     for (StandardError& error : reply.errors) {
@@ -81,7 +86,7 @@ void StandardSession::run(std::string message, std::string& response)
 std::string StandardSession::ask_module(std::string query)
 {
     std::string result;
-    run(std::move(query), result);
+    run(query, result);
     return result;
 }
 

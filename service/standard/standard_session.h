@@ -2,6 +2,7 @@
 #define ORVAN_SERVICE_STANDARD_SESSION_H
 
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -22,7 +23,7 @@ public:
      * @param message ends with LF; may be modified
      * @return the instrument's reply, as a raw client would receive it
      */
-    virtual std::string execute(int& channel, std::string& message) = 0;
+    virtual std::string execute(int& channel, std::span<char> message) = 0;
 };
 
 /**
@@ -37,18 +38,18 @@ public:
     /**
      * Executes a program message. Executor's thread; blocks as long as its commands do.
      *
-     * @param message  one message, its LF optional
+     * @param message  one message, ended by LF; modified
      * @param continues asked before each part; once it returns false, the rest is dropped
      * @return the response, ended by LF; empty if there is none
      */
-    std::string execute(std::string_view message, const std::function<bool()>& continues);
+    std::string execute(std::span<char> message, const std::function<bool()>& continues);
 
     /** Any thread. */
     StatusModel& status() { return m_status; }
 
 private:
     void execute(SessionCommand command, std::string parameters, std::string& response);
-    void run(std::string message, std::string& response);
+    void run(std::span<char> message, std::string& response);
     std::string ask_module(std::string query);
     std::string errors_of_module(std::string query);
     void set_register(std::string parameters, void (StatusModel::*set)(uint8_t));

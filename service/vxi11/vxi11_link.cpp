@@ -114,9 +114,10 @@ void Vxi11Link::take(Found found)
 {
     if (found == Found::kTooLong) {
         status().add(SCPI_ERROR_INPUT_BUFFER_OVERRUN);
-    } else if (!is_blank(m_input.message())) {
-        m_messages.emplace_back(m_input.message());
-        m_waiting += m_input.message().size() + kPerMessage;
+    } else if (const std::span<char> message = m_input.message();
+               !is_blank({message.data(), message.size()})) {
+        m_messages.emplace_back(message.data(), message.size());
+        m_waiting += message.size() + kPerMessage;
         signal();
     }
 }

@@ -107,15 +107,18 @@ Events execute_whole(std::string message)
 Events execute_parts(std::string_view message)
 {
     R& context = parser();
-    for (const MessagePart& part : cut_message(message)) {
+    std::string line(message);
+    line += '\n';
+    for (const MessagePart& part : cut_message(line)) {
+        const std::string text(part.text.data(), part.text.size());
         switch (part.kind) {
         case MessagePart::Kind::kInstrument:
-            context.input(part.text);
+            context.input(part.path + text);
             require(context.context.buffer.position == 0, "no part leaves the parser waiting");
             break;
         case MessagePart::Kind::kSession:
             context.note("session " + std::to_string(static_cast<int>(part.command)) + " [" +
-                         R::escaped(part.text) + ']');
+                         R::escaped(text) + ']');
             break;
         case MessagePart::Kind::kError:
             context.note("error " + std::to_string(part.error));
@@ -133,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     scpi_framer_t framer;
     SCPI_FramerReset(&framer);
     if (const size_t end = SCPI_FramerScan(&framer, message.data(), message.size()); end != 0) {
-        message = message.substr(0, end);
+        message = message.substr(0, end - 1); // without its LF, which execute_parts() adds
     }
     const Events whole = execute_whole(std::string(message));
     Events parts = execute_parts(message);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "library_bench.h"
+#include "scripted_instrument.h"
 #include "service/standard/library_instrument.h"
 #include "service/standard/standard_session.h"
 #include "service_fixture.h"
@@ -35,10 +36,7 @@ protected:
 /** A session on it. */
 class StandardLibraryTest : public LibraryInstrumentTest {
 protected:
-    std::string ask(std::string_view message)
-    {
-        return session.execute(message, [] { return true; });
-    }
+    std::string ask(std::string_view message) { return execute_in(session, message); }
     int error() { return session.status().take_error().number; }
 
     StandardSession session{standard, {}};
@@ -253,9 +251,8 @@ TEST_F(LibraryInstrumentTest, TenThousandSettingsOfTwoSessionsAreNotCrossed)
     constexpr int kMessages = 1000;
     constexpr int kSettings = 10; // in each
     std::array<StandardSession, 2> sessions{StandardSession(standard, {}), StandardSession(standard, {})};
-    const auto always = [] { return true; };
-    sessions[0].execute(":INST 2", always);
-    sessions[1].execute(":INST 3", always);
+    execute_in(sessions[0], ":INST 2");
+    execute_in(sessions[1], ":INST 3");
     std::array<int, 2> wrong{};
     std::array<int, 2> received{};
     for (const int i : {0, 1}) {
@@ -276,7 +273,7 @@ TEST_F(LibraryInstrumentTest, TenThousandSettingsOfTwoSessionsAreNotCrossed)
                     ":FREQ " + std::to_string(i + 1) + std::to_string(10000 + count * kSettings + setting);
                 message += setting == 1 ? ";*ESE 1;" : ";";
             }
-            ASSERT_EQ(sessions[static_cast<size_t>(i)].execute(message, always), "");
+            ASSERT_EQ(execute_in(sessions[static_cast<size_t>(i)], message), "");
             std::string select = ":INST " + std::to_string(1 + (count + i) % 4) + '\n';
             instrument.execute(raw.server(), select.data(), select.size());
         }

@@ -2,9 +2,10 @@
 
 namespace orvan_test {
 
-std::string ScriptedInstrument::execute(int& channel, std::string& message)
+std::string ScriptedInstrument::execute(int& channel, std::span<char> message)
 {
-    const std::string text = message.substr(0, message.find_last_not_of("\r\n") + 1);
+    std::string text(message.data(), message.size());
+    text.resize(text.find_last_not_of("\r\n") + 1);
     Handler handler;
     {
         std::unique_lock lock(m_mutex);

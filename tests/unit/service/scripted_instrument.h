@@ -22,7 +22,7 @@ public:
 
     explicit ScriptedInstrument(Handler handler = {}) : m_handler(std::move(handler)) {}
 
-    std::string execute(int& channel, std::string& message) override;
+    std::string execute(int& channel, std::span<char> message) override;
 
     /** From now on messages wait inside execute until open() is called. */
     void shut();
@@ -45,6 +45,16 @@ private:
     size_t m_at_work = 0;
     std::vector<std::pair<int, std::string>> m_messages;
 };
+
+/** Executes a message, its LF optional, in a session that nobody clears. */
+inline std::string execute_in(
+    orvan_service::StandardSession& session, std::string_view message,
+    const std::function<bool()>& continues = [] { return true; })
+{
+    std::string line(message);
+    line += line.ends_with('\n') ? "" : "\n";
+    return session.execute(line, continues);
+}
 
 } // namespace orvan_test
 

@@ -45,14 +45,20 @@ const char* name(SessionCommand command)
 Texts cut(std::string_view message)
 {
     Texts lines;
-    for (const MessagePart& part : cut_message(message)) {
+    std::string whole(message);
+    if (!whole.ends_with('\n')) {
+        whole += '\n';
+    }
+    for (const MessagePart& part : cut_message(whole)) {
+        const std::string text(part.text.data(), part.text.size());
         switch (part.kind) {
         case MessagePart::Kind::kInstrument:
-            EXPECT_TRUE(part.text.ends_with('\n'));
-            lines.push_back(part.text.substr(0, part.text.size() - 1));
+            EXPECT_TRUE(text.ends_with('\n'));
+            lines.push_back(part.path + text.substr(0, text.size() - 1));
             break;
         case MessagePart::Kind::kSession:
-            lines.push_back(std::string("session ") + name(part.command) + " [" + part.text + ']');
+            EXPECT_EQ(part.path, "");
+            lines.push_back(std::string("session ") + name(part.command) + " [" + text + ']');
             break;
         case MessagePart::Kind::kError:
             lines.push_back("error " + std::to_string(part.error));
@@ -68,19 +74,19 @@ TEST(StandardMessage, UnitsOfTheInstrumentStayOneMessage)
 {
     EXPECT_EQ(cut(":FREQ 1GHz;:POW -3;:FREQ?\n"), Texts{":FREQ 1GHz;:POW -3;:FREQ?"});
     EXPECT_EQ(cut(":FREQ 1GHz;:POW -3;:FREQ?"), Texts{":FREQ 1GHz;:POW -3;:FREQ?"});
-    EXPECT_EQ(cut(" :FREQ  1GHz ; :POW -3 \r\n"), Texts{":FREQ  1GHz;:POW -3"});
+    EXPECT_EQ(cut(" :FREQ  1GHz ; :POW -3 \r\n"), Texts{":FREQ  1GHz ; :POW -3"});
     EXPECT_EQ(cut("FREQ 1;POW 2;PHAS 3"), Texts{"FREQ 1;POW 2;PHAS 3"});
     EXPECT_EQ(cut(":SOUR:FREQ 1;POW 2;*RST;PHAS 3"), Texts{":SOUR:FREQ 1;POW 2;*RST;PHAS 3"});
 }
 
-TEST(StandardMessage, EmptyUnitsAreDropped)
+TEST(StandardMessage, EmptyUnitsMakeNoParts)
 {
     EXPECT_EQ(cut(""), Texts{});
     EXPECT_EQ(cut("\n"), Texts{});
     EXPECT_EQ(cut(" \t\r\n"), Texts{});
     EXPECT_EQ(cut(";;\n"), Texts{});
     EXPECT_EQ(cut(";:FREQ 1;; ;*ESR?;;:POW 2;\n"), (Texts{":FREQ 1", "session *ESR? []", ":POW 2"}));
-    EXPECT_EQ(cut(":FREQ 1;;:POW 2;\n"), Texts{":FREQ 1;:POW 2"});
+    EXPECT_EQ(cut(":FREQ 1;;:POW 2;\n"), Texts{":FREQ 1;;:POW 2"}); // the instrument drops them
 }
 
 TEST(StandardMessage, CommandsOfTheSessionArePartsOfTheirOwn)
@@ -125,7 +131,7 @@ TEST(StandardMessage, ThePathOfTheUnitBeforeIsCarriedOverACommandOfTheSession)
 TEST(StandardMessage, ThePathIsCarriedOverACommonCommandThatBeginsAPart)
 {
     EXPECT_EQ(cut(":SOUR:FREQ 1;*ESR?;*RST;POW 2;*TRG;PHAS 3"),
-              (Texts{":SOUR:FREQ 1", "session *ESR? []", "*RST;:SOUR:POW 2;*TRG;PHAS 3"}));
+              (Texts{":SOUR:FREQ 1", "session *ESR? []", "*RST", ":SOUR:POW 2;*TRG;PHAS 3"}));
     EXPECT_EQ(cut("SOUR:FREQ 1;*ESR?;*RST;:OUTP 1;PHAS 3"),
               (Texts{"SOUR:FREQ 1", "session *ESR? []", "*RST;:OUTP 1;PHAS 3"}));
 }
@@ -133,7 +139,7 @@ TEST(StandardMessage, ThePathIsCarriedOverACommonCommandThatBeginsAPart)
 TEST(StandardMessage, AFaultyHeaderNeitherGetsNorChangesThePath)
 {
     EXPECT_EQ(cut(":SOUR:FREQ 1;*ESR?;1X;POW 2"),
-              (Texts{":SOUR:FREQ 1", "session *ESR? []", "1X;:SOUR:POW 2"}));
+              (Texts{":SOUR:FREQ 1", "session *ESR? []", "1X", ":SOUR:POW 2"}));
     EXPECT_EQ(cut(":SOUR:FREQ 1;A::B;*ESR?;POW 2"),
               (Texts{":SOUR:FREQ 1;A::B", "session *ESR? []", ":SOUR:POW 2"}));
     EXPECT_EQ(cut(":SYST:VERS?;:SYST:?ERR?;ERR?"),
@@ -189,5 +195,5 @@ TEST(StandardMessage, AQueryForABlockIsAPartOfItsOwn)
     EXPECT_EQ(cut(":INST?;:INT:INF:DEV:OPT?;ARCH?;:SYST:VERS?"),
               (Texts{":INST?", ":INT:INF:DEV:OPT?", ":INT:INF:DEV:ARCH?;:SYST:VERS?"}));
     EXPECT_EQ(cut("INF:DEV:ARCH?;OPT?;*IDN?;ARCH?"),
-              (Texts{"INF:DEV:ARCH?", ":INF:DEV:OPT?", "*IDN?;:INF:DEV:ARCH?"}));
+              (Texts{"INF:DEV:ARCH?", ":INF:DEV:OPT?", "*IDN?", ":INF:DEV:ARCH?"}));
 }

@@ -5,17 +5,20 @@
 
 #include <gtest/gtest.h>
 
+#include "scripted_instrument.h"
 #include "service/standard/standard_session.h"
 
 using namespace orvan_service;
+using orvan_test::execute_in;
 using Texts = std::vector<std::string>;
 
 namespace {
 
 class ScriptedInstrument : public StandardInstrument {
 public:
-    std::string execute(int& channel, std::string& message) override
+    std::string execute(int& channel, std::span<char> line) override
     {
+        std::string message(line.data(), line.size());
         EXPECT_TRUE(message.ends_with('\n'));
         message.pop_back();
         messages.push_back(std::to_string(channel) + ' ' + message);
@@ -32,10 +35,7 @@ public:
 
 class StandardSessionTest : public ::testing::Test {
 protected:
-    std::string execute(std::string_view message)
-    {
-        return session.execute(message, [] { return true; });
-    }
+    std::string execute(std::string_view message) { return execute_in(session, message); }
     std::vector<int> errors()
     {
         std::vector<int> numbers;
@@ -101,7 +101,7 @@ TEST_F(StandardSessionTest, EachSessionHasItsChannel)
     StandardSession other(instrument, {});
     execute(":INST 3");
     execute(":FREQ 1;*ESR?;:FREQ 2");
-    other.execute(":FREQ 3", [] { return true; });
+    execute_in(other, ":FREQ 3");
     EXPECT_EQ(instrument.messages, (Texts{"1 :INST 3", "3 :FREQ 1", "3 *ESR?", "3 :FREQ 2", "1 :FREQ 3"}));
 }
 
@@ -109,7 +109,7 @@ TEST_F(StandardSessionTest, TheRestOfAClearedMessageIsDropped)
 {
     reply(":FREQ?", "5;+OK\r\n");
     int left = 2;
-    EXPECT_EQ(session.execute(":FREQ?;*ESE 1;:POW 1;*ESE 2\n", [&] { return left-- > 0; }), "");
+    EXPECT_EQ(execute_in(session, ":FREQ?;*ESE 1;:POW 1;*ESE 2\n", [&] { return left-- > 0; }), "");
     EXPECT_EQ(instrument.messages, Texts{"1 :FREQ?"});
     EXPECT_EQ(session.status().event_enable(), 1);
 }

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "library_bench.h"
+#include "scripted_instrument.h"
 #include "service/standard/library_instrument.h"
 #include "service/standard/standard_session.h"
 #include "service_fixture.h"
@@ -59,7 +60,7 @@ public:
             return;
         }
         StandardSession& session = m_sessions.at(static_cast<size_t>(message[0] - '0'));
-        const std::string response = session.execute(message.substr(2), [] { return true; }) + "\r\n";
+        const std::string response = orvan_test::execute_in(session, message.substr(2)) + "\r\n";
         EXPECT_EQ(::write(socket, response.data(), response.size()), static_cast<ssize_t>(response.size()));
     }
     void client_lost(int socket) override { m_sink.client_lost(socket); }
