@@ -85,9 +85,9 @@ TEST(StandardReply, OnlyTheLastSuccessWordIsNoResult)
 
 TEST(StandardReply, ASemicolonInAStringSeparatesNothing)
 {
-    for (const std::string text :
-         {R"("a;b")", R"("a;""b;""")", R"("";1)", R"(1,"a;-ERR b";2)", R"("-ERR 1;+OK")", R"(1, "a;b";2)",
-          R"('a;b')", R"('a;''-ERR';2)", R"-(("a;)",2);3)-", R"("it's;";"it's;")"}) {
+    for (const std::string text : {R"("a;b")", R"("a;""b;""")", R"("a"";-ERR 1")", R"('a'';-ERR 1')",
+                                   R"("";1)", R"(1,"a;-ERR b";2)", R"("-ERR 1;+OK")", R"(1, "a;b";2)",
+                                   R"('a;b')", R"('a;''-ERR';2)", R"-(("a;)",2);3)-", R"("it's;";"it's;")"}) {
         EXPECT_EQ(results(text + ";+OK\r\n"), text);
     }
 }
@@ -159,6 +159,9 @@ TEST(StandardReply, ABlockThatIsCutShortExtendsToTheEnd)
 {
     EXPECT_EQ(results("#3100ab;-ERR 1;cd"), "#3100ab;-ERR 1;cd");
     EXPECT_EQ(results("1,#9999999999;"), "1,#9999999999;");
+    const StandardReply text = take_reply_apart("DEV#3100ab;-ERR 1;cd");
+    EXPECT_EQ(text.results, "DEV#3100ab;cd") << "no block within a text";
+    EXPECT_EQ(text.errors.size(), 1u);
 }
 
 TEST(StandardReply, WhatOnlyLooksLikeABlockIsText)
