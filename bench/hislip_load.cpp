@@ -107,7 +107,6 @@ double HislipLoad::seconds_for(const std::string& message) const
 {
     const auto begin = std::chrono::steady_clock::now();
     write(message);
-    write("*ESE?");
     read();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }

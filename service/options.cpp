@@ -66,8 +66,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "--hislip-port", [&](const std::string& text) { set_hislip_port(text, options); },
         "TCP port of the HiSLIP server, 0 selects a free one and logs it, off: none; default: 4880, or none "
         "if that is in use");
-    app.add_flag("!--no-vxi11", options.vxi11,
-                 "Do not serve VXI-11, which needs an rpcbind on this machine; --modules-on-loopback implies it");
+    app.add_flag(
+        "!--no-vxi11", options.vxi11,
+        "Do not serve VXI-11, which needs an rpcbind on this machine; --modules-on-loopback implies it");
     app.add_option("--address", options.address,
                    "Listen only on this address instead of on all IPv4 and IPv6 addresses");
     app.add_option("--max-clients", options.max_clients, "Maximum number of clients; any more are refused")

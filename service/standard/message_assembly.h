@@ -18,6 +18,11 @@ class MessageAssembly {
 public:
     static constexpr size_t kLongest = 0x300000 - 1;
 
+    MessageAssembly() = default;
+    ~MessageAssembly();
+    MessageAssembly(MessageAssembly&& other) noexcept;
+    MessageAssembly& operator=(MessageAssembly&& other) noexcept;
+
     enum class Found {
         kNothing,
         kMessage, /**< message() is complete */
@@ -49,6 +54,7 @@ public:
 private:
     Found found(size_t length);
     void drop_found();
+    void resize(size_t capacity, std::unique_ptr<char[]> bytes);
 
     std::unique_ptr<char[]> m_bytes; // not a vector, which would fill what is about to be received
     size_t m_capacity = 0;

@@ -193,9 +193,9 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
     for (const char* option :
-         {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--no-vxi11", "--address", "--max-clients",
-          "--message-memory", "--channels", "--module-wait", "--modules-on-loopback", "--hang-limit",
-          "--foreground", "--log-level", "--version"}) {
+         {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--no-vxi11", "--address",
+          "--max-clients", "--message-memory", "--channels", "--module-wait", "--modules-on-loopback",
+          "--hang-limit", "--foreground", "--log-level", "--version"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }
