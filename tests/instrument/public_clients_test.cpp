@@ -15,15 +15,26 @@ std::string path_of(const std::string& session)
     return ORVAN_INSTRUMENT_TESTS_DIR "/sessions/" + session + ".txt";
 }
 
-void hold_with_visa(const Instrument& instrument, const Names& sessions)
+// Debian's own interpreter: another one in PATH may not see Debian's packages.
+Names visa_session(const std::string& resource, const Names& sessions)
 {
-    // Debian's own interpreter: another one in PATH may not see Debian's packages.
-    Names command{"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py",
-                  std::to_string(instrument.port())};
+    Names command{"/usr/bin/python3", ORVAN_INSTRUMENT_TESTS_DIR "/visa_session.py", resource};
     for (const std::string& session : sessions) {
         command.push_back(path_of(session));
     }
-    const Outcome outcome = run_program(command);
+    return command;
+}
+
+void hold_with_visa(const Instrument& instrument, const Names& sessions)
+{
+    const std::string resource = "TCPIP::127.0.0.1::" + std::to_string(instrument.port()) + "::SOCKET";
+    const Outcome outcome = run_program(visa_session(resource, sessions));
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+}
+
+void hold_with_visa_by_vxi11(const Instrument& instrument, const Names& sessions)
+{
+    const Outcome outcome = instrument.exec("lan", visa_session("TCPIP::10.0.0.2::INSTR", sessions));
     EXPECT_EQ(outcome.status, 0) << outcome.output;
 }
 
@@ -56,6 +67,7 @@ struct PublicClient {
 };
 
 constexpr PublicClient kVisa = {"PyVisa", hold_with_visa};
+constexpr PublicClient kVisaByVxi11 = {"PyVisaByVxi11", hold_with_visa_by_vxi11};
 constexpr PublicClient kLxi = {"LxiTools", hold_with_lxi};
 
 struct Platform {
@@ -81,7 +93,7 @@ TEST_P(PublicClients, RunASessionOfEveryKindOfCommand)
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, PublicClients,
-                         testing::Combine(testing::Values(kVisa, kLxi),
+                         testing::Combine(testing::Values(kVisa, kVisaByVxi11, kLxi),
                                           testing::Values(kBenchtop, kPortable, kKsr7000)),
                          [](const auto& pair) {
                              return std::string(std::get<PublicClient>(pair.param).name) +

@@ -1,11 +1,13 @@
-"""Sessions through PyVISA with its pure Python back end. Usage: visa_session.py PORT FILE..."""
+"""Sessions through PyVISA with its pure Python back end. Usage: visa_session.py RESOURCE FILE..."""
 
+import re
 import sys
 
 import pyvisa
 
 BLOCK_HEADER = b"#3128"
-BLOCK_END = b";+OK\r\n"
+BLOCK_SIZE = len(BLOCK_HEADER) + 128
+ERROR = re.compile(r'-ERR (-?\d+), ("[^"]*")(?:;|$)')
 
 
 def session(path: str) -> list[tuple[str, str]]:
@@ -20,38 +22,52 @@ def session(path: str) -> list[tuple[str, str]]:
     return exchanges
 
 
-def hold(instrument, path: str) -> int:
+def converse_raw(instrument, line: str, _expected: str) -> str:
+    return instrument.query(line)
+
+
+def converse_standard(instrument, line: str, expected: str) -> str:
+    """What a raw client would have got, from the response and the error queue; in the order of `expected`."""
+    errors = ERROR.findall(expected)
+    results = ERROR.sub("", expected).removesuffix("+OK")
+    instrument.write(line)
+    response = instrument.read().removesuffix("\n") + ";" if results else ""
+    queue = [instrument.query(":SYST:ERR?").removesuffix("\n") for _ in errors]
+    if response == results and queue == [",".join(error) for error in errors]:
+        return expected
+    return f"{response} and errors {queue}"
+
+
+def hold(instrument, converse, path: str) -> int:
     wrong = 0
     exchanges = session(path)
     for line, expected in exchanges:
-        reply = instrument.query(line)
+        reply = converse(instrument, line, expected)
         if reply != expected:
             print(f"{path}\n> {line}\n< {reply}\nexpected {expected}")
             wrong += 1
     return wrong if exchanges else 1
 
 
-def read_block(instrument) -> int:
+def read_block(instrument, end: bytes) -> int:
     """Reads a reply that is a binary block containing line ends."""
-    size = len(BLOCK_HEADER) + 128 + len(BLOCK_END)
     instrument.write(":INF:DEV:OPT?")
-    reply = instrument.read_bytes(size)
-    if reply.startswith(BLOCK_HEADER) and reply.endswith(BLOCK_END) and b"MOD\0" in reply:
+    reply = instrument.read_bytes(BLOCK_SIZE + len(end))
+    if reply.startswith(BLOCK_HEADER) and reply.endswith(end) and b"MOD\0" in reply:
         return 0
     print(f"> :INF:DEV:OPT?\n< {reply!r}")
     return 1
 
 
 def main() -> int:
-    manager = pyvisa.ResourceManager("@py")
-    instrument = manager.open_resource(
-        f"TCPIP::127.0.0.1::{sys.argv[1]}::SOCKET",
-        read_termination="\r\n",
-        write_termination="\n",
-        timeout=20000,
-    )
-    wrong = sum(hold(instrument, path) for path in sys.argv[2:])
-    wrong += read_block(instrument)
+    resource, *paths = sys.argv[1:]
+    is_raw = resource.endswith("::SOCKET")
+    # Messages of a standard session end with END, so only a socket needs terminations.
+    terminations = {"read_termination": "\r\n", "write_termination": "\n"} if is_raw else {}
+    instrument = pyvisa.ResourceManager("@py").open_resource(resource, timeout=20000, **terminations)
+    converse = converse_raw if is_raw else converse_standard
+    wrong = sum(hold(instrument, converse, path) for path in paths)
+    wrong += read_block(instrument, b";+OK\r\n" if is_raw else b"\n")
     instrument.close()
     return 1 if wrong else 0
 
