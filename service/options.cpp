@@ -66,8 +66,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "--hislip-port", [&](const std::string& text) { set_hislip_port(text, options); },
         "TCP port of the HiSLIP server, 0 selects a free one and logs it, off: none; default: 4880, or none "
         "if that is in use");
+    bool no_vxi11 = false;
     app.add_flag(
-        "!--no-vxi11", options.vxi11,
+        "--no-vxi11", no_vxi11,
         "Do not serve VXI-11, which needs an rpcbind on this machine; --modules-on-loopback implies it");
     app.add_option("--address", options.address,
                    "Listen only on this address instead of on all IPv4 and IPv6 addresses");
@@ -133,7 +134,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         return std::nullopt;
     }
     // The machine's rpcbind is for the machine's own services.
-    options.vxi11 = options.vxi11 && !options.modules_on_loopback;
+    options.vxi11 = !no_vxi11 && !options.modules_on_loopback;
     options.log_level = kLogLevels.at(log_level);
     options.platform = kPlatforms.at(platform);
     return options;
