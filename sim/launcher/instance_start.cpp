@@ -222,7 +222,7 @@ Result<bool> Instance::open_ground()
     std::puts(
         "without a sandbox: missing are the device with its board and front panel, "
         "/home/orvan/halde, the channel records, USB links, module addresses 192.168.x.1, the LAN side, "
-        "the maintenance port");
+        "the maintenance port, VXI-11");
     return true;
 }
 

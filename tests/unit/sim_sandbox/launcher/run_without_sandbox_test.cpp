@@ -41,7 +41,7 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndAMessageNamesWha
     EXPECT_EQ(output().find(
                   "without a sandbox: missing are the device with its board and front panel, "
                   "/home/orvan/halde, the channel records, USB links, module addresses 192.168.x.1, the LAN "
-                  "side, the maintenance port\n"
+                  "side, the maintenance port, VXI-11\n"
                   "ready: OVX3654B, 4 channels, 1 module\n"),
               0u)
         << output();

@@ -1,4 +1,4 @@
-// A session with the instrument as another implementation of HiSLIP understands it: tshark's dissector.
+// HiSLIP at the whole instrument, and a session as another implementation understands it: tshark's dissector.
 #include <set>
 
 #include <gtest/gtest.h>
@@ -153,4 +153,17 @@ TEST(HislipDissection, FindsEveryKindOfMessageAndNoFaultInASession)
     for (int type = 0; type < kTypes; ++type) {
         EXPECT_EQ(seen.count(type), 1U) << type;
     }
+}
+
+TEST(HislipInTheLan, IsServedOnItsUsualPort)
+{
+    ORVAN_NEEDS_SANDBOX();
+    const Instrument instrument;
+    const Outcome outcome =
+        instrument.exec("lan", {"bash", "-c",
+                                "exec 3<>/dev/tcp/10.0.0.2/4880 && "
+                                "printf 'HS\\0\\0\\2\\0XX\\0\\0\\0\\0\\0\\0\\0\\7hislip0' >&3 && "
+                                "timeout 20 head -c 6 <&3 | od -A n -t x1"});
+    // InitializeResponse, version 2.0.
+    EXPECT_EQ(outcome.output, " 48 53 01 00 02 00\n");
 }
