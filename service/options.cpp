@@ -61,7 +61,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         ->capture_default_str();
     app.add_option(
         "--port", options.port,
-        "TCP port of the SCPI server, 0 selects a free one and logs it; default: the port of the settings");
+        "TCP port of the SCPI server, 0 selects a free one and logs it; default: the port in the settings");
     app.add_option_function<std::string>(
         "--hislip-port", [&](const std::string& text) { set_hislip_port(text, options); },
         "TCP port of the HiSLIP server, 0 selects a free one and logs it, off: none; default: 4880, or none "
@@ -114,12 +114,12 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
     app.add_option(
            "--log-level", log_level,
            "err, warning, notice, info or debug; info adds every message in and out, which costs two log "
-           "calls a message")
+           "calls per message")
         ->check(CLI::IsMember(kLogLevels))
         ->capture_default_str();
-    app.footer("The parent process may pass listening sockets (LISTEN_FDS, LISTEN_PID); they are served too, "
-               "and with\n"
-               "--modules-on-loopback instead. Those named hislip in LISTEN_FDNAMES are for HiSLIP.\n"
+    app.footer("The parent process may pass listening sockets (LISTEN_FDS, LISTEN_PID); they are served in\n"
+               "addition or, with --modules-on-loopback, instead. Those named hislip in LISTEN_FDNAMES are "
+               "for HiSLIP.\n"
                "Exit codes: 0 ended on request, 1 could not start, 2 bad options, 3 outside the sandbox,\n"
                "4 the device did not start.");
     try {

@@ -23,7 +23,7 @@ struct Options {
     std::string produce; /**< model to produce; empty: serve */
     std::string serial;
     std::string address;
-    std::optional<uint16_t> port;        /**< default: that of the settings */
+    std::optional<uint16_t> port;        /**< default: the one in the settings */
     bool hislip = true;                  /**< whether to listen for HiSLIP */
     std::optional<uint16_t> hislip_port; /**< default: the standard one, if it is free */
     bool vxi11 = true;                   /**< whether to serve VXI-11, if there is an rpcbind */

@@ -27,7 +27,7 @@ size_t raise_descriptor_limit();
 /** Stack size of a thread of this process, in bytes. */
 #ifdef __SANITIZE_THREAD__
 inline constexpr size_t kThreadStack =
-    8 * 1024 * 1024; // its own thread-local data alone takes more than the other
+    8 * 1024 * 1024; // ThreadSanitizer's thread-local data alone exceeds the other size
 #else
 inline constexpr size_t kThreadStack = size_t{512} << 10;
 #endif

@@ -60,7 +60,7 @@ public:
     /** For sessions of other protocols. */
     Executor& executor() { return m_executor; }
 
-    /** Clients being served, those of other protocols included. Any thread. */
+    /** Clients being served, including those of other protocols. Any thread. */
     size_t clients() const { return m_executor.sessions(); }
 
 private:

@@ -13,7 +13,8 @@
 
 #include <cjson/cJSON.h>
 
-/** The shared memory object with the records of all channels, that of channel n at (n - 1) times its size. */
+/** The shared memory object with the records of all channels; channel n is at (n - 1) times a record's size.
+ */
 inline constexpr const char* g_shmemName = "/orvanData";
 
 /** Bytes of a text field, its terminating zero included. */

@@ -85,9 +85,9 @@ public:
 
     /**
      * Finds the entry of a folder whose name contains a word; folders below it are not searched.
-     * If there are several, the one with the latest status change (`st_ctim`) is taken, a time which
-     * unpacking an archive does not set back as it does the others. Among equally new ones it is the first
-     * in byte order, so that the result does not depend on the file system.
+     * If there are several, the one with the latest status change (`st_ctim`) is taken: unlike the other
+     * time stamps, unpacking an archive does not set it back. Among equally new ones it is the first in byte
+     * order, so that the result does not depend on the file system.
      *
      * @param dir     the folder, with or without "/" at its end
      * @param word    case-sensitive; the empty word matches every name

@@ -1,5 +1,5 @@
 // Board start-up, access by access. The two expanders are driven through three handles: the one at 0x20 has
-// two, the second of which messages call 0x21.
+// two, and log messages call the second one 0x21.
 
 #include <wiringPi.h>
 

@@ -8,7 +8,7 @@
 
 namespace HaldeElec::Orvan {
 
-/** @return that of IDeviceConnectionHandler's setTrgImp and getTrgImp */
+/** @return as IDeviceConnectionHandler::setTrgImp and getTrgImp */
 int set_trigger_impedance(IDeviceConnectionHandler& handler, IOrvanDeviceManager::OnOff value);
 int get_trigger_impedance(IDeviceConnectionHandler& handler, IOrvanDeviceManager::OnOff& value);
 

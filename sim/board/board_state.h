@@ -18,8 +18,8 @@ namespace sim_board {
  *     power button                      released
  *     expander 0x20                     latch A 0x20 B 0x00, inputs A 0x00 B 0x6e, pins A 0x20 B 0x20
  *
- * No access is made that a chip would notice. A function is shown as its output latch has it, which is what
- * the controller set; a pin that is an input, and so not driven, is marked.
+ * Makes no access that a chip would notice. A function shows the state of its output latch, which is what the
+ * controller has set; a pin that is an input, and so not driven, is marked.
  */
 std::string board_state(Board& board);
 

@@ -24,7 +24,7 @@ namespace sim_board {
  *     one      B 0x80  A 0x20, B 0x20, A 0x40   path of slots 1 to 4 to 0     path of slots 1 to 3 to 1
  *     two      B 0x08  A 0x08, B 0x02, A 0x10   input of slots 1 to 4 set     4: path of slot 4 to 1
  *
- * The lines are those of the output latches, even where a pin is an input: the controller drives the relays
+ * The lines follow the output latches, even where a pin is an input: the controller drives the relays
  * through pins that it has made inputs for the power button. A relay keeps its position when its lines change
  * and when the expander is reset. Thread-safe.
  */

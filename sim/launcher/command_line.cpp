@@ -15,7 +15,7 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
 {
     CLI::App* run = app.add_subcommand("run", "Start a virtual instrument and serve it until Ctrl-C");
     run->add_option("--model", options.model,
-                    "Model, which decides platform and channels; default: that of the state directory, or "
+                    "Model, which decides platform and channels; default: the state directory's, or "
                     "OVX3654B for a new one");
     run->add_option("--state", options.state,
                     "State directory, kept; default: a temporary one, removed at the end");

@@ -18,9 +18,9 @@
 namespace orvan_launcher {
 
 struct RunOptions {
-    std::string model; /**< empty: that of the state directory, or kNewModel for a new one */
-    std::string state; /**< empty: a temporary directory */
-    int scpi_port = orvan_sandbox::kScpiPort;               /**< on the host's loopback, 0 takes a free one */
+    std::string model;                        /**< empty: the state directory's, or kNewModel for a new one */
+    std::string state;                        /**< empty: a temporary directory */
+    int scpi_port = orvan_sandbox::kScpiPort; /**< on the host's loopback, 0 takes a free one */
     int hislip_port = orvan_sandbox::kHislipPort;           /**< the same */
     int maintenance_port = orvan_sandbox::kMaintenancePort; /**< the same */
     std::optional<int> modules; /**< number of modules fitted; default: one for each channel */

@@ -15,7 +15,7 @@ namespace sim_module {
  *
  * MINimum, MAXimum and DEFault mean the limits and `initial`. Radians and degrees are converted. An error is
  * queued when the result is false: -131 for a suffix of another unit, -222 outside the range, -224 for
- * another mnemonic, and those of SCPI_ParamNumber.
+ * another mnemonic, or as by SCPI_ParamNumber.
  */
 bool read_quantity(scpi_t* context, const Range& range, double initial, double& value);
 

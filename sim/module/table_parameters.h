@@ -19,14 +19,14 @@ inline TableKind table_kind(scpi_t* context)
 
 /**
  * Reads the next parameters as one row of the kind's columns, which is appended to `rows`. An error is queued
- * when the result is false: those of read_quantity, -109 for an incomplete row, of which `rows` then has the
- * beginning.
+ * when the result is false: as by read_quantity, or -109 for an incomplete row, whose beginning stays in
+ * `rows`.
  */
 bool read_row(scpi_t* context, TableKind kind, DataStore::Table& rows);
 
 /**
- * Reads all parameters as rows of the kind's columns. An error is queued when the result is false: those of
- * read_row, -223 for more rows than the kind may have.
+ * Reads all parameters as rows of the kind's columns. An error is queued when the result is false: as by
+ * read_row, or -223 for more rows than the kind may have.
  */
 bool read_rows(scpi_t* context, TableKind kind, DataStore::Table& rows);
 

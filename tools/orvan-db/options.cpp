@@ -46,13 +46,14 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
             ->excludes(watch);
     app.add_flag("--diff", options.diff, "Print what a recall of the setup would change: live -> setup")
         ->needs(setup);
-    app.footer("A row of the table: channel, tag, the field's name in a setup file, value.\n"
-               "Of a setup, the elements that the file has; their channel is - unless --channel names it.\n"
-               "A difference has what a recall takes from the file: not State, which says whether the\n"
-               "module is live, and not the network's elements, which show the present network.\n"
-               "Values are copied without a lock: one that is being written may appear half-written.\n"
-               "Exit codes: 0 printed, 1 no instrument, or it does not have the channel, 2 bad options,\n"
-               "3 a setup file that cannot be used, nor recalled.");
+    app.footer(
+        "A row of the table: channel, tag, the field's name in a setup file, value.\n"
+        "Of a setup, only the elements in the file are shown; their channel is - unless --channel names\n"
+        "it. --diff compares only what a recall takes from the file: neither State, which says whether\n"
+        "the module is live, nor the network's elements, which show the present network.\n"
+        "Values are copied without a lock: one that is being written may appear half-written.\n"
+        "Exit codes: 0 printed, 1 no instrument, or it does not have the channel, 2 bad options,\n"
+        "3 a setup file that cannot be used or recalled.");
     try {
         app.parse(argc, argv);
         if (!tag.empty() && (options.tag = tag_of_name(tag)) < 0) {

@@ -12,7 +12,7 @@ enum ExitCode : int {
     kExitDone = 0,         /**< printed; --help and --version */
     kExitNoInstrument = 1, /**< no instrument keeps records, or it does not have the channel */
     kExitBadOptions = 2,   /**< usage error */
-    kExitBadSetup = 3,     /**< the setup file cannot be used, nor recalled */
+    kExitBadSetup = 3,     /**< the setup file cannot be used or recalled */
 };
 
 struct Options {

@@ -21,9 +21,9 @@ CLI::App* add_command(CLI::App& app, Options& options, const std::string& name, 
 void add_reach(CLI::App& command, Reach& reach, int& wait)
 {
     CLI::Option* const address =
-        command.add_option("--address", reach.address, "Talk to this instrument, without a search")
+        command.add_option("--address", reach.address, "Use this instrument instead of searching")
             ->type_name("HOST");
-    command.add_option("--interface", reach.interface, "Search on this network interface; else on all")
+    command.add_option("--interface", reach.interface, "Search only on this network interface; default: all")
         ->type_name("NAME")
         ->excludes(address);
     command.add_option("--mac", reach.mac, "Only the instrument with this hardware address")
@@ -46,7 +46,7 @@ void add_json(CLI::App& command, Options& options)
 
 void add_yes(CLI::App& command, Options& options)
 {
-    command.add_flag("--yes", options.yes, "Do it without a question, for scripts");
+    command.add_flag("--yes", options.yes, "Do not ask for confirmation, for scripts");
 }
 
 /** A file that the command needs. */
@@ -131,8 +131,8 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "  installed (exit code 0)  it restarted, or has another software version\n"
         "  refused (4)              it answers, but has not restarted within 35 seconds\n"
         "  silent (5)               it does not answer within --after\n"
-        "Code 5 also means that it answers and nothing more is known, as when another PC sent to it at\n"
-        "the same time, or --after was too short.");
+        "Code 5 also means that it answers but nothing more is known, because another PC sent to it at\n"
+        "the same time or --after was too short.");
 
     CLI::App* const program =
         add_command(app, options, "program", "Program an image into all channel modules at once");
@@ -150,8 +150,8 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         "Each block goes through all modules before the next, and a lost one costs seconds: use a\n"
         "good cable. Afterwards the instrument does not answer a search until it is restarted.");
 
-    CLI::App* const pack = add_command(app, options, "pack", "Make a software package for update");
-    add_file(*pack, "package", options.file, "The package to make");
+    CLI::App* const pack = add_command(app, options, "pack", "Build a software package for update");
+    add_file(*pack, "package", options.file, "The package to create");
     pack->add_option("--platform", options.platform, "Kind of controller: " + platform_names())
         ->required()
         ->type_name("NAME")
@@ -166,7 +166,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
 
     app.footer(
         "orvan-maint COMMAND --help shows the options of a command.\n"
-        "Without --address all instruments on the network are searched; if there are several, --mac\n"
+        "Without --address, instruments are searched for on the network; if there are several, --mac\n"
         "selects one.\n"
         "Exit codes: 0 done; 1 no answer; 2 bad options, or they do not fit the instrument;\n"
         "3 a file that cannot be used; 4 the instrument refused it, or reports a failure; 5 everything\n"

@@ -47,7 +47,7 @@ std::vector<const Platform*> platforms_in(std::string_view bytes, const std::str
 std::string packed(std::string bytes);
 
 /**
- * Warnings when a package has other names than those of build_package(). If a refused update has left files
+ * Warnings about names in a package that build_package() would not use. If a refused update has left files
  * under another name, the instrument chooses by time stamps, and its clock may be wrong; the same name is
  * overwritten.
  *

@@ -38,7 +38,7 @@ bool is_number(std::string_view field)
     return field.find_first_not_of("01234567") == std::string_view::npos || (field[0] & 0x80) != 0;
 }
 
-// Lines of "length keyword=value\n", the length that of the line.
+// Lines of "length keyword=value\n"; the length is the whole line's.
 bool is_pax(std::string_view text)
 {
     while (!text.empty()) {

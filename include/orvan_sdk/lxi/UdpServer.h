@@ -203,7 +203,7 @@ private:
     int64_t receive_software(Event& event);
     int64_t stream_to_modules(Event& event);
 
-    // Reads the next frame into `buff`, from any sender. @return that of recvfrom(2)
+    // Reads the next frame into `buff`, from any sender. @return as recvfrom(2)
     ssize_t receive_frame(Event& event);
     // Answers the frame in `buff` with its own header. @param block the next one expected
     void acknowledge(const Event& event, uint16_t block);

@@ -17,7 +17,7 @@
  * the next start after a power cut, may find it empty or short.
  *
  * A failure returns false and is described on standard error. One failure goes unnoticed: an image that fits
- * into the buffer of a stdio stream, as that of the settings does, is written only when the stream is
+ * into the buffer of a stdio stream, as the settings do, is written only when the stream is
  * flushed, and that result is not checked. On a full disk such a write returns true and leaves the file
  * empty.
  */

@@ -174,8 +174,7 @@ public:
 
     /**
      * For the service process: polls all installed modules, as above, and returns the largest temperature
-     * with six decimals. After an answer that is not a number, which is logged, it is that of the previous
-     * poll.
+     * with six decimals. After an answer that is not a number, which is logged, returns the previous poll's.
      */
     std::string getTempratureForOrvanXResponse();
 

@@ -113,8 +113,8 @@ private:
     bool m_cmdExternal = false;
 };
 
-/** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, the number narrowed to signed 16 bits,
- *  the text that of the narrowed number. Info texts are omitted. @return 0 */
+/** `error` callback: puts "-ERR <number>, \"<text>\"" into the reply, both for the number narrowed to signed
+ *  16 bits. Info texts are omitted. @return 0 */
 ORVAN_API int SCPI_Error(scpi_t* context, int_fast16_t err);
 
 /**

@@ -24,7 +24,7 @@
  * Text that exceeds the buffer cannot be sent: the call does not return. A text reply is at most 2048 bytes
  * long, separators included, and its final words are omitted if they do not fit.
  *
- * @return bytes taken, those of a dropped line end included; less than `len` only when the socket fails
+ * @return bytes taken, including those of a dropped line end; less than `len` only when the socket fails
  *         under a block; 0 without a user record, data or length
  */
 ORVAN_API size_t SCPI_Write(scpi_t* context, const char* data, size_t len);

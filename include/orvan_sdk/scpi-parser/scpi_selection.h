@@ -15,8 +15,8 @@ namespace HaldeElec::Orvan {
  * made it, so commands executed there go to that channel, and ":INSTrument" changes it. All other threads,
  * the temperature poll among them, keep the selection that all clients share.
  *
- * The records show which channel is selected (ODT_CHAN_ENA): that of the executing command. Afterwards they
- * show the shared selection again.
+ * Meanwhile the records show this channel as the selected one (ODT_CHAN_ENA), afterwards the shared selection
+ * again.
  *
  * At most one at a time on a thread; destroyed on the thread that made it.
  */

@@ -39,14 +39,14 @@ bool match_nodes(const char* pattern, HeaderPosition at, const char* end)
         const char* node = pattern + (optional ? 1 : 0);
         node += *node == ':' ? 1 : 0;
 
-        const char* behind = nullptr;
+        const char* after = nullptr;
         if (at.at_node) {
-            behind = match_node(node, at.p, end, false);
-            if (behind == nullptr) {
-                behind = match_node(node, at.p, end, true);
+            after = match_node(node, at.p, end, false);
+            if (after == nullptr) {
+                after = match_node(node, at.p, end, true);
             }
         }
-        if (behind == nullptr && !optional) {
+        if (after == nullptr && !optional) {
             return false;
         }
 
@@ -54,11 +54,11 @@ bool match_nodes(const char* pattern, HeaderPosition at, const char* end)
         if (pattern == nullptr) {
             return false;
         }
-        if (behind == nullptr) {
+        if (after == nullptr) {
             continue;
         }
-        const bool more = behind != end && *behind == ':';
-        const HeaderPosition next{more ? behind + 1 : behind, more};
+        const bool more = after != end && *after == ':';
+        const HeaderPosition next{more ? after + 1 : after, more};
         if (optional && match_nodes(pattern, next, end)) {
             return true;
         }

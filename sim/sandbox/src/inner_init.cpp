@@ -94,9 +94,9 @@ void reset_signals()
         int status = 0;
         for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
             if (pid == inner) {
-                const bool told =
+                const bool reported =
                     ::write(link, &status, sizeof status) == static_cast<ssize_t>(sizeof status);
-                ::_exit(told ? 0 : 1);
+                ::_exit(reported ? 0 : 1);
             }
         }
         ::sigwaitinfo(&set, nullptr);
