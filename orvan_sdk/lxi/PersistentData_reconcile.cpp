@@ -104,7 +104,7 @@ void restoring(const Copies&)
 enum class Source { kEeprom, kFile, kFactory };
 
 // What happens to the source's blob: nothing, or it is rebuilt with this generation.
-enum class Stamp { kAsItStands, kNext, kFirst };
+enum class Stamp { kUnchanged, kNext, kFirst };
 
 enum class Repair { kNo, kYes };
 
@@ -134,16 +134,16 @@ using enum Repair;
 constexpr Decision kDecisions[] = {
     // EEPROM      file                             further test      source    blob        EEPROM file  log
     {VERIFIED,     kAny,                            newer,            kEeprom,  kNext,       kYes, kYes, downgrading},
-    {VERIFIED,     bit(VERIFIED),                   differ,           kEeprom,  kAsItStands, kNo,  kYes, signed_differ},
-    {VERIFIED,     bit(LEGACY_VALID)|bit(INVALID),  differ,           kEeprom,  kAsItStands, kNo,  kYes, silent},
-    {VERIFIED,     kAny,                            always,           kEeprom,  kAsItStands, kNo,  kNo,  silent},
+    {VERIFIED,     bit(VERIFIED),                   differ,           kEeprom,  kUnchanged,  kNo,  kYes, signed_differ},
+    {VERIFIED,     bit(LEGACY_VALID)|bit(INVALID),  differ,           kEeprom,  kUnchanged,  kNo,  kYes, silent},
+    {VERIFIED,     kAny,                            always,           kEeprom,  kUnchanged,  kNo,  kNo,  silent},
     {LEGACY_VALID, bit(LEGACY_VALID),               eeprom_only_real, kEeprom,  kFirst,      kYes, kYes, silent},
     {LEGACY_VALID, bit(LEGACY_VALID),               file_only_real,   kFile,    kFirst,      kYes, kYes, backup_serial},
     {LEGACY_VALID, bit(LEGACY_VALID),               both_real_differ, kEeprom,  kFirst,      kYes, kYes, two_serials},
     {LEGACY_VALID, bit(LEGACY_VALID),               always,           kEeprom,  kFirst,      kYes, kYes, silent},
-    {LEGACY_VALID, bit(VERIFIED),                   always,           kFile,    kAsItStands, kYes, kNo,  unsigned_eeprom},
+    {LEGACY_VALID, bit(VERIFIED),                   always,           kFile,    kUnchanged,  kYes, kNo,  unsigned_eeprom},
     {LEGACY_VALID, bit(INVALID),                    always,           kEeprom,  kFirst,      kYes, kYes, silent},
-    {INVALID,      bit(VERIFIED),                   always,           kFile,    kAsItStands, kYes, kNo,  restoring},
+    {INVALID,      bit(VERIFIED),                   always,           kFile,    kUnchanged,  kYes, kNo,  restoring},
     {INVALID,      bit(LEGACY_VALID),               always,           kFile,    kFirst,      kYes, kYes, restoring},
     {INVALID,      bit(INVALID),                    always,           kFactory, kFirst,      kYes, kYes, silent},
 };
@@ -184,7 +184,7 @@ const sDevArch_t* CPersistentData::readData(const sDevDefaults_t* devDefaults, c
         source = &device_settings_eeprom;
     }
     BlobBytes chosen;
-    if (decision.stamp == kAsItStands) {
+    if (decision.stamp == kUnchanged) {
         std::memcpy(chosen.data(), source, chosen.size());
     } else {
         buildBlob(chosen.data(), source, CURRENT_STRUCT_VERSION,

@@ -22,15 +22,15 @@ void bypass_apply_db_updates(scpi_t* ctx, Scpi_Orvanx* parser, const std::string
         const OrvanElementData* const e = parser->get_ElemByTag(item.tag);
         const size_t next = std::min(reply.find(';', roff), reply.size());
         const std::string seg = reply.substr(roff, next - roff);
-        const size_t behind_seg = std::min(next + 1, reply.size());
+        const size_t next_segment = std::min(next + 1, reply.size());
 
         const bool used_up = seg.empty() && roff >= reply.size();
         if (!used_up && is_seg_error(seg)) {
             u->had_error_line = 1;
-            roff = behind_seg;
+            roff = next_segment;
         } else if (!used_up && item.is_query != 0) {
             update_orvan_DB(base, e, seg.c_str());
-            roff = behind_seg;
+            roff = next_segment;
         } else if (item.is_query == 0 && item.param_len > 0) {
             // A set has no segment in the reply.
             update_orvan_DB(base, e, item.param);

@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::string_view kErrorWord = "-ERR";
 constexpr std::string_view kOkAlone = "+OK";
-constexpr std::string_view kOkBehindText = ";+OK";
+constexpr std::string_view kOkAfterText = ";+OK";
 constexpr std::string_view kLineEnd = "\r\n";
 
 char txBuffer[2048];
@@ -155,7 +155,7 @@ scpi_result_t SCPI_Flush(scpi_t* context)
         --g_txOffset;
     }
     if (u->had_error_line == 0 && u->adding_ok != 0) {
-        put_if_it_fits(g_txOffset != 0 ? kOkBehindText : kOkAlone);
+        put_if_it_fits(g_txOffset != 0 ? kOkAfterText : kOkAlone);
     }
     put_if_it_fits(kLineEnd);
 

@@ -17,12 +17,12 @@ void report_module_power(Board& board, const std::string& path)
     if (!*pipe) {
         throw std::system_error(errno, std::generic_category(), path);
     }
-    const auto tell = [pipe](bool on) {
+    const auto report = [pipe](bool on) {
         const char word = on ? '1' : '0';
         [[maybe_unused]] const ssize_t written = ::write(pipe->get(), &word, 1);
     };
-    board.watch_module_power(tell);
-    tell(board.module_power());
+    board.watch_module_power(report);
+    report(board.module_power());
 }
 
 } // namespace sim_board

@@ -80,7 +80,7 @@ private:
     void start_rpcbind();
     orvan_sandbox::Command service_command() const;
     orvan_sandbox::Result<bool> start_service();
-    bool tell_others();
+    bool publish_record();
     // instance.cpp: life
     /** The logs of a temporary state directory are lost with it, so they are shown. */
     void show_log_that_goes(const std::string& name) const;

@@ -72,7 +72,7 @@ Result<bool> Instance::start()
             return done;
         }
     }
-    if (!tell_others()) {
+    if (!publish_record()) {
         return system_error("writing " + run_file("instance.json").string());
     }
     for (size_t index = 0; index < m_modules.size(); ++index) {
@@ -407,7 +407,7 @@ Result<bool> Instance::start_service()
     return true;
 }
 
-bool Instance::tell_others()
+bool Instance::publish_record()
 {
     InstanceRecord record;
     record.launcher = ::getpid();

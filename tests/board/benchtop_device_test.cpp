@@ -158,17 +158,17 @@ TEST_F(BenchtopDeviceTest, AmNeedsSettingsAndPrintsItsLineWithoutALineEnd)
 
     const PersistentDataTestPeer peer(recording, g_benchtopModelsTable);
     inside().set_settings(peer.data);
-    std::string told;
+    std::string output;
     {
         const orvan_test::OutputCapture out(STDOUT_FILENO);
         EXPECT_EQ(device->SetAMModulationSource(IOrvanDeviceManager::On), 0);
         recording.results = {{1, -2}};
         EXPECT_EQ(device->SetAMModulationSource(IOrvanDeviceManager::Off), -2);
         std::fflush(stdout);
-        told = out.text();
+        output = out.text();
     }
     inside().set_settings(nullptr);
-    EXPECT_EQ(told,
+    EXPECT_EQ(output,
               "OrvanBenchtopDevice::SetAMModulation startedOrvanBenchtopDevice::SetAMModulation started");
     EXPECT_EQ(recording.calls, (std::vector<std::string>{"1 modulation 1", "1 modulation 0"}));
 }

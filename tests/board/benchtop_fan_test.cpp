@@ -34,7 +34,7 @@ protected:
         Scpi_Orvanx::getInstance()->setSelectedChannel(0);
         board->trace().clear();
     }
-    void hottest_module_tells(const std::string& celsius)
+    void hottest_module_reports(const std::string& celsius)
     {
         for (int channel = 1; channel <= 4; ++channel) {
             module(channel).always(ModuleAnswer::reply(channel == 3 ? celsius + ";+OK\r\n" : "20.0;+OK\r\n"));
@@ -62,7 +62,7 @@ protected:
 };
 
 struct Band {
-    const char* told;
+    const char* celsius;
     const char* logged;
     const char* drive;
 };
@@ -70,24 +70,24 @@ struct Band {
 TEST_F(BenchtopFan, FollowsTheTemperatureOfTheHottestModule)
 {
     start_fan();
-    for (const auto& [told, logged, value] :
+    for (const auto& [celsius, logged, value] :
          {Band{"47.999", "47.999000", "7f"}, Band{"48.0", "48.000000", "3f"},
           Band{"57.999", "57.999000", "3f"}, Band{"58.0", "58.000000", "00"}, Band{"59.0", "59.000000", "00"},
           Band{"60.0", "60.000000", "00"}, Band{"100.0", "100.000000", "00"},
           Band{"57.9999", "57.999900", "3f"}, Band{"20.5", "20.500000", "7f"}}) {
-        hottest_module_tells(told);
+        hottest_module_reports(celsius);
         cycle();
         EXPECT_EQ(fan_lines(),
                   (Lines{std::string("Temperature: ") + logged, "OrvanBenchtopDevice::fanSpeed start",
                          std::string("spi fan: 00 00 ") + value + " -> ff ff ff"}))
-            << told;
+            << celsius;
     }
 }
 
 TEST_F(BenchtopFan, SilentModuleCountsAsHot)
 {
     start_fan();
-    hottest_module_tells("20.0");
+    hottest_module_reports("20.0");
     module(2).always(ModuleAnswer::reply("-ERR -200, \"Execution error\"\r\n"));
     cycle();
     EXPECT_EQ(fan_lines().back(), "spi fan: 00 00 00 -> ff ff ff");
@@ -98,10 +98,10 @@ TEST_F(BenchtopFan, IsFixedAtAnyTemperatureInFixedMode)
     start_fan();
     device->SetFanMode(1);
     EXPECT_EQ(device->GetFanMode(), 1);
-    for (const char* told : {"20.0", "50.0", "90.0"}) {
-        hottest_module_tells(told);
+    for (const char* celsius : {"20.0", "50.0", "90.0"}) {
+        hottest_module_reports(celsius);
         cycle();
-        EXPECT_EQ(fan_lines().back(), "spi fan: 00 00 19 -> ff ff ff") << told;
+        EXPECT_EQ(fan_lines().back(), "spi fan: 00 00 19 -> ff ff ff") << celsius;
     }
     device->SetFanMode(0);
     cycle();
@@ -203,7 +203,7 @@ TEST_F(BenchtopFan, ModeIsNotStoredAndStartsAsAuto)
     EXPECT_EQ(eeprom_image(), before);
 
     end();
-    put_modules_behind_their_channels();
+    connect_modules();
     start_fan();
     EXPECT_EQ(device->GetFanMode(), 0);
     cycle();

@@ -81,8 +81,8 @@ TEST_F(BenchtopStart, TakesItsStepsInThisOrder)
     EXPECT_TRUE(logs.wait_for(LOG_INFO, "ThreadRunTempratureFunction: thread running\n"));
     EXPECT_EQ(sudo_calls(), "sudo /usr/local/bin/he_get_net_config.sh\n"
                             "sudo /usr/local/bin/he_set_hostname.sh bench-4\n");
-    const std::string told = out->text();
-    EXPECT_LT(told.find("OrvanBenchtopDevice::read eeprom data done\n"), told.find("EEPROM settings:\n"));
+    const std::string output = out->text();
+    EXPECT_LT(output.find("OrvanBenchtopDevice::read eeprom data done\n"), output.find("EEPROM settings:\n"));
 }
 
 TEST_F(BenchtopStart, EndsInitializedAndOnChannelOne)

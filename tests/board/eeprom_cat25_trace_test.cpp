@@ -53,7 +53,7 @@ protected:
 
     std::string ready() const { return message({0x05, 0x00}, {0xff, idle()}); }
     /** A write cycle of 5 ms, ended by the sixth poll. */
-    std::string ready_behind_a_write() const
+    std::string ready_after_a_write() const
     {
         std::string text;
         for (int poll = 0; poll < 5; ++poll) {
@@ -81,11 +81,11 @@ TEST_P(EepromTrace, ABlockAcrossAPageBorderAccessByAccess)
 {
     EXPECT_EQ(write(last_page() - 2, {1, 2, 3, 4, 5, 6}), 6u);
     EXPECT_TRUE(expect_trace(trace(), ready() + page_write(addresses().before_last_page, {1, 2}) +
-                                          ready_behind_a_write() +
+                                          ready_after_a_write() +
                                           page_write(addresses().last_page, {3, 4, 5, 6})));
     EXPECT_EQ(read(last_page() - 2, 6), counting(6));
-    EXPECT_TRUE(expect_trace(trace(),
-                             ready_behind_a_write() + block_read(addresses().before_last_page, counting(6))));
+    EXPECT_TRUE(
+        expect_trace(trace(), ready_after_a_write() + block_read(addresses().before_last_page, counting(6))));
 }
 
 TEST_P(EepromTrace, AWholePageAccessByAccess)
@@ -95,7 +95,7 @@ TEST_P(EepromTrace, AWholePageAccessByAccess)
     EXPECT_TRUE(expect_trace(trace(), ready() + page_write(addresses().last_page, data)))
         << "the refused empty write after it sends nothing";
     EXPECT_EQ(read(last_page(), type.page), data);
-    EXPECT_TRUE(expect_trace(trace(), ready_behind_a_write() + block_read(addresses().last_page, data)));
+    EXPECT_TRUE(expect_trace(trace(), ready_after_a_write() + block_read(addresses().last_page, data)));
 }
 
 TEST_P(EepromTrace, RefusedRangesSendNothing)

@@ -65,7 +65,7 @@ protected:
         pass(kSettlingUs); // the fan may have been second
     }
     /** Polls the module at its own address. */
-    void module_tells(const std::string& celsius)
+    void module_reports(const std::string& celsius)
     {
         Scpi_Orvanx::getInstance()->setSelectedChannel(0);
         module(1).always(ModuleAnswer::reply(celsius + ";+OK\r\n"));

@@ -79,10 +79,10 @@ TEST_F(Ksr7000Start, ReportsItsIdentityToTheMaintenanceTool)
     start_without_battery();
     const orvan_test::MaintenanceClient client;
     client.send(orvan_test::FrameHeader{"HEID"}.bytes(), 7502);
-    const std::string told = client.receive();
-    ASSERT_EQ(told.size(), 534u);
+    const std::string reply = client.receive();
+    ASSERT_EQ(reply.size(), 534u);
     for (const char* row : {"IKSR-7036", "S240017", "F1.19.148"}) {
-        EXPECT_NE(told.find(row), std::string::npos) << row;
+        EXPECT_NE(reply.find(row), std::string::npos) << row;
     }
 }
 
@@ -111,7 +111,7 @@ TEST_F(Ksr7000Start, StoresItsSettingsOnlyWhenItHasChangedThem)
     start_and_settle();
     EXPECT_EQ(board->eeprom().write_cycles(), cycles);
     end();
-    put_modules_behind_their_channels();
+    connect_modules();
 
     EEPROM_DEVICE_SETTINGS old = settled_settings();
     std::strcpy(old.fwVersion, "1.19.147");
@@ -202,7 +202,7 @@ TEST_F(Ksr7000Start, RfOutputOfItsOneChannelIsSwitched)
 TEST_F(Ksr7000Start, DestructionStopsTheChargeMonitorThenTheFanThenClosesTheBus)
 {
     start_with_battery();
-    module_tells("20.0");
+    module_reports("20.0");
     // One failed reading delays the monitor's cycles by 0.1 s against the fan's.
     board->battery()->set_fitted(false);
     pass(5 * kSecond);

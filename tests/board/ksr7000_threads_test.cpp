@@ -113,7 +113,7 @@ TEST_F(Ksr7000Start, FanIsDrivenByTheTemperatureOfTheModule)
         return lines;
     };
     for (const auto& [celsius, logged, drive] : rows) {
-        module_tells(celsius);
+        module_reports(celsius);
         board->trace().clear();
         pass(120 * kSecond + kSettlingUs);
         EXPECT_EQ(fan_lines(),
@@ -122,7 +122,7 @@ TEST_F(Ksr7000Start, FanIsDrivenByTheTemperatureOfTheModule)
     }
     device->SetFanMode(1);
     for (const char* celsius : {"20.0", "90.0"}) {
-        module_tells(celsius);
+        module_reports(celsius);
         board->trace().clear();
         pass(120 * kSecond + kSettlingUs);
         EXPECT_EQ(fan_lines().back(), "spi fan: 00 00 19 -> ff ff ff") << celsius;
@@ -171,7 +171,7 @@ TEST_F(Ksr7000Start, FanModeIsResetToAuto)
     start_without_battery();
     device->SetFanMode(1);
     end();
-    put_modules_behind_their_channels();
+    connect_modules();
     start_and_settle();
     EXPECT_EQ(device->GetFanMode(), 0);
 }

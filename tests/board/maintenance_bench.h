@@ -62,9 +62,9 @@ protected:
     /** GoogleTest reports failures on standard output. */
     void TearDown() override
     {
-        const std::string told = HasFailure() ? out->text() : "";
+        const std::string output = HasFailure() ? out->text() : "";
         out.reset();
-        std::fwrite(told.data(), 1, told.size(), stdout);
+        std::fwrite(output.data(), 1, output.size(), stdout);
         server.Close();
         HaldeElec::Orvan::PersistentDataTestPeer::forget_instance();
     }
@@ -120,12 +120,12 @@ protected:
     {
         std::fflush(stdout);
         const std::string all = out->text();
-        std::string told = all.substr(std::exchange(m_printed, all.size()));
+        std::string output = all.substr(std::exchange(m_printed, all.size()));
         static constexpr std::string_view kPage = "write Page (EEPROM_CAT25)";
-        for (size_t at = told.find(kPage); at != std::string::npos; at = told.find(kPage)) {
-            told.erase(at, told.find('\n', at) + 1 - at);
+        for (size_t at = output.find(kPage); at != std::string::npos; at = output.find(kPage)) {
+            output.erase(at, output.find('\n', at) + 1 - at);
         }
-        return told;
+        return output;
     }
     /** The server's own log lines; clears the log. */
     std::vector<std::string> take_logs()

@@ -17,10 +17,10 @@ namespace {
 TEST_F(MaintenanceCommands, IdentifySendsTheRowsWithItsOwnAddress)
 {
     const FrameHeader asked{"HEID", 0x1234, 0x5678, kBroadcast, 0xABCD, 0x89ABCDEF, "\x12\x34"};
-    FrameHeader told = asked;
-    told.size = 512;
-    told.mac = kOwnMac;
-    EXPECT_EQ(reply_to(asked.bytes()), told.bytes() + identification());
+    FrameHeader header = asked;
+    header.size = 512;
+    header.mac = kOwnMac;
+    EXPECT_EQ(reply_to(asked.bytes()), header.bytes() + identification());
     EXPECT_EQ(client.ready(), "") << "one reply";
 }
 
@@ -71,10 +71,10 @@ TEST_F(MaintenanceCommands, OptionTableIsSentAsStoredInMemory)
 {
     device.option_table = std::string(reinterpret_cast<const char*>(optPortable_Tbl), sizeof optPortable_Tbl);
     const FrameHeader asked{"HECT", 5, 77, kForeignMac, 6, 7};
-    FrameHeader told = asked;
-    told.size = 128;
+    FrameHeader header = asked;
+    header.size = 128;
     const std::string reply = reply_to(asked.bytes());
-    EXPECT_EQ(reply, told.bytes() + device.option_table);
+    EXPECT_EQ(reply, header.bytes() + device.option_table);
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"GetOptionsTable"})) << "with a null table";
     EXPECT_EQ(reply.substr(22, 24), "\0\4\1\x08\0\0\0\0"
                                     "\4\1\1\1MOD\0"

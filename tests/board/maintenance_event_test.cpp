@@ -69,14 +69,14 @@ TEST_F(MaintenanceServer, EventCostsADescriptorForEachModule)
     }
     for (const uint8_t modules : {uint8_t{1}, uint8_t{2}, uint8_t{4}, uint8_t{0}}) {
         CPersistentData::GetInstance()->getSettings()->numDevices = modules;
-        const size_t ahead = open_descriptors();
+        const size_t count = open_descriptors();
         server.WaitForEvent();
-        EXPECT_EQ(open_descriptors(), ahead + modules);
+        EXPECT_EQ(open_descriptors(), count + modules);
     }
     CPersistentData::GetInstance()->getSettings()->numDevices = 200;
-    const size_t ahead = open_descriptors();
+    const size_t count = open_descriptors();
     server.WaitForEvent();
-    EXPECT_EQ(open_descriptors(), ahead + 4) << "there are no more addresses";
+    EXPECT_EQ(open_descriptors(), count + 4) << "there are no more addresses";
     PersistentDataTestPeer::forget_instance();
 }
 
@@ -86,13 +86,13 @@ TEST_F(MaintenanceServer, ModulesHaveTheirAddresses)
               (std::vector<std::string>{"192.168.7.1", "192.168.8.1", "192.168.9.1", "192.168.10.1"}));
 }
 
-ssize_t tell_of_the_log(void* logs, const char* printed, size_t size)
+ssize_t print_the_log(void* logs, const char* printed, size_t size)
 {
-    std::string told(printed, size);
+    std::string lines(printed, size);
     for (const LogLine& line : static_cast<orvan_test::LogCapture*>(logs)->lines()) {
-        told += std::to_string(line.priority) + " " + line.text + "\n";
+        lines += std::to_string(line.priority) + " " + line.text + "\n";
     }
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, told.data(), told.size());
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, lines.data(), lines.size());
     return static_cast<ssize_t>(size);
 }
 
@@ -102,7 +102,7 @@ TEST_F(MaintenanceServer, EventWithoutADescriptorForAModuleEndsTheProcess)
     EXPECT_EXIT(
         {
             // Output is still flushed and shows the log so far.
-            stdout = fopencookie(&logs, "w", {nullptr, tell_of_the_log, nullptr, nullptr});
+            stdout = fopencookie(&logs, "w", {nullptr, print_the_log, nullptr, nullptr});
             std::fputs("printed\n", stdout);
             const FewDescriptors three(3);
             server.WaitForEvent();
@@ -181,10 +181,10 @@ TEST_F(MaintenanceServer, ServesManyToolsWhileOthersAskForItsState)
             for (uint16_t round = 0; round < 25; ++round) {
                 const FrameHeader asked{round % 2 == 0 ? "HEID" : "HECT", round, 0, kNone, tool};
                 client.send(asked.bytes(), 7502);
-                const std::string told = client.receive();
-                EXPECT_EQ(told.size(), round % 2 == 0 ? 534u : 30u);
-                EXPECT_EQ(told.substr(0, 6), asked.bytes().substr(0, 6)) << "the own reply";
-                EXPECT_EQ(told.substr(14, 2), asked.bytes().substr(14, 2));
+                const std::string reply = client.receive();
+                EXPECT_EQ(reply.size(), round % 2 == 0 ? 534u : 30u);
+                EXPECT_EQ(reply.substr(0, 6), asked.bytes().substr(0, 6)) << "the reply to this request";
+                EXPECT_EQ(reply.substr(14, 2), asked.bytes().substr(14, 2));
             }
         });
     }

@@ -17,9 +17,9 @@ TEST_F(MaintenanceCommands, FactoryWithoutRowsSendsTheIdentification)
 {
     const Settings before = settings();
     const FrameHeader asked{"HEOT", 0x0102, 0, kForeignMac, 3, 4};
-    FrameHeader told = asked;
-    told.size = 512;
-    EXPECT_EQ(reply_to(asked.bytes() + request_row('S', "7")), told.bytes() + identification());
+    FrameHeader header = asked;
+    header.size = 512;
+    EXPECT_EQ(reply_to(asked.bytes() + request_row('S', "7")), header.bytes() + identification());
     EXPECT_EQ(std::memcmp(&settings(), &before, sizeof before), 0);
     EXPECT_EQ(printed(), "HEOT: update option");
     EXPECT_EQ(take_logs(), (std::vector<std::string>{kAccepted}));

@@ -42,7 +42,7 @@ TEST_F(MaintenanceCommands, NetworkTextsAreStoredInTheirFields)
             const Settings before = settings();
             const size_t writes_before = writes();
             const std::string asked = request({"HEIP", 3, 0, kBroadcast}, {request_row(row.letter, value)});
-            const std::string told = reply_to(asked);
+            const std::string reply = reply_to(asked);
             EXPECT_EQ(text_in(settings(), row), in_field(value)) << row.letter;
             EXPECT_TRUE(rest_is_equal(settings(), before, row)) << row.letter;
             EXPECT_EQ(writes(), writes_before + 1) << row.letter;
@@ -50,10 +50,10 @@ TEST_F(MaintenanceCommands, NetworkTextsAreStoredInTheirFields)
             EXPECT_EQ(std::memcmp(&in_eeprom, &settings(), sizeof in_eeprom), 0) << row.letter;
             if (row.at_once) {
                 // The request and the 22 bytes after it in the buffer.
-                EXPECT_EQ(told, FrameHeader({"HEIP", 3, 32, kOwnMac}).bytes() + asked.substr(22) +
-                                    std::string(22, '\0'));
+                EXPECT_EQ(reply, FrameHeader({"HEIP", 3, 32, kOwnMac}).bytes() + asked.substr(22) +
+                                     std::string(22, '\0'));
             } else {
-                EXPECT_EQ(told, FrameHeader({"HEIP", 3, 512, kOwnMac}).bytes() + identification());
+                EXPECT_EQ(reply, FrameHeader({"HEIP", 3, 512, kOwnMac}).bytes() + identification());
             }
             EXPECT_EQ(device.take_calls(),
                       row.at_once ? std::vector<std::string>{"SetDHCP 1"} : std::vector<std::string>{})
@@ -71,10 +71,10 @@ TEST_F(MaintenanceCommands, NetworkRequestOf54BytesIsAnsweredWith76)
 {
     const std::string asked = FrameHeader({"HEIP", 0, 32}).bytes() + request_row('A', "192.168.1.77");
     ASSERT_EQ(asked.size(), 54u);
-    const std::string told = reply_to(asked);
-    EXPECT_EQ(told, FrameHeader({"HEIP", 0, 32, kOwnMac}).bytes() + request_row('A', "192.168.1.77") +
-                        std::string(22, '\0'));
-    EXPECT_EQ(told.size(), 76u);
+    const std::string reply = reply_to(asked);
+    EXPECT_EQ(reply, FrameHeader({"HEIP", 0, 32, kOwnMac}).bytes() + request_row('A', "192.168.1.77") +
+                         std::string(22, '\0'));
+    EXPECT_EQ(reply.size(), 76u);
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"SetDHCP 1"}));
     EXPECT_STREQ(settings().fixIp, "192.168.1.77");
 }
@@ -85,10 +85,10 @@ TEST_F(MaintenanceCommands, NetworkReplyIsAsLongAsTheDatagramRegardlessOfItsSize
         clear_buffer();
         for (const size_t length : {size_t{22}, size_t{23}, size_t{54}, size_t{566}, size_t{1024}}) {
             const std::string asked = FrameHeader({"HEIP", 0, size}).bytes() + std::string(length - 22, '\0');
-            const std::string told = reply_to(asked);
-            EXPECT_EQ(told.size(), length + 22);
-            EXPECT_EQ(told.substr(22), std::string(length, '\0'));
-            EXPECT_EQ(told.substr(0, 22), FrameHeader({"HEIP", 0, size, kOwnMac}).bytes());
+            const std::string reply = reply_to(asked);
+            EXPECT_EQ(reply.size(), length + 22);
+            EXPECT_EQ(reply.substr(22), std::string(length, '\0'));
+            EXPECT_EQ(reply.substr(0, 22), FrameHeader({"HEIP", 0, size, kOwnMac}).bytes());
         }
     }
     EXPECT_TRUE(device.take_calls().empty());
@@ -98,11 +98,11 @@ TEST_F(MaintenanceCommands, NetworkReplyToALongRequestEndsInZeros)
 {
     for (const size_t length : {size_t{1025}, size_t{1046}}) {
         const std::string data = std::string(544, '\0') + std::string(length - 22 - 544, 'x');
-        const std::string told = reply_to(FrameHeader({"HEIP", 0, 1024}).bytes() + data);
+        const std::string reply = reply_to(FrameHeader({"HEIP", 0, 1024}).bytes() + data);
         const size_t in_buffer = std::min<size_t>(length + 22, 1046);
-        ASSERT_EQ(told.size(), length + 22);
-        EXPECT_EQ(told.substr(22, data.size()), data);
-        EXPECT_EQ(told.substr(in_buffer), std::string(told.size() - in_buffer, '\0'));
+        ASSERT_EQ(reply.size(), length + 22);
+        EXPECT_EQ(reply.substr(22, data.size()), data);
+        EXPECT_EQ(reply.substr(in_buffer), std::string(reply.size() - in_buffer, '\0'));
         clear_buffer();
     }
 }
@@ -122,8 +122,8 @@ TEST_F(MaintenanceCommands, NetworkDhcpIsOnOnlyForTheLetterY)
         device.numbers["GetDHCP"] = now;
         const size_t writes_before = writes();
         const bool changes = settings().dhcpEnabled != in_record;
-        const std::string told = reply_to(request({"HEIP"}, {request_row('B', value)}));
-        EXPECT_EQ(told.size(), 22u + 566) << "the request and 22 bytes";
+        const std::string reply = reply_to(request({"HEIP"}, {request_row('B', value)}));
+        EXPECT_EQ(reply.size(), 22u + 566) << "the request and 22 bytes";
         EXPECT_EQ(settings().dhcpEnabled, in_record) << value;
         EXPECT_EQ(stored().dhcpEnabled, in_record) << value;
         EXPECT_EQ(writes(), writes_before + (changes ? 1 : 0)) << value;
@@ -186,9 +186,9 @@ TEST_F(MaintenanceCommands, NetworkTakesAll17RowsInOrder)
 
 TEST_F(MaintenanceCommands, NetworkWithAPortAndAnAddressShowsTheRowsAndAppliesTheAddress)
 {
-    const std::string told =
+    const std::string reply =
         reply_to(request({"HEIP", 9}, {request_row('W', "6025"), request_row('A', "10.1.1.1")}));
-    EXPECT_EQ(told, FrameHeader({"HEIP", 9, 512, kOwnMac}).bytes() + identification());
+    EXPECT_EQ(reply, FrameHeader({"HEIP", 9, 512, kOwnMac}).bytes() + identification());
     EXPECT_STREQ(settings().scpiPort, "6025");
     EXPECT_EQ(device.take_calls(), (std::vector<std::string>{"SetDHCP 1"}));
 }
@@ -220,14 +220,14 @@ TEST_F(MaintenanceCommands, NetworkReplyIsSentHalfASecondBeforeTheChange)
 {
     WatchedDevice watched;
     peer.set_device(&watched);
-    std::string told;
+    std::string reply;
     std::vector<std::string> waits;
     watched.at_change = [&] {
-        told = client.ready();
+        reply = client.ready();
         waits = board->trace().lines_with({"delay 500000"});
     };
     serve(request({"HEIP"}, {request_row('A', "10.1.1.1")}));
-    EXPECT_EQ(told.size(), 588u);
+    EXPECT_EQ(reply.size(), 588u);
     EXPECT_EQ(waits.size(), 1u);
     EXPECT_EQ(watched.calls, (std::vector<std::string>{"SetDHCP 1"}));
 }

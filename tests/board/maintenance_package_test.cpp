@@ -130,7 +130,7 @@ protected:
     }
 
     /** A download, and the lines after those of the download itself. */
-    std::vector<LogLine> lines_behind_download(const std::string& file, int64_t expected)
+    std::vector<LogLine> lines_after_download(const std::string& file, int64_t expected)
     {
         logs.clear();
         EXPECT_EQ(download(file), expected);
@@ -148,7 +148,7 @@ protected:
     /** Expects a download that fails after logging these lines. */
     void expect_failure(const std::string& file, const std::vector<LogLine>& lines)
     {
-        EXPECT_EQ(lines_behind_download(file, IF_FAILED), lines);
+        EXPECT_EQ(lines_after_download(file, IF_FAILED), lines);
         EXPECT_FALSE(fs::exists(kMarker));
         EXPECT_TRUE(fs::exists(kReceived));
         EXPECT_EQ(reply_to(FrameHeader{"HEID"}.bytes()).substr(0, 4), "HEID"); // it still serves
@@ -220,7 +220,7 @@ TEST_P(MaintenancePackageOf, ItsPlatformIsSentToTheModulesAndLeftForTheUpdateUni
         }
     }
 
-    EXPECT_EQ(lines_behind_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
+    EXPECT_EQ(lines_after_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(folder, controller, true));
     for (const ScriptedModule& module : modules) {
         EXPECT_EQ(module.requests(), (std::vector{kImageRequest, kRestart}));
@@ -238,7 +238,7 @@ INSTANTIATE_TEST_SUITE_P(Products, MaintenancePackageOf,
 
 TEST_F(MaintenancePackage, MayBeAPlainArchive)
 {
-    EXPECT_EQ(lines_behind_download(archive(package(), ""), IF_SUCCESS_RECV_FIRMWARE),
+    EXPECT_EQ(lines_after_download(archive(package(), ""), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
 }
 
@@ -324,7 +324,7 @@ TEST_F(MaintenancePackage, ThatCannotBeCopiedIsLoggedWithTheCommand)
 TEST_F(MaintenancePackage, AModuleThatRefusesStopsItAndNoneIsRestarted)
 {
     modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
-    const std::vector<LogLine> lines = lines_behind_download(archive(package()), IF_FAILED);
+    const std::vector<LogLine> lines = lines_after_download(archive(package()), IF_FAILED);
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back(), error("OrvanX software update failed. Skip restart."));
     EXPECT_EQ(std::count(lines.begin(), lines.end(), error("OrvanX module 0 software update failed")), 1);
@@ -344,7 +344,7 @@ TEST_F(MaintenancePackage, RemainsOfARefusedPackageAreNotUsedForTheNext)
         modules[0].then(ModuleAnswer::reply("-ERR -250, \"Mass storage error\";+OK\r\n"));
         EXPECT_EQ(download(archive(package())), IF_FAILED);
         wait_until_later_than(kHostSw / kPackage);
-        EXPECT_EQ(lines_behind_download(archive(package(next)), IF_SUCCESS_RECV_FIRMWARE),
+        EXPECT_EQ(lines_after_download(archive(package(next)), IF_SUCCESS_RECV_FIRMWARE),
                   until_unpacking(next, "benchtop_fw_2.1.tar.gz", true));
         EXPECT_EQ(read_file(kMarker), (kHostSw / next / "patch").string() + "\n");
         fs::remove_all(kUpgrade);
@@ -359,7 +359,7 @@ TEST_F(MaintenancePackage, FilesOfARefusedPackageInTheSameFolderAreNotUsedForThe
     for (const auto& file : refused) {
         wait_until_later_than(kHostSw / file.first);
     }
-    EXPECT_EQ(lines_behind_download(archive(package()), IF_SUCCESS_RECV_FIRMWARE),
+    EXPECT_EQ(lines_after_download(archive(package()), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
     EXPECT_EQ(modules[1].requests().at(1), kImageRequest);
 }
@@ -387,7 +387,7 @@ TEST_F(MaintenancePackage, APatchIsIgnored)
 {
     Files files = package();
     files[kPackage + "/benchtop_fw_2.1.tar.gz"] = archive({{"other/install.sh", "exit 0\n"}});
-    EXPECT_EQ(lines_behind_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
+    EXPECT_EQ(lines_after_download(archive(files), IF_SUCCESS_RECV_FIRMWARE),
               until_unpacking(kPackage, "benchtop_fw_2.1.tar.gz", true));
     EXPECT_EQ(read_file(kMarker), (kHostSw / kPackage / "patch").string() + "\n");
     EXPECT_FALSE(fs::exists(kHostSw / kPackage / "patch"));

@@ -61,12 +61,12 @@ TEST_F(MaintenanceServer, TakesAPortInCNotation)
     const struct {
         const char* text;
         int port;
-        long told; // the first five characters read as decimal
+        long result; // the first five characters read as decimal
     } cases[] = {{"7502", 7502, 7502}, {"0x1d4e", 7502, 0}, {"016516", 7502, 1651}, {" 7502", 7502, 7502}};
-    for (const auto& [text, port, told] : cases) {
+    for (const auto& [text, port, result] : cases) {
         EXPECT_EQ(server.Init("127.0.0.1", text, nullptr), IF_SUCCESS) << text;
         EXPECT_EQ(local_port(peer.socket()), port) << text;
-        EXPECT_EQ(server.GetPort(), told) << text;
+        EXPECT_EQ(server.GetPort(), result) << text;
         server.Close();
     }
 }

@@ -71,12 +71,12 @@ TEST_F(BenchtopStart, TakesAParameterFromTheMaintenanceTool)
     start_and_settle();
     const MaintenanceClient client;
     client.send(orvan_test::request({"HEOT"}, {orvan_test::request_row('S', "240099")}), 7502);
-    std::string told;
-    for (int steps = 0; steps < 5000 && told.empty(); ++steps) {
+    std::string reply;
+    for (int steps = 0; steps < 5000 && reply.empty(); ++steps) {
         board->clock().advance(kPageUs);
-        told = client.receive(std::chrono::milliseconds(1));
+        reply = client.receive(std::chrono::milliseconds(1));
     }
-    ASSERT_EQ(told.size(), 534u);
+    ASSERT_EQ(reply.size(), 534u);
     EEPROM_DEVICE_SETTINGS stored;
     std::memcpy(static_cast<void*>(&stored), eeprom_image().data(), sizeof stored);
     EXPECT_STREQ(stored.serialNum, "240099");

@@ -46,7 +46,7 @@ protected:
         files->write_factory_setup("{}");
         BITManager::getInstance(0); // with no periodic thread
         module->always(orvan_test::ModuleAnswer::reply("25.0;+OK\r\n"));
-        put_module_behind_the_service();
+        connect_module();
         logs.clear();
     }
     void SetUp() override
@@ -61,9 +61,9 @@ protected:
         if (refusal().empty()) {
             end();
         }
-        const std::string told = HasFailure() ? out->text() : ""; // the library's own may hold NULs
+        const std::string output = HasFailure() ? out->text() : ""; // the library's own may hold NULs
         out.reset();
-        std::fwrite(told.data(), 1, told.size(), stdout);
+        std::fwrite(output.data(), 1, output.size(), stdout);
     }
 
     void without_battery() { board->battery()->set_fitted(false); }
@@ -79,7 +79,7 @@ protected:
     void restart()
     {
         end();
-        put_module_behind_the_service();
+        connect_module();
         start();
     }
     void end()
@@ -112,7 +112,7 @@ protected:
     void in_a_process_that_ends(Body body)
     {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
-        EXPECT_EXIT(end_process_behind(body), testing::ExitedWithCode(0), "");
+        EXPECT_EXIT(end_process_after(body), testing::ExitedWithCode(0), "");
     }
 
     /** Why a case can't run here; empty if it can. */
@@ -129,7 +129,7 @@ protected:
     std::unique_ptr<IOrvanDeviceManager> device;
 
 private:
-    void put_module_behind_the_service()
+    void connect_module()
     {
         Scpi_Orvanx* const modules = Scpi_Orvanx::getInstance();
         modules->m_orvanXIp[0] = module->address();
@@ -137,7 +137,7 @@ private:
     }
 
     template <typename Body>
-    [[noreturn]] void end_process_behind(Body body)
+    [[noreturn]] void end_process_after(Body body)
     {
         body();
         err.reset();

@@ -220,10 +220,10 @@ TEST_F(PortableStart, ReportsItsIdentityToTheMaintenanceTool)
     start();
     const orvan_test::MaintenanceClient client;
     client.send(orvan_test::FrameHeader{"HEID"}.bytes(), 7502);
-    const std::string told = client.receive();
-    ASSERT_EQ(told.size(), 534u);
-    EXPECT_NE(told.find("IOVX3651P"), std::string::npos);
-    EXPECT_NE(told.find("F1.19.140"), std::string::npos);
+    const std::string reply = client.receive();
+    ASSERT_EQ(reply.size(), 534u);
+    EXPECT_NE(reply.find("IOVX3651P"), std::string::npos);
+    EXPECT_NE(reply.find("F1.19.140"), std::string::npos);
 }
 
 TEST_F(PortableStart, ResetsTheFanModeToAuto)

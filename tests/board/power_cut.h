@@ -21,7 +21,7 @@ public:
     explicit PowerCutChip(std::shared_ptr<sim_board::SpiDevice> chip) : m_chip(std::move(chip)) {}
 
     /** @param at_cut called at the moment of the cut */
-    void cut_behind(size_t bytes, std::function<void()> at_cut)
+    void cut_after(size_t bytes, std::function<void()> at_cut)
     {
         m_left = bytes;
         m_at_cut = std::move(at_cut);

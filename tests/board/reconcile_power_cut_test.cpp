@@ -74,7 +74,7 @@ protected:
     {
         find_whole_identities(operation);
         Gaps gaps;
-        gaps.eeprom_bytes = cuts_behind_bytes(operation);
+        gaps.eeprom_bytes = cuts_after_bytes(operation);
         gaps.eeprom_pages = cuts_in_pages(operation);
         gaps.file_bytes = cuts_in_the_file(operation);
         return gaps;
@@ -126,11 +126,11 @@ protected:
         const EEPROM_DEVICE_SETTINGS record = identity(serial);
         return peer->build(&record, version, generation);
     }
-    static Blob legacy_identity(const char* serial, uint8_t behind = 0xff)
+    static Blob legacy_identity(const char* serial, uint8_t rest = 0xff)
     {
         const EEPROM_DEVICE_SETTINGS record = identity(serial);
         Blob image;
-        image.fill(behind);
+        image.fill(rest);
         std::memcpy(image.data(), &record, sizeof record);
         return image;
     }
@@ -169,7 +169,7 @@ private:
     void arm()
     {
         if (cut_at) {
-            chip->cut_behind(*cut_at, [this] {
+            chip->cut_after(*cut_at, [this] {
                 file_at_cut =
                     fs::is_regular_file(fs::symlink_status(kFile)) ? std::optional(file()) : std::nullopt;
             });
@@ -220,7 +220,7 @@ private:
         return std::ranges::find(whole, found) != whole.end();
     }
 
-    void cut_behind(size_t bytes, const std::function<void()>& operation)
+    void cut_after(size_t bytes, const std::function<void()>& operation)
     {
         lay();
         cut_at = bytes;
@@ -238,14 +238,14 @@ private:
         }
     }
 
-    std::string cuts_behind_bytes(const std::function<void()>& operation)
+    std::string cuts_after_bytes(const std::function<void()>& operation)
     {
         std::vector<size_t> wrong;
         for (size_t bytes = 0; eeprom_written && bytes <= TOTAL_BLOB_SIZE; ++bytes) {
-            cut_behind(bytes, operation);
+            cut_after(bytes, operation);
             Bytes torn = bytes_of(eeprom);
             std::copy_n(after_eeprom.begin(), bytes, torn.begin());
-            EXPECT_EQ(cells(), torn) << "behind byte " << bytes;
+            EXPECT_EQ(cells(), torn) << "after byte " << bytes;
             if (!comes_back_whole()) {
                 wrong.push_back(bytes);
             }
@@ -257,7 +257,7 @@ private:
     {
         std::vector<size_t> wrong;
         for (size_t page = 0; eeprom_written && page < TOTAL_BLOB_SIZE / kPage; ++page) {
-            cut_behind((page + 1) * kPage, operation);
+            cut_after((page + 1) * kPage, operation);
             board->eeprom().program(page * kPage, Bytes(kPage, 0xff));
             if (!comes_back_whole()) {
                 wrong.push_back(page);
@@ -389,8 +389,8 @@ TEST_F(PowerCut, SigningALegacyCopyBesideABackupWithTheDefaultSerialLosesNothing
 // page, and the pages of the record while they are under write.
 TEST_F(PowerCut, ALegacyCopyAloneIsLostBetweenItsMarkerAndTheEndOfItsCrc)
 {
-    for (const uint8_t behind : {uint8_t{0xff}, uint8_t{0}}) {
-        eeprom = legacy_identity("230042", behind);
+    for (const uint8_t rest : {uint8_t{0xff}, uint8_t{0}}) {
+        eeprom = legacy_identity("230042", rest);
         EXPECT_EQ(cuts_of_a_start(), (Gaps{"1014-1023", "0-8", ""}));
     }
 }

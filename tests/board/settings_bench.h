@@ -63,9 +63,9 @@ protected:
     /** GoogleTest reports failures on standard output. */
     void TearDown() override
     {
-        const std::string told = HasFailure() ? out->text() : "";
+        const std::string output = HasFailure() ? out->text() : "";
         out.reset();
-        std::fputs(told.c_str(), stdout);
+        std::fputs(output.c_str(), stdout);
     }
 
     /** A new owner, as after a restart of the process. */

@@ -116,12 +116,12 @@ StartBench::StartBench(const sim_board::BoardWiring& wiring) : board(wiring)
             board->trace().add("module %d: %s", channel, request.substr(0, request.find('\r')).c_str());
         });
     }
-    put_modules_behind_their_channels();
+    connect_modules();
     logs.clear();
     board->trace().clear();
 }
 
-void StartBench::put_modules_behind_their_channels()
+void StartBench::connect_modules()
 {
     Scpi_Orvanx* const service = Scpi_Orvanx::getInstance();
     for (size_t index = 0; index < modules.size(); ++index) {
@@ -143,10 +143,10 @@ void StartBench::TearDown()
         end();
     }
     logs.on_line({});
-    const std::string told = HasFailure() ? out->text() + err->text() : "";
+    const std::string output = HasFailure() ? out->text() + err->text() : "";
     out.reset();
     err.reset();
-    std::fwrite(told.data(), 1, told.size(), stdout); // the last identification row prints a NUL
+    std::fwrite(output.data(), 1, output.size(), stdout); // the last identification row prints a NUL
 }
 
 EEPROM_DEVICE_SETTINGS StartBench::settings_of_modules()

@@ -81,7 +81,7 @@ protected:
     /** The same, but no frame arrives until the SPI port is closed. */
     void end_without_frames_before_the_bus_ends();
     /** Call before every start: the table holds real addresses. */
-    void put_modules_behind_their_channels();
+    void connect_modules();
 
     static EEPROM_DEVICE_SETTINGS& settings();
     static TestResult test_result(eBitType type, const std::string& name);

@@ -36,11 +36,11 @@ void check_command(scpi_t* c)
     const scpi_const_buffer_t& header = c->param_list.cmd_raw;
     const lex_state_t& lex = c->param_list.lex_state;
     require(begin <= header.data && header.data + header.length <= lex.buffer,
-            "header ahead of the parameters");
+            "header before the parameters");
     require(lex.buffer + lex.len <= end, "parameters in the received bytes");
     require(SCPI_FindCommand(c, header.data, header.length) == c->param_list.cmd, "row of the header");
     require(SCPI_IsCmd(c, c->param_list.cmd->pattern), "pattern of the row");
-    require(lex.len == 0 || static_cast<unsigned char>(lex.buffer[0]) > ' ', "no white space ahead");
+    require(lex.len == 0 || static_cast<unsigned char>(lex.buffer[0]) > ' ', "no leading white space");
 }
 
 scpi_result_t raw(scpi_t* c)
@@ -178,7 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             continue;
         }
         ++flushes;
-        require(i > 0 && whole.events[i - 1] == kLineEnd, "line end ahead of the flush");
+        require(i > 0 && whole.events[i - 1] == kLineEnd, "line end before the flush");
     }
     require(flushes == messages, "one flush for each message");
     return 0;

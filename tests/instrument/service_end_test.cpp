@@ -22,7 +22,7 @@ std::string endless_reply()
 }
 
 /** The launcher exits with 0 only when the service has ended by itself and cleanly. */
-void expect_end_in_the_midst_of_a_command(Instrument& instrument)
+void expect_end_during_a_command(Instrument& instrument)
 {
     EXPECT_EQ(instrument.wait_for_end(), 0) << instrument.output();
     EXPECT_NE(instrument.output().find("the service has ended in order, as by its power button\n"),
@@ -42,7 +42,7 @@ TEST(ServiceEnd, APowerButtonThatIsHeldEndsAnEndlessReply)
     ASSERT_TRUE(
         eventually([&] { return instrument.service_log().find("sending \"*IDN?") != std::string::npos; }));
     EXPECT_EQ(instrument.ctl({"power-button", "press"}).output, "");
-    expect_end_in_the_midst_of_a_command(instrument);
+    expect_end_during_a_command(instrument);
 }
 
 // The poll queries the selected channel as a client of the service.
@@ -85,6 +85,6 @@ TEST(ServiceEnd, SigtermEndsALineOfRequestsToASilentModule)
     ASSERT_TRUE(eventually([&] { return !instrument.requests(1).empty(); }));
     const auto begin = Clock::now();
     ASSERT_EQ(::kill(service, SIGTERM), 0);
-    expect_end_in_the_midst_of_a_command(instrument);
+    expect_end_during_a_command(instrument);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(45)) << "its time limit is 15 s";
 }

@@ -122,9 +122,10 @@ void expect_recalls(const Instrument& instrument, int module, int recalls)
     EXPECT_EQ(setup_headers(instrument.requests(module)), expected) << "module " << module;
 }
 
-void expect_result(const std::string& told, const std::string& line)
+void expect_result(const std::string& report, const std::string& line)
 {
-    EXPECT_TRUE(holds(told, "\n" + line + "\n") || told.starts_with(line + "\n")) << line << " in\n" << told;
+    EXPECT_TRUE(holds(report, "\n" + line + "\n") || report.starts_with(line + "\n")) << line << " in\n"
+                                                                                      << report;
 }
 
 fs::path preset(const Instrument& instrument, int channel, int setup)
@@ -251,9 +252,9 @@ TEST(Setups, AreLoadedAtStartUpOrTheFactorySetupIfAFileIsMissing)
     EXPECT_EQ(instrument.ask_module(4, ":FREQ?"), "6000000;+OK");
 
     fs::remove(preset(instrument, 3, 2));
-    const std::string told = drive(instrument, {kAllModules, "load 2"});
-    expect_result(told, "load 2: 0");
-    EXPECT_TRUE(holds(told, "Validation Failed: Config 2 missing for Module 3\n")) << told;
+    const std::string report = drive(instrument, {kAllModules, "load 2"});
+    expect_result(report, "load 2: 0");
+    EXPECT_TRUE(holds(report, "Validation Failed: Config 2 missing for Module 3\n")) << report;
     for (int module = 1; module <= 4; ++module) {
         EXPECT_EQ(instrument.ask_module(module, ":FREQ?"), "1000000000;+OK");
     }
@@ -282,14 +283,14 @@ TEST(Setups, ADeadModuleIsMarkedAndSkippedAndTheOthersGetTheirs)
     for (int module : {1, 3, 4}) {
         instrument.clear_requests(module);
     }
-    const std::string told = drive(instrument, {"modules 4 1", "load 1"});
-    expect_result(told, "modules 4 1: 1011");
-    expect_result(told, "load 1: 0");
+    const std::string report = drive(instrument, {"modules 4 1", "load 1"});
+    expect_result(report, "modules 4 1: 1011");
+    expect_result(report, "load 1: 0");
     for (int module : {1, 3, 4}) {
         expect_recalls(instrument, module, 1);
         EXPECT_EQ(element(instrument, module, "chan_stat"), "ON");
     }
-    EXPECT_EQ(count(told, "sent: -ERR Unable to connect"), 0u) << told;
+    EXPECT_EQ(count(report, "sent: -ERR Unable to connect"), 0u) << report;
     EXPECT_EQ(element(instrument, 2, "chan_stat"), "OFF");
     EXPECT_EQ(element(instrument, 2, "freq"), "5000000") << "still loaded";
 
@@ -309,10 +310,10 @@ TEST(Setups, AModuleThatDiedUnnoticedCostsARequestPerElementAndIsReported)
     for (int module : {1, 3, 4}) {
         instrument.clear_requests(module);
     }
-    const std::string told = drive(instrument, {"modules 4 1", "believe 2", "load 0"});
-    expect_result(told, "load 0: 0");
+    const std::string report = drive(instrument, {"modules 4 1", "believe 2", "load 0"});
+    expect_result(report, "load 0: 0");
     const size_t sent_to_one = setup_headers(instrument.requests(1)).size();
-    EXPECT_EQ(count(told, " sent: -ERR Unable to connect\n"), sent_to_one) << told;
+    EXPECT_EQ(count(report, " sent: -ERR Unable to connect\n"), sent_to_one) << report;
     EXPECT_EQ(sent_to_one, std::size(kSentValues) + std::size(kSentStates));
     for (int module : {1, 3, 4}) {
         expect_recalls(instrument, module, 1);
@@ -339,15 +340,15 @@ TEST(Setups, AMissingFolderIsReportedAndTheOtherChannelsAreStored)
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument;
     fs::remove(instrument.state() / "halde/preset/2");
-    const std::string told = drive(instrument, {kAllModules, "load 0", "store 3", "recall 3", "clear 3"});
-    expect_result(told, "store 3: -1");
-    EXPECT_EQ(count(told, "Store failed: Mod 2, Index 3\n"), 1u);
-    EXPECT_EQ(count(told, "Store failed"), 1u);
-    expect_result(told, "recall 3: -1");
-    EXPECT_EQ(count(told, "Recall failed: Mod 2, Index 3\n"), 1u);
-    EXPECT_EQ(count(told, "Recall failed"), 1u);
-    expect_result(told, "clear 3: 0");
-    EXPECT_EQ(count(told, "Deleted: "), 3u);
+    const std::string report = drive(instrument, {kAllModules, "load 0", "store 3", "recall 3", "clear 3"});
+    expect_result(report, "store 3: -1");
+    EXPECT_EQ(count(report, "Store failed: Mod 2, Index 3\n"), 1u);
+    EXPECT_EQ(count(report, "Store failed"), 1u);
+    expect_result(report, "recall 3: -1");
+    EXPECT_EQ(count(report, "Recall failed: Mod 2, Index 3\n"), 1u);
+    EXPECT_EQ(count(report, "Recall failed"), 1u);
+    expect_result(report, "clear 3: 0");
+    EXPECT_EQ(count(report, "Deleted: "), 3u);
     EXPECT_FALSE(fs::exists(instrument.state() / "halde/preset/2"));
 }
 
@@ -359,16 +360,16 @@ TEST(Setups, AReadOnlyFolderKeepsItsFilesAndIsReported)
     const std::string former = contents(preset(instrument, 2, 3));
     const std::string bind =
         std::string("mount --bind ") + kSecond + " " + kSecond + " && mount -o remount,bind,ro " + kSecond;
-    const std::string told =
+    const std::string report =
         drive_with_mounts(instrument, bind, {kAllModules, "load 0", "store 3", "recall 3", "clear 3"});
-    expect_result(told, "store 3: -1");
-    EXPECT_EQ(count(told, "Store failed: Mod 2, Index 3\n"), 1u) << told;
-    EXPECT_EQ(count(told, "Store failed"), 1u);
-    expect_result(told, "recall 3: 0");
-    expect_result(told, "clear 3: -1");
-    EXPECT_EQ(count(told, "Clear failed: /home/orvan/halde/preset/2/preset-3.json (Read-only file system)\n"),
-              1u)
-        << told;
+    expect_result(report, "store 3: -1");
+    EXPECT_EQ(count(report, "Store failed: Mod 2, Index 3\n"), 1u) << report;
+    EXPECT_EQ(count(report, "Store failed"), 1u);
+    expect_result(report, "recall 3: 0");
+    expect_result(report, "clear 3: -1");
+    EXPECT_EQ(
+        count(report, "Clear failed: /home/orvan/halde/preset/2/preset-3.json (Read-only file system)\n"), 1u)
+        << report;
     EXPECT_EQ(contents(preset(instrument, 2, 3)), former);
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?"), "5000000;+OK");
     EXPECT_FALSE(fs::exists(preset(instrument, 1, 3)));
@@ -385,13 +386,13 @@ TEST(Setups, AFullDiskKeepsTheFormerFileAndLeavesNoDraft)
                              "\nhead -c 100k /dev/zero >" + folder + "/rest 2>/dev/null || true";
     const std::string after = "\n\"$@\"; ls -A " + folder + "; cmp " + folder +
                               "/preset-3.json /dev/shm/former/preset-3.json && echo the same\nexit 0";
-    const std::string told =
+    const std::string report =
         drive_with_mounts(instrument, fill + after, {kAllModules, "load 0", "store 3", "recall 3"});
-    expect_result(told, "store 3: -1");
-    EXPECT_EQ(count(told, "Store failed: Mod 2, Index 3\n"), 1u) << told;
-    EXPECT_EQ(count(told, "Store failed"), 1u);
-    expect_result(told, "recall 3: 0");
-    EXPECT_TRUE(holds(told, "\npreset-3.json\nrest\nthe same\n")) << told;
+    expect_result(report, "store 3: -1");
+    EXPECT_EQ(count(report, "Store failed: Mod 2, Index 3\n"), 1u) << report;
+    EXPECT_EQ(count(report, "Store failed"), 1u);
+    expect_result(report, "recall 3: 0");
+    EXPECT_TRUE(holds(report, "\npreset-3.json\nrest\nthe same\n")) << report;
     EXPECT_EQ(instrument.ask_module(2, ":FREQ?"), "5000000;+OK");
     EXPECT_EQ(instrument.ask_module(1, ":FREQ?"), "1000000000;+OK");
 }
@@ -429,17 +430,17 @@ TEST(Setups, InvalidFilesAreReportedAndLeaveRecordAndModuleUnchanged)
     for (int module = 1; module <= 4; ++module) {
         instrument.clear_requests(module);
     }
-    const std::string told = drive(instrument, steps);
+    const std::string report = drive(instrument, steps);
     for (int index = 1; index <= setup; ++index) {
-        expect_result(told, "recall " + std::to_string(index) + ": -1");
+        expect_result(report, "recall " + std::to_string(index) + ": -1");
         for (int channel = 1; channel <= 2; ++channel) {
-            EXPECT_EQ(count(told, "Recall failed: Mod " + std::to_string(channel) + ", Index " +
-                                      std::to_string(index) + "\n"),
+            EXPECT_EQ(count(report, "Recall failed: Mod " + std::to_string(channel) + ", Index " +
+                                        std::to_string(index) + "\n"),
                       1u)
-                << told;
+                << report;
         }
     }
-    EXPECT_EQ(count(told, "Recall failed"), std::size(broken));
+    EXPECT_EQ(count(report, "Recall failed"), std::size(broken));
     for (int channel = 1; channel <= 2; ++channel) {
         expect_recalls(instrument, channel, 1); // of setup 0
         EXPECT_EQ(element(instrument, channel, "freq"), "1000000000");
@@ -460,9 +461,9 @@ TEST(Setups, OfAnotherModelAreLoadedAndRefusedOnlyByItsModule)
             << R"({"FUTURE": {"Thing": 1}, "SYSTEM": {"Model": "OVX5354B", "Colour": "blue"},
                    "ANALOGOUTPUT": {"Frequency": 40000000000, "FrequencyMax": 40000000000, "Power": 7}})";
     }
-    const std::string told = drive(instrument, {kAllModules, "load 0", "recall 1"});
-    expect_result(told, "recall 1: 0");
-    EXPECT_EQ(count(told, "command :FREQuency sent: -ERR -222, \"Data out of range\""), 4u) << told;
+    const std::string report = drive(instrument, {kAllModules, "load 0", "recall 1"});
+    expect_result(report, "recall 1: 0");
+    EXPECT_EQ(count(report, "command :FREQuency sent: -ERR -222, \"Data out of range\""), 4u) << report;
     EXPECT_EQ(element(instrument, 2, "freq"), "40000000000") << "the record holds the file's value";
     EXPECT_EQ(element(instrument, 2, "freq_max"), "40000000000");
     EXPECT_EQ(element(instrument, 2, "inf_model"), "\"OVX5354B\"");

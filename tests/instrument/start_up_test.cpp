@@ -60,24 +60,24 @@ std::string second_service(const Instrument& instrument, const std::string& prep
         .output;
 }
 
-void expect_records(const std::string& told)
+void expect_records(const std::string& report)
 {
-    EXPECT_NE(told.find("reply: 3000000000;+OK\n"), std::string::npos) << told;
-    EXPECT_NE(told.find("db: 1  ODT_FREQ                ANALOGOUTPUT.Frequency            3000000000\n"
-                        "db: 2  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
-                        "db: 3  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
-                        "db: 4  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
-                        "end: 0\n"),
+    EXPECT_NE(report.find("reply: 3000000000;+OK\n"), std::string::npos) << report;
+    EXPECT_NE(report.find("db: 1  ODT_FREQ                ANALOGOUTPUT.Frequency            3000000000\n"
+                          "db: 2  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
+                          "db: 3  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
+                          "db: 4  ODT_FREQ                ANALOGOUTPUT.Frequency            1000000000\n"
+                          "end: 0\n"),
               std::string::npos)
-        << told;
+        << report;
 }
 
-void expect_no_records(const std::string& told, const std::string& reason)
+void expect_no_records(const std::string& report, const std::string& reason)
 {
-    EXPECT_NE(told.find("Failed to open shared memory: " + reason + "\n"), std::string::npos) << told;
-    EXPECT_NE(told.find("db: orvan-db: no instrument"), std::string::npos) << told;
-    EXPECT_NE(told.find("reply: 3000000000;+OK\n"), std::string::npos) << told;
-    EXPECT_NE(told.find("end: 0\n"), std::string::npos) << told;
+    EXPECT_NE(report.find("Failed to open shared memory: " + reason + "\n"), std::string::npos) << report;
+    EXPECT_NE(report.find("db: orvan-db: no instrument"), std::string::npos) << report;
+    EXPECT_NE(report.find("reply: 3000000000;+OK\n"), std::string::npos) << report;
+    EXPECT_NE(report.find("end: 0\n"), std::string::npos) << report;
 }
 
 } // namespace

@@ -42,7 +42,7 @@ struct ModuleAnswer {
     {
         return {Kind::kReply, std::move(text), {}, {}, request_size};
     }
-    static ModuleAnswer reply_behind(std::function<void()> hold, std::string text)
+    static ModuleAnswer reply_after(std::function<void()> hold, std::string text)
     {
         return {Kind::kReply, std::move(text), {}, {}, 0, std::move(hold)};
     }

@@ -20,14 +20,14 @@ size_t Blocks::end() const
     return (m_bytes.size() + FRMDATALEN - 1) / FRMDATALEN + 1;
 }
 
-size_t Blocks::bytes_ahead(size_t block) const
+size_t Blocks::bytes_before(size_t block) const
 {
     return std::min((block - 1) * FRMDATALEN, m_bytes.size());
 }
 
 size_t Blocks::put(size_t block, HALDE_PACKET& frame) const
 {
-    const std::string_view data = m_bytes.substr(bytes_ahead(block), FRMDATALEN);
+    const std::string_view data = m_bytes.substr(bytes_before(block), FRMDATALEN);
     put_block(frame, static_cast<uint16_t>(block));
     put_size(frame, data.empty() ? EOD : static_cast<uint16_t>(data.size()));
     std::memset(frame.data, 0, sizeof frame.data);

@@ -22,7 +22,7 @@ public:
     size_t end() const;
     size_t bytes() const { return m_bytes.size(); }
     /** Bytes before a block. */
-    size_t bytes_ahead(size_t block) const;
+    size_t bytes_before(size_t block) const;
 
     /** Puts a block into a frame.
      *  @param block 1 to end()

@@ -29,16 +29,16 @@ Target find_target(const Options& options, int stop)
 
 size_t channels_of(const Options& options, const std::string& model)
 {
-    const size_t told = channels_of_model(model);
+    const size_t known = channels_of_model(model);
     const auto given = static_cast<size_t>(options.channels);
-    if (given != 0 && told != 0 && given != told) {
-        throw Failure(kExitBadOptions, model + " has " + std::to_string(told) + " modules");
+    if (given != 0 && known != 0 && given != known) {
+        throw Failure(kExitBadOptions, model + " has " + std::to_string(known) + " modules");
     }
-    if (given == 0 && told == 0) {
+    if (given == 0 && known == 0) {
         throw Failure(kExitBadOptions,
                       "the model " + model + " does not say how many modules it has; use --channels");
     }
-    return std::max(given, told);
+    return std::max(given, known);
 }
 
 // Throws if a module has failed.

@@ -49,7 +49,7 @@ StreamResult ModuleStream::run()
     Received last;
     bool burning = false;
     for (size_t block = 1; block <= m_blocks.end(); ++block) {
-        m_progress(m_blocks.bytes_ahead(block));
+        m_progress(m_blocks.bytes_before(block));
         burning = deliver(block, last);
     }
     return follow_burning(burning ? std::optional(last) : std::nullopt);

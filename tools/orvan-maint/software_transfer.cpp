@@ -38,7 +38,7 @@ void SoftwareTransfer::run()
     size_t block = open();
     while (block <= m_blocks.end()) {
         m_last_advance = Clock::now();
-        m_progress(m_blocks.bytes_ahead(block));
+        m_progress(m_blocks.bytes_before(block));
         block = deliver(block);
     }
 }

@@ -181,11 +181,11 @@ private:
         }
         for (size_t at = 0; (at = forms.find('<', at)) != std::string::npos; ++at) {
             const std::string name = forms.substr(at, forms.find('>', at) - at + 1);
-            bool told = false;
+            bool described = false;
             for (const Parameter& parameter : command.parameters) {
-                told = told || parameter.name == name;
+                described = described || parameter.name == name;
             }
-            if (!told) {
+            if (!described) {
                 miss(("\"param\" for " + name).c_str());
             }
         }

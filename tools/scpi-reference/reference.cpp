@@ -170,9 +170,9 @@ private:
         if (row == nullptr) {
             return;
         }
-        const std::string behind = parameters->empty() ? "" : " " + *parameters;
-        m_out << "| " << form << " | " << code(shortest_form(row->pattern) + behind) << " | "
-              << code(longest_form(row->pattern) + behind) << " | " << answered_by(row) << " |\n";
+        const std::string tail = parameters->empty() ? "" : " " + *parameters;
+        m_out << "| " << form << " | " << code(shortest_form(row->pattern) + tail) << " | "
+              << code(longest_form(row->pattern) + tail) << " | " << answered_by(row) << " |\n";
     }
 
     void write_list(const Description& command)

@@ -18,7 +18,7 @@ public:
 };
 
 // The types are the same inside and outside the library.
-bool tells_types_apart()
+bool distinguishes_types()
 {
     const std::unique_ptr<IDeviceConnectionHandler> own = std::make_unique<Handler>();
     const std::unique_ptr<IDeviceConnectionHandler> portable = std::make_unique<OrvanConnPortable>();
@@ -33,5 +33,5 @@ int main()
     Scpi_Orvanx* modules = Scpi_Orvanx::getInstance();
     modules->setSelectedChannel(3);
     std::printf("selected channel %d\n", modules->getSelectedChannel());
-    return modules->getSelectedChannel() == 3 && tells_types_apart() ? 0 : 1;
+    return modules->getSelectedChannel() == 3 && distinguishes_types() ? 0 : 1;
 }

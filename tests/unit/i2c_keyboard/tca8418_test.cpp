@@ -53,8 +53,8 @@ struct ByteArray : sim_board::I2cDevice {
 
 /** Acknowledges nothing until a time of the board's clock. */
 struct FailsUntil : sim_board::I2cDevice {
-    FailsUntil(std::shared_ptr<sim_board::I2cDevice> behind, const sim_board::Clock& board_clock, uint64_t us)
-        : chip(std::move(behind)), clock(board_clock), end_us(us)
+    FailsUntil(std::shared_ptr<sim_board::I2cDevice> device, const sim_board::Clock& board_clock, uint64_t us)
+        : chip(std::move(device)), clock(board_clock), end_us(us)
     {
     }
     bool works() const { return clock.now_us() >= end_us; }

@@ -226,9 +226,9 @@ TEST_F(SettingsBlob, ASignedModelOfAnotherPlatformIsInvalid)
 TEST_F(SettingsBlob, ARecordWithoutMarkerIsLegacyWhenItsModelIsKnown)
 {
     EXPECT_EQ(peer->classify(legacy()), LEGACY_VALID);
-    Blob erased_behind = legacy();
-    std::fill(&erased_behind[552], erased_behind.data() + erased_behind.size(), uint8_t{0xff});
-    EXPECT_EQ(peer->classify(erased_behind), LEGACY_VALID);
+    Blob erased_after = legacy();
+    std::fill(&erased_after[552], erased_after.data() + erased_after.size(), uint8_t{0xff});
+    EXPECT_EQ(peer->classify(erased_after), LEGACY_VALID);
     Blob foreign = legacy();
     set_model(foreign, "KSR-7036");
     EXPECT_EQ(peer->classify(foreign), INVALID);

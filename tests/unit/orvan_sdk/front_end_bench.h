@@ -36,7 +36,7 @@ protected:
         std::signal(SIGPIPE, SIG_IGN);
         orvanx = Scpi_Orvanx::getInstance();
         for (int index = 0; index < kMaxChannels; ++index) {
-            put_module_behind(index + 1, module);
+            connect_module(index + 1, module);
         }
         orvanx->setSelectedChannel(1);
         speak_as(client);
@@ -50,10 +50,10 @@ protected:
         SCPI_Deinit(&scpi_context);
     }
 
-    void put_module_behind(int channel, const ScriptedModule& behind)
+    void connect_module(int channel, const ScriptedModule& target)
     {
-        orvanx->m_orvanXIp[channel - 1] = behind.address();
-        orvanx->m_OrvanXport[channel - 1] = static_cast<uint32_t>(behind.port());
+        orvanx->m_orvanXIp[channel - 1] = target.address();
+        orvanx->m_OrvanXport[channel - 1] = static_cast<uint32_t>(target.port());
     }
 
     void speak_as(const TcpPair& pair) { orvanx->setCallerSocket(pair.server(), 0); }

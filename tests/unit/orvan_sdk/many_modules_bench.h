@@ -15,7 +15,7 @@ protected:
     explicit ManyModulesBench(int channels = kMaxChannels) : HandlerBench(channels)
     {
         for (int channel = 1; channel <= kMaxChannels; ++channel) {
-            put_module_behind(channel, modules[channel - 1]);
+            connect_module(channel, modules[channel - 1]);
         }
     }
 

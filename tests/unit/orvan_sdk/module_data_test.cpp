@@ -198,7 +198,7 @@ TEST_F(ModuleData, AModuleGetsFourQueries)
 TEST_F(ModuleData, OnlyTheFirstModuleReachesTheSettings)
 {
     const ScriptedModule second("127.0.8.1");
-    put_module_behind(2, second);
+    connect_module(2, second);
     std::strcpy(settings->fpgaVersion, "kept");
     EXPECT_TRUE(orvanx->getModuleData(2));
     EXPECT_EQ(second.connections(), 4u);

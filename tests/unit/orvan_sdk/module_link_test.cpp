@@ -341,7 +341,7 @@ TEST_F(HighDescriptor, IsWaitedForLikeAnyOther)
 TEST_F(ModuleLink, ConversationsWithOneModuleRunConcurrently)
 {
     Rendezvous all(8);
-    module.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+    module.always(ModuleAnswer::reply_after([&] { all.meet(); }, "+OK\r\n"));
     std::vector<std::thread> askers;
     std::atomic<int> good = 0;
     for (int i = 0; i < 8; ++i) {
@@ -396,7 +396,7 @@ TEST_F(ModuleLink, DirectRelayWithoutAChannelTakesTheFirstAndKeepsIt)
 TEST_F(ModuleLink, DirectRelayQueriesTheSelectedChannel)
 {
     const ScriptedModule fourth("127.0.10.1");
-    put_module_behind(4, fourth);
+    connect_module(4, fourth);
     orvanx->setSelectedChannel(4);
     char request[] = "*OPC?\r\n";
     orvanx->sendSCPICommandtoOrvanX(request, 7, client.server());

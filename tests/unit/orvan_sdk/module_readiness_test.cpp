@@ -42,7 +42,7 @@ TEST_F(ModuleReadiness, OnlyTheRequestedChannelsArePolled)
 TEST_F(ModuleReadiness, AChannelsOwnModuleIsPolled)
 {
     const ScriptedModule second("127.0.8.1");
-    put_module_behind(2, second);
+    connect_module(2, second);
     orvanx->wait_for_channels_ready(2, 5);
     EXPECT_EQ(module.connections(), 1u);
     EXPECT_EQ(second.requests(), std::vector<std::string>{"*TST?\r\n"});
@@ -103,7 +103,7 @@ TEST_F(ModuleReadiness, ADeadModuleDoesNotDelayTheOthers)
 {
     ScriptedModule dead;
     dead.always(ModuleAnswer::reply("-ERR\r\n"));
-    put_module_behind(1, dead);
+    connect_module(1, dead);
     orvanx->wait_for_channels_ready(4, 1);
     EXPECT_EQ(live(), (std::vector<bool>{false, true, true, true}));
     EXPECT_EQ(module.connections(), 3u);
@@ -112,7 +112,7 @@ TEST_F(ModuleReadiness, ADeadModuleDoesNotDelayTheOthers)
 TEST_F(ModuleReadiness, AllChannelsArePolledAtOnce)
 {
     Rendezvous all(4);
-    module.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+    module.always(ModuleAnswer::reply_after([&] { all.meet(); }, "+OK\r\n"));
     orvanx->wait_for_channels_ready(4, 5);
     EXPECT_TRUE(all.everybody_met());
 }

@@ -39,12 +39,12 @@ TEST_F(OwnSelectionTest, CommandsOfItsThreadGoToItsChannel)
         EXPECT_EQ(ask(":INST?"), "2;+OK\r\n");
         EXPECT_EQ(orvanx->get_channelDB(), orvanx->get_channelDB(2));
     }
-    EXPECT_EQ(behind(2).requests().size(), 1u);
-    EXPECT_EQ(behind(1).connections(), 0u);
+    EXPECT_EQ(module_of(2).requests().size(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 0u);
     EXPECT_EQ(record(2).ANALOGOUTPUT.Frequency, 1e9);
     ask(":POW 7");
     EXPECT_EQ(ask(":INST?"), "1;+OK\r\n");
-    EXPECT_EQ(behind(1).requests().size(), 1u);
+    EXPECT_EQ(module_of(1).requests().size(), 1u);
     EXPECT_EQ(record(1).ANALOGOUTPUT.Power, 7.0);
     EXPECT_EQ(record(2).ANALOGOUTPUT.Power, 5.0);
 }
@@ -109,8 +109,8 @@ TEST_F(OwnSelectionTest, ATemperaturePollKeepsTheSharedOne)
     own_server.always(ModuleAnswer::reply("42;+OK\r\n"));
     std::async(std::launch::async, [this] { poll(); }).get();
     EXPECT_EQ(own_server.connections(), 1u);
-    EXPECT_EQ(behind(1).connections(), 0u);
-    EXPECT_EQ(behind(2).connections(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 0u);
+    EXPECT_EQ(module_of(2).connections(), 1u);
 }
 
 TEST_F(OwnSelectionTest, APollPublishesTheChannelThatItAsksTheInstrumentsServerFor)
@@ -122,7 +122,8 @@ TEST_F(OwnSelectionTest, APollPublishesTheChannelThatItAsksTheInstrumentsServerF
         at_server.push_back(orvanx->getPolledChannel());
     });
     for (const int ch : {1, 2, 3, 4}) {
-        behind(ch).on_request([&](const std::string&) { at_modules.push_back(orvanx->getPolledChannel()); });
+        module_of(ch).on_request(
+            [&](const std::string&) { at_modules.push_back(orvanx->getPolledChannel()); });
     }
     own_server.always(ModuleAnswer::reply("42;+OK\r\n"));
     orvanx->setSelectedChannel(3);

@@ -133,7 +133,7 @@ TEST_F(BypassRuns, AnArbitraryBlockReachesTheModuleWhole)
 TEST_F(BypassRuns, SelectedChannelsModuleIsQueried)
 {
     const ScriptedModule third("127.0.9.1");
-    put_module_behind(3, third);
+    connect_module(3, third);
     orvanx->setSelectedChannel(3);
     ask(":FREQ 1");
     EXPECT_EQ(third.requests(), Requests{":FREQ 1;\r\n"});

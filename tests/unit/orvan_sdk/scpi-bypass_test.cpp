@@ -29,7 +29,7 @@ struct ScanCase {
     const char* name;
     const char* text;
     const char* header; // null: none
-    size_t behind;      // position after the header
+    size_t after;       // position after the header
 
     friend void PrintTo(const ScanCase& tested, std::ostream* out) { *out << tested.name; }
 };
@@ -44,16 +44,16 @@ TEST_P(ScanNextHeader, FindsAbsoluteHeadersOnly)
     text.copy(copy.get(), text.size());
     const char* hdr = nullptr;
     size_t hlen = 99;
-    const char* const behind = scan_next_header(copy.get(), copy.get() + text.size(), &hdr, &hlen);
+    const char* const after = scan_next_header(copy.get(), copy.get() + text.size(), &hdr, &hlen);
     if (GetParam().header == nullptr) {
-        EXPECT_EQ(behind, nullptr);
+        EXPECT_EQ(after, nullptr);
         EXPECT_EQ(hdr, nullptr);
         EXPECT_EQ(hlen, 99u);
         return;
     }
-    ASSERT_NE(behind, nullptr);
+    ASSERT_NE(after, nullptr);
     EXPECT_EQ(std::string(hdr, hlen), GetParam().header);
-    EXPECT_EQ(static_cast<size_t>(behind - copy.get()), GetParam().behind);
+    EXPECT_EQ(static_cast<size_t>(after - copy.get()), GetParam().after);
 }
 
 // clang-format off

@@ -349,7 +349,7 @@ TEST(CommandTable, SetRowPrecedesItsQueryRowAndSharesItsTag)
     const auto all = rows();
     std::map<std::string, size_t> place;
     for (size_t i = 0; i < all.size(); ++i) {
-        EXPECT_TRUE(place.emplace(all[i]->pattern, i).second) << all[i]->pattern << " stands twice";
+        EXPECT_TRUE(place.emplace(all[i]->pattern, i).second) << all[i]->pattern << " is there twice";
     }
     size_t pairs = 0;
     for (const auto& [pattern, index] : place) {

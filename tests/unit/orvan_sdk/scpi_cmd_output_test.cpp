@@ -34,7 +34,7 @@ protected:
     RoutedSetting()
     {
         orvanx->setSelectedChannel(3);
-        put_module_behind(3, third);
+        connect_module(3, third);
         char other[] = "7"; // is no valid value, and reads as off
         orvanx->update_db(3, GetParam().tag, other, sizeof other);
         if (std::string(GetParam().mirrored) == "OFF") {
@@ -405,7 +405,7 @@ TEST_F(OutputHandlers, TheModulesVersionIsReturnedWithoutItsSuccessWord)
 TEST_F(OutputHandlers, TheModulesVersionIsThatOfTheSelectedChannel)
 {
     ScriptedModule third;
-    put_module_behind(3, third);
+    connect_module(3, third);
     module.always(ModuleAnswer::reply("1.1;+OK\r\n"));
     third.always(ModuleAnswer::reply("3.3;+OK\r\n"));
     orvanx->setSelectedChannel(3);

@@ -245,7 +245,7 @@ TEST_F(Reset, ReachesEveryModuleAtTheSameTime)
 {
     Rendezvous all(4);
     for (ScriptedModule& each : modules) {
-        each.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+        each.always(ModuleAnswer::reply_after([&] { all.meet(); }, "+OK\r\n"));
     }
     EXPECT_EQ(ask("*RST"), "+OK\r\n");
     EXPECT_TRUE(all.everybody_met());

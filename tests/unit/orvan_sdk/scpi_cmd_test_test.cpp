@@ -52,7 +52,7 @@ TEST_F(TestHandlers, TestRunsInModulesAndControllerAtTheSameTime)
 {
     Rendezvous all(5);
     for (ScriptedModule& each : modules) {
-        each.always(ModuleAnswer::reply_behind([&] { all.meet(); }, "+OK\r\n"));
+        each.always(ModuleAnswer::reply_after([&] { all.meet(); }, "+OK\r\n"));
     }
     manager->registerTest(IBIT, {"own", [&](void*) { return all.meet() ? 0 : 1; }, nullptr, true});
     EXPECT_EQ(ask("*TST"), "+OK\r\n");

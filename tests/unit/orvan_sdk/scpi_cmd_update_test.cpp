@@ -263,7 +263,7 @@ TEST_F(InternalUpdate, RestartsAndRebootsEvenIfTheUpdateFailed)
 TEST_F(InternalUpdate, RebootsOnceTheModulesAreRestarting)
 {
     Lines calls_at_restart{"none yet"};
-    modules[2].then(ModuleAnswer::reply_behind([&] { calls_at_restart = stand_ins.calls(); }, kAccepted));
+    modules[2].then(ModuleAnswer::reply_after([&] { calls_at_restart = stand_ins.calls(); }, kAccepted));
     ask(kHeader);
     EXPECT_THAT(calls_at_restart, IsEmpty());
     EXPECT_EQ(stand_ins.calls(), rebooted);

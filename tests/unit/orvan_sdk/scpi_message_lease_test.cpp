@@ -162,7 +162,7 @@ TEST_F(MessageLease, AFlushWithoutAUserRecordDoesNotTouchIt)
 TEST_F(MessageLease, ALongCommandMakesTheOthersWaitWithoutATimer)
 {
     Rendezvous answer(2);
-    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
+    module.then(ModuleAnswer::reply_after([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     const TcpPair second;
     std::thread first([this] { feed(":FREQ?\n"); });
     ASSERT_TRUE(module.wait_requests(1));
@@ -179,7 +179,7 @@ TEST_F(MessageLease, AWatchdogArmedByThePiecesFiresDuringTheCommand)
 {
     const OutputCapture errors(STDERR_FILENO);
     Rendezvous answer(2);
-    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
+    module.then(ModuleAnswer::reply_after([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     feed(":FRE");
     std::thread first([this] { feed("Q?\n"); });
     ASSERT_TRUE(module.wait_requests(1));
@@ -207,7 +207,7 @@ TEST_F(MessageLease, AWatchdogArmedByThePiecesFiresDuringTheCommand)
 TEST_F(MessageLease, NamingAnotherClientDuringACommandSendsTheReplyThereAndLeavesItHeld)
 {
     Rendezvous answer(2);
-    module.then(ModuleAnswer::reply_behind([&] { answer.meet(kBound); }, "1;+OK\r\n"));
+    module.then(ModuleAnswer::reply_after([&] { answer.meet(kBound); }, "1;+OK\r\n"));
     const TcpPair second;
     std::thread first([this] { feed(":FREQ?\n"); });
     ASSERT_TRUE(module.wait_requests(1));

@@ -107,7 +107,7 @@ TEST_F(CommandPass, TheSecondPassHasTheStates)
 TEST_F(CommandPass, IsSentToTheChannelsModuleWithItsRecordWhetherLiveOrNot)
 {
     const ScriptedModule second("127.0.8.1");
-    put_module_behind(2, second);
+    connect_module(2, second);
     set_sent_setup(2);
     orvanx->m_isLive[1] = false;
     orvanx->scpi_cmds_pass(2, eSendPri1);
@@ -145,7 +145,7 @@ TEST_F(CommandPass, WithTheModuleDownEveryElementIsTriedAndLogged)
 {
     {
         const ScriptedModule gone;
-        put_module_behind(1, gone);
+        connect_module(1, gone);
     }
     orvanx->scpi_cmds_pass(1, eSendPri1);
     for (const SentElement& element : kSentValues) {

@@ -50,7 +50,7 @@ protected:
         manager->setTestResult(CBIT, kModulesTest, kUntouched.result, kUntouched.errorCode);
         for (int ch = 1; ch <= kMaxChannels; ++ch) {
             modules[index(ch)] = std::make_unique<ScriptedModule>("127.0." + std::to_string(6 + ch) + ".1");
-            put_module_behind(ch, behind(ch));
+            connect_module(ch, module_of(ch));
         }
         orvanx->setSelectedChannel(0);
         orvanx->setScpiPort(own_server.port());
@@ -64,11 +64,11 @@ protected:
     }
 
     static size_t index(int ch) { return static_cast<size_t>(ch - 1); }
-    ScriptedModule& behind(int ch) { return *modules[index(ch)]; }
+    ScriptedModule& module_of(int ch) { return *modules[index(ch)]; }
 
     void answers(int ch, const std::string& celsius)
     {
-        behind(ch).always(ModuleAnswer::reply(celsius + ";+OK\r\n"));
+        module_of(ch).always(ModuleAnswer::reply(celsius + ";+OK\r\n"));
     }
     void all_answer(const std::string& celsius)
     {
@@ -76,7 +76,7 @@ protected:
             answers(ch, celsius);
         }
     }
-    void refuses(int ch) { behind(ch).always(ModuleAnswer::reply("-ERR -200, \"Execution error\"\r\n")); }
+    void refuses(int ch) { module_of(ch).always(ModuleAnswer::reply("-ERR -200, \"Execution error\"\r\n")); }
 
     void poll(int channels = kMaxChannels) { EXPECT_TRUE(orvanx->getTempOrvanXForAlltheChannel(channels)); }
 

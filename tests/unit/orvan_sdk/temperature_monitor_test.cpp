@@ -15,7 +15,7 @@ TEST_F(TemperatureMonitor, EveryChannelsOwnModuleIsPolledOnce)
 {
     poll();
     for (int ch = 1; ch <= kMaxChannels; ++ch) {
-        EXPECT_EQ(behind(ch).requests(), std::vector<std::string>{kQuery}) << ch;
+        EXPECT_EQ(module_of(ch).requests(), std::vector<std::string>{kQuery}) << ch;
     }
     EXPECT_EQ(own_server.connections(), 0u);
 }
@@ -26,8 +26,8 @@ TEST_F(TemperatureMonitor, TheSelectedChannelIsPolledThroughTheInstrumentsOwnSer
     own_server.always(ModuleAnswer::reply("51.25;+OK\r\n"));
     poll();
     EXPECT_EQ(own_server.requests(), std::vector<std::string>{kQuery});
-    EXPECT_EQ(behind(3).connections(), 0u);
-    EXPECT_EQ(behind(2).connections(), 1u);
+    EXPECT_EQ(module_of(3).connections(), 0u);
+    EXPECT_EQ(module_of(2).connections(), 1u);
     EXPECT_EQ(text(3, ODT_TEMP), "51.25");
     EXPECT_EQ(greatest(), 51.25);
     EXPECT_TRUE(orvanx->m_isLive[2]);
@@ -37,8 +37,8 @@ TEST_F(TemperatureMonitor, OnlyTheNamedChannelsArePolled)
 {
     answers(3, "99");
     poll(2);
-    EXPECT_EQ(behind(2).connections(), 1u);
-    EXPECT_EQ(behind(3).connections(), 0u);
+    EXPECT_EQ(module_of(2).connections(), 1u);
+    EXPECT_EQ(module_of(3).connections(), 0u);
     EXPECT_EQ(greatest(), 30.0);
     EXPECT_EQ(live(), (std::array{true, true, false, false}));
     poll();
@@ -54,14 +54,14 @@ TEST_F(TemperatureMonitor, WithNoChannelsNothingIsPolledAndTheMaximumIsKept)
         poll(channels);
         EXPECT_EQ(greatest(), 30.0);
     }
-    EXPECT_EQ(behind(1).connections(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 1u);
 }
 
 TEST_F(TemperatureMonitor, BeyondFourChannelsThereAreNone)
 {
     poll(77);
     EXPECT_EQ(live(), (std::array{true, true, true, true}));
-    EXPECT_EQ(behind(4).connections(), 1u);
+    EXPECT_EQ(module_of(4).connections(), 1u);
 }
 
 TEST_F(TemperatureMonitor, TheValueIsTheTextBeforeTheFirstSemicolon)
@@ -82,7 +82,7 @@ TEST_F(TemperatureMonitor, TheValueIsTheTextBeforeTheFirstSemicolon)
         {"44.25 C;+OK\r\n", "44.25", 44.25},
     };
     for (const Row& row : rows) {
-        behind(1).always(ModuleAnswer::reply(row.reply));
+        module_of(1).always(ModuleAnswer::reply(row.reply));
         poll(1);
         EXPECT_EQ(greatest(), row.value) << row.reply;
         EXPECT_EQ(text(1, ODT_TEMP), row.stored) << row.reply;
@@ -224,7 +224,7 @@ TEST_F(TemperatureMonitor, WhenTheOwnServerDoesNotAnswerTheSelectedChannelIsNotL
     own_server.always(ModuleAnswer::reset());
     poll();
     EXPECT_EQ(live(), (std::array{false, true, true, true}));
-    EXPECT_EQ(behind(1).connections(), 0u);
+    EXPECT_EQ(module_of(1).connections(), 0u);
 }
 
 TEST_F(TemperatureMonitor, WithoutRecordsThePollStillWorks)
@@ -235,7 +235,7 @@ TEST_F(TemperatureMonitor, WithoutRecordsThePollStillWorks)
     SCPI_Deinit(&scpi_context);
     orvanx = Scpi_Orvanx::getInstance();
     for (int ch = 1; ch <= kMaxChannels; ++ch) {
-        put_module_behind(ch, behind(ch));
+        connect_module(ch, module_of(ch));
     }
     answers(3, "44");
     poll();
@@ -246,7 +246,7 @@ TEST_F(TemperatureMonitor, WithoutRecordsThePollStillWorks)
 TEST_F(TemperatureMonitor, AGoodReplyThatDoesNotStartWithANumberThrows)
 {
     for (const char* text : {"", "+OK\r\n", "warm;+OK\r\n", ";+OK\r\n"}) {
-        behind(1).always(ModuleAnswer::reply(text));
+        module_of(1).always(ModuleAnswer::reply(text));
         EXPECT_THROW(orvanx->getTempOrvanXForAlltheChannel(1), std::logic_error) << text;
     }
 }
@@ -255,7 +255,7 @@ TEST_F(TemperatureMonitor, AnEmptyValueIsNotStored)
 {
     poll();
     logs.clear();
-    behind(1).always(ModuleAnswer::reply(";+OK\r\n"));
+    module_of(1).always(ModuleAnswer::reply(";+OK\r\n"));
     EXPECT_THROW(poll(1), std::invalid_argument);
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_ERR, "invalid input: buff = ok, size = 0"}}));
     EXPECT_EQ(text(1, ODT_TEMP), "30");
@@ -265,12 +265,12 @@ TEST_F(TemperatureMonitor, APollThatThrowsLeavesLivenessAndMaximumAsTheyWere)
 {
     poll();
     refuses(1);
-    behind(2).always(ModuleAnswer::reply("1e999;+OK\r\n"));
+    module_of(2).always(ModuleAnswer::reply("1e999;+OK\r\n"));
     answers(3, "80");
     EXPECT_THROW(poll(), std::out_of_range);
     EXPECT_EQ(live(), (std::array{false, true, true, true}));
     EXPECT_EQ(greatest(), 30.0);
-    EXPECT_EQ(behind(3).connections(), 1u);
+    EXPECT_EQ(module_of(3).connections(), 1u);
     EXPECT_EQ(verdict(kTempTest), kPassed);
     EXPECT_EQ(verdict(kModulesTest), kUntouched);
 }
@@ -282,7 +282,7 @@ TEST_F(TemperatureMonitor, TheResponseIsTheMaximumOfItsOwnPoll)
     answers(4, "48.25");
     logs.clear();
     EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "48.250000");
-    EXPECT_EQ(behind(4).connections(), 1u);
+    EXPECT_EQ(module_of(4).connections(), 1u);
     EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{LOG_INFO, "getTempratureForOrvanXResponse start\n"}}));
     refuses(4);
     EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "100.000000");
@@ -299,7 +299,7 @@ TEST_F(TemperatureMonitor, TheResponsePollsOnlyInstalledChannels)
 TEST_F(TemperatureMonitor, TheResponseAfterANonNumericAnswerIsThePreviousMaximum)
 {
     poll();
-    behind(1).always(ModuleAnswer::close_mute());
+    module_of(1).always(ModuleAnswer::close_mute());
     logs.clear();
     EXPECT_EQ(orvanx->getTempratureForOrvanXResponse(), "30.000000");
     ASSERT_EQ(logs.lines().size(), 3u);

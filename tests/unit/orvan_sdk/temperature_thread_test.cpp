@@ -59,11 +59,11 @@ TEST_F(TemperatureThread, TheFirstPollIsThirtySecondsAfterTheStart)
     EXPECT_EQ(logs.lines(), std::vector<LogLine>{kRunning});
     board->clock().advance(kPause - 1);
     EXPECT_EQ(board->clock().sleepers(), 1u);
-    EXPECT_EQ(behind(1).connections(), 0u);
+    EXPECT_EQ(module_of(1).connections(), 0u);
     EXPECT_EQ(greatest(), 0.0);
     board->clock().advance(1);
     ASSERT_TRUE(board->clock().wait_for_sleepers(1));
-    EXPECT_EQ(behind(1).connections(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 1u);
     EXPECT_EQ(greatest(), 30.0);
 }
 
@@ -72,7 +72,7 @@ TEST_F(TemperatureThread, ThirtySecondsPassAfterEachPoll)
     start();
     for (size_t polls = 1; polls <= 3; ++polls) {
         next_poll();
-        EXPECT_EQ(behind(4).connections(), polls);
+        EXPECT_EQ(module_of(4).connections(), polls);
     }
     EXPECT_EQ(board->trace().lines(), std::vector<std::string>(4, "delay 30000000"));
 }
@@ -83,7 +83,7 @@ TEST_F(TemperatureThread, ThePollsOfTheThreadDoNotCountAsProgress)
     start();
     const uint32_t before = scpi_progress();
     next_poll();
-    EXPECT_EQ(behind(1).connections(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 1u);
     EXPECT_EQ(scpi_progress(), before);
     poll();
     EXPECT_NE(scpi_progress(), before) << "one that a caller makes is the caller's";
@@ -94,8 +94,8 @@ TEST_F(TemperatureThread, TheThreadPollsTheInstalledChannels)
     orvanx->setNumberofChannels(2);
     start();
     next_poll();
-    EXPECT_EQ(behind(2).connections(), 1u);
-    EXPECT_EQ(behind(3).connections(), 0u);
+    EXPECT_EQ(module_of(2).connections(), 1u);
+    EXPECT_EQ(module_of(3).connections(), 0u);
     orvanx->setNumberofChannels(kMaxChannels);
 }
 
@@ -106,7 +106,7 @@ TEST_F(TemperatureThread, AStopTakesEffectAfterTheSleepAndTheFollowingPoll)
     EXPECT_EQ(logs.count(kExit.priority, kExit.text), 0u);
     board->clock().advance(kPause);
     EXPECT_TRUE(logs.wait_for(kExit.priority, kExit.text));
-    EXPECT_EQ(behind(1).connections(), 1u);
+    EXPECT_EQ(module_of(1).connections(), 1u);
     EXPECT_EQ(board->clock().sleepers(), 0u);
 }
 
@@ -144,7 +144,7 @@ TEST_F(TemperatureThread, AnAnswerWithoutANumberEndsTheThreadForGood)
 {
     start();
     next_poll();
-    behind(2).always(ModuleAnswer::close_mute()); // an empty reply is a good one
+    module_of(2).always(ModuleAnswer::close_mute()); // an empty reply is a good one
     logs.clear();
     board->clock().advance(kPause);
     const auto exception = [&] {
@@ -161,8 +161,8 @@ TEST_F(TemperatureThread, AnAnswerWithoutANumberEndsTheThreadForGood)
     EXPECT_TRUE(logs.lines().back().text.ends_with("\n"));
     EXPECT_TRUE(run_flag(*orvanx));
     EXPECT_EQ(logs.count(kExit.priority, kExit.text), 0u);
-    EXPECT_EQ(behind(1).connections(), 2u);
-    EXPECT_EQ(behind(3).connections(), 1u) << "the channels after it are not polled";
+    EXPECT_EQ(module_of(1).connections(), 2u);
+    EXPECT_EQ(module_of(3).connections(), 1u) << "the channels after it are not polled";
     EXPECT_EQ(board->clock().sleepers(), 0u);
     EXPECT_EQ(greatest(), 30.0);
 }
@@ -191,7 +191,7 @@ TEST_F(TemperatureThread, TheServiceAndTheThreadMayPollAtTheSameTime)
         EXPECT_EQ(greatest(), 30.0);
     }
     service.join();
-    EXPECT_EQ(behind(1).connections(), 40u);
+    EXPECT_EQ(module_of(1).connections(), 40u);
 }
 
 /** The expected state after one poll, computed from each module's answer. */
@@ -222,7 +222,7 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
                 if (asked == nullptr && fate < 8) {
                     modules[index(ch)] =
                         std::make_unique<ScriptedModule>("127.0." + std::to_string(6 + ch) + ".1");
-                    put_module_behind(ch, behind(ch));
+                    connect_module(ch, module_of(ch));
                 } else {
                     modules[index(ch)] = nullptr;
                     expected.greatest = std::max(expected.greatest, 100.0);
@@ -230,7 +230,7 @@ TEST_F(TemperatureThread, TenHoursOfModulesThatComeAndGo)
                     continue;
                 }
             }
-            ScriptedModule& answering = ch == 2 ? own_server : behind(ch);
+            ScriptedModule& answering = ch == 2 ? own_server : module_of(ch);
             if (fate == 1 || fate == 2) {
                 answering.then(fate == 1 ? ModuleAnswer::reset() : ModuleAnswer::reply("-ERR -350\r\n"));
                 expected.greatest = std::max(expected.greatest, 100.0);

@@ -31,7 +31,7 @@ protected:
     UpdateBench()
     {
         for (int channel = 1; channel <= kMaxChannels; ++channel) {
-            put_module_behind(channel, modules[channel - 1]);
+            connect_module(channel, modules[channel - 1]);
         }
         orvanx->setNumberofChannels(3);
     }

@@ -257,18 +257,18 @@ TEST_F(ModulesBit, APollWithAModuleDownReportsItAndItsRecoveryDoesNot)
     add_modules({1, 2, 3});
     ScriptedModule answering;
     answering.always(ModuleAnswer::reply("30;+OK\r\n"));
-    const auto put_behind = [&](int channel) {
+    const auto attach = [&](int channel) {
         orvanx->m_orvanXIp[channel - 1] = answering.address();
         orvanx->m_OrvanXport[channel - 1] = static_cast<uint32_t>(answering.port());
     };
-    put_behind(1);
-    put_behind(3);
+    attach(1);
+    attach(3);
     set_live({1, 2, 3});
     orvanx->getTempOrvanXForAlltheChannel(3);
     EXPECT_EQ(verdict(CBIT), (Verdict{BIT_FAIL, 0xC0}));
     EXPECT_EQ(verdict(PBIT), kUntouched);
     EXPECT_EQ(verdict(CBIT, "TEMP test"), (Verdict{BIT_PASS, 0}));
-    put_behind(2);
+    attach(2);
     orvanx->getTempOrvanXForAlltheChannel(3);
     EXPECT_TRUE(orvanx->m_isLive[1]);
     EXPECT_EQ(verdict(CBIT), (Verdict{BIT_FAIL, 0xC0}));

@@ -177,9 +177,8 @@ TEST_F(Parser, LaterUnitsAreIntactWhileAnEarlierOneRuns)
     std::vector<string> rest;
     m_context.in_handler = [&](scpi_t* c) {
         const lex_state_t& lex = c->param_list.lex_state;
-        const char* const behind = lex.buffer + lex.len;
-        rest.push_back(
-            R::escaped({behind, static_cast<size_t>(c->buffer.data + c->buffer.position - behind)}));
+        const char* const tail = lex.buffer + lex.len;
+        rest.push_back(R::escaped({tail, static_cast<size_t>(c->buffer.data + c->buffer.position - tail)}));
     };
     m_context.input(":SOUR:FREQ 1; POW 2 ;POW 3\r\n:A\n");
     EXPECT_THAT(rest, ElementsAre("; POW 2 ;POW 3\\r\\n", " ;POW 3\\r\\n", "\\r\\n", "\\n"));

@@ -254,7 +254,7 @@ TEST_F(InstrumentTest, AnEndWhileTheTemperaturePollWaitsIsNoErrorOfThePoll)
 {
     std::optional<RunningServer> server(std::in_place, instrument);
     std::promise<void> hold;
-    module.then(ModuleAnswer::reply_behind(
+    module.then(ModuleAnswer::reply_after(
         [held = hold.get_future().share()] { held.wait_for(std::chrono::seconds(20)); }, "1;+OK\r\n"));
     TestClient client(server->port());
     client.send(":FREQ?\n");

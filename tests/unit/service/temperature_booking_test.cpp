@@ -24,7 +24,7 @@ namespace {
 
 const std::string kPoll = ":SYST:TEMP?\r\n";
 
-/** Calls `before` ahead of each message. */
+/** Calls `before` before each message. */
 class Preceded : public MessageSink {
 public:
     Preceded(MessageSink& sink, std::function<void(std::string_view message)> before)

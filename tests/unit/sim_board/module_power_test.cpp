@@ -29,7 +29,7 @@ protected:
     ~ModulePowerReport() override { std::filesystem::remove_all(m_folder); }
 
     /** What was written since the last call. */
-    std::string told() const
+    std::string reported() const
     {
         char text[64];
         const ssize_t count = ::read(m_reader.get(), text, sizeof text);
@@ -51,23 +51,23 @@ protected:
 TEST_F(ModulePowerReport, TheStateIsReportedAtOnceAndThenEverySwitch)
 {
     report_module_power(board, path);
-    EXPECT_EQ(told(), "1");
+    EXPECT_EQ(reported(), "1");
     latch(0x80);
-    EXPECT_EQ(told(), "");
+    EXPECT_EQ(reported(), "");
     latch(0x00);
-    EXPECT_EQ(told(), "0");
+    EXPECT_EQ(reported(), "0");
     latch(0x7f);
-    EXPECT_EQ(told(), "");
+    EXPECT_EQ(reported(), "");
     latch(0x80);
     latch(0x00);
-    EXPECT_EQ(told(), "10");
+    EXPECT_EQ(reported(), "10");
 }
 
 TEST_F(ModulePowerReport, PowerThatIsAlreadyOffIsReported)
 {
     latch(0x00);
     report_module_power(board, path);
-    EXPECT_EQ(told(), "0");
+    EXPECT_EQ(reported(), "0");
 }
 
 TEST_F(ModulePowerReport, ABoardThatCannotSwitchItIsAlwaysOn)
@@ -76,7 +76,7 @@ TEST_F(ModulePowerReport, ABoardThatCannotSwitchItIsAlwaysOn)
     report_module_power(benchtop, path);
     benchtop.expander(0x20).write(std::array<uint8_t, 2>{0x14, 0x00});
     benchtop.expander(0x20).write(std::array<uint8_t, 2>{0x00, 0x00});
-    EXPECT_EQ(told(), "1");
+    EXPECT_EQ(reported(), "1");
 }
 
 TEST_F(ModulePowerReport, AnInvalidPathIsAnError)

@@ -236,11 +236,11 @@ TEST(NetworkScripts, ChangeNothingOutsideASandboxsController)
     for (const std::string& call :
          {std::string("he_set_hostname.sh x"), std::string("he_orvan_network_config.sh dynamic"),
           std::string("he_orvan_network_config.sh static -a 10.0.0.9 -n 255.255.255.0 -g 10.0.0.1")}) {
-        const std::string told =
+        const std::string refusal =
             call.substr(0, call.find(' ')) + ": not on the controller of a sandbox, nothing is changed\n1\n";
-        EXPECT_EQ(outcome(sandbox, call, Role::lan()), told);
-        EXPECT_EQ(outcome(sandbox, "export ORVAN_SANDBOX=1; " + call), told);
-        EXPECT_EQ(outcome(sandbox, "unset ORVAN_SANDBOX; " + call), told);
+        EXPECT_EQ(outcome(sandbox, call, Role::lan()), refusal);
+        EXPECT_EQ(outcome(sandbox, "export ORVAN_SANDBOX=1; " + call), refusal);
+        EXPECT_EQ(outcome(sandbox, "unset ORVAN_SANDBOX; " + call), refusal);
     }
     EXPECT_EQ(shell(sandbox, Role::lan(), std::string(kAddress) + "hostname"), before);
 }

@@ -1,4 +1,4 @@
-// The end of a run, and what it leaves behind.
+// The end of a run, and what is left after it.
 #include <csignal>
 #include <filesystem>
 #include <regex>
