@@ -13,8 +13,6 @@
 #include "orvan_sdk/scpi-parser/scpi_orvanx.h"
 #include "orvan_sdk/scpi-parser/scpi_selection.h"
 
-using orvan_common::UniqueFd;
-
 namespace orvan_service {
 namespace {
 

@@ -63,9 +63,9 @@ auto StatusModel::change(Change change)
 {
     bool is_new = false;
     uint8_t status = 0;
-    const auto result = [&] {
+    auto result = [&] {
         const std::lock_guard lock(m_mutex);
-        const auto changed = change();
+        auto changed = change();
         const auto reasons = static_cast<uint8_t>(summary() & m_service_enable);
         is_new = (reasons & ~m_reasons) != 0;
         m_reasons = reasons;
