@@ -116,7 +116,7 @@ TEST_F(MaintenanceDownload, AsManyBytesAreWrittenAsTheFrameClaimsPaddedWithZeros
     begin_download();
     std::string expected;
     uint16_t number = 0;
-    for (const size_t size : {0, 1, 1023, 1024, 1025, 4096, 65534}) {
+    for (const size_t size : {0u, 1u, 1023u, 1024u, 1025u, 4096u, 65534u}) {
         ++number;
         EXPECT_EQ(reply_in_transfer(block(number, full_block('x'), static_cast<uint16_t>(size))),
                   acknowledgement(static_cast<uint16_t>(number + 1)))

@@ -9,7 +9,6 @@
 
 using namespace board_test;
 using namespace HaldeElec::Orvan;
-using orvan_test::local_port;
 using orvan_test::open_descriptors;
 using std::chrono::milliseconds;
 using std::chrono::seconds;

@@ -140,7 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     bool alive = true;
     while (alive && !rest.empty()) {
         const auto step = static_cast<uint8_t>(take(1)[0]);
-        const auto length = rest.empty() ? 0 : static_cast<uint8_t>(take(1)[0]);
+        const size_t length = rest.empty() ? 0 : static_cast<uint8_t>(take(1)[0]);
         // Most inputs would be no messages: here the prologue is right, and the length fits.
         std::string bytes(take(length));
         if ((step & 2) != 0 && bytes.size() > 6) {

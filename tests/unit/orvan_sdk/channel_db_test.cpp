@@ -79,7 +79,7 @@ TEST_F(LoadDatabase, AnotherProcessSeesTheRecords)
 
 TEST_F(LoadDatabase, TheObjectsModeIsLimitedOnlyByTheUmask)
 {
-    for (const mode_t mask : {0, 027}) {
+    for (const mode_t mask : {0u, 027u}) {
         ASSERT_TRUE(shm_unlink(g_shmemName) == 0 || errno == ENOENT);
         const mode_t before = ::umask(mask);
         orvanx->setNumberofChannels(1);

@@ -13,7 +13,6 @@
 #include "support/header_forms.h"
 
 using namespace orvan_test;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {

@@ -62,11 +62,9 @@ std::vector<std::string> cut(const std::string& message)
         const auto known = [&header](const scpi_command_t& command) {
             return command.pattern != nullptr && SCPI_Match(command.pattern, header.data(), header.size());
         };
-        if (!is_header) {
-            events.push_back("error " + std::to_string(unit.fault));
-        } else if (std::none_of(std::begin(kCommands), std::end(kCommands), known)) {
-            events.push_back("error -113");
-        } else if (unit.fault != 0) {
+        if (is_header && std::none_of(std::begin(kCommands), std::end(kCommands), known)) {
+            events.emplace_back("error -113");
+        } else if (!is_header || unit.fault != 0) {
             events.push_back("error " + std::to_string(unit.fault));
         } else {
             events.push_back("call " + header + " [" + R::escaped(text.substr(data)) + "]");

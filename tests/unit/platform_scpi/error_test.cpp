@@ -217,7 +217,7 @@ TEST_F(ErrorQueue, InfoTextWithoutALengthIsTakenWhole)
 
 TEST_F(ErrorQueue, EmptyInfoTextCountsAsNone)
 {
-    for (const size_t length : {0, 10}) {
+    for (const size_t length : {0u, 10u}) {
         SCPI_ErrorPushEx(&context, -200, "", length);
         SCPI_ErrorPushEx(&context, -200, nullptr, length);
     }

@@ -247,7 +247,7 @@ TEST_F(StandardSessionTest, ARequestComesWhenAnErrorIsQueued)
 
 TEST_F(StandardSessionTest, ABlockIsPassedUntouched)
 {
-    const std::string block("#18;\r\n\0+OK", 11);
+    const std::string block("#18;\r\n\0+OK\0", 11);
     reply(":INF:DEV:OPT?", block + "+OK\r\n");
     reply(":FREQ?", "5;+OK\r\n");
     EXPECT_EQ(execute(":FREQ?;:INF:DEV:OPT?;:FREQ?"), "5;" + block + ";5\n");

@@ -209,8 +209,8 @@ TEST_F(Vxi11HostileTest, RepliesThatAreNotReadHoldOnlyTheirClientUp)
         push();
         received += read_ready(client.get());
         while (received.size() >= 4) {
-            const size_t size = static_cast<unsigned char>(received[1]) << 16 |
-                                static_cast<unsigned char>(received[2]) << 8 |
+            const size_t size = static_cast<size_t>(static_cast<unsigned char>(received[1])) << 16 |
+                                static_cast<size_t>(static_cast<unsigned char>(received[2])) << 8 |
                                 static_cast<unsigned char>(received[3]);
             if (received.size() < 4 + size) {
                 break;

@@ -170,7 +170,7 @@ TEST_F(Vxi11InterruptTest, AConnectionThatIsNotAnsweredHoldsNobodyUpAndTimesOut)
         name.sin_family = AF_INET;
         name.sin_addr.s_addr = htonl(kLoopback);
         name.sin_port = htons(static_cast<uint16_t>(deaf_port));
-        ::connect(fill.back().get(), reinterpret_cast<sockaddr*>(&name), sizeof name);
+        static_cast<void>(::connect(fill.back().get(), reinterpret_cast<sockaddr*>(&name), sizeof name));
     }
     int error = 0;
     std::thread creator([&] { error = client.create_interrupts(target(deaf_port)); });

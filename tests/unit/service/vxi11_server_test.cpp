@@ -100,8 +100,8 @@ TEST_F(Vxi11ServerTest, UnknownLinksAreRefusedByEveryProcedure)
         EXPECT_EQ(client.write("A").error, 4);
         EXPECT_EQ(client.read(), (ReadResult{4, 0, ""}));
         EXPECT_EQ(client.read_status(), std::pair(4, 0));
-        for (const uint32_t procedure : {DEVICE_TRIGGER, DEVICE_CLEAR, DEVICE_REMOTE, DEVICE_LOCAL}) {
-            EXPECT_EQ(client.act(procedure), 4);
+        for (const int procedure : {DEVICE_TRIGGER, DEVICE_CLEAR, DEVICE_REMOTE, DEVICE_LOCAL}) {
+            EXPECT_EQ(client.act(static_cast<uint32_t>(procedure)), 4);
         }
         EXPECT_EQ(client.lock(), 4);
         EXPECT_EQ(client.unlock(), 4);
