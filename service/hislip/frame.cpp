@@ -3,10 +3,10 @@
 namespace orvan_service::hislip {
 namespace {
 
-template <typename Number>
-void append_number(std::string& out, Number number)
+/** Appends the last `size` bytes of the number, big-endian. */
+void append_number(std::string& out, uint64_t number, size_t size)
 {
-    for (size_t shift = sizeof number * 8; shift > 0;) {
+    for (size_t shift = size * 8; shift > 0;) {
         shift -= 8;
         out += static_cast<char>(number >> shift);
     }
@@ -29,8 +29,8 @@ void append_frame(std::string& out, Header header, std::string_view payload)
     out += "HS";
     out += static_cast<char>(header.type);
     out += static_cast<char>(header.control);
-    append_number(out, header.parameter);
-    append_number(out, uint64_t{payload.size()});
+    append_number(out, header.parameter, sizeof header.parameter);
+    append_number(out, payload.size(), sizeof(uint64_t));
     out += payload;
 }
 
@@ -47,7 +47,7 @@ std::optional<Header> decode_header(std::span<const char> bytes)
 std::string encode_size(uint64_t size)
 {
     std::string payload;
-    append_number(payload, size);
+    append_number(payload, size, sizeof size);
     return payload;
 }
 

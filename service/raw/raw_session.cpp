@@ -1,9 +1,9 @@
 #include "raw_session.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
-#include <string>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -216,9 +216,10 @@ bool RawSession::stays_open() const
 
 void RawSession::answer_error(int number)
 {
-    const std::string reply = "-ERR " + std::to_string(number) + ", \"" +
-                              SCPI_ErrorTranslate(static_cast<int_fast16_t>(number)) + "\";+OK\r\n";
-    if (::send(m_socket.get(), reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+    char reply[128];
+    const int size = std::snprintf(reply, sizeof reply, "-ERR %d, \"%s\";+OK\r\n", number,
+                                   SCPI_ErrorTranslate(static_cast<int_fast16_t>(number)));
+    if (::send(m_socket.get(), reply, static_cast<size_t>(size), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
         ::syslog(LOG_INFO, "client %d: send: %s", m_socket.get(), std::strerror(errno));
     }
 }
