@@ -116,8 +116,7 @@ void Executor::run()
 {
     while (!m_ending) {
         collect(m_turns.empty() && m_again.empty() && !m_retry ? timeout() : 0);
-        m_turns.insert(m_turns.end(), m_again.begin(), m_again.end());
-        m_again.clear();
+        queue_again();
         if (m_retry.exchange(false)) {
             advance_retrying();
         }
@@ -218,6 +217,9 @@ void Executor::execute_round()
 
         const Session::Wait wait = session.advance(now(), false);
         m_next_deadline = std::min(m_next_deadline, session.deadline());
+        if (taken.count() > 0) {
+            queue_again(); // their messages were there before those that have arrived meanwhile
+        }
         if (wait == Session::Wait::kTurn) {
             session.m_queued = true;
             m_again.push_back(&session);
@@ -229,6 +231,12 @@ void Executor::execute_round()
             collect(0);
         }
     }
+}
+
+void Executor::queue_again()
+{
+    m_turns.insert(m_turns.end(), m_again.begin(), m_again.end());
+    m_again.clear();
 }
 
 // In order of arrival, as MessageMemory lends it.

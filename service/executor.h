@@ -63,6 +63,7 @@ private:
     void watch(Session& session);
     static uint32_t events_of(const Session& session);
     void execute_round();
+    void queue_again();
     void lend_memory();
     void advance_retrying();
     void expire();

@@ -1,7 +1,9 @@
 // Clients: connecting and leaving, their maximum number, turns and sockets.
 #include <chrono>
+#include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -197,6 +199,34 @@ TEST(Server, AClientWithAThousandLinesDelaysTheOthersByOneMessageEach)
     EXPECT_EQ(first_round, (std::multiset<std::string>{"0\n", "1\n", "2\n"}));
     const std::multiset<std::string> second_round(order.begin() + 4, order.begin() + 8);
     EXPECT_EQ(second_round, (std::multiset<std::string>{"0\n", "1\n", "2\n", "f\n"}));
+}
+
+TEST(Server, AMessageThatWasThereFirstIsExecutedFirst)
+{
+    std::unique_ptr<TestClient> late;
+    RecordingSink sink([&](int socket, const std::string& message) {
+        if (message == "long\n") {
+            late->send("late\n");
+            std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the command's duration
+        }
+        RecordingSink::answer(socket, message);
+    });
+    RunningServer server(sink);
+    late = std::make_unique<TestClient>(server.port());
+    EXPECT_EQ(late->ask("a\n"), "a;+OK\r\n");
+    sink.shut();
+    TestClient busy(server.port());
+    busy.send("busy\n");
+    ASSERT_TRUE(eventually([&] { return sink.at_work() == 1; }));
+    TestClient two(server.port());
+    two.send("first\nsecond\n");
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 3; }));
+    TestClient one(server.port());
+    one.send("long\n");
+    ASSERT_TRUE(eventually([&] { return server.server().clients() == 4; }));
+    sink.open();
+    EXPECT_EQ(late->line(), "late;+OK\r\n");
+    EXPECT_EQ(sink.messages(), (Texts{"a\n", "busy\n", "first\n", "long\n", "second\n", "late\n"}));
 }
 
 TEST(Server, AClientsSocketSendsAtOnceAndBoundsItsWrites)
