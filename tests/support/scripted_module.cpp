@@ -158,8 +158,12 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
 {
     using Kind = ModuleAnswer::Kind;
     const bool reads = answer.kind != Kind::kGreet && answer.kind != Kind::kCloseAtOnce;
+    std::string text = answer.text;
     if (reads) {
         std::string request = read_request(fd, answer.request_size);
+        if (answer.make_text) {
+            text = answer.make_text(request);
+        }
         std::lock_guard lock(m_mutex);
         if (m_watcher) {
             m_watcher(request);
@@ -172,7 +176,7 @@ void ScriptedModule::serve(int fd, size_t index, const ModuleAnswer& answer)
     }
     switch (answer.kind) {
     case Kind::kReply:
-        send_all(fd, answer.text);
+        send_all(fd, text);
         break;
     case Kind::kGreet:
         send_all(fd, answer.text);

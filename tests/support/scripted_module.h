@@ -36,8 +36,14 @@ struct ModuleAnswer {
     size_t request_size = 0;
     /** Called once the request has been read; it returns within a bound, as the destructor waits for it. */
     std::function<void()> hold = {};
+    /** Makes the text of a reply from the request. */
+    std::function<std::string(const std::string& request)> make_text = {};
 
     static ModuleAnswer reply(std::string text) { return {Kind::kReply, std::move(text)}; }
+    static ModuleAnswer reply_made(std::function<std::string(const std::string& request)> make_text)
+    {
+        return {Kind::kReply, {}, {}, {}, 0, {}, std::move(make_text)};
+    }
     static ModuleAnswer reply_to_block(size_t request_size, std::string text)
     {
         return {Kind::kReply, std::move(text), {}, {}, request_size};
