@@ -17,7 +17,13 @@ enum Type : uint8_t {
     kInitialize = 0,
     kData = 6,
     kDataEnd = 7,
+    kClearComplete = 8,
+    kClearAcknowledge = 9,
     kAsyncInitialize = 17,
+    kAsyncClear = 19,
+    kAsyncStatusQuery = 21,
+    kAsyncStatusResponse = 22,
+    kAsyncClearAcknowledge = 23,
 };
 
 struct Header {
@@ -36,9 +42,30 @@ Header header(Type type, uint8_t control, uint32_t parameter, size_t length)
 
 void receive(int socket, void* data, size_t size)
 {
-    if (::recv(socket, data, size, MSG_WAITALL) != static_cast<ssize_t>(size)) {
+    // Receiving nothing would wait for a byte.
+    if (size > 0 && ::recv(socket, data, size, MSG_WAITALL) != static_cast<ssize_t>(size)) {
         throw std::runtime_error("the server ended the session");
     }
+}
+
+void send_header(int socket, const Header& message)
+{
+    send_all(socket, reinterpret_cast<const char*>(&message), sizeof message);
+}
+
+/** Receives messages up to one of `type`. */
+void receive_up_to(int socket, Type type)
+{
+    char payload[4096];
+    Header message;
+    do {
+        receive(socket, &message, sizeof message);
+        const uint64_t length = be64toh(message.length);
+        if (length > sizeof payload) {
+            throw std::runtime_error("the server sent another message");
+        }
+        receive(socket, payload, length);
+    } while (message.type != type);
 }
 
 } // namespace
@@ -46,11 +73,11 @@ void receive(int socket, void* data, size_t size)
 HislipLoad::HislipLoad(int port)
     : m_sync(connect_to("127.0.0.1", port)), m_async(connect_to("127.0.0.1", port))
 {
-    Header initialize = header(kInitialize, 0, 0x0100'5858, 0);
-    send_all(m_sync, reinterpret_cast<const char*>(&initialize), sizeof initialize);
+    send_header(m_sync, header(kInitialize, 0, 0x0100'5858, 0));
+    Header initialize;
     receive(m_sync, &initialize, sizeof initialize);
-    Header async = header(kAsyncInitialize, 0, be32toh(initialize.parameter) & 0xFFFF, 0);
-    send_all(m_async, reinterpret_cast<const char*>(&async), sizeof async);
+    send_header(m_async, header(kAsyncInitialize, 0, be32toh(initialize.parameter) & 0xFFFF, 0));
+    Header async;
     receive(m_async, &async, sizeof async);
 }
 
@@ -108,6 +135,27 @@ double HislipLoad::seconds_for(const std::string& message) const
     const auto begin = std::chrono::steady_clock::now();
     write(message);
     read();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+double HislipLoad::seconds_for_poll() const
+{
+    const auto begin = std::chrono::steady_clock::now();
+    send_header(m_async, header(kAsyncStatusQuery, m_delivered ? 1 : 0, m_id - 2, 0));
+    m_delivered = false;
+    receive_up_to(m_async, kAsyncStatusResponse);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+double HislipLoad::seconds_for_clear() const
+{
+    const auto begin = std::chrono::steady_clock::now();
+    send_header(m_async, header(kAsyncClear, 0, 0, 0));
+    receive_up_to(m_async, kAsyncClearAcknowledge);
+    send_header(m_sync, header(kClearComplete, 0, 0, 0));
+    receive_up_to(m_sync, kClearAcknowledge);
+    m_id = kFirstId;
+    m_delivered = false;
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 

@@ -25,13 +25,24 @@ public:
      */
     double seconds_for(const std::string& message) const;
 
-private:
+    /** Sends a message without waiting for a response. */
     void write(const std::string& message) const;
+
+    /** Seconds that a serial poll takes (AsyncStatusQuery). */
+    double seconds_for_poll() const;
+
+    /** Seconds that a device clear takes, from AsyncDeviceClear to DeviceClearAcknowledge. Responses that
+     * were on their way are dropped. */
+    double seconds_for_clear() const;
+
+private:
     void read() const;
+
+    static constexpr uint32_t kFirstId = 0xFFFF'FF00;
 
     int m_sync;
     int m_async;
-    mutable uint32_t m_id = 0xFFFF'FF00;
+    mutable uint32_t m_id = kFirstId;
     mutable bool m_delivered = false;
 };
 

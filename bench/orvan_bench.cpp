@@ -1,5 +1,6 @@
 // usage: orvan-bench [options]
 // The service against bare floors over loopback TCP. Ratios of medians, candidate and floor in turn.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "bench_support.h"
 #include "hislip_load.h"
 #include "load.h"
+#include "vxi11_load.h"
 
 using namespace orvan_bench;
 using namespace std::chrono_literals;
@@ -193,6 +195,57 @@ void hislip_blocks(const Settings& settings)
     ::close(raw);
 }
 
+void print_latency(const Settings& settings, const std::string& name, const std::vector<double>& seconds,
+                   int most_ms)
+{
+    const double longest = 1e3 * *std::max_element(seconds.begin(), seconds.end());
+    std::printf("%-62s %6.2f  <= %4d  %-7s %12.2f / %.2f ms, median / longest\n",
+                (settings.prefix() + name).c_str(), longest, most_ms,
+                longest <= most_ms ? "reached" : "MISSED", 1e3 * median(seconds), longest);
+    std::fflush(stdout);
+}
+
+// Commands of another client and of the session itself, one second each, are at work all the time.
+void hislip_latencies(const Settings& settings)
+{
+    constexpr int kCount = 20;
+    const ChildServer module({"orvan-floor-module", "1000000"}, kModuleAddress, kModulePort);
+    const auto service = start_service(settings);
+    const HislipLoad session(service->hislip_port());
+    const int raw = connect_to("127.0.0.1", service->port());
+    for (int i = 0; i < 5; ++i) {
+        send_all(raw, kForwardedQuery.data(), kForwardedQuery.size());
+    }
+    std::vector<double> polls;
+    std::vector<double> clears;
+    for (int i = 0; i < kCount; ++i) {
+        session.write(kForwardedQuery);
+        std::this_thread::sleep_for(100ms);
+        polls.push_back(session.seconds_for_poll());
+        clears.push_back(session.seconds_for_clear());
+    }
+    print_latency(settings, "HiSLIP serial poll while a command runs: longest", polls, 5);
+    print_latency(settings, "HiSLIP device clear while a command runs: longest", clears, 20);
+    ::close(raw);
+}
+
+// The program would serve VXI-11 only with an rpcbind.
+void vxi11_queries(const Settings& settings)
+{
+    const int free = listen_on("127.0.0.1", 0);
+    const int port = port_of(free);
+    ::close(free);
+    const ChildServer service({"orvan-query-service", std::to_string(port)});
+    const HislipLoad hislip(service.hislip_port());
+    hislip.seconds_for(kLocalQuery); // returns when VXI-11 is served, too
+    Vxi11Load vxi11(port);
+    print_ratio(settings.prefix() + "query answered at once, 1 client: VXI-11 / HiSLIP",
+                interleaved(
+                    settings.rounds, [&] { return hislip.queries_per_second(kLocalQuery, settings.round()); },
+                    [&] { return vxi11.queries_per_second(kLocalQuery, settings.round()); }),
+                Better::kHigher, 0.40, "1/s");
+}
+
 void vanish(int port, int number)
 {
     const int socket = connect_to("127.0.0.1", port);
@@ -289,7 +342,7 @@ int main(int argc, char** argv)
     app.add_option("--vanishing", settings.vanishing, "Clients that connect and vanish")
         ->capture_default_str();
     app.add_option("--service", settings.service, "The service program")->capture_default_str();
-    app.add_option("--only", only, "local, forwarded, block, hislip, idle or vanish");
+    app.add_option("--only", only, "local, forwarded, block, hislip, vxi11, idle or vanish");
     CLI11_PARSE(app, argc, argv);
     try {
         if (!settings.unpinned) {
@@ -308,6 +361,10 @@ int main(int argc, char** argv)
         if (only.empty() || only == "hislip") {
             hislip_queries(settings);
             hislip_blocks(settings);
+            hislip_latencies(settings);
+        }
+        if (only.empty() || only == "vxi11") {
+            vxi11_queries(settings);
         }
         if (only == "idle" || (only.empty() && !settings.unpinned)) {
             idle(settings);
