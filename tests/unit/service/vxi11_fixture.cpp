@@ -1,8 +1,10 @@
 #include "vxi11_fixture.h"
 
+#include <cerrno>
 #include <ostream>
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 
 #include <gtest/gtest.h>
 
@@ -112,7 +114,7 @@ std::string Vxi11Client::ask(const std::string& query)
 
 std::pair<int, int> Vxi11Client::read_status(int flags, unsigned lock_timeout)
 {
-    const Device_GenericParms parameters{link, flags, lock_timeout, 20'000};
+    const Device_GenericParms parameters{link, flags, lock_timeout, 60'000};
     Device_ReadStbResp result{};
     if (call(DEVICE_READSTB, ::xdr_Device_GenericParms, parameters, ::xdr_Device_ReadStbResp, result) !=
         RPC_SUCCESS) {
@@ -123,7 +125,7 @@ std::pair<int, int> Vxi11Client::read_status(int flags, unsigned lock_timeout)
 
 int Vxi11Client::act(uint32_t procedure, int flags, unsigned lock_timeout)
 {
-    const Device_GenericParms parameters{link, flags, lock_timeout, 20'000};
+    const Device_GenericParms parameters{link, flags, lock_timeout, 60'000};
     Device_Error result{};
     return call(procedure, ::xdr_Device_GenericParms, parameters, ::xdr_Device_Error, result) == RPC_SUCCESS
                ? result.error
@@ -171,6 +173,15 @@ int Vxi11Client::destroy_interrupts()
     // No arguments: zero bytes.
     const auto none = [](XDR*, int*) -> bool_t { return 1; };
     return call(DESTROY_INTR_CHAN, +none, 0, ::xdr_Device_Error, result) == RPC_SUCCESS ? result.error : -1;
+}
+
+bool sees_end(int socket)
+{
+    return eventually([socket] {
+        char bytes[4096];
+        const ssize_t received = ::recv(socket, bytes, sizeof bytes, MSG_DONTWAIT);
+        return received == 0 || (received < 0 && errno == ECONNRESET);
+    });
 }
 
 int abort_link(uint16_t port, int link, const std::string& from)

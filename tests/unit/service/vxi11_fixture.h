@@ -71,6 +71,7 @@ struct ReadResult {
 /** For GoogleTest's messages. */
 void PrintTo(const ReadResult& result, std::ostream* out);
 
+// Longer than a call waits for its reply: a test cannot pass because a limit ends it.
 constexpr int kWaitLock = 0x01;
 constexpr int kEnd = 0x08;
 constexpr int kEndCharSet = 0x80;
@@ -84,9 +85,9 @@ public:
     }
 
     Create_LinkResp create(const std::string& device = "inst0", bool lock = false, unsigned lock_timeout = 0);
-    Device_WriteResp write(const std::string& data, int flags = kEnd, unsigned io_timeout = 20'000,
+    Device_WriteResp write(const std::string& data, int flags = kEnd, unsigned io_timeout = 60'000,
                            unsigned lock_timeout = 0);
-    ReadResult read(unsigned io_timeout = 20'000, unsigned requested = 1000, int flags = 0, char end_char = 0,
+    ReadResult read(unsigned io_timeout = 60'000, unsigned requested = 1000, int flags = 0, char end_char = 0,
                     unsigned lock_timeout = 0);
     /** The response to a query; empty if there is an error. */
     std::string ask(const std::string& query);
@@ -107,6 +108,9 @@ public:
 private:
     int call_for_link(uint32_t procedure);
 };
+
+/** True once the peer has ended the connection, with or without a reset; what it sent is discarded. */
+bool sees_end(int socket);
 
 /** Error of device_abort on the abort channel. */
 int abort_link(uint16_t port, int link, const std::string& from = "127.0.0.1");

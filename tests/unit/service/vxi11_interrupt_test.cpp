@@ -135,11 +135,11 @@ TEST_F(Vxi11InterruptTest, ThereIsOneChannelAConnection)
     EXPECT_EQ(other.create_interrupts(target(port)), 0);
     const orvan_common::UniqueFd others = accepted();
     EXPECT_EQ(client.destroy_interrupts(), 0);
-    EXPECT_EQ(read_until(channel.get(), "x"), ""); // closed
+    EXPECT_TRUE(sees_end(channel.get()));
     EXPECT_EQ(client.destroy_interrupts(), 6);
     EXPECT_EQ(client.create_interrupts(target(port)), 0);
     other.close();
-    EXPECT_EQ(read_until(others.get(), "x"), "");
+    EXPECT_TRUE(sees_end(others.get()));
 }
 
 TEST_F(Vxi11InterruptTest, AChannelThatTheClientClosesCanBeCreatedAgain)

@@ -58,7 +58,7 @@ TEST_F(Vxi11LockTest, HoldsEveryCallOfOthers)
 {
     EXPECT_EQ(holder.lock(), 0);
     for (const auto& [name, call] : calls()) {
-        EXPECT_EQ(call(0, 10'000), 11) << name; // the limit counts only with the flag
+        EXPECT_EQ(call(0, 60'000), 11) << name; // the limit counts only with the flag
         EXPECT_EQ(call(kWaitLock, 0), 11) << name;
         const auto begin = Clock::now();
         EXPECT_EQ(call(kWaitLock, 50), 11) << name;
@@ -74,7 +74,7 @@ TEST_F(Vxi11LockTest, EveryCallMayWaitForTheRelease)
 {
     for (const auto& [name, call] : calls()) {
         EXPECT_EQ(holder.lock(), 0) << name;
-        auto result = std::async(std::launch::async, [&, &call = call] { return call(kWaitLock, 20'000); });
+        auto result = std::async(std::launch::async, [&, &call = call] { return call(kWaitLock, 60'000); });
         EXPECT_EQ(result.wait_for(milliseconds(20)), std::future_status::timeout) << name;
         EXPECT_EQ(holder.unlock(), 0) << name;
         EXPECT_EQ(result.get(), 0) << name;
@@ -98,7 +98,7 @@ TEST_F(Vxi11LockTest, EndsWithItsLinkOrConnection)
     EXPECT_EQ(holder.lock(), 0);
     EXPECT_EQ(holder.destroy(), 0);
     EXPECT_EQ(client.lock(), 0);
-    auto result = std::async(std::launch::async, [&] { return holder.create("inst0", true, 20'000).error; });
+    auto result = std::async(std::launch::async, [&] { return holder.create("inst0", true, 60'000).error; });
     client.close();
     EXPECT_EQ(result.get(), 0);
     EXPECT_TRUE(vxi11.locks.exclusive());
@@ -128,7 +128,7 @@ TEST_F(Vxi11LockTest, HoldsAgainstSessionsOfAnotherProtocol)
     EXPECT_EQ(holder.unlock(), 0);
     EXPECT_TRUE(vxi11.locks.lock_shared(&other, "name"));
     EXPECT_EQ(client.act(DEVICE_CLEAR), 11);
-    auto result = std::async(std::launch::async, [&] { return client.act(DEVICE_CLEAR, kWaitLock, 20'000); });
+    auto result = std::async(std::launch::async, [&] { return client.act(DEVICE_CLEAR, kWaitLock, 60'000); });
     EXPECT_EQ(result.wait_for(milliseconds(20)), std::future_status::timeout);
     vxi11.locks.forget(&other);
     EXPECT_EQ(result.get(), 0);
@@ -138,7 +138,7 @@ TEST_F(Vxi11LockTest, AfterTheLockAReadHasItsWholeTimeLimit)
 {
     EXPECT_EQ(holder.lock(), 0);
     auto result = std::async(std::launch::async, [&] {
-        const auto error = client.read(200, 100, kWaitLock, 0, 20'000).error;
+        const auto error = client.read(200, 100, kWaitLock, 0, 60'000).error;
         return std::pair(error, Clock::now());
     });
     EXPECT_EQ(result.wait_for(milliseconds(50)), std::future_status::timeout);
@@ -153,7 +153,7 @@ TEST_F(Vxi11LockTest, AbortEndsTheWaitForALock)
 {
     EXPECT_EQ(holder.lock(), 0);
     for (const auto& [name, call] : calls()) {
-        auto result = std::async(std::launch::async, [&, &call = call] { return call(kWaitLock, 20'000); });
+        auto result = std::async(std::launch::async, [&, &call = call] { return call(kWaitLock, 60'000); });
         EXPECT_TRUE(eventually([&] {
             EXPECT_EQ(abort_link(client.created.abortPort, client.link), 0);
             return result.wait_for(milliseconds(0)) == std::future_status::ready;

@@ -168,11 +168,11 @@ TEST_F(Vxi11ServerTest, PassesReasonsAndTerminationCharacters)
 {
     const auto client = linked();
     EXPECT_EQ(client->write("ABCDEF?").error, 0);
-    EXPECT_EQ(client->read(20'000, 2), (ReadResult{0, 1, "AB"}));
-    EXPECT_EQ(client->read(20'000, 100, 0, 'D'), (ReadResult{0, 4, "CDEF?\n"})); // the flag is not set
+    EXPECT_EQ(client->read(60'000, 2), (ReadResult{0, 1, "AB"}));
+    EXPECT_EQ(client->read(60'000, 100, 0, 'D'), (ReadResult{0, 4, "CDEF?\n"})); // the flag is not set
     EXPECT_EQ(client->write("ABCDEF?").error, 0);
-    EXPECT_EQ(client->read(20'000, 100, kEndCharSet, 'D'), (ReadResult{0, 2, "ABCD"}));
-    EXPECT_EQ(client->read(20'000, 4, kEndCharSet, '\n'), (ReadResult{0, 7, "EF?\n"}));
+    EXPECT_EQ(client->read(60'000, 100, kEndCharSet, 'D'), (ReadResult{0, 2, "ABCD"}));
+    EXPECT_EQ(client->read(60'000, 4, kEndCharSet, '\n'), (ReadResult{0, 7, "EF?\n"}));
 }
 
 TEST_F(Vxi11ServerTest, EndIsAFlagOfTheWrite)
