@@ -108,12 +108,15 @@ RpcProgram::Outcome Vxi11Core::take(const RpcCaller& caller, std::string_view ar
     if (!parameters) {
         return Outcome::kBadArguments;
     }
-    Link* const link = find(caller, link_of(*parameters));
+    const int id = link_of(*parameters);
+    if (Link* const earlier = find(caller, id)) {
+        earlier->waiting.abort(); // which destroys a link that waits for the lock it is created with
+    }
+    Link* const link = find(caller, id);
     if (link == nullptr) {
         refuse(caller, encoder, Vxi11Error::kInvalidLink);
         return Outcome::kTaken;
     }
-    link->waiting.abort();
     (this->*procedure)(caller, *link, *parameters);
     return Outcome::kTaken;
 }

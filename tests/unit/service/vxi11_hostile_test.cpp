@@ -173,6 +173,22 @@ TEST_F(Vxi11HostileTest, ACallOfOneLinkLeavesThatOfAnotherWaiting)
     EXPECT_EQ(read_exactly(client.get(), 44), reply_head(40, 3) + "\0\0\0\4\0\0\0\3A?\n\0"s);
 }
 
+TEST_F(Vxi11HostileTest, ACallForALinkStillBeingCreatedEndsItsCreation)
+{
+    Vxi11Client holder(vxi11.port());
+    EXPECT_EQ(holder.create("inst0", true).error, 0);
+    const UniqueFd client = connection();
+    const int guessed = link_of(client) + 1;
+    const Create_LinkParms locked{0, 1, 20'000, const_cast<char*>("inst0")};
+    send(client, call(2, CREATE_LINK, ::xdr_Create_LinkParms, locked) + write(3, guessed, "A?"));
+    std::string refused = reply_head(40, 2) + std::string(12, '\0');
+    refused[31] = 11;
+    EXPECT_EQ(read_exactly(client.get(), refused.size()), refused);
+    std::string unknown = reply_head(32, 3) + std::string(4, '\0');
+    unknown[31] = 4;
+    EXPECT_EQ(read_exactly(client.get(), unknown.size()), unknown);
+}
+
 TEST_F(Vxi11HostileTest, RepliesThatAreNotReadHoldOnlyTheirClientUp)
 {
     const std::string text(900'000, 'x');
