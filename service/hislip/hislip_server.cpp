@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <unordered_map>
 
@@ -24,6 +25,9 @@ constexpr uint32_t kVendor = 'H' << 8 | 'E'; // in AsyncInitializeResponse
 
 // Connections that have not said what they are: more would only be an attack, and the oldest goes.
 constexpr size_t kMostEntrants = 64;
+
+// Pause when the process is out of descriptors: the connection stays pending, so poll() would not block.
+constexpr std::chrono::milliseconds kOutOfDescriptorsPause{100};
 
 bool same_host(int first, int second)
 {
@@ -68,8 +72,12 @@ void HislipServer::wake()
 void HislipServer::add_descriptors(std::vector<pollfd>& waiting)
 {
     waiting.push_back({m_wake.get(), POLLIN, 0});
+    if (m_pause_end <= Clock::now()) {
+        m_pause_end = Clock::time_point::max();
+    }
+    const bool accepts = m_pause_end == Clock::time_point::max();
     for (const orvan_common::UniqueFd& listener : m_listeners) {
-        waiting.push_back({listener.get(), POLLIN, 0});
+        waiting.push_back({accepts ? listener.get() : -1, POLLIN, 0});
     }
     for (const Entrant& entrant : m_entrants) {
         waiting.push_back({entrant.socket(), POLLIN, 0});
@@ -126,7 +134,7 @@ void HislipServer::serve(std::span<const pollfd> waiting)
 
 HislipServer::Clock::time_point HislipServer::due() const
 {
-    auto due = Clock::time_point::max();
+    auto due = m_pause_end;
     for (const Entrant& entrant : m_entrants) {
         due = std::min(due, entrant.deadline());
     }
@@ -143,6 +151,10 @@ void HislipServer::accept_clients(int listener)
 {
     orvan_common::UniqueFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     if (!socket) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            ::syslog(LOG_ERR, "hislip: accept: %s", std::strerror(errno));
+            m_pause_end = Clock::now() + kOutOfDescriptorsPause;
+        }
         return;
     }
     if (m_entrants.size() >= kMostEntrants) {

@@ -63,6 +63,7 @@ private:
     std::list<HalfOpen> m_half_open;
     std::list<hislip::AsyncChannel> m_channels;
     uint16_t m_last_id = 0;
+    Clock::time_point m_pause_end = Clock::time_point::max(); // of accepting
 };
 
 } // namespace orvan_service

@@ -1,6 +1,10 @@
 // HiSLIP: initialisation, errors, and clients that do not keep to the protocol.
 #include <random>
 
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
 #include "hislip_fixture.h"
 
 using namespace orvan_test;
@@ -195,6 +199,31 @@ TEST_F(HislipProtocol, AClientThatDoesNotReadItsResponsesDelaysNobodyAndIsClosed
     EXPECT_TRUE(eventually(
         [this] { return log.count(LOG_NOTICE, "hislip 1: closed, it does not read its responses") == 1; }));
     EXPECT_EQ(other.ask("*IDN?\n"), "*IDN?\n");
+}
+
+TEST_F(HislipProtocol, WithoutDescriptorsOthersAreServedAndTheNextWaits)
+{
+    HislipClient client(server.port());
+    const orvan_common::UniqueFd waiting(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{static_cast<rlim_t>(waiting.get() + 1), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    name.sin_port = htons(static_cast<uint16_t>(server.port()));
+    EXPECT_EQ(::connect(waiting.get(), reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+    EXPECT_TRUE(log.wait_for(LOG_ERR, "hislip: accept: Too many open files"));
+    EXPECT_EQ(client.ask("*IDN?\n"), "*IDN?\n");
+    EXPECT_LE(log.count(LOG_ERR, "hislip: accept: Too many open files"), 100u); // no busy loop
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    const std::string initialize = HislipFrame{0, 0, 0x02000000, "hislip0"}.bytes();
+    ASSERT_EQ(::send(waiting.get(), initialize.data(), initialize.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(initialize.size()));
+    char type[3] = {};
+    EXPECT_EQ(::recv(waiting.get(), type, sizeof type, MSG_WAITALL), 3);
+    EXPECT_EQ(type[2], 1);
 }
 
 TEST_F(HislipProtocol, GarbageNeverReachesTheParserAndDisturbsNobody)
