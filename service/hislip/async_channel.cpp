@@ -40,6 +40,8 @@ AsyncChannel::~AsyncChannel()
     if (m_connection) {
         note_remote(m_connection.get(), RemoteState::kLocal);
         m_connection->close();
+        // Not in close(): the executor may call that while a request of this channel is being granted.
+        m_environment.locks.forget(m_connection.get());
     }
 }
 

@@ -55,7 +55,6 @@ void Connection::close()
             discard_input(socket);
             ::shutdown(socket, SHUT_RDWR);
         }
-        m_environment.locks.forget(this);
         m_environment.retry();
     }
 }

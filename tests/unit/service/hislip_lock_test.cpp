@@ -1,4 +1,6 @@
 // HiSLIP locks, and what a lock holds back.
+#include <sys/socket.h>
+
 #include "hislip_fixture.h"
 
 using namespace orvan_test;
@@ -58,6 +60,35 @@ TEST_F(HislipLock, ALostClientReleasesItsLocks)
     first.async().close();
     EXPECT_EQ(second.read(), ":SECOND?\n");
     EXPECT_TRUE(first.sync().sees_end());
+}
+
+TEST(HislipLockRequest, GrantedAfterTheConnectionsEndIsNotKept)
+{
+    LogCapture log;
+    ScriptedInstrument instrument;
+    orvan_service::Locks locks;
+    const orvan_service::hislip::Environment environment{instrument, locks, [] {}};
+    int sync[2];
+    int async[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sync), 0);
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, async), 0);
+    const orvan_common::UniqueFd client_sync(sync[1]);
+    const orvan_common::UniqueFd client_async(async[1]);
+    const int other = 0;
+    ASSERT_TRUE(locks.lock(&other));
+    {
+        const auto connection = std::make_shared<orvan_service::hislip::Connection>(
+            environment, 1, orvan_common::UniqueFd(sync[0]), orvan_common::UniqueFd(async[0]));
+        orvan_service::hislip::AsyncChannel channel(environment, connection);
+        const std::string request = HislipFrame{4, 1, 60'000, {}}.bytes();
+        ASSERT_EQ(::send(client_async.get(), request.data(), request.size(), 0),
+                  static_cast<ssize_t>(request.size()));
+        EXPECT_TRUE(channel.serve());
+        connection->close(); // as the executor does
+        locks.unlock(&other);
+        channel.retry(std::chrono::steady_clock::now());
+    }
+    EXPECT_FALSE(locks.exclusive());
 }
 
 TEST_F(HislipLock, ASharedLockAdmitsThoseWithTheSameString)
