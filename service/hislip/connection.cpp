@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <new>
+#include <exception>
 #include <utility>
 
 #include <poll.h>
@@ -104,8 +104,14 @@ void Connection::execute()
         generation = m_generation;
         message = m_trigger ? std::span<char>(trigger) : m_assembly.message();
     }
-    const std::string response =
-        m_session.execute(message, [this, generation] { return m_generation == generation && !m_closed; });
+    std::string response;
+    try {
+        response = m_session.execute(message,
+                                     [this, generation] { return m_generation == generation && !m_closed; });
+    } catch (const std::exception& error) {
+        ::syslog(LOG_ERR, "hislip %u: %s", m_id, error.what());
+        m_session.status().add(SCPI_ERROR_SYSTEM);
+    }
 
     const std::lock_guard lock(m_mutex);
     m_busy = m_ready = m_trigger = false;

@@ -1,4 +1,6 @@
 // HiSLIP sessions: messages, responses and their ids, as IVI-6.1 has them.
+#include <stdexcept>
+
 #include "hislip_fixture.h"
 
 using namespace orvan_test;
@@ -166,6 +168,17 @@ TEST_F(HislipSession, AMessageThatIsTooLongIsQueuedAsAnErrorInAnyNumberOfFrames)
     client.sync().send({7, 0, 0xFFFF'FF0A, "x"});
     client.sync().send({7, 0, 0xFFFF'FF0C, ":SYST:ERR?;:SYST:ERR?"});
     EXPECT_EQ(client.sync().receive()->payload, "-363,\"Input buffer overrun\";:SYST:ERR?\n");
+}
+
+TEST_F(HislipSession, AnExceptionBecomesAnErrorOfTheDevice)
+{
+    HislipClient client(server.port());
+    instrument.answer_with(
+        [](int&, const std::string&) -> std::string { throw std::runtime_error("no socket"); });
+    client.write(":A?\n");
+    EXPECT_TRUE(log.wait_for(LOG_ERR, "hislip 1: no socket"));
+    instrument.answer_with({});
+    EXPECT_EQ(client.ask(":SYST:ERR?\n"), "-310,\"System error\"\n");
 }
 
 TEST_F(HislipSession, EachSessionSelectsItsOwnChannel)
