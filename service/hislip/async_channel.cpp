@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <syslog.h>
 
@@ -45,10 +46,21 @@ AsyncChannel::~AsyncChannel()
     }
 }
 
+short AsyncChannel::events() const
+{
+    return m_ended ? short{0} : short{POLLIN}; // a hang-up is reported in any case
+}
+
 bool AsyncChannel::serve()
 {
     const std::span<char> space = m_reader.space();
     const ssize_t received = ::recv(m_connection->async(), space.data(), space.size(), MSG_DONTWAIT);
+    if (received == 0 && !m_ended) {
+        m_ended = true;
+        m_request.reset();
+        m_connection->leave();
+        return true;
+    }
     if (received <= 0) {
         return received < 0 && (errno == EAGAIN || errno == EINTR);
     }

@@ -27,6 +27,8 @@ public:
 
     /** Receives once and answers. @return false when the connection is over */
     bool serve();
+    /** What to wait for. */
+    short events() const;
 
     /** Tries again what could not be answered yet: a lock that another session has, a release. */
     void retry(Clock::time_point now);
@@ -52,6 +54,7 @@ private:
     FrameReader m_reader;
     Header m_frame{Type::kData};
     bool m_in_frame = false;
+    bool m_ended = false; // the client has closed this channel
     std::string m_payload;
     std::optional<Request> m_request;
     std::optional<Clock::time_point> m_releasing; // next attempt, once what was sent before has been executed

@@ -84,7 +84,9 @@ Session::Wait Connection::advance(bool readable)
         return Session::Wait::kRoom;
     }
     if (parsed == Parsed::kReady) {
-        return m_environment.locks.admits(this) ? Session::Wait::kTurn : Session::Wait::kRetry;
+        return m_environment.locks.admits(this) ? Session::Wait::kTurn
+               : m_leaving                      ? Session::Wait::kOver
+                                                : Session::Wait::kRetry;
     }
     receive_in_bulk(receives_message() && m_reader.left() >= kBulk);
     return Session::Wait::kInput;
@@ -117,7 +119,7 @@ void Connection::execute()
     m_busy = m_ready = m_trigger = false;
     if (m_generation != generation) {
         m_assembly.clear();
-    } else if (!response.empty()) {
+    } else if (!response.empty() && !m_leaving) { // a closed channel would be reset, and with it the rest
         deliver(response);
     }
 }
@@ -357,6 +359,22 @@ void Connection::begin_clear()
     m_environment.retry(); // so that the executor leaves the channel alone
 }
 
+void Connection::leave()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_leaving = m_clear == Clear::kNone;
+        receive_in_bulk(false);
+    }
+    if (m_leaving) {
+        // What has arrived can still be received, and then the executor finds the end.
+        ::shutdown(m_sync.get(), SHUT_RD);
+        m_environment.retry();
+    } else {
+        close();
+    }
+}
+
 short Connection::clear_events() const
 {
     const std::lock_guard lock(m_mutex);
@@ -419,6 +437,9 @@ bool Connection::is_idle() const
 
 void Connection::send_async(Header header, std::string_view payload)
 {
+    if (m_leaving) {
+        return;
+    }
     std::string frame;
     append_frame(frame, header, payload);
     const std::lock_guard lock(m_async_mutex);

@@ -60,6 +60,9 @@ public:
 
     /** AsyncDeviceClear: drops all messages and responses, those of the running command included. */
     void begin_clear();
+    /** The client has closed its asynchronous channel: what it had sent on the other is still executed,
+     * unless somebody else's lock excludes it, and then the connection closes. Nothing more is sent. */
+    void leave();
     /** What to wait for on the synchronous channel; 0 if the executor serves it. */
     short clear_events() const;
     /** Serves the synchronous channel until the device clear is complete. */
@@ -108,6 +111,7 @@ private:
     std::mutex m_async_mutex; // guards writing to m_async
     StandardSession m_session;
     std::atomic<bool> m_closed = false;
+    std::atomic<bool> m_leaving = false;
     std::atomic<uint32_t> m_generation = 0; // a device clear begins a new one
 
     mutable std::mutex m_mutex; // guards what follows

@@ -86,7 +86,7 @@ void HislipServer::add_descriptors(std::vector<pollfd>& waiting)
         waiting.push_back({session.sync.get(), POLLIN, 0});
     }
     for (AsyncChannel& channel : m_channels) {
-        waiting.push_back({channel.connection().async(), POLLIN, 0});
+        waiting.push_back({channel.connection().async(), channel.events(), 0});
         if (const short events = channel.connection().clear_events()) {
             waiting.push_back({channel.connection().sync(), events, 0});
         }

@@ -170,6 +170,37 @@ TEST_F(HislipSession, AMessageThatIsTooLongIsQueuedAsAnErrorInAnyNumberOfFrames)
     EXPECT_EQ(client.sync().receive()->payload, "-363,\"Input buffer overrun\";:SYST:ERR?\n");
 }
 
+TEST_F(HislipSession, WhatAClientSentBeforeItClosedIsExecuted)
+{
+    HislipClient other(server.port());
+    HislipClient client(server.port());
+    instrument.shut();
+    other.write(":SLOW?\n");
+    ASSERT_TRUE(eventually([this] { return instrument.at_work() == 1; }));
+    client.sync().send({7, 0, 0xFFFF'FF00, ":A 1\n"});
+    client.sync().send({7, 0, 0xFFFF'FF02, ":B?\n"});
+    client.sync().send({7, 0, 0xFFFF'FF04, ":C 1\n:D 1\n"});
+    client.sync().close();
+    client.async().close();
+    other.poll(); // by now the end has been noticed
+    instrument.open();
+    EXPECT_TRUE(eventually([this] { return log.count(LOG_INFO, "hislip 2: gone") == 1; }));
+    EXPECT_EQ(instrument.texts(), (std::vector<std::string>{":SLOW?", ":A 1", ":B?", ":C 1", ":D 1"}));
+    EXPECT_EQ(other.read(), ":SLOW?\n");
+}
+
+TEST_F(HislipSession, AClientThatClosedWaitsForNobodysLock)
+{
+    HislipClient other(server.port());
+    HislipClient client(server.port());
+    other.ask_async({4, 1, 0, {}});
+    client.write(":A 1\n");
+    client.async().close();
+    EXPECT_TRUE(client.sync().sees_end());
+    EXPECT_EQ(other.ask(":B?\n"), ":B?\n");
+    EXPECT_EQ(instrument.texts(), std::vector<std::string>{":B?"});
+}
+
 TEST_F(HislipSession, AnExceptionBecomesAnErrorOfTheDevice)
 {
     HislipClient client(server.port());
