@@ -258,13 +258,17 @@ bool Connection::begin_frame()
         note_delivery();
         m_message_id = m_frame.parameter;
         if ((m_frame.control & ~kDelivered) != 0) {
+            m_incomplete = true;
             refuse(Fault::kUnknownControlCode, "unrecognized control code");
         } else if (m_frame.length > kLargestPayload) {
-            m_assembly.clear();
+            m_incomplete = true;
             refuse(Fault::kTooLarge, "message too large");
-        } else {
-            m_discard = m_frame.type == Type::kTrigger;
         }
+        if (m_incomplete) {
+            m_assembly.clear();
+        }
+        m_discard = m_incomplete || m_frame.type == Type::kTrigger;
+        m_incomplete = m_incomplete && m_frame.type == Type::kData;
         return true;
     case Type::kDeviceClearComplete:
         return true;
@@ -348,7 +352,7 @@ void Connection::begin_clear()
         if (!m_busy) { // otherwise execute() does this
             m_assembly.clear();
         }
-        m_ready = m_trigger = m_ended = m_undelivered = false;
+        m_ready = m_trigger = m_ended = m_undelivered = m_incomplete = false;
         m_discard = true;
         m_out.drop_unsent();
         m_session.status().set_message_available(false);

@@ -186,6 +186,24 @@ TEST_F(HislipProtocol, AFrameAboveTheAnnouncedSizeIsAnErrorAndDropped)
     expect_error(client.async(), 4);
 }
 
+TEST_F(HislipProtocol, TheMessageThatARefusedFrameIsPartOfIsDropped)
+{
+    HislipClient client(server.port());
+    for (const HislipFrame& refused : {HislipFrame{6, 2, 0xFFFF'FF02, ":B 1;"},
+                                       HislipFrame{6, 0, 0xFFFF'FF02, std::string(0x300001, 'B')}}) {
+        client.sync().send({6, 0, 0xFFFF'FF00, ":A 1;"});
+        client.sync().send(refused);
+        client.sync().send({6, 0, 0xFFFF'FF04, ":C 1;"});
+        client.sync().send({7, 0, 0xFFFF'FF06, ":D?"});
+        EXPECT_EQ(client.sync().receive()->type, 3);
+        client.sync().send({7, 0, 0xFFFF'FF08, ":E?"});
+        EXPECT_EQ(client.sync().receive(), (HislipFrame{7, 0, 0xFFFF'FF08, ":E?\n"}));
+        client.sync().send({7, 1, 0xFFFF'FF0A, ":F 1"});
+    }
+    EXPECT_TRUE(eventually([this] { return instrument.messages().size() == 4; }));
+    EXPECT_EQ(instrument.texts(), (std::vector<std::string>{":E?", ":F 1", ":E?", ":F 1"}));
+}
+
 TEST_F(HislipProtocol, AClientThatDoesNotReadItsResponsesDelaysNobodyAndIsClosed)
 {
     HislipClient client(server.port());
