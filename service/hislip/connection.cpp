@@ -257,13 +257,15 @@ bool Connection::begin_frame()
         }
         note_delivery();
         m_message_id = m_frame.parameter;
+        m_refused = true;
         if ((m_frame.control & ~kDelivered) != 0) {
-            m_incomplete = true;
             refuse(Fault::kUnknownControlCode, "unrecognized control code");
         } else if (m_frame.length > kLargestPayload) {
-            m_incomplete = true;
             refuse(Fault::kTooLarge, "message too large");
+        } else {
+            m_refused = false;
         }
+        m_incomplete = m_incomplete || m_refused;
         if (m_incomplete) {
             m_assembly.clear();
         }
@@ -302,7 +304,7 @@ void Connection::end_frame()
         }
     } else if (m_frame.type == Type::kDataEnd && !m_discard) {
         m_ended = true;
-    } else if (m_frame.type == Type::kTrigger && m_clear == Clear::kNone) {
+    } else if (m_frame.type == Type::kTrigger && !m_refused && m_clear == Clear::kNone) {
         if (m_assembly.unfinished()) {
             m_assembly.clear();
             m_session.status().add(SCPI_ERROR_GET_NOT_ALLOWED);

@@ -119,6 +119,7 @@ private:
     Header m_frame{Type::kData};
     bool m_in_frame = false;
     bool m_discard = false;     // the current frame
+    bool m_refused = false;     // the current frame, which is of a message or a trigger
     bool m_incomplete = false;  // a frame was refused: what follows up to END belongs to the same message
     bool m_bulk = false;        // the receive low water mark is set
     MessageAssembly m_assembly; // the executor's alone while m_busy

@@ -204,6 +204,15 @@ TEST_F(HislipProtocol, TheMessageThatARefusedFrameIsPartOfIsDropped)
     EXPECT_EQ(instrument.texts(), (std::vector<std::string>{":E?", ":F 1", ":E?", ":F 1"}));
 }
 
+TEST_F(HislipProtocol, ARefusedTriggerIsNotExecuted)
+{
+    HislipClient client(server.port());
+    client.sync().send({12, 2, 0xFFFF'FF00});
+    EXPECT_EQ(client.sync().receive()->type, 3);
+    EXPECT_EQ(client.ask(":A?"), ":A?\n");
+    EXPECT_EQ(instrument.texts(), std::vector<std::string>{":A?"});
+}
+
 TEST_F(HislipProtocol, AClientThatDoesNotReadItsResponsesDelaysNobodyAndIsClosed)
 {
     HislipClient client(server.port());
