@@ -76,6 +76,7 @@ Session::Wait Connection::advance(bool readable)
     if (parsed == Parsed::kNeedMore && readable) {
         parsed = receive() ? parse() : Parsed::kBroken;
     }
+    m_unparsed = false;
     sent = m_out.flush(m_sync.get());
     if (parsed == Parsed::kBroken || sent == FrameQueue::Sent::kBroken) {
         return Session::Wait::kOver;
@@ -117,6 +118,7 @@ void Connection::execute()
 
     const std::lock_guard lock(m_mutex);
     m_busy = m_ready = m_trigger = false;
+    m_unparsed = true;
     if (m_generation != generation) {
         m_assembly.clear();
     } else if (!response.empty() && !m_leaving) { // a closed channel would be reset, and with it the rest
@@ -438,7 +440,7 @@ bool Connection::is_idle() const
 {
     const std::lock_guard lock(m_mutex);
     pollfd sync{m_sync.get(), POLLIN, 0};
-    return !m_busy && !m_ready && ::poll(&sync, 1, 0) == 0;
+    return !m_busy && !m_ready && !m_unparsed && ::poll(&sync, 1, 0) == 0;
 }
 
 void Connection::send_async(Header header, std::string_view payload)

@@ -127,6 +127,7 @@ private:
     bool m_ready = false;       // a message is complete
     bool m_trigger = false;     // it is a trigger
     bool m_busy = false;        // within execute()
+    bool m_unparsed = false;    // a message was executed, and more may have been received with it
     Clear m_clear = Clear::kNone;
     bool m_overlap = false;
     uint32_t m_message_id = 0;           // of the message being received or executed

@@ -91,6 +91,35 @@ TEST(HislipLockRequest, GrantedAfterTheConnectionsEndIsNotKept)
     EXPECT_FALSE(locks.exclusive());
 }
 
+TEST(HislipConnection, IsNotIdleWithAnotherMessageReceived)
+{
+    LogCapture log;
+    ScriptedInstrument instrument;
+    orvan_service::Locks locks;
+    const orvan_service::hislip::Environment environment{instrument, locks, [] {}};
+    int sync[2];
+    int async[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sync), 0);
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, async), 0);
+    const orvan_common::UniqueFd client(sync[1]);
+    const orvan_common::UniqueFd client_async(async[1]);
+    orvan_service::hislip::Connection connection(environment, 1, orvan_common::UniqueFd(sync[0]),
+                                                 orvan_common::UniqueFd(async[0]));
+    using Wait = orvan_service::Session::Wait;
+    const std::string both =
+        HislipFrame{7, 0, 0xFFFF'FF00, ":A 1"}.bytes() + HislipFrame{7, 0, 0xFFFF'FF02, ":B 1"}.bytes();
+    ASSERT_EQ(::send(client.get(), both.data(), both.size(), 0), static_cast<ssize_t>(both.size()));
+    EXPECT_FALSE(connection.is_idle());
+    EXPECT_EQ(connection.advance(true), Wait::kTurn);
+    EXPECT_FALSE(connection.is_idle());
+    connection.execute();
+    EXPECT_FALSE(connection.is_idle());
+    EXPECT_EQ(connection.advance(false), Wait::kTurn);
+    connection.execute();
+    EXPECT_EQ(connection.advance(false), Wait::kInput);
+    EXPECT_TRUE(connection.is_idle());
+}
+
 TEST_F(HislipLock, ASharedLockAdmitsThoseWithTheSameString)
 {
     HislipClient third(server.port());

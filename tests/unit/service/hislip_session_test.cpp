@@ -38,6 +38,18 @@ TEST_F(HislipSession, AResponseHasTheIdOfItsQuery)
     EXPECT_EQ(client.sync().receive(), (HislipFrame{7, 0, id, ":A?\n"}));
 }
 
+TEST_F(HislipSession, MessageIdsWrapAround)
+{
+    HislipClient client(server.port());
+    client.sync().send({7, 0, 0xFFFF'FFFE, ":A?\n"});
+    EXPECT_EQ(client.sync().receive(), (HislipFrame{7, 0, 0xFFFF'FFFE, ":A?\n"}));
+    client.sync().send({7, 1, 0, ":B?\n"});
+    EXPECT_EQ(client.sync().receive(), (HislipFrame{7, 0, 0, ":B?\n"}));
+    EXPECT_EQ(client.ask_async({21, 0, 0}), (HislipFrame{22, 16, 0, {}}));
+    EXPECT_EQ(client.ask_async({21, 0, 0xFFFF'FFFE}), (HislipFrame{22, 0, 0, {}}));
+    EXPECT_EQ(client.ask_async({21, 1, 0}), (HislipFrame{22, 0, 0, {}}));
+}
+
 TEST_F(HislipSession, AMessageArrivesInAnyPieces)
 {
     HislipClient client(server.port());
