@@ -2,6 +2,7 @@
 #include <random>
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -99,6 +100,45 @@ TEST_F(HislipProtocol, DataBeforeTheSecondChannelIsFatal)
     channel.send({7, 0, 0xFFFF'FF00, "*IDN?\n"});
     expect_fatal(channel, 2);
     EXPECT_TRUE(instrument.messages().empty());
+}
+
+TEST_F(HislipProtocol, ASessionEndsIfItsSecondChannelDoesNotComeWithinTenSeconds)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    HislipChannel silent(server.port());
+    HislipChannel channel(server.port());
+    channel.send({0, 0, 0x0200'5858, "hislip0"});
+    const uint32_t id = channel.receive()->parameter & 0xFFFF;
+    expect_fatal(channel, 2);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 10s);
+    EXPECT_EQ(first_answer({17, 0, id})->type, 2);
+    EXPECT_TRUE(silent.sees_end()); // it never said what it is
+}
+
+TEST_F(HislipProtocol, BothChannelsAreWatchedForADeadPeer)
+{
+    const HislipClient client(server.port());
+    int found = 0;
+    for (int fd = 3; fd < 200; ++fd) { // the server's ends are descriptors of this process
+        sockaddr_in own{};
+        socklen_t size = sizeof own;
+        sockaddr_in peer{};
+        socklen_t peer_size = sizeof peer;
+        if (::getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size) != 0 ||
+            ntohs(own.sin_port) != server.port() ||
+            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peer_size) != 0) {
+            continue;
+        }
+        int on = 0;
+        int idle = 0;
+        socklen_t option_size = sizeof on;
+        EXPECT_EQ(::getsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, &option_size), 0);
+        EXPECT_EQ(::getsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle, &option_size), 0);
+        EXPECT_EQ(on, 1);
+        EXPECT_EQ(idle, 60);
+        ++found;
+    }
+    EXPECT_EQ(found, 2);
 }
 
 TEST_F(HislipProtocol, ASecondInitialisationIsFatal)
