@@ -3,8 +3,10 @@
 
 #include "hislip_fixture.h"
 
+using namespace orvan_service::hislip;
 using namespace orvan_test;
 using namespace std::chrono_literals;
+using orvan_common::UniqueFd;
 
 namespace {
 
@@ -21,6 +23,35 @@ protected:
 
     HislipClient first{server.port()};
     HislipClient second{server.port()};
+};
+
+/** A connection by itself: the test is its executor and its attendant. */
+class HislipConnection : public ::testing::Test {
+protected:
+    HislipConnection()
+    {
+        const auto pair = [](UniqueFd& client) {
+            int ends[2] = {-1, -1};
+            EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+            client = UniqueFd(ends[1]);
+            return UniqueFd(ends[0]);
+        };
+        UniqueFd own_sync = pair(sync);
+        connection = std::make_shared<Connection>(environment, 1, std::move(own_sync), pair(async));
+    }
+    static void send(const UniqueFd& socket, const HislipFrame& frame)
+    {
+        const std::string bytes = frame.bytes();
+        ASSERT_EQ(::send(socket.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    }
+
+    LogCapture log;
+    ScriptedInstrument instrument;
+    orvan_service::Locks locks;
+    const Environment environment{instrument, locks, [] {}};
+    UniqueFd sync; // the client's ends
+    UniqueFd async;
+    std::shared_ptr<Connection> connection;
 };
 
 } // namespace
@@ -62,27 +93,13 @@ TEST_F(HislipLock, ALostClientReleasesItsLocks)
     EXPECT_TRUE(first.sync().sees_end());
 }
 
-TEST(HislipLockRequest, GrantedAfterTheConnectionsEndIsNotKept)
+TEST_F(HislipConnection, KeepsNoLockThatIsGrantedAtItsEnd)
 {
-    LogCapture log;
-    ScriptedInstrument instrument;
-    orvan_service::Locks locks;
-    const orvan_service::hislip::Environment environment{instrument, locks, [] {}};
-    int sync[2];
-    int async[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sync), 0);
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, async), 0);
-    const orvan_common::UniqueFd client_sync(sync[1]);
-    const orvan_common::UniqueFd client_async(async[1]);
     const int other = 0;
     ASSERT_TRUE(locks.lock(&other));
     {
-        const auto connection = std::make_shared<orvan_service::hislip::Connection>(
-            environment, 1, orvan_common::UniqueFd(sync[0]), orvan_common::UniqueFd(async[0]));
-        orvan_service::hislip::AsyncChannel channel(environment, connection);
-        const std::string request = HislipFrame{4, 1, 60'000, {}}.bytes();
-        ASSERT_EQ(::send(client_async.get(), request.data(), request.size(), 0),
-                  static_cast<ssize_t>(request.size()));
+        AsyncChannel channel(environment, connection);
+        send(async, {4, 1, 60'000, {}});
         EXPECT_TRUE(channel.serve());
         connection->close(); // as the executor does
         locks.unlock(&other);
@@ -91,33 +108,20 @@ TEST(HislipLockRequest, GrantedAfterTheConnectionsEndIsNotKept)
     EXPECT_FALSE(locks.exclusive());
 }
 
-TEST(HislipConnection, IsNotIdleWithAnotherMessageReceived)
+TEST_F(HislipConnection, IsNotIdleWithAnotherMessageReceived)
 {
-    LogCapture log;
-    ScriptedInstrument instrument;
-    orvan_service::Locks locks;
-    const orvan_service::hislip::Environment environment{instrument, locks, [] {}};
-    int sync[2];
-    int async[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sync), 0);
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, async), 0);
-    const orvan_common::UniqueFd client(sync[1]);
-    const orvan_common::UniqueFd client_async(async[1]);
-    orvan_service::hislip::Connection connection(environment, 1, orvan_common::UniqueFd(sync[0]),
-                                                 orvan_common::UniqueFd(async[0]));
     using Wait = orvan_service::Session::Wait;
-    const std::string both =
-        HislipFrame{7, 0, 0xFFFF'FF00, ":A 1"}.bytes() + HislipFrame{7, 0, 0xFFFF'FF02, ":B 1"}.bytes();
-    ASSERT_EQ(::send(client.get(), both.data(), both.size(), 0), static_cast<ssize_t>(both.size()));
-    EXPECT_FALSE(connection.is_idle());
-    EXPECT_EQ(connection.advance(true), Wait::kTurn);
-    EXPECT_FALSE(connection.is_idle());
-    connection.execute();
-    EXPECT_FALSE(connection.is_idle());
-    EXPECT_EQ(connection.advance(false), Wait::kTurn);
-    connection.execute();
-    EXPECT_EQ(connection.advance(false), Wait::kInput);
-    EXPECT_TRUE(connection.is_idle());
+    send(sync, {7, 0, 0xFFFF'FF00, ":A 1"});
+    send(sync, {7, 0, 0xFFFF'FF02, ":B 1"});
+    EXPECT_FALSE(connection->is_idle());
+    EXPECT_EQ(connection->advance(true), Wait::kTurn);
+    EXPECT_FALSE(connection->is_idle());
+    connection->execute();
+    EXPECT_FALSE(connection->is_idle());
+    EXPECT_EQ(connection->advance(false), Wait::kTurn);
+    connection->execute();
+    EXPECT_EQ(connection->advance(false), Wait::kInput);
+    EXPECT_TRUE(connection->is_idle());
 }
 
 TEST_F(HislipLock, ASharedLockAdmitsThoseWithTheSameString)
