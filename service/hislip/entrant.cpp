@@ -32,6 +32,7 @@ Entrant::Entrant(orvan_common::UniqueFd socket)
     set_option(fd, IPPROTO_TCP, TCP_KEEPIDLE, 60);
     set_option(fd, IPPROTO_TCP, TCP_KEEPINTVL, 10);
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, 6);
+    set_option(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, 120'000); // milliseconds: the same with bytes on their way
 }
 
 Entrant::State Entrant::receive()

@@ -212,7 +212,12 @@ void HislipServer::initialize_async(Entrant& entrant)
                                                          entrant.take_socket());
     m_half_open.erase(session);
     m_channels.emplace_back(m_environment, connection);
-    m_executor.add(std::make_unique<SyncStream>(connection));
+    try {
+        m_executor.add(std::make_unique<SyncStream>(connection));
+    } catch (const std::exception& error) {
+        ::syslog(LOG_ERR, "hislip %u: closed, %s", connection->id(), error.what());
+        connection->close(); // serve() removes its other channel
+    }
 }
 
 /** @return whether it still waits for its second channel */

@@ -24,6 +24,7 @@ constexpr std::chrono::milliseconds kOutOfDescriptorsPause{100};
 constexpr int kKeepIdle = 30;
 constexpr int kKeepInterval = 10;
 constexpr int kKeepCount = 3;
+constexpr int kUserTimeout = 120'000; // milliseconds: the same with a reply on its way, when keepalive pauses
 
 void prepare(int socket)
 {
@@ -35,6 +36,7 @@ void prepare(int socket)
     set(IPPROTO_TCP, TCP_KEEPIDLE, kKeepIdle);
     set(IPPROTO_TCP, TCP_KEEPINTVL, kKeepInterval);
     set(IPPROTO_TCP, TCP_KEEPCNT, kKeepCount);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeout);
 }
 
 } // namespace
