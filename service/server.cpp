@@ -150,19 +150,24 @@ bool Server::has_place_for(int socket) const
     if (sessions < m_limits.max_clients) {
         return true;
     }
-    // Even uncounted connections must not exhaust the descriptors.
-    if (sessions >= 2 * m_limits.max_clients + m_limits.own_places) {
-        return false;
-    }
     const OwnSockets sockets;
+    size_t raw = 0; // other protocols have places of their own
     size_t own = 0;
     const size_t others = m_executor.count([&](const Session& session) {
+        if (dynamic_cast<const RawSession*>(&session) == nullptr) {
+            return false;
+        }
+        ++raw;
         const bool is_own = sockets.at_other_end_of(session.descriptor());
         own += is_own ? 1 : 0;
         return !is_own && !is_gone(session.descriptor());
     });
+    // Even uncounted connections must not exhaust the descriptors.
+    if (raw >= 2 * m_limits.max_clients + m_limits.own_places) {
+        return false;
+    }
     const size_t kept = std::min(own, m_limits.own_places);
-    return (others + own - kept < m_limits.max_clients && sessions < 2 * m_limits.max_clients) ||
+    return (others + own - kept < m_limits.max_clients && raw < 2 * m_limits.max_clients) ||
            (kept < m_limits.own_places && sockets.at_other_end_of(socket));
 }
 

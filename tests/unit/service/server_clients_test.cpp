@@ -17,8 +17,10 @@
 #include <gtest/gtest.h>
 
 #include "service_fixture.h"
+#include "support/hislip_client.h"
 #include "support/log_capture.h"
 #include "support/loopback.h"
+#include "whole_front.h"
 
 using namespace orvan_service;
 using namespace orvan_test;
@@ -297,4 +299,19 @@ TEST(Server, ServesAClientLaterWhenNoDescriptorIsLeft)
     ASSERT_EQ(::send(late, "c\n", 2, 0), 2);
     EXPECT_EQ(read_until(late, "\r\n"), "c;+OK\r\n");
     ::close(late);
+}
+
+TEST(ServerPlaces, SessionsOfOtherProtocolsTakeNone)
+{
+    const LogCapture log;
+    RecordingSink sink;
+    WholeFront front(sink, {.max_clients = 2, .own_places = 0});
+    const HislipClient first(front.hislip_port);
+    const HislipClient second(front.hislip_port);
+    const HislipClient third(front.hislip_port);
+    TestClient raw(front.raw_port);
+    TestClient other(front.raw_port);
+    EXPECT_EQ(raw.ask("*IDN?\n"), "*IDN?;+OK\r\n");
+    EXPECT_EQ(other.ask("*IDN?\n"), "*IDN?;+OK\r\n");
+    EXPECT_EQ(TestClient(front.raw_port).line(), "-ERR Too many clients;+OK\r\n");
 }

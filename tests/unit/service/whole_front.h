@@ -26,8 +26,8 @@ namespace orvan_test {
 /** The servers of all protocols, as the program has them. */
 class WholeFront {
 public:
-    explicit WholeFront(orvan_service::MessageSink& sink)
-        : WholeFront(sink, orvan_service::open_listeners("127.0.0.1", 0),
+    explicit WholeFront(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits = {})
+        : WholeFront(sink, limits, orvan_service::open_listeners("127.0.0.1", 0),
                      orvan_service::open_listeners("127.0.0.1", 0))
     {
     }
@@ -45,10 +45,10 @@ public:
     uint16_t vxi11_port() const { return m_vxi11.port(); }
 
 private:
-    WholeFront(orvan_service::MessageSink& sink, std::vector<orvan_common::UniqueFd> raw,
-               std::vector<orvan_common::UniqueFd> hislip)
+    WholeFront(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
+               std::vector<orvan_common::UniqueFd> raw, std::vector<orvan_common::UniqueFd> hislip)
         : raw_port(local_port(raw.front().get())), hislip_port(local_port(hislip.front().get())),
-          m_instrument(sink), m_server(std::move(raw), sink, {}),
+          m_instrument(sink), m_server(std::move(raw), sink, limits),
           m_hislip(std::move(hislip), m_server.executor(), m_instrument, m_locks),
           m_vxi11(m_server.executor(), m_instrument, m_locks, RunningVxi11::loopback()),
           m_stop(::eventfd(0, EFD_CLOEXEC))
