@@ -205,7 +205,7 @@ void print_latency(const Settings& settings, const std::string& name, const std:
     std::fflush(stdout);
 }
 
-// Commands of another client and of the session itself, one second each, are at work all the time.
+// Commands of another client and of the session itself, one second each, run all the time.
 void hislip_latencies(const Settings& settings)
 {
     constexpr int kCount = 20;

@@ -118,7 +118,7 @@ void StandardSession::execute(SessionCommand command, std::string parameters, st
         m_status.set_events(static_cast<uint8_t>(integer_of(ask_module("*ESR?\n"))));
         append(response, std::to_string(m_status.take_events()));
         break;
-    // The module may still be at work when it has replied: its own query waits for that.
+    // The module may still be busy when it has replied: its own query waits for that.
     case SessionCommand::kComplete:
         ask_module("*OPC?\n");
         m_status.set_events(kEventOperationComplete);
