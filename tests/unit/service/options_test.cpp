@@ -192,7 +192,7 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     exit_code = -1;
     EXPECT_FALSE(parse({"--help"}, exit_code));
     EXPECT_EQ(exit_code, kExitDone);
-    EXPECT_EQ(output.text().find("vxi11{"), std::string::npos); // what the flag stands for
+    EXPECT_EQ(output.text().find("vxi11{"), std::string::npos); // CLI11 shows the value of a flag in braces
     for (const char* option :
          {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--no-vxi11", "--address",
           "--max-clients", "--message-memory", "--channels", "--module-wait", "--modules-on-loopback",
