@@ -137,7 +137,10 @@ TEST(FirmwareUpdate, OfTheUserInterfaceRestartsModulesAndController)
     instrument.ask_module(2, ":POW 1");
     Client client = instrument.client();
     client.send(":INT:GUI:UPD:SOFT\n");
-    EXPECT_TRUE(instrument.wait_for_output("reboot requested, restarting the service"));
+    // The command flushes all file systems of the machine first, which takes long after a large build.
+    EXPECT_TRUE(
+        instrument.wait_for_output("reboot requested, restarting the service", std::chrono::seconds(90)))
+        << instrument.output() << instrument.service_log();
     const std::string reply = client.read_line();
     EXPECT_TRUE(reply == kOk || reply.empty()) << reply; // the reboot is on its way
     for (int module = 1; module <= kModules; ++module) {
@@ -148,7 +151,7 @@ TEST(FirmwareUpdate, OfTheUserInterfaceRestartsModulesAndController)
     }
     EXPECT_TRUE(
         eventually([&] { return instrument.ctl({"status"}).output.find("ready") != std::string::npos; }));
-    EXPECT_EQ(instrument.client().ask(":INST 2;:POW?"), "5;+OK\r\n");
+    EXPECT_EQ(instrument.client().ask(":INST 2;:POW?"), "5;+OK\r\n") << instrument.service_log();
     EXPECT_TRUE(fs::is_empty(upgrade_folder(instrument)));
 }
 
