@@ -29,6 +29,7 @@ constexpr Row kRows[] = {
     {"*WAI", SessionCommand::kWait},
     {":SYSTem:ERRor[:NEXT]?", SessionCommand::kErrorQ},
     {":SYSTem:ERRor:COUNt?", SessionCommand::kErrorCountQ},
+    {":SYSTem:ERRor:SESSion?", SessionCommand::kSessionErrorsQ},
 };
 
 // The instrument puts no separator between the result of such a query and what follows.

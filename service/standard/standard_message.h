@@ -21,7 +21,8 @@ enum class SessionCommand : uint8_t {
     kStatusByteQ,    /**< *STB? */
     kWait,           /**< *WAI */
     kErrorQ,         /**< :SYSTem:ERRor[:NEXT]? */
-    kErrorCountQ     /**< :SYSTem:ERRor:COUNt? */
+    kErrorCountQ,    /**< :SYSTem:ERRor:COUNt? */
+    kSessionErrorsQ  /**< :SYSTem:ERRor:SESSion? */
 };
 
 /** A part of a message: one command of the session, or units in a row that are the instrument's. */

@@ -18,9 +18,10 @@ void append(std::string& response, std::string_view result)
     response += result;
 }
 
-void append(std::string& response, const StandardError& error)
+/** As in a response. */
+std::string text_of(const StandardError& error)
 {
-    append(response, std::to_string(error.number) + ",\"" + error.text + '"');
+    return std::to_string(error.number) + ",\"" + error.text + '"';
 }
 
 bool takes_number(SessionCommand command)
@@ -144,7 +145,7 @@ void StandardSession::execute(SessionCommand command, std::string parameters, st
     case SessionCommand::kErrorQ: {
         const std::string error = m_status.errors() == 0 ? errors_of_module(":SYST:ERR?\n") : std::string();
         if (error.empty()) {
-            append(response, m_status.take_error());
+            append(response, text_of(m_status.take_error()));
         } else {
             append(response, error);
         }
@@ -153,6 +154,14 @@ void StandardSession::execute(SessionCommand command, std::string parameters, st
     case SessionCommand::kErrorCountQ: {
         const int of_module = integer_of(errors_of_module(":SYST:ERR:COUN?\n"));
         append(response, std::to_string(static_cast<int>(m_status.errors()) + of_module));
+        break;
+    }
+    case SessionCommand::kSessionErrorsQ: {
+        std::string errors = text_of(m_status.take_error());
+        while (m_status.errors() != 0) {
+            errors += ',' + text_of(m_status.take_error());
+        }
+        append(response, errors);
         break;
     }
     }

@@ -37,6 +37,8 @@ const char* name(SessionCommand command)
         return ":SYST:ERR?";
     case SessionCommand::kErrorCountQ:
         return ":SYST:ERR:COUN?";
+    case SessionCommand::kSessionErrorsQ:
+        return ":SYST:ERR:SESS?";
     }
     return "?";
 }
@@ -106,8 +108,9 @@ TEST(StandardMessage, CommandsOfTheSessionArePartsOfTheirOwn)
 TEST(StandardMessage, AHeaderOfTheSessionMayRelyOnAPath)
 {
     EXPECT_EQ(cut(":SYST:VERS?;ERR?"), (Texts{":SYST:VERS?", "session :SYST:ERR? []"}));
-    EXPECT_EQ(cut("SYST:ERR?;ERR:COUN?;COUN?"),
-              (Texts{"session :SYST:ERR? []", "session :SYST:ERR:COUN? []", "session :SYST:ERR:COUN? []"}));
+    EXPECT_EQ(cut("SYST:ERR?;ERR:COUN?;SESS?;SESSION?"),
+              (Texts{"session :SYST:ERR? []", "session :SYST:ERR:COUN? []", "session :SYST:ERR:SESS? []",
+                     "session :SYST:ERR:SESS? []"}));
     EXPECT_EQ(cut(":SYST:ERR?;*STB?;ERR?"),
               (Texts{"session :SYST:ERR? []", "session *STB? []", "session :SYST:ERR? []"}));
     EXPECT_EQ(cut(":SOUR:FREQ 1;SYST:ERR?"), Texts{":SOUR:FREQ 1;SYST:ERR?"}) << ":SOUR:SYST:ERR? is none";

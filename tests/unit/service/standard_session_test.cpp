@@ -138,6 +138,21 @@ TEST_F(StandardSessionTest, AModuleThatCannotBeAskedForErrorsHasNone)
     EXPECT_EQ(execute(":SYST:ERR:COUN?;:SYST:ERR?"), "1;-113,\"Undefined header\"\n");
 }
 
+TEST_F(StandardSessionTest, AllErrorsOfTheSessionAreReadAtOnceWithoutTheModule)
+{
+    EXPECT_EQ(execute(":SYST:ERR:SESS?"), "0,\"No error\"\n");
+    session.status().add(-113);
+    session.status().add(-222);
+    session.status().add({-241, "Hardware missing;Unable to connect"});
+    EXPECT_EQ(execute("*ESE?;:SYST:ERR:SESS?;*ESE?"),
+              "0;-113,\"Undefined header\",-222,\"Data out of range\",-241,\"Hardware missing;Unable to "
+              "connect\";0\n");
+    EXPECT_EQ(execute(":SYSTEM:ERROR:SESSION?"), "0,\"No error\"\n");
+    EXPECT_EQ(execute(":SYST:ERR:SESS? 1"), "");
+    EXPECT_EQ(errors(), std::vector<int>{-108});
+    EXPECT_EQ(instrument.messages, Texts{});
+}
+
 TEST_F(StandardSessionTest, TheEventStatusIsThatOfTheSessionAndOfTheModule)
 {
     session.status().add(-113);
