@@ -14,6 +14,7 @@
 #include "hw/hw.h"
 #include "instrument.h"
 #include "listener.h"
+#include "local/local_server.h"
 #include "notify.h"
 #include "options.h"
 #include "orvan_sdk/IOrvanDeviceManager.h"
@@ -179,12 +180,13 @@ int serve(const Options& options)
     Server server(std::move(listeners.raw), watch, limits);
     HislipServer hislip(std::move(listeners.hislip), server.executor(), standard_instrument, locks);
     Vxi11Server vxi11(server.executor(), standard_instrument, locks, vxi11_options(options));
+    LocalServer local(options.local_dir, server.executor(), standard_instrument, locks);
     locks.on_change([&] {
         server.executor().retry();
         hislip.wake();
         vxi11.wake();
     });
-    Attended* const others[] = {&hislip};
+    Attended* const others[] = {&hislip, &local};
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
     // From here on no exception may escape: the destructors would wait for the running command or key.
@@ -203,6 +205,7 @@ int serve(const Options& options)
         server.run(stop.descriptor(), &watch, others);
         notify("STOPPING=1");
         vxi11.end();
+        local.end();
         if (panel) {
             panel->end();
         }
@@ -218,6 +221,7 @@ int serve(const Options& options)
         }
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "%s", error.what());
+        local.end();
         leave(kExitFailed);
     }
     leave(kExitDone);

@@ -126,6 +126,11 @@ void hislip_port(Options& options, const Row&, const std::string& text)
     }
 }
 
+void local_dir(Options& options, const Row&, const std::string& text)
+{
+    options.local_dir = text == "off" ? "" : text;
+}
+
 void no_vxi11(Options& options, const Row&, const std::string&)
 {
     options.vxi11 = false;
@@ -157,6 +162,10 @@ constexpr Row kRows[] = {
     {"no-vxi11", nullptr,
      "Do not serve VXI-11, which needs an rpcbind on this machine; --modules-on-loopback implies it",
      no_vxi11},
+    {"local-dir", "DIR|off",
+     "Folder of the Unix sockets for programs of this machine, off: none; default: /run/orvan, or none with "
+     "--modules-on-loopback",
+     local_dir},
     {"address", "ADDRESS", "Listen only on this address instead of on all IPv4 and IPv6 addresses",
      copy<&Options::address>},
     {"max-clients", "N", "Maximum number of clients, 1 to 512; any more are refused; default: 256",
@@ -289,6 +298,11 @@ bool parse(std::vector<char*> arguments, Options& options)
             throw BadValue(std::string("--") + row.name + " requires --" + row.needs);
         }
     }
+    if (options.modules_on_loopback) {
+        // These are the machine's, for its own services.
+        options.vxi11 = false;
+        options.local_dir = is_given("local-dir") ? options.local_dir : "";
+    }
     return true;
 }
 
@@ -313,8 +327,6 @@ std::optional<Options> parse_options(int argc, const char* const* argv, int& exi
         exit_code = kExitBadOptions;
         return std::nullopt;
     }
-    // The machine's rpcbind is for the machine's own services.
-    options.vxi11 = options.vxi11 && !options.modules_on_loopback;
     return options;
 }
 

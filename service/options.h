@@ -27,6 +27,7 @@ struct Options {
     bool hislip = true;                  /**< whether to listen for HiSLIP */
     std::optional<uint16_t> hislip_port; /**< default: the standard one, if it is free */
     bool vxi11 = true;                   /**< whether to serve VXI-11, if there is an rpcbind */
+    std::string local_dir = "/run/orvan"; /**< folder of the Unix sockets; empty: none */
     int max_clients = 256;
     int message_memory = 64; /**< MB */
     int channels = 4;

@@ -47,6 +47,7 @@ TEST(Options, DefaultsAreThoseOfTheInstrument)
     EXPECT_TRUE(options.hislip);
     EXPECT_FALSE(options.hislip_port.has_value());
     EXPECT_TRUE(options.vxi11);
+    EXPECT_EQ(options.local_dir, "/run/orvan");
     EXPECT_EQ(options.max_clients, 256);
     EXPECT_EQ(options.message_memory, 64);
     EXPECT_EQ(options.channels, 4);
@@ -100,6 +101,14 @@ TEST(Options, TheHislipPortIsANumberOrOff)
     EXPECT_FALSE(parsed({"--hislip-port", "off"}).hislip);
     EXPECT_FALSE(parsed({"--no-vxi11"}).vxi11);
     EXPECT_FALSE(parsed({"--modules-on-loopback"}).vxi11);
+}
+
+TEST(Options, TheFolderOfLocalSocketsIsOffOnAMachineThatIsNoInstrument)
+{
+    EXPECT_EQ(parsed({"--local-dir", "/tmp/orvan"}).local_dir, "/tmp/orvan");
+    EXPECT_EQ(parsed({"--local-dir", "off"}).local_dir, "");
+    EXPECT_EQ(parsed({"--modules-on-loopback"}).local_dir, "");
+    EXPECT_EQ(parsed({"--modules-on-loopback", "--local-dir", "/tmp/orvan"}).local_dir, "/tmp/orvan");
 }
 
 TEST(Options, EachPlatformIsAccepted)
@@ -215,7 +224,7 @@ TEST(Options, VersionAndHelpGoToStandardOutputAndEndWithSuccess)
     for (const char* option :
          {"--platform", "--produce", "--serial", "--port", "--hislip-port", "--no-vxi11", "--address",
           "--max-clients", "--message-memory", "--channels", "--module-wait", "--modules-on-loopback",
-          "--hang-limit", "--foreground", "--log-level", "--version", "Exit codes:"}) {
+          "--local-dir", "--hang-limit", "--foreground", "--log-level", "--version", "Exit codes:"}) {
         EXPECT_NE(output.text().find(option), std::string::npos) << option;
     }
 }

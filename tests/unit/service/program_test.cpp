@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "local_fixture.h"
 #include "service/listener.h"
 #include "service/options.h"
 #include "service_fixture.h"
@@ -118,6 +119,30 @@ TEST_F(ProgramTest, OpensItsOwnPortWithoutAnInheritedSocketAndNamesIt)
     ASSERT_NE(log.find(lead), std::string::npos) << log;
     TestClient client(std::atoi(log.c_str() + log.find(lead) + lead.size()));
     EXPECT_EQ(client.ask(":NO:SUCH:HEADER\n"), "-ERR -113, \"Undefined header\";+OK\r\n");
+}
+
+TEST_F(ProgramTest, ServesLocalClientsAndRemovesTheSocketAtTheEnd)
+{
+    const PrivateFolder folder;
+    const auto socket = folder.path() / "run/scpi.sock";
+    const auto begin = start({"--local-dir", socket.parent_path()});
+    {
+        ServiceProcess killed(begin);
+        killed.errors_until("ready");
+        EXPECT_TRUE(std::filesystem::exists(socket));
+    }
+    EXPECT_TRUE(std::filesystem::exists(socket)) << "nobody has removed it";
+    ServiceProcess service(begin);
+    service.errors_until("ready");
+    LocalClient client(socket);
+    client.send(":NO:SUCH:HEADER;:SYST:INF:NONE\n:SYST:ERR:SESS?\n:SYST:ERR:SESS?\n");
+    EXPECT_EQ(client.line(), "\n");
+    EXPECT_EQ(client.line(), "-113,\"Undefined header\",-113,\"Undefined header\"\n");
+    EXPECT_EQ(client.line(), "0,\"No error\"\n");
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.exit_code(), kExitDone);
+    EXPECT_EQ(client.rest(), "");
+    EXPECT_FALSE(std::filesystem::exists(socket));
 }
 
 TEST_F(ProgramTest, APortInUseIsReportedWithExitCodeOne)
