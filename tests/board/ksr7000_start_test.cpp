@@ -233,6 +233,7 @@ TEST_F(Ksr7000Start, DestructionStopsTheChargeMonitorThenTheFanThenClosesTheBus)
 TEST_F(Ksr7000Start, EndsItsBusBeforeItsMaintenanceServer)
 {
     start_without_battery();
+    wait_for_maintenance_server();
     board->trace().clear();
     end_without_frames_before_the_bus_ends();
     const Lines lines = board->trace().lines_with({"spi close", "log 6 [CUdpServer]::WaitForEvent"});

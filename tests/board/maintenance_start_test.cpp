@@ -114,6 +114,7 @@ TEST_F(BenchtopStart, EndsItsBusBeforeItsMaintenanceServer)
 {
     store(settled_settings());
     start_and_settle();
+    wait_for_maintenance_server();
     board->trace().clear();
     end_without_frames_before_the_bus_ends();
     const auto lines = board->trace().lines_with({"spi close", "log 6 [CUdpServer]::WaitForEvent"});

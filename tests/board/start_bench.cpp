@@ -213,6 +213,13 @@ void StartBench::end_without_frames_before_the_bus_ends()
     end([this] { return !board->trace().lines_with({"spi close"}).empty(); });
 }
 
+void StartBench::wait_for_maintenance_server()
+{
+    const orvan_test::MaintenanceClient client;
+    client.send(orvan_test::FrameHeader{"HEID"}.bytes(), HaldeElec::Orvan::PORTUDP);
+    EXPECT_FALSE(client.receive().empty());
+}
+
 void StartBench::end(const std::function<bool()>& frames_are_due)
 {
     std::atomic<bool> done = false;

@@ -80,6 +80,8 @@ protected:
     void end() { end({}); }
     /** The same, but no frame arrives until the SPI port is closed. */
     void end_without_frames_before_the_bus_ends();
+    /** A server that has not been scheduled since its start would end without a frame. */
+    static void wait_for_maintenance_server();
     /** Call before every start: the table holds real addresses. */
     void connect_modules();
 
