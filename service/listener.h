@@ -5,22 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "process/listening.h"
 #include <unique_fd.h>
 
 namespace orvan_service {
 
-/**
- * Opens listening TCP sockets (non-blocking, close-on-exec).
- *
- * With an empty `address`: one socket for all IPv4 addresses and one for all IPv6 addresses; without the
- * latter if the machine has no IPv6. They are separate because a client counts as the instrument's own by its
- * IPv4 peer address, which a dual-stack socket would hide.
- *
- * @param address a numeric IPv4 or IPv6 address, or empty.
- * @param port 0 selects a free one, the same for both.
- * @throws std::runtime_error with a text for the user.
- */
-std::vector<orvan_common::UniqueFd> open_listeners(const std::string& address, uint16_t port);
+using orvan_common::local_address;
+using orvan_common::open_listeners;
+using orvan_common::peer_address;
+using orvan_common::port_of;
 
 /** The standard port of SCPI on a raw socket, used if the port of the settings is unusable. */
 inline constexpr uint16_t kUsualPort = 5025;
@@ -49,23 +42,11 @@ struct Listeners {
 };
 
 /**
- * Takes the listening sockets that the parent process passed as descriptors 3 and up, as counted by
- * LISTEN_FDS for the process LISTEN_PID, and clears these variables so that children do not inherit them.
- * Those that LISTEN_FDNAMES, names separated by colons, calls "hislip" are for HiSLIP, all others raw.
+ * As orvan_common::inherited_sockets(): those called "hislip" are for HiSLIP, all others raw.
  *
- * @return empty if none were passed to this process.
  * @throws std::runtime_error if the variables are invalid or a descriptor is not a listening socket.
  */
 Listeners inherited_listeners();
-
-/** Local port of a TCP socket. */
-uint16_t port_of(int socket);
-
-/** "127.0.0.1:5025" or "[::1]:5025": the address of a listening socket. */
-std::string local_address(int socket);
-
-/** The peer address of a TCP connection, in the same form; "?" when no longer known. */
-std::string peer_address(int socket);
 
 /** Discards received data, as closing with unread bytes would send a reset, which may overtake the last
  *  reply. */

@@ -1,42 +1,17 @@
 #include "process.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <signal.h>
-#include <system_error>
 
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <syslog.h>
 
 namespace orvan_service {
-namespace {
-
-constexpr int kStopSignals[] = {SIGTERM, SIGINT};
-
-std::atomic<int> g_stop_event{-1};
-
-void request_stop(int)
-{
-    const int saved_errno = errno;
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written =
-        ::write(g_stop_event.load(std::memory_order_relaxed), &one, sizeof one);
-    errno = saved_errno;
-}
-
-} // namespace
-
-void ignore_broken_pipes()
-{
-    ::signal(SIGPIPE, SIG_IGN);
-}
 
 size_t raise_descriptor_limit()
 {
@@ -70,33 +45,6 @@ void open_log(int level, bool to_stderr)
 {
     ::openlog("orvan-service", LOG_PID | (to_stderr ? LOG_PERROR : 0), LOG_DAEMON);
     ::setlogmask(LOG_UPTO(level));
-}
-
-StopRequest::StopRequest() : m_event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-{
-    if (!m_event) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-    g_stop_event = m_event.get();
-    struct sigaction action {};
-    action.sa_handler = request_stop;
-    action.sa_flags = SA_RESTART;
-    for (const int signal : kStopSignals) {
-        ::sigaction(signal, &action, nullptr);
-    }
-}
-
-void StopRequest::request()
-{
-    request_stop(0);
-}
-
-StopRequest::~StopRequest()
-{
-    for (const int signal : kStopSignals) {
-        ::signal(signal, SIG_DFL);
-    }
-    g_stop_event = -1;
 }
 
 void leave(int exit_code)

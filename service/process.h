@@ -3,12 +3,12 @@
 
 #include <cstddef>
 
-#include <unique_fd.h>
+#include "process/stop_request.h"
 
 namespace orvan_service {
 
-/** Ignores SIGPIPE: a client or module closing its side at the wrong moment must not end the process. */
-void ignore_broken_pipes();
+using orvan_common::ignore_broken_pipes;
+using orvan_common::StopRequest;
 
 /**
  * Maximum number of open descriptors. Each client uses one, and each frame of the maintenance protocol leaks
@@ -41,28 +41,6 @@ void limit_thread_stacks();
 
 /** Opens the system log for the whole process; messages below `level` are dropped at once. */
 void open_log(int level, bool to_stderr);
-
-/**
- * SIGTERM, SIGINT and request() as a descriptor that becomes, and stays, readable at the first of them. Only
- * one object at a time per process; its destruction restores the signals.
- *
- * The signals are caught rather than blocked: programs started by the library would inherit a blocked signal.
- */
-class StopRequest {
-public:
-    StopRequest();
-    ~StopRequest();
-    StopRequest(const StopRequest&) = delete;
-    StopRequest& operator=(const StopRequest&) = delete;
-
-    int descriptor() const { return m_event.get(); }
-
-    /** Requests a stop from within the process. Any thread; does nothing without an object. */
-    static void request();
-
-private:
-    orvan_common::UniqueFd m_event;
-};
 
 /**
  * Exits the process without running the destructors of static objects and of the device. They would wait for
