@@ -1,0 +1,31 @@
+import { byId, setText } from "./dom.js";
+
+const NEXT = { auto: "light", light: "dark", dark: "auto" };
+const WORDS = { auto: "Auto", light: "Light", dark: "Dark" };
+
+function show(theme) {
+  const button = byId("theme");
+  setText(button, WORDS[theme]);
+  button.dataset.theme = theme;
+  button.setAttribute("aria-label", `Colours: ${WORDS[theme]}. Change to ${WORDS[NEXT[theme]]}`);
+}
+
+export function startThemeButton() {
+  let theme = document.documentElement.dataset.theme ?? "auto";
+  show(theme);
+  byId("theme").addEventListener("click", () => {
+    theme = NEXT[theme];
+    if (theme === "auto") {
+      delete document.documentElement.dataset.theme;
+    } else {
+      document.documentElement.dataset.theme = theme;
+    }
+    try {
+      localStorage.setItem("theme", theme);
+    } catch {
+      // It lasts until the page is closed then.
+    }
+    show(theme);
+    document.dispatchEvent(new Event("themechange"));
+  });
+}
