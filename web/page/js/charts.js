@@ -125,7 +125,7 @@ export const refreshCharts = resume;
 
 export async function startCharts() {
   byId("chart-legend").replaceChildren(...numbers().map((number) =>
-    el("li", { data: { channel: number }, textContent: `CH ${number}` })));
+    el("li", { data: { channel: number }, textContent: `CH${number}` })));
   try {
     await loadLibrary();
   } catch (error) {

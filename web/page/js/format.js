@@ -2,7 +2,7 @@
 
 const LARGE = [["G", 1e9], ["M", 1e6], ["k", 1e3], ["", 1]];
 const SMALL = [["", 1], ["m", 1e3], ["µ", 1e6], ["n", 1e9]];
-const UNITS = { deg: "°", percent: "%" };
+const UNITS = { deg: "°" };
 const THIN_SPACE = "\u2009";
 
 /** `[text of the number, prefix]`, with at most `digits` significant digits. */
@@ -34,7 +34,7 @@ function grouped(text) {
 
 function withUnit(number, prefix, unit) {
   const shown = prefix + (UNITS[unit] ?? unit);
-  return shown ? `${number} ${shown}` : number;
+  return shown && shown !== "°" ? `${number} ${shown}` : number + shown;
 }
 
 /** For reading. */
@@ -58,8 +58,7 @@ export function formatForEdit(value, setting) {
     return value === null || value === undefined ? "" : String(value);
   }
   const [number, prefix] = scaled(value, setting.unit, 15);
-  const unit = setting.unit === "percent" ? "%" : setting.unit;
-  return unit ? `${number} ${prefix}${unit}` : number;
+  return setting.unit ? `${number} ${prefix}${setting.unit}` : number;
 }
 
 /** "50 kHz to 20 GHz", or an empty text. */

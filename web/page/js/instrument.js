@@ -44,8 +44,8 @@ function showHealth(instrument) {
   const running = service.running;
   const charge = battery?.charge_percent;
   const rows = [
-    ["Service", service.reachable === false ? "does not answer" : "running"],
-    ["Since", typeof service.uptime_s === "number" ? formatClockOrDay(startOf(instrument)) : "–"],
+    ["Service", service.reachable === false ? "does not answer" : ["running", typeof service.uptime_s === "number" &&
+      `since ${formatClockOrDay(startOf(instrument))}`].filter(Boolean).join(" ")],
     ["Running", running ? `${running.message} (${running.client}, ${formatDuration(running.for_s)})` : "nothing"],
     ["Fan", fan?.mode ?? "–"],
     ["Battery", typeof charge === "number" ? `${Math.round(charge)} %` : "none"],

@@ -22,8 +22,9 @@ function row(setup, powerUp) {
     return element;
   };
   return el("tr", { data: { setup: setup.setup } },
-    el("th", { scope: "row" }, name, ...(setup.setup === powerUp ? [el("span", { className: "tag", textContent: "power-up" })] : [])),
-    el("td", { className: setup.stored ? "" : "quiet", textContent: storedText(setup) }),
+    el("th", { scope: "row" }, el("div", { className: "setup-name" }, el("span", { textContent: name }),
+      el("span", { className: "quiet", textContent: storedText(setup) }),
+      ...(setup.setup === powerUp ? [el("span", { className: "tag", textContent: "power-up" })] : []))),
     el("td", {}, el("div", { className: "row-buttons" },
       button("Store", store, !setup.factory),
       button("Recall", recall, setup.stored),
