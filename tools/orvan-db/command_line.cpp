@@ -7,11 +7,11 @@
 
 #include <poll.h>
 
-#include "element_text.h"
+#include "channel_records/element_text.h"
+#include "channel_records/records.h"
+#include "channel_records/setup_file.h"
 #include "options.h"
 #include "output.h"
-#include "records.h"
-#include "setup_file.h"
 
 namespace orvan_db {
 namespace {
@@ -40,7 +40,7 @@ using Printed = std::map<std::pair<int, int>, std::string>;
 void print_changes(const Options& options, const Items& items, Printed& printed)
 {
     for (const Item& item : items) {
-        std::string now = stored_bytes(OrvanData::orvanMap[item.tag], *item.record);
+        std::string now = orvan_records::stored_bytes(OrvanData::orvanMap[item.tag], *item.record);
         const auto [known, is_new] = printed.try_emplace({item.channel, item.tag});
         if (is_new || known->second != now) {
             known->second = std::move(now);
@@ -58,9 +58,9 @@ bool pause(std::chrono::milliseconds interval, int stop)
 }
 
 // The records of an instrument that has the chosen channel; empty, with a message, when there is none.
-Records chosen_records(const Options& options, const char* object, const char* when_gone)
+orvan_records::Records chosen_records(const Options& options, const char* object, const char* when_gone)
 {
-    Records records = read_records(object);
+    orvan_records::Records records = orvan_records::read_records(object);
     if (records.empty()) {
         complain(kExitNoInstrument, when_gone);
     } else if (options.channel > static_cast<int>(records.size())) {
@@ -78,7 +78,7 @@ int show_records(const Options& options, const char* object, int stop)
 {
     Printed printed;
     do {
-        const Records records =
+        const orvan_records::Records records =
             chosen_records(options, object, printed.empty() ? kNoInstrument : "the instrument is gone");
         if (records.empty()) {
             return kExitNoInstrument;
@@ -96,7 +96,7 @@ int show_records(const Options& options, const char* object, int stop)
 int show_setup(const Options& options, const char* object)
 {
     std::string complaint;
-    const auto setup = read_setup(options.setup, complaint);
+    const auto setup = orvan_records::read_setup(options.setup, complaint);
     if (!setup) {
         return complain(kExitBadSetup, options.setup + ": " + complaint);
     }
@@ -107,7 +107,7 @@ int show_setup(const Options& options, const char* object)
         print(options, setup_items(options, *setup));
         return kExitDone;
     }
-    const Records records = chosen_records(options, object, kNoInstrument);
+    const orvan_records::Records records = chosen_records(options, object, kNoInstrument);
     if (records.empty()) {
         return kExitNoInstrument;
     }

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "element_text.h"
+#include "channel_records/element_text.h"
 #include <orvan_element_names.h>
 
 namespace orvan_db {
@@ -35,19 +35,19 @@ cJSON* channel_json(const Item& item)
 cJSON* value_json(const Item& item)
 {
     const OrvanElementData& element = OrvanData::orvanMap[item.tag];
-    cJSON* const value = element_json(element, *item.record);
+    cJSON* const value = orvan_records::element_json(element, *item.record);
     if (item.setup == nullptr) {
         return value;
     }
     cJSON* const both = cJSON_CreateObject();
     cJSON_AddItemToObject(both, "live", value);
-    cJSON_AddItemToObject(both, "setup", element_json(element, *item.setup));
+    cJSON_AddItemToObject(both, "setup", orvan_records::element_json(element, *item.setup));
     return both;
 }
 
 } // namespace
 
-Items live_items(const Options& options, const Records& records)
+Items live_items(const Options& options, const orvan_records::Records& records)
 {
     Items items;
     for (int channel = 1; channel <= static_cast<int>(records.size()); ++channel) {
@@ -61,20 +61,22 @@ Items live_items(const Options& options, const Records& records)
     return items;
 }
 
-Items setup_items(const Options& options, const Setup& setup)
+Items setup_items(const Options& options, const orvan_records::Setup& setup)
 {
     Items items = chosen_items(options, options.channel, setup.record);
     std::erase_if(items, [&](const Item& item) { return !setup.present[static_cast<size_t>(item.tag)]; });
     return items;
 }
 
-Items differing_items(const Options& options, const Records& records, const Setup& setup)
+Items differing_items(const Options& options, const orvan_records::Records& records,
+                      const orvan_records::Setup& setup)
 {
     Items items = live_items(options, records);
     std::erase_if(items, [&](const Item& item) {
         const OrvanElementData& element = OrvanData::orvanMap[item.tag];
-        return !setup.present[static_cast<size_t>(item.tag)] || !is_recalled(item.tag) ||
-               stored_bytes(element, *item.record) == stored_bytes(element, setup.record);
+        return !setup.present[static_cast<size_t>(item.tag)] || !orvan_records::is_recalled(item.tag) ||
+               orvan_records::stored_bytes(element, *item.record) ==
+                   orvan_records::stored_bytes(element, setup.record);
     });
     for (Item& item : items) {
         item.setup = &setup.record;
@@ -115,9 +117,9 @@ std::string item_line(const Options& options, const Item& item)
     char names[80];
     std::snprintf(names, sizeof names, "%s  %-23s %-33s ", channel.c_str(), name.tag,
                   (std::string(name.section) + "." + name.field).c_str());
-    std::string line = names + element_text(element, *item.record);
+    std::string line = names + orvan_records::element_text(element, *item.record);
     if (item.setup != nullptr) {
-        line += " -> " + element_text(element, *item.setup);
+        line += " -> " + orvan_records::element_text(element, *item.setup);
     }
     return line;
 }

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "channel_records/records.h"
+#include "channel_records/setup_file.h"
 #include "options.h"
-#include "records.h"
-#include "setup_file.h"
 
 namespace orvan_db {
 
@@ -22,13 +22,14 @@ struct Item {
 using Items = std::vector<Item>;
 
 /** The chosen elements of the chosen channels. They refer to `records`. */
-Items live_items(const Options& options, const Records& records);
+Items live_items(const Options& options, const orvan_records::Records& records);
 
 /** The chosen elements that a setup has, under the chosen channel. They refer to `setup`. */
-Items setup_items(const Options& options, const Setup& setup);
+Items setup_items(const Options& options, const orvan_records::Setup& setup);
 
 /** The live items that a recall of the setup would change. They refer to both. */
-Items differing_items(const Options& options, const Records& records, const Setup& setup);
+Items differing_items(const Options& options, const orvan_records::Records& records,
+                      const orvan_records::Setup& setup);
 
 /**
  * The items as one JSON object, `{"channels":[{"channel":1,"ODT_..":..}]}`. The channel of a file is null; a

@@ -8,12 +8,13 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "orvan-db/setup_file.h"
+#include "channel_records/setup_file.h"
 #include "orvan_db_bench.h"
 #include "support/loopback.h"
 #include <orvan_element_names.h>
 
 using namespace orvan_db;
+using namespace orvan_records;
 using namespace orvan_test;
 
 namespace {

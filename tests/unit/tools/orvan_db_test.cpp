@@ -13,14 +13,15 @@
 
 #include <gtest/gtest.h>
 
-#include "orvan-db/element_text.h"
+#include "channel_records/element_text.h"
+#include "channel_records/records.h"
 #include "orvan-db/options.h"
-#include "orvan-db/records.h"
 #include "orvan_db_bench.h"
 #include "support/loopback.h"
 #include <orvan_element_names.h>
 
 using namespace orvan_db;
+using namespace orvan_records;
 using namespace orvan_test;
 
 // ---- the options

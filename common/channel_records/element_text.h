@@ -1,5 +1,5 @@
-#ifndef ORVAN_DB_ELEMENT_TEXT_H
-#define ORVAN_DB_ELEMENT_TEXT_H
+#ifndef ORVAN_CHANNEL_RECORDS_ELEMENT_TEXT_H
+#define ORVAN_CHANNEL_RECORDS_ELEMENT_TEXT_H
 
 #include <string>
 
@@ -7,7 +7,7 @@
 
 #include <dataorvan.h>
 
-namespace orvan_db {
+namespace orvan_records {
 
 /** The bytes of an element, for comparison; of a text, those up to its end. */
 std::string stored_bytes(const OrvanElementData& element, const ORVAN_CONFIG& record);
@@ -26,6 +26,6 @@ std::string element_text(const OrvanElementData& element, const ORVAN_CONFIG& re
  */
 cJSON* element_json(const OrvanElementData& element, const ORVAN_CONFIG& record);
 
-} // namespace orvan_db
+} // namespace orvan_records
 
 #endif

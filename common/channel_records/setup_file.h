@@ -1,5 +1,5 @@
-#ifndef ORVAN_DB_SETUP_FILE_H
-#define ORVAN_DB_SETUP_FILE_H
+#ifndef ORVAN_CHANNEL_RECORDS_SETUP_FILE_H
+#define ORVAN_CHANNEL_RECORDS_SETUP_FILE_H
 
 #include <bitset>
 #include <optional>
@@ -7,7 +7,7 @@
 
 #include <dataorvan.h>
 
-namespace orvan_db {
+namespace orvan_records {
 
 /** One channel's stored setup. */
 struct Setup {
@@ -30,6 +30,6 @@ std::optional<Setup> read_setup(const std::string& path, std::string& complaint)
  */
 bool is_recalled(int tag);
 
-} // namespace orvan_db
+} // namespace orvan_records
 
 #endif

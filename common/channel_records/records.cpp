@@ -1,4 +1,4 @@
-#include "records.h"
+#include "channel_records/records.h"
 
 #include <cerrno>
 
@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace orvan_db {
+namespace orvan_records {
 
 Records read_records(const char* object)
 {
@@ -31,4 +31,4 @@ Records read_records(const char* object)
     return records;
 }
 
-} // namespace orvan_db
+} // namespace orvan_records

@@ -1,12 +1,12 @@
-#ifndef ORVAN_DB_RECORDS_H
-#define ORVAN_DB_RECORDS_H
+#ifndef ORVAN_CHANNEL_RECORDS_RECORDS_H
+#define ORVAN_CHANNEL_RECORDS_RECORDS_H
 
 #include <string>
 #include <vector>
 
 #include <dataorvan.h>
 
-namespace orvan_db {
+namespace orvan_records {
 
 /** A copy of all channels' records; channel n at index n - 1. */
 using Records = std::vector<ORVAN_CONFIG>;
@@ -21,6 +21,6 @@ using Records = std::vector<ORVAN_CONFIG>;
  */
 Records read_records(const char* object);
 
-} // namespace orvan_db
+} // namespace orvan_records
 
 #endif

@@ -1,11 +1,11 @@
-#include "element_text.h"
+#include "channel_records/element_text.h"
 
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
-namespace orvan_db {
+namespace orvan_records {
 namespace {
 
 const char* place_of(const OrvanElementData& element, const ORVAN_CONFIG& record)
@@ -103,4 +103,4 @@ cJSON* element_json(const OrvanElementData& element, const ORVAN_CONFIG& record)
     return cJSON_CreateString(utf8.c_str());
 }
 
-} // namespace orvan_db
+} // namespace orvan_records

@@ -1,4 +1,4 @@
-#include "setup_file.h"
+#include "channel_records/setup_file.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,11 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "element_text.h"
+#include "channel_records/element_text.h"
 #include <element_json.h>
 #include <orvan_element_names.h>
 
-namespace orvan_db {
+namespace orvan_records {
 namespace {
 
 constexpr size_t kMostBytes = 1 << 20; // of OrvanData
@@ -161,4 +161,4 @@ bool is_recalled(int tag)
     }
 }
 
-} // namespace orvan_db
+} // namespace orvan_records
