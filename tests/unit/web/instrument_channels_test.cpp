@@ -92,8 +92,12 @@ TEST_F(ChannelsTest, RecordsWrongValueIsNeverShownIfItIsOutsideTheLimits)
         service.other_client(1, ":FREQ " + std::to_string(i + 1) + ".5GHz");
         ASSERT_TRUE(shows(1, "frequency_hz", (i + 1.5) * 1e9));
     }
-    EXPECT_THAT(changes(), Each(Not(HasSubstr("\"frequency_hz\":1.5,"))));
-    EXPECT_THAT(changes(), Each(Not(HasSubstr("\"frequency_hz\":2.5}"))));
+    for (const std::string& change : changes()) {
+        const Json json = parse_json(change);
+        if (cJSON_HasObjectItem(json.get(), "frequency_hz") != 0) {
+            EXPECT_GE(number_member(json.get(), "frequency_hz"), 50e3) << change;
+        }
+    }
 }
 
 TEST_F(ChannelsTest, SwitchIsTakenFromTheRecordAndNotAskedFor)
