@@ -23,10 +23,10 @@ struct Options {
     std::string produce; /**< model to produce; empty: serve */
     std::string serial;
     std::string address;
-    std::optional<uint16_t> port;        /**< default: the one in the settings */
-    bool hislip = true;                  /**< whether to listen for HiSLIP */
-    std::optional<uint16_t> hislip_port; /**< default: the standard one, if it is free */
-    bool vxi11 = true;                   /**< whether to serve VXI-11, if there is an rpcbind */
+    std::optional<uint16_t> port;         /**< default: the one in the settings */
+    bool hislip = true;                   /**< whether to listen for HiSLIP */
+    std::optional<uint16_t> hislip_port;  /**< default: the standard one, if it is free */
+    bool vxi11 = true;                    /**< whether to serve VXI-11, if there is an rpcbind */
     std::string local_dir = "/run/orvan"; /**< folder of the Unix sockets; empty: none */
     int max_clients = 256;
     int message_memory = 64; /**< MB */
