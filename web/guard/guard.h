@@ -12,6 +12,7 @@
 #include "guard/host_names.h"
 #include "guard/password_worker.h"
 #include "guard/sessions.h"
+#include "http/access.h"
 #include "http/server.h"
 
 namespace orvan_web {
@@ -20,13 +21,6 @@ struct GuardOptions {
     std::filesystem::path state; /**< folder of the password and the tokens */
     bool read_only = false;
     bool changes_without_password = false;
-};
-
-/** What the page may do, as the instrument's document has it. */
-struct Access {
-    bool changes = false; /**< whether changes are possible at all, after giving the password if one is set */
-    bool password_set = false;
-    std::string reason; /**< why changes are not possible */
 };
 
 /**
