@@ -1,8 +1,9 @@
-// Generates the SCPI reference from the library's command table and the descriptions.
+// Generates the SCPI reference, and the commands for the console of the web page, from the library's command
+// table and the descriptions.
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 
 #include "descriptions.h"
 #include "orvan_sdk/scpi-parser/scpi-def.h"
@@ -50,14 +51,16 @@ int write(const char* path, const std::string& wanted)
 
 int main(int argc, char** argv)
 {
-    const bool checks = argc == 4 && std::strcmp(argv[1], "check") == 0;
-    if (!checks && (argc != 4 || std::strcmp(argv[1], "write") != 0)) {
-        std::fputs("usage: scpi-reference check|write DESCRIPTIONS DOCUMENT\n", stderr);
+    const std::string_view verb = argc == 4 ? argv[1] : "";
+    const bool checks = verb == "check" || verb == "check-json";
+    if (!checks && verb != "write" && verb != "write-json") {
+        std::fputs("usage: scpi-reference check|write|check-json|write-json DESCRIPTIONS DOCUMENT\n", stderr);
         return 2;
     }
     try {
+        const auto make = verb.ends_with("json") ? render_json : render;
         const std::string wanted =
-            render(parse_descriptions(read_file(argv[2])), {scpi_commands, OrvanX_cmdBypass});
+            make(parse_descriptions(read_file(argv[2])), {scpi_commands, OrvanX_cmdBypass});
         return checks ? check(argv[3], wanted) : write(argv[3], wanted);
     } catch (const Complaint& complaint) {
         std::fprintf(stderr, "%s: %s\n", argv[2], complaint.what());

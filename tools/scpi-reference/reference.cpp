@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "header_forms.h"
+#include "json_text.h"
 #include <scpi/error.h>
 
 namespace scpi_reference {
@@ -201,6 +202,20 @@ std::string render(const Descriptions& descriptions, const CommandTable& table)
     const RowsByHeader rows = rows_by_header(table.rows);
     check(descriptions, table, rows);
     return Writer(table, rows).document(descriptions);
+}
+
+std::string render_json(const Descriptions& descriptions, const CommandTable& table)
+{
+    check(descriptions, table, rows_by_header(table.rows));
+    std::string text = "{\"commands\":[";
+    const char* separator = "\n";
+    for (const Section& section : descriptions.sections) {
+        for (const Description& command : section.commands) {
+            text += separator + command_json(command);
+            separator = ",\n";
+        }
+    }
+    return text + "\n]}\n";
 }
 
 std::string difference(const std::string& document, const std::string& wanted)

@@ -23,6 +23,14 @@ struct CommandTable {
  */
 std::string render(const Descriptions& descriptions, const CommandTable& table);
 
+/**
+ * The commands for programs that help to enter them, as JSON with a command a line: header, forms, what it
+ * does, and the parameters of its set form.
+ *
+ * @throw Complaint as render()
+ */
+std::string render_json(const Descriptions& descriptions, const CommandTable& table);
+
 /** Describes the first line in which a document differs from what it should be; empty if none. */
 std::string difference(const std::string& document, const std::string& wanted);
 

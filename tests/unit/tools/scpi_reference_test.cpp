@@ -168,6 +168,20 @@ The identity.
 )");
 }
 
+TEST(ReferenceDocument, CommandsAreJsonWithoutMarkdown)
+{
+    const std::string fan = "@ :SYSTem:FAN:MODE\nwhat     The `fans`.\nwhat     \"Both\".\nset      <mode>\n"
+                            "param    <mode>  `AUTO` or `FIXED`.\nexample\n> :SYST:FAN:MODE AUTO\n< +OK\n";
+    EXPECT_EQ(render_json(parse_descriptions(kBegin + kFrequency + fan + kIdn), {kRows, forwarded}),
+              R"({"commands":[
+{"header":"[:SOURce]:FREQuency","set":true,"query":true,"text":"The frequency of the carrier.","parameters":"<frequency>. <frequency>: Hz, from 8 kHz. Reply: In hertz."},
+{"header":":SYSTem:FAN:MODE","set":true,"query":false,"text":"The fans. \"Both\".","parameters":"<mode>. <mode>: AUTO or FIXED."},
+{"header":"*IDN","set":false,"query":true,"text":"The identity.","parameters":"Reply: Four fields."}
+]}
+)");
+    EXPECT_THROW(render_json(parse_descriptions(kBegin + kFan + kIdn), {kRows, forwarded}), Complaint);
+}
+
 TEST(ReferenceDocument, ARowWithoutADescriptionIsNamed)
 {
     EXPECT_EQ(complaint(kBegin + kFrequency + kIdn), "the row :SYSTem:FAN:MODE is not described");
