@@ -7,11 +7,13 @@ SIGUSR1 takes the instrument's service away and brings it back.
 """
 
 import argparse
+import contextlib
 import json
 import pathlib
 import queue
 import signal
 import socket
+import sys
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
@@ -181,6 +183,7 @@ class MockServer(ThreadingHTTPServer):
         self.gate = threading.Event()  # while it is clear, changes wait for the module's answer
         self.gate.set()
         self.viewers = []
+        self.connections = set()
         instrument.changed = self.publish
 
     @property
@@ -217,13 +220,29 @@ class MockServer(ThreadingHTTPServer):
         return self
 
     def stop(self):
-        """As if the process had ended: the listener and every stream are closed."""
+        """As if the process had ended: the listener and every connection are closed, idle ones too."""
         self.shutdown()
-        self.socket.shutdown(socket.SHUT_RDWR)
         self.server_close()
         with self.instrument.lock:
             for viewer in self.viewers:
                 viewer.put(None)
+            for connection in self.connections:
+                with contextlib.suppress(OSError):  # the client has closed it
+                    connection.shutdown(socket.SHUT_RDWR)
+
+    def process_request(self, request, client_address):
+        with self.instrument.lock:
+            self.connections.add(request)
+        super().process_request(request, client_address)
+
+    def shutdown_request(self, request):
+        with self.instrument.lock:
+            self.connections.discard(request)
+        super().shutdown_request(request)
+
+    def handle_error(self, request, client_address):
+        if not isinstance(sys.exc_info()[1], ConnectionError):
+            super().handle_error(request, client_address)
 
 
 def main():

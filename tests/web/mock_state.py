@@ -332,7 +332,9 @@ class Instrument:
 
     @staticmethod
     def short_form(header):
-        nodes = [node for node in header.upper().split(":") if node not in ("", "SOUR", "SOURCE", "STAT", "STATE")]
+        nodes = [node for node in header.upper().split(":") if node not in ("", "STAT", "STATE")]
+        if nodes and nodes[0] in ("SOUR", "SOURCE"):
+            nodes.pop(0)
         known = {":".join([""] + nodes)}
         for candidate in BY_HEADER:
             parts = candidate.split(":")[1:]

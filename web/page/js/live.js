@@ -26,9 +26,14 @@ export function follow(state) {
     });
   }
 
-  function connect() {
+  function pause() {
     clearTimeout(retry);
     source?.close();
+    live = false;
+  }
+
+  function connect() {
+    pause();
     source = new EventSource("api/v1/events");
     handle("instrument", applyInstrument);
     handle("channel", applyChannel);
@@ -37,10 +42,8 @@ export function follow(state) {
   }
 
   function lose() {
-    source.close();
-    live = false;
+    pause();
     state("lost");
-    clearTimeout(retry);
     retry = setTimeout(connect, RETRY_MS[Math.min(failures++, RETRY_MS.length - 1)]);
   }
 
@@ -59,5 +62,11 @@ export function follow(state) {
 
   setInterval(check, ANSWER_MS);
   window.addEventListener("online", connect);
-  connect();
+  // A page that nobody sees costs the instrument nothing, and a browser has few connections to one server.
+  document.addEventListener("visibilitychange", () => (document.hidden ? pause() : connect()));
+  window.addEventListener("pagehide", pause);
+  window.addEventListener("pageshow", (event) => event.persisted && connect());
+  if (!document.hidden) {
+    connect();
+  }
 }
