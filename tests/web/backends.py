@@ -122,6 +122,10 @@ class Virtual:
     def restore_web(self):
         pass
 
+    def warm(self, module, celsius):
+        """Sets the temperature of a module."""
+        self.ctl("temp", module, celsius)
+
     def _touch(self, module):
         """Somebody's query, by which the controller notices how a module is."""
         try:

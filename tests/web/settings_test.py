@@ -111,7 +111,7 @@ class Settings(PageCase):
     def test_a_group_shows_its_state_while_it_is_closed(self):
         self.wait_equal(lambda: self.group_state(2, "Amplitude modulation"), "off", "AM is off")
         self.scpi(2, ":AM:INT:FREQ 2kHz;:AM:DEPT 45;:AM ON")
-        self.wait_equal(lambda: self.group_state(2, "Amplitude modulation"), "on · 2 kHz · 45 %", "AM is on")
+        self.wait_equal(lambda: self.group_state(2, "Amplitude modulation"), "on · 45 %", "AM is on")
         self.open_group(2, "Amplitude modulation")
         self.switch(2, "am/enabled").click()
         self.wait_equal(lambda: self.scpi(2, ":AM?"), "0", "AM is off")

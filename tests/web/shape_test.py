@@ -6,7 +6,7 @@ import mock_server
 from page_case import PageCase
 
 MOST_COMPRESSED = 120_000
-WIDTHS = [(360, 740), (390, 844), (768, 1024), (1024, 768), (1440, 900), (1920, 1080), (3840, 2160)]
+WIDTHS = [(360, 740), (390, 844), (768, 1024), (1024, 768), (1210, 800), (1280, 720), (1440, 900), (1920, 1080), (3840, 2160)]
 
 
 class Shape(PageCase):
@@ -57,6 +57,7 @@ class Shape(PageCase):
         self.assertEqual(self.js("return window.layoutShifts"), [])
 
     def test_the_observer_of_shifts_sees_one(self):
+        self.wait(lambda: "now" in self.css("#chart-level").get_attribute("aria-label"), "the page has been painted")
         self.js("""const block = document.createElement('div');
                    block.style.height = '300px';
                    document.getElementById('main').before(block);""")

@@ -25,13 +25,13 @@ function makeControl(setting, number) {
   }
 }
 
-/** `[["Output", [setting, ...]], ...]` in the order of the table. */
+/** Group name to settings, in the order of the table. */
 function groupsOf(settings) {
   const groups = new Map();
   for (const setting of settings) {
     groups.set(setting.group, [...(groups.get(setting.group) ?? []), setting]);
   }
-  return [...groups];
+  return groups;
 }
 
 export class Card {
@@ -51,13 +51,10 @@ export class Card {
     this.kind = el("p", { className: "kind quiet" });
     this.temperature = el("p", { className: "temperature", title: "Temperature of the module" });
     this.trouble = el("p", { className: "trouble", role: "status" });
-    const [prominent, others] = [[], []];
-    for (const [name, members] of groupsOf(settings)) {
-      (name === PROMINENT ? prominent : others).push([name, members]);
-    }
+    const groups = groupsOf(settings);
     this.body = el("div", { className: "body" },
-      el("div", { className: "readout" }, ...prominent.flatMap(([, members]) => this.elementsOf(members))),
-      el("div", { className: "groups" }, ...others.map(([name, members]) => this.group(name, members))));
+      el("div", { className: "readout" }, ...this.elementsOf(groups.get(PROMINENT) ?? [])),
+      el("div", { className: "groups" }, ...[...groups].filter(([name]) => name !== PROMINENT).map(([name, members]) => this.group(name, members))));
     return el("article", {
       className: "card",
       "aria-labelledby": this.title.id,
@@ -109,8 +106,8 @@ export class Card {
     // A module that was seen keeps its place on the page, one that never was takes little of it.
     this.element.classList.toggle("short", state === "absent" && !this.seen);
     setText(this.trouble, {
-      absent: this.seen ? "The module has gone. Its last values are shown." : "No module is installed.",
-      failed: "The module does not answer. Its last values are shown.",
+      absent: this.seen ? "Module has gone: last values" : "No module",
+      failed: "Module does not answer: last values",
       well: "",
     }[state]);
     this.relock();
@@ -129,7 +126,7 @@ export class Card {
   }
 }
 
-/** `["on, 1 kHz", true]`: the switches of the group that are on, or the values of one without a main switch. */
+/** `["on · 30 %", true]`: the switches of the group that are on, or the values of one without a main switch. */
 function summarise(channel, settings) {
   const main = settings.filter(({ path }) => path.endsWith("/enabled"));
   if (main.length > 1) {
@@ -138,7 +135,8 @@ function summarise(channel, settings) {
   }
   if (main.length === 1) {
     const on = at(channel, main[0].path) === true;
-    const values = settings.filter(({ kind }) => kind === "number" || kind === "text").slice(0, 2)
+    // The rate of a modulation says less than its depth.
+    const values = settings.filter(({ kind, path }) => (kind === "number" && !path.endsWith("/frequency_hz")) || kind === "text").slice(0, 2)
       .map((setting) => format(at(channel, setting.path), setting));
     return [on ? ["on", ...values].filter(Boolean).join(" · ") : "off", on];
   }

@@ -4,6 +4,8 @@ import { Control } from "./control.js";
 import { el, setText } from "./dom.js";
 import { format, formatForEdit } from "./format.js";
 
+const MOST_LARGE = 13; // characters that fit into a readout in its usual size
+
 export class Field extends Control {
   constructor(setting, number) {
     super(setting, number);
@@ -72,6 +74,7 @@ export class Field extends Control {
     if (this.draft === null && this.input.value !== text) {
       this.input.value = text;
     }
+    this.element.classList.toggle("long", this.input.value.length > MOST_LARGE);
     this.input.readOnly = this.locked || this.pending;
     this.element.classList.toggle("draft", this.draft !== null);
     this.element.classList.toggle("locked", this.locked);

@@ -19,7 +19,7 @@ const fact = ([name, value, extra]) => el("div", {}, el("dt", { textContent: nam
 function showIdentity(instrument) {
   const name = instrument.model ?? "Signal generator";
   setText(byId("model"), name);
-  setText(byId("maker"), [instrument.manufacturer, instrument.serial && `No. ${instrument.serial}`]
+  setText(byId("maker"), [instrument.serial && `No. ${instrument.serial}`, instrument.manufacturer]
     .filter(Boolean).join(" · ") || "\u00a0");
   document.title = [name, instrument.hostname].filter(Boolean).join(" · ");
   const network = instrument.network ?? {};
