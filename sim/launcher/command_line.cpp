@@ -1,5 +1,7 @@
 #include "command_line.h"
 
+#include <cstdio>
+
 #include <CLI/CLI.hpp>
 
 #include "verbs.h"
@@ -9,9 +11,10 @@ namespace orvan_launcher {
 namespace {
 
 constexpr int kBadCommandLine = 2;
-constexpr const char* kNoModules = "none";
+constexpr const char* kNone = "none";
 
-CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool& no_sandbox)
+CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& http_port, std::string& modules,
+                  bool& no_sandbox)
 {
     CLI::App* run = app.add_subcommand("run", "Start a virtual instrument and serve it until Ctrl-C");
     run->add_option("--model", options.model,
@@ -26,11 +29,18 @@ CLI::App* add_run(CLI::App& app, RunOptions& options, std::string& modules, bool
                     "TCP port of HiSLIP on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
+    run->add_option(
+           "--http-port", http_port,
+           "TCP port of the page on 127.0.0.1; 0 takes a free one, 'none' leaves the page out; default: "
+           "8080, or a free one if that is in use")
+        ->check(CLI::Range(0, 65535) | CLI::IsMember({kNone}))
+        ->take_last();
+    run->add_flag("--open", options.open_page, "Open the page in a browser once the instrument is ready");
     run->add_option("--maint-port", options.maintenance_port, "UDP port on 127.0.0.1; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     run->add_option("--modules", modules, "Modules fitted, 0 to 4 or 'none'; default: one for each channel")
-        ->check(CLI::IsMember({kNoModules, "0", "1", "2", "3", "4"}));
+        ->check(CLI::IsMember({kNone, "0", "1", "2", "3", "4"}));
     run->add_option("--clock-rate", options.clock_rate,
                     "How many times faster than real time the board's clock runs: waits, fan and temperature "
                     "periods, the battery")
@@ -178,12 +188,13 @@ int run_command_line(int argc, const char* const* argv)
     app.require_subcommand(1);
 
     RunOptions options;
+    std::string http_port;
     std::string modules;
     bool no_sandbox = false;
     std::string state;
     std::string role = orvan_sandbox::Role::controller().name();
     std::vector<std::string> words;
-    CLI::App* run = add_run(app, options, modules, no_sandbox);
+    CLI::App* run = add_run(app, options, http_port, modules, no_sandbox);
     CLI::App* ctl = add_ctl(app, state, words);
     add_exec(app, state, role, words);
     try {
@@ -193,8 +204,16 @@ int run_command_line(int argc, const char* const* argv)
     }
     if (run->parsed()) {
         options.use_sandbox = !no_sandbox;
+        options.web = http_port != kNone;
+        if (options.web && !http_port.empty()) {
+            options.http_port = std::stoi(http_port);
+        }
+        if (options.open_page && !options.web) {
+            std::fputs("orvan-sim: --open needs a page, and --http-port none leaves it out\n", stderr);
+            return kBadCommandLine;
+        }
         if (!modules.empty()) {
-            options.modules = modules == kNoModules ? 0 : std::stoi(modules);
+            options.modules = modules == kNone ? 0 : std::stoi(modules);
         }
         return run_instance(options);
     }

@@ -7,16 +7,16 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "board_client.h"
+#include "browser.h"
+#include "restart_policy.h"
 #include "sockets.h"
 
 namespace orvan_launcher {
@@ -29,19 +29,6 @@ namespace {
 
 constexpr auto kHelperEnd = 3s;   /**< from SIGTERM to SIGKILL, of a module or rpcbind */
 constexpr auto kServiceEnd = 20s; /**< the same; the service may have to wait for a silent module first */
-
-/** As in the service's unit: Restart=on-failure, RestartSec and RestartPreventExitStatus. */
-constexpr auto kRestartDelay = 5s;
-constexpr int kBadOptions = 2;
-constexpr int kCleanSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
-
-bool is_restarted_after(int status)
-{
-    if (WIFSIGNALED(status)) {
-        return std::ranges::find(kCleanSignals, WTERMSIG(status)) == std::end(kCleanSignals);
-    }
-    return WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != kBadOptions;
-}
 
 constexpr int kFailed = 1;
 
@@ -64,9 +51,12 @@ void Instance::announce_ready()
     const int port = port_of(m_listener.get());
     std::printf("ready: %s, %d channel%s, %zu module%s\n", m_options.model.c_str(), m_model.channels,
                 m_model.channels == 1 ? "" : "s", m_modules.size(), m_modules.size() == 1 ? "" : "s");
-    std::printf("  SCPI         TCP %s:%d", kLoopback, port);
     if (m_ground->has_sandbox()) {
         m_lan_address = lan_address();
+    }
+    announce_page();
+    std::printf("  SCPI         TCP %s:%d", kLoopback, port);
+    if (m_ground->has_sandbox()) {
         std::printf(", and %s, port of its settings, from its LAN (orvan-sim exec --in lan)",
                     m_lan_address.c_str());
     }
@@ -80,6 +70,23 @@ void Instance::announce_ready()
     }
     std::printf("\n  state        %s%s\n", m_state.c_str(), m_temporary ? " (removed at the end)" : "");
     std::printf("  stop         Ctrl-C, or kill %d\n", ::getpid());
+}
+
+void Instance::announce_page() const
+{
+    if (!m_web || !m_web->is_running()) {
+        return;
+    }
+    std::printf("  page         %s", m_web->url().c_str());
+    if (m_ground->has_sandbox()) {
+        std::printf(", and http://%s/ from its LAN", m_lan_address.c_str());
+    }
+    std::puts("");
+    if (m_options.open_page) {
+        if (const std::string failure = open_in_browser(m_web->url()); !failure.empty()) {
+            say_error(failure);
+        }
+    }
 }
 
 void Instance::announce_new_address()
@@ -148,6 +155,11 @@ std::optional<int> Instance::note_ended()
         std::printf("rpcbind ended with %s; VXI-11 clients no longer find the instrument\n",
                     m_rpcbind.how_it_ended().c_str());
     }
+    if (m_web) {
+        if (const std::string text = m_web->note_ended(*m_ground); !text.empty()) {
+            say_error(text);
+        }
+    }
     if (m_restart <= Clock::now()) {
         if (const Result<bool> done = restart_service(); !done) {
             return say_error(done.error().text());
@@ -161,6 +173,11 @@ std::optional<int> Instance::note_ended()
     if (m_rebooting) {
         m_rebooting = false;
         m_ground->clear_shared_memory();
+        if (m_web) {
+            if (const Result<bool> done = m_web->reboot(*m_ground); !done) {
+                say_error("no page: " + done.error().text());
+            }
+        }
         if (const Result<bool> done = restart_service(); !done) {
             return say_error(done.error().text());
         }
@@ -195,19 +212,15 @@ void Instance::restart_service_later()
     m_ready = false;
     m_deadline = Clock::time_point::max();
     m_restart = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%g s", delay.count());
     say_error("the service ended with " + m_service.how_it_ended() + "; see " +
-              (m_state / "log/service.log").string() + "; starting it again in " + seconds);
+              (m_state / "log/service.log").string() + "; starting it again in " + seconds_text(delay));
 }
 
 /** What the service manager does with a service that does not feed its watchdog. */
 void Instance::abort_service()
 {
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%g s", m_options.watchdog);
-    say_error(std::string("the service has not fed its watchdog for ") + seconds +
-              "; ending it with SIGABRT");
+    say_error("the service has not fed its watchdog for " +
+              seconds_text(std::chrono::duration<double>(m_options.watchdog)) + "; ending it with SIGABRT");
     m_aborted = true;
     m_deadline = Clock::now() + kServiceEnd;
     m_service.signal(SIGABRT);
@@ -233,7 +246,8 @@ Result<bool> Instance::restart_service()
 /** Time-out for poll() in milliseconds: until the next deadline. */
 int Instance::timeout() const
 {
-    const Clock::time_point next = std::min({m_deadline, m_restart, watchdog_deadline()});
+    const Clock::time_point next = std::min({m_deadline, m_restart, watchdog_deadline(),
+                                             m_web ? m_web->restart_time() : Clock::time_point::max()});
     if (next == Clock::time_point::max()) {
         return -1;
     }
@@ -251,7 +265,8 @@ int Instance::loop()
                                        {m_control.get(), POLLIN, 0},
                                        {m_power_switches.get(), POLLIN, 0},
                                        {m_service.descriptor(), POLLIN, 0},
-                                       {m_rpcbind.descriptor(), POLLIN, 0}};
+                                       {m_rpcbind.descriptor(), POLLIN, 0},
+                                       {m_web ? m_web->descriptor() : -1, POLLIN, 0}};
         for (const Module& module : m_modules) {
             waiting.push_back({module.process.descriptor(), POLLIN, 0});
         }
@@ -305,6 +320,9 @@ int Instance::say_error(const std::string& text) const
 
 Instance::~Instance()
 {
+    if (m_web) {
+        m_web->end();
+    }
     m_service.end(kServiceEnd);
     m_rpcbind.end(kHelperEnd);
     for (const Module& module : m_modules) {

@@ -14,8 +14,11 @@
 #include "models.h"
 #include "registry.h"
 #include "udp_relay.h"
+#include "web_process.h"
 
 namespace orvan_launcher {
+
+inline constexpr int kPagePort = 8080;
 
 struct RunOptions {
     std::string model;                        /**< empty: the state directory's, or kNewModel for a new one */
@@ -23,7 +26,10 @@ struct RunOptions {
     int scpi_port = orvan_sandbox::kScpiPort; /**< on the host's loopback, 0 takes a free one */
     int hislip_port = orvan_sandbox::kHislipPort;           /**< the same */
     int maintenance_port = orvan_sandbox::kMaintenancePort; /**< the same */
-    std::optional<int> modules; /**< number of modules fitted; default: one for each channel */
+    std::optional<int> http_port; /**< the same; default: kPagePort, or a free one if that is in use */
+    bool web = true;              /**< whether there is a page */
+    bool open_page = false;       /**< open it in a browser */
+    std::optional<int> modules;   /**< number of modules fitted; default: one for each channel */
     bool use_sandbox = true;
     bool fallback = false;          /**< go on without a sandbox where the kernel refuses one */
     std::string log_level;          /**< passed to the service when not empty */
@@ -36,9 +42,10 @@ struct RunOptions {
 inline constexpr const char* kNewModel = "OVX3654B";
 
 /**
- * One running virtual instrument: the sandbox, a process for each module, rpcbind, the service, and the
- * sockets to reach and control them. Runs on one thread, which must outlive it. SIGINT, SIGTERM, SIGHUP and
- * SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a signalfd.
+ * One running virtual instrument: the sandbox, a process for each module, rpcbind, the service, the web
+ * process, and the sockets to reach and control them. Runs on one thread, which must outlive it. SIGINT,
+ * SIGTERM, SIGHUP and SIGPIPE have to be blocked or ignored; the first three arrive through `signals`, a
+ * signalfd.
  */
 class Instance {
 public:
@@ -46,8 +53,8 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
     /**
-     * Ends everything in order: service, rpcbind, modules, sandbox, then removes the files. Only a state
-     * directory given by the user is left.
+     * Ends everything in order: web process, service, rpcbind, modules, sandbox, then removes the files. Only
+     * a state directory given by the user is left.
      */
     ~Instance();
 
@@ -73,11 +80,13 @@ private:
     orvan_sandbox::Result<bool> choose_model();
     orvan_sandbox::Result<bool> produce();
     orvan_sandbox::Result<bool> open_listeners();
+    orvan_sandbox::Result<bool> open_page_listener();
     orvan_sandbox::Result<bool> open_ground();
     orvan_sandbox::Result<bool> open_sockets();
     orvan_sandbox::Result<bool> start_relay();
     orvan_sandbox::Result<bool> start_module(int number);
     void start_rpcbind();
+    void start_web();
     orvan_sandbox::Command service_command() const;
     orvan_sandbox::Result<bool> start_service();
     bool publish_record();
@@ -85,6 +94,7 @@ private:
     /** The logs of a temporary state directory are lost with it, so they are shown. */
     void show_log_that_goes(const std::string& name) const;
     void announce_ready();
+    void announce_page() const;
     void announce_new_address();
     std::string lan_address() const;
     void read_notifications();
@@ -133,6 +143,7 @@ private:
     std::optional<UdpRelay> m_relay;
     std::vector<Module> m_modules;
     bool m_module_power = true;
+    std::optional<WebProcess> m_web;
     Child m_rpcbind; /**< only in a sandbox, and where it is installed */
     Child m_service;
     bool m_ready = false;

@@ -134,7 +134,8 @@ std::string Instance::status() const
          << (m_model.channels == 1 ? " channel" : " channels") << "\nstate     " << m_state.string()
          << "\nSCPI      127.0.0.1:" << port_of(m_listener.get())
          << "\nHiSLIP    127.0.0.1:" << port_of(m_hislip_listener.get()) << "\nsandbox   "
-         << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   " << service_state() << '\n';
+         << (m_ground->has_sandbox() ? "yes" : "no") << "\nservice   " << service_state() << "\nweb       "
+         << (m_web ? m_web->status() : "none") << '\n';
     if (m_ground->has_sandbox()) {
         text << "rpcbind   "
              << (m_rpcbind.is_running() ? "running, process " + std::to_string(m_rpcbind.pid())

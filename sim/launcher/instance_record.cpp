@@ -22,13 +22,10 @@ struct NumberField {
 };
 
 constexpr NumberField kNumbers[] = {
-    {"launcher", &InstanceRecord::launcher},
-    {"init", &InstanceRecord::init},
-    {"channels", &InstanceRecord::channels},
-    {"modules", &InstanceRecord::modules},
-    {"scpi_port", &InstanceRecord::scpi_port},
-    {"hislip_port", &InstanceRecord::hislip_port},
-    {"maintenance_port", &InstanceRecord::maintenance_port},
+    {"launcher", &InstanceRecord::launcher},   {"init", &InstanceRecord::init},
+    {"channels", &InstanceRecord::channels},   {"modules", &InstanceRecord::modules},
+    {"scpi_port", &InstanceRecord::scpi_port}, {"hislip_port", &InstanceRecord::hislip_port},
+    {"http_port", &InstanceRecord::http_port}, {"maintenance_port", &InstanceRecord::maintenance_port},
 };
 
 fs::path record_file(const fs::path& state)

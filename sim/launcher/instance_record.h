@@ -24,6 +24,7 @@ struct InstanceRecord {
     int modules = 0;
     int scpi_port = 0;                      /**< on the host's loopback */
     int hislip_port = 0;                    /**< on the host's loopback */
+    int http_port = 0;                      /**< on the host's loopback, 0 without a page */
     int maintenance_port = 0;               /**< on the host's loopback, 0 when it is not served */
     bool temporary = false;                 /**< the state directory is removed when the launcher ends */
     orvan_sandbox::Environment environment; /**< of every process of the instrument */

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "models.h"
 #include "module_control.h"
 #include "power_on_verbs.h"
+#include "restart_policy.h"
 #include "rpcbind.h"
 #include "sockets.h"
 #include "state_lock.h"
@@ -82,7 +84,11 @@ Result<bool> Instance::start()
     }
     // Before the service, which registers there.
     start_rpcbind();
-    return start_service();
+    if (Result<bool> done = start_service(); !done) {
+        return done;
+    }
+    start_web();
+    return true;
 }
 
 Result<bool> Instance::prepare_state()
@@ -194,6 +200,25 @@ Result<bool> Instance::open_listeners()
             return error;
         }
     }
+    return m_options.web ? open_page_listener() : Result<bool>(true);
+}
+
+/** Only the default port is replaced by a free one. */
+Result<bool> Instance::open_page_listener()
+{
+    const int port = m_options.http_port.value_or(kPagePort);
+    UniqueFd listener(listen_tcp(kLoopback, port));
+    if (!listener && !m_options.http_port && errno == EADDRINUSE) {
+        std::printf("port %d of %s is in use, so the page takes a free one\n", port, kLoopback);
+        listener.reset(listen_tcp(kLoopback, 0));
+    }
+    if (!listener) {
+        Error error =
+            system_error("listening on " + std::string(kLoopback) + " port " + std::to_string(port));
+        error.hint = "choose another with --http-port; 0 takes a free one";
+        return error;
+    }
+    m_web.emplace(std::move(listener));
     return true;
 }
 
@@ -353,6 +378,24 @@ void Instance::start_rpcbind()
     m_rpcbind = std::move(*rpcbind);
 }
 
+/** Without it the instrument has everything but its page. */
+void Instance::start_web()
+{
+    if (!m_web) {
+        return;
+    }
+    const auto delay = std::chrono::duration<double>(kRestartDelay) / m_options.clock_rate;
+    const Result<bool> done =
+        m_web->start(*m_ground, {.program = program("orvan-web"),
+                                 .state = m_state,
+                                 .restart = m_options.restart,
+                                 .delay = std::chrono::duration_cast<WebProcess::Clock::duration>(delay)});
+    if (!done) {
+        say_error("no page: " + done.error().text());
+        m_web.reset();
+    }
+}
+
 /** The command of the service on this instrument's board, without faults or options. */
 Command Instance::service_command() const
 {
@@ -373,7 +416,8 @@ Result<bool> Instance::start_service()
         command.argv.insert(command.argv.end(), {"--platform", m_model.platform});
     } else {
         command.argv.insert(command.argv.end(),
-                            {"--modules-on-loopback", "--channels", std::to_string(m_model.channels)});
+                            {"--modules-on-loopback", "--channels", std::to_string(m_model.channels),
+                             "--local-dir", (m_state / "run").string()});
     }
     if (!m_options.log_level.empty()) {
         command.argv.insert(command.argv.end(), {"--log-level", m_options.log_level});
@@ -416,6 +460,7 @@ bool Instance::publish_record()
     record.modules = static_cast<int>(m_modules.size());
     record.scpi_port = port_of(m_listener.get());
     record.hislip_port = port_of(m_hislip_listener.get());
+    record.http_port = m_web ? m_web->port() : 0;
     record.temporary = m_temporary;
     record.environment = m_ground->environment();
     if (const Sandbox* sandbox = m_ground->sandbox()) {

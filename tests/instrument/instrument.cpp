@@ -112,8 +112,8 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
         prepare(m_state);
     }
     std::vector<std::string> arguments{
-        program("orvan-sim"), "run", "--clock-rate", "20",    "--scpi-port", "0", "--hislip-port", "0",
-        "--maint-port",       "0",   "--state",      m_state, "--no-restart"};
+        program("orvan-sim"), "run", "--clock-rate", "20",   "--scpi-port", "0",     "--hislip-port", "0",
+        "--maint-port",       "0",   "--http-port",  "none", "--state",     m_state, "--no-restart"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     m_launcher = spawn(arguments, m_folder / "output");
 

@@ -167,9 +167,9 @@ TEST(StartUp, WithoutItsSpiPortTheInstrumentDoesNotStartAndLogsWhy)
     std::string folder = (fs::temp_directory_path() / "orvan-test-XXXXXX").string();
     ASSERT_NE(mkdtemp(folder.data()), nullptr);
     const fs::path log = fs::path(folder) / "log/service.log";
-    const Outcome outcome =
-        run_program({program("orvan-sim"), "run", "--state", folder, "--clock-rate", "20", "--scpi-port", "0",
-                     "--hislip-port", "0", "--maint-port", "0", "--board", "spi absent"});
+    const Outcome outcome = run_program({program("orvan-sim"), "run", "--state", folder, "--clock-rate", "20",
+                                         "--scpi-port", "0", "--hislip-port", "0", "--maint-port", "0",
+                                         "--http-port", "none", "--board", "spi absent"});
     EXPECT_EQ(outcome.status, 4);
     EXPECT_EQ(outcome.output, "orvan-sim: the service ended with status 4; see " + log.string() + "\n");
     std::ifstream file(log);

@@ -28,16 +28,18 @@ TEST_F(OrvanSimCtl, StatusShowsTheRunningInstrument)
     if (!start_ready({"--model", "OVX3652B"})) {
         return;
     }
-    EXPECT_TRUE(std::regex_match(sim({"ctl", "status"}).output,
-                                 std::regex("model     OVX3652B, 2 channels\n"
-                                            "state     [^\n]+\n"
-                                            "SCPI      127\\.0\\.0\\.1:[0-9]+\n"
-                                            "HiSLIP    127\\.0\\.0\\.1:[0-9]+\n"
-                                            "sandbox   yes\n"
-                                            "service   ready, process [0-9]+, well\n"
-                                            "rpcbind   running, process [0-9]+\n"
-                                            "module 1  running, process [0-9]+, link up\n"
-                                            "module 2  running, process [0-9]+, link up\n")))
+    EXPECT_TRUE(
+        std::regex_match(sim({"ctl", "status"}).output,
+                         std::regex("model     OVX3652B, 2 channels\n"
+                                    "state     [^\n]+\n"
+                                    "SCPI      127\\.0\\.0\\.1:[0-9]+\n"
+                                    "HiSLIP    127\\.0\\.0\\.1:[0-9]+\n"
+                                    "sandbox   yes\n"
+                                    "service   ready, process [0-9]+, well\n"
+                                    "web       running, process [0-9]+, http://127\\.0\\.0\\.1:[0-9]+/\n"
+                                    "rpcbind   running, process [0-9]+\n"
+                                    "module 1  running, process [0-9]+, link up\n"
+                                    "module 2  running, process [0-9]+, link up\n")))
         << sim({"ctl", "status"}).output;
 }
 
@@ -250,7 +252,7 @@ TEST_F(OrvanSimExec, ProgramsInAHiddenFolderAreVisibleAndReadOnly)
     }
     const std::string programs = (m_folder.path() / "bin").string();
     EXPECT_EQ(sim({"exec", "--", "sh", "-c", "cd " + programs + " && ls && touch orvan-module"}).output,
-              "orvan-module\norvan-service\norvan-sim\n"
+              "orvan-module\norvan-service\norvan-sim\norvan-web\n"
               "touch: cannot touch 'orvan-module': Read-only file system\n");
 }
 

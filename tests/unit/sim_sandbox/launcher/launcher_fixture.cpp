@@ -27,6 +27,7 @@ void LauncherTest::SetUp()
     fs::create_directories(m_folder.path() / "tmp");
     fs::copy_file(ORVAN_SIM_PROGRAM, m_folder.path() / "bin/orvan-sim");
     fs::copy_file(DOUBLE_OF_SERVICE, m_folder.path() / "bin/orvan-service");
+    fs::copy_file(DOUBLE_OF_SERVICE, m_folder.path() / "bin/orvan-web");
     fs::copy_file(DOUBLE_OF_MODULE, m_folder.path() / "bin/orvan-module");
 }
 
@@ -63,6 +64,7 @@ void LauncherTest::start(const std::vector<std::string>& options, const Environm
             words.insert(words.end(), {port, "0"});
         }
     }
+    words.insert(words.end(), m_page_options.begin(), m_page_options.end());
     words.insert(words.end(), options.begin(), options.end());
     m_launcher = run(words, m_folder.path() / "output", environment);
     ASSERT_GT(m_launcher, 0);
@@ -127,6 +129,12 @@ std::string LauncherTest::printed(const std::string& before) const
     }
     const size_t begin = at + before.size();
     return text.substr(begin, text.find_first_of(" ,\n", begin) - begin);
+}
+
+std::string LauncherTest::port_of_page() const
+{
+    const std::string text = printed(kPage);
+    return text.substr(0, text.find('/'));
 }
 
 std::string LauncherTest::ask(const std::string& line, const std::string& before)

@@ -13,13 +13,17 @@ namespace launcher_test {
 using orvan_common::UniqueFd;
 using sandbox_test::TemporaryDirectory;
 
+/** What the launcher prints before the port of the page. */
+inline constexpr const char* kPage = "page         http://127.0.0.1:";
+
 struct Outcome {
     int status = -1;
     std::string output; /**< standard output and error */
 };
 
 /**
- * The launcher in a private folder, laid out as an installation, with doubles of service and module. Its
+ * The launcher in a private folder, laid out as an installation, with doubles of service, web process and
+ * module. Its
  * registry and its temporary files are in that folder as well.
  */
 class LauncherTest : public ::testing::Test {
@@ -47,12 +51,14 @@ protected:
     std::string ask(const std::string& line, const std::string& before = "SCPI         TCP 127.0.0.1:");
 
     std::string printed(const std::string& before) const; /**< the word after a text in the output */
+    std::string port_of_page() const;
     std::filesystem::path state() const { return m_folder.path() / "state"; }
     /** Names of the files left in the temporary and the registry folder. */
     std::string left_over() const;
 
     TemporaryDirectory m_folder;
     pid_t m_launcher = -1;
+    std::vector<std::string> m_page_options = {"--http-port", "0"}; /**< unless the options have others */
     std::vector<std::string> m_before; /**< a program that runs the launcher, and its arguments */
 
 private:

@@ -37,6 +37,7 @@ InstanceRecord a_record()
     record.modules = 3;
     record.scpi_port = 5025;
     record.hislip_port = 4880;
+    record.http_port = 8080;
     record.maintenance_port = 7502;
     record.temporary = true;
     record.environment = {{"PATH", "/a:/b \"c\""}, {"ORVAN_SANDBOX", "4026532527"}};
@@ -62,6 +63,7 @@ TEST_F(InstanceRecordFile, ReadsBackAsWritten)
     EXPECT_EQ(record->modules, expected.modules);
     EXPECT_EQ(record->scpi_port, expected.scpi_port);
     EXPECT_EQ(record->hislip_port, expected.hislip_port);
+    EXPECT_EQ(record->http_port, expected.http_port);
     EXPECT_EQ(record->maintenance_port, expected.maintenance_port);
     EXPECT_EQ(record->temporary, expected.temporary);
     EXPECT_EQ(record->environment, expected.environment);

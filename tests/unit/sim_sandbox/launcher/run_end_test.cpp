@@ -87,7 +87,7 @@ TEST_F(OrvanSimRun, NamedStateDirectoryIsKeptWithoutItsSockets)
     for (const auto& entry : fs::directory_iterator(state())) {
         names.insert(entry.path().filename());
     }
-    EXPECT_EQ(names, (std::set<std::string>{"board", "halde", "log"}));
+    EXPECT_EQ(names, (std::set<std::string>{"board", "halde", "log", "web"}));
 }
 
 TEST_F(OrvanSimRun, StateDirectoryWithATooLongNameIsRefused)
@@ -123,7 +123,7 @@ TEST_F(OrvanSimRun, KilledLauncherEndsAllProcessesAndTheNextRunCleansUp)
     for (std::sregex_iterator match(status.begin(), status.end(), process), end; match != end; ++match) {
         pids.push_back(std::stoi((*match)[1]));
     }
-    ASSERT_EQ(pids.size(), 4u) << status;
+    ASSERT_EQ(pids.size(), 5u) << status;
     EXPECT_EQ(stop(SIGKILL), 128 + SIGKILL);
     for (const pid_t pid : pids) {
         EXPECT_TRUE(eventually([&] { return kill(pid, 0) != 0; })) << pid;

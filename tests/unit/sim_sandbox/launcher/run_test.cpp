@@ -24,6 +24,7 @@ TEST_F(OrvanSimRun, PrintsThatItIsReadyAndHowToStopIt)
     EXPECT_TRUE(std::regex_match(
         output(),
         std::regex("ready: OVX3654B, 4 channels, 4 modules\n"
+                   "  page         http://127\\.0\\.0\\.1:[0-9]+/, and http://10\\.0\\.0\\.2/ from its LAN\n"
                    "  SCPI         TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2, port of its settings, "
                    "from its LAN \\(orvan-sim exec --in lan\\)\n"
                    "  HiSLIP       TCP 127\\.0\\.0\\.1:[0-9]+, and 10\\.0\\.0\\.2:4880 from its LAN\n"

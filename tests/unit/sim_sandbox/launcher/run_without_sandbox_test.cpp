@@ -45,7 +45,13 @@ TEST_F(OrvanSimRunOnHost, WithoutASandboxModulesAreOnLoopbackAndAMessageNamesWha
                   "ready: OVX3654B, 4 channels, 1 module\n"),
               0u)
         << output();
-    EXPECT_EQ(ask("args"), "--foreground --modules-on-loopback --channels 4\n");
+    const std::string state_folder = printed("state        ");
+    EXPECT_EQ(ask("args"),
+              "--foreground --modules-on-loopback --channels 4 --local-dir " + state_folder + "/run\n");
+    EXPECT_EQ(ask("args", kPage), "--foreground --state " + state_folder +
+                                      "/web --changes-without-password --local-dir " + state_folder +
+                                      "/run --no-mdns\n");
+    EXPECT_EQ(ask("fds", kPage), "1\n");
     EXPECT_EQ(ask("fds"), "2\n");
     EXPECT_EQ(ask("env ORVAN_SANDBOX"), "(none)\n");
     ask("run sudo reboot");

@@ -1,5 +1,5 @@
-// Replaces the service: takes listening sockets over, in a sandbox listens at TCP port 5025 too, reports
-// that it is ready, and answers each line of a client.
+// Replaces the service and the web process: takes listening sockets over, in a sandbox a service listens at
+// TCP port 5025 too, reports that it is ready, and answers each line of a client.
 //   env NAME     value of an environment variable          fds      number of listening sockets
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
