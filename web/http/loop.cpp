@@ -165,7 +165,7 @@ void HttpServer::Loop::wait()
                 drop_stream(*found->second, "its viewer has gone");
             }
         } else if (tag >= kListener) {
-            accept_all(m_parts.listeners[tag - kListener].get());
+            accept_all(m_parts.listeners[static_cast<size_t>(tag - kListener)].get());
         }
     }
 }
