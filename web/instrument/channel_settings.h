@@ -55,15 +55,15 @@ SettingValue value_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& 
 /** The value in the module's reply to the query; unknown if it does not fit the kind. */
 SettingValue value_of_reply(const ChannelSetting& setting, std::string_view reply);
 
-struct Limits {
+struct SettingLimits {
     double min;
     double max;
 
-    bool operator==(const Limits&) const = default;
+    bool operator==(const SettingLimits&) const = default;
 };
 
 /** The limits in a channel's record; empty if it has none. */
-std::optional<Limits> limits_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& record);
+std::optional<SettingLimits> limits_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& record);
 
 /** Whether the setting has limits that its module can be asked for. */
 bool has_limits(const ChannelSetting& setting);

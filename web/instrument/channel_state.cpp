@@ -18,7 +18,7 @@ cJSON* parent_of(cJSON* root, const char*& path)
     return group != nullptr ? group : cJSON_AddObjectToObject(root, name.c_str());
 }
 
-Json limits_json(const std::optional<Limits>& limits)
+Json limits_json(const std::optional<SettingLimits>& limits)
 {
     if (!limits) {
         return Json(cJSON_CreateNull());

@@ -20,7 +20,7 @@ struct ChannelState {
     std::string serial;
     std::optional<double> temperature_celsius;
     std::vector<SettingValue> values; /**< by the index of channel_settings() */
-    std::vector<std::optional<Limits>> limits;
+    std::vector<std::optional<SettingLimits>> limits;
 
     explicit ChannelState(int number);
 };

@@ -178,7 +178,7 @@ void Channels::take_record(Channel& channel, const ORVAN_CONFIG& record, Time no
 bool Channels::is_possible(const Channel& channel, size_t setting, const SettingValue& value)
 {
     const double* const number = std::get_if<double>(&value);
-    const std::optional<Limits>& limits = channel.state.limits[setting];
+    const std::optional<SettingLimits>& limits = channel.state.limits[setting];
     return number == nullptr || !limits || (*number >= limits->min && *number <= limits->max);
 }
 
@@ -325,13 +325,17 @@ void Channels::take_reply(Channel& channel, size_t query, const std::string& rep
         channel.replies[setting] = reply;
         channel.state.values[setting] = value;
         channel.held[setting].reset();
+        // A copy of the records may have shown what the reply did there before the reply was here.
+        if (channel.record && record_shows(channel_settings()[setting], *channel.record, reply)) {
+            channel.policy.known(query);
+        }
         break;
     case Of::kMin:
         channel.minimum[setting] = number != nullptr ? std::optional(*number) : std::nullopt;
         break;
     case Of::kMax:
         if (number != nullptr && channel.minimum[setting]) {
-            channel.state.limits[setting] = Limits{*channel.minimum[setting], *number};
+            channel.state.limits[setting] = SettingLimits{*channel.minimum[setting], *number};
         }
         break;
     }
@@ -346,9 +350,13 @@ void Channels::end_round(const std::shared_ptr<Round>& round)
     for (const auto& done : std::exchange(channel.waiting, {})) {
         done();
     }
-    if (active() && !m_fetching) {
-        fetch_counters(); // what is counted after this is not ours
-    }
+    m_counters.fetch([this, &channel](const std::shared_ptr<const Counters>& counters) {
+        if (const ModuleCounters* const module =
+                counters ? counters->module(channel.state.channel) : nullptr) {
+            channel.policy.rebase(module->requests);
+        }
+        take_counters(counters);
+    });
 }
 
 void Channels::ask(int channel, const std::vector<size_t>& settings, std::function<void()> done)
@@ -376,8 +384,8 @@ void Channels::ask_all(std::function<void()> done)
     for (size_t i = 0; i < all.size(); ++i) {
         all[i] = i;
     }
-    // Called when the last copy of it is gone.
-    const std::shared_ptr<void> last(nullptr, [done = std::move(done)](void*) { done(); });
+    constexpr std::chrono::minutes kBound{1}; // modules that fail at this moment take 15 s each
+    const std::shared_ptr<void> last = m_loop.join(kBound, std::move(done));
     for (int channel = 1; channel <= count(); ++channel) {
         ask(channel, all, [last] {});
     }

@@ -8,6 +8,8 @@ namespace orvan_web {
 namespace {
 
 constexpr std::chrono::seconds kConditionPause{10}; // between two looks at fan, battery and self-test
+// A document is sent after this, with what is known then: a command that runs may take long.
+constexpr std::chrono::milliseconds kRefreshBound{1000};
 
 Json text_array(const std::vector<std::string>& texts)
 {
@@ -148,11 +150,19 @@ void Instrument::watch(bool watched)
 
 void Instrument::refresh(std::function<void()> done)
 {
-    // Called when the last copy of it is gone.
-    const std::shared_ptr<void> last(nullptr, [done = std::move(done)](void*) { done(); });
-    m_channels.settle([last] {});
+    const std::shared_ptr<void> last = m_loop.join(kRefreshBound, std::move(done));
+    m_channels.settle([last] {}, kRefreshBound);
     m_controller.refresh_condition([last] {});
     check_identity();
+}
+
+void Instrument::count(std::function<void()> done)
+{
+    const std::shared_ptr<void> last = m_loop.join(kRefreshBound, std::move(done));
+    m_channels.copy_records();
+    m_controller.refresh_condition([last] {});
+    m_counters.fetch(
+        [this, last](const std::shared_ptr<const Counters>& counters) { take_counters(counters); });
 }
 
 void Instrument::take_reachable(bool reachable)

@@ -54,6 +54,9 @@ public:
     /** Brings everything that json() shows up to date, as far as it can be reached. */
     void refresh(std::function<void()> done);
 
+    /** Brings counters, temperatures and the controller's condition up to date, without asking a module. */
+    void count(std::function<void()> done);
+
     /** The document of the instrument, as it was last known. */
     Json json() const;
 

@@ -17,6 +17,19 @@ InstrumentLoop::InstrumentLoop() : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOC
     }
 }
 
+InstrumentLoop::~InstrumentLoop()
+{
+    std::vector<std::function<void()>> posted;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_closed = true;
+        posted.swap(m_posted);
+    }
+    // What they own may cancel and post.
+    const auto watches = std::exchange(m_watches, {});
+    const auto timers = std::exchange(m_timers, {});
+}
+
 void InstrumentLoop::watch(int fd, short events, std::function<void(short)> ready)
 {
     m_watches[fd] = {events, ++m_last_number, std::move(ready)};
@@ -39,10 +52,28 @@ void InstrumentLoop::cancel(TimerId id)
     std::erase_if(m_timers, [id](const auto& timer) { return timer.first.second == id; });
 }
 
+std::shared_ptr<void> InstrumentLoop::join(std::chrono::milliseconds bound, std::function<void()> done)
+{
+    const auto once = std::make_shared<std::function<void()>>(std::move(done));
+    const auto call = [once] {
+        if (const std::function<void()> action = std::exchange(*once, nullptr)) {
+            action();
+        }
+    };
+    const TimerId timer = after(bound, call);
+    return {nullptr, [this, timer, call](void*) {
+                cancel(timer);
+                post(call);
+            }};
+}
+
 void InstrumentLoop::post(std::function<void()> action)
 {
     {
         const std::lock_guard lock(m_mutex);
+        if (m_closed) {
+            return;
+        }
         m_posted.push_back(std::move(action));
     }
     wake();

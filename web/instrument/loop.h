@@ -1,10 +1,11 @@
-#ifndef ORVAN_WEB_LOOP_H
-#define ORVAN_WEB_LOOP_H
+#ifndef ORVAN_WEB_INSTRUMENT_LOOP_H
+#define ORVAN_WEB_INSTRUMENT_LOOP_H
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -26,6 +27,10 @@ public:
 
     /** Throws std::system_error if it gets no descriptor. */
     InstrumentLoop();
+    /** Calls nothing of what is left. */
+    ~InstrumentLoop();
+    InstrumentLoop(const InstrumentLoop&) = delete;
+    InstrumentLoop& operator=(const InstrumentLoop&) = delete;
 
     /** Calls `ready` with what poll(2) reports whenever one of `events` (POLLIN, POLLOUT) holds; POLLHUP and
      *  POLLERR are always reported. Replaces the descriptor's present watch. */
@@ -39,6 +44,12 @@ public:
 
     /** No effect if the timer has fired or never existed. */
     void cancel(TimerId id);
+
+    /**
+     * Calls `done` once: when the last copy of the result is gone, or after `bound`. For several things that
+     * are waited for together, none of which may hold the others up.
+     */
+    std::shared_ptr<void> join(std::chrono::milliseconds bound, std::function<void()> done);
 
     /** Has the loop call the action soon, after all that was posted before. Any thread. */
     void post(std::function<void()> action);
@@ -70,6 +81,7 @@ private:
     std::mutex m_mutex; // guards what follows
     std::vector<std::function<void()>> m_posted;
     bool m_stopped = false;
+    bool m_closed = false; // nothing is posted any more
 };
 
 } // namespace orvan_web

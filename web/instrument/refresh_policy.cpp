@@ -11,7 +11,8 @@ void RefreshPolicy::restart()
     m_pending.assign(m_pending.size(), false);
     m_failed = false;
     m_used = false;
-    m_own_counts = true;
+    m_rebased = true;
+    m_requests.reset();
     m_last_round = {};
     all_changed();
 }
@@ -24,16 +25,23 @@ void RefreshPolicy::all_changed()
 void RefreshPolicy::counted(double requests, bool failed, Time now)
 {
     m_failed = failed;
-    if (m_asking) {
+    if (m_asking || !m_rebased) {
         return;
     }
-    m_used = m_used || (requests != m_requests && !m_own_counts);
+    m_used = m_used || (m_requests && requests != *m_requests);
     m_requests = requests;
-    m_own_counts = false;
     if (m_used && !m_failed && now - m_last_full >= kFullPause) {
         m_used = false;
         m_last_full = now;
         all_changed();
+    }
+}
+
+void RefreshPolicy::rebase(double requests)
+{
+    if (!m_asking) { // else there will be a later one
+        m_requests = requests;
+        m_rebased = true;
     }
 }
 
@@ -79,7 +87,7 @@ void RefreshPolicy::finish(const std::vector<size_t>& unanswered, bool module_fa
         m_asked[query] = false;
     }
     m_asking = false;
-    m_own_counts = true;
+    m_rebased = false;
     m_failed = m_failed || module_failed;
 }
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace orvan_web {
@@ -40,6 +41,8 @@ public:
     void missing(size_t query) { m_pending[query] = m_pending[query] || !m_asked[query]; }
     /** What a query returns may have changed. */
     void changed(size_t query) { m_pending[query] = true; }
+    /** What it returns is known. */
+    void known(size_t query) { m_pending[query] = false; }
     /** All values may have. */
     void all_changed();
 
@@ -48,6 +51,10 @@ public:
      * @param failed   the last one failed
      */
     void counted(double requests, bool failed, Time now);
+
+    /** After finish(): the number of requests by counters that were made after it, our own included. Until
+     * then counted() sees no use by others. */
+    void rebase(double requests);
 
     /** Whether there is something to ask now; counted() should be up to date when the round begins. */
     bool due(Time now) const { return waiting() && now - m_last_round >= kRoundPause; }
@@ -82,9 +89,9 @@ private:
     std::vector<bool> m_asked;
     bool m_failed = false;
     bool m_asking = false;
-    bool m_used = true;       // by somebody else since the last full round
-    bool m_own_counts = true; // the next count contains requests of our own
-    double m_requests = 0;
+    bool m_used = false;   // by somebody else since the last full round
+    bool m_rebased = true; // m_requests contains our own requests
+    std::optional<double> m_requests;
     Time m_last_round{};
     Time m_last_full{};
 };

@@ -146,7 +146,7 @@ SettingValue value_of_reply(const ChannelSetting& setting, std::string_view repl
     return {};
 }
 
-std::optional<Limits> limits_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& record)
+std::optional<SettingLimits> limits_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& record)
 {
     if (setting.min == ODT_NO_TAG) {
         return std::nullopt;
@@ -156,7 +156,7 @@ std::optional<Limits> limits_of_record(const ChannelSetting& setting, const ORVA
     if (!min || !max || !std::isfinite(*min) || !std::isfinite(*max) || !(*min < *max)) {
         return std::nullopt;
     }
-    return Limits{*min, *max};
+    return SettingLimits{*min, *max};
 }
 
 bool has_limits(const ChannelSetting& setting)

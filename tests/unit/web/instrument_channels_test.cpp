@@ -207,7 +207,7 @@ TEST_F(ChannelsTest, LimitsThatTheRecordDoesNotHaveAreAskedFor)
     settle();
     const auto limits = thread.call(
         [&] { return instrument.channels().find(1)->limits[*setting_at("reference/frequency_hz")]; });
-    EXPECT_EQ(limits, (Limits{1e7, 1e8}));
+    EXPECT_EQ(limits, (SettingLimits{1e7, 1e8}));
     EXPECT_THAT(service.messages(), Each(Not(HasSubstr(":FREQ? MIN;:FREQ? MAX;:POW"))));
 }
 

@@ -18,7 +18,7 @@ protected:
         policy.counted(10, false, now);
         EXPECT_EQ(policy.begin(now), (Queries{0, 1, 2}));
         policy.finish({}, false);
-        policy.counted(11, false, now); // the round's own
+        policy.rebase(14);
     }
 
     RefreshPolicy::Time now = RefreshPolicy::Time() + 1h;
@@ -40,30 +40,31 @@ TEST_F(RefreshPolicyTest, AsksAtMostTwiceASecond)
 
 TEST_F(RefreshPolicyTest, AsksNothingWithoutAChange)
 {
-    policy.counted(11, false, now + 10s);
+    policy.counted(14, false, now + 10s);
     EXPECT_FALSE(policy.due(now + 10s));
 }
 
 TEST_F(RefreshPolicyTest, AsksForEverythingOnceInTwoSecondsWhileOthersUseTheModule)
 {
-    policy.counted(12, false, now + 3s);
+    policy.counted(15, false, now + 3s);
     ASSERT_TRUE(policy.due(now + 3s));
     EXPECT_EQ(policy.begin(now + 3s), (Queries{0, 1, 2}));
     policy.finish({}, false);
-    policy.counted(13, false, now + 3s);
-    policy.counted(20, false, now + 4s);
+    policy.counted(19, false, now + 3s); // may contain only a part of our own
+    policy.rebase(20);
+    policy.counted(21, false, now + 4s);
     EXPECT_FALSE(policy.due(now + 4s));
-    policy.counted(20, false, now + 5s);
+    policy.counted(21, false, now + 5s);
     EXPECT_TRUE(policy.due(now + 5s));
 }
 
 TEST_F(RefreshPolicyTest, ModuleThatFailedIsNotAskedUntilOthersReachedIt)
 {
     policy.changed(0);
-    policy.counted(12, true, now + 3s);
+    policy.counted(15, true, now + 3s);
     EXPECT_FALSE(policy.waiting());
     EXPECT_FALSE(policy.due(now + 1h));
-    policy.counted(13, false, now + 2h);
+    policy.counted(16, false, now + 2h);
     EXPECT_TRUE(policy.due(now + 2h));
 }
 
@@ -74,9 +75,10 @@ TEST_F(RefreshPolicyTest, ModuleThatFailsWhileAskedIsNotAskedAgain)
     EXPECT_EQ(policy.begin(now + 1s), (Queries{0, 2}));
     policy.finish({2}, true);
     EXPECT_FALSE(policy.due(now + 1h));
-    policy.counted(12, true, now + 1h);
+    policy.rebase(15);
+    policy.counted(15, true, now + 1h);
     EXPECT_FALSE(policy.due(now + 1h));
-    policy.counted(13, false, now + 2h);
+    policy.counted(16, false, now + 2h);
     ASSERT_TRUE(policy.due(now + 2h));
     EXPECT_EQ(policy.begin(now + 2h), (Queries{0, 1, 2}));
 }
@@ -105,6 +107,7 @@ TEST_F(RefreshPolicyTest, NothingIsDueWhileARoundIsOnItsWay)
     policy.changed(0);
     EXPECT_EQ(policy.begin(now + 1s), Queries{0});
     policy.changed(0);
+    policy.rebase(99); // of the round before
     EXPECT_TRUE(policy.asking());
     EXPECT_FALSE(policy.due(now + 1h));
     policy.finish({}, false);

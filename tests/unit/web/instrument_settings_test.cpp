@@ -49,7 +49,7 @@ TEST(Settings, FactoryRecordHasAValueForEachAndLimitsForNumbers)
         EXPECT_EQ(limits_of_record(setting, record).has_value(), has_limits(setting)) << setting.path;
     }
     EXPECT_EQ(value_of_record(at("frequency_hz"), record), SettingValue(1e9));
-    EXPECT_EQ(limits_of_record(at("frequency_hz"), record), (Limits{50e3, 20e9}));
+    EXPECT_EQ(limits_of_record(at("frequency_hz"), record), (SettingLimits{50e3, 20e9}));
     EXPECT_EQ(value_of_record(at("am/source"), record), SettingValue("INT"));
     EXPECT_EQ(value_of_record(at("frequency_sweep/direction"), record), SettingValue("NORM"));
     EXPECT_EQ(value_of_record(at("reference/frequency_hz"), record), SettingValue());
