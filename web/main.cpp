@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <thread>
 
 #include <poll.h>
 #include <syslog.h>
 
+#include "api/api.h"
 #include "guard/guard.h"
 #include "http/server.h"
 #include "options.h"
@@ -80,8 +82,20 @@ void serve(const Options& options)
 
     const HostNames names(options.names);
     Guard guard({options.state, options.read_only, options.changes_without_password}, names);
-    parts.routes = guard.routes();
+
+    InstrumentLoop loop;
+    Instrument instrument(loop, {.local_dir = options.local_dir, .setups = options.setups});
+    Api api(loop, instrument, {ORVAN_VERSION, [&guard] { return guard.access(); }});
+    parts.routes = api.routes();
+    for (Route& route : guard.routes()) {
+        parts.routes.push_back(std::move(route));
+    }
+    api.describe(parts.routes);
+    parts.on_stream = [&api](std::shared_ptr<EventStream> stream) { api.on_stream(std::move(stream)); };
     HttpServer server(std::move(parts), guard);
+    instrument.start();
+    std::thread thread([&loop] { loop.run(); });
+
     for (const std::string& address : addresses) {
         ::syslog(LOG_NOTICE, "listening on http://%s/", address.c_str());
     }
@@ -91,6 +105,9 @@ void serve(const Options& options)
              [&](std::chrono::milliseconds patience) { return server.responds(patience); });
     orvan_common::notify("STOPPING=1");
     ::syslog(LOG_NOTICE, "ending");
+    server.end();
+    loop.stop();
+    thread.join();
 }
 
 void run(const Options& options)

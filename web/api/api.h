@@ -10,17 +10,11 @@
 #include <vector>
 
 #include "api/event_hub.h"
+#include "http/access.h"
 #include "http/exchange.h"
 #include "instrument/instrument.h"
 
 namespace orvan_web {
-
-/** Whether the program that asks may change anything. */
-struct Access {
-    bool changes = false;
-    bool password_set = false;
-    std::string reason{}; /**< why not; empty if it may */
-};
 
 struct ApiOptions {
     std::string version;            /**< of the software */
