@@ -21,7 +21,10 @@ std::string request_module(Scpi_Orvanx& orvanx, int channel, std::string_view co
         return "-ERR Unable to connect";
     }
     const int index = channel - 1;
-    return request(orvanx, orvanx.m_orvanXIp[index], static_cast<int>(orvanx.m_OrvanXport[index]), command);
+    std::string reply =
+        request(orvanx, orvanx.m_orvanXIp[index], static_cast<int>(orvanx.m_OrvanXport[index]), command);
+    count_request(channel, reply);
+    return reply;
 }
 
 std::future<std::string> start_request(Scpi_Orvanx& orvanx, int channel, std::string command)

@@ -34,6 +34,12 @@ std::string request_module(Scpi_Orvanx& orvanx, int channel, std::string_view co
  */
 std::future<std::string> start_request(Scpi_Orvanx& orvanx, int channel, std::string command);
 
+/**
+ * Counts a request that has ended (module_counters.h).
+ * @param channel 1 to 4 @param reply the module's, or the link's error
+ */
+void count_request(int channel, std::string_view reply);
+
 /** One such request to every installed module, all at once. Its destructor waits for those not yet taken. */
 class ModuleRequests {
 public:

@@ -1,6 +1,7 @@
 #include "orvan_sdk/scpi-parser/scpi_reply.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -17,6 +18,7 @@
 #include <unistd.h>
 
 #include "orvan_sdk/scpi-parser/scpi-bypass.h"
+#include "orvan_sdk/scpi-parser/scpi_error_observer.h"
 #include "orvan_sdk/scpi-parser/scpi_lease.h"
 #include "orvan_sdk/scpi-parser/scpi_parser.h"
 #include "orvan_sdk/scpi-parser/scpi_progress.h"
@@ -27,6 +29,8 @@ constexpr std::string_view kErrorWord = "-ERR";
 constexpr std::string_view kOkAlone = "+OK";
 constexpr std::string_view kOkAfterText = ";+OK";
 constexpr std::string_view kLineEnd = "\r\n";
+
+std::atomic<ScpiErrorObserver> g_error_observer = nullptr;
 
 char txBuffer[2048];
 size_t g_txOffset = 0;
@@ -89,6 +93,11 @@ void set_cork(int fd, int on)
 
 } // namespace
 
+void scpi_observe_errors(ScpiErrorObserver observer)
+{
+    g_error_observer = observer;
+}
+
 size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
 {
     userContext_t* u = user_record(context);
@@ -100,6 +109,9 @@ size_t SCPI_Write(scpi_t* context, const char* data, size_t len)
     }
     if (has_token(data, len, kErrorWord.data(), kErrorWord.size())) {
         u->had_error_line = 1;
+        if (const ScpiErrorObserver observer = g_error_observer) {
+            observer(u->socket, data, len);
+        }
     }
     if (data[0] == '#' && context->arbitrary_remaining != 0) {
         u->binary_block_active = 1;
