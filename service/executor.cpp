@@ -211,7 +211,7 @@ void Executor::execute_round()
             continue;
         }
         const ServiceTime begin = coarse_now();
-        session.execute();
+        execute(session);
         const ServiceTime taken = coarse_now() - begin;
         m_worked += taken;
 
@@ -231,6 +231,27 @@ void Executor::execute_round()
             collect(0);
         }
     }
+}
+
+void Executor::execute(Session& session)
+{
+    const auto begin = Counters::Clock::now();
+    m_running_since.store(begin.time_since_epoch().count(), std::memory_order_relaxed);
+    m_running.store(&session, std::memory_order_release);
+    session.execute();
+    m_running.store(nullptr, std::memory_order_relaxed);
+    m_counters.count_message(session.client().protocol, Counters::Clock::now() - begin);
+}
+
+std::optional<Executor::Running> Executor::running() const
+{
+    const std::lock_guard lock(m_mutex); // the session is not destroyed meanwhile
+    const auto place = m_sessions.find(m_running.load(std::memory_order_acquire));
+    if (place == m_sessions.end()) {
+        return std::nullopt;
+    }
+    const Counters::Clock::duration since(m_running_since.load(std::memory_order_relaxed));
+    return Running{place->second->client().address, Counters::Clock::now().time_since_epoch() - since};
 }
 
 void Executor::queue_again()

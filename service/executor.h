@@ -8,12 +8,15 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include <sys/epoll.h>
 
+#include "counters/counters.h"
 #include "message_memory.h"
 #include "session.h"
 #include <unique_fd.h>
@@ -55,6 +58,19 @@ public:
      * thread. */
     size_t count(const std::function<bool(const Session&)>& counts) const;
 
+    /** What has been executed, and more that is counted. Any thread. */
+    Counters& counters() { return m_counters; }
+    const Counters& counters() const { return m_counters; }
+
+    struct Running {
+        std::string client; /**< its address */
+        Counters::Clock::duration time;
+    };
+    /** Whose message is being executed, and for how long. Any thread. */
+    std::optional<Running> running() const;
+    /** Its session. The executor's thread. */
+    const Session* running_session() const { return m_running.load(std::memory_order_relaxed); }
+
 private:
     void run();
     void collect(int timeout_ms);
@@ -63,6 +79,7 @@ private:
     void watch(Session& session);
     static uint32_t events_of(const Session& session);
     void execute_round();
+    void execute(Session& session);
     void queue_again();
     void lend_memory();
     void advance_retrying();
@@ -75,6 +92,9 @@ private:
     const orvan_common::UniqueFd m_wake; // an event descriptor: end() or retry() was called
     std::atomic<bool> m_ending = false;
     std::atomic<bool> m_retry = false;
+    Counters m_counters;
+    std::atomic<const Session*> m_running = nullptr;
+    std::atomic<Counters::Clock::rep> m_running_since = 0;
 
     // The executor's thread only.
     std::vector<epoll_event> m_events;

@@ -1,6 +1,5 @@
 #include "hang_watch.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -95,21 +94,15 @@ std::optional<HangWatch::Report> HangWatch::look(Clock::time_point now)
     }
     // The connection is open while its message is being executed.
     m_hang = "client " + std::to_string(m_socket) + " at " + peer_address(m_socket);
-    const std::string text =
-        m_hang + " hangs: no progress for " + in_seconds(m_limit) + " in \"" + shown_message() + "\"";
+    const std::string text = m_hang + " hangs: no progress for " + in_seconds(m_limit) + " in \"" +
+                             shown_message(begin(), m_length) + "\"";
     return Report{LOG_ERR, text, text};
 }
 
-std::string HangWatch::shown_message() const
+std::string HangWatch::message() const
 {
-    std::string text(m_begin.data(), std::min(m_length, m_begin.size()));
-    const bool whole = m_length <= m_begin.size();
-    if (whole) {
-        text.erase(text.find_last_not_of("\r\n") + 1);
-    }
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-    return whole ? text : text + "...";
+    const std::lock_guard lock(m_mutex);
+    return shown_message(begin(), m_length);
 }
 
 } // namespace orvan_service

@@ -1,14 +1,17 @@
 #ifndef ORVAN_SERVICE_HANG_WATCH_H
 #define ORVAN_SERVICE_HANG_WATCH_H
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "message_sink.h"
+#include "shown_text.h"
 #include <unique_fd.h>
 
 namespace orvan_service {
@@ -42,6 +45,9 @@ public:
     void execute(int socket, char* data, size_t len) override;
     void client_lost(int socket) override { m_sink.client_lost(socket); }
 
+    /** The message being executed, or else the last one, as it is shown. Any thread. */
+    std::string message() const;
+
     /** Latest time for the next call of check(); initially in the past. */
     Clock::time_point due() const { return m_due; }
     /** Readable from the end of a message that hung until check() is called. */
@@ -58,7 +64,7 @@ private:
     };
 
     std::optional<Report> look(Clock::time_point now);
-    std::string shown_message() const;
+    std::string_view begin() const { return {m_begin.data(), std::min(m_length, m_begin.size())}; }
 
     MessageSink& m_sink;
     const Progress m_progress;
@@ -72,13 +78,13 @@ private:
     uint32_t m_seen = 0; // progress at the last check
     Clock::time_point m_since;
 
-    std::mutex m_mutex; // guards what follows
+    mutable std::mutex m_mutex; // guards what follows
     bool m_at_work = false;
     int m_socket = -1;
-    std::array<char, 60> m_begin{}; // of the message
-    size_t m_length = 0;            // of the message
-    uint32_t m_messages = 0;        // begun so far
-    std::string m_hang;             // its client; empty for none
+    std::array<char, kShownBytes> m_begin{}; // of the message
+    size_t m_length = 0;                     // of the message
+    uint32_t m_messages = 0;                 // begun so far
+    std::string m_hang;                      // its client; empty for none
 };
 
 } // namespace orvan_service

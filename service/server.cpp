@@ -138,7 +138,8 @@ void Server::serve(UniqueFd socket)
         return;
     }
     try {
-        m_executor.add(std::make_unique<RawSession>(std::move(socket), m_sink, m_memory, m_limits.raw));
+        m_executor.add(std::make_unique<RawSession>(std::move(socket), m_sink, m_memory,
+                                                    m_executor.counters(), m_limits.raw));
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "client: %s", error.what());
     }
@@ -173,6 +174,7 @@ bool Server::has_place_for(int socket) const
 
 void Server::refuse(int socket, const char* reason)
 {
+    m_executor.counters().count_refused(Protocol::kRaw);
     ::syslog(LOG_WARNING, "client refused: %s", reason);
     const std::string reply = std::string("-ERR ") + reason + ";+OK\r\n";
     ::send(socket, reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT);

@@ -59,6 +59,7 @@ public:
 
     /** For sessions of other protocols. */
     Executor& executor() { return m_executor; }
+    const Executor& executor() const { return m_executor; }
 
     /** Clients being served, including those of other protocols. Any thread. */
     size_t clients() const { return m_executor.sessions(); }

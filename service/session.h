@@ -2,7 +2,9 @@
 #define ORVAN_SERVICE_SESSION_H
 
 #include <cstdint>
+#include <utility>
 
+#include "client.h"
 #include "service_time.h"
 
 namespace orvan_service {
@@ -31,10 +33,13 @@ public:
         kOrderly /**< it had ended its input before; what it had sent is executed */
     };
 
-    Session() = default;
+    explicit Session(Client client) : m_client(std::move(client)) {}
     virtual ~Session() = default;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
+
+    /** Whose messages these are. Any thread. */
+    const Client& client() const { return m_client; }
 
     /** The descriptor to wait for; fixed for the life of the session. Any thread. */
     virtual int descriptor() const = 0;
@@ -64,6 +69,7 @@ public:
 
 private:
     friend class Executor;
+    const Client m_client;
     Wait m_wait = Wait::kInput;
     uint32_t m_events = 0; // that the executor waits for
     bool m_queued = false; // for a turn

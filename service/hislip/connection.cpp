@@ -36,11 +36,17 @@ bool is_data(Type type)
 Connection::Connection(const Environment& environment, uint16_t id, orvan_common::UniqueFd sync,
                        orvan_common::UniqueFd async)
     : m_environment(environment), m_id(id), m_sync(std::move(sync)), m_async(std::move(async)),
-      m_session(environment.instrument, [this](uint8_t status) {
-          send_async({Type::kAsyncServiceRequest, status});
-      })
+      m_client{Protocol::kHislip, peer_address(m_sync.get())},
+      m_session(
+          environment.instrument,
+          [this](uint8_t status) {
+              send_async({Type::kAsyncServiceRequest, status});
+          },
+          [this](const StandardError& error, std::string_view message) {
+              m_environment.counters.count_error(m_client, error, message);
+          })
 {
-    ::syslog(LOG_INFO, "hislip %u: connected from %s", m_id, peer_address(m_sync.get()).c_str());
+    ::syslog(LOG_INFO, "hislip %u: connected from %s", m_id, m_client.address.c_str());
 }
 
 Connection::~Connection()

@@ -9,6 +9,7 @@
 
 #include "frame_queue.h"
 #include "frame_reader.h"
+#include "service/counters/counters.h"
 #include "service/session.h"
 #include "service/standard/locks.h"
 #include "service/standard/message_assembly.h"
@@ -24,6 +25,7 @@ inline constexpr uint64_t kLargestPayload = 0x300000;
 struct Environment {
     StandardInstrument& instrument;
     Locks& locks;
+    Counters& counters;
     std::function<void()> retry; /**< lets the executor look at all connections that wait; any thread */
 };
 
@@ -44,6 +46,7 @@ public:
     Connection& operator=(const Connection&) = delete;
 
     uint16_t id() const { return m_id; }
+    const Client& client() const { return m_client; }
     int sync() const { return m_sync.get(); }
     int async() const { return m_async.get(); }
 
@@ -108,6 +111,7 @@ private:
     const uint16_t m_id;
     const orvan_common::UniqueFd m_sync;
     const orvan_common::UniqueFd m_async;
+    const Client m_client;
     std::mutex m_async_mutex; // guards writing to m_async
     StandardSession m_session;
     std::atomic<bool> m_closed = false;

@@ -53,7 +53,7 @@ bool same_host(int first, int second)
 HislipServer::HislipServer(std::vector<orvan_common::UniqueFd> listeners, Executor& executor,
                            StandardInstrument& instrument, Locks& locks)
     : m_listeners(std::move(listeners)), m_executor(executor),
-      m_environment{instrument, locks, [&executor] { executor.retry(); }},
+      m_environment{instrument, locks, executor.counters(), [&executor] { executor.retry(); }},
       m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!m_wake) {
@@ -189,6 +189,7 @@ void HislipServer::initialize(Entrant& entrant)
     if (!entrant.payload().empty() && ::strcasecmp(entrant.payload().c_str(), "hislip0") != 0) {
         entrant.refuse(Fatal::kBadInitialization, "unknown sub-address");
     } else if (sessions() >= kMostSessions) {
+        m_executor.counters().count_refused(Protocol::kHislip);
         entrant.refuse(Fatal::kTooManyClients, "too many clients");
     } else {
         const auto version = std::min(kVersion, static_cast<uint16_t>(entrant.frame().parameter >> 16));

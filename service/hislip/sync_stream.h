@@ -10,7 +10,10 @@ namespace orvan_service::hislip {
 /** The synchronous channel of a connection, as the executor serves it. */
 class SyncStream : public Session {
 public:
-    explicit SyncStream(std::shared_ptr<Connection> connection) : m_connection(std::move(connection)) {}
+    explicit SyncStream(std::shared_ptr<Connection> connection)
+        : Session(connection->client()), m_connection(std::move(connection))
+    {
+    }
     ~SyncStream() override { m_connection->close(); }
 
     int descriptor() const override { return m_connection->sync(); }

@@ -54,11 +54,13 @@ void LocalServer::serve(std::span<const pollfd> waiting)
         return;
     }
     if (!has_place()) {
+        m_executor.counters().count_refused(Protocol::kLocal);
         ::syslog(LOG_WARNING, "local client refused: Too many clients");
         return;
     }
     try {
-        m_executor.add(std::make_unique<LocalSession>(std::move(client), m_instrument, m_locks));
+        m_executor.add(
+            std::make_unique<LocalSession>(std::move(client), m_instrument, m_locks, m_executor.counters()));
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "local client: %s", error.what());
     }

@@ -19,10 +19,23 @@ constexpr ServiceTime kReplyPatience{5000};
 // Received at a time, besides as much as a long message already has.
 constexpr size_t kPiece = 4000;
 
+/** The process at the other end. */
+std::string process_of(int socket)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return "process " + std::to_string(peer.pid);
+}
+
 } // namespace
 
-LocalSession::LocalSession(orvan_common::UniqueFd socket, StandardInstrument& instrument, Locks& locks)
-    : m_socket(std::move(socket)), m_locks(locks), m_session(instrument, {})
+LocalSession::LocalSession(orvan_common::UniqueFd socket, StandardInstrument& instrument, Locks& locks,
+                           Counters& counters)
+    : Session({Protocol::kLocal, process_of(socket.get())}), m_socket(std::move(socket)), m_locks(locks),
+      m_session(instrument, {}, [this, &counters](const StandardError& error, std::string_view message) {
+          counters.count_error(client(), error, message);
+      })
 {
     ::syslog(LOG_INFO, "local client %d: connected", m_socket.get());
 }

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "service/counters/counters.h"
 #include "service/session.h"
 #include "service/standard/locks.h"
 #include "service/standard/message_assembly.h"
@@ -21,8 +22,9 @@ namespace orvan_service {
  */
 class LocalSession : public Session {
 public:
-    /** @param socket non-blocking @param instrument, locks outlive the session */
-    LocalSession(orvan_common::UniqueFd socket, StandardInstrument& instrument, Locks& locks);
+    /** @param socket non-blocking @param instrument, locks, counters outlive the session */
+    LocalSession(orvan_common::UniqueFd socket, StandardInstrument& instrument, Locks& locks,
+                 Counters& counters);
     ~LocalSession() override;
 
     int descriptor() const override { return m_socket.get(); }

@@ -40,8 +40,9 @@ void set_option(int socket, int level, int name, const T& value)
 } // namespace
 
 RawSession::RawSession(orvan_common::UniqueFd socket, MessageSink& sink, MessageMemory& memory,
-                       const RawLimits& limits)
-    : m_socket(std::move(socket)), m_sink(sink), m_limits(limits), m_buffer(memory)
+                       Counters& counters, const RawLimits& limits)
+    : Session({Protocol::kRaw, peer_address(socket.get())}), m_socket(std::move(socket)), m_sink(sink),
+      m_counters(counters), m_limits(limits), m_buffer(memory)
 {
     const int fd = m_socket.get();
     const auto count = m_limits.send_timeout.count();
@@ -165,7 +166,7 @@ bool RawSession::receive()
         const auto bytes = space.first(static_cast<size_t>(received));
         if (m_first_line.feed(bytes) == HttpRequestLine::Verdict::kYes) {
             ::syslog(LOG_WARNING, "client %d at %s: closed, its first line is an HTTP request line",
-                     m_socket.get(), peer_address(m_socket.get()).c_str());
+                     m_socket.get(), client().address.c_str());
             m_broken = true;
             return false;
         }
@@ -216,9 +217,10 @@ bool RawSession::stays_open() const
 
 void RawSession::answer_error(int number)
 {
+    const char* const text = SCPI_ErrorTranslate(static_cast<int_fast16_t>(number));
+    m_counters.count_error(client(), {number, text}, {});
     char reply[128];
-    const int size = std::snprintf(reply, sizeof reply, "-ERR %d, \"%s\";+OK\r\n", number,
-                                   SCPI_ErrorTranslate(static_cast<int_fast16_t>(number)));
+    const int size = std::snprintf(reply, sizeof reply, "-ERR %d, \"%s\";+OK\r\n", number, text);
     if (::send(m_socket.get(), reply, static_cast<size_t>(size), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
         ::syslog(LOG_INFO, "client %d: send: %s", m_socket.get(), std::strerror(errno));
     }

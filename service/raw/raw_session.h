@@ -5,6 +5,7 @@
 
 #include "http_request_line.h"
 #include "message_buffer.h"
+#include "service/counters/counters.h"
 #include "service/message_sink.h"
 #include "service/session.h"
 #include <unique_fd.h>
@@ -37,8 +38,8 @@ struct RawLimits {
  */
 class RawSession : public Session {
 public:
-    /** @param sink, memory outlive the session */
-    RawSession(orvan_common::UniqueFd socket, MessageSink& sink, MessageMemory& memory,
+    /** @param sink, memory, counters outlive the session */
+    RawSession(orvan_common::UniqueFd socket, MessageSink& sink, MessageMemory& memory, Counters& counters,
                const RawLimits& limits);
     ~RawSession() override;
 
@@ -67,6 +68,7 @@ private:
 
     const orvan_common::UniqueFd m_socket;
     MessageSink& m_sink;
+    Counters& m_counters;
     const RawLimits m_limits;
     MessageBuffer m_buffer;
     HttpRequestLine m_first_line;

@@ -1,10 +1,13 @@
 #include "standard_session.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <utility>
 
 #include "scpi/scpi.h"
+#include "service/shown_text.h"
 
 namespace orvan_service {
 namespace {
@@ -24,6 +27,45 @@ std::string text_of(const StandardError& error)
     return std::to_string(error.number) + ",\"" + error.text + '"';
 }
 
+/** The message that this thread executes. It is copied, as its parts are modified. */
+class Executing {
+public:
+    explicit Executing(std::span<const char> message)
+        : m_length(message.size()), m_shown(std::min(message.size(), kShownBytes))
+    {
+        std::copy_n(message.begin(), m_shown, m_begin.begin());
+        t_executing = this;
+    }
+    ~Executing() { t_executing = nullptr; }
+    Executing(const Executing&) = delete;
+    Executing& operator=(const Executing&) = delete;
+
+    /** Empty on a thread that executes none. */
+    static std::string shown()
+    {
+        return t_executing == nullptr ? std::string()
+                                      : shown_message({t_executing->m_begin.data(), t_executing->m_shown},
+                                                      t_executing->m_length);
+    }
+
+private:
+    static thread_local const Executing* t_executing;
+    std::array<char, kShownBytes> m_begin; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    const size_t m_length;
+    const size_t m_shown; // bytes of it that are kept
+};
+
+thread_local const Executing* Executing::t_executing = nullptr;
+
+std::function<void(const StandardError&)> observer(StandardSession::OnError on_error)
+{
+    if (!on_error) {
+        return {};
+    }
+    return
+        [on_error = std::move(on_error)](const StandardError& error) { on_error(error, Executing::shown()); };
+}
+
 bool takes_number(SessionCommand command)
 {
     return command == SessionCommand::kEventEnable || command == SessionCommand::kServiceEnable;
@@ -38,13 +80,15 @@ int integer_of(const std::string& text)
 
 } // namespace
 
-StandardSession::StandardSession(StandardInstrument& instrument, std::function<void(uint8_t)> request)
-    : m_instrument(instrument), m_status(std::move(request))
+StandardSession::StandardSession(StandardInstrument& instrument, std::function<void(uint8_t)> request,
+                                 OnError on_error)
+    : m_instrument(instrument), m_status(std::move(request), observer(std::move(on_error)))
 {
 }
 
 std::string StandardSession::execute(std::span<char> message, const std::function<bool()>& continues)
 {
+    const Executing executing(message);
     std::string response;
     for (MessagePart& part : cut_message(message)) {
         if (!continues()) {

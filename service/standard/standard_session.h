@@ -32,8 +32,13 @@ public:
  */
 class StandardSession {
 public:
+    /** Called with each error, on the thread that causes it. @param message being executed,
+     *  as shown_message() has it; empty for an error that none caused */
+    using OnError = std::function<void(const StandardError& error, std::string_view message)>;
+
     /** @param request see StatusModel */
-    StandardSession(StandardInstrument& instrument, std::function<void(uint8_t status)> request);
+    StandardSession(StandardInstrument& instrument, std::function<void(uint8_t status)> request,
+                    OnError on_error = {});
 
     /**
      * Executes a program message. Executor's thread; blocks as long as its commands do.

@@ -40,7 +40,11 @@ uint8_t event_of(int number)
 
 } // namespace
 
-StatusModel::StatusModel(std::function<void(uint8_t)> request) : m_request(std::move(request)) {}
+StatusModel::StatusModel(std::function<void(uint8_t)> request,
+                         std::function<void(const StandardError&)> added)
+    : m_request(std::move(request)), m_added(std::move(added))
+{
+}
 
 uint8_t StatusModel::summary() const
 {
@@ -81,6 +85,9 @@ auto StatusModel::change(Change change)
 
 void StatusModel::add(StandardError error)
 {
+    if (m_added) {
+        m_added(error);
+    }
     change([&] {
         m_events |= event_of(error.number);
         if (m_queue.size() < kQueue) {

@@ -43,7 +43,10 @@ public:
 
     /** @param request called with the status byte at each new request for service, on the thread that caused
      *  it and without a lock held */
-    explicit StatusModel(std::function<void(uint8_t status)> request);
+    /** @param added called with each error that is queued, or would be if there were room, on the thread that
+     *  queues it and without a lock held */
+    explicit StatusModel(std::function<void(uint8_t status)> request,
+                         std::function<void(const StandardError&)> added = {});
 
     /** Queues the error and sets its bit in the event status register. */
     void add(StandardError error);
@@ -79,6 +82,7 @@ private:
     auto change(Change change);
 
     const std::function<void(uint8_t)> m_request;
+    const std::function<void(const StandardError&)> m_added;
     mutable std::mutex m_mutex; // guards what follows
     std::deque<StandardError> m_queue;
     uint8_t m_events = 0;

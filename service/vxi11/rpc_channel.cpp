@@ -47,6 +47,12 @@ RpcChannel::RpcChannel(orvan_common::UniqueFd listener, uint32_t program, const 
 {
 }
 
+std::string RpcChannel::peer(const RpcCaller& caller) const
+{
+    const auto place = m_connections.find(caller.connection);
+    return place == m_connections.end() ? "?" : peer_address(place->second.socket.get());
+}
+
 uint16_t RpcChannel::port() const
 {
     return port_of(m_listener.get());

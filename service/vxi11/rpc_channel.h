@@ -70,6 +70,9 @@ public:
 
     uint16_t port() const;
 
+    /** The caller's address and port; "?" if its connection has ended. */
+    std::string peer(const RpcCaller& caller) const;
+
 private:
     struct Connection {
         orvan_common::UniqueFd socket;

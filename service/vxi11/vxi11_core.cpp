@@ -186,12 +186,14 @@ void Vxi11Core::create_link(const RpcCaller& caller, const Create_LinkParms& par
     }
     // Closed links exist as long as they have messages to execute, and must not exhaust the descriptors.
     if (m_links.size() >= m_options.max_links || m_shared->links >= 2 * m_options.max_links) {
+        m_executor.counters().count_refused(Protocol::kVxi11);
         ::syslog(LOG_WARNING, "VXI-11: link refused: there are %zu", m_links.size());
         return refuse(caller, ::xdr_Create_LinkResp, Vxi11Error::kOutOfResources);
     }
     std::map<int, Link>::iterator place;
     try {
-        auto link = std::make_shared<Vxi11Link>(m_instrument, m_shared);
+        auto link = std::make_shared<Vxi11Link>(m_instrument, m_shared, m_executor.counters(),
+                                                Client{Protocol::kVxi11, m_channel.peer(caller)});
         m_executor.add(std::make_unique<Vxi11Session>(link));
         do {
             m_last_link = m_last_link == INT_MAX ? 1 : m_last_link + 1;

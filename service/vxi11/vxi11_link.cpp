@@ -59,11 +59,18 @@ void Vxi11Shared::wake() const
     add_one(m_wake.get());
 }
 
-Vxi11Link::Vxi11Link(StandardInstrument& instrument, std::shared_ptr<Vxi11Shared> shared)
-    : m_shared(std::move(shared)), m_event(new_event()), m_session(instrument, [this](uint8_t) {
-          m_service_request = true;
-          m_shared->wake();
-      })
+Vxi11Link::Vxi11Link(StandardInstrument& instrument, std::shared_ptr<Vxi11Shared> shared, Counters& counters,
+                     Client client)
+    : m_shared(std::move(shared)), m_event(new_event()), m_client(std::move(client)),
+      m_session(
+          instrument,
+          [this](uint8_t) {
+              m_service_request = true;
+              m_shared->wake();
+          },
+          [this, &counters](const StandardError& error, std::string_view message) {
+              counters.count_error(m_client, error, message);
+          })
 {
     ++m_shared->links;
 }

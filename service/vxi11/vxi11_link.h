@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "service/counters/counters.h"
 #include "service/session.h"
 #include "service/standard/message_assembly.h"
 #include "service/standard/standard_session.h"
@@ -40,7 +41,9 @@ private:
  */
 class Vxi11Link {
 public:
-    Vxi11Link(StandardInstrument& instrument, std::shared_ptr<Vxi11Shared> shared);
+    /** @param instrument, counters outlive the link */
+    Vxi11Link(StandardInstrument& instrument, std::shared_ptr<Vxi11Shared> shared, Counters& counters,
+              Client client);
     ~Vxi11Link();
     Vxi11Link(const Vxi11Link&) = delete;
     Vxi11Link& operator=(const Vxi11Link&) = delete;
@@ -83,6 +86,7 @@ public:
     /** Whether service was requested since the last call. */
     bool take_service_request() { return m_service_request.exchange(false); }
     StatusModel& status() { return m_session.status(); }
+    const Client& client() const { return m_client; }
     /** Only shown: the instrument's panel is never locked. */
     void set_remote(bool remote);
 
@@ -100,6 +104,7 @@ private:
 
     const std::shared_ptr<Vxi11Shared> m_shared;
     const orvan_common::UniqueFd m_event; // messages to execute, or closed
+    const Client m_client;
     std::atomic<bool> m_service_request = false;
     StandardSession m_session;
 
@@ -118,7 +123,9 @@ private:
 /** A link among the executor's sessions. */
 class Vxi11Session : public Session {
 public:
-    explicit Vxi11Session(std::shared_ptr<Vxi11Link> link) : m_link(std::move(link)) {}
+    explicit Vxi11Session(std::shared_ptr<Vxi11Link> link) : Session(link->client()), m_link(std::move(link))
+    {
+    }
 
     int descriptor() const override { return m_link->descriptor(); }
     Wait advance(ServiceTime, bool readable) override { return m_link->next(readable); }

@@ -48,7 +48,8 @@ protected:
     LogCapture log;
     ScriptedInstrument instrument;
     orvan_service::Locks locks;
-    const Environment environment{instrument, locks, [] {}};
+    orvan_service::Counters counters;
+    const Environment environment{instrument, locks, counters, [] {}};
     UniqueFd sync; // the client's ends
     UniqueFd async;
     std::shared_ptr<Connection> connection;

@@ -27,7 +27,7 @@ protected:
         const auto listeners = open_listeners("127.0.0.1", 0);
         client.emplace(local_port(listeners.front().get()));
         orvan_common::UniqueFd socket(::accept4(listeners.front().get(), nullptr, nullptr, SOCK_CLOEXEC));
-        session.emplace(std::move(socket), sink, memory, RawLimits{});
+        session.emplace(std::move(socket), sink, memory, counters, RawLimits{});
     }
 
     /** Sends the bytes and lets the session receive them. */
@@ -42,6 +42,7 @@ protected:
     LogCapture log;
     RecordingSink sink{[](int, const std::string&) {}};
     MessageMemory memory{100'000, 100'000};
+    Counters counters;
     std::optional<TestClient> client;
     std::optional<RawSession> session;
 };

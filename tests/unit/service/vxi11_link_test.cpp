@@ -51,7 +51,9 @@ protected:
 
     ScriptedInstrument instrument;
     const std::shared_ptr<Vxi11Shared> shared = std::make_shared<Vxi11Shared>();
-    std::optional<Vxi11Link> link{std::in_place, instrument, shared};
+    Counters counters;
+    std::optional<Vxi11Link> link{std::in_place, instrument, shared, counters,
+                                  Client{Protocol::kVxi11, "10.0.0.1:700"}};
 };
 
 using Messages = std::vector<std::string>;
@@ -261,7 +263,7 @@ TEST_F(Vxi11LinkTest, HasRoomForSixteenMessagesOrAMegabyte)
 
 TEST_F(Vxi11LinkTest, SharesItsMemoryWithOtherLinks)
 {
-    Vxi11Link other(instrument, shared);
+    Vxi11Link other(instrument, shared, counters, Client{Protocol::kVxi11, {}});
     link->write(std::string(600, 'x'), false);
     EXPECT_TRUE(other.has_room(400, 1000));
     EXPECT_FALSE(other.has_room(401, 1000));

@@ -43,6 +43,8 @@ public:
     const int raw_port;
     const int hislip_port;
     uint16_t vxi11_port() const { return m_vxi11.port(); }
+    orvan_service::Executor& executor() { return m_server.executor(); }
+    const orvan_service::Executor& executor() const { return m_server.executor(); }
 
 private:
     WholeFront(orvan_service::MessageSink& sink, const orvan_service::ServerLimits& limits,
