@@ -8,6 +8,9 @@
 #include <sys/eventfd.h>
 #include <syslog.h>
 
+#include "counters/counters_document.h"
+#include "counters/counters_server.h"
+#include "counters/library_errors.h"
 #include "front_panel.h"
 #include "hang_watch.h"
 #include "hislip/hislip_server.h"
@@ -181,12 +184,16 @@ int serve(const Options& options)
     HislipServer hislip(std::move(listeners.hislip), server.executor(), standard_instrument, locks);
     Vxi11Server vxi11(server.executor(), standard_instrument, locks, vxi11_options(options));
     LocalServer local(options.local_dir, server.executor(), standard_instrument, locks);
+    const LibraryErrors library_errors(server.executor(), watch);
+    CountersServer counters(options.local_dir, [&] {
+        return counters_document(server.executor(), watch, Scpi_Orvanx::getInstance()->getNumberofChannels());
+    });
     locks.on_change([&] {
         server.executor().retry();
         hislip.wake();
         vxi11.wake();
     });
-    Attended* const others[] = {&hislip, &local};
+    Attended* const others[] = {&hislip, &local, &counters};
     std::optional<FrontPanel> panel;
     std::optional<PowerButton> power_button;
     // From here on no exception may escape: the destructors would wait for the running command or key.
@@ -206,6 +213,7 @@ int serve(const Options& options)
         notify("STOPPING=1");
         vxi11.end();
         local.end();
+        counters.end();
         if (panel) {
             panel->end();
         }
@@ -222,6 +230,7 @@ int serve(const Options& options)
     } catch (const std::exception& error) {
         ::syslog(LOG_ERR, "%s", error.what());
         local.end();
+        counters.end();
         leave(kExitFailed);
     }
     leave(kExitDone);

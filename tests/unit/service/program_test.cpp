@@ -145,6 +145,34 @@ TEST_F(ProgramTest, ServesLocalClientsAndRemovesTheSocketAtTheEnd)
     EXPECT_FALSE(std::filesystem::exists(socket));
 }
 
+TEST_F(ProgramTest, TheCountersShowErrorsOfAllClientsAndTheCommandThatHangs)
+{
+    const PrivateFolder folder;
+    ServiceProcess service(start({"--local-dir", folder.path()}));
+    service.errors_until("ready");
+    const auto document = [&] { return LocalClient(folder.path() / "counters.sock").rest(); };
+    const auto contains = [](const std::string& text, const std::string& part) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
+    };
+    TestClient raw(port());
+    LocalClient local(folder.path() / "scpi.sock");
+    EXPECT_EQ(raw.ask(":FOO;*IDN?;:BAR\n").substr(0, 9), "-ERR -113");
+    EXPECT_EQ(local.ask(":BAZ\n"), "\n");
+    raw.send(endless_reply() + "\n");
+    std::string found;
+    ASSERT_TRUE(eventually([&] {
+        found = document();
+        return found.find("\"message\":\"*IDN?;") != std::string::npos;
+    })) << found;
+    const std::string client = "127.0.0.1:" + std::to_string(local_port(raw.fd()));
+    contains(found, R"("raw":{"messages":1,"errors":2,"clients":1,"refused":0})");
+    contains(found, R"("local":{"messages":1,"errors":1,"clients":1,"refused":0})");
+    contains(found, R"(,"protocol":"raw","client":")" + client +
+                        R"(","number":-113,"text":"Undefined header","message":":FOO;*IDN?;:BAR"},)");
+    contains(found, R"("number":-113,"text":"Undefined header","message":":BAZ"}],"running":{"client":")" +
+                        client + R"(","message":"*IDN?;*IDN?)");
+}
+
 TEST_F(ProgramTest, APortInUseIsReportedWithExitCodeOne)
 {
     ServiceProcess service(
