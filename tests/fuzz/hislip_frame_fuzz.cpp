@@ -130,7 +130,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto async = make_pair();
     CountingInstrument instrument;
     Locks locks;
-    const Environment environment{instrument, locks, [] {}};
+    Counters counters;
+    const Environment environment{instrument, locks, counters, [] {}};
     Peer sync_peer(sync[1]);
     Peer async_peer(async[1]);
     const auto connection = std::make_shared<Connection>(environment, 1, orvan_common::UniqueFd(sync[0]),
