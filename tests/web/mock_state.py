@@ -8,7 +8,8 @@ import threading
 import time
 
 REFERENCE = pathlib.Path(__file__).resolve().parents[2] / "docs/scpi-reference.md"
-PREFIXES = {"G": 1e9, "M": 1e6, "k": 1e3, "K": 1e3, "": 1.0, "m": 1e-3, "u": 1e-6, "µ": 1e-6, "n": 1e-9}
+# Letters of either case, as SCPI has them: MHz are megahertz, ms milliseconds.
+PREFIXES = {"Hz": {"G": 1e9, "M": 1e6, "K": 1e3, "": 1.0}, "s": {"": 1.0, "M": 1e-3, "U": 1e-6, "µ": 1e-6, "N": 1e-9}}
 ERRORS = {
     -104: "Data type error",
     -113: "Undefined header",
@@ -143,9 +144,9 @@ def parse_number(given, unit):
     if suffix == "" or suffix.lower() == unit.lower():
         return float(match[1])
     if unit in ("Hz", "s") and suffix.lower().endswith(unit.lower()):
-        prefix = suffix[: -len(unit)]
-        if prefix in PREFIXES:
-            return float(f"{float(match[1]) * PREFIXES[prefix]:.15g}")
+        factor = PREFIXES[unit].get(suffix[: -len(unit)].upper().replace("Μ", "µ"))
+        if factor:
+            return float(f"{float(match[1]) * factor:.15g}")
     raise ScpiError(-131)
 
 

@@ -24,12 +24,15 @@ class Settings(PageCase):
         cases = [
             ("frequency_hz", "800 MHz", ":FREQ?", 800e6, "800 MHz"),
             ("frequency_hz", "1e9", ":FREQ?", 1e9, "1 GHz"),
+            ("frequency_hz", "2.5 G", ":FREQ?", 2.5e9, "2.5 GHz"),
+            ("frequency_hz", "433.92m", ":FREQ?", 433.92e6, "433.92 MHz"),
             ("frequency_hz", "75kHz", ":FREQ?", 75e3, "75 kHz"),
             ("level_dbm", "-12.5 dBm", ":POW?", -12.5, "-12.5 dBm"),
             ("level_dbm", "3", ":POW?", 3, "3 dBm"),
             ("phase_deg", "90 deg", ":PHAS?", 90, "90°"),
             ("pulse/width_s", "250 ns", ":PULS:WIDT?", 250e-9, "250 ns"),
             ("pulse/width_s", "15 us", ":PULS:WIDT?", 15e-6, "15 µs"),
+            ("pulse/width_s", "40 u", ":PULS:WIDT?", 40e-6, "40 µs"),
             ("pulse/width_s", "0.02", ":PULS:WIDT?", 0.02, "20 ms"),
         ]
         for path, text, query, number, shown in cases:

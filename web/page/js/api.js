@@ -1,7 +1,10 @@
 // The instrument's REST interface, with the password's token.
 
+import { session } from "./storage.js";
+
 const BASE = "api/v1/";
 const TOKEN = "token";
+let token = session.get(TOKEN);
 let signIn = async () => false;
 
 export class Refusal extends Error {
@@ -17,7 +20,16 @@ export function onSignIn(ask) {
   signIn = ask;
 }
 
-export const hasToken = () => sessionStorage.getItem(TOKEN) !== null;
+export const hasToken = () => token !== null;
+
+function keepToken(value) {
+  token = value;
+  if (value === null) {
+    session.remove(TOKEN);
+  } else {
+    session.set(TOKEN, value);
+  }
+}
 
 async function send(method, path, body) {
   const headers = {};
@@ -25,7 +37,7 @@ async function send(method, path, body) {
     headers["Content-Type"] = "application/json";
   }
   if (hasToken()) {
-    headers.Authorization = `Bearer ${sessionStorage.getItem(TOKEN)}`;
+    headers.Authorization = `Bearer ${token}`;
   }
   let response;
   try {
@@ -57,7 +69,7 @@ export async function change(method, path, body = method === "DELETE" ? undefine
       throw refusal;
     }
     if (refusal.status === 401) {
-      sessionStorage.removeItem(TOKEN);
+      keepToken(null);
     }
     if (!(await signIn(refusal))) {
       throw refusal;
@@ -67,15 +79,14 @@ export async function change(method, path, body = method === "DELETE" ? undefine
 }
 
 export async function openSession(password) {
-  sessionStorage.removeItem(TOKEN);
-  const { token } = await send("POST", "session", { password });
-  sessionStorage.setItem(TOKEN, token);
+  keepToken(null);
+  keepToken((await send("POST", "session", { password })).token);
 }
 
 export async function closeSession() {
   try {
     await send("DELETE", "session");
   } finally {
-    sessionStorage.removeItem(TOKEN);
+    keepToken(null);
   }
 }

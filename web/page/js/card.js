@@ -5,6 +5,7 @@ import { el, setText } from "./dom.js";
 import { Field } from "./field.js";
 import { format } from "./format.js";
 import { at } from "./store.js";
+import { session } from "./storage.js";
 import { Switch } from "./switch.js";
 
 const PROMINENT = "Output";
@@ -69,14 +70,14 @@ export class Card {
   group(name, settings) {
     const state = el("span", { className: "state" });
     const key = `open ${this.number} ${name}`;
-    const details = el("details", { open: sessionStorage.getItem(key) !== null },
+    const details = el("details", { open: session.get(key) !== null },
       el("summary", {}, el("span", { className: "name", textContent: name }), state),
       el("div", { className: "settings" }, ...this.elementsOf(settings)));
     details.addEventListener("toggle", () => {
       if (details.open) {
-        sessionStorage.setItem(key, "1");
+        session.set(key, "1");
       } else {
-        sessionStorage.removeItem(key);
+        session.remove(key);
       }
     });
     this.summaries.push({ settings, state, details });

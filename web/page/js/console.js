@@ -3,13 +3,14 @@
 import { change, get } from "./api.js";
 import { announce, byId, el, setText } from "./dom.js";
 import { on } from "./store.js";
+import { session } from "./storage.js";
 import { complete, find, unitAt, variants } from "./scpi.js";
 
 const LINES_KEPT = 300;
 const input = byId("console-line");
 const list = byId("console-choices");
 const log = byId("console-log");
-const history = JSON.parse(sessionStorage.getItem("history") ?? "[]");
+const history = JSON.parse(session.get("history") ?? "[]");
 let commands = [];
 let place = history.length;
 let draft = "";
@@ -31,7 +32,7 @@ async function send(line) {
   const channel = Number(byId("console-channel").value);
   if (history.at(-1) !== line) {
     history.push(line);
-    sessionStorage.setItem("history", JSON.stringify(history.slice(-100)));
+    session.set("history", JSON.stringify(history.slice(-100)));
   }
   place = history.length;
   input.value = "";

@@ -2,7 +2,7 @@
 
 import { Control } from "./control.js";
 import { el, setText } from "./dom.js";
-import { format, formatForEdit } from "./format.js";
+import { format, formatForEdit, withWholeUnit } from "./format.js";
 
 const MOST_LARGE = 13; // characters that fit into a readout in its usual size
 
@@ -49,7 +49,7 @@ export class Field extends Control {
     if (event.key === "Enter") {
       event.preventDefault();
       if (this.draft !== null) {
-        this.apply(this.draft.trim());
+        this.apply(withWholeUnit(this.draft.trim(), this.setting));
       }
     } else if (event.key === "Escape" && !this.pending) {
       this.draft = null;

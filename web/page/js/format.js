@@ -61,6 +61,12 @@ export function formatForEdit(value, setting) {
   return setting.unit ? `${number} ${prefix}${setting.unit}` : number;
 }
 
+/** What was typed, with the unit added to a bare prefix: "2.5 G" is 2.5 GHz. */
+export function withWholeUnit(text, { kind, unit }) {
+  const prefixes = { Hz: /[\d.]\s*[gmk]$/i, s: /[\d.]\s*[muµn]$/i }[unit];
+  return kind === "number" && prefixes?.test(text) ? text + unit : text;
+}
+
 /** "50 kHz to 20 GHz", or an empty text. */
 export function formatRange(limits, setting) {
   if (!Array.isArray(limits) || limits[0] === null || limits[1] === null) {

@@ -1,4 +1,5 @@
 import { byId, setText } from "./dom.js";
+import { local } from "./storage.js";
 
 const NEXT = { auto: "light", light: "dark", dark: "auto" };
 const WORDS = { auto: "Auto", light: "Light", dark: "Dark" };
@@ -20,11 +21,7 @@ export function startThemeButton() {
     } else {
       document.documentElement.dataset.theme = theme;
     }
-    try {
-      localStorage.setItem("theme", theme);
-    } catch {
-      // It lasts until the page is closed then.
-    }
+    local.set("theme", theme);
     show(theme);
     document.dispatchEvent(new Event("themechange"));
   });
