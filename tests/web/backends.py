@@ -85,6 +85,13 @@ class Virtual:
             time.sleep(0.02)
         self.port, self.url = int(found[1]), found[2]
 
+    @staticmethod
+    def why_not():
+        """Empty if the kernel allows a sandbox; otherwise the reason to skip."""
+        command = ["unshare", "--user", "--net", "--mount", "true"]
+        outcome = subprocess.run(command, check=False, capture_output=True, text=True)
+        return f"the kernel refuses namespaces: {outcome.stderr.strip()}" if outcome.returncode else ""
+
     def ctl(self, *words):
         command = [self.programs / "orvan-sim", "ctl", "--state", self.folder / "state", *map(str, words)]
         return subprocess.run(command, check=True, capture_output=True, text=True, timeout=30).stdout
