@@ -47,11 +47,9 @@ class Accessibility(PageCase):
 
     def test_a_failed_module_and_a_dialog(self):
         self.backend.unplug(2)
+        self.addCleanup(self.backend.plug_in, 2)
         self.wait(lambda: self.text(".card[data-channel='2'] .trouble"), "the trouble")
-        try:
-            self.judge("failed-module")
-            self.css("#setups [aria-label='Recall Factory']").click()
-            self.wait(self.dialog_title, "the dialog")
-            self.judge("dialog")
-        finally:
-            self.backend.plug_in(2)
+        self.judge("failed-module")
+        self.css("#setups [aria-label='Recall Factory']").click()
+        self.wait(self.dialog_title, "the dialog")
+        self.judge("dialog")

@@ -63,6 +63,7 @@ class Virtual:
 
     def __init__(self, programs):
         self.programs = pathlib.Path(programs)
+        self.unplugged = set()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="orvan-web-tests-"))
         self.output = self.folder / "output"
         ports = ["--http-port", "0", "--scpi-port", "0", "--hislip-port", "0", "--maint-port", "0"]
@@ -78,12 +79,13 @@ class Virtual:
 
     def _wait_until_ready(self):
         end = time.monotonic() + START_S
-        pattern = r"SCPI +TCP 127\.0\.0\.1:(\d+)[^$]*?page +(http://127\.0\.0\.1:\d+/)[^$]*?stop "
-        while not (found := re.search(pattern, self.output.read_text())):
+        while "\n  stop  " not in self.output.read_text():
             if self.launcher.poll() is not None or time.monotonic() > end:
                 raise RuntimeError("the virtual instrument did not start:\n" + self.output.read_text())
             time.sleep(0.02)
-        self.port, self.url = int(found[1]), found[2]
+        text = self.output.read_text()
+        self.port = int(re.search(r"\n  SCPI +TCP 127\.0\.0\.1:(\d+)", text)[1])
+        self.url = re.search(r"\n  page +(http://127\.0\.0\.1:\d+/)", text)[1]
 
     @staticmethod
     def why_not():
@@ -100,6 +102,8 @@ class Virtual:
         return int(re.search(rf"^{name} .*process (\d+)", self.ctl("status"), re.MULTILINE)[1])
 
     def reset(self):
+        for module in sorted(self.unplugged):
+            self.plug_in(module)
         for module in range(1, 5):
             self.scpi(module, "*RST;:OUTP OFF")
 
@@ -134,19 +138,26 @@ class Virtual:
         self.ctl("temp", module, celsius)
 
     def _touch(self, module):
-        """Somebody's query, by which the controller notices how a module is."""
+        """Somebody's query, by which the controller notices how a module is. True if it answers."""
         try:
             self.scpi(module, ":FREQ?")
+            return True
         except AssertionError:
-            pass
+            return False
 
     def unplug(self, module):
+        self.unplugged.add(module)
         self.ctl("module", module, "kill")
         self._touch(module)
 
     def plug_in(self, module):
         self.ctl("module", module, "start")
-        self._touch(module)
+        end = time.monotonic() + START_S
+        while not self._touch(module):
+            if time.monotonic() > end:
+                raise RuntimeError(f"module {module} does not come back")
+            time.sleep(0.05)
+        self.unplugged.discard(module)
 
     def close(self):
         self.launcher.send_signal(signal.SIGINT)

@@ -248,8 +248,9 @@ class Instrument:
             self.changed("instrument", {"access": self.access()})
 
     def access(self):
-        return {"changes": self.refusal is None, "password_set": self.password is not None,
-                "reason": self.refusal[1] if self.refusal else ""}
+        possible = self.refusal is None or self.password is not None
+        return {"changes": possible, "password_set": self.password is not None,
+                "reason": "" if possible else self.refusal[1]}
 
     def document(self):
         now = time.time()

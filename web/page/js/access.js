@@ -8,7 +8,7 @@ import { getInstrument, on } from "./store.js";
 /** Nothing that this page could do would permit a change. */
 export function isLocked(instrument = getInstrument()) {
   const access = instrument.access;
-  return Boolean(access) && !access.changes && !access.password_set;
+  return Boolean(access) && !access.changes;
 }
 
 async function signIn(reason) {
@@ -45,7 +45,7 @@ function show() {
   const access = getInstrument().access ?? {};
   const locked = isLocked();
   button.hidden = !locked && !access.password_set;
-  button.classList.toggle("locked", locked || (access.password_set && !hasToken()));
+  button.classList.toggle("locked", locked || !hasToken());
   setText(button, locked ? "Read only" : hasToken() ? "Sign out" : "Sign in");
   button.title = access.reason ?? "";
 }
