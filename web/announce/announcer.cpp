@@ -26,7 +26,8 @@ void clear(AvahiWatch*, int fd, AvahiWatchEvent, void*)
 
 } // namespace
 
-Announcer::Announcer() : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+Announcer::Announcer(std::function<void(const std::string& host)> announced)
+    : m_announced(std::move(announced)), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!m_wake) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -67,7 +68,7 @@ void Announcer::run()
     const Poll poll(avahi_simple_poll_new(), avahi_simple_poll_free);
     const AvahiPoll* const api = avahi_simple_poll_get(poll.get());
     AvahiWatch* const watch = api->watch_new(api, m_wake.get(), AVAHI_WATCH_IN, clear, nullptr);
-    Publisher publisher(api);
+    Publisher publisher(api, m_announced);
     bool ending = false;
     while (!ending && avahi_simple_poll_iterate(poll.get(), -1) == 0) {
         std::optional<Announcement> next;

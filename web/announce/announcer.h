@@ -1,8 +1,10 @@
 #ifndef ORVAN_WEB_ANNOUNCER_H
 #define ORVAN_WEB_ANNOUNCER_H
 
+#include <functional>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "announce/announcement.h"
@@ -23,8 +25,12 @@ namespace orvan_web {
  */
 class Announcer {
 public:
-    /** Throws std::system_error if descriptors or threads have run out. */
-    Announcer();
+    /**
+     * Throws std::system_error if descriptors or threads have run out.
+     * @param announced called on the thread "mdns" whenever the instrument has been announced, with the host
+     *                  name under which it is reached, "bench-4.local"
+     */
+    explicit Announcer(std::function<void(const std::string& host)> announced = {});
     /** Withdraws the announcement. Takes up to 25 s if avahi-daemon hangs. */
     ~Announcer();
     Announcer(const Announcer&) = delete;
@@ -37,6 +43,7 @@ private:
     void run();
     void wake() const;
 
+    const std::function<void(const std::string&)> m_announced;
     orvan_common::UniqueFd m_wake; /**< an eventfd */
     std::mutex m_mutex;
     std::optional<Announcement> m_next;

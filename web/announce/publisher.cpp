@@ -42,7 +42,8 @@ std::string another_name(const std::string& name)
 
 } // namespace
 
-Publisher::Publisher(const AvahiPoll* poll) : m_poll(poll)
+Publisher::Publisher(const AvahiPoll* poll, std::function<void(const std::string& host)> announced)
+    : m_poll(poll), m_announced(std::move(announced))
 {
     m_reconnect = poll->timeout_new(
         poll, nullptr, [](AvahiTimeout*, void* self) { static_cast<Publisher*>(self)->connect(); }, this);
@@ -137,6 +138,10 @@ void Publisher::note_group(AvahiEntryGroupState state)
     switch (state) {
     case AVAHI_ENTRY_GROUP_ESTABLISHED:
         report(LOG_INFO, "mDNS: announced as \"" + m_name + "\"");
+        if (const char* const host = avahi_client_get_host_name_fqdn(m_client);
+            m_announced && host != nullptr) {
+            m_announced(host);
+        }
         break;
     case AVAHI_ENTRY_GROUP_COLLISION:
         m_name = another_name(m_name);

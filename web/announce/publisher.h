@@ -2,6 +2,7 @@
 #define ORVAN_WEB_PUBLISHER_H
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -16,7 +17,7 @@ namespace orvan_web {
 /** Keeps one announcement published, on the thread that runs the poll. */
 class Publisher {
 public:
-    explicit Publisher(const AvahiPoll* poll);
+    Publisher(const AvahiPoll* poll, std::function<void(const std::string& host)> announced);
     ~Publisher();
     Publisher(const Publisher&) = delete;
     Publisher& operator=(const Publisher&) = delete;
@@ -35,6 +36,7 @@ private:
     void report(int priority, const std::string& text);
 
     const AvahiPoll* m_poll;
+    const std::function<void(const std::string&)> m_announced;
     AvahiClient* m_client = nullptr;
     AvahiEntryGroup* m_group = nullptr;
     AvahiTimeout* m_reconnect = nullptr;

@@ -1,11 +1,13 @@
 // The announcement as others on a network see it: in a sandbox, with avahi-daemon beside the announcer, and
 // another mDNS implementation on the LAN.
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -297,13 +299,24 @@ TEST_F(AnnouncerTest, AvahiTakesTheHostNameOfTheInstrument)
 {
     start_bus_and_avahi();
     browse();
-    Announcer announcer;
+    std::mutex mutex;
+    std::vector<std::string> hosts;
+    Announcer announcer([&](const std::string& host) {
+        const std::lock_guard lock(mutex);
+        hosts.push_back(host);
+    });
     Announcement named = announcement();
     announcer.announce(named);
     EXPECT_TRUE(sees("+ _lxi._tcp OVX3654B-100001 bench-4.local. 10.0.0.2:80 ")) << seen();
     named.host_name = "bench-5";
     announcer.announce(named);
     EXPECT_TRUE(sees("+ _lxi._tcp OVX3654B-100001 bench-5.local. 10.0.0.2:80 ")) << seen();
+    EXPECT_TRUE(eventually([&] {
+        const std::lock_guard lock(mutex);
+        return !hosts.empty() && hosts.back() == "bench-5.local";
+    }));
+    const std::lock_guard lock(mutex);
+    EXPECT_NE(std::ranges::find(hosts, "bench-4.local"), hosts.end());
 }
 
 TEST_F(AnnouncerTest, AnotherAddressOfTheMachineIsFollowed)
