@@ -1,4 +1,4 @@
-#include "orvan_sdk/module_counters.h"
+#include "orvan_sdk/modules/module_counters.h"
 
 #include <array>
 #include <atomic>

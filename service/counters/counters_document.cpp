@@ -10,7 +10,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "orvan_sdk/module_counters.h"
+#include "orvan_sdk/modules/module_counters.h"
 #include "service/own_sockets.h"
 
 namespace orvan_service {

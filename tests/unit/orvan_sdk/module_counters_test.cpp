@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "front_end_bench.h"
-#include "orvan_sdk/module_counters.h"
+#include "orvan_sdk/modules/module_counters.h"
 
 using namespace orvan_test;
 using namespace HaldeElec::Orvan;
