@@ -72,8 +72,6 @@ void patch_channel(Instrument& instrument, const SharedExchange& exchange, int c
     const Json body = parse_json(exchange->request().body);
     if (cJSON_IsObject(body.get()) == 0) {
         exchange->reply(problem(400, "The body must be a JSON object with settings."));
-    } else if (!instrument.reachable()) {
-        exchange->reply(unanswered({}));
     } else if (instrument.channels().find(channel)->failed) {
         exchange->reply(problem(503, kModuleFailed));
     } else {
@@ -133,9 +131,15 @@ void add_channel_routes(ApiTable& table)
               R"({"$ref":"#/components/schemas/ChannelPatch"})",
               R"({"$ref":"#/components/schemas/PatchedChannel"})",
               [&instrument](const SharedExchange& exchange, const ApiTable::Parameters& parameters) {
-                  if (const auto channel = channel_of(parameters, instrument, *exchange)) {
-                      patch_channel(instrument, exchange, *channel);
+                  if (!instrument.reachable()) {
+                      exchange->reply(unanswered({}));
+                      return;
                   }
+                  instrument.channels().recount([&instrument, exchange, parameters] {
+                      if (const auto channel = channel_of(parameters, instrument, *exchange)) {
+                          patch_channel(instrument, exchange, *channel);
+                      }
+                  });
               });
 }
 

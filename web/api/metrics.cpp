@@ -15,8 +15,8 @@ std::string number_text(double value)
     if (std::isinf(value)) {
         return value > 0 ? "+Inf" : "-Inf";
     }
-    char digits[32];
-    return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+    char digits[400]; // as many as the largest has
+    return {digits, std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed).ptr};
 }
 
 /** name="value", escaped. */

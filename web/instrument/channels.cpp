@@ -209,16 +209,31 @@ void Channels::fetch_counters()
     });
 }
 
+void Channels::recount(std::function<void()> done)
+{
+    m_counters.fetch([this, done = std::move(done)](const std::shared_ptr<const Counters>& counters) {
+        if (counters) {
+            take_modules(*counters);
+        }
+        done();
+    });
+}
+
+void Channels::take_modules(const Counters& counters)
+{
+    make_channels(counters.modules.size());
+    for (const auto& channel : m_channels) {
+        if (const ModuleCounters* const module = counters.module(channel->state.channel)) {
+            channel->policy.counted(module->requests, module->failed, Clock::now());
+            channel->state.failed = module->failed;
+        }
+    }
+}
+
 void Channels::take_counters(const std::shared_ptr<const Counters>& counters)
 {
     if (counters) {
-        make_channels(counters->modules.size());
-        for (const auto& channel : m_channels) {
-            if (const ModuleCounters* const module = counters->module(channel->state.channel)) {
-                channel->policy.counted(module->requests, module->failed, Clock::now());
-                channel->state.failed = module->failed;
-            }
-        }
+        take_modules(*counters);
         begin_due_rounds();
     }
     m_events.counted(counters);

@@ -67,6 +67,9 @@ public:
     void settle(std::function<void()> done,
                 std::chrono::milliseconds bound = std::chrono::milliseconds(1000));
 
+    /** Brings up to date which channels there are and which have failed, without asking them. */
+    void recount(std::function<void()> done);
+
     /** Asks a channel for these settings, at once, and calls `done` when it has answered or cannot. */
     void ask(int channel, const std::vector<size_t>& settings, std::function<void()> done);
     /** Asks all channels for all settings, so that their records have what the modules have. */
@@ -102,6 +105,7 @@ private:
     static bool is_possible(const Channel& channel, size_t setting, const SettingValue& value);
     void fetch_counters();
     void take_counters(const std::shared_ptr<const Counters>& counters);
+    void take_modules(const Counters& counters);
     void begin_due_rounds();
     void begin_round(Channel& channel, const std::vector<size_t>& queries);
     void send_line(const std::shared_ptr<Round>& round);

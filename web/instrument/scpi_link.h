@@ -46,7 +46,7 @@ public:
     static constexpr size_t kInFlight = 4;
     static constexpr size_t kMostWaiting = 256;
     static constexpr std::chrono::seconds kPatience{20};
-    static constexpr std::chrono::seconds kLongestPause{2};
+    static constexpr std::chrono::milliseconds kLongestPause{500};
 
     /** @param changed called when the service is reached, and when it is lost; after the messages that were
      *  waiting then have been answered */

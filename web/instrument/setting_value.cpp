@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "channel_settings.h"
+#include <scpi/extensions.h>
+#include <scpi/units.h>
 
 namespace orvan_web {
 namespace {
@@ -86,6 +88,19 @@ std::string_view trimmed(std::string_view text)
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
+// A number of a record, which may have the unit that its last command had: "10MHz".
+std::optional<double> number_with_unit(std::string_view text)
+{
+    double value = 0;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
+    const std::string_view unit = trimmed(text.substr(static_cast<size_t>(end - text.data())));
+    if (fault != std::errc() || unit.empty()) {
+        return plain_number(trimmed(text));
+    }
+    const scpi_unit_def_t* const found = SCPI_FindUnit(scpi_units_def, unit.data(), unit.size());
+    return found != nullptr ? std::optional(value * found->mult) : std::nullopt;
+}
+
 std::string_view unquoted(std::string_view text)
 {
     const bool quoted =
@@ -113,7 +128,12 @@ SettingValue value_of_record(const ChannelSetting& setting, const ORVAN_CONFIG& 
 {
     const OrvanElementData& element = OrvanData::orvanMap[setting.tag];
     if (element.type == TYPE_STRING) {
-        return value_of_reply(setting, text_of(element, record));
+        const std::string_view text = text_of(element, record);
+        if (!has_limits(setting)) {
+            return value_of_reply(setting, text);
+        }
+        const std::optional<double> number = number_with_unit(text);
+        return number ? SettingValue(*number) : SettingValue();
     }
     if (element.type == TYPE_BOOL) {
         return load<int>(element, record) != 0;

@@ -106,10 +106,17 @@ TEST_F(ApiChannels, ModuleThatCannotBeReachedIs503AndIsNotAskedForTheRest)
     EXPECT_EQ(response.status, 503);
     EXPECT_THAT(response.body, HasSubstr("cannot be reached"));
     EXPECT_EQ(service.messages().size(), 1U);
-    get("/api/v1/channels"); // the service has counted that
     EXPECT_THAT(request("PATCH", "/api/v1/channels/2", "{}").body,
                 HasSubstr("did not answer its last request"));
     EXPECT_EQ(service.messages().size(), 1U);
+}
+
+TEST_F(ApiChannels, ModuleThatOthersHaveReachedIsSentTheChange)
+{
+    service.fail(2, true);
+    EXPECT_EQ(request("PATCH", "/api/v1/channels/2", R"({"level_dbm":1})").status, 503);
+    service.other_client(2, ":FREQ?");
+    EXPECT_EQ(request("PATCH", "/api/v1/channels/2", R"({"level_dbm":1})").status, 200);
 }
 
 TEST_F(ApiChannels, ServiceThatIsNotThereIs503)
