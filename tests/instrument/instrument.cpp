@@ -134,6 +134,9 @@ Instrument::Instrument(const std::vector<std::string>& options, const Preparatio
     const std::string text = output();
     m_port = number_after(text, "SCPI         TCP 127.0.0.1:");
     m_hislip_port = number_after(text, "HiSLIP       TCP 127.0.0.1:");
+    if (text.find("page ") != std::string::npos) {
+        m_http_port = number_after(text, "page         http://127.0.0.1:");
+    }
 }
 
 Instrument::~Instrument()

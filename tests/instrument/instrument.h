@@ -47,6 +47,8 @@ public:
 
     int port() const { return m_port; }
     int hislip_port() const { return m_hislip_port; }
+    /** Of the page; 0 unless started with "--http-port", "0". */
+    int http_port() const { return m_http_port; }
     Client client() const { return Client(m_port); }
     pid_t launcher() const { return m_launcher; }
     /** Process id of the service, from `ctl status`; throws std::runtime_error without one. */
@@ -87,6 +89,7 @@ private:
     pid_t m_launcher = -1;
     int m_port = 0;
     int m_hislip_port = 0;
+    int m_http_port = 0;
 };
 
 } // namespace orvan_test
