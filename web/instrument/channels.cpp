@@ -192,8 +192,9 @@ void Channels::show_held(Channel& channel)
         const SettingValue value = value_of_record(channel_settings()[i], *channel.record);
         const bool will_be_asked =
             (channel.policy.waiting() || channel.policy.asking()) && m_link.reachable();
-        if (!will_be_asked || is_possible(channel, i, value)) {
-            channel.state.values[i] = value;
+        const bool possible = is_possible(channel, i, value);
+        if (possible || !will_be_asked) {
+            channel.state.values[i] = possible ? value : SettingValue();
             channel.held[i].reset();
         }
     }

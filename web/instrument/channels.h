@@ -21,7 +21,8 @@ namespace orvan_web {
  * a module for what may have changed (RefreshPolicy). Costs nothing while nobody does. Loop's thread.
  *
  * A value of the record is shown when the module has not said within kHold what it is; one outside the limits
- * is not, for no module has it (":FREQ 2.5GHz" is 2.5 in the record until the module is asked).
+ * never is, for no module has it (":FREQ 2.5GHz" is 2.5 in the record until the module is asked): it is
+ * unknown if the module cannot be asked.
  */
 class Channels {
 public:

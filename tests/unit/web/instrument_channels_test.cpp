@@ -163,6 +163,8 @@ TEST_F(ChannelsTest, ModuleThatFailedIsNotAskedUntilSomebodyElseReachedIt)
     service.change_record(1, ODT_PWR, "4");
     EXPECT_TRUE(shows(1, "level_dbm", 4.0)); // of the record
     EXPECT_EQ(messages_to(1), 0U);
+    service.change_record(1, ODT_FREQ, "2.5"); // of ":FREQ 2.5GHz"
+    EXPECT_TRUE(shows(1, "frequency_hz", SettingValue()));
     service.unplug(1, false);
     service.set_value(1, ":POW", "7");
     service.other_client(1, ":FREQ?");
