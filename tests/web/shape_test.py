@@ -46,7 +46,10 @@ class Shape(PageCase):
 
     def test_nothing_moves_while_the_page_loads_and_lives(self):
         self.wait(lambda: "now" in self.css("#chart-level").get_attribute("aria-label"), "the charts")
-        self.scpi(1, ":FREQ 5.8000001255GHz;:AM ON;:OUTP ON")
+        for state in ("OFF", "ON"):
+            self.scpi(2, f":OUTP {state}")
+            self.wait(lambda: self.is_on(2, "rf_output") == (state == "ON"), "RF has been switched")
+        self.scpi(1, ":FREQ 5.8000001255GHz;:AM ON")
         self.wait_value(1, "frequency_hz", "5.8000001255 GHz")
         self.backend.unplug(3)
         self.wait(lambda: self.text(".card[data-channel='3'] .trouble"), "the trouble")
