@@ -35,6 +35,18 @@ class Outages(PageCase):
         self.wait_equal(self.banner, "", "the banner has gone")
         self.assertEqual(self.value(2, "level_dbm"), "-4.5", "what was typed has survived")
 
+    def test_a_page_that_is_left_holds_no_connection(self):
+        for frequency in (2, 3, 4, 5, 6, 7, 8, 9):  # more often than a browser has connections to one server
+            self.driver.get("about:blank")
+            self.open()
+            self.scpi(1, f":FREQ {frequency}GHz")
+            self.wait_value(1, "frequency_hz", f"{frequency} GHz")
+        self.driver.back()
+        self.scpi(1, ":FREQ 1GHz")
+        self.driver.forward()
+        self.wait(lambda: self.link() == "Live", "the page is live again")
+        self.wait_value(1, "frequency_hz", "1 GHz")
+
     def test_a_module_is_unplugged_and_plugged_in(self):
         self.scpi(2, ":FREQ 1GHz")
         self.wait_value(2, "frequency_hz", "1 GHz")

@@ -62,10 +62,9 @@ export function follow(state) {
 
   setInterval(check, ANSWER_MS);
   window.addEventListener("online", connect);
-  // A page that nobody sees costs the instrument nothing, and a browser has few connections to one server.
+  // A page that nobody sees, or that is kept for going back, costs the instrument nothing; and a browser has few
+  // connections to one server.
   document.addEventListener("visibilitychange", () => (document.hidden ? pause() : connect()));
-  window.addEventListener("pagehide", pause);
-  window.addEventListener("pageshow", (event) => event.persisted && connect());
   if (!document.hidden) {
     connect();
   }
