@@ -21,6 +21,19 @@ std::string canonical(const std::string& name)
     return authority ? authority->host : "";
 }
 
+// avahi announces "NAME.local", or "NAME-2.local" and so on if another machine has that name. No server
+// outside the local network can make such a name lead anywhere.
+bool is_announced_name(std::string_view host, const std::string& name)
+{
+    constexpr std::string_view kDomain = ".local";
+    if (!host.starts_with(name) || !host.ends_with(kDomain) || host.size() < name.size() + kDomain.size()) {
+        return false;
+    }
+    const std::string_view number = host.substr(name.size(), host.size() - name.size() - kDomain.size());
+    return number.empty() || (number.size() > 1 && number.front() == '-' &&
+                              number.find_first_not_of("0123456789", 1) == std::string_view::npos);
+}
+
 std::string host_name()
 {
     char name[HOST_NAME_MAX + 1] = "";
@@ -57,12 +70,6 @@ HostNames::HostNames(const std::vector<std::string>& names, Machine machine)
     std::transform(names.begin(), names.end(), std::back_inserter(m_names), canonical);
 }
 
-void HostNames::set_announced(const std::string& name)
-{
-    const std::lock_guard lock(m_mutex);
-    m_announced = canonical(name);
-}
-
 bool HostNames::allows(const std::string& host, const std::string& local) const
 {
     if (host.empty()) {
@@ -71,12 +78,9 @@ bool HostNames::allows(const std::string& host, const std::string& local) const
     if (host == local || std::find(m_names.begin(), m_names.end(), host) != m_names.end()) {
         return true;
     }
-    if (const std::lock_guard lock(m_mutex); host == m_announced) {
-        return true;
-    }
     const std::string whole = canonical(m_machine.host_name());
     const std::string first = whole.substr(0, whole.find('.'));
-    if (!first.empty() && (host == whole || host == first || host == first + ".local")) {
+    if (!first.empty() && (host == whole || host == first || is_announced_name(host, first))) {
         return true;
     }
     const auto all = m_machine.addresses();

@@ -2,7 +2,6 @@
 #define ORVAN_WEB_HOST_NAMES_H
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -25,10 +24,6 @@ public:
 
     static Machine this_machine();
 
-    /** Adds the name under which the instrument is announced, "ovx-2.local", in place of the last one. Any
-     * thread. */
-    void set_announced(const std::string& name);
-
     /**
      * Any thread.
      *
@@ -40,8 +35,6 @@ public:
 private:
     const Machine m_machine;
     std::vector<std::string> m_names;
-    mutable std::mutex m_mutex;
-    std::string m_announced;
 };
 
 } // namespace orvan_web
