@@ -3,11 +3,15 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <thread>
 
 #include <poll.h>
+#include <pthread.h>
 #include <syslog.h>
 
+#include "announce_instrument.h"
 #include "api/api.h"
 #include "guard/guard.h"
 #include "http/server.h"
@@ -50,6 +54,34 @@ StaticFiles read_files(const Options& options)
     return files;
 }
 
+/** The loop's thread, for the lifetime of this object. */
+class InstrumentThread {
+public:
+    explicit InstrumentThread(InstrumentLoop& loop) : m_loop(loop), m_thread([&loop] { loop.run(); })
+    {
+        ::pthread_setname_np(m_thread.native_handle(), "instrument");
+    }
+    ~InstrumentThread()
+    {
+        m_loop.stop();
+        m_thread.join();
+    }
+    InstrumentThread(const InstrumentThread&) = delete;
+    InstrumentThread& operator=(const InstrumentThread&) = delete;
+
+    bool responds(std::chrono::milliseconds patience)
+    {
+        const auto responded = std::make_shared<std::promise<void>>();
+        auto response = responded->get_future();
+        m_loop.post([responded] { responded->set_value(); });
+        return response.wait_for(patience) == std::future_status::ready;
+    }
+
+private:
+    InstrumentLoop& m_loop;
+    std::thread m_thread;
+};
+
 // Feeds the service manager's watchdog while all threads respond.
 template <typename Responds>
 void wait_for(int stop, Responds responds)
@@ -63,7 +95,7 @@ void wait_for(int stop, Responds responds)
         if (ready > 0) {
             return;
         }
-        if (ready == 0 && responds(period)) {
+        if (ready == 0 && responds(period / 2)) {
             orvan_common::notify("WATCHDOG=1");
         }
     }
@@ -76,6 +108,7 @@ void serve(const Options& options)
     ServerParts parts;
     parts.listeners = listeners(options);
     parts.files = read_files(options);
+    const uint16_t announced_port = port_for_others(parts.listeners);
     std::vector<std::string> addresses;
     std::transform(parts.listeners.begin(), parts.listeners.end(), std::back_inserter(addresses),
                    [](const UniqueFd& listener) { return orvan_common::local_address(listener.get()); });
@@ -92,22 +125,25 @@ void serve(const Options& options)
     }
     api.describe(parts.routes);
     parts.on_stream = [&api](std::shared_ptr<EventStream> stream) { api.on_stream(std::move(stream)); };
+    std::optional<Announcer> announcer;
+    if (options.mdns) {
+        announce_instrument(instrument, announcer.emplace(), announced_port);
+    }
     HttpServer server(std::move(parts), guard);
     instrument.start();
-    std::thread thread([&loop] { loop.run(); });
+    InstrumentThread thread(loop);
 
     for (const std::string& address : addresses) {
         ::syslog(LOG_NOTICE, "listening on http://%s/", address.c_str());
     }
     orvan_common::notify("READY=1");
     ::syslog(LOG_NOTICE, "ready");
-    wait_for(stop.descriptor(),
-             [&](std::chrono::milliseconds patience) { return server.responds(patience); });
+    wait_for(stop.descriptor(), [&](std::chrono::milliseconds patience) {
+        return server.responds(patience) && thread.responds(patience);
+    });
     orvan_common::notify("STOPPING=1");
     ::syslog(LOG_NOTICE, "ending");
-    server.end();
-    loop.stop();
-    thread.join();
+    server.end(); // while there still is who answers
 }
 
 void run(const Options& options)

@@ -1,5 +1,6 @@
 #include "instrument.h"
 
+#include <charconv>
 #include <utility>
 
 #include "channel_records/element_text.h"
@@ -7,6 +8,7 @@
 namespace orvan_web {
 namespace {
 
+constexpr uint16_t kUsualRawPort = 5025;            // taken by the service if the settings have none
 constexpr std::chrono::seconds kConditionPause{10}; // between two looks at fan, battery and self-test
 // A document is sent after this, with what is known then: a command that runs may take long.
 constexpr std::chrono::milliseconds kRefreshBound{1000};
@@ -31,19 +33,17 @@ Json network_json(const Network& network)
     return json;
 }
 
-Json interfaces_json(const Network& network, const ORVAN_CONFIG* record)
+Json interfaces_json(const Network& network, uint16_t raw_port)
 {
     Json array(cJSON_CreateArray());
     if (network.address.empty()) {
         return array;
     }
-    std::string port =
-        record != nullptr ? orvan_records::stored_bytes(OrvanData::orvanMap[ODT_IF_PORT], *record) : "";
-    port = port.empty() || port == "0" ? "5025" : port;
     const std::string host = "TCPIP::" + network.address;
-    const std::pair<const char*, std::string> interfaces[] = {{"raw", host + "::" + port + "::SOCKET"},
-                                                              {"hislip", host + "::hislip0::INSTR"},
-                                                              {"vxi11", host + "::INSTR"}};
+    const std::pair<const char*, std::string> interfaces[] = {
+        {"raw", host + "::" + std::to_string(raw_port) + "::SOCKET"},
+        {"hislip", host + "::hislip0::INSTR"},
+        {"vxi11", host + "::INSTR"}};
     for (const auto& [protocol, address] : interfaces) {
         cJSON* const entry = cJSON_CreateObject();
         cJSON_AddItemToArray(array.get(), entry);
@@ -217,6 +217,16 @@ void Instrument::refresh_condition()
     m_controller.refresh_condition([this] { check_identity(); });
 }
 
+uint16_t Instrument::raw_port() const
+{
+    const ORVAN_CONFIG* const record = m_channels.record(1);
+    const std::string text =
+        record != nullptr ? orvan_records::stored_bytes(OrvanData::orvanMap[ODT_IF_PORT], *record) : "";
+    uint16_t port = 0;
+    std::from_chars(text.data(), text.data() + text.size(), port);
+    return port == 0 ? kUsualRawPort : port;
+}
+
 Json Instrument::json() const
 {
     const Identity& identity = m_controller.identity();
@@ -231,7 +241,7 @@ Json Instrument::json() const
     add(root, "mac", json_string(m_network.mac));
     add(root, "addresses", text_array(m_network.addresses));
     add(root, "network", network_json(m_network));
-    add(root, "interfaces", interfaces_json(m_network, m_channels.record(1)));
+    add(root, "interfaces", interfaces_json(m_network, raw_port()));
     cJSON_AddNumberToObject(root, "channels", m_channels.count());
     for (const char* name : {"fan", "battery", "self_test"}) {
         add(root, name, condition_member(m_controller.condition(), name));

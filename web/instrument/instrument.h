@@ -63,6 +63,8 @@ public:
     const Identity& identity() const { return m_controller.identity(); }
     const Condition& condition() const { return m_controller.condition(); }
     const Network& network() const { return m_network; }
+    /** TCP port of SCPI on a raw socket, as of the last copy of the records. */
+    uint16_t raw_port() const;
     bool reachable() const { return m_link.reachable(); }
     /** The last counters; null if the service was not there. */
     const std::shared_ptr<const Counters>& counters() const { return m_last_counters; }

@@ -277,6 +277,29 @@ TEST_F(WebProgramTest, AnswersOnlyToItsNames)
     EXPECT_EQ(status("evil.example"), 421);
 }
 
+TEST_F(WebProgramTest, ServesTheInterfaceForProgramsWithoutTheService)
+{
+    WebProgram program({serving()});
+    const int port = program.port();
+    const std::string openapi = ask(port, get("/api/v1/openapi.json"));
+    EXPECT_THAT(openapi, HasSubstr("/api/v1/session"));
+    EXPECT_THAT(openapi, HasSubstr("/api/v1/channels/{channel}"));
+    EXPECT_THAT(
+        ask(port, get("/api/v1/instrument")),
+        HasSubstr(R"("access":{"changes":false,"password_set":false,"reason":"changes are off until)"));
+    const std::string line = R"({"channel":1,"line":":FREQ?"})";
+    EXPECT_EQ(status_of(ask(port, post("/api/v1/scpi", line, "Content-Type: application/json\r\n"))), 403);
+    WebProgram open({serving({"--changes-without-password"})});
+    const int open_port = open.port();
+    EXPECT_EQ(
+        status_of(ask(open_port, post("/api/v1/scpi", line,
+                                      "Content-Type: application/json\r\nOrigin: http://127.0.0.1\r\n"))),
+        503);
+    const WebClient viewer(open_port);
+    viewer.send(get("/api/v1/events"));
+    EXPECT_THAT(viewer.until("event: instrument"), HasSubstr("event: instrument"));
+}
+
 TEST_F(WebProgramTest, SurvivesAGigabyteAndAThousandConnections)
 {
     WebProgram program({serving()});
