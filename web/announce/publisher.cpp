@@ -137,7 +137,7 @@ void Publisher::note_group(AvahiEntryGroupState state)
 {
     switch (state) {
     case AVAHI_ENTRY_GROUP_ESTABLISHED:
-        report(LOG_INFO, "mDNS: announced as \"" + m_name + "\"");
+        report(LOG_NOTICE, "mDNS: announced as \"" + m_name + "\"");
         if (const char* const host = avahi_client_get_host_name_fqdn(m_client);
             m_announced && host != nullptr) {
             m_announced(host);

@@ -183,7 +183,7 @@ TEST_F(AnnouncerTest, AllServicesAreFoundWithTheirTextsAndGoWithTheAnnouncer)
     const orvan_test::LogCapture log;
     auto announcer = std::make_unique<Announcer>();
     announcer->announce(announcement());
-    EXPECT_TRUE(log.wait_for(LOG_INFO, announced_as(kName), kLong)) << text_of(log);
+    EXPECT_TRUE(log.wait_for(LOG_NOTICE, announced_as(kName), kLong)) << text_of(log);
     for (const AnnouncedService& service : announced_services(announcement())) {
         EXPECT_TRUE(sees("+ " + service.type +
                          " OVX3654B-100001 bench-4.local. 10.0.0.2:" + std::to_string(service.port) +
@@ -216,7 +216,7 @@ TEST_F(AnnouncerTest, ANewIdentityAndNewPortsReplaceTheOldOnes)
     announcer.announce(changed);
     EXPECT_TRUE(sees("+ _scpi-raw._tcp OVX3654B-241107 ")) << seen();
     EXPECT_TRUE(sees("- _hislip._tcp OVX3654B-100001\n")) << seen();
-    EXPECT_TRUE(log.wait_for(LOG_INFO, announced_as("OVX3654B-241107"), kLong)) << text_of(log);
+    EXPECT_TRUE(log.wait_for(LOG_NOTICE, announced_as("OVX3654B-241107"), kLong)) << text_of(log);
     EXPECT_EQ(seen().find("+ _hislip._tcp OVX3654B-241107 "), std::string::npos) << seen();
 }
 
@@ -229,7 +229,7 @@ TEST_F(AnnouncerTest, ANameOfSomebodyElseOnTheNetworkIsChanged)
     const orvan_test::LogCapture log;
     Announcer announcer;
     announcer.announce(announcement());
-    EXPECT_TRUE(log.wait_for(LOG_INFO, announced_as("OVX3654B-100001 #2"), kLong)) << text_of(log);
+    EXPECT_TRUE(log.wait_for(LOG_NOTICE, announced_as("OVX3654B-100001 #2"), kLong)) << text_of(log);
     EXPECT_TRUE(sees("+ _vxi-11._tcp OVX3654B-100001 #2 ")) << seen();
     // And kept, while the identity is the same.
     Announcement changed = announcement();
@@ -246,12 +246,12 @@ TEST_F(AnnouncerTest, TwoOfTheSameIdentityOnOneMachineGetDifferentNames)
     const orvan_test::LogCapture log;
     Announcer first;
     first.announce(announcement());
-    ASSERT_TRUE(log.wait_for(LOG_INFO, announced_as(kName), kLong)) << text_of(log);
+    ASSERT_TRUE(log.wait_for(LOG_NOTICE, announced_as(kName), kLong)) << text_of(log);
     Announcer second;
     Announcement other_port = announcement();
     other_port.raw_port = 7000;
     second.announce(other_port);
-    EXPECT_TRUE(log.wait_for(LOG_INFO, announced_as("OVX3654B-100001 #2"), kLong)) << text_of(log);
+    EXPECT_TRUE(log.wait_for(LOG_NOTICE, announced_as("OVX3654B-100001 #2"), kLong)) << text_of(log);
 }
 
 TEST_F(AnnouncerTest, ItIsAnnouncedOnceAvahiRunsAndAgainAfterARestart)
@@ -266,13 +266,13 @@ TEST_F(AnnouncerTest, ItIsAnnouncedOnceAvahiRunsAndAgainAfterARestart)
     announcer.announce(announcement());
     ASSERT_TRUE(log.wait_for(LOG_NOTICE, kNoDaemon, kLong)) << text_of(log);
     ASSERT_EQ(shell(Role::controller(), ORVAN_MDNS_DIR "/machine --avahi-only"), 0);
-    ASSERT_TRUE(log.wait_for(LOG_INFO, announced_as(kName), kLong)) << text_of(log);
+    ASSERT_TRUE(log.wait_for(LOG_NOTICE, announced_as(kName), kLong)) << text_of(log);
     EXPECT_EQ(log.lines().size(), 2u) << text_of(log);
 
     ASSERT_EQ(shell(Role::controller(), "PATH=$PATH:/usr/sbin; avahi-daemon --kill"), 0);
     ASSERT_TRUE(eventually([&] { return log.count(LOG_NOTICE, kNoDaemon) == 2; })) << text_of(log);
     ASSERT_EQ(shell(Role::controller(), ORVAN_MDNS_DIR "/machine --avahi-only"), 0);
-    EXPECT_TRUE(eventually([&] { return log.count(LOG_INFO, announced_as(kName)) == 2; })) << text_of(log);
+    EXPECT_TRUE(eventually([&] { return log.count(LOG_NOTICE, announced_as(kName)) == 2; })) << text_of(log);
     EXPECT_EQ(log.lines().size(), 4u) << text_of(log);
 }
 
@@ -283,7 +283,7 @@ TEST_F(AnnouncerTest, ItIsAnnouncedAgainAfterARestartOfTheBus)
     const orvan_test::LogCapture log;
     Announcer announcer;
     announcer.announce(announcement());
-    ASSERT_TRUE(log.wait_for(LOG_INFO, announced_as(kName), kLong)) << text_of(log);
+    ASSERT_TRUE(log.wait_for(LOG_NOTICE, announced_as(kName), kLong)) << text_of(log);
     // avahi-daemon ends with its bus.
     ASSERT_EQ(shell(Role::controller(), "kill $(cat /run/dbus/pid)"), 0);
     ASSERT_TRUE(eventually([&] { return shell(Role::controller(), kIsAvahiRunning) != 0; }));
@@ -291,7 +291,7 @@ TEST_F(AnnouncerTest, ItIsAnnouncedAgainAfterARestartOfTheBus)
     start_bus_and_avahi();
     // The first attempt may have come too early; the next is half a minute later.
     EXPECT_TRUE(
-        eventually([&] { return log.count(LOG_INFO, announced_as(kName)) == 2; }, std::chrono::seconds(45)))
+        eventually([&] { return log.count(LOG_NOTICE, announced_as(kName)) == 2; }, std::chrono::seconds(45)))
         << text_of(log);
 }
 

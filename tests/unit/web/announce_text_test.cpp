@@ -24,6 +24,9 @@ TEST(Announcement, AnIncompleteIdentityHasANameToo)
     Announcement partial = announcement();
     partial.serial.clear();
     EXPECT_EQ(instance_name(partial), "OVX3654B");
+    partial.model.clear();
+    partial.serial = "100001";
+    EXPECT_EQ(instance_name(partial), "100001");
     EXPECT_EQ(instance_name({}), "instrument");
 }
 
