@@ -78,6 +78,7 @@ TEST_F(OrvanSimWeb, AMissingProgramCostsThePageOnly)
     EXPECT_TRUE(std::regex_search(output(), std::regex("orvan-sim: no page: [^\n]*/orvan-web[^\n]*\n")))
         << output();
     EXPECT_EQ(output().find("page         "), std::string::npos);
+    EXPECT_NE(sim({"ctl", "status"}).output.find("\nweb       none\n"), std::string::npos);
     EXPECT_EQ(ask("fds"), "2\n");
 }
 
