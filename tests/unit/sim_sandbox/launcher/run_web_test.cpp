@@ -150,12 +150,14 @@ TEST_F(OrvanSimWeb, ARebootRestartsItTooOnTheSamePort)
     EXPECT_EQ(output().find("the web process"), std::string::npos) << output();
 }
 
-TEST_F(OrvanSimWeb, ItEndsWithTheInstrument)
+TEST_F(OrvanSimWeb, ItIsEndedInOrderWithTheInstrument)
 {
-    if (!start_ready({"--modules", "none"})) {
+    if (!start_ready({"--modules", "none", "--state", state()})) {
         return;
     }
+    EXPECT_EQ(ask("note " + (state() / "ended").string(), kPage), "noted\n");
     EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_TRUE(fs::exists(state() / "ended"));
     EXPECT_TRUE(is_refused(ask("pid", kPage)));
     EXPECT_EQ(output().find("the web process"), std::string::npos) << output();
 }

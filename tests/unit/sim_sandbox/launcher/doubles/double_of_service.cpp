@@ -4,6 +4,7 @@
 //   args         command line                              pid      process id
 //   run TEXT     exit status of a shell command            exit N   ends with that status
 //   abort        ends by a signal                          hide     ignores SIGTERM from now on
+//   note FILE    makes that file when it is ended by SIGTERM
 //   fed          how often it has fed its watchdog         listener descriptor on which the client came
 // With ORVAN_DOUBLE_MUTE set it never reports; with ORVAN_DOUBLE_EXIT=N it ends at once with N, and while
 // the state directory has a file `fails`, with 1. In production mode it prints its command line and ends,
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,6 +28,7 @@
 namespace {
 
 int g_fed = 0;
+std::string g_note;
 
 void report(const char* text)
 {
@@ -78,6 +81,14 @@ std::string answer(const std::string& line, int fds, int listener, char** argv)
     }
     if (word == "fed") {
         return std::to_string(g_fed);
+    }
+    if (word == "note") {
+        g_note = rest;
+        signal(SIGTERM, [](int) {
+            ::creat(g_note.c_str(), 0644);
+            ::_exit(0);
+        });
+        return "noted";
     }
     if (word == "hide") {
         signal(SIGTERM, SIG_IGN);
