@@ -89,6 +89,8 @@ private:
 
 class LocalTest : public ::testing::Test {
 protected:
+    ~LocalTest() override { instrument.open(); } // the server's end waits for its message
+
     LogCapture log; // keeps the service's lines out of the machine's log
     PrivateFolder folder;
     const std::filesystem::path socket = folder.path() / "run/scpi.sock";

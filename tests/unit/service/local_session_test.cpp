@@ -179,6 +179,7 @@ TEST_F(LocalTest, AClientWaitsForTheLockOfAnother)
     client.send(":B?\n");
     EXPECT_EQ(client.line(std::chrono::milliseconds(100)), "");
     EXPECT_EQ(instrument.texts(), Texts{":A?"});
+    EXPECT_EQ(server.executor().counters().of(Protocol::kLocal).messages, 1u) << "it gets no turns meanwhile";
     server.locks().unlock(&holder);
     EXPECT_EQ(client.line(), ":B?\n");
 }
