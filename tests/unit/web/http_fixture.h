@@ -153,6 +153,9 @@ protected:
     {
         const int fd = listen_on_loopback("127.0.0.1", 1024);
         ::fcntl(fd, F_SETFL, O_NONBLOCK);
+        if (send_buffer != 0) {
+            ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof send_buffer);
+        }
         port = local_port(fd);
         parts.listeners.emplace_back(fd);
         server = std::make_unique<orvan_web::HttpServer>(std::move(parts), gate);
@@ -188,6 +191,7 @@ protected:
     std::vector<std::shared_ptr<orvan_web::Exchange>> kept;
     std::vector<std::shared_ptr<orvan_web::EventStream>> streams;
     int port = 0;
+    int send_buffer = 0; /**< of the server's connections; 0: the system's */
     std::unique_ptr<orvan_web::HttpServer> server;
 };
 
