@@ -14,6 +14,15 @@ using testing::Not;
 
 namespace {
 
+// The web process has found the service, which a viewer may do some moments after the instrument is ready.
+bool is_reachable(const Instrument& instrument)
+{
+    return eventually([&] {
+        return web_get(instrument.http_port(), "/api/v1/instrument").find("\"reachable\":true") !=
+               std::string::npos;
+    });
+}
+
 // The value of a metric, with its labels.
 double metric(const Instrument& instrument, const std::string& name)
 {
@@ -28,6 +37,7 @@ TEST(WebValues, ValueWithAUnitIsShownAsTheModuleHasIt)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--http-port", "0"});
+    ASSERT_TRUE(is_reachable(instrument));
     WebViewer viewer(instrument.http_port());
     ASSERT_NE(viewer.wait_for("\"channel\":4"), "");
     Client client = instrument.client();
@@ -46,6 +56,7 @@ TEST(WebValues, ChangeOfThePageReachesItsModuleAndMovesNoSelection)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--http-port", "0"});
+    ASSERT_TRUE(is_reachable(instrument));
     WebViewer viewer(instrument.http_port());
     ASSERT_NE(viewer.wait_for("\"channel\":4"), "");
     Client client = instrument.client();
@@ -66,6 +77,7 @@ TEST(WebValues, ModuleThatFailedIsNotAskedUntilSomebodyReachedIt)
     ORVAN_NEEDS_SANDBOX();
     // In real time: the temperature, which would reach it as well, is asked for each 30 s.
     const Instrument instrument({"--http-port", "0", "--clock-rate", "1"});
+    ASSERT_TRUE(is_reachable(instrument));
     WebViewer viewer(instrument.http_port());
     ASSERT_NE(viewer.wait_for("\"channel\":4"), "");
     Client client = instrument.client();
@@ -90,6 +102,7 @@ TEST(WebValues, TrafficOfThePageLeavesTheModulesErrorsAlone)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--http-port", "0"});
+    ASSERT_TRUE(is_reachable(instrument));
     Client client = instrument.client();
     EXPECT_THAT(client.ask("*CLS;:FREQ 50GHz"), HasSubstr("-222"));
     WebViewer viewer(instrument.http_port());
@@ -111,6 +124,7 @@ TEST(WebValues, ServiceThatWasKilledComesBackByItself)
 {
     ORVAN_NEEDS_SANDBOX();
     const Instrument instrument({"--http-port", "0", "--restart"});
+    ASSERT_TRUE(is_reachable(instrument));
     WebViewer viewer(instrument.http_port());
     ASSERT_NE(viewer.wait_for("\"channel\":4"), "");
     ASSERT_EQ(::kill(instrument.service(), SIGKILL), 0);
