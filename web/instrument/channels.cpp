@@ -296,6 +296,7 @@ void Channels::send_line(const std::shared_ptr<Round>& round)
     for (const size_t query : line) {
         text += (text.empty() ? "" : ";") + query_text(channel_queries()[query]);
     }
+    round->channel.policy.sent();
     m_link.ask(
         for_channel(round->channel.state.channel, text),
         [this, round, line = std::move(line)](const Answer& answer) { take_line(round, line, answer); });
@@ -366,13 +367,9 @@ void Channels::end_round(const std::shared_ptr<Round>& round)
     for (const auto& done : std::exchange(channel.waiting, {})) {
         done();
     }
-    m_counters.fetch([this, &channel](const std::shared_ptr<const Counters>& counters) {
-        if (const ModuleCounters* const module =
-                counters ? counters->module(channel.state.channel) : nullptr) {
-            channel.policy.rebase(module->requests);
-        }
-        take_counters(counters);
-    });
+    if (active() && !m_fetching) {
+        fetch_counters(); // it may have failed
+    }
 }
 
 void Channels::ask(int channel, const std::vector<size_t>& settings, std::function<void()> done)

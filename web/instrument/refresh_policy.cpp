@@ -11,7 +11,6 @@ void RefreshPolicy::restart()
     m_pending.assign(m_pending.size(), false);
     m_failed = false;
     m_used = false;
-    m_rebased = true;
     m_requests.reset();
     m_last_round = {};
     all_changed();
@@ -24,12 +23,16 @@ void RefreshPolicy::all_changed()
 
 void RefreshPolicy::counted(double requests, bool failed, Time now)
 {
+    m_used = m_used || (m_failed && !failed); // somebody has reached it
     m_failed = failed;
-    if (m_asking || !m_rebased) {
+    if (m_asking) {
         return;
     }
-    m_used = m_used || (m_requests && requests != *m_requests);
-    m_requests = requests;
+    // Fewer than known: the counters were made before our last requests.
+    if (!m_requests || requests > *m_requests) {
+        m_used = m_used || m_requests.has_value();
+        m_requests = requests;
+    }
     if (m_used && !m_failed && now - m_last_full >= kFullPause) {
         m_used = false;
         m_last_full = now;
@@ -37,11 +40,10 @@ void RefreshPolicy::counted(double requests, bool failed, Time now)
     }
 }
 
-void RefreshPolicy::rebase(double requests)
+void RefreshPolicy::sent()
 {
-    if (!m_asking) { // else there will be a later one
-        m_requests = requests;
-        m_rebased = true;
+    if (m_requests) {
+        ++*m_requests;
     }
 }
 
@@ -87,7 +89,6 @@ void RefreshPolicy::finish(const std::vector<size_t>& unanswered, bool module_fa
         m_asked[query] = false;
     }
     m_asking = false;
-    m_rebased = false;
     m_failed = m_failed || module_failed;
 }
 

@@ -52,9 +52,8 @@ public:
      */
     void counted(double requests, bool failed, Time now);
 
-    /** After finish(): the number of requests by counters that were made after it, our own included. Until
-     * then counted() sees no use by others. */
-    void rebase(double requests);
+    /** A message with queries of the round has been sent: one request to the module, which is not others'. */
+    void sent();
 
     /** Whether there is something to ask now; counted() should be up to date when the round begins. */
     bool due(Time now) const { return waiting() && now - m_last_round >= kRoundPause; }
@@ -89,9 +88,8 @@ private:
     std::vector<bool> m_asked;
     bool m_failed = false;
     bool m_asking = false;
-    bool m_used = false;   // by somebody else since the last full round
-    bool m_rebased = true; // m_requests contains our own requests
-    std::optional<double> m_requests;
+    bool m_used = false;              // by somebody else since the last full round
+    std::optional<double> m_requests; // that are known about, our own included
     Time m_last_round{};
     Time m_last_full{};
 };

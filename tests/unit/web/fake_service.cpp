@@ -260,9 +260,7 @@ std::string FakeService::execute(Session& session, const std::string& message)
     for (size_t end = 0; !rest.empty(); rest.erase(0, end + 1)) {
         end = std::min(rest.find(';'), rest.size());
         const std::string unit = rest.substr(0, end);
-        const int channel = session.channel;
-        execute_unit(session, unit, response);
-        forwarded = forwarded || channel == session.channel;
+        forwarded = execute_unit(session, unit, response) || forwarded;
         if (end == rest.size()) {
             break;
         }
@@ -271,7 +269,7 @@ std::string FakeService::execute(Session& session, const std::string& message)
     return response;
 }
 
-void FakeService::execute_unit(Session& session, const std::string& unit, std::string& response)
+bool FakeService::execute_unit(Session& session, const std::string& unit, std::string& response)
 {
     const size_t blank = unit.find(' ');
     std::string header = unit.substr(0, blank);
@@ -283,7 +281,7 @@ void FakeService::execute_unit(Session& session, const std::string& unit, std::s
     const auto reply = [&](const std::string& text) { response += (response.empty() ? "" : ";") + text; };
     if (header == ":INST") {
         session.channel = std::atoi(parameter.c_str());
-        return;
+        return false;
     }
     static const std::map<std::string, std::string> kController = {
         {"*IDN", "Halde Electronics Ltd.,OVX3652B,100001,1.19.145"},
@@ -294,19 +292,19 @@ void FakeService::execute_unit(Session& session, const std::string& unit, std::s
         {"*TST", "0 Failures"}};
     if (const auto found = kController.find(header); query && found != kController.end()) {
         reply(found->second);
-        return;
+        return false;
     }
     Module& module = m_modules[static_cast<size_t>(session.channel) - 1];
     if (module.unplugged) {
         module.failed = true;
         add_error(session, false, "-241,\"Hardware missing\"");
-        return;
+        return true;
     }
     module.failed = false;
     const ChannelSetting* const setting = setting_of(header);
     if (setting == nullptr || std::find(m_refused.begin(), m_refused.end(), header) != m_refused.end()) {
         add_error(session, true, "-113,\"Undefined header\"");
-        return;
+        return true;
     }
     const ORVAN_CONFIG& stored = m_records[session.channel - 1];
     const auto limits = limits_of_record(*setting, stored);
@@ -342,6 +340,7 @@ void FakeService::execute_unit(Session& session, const std::string& unit, std::s
                 parameter.starts_with('"') ? parameter.substr(1, parameter.size() - 2) : parameter;
         }
     }
+    return true;
 }
 
 void FakeService::add_error(Session& session, bool of_module, const std::string& error)

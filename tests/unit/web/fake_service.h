@@ -77,7 +77,8 @@ private:
     void serve_scpi(int fd);
     void serve_counters(int fd);
     std::string execute(Session& session, const std::string& message);
-    void execute_unit(Session& session, const std::string& unit, std::string& response);
+    /** @return whether a module got it */
+    bool execute_unit(Session& session, const std::string& unit, std::string& response);
     void add_error(Session& session, bool of_module, const std::string& error);
     void mirror(int channel, int tag, const std::string& text);
     std::string counters_document();
