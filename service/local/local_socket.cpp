@@ -4,10 +4,12 @@
 #include <cstring>
 #include <stdexcept>
 
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
 
 using orvan_common::UniqueFd;
 
@@ -40,6 +42,15 @@ bool is_left_over(const sockaddr_un& name)
            errno == ECONNREFUSED;
 }
 
+/** Without the group the socket is for the service's own user. */
+void give_to_group(const std::string& path)
+{
+    const group* const users = ::getgrnam(LocalSocket::kGroup);
+    if (users != nullptr && ::chown(path.c_str(), static_cast<uid_t>(-1), users->gr_gid) != 0) {
+        ::syslog(LOG_INFO, "%s: not for group %s: %s", path.c_str(), users->gr_name, std::strerror(errno));
+    }
+}
+
 } // namespace
 
 LocalSocket::LocalSocket(const std::string& folder, const std::string& name)
@@ -57,10 +68,13 @@ LocalSocket::LocalSocket(const std::string& folder, const std::string& name)
     if (is_left_over(address)) {
         ::unlink(m_path.c_str());
     }
-    // Nobody can connect before the mode is set.
+    if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        fail(m_path, errno);
+    }
+    // Nobody can connect before the group and the mode are set.
+    give_to_group(m_path);
     struct stat status {};
-    if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::chmod(m_path.c_str(), kSocketMode) != 0 || ::lstat(m_path.c_str(), &status) != 0 ||
+    if (::chmod(m_path.c_str(), kSocketMode) != 0 || ::lstat(m_path.c_str(), &status) != 0 ||
         ::listen(m_socket.get(), SOMAXCONN) != 0) {
         fail(m_path, errno);
     }

@@ -13,8 +13,8 @@
 namespace orvan_service {
 
 /**
- * A listening Unix stream socket with a name in the file system, mode 0660, whose file is removed by end()
- * and by the destructor. On the attendant's thread.
+ * A listening Unix stream socket with a name in the file system, mode 0660 and of the group kGroup if the
+ * machine has it, whose file is removed by end() and by the destructor. On the attendant's thread.
  *
  * A socket file that nobody listens on, as a killed process leaves it, is replaced; one that is in use is
  * left to the other process, and so is any other kind of file.
@@ -22,6 +22,8 @@ namespace orvan_service {
 class LocalSocket {
 public:
     using Clock = std::chrono::steady_clock;
+
+    static constexpr const char* kGroup = "orvan"; /**< of the programs that may connect */
 
     /**
      * @param folder created, mode 0755, if it is missing; not those above it

@@ -2,9 +2,11 @@
 #include <cerrno>
 #include <list>
 
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +18,9 @@ using namespace orvan_service;
 using namespace orvan_test;
 
 namespace {
+
+/** The machine's one group besides those of this process; none while null. */
+group* g_group = nullptr;
 
 /** A socket file that nobody listens on. */
 void leave_socket(const std::filesystem::path& path)
@@ -54,6 +59,26 @@ TEST(LocalSocket, MakesItsFolderAndIsForItsGroup)
     ::umask(mask);
     EXPECT_EQ(socket.path(), folder.path() / "run/s.sock");
     EXPECT_EQ(mode_of(folder.path() / "run/s.sock"), 0660u);
+}
+
+extern "C" group* getgrnam(const char* name)
+{
+    return g_group != nullptr && std::string_view(name) == g_group->gr_name ? g_group : nullptr;
+}
+
+TEST(LocalSocket, IsForTheGroupOfTheProgramsThatMayConnect)
+{
+    const PrivateFolder folder;
+    char name[] = "orvan";
+    group users{};
+    users.gr_name = name;
+    users.gr_gid = ::geteuid() == 0 ? 1 : ::getegid(); // only root may give a file to any group
+    g_group = &users;
+    const LocalSocket socket(folder.path(), "s.sock");
+    g_group = nullptr;
+    struct stat status {};
+    ASSERT_EQ(::lstat(socket.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_gid, users.gr_gid);
 }
 
 TEST(LocalSocket, ReplacesOneThatNobodyListensOn)
