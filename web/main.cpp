@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include <poll.h>
 #include <pthread.h>
@@ -27,6 +28,9 @@ using orvan_common::UniqueFd;
 namespace {
 
 constexpr const char* kChartsPath = "/charts/chart.js";
+
+// Until then requests wait for the instrument to be known, in the sockets' queues.
+constexpr std::chrono::seconds kFirstContact{2};
 
 std::vector<UniqueFd> listeners(const Options& options)
 {
@@ -129,9 +133,19 @@ void serve(const Options& options)
     if (options.mdns) {
         announce_instrument(instrument, announcer.emplace(), announced_port);
     }
-    HttpServer server(std::move(parts), guard);
+    std::promise<void> identity;
+    auto known = identity.get_future();
+    Instrument::Events first_contact;
+    first_contact.identity = [&identity, first = true]() mutable {
+        if (std::exchange(first, false)) {
+            identity.set_value();
+        }
+    };
+    instrument.on_events(std::move(first_contact));
     instrument.start();
     InstrumentThread thread(loop);
+    known.wait_for(kFirstContact);
+    HttpServer server(std::move(parts), guard);
 
     for (const std::string& address : addresses) {
         ::syslog(LOG_NOTICE, "listening on http://%s/", address.c_str());
