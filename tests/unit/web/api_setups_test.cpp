@@ -54,6 +54,7 @@ TEST_F(ApiSetups, DifferencesAreThoseOfSettingsInReadableForm)
         record.ANALOGOUTPUT.Frequency = 3e9;
         record.MODULATIONS.AMState = On;
         std::strcpy(record.MODULATIONS.FMSrcMode, "INTernal"); // "INT" in another form
+        std::strcpy(record.ANALOGOUTPUT.RefOsc, "EXTernal");   // which nobody can set
         record.SYSTEM.Temperature = 99;
     });
     const Json json = get("/api/v1/setups/1");

@@ -185,12 +185,12 @@ void FakeService::serve_scpi(int socket)
         for (size_t end = 0; (end = received.find('\n')) != std::string::npos;) {
             const std::string message = received.substr(0, end);
             received.erase(0, end + 1);
-            if (silent) {
-                continue;
-            }
             if (message != ":SYST:ERR:SESS?") {
                 const std::lock_guard lock(m_mutex);
                 m_messages.push_back(message);
+            }
+            if (silent) {
+                continue;
             }
             const std::string response = execute(session, message) + '\n';
             for (size_t sent = 0; sent < response.size();) {
@@ -232,7 +232,8 @@ std::string FakeService::counters_document()
         "clients":[{"protocol":"raw","address":"10.0.0.1:40000","since_s":3.2},
                    {"protocol":"raw","address":"127.0.0.1:40001","since_s":9,"own":true},
                    {"protocol":"local","address":"","since_s":9}],
-        "last_errors":[{"age_s":1.2,"protocol":"raw","client":"10.0.0.1:40000","number":-113,
+        "last_errors":[{"age_s":)" +
+           std::to_string(++m_documents) + R"(,"protocol":"raw","client":"10.0.0.1:40000","number":-113,
                         "text":"Undefined header","message":":FOO"}],
         "running":null})";
 }

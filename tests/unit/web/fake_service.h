@@ -55,7 +55,7 @@ public:
     // Faults.
     void unplug(int channel, bool unplugged); /**< it answers to nobody; the next request fails */
     void fail(int channel, bool failed);      /**< as counted */
-    std::atomic<bool> silent = false;         /**< reads, and answers nothing */
+    std::atomic<bool> silent = false;         /**< answers nothing */
     std::atomic<bool> bytewise = false;       /**< sends a byte at a time */
     void refuse(const std::string& header);   /**< modules do not know it */
     void respond(const std::string& message, const std::string& response); /**< instead of executing it */
@@ -91,6 +91,7 @@ private:
     std::vector<Module> m_modules;
     std::vector<std::string> m_messages;
     std::vector<std::string> m_refused;
+    int m_documents = 0; // sent; the age of the last error
     std::map<std::string, std::string> m_responses;
     orvan_common::UniqueFd m_scpi;
     orvan_common::UniqueFd m_counters;

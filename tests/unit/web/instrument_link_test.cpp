@@ -82,6 +82,20 @@ TEST_F(LinkTest, AnswersToMessagesSentAheadComeInOrder)
     }
 }
 
+TEST_F(LinkTest, OnlySomeMessagesAreSentAhead)
+{
+    ASSERT_TRUE(wait_reachable(true));
+    service.silent = true;
+    thread.call([&] {
+        for (size_t i = 0; i < 2 * ScpiLink::kInFlight; ++i) {
+            link.ask(":FREQ?", [](const Answer&) {});
+        }
+    });
+    EXPECT_TRUE(eventually([&] { return service.messages().size() == ScpiLink::kInFlight; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // more would have come
+    EXPECT_EQ(service.messages().size(), ScpiLink::kInFlight);
+}
+
 TEST_F(LinkTest, ResponseMayHaveABlockWithLineFeeds)
 {
     ASSERT_TRUE(wait_reachable(true));
