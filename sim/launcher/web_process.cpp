@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "restart_policy.h"
@@ -19,6 +20,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int kControllerPort = 80;
+constexpr int kNice = 10;
 constexpr auto kEnd = 3s; /**< from SIGTERM to SIGKILL */
 
 /** A process that ends soon after its start is restarted this often in succession, as one in its unit is. */
@@ -68,6 +70,8 @@ Result<bool> WebProcess::start_process(Ground& ground)
     if (!pid) {
         return pid.error();
     }
+    // As in its unit: the page must not delay the instrument's clients.
+    ::setpriority(PRIO_PGRP, static_cast<id_t>(pid.value()), kNice);
     m_process = Child(pid.value());
     m_started = Clock::now();
     return true;

@@ -43,6 +43,16 @@ TEST_F(OrvanSimWeb, ServesTheHostsPortAndPort80OfTheLan)
               std::string::npos);
 }
 
+TEST_F(OrvanSimWeb, GivesWayToTheService)
+{
+    if (!start_ready({"--modules", "none"})) {
+        return;
+    }
+    const std::string page = ask("pid", kPage);
+    EXPECT_EQ(ask("run test $(ps -o ni= -p $PPID) -eq 10", kPage), "0\n") << page;
+    EXPECT_EQ(ask("run test $(ps -o ni= -p $PPID) -lt 10"), "0\n");
+}
+
 TEST_F(OrvanSimWeb, AGivenPortIsServedAndABusyOneIsAnError)
 {
     std::string port;
