@@ -92,6 +92,7 @@ class Handler(BaseHTTPRequestHandler):
             case ("GET", "commands"):
                 return {"commands": mock_state.commands()}
             case ("GET", "setups"):
+                self.server.setups_gate.wait(timeout=30)
                 return instrument.setups_document()
             case ("GET", "setups", number):
                 return {"setup": int(number), "differences": instrument.differences(int(number))}
@@ -182,6 +183,8 @@ class MockServer(ThreadingHTTPServer):
         self.charts = pathlib.Path(charts)
         self.gate = threading.Event()  # while it is clear, changes wait for the module's answer
         self.gate.set()
+        self.setups_gate = threading.Event()  # while it is clear, the setups wait as for a command that runs
+        self.setups_gate.set()
         self.viewers = []
         self.connections = set()
         instrument.changed = self.publish

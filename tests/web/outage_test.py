@@ -35,6 +35,17 @@ class Outages(PageCase):
         self.wait_equal(self.banner, "", "the banner has gone")
         self.assertEqual(self.value(2, "level_dbm"), "-4.5", "what was typed has survived")
 
+    def test_a_page_opened_while_a_command_runs(self):
+        if self.backend.name != "mock":
+            self.skipTest("a command that takes long is the mock's")
+        self.backend.server.setups_gate.clear()
+        self.addCleanup(self.backend.server.setups_gate.set)
+        self.open()
+        self.assertNotEqual(self.value(1, "frequency_hz"), "")
+        self.assertFalse(self.js("return Boolean(document.querySelector('#setups tr'))"), "the setups still wait")
+        self.backend.server.setups_gate.set()
+        self.wait(lambda: self.css("#setups [aria-label='Recall Factory']"), "the setups have come")
+
     def test_a_page_that_is_left_holds_no_connection(self):
         for frequency in (2, 3, 4, 5, 6, 7, 8, 9):  # more often than a browser has connections to one server
             self.driver.get("about:blank")

@@ -63,9 +63,9 @@ void execute(Instrument& instrument, const SharedExchange& exchange, const char*
 
 void list(Instrument& instrument, const SharedExchange& exchange)
 {
-    instrument.link().ask(":SYST:POW:SET?", [&instrument, exchange](const Answer& answer) {
+    instrument.refresh_power_up([&instrument, exchange] {
         Json json = json_object();
-        const Setup setup = number_of(answer.response, kFactorySetup, kLastSetup);
+        const Setup setup = instrument.power_up();
         add(json.get(), "power_up", Json(setup ? cJSON_CreateNumber(*setup) : cJSON_CreateNull()));
         add(json.get(), "setups", instrument.setups().list());
         exchange->reply(json_reply(json));

@@ -53,6 +53,11 @@ void Controller::refresh_condition(std::function<void()> done)
     ask(questions, std::move(done));
 }
 
+void Controller::refresh_power_up(std::function<void()> done)
+{
+    ask({{":SYST:POW:SET?", &Controller::take_power_up}}, std::move(done));
+}
+
 void Controller::ask(const std::vector<Question>& questions, std::function<void()> done)
 {
     for (const Question& question : questions) {
@@ -109,6 +114,14 @@ void Controller::take_self_test(const Answer& answer)
     if (answer.errors.empty()) {
         m_condition.self_test = split(answer.response, ';');
     }
+}
+
+void Controller::take_power_up(const Answer& answer)
+{
+    int setup = 0;
+    const char* const end = answer.response.data() + answer.response.size();
+    const bool number = std::from_chars(answer.response.data(), end, setup).ec == std::errc();
+    m_power_up = number ? std::optional(setup) : std::nullopt;
 }
 
 } // namespace orvan_web

@@ -41,11 +41,15 @@ public:
 
     const Identity& identity() const { return m_identity; }
     const Condition& condition() const { return m_condition; }
+    /** Number of a setup; empty if unknown. */
+    std::optional<int> power_up() const { return m_power_up; }
 
     /** Asks for both, the identity and the condition. @param done called when the last answer is there */
     void refresh_all(std::function<void()> done);
     /** Asks for what can change: the condition. */
     void refresh_condition(std::function<void()> done);
+    /** Asks for the setup that is loaded at power-up. */
+    void refresh_power_up(std::function<void()> done);
 
 private:
     using Take = void (Controller::*)(const Answer& answer);
@@ -58,10 +62,12 @@ private:
     void take_fan(const Answer& answer);
     void take_battery(const Answer& answer);
     void take_self_test(const Answer& answer);
+    void take_power_up(const Answer& answer);
 
     ScpiLink& m_link;
     Identity m_identity;
     Condition m_condition;
+    std::optional<int> m_power_up;
 };
 
 } // namespace orvan_web

@@ -165,6 +165,12 @@ void Instrument::count(std::function<void()> done)
         [this, last](const std::shared_ptr<const Counters>& counters) { take_counters(counters); });
 }
 
+void Instrument::refresh_power_up(std::function<void()> done)
+{
+    const std::shared_ptr<void> last = m_loop.join(kRefreshBound, std::move(done));
+    m_controller.refresh_power_up([last] {});
+}
+
 void Instrument::take_reachable(bool reachable)
 {
     if (reachable) {

@@ -57,11 +57,16 @@ public:
     /** Brings counters, temperatures and the controller's condition up to date, without asking a module. */
     void count(std::function<void()> done);
 
+    /** Brings power_up() up to date, as far as the service answers. */
+    void refresh_power_up(std::function<void()> done);
+
     /** The document of the instrument, as it was last known. */
     Json json() const;
 
     const Identity& identity() const { return m_controller.identity(); }
     const Condition& condition() const { return m_controller.condition(); }
+    /** The setup that is loaded at power-up, as it was last known. */
+    std::optional<int> power_up() const { return m_controller.power_up(); }
     const Network& network() const { return m_network; }
     /** TCP port of SCPI on a raw socket, as of the last copy of the records. */
     uint16_t raw_port() const;

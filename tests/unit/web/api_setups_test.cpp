@@ -48,6 +48,15 @@ TEST_F(ApiSetups, ListSaysWhichAreStoredAndSinceWhen)
                 testing::MatchesRegex(R"(.*"stored":true,"stored_at":"20..-..-..T..:..:..Z".*)"));
 }
 
+TEST_F(ApiSetups, ListDoesNotWaitForACommandThatRuns)
+{
+    EXPECT_EQ(number_member(get("/api/v1/setups").get(), "power_up"), 0);
+    service.silent = true;
+    const Json json = get("/api/v1/setups");
+    EXPECT_THAT(to_text(json), HasSubstr(R"("power_up":0)")); // as it was last known
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(json.get(), "setups")), 6);
+}
+
 TEST_F(ApiSetups, DifferencesAreThoseOfSettingsInReadableForm)
 {
     store(1, [](ORVAN_CONFIG& record) {

@@ -18,6 +18,9 @@ const BANNERS = {
   service: "The instrument's service does not answer. The values are the last known; this page continues when it is back.",
 };
 
+// The page is shown without what takes longer, such as the setups while a command runs.
+const PATIENCE_MS = 400;
+
 let settings = null;
 let cards = [];
 let link = "connecting";
@@ -62,7 +65,7 @@ async function onLink(state) {
     return;
   }
   // What the stream does not carry.
-  await showSetups().catch(() => {});
+  await Promise.race([showSetups().catch(() => {}), new Promise((resolve) => setTimeout(resolve, PATIENCE_MS))]);
   byId("main").hidden = false;
   await painted();
   loadCommands().catch(() => {});
