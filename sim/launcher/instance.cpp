@@ -120,6 +120,7 @@ void Instance::read_notifications()
                 std::puts("the service is ready again");
                 announce_new_address();
             } else {
+                start_web(); // now, so that its first answers are about an instrument
                 announce_ready();
             }
         }

@@ -84,11 +84,7 @@ Result<bool> Instance::start()
     }
     // Before the service, which registers there.
     start_rpcbind();
-    if (Result<bool> done = start_service(); !done) {
-        return done;
-    }
-    start_web();
-    return true;
+    return start_service();
 }
 
 Result<bool> Instance::prepare_state()
