@@ -59,6 +59,15 @@ class Shape(PageCase):
         self.driver.execute_async_script("requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(arguments[0])))")
         self.assertEqual(self.js("return window.layoutShifts"), [])
 
+    def test_nothing_moves_while_the_page_loads_on_narrow_screens(self):
+        for width in (320, 360, 414, 768, 1000):
+            with self.subTest(width=width):
+                self.browser.size(width, 740)
+                self.open()
+                self.wait(lambda: "now" in self.css("#chart-level").get_attribute("aria-label"), "the charts")
+                self.driver.execute_async_script("requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(arguments[0])))")
+                self.assertEqual(self.js("return window.layoutShifts"), [])
+
     def test_the_observer_of_shifts_sees_one(self):
         self.wait(lambda: "now" in self.css("#chart-level").get_attribute("aria-label"), "the page has been painted")
         self.js("""const block = document.createElement('div');
