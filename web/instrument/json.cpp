@@ -37,10 +37,25 @@ bool same(const cJSON* a, const cJSON* b, std::string_view ignored_suffix)
     return cJSON_Compare(x.get(), y.get(), 1) != 0;
 }
 
+// cJSON would end a text there.
+bool has_null_character(std::string_view text)
+{
+    constexpr std::string_view kNull = "\\u0000";
+    for (size_t at = 0; (at = text.find('\\', at)) != std::string_view::npos; at += 2) {
+        if (text.substr(at).starts_with(kNull)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 Json parse_json(std::string_view text)
 {
+    if (has_null_character(text)) {
+        return nullptr;
+    }
     const char* end = nullptr;
     Json json(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, 0));
     for (; json && end != text.data() + text.size(); ++end) {

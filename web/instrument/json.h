@@ -18,7 +18,8 @@ struct JsonDeleter {
 };
 using Json = std::unique_ptr<cJSON, JsonDeleter>;
 
-/** @return null if the text is not JSON, or if more than white space follows the value */
+/** @return null if the text is not JSON, if more than white space follows the value, or if a text in it has a
+ *          null character */
 Json parse_json(std::string_view text);
 
 /** Compact, without line breaks. */

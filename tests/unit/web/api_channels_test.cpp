@@ -87,6 +87,17 @@ TEST_F(ApiChannels, NothingButASettingCanBeSent)
     EXPECT_THAT(service.messages(), Each(Not(HasSubstr("OUTP ON"))));
 }
 
+TEST_F(ApiChannels, TextIsNotCutAtANullCharacter)
+{
+    const auto status = [this](const std::string& frequency) {
+        return request("PATCH", "/api/v1/channels/1", "{\"frequency_hz\":\"" + frequency + "\"}").status;
+    };
+    EXPECT_EQ(status(R"(2GHz\u0000x)"), 400);
+    EXPECT_EQ(status(R"(2GHz\\\u0000x)"), 400);
+    EXPECT_EQ(status(R"(2GHz\\u0000x)"), 422); // a backslash, and digits
+    EXPECT_EQ(service.value(1, ":FREQ"), "1000000000");
+}
+
 TEST_F(ApiChannels, BodyMustBeAnObjectAndTheChannelExist)
 {
     EXPECT_EQ(request("PATCH", "/api/v1/channels/2", "[1]").status, 400);
