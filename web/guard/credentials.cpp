@@ -64,7 +64,8 @@ bool Credentials::refresh(File& file)
 {
     const std::filesystem::path path = m_folder / file.name;
     struct stat status {};
-    const bool exists = ::stat(path.c_str(), &status) == 0;
+    // What cannot be looked at may well be there.
+    const bool exists = ::stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
     const bool same = file.known && exists == file.exists && status.st_ino == file.inode &&
                       status.st_mtim.tv_sec == file.changed.tv_sec &&
                       status.st_mtim.tv_nsec == file.changed.tv_nsec;

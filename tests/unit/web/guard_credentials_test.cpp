@@ -109,6 +109,15 @@ TEST(Credentials, AnEmptyPasswordFileLetsNobodyIn)
     EXPECT_FALSE(password_matches("", credentials.password_hash()));
 }
 
+TEST(Credentials, APasswordFileThatCannotBeReachedLetsNobodyIn)
+{
+    const ScratchFolder folder;
+    std::filesystem::create_symlink("password", folder.path() / "password");
+    Credentials credentials(folder.path());
+    EXPECT_NE(credentials.password_hash(), "");
+    EXPECT_FALSE(password_matches("", credentials.password_hash()));
+}
+
 TEST(Credentials, OfTokensOnlyHashesAreStored)
 {
     const ScratchFolder scratch;
