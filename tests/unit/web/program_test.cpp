@@ -4,8 +4,10 @@
 #include <regex>
 
 #include <poll.h>
+#include <pty.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <termios.h>
 
 #include "http_fixture.h"
 #include "support/eventually.h"
@@ -263,6 +265,30 @@ TEST_F(WebProgramTest, ThePasswordAndTokensOfTheCommandLineAreThoseOfTheRunningS
     WebProgram none({{"--state", state(), "--set-password"}});
     EXPECT_EQ(none.exit_code(), 1);
     EXPECT_EQ(none.errors_until("\n"), "orvan-web: no password was entered\n");
+}
+
+TEST_F(WebProgramTest, ATerminalShowsAgainWhatIsTypedAfterCtrlC)
+{
+    const std::string folder = state();
+    int master = -1;
+    const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        ::execl(ORVAN_WEB_PROGRAM, "orvan-web", "--state", folder.c_str(), "--set-password", nullptr);
+        ::_exit(127);
+    }
+    const UniqueFd terminal(master);
+    const UniqueFd slave(::open(::ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const auto is_shown = [&] {
+        termios settings{};
+        return ::tcgetattr(slave.get(), &settings) == 0 && (settings.c_lflag & ECHO) != 0;
+    };
+    EXPECT_TRUE(eventually([&] { return !is_shown(); }));
+    EXPECT_EQ(::write(terminal.get(), "\x03", 1), 1);
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_NE(status, 0);
+    EXPECT_TRUE(is_shown());
+    EXPECT_FALSE(std::filesystem::exists(folder + "/password"));
 }
 
 TEST_F(WebProgramTest, AnswersOnlyToItsNames)
