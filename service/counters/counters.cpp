@@ -1,6 +1,7 @@
 #include "counters.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "service/shown_text.h"
 
@@ -9,16 +10,16 @@ namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
-constexpr std::array<int64_t, kLatencyBounds.size()> bounds_in_ns()
+std::array<int64_t, kLatencyBounds.size()> bounds_in_ns()
 {
     std::array<int64_t, kLatencyBounds.size()> result{};
     for (size_t i = 0; i < result.size(); ++i) {
-        result[i] = static_cast<int64_t>(kLatencyBounds[i] * 1e9 + 0.5);
+        result[i] = std::llround(kLatencyBounds[i] * 1e9);
     }
     return result;
 }
 
-constexpr auto kBounds = bounds_in_ns();
+const auto kBounds = bounds_in_ns();
 
 /** Of a counter that only one thread changes. */
 template <typename Value>

@@ -17,7 +17,7 @@ class Accessibility(PageCase):
         results = self.driver.execute_async_script(
             "const done = arguments[arguments.length - 1]; axe.run(document).then(done, (error) => done({ error: String(error) }))")
         self.assertNotIn("error", results)
-        self.assertGreater(len(results["passes"]), 20)
+        self.assertGreater(len(results["passes"]), 10)  # it has judged something
         found = [f"{each['impact']} {each['id']}: {node['html'][:120]} {node['failureSummary'][:300]}"
                  for each in results["violations"] if each["impact"] in ("serious", "critical") for node in each["nodes"][:3]]
         self.assertEqual(found, [], what)

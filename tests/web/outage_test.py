@@ -1,6 +1,6 @@
 """What goes away and comes back: the service, the web process, a module."""
 
-from page_case import PageCase
+from page_case import PageCase, mock_only
 
 AWAY = ("net::ERR_", "the server responded with a status of 5", "the server responded with a status of 409")
 
@@ -34,10 +34,9 @@ class Outages(PageCase):
         self.wait_value(2, "frequency_hz", "3 GHz")
         self.wait_equal(self.banner, "", "the banner has gone")
         self.assertEqual(self.value(2, "level_dbm"), "-4.5", "what was typed has survived")
-
+    @mock_only  # which can take as long as the test needs
+    @mock_only  # a command that takes as long as the test needs
     def test_a_page_opened_while_a_command_runs(self):
-        if self.backend.name != "mock":
-            self.skipTest("a command that takes long is the mock's")
         self.backend.server.setups_gate.clear()
         self.addCleanup(self.backend.server.setups_gate.set)
         self.open()

@@ -14,6 +14,12 @@ from browser import is_elsewhere
 WAIT_S = 20
 
 
+def mock_only(test):
+    """A case that only the mock instrument can play."""
+    test.mock_only = True
+    return test
+
+
 class PageCase(unittest.TestCase):
     # Set once by the program that runs the cases.
     backend = None

@@ -55,7 +55,7 @@ Request read_head(MHD_Connection* connection, const char* url, const char* metho
     visit_values(connection, MHD_GET_ARGUMENT_KIND, [&](std::string name, std::string value) {
         request.query[std::move(name)] = std::move(value);
     });
-    visit_values(connection, MHD_HEADER_KIND, [&](std::string name, std::string value) {
+    visit_values(connection, MHD_HEADER_KIND, [&](std::string name, const std::string& value) {
         std::string& known = request.headers[small_letters(std::move(name))];
         known += (known.empty() ? "" : ", ") + value;
     });

@@ -1,5 +1,6 @@
 #include "http/places.h"
 
+#include <algorithm>
 #include <numeric>
 
 namespace orvan_web {

@@ -211,7 +211,7 @@ MHD_Result HttpServer::Loop::start_stream(Connection& connection, Transaction& t
     if (!reply) {
         return MHD_NO;
     }
-    reader.release();
+    static_cast<void>(reader.release());
     add_headers(reply.get(), head);
     connection.stream = queue;
     m_places.set(connection.id, PlaceState::kStream, Clock::now());

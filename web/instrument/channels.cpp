@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ranges>
 #include <utility>
 
 #include "channel_queries.h"
@@ -321,8 +322,8 @@ void Channels::take_line(const std::shared_ptr<Round>& round, const std::vector<
         }
     } else if (line.size() > 1) {
         // Which query failed shows when each has a message of its own.
-        for (auto query = line.rbegin(); query != line.rend(); ++query) {
-            round->lines.push_back({*query});
+        for (const size_t query : std::views::reverse(line)) {
+            round->lines.push_back({query});
         }
     } else if (std::any_of(answer.errors.begin(), answer.errors.end(), [](const ScpiError& error) {
                    return error.number <= -100 && error.number >= -199; // a command error
@@ -376,7 +377,7 @@ void Channels::ask(int channel, const std::vector<size_t>& settings, std::functi
 {
     Channel& target = *m_channels[static_cast<size_t>(channel) - 1];
     if (target.policy.asking()) {
-        target.waiting.push_back(
+        target.waiting.emplace_back(
             [this, channel, settings, done = std::move(done)] { ask(channel, settings, done); });
         return;
     }

@@ -35,30 +35,30 @@ struct Controller::Question {
     Take take;
 };
 
-void Controller::refresh_all(std::function<void()> done)
+void Controller::refresh_all(const std::function<void()>& done)
 {
     ask({{"*IDN?", &Controller::take_identity},
          {":SYST:COMM:LAN:HOST?", &Controller::take_hostname},
          {":INT:INF:DEV:ARCH?", &Controller::take_architecture}},
-        [this, done = std::move(done)] { refresh_condition(done); });
+        [this, done = done] { refresh_condition(done); });
 }
 
-void Controller::refresh_condition(std::function<void()> done)
+void Controller::refresh_condition(const std::function<void()>& done)
 {
     std::vector<Question> questions{{":SYST:FAN:MODE?", &Controller::take_fan},
                                     {"*TST?", &Controller::take_self_test}};
     if (m_identity.portable) {
         questions.push_back({":SYST:BAT?", &Controller::take_battery});
     }
-    ask(questions, std::move(done));
+    ask(questions, done);
 }
 
-void Controller::refresh_power_up(std::function<void()> done)
+void Controller::refresh_power_up(const std::function<void()>& done)
 {
-    ask({{":SYST:POW:SET?", &Controller::take_power_up}}, std::move(done));
+    ask({{":SYST:POW:SET?", &Controller::take_power_up}}, done);
 }
 
-void Controller::ask(const std::vector<Question>& questions, std::function<void()> done)
+void Controller::ask(const std::vector<Question>& questions, const std::function<void()>& done)
 {
     for (const Question& question : questions) {
         const bool last = &question == &questions.back();

@@ -45,17 +45,17 @@ public:
     std::optional<int> power_up() const { return m_power_up; }
 
     /** Asks for both, the identity and the condition. @param done called when the last answer is there */
-    void refresh_all(std::function<void()> done);
+    void refresh_all(const std::function<void()>& done);
     /** Asks for what can change: the condition. */
-    void refresh_condition(std::function<void()> done);
+    void refresh_condition(const std::function<void()>& done);
     /** Asks for the setup that is loaded at power-up. */
-    void refresh_power_up(std::function<void()> done);
+    void refresh_power_up(const std::function<void()>& done);
 
 private:
     using Take = void (Controller::*)(const Answer& answer);
     struct Question;
 
-    void ask(const std::vector<Question>& questions, std::function<void()> done);
+    void ask(const std::vector<Question>& questions, const std::function<void()>& done);
     void take_identity(const Answer& answer);
     void take_hostname(const Answer& answer);
     void take_architecture(const Answer& answer);

@@ -82,6 +82,7 @@ TEST_F(ChannelsTest, ValueWithAUnitIsShownAsTheModuleHasIt)
     changes();
     service.other_client(2, ":FREQ 2.5GHz");
     EXPECT_TRUE(shows(2, "frequency_hz", 2.5e9));
+    EXPECT_TRUE(eventually([this] { return thread.call([this] { return !changed.empty(); }); }));
     EXPECT_THAT(changes(), testing::ElementsAre(R"({"channel":2,"frequency_hz":2500000000})"));
 }
 
