@@ -185,14 +185,17 @@ bool Channels::is_possible(const Channel& channel, size_t setting, const Setting
 
 void Channels::show_held(Channel& channel)
 {
+    // A service that starts writes records that nobody has set; then all is asked again.
+    if (!m_link.reachable()) {
+        return;
+    }
     const Time now = Clock::now();
     for (size_t i = 0; i < channel.held.size(); ++i) {
         if (!channel.held[i] || !channel.record || now - *channel.held[i] < kHold) {
             continue;
         }
         const SettingValue value = value_of_record(channel_settings()[i], *channel.record);
-        const bool will_be_asked =
-            (channel.policy.waiting() || channel.policy.asking()) && m_link.reachable();
+        const bool will_be_asked = channel.policy.waiting() || channel.policy.asking();
         const bool possible = is_possible(channel, i, value);
         if (possible || !will_be_asked) {
             channel.state.values[i] = possible ? value : SettingValue();

@@ -72,7 +72,10 @@ TEST(LocalSocket, IsForTheGroupOfTheProgramsThatMayConnect)
     char name[] = "orvan";
     group users{};
     users.gr_name = name;
-    users.gr_gid = ::geteuid() == 0 ? 1 : ::getegid(); // only root may give a file to any group
+    // Only root may give a file to any group, and in a namespace only to one that is known there.
+    constexpr gid_t kOther = 1;
+    write_file(folder.path() / "probe", "");
+    users.gr_gid = ::chown((folder.path() / "probe").c_str(), -1u, kOther) == 0 ? kOther : ::getegid();
     g_group = &users;
     const LocalSocket socket(folder.path(), "s.sock");
     g_group = nullptr;

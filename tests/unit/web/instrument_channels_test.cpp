@@ -190,6 +190,7 @@ TEST_F(ChannelsTest, QueryThatAModuleDoesNotKnowIsAskedOnceAndOthersAreAnswered)
 {
     service.refuse(":PHAS");
     service.stop();
+    EXPECT_TRUE(eventually([this] { return !thread.call([this] { return instrument.reachable(); }); }));
     service.start(); // whatever was known about the modules does not hold any more
     EXPECT_TRUE(eventually([this] { return thread.call([this] { return instrument.reachable(); }); }));
     watch();
@@ -212,6 +213,19 @@ TEST_F(ChannelsTest, LimitsThatTheRecordDoesNotHaveAreAskedFor)
         [&] { return instrument.channels().find(1)->limits[*setting_at("reference/frequency_hz")]; });
     EXPECT_EQ(limits, (SettingLimits{1e7, 1e8}));
     EXPECT_THAT(service.messages(), Each(Not(HasSubstr(":FREQ? MIN;:FREQ? MAX;:POW"))));
+}
+
+TEST_F(ChannelsTest, LastValueStaysWhileTheServiceIsAway)
+{
+    watch();
+    service.other_client(2, ":FREQ 2.5GHz");
+    EXPECT_TRUE(shows(2, "frequency_hz", 2.5e9));
+    service.stop();
+    EXPECT_TRUE(eventually([this] { return !thread.call([this] { return instrument.reachable(); }); }));
+    service.change_record(2, ODT_FREQ, "1"); // as one that starts writes it
+    service.change_record(2, ODT_RF_OUT, "1");
+    EXPECT_TRUE(shows(2, "rf_output", true)); // the record has been copied
+    EXPECT_FALSE(eventually([&] { return value(2, "frequency_hz") != SettingValue(2.5e9); }, 400ms));
 }
 
 TEST_F(ChannelsTest, ServiceThatComesBackIsAskedForEverything)
