@@ -11,7 +11,7 @@ namespace orvan_launcher {
 /** RestartSec. */
 inline constexpr std::chrono::seconds kRestartDelay{5};
 
-/** Restart=on-failure with RestartPreventExitStatus=2, which stands for bad options.
+/** As Restart=on-failure with RestartPreventExitStatus=2, the exit status for bad options.
  *  \param status  wait status, as from waitpid() */
 bool is_restarted_after(int status);
 

@@ -1,6 +1,6 @@
 /**
- * What an instrument announces by DNS-based service discovery (RFC 6763), in the form of LXI Device
- * Specification 10.4.
+ * What an instrument announces by DNS-based service discovery (RFC 6763), with the services and TXT records
+ * of LXI 1.5, 10.4.
  */
 #ifndef ORVAN_WEB_ANNOUNCEMENT_H
 #define ORVAN_WEB_ANNOUNCEMENT_H

@@ -9,7 +9,7 @@
 namespace orvan_web {
 
 /**
- * The LXI identification document (LXI Device Specification 10.2, schema InstrumentIdentification 1.0).
+ * The LXI identification document (LXI 1.5, 10.2; XML schema InstrumentIdentification 1.0).
  *
  * @param host as the client has called the instrument, for the document's own address; may be empty
  */

@@ -63,7 +63,7 @@ public:
 private:
     struct Watch {
         short events;
-        uint64_t number; // tells a watch from a later one of the same descriptor
+        uint64_t number; // distinguishes it from a later watch on the same descriptor
         std::function<void(short)> ready;
     };
 

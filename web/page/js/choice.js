@@ -8,7 +8,7 @@ const WORDS = {
 
 export const choiceWord = (choice) => WORDS[choice] ?? choice;
 
-/** One of a few words. Buttons, as the arrow keys of a list would pass through values that nobody wants. */
+/** A choice among a few words. Buttons rather than a list, whose arrow keys would apply every value on the way. */
 export class Choice extends Control {
   constructor(setting, number) {
     super(setting, number);
